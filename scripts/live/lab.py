@@ -1,0 +1,139 @@
+"""The network and the programs of a live run: a station here, simulated modules in a namespace behind
+veth pairs. Nothing is left behind, for all of it goes with the processes, and they go with this one."""
+
+import ctypes
+import json
+import os
+import signal
+import socket
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+BIN = Path(os.environ["CMP_BIN"])
+STATION = str(BIN / "cmp-station")
+SIMULATOR = str(BIN / "cmp-sim")
+PATIENCE = 120  # seconds that anything may take on a busy machine
+
+SETUP = """
+mount -t tmpfs none /run
+mkdir /run/netns
+ip netns add modules
+ip link set lo up
+quiet() { "$@" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6' 2>/dev/null || true; }
+quiet env
+quiet nsenter --net=/run/netns/modules
+for i in $(seq 0 $(($1 - 1))); do
+    ip link add veth$i type veth peer name sim$i netns modules
+    ip link set veth$i up
+    ip -n modules link set sim$i up
+done
+"""
+
+
+class Failure(Exception):
+    """Something other than expected, in words for the user."""
+
+
+def prepare(links=1):
+    """Makes `links` veth pairs: veth0, veth1, ... here, sim0, sim1, ... where the modules are."""
+    if [name for _, name in socket.if_nameindex()] != ["lo"]:
+        sys.exit(f"{sys.argv[0]}: start it with scripts/live/in_namespaces")
+    subprocess.run(["sh", "-ec", SETUP, "sh", str(links)], check=True)
+
+
+def _die_with_parent():
+    set_parent_death_signal = 1
+    ctypes.CDLL(None).prctl(set_parent_death_signal, signal.SIGKILL)
+
+
+def spawn(command, **options):
+    options.setdefault("stdin", subprocess.DEVNULL)
+    return subprocess.Popen(command, text=True, preexec_fn=_die_with_parent, **options)
+
+
+def call(command, **options):
+    """Runs it to its end: exit code, standard output, standard error."""
+    process = spawn(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
+    try:
+        output, errors = process.communicate(timeout=PATIENCE)
+    finally:
+        end(process)
+    return process.returncode, output, errors
+
+
+def end(process):
+    """Kills it, if it still runs."""
+    with process:
+        process.kill()
+
+
+def wait_until(condition, what):
+    end = time.monotonic() + PATIENCE
+    while not condition():
+        if time.monotonic() > end:
+            raise Failure(f"waited in vain until {what}")
+        time.sleep(0.01)
+
+
+def start_simulator(modules, *options, interface="sim0"):
+    command = ["nsenter", "--net=/run/netns/modules", SIMULATOR, "--interface", interface, "--json"]
+    return spawn(command + repeat("--module", modules) + [str(option) for option in options],
+                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+
+def finish_simulator(process, code=0):
+    """What it has sent."""
+    output, errors = process.communicate(timeout=PATIENCE)
+    if process.returncode != code:
+        raise Failure(f"cmp-sim ended with {process.returncode}: {errors}")
+    return json.loads(output)
+
+
+def simulate(modules, *options, interface="sim0"):
+    return finish_simulator(start_simulator(modules, *options, interface=interface))
+
+
+def repeat(option, values):
+    return [word for value in values for word in (option, str(value))]
+
+
+class Station:
+    """`cmp-station run`; it captures when this is made."""
+
+    def __init__(self, modules, *options, record=(), prefix=(), stderr=subprocess.PIPE, **more):
+        self.recordings = [Path(path) for path in record]
+        command = [*prefix, STATION, "run", "--json", *repeat("--module", modules)]
+        command += [*repeat("--record", record), *map(str, options)]
+        self.process = spawn(command, stdout=subprocess.PIPE, stderr=stderr, **more)
+        wait_until(lambda: self.process.poll() is not None or self.is_capturing(), "it captures")
+        if self.process.poll() is not None:
+            raise Failure(f"cmp-station ended with {self.process.returncode}: {self.finish()}")
+
+    def is_capturing(self):
+        try:
+            threads = Path(f"/proc/{self.process.pid}/task").glob("*/comm")
+            return any(thread.read_text() == "cmp-capture\n" for thread in threads)
+        except OSError:  # a thread that has just ended
+            return False
+
+    def settle(self):
+        """Waits until what was sent has been taken in: the recordings, flushed twice a second, no
+        longer grow."""
+        sizes = None
+        while sizes != (sizes := [path.stat().st_size for path in self.recordings]):
+            time.sleep(0.8)
+
+    def finish(self):
+        """After its end: the exit code and what it has printed."""
+        output, errors = self.process.communicate(timeout=PATIENCE)
+        return self.process.returncode, output, errors
+
+    def stop(self, code=0, number=signal.SIGINT):
+        """Ends it; returns what it says of the run, and its messages."""
+        self.process.send_signal(number)
+        returned, output, errors = self.finish()
+        if returned != code:
+            raise Failure(f"cmp-station ended with {returned} instead of {code}: {errors}")
+        return json.loads(output), errors

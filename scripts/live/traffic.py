@@ -1,0 +1,138 @@
+"""What a simulator sent, message by message, against what stands in recordings: as tshark and python-can
+read them, which know nothing of the programs here."""
+
+import re
+import subprocess
+from collections import defaultdict
+from typing import NamedTuple
+
+EXTENDED = 0x80000000
+RING = bytes(range(256)) * 2
+
+
+class Row(NamedTuple):
+    """One message of a recording."""
+
+    name: str  # of the channel
+    time: int  # nanoseconds since 1970
+    bus: str  # CAN, CANFD or LIN
+    identifier: int  # with EXTENDED
+    data: bytes
+
+
+def read_with_tshark(path, torn=False):
+    """The rows of a .pcapng or .log; the latter's have no names there."""
+    fields = ("frame.interface_name", "frame.time_epoch", "_ws.col.Protocol", "can.flags.xtd", "can.id",
+              "lin.frame_id", "data.data")
+    command = ["tshark", "-n", "-r", str(path), "-T", "fields", "-E", "separator=|"]
+    # Left on, these take the data bytes of some frames for messages of their own.
+    for protocol in ("autosar-nm", "iso15765", "uds", "obd-ii"):
+        command += ["--disable-protocol", protocol]
+    command += [word for field in fields for word in ("-e", field)]
+    read = subprocess.run(command, check=not torn, capture_output=True, text=True)
+    return [_row(*line.split("|")) for line in read.stdout.splitlines()]
+
+
+def _row(name, time, bus, extended, can_identifier, lin_identifier, data):
+    seconds, fraction = time.split(".")
+    identifier = int(can_identifier or lin_identifier, 0) | (EXTENDED if extended in ("1", "True") else 0)
+    return Row(name, int(seconds) * 10**9 + int(fraction), bus, identifier, bytes.fromhex(data))
+
+
+def read_with_python_can(path):
+    import can
+
+    return [
+        Row(m.channel, round(m.timestamp * 1e6) * 1000, "CANFD" if m.is_fd else "CAN",
+            m.arbitration_id | (EXTENDED if m.is_extended_id else 0), bytes(m.data))
+        for m in can.CanutilsLogReader(str(path))
+    ]
+
+
+def word_of(name):
+    """A channel's name in a .log: its end, as one word."""
+    return re.sub(r"[^A-Za-z0-9_.-]", "_", name)[-15:]
+
+
+def sent_counts(sent):
+    return {(module["cmId"], channel["interfaceId"]): channel["messages"]
+            for module in sent["modules"] for channel in module["channels"]}
+
+
+def names_of(report):
+    """Channel names of a station's report by CM ID and interface ID. The second channel of an interface
+    gets no messages."""
+    modules = {module["name"]: module["cmId"] for module in report["modules"]}
+    names = {}
+    for channel in report["channels"]:
+        names.setdefault((modules[channel["module"]], channel["interfaceId"]), channel["name"])
+    return names
+
+
+def sent_on(module, position):
+    """The messages that one channel of a module has sent: bus, identifier, data."""
+    channel = module["channels"][position]
+    interface, lengths = channel["interfaceId"], module["lengths"]
+    for number in range(channel["messages"]):
+        length = lengths[(number + position) % len(lengths)]
+        start = (number + interface + 4) % 256
+        data = (number.to_bytes(4, "little") + RING[start:start + 60])[:length]
+        if channel["bus"] == "LIN":
+            yield "LIN", (interface + number) % 60, data
+        else:
+            turn = number % 4
+            identifier = 0x100 + 4 * interface + turn if turn < 3 else EXTENDED | 0x18DA00F1 + 0x100 * interface
+            yield "CANFD" if length > 8 else "CAN", identifier, data
+
+
+def count_differences(sent, report):
+    """Sent and delivered counts, channel by channel; a text for each difference."""
+    modules = {module["name"]: module["cmId"] for module in report["modules"]}
+    delivered = defaultdict(int)
+    for channel in report["channels"]:
+        delivered[modules[channel["module"]], channel["interfaceId"]] += channel["frames"]
+    counts = sent_counts(sent)
+    return [f"CM ID 0x{key[0]:X}, interface 0x{key[1]:X}: {counts.get(key, 0)} sent, {delivered[key]} delivered"
+            for key in sorted(counts.keys() | delivered.keys()) if counts.get(key, 0) != delivered[key]]
+
+
+def row_differences(sent, names, rows, buses=("CAN", "LIN")):
+    """Each message of the given buses in `rows` once, unchanged, and in order on its channel. `names`: by
+    CM ID and interface ID. A text for the first difference on each channel."""
+    found = defaultdict(list)
+    for row in rows:
+        found[row.name].append(row[2:])
+    texts = []
+    for module in sent["modules"]:
+        for position, channel in enumerate(module["channels"]):
+            if channel["bus"] in buses:
+                name = names[module["cmId"], channel["interfaceId"]]
+                texts += _first_difference(name, list(sent_on(module, position)), found.pop(name, []))
+    return texts + [f"{name}: {len(there)} messages that nobody sent" for name, there in found.items()]
+
+
+def _first_difference(name, sent, there):
+    if sent == there:
+        return []
+    at = next((i for i, (a, b) in enumerate(zip(sent, there)) if a != b), min(len(sent), len(there)))
+    return [f"{name}: {len(sent)} messages sent, {len(there)} there; number {at} is "
+            f"{there[at:at + 1]} and not {sent[at:at + 1]}"]
+
+
+def time_differences(sent, names, rows, rate):
+    """Each module's messages are as far apart as they were due at `rate` a second and channel, to a
+    microsecond, and within ten seconds of the simulator's start."""
+    times = defaultdict(list)
+    for row in rows:
+        times[row.name].append(row.time)
+    texts = []
+    for module in sent["modules"]:
+        channels = module["channels"]
+        offsets = [time - (number * len(channels) + position) * 10**9 // (rate * len(channels))
+                   for position, channel in enumerate(channels)
+                   for number, time in enumerate(times[names[module["cmId"], channel["interfaceId"]]])]
+        if offsets and max(offsets) - min(offsets) > 1000:
+            texts.append(f"{module['type']}: times err by {max(offsets) - min(offsets)} ns")
+        if any(abs(offset - sent["startUtcNs"]) > 10**10 for offset in offsets):
+            texts.append(f"{module['type']}: times are far from the clock's")
+    return texts
