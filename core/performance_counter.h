@@ -1,0 +1,40 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+/// The monotonic counter on which device times are extrapolated. An interface, so that tests and
+/// the conversion of stored frames bring a time of their own. Called from any thread.
+class PerformanceCounter {
+  public:
+    PerformanceCounter() = default;
+    PerformanceCounter(const PerformanceCounter&) = delete;
+    PerformanceCounter& operator=(const PerformanceCounter&) = delete;
+    virtual ~PerformanceCounter() = default;
+
+    virtual std::uint64_t getCount() const = 0;
+    /// Counts per second, constant and not 0.
+    virtual std::uint64_t getFrequency() const = 0;
+
+    /// Nanoseconds since the counter's own zero; split so that the product can't overflow.
+    std::int64_t getNanoseconds() const {
+        constexpr std::uint64_t nanosecondsPerSecond = 1000000000;
+        const std::uint64_t count = getCount();
+        const std::uint64_t frequency = getFrequency();
+        if (frequency == nanosecondsPerSecond) {
+            return static_cast<std::int64_t>(count);
+        }
+        return static_cast<std::int64_t>(count / frequency * nanosecondsPerSecond +
+                                         count % frequency * nanosecondsPerSecond / frequency);
+    }
+};
+
+/// The computer's steady clock.
+class SteadyPerformanceCounter final : public PerformanceCounter {
+  public:
+    std::uint64_t getCount() const override {
+        return static_cast<std::uint64_t>(
+            std::chrono::steady_clock::now().time_since_epoch().count());
+    }
+    std::uint64_t getFrequency() const override { return std::chrono::steady_clock::period::den; }
+};

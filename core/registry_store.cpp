@@ -1,0 +1,178 @@
+#include "core/registry_store.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "core/string_helper.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Kestrova::Utils::Kcom::StringHelper;
+
+constexpr const char* valuesFile = "values";
+
+// A line is NAME <tab> KIND <tab> VALUE; what would end a field early is written with a backslash.
+
+std::string escaped(const std::wstring& text) {
+    std::string result;
+    for (const char c : StringHelper::ToUtf8(text)) {
+        switch (c) {
+            case '\\':
+                result += "\\\\";
+                break;
+            case '\n':
+                result += "\\n";
+                break;
+            case '\t':
+                result += "\\t";
+                break;
+            default:
+                result += c;
+        }
+    }
+    return result;
+}
+
+std::wstring unescaped(const std::string& text) {
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            result += text[i];
+            continue;
+        }
+        const char c = text[++i];
+        result += c == 'n' ? '\n' : c == 't' ? '\t' : c;
+    }
+    return StringHelper::ToWide(result);
+}
+
+std::string toLine(const std::wstring& name, const RegistryStore::Value& value) {
+    const std::string start = escaped(name) + '\t';
+    if (const auto* number = std::get_if<std::uint32_t>(&value)) {
+        return start + "number\t" + std::to_string(*number) + '\n';
+    }
+    return start + "text\t" + escaped(std::get<std::wstring>(value)) + '\n';
+}
+
+bool readLine(const std::string& line, RegistryStore::Values& values) {
+    const std::size_t first = line.find('\t');
+    const std::size_t second = line.find('\t', first + 1);
+    if (first == std::string::npos || second == std::string::npos) {
+        return false;
+    }
+    const std::string kind = line.substr(first + 1, second - first - 1);
+    const std::string text = line.substr(second + 1);
+    const std::wstring name = unescaped(line.substr(0, first));
+    if (kind == "text") {
+        values[name] = unescaped(text);
+        return true;
+    }
+    std::uint32_t number = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    values[name] = number;
+    return kind == "number" && error == std::errc() && stop == text.data() + text.size();
+}
+
+/// Writes a file that another one of that name is replaced by, all or nothing.
+bool replaceFile(const fs::path& path, const std::string& text) {
+    std::string temporary = path.string() + ".XXXXXX";
+    const int descriptor = mkstemp(temporary.data());
+    if (descriptor < 0) {
+        return false;
+    }
+    constexpr mode_t readableForAll = 0644;
+    const bool written =
+        ::write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+        fchmod(descriptor, readableForAll) == 0 && fsync(descriptor) == 0;
+    close(descriptor);
+    if (written && rename(temporary.c_str(), path.c_str()) == 0) {
+        return true;
+    }
+    unlink(temporary.c_str());
+    return false;
+}
+
+fs::path fromEnvironment(const char* variable) {
+    const char* const value = std::getenv(variable);
+    return value != nullptr ? fs::path(value) : fs::path();
+}
+
+}  // namespace
+
+RegistryStore RegistryStore::perMachine() {
+    const fs::path chosen = fromEnvironment("KESTROVA_REGISTRY");
+    return RegistryStore(chosen.empty() ? fs::path("/usr/local/share/kestrova/registry") : chosen);
+}
+
+RegistryStore RegistryStore::perUser() {
+    fs::path data = fromEnvironment("XDG_DATA_HOME");
+    if (!data.is_absolute()) {
+        data = fromEnvironment("HOME") / ".local/share";
+    }
+    return RegistryStore(data / "kestrova/registry");
+}
+
+fs::path RegistryStore::pathOf(const std::string& key) const {
+    fs::path path = folder;
+    std::istringstream names(key);
+    for (std::string name; std::getline(names, name, '\\');) {
+        path /= name;
+    }
+    return path;
+}
+
+bool RegistryStore::write(const std::string& key, const Values& values) const {
+    const fs::path path = pathOf(key);
+    std::error_code error;
+    fs::create_directories(path, error);
+    if (error) {
+        return false;
+    }
+    std::string text;
+    for (const auto& [name, value] : values) {
+        text += toLine(name, value);
+    }
+    return replaceFile(path / valuesFile, text);
+}
+
+std::optional<RegistryStore::Values> RegistryStore::read(const std::string& key) const {
+    std::ifstream file(pathOf(key) / valuesFile);
+    if (!file) {
+        return std::nullopt;
+    }
+    Values values;
+    for (std::string line; std::getline(file, line);) {
+        if (!readLine(line, values)) {
+            return std::nullopt;
+        }
+    }
+    return values;
+}
+
+bool RegistryStore::remove(const std::string& key) const {
+    const fs::path path = pathOf(key);
+    std::error_code error;
+    if (!fs::is_directory(path, error) || !keysBelow(key).empty()) {
+        return false;
+    }
+    return fs::remove_all(path, error) > 0 && !error;
+}
+
+std::vector<std::string> RegistryStore::keysBelow(const std::string& key) const {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(pathOf(key), error)) {
+        if (entry.is_directory(error)) {
+            names.push_back(entry.path().filename().string());
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}

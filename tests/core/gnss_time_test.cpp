@@ -1,0 +1,108 @@
+#include "core/gnss_time.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <ctime>
+#include <type_traits>
+
+namespace {
+
+static_assert(std::is_trivially_copyable_v<GNSSTime>);
+static_assert(GNSSTime::FromDateTime(GNSSDateTime(315964800, 0.0)) == GNSSTime());
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+
+TEST(GNSSTime, SecondsOutsideTheWeekCarryIntoIt) {
+    EXPECT_EQ(GNSSTime(5, -1.0), GNSSTime(4, 604799.0));
+    EXPECT_EQ(GNSSTime(5, 604800.0), GNSSTime(6, 0.0));
+    EXPECT_EQ(GNSSTime(0, -1209600.0), GNSSTime(-2, 0.0));
+    EXPECT_EQ(GNSSTime(5, -1e-12), GNSSTime(5, 0.0)) << "second 604800.0 is in no week";
+    GNSSTime time(7, 604799.5);
+    time.AddSeconds(1.0);
+    EXPECT_EQ(time.GetWeek(), 8);
+    EXPECT_EQ(time.GetSecondOfWeek(), 0.5);
+}
+
+TEST(GNSSTime, DifferenceCountsTheWeeksBetween) {
+    EXPECT_EQ(GNSSTime::Difference(GNSSTime(2, 10.0), GNSSTime(3, 5.0)), 604795.0);
+    EXPECT_EQ(GNSSTime(2, 10.0) - GNSSTime(3, 5.0), -604795.0);
+}
+
+TEST(GNSSTime, EpochAndDayCountAgree) {
+    EXPECT_EQ(GNSSTime().ToUnixTime(), 315964800);
+    EXPECT_EQ(GNSSTime().ToDayCount(), 29226.0);
+    for (const GNSSTime time : {GNSSTime(2288, 252800.25), GNSSTime(-3, 86400.5)}) {
+        EXPECT_NEAR(GNSSTime::FromDayCount(time.ToDayCount()) - time, 0.0, 1e-5);
+    }
+}
+
+TEST(GNSSTime, WireTimestampKeepsItsNanoseconds) {
+    const auto time = GNSSTime::FromDateTime(GNSSDateTime(1700000000, 123456789 / 1e9));
+    EXPECT_EQ(time.GetWeek(), 2288);
+    EXPECT_NEAR(time.GetSecondOfWeek(), 252800.123456789, 1e-9);
+    EXPECT_EQ(time.ToUnixTime(), 1700000000);
+    const auto beforeTheEpoch = GNSSTime::FromDateTime(GNSSDateTime(315964799, 0.5));
+    EXPECT_EQ(beforeTheEpoch, GNSSTime(-1, 604799.5));
+}
+
+TEST(GNSSDateTime, CalendarAgreesWithAnIndependentOne) {
+    for (std::int64_t seconds = 0; seconds < 9300000000; seconds += 40003199) {
+        const GNSSDateTime time(seconds, 0.0);
+        std::tm expected{};
+        gmtime_r(&seconds, &expected);
+        EXPECT_EQ(
+            (std::array{time.year, time.month, time.day, time.hour, time.minute, time.second}),
+            (std::array{expected.tm_year + 1900, expected.tm_mon + 1, expected.tm_mday,
+                        expected.tm_hour, expected.tm_min, expected.tm_sec}));
+        EXPECT_EQ(GNSSDateTime(time.hour, time.minute, time.second, time.day, time.month, time.year)
+                      .unixTime,
+                  seconds);
+        ASSERT_NEAR(GNSSDateTime(time.dayCount) - time, 0.0, 1e-5) << "no second may be lost";
+    }
+}
+
+TEST(GNSSDateTime, FieldsAndFractionsOutOfRangeCarryOver) {
+    const GNSSDateTime time(25, -1, 61.5, 31, 14, 2023);
+    EXPECT_EQ(time - GNSSDateTime(1, 0, 1.5, 3, 3, 2024), 0.0);
+    EXPECT_EQ(time.month, 3);
+    EXPECT_EQ(GNSSDateTime(0, 0, 0.0, 1, 0, 2024).unixTime,
+              GNSSDateTime(0, 0, 0.0, 1, 12, 2023).unixTime);
+    EXPECT_EQ(GNSSDateTime(GNSSDateTime(23, 59, 59.75, 31, 12, 2023), 0.5).year, 2024);
+    EXPECT_EQ(GNSSDateTime(1000, -0.25).unixTime, 999);
+    EXPECT_EQ(GNSSDateTime(1000, -0.25).fraction, 0.75);
+    EXPECT_EQ(GNSSDateTime(1000, -1e-20).fraction, 0.0) << "a fraction of 1.0 is a second";
+}
+
+TEST(GNSSDateTime, TimesBefore1970BecomeItsStart) {
+    for (const auto& time : {GNSSDateTime(-5, 0.5), GNSSDateTime(100.75),
+                             GNSSDateTime(0, 0, 0.5, 31, 12, 1969), GNSSDateTime(-1e300)}) {
+        EXPECT_EQ(time.unixTime, 0);
+        EXPECT_EQ(time.dayCount, 25569.0) << "also the fraction goes";
+    }
+}
+
+TEST(GNSSDateTime, HostileNumbersSaturate) {
+    constexpr auto most = std::numeric_limits<std::int64_t>::max();
+    constexpr auto least = std::numeric_limits<std::int64_t>::min();
+    constexpr auto most32 = std::numeric_limits<std::int32_t>::max();
+    EXPECT_EQ(GNSSDateTime(most, 1e18).unixTime, most);
+    EXPECT_EQ(GNSSDateTime(most, 0.0).year, 32767);
+    EXPECT_EQ(GNSSTime::FromDateTime(GNSSDateTime(most, 0.5)).GetWeek(), most32);
+    EXPECT_EQ(GNSSTime(most32, 1e300).GetWeek(), most32);
+    for (const double seconds : {1e300, -1e300, infinity, -infinity, notANumber, 2e19, -2e19}) {
+        const GNSSTime time(-3, seconds);
+        EXPECT_TRUE(time.GetSecondOfWeek() >= 0.0 && time.GetSecondOfWeek() < 604800.0);
+        EXPECT_TRUE(std::isfinite(GNSSTime::FromDayCount(seconds).ToDayCount()));
+        for (const auto& date :
+             {GNSSDateTime(seconds), GNSSDateTime(most, seconds), GNSSDateTime(least, seconds),
+              GNSSDateTime(most32, most32, seconds, most32, most32, most32)}) {
+            EXPECT_TRUE(date.fraction >= 0.0 && date.fraction < 1.0);
+            EXPECT_TRUE(date.month >= 1 && date.month <= 12 && date.unixTime >= 0);
+        }
+    }
+}
+
+}  // namespace

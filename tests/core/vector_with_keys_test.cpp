@@ -1,0 +1,77 @@
+#include "core/vector_with_keys.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using List = VectorWithKeys<std::uint32_t, std::string>;
+
+/// Keys and values in order, and the index checked against them on the way.
+std::string contentOf(const List& list) {
+    std::string content;
+    for (const auto& [key, value] : list) {
+        content += std::to_string(key) + value + ' ';
+        EXPECT_EQ(list.find(key), &value) << "the index misses its entry";
+    }
+    return content;
+}
+
+class VectorWithKeysTest : public ::testing::Test {
+  protected:
+    VectorWithKeysTest() {
+        for (const auto* value : {"a", "b", "c"}) {
+            list.append(value);
+        }
+    }
+
+    List list;
+};
+
+TEST_F(VectorWithKeysTest, SmallestFreeKeyIsReusedAtTheEnd) {
+    EXPECT_TRUE(list.eraseKey(1));
+    EXPECT_EQ(list.append("d").key, 1U);
+    EXPECT_EQ(contentOf(list), "0a 2c 1d ");
+    EXPECT_EQ(list.freeKey(), 3U);
+    list.clear();
+    EXPECT_FALSE(list.contains(0));
+    EXPECT_EQ(list.append("e").key, 0U);
+}
+
+TEST_F(VectorWithKeysTest, IndexFollowsEntriesThatMove) {
+    EXPECT_TRUE(list.swapPositions(0, 2));
+    EXPECT_EQ(contentOf(list), "2c 1b 0a ");
+    EXPECT_TRUE(list.eraseAt(0));
+    EXPECT_EQ(contentOf(list), "1b 0a ");
+    const auto next = list.erase(list.begin());
+    EXPECT_EQ(next->value, "a");
+    EXPECT_EQ(contentOf(list), "0a ");
+    EXPECT_EQ(list.find(1), nullptr);
+}
+
+TEST_F(VectorWithKeysTest, PlacesAndKeysThatAreNotThereChangeNothing) {
+    EXPECT_FALSE(list.swapPositions(0, 3));
+    EXPECT_FALSE(list.eraseAt(3));
+    EXPECT_FALSE(list.eraseKey(7));
+    EXPECT_THROW(list.at(3), std::out_of_range);
+    EXPECT_EQ(list.append(1, "again").value, "b") << "a taken key keeps its entry";
+    EXPECT_EQ(contentOf(list), "0a 1b 2c ");
+}
+
+TEST_F(VectorWithKeysTest, KeysNeedNotBeNumbers) {
+    struct HashOfList {
+        std::size_t operator()(const std::vector<std::int32_t>& key) const { return key.size(); }
+    };
+    VectorWithKeys<std::vector<std::int32_t>, std::unique_ptr<int>, HashOfList> channels;
+    channels.append({1, 2}, std::make_unique<int>(12));
+    channels.append({2, 1}, std::make_unique<int>(21));
+    EXPECT_TRUE(channels.eraseKey({1, 2}));
+    ASSERT_NE(channels.find({2, 1}), nullptr);
+    EXPECT_EQ(**channels.find({2, 1}), 21);
+}
+
+}  // namespace
