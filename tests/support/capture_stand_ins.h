@@ -1,0 +1,311 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "bridge/output/output_factory.h"
+#include "bridge/output/plain_output_channel.h"
+#include "capture/capture_port.h"
+#include "core/performance_counter.h"
+#include "sync/gnss_sync_manager.h"
+
+/// Stand-ins for what surrounds the capture core. They record what was asked of them.
+
+/// A counter that moves when the test says so. 1,000 counts a second by default.
+class ManualCounter final : public PerformanceCounter {
+  public:
+    std::uint64_t getCount() const override {
+        if (onCount) {
+            onCount();
+        }
+        return count;
+    }
+    std::uint64_t getFrequency() const override { return frequency; }
+    std::atomic<std::uint64_t> count = 0;
+    std::uint64_t frequency = 1000;
+    std::function<void()> onCount;  ///< called at each look; may be empty
+};
+
+/// One scripted read: its result, and the frame if there is one.
+struct ScriptedRead {
+    std::int32_t result = CaptureHandle::timeout;
+    std::vector<std::uint8_t> frame;
+};
+
+/// An interface whose reads are a script; behind its end comes what `endless` gives, or else every
+/// read times out.
+struct ScriptedInterface {
+    std::string name;
+    std::deque<ScriptedRead> reads;
+    std::function<ScriptedRead()> endless;
+    bool openFails = false;
+    bool netFails = false;
+};
+
+class ScriptedPort final : public CapturePort {
+  public:
+    std::vector<ScriptedInterface> interfaces;
+    bool listFails = false;
+    int openHandles = 0;
+    std::vector<std::string> calls;  ///< "name:result" of each scripted read, and what was opened
+    /// Called before each read; may be empty.
+    std::function<void()> onRead;
+
+    void add(const std::string& name, std::initializer_list<std::vector<std::uint8_t>> frames) {
+        interfaces.push_back({name, {}, nullptr, false, false});
+        for (const auto& frame : frames) {
+            interfaces.back().reads.push_back({CaptureHandle::frame, frame});
+        }
+    }
+
+    std::int32_t findAllDevices(std::vector<CaptureInterface>& devices,
+                                std::string& error) override {
+        if (listFails) {
+            error = "no list";
+            return -1;
+        }
+        for (const auto& entry : interfaces) {
+            devices.push_back({entry.name, "about " + entry.name});
+        }
+        return 0;
+    }
+
+    std::unique_ptr<CaptureHandle> openLive(const std::string& name, std::int32_t snapLength,
+                                            bool promiscuous, std::int32_t timeoutMs,
+                                            std::string& error) override {
+        calls.push_back("open " + name + ' ' + std::to_string(snapLength) + ' ' +
+                        std::to_string(promiscuous) + ' ' + std::to_string(timeoutMs));
+        for (std::size_t i = 0; i < interfaces.size(); ++i) {
+            if (interfaces[i].name == name && !interfaces[i].openFails) {
+                return std::make_unique<Handle>(*this, i);
+            }
+        }
+        error = "can't open " + name;
+        return nullptr;
+    }
+
+    std::int32_t lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,
+                           std::string& error) override {
+        for (const auto& entry : interfaces) {
+            if (entry.name == name && entry.netFails) {
+                error = "no net";
+                return -1;
+            }
+        }
+        net = 0x0A;
+        mask = 0xFF;
+        return 0;
+    }
+
+  private:
+    class Handle final : public CaptureHandle {
+      public:
+        Handle(ScriptedPort& owner, std::size_t index) : port(owner), position(index) {
+            ++port.openHandles;
+        }
+        ~Handle() override { --port.openHandles; }
+
+        std::int32_t next(const std::uint8_t*& data, std::uint32_t& length) override {
+            if (port.onRead) {
+                port.onRead();
+            }
+            ScriptedInterface& source = port.interfaces[position];
+            ScriptedRead read;
+            if (!source.reads.empty()) {
+                read = std::move(source.reads.front());
+                source.reads.pop_front();
+            } else if (source.endless) {
+                read = source.endless();
+            }
+            if (!source.endless) {
+                port.calls.push_back(source.name + ':' + std::to_string(read.result));
+            }
+            if (read.result == frame) {
+                // A block of its own, exactly as long as the frame: a read beyond it is seen.
+                held = std::make_unique<std::uint8_t[]>(read.frame.size());
+                if (!read.frame.empty()) {
+                    std::memcpy(held.get(), read.frame.data(), read.frame.size());
+                }
+                data = held.get();
+                length = static_cast<std::uint32_t>(read.frame.size());
+            }
+            return read.result;
+        }
+
+      private:
+        ScriptedPort& port;
+        std::size_t position;
+        std::unique_ptr<std::uint8_t[]> held;
+    };
+};
+
+/// A clock that answers from a script; behind its end, and without one, device time is host time.
+class FakeClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock {
+  public:
+    using Result = Kestrova::Utils::Kcom::Synchronization::GNSSTimeResult;
+    using Status = Kestrova::Utils::Kcom::Synchronization::GNSSTimeStatus;
+
+    std::deque<Result> script;
+    GNSSTime lastAsked;
+    std::string deviceName;
+    /// Called once, before the next answer; may be empty.
+    std::function<void()> onGetTime;
+
+    void SetTime(const GNSSTime deviceTime) override {
+        const std::lock_guard guard(lock);
+        lastSet = deviceTime;
+    }
+    GNSSTime getLastSet() const {
+        const std::lock_guard guard(lock);
+        return lastSet;
+    }
+    Result GetTime(const GNSSTime deviceTime) override {
+        if (const auto action = std::exchange(onGetTime, nullptr)) {
+            action();
+        }
+        lastAsked = deviceTime;
+        if (script.empty()) {
+            return {Status::Valid, deviceTime - GNSSTime()};
+        }
+        const Result result = script.front();
+        script.pop_front();
+        return result;
+    }
+    void SetDeviceName(const std::string& name) override { deviceName = name; }
+    std::string GetDeviceName() const override { return deviceName; }
+    std::string GetDisplayName() const override { return deviceName; }
+
+  private:
+    mutable std::mutex lock;  ///< both threads set the time
+    GNSSTime lastSet;
+};
+
+class FakeSyncManager final : public Kestrova::Utils::Kcom::Synchronization::GNSSSyncManager {
+  public:
+    using GNSSClock = Kestrova::Utils::Kcom::Synchronization::GNSSClock;
+
+    std::vector<std::shared_ptr<FakeClock>> clocks;  ///< by id; null when removed
+    std::atomic<int> foreignCalls = 0;  ///< made on another thread than that of the construction
+
+    std::shared_ptr<GNSSClock> CreateClock() override {
+        noteThread();
+        auto place = std::find(clocks.begin(), clocks.end(), nullptr);
+        if (place == clocks.end()) {
+            place = clocks.insert(place, nullptr);
+        }
+        *place = std::make_shared<FakeClock>();
+        return *place;
+    }
+    std::shared_ptr<GNSSClock> GetClock(std::uint32_t id) override {
+        return id < clocks.size() && clocks[id] ? clocks[id] : CreateClock();
+    }
+    void RemoveClock(std::shared_ptr<GNSSClock>& clock) override {
+        noteThread();
+        const std::uint32_t id = GetClockId(clock);
+        if (id != unknownClockId) {
+            clocks[id].reset();
+            clock.reset();
+        }
+    }
+    std::uint32_t GetClockId(const std::shared_ptr<GNSSClock>& clock) const override {
+        const auto place = std::find(clocks.begin(), clocks.end(), clock);
+        return place == clocks.end() ? unknownClockId
+                                     : static_cast<std::uint32_t>(place - clocks.begin());
+    }
+    /// Has a new clock for each id that is in use, as a manager that reads its setup.
+    void reload() {
+        for (auto& clock : clocks) {
+            clock = clock ? std::make_shared<FakeClock>() : nullptr;
+        }
+    }
+    std::ptrdiff_t liveClocks() const {
+        return std::ssize(clocks) - std::count(clocks.begin(), clocks.end(), nullptr);
+    }
+
+  private:
+    void noteThread() { foreignCalls += std::this_thread::get_id() != ownThread ? 1 : 0; }
+
+    const std::thread::id ownThread = std::this_thread::get_id();
+};
+
+class FakeOutput final : public Kestrova::Utils::Kcom::OutputChannel::PlainOutputChannel {
+  public:
+    struct Sample {
+        bool variant = false;
+        std::vector<std::uint8_t> bytes;
+        double time = 0.0;
+    };
+
+    std::uint32_t index = 0;
+    Kestrova::Utils::Kcom::OutputChannel::OutputChannelType type;
+    std::string name;
+    bool used = true;
+    std::int32_t intAttributeA = 0;
+    float expectedRate = 0.0F;
+    std::vector<Sample> samples;
+    std::size_t failAt = SIZE_MAX;  ///< with so many samples there, the next addition fails once
+
+    std::uint32_t getIndex() const override { return index; }
+    void setName(const std::string& newName) override { name = newName; }
+    std::string getName() const override { return name; }
+    void setUsed(bool newUsed) override { used = newUsed; }
+    bool isUsed() const override { return used; }
+    void setIntAttributeA(std::int32_t value) override { intAttributeA = value; }
+    void setExpectedRate(float samplesPerSecond) override { expectedRate = samplesPerSecond; }
+    void addAsynchronousSample(const void* data, std::uint64_t size, double time) override {
+        add(false, data, size, time);
+    }
+    void addVariantSample(const void* data, std::uint64_t size, double time) override {
+        add(true, data, size, time);
+    }
+
+  private:
+    void add(bool variant, const void* data, std::uint64_t size, double time) {
+        if (samples.size() == failAt) {
+            failAt = SIZE_MAX;
+            throw std::runtime_error("host call failed");
+        }
+        const auto* bytes = static_cast<const std::uint8_t*>(data);
+        samples.push_back({variant, {bytes, bytes + size}, time});
+    }
+};
+
+class FakeOutputFactory final : public Kestrova::Utils::Kcom::OutputChannel::OutputFactory {
+  public:
+    using OutputChannel = Kestrova::Utils::Kcom::OutputChannel::OutputChannel;
+    using OutputChannelType = Kestrova::Utils::Kcom::OutputChannel::OutputChannelType;
+
+    std::vector<std::shared_ptr<FakeOutput>> channels;
+
+    std::shared_ptr<OutputChannel> createChannel(OutputChannelType type,
+                                                 const Init& init) override {
+        auto channel = std::make_shared<FakeOutput>();
+        channel->index = static_cast<std::uint32_t>(channels.size());
+        channel->type = type;
+        channels.push_back(channel);
+        if (init) {
+            init(channel);
+        }
+        return channel;
+    }
+    std::shared_ptr<OutputChannel> getOrCreateChannel(std::uint32_t index, OutputChannelType type,
+                                                      const Init& init) override {
+        return index < channels.size() ? channels[index] : createChannel(type, init);
+    }
+    void removeChannel(const std::shared_ptr<OutputChannel>&) override {}
+    void setChannelGroupName(const std::vector<std::int32_t>&, const std::string&) override {}
+    void beginMultipleMount() override {}
+    std::int32_t endMultipleMount() override { return 0; }
+};
