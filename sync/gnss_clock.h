@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "core/gnss_time.h"
+
+namespace Kestrova::Utils::Kcom::Synchronization {
+
+/// What the caller does with the item that a device time belongs to.
+enum class GNSSTimeStatus : std::int32_t {
+    Discard = 0,  ///< drops it
+    Valid = 1,    ///< writes it at `GNSSTimeResult::time`
+    Wait = 2,     ///< keeps it queued, stops for now and asks again at the next pass
+};
+
+struct GNSSTimeResult {
+    GNSSTimeStatus status = GNSSTimeStatus::Discard;
+    double time = 0.0;  ///< host time, seconds since the start of the measurement; 0.0 on `Discard`
+};
+
+/// Turns the time of one capture module into host time. One clock belongs to one device.
+///
+/// Called on the host's thread, but for `SetTime`, which the capture thread calls too, once a pass.
+class GNSSClock {
+  public:
+    GNSSClock() = default;
+    GNSSClock(const GNSSClock&) = delete;
+    GNSSClock& operator=(const GNSSClock&) = delete;
+    virtual ~GNSSClock() = default;
+
+    /// Takes the latest time of the device, extrapolated to now.
+    virtual void SetTime(const GNSSTime deviceTime) = 0;
+    /// Says what becomes of an item stamped `deviceTime`. Allocates nothing, raises nothing.
+    virtual GNSSTimeResult GetTime(const GNSSTime deviceTime) = 0;
+    virtual void SetDeviceName(const std::string& name) = 0;
+    virtual std::string GetDeviceName() const = 0;
+    virtual std::string GetDisplayName() const = 0;
+
+    /// Seconds of delay that this clock asks the host to allow for.
+    float GetDataDelay() const { return dataDelay; }
+    /// Takes 0.01 to 10.0 seconds, both included, and ignores anything else.
+    void SetDataDelay(float seconds) {
+        if (seconds >= 0.01F && seconds <= 10.0F) {
+            dataDelay = seconds;
+        }
+    }
+
+  protected:
+    float dataDelay = 0.2F;
+};
+
+}  // namespace Kestrova::Utils::Kcom::Synchronization

@@ -1,0 +1,34 @@
+#include "sync/gnss_clock_soft_sync.h"
+
+#include <cmath>
+
+#include "host/host_clock.h"
+#include "host/host_error.h"
+
+namespace Kestrova::Utils::Kcom::Synchronization {
+
+void GNSSClockSoftSync::OnStart(bool) {
+    origin = Now().time;
+    algorithm.Initialize();
+    TakeReading();
+}
+
+void GNSSClockSoftSync::OnWindowChanged() {
+    const auto hostClock = hostObject(host, &HostApp::getMasterClock);
+    const double hostTime = hostValue(hostClock, &HostMasterClock::getTimeSeconds);
+    if (std::abs(algorithm.MasterToSlave(hostTime) - Now().elapsed) > largestError) {
+        origin = Now().time;
+        algorithm.Reset();
+    }
+    TakeReading();
+}
+
+void GNSSClockSoftSync::TakeReading() {
+    // The host's clock is fetched first, so that as little as can be lies between the readings.
+    const auto hostClock = hostObject(host, &HostApp::getMasterClock);
+    const double elapsed = Now().elapsed;
+    const double hostTime = hostValue(hostClock, &HostMasterClock::getTimeSeconds);
+    algorithm.Update(hostTime, elapsed);
+}
+
+}  // namespace Kestrova::Utils::Kcom::Synchronization

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "sync/gnss_sync_manager_impl.h"
+#include "tests/support/scripted_host.h"
+
+namespace Kestrova::Utils::Kcom::Synchronization {
+
+/// Nanoseconds that a test moves. As on a computer, a look takes a moment.
+class SimulatedCounter final : public PerformanceCounter {
+  public:
+    std::uint64_t getCount() const override { return nanoseconds += 50; }
+    std::uint64_t getFrequency() const override { return 1000000000; }
+    mutable std::atomic<std::uint64_t> nanoseconds = 5000000000;
+};
+
+/// A manager under a scripted host, which must have all its references back at the end.
+class SyncBench : public testing::Test {
+  protected:
+    static constexpr std::int32_t soft = HostGnssDevice::syncModeSoft;
+    static constexpr std::int32_t pps = HostGnssDevice::syncModePps;
+
+    SyncBench() { manager->SetHost(&host.app); }
+    void TearDown() override {
+        manager.reset();
+        EXPECT_THAT(host.script.referenceFaults(), testing::IsEmpty());
+    }
+    /// A clock whose device has this mode and source. Device week 0 is a slave's zero.
+    GNSSClockSwitchable& makeClock(std::int32_t mode, HostBool source = hostFalse) {
+        auto& clock = dynamic_cast<GNSSClockSwitchable&>(*manager->CreateClock());
+        host.gnssDevices.devices.back()->syncMode = mode;
+        host.gnssDevices.devices.back()->clockSource = source;
+        clock.Rebuild();
+        host.data.startTime = GNSSTime().ToDayCount();
+        return clock;
+    }
+    static GNSSTimeStatus statusAt(GNSSClock& clock, double secondOfWeek0) {
+        return clock.GetTime(GNSSTime(0, secondOfWeek0)).status;
+    }
+    /// The host calls that `action` makes, without the names of the interfaces.
+    template <typename Action>
+    std::string callsOf(Action action) {
+        host.script.forget();
+        action();
+        std::string text;
+        for (const std::string& call : host.script.calls()) {
+            text += call.substr(call.find("::") + 2) + ' ';
+        }
+        return text;
+    }
+
+    ScriptedHost host;
+    SimulatedCounter counter;
+    std::optional<GNSSSyncManagerImpl> manager{counter};
+};
+
+}  // namespace Kestrova::Utils::Kcom::Synchronization
