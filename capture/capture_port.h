@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// A network interface as the port lists it.
+struct CaptureInterface {
+    std::string name;
+    std::string description;
+};
+
+/// An open interface. Read by the capture thread; closed by its destruction.
+class CaptureHandle {
+  public:
+    static constexpr std::int32_t timeout = 0;
+    static constexpr std::int32_t frame = 1;
+
+    CaptureHandle() = default;
+    CaptureHandle(const CaptureHandle&) = delete;
+    CaptureHandle& operator=(const CaptureHandle&) = delete;
+    virtual ~CaptureHandle() = default;
+
+    /// Waits for the next frame, for no longer than the read timeout. `frame`: `data` points at
+    /// `length` bytes from the Ethernet header on, valid until the next call. `timeout`: no frame
+    /// came. Negative: a read error. Only `frame` changes `data` and `length`.
+    virtual std::int32_t next(const std::uint8_t*& data, std::uint32_t& length) = 0;
+};
+
+/// The calls that the reader makes to the capture library, so that it also runs on scripted reads.
+/// Where a call fails it puts the library's text into `error`.
+class CapturePort {
+  public:
+    CapturePort() = default;
+    CapturePort(const CapturePort&) = delete;
+    CapturePort& operator=(const CapturePort&) = delete;
+    virtual ~CapturePort() = default;
+
+    /// The network interfaces of the machine. 0, or -1 on failure.
+    virtual std::int32_t findAllDevices(std::vector<CaptureInterface>& devices,
+                                        std::string& error) = 0;
+    /// `timeoutMs` bounds each read. Null on failure.
+    virtual std::unique_ptr<CaptureHandle> openLive(const std::string& name,
+                                                    std::int32_t snapLength, bool promiscuous,
+                                                    std::int32_t timeoutMs, std::string& error) = 0;
+    /// Network number and mask of an interface, as 32 bits in network order. 0, or -1 on failure.
+    virtual std::int32_t lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,
+                                   std::string& error) = 0;
+};

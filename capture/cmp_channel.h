@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "bridge/output/output_factory.h"
+#include "capture/cmp_message.h"
+#include "core/mutex.h"
+#include "setup/node.h"
+#include "sync/gnss_clock.h"
+
+/// One interface of a capture module: one CAN, CAN FD or LIN bus.
+///
+/// Here two threads meet. The capture thread hands over raw payloads with `onData` and stores bus
+/// status; the host's thread empties the queue with `flush` and does everything else. The kinds of
+/// channel differ in what `FrameChannel` is made of.
+class CmpChannel {
+  public:
+    using GNSSClock = Kestrova::Utils::Kcom::Synchronization::GNSSClock;
+    using OutputChannel = Kestrova::Utils::Kcom::OutputChannel::OutputChannel;
+    using OutputChannelType = Kestrova::Utils::Kcom::OutputChannel::OutputChannelType;
+    using OutputFactory = Kestrova::Utils::Kcom::OutputChannel::OutputFactory;
+    using Node = Kestrova::Utils::Serialization::Node;
+
+    /// The factory isn't owned and outlives the channel.
+    explicit CmpChannel(OutputFactory* factory) : outputFactory(factory) {}
+    CmpChannel(const CmpChannel&) = delete;
+    CmpChannel& operator=(const CmpChannel&) = delete;
+    virtual ~CmpChannel() = default;
+
+    /// Capture thread: decodes a payload of `length` bytes and queues it as a sample. Answers false
+    /// for a payload that it can't use.
+    virtual bool onData(const DeviceTime& time, std::uint32_t length,
+                        const std::uint8_t* payload) = 0;
+    /// Writes the queued samples whose time has come into the output channel.
+    virtual void flush(const std::shared_ptr<GNSSClock>& clock) = 0;
+    /// Empties the queue and forgets the last value; with the capture thread stopped.
+    virtual void reset() = 0;
+    virtual std::string getTypeName() const = 0;
+    /// The newest sample as text, empty if none was written since `reset`.
+    virtual std::string getLastValueText() const = 0;
+    /// Makes an output channel for this bus and binds to it.
+    virtual void createOutput() {}
+    virtual OutputChannelType outputType() const = 0;
+
+    /// Stores the latest bus status. Its interface ID is the channel's identity: what comes after
+    /// the first always carries the same.
+    void setBusStatus(const BusStatus& status) CMP_EXCLUDES(statusLock);
+    BusStatus getBusStatus() const CMP_EXCLUDES(statusLock);
+    std::uint16_t getInterfaceId() const CMP_EXCLUDES(statusLock);
+
+    /// Name of the output channel; empty, and not to be set, without one.
+    std::string getName() const;
+    void setName(const std::string& name);
+    const std::shared_ptr<OutputChannel>& getOutput() const { return output; }
+    void setOutput(std::shared_ptr<OutputChannel> channel) { output = std::move(channel); }
+    void releaseOutput() { output.reset(); }
+    /// Lets the next sample be written at any time; at the start of a measurement.
+    void resetLastTime() { lastTime = 0.0; }
+    double getLastTime() const { return lastTime; }
+
+    /// Writes the output's key; without an output there is none to write.
+    void save(Node& node) const;
+    /// Binds to the output whose key the node holds, or to a new one where it holds no number.
+    void load(Node& node);
+
+  protected:
+    OutputFactory* const outputFactory;
+    std::shared_ptr<OutputChannel> output;
+    double lastTime = 0.0;  ///< host time of the newest sample written, seconds
+
+  private:
+    mutable Mutex statusLock;
+    BusStatus busStatus CMP_GUARDED_BY(statusLock);
+};

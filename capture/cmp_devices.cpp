@@ -1,0 +1,129 @@
+#include "capture/cmp_devices.h"
+
+#include "core/string_helper.h"
+
+using Kestrova::Utils::Kcom::StringHelper;
+
+CmpDevices::CmpDevices(GNSSSyncManager* manager, OutputFactory* factory,
+                       const PerformanceCounter& performanceCounter)
+    : DeviceContainer("CmpDevices", "CmpDevice"),
+      syncManager(manager),
+      outputFactory(factory),
+      counter(performanceCounter) {}
+
+CmpDevices::~CmpDevices() = default;
+
+std::shared_ptr<CmpDevice> CmpDevices::create(CmpDevice::Clock mode) {
+    return std::make_shared<CmpDevice>(CmpDevice::Surroundings{syncManager, outputFactory, &counter,
+                                                               [this] { publishDirectory(); }},
+                                       mode);
+}
+
+std::shared_ptr<CmpDevice> CmpDevices::createForLoad() {
+    return create(CmpDevice::Clock::FromLoad);
+}
+
+std::shared_ptr<CmpDevice> CmpDevices::createNew() {
+    return create(CmpDevice::Clock::New);
+}
+
+void CmpDevices::publishDirectory() {
+    {
+        const LockGuard guard(listLock);
+        directory.publish(std::make_shared<const DeviceDirectory>(listLocked()));
+    }
+    directory.releaseReplaced();
+}
+
+std::shared_ptr<CmpDevice> CmpDevices::findByCmId(std::uint16_t cmId) const {
+    for (const auto& device : list()) {
+        if (device->getCmId() == cmId) {
+            return device;
+        }
+    }
+    return nullptr;
+}
+
+void CmpDevices::resetChannels() {
+    for (const auto& device : list()) {
+        device->resetChannels();
+    }
+}
+
+void CmpDevices::createOutputs() {
+    for (const auto& device : list()) {
+        device->createOutputs();
+    }
+}
+
+void CmpDevices::releaseOutputs() {
+    for (const auto& device : list()) {
+        device->releaseOutputs();
+    }
+}
+
+void CmpDevices::resetLastTimes() {
+    for (const auto& device : list()) {
+        device->resetLastTimes();
+    }
+    onLastTimesReset();
+}
+
+void CmpDevices::flushAll() {
+    const auto held = directory.snapshot();
+    for (const auto& device : held->getDevices()) {
+        device->flushChannels();
+    }
+}
+
+std::shared_ptr<CmpDevices::Node> CmpDevices::addItemNode(Node& list, std::size_t position) const {
+    auto item = list.AddChild(itemNodeName);
+    item->AddAttribute("Id", StringHelper::ToText(static_cast<std::uint64_t>(position)));
+    return item;
+}
+
+void CmpDevices::saveDevices(Node& node) const {
+    const auto listNode = node.AddChild(listNodeName);
+    std::size_t position = 0;
+    for (const auto& device : list()) {
+        device->save(*addItemNode(*listNode, position++));
+    }
+}
+
+void CmpDevices::loadDevices(Node& node) {
+    clear();
+    const auto listNode = node.FindChild(listNodeName);
+    if (!listNode) {
+        return;
+    }
+    const auto count = static_cast<std::uint64_t>(listNode->GetChildCount());
+    for (std::uint64_t i = 0; i < count; ++i) {
+        auto device = createForLoad();
+        device->load(*listNode->GetChild(i));
+        appendLoaded(std::move(device));
+    }
+}
+
+void CmpDevices::saveChannels(Node& node) const {
+    const auto listNode = node.AddChild(listNodeName);
+    std::size_t position = 0;
+    for (const auto& device : list()) {
+        device->saveChannels(*addItemNode(*listNode, position++));
+    }
+}
+
+void CmpDevices::loadChannels(Node& node) {
+    const auto listNode = node.FindChild(listNodeName);
+    if (!listNode) {
+        createOutputs();
+        return;
+    }
+    std::uint64_t position = 0;
+    for (const auto& device : list()) {
+        if (const auto child = listNode->GetChild(position++)) {
+            device->loadChannels(*child);
+        } else {
+            device->createOutputs();
+        }
+    }
+}

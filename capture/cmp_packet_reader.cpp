@@ -1,0 +1,148 @@
+#include "capture/cmp_packet_reader.h"
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "capture/frame_decoder.h"
+
+namespace {
+
+constexpr std::int32_t snapLength = 65536;
+constexpr bool promiscuous = true;
+constexpr std::int32_t readTimeoutMs = 1;
+
+/// Only untagged frames of this EtherType are let through, though the decoder knows more.
+bool isCaptureFrame(const std::uint8_t* data, std::uint32_t length) {
+    constexpr std::uint32_t ethernetHeaderSize = 14;
+    return length >= ethernetHeaderSize && data[12] == 0x99 && data[13] == 0xFE;
+}
+
+}  // namespace
+
+CmpPacketReader::CmpPacketReader(GNSSSyncManager* manager, OutputFactory* factory,
+                                 CapturePort& capturePort,
+                                 const PerformanceCounter& performanceCounter)
+    : port(capturePort),
+      counter(performanceCounter),
+      devices(manager, factory, performanceCounter) {}
+
+CmpPacketReader::~CmpPacketReader() {
+    Stop();
+}
+
+void CmpPacketReader::openInterfaces() {
+    lastError = noError;
+    lastErrorText.clear();
+    std::vector<CaptureInterface> found;
+    std::string error;
+    if (port.findAllDevices(found, error) == -1) {
+        lastError = listFailed;
+        lastErrorText = error;
+        return;
+    }
+    interfaces.clear();
+    for (CaptureInterface& device : found) {
+        PcapInterface opened;
+        opened.handle = port.openLive(device.name, snapLength, promiscuous, readTimeoutMs, error);
+        if (!opened.handle) {
+            lastError = openFailed;
+            lastErrorText = error;
+            continue;
+        }
+        if (port.lookupNet(device.name, opened.net, opened.mask, error) == -1) {
+            opened.net = 0;
+            opened.mask = 0;
+        }
+        opened.name = std::move(device.name);
+        opened.description = std::move(device.description);
+        interfaces.push_back(std::move(opened));
+    }
+}
+
+void CmpPacketReader::prepareRead(bool deliverData) {
+    resetChannels();
+    readData.exchange(deliverData);
+    autoAddDevices.exchange(false);
+}
+
+void CmpPacketReader::startRead() {
+    Stop();
+    prepareRead(true);
+    Start();
+}
+
+void CmpPacketReader::startIdle() {
+    Stop();
+    prepareRead(false);
+    Start();
+}
+
+void CmpPacketReader::openAndStartRead() {
+    openInterfaces();
+    startRead();
+}
+
+void CmpPacketReader::startSetupRead() {
+    devices.beginFreeze();
+    startIdle();
+}
+
+void CmpPacketReader::stopFreeze() {
+    Stop();
+    devices.endFreeze();
+}
+
+void CmpPacketReader::Run() {
+    SetThreadName("cmp-capture");
+    while (!IsStopRequested()) {
+        readPass();
+        if (interfaces.empty()) {  // no read paces the pass
+            std::this_thread::sleep_for(std::chrono::milliseconds(readTimeoutMs));
+        }
+    }
+}
+
+/// An interface is drained before the next is looked at, and the pass ends when the last has timed
+/// out. One header record serves the whole pass, see `CmpHeader`.
+void CmpPacketReader::readPass() {
+    DirectoryPublisher::Reader reader(devices.getDirectory());
+    directory = &reader;
+    interfaceIndex = 0;
+    CmpHeader header;
+    const std::uint8_t* data = nullptr;
+    std::uint32_t length = 0;
+    while (nextFrame(data, length) && !IsStopRequested()) {
+        frameTimeStamp = counter.getNanoseconds();
+        readMessages(data, length, header);
+    }
+    onPassEnd();
+    directory = nullptr;
+}
+
+/// Reads on until a capture frame comes; false when all interfaces have timed out. A read error
+/// leaves data and length as the last frame set them. Foreign frames in plenty don't hold up a
+/// stop.
+bool CmpPacketReader::nextFrame(const std::uint8_t*& data, std::uint32_t& length) {
+    while (interfaceIndex < interfaces.size() && !IsStopRequested()) {
+        const std::int32_t result = interfaces[interfaceIndex].handle->next(data, length);
+        directory->get();
+        if (result == CaptureHandle::timeout) {
+            ++interfaceIndex;
+        } else if (isCaptureFrame(data, length)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void CmpPacketReader::readMessages(const std::uint8_t* data, std::uint32_t length,
+                                   CmpHeader& header) {
+    std::int32_t offset = 0;
+    const std::uint8_t* payload = nullptr;
+    const auto frameLength = static_cast<std::int32_t>(length);
+    while (parseFrame(data, frameLength, &offset, header, payload) == DecodeResult::ok &&
+           !IsStopRequested()) {
+        onMessage(header, payload);
+    }
+}

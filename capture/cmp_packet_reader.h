@@ -1,0 +1,116 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture/capture_port.h"
+#include "capture/cmp_devices.h"
+#include "capture/cmp_message.h"
+#include "core/performance_counter.h"
+#include "core/thread_ex.h"
+
+/// One interface that is open for capture.
+struct PcapInterface {
+    std::unique_ptr<CaptureHandle> handle;
+    std::uint32_t net = 0;  ///< network number, 0 if it isn't known
+    std::uint32_t mask = 0;
+    std::string name;
+    std::string description;
+    std::int32_t status = 0;
+    std::string statusText;
+};
+
+/// The capture side: it owns the open interfaces, the capture thread and the device registry.
+///
+/// The thread reads each interface in turn until that one has nothing more, decodes each frame of
+/// EtherType 0x99FE message by message, and routes the messages to devices and channels. It never
+/// touches the host and logs nothing: what can't be decoded or routed is dropped. The host's thread
+/// starts and stops it and does everything else. All members but the flags are changed with the
+/// thread stopped.
+///
+/// Working modes: stopped; idle read, in which only status messages have an effect; data read.
+class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
+  public:
+    using GNSSSyncManager = CmpDevices::GNSSSyncManager;
+    using OutputFactory = CmpDevices::OutputFactory;
+    using Node = CmpDevices::Node;
+
+    /// Values of `lastError`.
+    static constexpr std::int32_t noError = 0;
+    static constexpr std::int32_t listFailed = 2;
+    static constexpr std::int32_t openFailed = 3;
+
+    /// None is owned and all outlive the reader.
+    CmpPacketReader(GNSSSyncManager* manager, OutputFactory* factory, CapturePort& capturePort,
+                    const PerformanceCounter& performanceCounter);
+    ~CmpPacketReader() override;
+
+    /// Opens all interfaces of the machine anew; the former ones are closed. Interfaces that can't
+    /// be opened are passed over, and `getLastError` tells of the last. The thread must be stopped.
+    void openInterfaces();
+    std::int32_t getLastError() const { return lastError; }
+    const std::string& getLastErrorText() const { return lastErrorText; }
+    const std::vector<PcapInterface>& getInterfaces() const { return interfaces; }
+
+    /// Data read: stops a running thread, empties the channels and starts.
+    void startRead();
+    /// Idle read, the same way.
+    void startIdle();
+    void openAndStartRead();
+    /// Idle read in which the keys of removed devices stay taken.
+    void startSetupRead();
+    void stopFreeze();
+    using ThreadEx::IsStarted;
+    using ThreadEx::Stop;
+
+    /// What the start operations do before the thread starts. For an owner that calls `readPass`
+    /// itself, on one thread.
+    void prepareRead(bool deliverData);
+    /// Reads every interface until it times out, once round. The capture thread.
+    void readPass();
+
+    CmpDevices& getDevices() { return devices; }
+    void resetChannels() { devices.resetChannels(); }
+    void flushAll() { devices.flushAll(); }
+    void releaseOutputs() { devices.releaseOutputs(); }
+    void saveDevices(Node& node) const { devices.saveDevices(node); }
+    void loadDevices(Node& node) { devices.loadDevices(node); }
+    void saveChannels(Node& node) const { devices.saveChannels(node); }
+    void loadChannels(Node& node) { devices.loadChannels(node); }
+
+  private:
+    void Run() override;
+
+    bool nextFrame(const std::uint8_t*& data, std::uint32_t& length);
+    void readMessages(const std::uint8_t* data, std::uint32_t length, CmpHeader& header);
+    void onPassEnd();
+
+    void onMessage(const CmpHeader& header, const std::uint8_t* payload);
+    void onCmStatusMessage(const DeviceTime& time, const CmpHeader& header,
+                           const std::uint8_t* payload);
+    void onCmStatus(const DeviceTime& time, const CmStatus& status);
+    void onBusStatusMessage(const CmpHeader& header, const std::uint8_t* payload);
+    void onDataMessage(const DeviceTime& time, const CmpHeader& header,
+                       const std::uint8_t* payload);
+    void onData(const DeviceTime& time, const CmpHeader& header, const std::uint8_t* payload,
+                std::uint32_t length);
+
+    CapturePort& port;
+    const PerformanceCounter& counter;
+    CmpDevices devices;
+    std::int32_t lastError = noError;
+    std::string lastErrorText;
+    std::atomic<bool> readData{false};
+    /// Makes a device of each unknown module that sends a status. Every start clears it and nothing
+    /// sets it: devices come from the user and the setup.
+    std::atomic<bool> autoAddDevices{false};
+    std::vector<PcapInterface> interfaces;
+
+    // The capture thread's own, during a pass.
+    std::size_t interfaceIndex = 0;   ///< position of the pass in `interfaces`
+    std::int64_t frameTimeStamp = 0;  ///< when the frame came, nanoseconds on `counter`
+    DirectoryPublisher::Reader* directory = nullptr;
+};

@@ -1,0 +1,125 @@
+#include "capture/device_directory.h"
+
+#include <algorithm>
+#include <bit>
+#include <chrono>
+
+#include "capture/cmp_device.h"
+
+DeviceDirectory::DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& devices)
+    : deviceList(devices) {
+    constexpr std::size_t cmIds = 0x10000;
+    if (deviceList.empty()) {
+        return;
+    }
+    deviceByCmId.resize(cmIds);
+    std::size_t channelCount = 0;
+    for (const auto& device : deviceList) {
+        channelLists.push_back(device->getChannels());
+        channelCount += channelLists.back()->size();
+    }
+    slots.resize(std::bit_ceil(2 * channelCount + 2));
+    shift = 32U - static_cast<unsigned>(std::countr_zero(slots.size()));
+    for (std::size_t i = 0; i < deviceList.size(); ++i) {
+        CmpDevice* const device = deviceList[i].get();
+        const std::uint16_t cmId = device->getCmId();
+        if (deviceByCmId[cmId] != nullptr) {
+            continue;
+        }
+        deviceByCmId[cmId] = device;
+        for (const auto& channel : *channelLists[i]) {
+            insert(keyOf(cmId, channel->getInterfaceId()), {device, channel.get()});
+        }
+    }
+}
+
+std::size_t DeviceDirectory::firstSlot(std::uint32_t key) const {
+    constexpr std::uint32_t spread = 0x9E3779B1;  // 2^32 divided by the golden ratio
+    return (key * spread) >> shift;
+}
+
+void DeviceDirectory::insert(std::uint32_t key, Route route) {
+    std::size_t i = firstSlot(key);
+    while (slots[i].route.channel != nullptr && slots[i].key != key) {
+        i = (i + 1) & (slots.size() - 1);
+    }
+    if (slots[i].route.channel == nullptr) {
+        slots[i] = {key, route};
+    }
+}
+
+DeviceDirectory::Route DeviceDirectory::find(std::uint16_t cmId, std::uint16_t interfaceId) const {
+    if (slots.empty()) {
+        return {};
+    }
+    const std::uint32_t key = keyOf(cmId, interfaceId);
+    for (std::size_t i = firstSlot(key); slots[i].route.channel != nullptr;
+         i = (i + 1) & (slots.size() - 1)) {
+        if (slots[i].key == key) {
+            return slots[i].route;
+        }
+    }
+    return {deviceByCmId[cmId], nullptr};
+}
+
+CmpDevice* DeviceDirectory::findDevice(std::uint16_t cmId) const {
+    return deviceByCmId.empty() ? nullptr : deviceByCmId[cmId];
+}
+
+DirectoryPublisher::DirectoryPublisher()
+    : latest(std::make_shared<const DeviceDirectory>()), current(latest.get()) {}
+
+void DirectoryPublisher::publish(std::shared_ptr<const DeviceDirectory> next) {
+    const LockGuard guard(lock);
+    current.store(next.get());
+    retired.push_back(std::exchange(latest, std::move(next)));
+}
+
+void DirectoryPublisher::releaseReplaced() {
+    constexpr auto pause = std::chrono::microseconds(50);
+    const bool canWait = readerThread.load() != std::this_thread::get_id();
+    while (true) {
+        DirectoryList unused;  // destroyed without the lock: a device's end may reach the host
+        {
+            const LockGuard guard(lock);
+            unused = takeUnused();
+            if (retired.empty() || !canWait) {
+                return;
+            }
+        }
+        std::this_thread::sleep_for(pause);
+    }
+}
+
+DirectoryPublisher::DirectoryList DirectoryPublisher::takeUnused() {
+    const DeviceDirectory* used = inUse.load();
+    const auto firstUnused = std::partition(retired.begin(), retired.end(),
+                                            [&](const auto& old) { return old.get() == used; });
+    DirectoryList unused(std::make_move_iterator(firstUnused),
+                         std::make_move_iterator(retired.end()));
+    retired.erase(firstUnused, retired.end());
+    return unused;
+}
+
+std::shared_ptr<const DeviceDirectory> DirectoryPublisher::snapshot() const {
+    const LockGuard guard(lock);
+    return latest;
+}
+
+DirectoryPublisher::Reader::Reader(DirectoryPublisher& source) : publisher(source) {
+    publisher.readerThread.store(std::this_thread::get_id());
+    take();
+}
+
+DirectoryPublisher::Reader::~Reader() {
+    publisher.inUse.store(nullptr);
+    publisher.readerThread.store({});
+}
+
+/// Says what it will use, and looks again: a directory that was replaced in between may be gone.
+void DirectoryPublisher::Reader::take() {
+    do {
+        held = publisher.current.load();
+        publisher.inUse.store(held);
+    } while (publisher.current.load() != held);
+}

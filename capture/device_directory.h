@@ -1,0 +1,110 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "core/mutex.h"
+
+class CmpChannel;
+class CmpDevice;
+
+/// Where the messages of each module and interface go: an immutable picture of the device list,
+/// made anew at each change. It keeps what it names alive.
+class DeviceDirectory {
+  public:
+    struct Route {
+        CmpDevice* device = nullptr;    ///< null: no device listens to this CM ID
+        CmpChannel* channel = nullptr;  ///< null: the device has no such interface
+    };
+
+    DeviceDirectory() = default;
+    /// `devices` in list order: of two with the same CM ID, or two channels with the same interface
+    /// ID in one device, the first gets the messages.
+    explicit DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& devices);
+
+    /// Costs the same with one device as with many.
+    Route find(std::uint16_t cmId, std::uint16_t interfaceId) const;
+    CmpDevice* findDevice(std::uint16_t cmId) const;
+    const std::vector<std::shared_ptr<CmpDevice>>& getDevices() const { return deviceList; }
+
+  private:
+    /// Slots of an open-addressing table, a power of two and at most half full.
+    struct Slot {
+        std::uint32_t key = 0;
+        Route route;
+    };
+
+    static std::uint32_t keyOf(std::uint16_t cmId, std::uint16_t interfaceId) {
+        return std::uint32_t{cmId} << 16 | interfaceId;
+    }
+    std::size_t firstSlot(std::uint32_t key) const;
+    void insert(std::uint32_t key, Route route);
+
+    std::vector<std::shared_ptr<CmpDevice>> deviceList;
+    /// Kept alive for the routes, as the devices may have got other channels since.
+    std::vector<std::shared_ptr<const std::vector<std::shared_ptr<CmpChannel>>>> channelLists;
+    std::vector<CmpDevice*> deviceByCmId;  ///< by CM ID; empty without devices
+    std::vector<Slot> slots;
+    unsigned shift = 32;
+};
+
+/// Hands the directory from the thread that changes the device list to the capture thread.
+///
+/// The capture thread looks at one pointer a message and never waits. It tells which directory it
+/// uses; `releaseReplaced` comes back only when that isn't an old one any more. So what a change
+/// took out, devices, channels, clocks and outputs, is destroyed on the thread that made the
+/// change, and not while the capture thread is at work on it.
+class DirectoryPublisher {
+  public:
+    DirectoryPublisher();
+
+    /// Replaces the directory.
+    void publish(std::shared_ptr<const DeviceDirectory> next) CMP_EXCLUDES(lock);
+    /// Waits until the capture thread has let go of what was replaced, which takes it one read at
+    /// most, and drops it; not to be called with a lock held that the capture thread may take. On
+    /// the capture thread itself, which can't wait for itself, what is in use is kept for a later
+    /// call.
+    void releaseReplaced() CMP_EXCLUDES(lock);
+    /// The directory as it is, for any thread.
+    std::shared_ptr<const DeviceDirectory> snapshot() const CMP_EXCLUDES(lock);
+
+    /// The capture thread's view, between the start and the end of its run.
+    class Reader {
+      public:
+        explicit Reader(DirectoryPublisher& source);
+        ~Reader();
+        Reader(const Reader&) = delete;
+        Reader& operator=(const Reader&) = delete;
+
+        /// The directory to use until the next call.
+        const DeviceDirectory& get() {
+            if (publisher.current.load(std::memory_order_acquire) != held) {
+                take();
+            }
+            return *held;
+        }
+
+      private:
+        void take();
+
+        DirectoryPublisher& publisher;
+        const DeviceDirectory* held = nullptr;
+    };
+
+  private:
+    using DirectoryList = std::vector<std::shared_ptr<const DeviceDirectory>>;
+
+    /// Takes those of `retired` that the capture thread doesn't use.
+    DirectoryList takeUnused() CMP_REQUIRES(lock);
+
+    mutable Mutex lock;
+    std::shared_ptr<const DeviceDirectory> latest CMP_GUARDED_BY(lock);
+    DirectoryList retired CMP_GUARDED_BY(lock);
+    std::atomic<const DeviceDirectory*> current;         ///< what `latest` points at
+    std::atomic<const DeviceDirectory*> inUse{nullptr};  ///< what the capture thread looks at
+    std::atomic<std::thread::id> readerThread{};
+};

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "capture/capture_port.h"
+
+/// Live capture with libpcap on Linux.
+///
+/// It lists Ethernet interfaces and the loopback, and leaves out libpcap's pseudo-devices and links
+/// that carry no Ethernet frames. A read ends after its timeout, also on a silent link, and earlier
+/// on one that has just been emptied, so that busy links share the reader. An interface that went
+/// away reads as quiet from then on. A length never exceeds the bytes captured.
+class PcapPort final : public CapturePort {
+  public:
+    std::int32_t findAllDevices(std::vector<CaptureInterface>& devices,
+                                std::string& error) override;
+    std::unique_ptr<CaptureHandle> openLive(const std::string& name, std::int32_t snapLength,
+                                            bool promiscuous, std::int32_t timeoutMs,
+                                            std::string& error) override;
+    std::int32_t lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,
+                           std::string& error) override;
+};

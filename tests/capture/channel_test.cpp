@@ -1,0 +1,199 @@
+#include <gmock/gmock.h>
+
+#include "capture/cmp_channel_canfd.h"
+#include "capture/cmp_channel_lin.h"
+#include "tests/support/capture_stand_ins.h"
+#include "tests/support/memory_node.h"
+#include "tests/support/sample_frames.h"
+
+namespace {
+
+using Kestrova::Utils::Serialization::MemoryNode;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using wire::Bytes;
+constexpr auto Valid = FakeClock::Status::Valid;
+constexpr auto Wait = FakeClock::Status::Wait;
+constexpr auto Discard = FakeClock::Status::Discard;
+
+class ChannelTest : public ::testing::Test {
+  protected:
+    ChannelTest() {
+        canBus.createOutput();
+        linBus.createOutput();
+    }
+
+    static bool give(CmpChannel& channel, const Bytes& payload) {
+        return channel.onData({}, static_cast<std::uint32_t>(payload.size()), payload.data());
+    }
+    /// Queues CAN messages with these identifiers.
+    void queue(std::initializer_list<std::uint32_t> identifiers) {
+        for (const std::uint32_t identifier : identifiers) {
+            give(canBus, wire::can(identifier, {}));
+        }
+    }
+    /// Flushes with a clock that gives these answers, and then waits.
+    void flush(CmpChannel& channel, std::deque<FakeClock::Result> answers) {
+        clock->script = std::move(answers);
+        clock->script.push_back({Wait, 0.0});
+        channel.flush(clock);
+    }
+    static FakeOutput& outputOf(const CmpChannel& channel) {
+        return static_cast<FakeOutput&>(*channel.getOutput());
+    }
+    /// The records that come out for one payload.
+    std::vector<Bytes> recordsOf(CmpChannel& channel, const Bytes& payload) {
+        const bool taken = give(channel, payload);
+        flush(channel, {{Valid, 1.0}});
+        std::vector<Bytes> records;
+        for (const auto& sample : std::exchange(outputOf(channel).samples, {})) {
+            records.push_back(sample.bytes);
+        }
+        EXPECT_EQ(records.size(), taken ? 1U : 0U);
+        return records;
+    }
+    /// "identifier@time" of what the CAN channel wrote since the last call.
+    std::vector<std::string> written() {
+        std::vector<std::string> result;
+        for (const auto& sample : std::exchange(outputOf(canBus).samples, {})) {
+            result.push_back(std::to_string(sample.bytes[0]) + '@' +
+                             std::to_string(static_cast<int>(sample.time * 10)));
+        }
+        return result;
+    }
+
+    FakeOutputFactory factory;
+    std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
+    CmpChannelCanfd canBus{&factory};
+    CmpChannelLin linBus{&factory};
+};
+
+TEST_F(ChannelTest, CanPayloadIsTakenOnlyIfItsDataAreAllThereAndFit) {
+    for (std::size_t length = 0; length <= 70; ++length) {
+        const Bytes data = wire::counting(length);
+        Bytes payload = wire::can(0x123, data);
+        payload.resize(5 + length);  // what follows the data isn't needed
+        Bytes record{0x23, 1, 0, 0, 0, 0, 0, static_cast<std::uint8_t>(length)};
+        wire::put(record, data);
+        record.resize(72);
+        EXPECT_THAT(recordsOf(canBus, payload), ElementsAreArray(&record, length <= 64 ? 1 : 0));
+        payload.pop_back();
+        EXPECT_THAT(recordsOf(canBus, payload), ElementsAre()) << length;
+    }
+    const struct {
+        std::uint32_t onWire;
+        Bytes head;
+    } cases[] = {{0x80000123, {0x23, 1, 0, 0, 1}},
+                 {0x40000123, {0x23, 1, 0, 0, 0}},
+                 {0xFFFFFFFF, {0xFF, 0xFF, 0xFF, 0x1F, 1}}};
+    for (const auto& row : cases) {
+        const Bytes record = recordsOf(canBus, wire::can(row.onWire, {})).at(0);
+        EXPECT_EQ(Bytes(record.begin(), record.begin() + 5), row.head);
+    }
+}
+
+TEST_F(ChannelTest, LinPayloadIsTakenOnlyWithItsChecksum) {
+    for (std::size_t length = 0; length <= 12; ++length) {
+        const Bytes data = wire::counting(length);
+        Bytes payload = wire::lin(0xC5, data, 0x77);
+        Bytes record{5, static_cast<std::uint8_t>(length), 0, 0};
+        wire::put(record, data);
+        record.resize(12);
+        record.push_back(0x77);
+        EXPECT_THAT(recordsOf(linBus, payload), ElementsAreArray(&record, length <= 8 ? 1 : 0));
+        payload.pop_back();
+        EXPECT_THAT(recordsOf(linBus, payload), ElementsAre()) << length;
+    }
+}
+
+TEST_F(ChannelTest, SampleThatMustWaitHoldsUpThoseBehindIt) {
+    queue({1, 2, 3, 4, 5});
+    flush(canBus, {{Valid, 1.0}, {Discard, 0.0}, {Wait, 0.0}, {Valid, 9.0}});
+    EXPECT_THAT(written(), ElementsAre("1@10"));
+    queue({6});
+    flush(canBus, {{Valid, 3.0}, {Valid, 4.0}, {Valid, 5.0}, {Valid, 6.0}});
+    EXPECT_THAT(written(), ElementsAre("3@30", "4@40", "5@50", "6@60"));
+}
+
+TEST_F(ChannelTest, HostTimeNeverGoesBackWithinAChannel) {
+    queue({1, 2, 3});
+    flush(canBus, {{Valid, 5.0}, {Valid, 4.9}});
+    canBus.reset();  // drops the third, but not the time
+    queue({4, 5});
+    flush(canBus, {{Valid, 1.0}});
+    canBus.resetLastTime();
+    flush(canBus, {{Valid, 1.0}});
+    EXPECT_THAT(written(), ElementsAre("1@50", "2@50", "4@50", "5@10"));
+}
+
+/// A host call that fails raises in the middle of a flush.
+TEST_F(ChannelTest, FailedWriteNeitherLosesNorRepeatsASample) {
+    queue({1, 2, 3, 4});
+    outputOf(canBus).failAt = 2;
+    EXPECT_THROW(flush(canBus, {{Valid, 1.0}, {Valid, 2.0}, {Valid, 3.0}}), std::runtime_error);
+    flush(canBus, {{Valid, 3.0}, {Valid, 4.0}});
+    EXPECT_THAT(written(), ElementsAre("1@10", "2@20", "3@30", "4@40"));
+}
+
+TEST_F(ChannelTest, LongQueueKeepsItsOrderWhereItShrinks) {
+    for (const std::uint32_t count : {40000U, 3U, 40000U}) {
+        for (std::uint32_t i = 0; i < count; ++i) {
+            queue({i});
+        }
+        canBus.flush(clock);
+        const auto samples = std::exchange(outputOf(canBus).samples, {});
+        ASSERT_EQ(samples.size(), count);
+        for (std::uint32_t i = 0; i < count; ++i) {
+            ASSERT_EQ(std::memcmp(samples[i].bytes.data(), &i, 4), 0) << i;
+        }
+    }
+}
+
+TEST_F(ChannelTest, LastValueIsTheSampleLookedAtLastByAFlushThatWrote) {
+    queue({1, 2, 3});
+    flush(canBus, {{Discard, 0.0}});
+    EXPECT_EQ(canBus.getLastValueText(), "");
+    flush(canBus, {{Valid, 1.0}});
+    EXPECT_EQ(canBus.getLastValueText(), "0x3: ") << "the one that waits";
+    queue({4, 5});
+    flush(canBus, {{Valid, 1.0}, {Valid, 1.0}, {Discard, 0.0}});
+    EXPECT_EQ(canBus.getLastValueText(), "0x5: ") << "the one that was thrown out";
+    canBus.reset();
+    EXPECT_EQ(canBus.getLastValueText(), "");
+
+    give(canBus, wire::can(0x98FF0010, {0x01, 0xA2}));
+    flush(canBus, {{Valid, 1.0}});
+    EXPECT_EQ(canBus.getLastValueText(), "0x18FF0010(ext): 01 A2 ");
+    give(linBus, wire::lin(33, {0x0F, 0xA1}, 0x55));
+    flush(linBus, {{Valid, 1.0}});
+    EXPECT_EQ(linBus.getLastValueText(), "33: 0F A1 ");
+}
+
+TEST_F(ChannelTest, OutputsAreMadeAsTheHostExpectsThem) {
+    const auto describe = [](const FakeOutput& output) {
+        return std::make_tuple(output.type.dataType, static_cast<int>(output.type.rateKind),
+                               output.expectedRate, output.intAttributeA, output.name, output.used);
+    };
+    EXPECT_EQ(describe(outputOf(canBus)),
+              std::make_tuple(14, 1, 10000.0F, 0, "CANFD channel", false));
+    EXPECT_EQ(describe(outputOf(linBus)), std::make_tuple(12, 1, 100.0F, 11, "LIN channel", false));
+}
+
+TEST_F(ChannelTest, SavedChannelFindsItsOutputAgain) {
+    const auto node = MemoryNode::createDocument("Channel", true);
+    linBus.save(*node);
+    CmpChannelLin loaded(&factory);
+    loaded.load(*node);
+    EXPECT_EQ(loaded.getOutput(), linBus.getOutput());
+    for (const char* nonsense : {"-1", "abc", "99999999999999999999", ""}) {
+        node->WriteValue("ChId", nonsense, "#");
+        loaded.load(*node);
+        EXPECT_NE(loaded.getOutput(), linBus.getOutput()) << nonsense;
+        EXPECT_EQ(loaded.getOutput(), factory.channels.back()) << nonsense;
+    }
+    const auto unbound = MemoryNode::createDocument("Channel", true);
+    CmpChannelLin(&factory).save(*unbound);
+    EXPECT_EQ(toText(*unbound), "Channel\n") << "nothing to save, and no crash";
+}
+
+}  // namespace

@@ -1,0 +1,146 @@
+#include "capture/cmp_device.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/support/capture_bench.h"
+
+namespace {
+
+constexpr std::uint32_t unknown = 65535;
+constexpr std::uint32_t linCombo = 0;
+constexpr std::uint32_t canCombo = 1;
+constexpr std::uint32_t neoviFire3 = 2;
+
+class DeviceTest : public ::testing::Test, protected CaptureBench {
+  protected:
+    /// A status with the device time `seconds` comes in.
+    void giveStatus(std::uint64_t seconds, std::uint32_t serial, const std::string& text = {}) {
+        read({wire::tecmp(1, 1, {{0, seconds * 1000000000, wire::cmStatus(0x41, serial, text)}})});
+    }
+
+    CmpDevice& device = add(canCombo, 1);
+};
+
+TEST_F(DeviceTest, TypesAreThoseOfTheModulesOnTheMarket) {
+    std::ostringstream text;
+    for (const DeviceTypeInfo& type : deviceTypes()) {
+        text << std::dec << type.typeId << '|' << type.name << '|' << type.fullName << '|';
+        text << std::hex << +type.baseId << '|';
+        device.setType(type);
+        for (const auto& channel : *device.getChannels()) {
+            text << channel->getTypeName()[0] << channel->getInterfaceId() << ' ';
+        }
+        text << '\n';
+    }
+    EXPECT_EQ(text.str(),
+              "65535|Unknown||0|\n"
+              "0|LIN combo|Technica LIN combo|30|L10 L20 L30 L40 L50 L60 L70 L80 L90 La0 \n"
+              "1|CAN combo|Technica CAN combo|40|C10 C20 C30 C40 C50 C60 C70 \n"
+              "2|NeoviFire3|NeoviFire3|0|C1 C2 C3 C4 C5 C6 C7 C8 C9 C1 Cb Cc Cd Ce Cf C10 C11 C12 "
+              "C13 C14 \n");
+    EXPECT_EQ(deviceTypeById(canCombo).channelDescriptors[6], 0x00700008U);
+}
+
+TEST_F(DeviceTest, ConfigIdIsPartOfTheCmId) {
+    const struct {
+        std::uint32_t type;
+        std::uint16_t set, cmId;
+        const char* configId;
+    } cases[] = {{canCombo, 15, 0x4F, "0xF"}, {canCombo, 0x123, 0x123, "0x3"},
+                 {linCombo, 2, 0x32, "0x2"},  {linCombo, 16, 16, "0x0"},
+                 {neoviFire3, 7, 7, "0x7"},   {neoviFire3, 0x1AB, 0x1AB, "0x1AB"},
+                 {unknown, 5, 5, "0x5"}};
+    for (const auto& row : cases) {
+        const auto fresh = devices.add();
+        EXPECT_EQ(fresh->getCmId(), 0x40);
+        EXPECT_EQ(fresh->getName(), "Technica CAN combo");
+        fresh->setTypeById(row.type);
+        fresh->setConfigId(row.set);
+        EXPECT_EQ(fresh->getCmId(), row.cmId) << row.type;
+        EXPECT_EQ(fresh->getConfigIdText(), row.configId) << row.type;
+        fresh->setCmId(row.cmId);
+        EXPECT_EQ(fresh->getCmId(), row.cmId) << row.type;
+    }
+}
+
+TEST_F(DeviceTest, NewTypeKeepsTheConfigIdsLowByteAndTheUsersName) {
+    const struct {
+        std::uint32_t from, to;
+        std::uint16_t configId, cmId;
+    } cases[] = {{canCombo, linCombo, 5, 0x35},
+                 {linCombo, canCombo, 15, 0x4F},
+                 {canCombo, 7, 5, 5},
+                 {neoviFire3, canCombo, 0x1A7, 0xE7},
+                 {neoviFire3, linCombo, 0xF0, 0x120},
+                 {canCombo, canCombo, 0x123, 0x123}};
+    for (const auto& row : cases) {
+        device.setTypeById(row.from);
+        device.setConfigId(row.configId);
+        device.setTypeById(row.to);
+        EXPECT_EQ(device.getCmId(), row.cmId) << row.from << " to " << row.to;
+    }
+    EXPECT_EQ(device.getName(), "Technica CAN combo");
+    device.setTypeById(linCombo);
+    EXPECT_EQ(device.getName(), "Technica LIN combo");
+    device.setName("front");
+    EXPECT_EQ(clockOf(device).deviceName, "front");
+    device.setTypeById(neoviFire3);
+    EXPECT_EQ(device.getName(), "front");
+}
+
+TEST_F(DeviceTest, SameTypeAgainLeavesChannelsAndOutputsAlone) {
+    const auto before = *device.getChannels();
+    device.setTypeById(canCombo);
+    device.setCmId(0x47);
+    EXPECT_EQ(*device.getChannels(), before);
+    device.setTypeById(linCombo);
+    EXPECT_EQ(device.findChannel(0x10)->getOutput(), nullptr) << "new channels have none yet";
+}
+
+TEST_F(DeviceTest, ModuleWithoutStatusForTwoSecondsIsNotConnected) {
+    counter.count = 50000;
+    EXPECT_EQ(device.getStatusText(), "Not connected") << "never spoke";
+    giveStatus(100, 77);
+    counter.count += 1999;
+    EXPECT_EQ(device.getStatusText(), "Connected");
+    EXPECT_EQ(device.getSerialNumberText(), "77");
+    counter.count += 1;
+    EXPECT_EQ(device.getStatusText(), "Not connected");
+    EXPECT_EQ(device.getSerialNumberText(), "N/A");
+    giveStatus(103, 77, std::string(50, 'x'));
+    EXPECT_EQ(device.getSerialNumberText(), std::string(50, 'x')) << "no terminator on the wire";
+    read({wire::tecmpData(0x41, {{0x10, 105'000000000, wire::can(1, {})}})});
+    EXPECT_FALSE(device.isConnected()) << "data still flow, status doesn't";
+}
+
+/// The user has changed the CM ID while a status of the former one was on its way.
+TEST_F(DeviceTest, LateStatusDoesNotUndoAChangeOfTheCmId) {
+    CmStatus late;
+    late.cmId = 0x41;
+    device.setConfigId(5);
+    device.setStatus({1, 0}, late);
+    EXPECT_EQ(device.getCmId(), 0x45);
+}
+
+TEST_F(DeviceTest, DeviceTimeRunsOnOnTheCounter) {
+    const struct {
+        std::uint64_t frequency, arrival, now, latest;
+        DeviceTime expected;
+    } cases[] = {
+        {1000, 5900, 6100, 10'900000000, {11, 100000000}},
+        {1000, 5100, 5900, 10'100000000, {10, 900000000}},
+        {10000000, 9999999, 10000001, 7'999999800, {8, 0}},
+        {3, 1, 2, 0, {0, 333333333}},
+        // The product of a count and 1e9 exceeds 64 bits.
+        {3000000000, 6000000000'000000000, 6000000006'000000000, 1'000000000, {3, 0}},
+    };
+    for (const auto& row : cases) {
+        counter.frequency = row.frequency;
+        counter.count = row.arrival;
+        read({wire::tecmpData(0x41, {{0x10, row.latest, wire::can(1, {})}})});
+        counter.count = row.now;
+        EXPECT_EQ(device.getDeviceNow(), row.expected) << row.frequency;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,237 @@
+#include "capture/frame_decoder.h"
+
+#include <gtest/gtest.h>
+
+#include <span>
+
+#include "tests/support/sample_frames.h"
+
+namespace {
+
+using wire::Bytes;
+
+/// A big-endian field of the wire and what was decoded from it.
+struct Field {
+    std::size_t offset, width;
+    std::uint64_t decoded;
+};
+
+void expectFields(const Bytes& bytes, std::span<const Field> fields) {
+    for (const Field& field : fields) {
+        std::uint64_t onWire = 0;
+        for (std::size_t i = 0; i < field.width; ++i) {
+            onWire = onWire << 8 | bytes[field.offset + i];
+        }
+        EXPECT_EQ(field.decoded, onWire) << "at " << field.offset;
+    }
+}
+
+struct Parser {
+    Bytes frame;
+    CmpHeader header{};
+    std::int32_t offset = 0;
+    const std::uint8_t* payload = nullptr;
+
+    std::int32_t next() {
+        return parseFrame(frame.data(), static_cast<std::int32_t>(frame.size()), &offset, header,
+                          payload);
+    }
+    std::ptrdiff_t payloadAt() const { return payload - frame.data(); }
+};
+
+/// A frame in which every byte differs from its neighbours, but for the bytes given.
+Parser countingFrame(std::initializer_list<std::pair<std::size_t, std::uint8_t>> given) {
+    Parser parser{wire::counting(120)};
+    parser.frame[12] = 0x99;
+    parser.frame[13] = 0xFE;
+    for (const auto& [at, value] : given) {
+        parser.frame[at] = value;
+    }
+    return parser;
+}
+
+TEST(FrameDecoderTest, EachHeaderFieldStandsAtItsPlace) {
+    Parser tecmp = countingFrame({{14, 0}, {38, 0}, {39, 20}});
+    ASSERT_EQ(tecmp.next(), 0);
+    const CmpHeader& t = tecmp.header;
+    const Field fields[] = {{14, 2, t.cmId},        {16, 2, t.counter},   {18, 1, t.version},
+                            {19, 1, t.messageType}, {20, 2, t.dataType},  {22, 2, t.reserved},
+                            {24, 2, t.deviceFlags}, {26, 4, t.channelId}, {30, 8, t.timestamp},
+                            {38, 2, t.dataLength},  {40, 2, t.dataFlags}};
+    expectFields(tecmp.frame, fields);
+    EXPECT_FALSE(t.isAsam);
+    EXPECT_EQ(tecmp.payloadAt(), 42);
+
+    Parser asam = countingFrame({{18, 1}, {36, 0}, {37, 20}});
+    ASSERT_EQ(asam.next(), 0);
+    const CmpHeader& a = asam.header;
+    const Field asamFields[] = {{16, 2, a.cmId},
+                                {20, 2, a.counter},
+                                {22, 8, a.timestamp},
+                                {30, 4, a.channelId},
+                                {36, 2, a.dataLength}};
+    expectFields(asam.frame, asamFields);
+    EXPECT_TRUE(a.isAsam);
+    EXPECT_EQ(asam.payloadAt(), 38);
+}
+
+TEST(FrameDecoderTest, FrameThatHoldsNoMessageIsRefused) {
+    const struct {
+        std::uint16_t etherType;
+        std::uint8_t dataLength;
+        std::size_t size;
+        std::int32_t result;
+    } cases[] = {{0x99FE, 8, 41, 120}, {0x99FE, 0, 42, 120}, {0x99FE, 1, 42, 22},
+                 {0x99FE, 8, 49, 22},  {0x0800, 8, 60, 22},  {0x8100, 0, 45, 120}};
+    for (const auto& row : cases) {
+        Parser parser{wire::tecmp(0x41, 3, {{0, 0, Bytes(row.dataLength)}}, row.etherType)};
+        parser.frame.resize(row.size);
+        EXPECT_EQ(parser.next(), row.result) << row.etherType << ' ' << row.size;
+    }
+}
+
+TEST(FrameDecoderTest, TagsAreSkippedHoweverManyThereAre) {
+    const Bytes plain = wire::tecmp(0x41, 3, {{0x10, 7, {1, 2, 3}}}, 0x2090);
+    for (const auto outer : std::initializer_list<std::uint16_t>{0x8100, 0x88A8, 0x9100}) {
+        Parser parser{wire::ethernet(outer)};
+        wire::put(parser.frame, 0x000581000006, 6);
+        parser.frame.insert(parser.frame.end(), plain.begin() + 12, plain.end());
+        EXPECT_EQ(parser.next(), 0);
+        EXPECT_EQ(parser.payloadAt(), 8 + 42);
+        EXPECT_EQ(parser.offset, 45) << "counts from behind the tags";
+        EXPECT_EQ(parser.next(), 120);
+    }
+}
+
+TEST(FrameDecoderTest, OnlyInTecmpHasASecondMessageAHeaderOfItsOwn) {
+    Parser tecmp{wire::tecmpData(0x41, {{0x10, 7, {1, 2, 3}}, {0x20, 8, {4}}})};
+    wire::put(tecmp.frame, Bytes(30, 0));  // padding
+    EXPECT_EQ(tecmp.next(), 0);
+    EXPECT_EQ(tecmp.header.channelId, 0x10U);
+    EXPECT_EQ(tecmp.next(), 0);
+    EXPECT_EQ(tecmp.header.channelId, 0x20U);
+    EXPECT_EQ(tecmp.header.dataLength, 1U);
+    EXPECT_EQ(tecmp.payloadAt(), 42 + 3 + 16);
+    EXPECT_EQ(tecmp.next(), 120);
+
+    Parser asam{wire::asam(0x41, 1, 1, {0x10, 7, Bytes(20, 1)})};
+    wire::put(asam.frame, Bytes(40, 9));
+    EXPECT_EQ(asam.next(), 0);
+    EXPECT_EQ(asam.next(), 0);
+    EXPECT_EQ(asam.header.channelId, 0x10U);
+    EXPECT_EQ(asam.header.dataLength, 20);
+    EXPECT_EQ(asam.header.dataType, 2) << "turned over twice";
+    EXPECT_EQ(asam.payloadAt(), 38 + 20 + 16);
+    EXPECT_EQ(asam.next(), 120);
+}
+
+TEST(FrameDecoderTest, AsamMessageThatIsNotMappedKeepsTheTypeBefore) {
+    const struct {
+        std::uint8_t type, payloadType, before, after;
+        std::int32_t result;
+    } cases[] = {{1, 77, 7, 3, 0}, {3, 1, 7, 1, 0},    {3, 2, 7, 2, 22},   {3, 9, 7, 7, 0},
+                 {2, 1, 3, 3, 0},  {0xFF, 1, 1, 1, 0}, {0xFF, 1, 2, 2, 22}};
+    for (const auto& row : cases) {
+        Parser parser{wire::asam(0x41, row.type, row.payloadType, {0, 0, Bytes(20)})};
+        parser.header.messageType = row.before;
+        EXPECT_EQ(parser.next(), row.result) << +row.type << ' ' << +row.payloadType;
+        EXPECT_EQ(parser.header.messageType, row.after) << +row.type << ' ' << +row.payloadType;
+    }
+}
+
+TEST(FrameDecoderTest, TopBitOfATimestampIsNotTime) {
+    EXPECT_EQ(splitTimestamp(0x8000000000000000), (DeviceTime{0, 0}));
+    EXPECT_EQ(splitTimestamp(1999999999), (DeviceTime{1, 999999999}));
+    EXPECT_EQ(splitTimestamp(~std::uint64_t{0}), (DeviceTime{9223372036, 854775807}));
+}
+
+TEST(FrameDecoderTest, EachFieldOfAModuleStatusStandsAtItsPlace) {
+    const Bytes payload = wire::counting(85);
+    CmpHeader header;
+    header.dataLength = 85;
+    CmStatus s;
+    ASSERT_EQ(decodeCmStatus(header, payload.data(), s), 0);
+    const Field fields[] = {
+        {0, 1, s.vendorId},         {1, 1, s.cmVersion},     {2, 1, s.cmType},
+        {4, 2, s.vendorDataLength}, {6, 2, s.cmId},          {8, 4, s.serialNumber},
+        {12, 1, s.vendorData12[0]}, {20, 4, s.vendorData20}, {24, 8, s.vendorData24},
+        {34, 1, s.vendorData32[2]}};
+    expectFields(payload, fields);
+    EXPECT_EQ(std::string(s.serialText, 50), std::string(payload.begin() + 35, payload.end()));
+    header.dataLength = 84;
+    EXPECT_EQ(decodeCmStatus(header, payload.data(), s), 22);
+}
+
+TEST(FrameDecoderTest, RecordsOfABusStatusFollowAtTheirStride) {
+    const struct {
+        std::uint8_t vendorDataLength;
+        std::size_t stride;
+    } cases[] = {{0, 12}, {2, 14}, {3, 15}, {4, 16}, {9, 16}};
+    for (const auto& row : cases) {
+        Bytes payload = wire::counting(12 + 3 * row.stride - 1);  // the third isn't complete
+        payload[4] = 0;
+        payload[5] = row.vendorDataLength;
+        CmpHeader header;
+        header.dataLength = static_cast<std::uint16_t>(payload.size());
+        std::int32_t offset = 0;
+        BusStatus s;
+        for (std::size_t at = 12; at < 12 + 2 * row.stride; at += row.stride) {
+            ASSERT_EQ(decodeBusStatus(header, payload.data(), &offset, s), 0) << row.stride;
+            Bytes carried = payload;
+            carried.resize(at + row.stride);
+            carried.resize(at + 16);  // with zeros for what the message doesn't carry
+            const Field fields[] = {{6, 2, s.cmId},
+                                    {8, 4, s.serialNumber},
+                                    {at, 4, s.interfaceId},
+                                    {at + 4, 4, s.messageCount},
+                                    {at + 8, 4, s.errorCount},
+                                    {at + 13, 1, s.vendorData24[1]},
+                                    {at + 14, 2, s.vendorData26}};
+            expectFields(carried, fields);
+        }
+        EXPECT_EQ(decodeBusStatus(header, payload.data(), &offset, s), 120) << row.stride;
+        header.dataLength = 27;
+        EXPECT_EQ(decodeBusStatus(header, payload.data(), nullptr, s), 22);
+    }
+}
+
+TEST(FrameDecoderTest, AsamStatusWhoseInnerLengthsRunOutIsDropped) {
+    /// The serial text, or the result code as a number.
+    const auto decode = [](Bytes payload, std::size_t size) {
+        payload.resize(size);
+        payload.shrink_to_fit();
+        CmStatus status;
+        const auto length = static_cast<std::uint32_t>(size);
+        const std::int32_t result = decodeAsamCmStatus(payload.data(), length, status);
+        return result == 0 ? std::string(status.serialText) : std::to_string(result);
+    };
+    const Bytes good = wire::asamStatus("module", "SN 4711");
+    EXPECT_EQ(decode(good, good.size()), "SN 4711");
+    for (std::size_t size = 0; size < good.size(); ++size) {
+        EXPECT_EQ(decode(good, size), "22") << size;
+    }
+    EXPECT_EQ(decode(wire::asamStatus("", std::string(300, 'x')), 331), std::string(49, 'x'));
+    Bytes unterminated = wire::asamStatus("", "abc");
+    unterminated[29] = 3;
+    EXPECT_EQ(decode(unterminated, 33), "abc");
+}
+
+TEST(FrameDecoderTest, AsamDataIsRebuiltByteForByteOrNotAtAll) {
+    CmpHeader header;
+    header.dataType = 2;
+    const auto rebuild = [&](const Bytes& payload, std::uint32_t length) {
+        RebuiltPayload rebuilt;
+        rebuildAsamData(header, payload.data(), length, rebuilt);
+        return Bytes(rebuilt.bytes, rebuilt.bytes + rebuilt.length);
+    };
+    const Bytes good = wire::asamCan(0x80000123, {1, 2, 3});
+    EXPECT_EQ(rebuild(good, 19), (Bytes{0x80, 0, 1, 0x23, 3, 1, 2, 3, 0xAB, 0xCD}));
+    EXPECT_EQ(rebuild(good, 18), Bytes()) << "a data byte is missing";
+    EXPECT_EQ(rebuild(good, 14), Bytes()) << "the length byte is missing";
+    EXPECT_EQ(rebuild(wire::asamCan(1, {}), 16), Bytes());
+    EXPECT_EQ(rebuild(wire::asamCan(1, Bytes(255, 7)), 271).size(), 262U);
+    header.dataType = 0x0200;
+    EXPECT_EQ(rebuild(good, 19), Bytes());
+}
+
+}  // namespace

@@ -1,0 +1,100 @@
+#include "capture/cmp_packet_reader.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/support/capture_bench.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using wire::Bytes;
+
+class PacketReaderTest : public ::testing::Test, protected CaptureBench {
+  protected:
+    static Bytes frame(std::uint8_t number) {
+        return wire::tecmpData(0x41, {{0x10, number, wire::can(number, {})}});
+    }
+    /// The numbers of the frames that were let through since the last call.
+    std::vector<int> arrived() {
+        reader.flushAll();
+        std::vector<int> numbers;
+        for (const auto& sample : std::exchange(samplesOf(device, 0x10), {})) {
+            numbers.push_back(sample.bytes[0]);
+        }
+        return numbers;
+    }
+
+    CmpDevice& device = add(DeviceTypeInfo::canComboId, 1);
+};
+
+TEST_F(PacketReaderTest, InterfaceIsDrainedBeforeTheNextIsRead) {
+    port.interfaces.clear();
+    port.calls.clear();
+    port.add("a", {frame(1), frame(2)});
+    port.add("b", {frame(3)});
+    reader.openInterfaces();
+    reader.readPass();
+    EXPECT_THAT(port.calls, ElementsAre("open a 65536 1 1", "open b 65536 1 1", "a:1", "a:1", "a:0",
+                                        "b:1", "b:0"));
+    EXPECT_THAT(arrived(), ElementsAre(1, 2, 3));
+}
+
+TEST_F(PacketReaderTest, OnlyUntaggedFramesOf0x99feAreLetThrough) {
+    const Bytes other = wire::tecmp(0x41, 3, {{0x10, 1, wire::can(1, {})}}, 0x2090);
+    read({other, wire::tagged(frame(2)), Bytes(13, 0x99), {}, frame(3)});
+    EXPECT_THAT(arrived(), ElementsAre(3));
+}
+
+TEST_F(PacketReaderTest, ReadErrorRepeatsTheFrameBefore) {
+    port.interfaces[0].reads = {{-1, {}}, {1, frame(1)}, {-1, {}}, {-2, {}}, {1, frame(2)}};
+    reader.readPass();
+    EXPECT_THAT(arrived(), ElementsAre(1, 1, 1, 2));
+    reader.readPass();
+    EXPECT_THAT(arrived(), ElementsAre());
+}
+
+TEST_F(PacketReaderTest, StopAbandonsTheRestOfTheFrame) {
+    port.interfaces[0].reads = {{1, frame(1)}, {1, frame(2)}};
+    counter.onCount = [this] { reader.Stop(); };  // behind the read, before the first message
+    reader.readPass();
+    counter.onCount = nullptr;
+    EXPECT_EQ(port.interfaces[0].reads.size(), 1U);
+    EXPECT_THAT(arrived(), ElementsAre());
+}
+
+TEST_F(PacketReaderTest, InterfaceThatCannotBeOpenedIsPassedOver) {
+    port.add("good", {frame(1)});
+    port.interfaces[0].openFails = true;
+    port.interfaces[1].netFails = true;
+    reader.openInterfaces();
+    EXPECT_EQ(reader.getLastError(), 3);
+    EXPECT_EQ(reader.getLastErrorText(), "can't open if0");
+    ASSERT_EQ(reader.getInterfaces().size(), 1U);
+    EXPECT_EQ(reader.getInterfaces()[0].description, "about good");
+    EXPECT_EQ(reader.getInterfaces()[0].net, 0U);
+    reader.readPass();
+    EXPECT_THAT(arrived(), ElementsAre(1));
+
+    port.interfaces[0].openFails = false;
+    reader.openInterfaces();
+    EXPECT_EQ(reader.getLastError(), 0);
+    EXPECT_EQ(reader.getInterfaces()[0].net, 0x0AU);
+}
+
+TEST_F(PacketReaderTest, FailedListingKeepsTheOpenInterfaces) {
+    port.listFails = true;
+    reader.openInterfaces();
+    EXPECT_EQ(reader.getLastError(), 2);
+    EXPECT_EQ(reader.getLastErrorText(), "no list");
+    read({frame(1)});
+    EXPECT_THAT(arrived(), ElementsAre(1));
+}
+
+TEST_F(PacketReaderTest, HandlesAreClosedWhenTheyAreReplaced) {
+    for (int i = 0; i < 100; ++i) {
+        reader.openInterfaces();
+    }
+    EXPECT_EQ(port.openHandles, 1);
+}
+
+}  // namespace
