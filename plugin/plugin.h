@@ -1,0 +1,116 @@
+#pragma once
+
+#include <cstdint>
+
+#include "host/counted_ref.h"
+#include "host/host_app.h"
+#include "host/host_plugin_group.h"
+#include "host/plugin.h"
+#include "plugin/cmp_plugin_core.h"
+#include "plugin/counted_object.h"
+
+/// The one component that the host creates: everything that the host wants of this system arrives
+/// here, at the positions of `IPlugin3` or as a numbered event of `IPlugin4`.
+///
+/// It routes and decides nothing: each call is forwarded, in a fixed order, to the input side, the
+/// output factory, the sync manager and the packet reader. All calls come on the host's thread, and
+/// the host alone decides their order. Nothing is caught and nothing rolled back: what a call meets
+/// in its middle goes to the host as it is.
+///
+/// The object may be a part of another one (`outer`), whose count and interfaces then are its own.
+class Plugin final : public IPlugin3, public IPlugin4, private CountedObject {
+  public:
+    /// A new object with one reference, of its own network and clock. `outer` is null or outlives
+    /// it. The result answers for the object itself also where it is a part of another.
+    static HostObject* create(HostObject* outer);
+    /// The same over a capture port and a counter that aren't owned and outlive it.
+    static HostObject* create(HostObject* outer, CapturePort& port,
+                              const PerformanceCounter& counter);
+
+    HostResult queryInterface(const InterfaceId& interfaceId, void** result) override;
+    std::uint32_t addRef() override;
+    std::uint32_t release() override;
+
+    HostResult getTypeInfoCount(std::uint32_t* count) override;
+    HostResult getTypeInfo(std::uint32_t index, std::uint32_t locale, HostObject** info) override;
+    HostResult getIdsOfNames(const wchar_t* const* names, std::uint32_t count, std::uint32_t locale,
+                             std::int32_t* ids) override;
+    HostResult invoke(std::int32_t operationId, std::uint32_t locale, std::uint16_t flags,
+                      const HostVariant* arguments, std::uint32_t count,
+                      HostVariant* result) override;
+
+    HostResult onConnectHost(HostApp* hostApp) override;
+    HostResult onStartAcquisition() override;
+    HostResult onPrepareAcquisition() override;
+    HostResult onGetData() override;
+    HostResult onClearSetup() override;
+    HostResult onDisconnectChannels() override;
+
+    HostResult position3() override { return HostCode::success; }
+    HostResult position5() override { return HostCode::success; }
+    HostResult position7() override { return HostCode::success; }
+    HostResult position8() override { return HostCode::success; }
+    HostResult position9() override { return HostCode::success; }
+    HostResult position10() override { return HostCode::success; }
+    HostResult position11() override { return HostCode::success; }
+    HostResult position14(void* untouched, std::uint16_t* answer) override;
+    HostResult position15() override { return HostCode::success; }
+    HostResult position16() override { return HostCode::success; }
+    HostResult position17(std::uint16_t* answer) override;
+    HostResult position18() override { return HostCode::success; }
+    HostResult position19() override { return HostCode::success; }
+    HostResult position20() override { return onStartAcquisition(); }
+    HostResult position21() override { return HostCode::success; }
+    HostResult position22() override { return HostCode::success; }
+    HostResult position23() override { return HostCode::success; }
+    HostResult position24() override { return HostCode::success; }
+    HostResult position25() override { return HostCode::success; }
+    HostResult position26() override { return HostCode::success; }
+    HostResult position27() override { return HostCode::success; }
+    HostResult position28() override { return HostCode::success; }
+    HostResult position29(std::int32_t* answer) override;
+    HostResult position30() override { return onGetData(); }
+    HostResult position31() override { return HostCode::success; }
+    HostResult position32(std::uint16_t* hasMaster) override;
+    HostResult position33(std::uint32_t* low, std::uint32_t* high) override;
+    HostResult position34() override { return HostCode::success; }
+    HostResult position35() override { return HostCode::success; }
+    HostResult position36() override { return HostCode::success; }
+    HostResult position37() override { return HostCode::success; }
+    HostResult position38(void* untouched, std::uint16_t* answer) override;
+    HostResult position39() override { return HostCode::success; }
+
+    HostResult onEvent(std::int32_t event, const HostVariant& input, HostVariant* result) override;
+
+  private:
+    friend class PluginEvents;
+
+    /// The object as it is by itself, whichever object it is a part of.
+    class Inner final : public HostObject {
+      public:
+        explicit Inner(Plugin& owner) : plugin(owner) {}
+        HostResult queryInterface(const InterfaceId& interfaceId, void** result) override;
+        std::uint32_t addRef() override { return plugin.addReference(); }
+        std::uint32_t release() override;
+
+      private:
+        Plugin& plugin;
+    };
+
+    Plugin(HostObject* outerObject, CapturePort& port, const PerformanceCounter& counter);
+    ~Plugin() = default;
+
+    HostResult checkVersion();
+    CountedRef<HostPluginGroup> getPluginGroup();
+    void releaseChannels();
+    void rebuildChannels();
+    bool hasActiveChannels();
+
+    Inner inner;
+    HostObject* const outer;  ///< `inner`, or the object that this one is a part of; not counted
+    CountedRef<HostApp> host;
+    CountedRef<HostPluginGroup> outputGroup;  ///< keeps what `outputFactory` doesn't count
+    InputManagerImpl inputManager;
+    OutputFactoryImpl outputFactory;
+    CmpPluginCore core;
+};
