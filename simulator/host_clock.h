@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+
+namespace sim {
+
+/// What the simulator knows of time. Its own clock starts at 0 when the simulation does; all times
+/// are nanoseconds.
+class HostClock {
+  public:
+    virtual ~HostClock() = default;
+
+    /// Since the start.
+    virtual std::int64_t elapsed() = 0;
+
+    /// Returns at `elapsedNs`, at the latest; earlier after a signal or a while, so call it in a
+    /// loop.
+    virtual void waitUntil(std::int64_t elapsedNs) = 0;
+
+    /// The least time between two wake-ups with which a sender at a high rate still gets its work
+    /// done: so a wake-up pays for many frames.
+    virtual std::int64_t leastSleep() const = 0;
+
+    /// The UTC time of the start, since 1970: where device clocks start from.
+    virtual std::int64_t startUtc() const = 0;
+
+    /// What payload stamps count from, at the start.
+    virtual std::int64_t startStamp() const = 0;
+};
+
+/// The machine's clocks: paced by CLOCK_MONOTONIC, which payload stamps are in too, so that a
+/// receiver on the same machine can compare them with its own monotonic clock.
+class SystemHostClock : public HostClock {
+  public:
+    SystemHostClock();
+
+    std::int64_t elapsed() override;
+    void waitUntil(std::int64_t elapsedNs) override;
+    std::int64_t leastSleep() const override { return 250'000; }
+    std::int64_t startUtc() const override { return utc; }
+    std::int64_t startStamp() const override { return monotonic; }
+
+  private:
+    const std::int64_t utc;
+    const std::int64_t monotonic;
+};
+
+/// Time that passes only by waiting, from a fixed date: the same settings give the same file.
+class VirtualHostClock : public HostClock {
+  public:
+    /// 2024-01-01 00:00:00 UTC.
+    static constexpr std::int64_t start = 1'704'067'200'000'000'000;
+
+    std::int64_t elapsed() override { return now; }
+    void waitUntil(std::int64_t elapsedNs) override {
+        if (elapsedNs > now)
+            now = elapsedNs;
+    }
+    std::int64_t leastSleep() const override { return 0; }
+    std::int64_t startUtc() const override { return start; }
+    std::int64_t startStamp() const override { return start; }
+
+  private:
+    std::int64_t now = 0;
+};
+
+}  // namespace sim

@@ -1,0 +1,118 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "simulator/failure.h"
+#include "simulator/interface_guard.h"
+#include "simulator/options.h"
+#include "simulator/packet_socket_sink.h"
+#include "simulator/pcap_file_sink.h"
+#include "simulator/report.h"
+#include "simulator/simulation.h"
+
+namespace sim {
+namespace {
+
+std::atomic<bool> stopRequested = false;
+
+void stopOnSignals() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { stopRequested = true; };
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+void checkInterface(const Options& options) {
+    const InterfaceFacts facts = inspectInterface(options.interface);
+    if (!facts.exists)
+        throw Failure(ExitCode::WrongUse,
+                      fmt::format("there is no network interface {}; \"ip link\" lists them",
+                                  options.interface));
+    const std::string refusal = refusalFor(options.interface, facts);
+    if (!refusal.empty() && !options.force)
+        throw Failure(ExitCode::WrongUse, refusal);
+}
+
+/// Prints a line a second while something is sent.
+class Progress {
+  public:
+    Progress(const Options& options, const Simulation& observed, HostClock& hostClock)
+        : shown(options.file.empty() && (options.verbose || isatty(STDERR_FILENO) != 0)),
+          simulation(observed),
+          clock(hostClock) {}
+
+    void onBatch() {
+        const std::int64_t now = clock.elapsed();
+        if (!shown || now < next)
+            return;
+        next = (now / nsPerSecond + 1) * nsPerSecond;
+        const std::string line =
+            progressText(simulation.totals(), static_cast<double>(now) / nsPerSecond);
+        std::fputs(line.c_str(), stderr);
+    }
+
+  private:
+    const bool shown;
+    const Simulation& simulation;
+    HostClock& clock;
+    std::int64_t next = nsPerSecond;
+};
+
+ExitCode simulate(const Options& options, HostClock& clock, FrameSink& sink) {
+    Simulation simulation(options.modules, options.traffic, clock, sink);
+    Progress progress(options, simulation, clock);
+    ExitCode code = ExitCode::Good;
+    try {
+        simulation.run(stopRequested, [&] { progress.onBatch(); });
+    } catch (const Failure& failure) {
+        fmt::print(stderr, "cmp-sim: {}\n", failure.what());
+        code = failure.code;
+    }
+    const Report report{options, simulation, clock};
+    const std::string text = options.json ? toJson(report).dump(2) + "\n" : toText(report);
+    std::FILE* const out = options.file == "-" ? stderr : stdout;
+    if (std::fputs(text.c_str(), out) < 0 || std::fflush(out) != 0)
+        return ExitCode::FailedWhileRunning;
+    return code;
+}
+
+ExitCode run(int argc, char** argv) {
+    const ParsedOptions parsed = parseOptions(argc, argv);
+    if (parsed.done) {
+        std::fputs(parsed.text.c_str(), stdout);
+        return ExitCode::Good;
+    }
+    const Options& options = parsed.options;
+    stopOnSignals();
+    if (options.file.empty()) {
+        checkInterface(options);
+        PacketSocketSink sink(options.interface);
+        SystemHostClock clock;
+        return simulate(options, clock, sink);
+    }
+    VirtualHostClock clock;
+    PcapFileSink sink(options.file, clock.startUtc());
+    return simulate(options, clock, sink);
+}
+
+}  // namespace
+}  // namespace sim
+
+int main(int argc, char** argv) {
+    try {
+        return static_cast<int>(sim::run(argc, argv));
+    } catch (const sim::Failure& failure) {
+        fmt::print(stderr, "cmp-sim: {}\n", failure.what());
+        return static_cast<int>(failure.code);
+    } catch (const std::exception& failure) {
+        fmt::print(stderr, "cmp-sim: {}\n", failure.what());
+        return static_cast<int>(sim::ExitCode::FailedWhileRunning);
+    }
+}

@@ -1,0 +1,81 @@
+#include "simulator/report.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+namespace sim {
+namespace {
+
+double seconds(std::int64_t ns) {
+    return static_cast<double>(ns) / 1e9;
+}
+
+nlohmann::json toJson(const SimulatedModule& module) {
+    const ModuleSettings& settings = module.settings();
+    nlohmann::json channels = nlohmann::json::array();
+    for (std::size_t i = 0; i < settings.interfaces().size(); ++i)
+        channels.push_back({{"interfaceId", settings.interfaces()[i]},
+                            {"bus", toText(settings.type->bus)},
+                            {"messages", module.messagesSentOn(i)}});
+    return {{"type", settings.type->name},
+            {"configId", settings.type->configIdOf(settings.cmId)},
+            {"cmId", settings.cmId},
+            {"serial", settings.serial},
+            {"framing", toText(settings.framing)},
+            {"canFd", module.sender().canFd},
+            {"lengths", nlohmann::json::array_t(module.lengths().begin(), module.lengths().end())},
+            {"messages", module.messagesSent()},
+            {"channels", channels}};
+}
+
+}  // namespace
+
+nlohmann::json toJson(const Report& report) {
+    const Totals& totals = report.simulation.totals();
+    nlohmann::json modules = nlohmann::json::array();
+    for (const SimulatedModule& module : report.simulation.modules())
+        modules.push_back(toJson(module));
+    nlohmann::json result = {{"seconds", seconds(report.clock.elapsed())},
+                             {"startUtcNs", report.clock.startUtc()},
+                             {"startStampNs", report.clock.startStamp()},
+                             {"frames", totals.frames},
+                             {"bytes", totals.bytes},
+                             {"dataMessages", totals.dataMessages},
+                             {"badFrames", totals.badFrames},
+                             {"statusFrames", totals.statusFrames},
+                             {"maxLateSeconds", seconds(totals.maxLateNs)},
+                             {"modules", modules}};
+    if (report.options.file.empty())
+        result["interface"] = report.options.interface;
+    else
+        result["file"] = report.options.file;
+    return result;
+}
+
+std::string toText(const Report& report) {
+    const Totals& totals = report.simulation.totals();
+    const double time = seconds(report.clock.elapsed());
+    std::string text = fmt::format(
+        "{} frames ({} bytes) in {:.3f} s on {}: {} data messages, {} status frames, {} "
+        "malformed\n",
+        totals.frames, totals.bytes, time,
+        report.options.file.empty() ? report.options.interface : report.options.file,
+        totals.dataMessages, totals.statusFrames, totals.badFrames);
+    for (const SimulatedModule& module : report.simulation.modules()) {
+        const ModuleSettings& settings = module.settings();
+        text +=
+            fmt::format("  {} {:#x} (CM ID {:#x}, serial {}, {}): {} messages on {} {} channels\n",
+                        settings.type->name, settings.type->configIdOf(settings.cmId),
+                        settings.cmId, settings.serial, toText(settings.framing),
+                        module.messagesSent(), settings.channels, toText(settings.type->bus));
+    }
+    return text;
+}
+
+std::string progressText(const Totals& totals, double seconds) {
+    return fmt::format("{:.0f} s: {} frames, {} data messages, {} malformed\n", seconds,
+                       totals.frames, totals.dataMessages, totals.badFrames);
+}
+
+}  // namespace sim

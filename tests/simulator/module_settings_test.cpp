@@ -1,0 +1,77 @@
+#include "simulator/module_settings.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <tuple>
+#include <vector>
+
+#include "simulator/failure.h"
+#include "simulator/interface_guard.h"
+#include "simulator/options.h"
+
+namespace sim {
+namespace {
+
+TEST(ModuleSettings, TypeAndConfigIdGiveTheCmId) {
+    using Row = std::tuple<const char*, unsigned, unsigned, Framing, unsigned>;
+    const std::array rows = {
+        Row{"CAN combo:5", 0x45, 5, Framing::Tecmp, 7},
+        Row{"can COMBO:0x0F", 0x4F, 15, Framing::Tecmp, 7},
+        Row{"LIN combo:0x32,channels=3", 0x32, 2, Framing::Tecmp, 3},
+        Row{"neovifire3:7", 7, 7, Framing::AsamCmp, 19},
+        Row{"NeoviFire3:300", 300, 300, Framing::AsamCmp, 19},
+        Row{"CAN combo:0x145,framing=asam", 0x145, 5, Framing::AsamCmp, 7},
+    };
+    for (const auto& [text, cmId, configId, framing, channels] : rows) {
+        const ModuleSettings module = ModuleSettings::parse(text, 1);
+        EXPECT_EQ(module.cmId, cmId) << text;
+        EXPECT_EQ(module.type->configIdOf(module.cmId), configId) << text;
+        EXPECT_EQ(module.framing, framing) << text;
+        EXPECT_EQ(module.interfaces().size(), channels) << text;
+    }
+    const auto interfaces = findModuleType("NeoviFire3")->interfaces;
+    EXPECT_EQ(std::vector(interfaces.begin(), interfaces.end()),
+              (std::vector<std::uint16_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 11, 12, 13, 14, 15, 16, 17, 18,
+                                          19, 20}));
+}
+
+TEST(ModuleSettings, NonsenseIsRefusedAsWrongUse) {
+    for (const char* text :
+         {"", "CAN combo", "CAN combo:", "CAN combo:x", "CAN combo:65536", "CAN combo:-1",
+          "CAN combo:0x", "Unknown:1", "CAN combo:5,", "CAN combo:5,colour=red",
+          "CAN combo:5,serial=4294967296", "CAN combo:5,drift=nan", "CAN combo:5,drift=1x",
+          "CAN combo:5,channels=0", "CAN combo:5,channels=8", "CAN combo:5,jump=1",
+          "CAN combo:5,framing=TECMP", "CAN combo:0x100", "LIN combo:1,framing=asam"}) {
+        try {
+            ModuleSettings::parse(text, 1);
+            ADD_FAILURE() << text;
+        } catch (const Failure& failure) {
+            EXPECT_EQ(failure.code, ExitCode::WrongUse);
+        }
+    }
+    EXPECT_THROW(parseModules({"CAN combo:5", "NeoviFire3:0x45"}), Failure);
+}
+
+TEST(Options, FileNeedsAnEndAndLengthsMustExist) {
+    const auto parse = [](std::vector<const char*> words) {
+        words.insert(words.begin(), {"cmp-sim", "--module", "CAN combo:5"});
+        return parseOptions(static_cast<int>(words.size()), words.data()).options;
+    };
+    EXPECT_THROW(parse({"--write", "f"}), Failure);
+    EXPECT_THROW(parse({}), Failure);
+    EXPECT_THROW(parse({"--write", "f", "--interface", "i", "--messages", "1"}), Failure);
+    for (const char* length : {"9", "65", "8-4", "a", "4-", "-4", ""})
+        EXPECT_THROW(parse({"--interface", "i", "--length", length}), Failure) << length;
+    EXPECT_EQ(parse({"--write", "f", "--messages", "3"}).traffic.messageLimit, 3U);
+}
+
+TEST(InterfaceGuard, OnlyWhatIsSurelyVirtualIsAllowed) {
+    EXPECT_FALSE(refusalFor("eth0", {.exists = true, .up = true}).empty());
+    EXPECT_TRUE(refusalFor("lo", {.loopback = true}).empty());
+    EXPECT_TRUE(refusalFor("v0", {.veth = true}).empty());
+    EXPECT_TRUE(refusalFor("d0", {.ownNamespace = true}).empty());
+}
+
+}  // namespace
+}  // namespace sim

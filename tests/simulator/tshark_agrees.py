@@ -1,0 +1,153 @@
+#!/usr/bin/python3
+"""tshark's dissector reads the simulator's TECMP frames, and each field is what was meant.
+
+What was meant is computed here: from the command line, the counts in the report, and the payload
+convention. Usage: tshark_agrees.py CMP_SIM
+"""
+
+import json
+import subprocess
+import sys
+import tempfile
+import xml.etree.ElementTree as ElementTree
+
+CAN = {"id": 0x45, "type": 4, "serial": 100000, "interfaces": range(0x10, 0x71, 0x10)}
+LIN = {"id": 0x32, "type": 2, "serial": 77, "interfaces": range(0x10, 0xA1, 0x10)}
+START = 1704067200 * 10**9
+
+
+def can_fields(interface, number, data, fd):
+    extended = number % 4 == 3
+    fields = {"data_type": 3 if fd else 2, "data": data, "length": len(data) + 7}
+    fields["data_flags.ext_can_id"] = int(extended)
+    if extended:
+        fields["data.can_id_29"] = 0x18DA00F1 + 0x100 * interface
+    else:
+        fields["data.can_id_11"] = 0x100 + 4 * interface + number % 4
+    return fields
+
+
+def lin_fields(interface, number, data):
+    identifier = (interface + number) % 60
+    bits = [identifier >> i & 1 for i in range(6)]
+    parity = (bits[0] + bits[1] + bits[2] + bits[4]) % 2
+    parity += 2 * ((1 + bits[1] + bits[3] + bits[4] + bits[5]) % 2)
+    total = parity << 6 | identifier
+    for byte in data:
+        total += byte
+        total = (total & 0xFF) + (total >> 8)
+    return {"data_type": 4, "data": data, "length": len(data) + 3,
+            "data.lin_id": identifier, "data.lin_parity_bits": parity,
+            "data.checksum": 255 - total}
+
+
+def expected_message(index, module, case):
+    """The message that a module sends as its index-th."""
+    interfaces = module["interfaces"][:module.get("channels", 99)]
+    number, channel = divmod(index, len(interfaces))
+    interface = interfaces[channel]
+    due = index * 10**9 // (case["rate"] * len(interfaces))
+    lengths = case["lin lengths" if module["type"] == 2 else "lengths"]
+    length = lengths[(number + channel) % len(lengths)]
+    data = number.to_bytes(4, "little")[:length]
+    if case["stamp"] and length >= 12:
+        data += (START + due).to_bytes(8, "little")
+    data += bytes((number + interface + i) % 256 for i in range(len(data), length))
+    if module["type"] == 2:
+        fields = lin_fields(interface, number, data)
+    else:
+        fields = can_fields(interface, number, data, max(lengths) > 8)
+    fields["interface_id"] = interface
+    fields["timestamp_ns"] = START + due + module.get("clock", lambda ns: 0)(due)
+    return fields
+
+
+def dissect(path):
+    """Of each frame: fields of its header, and of each message."""
+    xml = subprocess.run(["tshark", "-r", path, "-T", "pdml"], check=True, capture_output=True).stdout
+    for packet in ElementTree.fromstring(xml).iter("packet"):
+        header, messages = {}, []
+        for field in packet.iter("field"):
+            name, value = field.get("name"), field.get("value")
+            if not value:
+                assert not name.startswith("_ws"), f"tshark complains: {field.attrib}"
+            elif name == "data.data":
+                messages[-1]["data"] = bytes.fromhex(value)
+            elif name.startswith("tecmp.payload."):
+                if name == "tecmp.payload.interface_id":
+                    messages.append({"data": b""})
+                messages[-1].setdefault(name.removeprefix("tecmp.payload."), []).append(value)
+            elif name.startswith("tecmp."):
+                header[name.removeprefix("tecmp.")] = int(value, 16)
+        yield header, messages
+
+
+def check_status(header, message, module, sent):
+    number = lambda name: [int(value, 16) for value in message[name]]
+    assert number("status.device_id") == [module["id"]]
+    assert number("status.device_type") == [module["type"]]
+    assert number("status.sn") == [module["serial"]]
+    if header["message_type"] == 1:
+        assert int(message["length"][0], 16) >= 85
+        return
+    interfaces = list(module["interfaces"][:module.get("channels", 99)])
+    assert number("status.bus.interface_id") == interfaces
+    assert sum(number("status.bus.total")) == sent, (message, sent)
+
+
+def check(simulator, case):
+    with tempfile.NamedTemporaryFile(suffix=".pcap") as file:
+        arguments = ["--write", file.name, "--json", *case["arguments"]]
+        report = json.loads(subprocess.run([simulator, *arguments], check=True,
+                                           capture_output=True).stdout)
+        frames = list(dissect(file.name))
+    assert len(frames) == report["frames"]
+    modules = {module["id"]: module for module in case["modules"]}
+    state = {cm_id: {"sent": 0, "counter": 0, "status": 0} for cm_id in modules}
+    for header, messages in frames:
+        module, progress = modules[header["device_id"]], state[header["device_id"]]
+        assert header["version"] == 3
+        assert header["counter"] == progress["counter"] % 65536
+        assert header["dev_flags.multi_frame"] == int(len(messages) > 1)
+        progress["counter"] += 1
+        if header["message_type"] != 3:
+            check_status(header, messages[0], module, progress["sent"])
+            progress["status"] += 1
+            continue
+        assert 1 <= len(messages) <= case["per frame"]
+        for message in messages:
+            expected = expected_message(progress["sent"], module, case)
+            progress["sent"] += 1
+            assert header["data_type"] == expected.pop("data_type")
+            assert message["data"] == expected.pop("data"), (message, expected)
+            for name, value in expected.items():
+                read = int(message[name][0], 16)
+                slack = 1 if name == "timestamp_ns" and "clock" in module else 0
+                assert abs(read - value) <= slack, (name, read, value)
+    for told in report["modules"]:
+        assert told["messages"] == state[told["cmId"]]["sent"] > 0, told
+        assert told["messages"] == sum(channel["messages"] for channel in told["channels"])
+    assert report["dataMessages"] == case["messages"]
+    assert report["statusFrames"] == sum(s["status"] for s in state.values()) >= 4 * len(modules)
+
+
+def main():
+    simulator = sys.argv[1]
+    check(simulator, {
+        "arguments": ["--module", "CAN combo:5", "--module", "LIN combo:2,serial=77",
+                      "--messages", "3000", "--per-frame", "7", "--status", "0.05"],
+        "modules": [CAN, LIN], "rate": 1000, "lengths": [8], "lin lengths": [8],
+        "stamp": False, "per frame": 7, "messages": 3000})
+    drifting = {**CAN, "channels": 3,
+                "clock": lambda ns: round(ns * 250 / 10**6) + (900 * 10**6 if ns >= 10**9 else 0)}
+    behind = {**LIN, "clock": lambda ns: -3600 * 10**9}
+    check(simulator, {
+        "arguments": ["--module", "CAN combo:5,channels=3,drift=250,jump=0.9@1", "--module",
+                      "LIN combo:2,serial=77,offset=-3600", "--duration", "2", "--rate", "99",
+                      "--length", "0-64", "--per-frame", "5", "--stamp"],
+        "modules": [drifting, behind], "rate": 99,
+        "lengths": [*range(9), 12, 16, 20, 24, 32, 48, 64], "lin lengths": [*range(1, 9)],
+        "stamp": True, "per frame": 5, "messages": 2 * 99 * 13})
+
+
+main()
