@@ -1,0 +1,175 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "station/cli/commands.h"
+#include "station/cli/recordings.h"
+#include "station/live_view.h"
+#include "station/offline/direct_capture.h"
+#include "station/offline/found_modules.h"
+#include "station/offline/stored_frames.h"
+
+namespace station {
+namespace {
+
+constexpr const char* about =
+    R"(Turns stored frames (.pcap, .pcapng) into recordings (.pcapng, .log).
+
+Without --module the modules are taken from the status messages in the file. A module's times run on
+its own clock from the moment at which its first message was captured.)";
+
+constexpr const char* examples = R"(
+Examples:
+  cmp-station convert stored.pcap drive.pcapng drive.log
+  cmp-station convert stored.pcapng drive.pcapng --module "CAN combo:5:Front")";
+
+struct ConvertOptions {
+    std::string input;
+    std::vector<std::string> outputs;
+    std::vector<std::string> modules;
+    bool json = false;
+    bool quiet = false;
+};
+
+std::vector<ModuleOption> chooseModules(const ConvertOptions& options) {
+    std::vector<ModuleOption> modules;
+    for (const std::string& text : options.modules) {
+        modules.push_back(ModuleOption::parse(text));
+    }
+    if (!modules.empty()) {
+        return modules;
+    }
+    modules = findModules(options.input);
+    if (modules.empty()) {
+        throw CommandError(
+            ExitCode::WrongUse,
+            fmt::format("no capture module tells its status in {}; name the modules with "
+                        "--module \"TYPE:CONFIGID\"",
+                        options.input));
+    }
+    return modules;
+}
+
+void refuseInputAsOutput(const ConvertOptions& options) {
+    for (const std::string& output : options.outputs) {
+        std::error_code error;
+        if (std::filesystem::equivalent(options.input, output, error)) {
+            throw CommandError(
+                ExitCode::WrongUse,
+                fmt::format("{} is the input; name another file for the recording", output));
+        }
+    }
+}
+
+/// One line on a terminal, written over and over.
+class Progress {
+  public:
+    explicit Progress(bool wanted) : shown(wanted && isatty(STDERR_FILENO) == 1) {}
+    ~Progress() {
+        if (written) {
+            fmt::print(stderr, "\r\033[K");
+        }
+    }
+    void show(double share) {
+        const auto now = std::chrono::steady_clock::now();
+        if (shown && now - last > std::chrono::milliseconds(200)) {
+            fmt::print(stderr, "\r{:3.0f} %", share * 100);
+            last = now;
+            written = true;
+        }
+    }
+
+  private:
+    const bool shown;
+    bool written = false;
+    std::chrono::steady_clock::time_point last;
+};
+
+void convertAll(StoredFrames& frames, DirectCapture& capture, RecordingSet& recordings,
+                bool showProgress, StopSignal& stop) {
+    Progress progress(showProgress);
+    CmpPacketReader& reader = capture.getReader();
+    reader.openInterfaces();
+    reader.prepareRead(true);
+    while (!frames.isAtEnd() && !stop.isRequested() && !recordings.haveAllFailed()) {
+        reader.readPass();
+        capture.poll();
+        progress.show(frames.getProgress());
+    }
+    capture.poll();  // a clock lets its first message wait for a second look
+}
+
+ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
+    refuseInputAsOutput(options);
+    const std::vector<ModuleOption> modules = chooseModules(options);
+    StoredFrames frames(options.input);
+    RecordingSet recordings;
+    openRecordings(recordings, options.outputs);
+    // Messages are stamped before the frame that carries them is captured: what the first frame
+    // brings would else lie before host time 0.
+    constexpr std::int64_t lead = 2'000'000'000;
+    const std::int64_t start = frames.getFirstTime() - lead;
+    DirectCapture capture(
+        frames, frames, start,
+        Summary::Clock::time_point(
+            std::chrono::duration_cast<Summary::Clock::duration>(std::chrono::nanoseconds(start))),
+        recordings);
+    for (const ModuleOption& module : modules) {
+        capture.addModule(module);
+    }
+    tellWhatIsLeftOut(recordings, capture.summarize());
+    convertAll(frames, capture, recordings, !options.quiet, stop);
+
+    for (const std::string& failure : recordings.close()) {
+        fmt::print(stderr, "cmp-station: {}\n", failure);
+    }
+    const Summary summary = capture.summarize();
+    if (options.json) {
+        writeText(STDOUT_FILENO, toJson(summary));
+    } else if (!options.quiet) {
+        for (const std::string& line : toTable(summary)) {
+            writeText(STDOUT_FILENO, line + '\n');
+        }
+    }
+    if (!frames.getErrorText().empty()) {
+        throw CommandError(ExitCode::Unreadable,
+                           frames.getErrorText() + "; what came before is in the recordings");
+    }
+    if (recordings.hasFailed()) {
+        return ExitCode::Failed;
+    }
+    if (!frames.isAtEnd()) {
+        throw CommandError(
+            ExitCode::Failed,
+            "stopped before the end of the file; what came before is in the recordings");
+    }
+    return ExitCode::Good;
+}
+
+}  // namespace
+
+void addConvertCommand(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<ConvertOptions>();
+    CLI::App* const command = app.add_subcommand("convert", about);
+    command->footer(examples);
+    command->add_option("IN", options->input, "Stored frames, .pcap or .pcapng")->required();
+    command->add_option("OUT", options->outputs, "Recordings, .pcapng or .log (CAN only)")
+        ->required();
+    command->add_option("--module", options->modules, "A capture module; may be given again")
+        ->type_name("\"TYPE:CONFIGID[:NAME]\"")
+        ->expected(1)
+        ->take_all();
+    command->add_flag("--json", options->json, "Print one JSON object on standard output");
+    command->add_flag("--quiet", options->quiet, "Print neither progress nor a table");
+    command->callback([options, &chosen] {
+        chosen = [options](StopSignal& stop) { return convert(*options, stop); };
+    });
+}
+
+}  // namespace station

@@ -1,0 +1,176 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+
+#include "capture/bus_frame.h"
+#include "capture/frame_decoder.h"
+#include "capture/packet_text.h"
+#include "capture/pcap_port.h"
+#include "station/cli/commands.h"
+#include "station/cli/permission.h"
+#include "station/live_view.h"
+#include "station/offline/stored_frames.h"
+
+namespace station {
+namespace {
+
+constexpr const char* about =
+    "Prints every message of a file, or of one network interface, as text.";
+
+constexpr const char* examples = R"(
+Examples:
+  cmp-station dump stored.pcap --count 10
+  cmp-station dump --interface eth1)";
+
+struct DumpOptions {
+    std::string file;
+    std::string interface;
+    std::uint64_t count = std::numeric_limits<std::uint64_t>::max();
+};
+
+void dumpCmStatusPayload(const CmpHeader& header, const std::uint8_t* payload) {
+    CmStatus status;
+    if (header.isAsam) {
+        status.cmId = header.cmId;
+        if (decodeAsamCmStatus(payload, header.dataLength, status) == DecodeResult::ok) {
+            dumpCmStatus(status);
+            writeText(STDOUT_FILENO,
+                      fmt::format("Serial text: {}\n", printable(status.serialText)));
+        }
+    } else if (decodeCmStatus(header, payload, status) == DecodeResult::ok) {
+        dumpCmStatus(status);
+    }
+}
+
+void dumpBusStatusPayload(const CmpHeader& header, const std::uint8_t* payload) {
+    std::int32_t offset = 0;
+    BusStatus status;
+    while (decodeBusStatus(header, payload, &offset, status) == DecodeResult::ok) {
+        dumpBusStatus(status);
+    }
+}
+
+template <class Frame>
+void printFrame(const std::uint8_t* payload, std::uint32_t length,
+                std::string (*toText)(const Frame&)) {
+    if (holdsFrame<Frame>(payload, length)) {
+        Frame frame;
+        decodeFrame(payload, frame);
+        writeText(STDOUT_FILENO, toText(frame) + '\n');
+    }
+}
+
+void dumpDataPayload(const CmpHeader& header, const std::uint8_t* payload) {
+    constexpr std::uint16_t linDataType = 4;
+    dumpBytes(payload, header.dataLength);
+    std::uint32_t length = header.dataLength;
+    RebuiltPayload rebuilt;
+    if (header.isAsam) {
+        rebuildAsamData(header, payload, length, rebuilt);
+        payload = rebuilt.bytes;
+        length = rebuilt.length;
+    }
+    if (!header.isAsam && header.dataType == linDataType) {
+        printFrame<LinFrame>(payload, length, linFrameToText);
+    } else {
+        printFrame<CanFrame>(payload, length, canFrameToText);
+    }
+}
+
+void dumpMessage(const CmpHeader& header, const std::uint8_t* payload) {
+    dumpHeader(header);
+    dumpTime(splitTimestamp(header.timestamp));
+    switch (header.messageType) {
+        case MessageType::cmStatus:
+            dumpCmStatusPayload(header, payload);
+            break;
+        case MessageType::busStatus:
+            dumpBusStatusPayload(header, payload);
+            break;
+        case MessageType::data:
+            dumpDataPayload(header, payload);
+            break;
+        default:
+            dumpBytes(payload, header.dataLength);
+            break;
+    }
+    writeText(STDOUT_FILENO, "\n");
+}
+
+/// Dumps the messages of one frame, `left` at most, and counts them off.
+void dumpFrame(const std::uint8_t* data, std::uint32_t length, std::uint64_t& left) {
+    CmpHeader header;
+    const std::uint8_t* payload = nullptr;
+    std::int32_t offset = 0;
+    while (left > 0 && parseFrame(data, static_cast<std::int32_t>(length), &offset, header,
+                                  payload) == DecodeResult::ok) {
+        dumpMessage(header, payload);
+        --left;
+    }
+}
+
+ExitCode dumpFile(const DumpOptions& options, StopSignal& stop) {
+    StoredFrames frames(options.file);
+    const std::uint8_t* data = nullptr;
+    std::uint32_t length = 0;
+    std::uint64_t left = options.count;
+    while (left > 0 && !frames.isAtEnd() && !stop.isRequested()) {
+        if (frames.next(data, length) == CaptureHandle::frame) {
+            dumpFrame(data, length, left);
+        }
+    }
+    if (!frames.getErrorText().empty()) {
+        throw CommandError(ExitCode::Unreadable, frames.getErrorText());
+    }
+    return ExitCode::Good;
+}
+
+ExitCode dumpInterface(const DumpOptions& options, StopSignal& stop) {
+    constexpr std::int32_t snapLength = 65536;
+    constexpr std::int32_t readTimeoutMs = 100;
+    checkCapturePermission();
+    PcapPort port;
+    std::string error;
+    const auto handle = port.openLive(options.interface, snapLength, true, readTimeoutMs, error);
+    if (!handle) {
+        throw CommandError(ExitCode::Failed, error + "; \"ip link\" lists the interfaces");
+    }
+    const std::uint8_t* data = nullptr;
+    std::uint32_t length = 0;
+    std::uint64_t left = options.count;
+    while (left > 0 && !stop.isRequested()) {
+        if (handle->next(data, length) == CaptureHandle::frame) {
+            dumpFrame(data, length, left);
+        }
+    }
+    return ExitCode::Good;
+}
+
+}  // namespace
+
+void addDumpCommand(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<DumpOptions>();
+    CLI::App* const command = app.add_subcommand("dump", about);
+    command->footer(examples);
+    auto* const source = command->add_option_group("source");
+    source->add_option("FILE", options->file, "Stored frames, .pcap or .pcapng");
+    source->add_option("--interface", options->interface, "Capture on this interface")
+        ->type_name("IF");
+    source->require_option(1);
+    command->add_option("--count", options->count, "End after N messages")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    command->callback([options, &chosen] {
+        chosen = [options](StopSignal& stop) {
+            setPacketTextSink([](const std::string& text) { writeText(STDOUT_FILENO, text); });
+            return options->file.empty() ? dumpInterface(*options, stop) : dumpFile(*options, stop);
+        };
+    });
+}
+
+}  // namespace station

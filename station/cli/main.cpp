@@ -1,0 +1,57 @@
+#include <fmt/format.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "station/cli/commands.h"
+
+#ifndef CMP_VERSION
+#define CMP_VERSION "unknown"
+#endif
+
+namespace {
+
+constexpr const char* examples = R"(
+Examples:
+  cmp-station run --module "CAN combo:5:Front" --module "LIN combo:2" --record drive.pcapng
+  cmp-station convert stored.pcap drive.pcapng drive.log
+  cmp-station dump stored.pcap --count 10
+
+Exit codes: 0 good, 1 failure while running, 2 wrong use, 3 unreadable input,
+4 not allowed to capture.)";
+
+int execute(int argc, char** argv) {
+    CLI::App app{"Receives CAN, CAN FD and LIN traffic from Ethernet capture modules.",
+                 "cmp-station"};
+    app.set_version_flag("--version", "cmp-station " CMP_VERSION);
+    app.footer(examples);
+    app.require_subcommand(1);
+    station::Command command;
+    station::addRunCommand(app, command);
+    station::addConvertCommand(app, command);
+    station::addDumpCommand(app, command);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : static_cast<int>(station::ExitCode::WrongUse);
+    }
+    // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
+    station::StopSignal stop;
+    return static_cast<int>(command(stop));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return execute(argc, argv);
+    } catch (const station::CommandError& error) {
+        fmt::print(stderr, "cmp-station: {}\n", error.what());
+        return static_cast<int>(error.getCode());
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "cmp-station: {}\n", error.what());
+        return static_cast<int>(station::ExitCode::Failed);
+    }
+}

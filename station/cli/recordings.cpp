@@ -1,0 +1,45 @@
+#include "station/cli/recordings.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "station/exit_codes.h"
+
+namespace station {
+
+void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
+    command
+        .add_option("--record", paths,
+                    "Record into FILE, a .pcapng, or a .log (CAN only); may be given again")
+        ->type_name("FILE")
+        ->expected(1)
+        ->take_all();
+}
+
+void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+        try {
+            recordings.open(path);
+        } catch (const UnknownEnding& error) {
+            throw CommandError(ExitCode::WrongUse, error.what());
+        } catch (const RecordingError& error) {
+            throw CommandError(ExitCode::Failed, error.what());
+        }
+    }
+}
+
+void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary) {
+    const bool hasLin =
+        std::any_of(summary.channels.begin(), summary.channels.end(),
+                    [](const auto& channel) { return channel.bus == BusType::Lin; });
+    if (!hasLin) {
+        return;
+    }
+    for (const std::string& path : recordings.thatRefuse(BusType::Lin)) {
+        fmt::print(stderr, "cmp-station: {} holds CAN only: LIN channels are left out\n", path);
+    }
+}
+
+}  // namespace station

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+#include "station/recording/recording_set.h"
+#include "station/summary.h"
+
+namespace station {
+
+void addRecordOption(CLI::App& command, std::vector<std::string>& paths);
+/// Opens all; throws CommandError.
+void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths);
+/// Says on standard error which recordings can't hold all channels.
+void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary);
+
+}  // namespace station

@@ -1,0 +1,88 @@
+#include "station/document/setup_file.h"
+
+#include "station/document/setup_xml.h"
+#include "station/document/whole_file.h"
+
+namespace station {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string told(const SetupXmlError& error) {
+    return "line " + std::to_string(error.getLine()) + ", column " +
+           std::to_string(error.getColumn()) + ": " + error.what();
+}
+
+std::string quoted(const fs::path& path) {
+    return '"' + path.string() + '"';
+}
+
+}  // namespace
+
+CountedRef<SetupDocument> SetupFile::load() const {
+    const std::string failure = "Cannot read the setup " + quoted(path) + ": ";
+    try {
+        const auto text = readWholeFile(path);
+        if (!text) {
+            throw std::runtime_error("there is no such file");
+        }
+        auto document = makeCounted<SetupDocument>(false);
+        document->SetRootElement(fromSetupXml(*text).get());
+        return document;
+    } catch (const SetupXmlError& error) {
+        std::error_code ignored;
+        const std::string repair = fs::exists(getBackupPath(), ignored)
+                                       ? "Repair it, or take its backup " + quoted(getBackupPath())
+                                       : "Repair it";
+        throw SetupFileError(failure + told(error) + ". " +
+                                 (error.getAdvice().empty() ? repair : error.getAdvice()) + '.',
+                             error.getLine());
+    } catch (const std::runtime_error& error) {
+        throw SetupFileError(failure + error.what() + ". Check its name and its permissions.");
+    }
+}
+
+void SetupFile::save(const SetupDocument& document) const {
+    const std::string failure = "Cannot save the setup " + quoted(path) + ": ";
+    if (!document.getRoot()) {
+        throw SetupFileError(failure + "the document has no root element.");
+    }
+    const std::string text = toSetupXml(*document.getRoot());
+    try {
+        const fs::path file = target();
+        const auto old = readWholeFile(file);
+        if (old == text) {
+            return;
+        }
+        if (old) {
+            fromSetupXml(*old);
+        }
+        FileReplacement fresh(file, text, file);
+        if (old) {
+            FileReplacement(getBackupPath(), *old, file).commit();
+        }
+        fresh.commit();
+    } catch (const SetupXmlError& error) {
+        throw SetupFileError(failure + "what is there can't be read (" + told(error) +
+                                 ") and isn't overwritten. Move it away, or choose another name.",
+                             error.getLine());
+    } catch (const std::runtime_error& error) {
+        throw SetupFileError(failure + error.what() +
+                             ". Make room there, or choose another place.");
+    }
+}
+
+/// Where symbolic links lead, so that saving replaces the file and not the link.
+fs::path SetupFile::target() const {
+    std::error_code ignored;
+    const fs::path resolved = fs::canonical(path, ignored);
+    return resolved.empty() ? path : resolved;
+}
+
+fs::path SetupFile::getBackupPath() const {
+    fs::path backup = target();
+    backup += ".bak";
+    return backup;
+}
+
+}  // namespace station

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+#include "station/document/setup_document.h"
+
+namespace station {
+
+/// A setup that can't be loaded or saved. The text names the file, the line and column if the
+/// contents are at fault, the cause and what to do.
+class SetupFileError : public std::runtime_error {
+  public:
+    explicit SetupFileError(const std::string& text, std::size_t lineOfFault = 0)
+        : std::runtime_error(text), line(lineOfFault) {}
+
+    /// From 1; 0 if it isn't the contents of the file that is at fault.
+    std::size_t getLine() const { return line; }
+
+  private:
+    std::size_t line;
+};
+
+/// A setup document on the disk, in the form of setup_xml.h.
+///
+/// Invariant: at the path there is at any moment, through crash and power cut, a whole file or
+/// none. And nothing that a user could want back is lost by saving: what stood there last goes to
+/// the backup, and what isn't a setup file that this program reads (damaged, of a newer version,
+/// something else) is refused and not overwritten.
+///
+/// Used on one thread. Of two programs that save at a time, the later one wins.
+class SetupFile {
+  public:
+    explicit SetupFile(std::filesystem::path file) : path(std::move(file)) {}
+
+    /// In reading mode. Throws SetupFileError, and writes nothing in any case.
+    CountedRef<SetupDocument> load() const;
+
+    /// Throws SetupFileError; the file is as it was then, and so is the backup unless the very last
+    /// step fails, after which both hold what the file held. Does nothing if the file is the same
+    /// already, so that the backup stays a step behind. A symbolic link is followed.
+    void save(const SetupDocument& document) const;
+
+    const std::filesystem::path& getPath() const { return path; }
+    std::filesystem::path getBackupPath() const;
+
+  private:
+    std::filesystem::path target() const;
+    std::string read() const;
+
+    const std::filesystem::path path;
+};
+
+}  // namespace station

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace station {
+
+/// What is in the file; nothing if there is none. Throws `std::runtime_error` with the cause if it
+/// can't be read or is no regular file.
+std::optional<std::string> readWholeFile(const std::filesystem::path& path);
+
+/// A text on its way to the place of what is at `path`, all or nothing: whoever opens that, also
+/// after a crash or a power cut, finds the whole of the old or of the new. The text goes into a
+/// file of its own in the same directory, to the disk, and with `commit` to the name.
+///
+/// Both steps throw `std::runtime_error` with the cause. What isn't committed is removed again; a
+/// process that is killed meanwhile may leave a PATH.XXXXXXXX.tmp behind, which disturbs nobody.
+class FileReplacement {
+  public:
+    /// The new file gets the permissions of `model`, and its owner as far as the user may, if there
+    /// is such a file.
+    FileReplacement(std::filesystem::path target, const std::string& text,
+                    const std::filesystem::path& model);
+    ~FileReplacement();
+    FileReplacement(const FileReplacement&) = delete;
+    FileReplacement& operator=(const FileReplacement&) = delete;
+
+    /// Once.
+    void commit();
+
+  private:
+    const std::filesystem::path path;
+    const std::filesystem::path temporary;  // gone when committed
+};
+
+}  // namespace station

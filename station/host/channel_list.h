@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/host_plugin_group.h"
+#include "station/host/station_channel.h"
+
+namespace station {
+
+/// The channels of the station, in the order in which they were mounted, which is also the group
+/// that plug-ins mount them in. The indices of a channel are the group's place, the plug-in's
+/// number and the indices that the plug-in gave. Called on the host's thread.
+class ChannelList final : public Counted<HostPluginGroup> {
+  public:
+    explicit ChannelList(ChannelEnvironment surroundings) : environment(std::move(surroundings)) {}
+
+    const std::vector<CountedRef<StationChannel>>& all() const { return channels; }
+    /// Empty if there is none.
+    CountedRef<StationChannel> find(const std::vector<std::int32_t>& indices) const;
+    /// Of the group of channels with these indices, empty if it has none.
+    std::wstring getGroupName(const std::vector<std::int32_t>& indices) const;
+
+    /// Makes all buffers ready and empties them.
+    void beginMeasurement();
+    /// Samples in all channels since then.
+    std::uint64_t getWritten() const;
+
+    HostResult mountChannels(const wchar_t* pluginId, std::int32_t count,
+                             const std::int32_t* indices, HostChannel** channel) override;
+    HostResult unmountChannel(HostChannel* channel) override;
+    HostResult setChannelGroupName(const wchar_t* pluginId, std::int32_t count,
+                                   const std::int32_t* indices, const wchar_t* name) override;
+
+  private:
+    std::vector<std::int32_t> placeOf(const wchar_t* pluginId, std::int32_t count,
+                                      const std::int32_t* indices);
+
+    const ChannelEnvironment environment;
+    std::vector<CountedRef<StationChannel>> channels;
+    std::vector<std::wstring> pluginIds;  ///< by the plug-in's number
+    std::map<std::vector<std::int32_t>, std::wstring> groupNames;
+};
+
+}  // namespace station

@@ -1,0 +1,212 @@
+#include "station/host/measurement_recorder.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <span>
+
+#include "core/string_helper.h"
+
+namespace station {
+namespace {
+
+constexpr double nanosecondsPerSecond = 1e9;
+
+std::optional<BusType> busOf(const StationChannel& channel) {
+    switch (channel.dataType()) {
+        case StationChannel::recordType:
+            return BusType::Can;
+        case StationChannel::variantType:
+            return BusType::Lin;
+        default:
+            return std::nullopt;
+    }
+}
+
+}  // namespace
+
+std::string toText(const CanRecord& record) {
+    return fmt::format("0x{:X}{}: {:02X}", record.id, record.extended ? "(ext)" : "",
+                       fmt::join(std::span(record.data, record.length), " "));
+}
+
+std::string toText(const LinRecord& record) {
+    return fmt::format("{}: {:02X}", record.id,
+                       fmt::join(std::span(record.data, record.length), " "));
+}
+
+/// A channel that is recorded, and what is known of its messages.
+class MeasurementRecorder::Channel final : public ChannelSink {
+  public:
+    Channel(MeasurementRecorder& target, CountedRef<StationChannel> channel, std::size_t handle)
+        : recorder(target), source(std::move(channel)), number(handle) {
+        source->setOnFull([this] { takeNew(); });
+    }
+    ~Channel() override { source->setOnFull({}); }
+
+    void takeNew() { source->takeNew(*this); }
+
+    void onSample(const ChannelSample& sample) override {
+        const std::int64_t utc = recorder.host.data().getStartNanoseconds() +
+                                 std::llround(sample.time * nanosecondsPerSecond);
+        lastUtc = frames == 0 ? utc : std::max(lastUtc, utc);
+        if (frames++ == 0) {
+            firstUtc = lastUtc;
+        }
+        recorder.recordings.write(number, lastUtc, sample.data, sample.size);
+        lastSize = std::min(sample.size, lastRecord.size());
+        std::memcpy(lastRecord.data(), sample.data, lastSize);
+    }
+
+    std::string lastValueText() const {
+        if (bus == BusType::Can && lastSize == CanRecord::size) {
+            return toText(CanRecord(lastRecord.data()));
+        }
+        if (bus == BusType::Lin && lastSize == LinRecord::size) {
+            return toText(LinRecord(lastRecord.data()));
+        }
+        return {};
+    }
+
+    MeasurementRecorder& recorder;
+    const CountedRef<StationChannel> source;
+    const std::size_t number;  ///< in the recordings
+    BusType bus = BusType::Can;
+    std::string name;
+    std::optional<ChannelOwner> owner;
+    std::uint64_t frames = 0;
+    std::int64_t firstUtc = 0;
+    std::int64_t lastUtc = 0;
+    std::array<std::uint8_t, StationChannel::recordSize> lastRecord = {};
+    std::size_t lastSize = 0;
+    std::uint64_t framesAtMark = 0;
+    double rate = 0.0;
+    std::uint64_t overrunsTold = 0;
+};
+
+MeasurementRecorder::MeasurementRecorder(StationHost& stationHost, RecordingSet& recordingSet)
+    : host(stationHost), recordings(recordingSet) {}
+
+MeasurementRecorder::~MeasurementRecorder() = default;
+
+std::string MeasurementRecorder::unusedName(const std::string& wanted) const {
+    std::string name = wanted;
+    const auto isTaken = [&](const auto& other) { return other->name == name; };
+    for (int number = 2; std::any_of(channels.begin(), channels.end(), isTaken); ++number) {
+        name = fmt::format("{} ({})", wanted, number);
+    }
+    return name;
+}
+
+void MeasurementRecorder::addChannels(const std::vector<ChannelOwner>& owners) {
+    for (const auto& source : host.channels().all()) {
+        const auto bus = busOf(*source);
+        if (!bus || !source->used()) {
+            continue;
+        }
+        auto channel = std::make_unique<Channel>(*this, source, channels.size());
+        channel->bus = *bus;
+        channel->name = unusedName(Kestrova::Utils::Kcom::StringHelper::ToUtf8(source->name()));
+        const std::int32_t output = source->indices().back();
+        const auto owner = std::find_if(owners.begin(), owners.end(), [&](const auto& candidate) {
+            return candidate.output == output;
+        });
+        if (owner != owners.end()) {
+            channel->owner = *owner;
+        }
+        recordings.addChannel({channel->name, channel->bus});
+        channels.push_back(std::move(channel));
+    }
+}
+
+void MeasurementRecorder::takeNew() {
+    for (const auto& channel : channels) {
+        channel->takeNew();
+    }
+}
+
+void MeasurementRecorder::endPart() {
+    takeNew();
+    firstStart = startNanoseconds();
+}
+
+std::vector<std::string> MeasurementRecorder::takeOverruns() {
+    std::vector<std::string> texts;
+    for (const auto& channel : channels) {
+        const std::uint64_t overruns = channel->source->getOverruns();
+        if (overruns > channel->overrunsTold) {
+            texts.push_back(fmt::format(
+                "channel \"{}\" lost {} messages: they were overwritten before they could be read",
+                channel->name, overruns - channel->overrunsTold));
+        }
+        channel->overrunsTold = overruns;
+    }
+    return texts;
+}
+
+std::int64_t MeasurementRecorder::startNanoseconds() const {
+    return firstStart.value_or(host.data().getStartNanoseconds());
+}
+
+double MeasurementRecorder::secondsSinceStart() const {
+    const auto before = static_cast<double>(host.data().getStartNanoseconds() - startNanoseconds());
+    return before / nanosecondsPerSecond + host.clock().getSeconds();
+}
+
+void MeasurementRecorder::updateRates() {
+    constexpr double window = 1.0;  // seconds
+    const double now = secondsSinceStart();
+    if (now - markTime < window) {
+        return;
+    }
+    for (const auto& channel : channels) {
+        channel->rate =
+            static_cast<double>(channel->frames - channel->framesAtMark) / (now - markTime);
+        channel->framesAtMark = channel->frames;
+    }
+    markTime = now;
+}
+
+Summary MeasurementRecorder::summarize(std::vector<ModuleSummary> modules) {
+    updateRates();
+    Summary summary;
+    const std::int64_t start = startNanoseconds();
+    summary.startTime = Summary::Clock::time_point(
+        std::chrono::duration_cast<Summary::Clock::duration>(std::chrono::nanoseconds(start)));
+    summary.seconds = secondsSinceStart();
+    const std::size_t known = modules.size();
+    summary.modules = std::move(modules);
+    const auto seconds = [start](std::int64_t utc) {
+        return static_cast<double>(utc - start) / nanosecondsPerSecond;
+    };
+    for (const auto& channel : channels) {
+        ChannelSummary entry;
+        const bool owned = channel->owner && channel->owner->module < known;
+        entry.module = owned ? channel->owner->module : known;
+        if (!owned) {
+            summary.modules.resize(known + 1);
+        }
+        entry.interfaceId = owned ? channel->owner->interfaceId : std::uint16_t{0};
+        entry.bus = channel->bus;
+        entry.busName = channel->bus == BusType::Can ? "CAN FD" : "LIN";
+        entry.name = channel->name;
+        entry.frames = channel->frames;
+        entry.firstTime = seconds(channel->firstUtc);
+        entry.lastTime = seconds(channel->lastUtc);
+        entry.rate = channel->rate;
+        entry.lastValue = channel->lastValueText();
+        summary.channels.push_back(std::move(entry));
+    }
+    for (const auto& recording : recordings.all()) {
+        summary.recordings.push_back({recording->path(), recording->formatName(),
+                                      recording->recordsWritten(), recording->bytesWritten(),
+                                      recording->recordsLost(), recording->errorText()});
+    }
+    return summary;
+}
+
+}  // namespace station

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "station/host/module_facts.h"
+#include "station/host/station_host.h"
+#include "station/recording/bus_record.h"
+#include "station/recording/recording_set.h"
+#include "station/summary.h"
+
+namespace station {
+
+/// Reads the used bus channels of the station behind the plug-in: writes each message into the
+/// recordings, at the UTC time of its host time, and keeps what the summary shows.
+///
+/// A channel of data type 14 is a CAN channel, one of type 12 a LIN channel; others aren't bus
+/// channels. Within a channel the UTC time never goes back, also not across the parts of a
+/// measurement. A message that was overwritten before it was read is counted and told.
+///
+/// Called on the host's thread. Host and recordings aren't owned and outlive this.
+class MeasurementRecorder {
+  public:
+    MeasurementRecorder(StationHost& stationHost, RecordingSet& recordingSet);
+    ~MeasurementRecorder();
+    MeasurementRecorder(const MeasurementRecorder&) = delete;
+    MeasurementRecorder& operator=(const MeasurementRecorder&) = delete;
+
+    /// Takes in the channels that are used now, under names of their own: a second "Front" becomes
+    /// "Front (2)". Once, before the measurement starts.
+    void addChannels(const std::vector<ChannelOwner>& owners);
+    /// After each periodic call.
+    void takeNew();
+    /// Before the next part of the measurement begins.
+    void endPart();
+    /// A text for each channel that lost messages since the last call, because they were
+    /// overwritten before they could be read.
+    std::vector<std::string> takeOverruns();
+
+    /// Times count from the start of the first part. A channel without an owner among the modules
+    /// goes to a module without a name behind them.
+    Summary summarize(std::vector<ModuleSummary> modules);
+
+  private:
+    class Channel;
+
+    std::string unusedName(const std::string& wanted) const;
+    std::int64_t startNanoseconds() const;
+    double secondsSinceStart() const;
+    void updateRates();
+
+    StationHost& host;
+    RecordingSet& recordings;
+    std::vector<std::unique_ptr<Channel>> channels;
+    std::optional<std::int64_t> firstStart;  ///< UTC nanoseconds, from the second part on
+    double markTime = 0.0;  ///< when the rates were worked out, seconds since the start
+};
+
+/// The last value of a message: "0x123: 01 02" for CAN, "17: 01 02" for LIN.
+std::string toText(const CanRecord& record);
+std::string toText(const LinRecord& record);
+
+}  // namespace station

@@ -1,0 +1,251 @@
+#include "station/host/plugin_driver.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "station/host/variant_array.h"
+
+namespace station {
+namespace {
+
+/// Seconds by which the parts of a measurement overlap.
+constexpr double partOverlap = 1.0;
+/// Periodic calls that a drain takes at least: the first lets the clocks see the last position.
+constexpr int leastPolls = 3;
+constexpr std::uint32_t noLeader = 0xFFFFFFFFU;
+/// What a leading clock's origin in the next part refers to: the time of the part before.
+constexpr const wchar_t* ownSourceName = L"cmp-station";
+
+}  // namespace
+
+PluginDriver::PluginDriver(CountedRef<HostObject> pluginObject, CountedRef<StationHost> stationHost,
+                           PluginDriverOptions driverOptions)
+    : object(std::move(pluginObject)),
+      host(std::move(stationHost)),
+      options(std::move(driverOptions)) {}
+
+PluginDriver::~PluginDriver() {
+    if (isMeasuring()) {
+        stopQuietly();
+    }
+    if (state == State::Ready) {
+        try {
+            plugin->onDisconnectChannels();
+        } catch (...) {
+            // It goes anyway.
+        }
+    }
+}
+
+void PluginDriver::requireConnection() const {
+    if (state == State::New || state == State::Connecting) {
+        throw PluginError("the plug-in isn't connected");
+    }
+}
+
+template <typename Call>
+void PluginDriver::call(const char* step, const Call& pluginCall) {
+    std::string text;
+    try {
+        const HostResult code = pluginCall();
+        if (code >= 0) {
+            return;
+        }
+        text = fmt::format("it answered 0x{:08X}", static_cast<std::uint32_t>(code));
+    } catch (...) {
+        text = describeCurrentFailure();
+    }
+    if (isMeasuring()) {
+        stopQuietly();
+    }
+    throw PluginError(fmt::format("the plug-in failed when it had to {}: {}", step, text));
+}
+
+void PluginDriver::sendEvent(const char* step, std::int32_t event, HostVariant* result) {
+    HostVariant unused;
+    call(step, [&] {
+        return events->onEvent(event, HostVariant(), result == nullptr ? &unused : result);
+    });
+}
+
+/// The way out of a measurement that works also where nothing else does.
+void PluginDriver::stopQuietly() noexcept {
+    state = State::Ready;
+    host->clock().stop();
+    try {
+        HostVariant unused;
+        events->onEvent(PluginEvent::stopCapture, HostVariant(), &unused);
+    } catch (...) {
+        // The failure that led here is the one to tell.
+    }
+}
+
+void PluginDriver::connect() {
+    const char* const step = "connect to the station";
+    if (state != State::New) {
+        throw PluginError("a plug-in can be connected only once");
+    }
+    state = State::Connecting;
+    call(step, [&] { return object.queryTo(plugin); });
+    call(step, [&] { return object.queryTo(events); });
+    call(step, [&] { return plugin->onConnectHost(host.get()); });
+    state = State::Ready;
+}
+
+void PluginDriver::persist(const char* step, std::int32_t event, HostDocument& document,
+                           HostElement& element, bool saving) {
+    requireConnection();
+    const auto arguments = makeCounted<VariantArray>();
+    arguments->addObject(&document).addObject(&element).addBoolean(saving);
+    if (event == PluginEvent::setup) {
+        arguments->addBoolean(false);  // channels are made anew, not kept
+    }
+    HostVariant result;
+    call(step, [&] {
+        const HostResult code = document.SetMode(toHostBool(saving));
+        return code < 0 ? code : events->onEvent(event, arguments->asInput(), &result);
+    });
+}
+
+void PluginDriver::loadSettings(HostDocument& document, HostElement& element) {
+    persist("load its settings", PluginEvent::settings, document, element, false);
+}
+
+void PluginDriver::loadSetup(HostDocument& document, HostElement& element) {
+    persist("load its setup", PluginEvent::setup, document, element, false);
+}
+
+void PluginDriver::saveSettings(HostDocument& document, HostElement& element) {
+    persist("save its settings", PluginEvent::settings, document, element, true);
+}
+
+void PluginDriver::saveSetup(HostDocument& document, HostElement& element) {
+    persist("save its setup", PluginEvent::setup, document, element, true);
+}
+
+void PluginDriver::clearSetup() {
+    requireConnection();
+    call("begin a new setup", [&] { return plugin->onClearSetup(); });
+}
+
+void PluginDriver::updateDevices() {
+    requireConnection();
+    HostVariant devices;
+    devices.type = HostVariantType::Object;
+    devices.object = static_cast<HostGnssDeviceCollection*>(&host->gnssPlaces());
+    HostVariant unused;
+    call("set its clocks",
+         [&] { return events->onEvent(PluginEvent::updateDevices, devices, &unused); });
+}
+
+void PluginDriver::start() {
+    requireConnection();
+    const char* const step = "start the measurement";
+    host->clock().reset();
+    host->gnssDevices().setOwnSource({});
+    call(step, [&] {
+        host->channels().beginMeasurement();
+        return plugin->onPrepareAcquisition();
+    });
+    call(step, [&] { return plugin->onStartAcquisition(); });
+    sendEvent(step, PluginEvent::alignChannels);
+    state = State::Running;  // from here on a failure has something to stop
+    sendEvent("start the capture", PluginEvent::startCapture);
+    host->clock().start();
+    host->data().setStart(options.utcNow());
+    beginPart();
+}
+
+void PluginDriver::beginPart() {
+    state = State::Running;
+    samplesSeen = host->channels().getWritten();
+    heldUntil = host->clock().getSeconds() + options.settleSeconds;
+    sendEvent("start its clocks", PluginEvent::enableClocks);
+}
+
+void PluginDriver::poll() {
+    if (!isMeasuring()) {
+        return;
+    }
+    MasterClock& clock = host->clock();
+    if (state == State::Running && clock.getSeconds() >= heldUntil) {
+        clock.movePosition();
+    }
+    sendEvent("deliver its data", PluginEvent::getData);
+    const std::uint64_t samples = host->channels().getWritten();
+    if (samples != samplesSeen) {
+        samplesSeen = samples;
+        newestArrival = clock.getSeconds();
+    }
+    if (state == State::Ending) {
+        leader = leadingSeconds();
+        ++pollsSinceEnd;
+    }
+}
+
+double PluginDriver::leadingSeconds() {
+    std::uint32_t low = 0;
+    std::uint32_t high = 0;
+    call("tell its time", [&] { return plugin->position33(&low, &high); });
+    if (low == noLeader && high == noLeader) {
+        return std::numeric_limits<double>::infinity();
+    }
+    const std::uint64_t samples = (std::uint64_t{high} << 32U) + low;
+    return static_cast<double>(samples) / host->clock().getSampleRate();
+}
+
+void PluginDriver::endPart() {
+    if (state != State::Running) {
+        return;
+    }
+    HostVariant delay;
+    sendEvent("tell its delay", PluginEvent::getRequiredDelay, &delay);
+    const float seconds = delay.type == HostVariantType::Float ? delay.float32 : 0.0F;
+    leastDrain =
+        std::clamp(static_cast<double>(seconds), options.quietSeconds, options.longestDrainSeconds);
+    host->clock().movePosition();
+    endTime = host->clock().getSeconds();
+    newestArrival = endTime;
+    leader = 0.0;
+    pollsSinceEnd = 0;
+    state = State::Ending;
+}
+
+bool PluginDriver::isDrained() const {
+    if (state != State::Ending) {
+        return !isMeasuring();
+    }
+    const double now = host->clock().getSeconds();
+    const double end = host->clock().getPositionSeconds();
+    const bool quiet = now - newestArrival >= options.quietSeconds && pollsSinceEnd >= leastPolls;
+    const bool complete = now - endTime >= leastDrain && leader >= end + leastDrain;
+    return (quiet && complete) || now - endTime >= options.longestDrainSeconds;
+}
+
+void PluginDriver::startNextPart() {
+    MasterClock& clock = host->clock();
+    StationData& data = host->data();
+    const double second = std::max(clock.getPositionSeconds() - partOverlap, 0.0);
+    const auto start = data.getStart() + std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                             std::chrono::duration<double>(second));
+    clock.startNextPart(second);
+    data.setStart(start);
+    host->gnssDevices().setOwnSource(ownSourceName);
+    const char* const step = "start the next part of the measurement";
+    call(step, [&] { return plugin->onStartAcquisition(); });
+    sendEvent(step, PluginEvent::alignChannels);
+    beginPart();
+}
+
+void PluginDriver::stop() {
+    if (!isMeasuring()) {
+        return;
+    }
+    host->clock().stop();
+    state = State::Ready;
+    sendEvent("stop the capture", PluginEvent::stopCapture);
+}
+
+}  // namespace station

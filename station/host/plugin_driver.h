@@ -1,0 +1,133 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "host/host_document.h"
+#include "host/plugin.h"
+#include "station/host/plugin_failure.h"
+#include "station/host/station_host.h"
+
+namespace station {
+
+/// The numbers of the events that the station sends.
+namespace PluginEvent {
+inline constexpr std::int32_t startCapture = 105;
+inline constexpr std::int32_t alignChannels = 115;
+inline constexpr std::int32_t getData = 117;
+inline constexpr std::int32_t stopCapture = 130;
+inline constexpr std::int32_t getRequiredDelay = 136;
+inline constexpr std::int32_t enableClocks = 156;
+inline constexpr std::int32_t setup = 158;
+inline constexpr std::int32_t settings = 159;
+inline constexpr std::int32_t updateDevices = 177;
+}  // namespace PluginEvent
+
+struct PluginDriverOptions {
+    std::function<std::chrono::system_clock::time_point()> utcNow = std::chrono::system_clock::now;
+    /// How long the position stays 0 at the beginning of a part. All that comes in waits so long,
+    /// and the plug-in's clocks learn the modules' times before they have to judge a message.
+    double settleSeconds = 0.2;
+    /// How long nothing new must come in before what was under way at the end counts as drained.
+    double quietSeconds = 0.1;
+    double longestDrainSeconds = 5.0;
+};
+
+/// Drives one plug-in object through its life, in the one order that loses nothing:
+///
+///     connect
+///     loadSettings, loadSetup, updateDevices        (or clearSetup)
+///     start
+///         poll ... poll                             every 20 ms or so
+///         endPart, poll ... until isDrained
+///     stop, or startNextPart and on with poll
+///     saveSettings, saveSetup
+///
+/// **Nothing lost at the start.** Time 0 is when event 105 has returned: the interfaces are open.
+/// The position stays 0 for a while, which makes everything wait.
+///
+/// **Nothing lost at the end.** `endPart` moves the position for the last time. What was stamped up
+/// to there is still under way: in the network, in the plug-in's queues, behind a module's clock.
+/// So the periodic calls go on, with the time running, until the delay that the clocks ask for is
+/// over, a leading clock has reached the end too, and nothing new comes. What was stamped later
+/// waits and isn't delivered. Only then may event 130 throw the queues away.
+///
+/// **Nothing lost between parts.** The capture runs on, what is stamped behind the end waits in the
+/// plug-in, and time 0 of the next part lies a second before that end, so that no rounding of the
+/// clocks, which begin anew, makes a waiting message too old.
+///
+/// Every failure of the plug-in comes out as `PluginError`. In a measurement it has then been
+/// stopped as well as it goes; what is in the channels can still be read. A call without a
+/// connected plug-in is a `PluginError` too.
+///
+/// Called on the host's thread.
+class PluginDriver {
+  public:
+    PluginDriver(CountedRef<HostObject> pluginObject, CountedRef<StationHost> stationHost,
+                 PluginDriverOptions driverOptions = {});
+    /// Stops what is running and lets the plug-in go; failures are told to nobody any more.
+    ~PluginDriver();
+    PluginDriver(const PluginDriver&) = delete;
+    PluginDriver& operator=(const PluginDriver&) = delete;
+
+    void connect();
+
+    /// The clocks and the modules; to be loaded before the setup.
+    void loadSettings(HostDocument& document, HostElement& element);
+    /// The channels.
+    void loadSetup(HostDocument& document, HostElement& element);
+    void saveSettings(HostDocument& document, HostElement& element);
+    void saveSetup(HostDocument& document, HostElement& element);
+    /// Channels anew, as the modules have them.
+    void clearSetup();
+    /// Gives the clocks the modes and sources chosen in the host's device collection. To be called
+    /// when the settings are loaded, and when the devices changed; not in a measurement.
+    void updateDevices();
+
+    void start();
+    /// The periodic call; nothing where no measurement runs.
+    void poll();
+    bool needsNewPart() const { return state == State::Running && host->clock().needsNewPart(); }
+    void endPart();
+    /// Whether all is there that was under way at the end. False before `endPart`.
+    bool isDrained() const;
+    /// When it is drained and everything was read from the channels.
+    void startNextPart();
+    void stop();
+
+    bool isMeasuring() const { return state == State::Running || state == State::Ending; }
+
+  private:
+    /// `Connecting` is left for `Ready` only: a plug-in whose connection failed gets no more calls.
+    enum class State { New, Connecting, Ready, Running, Ending };
+
+    void requireConnection() const;
+    template <typename Call>
+    void call(const char* step, const Call& pluginCall);
+    void sendEvent(const char* step, std::int32_t event, HostVariant* result = nullptr);
+    void persist(const char* step, std::int32_t event, HostDocument& document, HostElement& element,
+                 bool saving);
+    void stopQuietly() noexcept;
+    void beginPart();
+    /// Where a leading clock stands, in seconds since the start; infinite if none leads.
+    double leadingSeconds();
+
+    const CountedRef<HostObject> object;
+    const CountedRef<StationHost> host;
+    const PluginDriverOptions options;
+    CountedRef<IPlugin3> plugin;
+    CountedRef<IPlugin4> events;
+    State state = State::New;
+    double heldUntil = 0.0;  ///< host time up to which the position stays 0
+
+    double endTime = 0.0;        ///< host time of `endPart`
+    double leastDrain = 0.0;     ///< seconds
+    double newestArrival = 0.0;  ///< host time of the last periodic call that brought something
+    double leader = 0.0;         ///< `leadingSeconds` at the last periodic call
+    int pollsSinceEnd = 0;
+    std::uint64_t samplesSeen = 0;
+};
+
+}  // namespace station

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "host/host_data.h"
+#include "station/host/channel_list.h"
+#include "station/host/master_clock.h"
+
+namespace station {
+
+/// The measurement as the plug-in sees it: where the acquisition stands, when it began, and its
+/// channels. Called on the host's thread.
+class StationData final : public Counted<HostData> {
+  public:
+    using SystemClock = std::chrono::system_clock;
+
+    /// How far behind the position data is still taken. A clock also holds back what is ahead of
+    /// the position, for as long as is left of ten seconds: so half of it each way.
+    static constexpr double defaultHistorySeconds = 5.0;
+
+    StationData(CountedRef<MasterClock> masterClock, CountedRef<ChannelList> channelList,
+                double secondsOfHistory = defaultHistorySeconds)
+        : clock(std::move(masterClock)),
+          channels(std::move(channelList)),
+          historySeconds(secondsOfHistory) {}
+
+    /// UTC of time 0. A clock that leads may set another later on.
+    void setStart(SystemClock::time_point time);
+    SystemClock::time_point getStart() const;
+    std::int64_t getStartNanoseconds() const { return startNanoseconds; }  ///< since 1970
+    /// Whether the channels changed since the last call.
+    bool takeChannelsChanged() { return std::exchange(channelsChanged, false); }
+
+    HostResult getSampleRate(double* samplesPerSecond) override;
+    HostResult getBufferState(std::int32_t* size, std::int32_t* position) override;
+    HostResult getWrapCount(std::int32_t* count) override;
+    HostResult getHistoryDepth(std::int32_t* samples) override;
+    HostResult getReductionFactor(std::int32_t* factor) override;
+    HostResult getStartTime(double* dayCount) override;
+    /// Rounded to the microsecond, which is what a day count of today resolves. Fails for a moment
+    /// that can't be one: not finite, before 1970, after the year 2200.
+    HostResult setStartTime(double newDayCount) override;
+    HostResult isChannelSetFixed(HostBool* fixed) override;
+    HostResult notifyChannelsChanged() override;
+    HostResult findChannel(const std::int32_t* indices, std::int32_t count,
+                           HostChannel** channel) override;
+    HostResult getChannelGroups(HostChannelGroups** groups) override;
+    HostResult getValueA(double* value) override;
+    HostResult getValueB(double* value) override;
+
+  private:
+    const CountedRef<MasterClock> clock;
+    const CountedRef<ChannelList> channels;
+    const double historySeconds;
+    double dayCount = 0.0;
+    std::int64_t startNanoseconds = 0;
+    bool channelsChanged = false;
+};
+
+}  // namespace station

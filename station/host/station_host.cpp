@@ -1,0 +1,76 @@
+#include "station/host/station_host.h"
+
+#include "core/string_helper.h"
+
+namespace station {
+
+StationHost::StationHost(const PerformanceCounter& counter, StationHostOptions hostOptions)
+    : options(std::move(hostOptions)),
+      masterClock(makeCounted<MasterClock>(counter, options.sampleRate)),
+      channelList(makeCounted<ChannelList>(
+          ChannelEnvironment{options.bufferSeconds, options.sampleRate, options.documentFactory})),
+      stationData(makeCounted<StationData>(masterClock, channelList, options.historySeconds)),
+      deviceList(makeCounted<GnssDeviceList>()),
+      deviceCollection(makeCounted<GnssDeviceCollection>()) {}
+
+HostResult StationHost::getVersion(std::int32_t* unusedA, std::int32_t* major, std::int32_t* minor,
+                                   std::int32_t* unusedB, std::int32_t* unusedC) {
+    *unusedA = 0;
+    *major = majorVersion;
+    *minor = minorVersion;
+    *unusedB = 0;
+    *unusedC = 0;
+    return HostCode::success;
+}
+
+HostResult StationHost::getVersionTriple(std::int32_t* first, std::int32_t* second,
+                                         std::int32_t* third) {
+    *first = majorVersion;
+    *second = minorVersion;
+    *third = 0;
+    return HostCode::success;
+}
+
+HostResult StationHost::writeError(const wchar_t* text) {
+    return guarded([&] {
+        if (options.onError) {
+            options.onError(Kestrova::Utils::Kcom::StringHelper::ToUtf8(text));
+        }
+        return HostCode::success;
+    });
+}
+
+HostResult StationHost::getData(HostData** result) {
+    return handOver(stationData, result);
+}
+
+HostResult StationHost::isSetupMode(HostBool* result) {
+    *result = toHostBool(setupMode);
+    return HostCode::success;
+}
+
+HostResult StationHost::getHoldValue(std::int32_t* value) {
+    *value = holdValue;
+    return HostCode::success;
+}
+
+HostResult StationHost::getMasterClock(HostMasterClock** result) {
+    return handOver(masterClock, result);
+}
+
+HostResult StationHost::getGnssDeviceList(HostGnssDeviceList** devices) {
+    return handOver(deviceList, devices);
+}
+
+HostResult StationHost::notifyDevicesChanged() {
+    devicesChanged = true;
+    return HostCode::success;
+}
+
+HostResult StationHost::getDocumentFactory(HostDocumentFactory** factory) {
+    return options.documentFactory
+               ? handOver(options.documentFactory, factory)
+               : fail(HostCode::notImplemented, "this station makes no documents");
+}
+
+}  // namespace station

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "station/summary.h"
+
+namespace station {
+
+/// What the user sees while a measurement runs: on a terminal a table, redrawn five times a second;
+/// elsewhere one line a second on standard error; or nothing.
+///
+/// The table is drawn on the terminal's second screen, so that what stood there before comes back.
+class LiveView {
+  public:
+    enum class Form { Table, Lines, Nothing };
+
+    /// Which form fits: the table needs a terminal at the descriptor that it is drawn on.
+    static Form choose(bool quiet, int descriptor);
+
+    /// The descriptor is the one that the table is drawn on.
+    LiveView(Form chosenForm, int tableDescriptor);
+    ~LiveView();
+    LiveView(const LiveView&) = delete;
+    LiveView& operator=(const LiveView&) = delete;
+
+    /// Whether it is time for `show`.
+    bool isDue(std::chrono::steady_clock::time_point now) const;
+    void show(const Summary& summary, std::chrono::steady_clock::time_point now);
+    /// A message for the user, at once and without disturbing the table.
+    void tell(const std::string& text);
+    /// Leaves the table; what is printed from now on stays on the screen.
+    void end();
+
+  private:
+    void draw(const Summary& summary) const;
+
+    Form form;
+    const int descriptor;
+    std::chrono::steady_clock::time_point next;
+    std::string messages;  ///< told while the table stood
+};
+
+/// Writes the whole text; an output whose reader has gone is passed over.
+void writeText(int descriptor, const std::string& text);
+
+}  // namespace station

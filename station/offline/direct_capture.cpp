@@ -1,0 +1,153 @@
+#include "station/offline/direct_capture.h"
+
+#include <fmt/format.h>
+
+#include <strings.h>
+#include <algorithm>
+#include <cmath>
+
+#include "station/exit_codes.h"
+
+namespace station {
+namespace {
+
+bool equalsIgnoringCase(const std::string& a, const std::string& b) {
+    return strcasecmp(a.c_str(), b.c_str()) == 0;
+}
+
+const DeviceTypeInfo& typeByName(const std::string& name) {
+    std::string known;
+    for (const DeviceTypeInfo& type : deviceTypes()) {
+        if (type.typeId == DeviceTypeInfo::unknownId) {
+            continue;
+        }
+        if (equalsIgnoringCase(name, type.name) || equalsIgnoringCase(name, type.fullName)) {
+            return type;
+        }
+        known += (known.empty() ? "" : ", ") + type.name;
+    }
+    throw CommandError(ExitCode::WrongUse,
+                       fmt::format("there is no module type \"{}\"; there are: {}", name, known));
+}
+
+}  // namespace
+
+DirectCapture::DirectCapture(CapturePort& port, const PerformanceCounter& performanceCounter,
+                             std::int64_t startNanoseconds, Summary::Clock::time_point startTime,
+                             RecordingSet& recordingSet)
+    : counter(performanceCounter),
+      start(startNanoseconds),
+      startUtc(startTime),
+      startUtcNanoseconds(std::chrono::nanoseconds(startTime.time_since_epoch()).count()),
+      recordings(recordingSet),
+      clocks(performanceCounter, startNanoseconds),
+      outputs(*this),
+      reader(&clocks, &outputs, port, performanceCounter) {}
+
+void DirectCapture::addModule(const ModuleOption& option) {
+    const DeviceTypeInfo& type = typeByName(option.type);
+    const auto device = reader.getDevices().add();
+    device->setTypeById(type.typeId);
+    device->setConfigId(option.configId);
+    if (!option.name.empty()) {
+        device->setName(option.name);
+    }
+    for (const auto& other : modules) {
+        if (other->getCmId() == device->getCmId()) {
+            throw CommandError(
+                ExitCode::WrongUse,
+                fmt::format("\"{}\" and \"{}\" both listen to CM ID 0x{:X}; give them different "
+                            "ConfigIds",
+                            other->getName(), device->getName(), device->getCmId()));
+        }
+    }
+    device->createOutputs();
+    modules.push_back(device);
+    addChannels(modules.size() - 1, *device);
+}
+
+void DirectCapture::addChannels(std::size_t module, const CmpDevice& device) {
+    for (const auto& channel : *device.getChannels()) {
+        channel->setName(unusedChannelName(
+            fmt::format("{} 0x{:X}", device.getName(), channel->getInterfaceId())));
+        channel->getOutput()->setUsed(true);
+        Channel entry;
+        entry.module = module;
+        entry.channel = channel;
+        entry.bus = channel->getTypeName() == "LIN" ? BusType::Lin : BusType::Can;
+        recordings.addChannel({channel->getName(), entry.bus});
+        channels.push_back(std::move(entry));
+    }
+}
+
+/// Modules of one type have the same name until the user gives them others.
+std::string DirectCapture::unusedChannelName(const std::string& wanted) const {
+    std::string name = wanted;
+    const auto isTaken = [&](const Channel& other) { return other.channel->getName() == name; };
+    for (int number = 2; std::any_of(channels.begin(), channels.end(), isTaken); ++number) {
+        name = fmt::format("{} ({})", wanted, number);
+    }
+    return name;
+}
+
+void DirectCapture::onSample(std::uint32_t channel, const void* data, std::size_t size,
+                             double time) {
+    Channel& entry = channels[channel];
+    if (entry.frames++ == 0) {
+        entry.firstTime = time;
+    }
+    entry.lastTime = time;
+    recordings.write(channel, startUtcNanoseconds + std::llround(time * 1e9), data, size);
+}
+
+double DirectCapture::secondsSinceStart() const {
+    return static_cast<double>(counter.getNanoseconds() - start) / 1e9;
+}
+
+void DirectCapture::updateRates() {
+    constexpr double window = 1.0;  // seconds
+    const double now = secondsSinceStart();
+    if (now - markTime < window) {
+        return;
+    }
+    for (Channel& channel : channels) {
+        channel.rate =
+            static_cast<double>(channel.frames - channel.framesAtMark) / (now - markTime);
+        channel.framesAtMark = channel.frames;
+    }
+    markTime = now;
+}
+
+Summary DirectCapture::summarize() {
+    updateRates();
+    Summary summary;
+    summary.startTime = startUtc;
+    summary.seconds = secondsSinceStart();
+    for (const auto& device : modules) {
+        summary.modules.push_back({device->getName(), device->getType().name, device->getConfigId(),
+                                   device->getCmId(), device->getSerialNumberText(),
+                                   device->isConnected()});
+    }
+    for (const Channel& channel : channels) {
+        ChannelSummary entry;
+        entry.module = channel.module;
+        entry.interfaceId = channel.channel->getInterfaceId();
+        entry.bus = channel.bus;
+        entry.busName = channel.channel->getTypeName();
+        entry.name = channel.channel->getName();
+        entry.frames = channel.frames;
+        entry.firstTime = channel.firstTime;
+        entry.lastTime = channel.lastTime;
+        entry.rate = channel.rate;
+        entry.lastValue = channel.channel->getLastValueText();
+        summary.channels.push_back(std::move(entry));
+    }
+    for (const auto& recording : recordings.all()) {
+        summary.recordings.push_back({recording->path(), recording->formatName(),
+                                      recording->recordsWritten(), recording->bytesWritten(),
+                                      recording->recordsLost(), recording->errorText()});
+    }
+    return summary;
+}
+
+}  // namespace station

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture/cmp_packet_reader.h"
+#include "station/module_option.h"
+#include "station/offline/direct_output.h"
+#include "station/offline/pass_through_clock.h"
+#include "station/recording/recording_set.h"
+#include "station/summary.h"
+
+namespace station {
+
+/// The capture core with modules of its own, whose samples go straight into recordings and a
+/// summary: a measurement without a host around it.
+///
+/// Used on one thread, the host's; `getReader` starts and stops the capture thread.
+class DirectCapture final : private SampleSink {
+  public:
+    /// Host time 0 is `startNanoseconds` on the counter and `startTime` in UTC. Port, counter and
+    /// recordings aren't owned and outlive this.
+    DirectCapture(CapturePort& port, const PerformanceCounter& performanceCounter,
+                  std::int64_t startNanoseconds, Summary::Clock::time_point startTime,
+                  RecordingSet& recordingSet);
+
+    /// Sets up a module with all its channels used and named after module and interface. To be
+    /// called before the reader starts. Throws CommandError for a type that doesn't exist and for a
+    /// second module with the same CM ID, which would get no messages.
+    void addModule(const ModuleOption& option);
+
+    CmpPacketReader& getReader() { return reader; }
+    /// What a host does periodically: moves what has come in into recordings and summary.
+    void poll() { reader.flushAll(); }
+    Summary summarize();
+
+  private:
+    struct Channel {
+        std::size_t module = 0;
+        std::shared_ptr<CmpChannel> channel;
+        BusType bus = BusType::Can;
+        std::uint64_t frames = 0;
+        double firstTime = 0.0;
+        double lastTime = 0.0;
+        std::uint64_t framesAtMark = 0;
+        double rate = 0.0;
+    };
+
+    void onSample(std::uint32_t channel, const void* data, std::size_t size, double time) override;
+    void addChannels(std::size_t module, const CmpDevice& device);
+    std::string unusedChannelName(const std::string& wanted) const;
+    double secondsSinceStart() const;
+    void updateRates();
+
+    const PerformanceCounter& counter;
+    const std::int64_t start;
+    const Summary::Clock::time_point startUtc;
+    const std::int64_t startUtcNanoseconds;
+    RecordingSet& recordings;
+    PassThroughClocks clocks;
+    DirectOutputs outputs;
+    CmpPacketReader reader;
+    std::vector<std::shared_ptr<CmpDevice>> modules;
+    std::vector<Channel> channels;  ///< by index of the output
+    double markTime = 0.0;          ///< when the rates were worked out, seconds since the start
+};
+
+}  // namespace station

@@ -1,0 +1,57 @@
+#include "station/offline/found_modules.h"
+
+#include <set>
+
+#include "capture/device_types.h"
+#include "capture/frame_decoder.h"
+#include "station/offline/stored_frames.h"
+
+namespace station {
+namespace {
+
+ModuleOption moduleOfCmId(std::uint16_t cmId, bool isAsam) {
+    constexpr std::uint16_t configIdMask = 0x0F;
+    const DeviceTypeInfo& combo = getDefaultTypeForCmId(cmId);
+    ModuleOption option;
+    if (isAsam || combo.typeId == DeviceTypeInfo::unknownId) {
+        option.type = deviceTypeById(DeviceTypeInfo::neoviFire3Id).name;
+        option.configId = cmId;
+    } else {
+        option.type = combo.name;
+        option.configId = cmId & configIdMask;
+    }
+    return option;
+}
+
+}  // namespace
+
+std::vector<ModuleOption> findModules(const std::string& path) {
+    StoredFrames frames(path);
+    std::vector<ModuleOption> modules;
+    std::set<std::uint16_t> seen;
+    CmpHeader header;
+    const std::uint8_t* data = nullptr;
+    std::uint32_t length = 0;
+    while (!frames.isAtEnd()) {
+        if (frames.next(data, length) != CaptureHandle::frame) {
+            continue;
+        }
+        std::int32_t offset = 0;
+        const std::uint8_t* payload = nullptr;
+        while (parseFrame(data, static_cast<std::int32_t>(length), &offset, header, payload) ==
+               DecodeResult::ok) {
+            CmStatus status;
+            status.cmId = header.cmId;
+            if (header.messageType != MessageType::cmStatus ||
+                (!header.isAsam && decodeCmStatus(header, payload, status) != DecodeResult::ok)) {
+                continue;
+            }
+            if (seen.insert(status.cmId).second) {
+                modules.push_back(moduleOfCmId(status.cmId, header.isAsam));
+            }
+        }
+    }
+    return modules;
+}
+
+}  // namespace station

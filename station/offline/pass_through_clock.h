@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "core/mutex.h"
+#include "core/performance_counter.h"
+#include "sync/gnss_sync_manager.h"
+
+namespace station {
+
+/// Host time without a host: the moment at which a module's first message came in, and from there
+/// on the module's own time, second by second.
+///
+/// The first answer is `Wait`: only a device time that is set after it is sure to rest on a
+/// message. That one is anchored to the counter. Nothing is ever discarded.
+class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock {
+  public:
+    using Result = Kestrova::Utils::Kcom::Synchronization::GNSSTimeResult;
+
+    /// Host time is the counter's nanoseconds minus `startNanoseconds`. The counter isn't owned.
+    PassThroughClock(const PerformanceCounter& performanceCounter, std::int64_t startNanoseconds)
+        : counter(performanceCounter), start(startNanoseconds) {}
+
+    void SetTime(const GNSSTime deviceTime) override;
+    Result GetTime(const GNSSTime deviceTime) override;
+    void SetDeviceName(const std::string& name) override { deviceName = name; }
+    std::string GetDeviceName() const override { return deviceName; }
+    std::string GetDisplayName() const override { return deviceName; }
+
+  private:
+    enum class State { NotAsked, Asked, Set, Anchored };
+
+    const PerformanceCounter& counter;
+    const std::int64_t start;
+    std::string deviceName;
+    Mutex lock;
+    State state CMP_GUARDED_BY(lock) = State::NotAsked;
+    GNSSTime setDevice CMP_GUARDED_BY(lock);
+    double setHost CMP_GUARDED_BY(lock) = 0.0;
+    // The host's thread only, once anchored.
+    bool anchored = false;
+    GNSSTime anchorDevice;
+    double anchorHost = 0.0;
+};
+
+/// The clocks of a run without a host, by id.
+class PassThroughClocks final : public Kestrova::Utils::Kcom::Synchronization::GNSSSyncManager {
+  public:
+    using GNSSClock = Kestrova::Utils::Kcom::Synchronization::GNSSClock;
+
+    PassThroughClocks(const PerformanceCounter& performanceCounter, std::int64_t startNanoseconds)
+        : counter(performanceCounter), start(startNanoseconds) {}
+
+    std::shared_ptr<GNSSClock> CreateClock() override;
+    std::shared_ptr<GNSSClock> GetClock(std::uint32_t id) override;
+    void RemoveClock(std::shared_ptr<GNSSClock>& clock) override;
+    std::uint32_t GetClockId(const std::shared_ptr<GNSSClock>& clock) const override;
+
+  private:
+    const PerformanceCounter& counter;
+    const std::int64_t start;
+    std::map<std::uint32_t, std::shared_ptr<GNSSClock>> clocks;
+};
+
+}  // namespace station

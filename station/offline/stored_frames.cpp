@@ -1,0 +1,127 @@
+#include "station/offline/stored_frames.h"
+
+#include <fmt/format.h>
+#include <pcap/pcap.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "station/exit_codes.h"
+
+namespace station {
+namespace {
+
+/// As long as a host's period, and no more than the processor's caches hold.
+constexpr std::int64_t stretchNanoseconds = 20'000'000;
+constexpr std::uint32_t stretchMostBytes = 256 * 1024;
+
+class StoredHandle final : public CaptureHandle {
+  public:
+    explicit StoredHandle(StoredFrames& storedFrames) : frames(storedFrames) {}
+    std::int32_t next(const std::uint8_t*& data, std::uint32_t& length) override {
+        return frames.next(data, length);
+    }
+
+  private:
+    StoredFrames& frames;
+};
+
+}  // namespace
+
+StoredFrames::StoredFrames(const std::string& filePath)
+    : path(filePath), file(nullptr, pcap_close) {
+    char text[PCAP_ERRBUF_SIZE] = {};
+    file.reset(
+        pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, text));
+    if (!file) {
+        throw CommandError(ExitCode::Unreadable, fmt::format("can't read {}: {}", path, text));
+    }
+    if (pcap_datalink(file.get()) != DLT_EN10MB) {
+        throw CommandError(ExitCode::Unreadable,
+                           fmt::format("{} holds no Ethernet frames; its link type is {}", path,
+                                       pcap_datalink(file.get())));
+    }
+    std::FILE* const stream = pcap_file(file.get());
+    const off_t position = ftello(stream);
+    if (fseeko(stream, 0, SEEK_END) == 0) {
+        fileSize = ftello(stream);
+        fseeko(stream, position, SEEK_SET);
+    }
+    if (fetch()) {
+        firstTime = nextTime;
+        time = nextTime;
+    }
+}
+
+StoredFrames::~StoredFrames() = default;
+
+bool StoredFrames::fetch() {
+    constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+    constexpr std::int64_t latestSecond = 9'000'000'000;  // what fits into 64 bits of nanoseconds
+    if (atEnd) {
+        return false;
+    }
+    pcap_pkthdr* header = nullptr;
+    const u_char* bytes = nullptr;
+    const int result = pcap_next_ex(file.get(), &header, &bytes);
+    if (result != 1) {
+        atEnd = true;
+        if (result == PCAP_ERROR) {
+            errorText =
+                fmt::format("{} can't be read to its end: {}", path, pcap_geterr(file.get()));
+        }
+        return false;
+    }
+    nextData = bytes;
+    nextLength = std::min(header->len, header->caplen);
+    nextTime = std::clamp<std::int64_t>(header->ts.tv_sec, 0, latestSecond) * nanosecondsPerSecond +
+               header->ts.tv_usec;
+    return true;
+}
+
+/// A frame that is read ahead stays valid until the next is fetched, which happens here.
+std::int32_t StoredFrames::next(const std::uint8_t*& data, std::uint32_t& length) {
+    if (nextData == nullptr && !fetch()) {
+        return CaptureHandle::timeout;
+    }
+    if (!stretchOpen) {
+        stretchOpen = true;
+        stretchEnd = nextTime + stretchNanoseconds;
+        stretchBytes = 0;
+    }
+    if (nextTime >= stretchEnd || stretchBytes >= stretchMostBytes) {
+        stretchOpen = false;
+        return CaptureHandle::timeout;
+    }
+    stretchBytes += nextLength;
+    time = nextTime;
+    data = nextData;
+    length = nextLength;
+    nextData = nullptr;
+    return CaptureHandle::frame;
+}
+
+double StoredFrames::getProgress() const {
+    return fileSize > 0
+               ? static_cast<double>(ftello(pcap_file(file.get()))) / static_cast<double>(fileSize)
+               : 0.0;
+}
+
+std::int32_t StoredFrames::findAllDevices(std::vector<CaptureInterface>& devices, std::string&) {
+    devices = {{path, "stored frames"}};
+    return 0;
+}
+
+std::unique_ptr<CaptureHandle> StoredFrames::openLive(const std::string&, std::int32_t, bool,
+                                                      std::int32_t, std::string&) {
+    return std::make_unique<StoredHandle>(*this);
+}
+
+std::int32_t StoredFrames::lookupNet(const std::string&, std::uint32_t& net, std::uint32_t& mask,
+                                     std::string&) {
+    net = 0;
+    mask = 0;
+    return 0;
+}
+
+}  // namespace station

@@ -1,0 +1,191 @@
+#include "station/recording/append_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+namespace station {
+
+namespace {
+
+constexpr std::size_t shortestRecord = 24;  // a candump line without data
+
+std::string reasonOf(int errorNumber) {
+    return std::generic_category().message(errorNumber);
+}
+
+/// What to do about a file that can't be opened.
+const char* openingAdvice(int errorNumber) {
+    switch (errorNumber) {
+        case ENOENT:
+        case ENOTDIR:
+            return "Create its directory first, or name another file.";
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return "Choose a place that you may write to.";
+        case EISDIR:
+            return "Name a file, not a directory.";
+        default:
+            return "Choose another place.";
+    }
+}
+
+RecordingError openingError(const std::string& path, const std::string& reason,
+                            const std::string& advice) {
+    return RecordingError("Cannot record to \"" + path + "\": " + reason + ". " + advice);
+}
+
+}  // namespace
+
+AppendFile::AppendFile(std::string path, bool overwrite)
+    : filePath(std::move(path)), buffer(std::make_unique<std::uint8_t[]>(bufferSize)) {
+    recordEnds.reserve(bufferSize / shortestRecord);
+    try {
+        open(overwrite);
+    } catch (...) {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+        throw;
+    }
+}
+
+AppendFile::~AppendFile() {
+    close();
+}
+
+void AppendFile::open(bool overwrite) {
+    // O_NONBLOCK, so that the name of a pipe is refused below instead of waiting for its reader.
+    fd = ::open(filePath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
+                0666);
+    struct stat status {};
+    if (fd < 0 || ::fstat(fd, &status) != 0) {
+        const int errorNumber = errno;
+        throw openingError(filePath, reasonOf(errorNumber), openingAdvice(errorNumber));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw openingError(filePath, "it is not a regular file", "Name another file.");
+    }
+    // Before emptying: the file may be a recording that is being written. A file system without
+    // locks goes without.
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        throw openingError(filePath, "another recording is being written to it",
+                           "Name another file.");
+    }
+    if (status.st_size > 0 && !overwrite) {
+        throw openingError(filePath, "the file exists and is not empty",
+                           "Name another file, remove this one, or ask for it to be overwritten.");
+    }
+    if (::ftruncate(fd, 0) != 0) {
+        throw openingError(filePath, reasonOf(errno), "Name another file.");
+    }
+}
+
+void AppendFile::appendHeader(const std::vector<std::uint8_t>& bytes) {
+    if (used + bytes.size() > bufferSize) {
+        drain();
+    }
+    if (isWritable()) {
+        std::memcpy(buffer.get() + used, bytes.data(), bytes.size());
+        used += bytes.size();
+    }
+}
+
+bool AppendFile::flush() {
+    if (isWritable()) {
+        drain();
+    }
+    if (isWritable()) {
+        checkStillThere();
+    }
+    return !failed();
+}
+
+bool AppendFile::close() {
+    if (fd < 0) {
+        return !failed();
+    }
+    flush();
+    if (::fsync(fd) != 0 && !failed()) {
+        fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
+    }
+    // An interrupted close has closed the descriptor all the same.
+    if (::close(fd) != 0 && errno != EINTR && !failed()) {
+        fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
+    }
+    fd = -1;
+    return !failed();
+}
+
+void AppendFile::drain() {
+    std::size_t done = 0;
+    while (isWritable() && done < used) {
+        const ssize_t count = ::write(fd, buffer.get() + done, used - done);
+        if (count > 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            cutBack(done, count == 0 ? ENOSPC : errno);
+        }
+    }
+    if (isWritable()) {
+        bytesInFile += used;
+        recordsInFile += recordEnds.size();
+    }
+    used = 0;
+    recordEnds.clear();
+}
+
+/// `bytesOut` bytes of the buffer went into the file before writing failed: keeps the whole
+/// records.
+void AppendFile::cutBack(std::size_t bytesOut, int errorNumber) {
+    const auto firstLost = std::upper_bound(recordEnds.begin(), recordEnds.end(), bytesOut);
+    if (firstLost != recordEnds.begin()) {
+        bytesInFile += *(firstLost - 1);
+    }
+    recordsInFile += static_cast<std::uint64_t>(firstLost - recordEnds.begin());
+    lost += static_cast<std::uint64_t>(recordEnds.end() - firstLost);
+    const bool isCut = ::ftruncate(fd, static_cast<off_t>(bytesInFile)) == 0;
+    fail(reasonOf(errorNumber) + ". It holds " + std::to_string(recordsInFile) +
+         " messages up to here" + (isCut ? "" : ", its last one may be torn") +
+         ". Make room or choose another disk, and record anew");
+}
+
+/// A file that was deleted takes all its records along; one that was moved, replaced or written to
+/// by another keeps them, but what follows would not be found or not be readable. The user must
+/// know.
+void AppendFile::checkStillThere() {
+    struct stat own {};
+    struct stat named {};
+    if (::fstat(fd, &own) != 0) {
+        return;
+    }
+    if (own.st_nlink == 0) {
+        lost += std::exchange(recordsInFile, 0);
+        bytesInFile = 0;
+        fail("the file was deleted, and its messages with it. Record anew");
+        return;
+    }
+    const bool isNamed = ::stat(filePath.c_str(), &named) == 0;
+    const bool isGone = !isNamed && (errno == ENOENT || errno == ENOTDIR);
+    const bool isOther = isNamed && (named.st_dev != own.st_dev || named.st_ino != own.st_ino);
+    if (isGone || isOther) {
+        fail("the file was moved away or replaced, and holds " + std::to_string(recordsInFile) +
+             " messages up to here. Record anew");
+    } else if (static_cast<std::uint64_t>(own.st_size) != bytesInFile) {
+        fail("another program changed the file. Record anew, to another file");
+    }
+}
+
+void AppendFile::fail(const std::string& reason) {
+    error = "Recording to \"" + filePath + "\" ended: " + reason + ".";
+}
+
+}  // namespace station

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace station {
+
+/// A recording that can't be opened or extended. The text names the file, the reason and what to
+/// do.
+class RecordingError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The file under a recording: grows at its end only, record by record, through a bounded buffer.
+///
+/// Called on one thread. Owns the descriptor, and a lock on the file that keeps a second recording,
+/// in this process or another, from writing into the same one.
+///
+/// Invariant: between calls the file holds whole records only. The buffer takes no part of a
+/// record, it is written out as a whole, and when writing fails half-way (full disk, size limit)
+/// the file is cut back to the end of the last record that went in completely, so that it opens in
+/// any reader.
+///
+/// A process that is killed loses what was in the buffer and no more. Only when the kill falls into
+/// the write itself may the last record be torn: a pcapng reader then shows all records before it
+/// and says that the file is cut short; a candump reader stops at the last line or shows it
+/// shortened.
+///
+/// The first failure ends the recording and stays: its text is kept, later records are counted as
+/// lost, and nothing is thrown, for a full disk must not stop the capture or another recording.
+class AppendFile {
+  public:
+    /// Opens `path` for appending, or creates it. A file with content is refused unless `overwrite`
+    /// empties it. Throws RecordingError.
+    AppendFile(std::string path, bool overwrite);
+    ~AppendFile();  // closes; call close() to learn of errors
+
+    AppendFile(const AppendFile&) = delete;
+    AppendFile& operator=(const AppendFile&) = delete;
+
+    /// Room for one record of at most `size` bytes (`size` at most `largestPiece`), to be finished
+    /// with endRecord before any other call. Null, and one more record lost, after a failure.
+    std::uint8_t* beginRecord(std::size_t size) {
+        if (used + size > bufferSize) {
+            drain();
+        }
+        if (!isWritable()) {
+            ++lost;
+            return nullptr;
+        }
+        return buffer.get() + used;
+    }
+
+    /// `end` is one behind the last byte put into the room that beginRecord gave.
+    void endRecord(const std::uint8_t* end) {
+        used = static_cast<std::size_t>(end - buffer.get());
+        recordEnds.push_back(static_cast<std::uint32_t>(used));
+    }
+
+    /// Bytes that are no record of their own but needed to read those behind them (at most
+    /// `largestPiece`).
+    void appendHeader(const std::vector<std::uint8_t>& bytes);
+
+    /// A record that the caller can't write, to be counted with the lost ones.
+    void dropRecord() { ++lost; }
+
+    /// Hands everything to the operating system and looks whether the file still stands at its
+    /// path. False when the recording has failed, now or before.
+    bool flush();
+
+    /// Flushes, waits until the disk has it, and closes. False when the recording has failed.
+    bool close();
+
+    bool failed() const { return !error.empty(); }
+    const std::string& errorText() const { return error; }  // empty unless failed
+    const std::string& path() const { return filePath; }
+
+    /// Records in the file or on their way into it; those that a failure took are `recordsLost`.
+    std::uint64_t recordsWritten() const { return recordsInFile + recordEnds.size(); }
+    std::uint64_t recordsLost() const { return lost; }
+    std::uint64_t bytesWritten() const { return bytesInFile + used; }
+
+    static constexpr std::size_t largestPiece = 4096;
+
+  private:
+    bool isWritable() const { return fd >= 0 && !failed(); }
+    void open(bool overwrite);
+    void drain();
+    void cutBack(std::size_t bytesOut, int errorNumber);
+    void checkStillThere();
+    void fail(const std::string& reason);
+
+    static constexpr std::size_t bufferSize = 256 * 1024;
+
+    const std::string filePath;
+    const std::unique_ptr<std::uint8_t[]> buffer;
+    std::vector<std::uint32_t> recordEnds;  // offsets in `buffer`, for cutBack
+    std::size_t used = 0;                   // bytes in `buffer`
+    int fd = -1;
+    std::uint64_t bytesInFile = 0;
+    std::uint64_t recordsInFile = 0;
+    std::uint64_t lost = 0;
+    std::string error;
+};
+
+}  // namespace station

@@ -1,0 +1,203 @@
+#include "station/recording/pcapng_recording.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "station/recording/bus_record.h"
+
+namespace station {
+
+namespace {
+
+constexpr std::uint16_t linkTypeCan = 227;
+constexpr std::uint16_t linkTypeLin = 212;
+constexpr std::size_t packetHeader = 8;  // bytes in front of the data, the same for both link types
+constexpr std::size_t packetBlockHeader = 28;
+constexpr std::size_t blockEnd = 4;
+constexpr std::size_t longestName = 1024;
+
+std::size_t padded(std::size_t size) {
+    return (size + 3) & ~std::size_t{3};
+}
+
+/// Writes integers and bytes one behind the other; the caller has made room.
+class Cursor {
+  public:
+    explicit Cursor(std::uint8_t* start) : at(start) {}
+
+    void put8(std::uint64_t value) { *at++ = static_cast<std::uint8_t>(value); }
+    void put16(std::uint64_t value) {
+        put8(value);
+        put8(value >> 8);
+    }
+    void put32(std::uint64_t value) {
+        put16(value);
+        put16(value >> 16);
+    }
+    void putBigEndian32(std::uint32_t value) {
+        put8(value >> 24);
+        put8(value >> 16);
+        put8(value >> 8);
+        put8(value);
+    }
+    void putZeros(std::size_t count) {
+        std::memset(at, 0, count);
+        at += count;
+    }
+    void putOption(std::size_t code, const std::string& value) {
+        put16(code);
+        put16(value.size());
+        putBytes(value.data(), value.size());
+        putZeros(padded(value.size()) - value.size());
+    }
+    void putBytes(const void* bytes, std::size_t size) {
+        std::memcpy(at, bytes, size);
+        at += size;
+    }
+    std::uint8_t* position() const { return at; }
+
+  private:
+    std::uint8_t* at;
+};
+
+std::vector<std::uint8_t> sectionHeader() {
+    const std::string application = "cmp-station";
+    const std::size_t total = 24 + 4 + padded(application.size()) + 4 + blockEnd;
+    std::vector<std::uint8_t> block(total);
+    Cursor cursor(block.data());
+    cursor.put32(0x0A0D0D0A);
+    cursor.put32(total);
+    cursor.put32(0x1A2B3C4D);  // byte order
+    cursor.put16(1);           // version 1.0
+    cursor.put16(0);
+    cursor.put32(0xFFFFFFFF);  // 64 bits of unknown length: the section ends with the file
+    cursor.put32(0xFFFFFFFF);
+    cursor.putOption(4, application);
+    cursor.put32(0);  // end of options
+    cursor.put32(total);
+    return block;
+}
+
+/// At most `longestName` bytes of a name, cut between characters.
+std::string boundedName(const std::string& name) {
+    std::size_t end = std::min(name.size(), longestName);
+    while (end < name.size() && end > 0 &&
+           (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) {
+        --end;
+    }
+    return name.substr(0, end);
+}
+
+std::vector<std::uint8_t> interfaceDescription(const ChannelDescription& channel) {
+    const bool isCan = channel.bus == BusType::Can;
+    const std::string name = boundedName(channel.name);
+    const std::size_t total = 16 + 4 + padded(name.size()) + 8 + 4 + blockEnd;
+    std::vector<std::uint8_t> block(total);
+    Cursor cursor(block.data());
+    cursor.put32(1);
+    cursor.put32(total);
+    cursor.put16(isCan ? linkTypeCan : linkTypeLin);
+    cursor.put16(0);
+    cursor.put32(packetHeader + (isCan ? CanRecord::mostData : LinRecord::mostData));
+    cursor.putOption(2, name);
+    cursor.putOption(9, "\x09");  // times in 10^-9 s
+    cursor.put32(0);              // end of options
+    cursor.put32(total);
+    return block;
+}
+
+/// The identifier with its two parity bits: P0 over bits 0, 1, 2, 4; P1, inverted, over 1, 3, 4, 5.
+std::uint32_t protectedId(std::uint32_t id) {
+    const std::uint32_t p0 = (id ^ (id >> 1) ^ (id >> 2) ^ (id >> 4)) & 1U;
+    const std::uint32_t p1 = ~((id >> 1) ^ (id >> 3) ^ (id >> 4) ^ (id >> 5)) & 1U;
+    return id | p0 << 6 | p1 << 7;
+}
+
+/// Which of LIN's two checksums the frame carries: 1 classic (over the data), 2 enhanced (over the
+/// protected identifier too), 0 neither. They can't coincide.
+std::uint32_t checksumType(const LinRecord& lin, std::uint32_t pid) {
+    std::uint32_t sum = 0;
+    for (std::size_t i = 0; i < lin.length; ++i) {
+        sum += lin.data[i];
+    }
+    const auto matches = [&](std::uint32_t total) {
+        while (total > 0xFFU) {
+            total = (total & 0xFFU) + (total >> 8);
+        }
+        return (total ^ 0xFFU) == lin.checksum;
+    };
+    return matches(sum) ? 1 : matches(sum + pid) ? 2 : 0;
+}
+
+void putCan(Cursor& cursor, const CanRecord& can) {
+    cursor.putBigEndian32(can.id | (can.extended ? 0x80000000U : 0U));
+    cursor.put8(can.length);
+    cursor.put8(can.isFd() ? 0x04 : 0);
+    cursor.put16(0);
+    cursor.putBytes(can.data, can.length);
+}
+
+void putLin(Cursor& cursor, const LinRecord& lin) {
+    const std::uint32_t pid = protectedId(lin.id);
+    cursor.put32(1);  // revision and three reserved bytes
+    cursor.put8(lin.length << 4 | checksumType(lin, pid));
+    cursor.put8(pid);
+    cursor.put8(lin.checksum);
+    cursor.put8(0);
+    cursor.putBytes(lin.data, lin.length);
+}
+
+/// Appends the packet block of one message; `put` writes its header and data.
+template <typename Record>
+void appendPacket(AppendFile& file, std::size_t channel, std::int64_t utcNanoseconds,
+                  const Record& record, void (*put)(Cursor&, const Record&)) {
+    const std::size_t captured = packetHeader + record.length;
+    const std::size_t total = packetBlockHeader + padded(captured) + blockEnd;
+    std::uint8_t* room = file.beginRecord(total);
+    if (room == nullptr) {
+        return;
+    }
+    const auto time = static_cast<std::uint64_t>(std::max<std::int64_t>(utcNanoseconds, 0));
+    Cursor cursor(room);
+    cursor.put32(6);
+    cursor.put32(total);
+    cursor.put32(channel);
+    cursor.put32(time >> 32);
+    cursor.put32(time);
+    cursor.put32(captured);
+    cursor.put32(captured);
+    put(cursor, record);
+    cursor.putZeros(padded(captured) - captured);
+    cursor.put32(total);
+    file.endRecord(cursor.position());
+}
+
+}  // namespace
+
+PcapngRecording::PcapngRecording(const std::string& path, bool overwrite)
+    : Recording(path, overwrite) {
+    file.appendHeader(sectionHeader());
+    if (!file.flush()) {
+        throw RecordingError(file.errorText());
+    }
+}
+
+std::size_t PcapngRecording::addChannel(const ChannelDescription& channel) {
+    file.appendHeader(interfaceDescription(channel));
+    channels.push_back(channel.bus);
+    return channels.size() - 1;
+}
+
+void PcapngRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+                            std::size_t size) {
+    const bool isKnown = channel < channels.size();
+    if (isKnown && channels[channel] == BusType::Can && size == CanRecord::size) {
+        appendPacket(file, channel, utcNanoseconds, CanRecord(record), putCan);
+    } else if (isKnown && channels[channel] == BusType::Lin && size == LinRecord::size) {
+        appendPacket(file, channel, utcNanoseconds, LinRecord(record), putLin);
+    } else {
+        file.dropRecord();
+    }
+}
+
+}  // namespace station

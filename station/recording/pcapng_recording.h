@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "station/recording/recording.h"
+
+namespace station {
+
+/// A recording that Wireshark opens: one section, one interface block per channel with its name,
+/// one enhanced packet block per message with its UTC time in nanoseconds. Little-endian
+/// throughout, but for the CAN identifier, which its link type wants big-endian.
+///
+/// The section header is in the file when the constructor returns, so that a file that exists
+/// opens. An interface block is put where its channel is added, in front of the channel's first
+/// packet.
+///
+/// CAN (link type 227): identifier with bit 31 set for extended, length, flags, two zero bytes,
+/// data. Frames over 8 bytes carry the FD flag (0x04), by which readers show them as CAN FD. LIN
+/// (link type 212): revision 1, three zero bytes, length (4 bits), message type 0 (2 bits),
+/// checksum type (2 bits), protected identifier with its parity computed, checksum, errors 0, data.
+class PcapngRecording : public Recording {
+  public:
+    PcapngRecording(const std::string& path, bool overwrite);
+
+    const char* formatName() const override { return "pcapng"; }
+    bool accepts(BusType) const override { return true; }
+    std::size_t addChannel(const ChannelDescription& channel) override;
+    void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+               std::size_t size) override;
+
+  private:
+    std::vector<BusType> channels;
+};
+
+}  // namespace station

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "station/recording/append_file.h"
+
+namespace station {
+
+enum class BusType { Can, Lin };
+
+struct ChannelDescription {
+    std::string name;  // UTF-8, may contain blanks
+    BusType bus;
+};
+
+/// The ending of a file name stands for no recording format.
+class UnknownEnding : public RecordingError {
+  public:
+    using RecordingError::RecordingError;
+};
+
+/// A recording in one file, written message by message while a measurement runs.
+///
+/// Called on the host's thread only. It sees bytes and times, nothing of modules or clocks. What is
+/// promised about full disks, vanished files and killed processes stands with AppendFile. The owner
+/// calls flush() at least once a second, looks at failed() there, and calls close() at the end.
+class Recording {
+  public:
+    virtual ~Recording() = default;  // closes; call close() to learn of errors
+
+    Recording(const Recording&) = delete;
+    Recording& operator=(const Recording&) = delete;
+
+    /// For people: "pcapng", "candump log".
+    virtual const char* formatName() const = 0;
+
+    /// Whether the format can hold messages of this bus.
+    virtual bool accepts(BusType bus) const = 0;
+
+    /// Before or between writes. Returns the handle for write, counting from 0. Throws
+    /// RecordingError for a bus that the format doesn't accept.
+    virtual std::size_t addChannel(const ChannelDescription& channel) = 0;
+
+    /// Appends one record as the channel's bus has it (CanRecord, LinRecord); a time before 1970
+    /// counts as 0. Never throws: a record that can't be written, after a failure or for its size
+    /// or handle, is counted in recordsLost.
+    virtual void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+                       std::size_t size) = 0;
+
+    /// What was written so far is in the file. False when the recording has failed.
+    bool flush() { return file.flush(); }
+
+    /// Flushes, waits until the disk has it, and closes. False when the recording has failed.
+    bool close() { return file.close(); }
+
+    const std::string& path() const { return file.path(); }
+    bool failed() const { return file.failed(); }
+    const std::string& errorText() const { return file.errorText(); }  // empty unless failed
+    std::uint64_t recordsWritten() const { return file.recordsWritten(); }
+    std::uint64_t recordsLost() const { return file.recordsLost(); }
+    std::uint64_t bytesWritten() const { return file.bytesWritten(); }
+
+  protected:
+    Recording(const std::string& path, bool overwrite) : file(path, overwrite) {}
+
+    AppendFile file;
+};
+
+/// Opens a recording in the format that the ending of `path` names: ".pcapng" or ".log", in any
+/// case. Throws UnknownEnding, or RecordingError when the file can't be written: directory missing,
+/// no permission, already there with content and not to be overwritten, or in use by a recording.
+std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite = false);
+
+}  // namespace station

@@ -1,0 +1,85 @@
+#include "station/recording/recording_set.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace station {
+
+RecordingSet::~RecordingSet() {
+    for (const auto& recording : recordings) {
+        if (!closed && recording->recordsWritten() == 0 && !recording->failed()) {
+            std::error_code ignored;
+            std::filesystem::remove(recording->path(), ignored);
+        }
+    }
+}
+
+void RecordingSet::open(const std::string& path) {
+    recordings.push_back(openRecording(path));
+    told.push_back(false);
+}
+
+void RecordingSet::addChannel(const ChannelDescription& channel) {
+    for (const auto& recording : recordings) {
+        handles.push_back(recording->accepts(channel.bus) ? recording->addChannel(channel)
+                                                          : notHeld);
+    }
+}
+
+void RecordingSet::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+                         std::size_t size) {
+    const std::size_t first = channel * recordings.size();
+    for (std::size_t i = 0; i < recordings.size(); ++i) {
+        if (handles[first + i] != notHeld) {
+            recordings[i]->write(handles[first + i], utcNanoseconds, record, size);
+        }
+    }
+}
+
+std::vector<std::string> RecordingSet::flush() {
+    for (const auto& recording : recordings) {
+        recording->flush();
+    }
+    return newFailures();
+}
+
+std::vector<std::string> RecordingSet::close() {
+    closed = true;
+    for (const auto& recording : recordings) {
+        recording->close();
+    }
+    return newFailures();
+}
+
+std::vector<std::string> RecordingSet::newFailures() {
+    std::vector<std::string> texts;
+    for (std::size_t i = 0; i < recordings.size(); ++i) {
+        if (recordings[i]->failed() && !told[i]) {
+            told[i] = true;
+            texts.push_back(recordings[i]->errorText());
+        }
+    }
+    return texts;
+}
+
+bool RecordingSet::hasFailed() const {
+    return std::any_of(recordings.begin(), recordings.end(),
+                       [](const auto& recording) { return recording->failed(); });
+}
+
+bool RecordingSet::haveAllFailed() const {
+    return std::all_of(recordings.begin(), recordings.end(),
+                       [](const auto& recording) { return recording->failed(); });
+}
+
+std::vector<std::string> RecordingSet::thatRefuse(BusType bus) const {
+    std::vector<std::string> paths;
+    for (const auto& recording : recordings) {
+        if (!recording->accepts(bus)) {
+            paths.push_back(recording->path());
+        }
+    }
+    return paths;
+}
+
+}  // namespace station

@@ -1,0 +1,150 @@
+#include "station/summary.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+namespace station {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json toJson(const ModuleSummary& module) {
+    return {{"name", module.name}, {"type", module.type},     {"configId", module.configId},
+            {"cmId", module.cmId}, {"serial", module.serial}, {"connected", module.connected}};
+}
+
+Json toJson(const ChannelSummary& channel, const std::vector<ModuleSummary>& modules) {
+    Json result = {{"module", modules.at(channel.module).name},
+                   {"interfaceId", channel.interfaceId},
+                   {"busType", channel.busName},
+                   {"name", channel.name},
+                   {"frames", channel.frames},
+                   {"firstTime", nullptr},
+                   {"lastTime", nullptr}};
+    if (channel.frames != 0) {
+        result["firstTime"] = channel.firstTime;
+        result["lastTime"] = channel.lastTime;
+    }
+    return result;
+}
+
+Json toJson(const RecordingSummary& recording) {
+    Json result = {{"path", recording.path},
+                   {"format", recording.format},
+                   {"records", recording.records},
+                   {"bytes", recording.bytes},
+                   {"lost", recording.lost}};
+    if (!recording.error.empty()) {
+        result["error"] = recording.error;
+    }
+    return result;
+}
+
+bool isControl(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
+
+/// A value of up to 64 bytes doesn't fit a line: its head does.
+std::string shortened(const std::string& text, std::size_t most) {
+    return text.size() <= most ? text : text.substr(0, most - 2) + "..";
+}
+
+void addModule(const Summary& summary, std::size_t position, std::vector<std::string>& lines) {
+    constexpr std::size_t longestValue = 40;
+    const ModuleSummary& module = summary.modules[position];
+    lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
+                                module.type, module.configId, printable(module.serial),
+                                module.connected ? "Connected" : "Not connected"));
+    std::size_t silent = 0;
+    for (const ChannelSummary& channel : summary.channels) {
+        if (channel.module != position) {
+            continue;
+        }
+        if (channel.frames == 0) {
+            ++silent;
+            continue;
+        }
+        lines.push_back(fmt::format("  {:<32} {:<7} {:>12} {:>10.0f}/s  {}", channel.name,
+                                    channel.busName, channel.frames, channel.rate,
+                                    shortened(channel.lastValue, longestValue)));
+    }
+    if (silent != 0) {
+        lines.push_back(
+            fmt::format("  ({} channel{} without frames)", silent, silent == 1 ? "" : "s"));
+    }
+}
+
+}  // namespace
+
+std::string printable(std::string text) {
+    std::replace_if(text.begin(), text.end(), isControl, '?');
+    return text;
+}
+
+std::uint64_t Summary::totalFrames() const {
+    std::uint64_t total = 0;
+    for (const ChannelSummary& channel : channels) {
+        total += channel.frames;
+    }
+    return total;
+}
+
+std::string toIsoText(Summary::Clock::time_point time) {
+    const auto whole = std::chrono::floor<std::chrono::seconds>(time);
+    const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(time - whole);
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:09}Z", fmt::gmtime(Summary::Clock::to_time_t(whole)),
+                       rest.count());
+}
+
+std::string toJson(const Summary& summary) {
+    Json result = {{"startTime", toIsoText(summary.startTime)},
+                   {"seconds", summary.seconds},
+                   {"modules", Json::array()},
+                   {"channels", Json::array()},
+                   {"recordings", Json::array()}};
+    for (const ModuleSummary& module : summary.modules) {
+        result["modules"].push_back(toJson(module));
+    }
+    for (const ChannelSummary& channel : summary.channels) {
+        result["channels"].push_back(toJson(channel, summary.modules));
+    }
+    for (const RecordingSummary& recording : summary.recordings) {
+        result["recordings"].push_back(toJson(recording));
+    }
+    // Names and serial numbers may come from the wire: what isn't UTF-8 is replaced.
+    return result.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+std::vector<std::string> toTable(const Summary& summary) {
+    std::vector<std::string> lines;
+    lines.push_back(fmt::format("{:.1f} s since {}   {} frames", summary.seconds,
+                                toIsoText(summary.startTime).substr(0, 19) + 'Z',
+                                summary.totalFrames()));
+    lines.push_back(fmt::format("  {:<32} {:<7} {:>12} {:>12}  {}", "channel", "bus", "frames",
+                                "rate", "last value"));
+    for (std::size_t i = 0; i < summary.modules.size(); ++i) {
+        addModule(summary, i, lines);
+    }
+    for (const RecordingSummary& recording : summary.recordings) {
+        lines.push_back(fmt::format("{}: {} records, {} bytes{}", recording.path, recording.records,
+                                    recording.bytes,
+                                    recording.error.empty() ? "" : "  FAILED: " + recording.error));
+    }
+    return lines;
+}
+
+std::string toProgressLine(const Summary& summary) {
+    const auto connected = std::count_if(summary.modules.begin(), summary.modules.end(),
+                                         [](const auto& module) { return module.connected; });
+    double rate = 0.0;
+    for (const ChannelSummary& channel : summary.channels) {
+        rate += channel.rate;
+    }
+    return fmt::format("{:.0f} s: {} of {} modules connected, {} frames, {:.0f}/s", summary.seconds,
+                       connected, summary.modules.size(), summary.totalFrames(), rate);
+}
+
+}  // namespace station

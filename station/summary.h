@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "station/recording/recording.h"
+
+namespace station {
+
+/// What a measurement is made of and what has come in so far: the live table and the JSON summary
+/// are two forms of it.
+struct ModuleSummary {
+    std::string name;
+    std::string type;
+    std::uint16_t configId = 0;
+    std::uint16_t cmId = 0;
+    std::string serial;
+    bool connected = false;
+};
+
+struct ChannelSummary {
+    std::size_t module = 0;  ///< position in `Summary::modules`
+    std::uint16_t interfaceId = 0;
+    BusType bus = BusType::Can;
+    std::string busName;
+    std::string name;
+    std::uint64_t frames = 0;
+    double firstTime = 0.0;  ///< seconds since the start; meaningless without frames
+    double lastTime = 0.0;
+    double rate = 0.0;  ///< frames a second, lately
+    std::string lastValue;
+};
+
+struct RecordingSummary {
+    std::string path;
+    std::string format;
+    std::uint64_t records = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t lost = 0;
+    std::string error;  ///< empty: none
+};
+
+struct Summary {
+    using Clock = std::chrono::system_clock;
+
+    Clock::time_point startTime;  ///< UTC of host time 0
+    double seconds = 0.0;         ///< since then
+    std::vector<ModuleSummary> modules;
+    std::vector<ChannelSummary> channels;
+    std::vector<RecordingSummary> recordings;
+
+    std::uint64_t totalFrames() const;
+};
+
+/// UTC as "2026-01-31T12:00:00.123456789Z".
+std::string toIsoText(Summary::Clock::time_point time);
+/// One JSON object, indented, with a line feed at its end.
+std::string toJson(const Summary& summary);
+/// A table of modules and their channels, as lines. Channels that never got a frame are counted in
+/// one line a module.
+std::vector<std::string> toTable(const Summary& summary);
+/// The text without control characters, which would move a terminal's cursor and more: serial
+/// numbers come from the network.
+std::string printable(std::string text);
+/// One line for a log.
+std::string toProgressLine(const Summary& summary);
+
+}  // namespace station

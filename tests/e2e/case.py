@@ -1,0 +1,34 @@
+"""What the tests here share: a scratch folder, and traffic as heavy as the build bears."""
+
+import os
+import tempfile
+import unittest
+from pathlib import Path
+
+import lab
+
+RATE = int(os.environ.get("CMP_RATE", 1000))  # messages per second and channel; sanitizers bear less
+MODULES = ["CAN combo:5", "LIN combo:2", "NeoviFire3:7"]
+NAMES = ["CAN combo:5:Front", "LIN combo:2:Doors", "NeoviFire3:7:Rear"]
+CAN = ["CAN combo:5"]
+FRONT = ["CAN combo:5:Front"]
+
+
+class Case(unittest.TestCase):
+    maxDiff = 2000
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.scratch = Path(folder.name)
+
+    def path(self, name):
+        """A file of this test's own in the scratch folder."""
+        return self.scratch / f"{self._testMethodName}-{name}"
+
+    def expect(self, code, *arguments, **options):
+        """Runs cmp-station to its end; returns its output and its messages."""
+        returned, output, errors = lab.call([lab.STATION, *map(str, arguments)], **options)
+        self.assertEqual(returned, code, errors)
+        return output, errors

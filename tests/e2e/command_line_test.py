@@ -1,0 +1,219 @@
+"""What users meet on the command line: exit codes and messages, files and disks that fail, ways to end."""
+
+import itertools
+import json
+import os
+import resource
+import signal
+import struct
+import subprocess
+import time
+import unittest
+
+import lab
+import traffic
+from case import CAN, FRONT, RATE, Case
+
+NOT_ALLOWED = ["setpriv", "--bounding-set", "-all", "--inh-caps", "-all"]
+
+# One TECMP frame with a CAN and a LIN-shaped message, written down by hand, and what is printed of it.
+TWO_MESSAGES = bytes.fromhex(
+    "FFFFFFFFFFFF 020000000001 99FE 0045 0007 03 03 0002 0000 000F"
+    "00000010 000000003B9ACA05 000A 0000 98DA01F1 03 AABB0C C5C5"
+    "00000020 0000000000000000 0009 0000 00000123 02 0102 C5C5")
+TWO_TEXTS = """\
+HEADER
+CM ID:        69
+Counter:      7
+Data type:    2
+Data length:  10
+Message type: 3
+Version:      3
+Chn. ID:      16
+Time: 1.        5
+98 DA 01 F1 03 AA BB 0C C5 C5 \n0x18DA01F1(ext): AA BB 0C \n
+HEADER
+CM ID:        69
+Counter:      7
+Data type:    2
+Data length:  9
+Message type: 3
+Version:      3
+Chn. ID:      32
+Time: 0.        0
+00 00 01 23 02 01 02 C5 C5 \n0x123: 01 02 \n
+"""
+
+
+def limit_file_size():
+    resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
+
+
+class CommandLine(Case):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.stored = cls.scratch / "stored.pcap"
+        subprocess.run([lab.SIMULATOR, "--write", cls.stored, "--module", "CAN combo:5,channels=1", "--messages",
+                        "1000", "--status", "0"], check=True, stdout=subprocess.DEVNULL)
+
+    def begin(self, *options, **more):
+        station = lab.Station(FRONT, *options, **more)
+        self.addCleanup(lab.end, station.process)
+        return station
+
+    def send(self, seconds=1):
+        return lab.simulate(CAN, "--rate", RATE, "--duration", seconds)
+
+    def expect_complete(self, sent, report, recording):
+        self.assertEqual(traffic.row_differences(sent, traffic.names_of(report),
+                                                 traffic.read_with_tshark(recording)), [])
+
+    def test_help_and_version_are_good(self):
+        for arguments in (["--help"], ["run", "--help"], ["convert", "--help"], ["dump", "--help"]):
+            self.assertIn("Examples:", self.expect(0, *arguments)[0])
+        self.assertRegex(self.expect(0, "--version")[0], r"^cmp-station \d+\.\d+\.\d+\n$")
+
+    def test_wrong_use_is_told_with_what_is_right(self):
+        for arguments, told in (
+            ([], "subcommand"),
+            (["play"], "subcommand"),
+            (["run", "--module", "CAN box:5"], "LIN combo, CAN combo, NeoviFire3"),
+            (["run", "--module", "CAN combo:65536"], "0 to 65535"),
+            (["run", "--module", "CAN combo"], "CAN combo:5:Front"),
+            (["run", "--module", "CAN combo:5", "--module", "can COMBO:0x45:B"], "different ConfigIds"),
+            (["run", "--duration", "0"], "--duration"),
+            (["run", "--record", self.path("a.txt")], ".pcapng"),
+            (["dump"], "FILE"),
+            (["convert", self.stored], "OUT"),
+            (["convert", self.stored, self.stored], "is the input"),
+        ):
+            self.assertIn(told, "".join(self.expect(2, *arguments)), arguments)
+
+    def test_command_that_fails_at_once_leaves_no_recording(self):
+        recording = self.path("a.pcapng")
+        self.expect(2, "run", "--record", recording, "--module", "CAN box:5")
+        self.expect(2, "convert", self.stored, recording, self.path("b.txt"))
+        self.assertFalse(recording.exists())
+
+    def test_unreadable_input_is_told(self):
+        text, linux_cooked, empty = self.path("a.txt"), self.path("b.pcap"), self.path("c.pcap")
+        text.write_text("no capture file, but a long text that might be one")
+        linux_cooked.write_bytes(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 113))
+        empty.touch()
+        for path in (text, linux_cooked, empty, self.path("missing")):
+            for command in (["dump", path], ["convert", path, self.path("out.pcapng"), "--module", *CAN]):
+                self.assertIn(str(path), self.expect(3, *command)[1])
+
+    def test_torn_input_is_converted_up_to_the_tear(self):
+        torn, recording = self.path("a.pcap"), self.path("a.pcapng")
+        torn.write_bytes(self.stored.read_bytes()[:self.stored.stat().st_size // 2])
+        _, errors = self.expect(3, "convert", torn, recording, "--module", *FRONT)
+        self.assertIn("what came before is in the recordings", errors)
+        numbers = [int.from_bytes(row.data[:4], "little") for row in traffic.read_with_tshark(recording)]
+        self.assertIn(len(numbers), range(450, 550))
+        self.assertEqual(numbers, list(range(len(numbers))))
+
+    def test_without_the_right_to_capture_it_says_how_to_get_it(self):
+        for arguments in (["run"], ["dump", "--interface", "lo"]):
+            code, _, errors = lab.call([*NOT_ALLOWED, lab.STATION, *arguments])
+            self.assertEqual(code, 4, errors)
+            for remedy in ("sudo", "setcap", "group"):
+                self.assertIn(remedy, errors)
+
+    def test_recording_that_cannot_be_opened_is_a_failure(self):
+        there = self.path("there.log")
+        there.write_text("something")
+        for path in (self.path("no/such/folder.log"), "/proc/a.pcapng", there):
+            self.assertIn(str(path), self.expect(1, "run", "--record", path)[1])
+        self.assertEqual(there.read_text(), "something")
+
+    def test_full_disk_ends_one_recording_and_no_other(self):
+        disk = self.path("disk")
+        disk.mkdir()
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "none", disk], check=True)
+        self.addCleanup(subprocess.run, ["umount", disk], check=True)
+        full, whole = disk / "a.pcapng", self.path("a.pcapng")
+        station = self.begin(record=[full, whole])
+        sent = self.send(5)
+        station.settle()
+        report, errors = station.stop(code=1)
+        self.assertIn(f'Recording to "{full}" ended: No space left on device', errors)
+        self.expect_complete(sent, report, whole)
+        self.assertEqual(len(traffic.read_with_tshark(full)), report["recordings"][0]["records"])
+
+    def test_file_size_limit_is_told_like_a_full_disk(self):
+        recording = self.path("a.pcapng")
+        process = subprocess.run([lab.STATION, "convert", self.stored, recording, "--module", *FRONT],
+                                 preexec_fn=limit_file_size, capture_output=True, text=True)
+        self.assertEqual(process.returncode, 1, process.stderr)
+        self.assertIn("File too large", process.stderr)
+        self.assertGreater(len(traffic.read_with_tshark(recording)), 50)
+
+    def test_deleted_recording_is_told_and_the_other_complete(self):
+        gone, whole = self.path("a.log"), self.path("a.pcapng")
+        station = self.begin(record=[gone, whole])
+        gone.unlink()
+        station.recordings.remove(gone)
+        sent = self.send()
+        station.settle()
+        report, errors = station.stop(code=1)
+        self.assertIn("deleted", errors)
+        self.expect_complete(sent, report, whole)
+
+    def test_sigterm_hang_up_and_duration_end_it_well(self):
+        for number in (signal.SIGTERM, signal.SIGHUP):
+            recording = self.path(f"{number}.pcapng")
+            station = self.begin(record=[recording])
+            sent = self.send()
+            station.settle()
+            report, _ = station.stop(number=number)
+            self.expect_complete(sent, report, recording)
+        output, _ = self.expect(0, "run", "--json", "--duration", "0.5")
+        self.assertGreaterEqual(json.loads(output)["seconds"], 0.5)
+
+    def test_output_that_nobody_reads_any_more_ends_it_well(self):
+        recording = self.path("a.pcapng")
+        station = self.begin(record=[recording])
+        sent = self.send()
+        station.settle()
+        station.process.stderr.close()
+        self.assertEqual(station.process.wait(lab.PATIENCE), 0)
+        self.expect_complete(sent, json.loads(station.process.stdout.read()), recording)
+        dump = lab.spawn([lab.STATION, "dump", self.stored], stdout=subprocess.PIPE)
+        self.assertEqual(dump.stdout.readline(), "HEADER\n")
+        dump.stdout.close()
+        self.assertEqual(dump.wait(lab.PATIENCE), 0)
+
+    def test_killed_run_leaves_a_recording_that_lacks_a_second_at_most(self):
+        recording = self.path("a.pcapng")
+        station = self.begin(record=[recording])
+        # So little that no full buffer writes it out.
+        simulator = lab.start_simulator(CAN, "--rate", 50, "--duration", 60)
+        time.sleep(3)
+        killed = time.time_ns()
+        lab.end(station.process)
+        lab.end(simulator)
+        rows = traffic.read_with_tshark(recording, torn=True)
+        self.assertLess(killed - rows[-1].time, 2 * 10**9)  # one, and one for a busy machine
+        for _, there in itertools.groupby(sorted(rows, key=lambda row: row.name), lambda row: row.name):
+            numbers = [int.from_bytes(row.data[:4], "little") for row in there]
+            self.assertEqual(numbers, list(range(len(numbers))))
+
+    def test_dump_prints_each_message(self):
+        stored = self.path("a.pcap")
+        stored.write_bytes(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1) +
+                           struct.pack("<IIII", 0, 0, len(TWO_MESSAGES), len(TWO_MESSAGES)) + TWO_MESSAGES)
+        self.assertEqual(self.expect(0, "dump", stored)[0], TWO_TEXTS)
+        self.assertEqual(self.expect(0, "dump", stored, "--count", "1")[0], TWO_TEXTS[:len(TWO_TEXTS) // 2 + 9])
+        dump = lab.spawn([lab.STATION, "dump", "--interface", "veth0", "--count", "3"], stdout=subprocess.PIPE)
+        simulator = lab.start_simulator(CAN, "--rate", 10, "--duration", 60)
+        output, _ = dump.communicate(timeout=lab.PATIENCE)
+        lab.end(simulator)
+        self.assertEqual((dump.returncode, output.count("HEADER\n")), (0, 3))
+
+
+if __name__ == "__main__":
+    os.environ["LC_ALL"] = "C.UTF-8"
+    lab.prepare()
+    unittest.main()

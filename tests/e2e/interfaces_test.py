@@ -1,0 +1,87 @@
+"""Silent interfaces beside a busy one, interfaces that vanish, and many starts and stops."""
+
+import os
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+import lab
+import traffic
+from case import CAN, FRONT, RATE, Case
+
+READER_ROUNDS = sys.argv.pop(1)
+STOP_LIMIT = float(os.environ.get("CMP_STOP_LIMIT", 0.2))  # seconds; sanitizers look for leaks at the end
+INTERFACES = 5  # the loopback, one busy pair, three silent ones; a sixth is taken away by a test
+
+
+class Interfaces(Case):
+    def best_stop(self, rounds, traffic_on=None):
+        """Seconds from Ctrl-C to the end of the process, the best of some rounds: other programs on the
+        machine make it longer, none makes it shorter."""
+        best = float("inf")
+        for _ in range(rounds):
+            station = lab.Station(FRONT, "--quiet")
+            if traffic_on:
+                simulator = lab.start_simulator(CAN, "--rate", RATE, "--duration", 20, interface=traffic_on)
+            time.sleep(0.3)
+            start = time.monotonic()
+            station.process.send_signal(signal.SIGINT)
+            station.process.wait(lab.PATIENCE)
+            best = min(best, time.monotonic() - start)
+            self.assertEqual(station.finish()[0], 0)
+            if traffic_on:
+                simulator.terminate()
+                lab.finish_simulator(simulator)
+        return best
+
+    def test_silent_interfaces_hold_up_neither_messages_nor_the_end(self):
+        recording = self.path("a.pcapng")
+        station = lab.Station(FRONT, record=[recording])
+        sent = lab.simulate(CAN, "--rate", RATE, "--duration", 2)
+        station.settle()
+        report, _ = station.stop()
+        self.assertEqual(traffic.count_differences(sent, report), [])
+        self.assertEqual(traffic.row_differences(sent, traffic.names_of(report), traffic.read_with_tshark(recording)),
+                         [])
+        self.assertLess(self.best_stop(5, traffic_on="sim0"), STOP_LIMIT)
+
+    def test_end_does_not_wait_for_a_packet(self):
+        self.assertLess(self.best_stop(5), STOP_LIMIT)
+
+    def test_vanished_interface_stops_no_other_and_repeats_nothing(self):
+        subprocess.run(["sh", "-ec", "ip link add veth9 type veth peer name sim9 netns modules; "
+                                     "ip link set veth9 up; ip -n modules link set sim9 up"], check=True)
+        recording = self.path("a.pcapng")
+        station = lab.Station(["CAN combo:5:Stays", "CAN combo:6:Goes"], record=[recording])
+        going = lab.start_simulator(["CAN combo:6"], "--rate", RATE, "--duration", 60, interface="sim9")
+        staying = lab.start_simulator(["CAN combo:5"], "--rate", RATE, "--duration", 5)
+        time.sleep(2)
+        subprocess.run(["ip", "link", "del", "veth9"], check=True)
+        gone = lab.finish_simulator(going, code=1)
+        sent = lab.finish_simulator(staying)
+        station.settle()
+        report, _ = station.stop()
+        names, rows = traffic.names_of(report), traffic.read_with_tshark(recording)
+        stayed = [row for row in rows if row.name.startswith("Stays")]
+        self.assertEqual(traffic.row_differences(sent, names, stayed), [])
+        # Of the other what was captured: from the first message on, without a gap and nothing twice.
+        module = gone["modules"][0]
+        for position, channel in enumerate(module["channels"]):
+            there = [row[2:] for row in rows if row.name == names[module["cmId"], channel["interfaceId"]]]
+            self.assertGreater(len(there), 0)
+            self.assertEqual(there, list(traffic.sent_on(module, position))[:len(there)])
+
+    def test_start_and_stop_leave_no_descriptor(self):
+        code, output, errors = lab.call([READER_ROUNDS, "50"])
+        self.assertEqual(code, 0, errors)
+        before, first, last, end, *names = output.split()
+        self.assertEqual(sorted(names), ["lo", "veth0", "veth1", "veth2", "veth3"])
+        self.assertGreaterEqual(int(first), int(before) + INTERFACES)
+        self.assertEqual((last, end), (first, before))
+
+
+if __name__ == "__main__":
+    lab.prepare(links=INTERFACES - 1)
+    unittest.main()

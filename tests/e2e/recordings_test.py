@@ -1,0 +1,80 @@
+"""Recordings of live and of stored frames, as tshark and python-can read them, against what was sent."""
+
+import signal
+import time
+import unittest
+
+import lab
+import traffic
+from case import MODULES, NAMES, RATE, Case
+
+
+class Recordings(Case):
+    """One run with all lengths of data, whose frames are stored beside it and converted then."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.live = [cls.scratch / "live.pcapng", cls.scratch / "live.log"]
+        cls.converted = [cls.scratch / "converted.pcapng", cls.scratch / "converted.log"]
+        wire = cls.scratch / "wire.pcapng"
+        station = lab.Station(NAMES, record=cls.live)
+        store = lab.spawn(["dumpcap", "-q", "-i", "veth0", "-B", "64", "-w", str(wire)], stderr=-3)
+        lab.wait_until(lambda: wire.exists() and wire.stat().st_size, "frames are stored")
+        time.sleep(1)
+        cls.sent = lab.simulate(MODULES, "--rate", RATE, "--duration", 2, "--bad", 0.2, "--length", "0-64",
+                                "--per-frame", 5)
+        station.settle()
+        cls.report, _ = station.stop()
+        store.send_signal(signal.SIGINT)
+        store.wait(lab.PATIENCE)
+        code, _, errors = lab.call([lab.STATION, "convert", "--quiet", wire, *cls.converted,
+                                    *lab.repeat("--module", NAMES)])
+        assert code == 0, errors
+        cls.names = traffic.names_of(cls.report)
+
+    def check_pcapng(self, sent, path, names, rate):
+        rows = traffic.read_with_tshark(path)
+        self.assertEqual(traffic.row_differences(sent, names, rows), [])
+        self.assertEqual(traffic.time_differences(sent, names, rows, rate), [])
+        return rows
+
+    def test_tshark_reads_from_pcapng_what_was_sent(self):
+        messages = []
+        for path in (self.live[0], self.converted[0]):
+            rows = self.check_pcapng(self.sent, path, self.names, RATE)
+            self.assertEqual({row.bus for row in rows}, {"CAN", "CANFD", "LIN"})
+            messages.append(sorted(row._replace(time=0) for row in rows))
+        self.assertEqual(*messages)
+
+    def test_python_can_and_tshark_read_from_a_log_the_can_messages_that_were_sent(self):
+        words = {key: traffic.word_of(name) for key, name in self.names.items()}
+        for path in (self.live[1], self.converted[1]):
+            rows = traffic.read_with_python_can(path)
+            self.assertEqual(traffic.row_differences(self.sent, words, rows, buses=("CAN",)), [])
+            self.assertEqual(traffic.read_with_tshark(path), [row._replace(name="") for row in rows])
+
+    def test_both_recordings_of_a_run_tell_the_same_times(self):
+        for pcapng, log in (self.live, self.converted):
+            rows = [row for row in traffic.read_with_tshark(pcapng) if row.bus != "LIN"]
+            self.assertEqual([row.time // 1000 for row in rows],
+                             [row.time // 1000 for row in traffic.read_with_tshark(log)])
+
+    def test_stored_frames_tell_their_modules(self):
+        stored, recording = self.path("a.pcap"), self.path("a.pcapng")
+        modules = ["CAN combo:5,channels=2", "LIN combo:0x3A,drift=50,offset=-3600,channels=3", "NeoviFire3:7"]
+        code, output, errors = lab.call([lab.SIMULATOR, "--write", stored, "--json", "--messages", "5000",
+                                         "--bad", "0.3", "--length", "4", *lab.repeat("--module", modules)])
+        self.assertEqual(code, 0, errors)
+        sent = lab.json.loads(output)
+        report = lab.json.loads(self.expect(0, "convert", "--json", stored, recording)[0])
+        self.assertEqual([(m["type"], m["configId"], m["serial"]) for m in report["modules"]],
+                         [(m["type"], m["configId"], str(m["serial"])) for m in sent["modules"]])
+        self.assertEqual(traffic.count_differences(sent, report), [])
+        rows = traffic.read_with_tshark(recording)
+        self.assertEqual(traffic.row_differences(sent, traffic.names_of(report), rows), [])
+
+
+if __name__ == "__main__":
+    lab.prepare()
+    unittest.main()

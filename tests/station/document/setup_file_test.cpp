@@ -1,0 +1,215 @@
+#include "station/document/setup_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+#include <iterator>
+
+#include "station/document/setup_xml.h"
+
+namespace station {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::HasSubstr;
+
+class SetupFileTest : public ::testing::Test {
+  protected:
+    SetupFileTest() {
+        std::string name = testing::TempDir() + "setup-XXXXXX";
+        directory = ::mkdtemp(name.data());
+        path = directory / "bench.xml";
+        backup = directory / "bench.xml.bak";
+    }
+    ~SetupFileTest() override {
+        fs::permissions(directory, fs::perms::owner_all);
+        fs::remove_all(directory);
+    }
+
+    static CountedRef<SetupDocument> documentNamed(const std::wstring& name,
+                                                   std::size_t length = 0) {
+        const auto document = makeCounted<SetupDocument>(true);
+        const auto root = makeCounted<SetupElement>(L"Setup", std::wstring(length, L'x'));
+        root->setValue(L"Name", name);
+        document->SetRootElement(root.get());
+        return document;
+    }
+    void save(const std::wstring& name) const { SetupFile(path).save(*documentNamed(name)); }
+    std::wstring load() const { return *SetupFile(path).load()->getRoot()->findValue(L"Name"); }
+
+    static std::string read(const fs::path& file) {
+        std::ifstream in(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+    void write(const std::string& text) const {
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+    }
+    std::size_t filesThere() const {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
+    }
+
+    template <typename Action>
+    static std::string errorOf(const Action& action) {
+        try {
+            action();
+        } catch (const SetupFileError& error) {
+            return error.what();
+        }
+        return "no error";
+    }
+    std::string loadError() const {
+        return errorOf([&] { load(); });
+    }
+    std::string saveError() const {
+        return errorOf([&] { save(L"other"); });
+    }
+
+    fs::path directory;
+    fs::path path;
+    fs::path backup;
+};
+
+TEST_F(SetupFileTest, KeepsTheLastGoodFileAsBackupAndAStepBehind) {
+    save(L"first");
+    EXPECT_EQ(filesThere(), 1U);
+    const std::string first = read(path);
+    save(L"second");
+    save(L"second");
+    EXPECT_EQ(load(), L"second");
+    EXPECT_EQ(read(backup), first);
+    EXPECT_EQ(filesThere(), 2U);
+    std::int32_t mode = 1;
+    SetupFile(path).load()->GetMode(&mode);
+    EXPECT_EQ(mode, 0);
+    SetupFile(path).save(*SetupFile(path).load());
+    EXPECT_EQ(read(backup), first);
+}
+
+TEST_F(SetupFileTest, FileCutAtAnyLengthIsRefusedWithItsPlaceAndNeverOverwritten) {
+    save(L"first");
+    save(L"second");
+    const std::string good = read(path);
+    const std::string kept = read(backup);
+    for (std::size_t length = 0; length + 1 < good.size(); ++length) {
+        const std::string torn = good.substr(0, length);
+        write(torn);
+        ASSERT_THAT(loadError(), AllOf(HasSubstr("bench.xml\": line "), HasSubstr(", column "),
+                                       HasSubstr("take its backup")))
+            << length;
+        ASSERT_THAT(saveError(), HasSubstr("isn't overwritten")) << length;
+        ASSERT_EQ(read(path), torn);
+        ASSERT_EQ(read(backup), kept);
+    }
+    write(good.substr(0, good.size() - 1));  // without the last line feed
+    EXPECT_EQ(load(), L"second");
+    EXPECT_EQ(filesThere(), 2U);
+}
+
+TEST_F(SetupFileTest, FileOfAnotherKindIsNotOverwritten) {
+    for (const auto* text :
+         {"notes of mine\n", "<svg version=\"1.1\"/>", "<Setup version=\"2\"/>"}) {
+        write(text);
+        EXPECT_THAT(saveError(), AllOf(HasSubstr("line 1"), HasSubstr("Move it away"))) << text;
+        EXPECT_EQ(read(path), text);
+    }
+    EXPECT_THAT(loadError(), HasSubstr("version is 2, and this program knows versions up to 1. "
+                                       "Use a newer program."));
+    fs::remove(path);
+    EXPECT_THAT(loadError(), HasSubstr("there is no such file. Check its name"));
+    fs::create_directory(path);
+    EXPECT_THAT(loadError(), HasSubstr("not a regular file"));
+    EXPECT_THAT(saveError(), HasSubstr("not a regular file"));
+    EXPECT_THAT(errorOf([&] { SetupFile(path).save(*makeCounted<SetupDocument>(true)); }),
+                HasSubstr("no root"));
+}
+
+TEST_F(SetupFileTest, FullDiskOrNoPlaceForTheBackupLeavesAllAsItWas) {
+    save(L"first");
+    save(L"second");
+    const std::string good = read(path);
+    const std::string kept = read(backup);
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ::getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{16384, limit.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    const std::string error =
+        errorOf([&] { SetupFile(path).save(*documentNamed(L"large", 100'000)); });
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, before);
+    EXPECT_THAT(error, AllOf(HasSubstr("File too large"), HasSubstr("Make room")));
+    EXPECT_EQ(read(path), good);
+    EXPECT_EQ(read(backup), kept);
+    fs::remove(backup);
+    fs::create_directory(backup);  // nowhere to put the backup
+    EXPECT_THAT(saveError(), HasSubstr("Is a directory"));
+    EXPECT_EQ(read(path), good);
+    EXPECT_EQ(filesThere(), 2U);
+}
+
+TEST_F(SetupFileTest, DirectoryThatTakesNoFileLeavesTheOldOne) {
+    save(L"first");
+    const std::string good = read(path);
+    fs::permissions(directory, fs::perms::owner_read | fs::perms::owner_exec |
+                                   fs::perms::others_read | fs::perms::others_exec);
+    fs::permissions(path, fs::perms::owner_read | fs::perms::others_read);
+    const uid_t user = ::geteuid();
+    constexpr uid_t nobody = 65534;
+    if (user == 0) {  // may write everywhere
+        ASSERT_EQ(::seteuid(nobody), 0);
+    }
+    const std::string error = saveError();
+    ASSERT_EQ(::seteuid(user), 0);
+    EXPECT_THAT(error, AllOf(HasSubstr("Permission denied"), HasSubstr("choose another place")));
+    EXPECT_EQ(read(path), good);
+    EXPECT_EQ(filesThere(), 1U);
+}
+
+TEST_F(SetupFileTest, WriterKilledAtAnyMomentLeavesAWholeFileAndHindersNobody) {
+    save(L"first");
+    for (int round = 0; round < 30; ++round) {
+        const pid_t writer = ::fork();
+        if (writer == 0) {
+            for (;;) {
+                SetupFile(path).save(*documentNamed(L"one", 50'000));
+                SetupFile(path).save(*documentNamed(L"two", 50'000));
+            }
+        }
+        ::usleep(static_cast<useconds_t>(3000 + 997 * round));
+        ::kill(writer, SIGKILL);
+        ::waitpid(writer, nullptr, 0);
+        ASSERT_THAT(load(), testing::AnyOf(L"first", L"one", L"two"));
+        if (fs::exists(backup)) {
+            ASSERT_NO_THROW(SetupFile(backup).load());
+        }
+    }
+    const std::string last = read(path);
+    std::ofstream(directory / "bench.xml.0badf00d.tmp") << "<Setup versi";
+    save(L"after");
+    EXPECT_EQ(load(), L"after");
+    EXPECT_EQ(read(backup), last);
+}
+
+TEST_F(SetupFileTest, LinkIsFollowedAndPermissionsStay) {
+    const fs::path real = directory / "real.xml";
+    fs::create_symlink("real.xml", path);
+    write(toSetupXml(*documentNamed(L"first")->getRoot()));
+    fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write);
+    save(L"second");
+    EXPECT_TRUE(fs::is_symlink(path));
+    EXPECT_EQ(load(), L"second");
+    for (const fs::path& file : {real, directory / "real.xml.bak"}) {
+        EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    }
+}
+
+}  // namespace
+}  // namespace station

@@ -1,0 +1,270 @@
+#include "station/host/plugin_driver.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/kvrt_exception.h"
+#include "tests/station/host/fake_plugin.h"
+#include "tests/station/host/stand_ins.h"
+#include "tests/support/scripted_document.h"
+
+namespace station {
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class PluginDrivers : public testing::Test {
+  protected:
+    PluginDrivers() {
+        options.utcNow = [] { return std::chrono::system_clock::time_point(); };
+        makeDriver();
+        std::int32_t index = 0;
+        CountedRef<HostChannel> mounted;
+        host->channels().mountChannels(L"{id}", 1, &index, mounted.out());
+        channel = host->channels().all().front();
+    }
+    void makeDriver() {
+        driver.reset();
+        plugin = makeCounted<FakePlugin>();
+        CountedRef<HostObject> object;
+        plugin.queryTo(object);
+        driver = std::make_unique<PluginDriver>(object, host, options);
+    }
+    std::vector<std::string> takeCalls() { return std::exchange(plugin->calls, {}); }
+    void poll(int times = 1) {
+        for (; times > 0; --times) {
+            counter.pass(0.02);
+            driver->poll();
+        }
+    }
+    void startAndSettle() {
+        driver->connect();
+        driver->start();
+        poll(20);
+    }
+    /// Host time that passes until the end is drained.
+    double drain() {
+        const double end = host->clock().getSeconds();
+        while (!driver->isDrained() && host->clock().getSeconds() < end + 60.0) {
+            poll();
+        }
+        return host->clock().getSeconds() - end;
+    }
+    void deliverOneSample() {
+        const double value = 0.0;
+        addSample(*channel, &value, sizeof value, 0.0);
+    }
+    /// What the driver says of it; empty if it doesn't fail.
+    static std::string failureOf(const std::function<void()>& step) {
+        try {
+            step();
+        } catch (const PluginError& failure) {
+            return failure.what();
+        }
+        return {};
+    }
+
+    StillCounter counter;
+    PluginDriverOptions options;
+    CountedRef<StationHost> host = makeCounted<StationHost>(counter, StationHostOptions{});
+    CountedRef<FakePlugin> plugin;
+    std::unique_ptr<PluginDriver> driver;
+    CountedRef<StationChannel> channel;
+    CallScript script;
+    ScriptedDocument& document = script.make<ScriptedDocument>(false);
+    ScriptedElement& element = script.make<ScriptedElement>(L"Station");
+};
+
+TEST_F(PluginDrivers, CallsComeInTheirOrder) {
+    driver->connect();
+    driver->loadSettings(document, element);
+    EXPECT_THAT(plugin->arguments, ElementsAre("object", "object", "0"));
+    driver->loadSetup(document, element);
+    EXPECT_THAT(plugin->arguments, ElementsAre("object", "object", "0", "0"));
+    EXPECT_NE(document.mode, HostDocument::modeWriting);
+    driver->updateDevices();
+    EXPECT_THAT(takeCalls(), ElementsAre("connect", "159", "158", "177"));
+    driver->start();
+    EXPECT_THAT(takeCalls(), ElementsAre("prepare", "start", "115", "105", "156"));
+    poll(2);
+    EXPECT_THAT(takeCalls(), ElementsAre("117", "117"));
+    driver->endPart();
+    EXPECT_THAT(takeCalls(), ElementsAre("136"));
+    drain();
+    EXPECT_THAT(takeCalls(), Each("117"));
+    driver->stop();
+    driver->stop();
+    poll();
+    driver->saveSettings(document, element);
+    EXPECT_EQ(document.mode, HostDocument::modeWriting);
+    driver->saveSetup(document, element);
+    EXPECT_THAT(plugin->arguments, ElementsAre("object", "object", "65535", "0"));
+    EXPECT_THAT(takeCalls(), ElementsAre("130", "159", "158"));
+    driver.reset();
+    EXPECT_THAT(takeCalls(), ElementsAre("disconnect"));
+    EXPECT_THAT(script.referenceFaults(), IsEmpty());
+}
+
+TEST_F(PluginDrivers, NothingIsJudgedUntilTheClocksHaveSettled) {
+    double positionInCall = -1.0;
+    plugin->actions["105"] = [this] {
+        counter.pass(3.0);  // opening the interfaces takes its time
+        return HostCode::success;
+    };
+    plugin->actions["117"] = [&] {
+        positionInCall = host->clock().getPositionSeconds();
+        return HostCode::success;
+    };
+    driver->connect();
+    driver->start();
+    EXPECT_EQ(host->clock().getSeconds(), 0.0) << "the time begins when the interfaces are open";
+    poll(9);
+    EXPECT_EQ(positionInCall, 0.0);
+    EXPECT_GT(host->clock().getSeconds(), 0.17);
+    poll(2);
+    EXPECT_NEAR(positionInCall, 0.22, 0.0011);
+}
+
+TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
+    startAndSettle();
+    driver->endPart();
+    const std::int64_t end = host->clock().getPosition();
+    int late = 30;
+    plugin->actions["117"] = [&] {
+        if (late-- > 0) {
+            deliverOneSample();
+        }
+        return HostCode::success;
+    };
+    EXPECT_FALSE(driver->isDrained());
+    EXPECT_NEAR(drain(), 0.6 + options.quietSeconds, 0.03);
+    EXPECT_EQ(host->clock().getPosition(), end);
+    EXPECT_EQ(channel->getWritten(), 30U);
+}
+
+TEST_F(PluginDrivers, ADrainTakesAsLongAsTheClocksAskForButEnds) {
+    startAndSettle();
+    driver->endPart();
+    EXPECT_NEAR(drain(), 0.2, 0.03);
+    driver->stop();
+
+    driver->start();
+    poll(20);
+    driver->endPart();
+    plugin->actions["117"] = [this] {
+        deliverOneSample();  // without end
+        return HostCode::success;
+    };
+    EXPECT_NEAR(drain(), options.longestDrainSeconds, 0.03);
+}
+
+TEST_F(PluginDrivers, ALeadingClockThatLagsIsWaitedFor) {
+    startAndSettle();
+    plugin->leaderHigh = 0;
+    plugin->actions["117"] = [this] {
+        plugin->leaderLow = static_cast<std::uint32_t>((host->clock().getSeconds() - 0.3) * 1000);
+        return HostCode::success;
+    };
+    driver->endPart();
+    EXPECT_NEAR(drain(), 0.5, 0.04);
+}
+
+TEST_F(PluginDrivers, TheNextPartOverlapsTheLastAndKeepsTheCapture) {
+    startAndSettle();
+    EXPECT_FALSE(driver->needsNewPart());
+    counter.pass(2147300.0);
+    poll();
+    EXPECT_TRUE(driver->needsNewPart());
+    driver->endPart();
+    const double end = host->clock().getPositionSeconds();
+    const auto partStart = host->data().getStart();
+    drain();
+    takeCalls();
+    const double late = host->clock().getSeconds() - end;
+    driver->startNextPart();
+    EXPECT_THAT(takeCalls(), ElementsAre("start", "115", "156"));
+    EXPECT_EQ(host->clock().getPosition(), 0);
+    EXPECT_NEAR(host->clock().getSeconds(), late + 1.0, 1e-6);
+    const std::chrono::duration<double> between = host->data().getStart() - partStart;
+    EXPECT_NEAR(between.count(), end - 1.0, 1e-6);
+    poll(20);
+    EXPECT_GT(host->clock().getPositionSeconds(), 1.0);
+    EXPECT_FALSE(driver->needsNewPart());
+}
+
+TEST_F(PluginDrivers, EachKindOfFailureIsToldAndStopsTheMeasurement) {
+    const std::vector<std::pair<std::function<HostResult()>, std::string>> failures = {
+        {[]() -> HostResult { throw std::runtime_error("the text"); }, "the text"},
+        {[]() -> HostResult { raiseHostError(HostCode::invalidPointer); }, "0x80004003"},
+        {[]() -> HostResult { throw HostArrayException(HostCode::invalidArgument); }, "0x80070057"},
+        {[]() -> HostResult { throw Kestrova::RT::Core::NotFoundException("gone"); },
+         "gone (code 0x80000006)"},
+        {[]() -> HostResult { throw 7; }, "unknown kind"},
+        {[] { return HostCode::failed; }, "it answered 0x80004005"},
+        {[this]() -> HostResult {
+             callHost(channel, &HostChannel::setDataType, 99);
+             return HostCode::success;
+         },
+         "there is no data type 99"}};
+    for (const auto& [failure, text] : failures) {
+        makeDriver();
+        startAndSettle();
+        plugin->actions["117"] = failure;
+        takeCalls();
+        EXPECT_THAT(failureOf([this] { poll(); }), HasSubstr(text));
+        EXPECT_THAT(takeCalls(), ElementsAre("117", "130"));
+        EXPECT_FALSE(driver->isMeasuring());
+        plugin->actions.clear();
+        driver->start();
+        poll();
+        EXPECT_TRUE(driver->isMeasuring()) << "a later measurement works";
+    }
+}
+
+TEST_F(PluginDrivers, AFailureInAnyStepLeavesNothingRunning) {
+    for (const std::string step :
+         {"159", "158", "177", "prepare", "start", "115", "105", "156", "117", "136", "130"}) {
+        makeDriver();
+        plugin->actions[step] = []() -> HostResult { throw std::runtime_error("no"); };
+        const std::string text = failureOf([this] {
+            driver->connect();
+            driver->loadSettings(document, element);
+            driver->loadSetup(document, element);
+            driver->updateDevices();
+            driver->start();
+            poll();
+            driver->endPart();
+            drain();
+            driver->stop();
+        });
+        EXPECT_THAT(text, HasSubstr(": no")) << step;
+        EXPECT_FALSE(driver->isMeasuring()) << step;
+        const auto calls = takeCalls();
+        const bool captured = std::count(calls.begin(), calls.end(), "105") != 0;
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), "130"), captured ? 1 : 0) << step;
+    }
+}
+
+TEST_F(PluginDrivers, APluginThatRefusesTheHostIsLeftAlone) {
+    plugin->actions["connect"] = [] { return HostCode::aborted; };
+    EXPECT_THAT(failureOf([this] { driver->connect(); }), HasSubstr("0x80004004"));
+    takeCalls();
+    for (const auto& step : std::vector<std::function<void()>>{
+             [this] { driver->connect(); }, [this] { driver->start(); },
+             [this] { driver->clearSetup(); }, [this] { driver->updateDevices(); },
+             [this] { driver->loadSetup(document, element); }}) {
+        EXPECT_NE(failureOf(step), "");
+    }
+    driver->poll();
+    driver->stop();
+    driver.reset();
+    EXPECT_THAT(takeCalls(), IsEmpty());
+    driver = std::make_unique<PluginDriver>(CountedRef<HostObject>(), host, options);
+    EXPECT_NE(failureOf([this] { driver->connect(); }), "");
+}
+
+}  // namespace
+}  // namespace station

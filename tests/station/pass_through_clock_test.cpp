@@ -1,0 +1,79 @@
+#include "station/offline/pass_through_clock.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "tests/support/capture_stand_ins.h"
+
+namespace station {
+namespace {
+
+using Status = Kestrova::Utils::Kcom::Synchronization::GNSSTimeStatus;
+
+/// A clock whose host time 0 is second 100 of a counter of 1,000 counts a second.
+class PassThroughClocking : public testing::Test {
+  protected:
+    void setAt(double hostSeconds, GNSSTime deviceTime) {
+        counter.count = static_cast<std::uint64_t>((100 + hostSeconds) * 1000);
+        clock.SetTime(deviceTime);
+    }
+    void expectHostTime(GNSSTime deviceTime, double hostSeconds) {
+        const auto result = clock.GetTime(deviceTime);
+        EXPECT_EQ(result.status, Status::Valid);
+        EXPECT_NEAR(result.time, hostSeconds, 1e-9);
+    }
+    void anchorAt(double hostSeconds, GNSSTime deviceTime) {
+        clock.GetTime(deviceTime);
+        setAt(hostSeconds, deviceTime);
+    }
+
+    ManualCounter counter;
+    PassThroughClock clock{counter, 100'000'000'000};
+};
+
+TEST_F(PassThroughClocking, WaitsForATimeThatIsSureToRestOnAMessage) {
+    setAt(1, GNSSTime(0, 0));  // before any message: the device's time is its default
+    EXPECT_EQ(clock.GetTime(GNSSTime(2300, 50)).status, Status::Wait);
+    EXPECT_EQ(clock.GetTime(GNSSTime(2300, 50)).status, Status::Wait);
+    setAt(2, GNSSTime(2300, 51));
+    expectHostTime(GNSSTime(2300, 50), 1);
+}
+
+TEST_F(PassThroughClocking, RunsOnDeviceTimeAloneOnceAnchored) {
+    anchorAt(2, GNSSTime(2300, 604'799));
+    expectHostTime(GNSSTime(2300, 604'799), 2);
+    setAt(500, GNSSTime(2300, 0));  // a host clock that runs away
+    clock.GetTime(GNSSTime(2300, 0));
+    setAt(600, GNSSTime(2300, 1));
+    expectHostTime(GNSSTime(2301, 2.000000001), 5.000000001);
+}
+
+TEST_F(PassThroughClocking, HostileJumpsGiveTimesFromZeroOn) {
+    anchorAt(2, GNSSTime(2300, 10));
+    expectHostTime(GNSSTime(2300, 5), 0);
+    constexpr auto last = std::numeric_limits<std::int32_t>::max();
+    for (const GNSSTime& time : {GNSSTime(-last, 0), GNSSTime(last, 604'799), GNSSTime(0, 0)}) {
+        const auto result = clock.GetTime(time);
+        EXPECT_EQ(result.status, Status::Valid);
+        EXPECT_TRUE(std::isfinite(result.time));
+        EXPECT_GE(result.time, 0.0);
+    }
+    expectHostTime(GNSSTime(2300, 11), 3);
+}
+
+TEST(PassThroughClocks, IdOfARemovedClockIsGivenAnew) {
+    ManualCounter counter;
+    PassThroughClocks clocks(counter, 0);
+    auto first = clocks.CreateClock();
+    const auto second = clocks.CreateClock();
+    EXPECT_EQ(clocks.GetClockId(second), 1U);
+    clocks.RemoveClock(first);
+    EXPECT_EQ(first, nullptr);
+    EXPECT_EQ(clocks.GetClockId(clocks.CreateClock()), 0U);
+    EXPECT_EQ(clocks.GetClock(1), second);
+}
+
+}  // namespace
+}  // namespace station

@@ -1,0 +1,136 @@
+#include "station/offline/stored_frames.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "station/exit_codes.h"
+
+namespace station {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr std::uint32_t ethernet = 1;
+
+struct Stored {
+    std::uint32_t seconds;
+    std::uint32_t nanoseconds;
+    std::uint32_t captured;
+    std::uint32_t length;
+};
+
+/// A .pcap file with nanosecond times, gone with the test.
+class StoredFrameFiles : public testing::Test {
+  protected:
+    ~StoredFrameFiles() override { std::filesystem::remove(path); }
+
+    void write(const std::vector<Stored>& frames, std::uint32_t linkType = ethernet) {
+        std::ofstream out(path, std::ios::binary);
+        const auto put = [&](std::initializer_list<std::uint32_t> words) {
+            for (const std::uint32_t word : words) {
+                out.write(reinterpret_cast<const char*>(&word), sizeof word);
+            }
+        };
+        put({0xA1B23C4D, 0x00040002, 0, 0, 65535, linkType});
+        for (std::size_t i = 0; i < frames.size(); ++i) {
+            put({frames[i].seconds, frames[i].nanoseconds, frames[i].captured, frames[i].length});
+            out << std::string(frames[i].captured, static_cast<char>('A' + i));
+        }
+    }
+
+    struct Read {
+        std::string letters;  ///< the first byte of each frame; a blank for each timeout
+        std::vector<std::int64_t> times;
+        std::vector<std::uint32_t> lengths;
+    };
+    /// All frames, and no more reads than a file with this many could need.
+    Read readAll(StoredFrames& frames) const {
+        constexpr std::size_t mostReads = 1000;
+        Read read;
+        const std::uint8_t* data = nullptr;
+        std::uint32_t length = 0;
+        while (!frames.isAtEnd() && read.letters.size() < mostReads) {
+            if (frames.next(data, length) == CaptureHandle::timeout) {
+                read.letters += ' ';
+                continue;
+            }
+            read.letters += length > 0 ? static_cast<char>(*data) : '-';
+            read.times.push_back(frames.getNanoseconds());
+            read.lengths.push_back(length);
+        }
+        return read;
+    }
+
+    const std::string path =
+        testing::TempDir() + "stored-frames-" + std::to_string(::getpid()) + ".pcap";
+};
+
+TEST_F(StoredFrameFiles, PassesEndNowAndThenAndEveryFrameIsReadOnceAtItsTime) {
+    write({{7, 0, 60, 60}, {7, 19'999'999, 60, 60}, {7, 20'000'000, 60, 60}, {9, 1, 60, 60}});
+    StoredFrames frames(path);
+    EXPECT_EQ(frames.getFirstTime(), 7'000'000'000);
+    const Read read = readAll(frames);
+    EXPECT_EQ(read.letters, "AB C D ");
+    EXPECT_THAT(read.times,
+                ElementsAre(7'000'000'000, 7'019'999'999, 7'020'000'000, 9'000'000'001));
+    EXPECT_EQ(frames.getErrorText(), "");
+    EXPECT_EQ(frames.getProgress(), 1.0);
+
+    write(std::vector<Stored>(20, {7, 0, 60'000, 60'000}));  // much at one moment
+    StoredFrames many(path);
+    std::string letters = readAll(many).letters;
+    EXPECT_GT(std::erase(letters, ' '), 2U);
+    EXPECT_EQ(letters, "ABCDEFGHIJKLMNOPQRST");
+}
+
+TEST_F(StoredFrameFiles, HostileTimesAndLengthsLoseNoFrame) {
+    constexpr std::uint32_t most = 0xFFFFFFFF;
+    write({{most, most, 60, 60},
+           {0, 0, 60, 60},
+           {5, 0, 60, 20},
+           {4, 0, 10, most},
+           {6, 0, 0, 0},
+           {most, 0, 60, 60}});
+    StoredFrames frames(path);
+    const Read read = readAll(frames);
+    std::string letters = read.letters;
+    std::erase(letters, ' ');
+    EXPECT_EQ(letters, "ABCD-F");
+    EXPECT_THAT(read.lengths, ElementsAre(60, 60, 20, 10, 0, 60));
+}
+
+TEST_F(StoredFrameFiles, TornFileGivesWhatStandsBeforeTheTear) {
+    write({{7, 0, 60, 60}, {7, 1, 60, 60}, {7, 2, 60, 60}});
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) - 1);
+    StoredFrames frames(path);
+    EXPECT_EQ(readAll(frames).letters, "AB ");
+    EXPECT_THAT(frames.getErrorText(), HasSubstr(path + " can't be read to its end: "));
+}
+
+TEST_F(StoredFrameFiles, FileOfOtherThingsIsRefusedWithItsName) {
+    const auto refusal = [this]() -> std::string {
+        try {
+            StoredFrames frames(path);
+        } catch (const CommandError& error) {
+            EXPECT_EQ(error.getCode(), ExitCode::Unreadable);
+            return error.what();
+        }
+        return {};
+    };
+    EXPECT_THAT(refusal(), HasSubstr("No such file"));
+    write({}, 113);
+    EXPECT_THAT(refusal(), HasSubstr(path + " holds no Ethernet frames; its link type is 113"));
+    std::ofstream(path) << "something else that is long enough";
+    EXPECT_THAT(refusal(), HasSubstr(path));
+    write({});
+    EXPECT_EQ(refusal(), "");
+    EXPECT_TRUE(StoredFrames(path).isAtEnd());
+}
+
+}  // namespace
+}  // namespace station
