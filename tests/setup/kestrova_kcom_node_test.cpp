@@ -34,6 +34,7 @@ class KestrovaKcomNodeTest : public ::testing::Test {
     KestrovaKcomNodeTest() { host.script.forget(); }
     ~KestrovaKcomNodeTest() override {
         root.reset();
+        app.reset();
         EXPECT_THAT(host.script.referenceFaults(), testing::IsEmpty());
     }
 
