@@ -7,6 +7,11 @@
 class HostApp;
 struct HostVariant;
 
+/// The class of the plug-in, for a host that is given its module without looking up what is
+/// registered.
+inline constexpr InterfaceId cmpPluginClassId{
+    0x8C1E7B52, 0x5D0F, 0x4E6B, {0x9A, 0x37, 0xC4, 0x18, 0x6E, 0x2D, 0x90, 0x5B}};
+
 /// Late binding: operations called by name. The base of the plug-in's interfaces; an object whose
 /// host calls it directly gives 0 for the count and fails in the other three.
 class HostDispatch : public HostObject {

@@ -4,14 +4,13 @@
 #include <string>
 
 #include "core/registry_store.h"
-#include "host/host_object.h"
+#include "host/plugin.h"
 
 /// Who the plug-in is to a host: fixed at build time.
 namespace PluginIdentity {
 
 /// Of the class `Plugin` in the library `CmpLib`.
-inline constexpr InterfaceId classId{
-    0x8C1E7B52, 0x5D0F, 0x4E6B, {0x9A, 0x37, 0xC4, 0x18, 0x6E, 0x2D, 0x90, 0x5B}};
+inline constexpr InterfaceId classId = cmpPluginClassId;
 inline constexpr InterfaceId typeLibraryId{
     0x1F94D3A6, 0x27CE, 0x4B81, {0xB5, 0x60, 0x7E, 0xD2, 0x03, 0x9F, 0x4A, 0xC8}};
 

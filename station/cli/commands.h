@@ -15,5 +15,6 @@ using Command = std::function<ExitCode(StopSignal&)>;
 void addRunCommand(CLI::App& app, Command& chosen);
 void addConvertCommand(CLI::App& app, Command& chosen);
 void addDumpCommand(CLI::App& app, Command& chosen);
+void addPluginsCommand(CLI::App& app, Command& chosen);
 
 }  // namespace station

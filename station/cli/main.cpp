@@ -31,6 +31,7 @@ int execute(int argc, char** argv) {
     station::addRunCommand(app, command);
     station::addConvertCommand(app, command);
     station::addDumpCommand(app, command);
+    station::addPluginsCommand(app, command);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

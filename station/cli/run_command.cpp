@@ -6,26 +6,26 @@
 #include <thread>
 #include <vector>
 
-#include "capture/pcap_port.h"
+#include "station/bench/measurement.h"
 #include "station/cli/commands.h"
 #include "station/cli/permission.h"
 #include "station/cli/recordings.h"
 #include "station/live_view.h"
-#include "station/offline/direct_capture.h"
+#include "station/module_option.h"
 
 namespace station {
 namespace {
 
-using SteadyClock = std::chrono::steady_clock;
-
 constexpr const char* about =
     R"(Captures on all network interfaces until Ctrl-C, SIGTERM or the end of --duration.
 
-All channels of a module given with --module are used. TYPE is "CAN combo", "LIN combo" or
-"NeoviFire3"; CONFIGID is decimal or, after 0x, hexadecimal.)";
+What is captured is told by a setup, or by modules named here, all of whose channels are used then.
+TYPE is "CAN combo", "LIN combo" or "NeoviFire3"; CONFIGID is decimal or, after 0x, hexadecimal. The
+plug-in is the registered one, else the one beside this program.)";
 
 constexpr const char* examples = R"(
 Examples:
+  cmp-station run --setup bench.xml --record drive.pcapng
   cmp-station run --module "CAN combo:5:Front" --module "LIN combo:2"
   cmp-station run --module "NeoviFire3:7" --record drive.pcapng --record drive.log --duration 60
   cmp-station run --module "CAN combo:5" --json --quiet --duration 10)";
@@ -33,85 +33,77 @@ Examples:
 constexpr double longestDuration = 1e9;  // seconds
 
 struct RunOptions {
+    std::string setup;
     std::vector<std::string> modules;
+    std::string plugin;
+    double sampleRate = MasterClock::defaultSampleRate;
     std::vector<std::string> recordings;
     double duration = 0.0;
     bool json = false;
     bool quiet = false;
 };
 
-void startCapture(CmpPacketReader& reader) {
-    reader.openAndStartRead();
-    if (reader.getInterfaces().empty()) {
-        throw CommandError(ExitCode::Failed, "no network interface could be opened" +
-                                                 (reader.getLastErrorText().empty()
-                                                      ? std::string()
-                                                      : ": " + reader.getLastErrorText()) +
-                                                 "; check with \"ip link\" that one is up");
+using Clock = Measurement::Clock;
+
+void tellAll(LiveView& view, const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) {
+        view.tell(text);
     }
 }
 
-/// Polls as a host does, until the wish to stop or the end. One period more lets what was under way
-/// in the capture thread arrive.
-void measure(const RunOptions& options, DirectCapture& capture, RecordingSet& recordings,
-             LiveView& view, StopSignal& stop) {
-    constexpr auto period = std::chrono::milliseconds(20);
-    constexpr auto flushPeriod = std::chrono::milliseconds(500);
-    const auto start = SteadyClock::now();
+/// Polls as a host does, until the wish to stop or the end, and on until the tail is in.
+void measure(const RunOptions& options, Measurement& measurement, LiveView& view,
+             StopSignal& stop) {
+    const auto start = Clock::now();
     const auto end = options.duration > 0.0
-                         ? start + std::chrono::duration_cast<SteadyClock::duration>(
+                         ? start + std::chrono::duration_cast<Clock::duration>(
                                        std::chrono::duration<double>(options.duration))
-                         : SteadyClock::time_point::max();
-    auto nextPoll = start + period;
-    auto nextFlush = start + flushPeriod;
-    bool stopping = false;
-    while (!stopping) {
-        stopping = stop.isRequested() || SteadyClock::now() >= end;
-        if (stopping) {
-            std::this_thread::sleep_for(period);
-        } else {
-            stop.waitUntil(std::min(nextPoll, end));
+                         : Clock::time_point::max();
+    auto nextPoll = start + Measurement::period;
+    while (!measurement.isOver()) {
+        if (stop.waitUntil(std::min(nextPoll, end)) || Clock::now() >= end) {
+            measurement.requestStop();
+            std::this_thread::sleep_until(nextPoll);
         }
-        capture.poll();
-        const auto now = SteadyClock::now();
-        nextPoll = std::max(nextPoll + period, now);
-        if (now >= nextFlush) {
-            nextFlush = now + flushPeriod;
-            for (const std::string& failure : recordings.flush()) {
-                view.tell(failure);
-            }
-        }
+        const auto now = Clock::now();
+        nextPoll = std::max(nextPoll + Measurement::period, now);
+        tellAll(view, measurement.poll(now));
         if (view.isDue(now)) {
-            view.show(capture.summarize(), now);
+            view.show(measurement.summarize(), now);
         }
     }
-    capture.getReader().Stop();
-    capture.poll();
 }
 
-ExitCode run(const RunOptions& options, StopSignal& stop) {
-    checkCapturePermission();
-    RecordingSet recordings;
-    openRecordings(recordings, options.recordings);
-    PcapPort port;
-    const SteadyPerformanceCounter counter;
-    DirectCapture capture(port, counter, counter.getNanoseconds(), Summary::Clock::now(),
-                          recordings);
+void openSetup(Bench& bench, const std::string& path) {
+    try {
+        bench.open(SetupFile(path));
+    } catch (const SetupFileError& error) {
+        throw CommandError(ExitCode::Unreadable, error.what());
+    } catch (const PluginError& error) {
+        throw CommandError(ExitCode::Unreadable, error.what());
+    }
+}
+
+std::unique_ptr<Bench> makeBench(const RunOptions& options) {
+    BenchOptions benchOptions;
+    benchOptions.plugin = options.plugin;
+    benchOptions.sampleRate = options.sampleRate;
+    benchOptions.onError = [](const std::string& text) {
+        writeText(STDERR_FILENO, "cmp-station: " + text + '\n');
+    };
+    auto bench = std::make_unique<Bench>(std::move(benchOptions));
+    if (!options.setup.empty()) {
+        openSetup(*bench, options.setup);
+        return bench;
+    }
+    bench->begin();
     for (const std::string& text : options.modules) {
-        capture.addModule(ModuleOption::parse(text));
+        bench->addModule(ModuleOption::parse(text));
     }
-    tellWhatIsLeftOut(recordings, capture.summarize());
-    startCapture(capture.getReader());
+    return bench;
+}
 
-    const int tableDescriptor = options.json ? STDERR_FILENO : STDOUT_FILENO;
-    LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
-    measure(options, capture, recordings, view, stop);
-    view.end();
-
-    for (const std::string& failure : recordings.close()) {
-        view.tell(failure);
-    }
-    const Summary summary = capture.summarize();
+void report(const RunOptions& options, const Summary& summary) {
     if (options.json) {
         writeText(STDOUT_FILENO, toJson(summary));
     } else if (!options.quiet) {
@@ -119,7 +111,32 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
             writeText(STDOUT_FILENO, line + '\n');
         }
     }
-    return recordings.hasFailed() ? ExitCode::Failed : ExitCode::Good;
+}
+
+ExitCode run(const RunOptions& options, StopSignal& stop) {
+    checkCapturePermission();
+    RecordingSet recordings;
+    openRecordings(recordings, options.recordings);
+    const auto bench = makeBench(options);
+    Measurement measurement(*bench, recordings);
+    tellWhatIsLeftOut(recordings, measurement.summarize());
+    measurement.start();
+
+    const int tableDescriptor = options.json ? STDERR_FILENO : STDOUT_FILENO;
+    LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
+    std::string failure;
+    try {
+        measure(options, measurement, view, stop);
+    } catch (const PluginError& error) {
+        failure = error.what();  // what came before it is to be told all the same
+    }
+    view.end();
+    tellAll(view, measurement.close());
+    report(options, measurement.summarize());
+    if (!failure.empty()) {
+        throw CommandError(ExitCode::Failed, failure);
+    }
+    return measurement.hasLost() || recordings.hasFailed() ? ExitCode::Failed : ExitCode::Good;
 }
 
 }  // namespace
@@ -128,10 +145,20 @@ void addRunCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<RunOptions>();
     CLI::App* const command = app.add_subcommand("run", about);
     command->footer(examples);
+    auto* const setup =
+        command->add_option("--setup", options->setup, "The setup: modules, channels, clocks")
+            ->type_name("FILE");
     command->add_option("--module", options->modules, "A capture module; may be given again")
         ->type_name("\"TYPE:CONFIGID[:NAME]\"")
         ->expected(1)
-        ->take_all();
+        ->take_all()
+        ->excludes(setup);
+    command->add_option("--plugin", options->plugin, "The plug-in's module")->type_name("FILE");
+    command
+        ->add_option("--sample-rate", options->sampleRate,
+                     "Samples a second of the acquisition, 1000 unless told")
+        ->type_name("N")
+        ->check(CLI::Range(1.0, MasterClock::highestSampleRate).description(""));
     addRecordOption(*command, options->recordings);
     command->add_option("--duration", options->duration, "End after S seconds")
         ->type_name("S")

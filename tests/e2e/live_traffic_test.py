@@ -19,7 +19,7 @@ class LiveTraffic(Case):
         self.assertEqual(traffic.count_differences(sent, report), [])
         rows, names = traffic.read_with_tshark(recording), traffic.names_of(report)
         self.assertEqual(traffic.row_differences(sent, names, rows), [])
-        self.assertEqual(traffic.time_differences(sent, names, rows, RATE), [])
+        self.assertEqual(traffic.time_differences(sent, names, rows, RATE, traffic.FITTED), [])
 
 
 if __name__ == "__main__":

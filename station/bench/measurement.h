@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "station/bench/bench.h"
+#include "station/host/measurement_recorder.h"
+#include "station/recording/recording_set.h"
+
+namespace station {
+
+/// One measurement of a bench, from its start to the closing of its recordings: polls the plug-in,
+/// writes what came into the host's channels, begins a new part in time, drains the tail.
+///
+///     start
+///         poll, every `period`, until isOver; requestStop somewhere between
+///     close
+///
+/// A failure of the plug-in ends the measurement: it comes out of `poll` as `PluginError`, what is
+/// in the channels is recorded, and `isOver` is true. Called on the host's thread. Bench and
+/// recordings aren't owned and outlive this.
+class Measurement {
+  public:
+    using Clock = std::chrono::steady_clock;
+    static constexpr auto period = std::chrono::milliseconds(20);
+
+    Measurement(Bench& measuringBench, RecordingSet& recordingSet);
+
+    /// Throws `PluginError`.
+    void start();
+    /// Returns what the user must be told: lost messages, failed recordings.
+    std::vector<std::string> poll(Clock::time_point now);
+    /// Marks the end: what was stamped up to now is still waited for.
+    void requestStop();
+    bool isOver() const { return over; }
+    /// Writes all out and closes the recordings; returns what the user must be told.
+    std::vector<std::string> close();
+    /// Whether messages were lost by any cause that is known.
+    bool hasLost() const { return lost; }
+
+    Summary summarize();
+
+  private:
+    void read(std::vector<std::string>& texts);
+    void takeStep();
+
+    Bench& bench;
+    RecordingSet& recordings;
+    MeasurementRecorder recorder;
+    Clock::time_point nextFlush;
+    bool stopping = false;
+    bool over = false;
+    bool lost = false;
+};
+
+}  // namespace station

@@ -1,0 +1,72 @@
+#include "station/bench/registered_plugins.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "core/string_helper.h"
+
+namespace station {
+namespace {
+
+constexpr const char* pluginsKey = "SOFTWARE\\Kestrova\\Plugins";
+
+std::string textOf(const std::optional<RegistryStore::Values>& values, const wchar_t* name) {
+    if (values) {
+        const auto value = values->find(name);
+        if (value != values->end()) {
+            if (const auto* text = std::get_if<std::wstring>(&value->second)) {
+                return Kestrova::Utils::Kcom::StringHelper::ToUtf8(*text);
+            }
+        }
+    }
+    return {};
+}
+
+void addPlugins(const RegistryStore& store, bool forUser, std::vector<RegisteredPlugin>& plugins) {
+    for (const std::string& key : store.keysBelow(pluginsKey)) {
+        const auto values = store.read(fmt::format("{}\\{}", pluginsKey, key));
+        RegisteredPlugin plugin{forUser,
+                                key,
+                                textOf(values, L"Name"),
+                                textOf(values, L"GroupName"),
+                                textOf(values, L"Vendor"),
+                                textOf(values, L"Version"),
+                                textOf(values, L"Description"),
+                                textOf(values, L"GUID"),
+                                {}};
+        plugin.module = textOf(
+            store.read(fmt::format("SOFTWARE\\Classes\\CLSID\\{}\\InprocServer32", plugin.classId)),
+            L"");
+        plugins.push_back(std::move(plugin));
+    }
+}
+
+}  // namespace
+
+std::string toText(const InterfaceId& id) {
+    const auto& last = id.data4;
+    return fmt::format("{{{:08X}-{:04X}-{:04X}-{:02X}{:02X}-{:02X}{:02X}{:02X}{:02X}{:02X}{:02X}}}",
+                       id.data1, id.data2, id.data3, last[0], last[1], last[2], last[3], last[4],
+                       last[5], last[6], last[7]);
+}
+
+std::vector<RegisteredPlugin> registeredPlugins() {
+    std::vector<RegisteredPlugin> plugins;
+    addPlugins(RegistryStore::perUser(), true, plugins);
+    addPlugins(RegistryStore::perMachine(), false, plugins);
+    return plugins;
+}
+
+std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId) {
+    const std::string wanted = toText(classId);
+    for (RegisteredPlugin& plugin : registeredPlugins()) {
+        std::error_code error;
+        if (plugin.classId == wanted && std::filesystem::exists(plugin.module, error)) {
+            return std::move(plugin);
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace station
