@@ -2,6 +2,22 @@
 
 #include "host/host_object.h"
 
+/// What the runtime can ask an object of its own kind, beside what every host object answers.
+class RuntimeObject : public HostObject {
+  public:
+    static constexpr InterfaceId id{
+        0x1E401A1D, 0x7BD0, 0x402F, {0xB0, 0xB8, 0x64, 0x94, 0x17, 0x48, 0xBD, 0x51}};
+
+    /// The name of the object's type, made by `kvRtDuplicateCharPtr`: the caller frees it.
+    virtual HostResult getTypeName(char** name) = 0;
+    /// Whether the two stand for the same thing. Null, and an object of another class, are not
+    /// equal, and no failure.
+    virtual HostResult equals(HostObject* other, HostBool* equal) = 0;
+
+  protected:
+    ~RuntimeObject() = default;
+};
+
 /// A narrow text of the runtime library, UTF-8.
 class RuntimeString : public HostObject {
   public:
@@ -50,7 +66,8 @@ class RuntimeLibrary : public HostObject {
     /// called on the object.
     virtual void kvRtTrackObject(const void* object) = 0;
     virtual void kvRtUntrackObject(const void* object) = 0;
-    /// A copy of the text that the runtime owns, for a result that the toolkit frees.
+    /// A copy of the text that the runtime owns, for a result that the toolkit frees with
+    /// `std::free`. Null stands for an empty text; null comes back only where memory is out.
     virtual char* kvRtDuplicateCharPtr(const char* text) = 0;
 
   protected:
