@@ -1,6 +1,7 @@
 #include "station/host/station_host.h"
 
 #include "core/string_helper.h"
+#include "station/runtime/runtime_exports.h"
 
 namespace station {
 
@@ -12,6 +13,11 @@ StationHost::StationHost(const PerformanceCounter& counter, StationHostOptions h
       stationData(makeCounted<StationData>(masterClock, channelList, options.historySeconds)),
       deviceList(makeCounted<GnssDeviceList>()),
       deviceCollection(makeCounted<GnssDeviceCollection>()) {}
+
+HostResult StationHost::queryInterface(const InterfaceId& interfaceId, void** result) {
+    return interfaceId == RuntimeLibrary::id ? kvRtGetLibrary()->queryInterface(interfaceId, result)
+                                             : Counted::queryInterface(interfaceId, result);
+}
 
 HostResult StationHost::getVersion(std::int32_t* unusedA, std::int32_t* major, std::int32_t* minor,
                                    std::int32_t* unusedB, std::int32_t* unusedC) {

@@ -43,6 +43,8 @@ class StationHost final : public Counted<HostApp> {
     /// Whether a clock came, went or changed its name since the last call.
     bool takeDevicesChanged() { return std::exchange(devicesChanged, false); }
 
+    /// Also finds the `RuntimeLibrary`.
+    HostResult queryInterface(const InterfaceId& interfaceId, void** result) override;
     HostResult getVersion(std::int32_t* unusedA, std::int32_t* major, std::int32_t* minor,
                           std::int32_t* unusedB, std::int32_t* unusedC) override;
     HostResult getVersionTriple(std::int32_t* first, std::int32_t* second,
