@@ -1,11 +1,17 @@
 #include <array>
+#include <exception>
 #include <memory>
+#include <type_traits>
+#include <utility>
 
+#include "core/string_helper.h"
 #include "host/host_document.h"
 #include "host/host_error.h"
 #include "host/host_variant.h"
 #include "plugin/plugin.h"
 #include "setup/kestrova_kcom_node.h"
+#include "ui/settings_window.h"
+#include "ui/setup_window.h"
 
 // The numbered events. The numbers are the protocol with the host and stay numbers.
 
@@ -59,11 +65,11 @@ class PluginEvents {
         on(173, alwaysFalse);
         on(177, updateDevices);
         on(178, alwaysThree);
-        on(179, makeWindow);
-        on(180, nothing);
-        on(181, makeWindow);
-        on(182, nothing);
-        on(185, makeWindow);
+        on(179, makeWindow<&CmpPluginCore::setupWindow>);
+        on(180, closeSetupWindow);
+        on(181, makeWindow<&CmpPluginCore::settingsWindow>);
+        on(182, closeSettingsWindow);
+        on(185, makeWindow<&CmpPluginCore::setupWindow>);
         on(186, endOfSetup);
         return handlers;
     }
@@ -178,16 +184,39 @@ class PluginEvents {
         return HostCode::success;
     }
 
-    /// There is no toolkit to build a window with.
-    static HostResult makeWindow(Plugin& plugin, const HostVariant&, HostVariant*) {
-        callHost(plugin.host, &HostApp::writeError, L"This host has no windows for plug-ins.");
-        return HostCode::failed;
+    /// The window that there was goes when the new one stands, and stays if that fails.
+    template <auto window>
+    static HostResult makeWindow(Plugin& plugin, const HostVariant& input, HostVariant*) {
+        using Window =
+            typename std::remove_reference_t<decltype(plugin.core.*window)>::element_type;
+        HostObject* const object = input.type == HostVariantType::Object ? input.object : nullptr;
+        try {
+            auto made = Kestrova::Tessel::KVWindow::make<Window>(
+                Kestrova::Tessel::hostWindow(object), plugin.core);
+            std::swap(plugin.core.*window, made);
+            return HostCode::success;
+        } catch (const std::exception& failure) {
+            const auto text = Kestrova::Utils::Kcom::StringHelper::ToWide(failure.what());
+            callHost(plugin.host, &HostApp::writeError, text.c_str());
+            return HostCode::failed;
+        }
+    }
+
+    static HostResult closeSetupWindow(Plugin& plugin, const HostVariant&, HostVariant*) {
+        plugin.core.setupWindow.reset();
+        return HostCode::success;
+    }
+
+    static HostResult closeSettingsWindow(Plugin& plugin, const HostVariant&, HostVariant*) {
+        plugin.core.settingsWindow.reset();
+        return HostCode::success;
     }
 
     static HostResult endOfSetup(Plugin& plugin, const HostVariant&, HostVariant*) {
         plugin.inputManager.sendSecondNotification();
         plugin.inputManager.dropStaleInputs();
         plugin.outputFactory.claimChannels(plugin.hasActiveChannels());
+        plugin.core.setupWindow.reset();
         return HostCode::success;
     }
 
