@@ -158,6 +158,7 @@ class IWindow : public IContentControl {
   public:
     static constexpr InterfaceId id{
         0xE2EA0A5A, 0xA479, 0x4818, {0x95, 0xF4, 0x4D, 0xE4, 0xEE, 0x09, 0xD1, 0xDC}};
+    static constexpr std::int32_t slotCount = 0;
 
   protected:
     ~IWindow() = default;

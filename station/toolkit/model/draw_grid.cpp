@@ -1,0 +1,222 @@
+#include "station/toolkit/model/draw_grid.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace station {
+
+using Kestrova::Tessel::IDrawGridColumn;
+namespace CellType = Kestrova::Tessel::CellType;
+namespace Core = Kestrova::RT::Core;
+
+namespace {
+
+/// The attributes have no meaning here.
+class ColumnObject final : public Component<IDrawGridColumn> {
+  public:
+    explicit ColumnObject(FailureSinkPtr failureSink)
+        : Component("column", std::move(failureSink)) {}
+    HostResult setFlagA(HostBool) override { return HostCode::success; }
+    HostResult setFlagB(HostBool) override { return HostCode::success; }
+};
+
+}  // namespace
+
+std::string numberText(double number) {
+    return fmt::format("{}", number);
+}
+
+bool isCellType(std::int32_t type) {
+    constexpr std::int32_t types[] = {
+        CellType::text,   CellType::editText, CellType::number,   CellType::editNumber,
+        CellType::toggle, CellType::color,    CellType::comboBox, CellType::groupExpander};
+    return std::find(std::begin(types), std::end(types), type) != std::end(types);
+}
+
+void requireCellType(std::int32_t type) {
+    if (!isCellType(type)) {
+        throw Core::InvalidValueException(fmt::format("there is no cell type {}", type));
+    }
+}
+
+DrawGrid::DrawGrid(std::string gridName, FailureSinkPtr failureSink)
+    : Component(std::move(gridName), std::move(failureSink)) {}
+
+template <typename Change>
+void DrawGrid::tell(Change change) {
+    if (view != nullptr) {
+        (view->*change)();
+    }
+}
+
+void DrawGrid::requireRow(std::int32_t row) const {
+    if (row < 0 || row >= countRows()) {
+        throw Core::OutOfRangeException(
+            fmt::format("there is no row {}, the last is {}", row, countRows() - 1));
+    }
+}
+
+void DrawGrid::requireColumn(std::int32_t column) const {
+    if (column < 0 || static_cast<std::size_t>(column) >= columns.size()) {
+        throw Core::OutOfRangeException(
+            fmt::format("there is no column {}, there are {}", column, columns.size()));
+    }
+}
+
+void DrawGrid::requireCell(CellPlace cell) const {
+    requireColumn(cell.column);
+    if (cell.row == 0) {
+        throw Core::OutOfRangeException("row 0 is the header");
+    }
+    requireRow(cell.row);
+}
+
+void DrawGrid::resize(std::int32_t rows) {
+    if (rows < 1) {
+        throw Core::OutOfRangeException(
+            fmt::format("a grid can't have {} rows: the header is one", rows));
+    }
+    if (rows != countRows()) {
+        selection.assign(static_cast<std::size_t>(rows), false);
+    }
+    groupsAreDue = true;
+}
+
+HostResult DrawGrid::initialise(std::int32_t rows, std::int32_t count) {
+    return toolkitCall([&] {
+        if (count < 0) {
+            throw Core::OutOfRangeException(fmt::format("a grid can't have {} columns", count));
+        }
+        resize(rows);
+        selection.assign(selection.size(), false);
+        columns.assign(static_cast<std::size_t>(count), {});
+        tell(&DrawGridView::onColumnsChanged);
+        tell(&DrawGridView::onRowsChanged);
+    });
+}
+
+HostResult DrawGrid::setColumn(std::int32_t index, RuntimeString* title, std::int32_t cellType,
+                               std::int32_t, std::int32_t width, RuntimeString* columnName) {
+    return toolkitCall([&] {
+        requireColumn(index);
+        requireCellType(cellType);
+        columns[static_cast<std::size_t>(index)] = {textOf(title), textOf(columnName), cellType,
+                                                    width};
+    });
+}
+
+HostResult DrawGrid::getColumn(std::int32_t index, IDrawGridColumn** column) {
+    return toolkitCall([&] {
+        requireColumn(index);
+        *column = makeObject<ColumnObject>(sink).detach();
+    });
+}
+
+HostResult DrawGrid::endColumns() {
+    return toolkitCall([&] {
+        tell(&DrawGridView::onColumnsChanged);
+        tell(&DrawGridView::onRowsChanged);
+    });
+}
+
+HostResult DrawGrid::setRowCount(std::int32_t rows) {
+    return toolkitCall([&] {
+        resize(rows);
+        tell(&DrawGridView::onRowsChanged);
+    });
+}
+
+HostResult DrawGrid::refresh() {
+    return toolkitCall([&] { tell(&DrawGridView::onCellsChanged); });
+}
+
+HostResult DrawGrid::getRowCount(std::int32_t* rows) {
+    *rows = countRows();
+    return HostCode::success;
+}
+
+HostResult DrawGrid::isRowSelected(std::int32_t row, HostBool* selected) {
+    return toolkitCall([&] {
+        requireRow(row);
+        *selected = toHostBool(isSelected(row));
+    });
+}
+
+void DrawGrid::askGroups() {
+    if (!groupsAreDue) {
+        return;
+    }
+    groupsAreDue = false;
+    const auto args = makeObject<SetGroupsArgs>(DrawGridGroups(countRows(), sink));
+    raise(setGroups, "groups", args.get());
+    groups.detach();
+    groups = std::move(args->groups);
+    dropHiddenSelection();
+}
+
+bool DrawGrid::isShown(std::int32_t row) const {
+    return row >= 1 && row < countRows() && !groups.isHidden(row);
+}
+
+CellContent DrawGrid::askCell(CellPlace cell) {
+    requireCell(cell);
+    const auto args =
+        makeObject<CellPropsArgs>(cell, columns[static_cast<std::size_t>(cell.column)].type);
+    raise(cellProps, "cell", args.get());
+    return args->content;
+}
+
+std::vector<std::string> DrawGrid::askComboItems(CellPlace cell) {
+    requireCell(cell);
+    const auto args = makeObject<ComboItemsArgs>(cell);
+    raise(comboItems, "combo box", args.get());
+    return args->items;
+}
+
+void DrawGrid::input(CellPlace cell, const CellInput& what) {
+    requireCell(cell);
+    const CountedRef<DrawGrid> self(this);
+    raise(cellInput, "input", makeObject<CellInputArgs>(cell, what).get());
+    tell(&DrawGridView::onCellsChanged);
+}
+
+void DrawGrid::switchToggle(CellPlace cell, bool checked) {
+    requireCell(cell);
+    const CountedRef<DrawGrid> self(this);
+    raise(cellAction, "toggle", makeObject<CellActionArgs>(cell, checked).get());
+    tell(&DrawGridView::onCellsChanged);
+}
+
+void DrawGrid::toggleGroup(std::int32_t row) {
+    const CountedRef<DrawGrid> self(this);
+    if (const auto group = groups.headedBy(row)) {
+        group->toggle();
+        dropHiddenSelection();
+        tell(&DrawGridView::onRowsChanged);
+    }
+}
+
+bool DrawGrid::isSelected(std::int32_t row) const {
+    return row >= 0 && row < countRows() && selection[static_cast<std::size_t>(row)];
+}
+
+void DrawGrid::select(const std::vector<std::int32_t>& rows) {
+    for (const std::int32_t row : rows) {
+        requireRow(row);
+    }
+    selection.assign(selection.size(), false);
+    for (const std::int32_t row : rows) {
+        selection[static_cast<std::size_t>(row)] = isShown(row);
+    }
+}
+
+void DrawGrid::dropHiddenSelection() {
+    for (std::int32_t row = 0; row < countRows(); ++row) {
+        if (groups.isHidden(row)) {
+            selection[static_cast<std::size_t>(row)] = false;
+        }
+    }
+}
+
+}  // namespace station
