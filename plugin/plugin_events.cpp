@@ -74,6 +74,12 @@ class PluginEvents {
         return handlers;
     }
 
+    /// Empty for null and for a value of another kind.
+    static CountedRef<HostObject> objectOf(const HostVariant& value) {
+        return CountedRef<HostObject>(value.type == HostVariantType::Object ? value.object
+                                                                            : nullptr);
+    }
+
     static void answer(HostVariant* result, bool value) {
         result->type = HostVariantType::Boolean;
         result->boolean = toHostBool(value);
@@ -149,7 +155,7 @@ class PluginEvents {
     }
 
     static HostResult claimChannels(Plugin& plugin, const HostVariant& input, HostVariant*) {
-        const auto list = queryHost<HostChannelList>(CountedRef<HostObject>(input.object));
+        const auto list = queryHost<HostChannelList>(objectOf(input));
         if (!list) {
             return HostCode::notHandled;
         }
@@ -161,7 +167,7 @@ class PluginEvents {
     }
 
     static HostResult removeHostChannel(Plugin& plugin, const HostVariant& input, HostVariant*) {
-        const auto channel = queryHost<HostChannel>(CountedRef<HostObject>(input.object));
+        const auto channel = queryHost<HostChannel>(objectOf(input));
         plugin.inputManager.removeHostChannel(channel.get());
         return HostCode::success;
     }
@@ -178,8 +184,7 @@ class PluginEvents {
     }
 
     static HostResult updateDevices(Plugin& plugin, const HostVariant& input, HostVariant*) {
-        const auto devices =
-            queryHost<HostGnssDeviceCollection>(CountedRef<HostObject>(input.object));
+        const auto devices = queryHost<HostGnssDeviceCollection>(objectOf(input));
         plugin.core.syncManager.UpdateDevices(devices.get());
         return HostCode::success;
     }
@@ -245,9 +250,7 @@ class PluginEvents {
             return hostValue(array, &HostVariantArray::getElement, index);
         }
         CountedRef<HostObject> objectAt(std::int32_t index) const {
-            const HostVariant element = at(index);
-            return CountedRef<HostObject>(element.type == HostVariantType::Object ? element.object
-                                                                                  : nullptr);
+            return objectOf(at(index));
         }
         bool isTrueAt(std::int32_t index) const { return isTrue(at(index).boolean); }
 
