@@ -98,9 +98,11 @@ void CmpDevices::loadDevices(Node& node) {
     }
     const auto count = static_cast<std::uint64_t>(listNode->GetChildCount());
     for (std::uint64_t i = 0; i < count; ++i) {
-        auto device = createForLoad();
-        device->load(*listNode->GetChild(i));
-        appendLoaded(std::move(device));
+        if (const auto child = listNode->GetChild(i)) {
+            auto device = createForLoad();
+            device->load(*child);
+            appendLoaded(std::move(device));
+        }
     }
 }
 
