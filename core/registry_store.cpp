@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "core/string_helper.h"
 
@@ -40,7 +41,8 @@ std::string escaped(const std::wstring& text) {
     return result;
 }
 
-std::wstring unescaped(const std::string& text) {
+/// Nothing if the text isn't UTF-8.
+std::optional<std::wstring> unescaped(const std::string& text) {
     std::string result;
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] != '\\' || i + 1 == text.size()) {
@@ -50,7 +52,8 @@ std::wstring unescaped(const std::string& text) {
         const char c = text[++i];
         result += c == 'n' ? '\n' : c == 't' ? '\t' : c;
     }
-    return StringHelper::ToWide(result);
+    std::wstring wide = StringHelper::ToWide(result);
+    return wide.empty() && !result.empty() ? std::nullopt : std::optional(std::move(wide));
 }
 
 std::string toLine(const std::wstring& name, const RegistryStore::Value& value) {
@@ -69,14 +72,18 @@ bool readLine(const std::string& line, RegistryStore::Values& values) {
     }
     const std::string kind = line.substr(first + 1, second - first - 1);
     const std::string text = line.substr(second + 1);
-    const std::wstring name = unescaped(line.substr(0, first));
+    const auto name = unescaped(line.substr(0, first));
+    if (!name) {
+        return false;
+    }
     if (kind == "text") {
-        values[name] = unescaped(text);
-        return true;
+        const auto value = unescaped(text);
+        values[*name] = value.value_or(L"");
+        return value.has_value();
     }
     std::uint32_t number = 0;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    values[name] = number;
+    values[*name] = number;
     return kind == "number" && error == std::errc() && stop == text.data() + text.size();
 }
 
@@ -149,11 +156,12 @@ std::optional<RegistryStore::Values> RegistryStore::read(const std::string& key)
     }
     Values values;
     for (std::string line; std::getline(file, line);) {
-        if (!readLine(line, values)) {
+        const bool isCut = file.eof();
+        if (isCut || !readLine(line, values)) {
             return std::nullopt;
         }
     }
-    return values;
+    return file.bad() ? std::nullopt : std::optional(values);
 }
 
 bool RegistryStore::remove(const std::string& key) const {
