@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 #include "host/host_object.h"
@@ -23,6 +24,10 @@ class CountedRef {
     }
     CountedRef(const CountedRef& other) : CountedRef(other.held) {}
     CountedRef(CountedRef&& other) noexcept : held(other.detach()) {}
+    /// By one of its bases.
+    template <typename U>
+    CountedRef(const CountedRef<U>& other) requires std::is_convertible_v<U*, T*>
+        : CountedRef(static_cast<T*>(other.get())) {}
     CountedRef& operator=(CountedRef other) noexcept {
         std::swap(held, other.held);
         return *this;

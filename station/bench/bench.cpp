@@ -5,13 +5,9 @@
 #include <algorithm>
 #include <map>
 
-#include <strings.h>
-
-#include "capture/device_types.h"
 #include "core/string_helper.h"
 #include "station/bench/registered_plugins.h"
 #include "station/document/setup_xml.h"
-#include "station/exit_codes.h"
 
 namespace station {
 namespace {
@@ -34,7 +30,8 @@ fs::path choosePlugin(const fs::path& chosen) {
         return registered->module;
     }
     std::error_code error;
-    const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / "cmp_plugin.so";
+    const fs::path beside =
+        fs::read_symlink("/proc/self/exe", error).parent_path() / "cmp_plugin.so";
     if (fs::exists(beside, error)) {
         return beside;
     }
@@ -81,6 +78,23 @@ ElementRef findSection(const SetupElement& root) {
     return {};
 }
 
+/// Takes the modules without channels off the end of the saved list.
+void dropNewModules(HostDocument& document, SetupElement& channels) {
+    const ElementRef list = childOf(channels, L"CmpDevices");
+    if (!list) {
+        return;
+    }
+    std::vector<bool> hasChannels(list->getContent().children.size());
+    for (const ChannelOwner& owner : readChannelOwners(document, channels)) {
+        hasChannels.at(owner.module) = hasChannels.at(owner.module) || owner.output >= 0;
+    }
+    while (!hasChannels.empty() && !hasChannels.back()) {
+        hasChannels.pop_back();
+        const ElementRef last = list->getContent().children.back();
+        list->RemoveChild(last.get());
+    }
+}
+
 /// Under which name the host shows each module's clock: modules of one name are numbered.
 std::vector<std::wstring> clockNames(const std::vector<ModuleFacts>& modules) {
     std::map<std::string, int> total;
@@ -99,15 +113,17 @@ std::vector<std::wstring> clockNames(const std::vector<ModuleFacts>& modules) {
 
 }  // namespace
 
-Bench::Bench(BenchOptions options) : component(choosePlugin(options.plugin)) {
+Bench::Bench(BenchOptions options) : pluginModule(choosePlugin(options.plugin)) {
     StationHostOptions hostOptions;
     hostOptions.sampleRate = options.sampleRate;
-    hostOptions.documentFactory =
-        CountedRef<HostDocumentFactory>(makeCounted<SetupDocumentFactory>().get());
+    hostOptions.documentFactory = makeCounted<SetupDocumentFactory>();
     hostOptions.onError = std::move(options.onError);
     stationHost = makeCounted<StationHost>(counter, std::move(hostOptions));
-    pluginDriver = std::make_unique<PluginDriver>(component.create(cmpPluginClassId), stationHost);
+    pluginDriver =
+        std::make_unique<PluginDriver>(pluginModule.create(cmpPluginClassId), stationHost);
     pluginDriver->connect();
+    begin();
+    pluginWindows = std::make_unique<PluginWindows>(*pluginDriver);
 }
 
 void Bench::begin() {
@@ -120,7 +136,6 @@ void Bench::open(const SetupFile& file) {
     document = file.load();
     const ElementRef section = findSection(*document->getRoot());
     if (!section) {
-        pluginDriver->clearSetup();
         return;
     }
     try {
@@ -132,6 +147,8 @@ void Bench::open(const SetupFile& file) {
         pluginDriver->loadSettings(*document, *settings);
         pluginDriver->loadSetup(*document, *channels);
         pluginDriver->updateDevices();
+        pluginWindows->remakeModules();
+        pluginWindows->remakeChannels();
     } catch (const PluginError& error) {
         throw PluginError(
             fmt::format("Cannot load the setup \"{}\": {}", file.getPath().string(), error.what()));
@@ -142,7 +159,7 @@ ElementRef Bench::writeSection() {
     const ElementRef section = newElement(sectionName);
     section->AddAttribute(makeCounted<SetupElement>(idName, classIdText()).get());
     pluginDriver->saveSettings(*document, *newChild(*section, settingsName));
-    pluginDriver->saveSetup(*document, *newChild(*section, channelsName));
+    section->AddChild(saveChannels().get());
     return section;
 }
 
@@ -180,72 +197,74 @@ std::vector<ModuleFacts> Bench::readFacts() {
     return readModules(*document, *settings);
 }
 
-void Bench::addModule(const ModuleOption& option) {
-    const DeviceTypeInfo* type = nullptr;
-    std::string known;
-    for (const DeviceTypeInfo& candidate : deviceTypes()) {
-        if (candidate.typeId != DeviceTypeInfo::unknownId) {
-            known += (known.empty() ? "" : ", ") + candidate.name;
-            if (strcasecmp(candidate.name.c_str(), option.type.c_str()) == 0) {
-                type = &candidate;
-            }
-        }
-    }
-    if (type == nullptr) {
-        throw CommandError(
-            ExitCode::WrongUse,
-            fmt::format("there is no module type \"{}\"; there are: {}", option.type, known));
-    }
-    const ElementRef settings = newElement(settingsName);
-    pluginDriver->saveSettings(*document, *settings);
+ElementRef Bench::saveChannels() {
     const ElementRef channels = newElement(channelsName);
     pluginDriver->saveSetup(*document, *channels);
-    ElementRef devices = childOf(*settings, L"CmpDevices");
-    devices = devices ? devices : newChild(*settings, L"CmpDevices");
-    const ElementRef device = newChild(*devices, L"CmpDevice");
-    device->setValue(L"ClockId", std::to_wstring(devices->getContent().children.size() + 100));
-    device->setValue(L"DeviceTypeId", std::to_wstring(type->typeId));
-    device->setValue(L"ConfigId", std::to_wstring(option.configId));
-    device->setValue(L"Name",
-                     StringHelper::ToWide(option.name.empty() ? type->fullName : option.name));
-    pluginDriver->loadSettings(*document, *settings);
+    return channels;
+}
+
+/// The plug-in takes each module's channels from its place in the saved list, and makes new ones
+/// for modules behind the end of it.
+void Bench::refreshChannels() {
+    const ElementRef channels = saveChannels();
+    const auto isNew = [](const ChannelOwner& owner) { return owner.output < 0; };
+    auto owners = readChannelOwners(*document, *channels);
+    std::erase_if(owners, [&](const ChannelOwner& owner) { return !isNew(owner); });
+    dropNewModules(*document, *channels);
     pluginDriver->loadSetup(*document, *channels);
     pluginDriver->updateDevices();
-    for (const ChannelOwner& owner : channelOwners()) {
-        if (owner.module + 1 == modules().size()) {
-            for (const auto& channel : stationHost->channels().all()) {
-                if (channel->indices().back() == owner.output) {
-                    channel->setUsed(hostTrue);
-                    channel->setName(
-                        StringHelper::ToWide(fmt::format("{} 0x{:X}", modules().back().name,
-                                                         owner.interfaceId))
-                            .c_str());
-                }
-            }
+    pluginWindows->remakeChannels();
+    const auto rows = pluginWindows->channels();
+    const auto facts = readFacts();
+    for (const ChannelRow& row : rows) {
+        const bool fresh = std::any_of(owners.begin(), owners.end(), [&](const auto& owner) {
+            return owner.module == row.module && owner.position == row.position;
+        });
+        const auto channel = fresh ? findChannel(row.module, row.position) : nullptr;
+        if (channel) {
+            channel->setUsed(hostFalse);
+            channel->setName(StringHelper::ToWide(
+                                 fmt::format("{} 0x{:X}", facts[row.module].name, row.interfaceId))
+                                 .c_str());
         }
     }
 }
 
 std::vector<ModuleSummary> Bench::modules() {
+    const auto rows = pluginWindows->modules();
     std::vector<ModuleSummary> summaries;
     for (ModuleFacts& facts : readFacts()) {
-        summaries.push_back({std::move(facts.name), deviceTypeById(facts.typeId).name, facts.configId, facts.cmId,
-                             std::move(facts.serial), facts.connected});
+        const std::size_t place = summaries.size();
+        summaries.push_back({std::move(facts.name),
+                             place < rows.size() ? rows[place].type : std::string(), facts.configId,
+                             facts.cmId, std::move(facts.serial), facts.connected});
     }
     return summaries;
 }
 
 std::vector<ChannelOwner> Bench::channelOwners() {
-    const ElementRef channels = newElement(channelsName);
-    pluginDriver->saveSetup(*document, *channels);
-    auto owners = readChannelOwners(*document, *channels);
-    const auto facts = readFacts();
-    for (ChannelOwner& owner : owners) {
-        const auto& type = deviceTypeById(facts.at(owner.module).typeId);
-        owner.interfaceId =
-            static_cast<std::uint16_t>(type.channelDescriptors.at(owner.position) >> 16U);
+    auto owners = readChannelOwners(*document, *saveChannels());
+    for (const ChannelRow& row : pluginWindows->channels()) {
+        for (ChannelOwner& owner : owners) {
+            if (owner.module == row.module && owner.position == row.position) {
+                owner.interfaceId = row.interfaceId;
+            }
+        }
     }
     return owners;
+}
+
+CountedRef<StationChannel> Bench::findChannel(std::size_t module, std::size_t position) {
+    for (const ChannelOwner& owner : readChannelOwners(*document, *saveChannels())) {
+        if (owner.module == module && owner.position == position) {
+            for (const auto& channel : stationHost->channels().all()) {
+                if (channel->indices().back() == owner.output) {
+                    return channel;
+                }
+            }
+        }
+    }
+    return {};
 }
 
 std::vector<ClockChoice> Bench::clocks() {

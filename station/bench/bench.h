@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "core/performance_counter.h"
-#include "station/bench/component.h"
+#include "station/bench/plugin_module.h"
+#include "station/bench/plugin_windows.h"
 #include "station/document/setup_file.h"
 #include "station/host/module_facts.h"
 #include "station/host/plugin_driver.h"
-#include "station/module_option.h"
 #include "station/summary.h"
 
 namespace station {
@@ -41,14 +41,12 @@ class Bench {
     Bench(const Bench&) = delete;
     Bench& operator=(const Bench&) = delete;
 
-    /// Begins with an empty setup.
-    void begin();
-    /// Throws SetupFileError, or `PluginError` for contents that the plug-in refuses.
+    /// Opens a setup in place of the empty one that a bench has. Once. Throws SetupFileError, or
+    /// `PluginError` for contents that the plug-in refuses.
     void open(const SetupFile& file);
-    /// Adds a module with all its channels used, named after module and interface. Throws
-    /// `CommandError` for a type that there isn't and for a second module with the same CM ID, which
-    /// would get no messages.
-    void addModule(const ModuleOption& option);
+    /// To be called when modules were added, removed or got another type, so that each has its
+    /// channels. New ones are unused and named after module and interface. Not in a measurement.
+    void refreshChannels();
     /// Throws as `open`; the file is as it was then.
     void save(const SetupFile& file);
     /// The setup as it would be saved: to tell whether anything was changed.
@@ -56,26 +54,32 @@ class Bench {
 
     StationHost& host() { return *stationHost; }
     PluginDriver& driver() { return *pluginDriver; }
+    PluginWindows& windows() { return *pluginWindows; }
 
     /// The modules in their order, as they stand now.
     std::vector<ModuleSummary> modules();
     /// Whose channel each is.
     std::vector<ChannelOwner> channelOwners();
+    /// The host's channel of that module and position; empty if there is none.
+    CountedRef<StationChannel> findChannel(std::size_t module, std::size_t position);
     /// The clocks of the modules in their order.
     std::vector<ClockChoice> clocks();
     /// How the module's clock follows the host's. Not in a measurement.
     void chooseClock(std::size_t module, ClockChoice choice);
 
   private:
+    void begin();
     std::vector<ModuleFacts> readFacts();
+    CountedRef<SetupElement> saveChannels();
     CountedRef<SetupElement> writeSection();
     void putSection();
 
     const SteadyPerformanceCounter counter;
-    const Component component;
+    const PluginModule pluginModule;
     CountedRef<StationHost> stationHost;
     std::unique_ptr<PluginDriver> pluginDriver;
     CountedRef<SetupDocument> document;
+    std::unique_ptr<PluginWindows> pluginWindows;
 };
 
 }  // namespace station

@@ -1,14 +1,14 @@
 #include <fmt/format.h>
 
+#include <unistd.h>
 #include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <unistd.h>
 
 #include "host/plugin.h"
-#include "station/bench/component.h"
+#include "station/bench/plugin_module.h"
 #include "station/bench/registered_plugins.h"
 #include "station/cli/commands.h"
 #include "station/host/plugin_failure.h"
@@ -54,7 +54,7 @@ std::string whereItStands(bool forUser) {
 
 /// The module doesn't tell whether it could write; what is there afterwards does.
 void registerModule(const fs::path& module, bool forUser) {
-    Component(module).registerPlugin(forUser);
+    PluginModule(module).registerPlugin(forUser);
     if (!isRegistered(module, forUser)) {
         throw CommandError(
             ExitCode::Failed,
@@ -65,7 +65,7 @@ void registerModule(const fs::path& module, bool forUser) {
 }
 
 void unregisterModule(const fs::path& module, bool forUser) {
-    Component(module).unregisterPlugin(forUser);
+    PluginModule(module).unregisterPlugin(forUser);
     if (isRegistered(module, forUser)) {
         throw CommandError(
             ExitCode::Failed,
@@ -82,8 +82,8 @@ std::string toTable(const std::vector<RegisteredPlugin>& plugins) {
     for (const RegisteredPlugin& plugin : plugins) {
         std::error_code error;
         const bool there = fs::exists(plugin.module, error);
-        text += fmt::format("{} {} ({}, {}), for {}\n  {}\n  class {}\n  module {}{}\n", plugin.name,
-                            plugin.version, plugin.group, plugin.vendor,
+        text += fmt::format("{} {} ({}, {}), for {}\n  {}\n  class {}\n  module {}{}\n",
+                            plugin.name, plugin.version, plugin.group, plugin.vendor,
                             plugin.forUser ? "this user" : "all users", plugin.description,
                             plugin.classId, plugin.module.string(), there ? "" : " (not there)");
     }
@@ -128,16 +128,15 @@ void addPluginsCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<PluginsOptions>();
     CLI::App* const command = app.add_subcommand("plugins", about);
     command->footer(examples);
-    auto* const add = command->add_option("--register", options->add, "Register this module")
-                          ->type_name("FILE");
+    auto* const add =
+        command->add_option("--register", options->add, "Register this module")->type_name("FILE");
     command->add_option("--unregister", options->remove, "Take this module out")
         ->type_name("FILE")
         ->excludes(add);
     command->add_flag("--user", options->user, "For this user and not for all");
     command->add_flag("--json", options->json, "List as JSON");
-    command->callback([options, &chosen] {
-        chosen = [options](StopSignal&) { return plugins(*options); };
-    });
+    command->callback(
+        [options, &chosen] { chosen = [options](StopSignal&) { return plugins(*options); }; });
 }
 
 }  // namespace station

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "station/bench/measurement.h"
+#include "station/bench/setup_editor.h"
 #include "station/cli/commands.h"
 #include "station/cli/permission.h"
 #include "station/cli/recordings.h"
@@ -84,6 +85,22 @@ void openSetup(Bench& bench, const std::string& path) {
     }
 }
 
+void addModules(Bench& bench, const std::vector<std::string>& texts) {
+    SetupEditor editor(bench);
+    for (const std::string& text : texts) {
+        const ModuleOption option = ModuleOption::parse(text);
+        ModuleChange module{option.type, option.configId, {}};
+        if (!option.name.empty()) {
+            module.name = option.name;
+        }
+        try {
+            editor.useAllChannels(editor.addModule(module));
+        } catch (const SetupEditError& error) {
+            throw CommandError(ExitCode::WrongUse, error.what());
+        }
+    }
+}
+
 std::unique_ptr<Bench> makeBench(const RunOptions& options) {
     BenchOptions benchOptions;
     benchOptions.plugin = options.plugin;
@@ -96,10 +113,7 @@ std::unique_ptr<Bench> makeBench(const RunOptions& options) {
         openSetup(*bench, options.setup);
         return bench;
     }
-    bench->begin();
-    for (const std::string& text : options.modules) {
-        bench->addModule(ModuleOption::parse(text));
-    }
+    addModules(*bench, options.modules);
     return bench;
 }
 

@@ -130,14 +130,36 @@ void PluginDriver::clearSetup() {
     call("begin a new setup", [&] { return plugin->onClearSetup(); });
 }
 
-void PluginDriver::updateDevices() {
+void PluginDriver::sendObject(const char* step, std::int32_t event, HostObject* given) {
     requireConnection();
-    HostVariant devices;
-    devices.type = HostVariantType::Object;
-    devices.object = static_cast<HostGnssDeviceCollection*>(&host->gnssPlaces());
+    HostVariant input;
+    input.type = HostVariantType::Object;
+    input.object = given;
     HostVariant unused;
-    call("set its clocks",
-         [&] { return events->onEvent(PluginEvent::updateDevices, devices, &unused); });
+    call(step, [&] { return events->onEvent(event, input, &unused); });
+}
+
+void PluginDriver::updateDevices() {
+    sendObject("set its clocks", PluginEvent::updateDevices,
+               static_cast<HostGnssDeviceCollection*>(&host->gnssPlaces()));
+}
+
+void PluginDriver::showModules(HostObject& window) {
+    sendObject("show its modules", PluginEvent::showModules, &window);
+}
+
+void PluginDriver::showChannels(HostObject& window) {
+    sendObject("show its channels", PluginEvent::showChannels, &window);
+}
+
+void PluginDriver::closeModules() {
+    requireConnection();
+    sendEvent("close its window", PluginEvent::closeModules);
+}
+
+void PluginDriver::closeChannels() {
+    requireConnection();
+    sendEvent("close its window", PluginEvent::closeChannels);
 }
 
 void PluginDriver::start() {

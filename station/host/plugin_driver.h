@@ -23,6 +23,10 @@ inline constexpr std::int32_t enableClocks = 156;
 inline constexpr std::int32_t setup = 158;
 inline constexpr std::int32_t settings = 159;
 inline constexpr std::int32_t updateDevices = 177;
+inline constexpr std::int32_t showChannels = 179;
+inline constexpr std::int32_t closeChannels = 180;
+inline constexpr std::int32_t showModules = 181;
+inline constexpr std::int32_t closeModules = 182;
 }  // namespace PluginEvent
 
 struct PluginDriverOptions {
@@ -86,6 +90,13 @@ class PluginDriver {
     /// when the settings are loaded, and when the devices changed; not in a measurement.
     void updateDevices();
 
+    /// Has the plug-in fill a window of the host's toolkit with its modules, or with its channels.
+    /// The one that it filled before, if it is another, it lets go of.
+    void showModules(HostObject& window);
+    void showChannels(HostObject& window);
+    void closeModules();
+    void closeChannels();
+
     void start();
     /// The periodic call; nothing where no measurement runs.
     void poll();
@@ -107,6 +118,7 @@ class PluginDriver {
     template <typename Call>
     void call(const char* step, const Call& pluginCall);
     void sendEvent(const char* step, std::int32_t event, HostVariant* result = nullptr);
+    void sendObject(const char* step, std::int32_t event, HostObject* given);
     void persist(const char* step, std::int32_t event, HostDocument& document, HostElement& element,
                  bool saving);
     void stopQuietly() noexcept;

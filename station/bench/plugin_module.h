@@ -8,21 +8,21 @@
 
 namespace station {
 
-/// A plug-in's module, loaded from a file, and its exported entry points. It stays loaded until this
-/// and every object of it have gone.
+/// A plug-in's module, loaded from a file, and its exported entry points. It stays loaded until
+/// this and every object of it have gone.
 ///
 /// All operations throw `PluginError` with a text for the user.
-class Component {
+class PluginModule {
   public:
-    explicit Component(const std::filesystem::path& file);
-    ~Component();
-    Component(const Component&) = delete;
-    Component& operator=(const Component&) = delete;
+    explicit PluginModule(const std::filesystem::path& file);
+    ~PluginModule();
+    PluginModule(const PluginModule&) = delete;
+    PluginModule& operator=(const PluginModule&) = delete;
 
     /// A new object of the class.
     CountedRef<HostObject> create(const InterfaceId& classId) const;
-    /// Enters the module where hosts look for plug-ins, for all users or for this one. What couldn't
-    /// be written the module doesn't tell: `RegisteredPlugin` does.
+    /// Enters the module where hosts look for plug-ins, for all users or for this one. What
+    /// couldn't be written the module doesn't tell: `RegisteredPlugin` does.
     void registerPlugin(bool forUser) const;
     void unregisterPlugin(bool forUser) const;
 

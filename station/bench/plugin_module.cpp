@@ -1,4 +1,4 @@
-#include "station/bench/component.h"
+#include "station/bench/plugin_module.h"
 
 #include <dlfcn.h>
 #include <fmt/format.h>
@@ -21,8 +21,7 @@ void check(HostResult result, const std::filesystem::path& path, const char* wha
 
 void* load(const std::filesystem::path& path) {
     // With a slash in it, so that it isn't looked for in the folders of the system's libraries.
-    void* const handle =
-        ::dlopen(std::filesystem::absolute(path).c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* const handle = ::dlopen(std::filesystem::absolute(path).c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         throw PluginError(fmt::format("can't load the plug-in: {}", ::dlerror()));
     }
@@ -31,18 +30,17 @@ void* load(const std::filesystem::path& path) {
 
 }  // namespace
 
-Component::Component(const std::filesystem::path& file) : path(file), handle(load(file)) {}
+PluginModule::PluginModule(const std::filesystem::path& file) : path(file), handle(load(file)) {}
 
-Component::~Component() {
-    const auto canUnloadNow =
-        reinterpret_cast<CanUnloadNow>(::dlsym(handle, "DllCanUnloadNow"));
+PluginModule::~PluginModule() {
+    const auto canUnloadNow = reinterpret_cast<CanUnloadNow>(::dlsym(handle, "DllCanUnloadNow"));
     if (canUnloadNow != nullptr && canUnloadNow() == HostCode::success) {
         ::dlclose(handle);
     }
 }
 
 template <typename Function>
-Function Component::find(const char* name) const {
+Function PluginModule::find(const char* name) const {
     void* const symbol = ::dlsym(handle, name);
     if (symbol == nullptr) {
         throw PluginError(
@@ -51,7 +49,7 @@ Function Component::find(const char* name) const {
     return reinterpret_cast<Function>(symbol);
 }
 
-CountedRef<HostObject> Component::create(const InterfaceId& classId) const {
+CountedRef<HostObject> PluginModule::create(const InterfaceId& classId) const {
     CountedRef<HostClassFactory> factory;
     void* found = nullptr;
     check(find<GetClassObject>("DllGetClassObject")(classId, HostClassFactory::id, &found), path,
@@ -62,16 +60,16 @@ CountedRef<HostObject> Component::create(const InterfaceId& classId) const {
     return CountedRef<HostObject>::adopt(static_cast<HostObject*>(found));
 }
 
-void Component::install(bool add, bool forUser) const {
+void PluginModule::install(bool add, bool forUser) const {
     check(find<Install>("DllInstall")(toHostBool(add), forUser ? L"user" : nullptr), path,
           add ? "it can't be registered" : "it can't be removed");
 }
 
-void Component::registerPlugin(bool forUser) const {
+void PluginModule::registerPlugin(bool forUser) const {
     install(true, forUser);
 }
 
-void Component::unregisterPlugin(bool forUser) const {
+void PluginModule::unregisterPlugin(bool forUser) const {
     install(false, forUser);
 }
 
