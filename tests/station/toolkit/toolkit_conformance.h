@@ -1,0 +1,113 @@
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "station/runtime/runtime_exports.h"
+#include "tests/support/toolkit_bench.h"
+#include "ui/controls.h"
+#include "ui/event_args.h"
+
+/// What every toolkit must do. A test program instantiates the suite with its toolkit's bench; the
+/// tests are in toolkit_conformance_test.cpp.
+///
+/// At the end of each test no handler is left alive.
+class ToolkitConformance : public testing::TestWithParam<MakeToolkitBench> {
+  protected:
+    static constexpr const char* xml =
+        "<Window Name='w' Background='white'><CaptionPanel Title='T'>"
+        "<Grid Rows='5,20,100%' Columns='5,100%'>"
+        "<Grid Row='1' ColumnSpan='2' Columns='20,20'>"
+        "<IconButton Name='add' IconName='ADD'/><IconButton Name='remove' Column='1'/></Grid>"
+        "<KVDrawGrid Name='grid' Row='7' Column='1'/></Grid></CaptionPanel></Window>";
+
+    ToolkitConformance() {
+        window = Kestrova::Tessel::hostWindow(bench->window());
+        window.setXml(xml);
+        grid = Kestrova::Tessel::KVDrawGrid(window, "grid");
+    }
+    ~ToolkitConformance() override {
+        window = {};
+        bench.reset();
+        grid = {};
+        EXPECT_EQ(kvRtTrackedCount(), handlersBefore);
+    }
+
+    /// Rows of cells, without the header, and a column for each cell type.
+    void describe(std::int32_t rows, const std::vector<std::int32_t>& types) {
+        grid.initialise(rows + 1, static_cast<std::int32_t>(types.size()));
+        for (std::size_t i = 0; i < types.size(); ++i) {
+            const auto index = static_cast<std::int32_t>(i);
+            grid.setColumn(index, "Column " + std::to_string(i), types[i], 1, 50, "c");
+            grid.getColumn(index).setFlagA(false);
+            grid.getColumn(index).setFlagB(true);
+        }
+        grid.endColumns();
+    }
+
+    /// Calls `action` at each event of the slot.
+    template <typename Sender, typename Args, typename Action>
+    void on(const Kestrova::Tessel::EventSlot<Sender, Args>& slot, Action action) {
+        slot.subscribe({[action](const Sender&, const Args& args) { action(args); }, ++lastKey});
+    }
+
+    /// Runs an action that fails, and tells how: the class's code and the text.
+    template <typename Action>
+    static std::pair<std::uint32_t, std::string> failureOf(const Action& action) {
+        try {
+            action();
+        } catch (const Kestrova::RT::Core::KvrtException& failure) {
+            return {failure.getCode(), failure.what()};
+        }
+        return {0, "no failure"};
+    }
+    template <typename Expected, typename Action>
+    static void expectFailure(const Action& action, const std::string& textPart) {
+        const auto [code, text] = failureOf(action);
+        EXPECT_EQ(code, Expected::classCode) << text;
+        EXPECT_THAT(text, testing::HasSubstr(textPart));
+    }
+
+    const std::size_t handlersBefore = kvRtTrackedCount();
+    std::unique_ptr<ToolkitBench> bench = GetParam()();
+    Kestrova::Tessel::WindowPtr window;
+    Kestrova::Tessel::KVDrawGrid grid;
+    std::uint64_t lastKey = 0;
+};
+
+/// Row 1 heads group "a" with the rows 2 and 3, row 4 group "b" with none; row 5 is in none.
+class GroupedGrid : public ToolkitConformance {
+  protected:
+    GroupedGrid() {
+        describe(5, {Kestrova::Tessel::CellType::groupExpander, Kestrova::Tessel::CellType::text});
+        on(grid.setGroups(), [this](const Kestrova::Tessel::DrawGridSetGroupsArgs& args) {
+            ++timesAsked;
+            const auto first = args.addGroup("a", 1, firstExpanded);
+            args.addRow("a", 2);
+            args.addRow("a", 3);
+            const auto second = args.addGroup("b", 4, true);
+            for (const auto& group : {first, second}) {
+                group.expansionChanged().subscribe(
+                    {[this](const Kestrova::Tessel::DrawGridGroup& sender,
+                            const Kestrova::Tessel::NoArgs& none) {
+                         changed += sender.getName() + (none ? "?" : "");
+                     },
+                     ++lastKey});
+            }
+        });
+        on(grid.cellProps(), [this](const Kestrova::Tessel::DrawGridCellPropsArgs& args) {
+            asked.insert(args.getRow());
+            args.setExpander(args.getRow() == 1 || args.getRow() == 4 ? 1 : 0);
+        });
+    }
+
+    int timesAsked = 0;
+    bool firstExpanded = true;
+    std::string changed;
+    std::set<std::int32_t> asked;
+};

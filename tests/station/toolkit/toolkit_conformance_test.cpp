@@ -1,0 +1,392 @@
+#include "tests/station/toolkit/toolkit_conformance.h"
+
+#include <optional>
+#include <set>
+#include <stdexcept>
+
+using namespace Kestrova::Tessel;
+using namespace Kestrova::RT::Core;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// The window and its XML.
+
+TEST_P(ToolkitConformance, AControlIsFoundByItsNameAndIsTheSameEachTime) {
+    IControl* const found = &window.findControl("remove").target();
+    EXPECT_EQ(&window.findControl("remove").target(), found);
+    expectFailure<NotFoundException>([&] { window.findControl("delete"); }, "remove");
+    expectFailure<NoInterfaceException>([&] { IconButton(window, "grid"); }, "");
+}
+
+TEST_P(ToolkitConformance, XmlThatIsNoneLeavesTheContentAsItWas) {
+    const std::pair<const char*, const char*> faults[] = {
+        {"<Window><Grid>", "line 1"},
+        {"<Window>\n<Slider/>\n</Window>", "Slider"},
+        {"<Grid/>", "Window"},
+        {"<Window><Grid><IconButton Name='a'/><KVDrawGrid Name='a'/></Grid></Window>", "\"a\""},
+        {"<Window><Grid Rows='1,wide'/></Window>", "wide"},
+        {"<Window><Grid><KVDrawGrid Row='-1'/></Grid></Window>", "-1"},
+        {"", ""},
+    };
+    for (const auto& [text, part] : faults) {
+        expectFailure<ParseFailedException>([&, xmlText = text] { window.setXml(xmlText); }, part);
+    }
+    int clicks = 0;
+    const IconButton button(window, "add");
+    on(button.click(), [&](const auto&) { ++clicks; });
+    EXPECT_TRUE(bench->press("add"));
+    EXPECT_EQ(clicks, 1);
+}
+
+TEST_P(ToolkitConformance, AControlThatHasLeftItsWindowStillWorksAndRaisesNothing) {
+    describe(2, {CellType::editText});
+    int asked = 0;
+    on(grid.cellProps(), [&](const auto&) { ++asked; });
+    window.setXml(xml);
+    asked = 0;
+    grid.setRowCount(4);
+    grid.refresh();
+    EXPECT_EQ(grid.getRowCount(), 4);
+    EXPECT_THAT(bench->shownRows("grid"), IsEmpty());
+    bench->passTime(1);
+    EXPECT_EQ(asked, 0);
+}
+
+// Cells.
+
+TEST_P(ToolkitConformance, CellsAreAskedForAndShownByTheirType) {
+    describe(1, {CellType::text, CellType::editText, CellType::number, CellType::editNumber,
+                 CellType::toggle, CellType::color, CellType::comboBox, CellType::text});
+    std::set<std::pair<std::int32_t, std::int32_t>> asked;
+    on(grid.cellProps(), [&](const DrawGridCellPropsArgs& args) {
+        asked.insert({args.getRow(), args.getColumn()});
+        args.setText("text");
+        args.setNumber(args.getColumn() == 2 ? 12.0 : 0.5);
+        args.setColor(0x00FF80);
+        args.setChecked(true);
+        if (args.getColumn() == 7) {
+            args.setCellType(CellType::number);
+        }
+    });
+    std::vector<std::string> shown;
+    for (std::int32_t column = 0; column < 8; ++column) {
+        shown.push_back(bench->read("grid", 1, column));
+    }
+    EXPECT_THAT(shown, ElementsAre("text", "text", "12", "0.5", "text", "00FF80", "text", "0.5"));
+    EXPECT_EQ(asked.count({0, 0}), 0U) << "the header was asked for";
+    EXPECT_THAT(bench->titles("grid"), testing::Contains("Column 7"));
+}
+
+TEST_P(ToolkitConformance, WhatThePluginDoesNotSetIsEmpty) {
+    describe(2, {CellType::text, CellType::number});
+    EXPECT_EQ(bench->read("grid", 2, 0), "");
+    EXPECT_EQ(bench->read("grid", 2, 1), "0");
+}
+
+TEST_P(ToolkitConformance, ARefreshShowsWhatIsNew) {
+    describe(1, {CellType::text});
+    std::string value = "old";
+    on(grid.cellProps(), [&](const DrawGridCellPropsArgs& args) { args.setText(value); });
+    EXPECT_EQ(bench->read("grid", 1, 0), "old");
+    value = "new";
+    grid.refresh();
+    EXPECT_EQ(bench->read("grid", 1, 0), "new");
+}
+
+TEST_P(ToolkitConformance, InputArrivesWithItsCellAndTheCellIsAskedForAnew) {
+    describe(3, {CellType::editText, CellType::editNumber, CellType::comboBox, CellType::color,
+                 CellType::toggle});
+    std::string cell;
+    std::string value;
+    on(grid.cellProps(), [&](const DrawGridCellPropsArgs& args) { args.setText(value); });
+    on(grid.comboItems(), [&](const DrawGridComboItemsArgs& args) {
+        args.addItem("zero");
+        args.addItem("one of " + std::to_string(args.getRow()));
+    });
+    on(grid.cellInput(), [&](const DrawGridCellInputArgs& args) {
+        cell = std::to_string(args.getRow()) + "/" + std::to_string(args.getColumn());
+        value = args.getText() + "," + std::to_string(args.getSelectedIndex()) + "," +
+                std::to_string(args.getColor());
+    });
+    on(grid.cellAction(), [&](const DrawGridCellActionEventArgs& args) {
+        cell = std::to_string(args.getRow()) + "/" + std::to_string(args.getColumn());
+        value = args.getChecked() ? "on" : "off";
+    });
+
+    EXPECT_TRUE(bench->type("grid", 2, 0, "Gr\xC3\xBC\xC3\x9F"));
+    EXPECT_EQ(cell + " " + bench->read("grid", 2, 0), "2/0 Gr\xC3\xBC\xC3\x9F,0,0");
+    EXPECT_TRUE(bench->type("grid", 1, 1, "no number"));
+    EXPECT_EQ(cell + " " + value, "1/1 no number,0,0");
+    EXPECT_THAT(bench->offers("grid", 3, 2), ElementsAre("zero", "one of 3"));
+    EXPECT_TRUE(bench->pick("grid", 3, 2, "one of 3"));
+    EXPECT_EQ(cell + " " + value, "3/2 one of 3,1,0");
+    EXPECT_TRUE(bench->setColor("grid", 1, 3, 0x000010));
+    EXPECT_EQ(cell + " " + value, "1/3 ,0,16");
+    EXPECT_TRUE(bench->toggle("grid", 2, 4));
+    EXPECT_EQ(cell + " " + value, "2/4 on");
+}
+
+TEST_P(ToolkitConformance, AUserCanDoWhatTheTypeOfTheCellAllowsAndNothingElse) {
+    const std::vector<std::int32_t> types = {
+        CellType::text,   CellType::editText, CellType::number,   CellType::editNumber,
+        CellType::toggle, CellType::color,    CellType::comboBox, CellType::groupExpander};
+    describe(1, types);
+    int events = 0;
+    on(grid.comboItems(), [&](const DrawGridComboItemsArgs& args) { args.addItem("a"); });
+    on(grid.cellInput(), [&](const auto&) { ++events; });
+    on(grid.cellAction(), [&](const auto&) { ++events; });
+    for (std::int32_t column = 0; column < static_cast<std::int32_t>(types.size()); ++column) {
+        const std::int32_t type = types[static_cast<std::size_t>(column)];
+        const bool typed = type == CellType::editText || type == CellType::editNumber;
+        EXPECT_EQ(bench->type("grid", 1, column, "a"), typed) << type;
+        EXPECT_EQ(bench->pick("grid", 1, column, "a"), type == CellType::comboBox) << type;
+        EXPECT_EQ(bench->toggle("grid", 1, column), type == CellType::toggle) << type;
+        EXPECT_EQ(bench->setColor("grid", 1, column, 1), type == CellType::color) << type;
+    }
+    EXPECT_EQ(events, 5);
+    EXPECT_FALSE(bench->pick("grid", 1, 6, "b"));
+    EXPECT_FALSE(bench->type("grid", 2, 1, "a"));
+    EXPECT_FALSE(bench->fold("grid", 1));
+    EXPECT_EQ(events, 5);
+}
+
+// Rows and selection.
+
+TEST_P(ToolkitConformance, TheSelectionIsTheUsersUntilTheNumberOfRowsChanges) {
+    describe(3, {CellType::text});
+    EXPECT_TRUE(bench->select("grid", {1, 3}));
+    grid.refresh();
+    grid.setRowCount(4);
+    EXPECT_FALSE(grid.isRowSelected(0));
+    EXPECT_TRUE(grid.isRowSelected(1));
+    EXPECT_FALSE(grid.isRowSelected(2));
+    EXPECT_TRUE(grid.isRowSelected(3));
+    grid.setRowCount(5);
+    EXPECT_FALSE(grid.isRowSelected(1));
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4));
+    grid.setRowCount(1);
+    EXPECT_THAT(bench->shownRows("grid"), IsEmpty());
+}
+
+TEST_P(ToolkitConformance, WhatIsOutsideTheGridIsAFailureWithItsReason) {
+    describe(1, {CellType::text});
+    expectFailure<OutOfRangeException>([&] { grid.isRowSelected(2); }, "2");
+    expectFailure<OutOfRangeException>([&] { grid.isRowSelected(-1); }, "");
+    expectFailure<OutOfRangeException>([&] { grid.getColumn(1); }, "1");
+    expectFailure<OutOfRangeException>([&] { grid.setColumn(-1, "", 1, 1, 1, ""); }, "");
+    expectFailure<OutOfRangeException>([&] { grid.setRowCount(0); }, "");
+    expectFailure<OutOfRangeException>([&] { grid.initialise(1, -1); }, "");
+    expectFailure<InvalidValueException>([&] { grid.setColumn(0, "", 5, 1, 1, ""); }, "5");
+    EXPECT_EQ(grid.getRowCount(), 2);
+}
+
+// Groups.
+
+TEST_P(GroupedGrid, AFoldedGroupHidesItsRowsAndTellsOfTheChangeOnce) {
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
+    EXPECT_EQ(bench->read("grid", 1, 0), "-");
+    EXPECT_TRUE(bench->select("grid", {2, 5}));
+    EXPECT_TRUE(bench->fold("grid", 1));
+    EXPECT_EQ(changed, "a");
+    asked.clear();
+    grid.refresh();
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 4, 5));
+    EXPECT_THAT(asked, testing::Not(testing::Contains(2)));
+    EXPECT_EQ(bench->read("grid", 1, 0), "+");
+    EXPECT_FALSE(grid.isRowSelected(2));
+    EXPECT_TRUE(grid.isRowSelected(5));
+    EXPECT_FALSE(bench->fold("grid", 5));
+    EXPECT_FALSE(bench->fold("grid", 3)) << "it is hidden";
+    EXPECT_TRUE(bench->fold("grid", 1));
+    EXPECT_EQ(changed, "aa");
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
+}
+
+TEST_P(GroupedGrid, OnlyANewRowCountAsksForTheGroupsAnew) {
+    bench->shownRows("grid");
+    const int before = timesAsked;
+    EXPECT_TRUE(bench->fold("grid", 1));
+    grid.refresh();
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 4, 5));
+    EXPECT_EQ(timesAsked, before);
+    firstExpanded = false;
+    grid.setRowCount(6);
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 4, 5));
+    EXPECT_EQ(timesAsked, before + 1);
+    EXPECT_TRUE(bench->fold("grid", 1));
+    EXPECT_EQ(changed, "aa");
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
+}
+
+TEST_P(GroupedGrid, GroupsThatCannotBeAreFailures) {
+    std::vector<std::uint32_t> codes;
+    on(grid.setGroups(), [&](const DrawGridSetGroupsArgs& args) {
+        const auto note = [&](const auto& action) { codes.push_back(failureOf(action).first); };
+        note([&] { args.addRow("c", 2); });
+        note([&] { args.addGroup("c", 0, true); });
+        note([&] { args.addGroup("c", 6, true); });
+        note([&] { args.addGroup("c", 4, true); });
+        note([&] { args.addGroup("a", 5, true); });
+        note([&] { args.addRow("a", 3); });
+        note([&] { args.addRow("a", 4); });
+    });
+    grid.setRowCount(6);
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
+    const std::uint32_t outside = OutOfRangeException::classCode;
+    const std::uint32_t taken = AlreadyExistsException::classCode;
+    EXPECT_THAT(codes, ElementsAre(NotFoundException::classCode, outside, outside, taken, taken,
+                                   taken, taken));
+}
+
+// Handlers.
+
+TEST_P(ToolkitConformance, AHandlerThatFailsIsToldAndTheOthersAreCalled) {
+    const IconButton button(window, "add");
+    std::string called;
+    on(button.click(), [&](const auto&) {
+        called += "1";
+        throw NotFoundException();
+    });
+    on(button.click(), [&](const auto&) {
+        called += "2";
+        throw std::runtime_error("any");
+    });
+    on(button.click(), [&](const auto&) { called += "3"; });
+    EXPECT_TRUE(bench->press("add"));
+    EXPECT_EQ(called, "123");
+    EXPECT_THAT(bench->takeFailures(), ElementsAre(0x80000006U, 0x80000014U));
+    EXPECT_TRUE(bench->press("remove"));
+    EXPECT_THAT(bench->takeFailures(), IsEmpty());
+    EXPECT_FALSE(bench->press("grid"));
+}
+
+TEST_P(ToolkitConformance, FailuresAtReadingACellAndInATickAreToldToo) {
+    describe(1, {CellType::text});
+    on(grid.cellProps(), [](const auto&) { throw InvalidStateException(); });
+    bench->read("grid", 1, 0);
+    EXPECT_THAT(bench->takeFailures(),
+                testing::AllOf(testing::Not(IsEmpty()), testing::Each(0x80000029U)));
+    const Timer timer{ControlFactory(window)};
+    timer.setInterval(10);
+    on(timer.tick(), [](const auto&) { throw OutOfRangeException(); });
+    bench->passTime(15);
+    EXPECT_THAT(bench->takeFailures(), testing::Contains(0x80000005U));
+}
+
+TEST_P(ToolkitConformance, AnEqualHandlerIsTheOneToUnsubscribe) {
+    const IconButton button(window, "add");
+    int calls = 0;
+    const BoundHandler<IconButton, NoArgs> one{[&](const auto&, const auto&) { ++calls; }, 1};
+    const BoundHandler<IconButton, NoArgs> other{[&](const auto&, const auto&) { calls += 10; }, 2};
+    button.click().subscribe(one);
+    button.click().subscribe(other);
+    const auto equal = makeObject<EventHandlerImpl<IconButton, NoArgs>>(button.runtime(), one);
+    button.call(&IComponent::unsubscribe, IIconButton::click, equal.get());
+    EXPECT_TRUE(bench->press("add"));
+    EXPECT_EQ(calls, 10);
+    const auto unsubscribe = [&](std::int32_t slot, IEventHandler* handler) {
+        return failureOf([&] { button.call(&IComponent::unsubscribe, slot, handler); }).first;
+    };
+    EXPECT_EQ(unsubscribe(1, equal.get()), NotFoundException::classCode);
+    EXPECT_EQ(unsubscribe(2, equal.get()), OutOfRangeException::classCode);
+    EXPECT_EQ(unsubscribe(1, nullptr), ArgumentNullException::classCode);
+    const auto subscribe = [&](std::int32_t slot) {
+        return failureOf([&] { grid.call(&IComponent::subscribe, slot, equal.get()); }).first;
+    };
+    EXPECT_EQ(subscribe(0), OutOfRangeException::classCode);
+    EXPECT_EQ(subscribe(13), 0U);
+    EXPECT_EQ(subscribe(14), OutOfRangeException::classCode);
+}
+
+TEST_P(ToolkitConformance, AHandlerMayReplaceTheContentThatItBelongsTo) {
+    const IconButton button(window, "add");
+    on(button.click(), [this](const auto&) { window.setXml(xml); });
+    EXPECT_TRUE(bench->press("add"));
+    EXPECT_TRUE(bench->press("add")) << "the new button";
+    describe(1, {CellType::editText});
+    grid = KVDrawGrid(window, "grid");
+    describe(1, {CellType::editText});
+    on(grid.cellInput(), [this](const auto&) {
+        window.setXml("<Window/>");
+        grid = {};
+    });
+    EXPECT_TRUE(bench->type("grid", 1, 0, "x"));
+    EXPECT_FALSE(bench->press("add"));
+}
+
+TEST_P(ToolkitConformance, AHandlerMayTakeTheRowAwayThatTheUserIsIn) {
+    describe(2, {CellType::editText, CellType::toggle});
+    on(grid.cellProps(), [](const DrawGridCellPropsArgs& args) { args.setText("t"); });
+    on(grid.cellInput(), [this](const auto&) { grid.setRowCount(2); });
+    on(grid.cellAction(), [this](const auto&) { grid.setRowCount(1); });
+    EXPECT_TRUE(bench->type("grid", 2, 0, "x"));
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1));
+    EXPECT_TRUE(bench->toggle("grid", 1, 1));
+    EXPECT_THAT(bench->shownRows("grid"), IsEmpty());
+}
+
+TEST_P(ToolkitConformance, AHandlerMayTakeRowsAwayWhileTheyAreAskedFor) {
+    describe(3, {CellType::text, CellType::text});
+    bool first = true;
+    on(grid.cellProps(), [&](const DrawGridCellPropsArgs& args) {
+        args.setText(std::to_string(args.getRow()));
+        if (std::exchange(first, false)) {
+            grid.setRowCount(2);
+        }
+    });
+    bench->shownRows("grid");
+    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1));
+    EXPECT_EQ(bench->read("grid", 1, 1), "1");
+}
+
+TEST_P(ToolkitConformance, AHandlerMayCloseItsWindow) {
+    const IconButton button(window, "add");
+    on(button.click(), [this](const auto&) {
+        window = {};
+        grid = {};
+        bench->closeWindow();
+    });
+    EXPECT_TRUE(bench->press("add"));
+    EXPECT_EQ(bench->window(), nullptr);
+}
+
+TEST_P(ToolkitConformance, AWindowThatIsClosedRaisesNothingWhileThePluginHoldsIt) {
+    describe(1, {CellType::text});
+    int asked = 0;
+    on(grid.cellProps(), [&](const auto&) { ++asked; });
+    bench->closeWindow();
+    grid.refresh();
+    grid.setRowCount(3);
+    EXPECT_EQ(asked, 0);
+    expectFailure<NotFoundException>([&] { window.findControl("add"); }, "");
+}
+
+// Timers.
+
+TEST_P(ToolkitConformance, ATimerTicksFromItsConstructionUntilItsLastReferenceGoes) {
+    int ticks = 0;
+    {
+        const Timer timer{ControlFactory(window)};
+        timer.setInterval(20);
+        on(timer.tick(), [&](const auto&) { ++ticks; });
+        expectFailure<OutOfRangeException>([&] { timer.setInterval(0); }, "");
+        bench->passTime(50);
+        EXPECT_GE(ticks, 1);
+    }
+    ticks = 0;
+    bench->passTime(100);
+    EXPECT_EQ(ticks, 0);
+    expectFailure<NotFoundException>([&] { ControlFactory(window).create("Clock", ""); }, "Timer");
+}
+
+TEST_P(ToolkitConformance, ATickMayEndItsTimer) {
+    int ticks = 0;
+    std::optional<Timer> timer(ControlFactory{window});
+    timer->setInterval(10);
+    on(timer->tick(), [&](const auto&) {
+        ++ticks;
+        timer.reset();
+    });
+    bench->passTime(200);
+    EXPECT_EQ(ticks, 1);
+}
