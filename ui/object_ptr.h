@@ -115,6 +115,9 @@ class StringPtr : public ObjectPtr<RuntimeString> {
   private:
     static CountedRef<RuntimeString> makeString(const RuntimePtr& library,
                                                 const std::string& text) {
+        if (!library) {  // for an operation of a null reference
+            throw InvalidParameterException();
+        }
         CountedRef<RuntimeString> string;
         checkErrorInfo(*library, library->createString(text.c_str(), string.out()));
         return string;

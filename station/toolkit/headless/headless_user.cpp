@@ -50,24 +50,25 @@ const char* describe(std::int32_t cellType) {
 PluginHandlerError::PluginHandlerError(std::vector<HandlerFailure> failed)
     : UserError(textOfAll(failed)), failures(std::move(failed)) {}
 
-GridScreen& GridUser::screen() const {
-    GridScreen* const found = window.findScreen(name);
-    if (found == nullptr) {
+std::shared_ptr<GridScreen> GridUser::screen() const {
+    auto found = window.findScreen(name);
+    if (!found) {
         throw UserError(fmt::format("the window has no grid \"{}\"", name));
     }
-    return *found;
+    return found;
 }
 
 std::vector<std::string> GridUser::titles() const {
     std::vector<std::string> result;
-    for (const auto& column : screen().getGrid().getColumns()) {
+    const auto shown = screen();
+    for (const auto& column : shown->getGrid().getColumns()) {
         result.push_back(column.title);
     }
     return result;
 }
 
 std::vector<std::int32_t> GridUser::rows() const {
-    auto shown = screen().shownRows();
+    auto shown = screen()->shownRows();
     tellFailures(window);
     return shown;
 }
@@ -93,7 +94,7 @@ void GridUser::requireRow(std::int32_t row) const {
 
 CellContent GridUser::look(std::int32_t row, const std::string& title) const {
     requireRow(row);
-    return screen().cell({row, columnOf(title)});
+    return screen()->cell({row, columnOf(title)});
 }
 
 std::string GridUser::read(std::int32_t row, const std::string& title) const {
@@ -105,7 +106,7 @@ std::string GridUser::read(std::int32_t row, const std::string& title) const {
         case CellType::color:
             return fmt::format("{:06X}", content.color);
         case CellType::groupExpander: {
-            const auto group = screen().getGrid().groupHeadedBy(row);
+            const auto group = screen()->getGrid().groupHeadedBy(row);
             return !content.expander || !group ? "" : group->isExpanded() ? "-" : "+";
         }
         default:
@@ -133,7 +134,7 @@ CellPlace GridUser::require(std::int32_t row, const std::string& title, const ch
 
 std::vector<std::string> GridUser::offers(std::int32_t row, const std::string& title) const {
     const CellPlace cell = require(row, title, "opened", {CellType::comboBox});
-    auto items = screen().getGrid().askComboItems(cell);
+    auto items = screen()->getGrid().askComboItems(cell);
     tellFailures(window);
     return items;
 }
@@ -141,7 +142,7 @@ std::vector<std::string> GridUser::offers(std::int32_t row, const std::string& t
 void GridUser::type(std::int32_t row, const std::string& title, const std::string& text) const {
     const CellPlace cell =
         require(row, title, "typed into", {CellType::editText, CellType::editNumber});
-    screen().getGrid().input(cell, {text, 0, 0});
+    screen()->getGrid().input(cell, {text, 0, 0});
     tellFailures(window);
 }
 
@@ -154,13 +155,13 @@ void GridUser::pick(std::int32_t row, const std::string& title, const std::strin
                                     title, item, fmt::join(items, ", ")));
     }
     const auto index = static_cast<std::int32_t>(found - items.begin());
-    screen().getGrid().input(cell, {item, 0, index});
+    screen()->getGrid().input(cell, {item, 0, index});
     tellFailures(window);
 }
 
 void GridUser::toggle(std::int32_t row, const std::string& title) const {
     const CellPlace cell = require(row, title, "switched", {CellType::toggle});
-    screen().getGrid().switchToggle(cell, !look(row, title).checked);
+    screen()->getGrid().switchToggle(cell, !look(row, title).checked);
     tellFailures(window);
 }
 
@@ -170,18 +171,18 @@ void GridUser::setColor(std::int32_t row, const std::string& title, std::uint32_
         throw UserError(fmt::format("{:X} is no colour: there are 000000 to FFFFFF", color));
     }
     const CellPlace cell = require(row, title, "coloured", {CellType::color});
-    screen().getGrid().input(cell, {"", color, 0});
+    screen()->getGrid().input(cell, {"", color, 0});
     tellFailures(window);
 }
 
 void GridUser::fold(std::int32_t row) const {
     requireRow(row);
-    GridScreen& shown = screen();
-    const auto& columns = shown.getGrid().getColumns();
+    const auto shown = screen();
+    const auto& columns = shown->getGrid().getColumns();
     for (std::int32_t column = 0; column < static_cast<std::int32_t>(columns.size()); ++column) {
-        const CellContent& content = shown.cell({row, column});
+        const CellContent& content = shown->cell({row, column});
         if (content.type == CellType::groupExpander && content.expander) {
-            shown.getGrid().toggleGroup(row);
+            shown->getGrid().toggleGroup(row);
             tellFailures(window);
             return;
         }
@@ -193,7 +194,7 @@ void GridUser::select(const std::vector<std::int32_t>& selectedRows) const {
     for (const std::int32_t row : selectedRows) {
         requireRow(row);
     }
-    screen().getGrid().select(selectedRows);
+    screen()->getGrid().select(selectedRows);
 }
 
 GridUser HeadlessUser::grid(const std::string& gridName) const {

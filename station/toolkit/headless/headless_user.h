@@ -60,7 +60,7 @@ class GridUser {
     void select(const std::vector<std::int32_t>& selectedRows) const;
 
   private:
-    GridScreen& screen() const;
+    std::shared_ptr<GridScreen> screen() const;
     std::int32_t columnOf(const std::string& title) const;
     /// The cell, if it is of one of these types; else an error that says what the cell is.
     CellPlace require(std::int32_t row, const std::string& title, const char* action,

@@ -100,16 +100,16 @@ void HeadlessWindow::onContentChanged() {
 
 void HeadlessWindow::addScreens(const WindowElement& element) {
     if (element.grid) {
-        screens.emplace(element.name, std::make_unique<GridScreen>(element.grid));
+        screens.emplace(element.name, std::make_shared<GridScreen>(element.grid));
     }
     for (const WindowElement& child : element.children) {
         addScreens(child);
     }
 }
 
-GridScreen* HeadlessWindow::findScreen(const std::string& gridName) {
+std::shared_ptr<GridScreen> HeadlessWindow::findScreen(const std::string& gridName) const {
     const auto found = screens.find(gridName);
-    return found != screens.end() ? found->second.get() : nullptr;
+    return found != screens.end() ? found->second : nullptr;
 }
 
 CountedRef<ToolkitTimer> HeadlessWindow::makeTimer() {

@@ -47,8 +47,9 @@ class HeadlessWindow final : public ToolkitWindow {
   public:
     static CountedRef<HeadlessWindow> make();
 
-    /// Null for a name that is no grid's.
-    GridScreen* findScreen(const std::string& gridName);
+    /// Null for a name that is no grid's. To be kept while one works with it: a handler may end the
+    /// window.
+    std::shared_ptr<GridScreen> findScreen(const std::string& gridName) const;
     /// Lets the timers tick, in the order of their times. A plug-in that makes timers in a tick
     /// can't hold it up for ever: what is due after `milliseconds` waits.
     void passTime(std::uint32_t milliseconds);
@@ -72,7 +73,7 @@ class HeadlessWindow final : public ToolkitWindow {
 
     const std::shared_ptr<Failures> failures;
     const std::shared_ptr<Clock> clock;
-    std::map<std::string, std::unique_ptr<GridScreen>> screens;  ///< by the grid's name
+    std::map<std::string, std::shared_ptr<GridScreen>> screens;  ///< by the grid's name
 };
 
 }  // namespace station

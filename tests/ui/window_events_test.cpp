@@ -1,0 +1,133 @@
+#include <gmock/gmock.h>
+
+#include "host/host_error.h"
+#include "plugin/plugin.h"
+#include "station/runtime/runtime_exports.h"
+#include "tests/support/capture_stand_ins.h"
+#include "tests/support/headless_bench.h"
+#include "tests/support/scripted_host.h"
+#include "tests/support/scripted_variants.h"
+#include "ui/controls.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// A whole plug-in whose host opens and closes its windows by event.
+class WindowEventsTest : public testing::Test {
+  protected:
+    static constexpr std::int32_t setup = 179;
+    static constexpr std::int32_t settings = 181;
+
+    WindowEventsTest() {
+        object = CountedRef<HostObject>::adopt(Plugin::create(nullptr, port, counter));
+        object.queryTo(events);
+    }
+    ~WindowEventsTest() override {
+        events.reset();
+        object.reset();
+        first.closeWindow();
+        second.closeWindow();
+        EXPECT_THAT(host.script.referenceFaults(), IsEmpty());
+        EXPECT_EQ(kvRtTrackedCount(), handlersBefore);
+    }
+
+    void connect() {
+        CountedRef<IPlugin3> plugin;
+        object.queryTo(plugin);
+        ASSERT_EQ(plugin->onConnectHost(&host.app), HostCode::success);
+    }
+    HostResult send(std::int32_t event, HostObject* input = nullptr) {
+        return events->onEvent(event, variantOf(input), nullptr);
+    }
+    /// Whether the plug-in is behind the window's button.
+    static bool adds(HeadlessBench& bench) {
+        const std::size_t before = bench.shownRows("deviceDrawGrid").size();
+        bench.press("addDeviceButton");
+        return bench.shownRows("deviceDrawGrid").size() == before + 1;
+    }
+    static bool showsChannels(HeadlessBench& bench) {
+        return !bench.read("channelDrawGrid", 1, 5).empty();
+    }
+
+    const std::size_t handlersBefore = kvRtTrackedCount();
+    ScriptedHost host;
+    ManualCounter counter;
+    ScriptedPort port;
+    CountedRef<HostObject> object;
+    CountedRef<IPlugin4> events;
+    HeadlessBench first;
+    HeadlessBench second;
+};
+
+TEST_F(WindowEventsTest, EachWindowIsMadeAndClosedByItsEvents) {
+    connect();
+    EXPECT_EQ(send(settings, first.window()), HostCode::success);
+    EXPECT_TRUE(adds(first));
+    for (const auto& [open, close] : {std::pair{179, 180}, {185, 186}}) {
+        HeadlessBench bench;
+        EXPECT_EQ(send(open, bench.window()), HostCode::success);
+        EXPECT_TRUE(showsChannels(bench));
+        EXPECT_EQ(send(close), HostCode::success);
+        bench.passTime(150);
+        Kestrova::Tessel::KVDrawGrid(Kestrova::Tessel::hostWindow(bench.window()),
+                                     "channelDrawGrid")
+            .refresh();
+        EXPECT_FALSE(showsChannels(bench));
+        EXPECT_EQ(send(close), HostCode::success) << "there is none any more";
+    }
+    EXPECT_TRUE(adds(first));
+    EXPECT_EQ(send(182), HostCode::success);
+    EXPECT_FALSE(adds(first));
+    EXPECT_EQ(send(182), HostCode::success);
+}
+
+TEST_F(WindowEventsTest, ANewWindowTakesThePlaceOfTheOldOne) {
+    connect();
+    EXPECT_EQ(send(settings, first.window()), HostCode::success);
+    EXPECT_EQ(send(settings, second.window()), HostCode::success);
+    EXPECT_FALSE(adds(first));
+    EXPECT_TRUE(adds(second));
+    EXPECT_EQ(send(settings, second.window()), HostCode::success) << "the same host window";
+    EXPECT_TRUE(adds(second));
+    EXPECT_THAT(second.takeFailures(), IsEmpty());
+}
+
+TEST_F(WindowEventsTest, AWindowThatCannotBeMadeIsToldAndLeavesTheOldOne) {
+    connect();
+    EXPECT_EQ(send(settings, first.window()), HostCode::success);
+    EXPECT_EQ(send(settings, nullptr), HostCode::failed);
+    EXPECT_EQ(send(settings, &host.app), HostCode::failed);
+    EXPECT_EQ(events->onEvent(settings, {}, nullptr), HostCode::failed);
+    EXPECT_EQ(send(setup, nullptr), HostCode::failed);
+    EXPECT_THAT(host.app.errors,
+                ElementsAre(L"Window must not be null.",
+                            L"The host's object is not a window of its toolkit.",
+                            L"Window must not be null.", L"Window must not be null."));
+    EXPECT_TRUE(adds(first));
+}
+
+TEST_F(WindowEventsTest, WithoutAHostToTellTheFailureIsRaised) {
+    try {
+        send(settings, nullptr);
+        FAIL();
+    } catch (const HostCallException& failure) {
+        EXPECT_EQ(failure.getCode(), HostCode::invalidPointer);
+    }
+}
+
+TEST_F(WindowEventsTest, ThePluginGoesWithBothWindowsOpen) {
+    connect();
+    EXPECT_EQ(send(settings, first.window()), HostCode::success);
+    EXPECT_TRUE(adds(first));
+    EXPECT_EQ(send(setup, second.window()), HostCode::success);
+    EXPECT_TRUE(showsChannels(second));
+    EXPECT_TRUE(first.select("deviceDrawGrid", {1}));
+    EXPECT_TRUE(first.press("removeDeviceButton"));
+    events.reset();
+    object.reset();
+    EXPECT_FALSE(adds(first));
+}
+
+}  // namespace
