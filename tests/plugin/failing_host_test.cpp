@@ -1,0 +1,164 @@
+#include <functional>
+#include <memory>
+
+#include "tests/plugin/plugin_bench.h"
+
+namespace {
+
+/// A plug-in's whole life at a host, step by step, in which a call of the host goes wrong.
+class FailingHost : public PluginBench {
+  public:
+    FailingHost() {
+        host.gnssDevices.infos = {{}};
+        host.gnssDevices.infos[0].name = L"satellites";
+        host.clock.seconds = 0.5;
+    }
+    /// What came out of the first step that didn't succeed, "0" if all did.
+    std::string live() {
+        saved = &newDocument();
+        savedSetup = &newDocument();
+        for (const auto& [name, step] : steps) {
+            stepReached = name;
+            if (std::string outcome = outcomeOf(step); outcome != "0") {
+                return outcome;
+            }
+        }
+        return "0";
+    }
+    /// A load that failed leaves an object that loads nothing any more: the host makes another.
+    void recover() {
+        host.script.heal();
+        host.script.forget();
+        if (stepReached == "clear" || stepReached == "load") {
+            makePlugin();
+        }
+    }
+
+    std::string stepReached;
+    std::int32_t delivered = 0;
+
+  private:
+    HostResult send(std::int32_t number, const HostVariant& input = {}) {
+        HostVariant result;
+        return events->onEvent(number, input, &result);
+    }
+    HostResult sendDocument(std::int32_t number, Document& document, bool writing) {
+        return send(number, variantOf(host.script.make<ScriptedVariantArray>(
+                                std::vector{variantOf(&document), variantOf(document.root),
+                                            variantOf(writing), variantOf(false)})));
+    }
+    HostResult startAcquisition() {
+        for (ScriptedChannel* const channel : host.groupOfPlugins.mounted) {
+            channel->used = hostTrue;
+        }
+        host.data.position = 1000;
+        plugin->onPrepareAcquisition();
+        plugin->onStartAcquisition();
+        return send(115) + send(105) + send(156);
+    }
+    HostResult acquire() {
+        feed.push(canFrame(0.5));
+        EXPECT_TRUE(feed.drain());
+        const std::int32_t before = written();
+        send(117);
+        plugin->onGetData();
+        delivered = written() - before;
+        return send(130);
+    }
+    std::int32_t written() const {
+        std::int32_t samples = 0;
+        for (const ScriptedChannel* const channel : host.groupOfPlugins.mounted) {
+            samples += channel->writePosition;
+        }
+        return samples;
+    }
+    HostResult useOtherEvents() {
+        for (const std::int32_t number : {106, 111, 129, 133, 134, 136, 186}) {
+            send(number);
+        }
+        std::uint32_t low = 0;
+        std::uint32_t high = 0;
+        plugin->position33(&low, &high);
+        return send(118, variantOf(&list)) + send(131, variantOf(&host.makeChannel()));
+    }
+
+    using Step = std::function<HostResult()>;
+    const std::vector<std::pair<std::string, Step>> steps = {
+        {"connect", [this] { return plugin->onConnectHost(&host.app); }},
+        {"settings",
+         [this] { return sendDocument(159, settingsWith({DeviceTypeInfo::canComboId}), false); }},
+        {"clear", [this] { return plugin->onClearSetup(); }},
+        {"save",
+         [this] { return sendDocument(159, *saved, true) + sendDocument(158, *savedSetup, true); }},
+        {"settings", [this] { return sendDocument(159, *saved, false); }},
+        {"load", [this] { return sendDocument(158, *savedSetup, false); }},
+        {"devices", [this] { return send(177, variantOf(&host.gnssCollection)); }},
+        {"start", [this] { return startAcquisition(); }},
+        {"acquire", [this] { return acquire(); }},
+        {"others", [this] { return useOtherEvents(); }},
+        {"disconnect", [this] { return plugin->onDisconnectChannels(); }},
+    };
+    ScriptedChannelList list{host.script};
+    Document* saved = nullptr;
+    Document* savedSetup = nullptr;
+};
+
+TEST(FailingHostTest, EachFailedCallComesOutAndTheNextLifeWorks) {
+    std::size_t failures = 0;
+    for (bool met = true; met; failures += met ? 1 : 0) {
+        FailingHost bench;
+        bench.host.script.failCall(failures + 1, HostCode::failed);
+        const std::string outcome = bench.live();
+        met = bench.host.script.faultsMet() != 0;
+        ASSERT_EQ(outcome, met ? "call 80004005" : "0")
+            << bench.stepReached << ' ' << bench.host.script.calls().back();
+        bench.recover();
+        ASSERT_EQ(bench.live(), "0") << failures << ' ' << bench.stepReached;
+        ASSERT_EQ(bench.delivered, 1) << failures;
+        ASSERT_FALSE(testing::Test::HasFailure()) << failures;
+    }
+    EXPECT_GT(failures, 500U);
+}
+
+TEST(FailingHostTest, MissingObjectIsAnInvalidPointerOrTakenAsNone) {
+    const std::size_t calls = [] {
+        FailingHost healthy;
+        EXPECT_EQ(healthy.live(), "0");
+        return healthy.host.script.calls().size();
+    }();
+    std::size_t met = 0;
+    for (std::size_t number = 1; number <= calls; ++number) {
+        FailingHost bench;
+        bench.host.script.nullCall(number);
+        const std::string outcome = bench.live();
+        met += bench.host.script.faultsMet();
+        const std::string last = bench.host.script.calls().back();
+        const bool isCopy = outcome != "0" && last == "HostVariantArray::copy()";
+        ASSERT_THAT(outcome, testing::AnyOf("0", isCopy ? "call 80004005" : "call 80004003"))
+            << number << ' ' << bench.stepReached << ' ' << last;
+        bench.recover();
+        ASSERT_EQ(bench.live(), "0") << number << ' ' << bench.stepReached;
+        ASSERT_EQ(bench.delivered, 1) << number;
+        ASSERT_FALSE(testing::Test::HasFailure()) << number;
+    }
+    EXPECT_GT(met, 100U);
+}
+
+/// What the calls by number don't reach.
+TEST(FailingHostTest, FailedQueryComesOutOfTheStepThatNeedsTheInterface) {
+    for (const auto& [operation, step] : {std::pair{"HostPluginGroup::queryInterface", "connect"},
+                                          {"HostDocument::queryInterface", "settings"},
+                                          {"HostElement::queryInterface", "settings"},
+                                          {"HostChannel::queryInterface", "others"},
+                                          {"HostGnssDeviceCollection::queryInterface", "devices"},
+                                          {"HostChannelList::queryInterface", "others"}}) {
+        FailingHost bench;
+        bench.host.script.failOperation(operation, HostCode::failed);
+        EXPECT_EQ(bench.live(), "call 80004005") << operation;
+        EXPECT_EQ(bench.stepReached, step) << operation;
+        bench.recover();
+        EXPECT_EQ(bench.live(), "0") << operation;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,302 @@
+#include "station/document/setup_document.h"
+#include "station/document/setup_xml.h"
+#include "station/host/plugin_driver.h"
+#include "tests/plugin/plugin_bench.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr const char* noDocument = "KCOM document is not set!";
+constexpr const char* noNumber = "Node does not contain expected type!";
+constexpr const char* outOfRange = "Value is out of range!";
+constexpr const char* notPaired =
+    "OutputFactory: beginLoadSetup and endLoadSetup not called correctly at start and end of "
+    "onLoadSetup event.";
+
+class SetupEventTest : public PluginTest {
+  protected:
+    SetupEventTest() { equip({DeviceTypeInfo::canComboId}); }
+
+    /// How often the operation was called since the last look.
+    std::ptrdiff_t taken(const std::string& operation) {
+        const auto calls = host.script.operations();
+        host.script.forget();
+        return std::count(calls.begin(), calls.end(), operation);
+    }
+    std::ptrdiff_t heldChannels() const {
+        const auto& mounted = host.groupOfPlugins.mounted;
+        return std::count_if(mounted.begin(), mounted.end(),
+                             [](const auto* channel) { return channel->references() != 0; });
+    }
+    std::string savedSettings() {
+        Document& saved = newDocument();
+        EXPECT_EQ(settings(saved, true), "0");
+        return saved.root->asText();
+    }
+
+    Document& document = newDocument();
+    ScriptedChannelList other{host.script};
+};
+
+TEST_F(SetupEventTest, ArrayMustBeOneAndHaveTheElements) {
+    HostVariant null;
+    null.type = HostVariantType::VariantArray;
+    auto& shifted = host.script.make<ScriptedVariantArray>(std::vector(4, variantOf(&document)), 1);
+    const auto elements = std::vector{variantOf(&document), variantOf(document.root)};
+    for (const std::int32_t number : {157, 158, 159}) {
+        for (const HostVariant& input :
+             {HostVariant(), null, variantOf(&document), variantOf(shifted)}) {
+            EXPECT_EQ(event(number, input), "array 80070057") << number;
+        }
+        EXPECT_EQ(eventOf(number, {}), "array 80070057") << number;
+        EXPECT_EQ(eventOf(number, elements), number == 157 ? "0" : "array 80070057") << number;
+        host.script.nullOperation("HostVariantArray::copy");
+        EXPECT_EQ(eventOf(number, elements), "call 80004005") << number;
+        host.script.heal();
+    }
+    EXPECT_EQ(eventOf(158, {elements[0], elements[1], variantOf(false)}), "array 80070057");
+    EXPECT_EQ(heldChannels(), 7) << "nothing is released before all elements are there";
+}
+
+TEST_F(SetupEventTest, DocumentThatIsMissingOrNoneIsAnError) {
+    for (HostObject* const given :
+         {static_cast<HostObject*>(nullptr), static_cast<HostObject*>(&other)}) {
+        for (const std::int32_t number : {158, 159}) {
+            EXPECT_EQ(eventOf(number, {variantOf(given), variantOf(document.root), variantOf(false),
+                                       variantOf(false)}),
+                      noDocument);
+        }
+    }
+    host.script.failOperation("HostDocument::queryInterface", HostCode::failed);
+    EXPECT_EQ(setup(document, false), "call 80004005");
+    EXPECT_EQ(settings(document, false), "call 80004005");
+    EXPECT_EQ(heldChannels(), 7);
+}
+
+TEST_F(SetupEventTest, WithoutAnElementChannelsAreReleasedAndMadeAnewUnlessTheyAreKept) {
+    EXPECT_EQ(setup(&document, nullptr, true, true), "0");
+    EXPECT_EQ(setup(&document, nullptr, true, false), "0");
+    EXPECT_EQ(heldChannels(), 7);
+    EXPECT_EQ(taken("HostPluginGroup::mountChannels"), 0);
+    EXPECT_EQ(setup(&document, nullptr, false, false), "0");
+    EXPECT_EQ(heldChannels(), 7);
+    EXPECT_EQ(taken("HostPluginGroup::mountChannels"), 7);
+    EXPECT_EQ(setup(&document, nullptr, false, true), "0");
+    EXPECT_EQ(heldChannels(), 0);
+    EXPECT_EQ(taken("HostPluginGroup::mountChannels"), 0);
+}
+
+/// The host counts only 65535 as true.
+TEST_F(SetupEventTest, FlagOfOneIsFalse) {
+    HostVariant one = variantOf(true);
+    one.boolean = 1;
+    EXPECT_EQ(eventOf(158, {variantOf(&document), variantOf(nullptr), one, one}), "0");
+    EXPECT_EQ(taken("HostPluginGroup::mountChannels"), 7) << "neither written nor kept";
+}
+
+TEST_F(SetupEventTest, SaveAndLoadGoThroughTheSidesInTheirOrder) {
+    EXPECT_EQ(setup(document, true), "0");
+    EXPECT_EQ(document.root->asText().substr(0, 50),
+              "Setup\n  InputList Version=\"1\"\n  OutputList Version");
+    EXPECT_EQ(document.root->children.at(2)->name, L"CmpDevices");
+    EXPECT_EQ(setup(document, false), "0");
+    host.script.forget();
+    EXPECT_EQ(setup(document, false), "0");
+    const auto calls = host.script.calls();
+    const auto place = [&](const std::string& call) {
+        return std::find(calls.begin(), calls.end(), call) - calls.begin();
+    };
+    EXPECT_LT(place("HostElement::FindChild(\"InputList\")"),
+              place("HostElement::FindChild(\"OutputList\")"));
+    EXPECT_LT(place("HostElement::FindChild(\"OutputList\")"),
+              place("HostElement::FindChild(\"CmpDevices\")"));
+    EXPECT_EQ(calls.back(), "HostData::isChannelSetFixed()");
+    EXPECT_THAT(calls, Not(Contains("HostData::notifyChannelsChanged()")));
+
+    Document& saved = newDocument();
+    EXPECT_EQ(settings(saved, true), "0");
+    EXPECT_EQ(saved.root->children.at(0)->name, L"GNSSSyncManager");
+    EXPECT_EQ(saved.root->children.at(1)->name, L"CmpDevices");
+}
+
+TEST_F(SetupEventTest, SettingsWithoutAnElementChangeNothing) {
+    const std::string before = savedSettings();
+    for (const bool writing : {false, true}) {
+        HostVariant result;
+        auto& array = host.script.make<ScriptedVariantArray>(
+            std::vector{variantOf(&document), variantOf(nullptr), variantOf(writing)});
+        EXPECT_EQ(event(159, variantOf(array), &result), "0");
+        EXPECT_EQ(result.uint32, 1U);
+    }
+    EXPECT_EQ(savedSettings(), before);
+}
+
+TEST_F(SetupEventTest, NonsenseInSettingsIsADefaultOrAnErrorAndLaterOnesLoad) {
+    const std::wstring nines(23, L'9');
+    const struct {
+        const wchar_t* key;
+        std::wstring text;
+        const char* outcome;
+        const char* savedAs;
+    } cases[] = {
+        {L"SyncMode", L"abc", noNumber, ""},
+        {L"SyncMode", nines, outOfRange, ""},
+        {L"ClockSource", L"maybe", "0", "GNSSClock @Id=\"0\" SyncMode=\"12\"\n"},
+        {L"ClockId", L"x", "0", "ClockId=\"0\""},
+        {L"ClockId", L"77", "0", "ClockId=\"1\""},
+        {L"DeviceTypeId", nines, "0", "DeviceTypeId=\"0\""},
+        {L"DeviceTypeId", L"4711", "0", "DeviceTypeId=\"65535\""},
+        {L"ConfigId", L"", "0", "ConfigId=\"0\""},
+        {L"ConfigId", L"-1", "0", "ConfigId=\"15\""},
+    };
+    for (const auto& entry : cases) {
+        Document& damaged = settingsWith({DeviceTypeInfo::canComboId});
+        const auto replaceIn = [&](ScriptedElement& element) {
+            for (auto& [key, text] : element.values) {
+                text = key == entry.key ? entry.text : text;
+            }
+        };
+        replaceIn(*damaged.root->children.at(0)->children.at(0));
+        replaceIn(*damaged.root->children.at(1)->children.at(0));
+        EXPECT_EQ(settings(damaged, false), entry.outcome);
+        EXPECT_THAT(savedSettings(), HasSubstr(entry.savedAs)) << entry.outcome;
+        EXPECT_EQ(settings(settingsWith({DeviceTypeInfo::canComboId}), false), "0");
+        EXPECT_THAT(savedSettings(), HasSubstr("DeviceTypeId=\"1\" ConfigId=\"1\""));
+    }
+}
+
+/// What is left of a setup whose load failed in the middle is told to the user at the next one: the
+/// object must go. What it has goes on working, and a new object loads.
+TEST_F(SetupEventTest, NonsenseInSetupIsSkippedOrAnErrorAfterWhichANewObjectLoads) {
+    EXPECT_EQ(setup(document, true), "0");
+    const std::string good = document.root->asText();
+    const struct {
+        const wchar_t* list;
+        const wchar_t* key;
+        std::wstring text;
+        const char* outcome;
+    } cases[] = {
+        {L"OutputList", L"ColorCounter", L"abc", noNumber},
+        {L"OutputList", L"ColorCounter", std::wstring(23, L'9'), outOfRange},
+        {L"OutputList", L"Id", L"x", "0"},
+        {L"CmpDevices", L"ChId", L"x", "0"},
+        {L"CmpDevices", L"ChId", L"77", "0"},
+    };
+    for (const auto& entry : cases) {
+        Document& damaged = newDocument();
+        CountedRef<HostElement> copy;
+        ASSERT_EQ(document.root->Clone(copy.out()), 0);
+        damaged.root = dynamic_cast<ScriptedElement*>(copy.get());
+        ScriptedElement* place = damaged.root->find(entry.list);
+        while (place->values.empty() || (place->values.front().first != entry.key &&
+                                         place->values.back().first != entry.key)) {
+            place = place->children.at(0);
+        }
+        std::find_if(place->values.begin(), place->values.end(), [&](const auto& value) {
+            return value.first == entry.key;
+        })->second = entry.text;
+        EXPECT_EQ(setup(damaged, false), entry.outcome);
+        if (entry.outcome != std::string("0")) {
+            host.app.errors.clear();
+            EXPECT_EQ(setup(document, false), notPaired);
+            EXPECT_THAT(host.app.errors, testing::SizeIs(1));
+            EXPECT_EQ(startMeasurement(), "0");
+            EXPECT_EQ(outcomeOf([&] { return plugin->onGetData(); }), "0");
+            EXPECT_EQ(setup(newDocument(), true), "0");
+            makePlugin();
+            equip({DeviceTypeInfo::canComboId});
+        }
+        EXPECT_EQ(heldChannels(), 7);
+        EXPECT_EQ(setup(document, false), "0");
+        Document& again = newDocument();
+        EXPECT_EQ(setup(again, true), "0");
+        EXPECT_EQ(again.root->asText(), good);
+    }
+}
+
+/// The plug-in in the station, with a setup of its own.
+struct EquippedStation {
+    using Element = CountedRef<station::SetupElement>;
+
+    ManualCounter counter;
+    ScriptedPort port;
+    CountedRef<station::StationHost> host =
+        station::makeCounted<station::StationHost>(counter, station::StationHostOptions{});
+    station::PluginDriver driver{
+        CountedRef<HostObject>::adopt(Plugin::create(nullptr, port, counter)), host};
+
+    explicit EquippedStation(const std::string& xml) {
+        driver.connect();
+        load(xml);
+    }
+    void load(const std::string& xml) {
+        const Element root = station::fromSetupXml(xml);
+        const auto document = makeDocument(root, false);
+        driver.loadSettings(*document, *root->getContent().children.at(0));
+        driver.loadSetup(*document, *root->getContent().children.at(1));
+    }
+    std::string save() {
+        const auto root = station::makeCounted<station::SetupElement>(L"Station", L"");
+        const auto document = makeDocument(root, true);
+        for (const wchar_t* const name : {L"Settings", L"Setup"}) {
+            root->AddChild(station::makeCounted<station::SetupElement>(name, L"").get());
+        }
+        driver.saveSettings(*document, *root->getContent().children.at(0));
+        driver.saveSetup(*document, *root->getContent().children.at(1));
+        return station::toSetupXml(*root);
+    }
+
+  private:
+    static CountedRef<station::SetupDocument> makeDocument(const Element& root, bool writing) {
+        auto document = station::makeCounted<station::SetupDocument>(writing);
+        document->SetRootElement(root.get());
+        return document;
+    }
+};
+
+constexpr const char* firstSetup = R"(<?xml version="1.0" encoding="UTF-8"?>
+<Station version="1"><Settings>
+  <GNSSSyncManager>
+    <GNSSClock Id="3"><value key="SyncMode">12</value><value key="ClockSource">True</value></GNSSClock>
+    <GNSSClock Id="7"/>
+  </GNSSSyncManager>
+  <CmpDevices>
+    <CmpDevice><value key="ClockId">7</value><value key="DeviceTypeId">0</value>
+      <value key="ConfigId">5</value><value key="Name">Müller &lt;日本&gt; 😀</value></CmpDevice>
+    <CmpDevice><value key="ClockId">3</value><value key="DeviceTypeId">2</value>
+      <value key="ConfigId">291</value><value key="Name">Fire</value></CmpDevice>
+  </CmpDevices>
+</Settings><Setup/></Station>)";
+
+TEST(SetupRoundTripTest, WhatIsLoadedIsSavedAgainByteForByte) {
+    EquippedStation first(firstSetup);
+    ASSERT_EQ(first.host->channels().all().size(), 30U);
+    for (std::size_t place : {0U, 29U}) {
+        auto& channel = *first.host->channels().all()[place];
+        channel.setName(place == 0 ? L"Tür \"links\"\t" : L"😀");
+        channel.setColor(0x123456);
+        channel.setUsed(hostTrue);
+    }
+    const std::string saved = first.save();
+    EXPECT_THAT(saved, AllOf(HasSubstr("Müller &lt;日本&gt; 😀"), HasSubstr("Tür "),
+                             HasSubstr("GNSSClock Id=\"3\""), HasSubstr("GNSSClock Id=\"7\""),
+                             HasSubstr(">291<"), HasSubstr("1193046")));
+    EquippedStation second(saved);
+    EXPECT_EQ(second.save(), saved);
+    EXPECT_EQ(first.save(), saved) << "saving changes nothing";
+    first.load(saved);
+    EXPECT_EQ(first.save(), saved) << "nor does loading over what is there";
+    const auto& channels = second.host->channels().all();
+    ASSERT_EQ(channels.size(), 30U);
+    std::wstring name;
+    channels[0]->getName(&name);
+    EXPECT_EQ(name, L"Tür \"links\"\t");
+}
+
+}  // namespace
