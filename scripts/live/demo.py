@@ -7,10 +7,10 @@ import sys
 from pathlib import Path
 
 import lab
+import setups
 import traffic
 
 MODULES = ["CAN combo:5", "LIN combo:2", "NeoviFire3:7"]
-NAMES = ["CAN combo:5:Front", "LIN combo:2:Doors", "NeoviFire3:7:Rear"]
 RATE = 1000
 BAD_SHARE = 0.1
 
@@ -18,10 +18,13 @@ BAD_SHARE = 0.1
 def run(folder, seconds):
     """Sends and records; returns what simulator and station say of it."""
     recordings = [folder / "demo.pcapng", folder / "demo.log"]
-    for path in recordings:
+    setup = folder / "demo.xml"
+    for path in (*recordings, setup):
         path.unlink(missing_ok=True)
     lab.prepare()
-    station = lab.Station(NAMES, record=recordings, stderr=None)
+    lab.register(folder / "registry")
+    setups.make_demo(setup, tell=True)
+    station = lab.Station(setup=setup, record=recordings, stderr=None)
     try:
         sent = lab.simulate(MODULES, "--rate", RATE, "--duration", seconds, "--bad", BAD_SHARE,
                             "--length", "4-24")

@@ -13,6 +13,7 @@ from pathlib import Path
 
 BIN = Path(os.environ["CMP_BIN"])
 STATION = str(BIN / "cmp-station")
+PLUGIN = str(BIN / "cmp_plugin.so")
 SIMULATOR = str(BIN / "cmp-sim")
 PATIENCE = 120  # seconds that anything may take on a busy machine
 
@@ -41,6 +42,15 @@ def prepare(links=1):
     if [name for _, name in socket.if_nameindex()] != ["lo"]:
         sys.exit(f"{sys.argv[0]}: start it with scripts/live/in_namespaces")
     subprocess.run(["sh", "-ec", SETUP, "sh", str(links)], check=True)
+
+
+def register(folder):
+    """Registers the plug-in in a registry of its own; from now on nothing else is found."""
+    os.environ["KESTROVA_REGISTRY"] = str(folder / "machine")
+    os.environ["XDG_DATA_HOME"] = str(folder / "user")
+    code, output, errors = call([STATION, "plugins", "--register", PLUGIN, "--user"])
+    if code != 0 or PLUGIN not in output:
+        raise Failure(f"the plug-in couldn't be registered: {errors}")
 
 
 def _die_with_parent():
@@ -102,9 +112,10 @@ def repeat(option, values):
 class Station:
     """`cmp-station run`; it captures when this is made."""
 
-    def __init__(self, modules, *options, record=(), prefix=(), stderr=subprocess.PIPE, **more):
+    def __init__(self, modules=(), *options, setup=None, record=(), prefix=(), stderr=subprocess.PIPE, **more):
         self.recordings = [Path(path) for path in record]
         command = [*prefix, STATION, "run", "--json", *repeat("--module", modules)]
+        command += ["--setup", str(setup)] if setup else []
         command += [*repeat("--record", record), *map(str, options)]
         self.process = spawn(command, stdout=subprocess.PIPE, stderr=stderr, **more)
         wait_until(lambda: self.process.poll() is not None or self.is_capturing(), "it captures")

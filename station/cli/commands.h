@@ -16,5 +16,6 @@ void addRunCommand(CLI::App& app, Command& chosen);
 void addConvertCommand(CLI::App& app, Command& chosen);
 void addDumpCommand(CLI::App& app, Command& chosen);
 void addPluginsCommand(CLI::App& app, Command& chosen);
+void addSetupCommand(CLI::App& app, Command& chosen);
 
 }  // namespace station

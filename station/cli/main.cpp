@@ -14,6 +14,9 @@ namespace {
 
 constexpr const char* examples = R"(
 Examples:
+  cmp-station setup new bench.xml
+  cmp-station setup add bench.xml --type "CAN combo" --config-id 5 --name Front
+  cmp-station run --setup bench.xml --record drive.pcapng
   cmp-station run --module "CAN combo:5:Front" --module "LIN combo:2" --record drive.pcapng
   cmp-station convert stored.pcap drive.pcapng drive.log
   cmp-station dump stored.pcap --count 10
@@ -32,6 +35,7 @@ int execute(int argc, char** argv) {
     station::addConvertCommand(app, command);
     station::addDumpCommand(app, command);
     station::addPluginsCommand(app, command);
+    station::addSetupCommand(app, command);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

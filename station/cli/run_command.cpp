@@ -11,6 +11,7 @@
 #include "station/cli/commands.h"
 #include "station/cli/permission.h"
 #include "station/cli/recordings.h"
+#include "station/cli/setups.h"
 #include "station/live_view.h"
 #include "station/module_option.h"
 
@@ -75,17 +76,10 @@ void measure(const RunOptions& options, Measurement& measurement, LiveView& view
     }
 }
 
-void openSetup(Bench& bench, const std::string& path) {
-    try {
-        bench.open(SetupFile(path));
-    } catch (const SetupFileError& error) {
-        throw CommandError(ExitCode::Unreadable, error.what());
-    } catch (const PluginError& error) {
-        throw CommandError(ExitCode::Unreadable, error.what());
-    }
-}
-
 void addModules(Bench& bench, const std::vector<std::string>& texts) {
+    if (texts.empty()) {
+        return;
+    }
     SetupEditor editor(bench);
     for (const std::string& text : texts) {
         const ModuleOption option = ModuleOption::parse(text);
@@ -99,22 +93,6 @@ void addModules(Bench& bench, const std::vector<std::string>& texts) {
             throw CommandError(ExitCode::WrongUse, error.what());
         }
     }
-}
-
-std::unique_ptr<Bench> makeBench(const RunOptions& options) {
-    BenchOptions benchOptions;
-    benchOptions.plugin = options.plugin;
-    benchOptions.sampleRate = options.sampleRate;
-    benchOptions.onError = [](const std::string& text) {
-        writeText(STDERR_FILENO, "cmp-station: " + text + '\n');
-    };
-    auto bench = std::make_unique<Bench>(std::move(benchOptions));
-    if (!options.setup.empty()) {
-        openSetup(*bench, options.setup);
-        return bench;
-    }
-    addModules(*bench, options.modules);
-    return bench;
 }
 
 void report(const RunOptions& options, const Summary& summary) {
@@ -131,7 +109,8 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     checkCapturePermission();
     RecordingSet recordings;
     openRecordings(recordings, options.recordings);
-    const auto bench = makeBench(options);
+    const auto bench = openBench(options.plugin, options.setup, options.sampleRate);
+    addModules(*bench, options.modules);
     Measurement measurement(*bench, recordings);
     tellWhatIsLeftOut(recordings, measurement.summarize());
     measurement.start();

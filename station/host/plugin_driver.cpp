@@ -178,11 +178,22 @@ void PluginDriver::start() {
     host->clock().start();
     host->data().setStart(options.utcNow());
     beginPart();
+    if (hasLeader()) {
+        pollsFrom = host->clock().getSeconds() + options.leaderSeconds;
+        heldUntil = pollsFrom + options.settleSeconds;
+    }
+}
+
+bool PluginDriver::hasLeader() {
+    std::uint16_t answer = 0;
+    call("tell whether it leads", [&] { return plugin->position32(&answer); });
+    return answer != 0;
 }
 
 void PluginDriver::beginPart() {
     state = State::Running;
     samplesSeen = host->channels().getWritten();
+    pollsFrom = host->clock().getSeconds();
     heldUntil = host->clock().getSeconds() + options.settleSeconds;
     sendEvent("start its clocks", PluginEvent::enableClocks);
 }
@@ -192,6 +203,9 @@ void PluginDriver::poll() {
         return;
     }
     MasterClock& clock = host->clock();
+    if (state == State::Running && clock.getSeconds() < pollsFrom) {
+        return;
+    }
     if (state == State::Running && clock.getSeconds() >= heldUntil) {
         clock.movePosition();
     }

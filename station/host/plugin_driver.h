@@ -34,6 +34,9 @@ struct PluginDriverOptions {
     /// How long the position stays 0 at the beginning of a part. All that comes in waits so long,
     /// and the plug-in's clocks learn the modules' times before they have to judge a message.
     double settleSeconds = 0.2;
+    /// How long a module whose clock leads the measurement is given to be heard before its clock is
+    /// started, which takes the first time that it is asked for. Modules report once a second.
+    double leaderSeconds = 1.2;
     /// How long nothing new must come in before what was under way at the end counts as drained.
     double quietSeconds = 0.1;
     double longestDrainSeconds = 5.0;
@@ -123,6 +126,7 @@ class PluginDriver {
                  bool saving);
     void stopQuietly() noexcept;
     void beginPart();
+    bool hasLeader();
     /// Where a leading clock stands, in seconds since the start; infinite if none leads.
     double leadingSeconds();
 
@@ -132,6 +136,7 @@ class PluginDriver {
     CountedRef<IPlugin3> plugin;
     CountedRef<IPlugin4> events;
     State state = State::New;
+    double pollsFrom = 0.0;  ///< host time
     double heldUntil = 0.0;  ///< host time up to which the position stays 0
 
     double endTime = 0.0;        ///< host time of `endPart`

@@ -22,6 +22,7 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4> {
     std::uint32_t leaderLow = 0xFFFFFFFF;
     std::uint32_t leaderHigh = 0xFFFFFFFF;
     float requiredDelay = 0.2F;
+    bool leads = false;
 
     HostResult onConnectHost(HostApp*) override { return enter("connect"); }
     HostResult onStartAcquisition() override { return enter("start"); }
@@ -80,7 +81,10 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4> {
     HostResult position29(std::int32_t*) override { return 0; }
     HostResult position30() override { return 0; }
     HostResult position31() override { return 0; }
-    HostResult position32(std::uint16_t*) override { return 0; }
+    HostResult position32(std::uint16_t* answer) override {
+        *answer = leads ? 1 : 0;
+        return 0;
+    }
     HostResult position34() override { return 0; }
     HostResult position35() override { return 0; }
     HostResult position36() override { return 0; }

@@ -128,6 +128,20 @@ TEST_F(PluginDrivers, NothingIsJudgedUntilTheClocksHaveSettled) {
     EXPECT_NEAR(positionInCall, 0.22, 0.0011);
 }
 
+TEST_F(PluginDrivers, ALeadingModuleIsHeardBeforeItsClockIsStarted) {
+    plugin->leads = true;
+    driver->connect();
+    driver->start();
+    takeCalls();
+    poll(50);
+    EXPECT_THAT(takeCalls(), IsEmpty());
+    poll(20);
+    EXPECT_EQ(host->clock().getPosition(), 0);
+    EXPECT_THAT(takeCalls(), Each("117"));
+    poll(10);
+    EXPECT_GT(host->clock().getPosition(), 1000);
+}
+
 TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
     startAndSettle();
     driver->endPart();

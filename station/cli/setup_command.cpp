@@ -1,0 +1,361 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "host/host_clock.h"
+#include "station/bench/setup_editor.h"
+#include "station/cli/commands.h"
+#include "station/cli/setups.h"
+#include "station/live_view.h"
+
+namespace station {
+namespace {
+
+constexpr const char* about =
+    R"(Makes and changes a setup file: which modules there are, and which of their channels are used.
+
+MODULE is a module's row number, from 1, or its name. INTERFACE is a channel's interface ID, decimal
+or, after 0x, hexadecimal, or "all". A file is written as a whole; the one before stays as FILE.bak.)";
+
+constexpr const char* examples = R"(
+Examples:
+  cmp-station setup new bench.xml
+  cmp-station setup add bench.xml --type "CAN combo" --config-id 5 --name Front
+  cmp-station setup channel bench.xml Front all --used yes
+  cmp-station setup channel bench.xml Front 0x10 --name Powertrain --color FF8000
+  cmp-station setup set bench.xml Front --sync pps --clock-source yes
+  cmp-station setup remove bench.xml 2 Doors
+  cmp-station setup show bench.xml --json)";
+
+struct SetupOptions {
+    std::string file;
+    std::string plugin;
+    std::string module;
+    std::vector<std::string> modules;
+    std::string interface;
+    std::string type;
+    std::string configId;
+    std::string name;
+    std::string sync;
+    std::string clockSource;
+    std::string used;
+    std::string color;
+    bool json = false;
+};
+
+using Json = nlohmann::ordered_json;
+
+/// What stands in the file, or is given: an option that isn't there leaves things as they are.
+std::optional<std::string> given(const CLI::App& command, const char* option,
+                                 const std::string& value) {
+    return command.count(option) > 0 ? std::optional(value) : std::nullopt;
+}
+
+std::optional<bool> yesOrNo(const std::optional<std::string>& text) {
+    return text ? std::optional(*text == "yes") : std::nullopt;
+}
+
+std::uint32_t readNumber(const std::string& text, const char* what, std::uint32_t most) {
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    const char* const end = text.data() + text.size();
+    std::uint32_t number = 0;
+    const auto [stop, error] =
+        std::from_chars(text.data() + (hexadecimal ? 2 : 0), end, number, hexadecimal ? 16 : 10);
+    if (error != std::errc() || stop != end || number > most) {
+        throw SetupEditError(fmt::format("{} must be a number from 0 to {} (0x{:X}), not \"{}\"",
+                                         what, most, most, text));
+    }
+    return number;
+}
+
+std::uint32_t readColor(const std::string& text) {
+    const char* const end = text.data() + text.size();
+    std::uint32_t color = 0;
+    const auto [stop, error] = std::from_chars(text.data(), end, color, 16);
+    if (error != std::errc() || stop != end || text.size() != 6) {
+        throw SetupEditError(
+            fmt::format("a colour is six hexadecimal digits, as in FF8000, not \"{}\"", text));
+    }
+    return color;
+}
+
+/// The module of that name or row, from 0.
+std::size_t findModule(Bench& bench, const std::string& wanted) {
+    const auto modules = bench.windows().modules();
+    std::string known;
+    std::vector<std::size_t> named;
+    for (std::size_t i = 0; i < modules.size(); ++i) {
+        known += fmt::format("{}{} \"{}\"", known.empty() ? "" : ", ", i + 1, modules[i].name);
+        if (modules[i].name == wanted) {
+            named.push_back(i);
+        }
+    }
+    if (named.size() == 1) {
+        return named.front();
+    }
+    std::size_t row = 0;
+    const char* const end = wanted.data() + wanted.size();
+    const auto [stop, error] = std::from_chars(wanted.data(), end, row);
+    if (named.empty() && error == std::errc() && stop == end && row >= 1 && row <= modules.size()) {
+        return row - 1;
+    }
+    throw SetupEditError(
+        named.size() > 1  ? fmt::format("there are {} modules \"{}\"; take the row: {}",
+                                        named.size(), wanted, known)
+        : modules.empty() ? fmt::format("there is no module \"{}\": the setup has none", wanted)
+                          : fmt::format("there is no module \"{}\"; there are: {}", wanted, known));
+}
+
+std::vector<ChannelRow> findChannels(Bench& bench, std::size_t module, const std::string& wanted) {
+    std::vector<ChannelRow> found;
+    std::string known;
+    const bool all = wanted == "all";
+    const std::uint32_t interface = all ? 0 : readNumber(wanted, "INTERFACE", 0xFFFF);
+    for (ChannelRow& channel : bench.windows().channels()) {
+        if (channel.module != module) {
+            continue;
+        }
+        known += fmt::format("{}0x{:X}", known.empty() ? "" : ", ", channel.interfaceId);
+        if (all || channel.interfaceId == interface) {
+            found.push_back(std::move(channel));
+        }
+    }
+    if (found.empty()) {
+        throw SetupEditError(
+            known.empty() ? "the module has no channels; give it a type first"
+                          : fmt::format("there is no interface {}; there are: {}", wanted, known));
+    }
+    return found;
+}
+
+const char* syncText(const ClockChoice& clock) {
+    return clock.syncMode == HostGnssDevice::syncModePps ? "pps" : "soft";
+}
+
+void showJson(Bench& bench) {
+    const auto clocks = bench.clocks();
+    const auto channels = bench.windows().channels();
+    auto list = Json::array();
+    for (const ModuleSummary& module : bench.modules()) {
+        const std::size_t row = list.size();
+        auto own = Json::array();
+        for (const ChannelRow& channel : channels) {
+            if (channel.module == row) {
+                own.push_back({{"interfaceId", channel.interfaceId},
+                               {"busType", channel.busType},
+                               {"used", channel.used},
+                               {"name", channel.name},
+                               {"color", fmt::format("{:06X}", channel.color)}});
+            }
+        }
+        list.push_back({{"row", row + 1},
+                        {"name", module.name},
+                        {"type", module.type},
+                        {"configId", module.configId},
+                        {"cmId", module.cmId},
+                        {"sync", syncText(clocks.at(row))},
+                        {"clockSource", clocks.at(row).isSource},
+                        {"channels", std::move(own)}});
+    }
+    writeText(STDOUT_FILENO, Json{{"modules", std::move(list)}}.dump(2) + '\n');
+}
+
+void showTable(Bench& bench) {
+    const auto clocks = bench.clocks();
+    const auto channels = bench.windows().channels();
+    const auto modules = bench.windows().modules();
+    std::string text = modules.empty() ? "The setup has no modules.\n" : "";
+    for (std::size_t row = 0; row < modules.size(); ++row) {
+        const ModuleRow& module = modules[row];
+        text +=
+            fmt::format("{:>3}  {}  [{}]  ConfigId {}  sync {}{}\n", row + 1,
+                        printable(module.name), module.type, module.configId,
+                        syncText(clocks.at(row)), clocks.at(row).isSource ? ", clock source" : "");
+        for (const ChannelRow& channel : channels) {
+            if (channel.module == row) {
+                text += fmt::format("     0x{:<4X} {:<7} {:<6}  {:06X}  {}\n", channel.interfaceId,
+                                    channel.busType, channel.used ? "used" : "unused",
+                                    channel.color, printable(channel.name));
+            }
+        }
+    }
+    writeText(STDOUT_FILENO, text);
+}
+
+/// Opens the file, changes the setup, and writes it again.
+template <typename Change>
+ExitCode edit(const SetupOptions& options, const Change& change) {
+    const auto bench = openBench(options.plugin, options.file);
+    try {
+        change(*bench);
+        bench->save(SetupFile(options.file));
+    } catch (const SetupEditError& error) {
+        throw CommandError(ExitCode::WrongUse, error.what());
+    } catch (const UserError& error) {
+        throw CommandError(ExitCode::WrongUse, error.what());
+    }
+    return ExitCode::Good;
+}
+
+ExitCode createSetup(const SetupOptions& options) {
+    if (std::filesystem::exists(std::filesystem::symlink_status(options.file))) {
+        throw CommandError(
+            ExitCode::WrongUse,
+            fmt::format("{} is there already; choose another name, or remove it", options.file));
+    }
+    openBench(options.plugin, {})->save(SetupFile(options.file));
+    return ExitCode::Good;
+}
+
+ModuleChange moduleChange(const CLI::App& command, const SetupOptions& options) {
+    ModuleChange change;
+    change.type = given(command, "--type", options.type);
+    change.name = given(command, "--name", options.name);
+    if (command.count("--config-id") > 0) {
+        change.configId =
+            static_cast<std::uint16_t>(readNumber(options.configId, "--config-id", 0xFFFF));
+    }
+    return change;
+}
+
+void setClock(Bench& bench, std::size_t module, const CLI::App& command,
+              const SetupOptions& options) {
+    ClockChoice clock = bench.clocks().at(module);
+    if (const auto sync = given(command, "--sync", options.sync)) {
+        clock.syncMode =
+            *sync == "pps" ? HostGnssDevice::syncModePps : HostGnssDevice::syncModeSoft;
+    }
+    if (const auto source = yesOrNo(given(command, "--clock-source", options.clockSource))) {
+        clock.isSource = *source;
+    }
+    if (clock.isSource && clock.syncMode != HostGnssDevice::syncModePps) {
+        throw SetupEditError("only a module in PPS sync can be the clock source: add --sync pps");
+    }
+    bench.chooseClock(module, clock);
+}
+
+using Options = std::shared_ptr<SetupOptions>;
+
+CLI::App* addAction(CLI::App& setup, const char* name, const char* what, const Options& options) {
+    CLI::App* const command = setup.add_subcommand(name, what);
+    command->add_option("FILE", options->file, "The setup file")->required();
+    command->add_option("--plugin", options->plugin, "The plug-in's module")->type_name("FILE");
+    return command;
+}
+
+void addModuleOptions(CLI::App& command, SetupOptions& options) {
+    command.add_option("--config-id", options.configId, "Its ConfigId")->type_name("N");
+    command.add_option("--name", options.name, "Its name")->type_name("NAME");
+}
+
+void addEditActions(CLI::App& setup, const Options& options, Command& chosen) {
+    CLI::App* const add = addAction(setup, "add", "Adds a module", options);
+    add->add_option("--type", options->type, "Its type")->type_name("TYPE")->required();
+    addModuleOptions(*add, *options);
+    add->callback([options, add, &chosen] {
+        chosen = [options, add](StopSignal&) {
+            return edit(*options, [&](Bench& bench) {
+                SetupEditor(bench).addModule(moduleChange(*add, *options));
+            });
+        };
+    });
+
+    CLI::App* const remove = addAction(setup, "remove", "Removes modules", options);
+    remove->add_option("MODULE", options->modules, "Rows or names")->required();
+    remove->callback([options, &chosen] {
+        chosen = [options](StopSignal&) {
+            return edit(*options, [&](Bench& bench) {
+                std::vector<std::size_t> rows;
+                for (const std::string& module : options->modules) {
+                    rows.push_back(findModule(bench, module));
+                }
+                SetupEditor(bench).removeModules(rows);
+            });
+        };
+    });
+}
+
+void addSetAction(CLI::App& setup, const Options& options, Command& chosen) {
+    CLI::App* const set = addAction(setup, "set", "Changes a module", options);
+    set->add_option("MODULE", options->module, "Row or name")->required();
+    set->add_option("--type", options->type, "Its type; its channels are made anew then")
+        ->type_name("TYPE");
+    addModuleOptions(*set, *options);
+    set->add_option("--sync", options->sync,
+                    "How its clock follows the host's: by a fit, or by PPS")
+        ->check(CLI::IsMember({"soft", "pps"}));
+    set->add_option("--clock-source", options->clockSource, "Whether it leads the measurement")
+        ->check(CLI::IsMember({"yes", "no"}));
+    set->callback([options, set, &chosen] {
+        chosen = [options, set](StopSignal&) {
+            return edit(*options, [&](Bench& bench) {
+                const std::size_t module = findModule(bench, options->module);
+                SetupEditor(bench).changeModule(module, moduleChange(*set, *options));
+                if (set->count("--sync") + set->count("--clock-source") > 0) {
+                    setClock(bench, module, *set, *options);
+                }
+            });
+        };
+    });
+}
+
+void addChannelAction(CLI::App& setup, const Options& options, Command& chosen) {
+    CLI::App* const channel = addAction(setup, "channel", "Changes channels of a module", options);
+    channel->add_option("MODULE", options->module, "Row or name")->required();
+    channel->add_option("INTERFACE", options->interface, "Interface ID, or all")->required();
+    channel->add_option("--used", options->used, "Whether its messages are wanted")
+        ->check(CLI::IsMember({"yes", "no"}));
+    channel->add_option("--name", options->name, "Its name")->type_name("NAME");
+    channel->add_option("--color", options->color, "Its colour")->type_name("RRGGBB");
+    channel->callback([options, channel, &chosen] {
+        chosen = [options, channel](StopSignal&) {
+            return edit(*options, [&](Bench& bench) {
+                ChannelChange change;
+                change.used = yesOrNo(given(*channel, "--used", options->used));
+                change.name = given(*channel, "--name", options->name);
+                if (const auto color = given(*channel, "--color", options->color)) {
+                    change.color = readColor(*color);
+                }
+                const std::size_t module = findModule(bench, options->module);
+                SetupEditor editor(bench);
+                for (const ChannelRow& row : findChannels(bench, module, options->interface)) {
+                    editor.changeChannel(row, change);
+                }
+            });
+        };
+    });
+}
+
+}  // namespace
+
+void addSetupCommand(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<SetupOptions>();
+    CLI::App* const setup = app.add_subcommand("setup", about);
+    setup->footer(examples);
+    setup->require_subcommand(1);
+
+    CLI::App* const create = addAction(*setup, "new", "Makes an empty setup", options);
+    create->callback(
+        [options, &chosen] { chosen = [options](StopSignal&) { return createSetup(*options); }; });
+    CLI::App* const show = addAction(*setup, "show", "Lists modules and channels", options);
+    show->add_flag("--json", options->json, "As JSON");
+    show->callback([options, &chosen] {
+        chosen = [options](StopSignal&) {
+            const auto bench = openBench(options->plugin, options->file);
+            options->json ? showJson(*bench) : showTable(*bench);
+            return ExitCode::Good;
+        };
+    });
+    addEditActions(*setup, options, chosen);
+    addSetAction(*setup, options, chosen);
+    addChannelAction(*setup, options, chosen);
+}
+
+}  // namespace station
