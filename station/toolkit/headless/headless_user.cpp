@@ -12,11 +12,11 @@ namespace CellType = Kestrova::Tessel::CellType;
 namespace {
 
 std::string textOfAll(const std::vector<HandlerFailure>& failures) {
-    std::vector<std::string> texts;
+    std::string text;
     for (const HandlerFailure& failure : failures) {
-        texts.push_back(failure.text());
+        text += (text.empty() ? "" : "; ") + failure.text();
     }
-    return fmt::format("{}", fmt::join(texts, "; "));
+    return text;
 }
 
 void tellFailures(HeadlessWindow& window) {

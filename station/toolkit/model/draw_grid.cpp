@@ -177,14 +177,16 @@ std::vector<std::string> DrawGrid::askComboItems(CellPlace cell) {
 void DrawGrid::input(CellPlace cell, const CellInput& what) {
     requireCell(cell);
     const CountedRef<DrawGrid> self(this);
-    raise(cellInput, "input", makeObject<CellInputArgs>(cell, what).get());
+    const auto args = makeObject<CellInputArgs>(cell, what);
+    raise(cellInput, "input", args.get());
     tell(&DrawGridView::onCellsChanged);
 }
 
 void DrawGrid::switchToggle(CellPlace cell, bool checked) {
     requireCell(cell);
     const CountedRef<DrawGrid> self(this);
-    raise(cellAction, "toggle", makeObject<CellActionArgs>(cell, checked).get());
+    const auto args = makeObject<CellActionArgs>(cell, checked);
+    raise(cellAction, "toggle", args.get());
     tell(&DrawGridView::onCellsChanged);
 }
 
