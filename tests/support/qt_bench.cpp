@@ -1,0 +1,230 @@
+#include "tests/support/qt_bench.h"
+
+#include <QColorDialog>
+#include <QComboBox>
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QTest>
+#include <QToolButton>
+#include <algorithm>
+#include <utility>
+
+using namespace station;
+namespace CellType = Kestrova::Tessel::CellType;
+
+void QtUser::settle() {
+    constexpr int rounds = 4;  // what is told, what is asked because of it, what goes, what is left
+    for (int i = 0; i < rounds; ++i) {
+        QCoreApplication::processEvents();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+}
+
+GridView* QtUser::view(const std::string& grid) const {
+    settle();
+    return window ? dynamic_cast<GridView*>(
+                        window->findChild<QTableView*>(QString::fromStdString(grid)))
+                  : nullptr;
+}
+
+CountedRef<DrawGrid> QtUser::model(const std::string& grid) const {
+    const WindowElement* const content = window ? window->window().getContent() : nullptr;
+    const WindowElement* const element = content != nullptr ? content->find(grid) : nullptr;
+    return element != nullptr ? element->grid : nullptr;
+}
+
+QModelIndex QtUser::show(const std::string& grid, std::int32_t row, std::int32_t column) const {
+    GridView* const shown = view(grid);
+    for (int i = 0; shown != nullptr && i < shown->shown().rowCount(); ++i) {
+        if (shown->shown().gridRow(i) == row) {
+            shown->scrollTo(shown->shown().index(i, column));
+            settle();
+            return i < shown->shown().rowCount() ? shown->shown().index(i, column) : QModelIndex();
+        }
+    }
+    return {};
+}
+
+std::vector<std::int32_t> QtUser::shownRows(const std::string& grid) const {
+    std::vector<std::int32_t> rows;
+    const GridView* const shown = view(grid);
+    for (int i = 0; shown != nullptr && i < shown->shown().rowCount(); ++i) {
+        rows.push_back(shown->shown().gridRow(i));
+    }
+    return rows;
+}
+
+std::string QtUser::read(const std::string& grid, std::int32_t row, std::int32_t column) const {
+    const QModelIndex index = show(grid, row, column);
+    if (!index.isValid()) {
+        return "no such cell";
+    }
+    const CellContent& content = view(grid)->shown().content(index);
+    if (content.type == CellType::color) {
+        return QString("%1").arg(content.color, 6, 16, QChar('0')).toUpper().toStdString();
+    }
+    if (content.type == CellType::groupExpander) {
+        const auto group = model(grid)->groupHeadedBy(row);
+        return !content.expander || !group ? "" : group->isExpanded() ? "-" : "+";
+    }
+    return index.data().toString().toStdString();
+}
+
+bool QtUser::isOfType(const std::string& grid, std::int32_t row, std::int32_t column,
+                      std::int32_t type) const {
+    const QModelIndex index = show(grid, row, column);
+    return index.isValid() && view(grid)->shown().content(index).type == type;
+}
+
+bool QtUser::click(const std::string& grid, std::int32_t row, std::int32_t column,
+                   Qt::KeyboardModifiers modifiers) const {
+    const QModelIndex index = show(grid, row, column);
+    if (!index.isValid()) {
+        return false;
+    }
+    const GridView* const shown = view(grid);
+    QTest::mouseClick(shown->viewport(), Qt::LeftButton, modifiers,
+                      shown->visualRect(index).center());
+    settle();
+    return true;
+}
+
+bool QtUser::press(const std::string& button) const {
+    settle();
+    auto* const found =
+        window ? window->findChild<QToolButton*>(QString::fromStdString(button)) : nullptr;
+    if (found == nullptr) {
+        return false;
+    }
+    QTest::mouseClick(found, Qt::LeftButton);
+    settle();
+    return true;
+}
+
+bool QtUser::type(const std::string& grid, std::int32_t row, std::int32_t column,
+                  const std::string& text) const {
+    const QModelIndex index = show(grid, row, column);
+    if (!index.isValid()) {
+        return false;
+    }
+    GridView* const shown = view(grid);
+    const bool isTyped = (index.flags() & Qt::ItemIsEditable) != 0;
+    shown->setFocus();
+    shown->setCurrentIndex(index);
+    QTest::keyClick(shown, isTyped ? Qt::Key_F2 : Qt::Key_A);
+    settle();
+    auto* const editor = shown->viewport()->findChild<QLineEdit*>();
+    if (editor == nullptr) {
+        return false;
+    }
+    editor->selectAll();
+    QTest::sendKeyEvent(QTest::Click, editor, Qt::Key_A, QString::fromStdString(text), {});
+    QTest::keyClick(editor, Qt::Key_Return);
+    settle();
+    return true;
+}
+
+std::vector<std::string> QtUser::offers(const std::string& grid, std::int32_t row,
+                                        std::int32_t column) const {
+    std::vector<std::string> items;
+    if (!isOfType(grid, row, column, CellType::comboBox) || !click(grid, row, column)) {
+        return items;
+    }
+    if (auto* const box = view(grid)->viewport()->findChild<QComboBox*>()) {
+        for (int i = 0; i < box->count(); ++i) {
+            items.push_back(box->itemText(i).toStdString());
+        }
+        QTest::keyClick(box->view(), Qt::Key_Escape);
+    }
+    settle();
+    return items;
+}
+
+bool QtUser::pick(const std::string& grid, std::int32_t row, std::int32_t column,
+                  const std::string& item) const {
+    if (!isOfType(grid, row, column, CellType::comboBox) || !click(grid, row, column)) {
+        return false;
+    }
+    auto* const box = view(grid)->viewport()->findChild<QComboBox*>();
+    const int at = box != nullptr ? box->findText(QString::fromStdString(item)) : -1;
+    if (at >= 0) {
+        QAbstractItemView* const list = box->view();
+        list->setCurrentIndex(list->model()->index(at, 0));
+        QTest::keyClick(list, Qt::Key_Return);
+    } else if (box != nullptr) {
+        QTest::keyClick(box->view(), Qt::Key_Escape);
+    }
+    settle();
+    return at >= 0;
+}
+
+bool QtUser::toggle(const std::string& grid, std::int32_t row, std::int32_t column) const {
+    return isOfType(grid, row, column, CellType::toggle) && click(grid, row, column);
+}
+
+bool QtUser::setColor(const std::string& grid, std::int32_t row, std::int32_t column,
+                      std::uint32_t color) const {
+    if (!isOfType(grid, row, column, CellType::color) || !click(grid, row, column)) {
+        return false;
+    }
+    auto* const dialog = view(grid)->findChild<QColorDialog*>();
+    if (dialog == nullptr) {
+        return false;
+    }
+    dialog->setCurrentColor(QColor::fromRgb(color));
+    QTest::keyClick(dialog, Qt::Key_Return);
+    settle();
+    return true;
+}
+
+bool QtUser::fold(const std::string& grid, std::int32_t row) const {
+    const auto shown = model(grid);
+    const int columns = shown ? static_cast<int>(shown->getColumns().size()) : 0;
+    for (int column = 0; column < columns; ++column) {
+        const QModelIndex index = show(grid, row, column);
+        if (index.isValid() && view(grid)->shown().content(index).expander) {
+            return click(grid, row, column);
+        }
+    }
+    return false;
+}
+
+bool QtUser::select(const std::string& grid, const std::vector<std::int32_t>& rows) const {
+    view(grid)->clearSelection();
+    return std::all_of(rows.begin(), rows.end(), [&](std::int32_t row) {
+        return click(grid, row, 0, Qt::ControlModifier);
+    });
+}
+
+QtBench::QtBench()
+    : widget(new QtWindow([this](const HandlerFailure& failure) {
+          failures.push_back(static_cast<std::uint32_t>(failure.code));
+      })) {
+    constexpr int width = 900;
+    constexpr int height = 400;
+    widget->resize(width, height);
+    widget->show();
+    EXPECT_TRUE(QTest::qWaitForWindowExposed(widget));
+}
+
+QtBench::~QtBench() {
+    delete widget;
+    QtUser::settle();
+}
+
+std::vector<std::string> QtBench::titles(const std::string& grid) {
+    std::vector<std::string> titles;
+    const GridView* const view = user().view(grid);
+    for (int column = 0; view != nullptr && column < view->shown().columnCount(); ++column) {
+        titles.push_back(view->shown()
+                             .headerData(column, Qt::Horizontal, Qt::DisplayRole)
+                             .toString()
+                             .toStdString());
+    }
+    return titles;
+}
+
+void QtBench::passTime(std::uint32_t milliseconds) {
+    QTest::qWait(static_cast<int>(milliseconds));
+    QtUser::settle();
+}
