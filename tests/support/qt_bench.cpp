@@ -1,5 +1,7 @@
 #include "tests/support/qt_bench.h"
 
+#include <gtest/gtest.h>
+
 #include <QColorDialog>
 #include <QComboBox>
 #include <QHeaderView>
@@ -191,9 +193,8 @@ bool QtUser::fold(const std::string& grid, std::int32_t row) const {
 
 bool QtUser::select(const std::string& grid, const std::vector<std::int32_t>& rows) const {
     view(grid)->clearSelection();
-    return std::all_of(rows.begin(), rows.end(), [&](std::int32_t row) {
-        return click(grid, row, 0, Qt::ControlModifier);
-    });
+    return std::all_of(rows.begin(), rows.end(),
+                       [&](std::int32_t row) { return click(grid, row, 0, Qt::ControlModifier); });
 }
 
 QtBench::QtBench()

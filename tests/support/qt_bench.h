@@ -86,9 +86,7 @@ class QtBench final : public ToolkitBench {
                   std::uint32_t color) override {
         return user().setColor(grid, row, column, color);
     }
-    bool fold(const std::string& grid, std::int32_t row) override {
-        return user().fold(grid, row);
-    }
+    bool fold(const std::string& grid, std::int32_t row) override { return user().fold(grid, row); }
     bool select(const std::string& grid, const std::vector<std::int32_t>& rows) override {
         return user().select(grid, rows);
     }

@@ -66,14 +66,14 @@ void CellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
     } else if (shows.type == CellType::comboBox) {
         const int width = option.rect.height() / 2;
         paintArrow(*painter, option,
-                   {option.rect.right() - width - margin,
-                    option.rect.center().y() - width / 2, width, width},
+                   {option.rect.right() - width - margin, option.rect.center().y() - width / 2,
+                    width, width},
                    QStyle::PE_IndicatorArrowDown);
     } else if (shows.type == CellType::groupExpander && shows.expander) {
         const auto group = grid->groupHeadedBy(model.gridRow(index));
         paintArrow(*painter, option, option.rect.adjusted(margin, margin, -margin, -margin),
                    group && group->isExpanded() ? QStyle::PE_IndicatorArrowDown
-                                                          : QStyle::PE_IndicatorArrowRight);
+                                                : QStyle::PE_IndicatorArrowRight);
     }
     painter->restore();
 }
@@ -90,16 +90,12 @@ QWidget* CellDelegate::createEditor(QWidget* parent, const QStyleOptionViewItem&
 
 QWidget* CellDelegate::createComboBox(QWidget* parent) const {
     auto* const self = const_cast<CellDelegate*>(this);
-    auto* const box = new CellComboBox(parent, [self, parent] {
-        if (self->comboBox && self->comboBox->parentWidget() == parent) {
-            Q_EMIT self->closeEditor(self->comboBox, RevertModelCache);
-        }
-    });
+    auto* const box = new CellComboBox(parent, [self] { self->close(); });
     box->addItems(items);
     connect(box, &QComboBox::activated, this, [self, box] {
         box->isPicked = true;
         Q_EMIT self->commitData(box);
-        Q_EMIT self->closeEditor(box);
+        self->close();
     });
     comboBox = box;
     return box;
@@ -111,6 +107,12 @@ void CellDelegate::setEditorData(QWidget* editor, const QModelIndex& index) cons
         box->setCurrentIndex(box->findText(text));
     } else if (auto* const line = qobject_cast<QLineEdit*>(editor)) {
         line->setText(text);
+    }
+}
+
+void CellDelegate::close() {
+    if (comboBox) {
+        Q_EMIT closeEditor(std::exchange(comboBox, nullptr), RevertModelCache);
     }
 }
 

@@ -16,8 +16,7 @@ class CellDelegate final : public QStyledItemDelegate {
     using OnInput = std::function<void(const QModelIndex&, CellInput)>;
 
     /// The model outlives it.
-    CellDelegate(const GridModel& gridModel, CountedRef<DrawGrid> drawGrid,
-                 OnInput gridOnInput);
+    CellDelegate(const GridModel& gridModel, CountedRef<DrawGrid> drawGrid, OnInput gridOnInput);
 
     /// What the next combo box offers.
     void setItems(QStringList comboItems) { items = std::move(comboItems); }
@@ -33,6 +32,8 @@ class CellDelegate final : public QStyledItemDelegate {
 
   private:
     QWidget* createComboBox(QWidget* parent) const;
+    /// The open combo box, if there is one.
+    void close();
 
     const GridModel& model;
     const CountedRef<DrawGrid> grid;

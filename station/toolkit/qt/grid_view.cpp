@@ -172,7 +172,18 @@ bool GridView::isThere(CellPlace cell) const {
            static_cast<std::size_t>(cell.column) < grid->getColumns().size();
 }
 
+/// Whether a click does something in the cell.
+bool GridView::acts(const QModelIndex& index) const {
+    const CellContent& shows = model.content(index);
+    return shows.type == CellType::toggle || shows.type == CellType::comboBox ||
+           shows.type == CellType::color ||
+           (shows.type == CellType::groupExpander && shows.expander);
+}
+
 bool GridView::act(const QModelIndex& index) {
+    if (!acts(index)) {
+        return false;
+    }
     const CellContent& shows = model.content(index);
     const CellPlace cell = model.place(index);
     switch (shows.type) {
@@ -182,23 +193,30 @@ bool GridView::act(const QModelIndex& index) {
                     CountedRef<DrawGrid>(self.grid)->switchToggle(cell, on);
                 }
             });
-            return true;
+            break;
         case CellType::groupExpander:
-            if (shows.expander) {
-                later([row = cell.row](GridView& self) {
-                    CountedRef<DrawGrid>(self.grid)->toggleGroup(row);
-                });
-            }
-            return shows.expander;
+            later([row = cell.row](GridView& self) {
+                CountedRef<DrawGrid>(self.grid)->toggleGroup(row);
+            });
+            break;
         case CellType::comboBox:
             openComboBox(index);
-            return true;
-        case CellType::color:
-            openColorDialog(index);
-            return true;
+            break;
         default:
-            return false;
+            openColorDialog(index);
     }
+    return true;
+}
+
+/// A click that does something in a cell leaves the selection as it is.
+QItemSelectionModel::SelectionFlags GridView::selectionCommand(const QModelIndex& index,
+                                                               const QEvent* event) const {
+    const bool isMouse = event != nullptr && (event->type() == QEvent::MouseButtonPress ||
+                                              event->type() == QEvent::MouseButtonRelease);
+    const bool isPlain =
+        isMouse && static_cast<const QMouseEvent*>(event)->modifiers() == Qt::NoModifier;
+    return isPlain && index.isValid() && acts(index) ? QItemSelectionModel::NoUpdate
+                                                     : QTableView::selectionCommand(index, event);
 }
 
 /// The items are asked for first; what the plug-in does then may take the cell away, or the view.
@@ -230,15 +248,15 @@ void GridView::openColorDialog(const QModelIndex& index) {
     auto* const dialog = new QColorDialog(QColor::fromRgb(model.content(index).color), this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setOption(QColorDialog::DontUseNativeDialog);
-    connect(dialog, &QColorDialog::colorSelected, this,
-            [this, place = QPersistentModelIndex(index)](const QColor& color) {
-                later([place, rgb = color.rgb() & RGB_MASK](GridView& self) {
-                    if (place.isValid() && self.isThere(self.model.place(place))) {
-                        CountedRef<DrawGrid>(self.grid)->input(self.model.place(place),
-                                                               {"", rgb, 0});
-                    }
-                });
+    connect(
+        dialog, &QColorDialog::colorSelected, this,
+        [this, place = QPersistentModelIndex(index)](const QColor& color) {
+            later([place, rgb = color.rgb() & RGB_MASK](GridView& self) {
+                if (place.isValid() && self.isThere(self.model.place(place))) {
+                    CountedRef<DrawGrid>(self.grid)->input(self.model.place(place), {"", rgb, 0});
+                }
             });
+        });
     dialog->open();
 }
 

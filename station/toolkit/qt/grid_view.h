@@ -13,8 +13,8 @@ namespace station {
 /// and Tab move, F2 or typing edits, Space and Enter switch, pick and fold, Ctrl+A selects all,
 /// Delete removes what is selected.
 ///
-/// What it has to ask the plug-in for it asks in `catchUp`, once for all that has changed since, and
-/// it tells what the user does from the event loop too: so no function of Qt's is under way in
+/// What it has to ask the plug-in for it asks in `catchUp`, once for all that has changed since,
+/// and it tells what the user does from the event loop too: so no function of Qt's is under way in
 /// which a handler could pull the ground away. It asks for what can be seen and is out of date.
 class GridView final : public QTableView, private DrawGridView {
   public:
@@ -26,6 +26,8 @@ class GridView final : public QTableView, private DrawGridView {
     const GridModel& shown() const { return model; }
 
   protected:
+    QItemSelectionModel::SelectionFlags selectionCommand(const QModelIndex& index,
+                                                         const QEvent* event) const override;
     void keyPressEvent(QKeyEvent* event) override;
     bool focusNextPrevChild(bool next) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
@@ -47,6 +49,7 @@ class GridView final : public QTableView, private DrawGridView {
     void takeOverSelection();
     template <typename Action>
     void later(Action action);
+    bool acts(const QModelIndex& index) const;
     /// What a click or Space does in the cell, by its type. False if that is nothing.
     bool act(const QModelIndex& index);
     void openComboBox(const QModelIndex& index);
@@ -61,7 +64,7 @@ class GridView final : public QTableView, private DrawGridView {
     bool areColumnsDue = true;
     bool isCatchingUp = false;  ///< it is under way to the event loop
     bool isUserSelecting = true;
-    Qt::KeyboardModifiers clickModifiers;
+    Qt::KeyboardModifiers clickModifiers;  ///< of the last click
 };
 
 }  // namespace station

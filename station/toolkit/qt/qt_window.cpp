@@ -59,13 +59,13 @@ QtWindow::QtWindow(FailureSink onFailure, QWidget* parent) : QWidget(parent) {
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     const QPointer<QtWindow> self(this);
-    object = CountedRef<ToolkitWindow>::adopt(new Object(
-        *this, std::make_shared<const FailureSink>(
-                   [self, tell = std::move(onFailure)](const HandlerFailure& failure) {
-                       if (self && tell) {
-                           tell(failure);
-                       }
-                   })));
+    object = CountedRef<ToolkitWindow>::adopt(
+        new Object(*this, std::make_shared<const FailureSink>(
+                              [self, tell = std::move(onFailure)](const HandlerFailure& failure) {
+                                  if (self && tell) {
+                                      tell(failure);
+                                  }
+                              })));
 }
 
 QtWindow::~QtWindow() {
