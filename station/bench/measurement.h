@@ -27,6 +27,8 @@ class Measurement {
 
     Measurement(Bench& measuringBench, RecordingSet& recordingSet);
 
+    /// Null for none; not owned.
+    void setListener(MessageListener* listener) { recorder.setListener(listener); }
     /// Throws `PluginError`.
     void start();
     /// Returns what the user must be told: lost messages, failed recordings.

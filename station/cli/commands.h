@@ -15,6 +15,7 @@ using Command = std::function<ExitCode(StopSignal&)>;
 void addRunCommand(CLI::App& app, Command& chosen);
 void addConvertCommand(CLI::App& app, Command& chosen);
 void addDumpCommand(CLI::App& app, Command& chosen);
+void addGuiCommand(CLI::App& app, Command& chosen);
 void addPluginsCommand(CLI::App& app, Command& chosen);
 void addSetupCommand(CLI::App& app, Command& chosen);
 

@@ -34,6 +34,7 @@ int execute(int argc, char** argv) {
     station::addRunCommand(app, command);
     station::addConvertCommand(app, command);
     station::addDumpCommand(app, command);
+    station::addGuiCommand(app, command);
     station::addPluginsCommand(app, command);
     station::addSetupCommand(app, command);
     try {

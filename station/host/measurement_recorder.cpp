@@ -58,6 +58,9 @@ class MeasurementRecorder::Channel final : public ChannelSink {
             firstUtc = lastUtc;
         }
         recorder.recordings.write(number, lastUtc, sample.data, sample.size);
+        if (recorder.listener != nullptr) {
+            recorder.listener->onMessage(number, lastUtc, sample.data, sample.size);
+        }
         lastSize = std::min(sample.size, lastRecord.size());
         std::memcpy(lastRecord.data(), sample.data, lastSize);
     }

@@ -14,6 +14,17 @@
 
 namespace station {
 
+/// Sees each message of a measurement as it is recorded, on the host's thread.
+class MessageListener {
+  public:
+    /// `channel` is the place in `Summary::channels`; the record is there for the call only.
+    virtual void onMessage(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+                           std::size_t size) = 0;
+
+  protected:
+    ~MessageListener() = default;
+};
+
 /// Reads the used bus channels of the station behind the plug-in: writes each message into the
 /// recordings, at the UTC time of its host time, and keeps what the summary shows.
 ///
@@ -32,6 +43,8 @@ class MeasurementRecorder {
     /// Takes in the channels that are used now, under names of their own: a second "Front" becomes
     /// "Front (2)". Once, before the measurement starts.
     void addChannels(const std::vector<ChannelOwner>& owners);
+    /// Null for none; not owned.
+    void setListener(MessageListener* messageListener) { listener = messageListener; }
     /// After each periodic call.
     void takeNew();
     /// Before the next part of the measurement begins.
@@ -54,6 +67,7 @@ class MeasurementRecorder {
 
     StationHost& host;
     RecordingSet& recordings;
+    MessageListener* listener = nullptr;
     std::vector<std::unique_ptr<Channel>> channels;
     std::optional<std::int64_t> firstStart;  ///< UTC nanoseconds, from the second part on
     double markTime = 0.0;  ///< when the rates were worked out, seconds since the start

@@ -1,0 +1,64 @@
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "station/cli/commands.h"
+
+namespace station {
+namespace {
+
+constexpr const char* about = R"(Opens the desktop: modules and channels, measurements, live values.
+
+It is a program of its own, cmp-station-gui, beside this one.)";
+
+struct GuiOptions {
+    std::string setup;
+    std::string plugin;
+    std::string sampleRate;
+};
+
+/// Becomes the desktop program.
+ExitCode start(const GuiOptions& options) {
+    std::error_code error;
+    const std::filesystem::path program =
+        std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "cmp-station-gui";
+    std::vector<std::string> words{program.string()};
+    const auto add = [&](const char* name, const std::string& value) {
+        if (!value.empty()) {
+            words.insert(words.end(), {name, value});
+        }
+    };
+    add("--setup", options.setup);
+    add("--plugin", options.plugin);
+    add("--sample-rate", options.sampleRate);
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    ::execv(program.c_str(), arguments.data());
+    throw CommandError(ExitCode::Failed, "can't start the desktop program " + program.string() +
+                                             ": " + std::strerror(errno));
+}
+
+}  // namespace
+
+void addGuiCommand(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<GuiOptions>();
+    CLI::App* const command = app.add_subcommand("gui", about);
+    command->add_option("--setup", options->setup, "The setup to open")->type_name("FILE");
+    command->add_option("--plugin", options->plugin, "The plug-in's module")->type_name("FILE");
+    command
+        ->add_option("--sample-rate", options->sampleRate,
+                     "Samples a second of the acquisition, 1000 unless told")
+        ->type_name("N");
+    command->callback(
+        [options, &chosen] { chosen = [options](StopSignal&) { return start(*options); }; });
+}
+
+}  // namespace station

@@ -1,0 +1,79 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <QApplication>
+#include <QTimer>
+#include <csignal>
+#include <cstdio>
+
+#include "station/exit_codes.h"
+#include "station/gui/main_window.h"
+#include "station/stop_signal.h"
+
+#ifndef CMP_VERSION
+#define CMP_VERSION "unknown"
+#endif
+
+namespace {
+
+using station::ExitCode;
+
+struct Options {
+    std::string setup;
+    station::WorkspaceOptions workspace;
+};
+
+int show(int argc, char** argv, const Options& options, station::StopSignal& stop) {
+    QApplication application(argc, argv);
+    QApplication::setApplicationName("cmp-station");
+    QApplication::setOrganizationName("cmp-station");
+    QApplication::setApplicationVersion(CMP_VERSION);
+    station::MainWindow window(options.workspace);
+    if (!options.setup.empty()) {
+        window.open(QString::fromStdString(options.setup));
+    }
+    window.show();
+    QTimer stopTimer;
+    QObject::connect(&stopTimer, &QTimer::timeout, &window, [&] {
+        if (stop.isRequested()) {
+            stopTimer.stop();
+            window.closeWithoutQuestion();
+        }
+    });
+    constexpr int period = 100;  // milliseconds
+    stopTimer.start(period);
+    return QApplication::exec();
+}
+
+int execute(int argc, char** argv) {
+    CLI::App app{"The desktop of cmp-station; \"cmp-station gui\" starts it.", "cmp-station-gui"};
+    Options options;
+    std::string plugin;
+    app.add_option("--setup", options.setup, "The setup to open")->type_name("FILE");
+    app.add_option("--plugin", plugin, "The plug-in's module")->type_name("FILE");
+    app.add_option("--sample-rate", options.workspace.sampleRate,
+                   "Samples a second of the acquisition, 1000 unless told")
+        ->type_name("N")
+        ->check(CLI::Range(1.0, station::MasterClock::highestSampleRate).description(""));
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::WrongUse);
+    }
+    options.workspace.plugin = plugin;
+    // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
+    station::StopSignal stop;
+    return show(argc, argv, options, stop);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return execute(argc, argv);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "cmp-station-gui: {}\n", error.what());
+        return static_cast<int>(ExitCode::Failed);
+    }
+}

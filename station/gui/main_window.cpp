@@ -1,0 +1,297 @@
+#include "station/gui/main_window.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QFileDialog>
+#include <QGroupBox>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QVBoxLayout>
+
+namespace station {
+namespace {
+
+constexpr const char* fileFilter = "Setups (*.xml);;All files (*)";
+
+WorkspaceOptions tellingTo(WorkspaceOptions options, MessageBar& messages) {
+    options.onMessage = [&messages](const std::string& text) {
+        messages.tell(QString::fromStdString(text));
+    };
+    return options;
+}
+
+std::filesystem::path toPath(const QString& text) {
+    return text.toStdString();
+}
+
+}  // namespace
+
+MainWindow::MainWindow(WorkspaceOptions options)
+    : messages(new MessageBar),
+      workspace(tellingTo(std::move(options), *messages)),
+      bar(new MeasurementBar(
+          [this](const QString& path) { attempt([&] { workspace.start(toPath(path)); }); },
+          [this] { attempt([&] { workspace.requestStop(); }); })),
+      windows(new QSplitter(Qt::Horizontal)) {
+    auto* const live = new LivePanel(workspace.getFeed());
+    auto* const parts = new QSplitter(Qt::Vertical);
+    parts->addWidget(windows);
+    parts->addWidget(live);
+    auto* const content = new QWidget;
+    auto* const layout = new QVBoxLayout(content);
+    layout->addWidget(bar);
+    layout->addWidget(messages);
+    layout->addWidget(parts, 1);
+    setCentralWidget(content);
+    makeMenus();
+    placeWindows();
+    constexpr int width = 1500;
+    constexpr int height = 900;
+    resize(width, height);
+    parts->setSizes({height / 2, height / 2});
+
+    pollTimer.setTimerType(Qt::PreciseTimer);
+    connect(&pollTimer, &QTimer::timeout, this, [this] { tick(); });
+    pollTimer.start(Measurement::period);
+    connect(&stateTimer, &QTimer::timeout, this, [this] { showState(); });
+    constexpr int statePeriod = 250;  // milliseconds
+    stateTimer.start(statePeriod);
+    showState();
+}
+
+void MainWindow::makeMenus() {
+    QMenu& file = *menuBar()->addMenu("&File");
+    const auto fresh = [this] {
+        whenSettled([this] {
+            attempt([this] { workspace.begin(); });
+            placeWindows();
+        });
+    };
+    addAction(file, "&New", QKeySequence::New, [this, fresh] { whenIdle(fresh); });
+    addAction(file, "&Open...", QKeySequence::Open, [this] {
+        const QString path = QFileDialog::getOpenFileName(this, "Open a setup", {}, fileFilter);
+        if (!path.isEmpty()) {
+            whenIdle([this, path] { whenSettled([this, path] { open(path); }); });
+        }
+    });
+    recentMenu = file.addMenu("Open &Recent");
+    fillRecent();
+    addAction(file, "&Save", QKeySequence::Save, [this] { saveAndThen({}); });
+    addAction(file, "Save &As...", QKeySequence::SaveAs, [this] { askSavePath({}); });
+    file.addSeparator();
+    addAction(file, "&Quit", QKeySequence::Quit, [this] { close(); });
+    QMenu& measurement = *menuBar()->addMenu("&Measurement");
+    addAction(measurement, "&Start", Qt::Key_F5, [this] { bar->pressStart(); });
+    addAction(measurement, "S&top", Qt::SHIFT | Qt::Key_F5, [this] { bar->pressStop(); });
+    QMenu& help = *menuBar()->addMenu("&Help");
+    addAction(help, "&About", {}, [this] { showAbout(); });
+}
+
+QAction* MainWindow::addAction(QMenu& menu, const QString& text, const QKeySequence& keys,
+                               Next action) {
+    auto* const made = menu.addAction(text);
+    made->setShortcut(keys);
+    connect(made, &QAction::triggered, this, [action = std::move(action)] { action(); });
+    return made;
+}
+
+/// Those of a setup before have gone by themselves.
+void MainWindow::placeWindows() {
+    if (windows->indexOf(&workspace.modulesWindow()) >= 0) {
+        return;
+    }
+    while (windows->count() > 0) {
+        delete windows->widget(0);
+    }
+    const auto add = [this](const QString& title, QtWindow& window) {
+        auto* const frame = new QGroupBox(title);
+        auto* const layout = new QVBoxLayout(frame);
+        layout->setContentsMargins(0, 0, 0, 0);
+        layout->addWidget(&window);
+        windows->addWidget(frame);
+    };
+    add("Modules", workspace.modulesWindow());
+    add("Channels", workspace.channelsWindow());
+    windows->setSizes({width() * 2 / 5, width() * 3 / 5});
+}
+
+void MainWindow::fillRecent() {
+    recentMenu->clear();
+    for (const QString& path : recent.all()) {
+        addAction(*recentMenu, path, {}, [this, path] {
+            whenIdle([this, path] { whenSettled([this, path] { open(path); }); });
+        });
+    }
+    recentMenu->setEnabled(!recentMenu->isEmpty());
+}
+
+bool MainWindow::attempt(const Next& action) {
+    try {
+        action();
+        return true;
+    } catch (const std::exception& failure) {
+        messages->tell(QString::fromUtf8(failure.what()));
+        return false;
+    }
+}
+
+void MainWindow::open(const QString& path) {
+    if (attempt([&] { workspace.open(toPath(path)); })) {
+        placeWindows();
+        recent.add(path);
+    } else {
+        recent.remove(path);
+    }
+    fillRecent();
+    showState();
+}
+
+bool MainWindow::save(const QString& path) {
+    if (!attempt([&] { workspace.save(toPath(path)); })) {
+        return false;
+    }
+    recent.add(path);
+    fillRecent();
+    showState();
+    return true;
+}
+
+void MainWindow::saveAndThen(Next next) {
+    if (workspace.getPath().empty()) {
+        askSavePath(std::move(next));
+    } else if (save(QString::fromStdString(workspace.getPath().string())) && next) {
+        next();
+    }
+}
+
+void MainWindow::askSavePath(Next next) {
+    auto* const dialog = new QFileDialog(this, "Save the setup as", {}, fileFilter);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    dialog->setDefaultSuffix("xml");
+    connect(dialog, &QFileDialog::fileSelected, this,
+            [this, next = std::move(next)](const QString& path) {
+                if (save(path) && next) {
+                    next();
+                }
+            });
+    dialog->open();
+}
+
+void MainWindow::whenSettled(Next next) {
+    bool isModified = false;
+    attempt([&] { isModified = workspace.isModified(); });
+    if (!isModified) {
+        next();
+        return;
+    }
+    auto* const box = new QMessageBox(
+        QMessageBox::Question, windowTitle(), "The setup was changed. Save the changes?",
+        QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    connect(box, &QMessageBox::finished, this, [this, next = std::move(next)](int answer) {
+        if (answer == QMessageBox::Save) {
+            saveAndThen(next);
+        } else if (answer == QMessageBox::Discard) {
+            next();
+        }
+    });
+    box->open();
+}
+
+void MainWindow::whenIdle(Next next) {
+    if (!workspace.isMeasuring()) {
+        next();
+        return;
+    }
+    ask("A measurement is running. Stop it and close its recording?", "&Stop the measurement",
+        [this, next = std::move(next)] {
+            if (!workspace.isMeasuring()) {  // it has ended by itself
+                next();
+                return;
+            }
+            afterMeasurement = next;
+            attempt([this] { workspace.requestStop(); });
+        });
+}
+
+void MainWindow::ask(const QString& text, const QString& button, Next onYes) {
+    auto* const box =
+        new QMessageBox(QMessageBox::Question, windowTitle(), text, QMessageBox::Cancel, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    const auto* const yes = box->addButton(button, QMessageBox::AcceptRole);
+    connect(box, &QMessageBox::buttonClicked, this,
+            [yes, onYes = std::move(onYes)](const QAbstractButton* pressed) {
+                if (static_cast<const QObject*>(pressed) == static_cast<const QObject*>(yes)) {
+                    onYes();
+                }
+            });
+    box->open();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (mayClose) {
+        event->accept();
+        return;
+    }
+    event->ignore();
+    whenIdle([this] {
+        whenSettled([this] {
+            mayClose = true;
+            // Qt is about to end this attempt, and passes over another one in it.
+            QMetaObject::invokeMethod(
+                this, [this] { close(); }, Qt::QueuedConnection);
+        });
+    });
+}
+
+void MainWindow::closeWithoutQuestion() {
+    mayClose = true;
+    if (workspace.isMeasuring()) {
+        afterMeasurement = [this] { close(); };
+        attempt([this] { workspace.requestStop(); });
+    } else {
+        close();
+    }
+}
+
+void MainWindow::tick() {
+    attempt([this] { workspace.tick(Measurement::Clock::now()); });
+    if (workspace.isMeasuring() != wasMeasuring) {
+        wasMeasuring = workspace.isMeasuring();
+        showState();
+        if (!wasMeasuring) {
+            bar->proposeNextRecording();
+            if (const Next next = std::exchange(afterMeasurement, {})) {
+                next();
+            }
+        }
+    }
+}
+
+void MainWindow::showState() {
+    attempt([this] {
+        using State = MeasurementBar::State;
+        bar->setState(!workspace.isMeasuring() ? State::Idle
+                      : workspace.isEnding()   ? State::Ending
+                                               : State::Running);
+        bar->show(workspace.summarize(), workspace.hasLost());
+        const auto name = workspace.getPath().filename().string();
+        setWindowTitle(QString::fromStdString(name.empty() ? "New setup" : name) +
+                       "[*] - cmp-station");
+        setWindowModified(workspace.isModified());
+    });
+}
+
+void MainWindow::showAbout() {
+    auto* const box = new QMessageBox(
+        QMessageBox::Information, "About cmp-station",
+        QString("cmp-station %1\n\nReceives CAN, CAN FD and LIN traffic from Ethernet capture "
+                "modules, through a plug-in whose windows these are.")
+            .arg(QApplication::applicationVersion()),
+        QMessageBox::Ok, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
+}
+
+}  // namespace station

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QMainWindow>
+#include <QMenu>
+#include <QSplitter>
+#include <QTimer>
+#include <functional>
+
+#include "station/gui/live_panel.h"
+#include "station/gui/measurement_bar.h"
+#include "station/gui/message_bar.h"
+#include "station/gui/recent_files.h"
+#include "station/gui/workspace.h"
+
+namespace station {
+
+/// The desktop program: the plug-in's two windows, the live view below them, the measurement's bar
+/// above, and what can be done with a setup in the menus.
+///
+/// Nothing here holds the event loop up, for it is also what keeps the measurement going: questions
+/// are windows that stay open while it runs, with the answer as what is done next.
+class MainWindow final : public QMainWindow {
+  public:
+    /// Throws as `Workspace`.
+    explicit MainWindow(WorkspaceOptions options);
+
+    /// Tells the user what failed, if it does.
+    void open(const QString& path);
+    /// Stops the measurement, closes the recordings and then this window, without a question.
+    void closeWithoutQuestion();
+
+    Workspace& getWorkspace() { return workspace; }
+
+  protected:
+    void closeEvent(QCloseEvent* event) override;
+
+  private:
+    using Next = std::function<void()>;
+
+    void makeMenus();
+    QAction* addAction(QMenu& menu, const QString& text, const QKeySequence& keys, Next action);
+    void placeWindows();
+    void fillRecent();
+    void tick();
+    void showState();
+    /// Runs it and tells the user if it throws; whether it didn't.
+    bool attempt(const Next& action);
+    bool save(const QString& path);
+    /// Saves under the name that the setup has, or asks for one; then goes on.
+    void saveAndThen(Next next);
+    void askSavePath(Next next);
+    /// Goes on at once, or when the user has decided about what he changed.
+    void whenSettled(Next next);
+    /// Goes on at once, or when the measurement has been stopped, if the user wants that.
+    void whenIdle(Next next);
+    void ask(const QString& text, const QString& button, Next onYes);
+    void showAbout();
+
+    MessageBar* const messages;
+    Workspace workspace;
+    RecentFiles recent;
+    MeasurementBar* const bar;
+    QSplitter* const windows;
+    QMenu* recentMenu = nullptr;
+    Next afterMeasurement;
+    bool wasMeasuring = false;
+    bool mayClose = false;
+    QTimer pollTimer;
+    QTimer stateTimer;
+};
+
+}  // namespace station

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QFrame>
+#include <QLabel>
+#include <QString>
+#include <vector>
+
+namespace station {
+
+/// What the user must be told, without holding anything up: the last few texts stand there until
+/// he has dismissed them. One that comes again is counted.
+class MessageBar final : public QFrame {
+  public:
+    MessageBar();
+
+    void tell(const QString& text);
+    void dismiss();
+
+  private:
+    struct Entry {
+        QString text;
+        int times = 1;
+    };
+
+    void show();
+
+    QLabel* const label;
+    std::vector<Entry> entries;
+};
+
+}  // namespace station

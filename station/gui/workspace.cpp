@@ -1,0 +1,184 @@
+#include "station/gui/workspace.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "station/cli/permission.h"
+
+namespace station {
+
+Workspace::Workspace(WorkspaceOptions workspaceOptions) : options(std::move(workspaceOptions)) {
+    begin();
+}
+
+Workspace::~Workspace() {
+    if (measurement) {
+        finish();
+    }
+}
+
+std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::path& file) const {
+    const auto onFailure = [tell = options.onMessage](const HandlerFailure& failure) {
+        tell(failure.text());
+    };
+    auto fresh = std::make_unique<Setup>();
+    fresh->modules = std::make_unique<QtWindow>(onFailure);
+    fresh->channels = std::make_unique<QtWindow>(onFailure);
+    fresh->bench = std::make_unique<Bench>(
+        BenchOptions{options.plugin, options.sampleRate, options.onMessage});
+    if (!file.empty()) {
+        fresh->bench->open(SetupFile(file));
+    }
+    PluginWindows& windows = fresh->bench->windows();
+    windows.showModulesIn(CountedRef<ToolkitWindow>(&fresh->modules->window()));
+    windows.showChannelsIn(CountedRef<ToolkitWindow>(&fresh->channels->window()));
+    return fresh;
+}
+
+void Workspace::take(std::unique_ptr<Setup> fresh, std::filesystem::path file) {
+    setup = std::move(fresh);
+    path = std::move(file);
+    typesWithChannels = moduleTypes();
+    bench().host().takeDevicesChanged();
+    savedFingerprint = fingerprint();
+    feed.begin(Summary());
+    summary = Summary();
+    lost = false;
+}
+
+void Workspace::begin() {
+    take(makeSetup({}), {});
+}
+
+void Workspace::open(const std::filesystem::path& file) {
+    take(makeSetup(file), file);
+}
+
+void Workspace::save(const std::filesystem::path& file) {
+    refreshChannels();
+    bench().save(SetupFile(file));
+    path = file;
+    savedFingerprint = fingerprint();
+}
+
+std::vector<std::string> Workspace::moduleTypes() const {
+    std::vector<std::string> types;
+    for (const ModuleRow& module : bench().windows().modules()) {
+        types.push_back(module.type);
+    }
+    return types;
+}
+
+/// What the user can change; the document also holds what the modules tell.
+std::string Workspace::fingerprint() const {
+    std::string text;
+    for (const ModuleRow& module : bench().windows().modules()) {
+        text += fmt::format("{}\n{}\n{}\n", module.type, module.name, module.configId);
+    }
+    for (const ChannelRow& channel : bench().windows().channels()) {
+        text += fmt::format("{}\n{}\n{}\n", channel.name, channel.used, channel.color);
+    }
+    return text;
+}
+
+bool Workspace::isModified() {
+    return fingerprint() != savedFingerprint;
+}
+
+/// The plug-in makes the channels of a module that was added or got another type when its setup is
+/// loaded, which can't be in a measurement.
+void Workspace::refreshChannels() {
+    std::vector<std::string> types = moduleTypes();
+    if (isMeasuring() || (!bench().host().takeDevicesChanged() && types == typesWithChannels)) {
+        return;
+    }
+    typesWithChannels = std::move(types);
+    bench().refreshChannels();
+    bench().host().takeDevicesChanged();  // by what was just done
+}
+
+void Workspace::tellAll(const std::vector<std::string>& texts) const {
+    for (const std::string& text : texts) {
+        options.onMessage(text);
+    }
+}
+
+void Workspace::tellLeftOut() const {
+    std::size_t linChannels = 0;
+    for (const ChannelSummary& channel : summary.channels) {
+        linChannels += channel.bus == BusType::Lin ? 1 : 0;
+    }
+    for (const std::string& recording : recordings->thatRefuse(BusType::Lin)) {
+        if (linChannels > 0) {
+            options.onMessage(fmt::format("{} can't hold LIN: {} channels aren't recorded in it",
+                                          recording, linChannels));
+        }
+    }
+    if (summary.channels.empty()) {
+        options.onMessage(
+            "No channel is used: nothing will be measured. Tick \"Used\" in the "
+            "window of channels.");
+    }
+}
+
+void Workspace::start(const std::filesystem::path& recording) {
+    checkCapturePermission("cmp-station-gui");
+    refreshChannels();
+    auto files = std::make_unique<RecordingSet>();
+    if (!recording.empty()) {
+        files->open(recording.string());
+    }
+    auto fresh = std::make_unique<Measurement>(bench(), *files);
+    fresh->start();
+    fresh->setListener(&feed);
+    recordings = std::move(files);
+    measurement = std::move(fresh);
+    ending = false;
+    lost = false;
+    feed.begin(summarize());
+    tellLeftOut();
+}
+
+void Workspace::requestStop() {
+    if (measurement) {
+        ending = true;
+        measurement->requestStop();
+    }
+}
+
+const Summary& Workspace::summarize() {
+    if (measurement) {
+        summary = measurement->summarize();
+        feed.setStart(summary.startTime);
+    }
+    return summary;
+}
+
+void Workspace::tick(Measurement::Clock::time_point now) {
+    constexpr auto lookPeriod = std::chrono::milliseconds(200);
+    try {
+        if (measurement) {
+            tellAll(measurement->poll(now));
+            lost = lost || measurement->hasLost();
+        } else if (now >= nextLook) {
+            nextLook = now + lookPeriod;
+            refreshChannels();
+        }
+    } catch (const std::exception& failure) {
+        options.onMessage(failure.what());
+        nextLook = now + std::chrono::seconds(1);
+    }
+    if (measurement && measurement->isOver()) {
+        finish();
+    }
+}
+
+void Workspace::finish() {
+    tellAll(measurement->close());
+    summarize();
+    measurement.reset();
+    recordings.reset();
+    ending = false;
+}
+
+}  // namespace station

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <QString>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "station/bench/measurement.h"
+#include "station/gui/live_feed.h"
+#include "station/toolkit/qt/qt_window.h"
+
+namespace station {
+
+struct WorkspaceOptions {
+    std::filesystem::path plugin;  ///< empty: the registered one, else the one beside the program
+    double sampleRate = MasterClock::defaultSampleRate;
+    /// Gets what the user must be told; called at any time on the host's thread.
+    std::function<void(const std::string&)> onMessage;
+};
+
+/// What the desktop program works on: one setup in a bench, with the plug-in's windows, and the
+/// measurement that may run. It has no looks of its own but those two windows.
+///
+/// The event loop's thread is the host's thread; the owner calls `tick` every
+/// `Measurement::period`. Operations throw `PluginError`, SetupFileError, RecordingError or
+/// CommandError with a text for the user, and leave what was there as it was.
+class Workspace {
+  public:
+    /// Begins with an empty setup.
+    explicit Workspace(WorkspaceOptions workspaceOptions);
+    ~Workspace();
+    Workspace(const Workspace&) = delete;
+    Workspace& operator=(const Workspace&) = delete;
+
+    /// An empty setup. Not in a measurement, as `open`.
+    void begin();
+    void open(const std::filesystem::path& path);
+    void save(const std::filesystem::path& path);
+    /// Empty for a setup that has no file yet.
+    const std::filesystem::path& getPath() const { return path; }
+    /// Whether the user has changed anything since.
+    bool isModified();
+
+    /// The plug-in's windows. They are other ones after `begin` and `open`.
+    QtWindow& modulesWindow() const { return *setup->modules; }
+    QtWindow& channelsWindow() const { return *setup->channels; }
+    Bench& bench() const { return *setup->bench; }
+
+    /// Starts a measurement; without a path it isn't recorded.
+    void start(const std::filesystem::path& recording);
+    void requestStop();
+    bool isMeasuring() const { return measurement != nullptr; }
+    bool isEnding() const { return ending; }
+    /// Of the measurement that runs, or of the last one.
+    const Summary& summarize();
+    bool hasLost() const { return lost; }
+
+    /// Moves the measurement on; without one, makes the channels of modules that were changed.
+    void tick(Measurement::Clock::time_point now);
+
+    LiveFeed& getFeed() { return feed; }
+
+  private:
+    /// The windows outlive the bench, which fills them.
+    struct Setup {
+        std::unique_ptr<QtWindow> modules;
+        std::unique_ptr<QtWindow> channels;
+        std::unique_ptr<Bench> bench;
+    };
+
+    std::unique_ptr<Setup> makeSetup(const std::filesystem::path& file) const;
+    void take(std::unique_ptr<Setup> fresh, std::filesystem::path file);
+    std::vector<std::string> moduleTypes() const;
+    std::string fingerprint() const;
+    void refreshChannels();
+    void tellLeftOut() const;
+    void tellAll(const std::vector<std::string>& texts) const;
+    void finish();
+
+    const WorkspaceOptions options;
+    std::unique_ptr<Setup> setup;
+    std::filesystem::path path;
+    std::string savedFingerprint;
+    std::vector<std::string> typesWithChannels;
+    Measurement::Clock::time_point nextLook;
+
+    LiveFeed feed;
+    std::unique_ptr<RecordingSet> recordings;
+    std::unique_ptr<Measurement> measurement;
+    Summary summary;
+    bool ending = false;
+    bool lost = false;
+};
+
+}  // namespace station

@@ -1,0 +1,117 @@
+#include "station/gui/live_feed.h"
+
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+#include "station/gui/live_models.h"
+
+namespace {
+
+using namespace station;
+
+class LiveFeedTest : public testing::Test {
+  protected:
+    static constexpr std::int64_t startUtc = 1'700'000'000'000'000'000;
+
+    LiveFeedTest() {
+        Summary summary;
+        summary.startTime = Summary::Clock::time_point(std::chrono::nanoseconds(startUtc));
+        summary.channels.resize(2);
+        summary.channels[0].name = "Front";
+        summary.channels[1].name = "Door";
+        summary.channels[1].bus = BusType::Lin;
+        feed.begin(summary);
+    }
+
+    void can(std::uint32_t id, std::uint8_t length = 2, std::int64_t nanoseconds = 0) {
+        std::array<std::uint8_t, CanRecord::size> record = {};
+        std::memcpy(record.data(), &id, sizeof id);
+        record[7] = length;
+        record[8] = 0xAB;
+        feed.onMessage(0, startUtc + nanoseconds, record.data(), record.size());
+    }
+    void lin(std::uint8_t id) {
+        std::array<std::uint8_t, LinRecord::size> record = {id, 1};
+        record[4] = 0x0F;
+        feed.onMessage(1, startUtc, record.data(), record.size());
+    }
+    static std::vector<std::string> row(const LiveModel& model, int row) {
+        std::vector<std::string> texts;
+        for (int column = 0; column < model.columnCount(); ++column) {
+            texts.push_back(
+                model.data(model.index(row, column), Qt::DisplayRole).toString().toStdString());
+        }
+        return texts;
+    }
+
+    LiveFeed feed;
+};
+
+TEST_F(LiveFeedTest, EachChannelShowsItsLastMessageAndTheListAllInOrder) {
+    can(0x100, 2, 1'500'000);
+    lin(17);
+    can(0x18DA00F1, 1, 2'000'000);
+    ChannelModel channels(feed);
+    channels.update();
+    EXPECT_THAT(row(channels, 0),
+                testing::ElementsAre("Front", "", "2", "0", "0x18DA00F1 (ext)", "AB", "0.002000"));
+    EXPECT_THAT(row(channels, 1),
+                testing::ElementsAre("Door", "", "1", "0", "17", "0F", "0.000000"));
+    MessageModel messages(feed);
+    messages.update();
+    ASSERT_EQ(messages.rowCount(), 3);
+    EXPECT_THAT(row(messages, 0), testing::ElementsAre("0.001500", "Front", "0x100", "2", "AB 00"));
+    EXPECT_THAT(row(messages, 1), testing::ElementsAre("0.000000", "Door", "17", "1", "0F"));
+}
+
+TEST_F(LiveFeedTest, OnlyWhatTheFilterLetsPassIsCountedAndListed) {
+    can(0x100);
+    feed.setFilter(IdentifierFilter::parse("0x200-0x2FF, 17"));
+    EXPECT_TRUE(feed.lastMessages().empty()) << "of the filter before";
+    for (const std::uint32_t id : {0x1FFU, 0x200U, 0x2FFU, 0x300U}) {
+        can(id);
+    }
+    lin(17);
+    lin(16);
+    EXPECT_EQ(feed.getChannels()[0].count, 2U);
+    EXPECT_EQ(feed.getChannels()[1].count, 1U);
+    EXPECT_EQ(feed.lastMessages().size(), 3U);
+}
+
+TEST_F(LiveFeedTest, TheListHoldsTheLastMessagesAndNoMore) {
+    MessageModel messages(feed);
+    const auto total = static_cast<std::int64_t>(LiveFeed::mostMessages) + 3;
+    for (std::int64_t i = 0; i < total; ++i) {
+        can(1, 0, i * 1000);
+        if (i % 4000 == 0) {
+            messages.update();
+        }
+    }
+    messages.update();
+    ASSERT_EQ(messages.rowCount(), static_cast<int>(LiveFeed::mostMessages));
+    EXPECT_EQ(row(messages, 0)[0], "0.000003");
+    EXPECT_EQ(row(messages, messages.rowCount() - 1)[0], "0.010002");
+    feed.clear();
+    messages.update();
+    EXPECT_EQ(messages.rowCount(), 0);
+    EXPECT_EQ(feed.getChannels()[0].count, 0U);
+}
+
+TEST_F(LiveFeedTest, ARecordOfAnotherSizeOrChannelIsPassedOver) {
+    const std::array<std::uint8_t, 80> bytes = {};
+    feed.onMessage(0, startUtc, bytes.data(), LinRecord::size);
+    feed.onMessage(1, startUtc, bytes.data(), CanRecord::size);
+    feed.onMessage(2, startUtc, bytes.data(), CanRecord::size);
+    EXPECT_TRUE(feed.lastMessages().empty());
+}
+
+TEST(IdentifierFilterTest, ATextThatIsNoneSaysWhatOneLooksLike) {
+    for (const char* const text : {"x", "0x", "1-", "-1", "5-4", "1,,2", "0x100000000", "1 2"}) {
+        EXPECT_THROW(IdentifierFilter::parse(text), FilterError) << text;
+    }
+    EXPECT_TRUE(IdentifierFilter::parse("  ").passes(0x1FFFFFFF));
+    EXPECT_TRUE(IdentifierFilter::parse("0X10 - 0x20,").passes(32));
+}
+
+}  // namespace
