@@ -42,6 +42,8 @@ def prepare(links=1):
     if [name for _, name in socket.if_nameindex()] != ["lo"]:
         sys.exit(f"{sys.argv[0]}: start it with scripts/live/in_namespaces")
     subprocess.run(["sh", "-ec", SETUP, "sh", str(links)], check=True)
+    # Where nothing is registered: the plug-in is the one beside the station.
+    os.environ["KESTROVA_REGISTRY"] = os.environ["XDG_DATA_HOME"] = "/run/registry"
 
 
 def register(folder):

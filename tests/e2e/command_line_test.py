@@ -81,7 +81,7 @@ class CommandLine(Case):
             (["run", "--module", "CAN box:5"], "LIN combo, CAN combo, NeoviFire3"),
             (["run", "--module", "CAN combo:65536"], "0 to 65535"),
             (["run", "--module", "CAN combo"], "CAN combo:5:Front"),
-            (["run", "--module", "CAN combo:5", "--module", "can COMBO:0x45:B"], "different ConfigIds"),
+            (["run", "--module", "CAN combo:5", "--module", "can COMBO:5:B"], "different ConfigIds"),
             (["run", "--duration", "0"], "--duration"),
             (["run", "--record", self.path("a.txt")], ".pcapng"),
             (["dump"], "FILE"),

@@ -1,0 +1,136 @@
+"""Setup files made on the command line, what is registered, and a run by a setup."""
+
+import json
+import os
+import re
+import unittest
+from pathlib import Path
+
+import lab
+import setups
+import traffic
+from case import RATE, Case
+
+EXAMPLE = Path(__file__).parents[2] / "examples" / "demo.xml"
+
+
+class Setups(Case):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        lab.register(cls.scratch / "registry")
+
+    def setup(self, *words, code=0):
+        return self.expect(code, "setup", *words)
+
+    def shown(self, path):
+        return json.loads(self.setup("show", path, "--json")[0])["modules"]
+
+    def make(self):
+        path = self.path("a.xml")
+        setups.make_demo(path)
+        return path
+
+    def test_demo_is_built_from_nothing(self):
+        self.assertEqual(self.make().read_text(), EXAMPLE.read_text())
+
+    def test_run_by_a_setup_delivers_what_is_used_under_its_names(self):
+        path, recording = self.make(), self.path("a.pcapng")
+        self.setup("channel", path, "Doors", "all", "--used", "no")
+        self.setup("channel", path, "Front", "0x20", "--name", "Getriebe ü", "--used", "yes")
+        station = lab.Station(setup=path, record=[recording])
+        sent = lab.simulate(["CAN combo:5", "LIN combo:2"], "--rate", RATE, "--duration", 2)
+        station.settle()
+        report, _ = station.stop()
+        sent["modules"] = [module for module in sent["modules"] if module["type"] == "CAN combo"]
+        self.assertEqual(traffic.count_differences(sent, report), [])
+        self.assertEqual(traffic.row_differences(sent, traffic.names_of(report), traffic.read_with_tshark(recording)),
+                         [])
+        self.assertIn("Getriebe ü", [channel["name"] for channel in report["channels"]])
+
+    def test_changes_are_shown_and_the_rest_stays(self):
+        path = self.make()
+        before = self.shown(path)
+        self.setup("set", path, "Front", "--name", "Vorn", "--sync", "pps", "--clock-source", "yes")
+        self.setup("set", path, "3", "--config-id", "300")
+        self.setup("channel", path, "Vorn", "16", "--used", "no", "--color", "0A0B0C", "--name", "ö")
+        vorn, doors, rear = self.shown(path)
+        self.assertEqual((vorn["name"], vorn["sync"], vorn["clockSource"]), ("Vorn", "pps", True))
+        self.assertEqual(vorn["channels"][0], {"interfaceId": 16, "busType": "CAN FD", "used": False, "name": "ö",
+                                               "color": "0A0B0C"})
+        self.assertEqual(vorn["channels"][1:], before[0]["channels"][1:])
+        self.assertEqual(doors, before[1])
+        self.assertEqual((rear["configId"], rear["channels"]), (300, before[2]["channels"]))
+        self.setup("set", path, "Doors", "--type", "NeoviFire3")
+        self.assertEqual(len(self.shown(path)[1]["channels"]), 20)
+        self.assertEqual(self.shown(path)[2]["channels"], before[2]["channels"])
+        self.setup("remove", path, "1", "Rear")
+        self.assertEqual([module["name"] for module in self.shown(path)], ["Doors"])
+
+    def test_wrong_names_tell_what_there_is_and_leave_the_file(self):
+        path = self.make()
+        text = path.read_text()
+        for words, told in (
+            (["add", path, "--type", "CAN box"], "LIN combo, CAN combo, NeoviFire3"),
+            (["add", path, "--type", "CAN combo", "--config-id", "5"], "different ConfigIds"),
+            (["set", path, "Front", "--config-id", "16"], "0 to 15"),
+            (["set", path, "Side", "--name", "a"], '1 "Front", 2 "Doors", 3 "Rear"'),
+            (["set", path, "4", "--name", "a"], '3 "Rear"'),
+            (["set", path, "Front", "--clock-source", "yes"], "--sync pps"),
+            (["channel", path, "Front", "0x11", "--used", "yes"], "0x10, 0x20"),
+            (["channel", path, "Front", "ten", "--used", "yes"], "0 to 65535"),
+            (["channel", path, "Front", "all", "--color", "red"], "FF8000"),
+            (["channel", path, "Front", "all", "--used", "perhaps"], "yes"),
+            (["remove", path], "MODULE"),
+            (["new", path], "is there already"),
+        ):
+            self.assertIn(told, "".join(self.setup(*words, code=2)), words)
+        self.assertEqual(path.read_text(), text)
+
+    def test_damaged_file_is_refused_with_its_line_and_stays(self):
+        path = self.make()
+        text = path.read_bytes()
+        nonsense = [text[:cut] for cut in range(0, len(text) - 2, len(text) // 12)]
+        nonsense.append(text.replace(b"<value key=\"Used\">True", b"<value key=\"Used\">perhaps", 1))
+        nonsense.append(b"<other/>")
+        for content in nonsense:
+            path.write_bytes(content)
+            for words in (["setup", "show", path], ["setup", "remove", path, "1"], ["run", "--setup", path]):
+                self.assertIn(str(path), self.expect(3, *words)[1], content[-80:])
+            self.assertEqual(path.read_bytes(), content)
+        self.assertIn("line ", self.setup("show", path, code=3)[1])
+
+    def test_what_others_wrote_survives_and_saving_again_changes_nothing(self):
+        path = self.make()
+        foreign = '<Plugin id="{other}"><Deep a="1">text</Deep></Plugin><Note>of ours</Note></Setup>'
+        path.write_text(path.read_text().replace("</Setup>", foreign))
+        self.setup("set", path, "Rear", "--name", "Back")
+        text = path.read_text()
+        for word in ("{other}", '<Deep a="1">text</Deep>', "<Note>of ours</Note>"):
+            self.assertIn(word, text)
+        self.setup("set", path, "Back", "--name", "Back")
+        self.assertEqual(path.read_text(), text)
+        self.assertNotEqual(Path(f"{path}.bak").read_text(), text)
+
+    def test_plugins_lists_what_is_registered(self):
+        listed = json.loads(self.expect(0, "plugins", "--json")[0])
+        self.assertEqual([(plugin["name"], plugin["group"], plugin["module"], plugin["user"]) for plugin in listed],
+                         [("CMP", "Automotive bus", lab.PLUGIN, True)])
+        self.expect(0, "plugins", "--register", lab.PLUGIN)
+        self.assertEqual([plugin["user"] for plugin in json.loads(self.expect(0, "plugins", "--json")[0])],
+                         [True, False])
+        self.expect(0, "plugins", "--unregister", lab.PLUGIN)
+        text = self.path("a.so")
+        text.write_text("no module")
+        self.assertIn("can't load", self.expect(3, "plugins", "--register", text)[1])
+        self.assertIn("can't load", self.expect(1, "run", "--plugin", text)[1])
+        unwritable = self.path("file")
+        unwritable.touch()
+        variables = {**os.environ, "KESTROVA_REGISTRY": str(unwritable)}
+        self.assertRegex(self.expect(1, "plugins", "--register", lab.PLUGIN, env=variables)[1],
+                         re.escape(str(unwritable)))
+
+
+if __name__ == "__main__":
+    lab.prepare()
+    unittest.main()
