@@ -45,13 +45,20 @@ bool isEthernet(const char* name) {
 /// The reader stays on an interface until a read times out. So a read that comes when all that was
 /// there has been taken times out at once, and so does one after very many frames: a link that is
 /// never quiet for a millisecond would else keep the reader from the others until their buffers
-/// have run over. Only a link that had nothing is waited for.
+/// have run over. Only a link that had nothing is waited for, and only until any link has
+/// something: a frame's time of arrival is when it is read, so a silent link beside its own must
+/// not delay it.
 class LiveHandle final : public CaptureHandle {
   public:
-    LiveHandle(PcapHandle openHandle, std::int32_t readTimeoutMs)
+    LiveHandle(PcapHandle openHandle, std::int32_t readTimeoutMs,
+               std::shared_ptr<std::vector<pollfd>> openLinks)
         : handle(std::move(openHandle)),
           descriptor(pcap_get_selectable_fd(handle.get())),
-          timeoutMs(readTimeoutMs) {}
+          timeoutMs(readTimeoutMs),
+          links(std::move(openLinks)) {
+        links->push_back({descriptor, POLLIN, 0});
+    }
+    ~LiveHandle() override { leave(); }
 
     std::int32_t next(const std::uint8_t*& data, std::uint32_t& length) override {
         std::int32_t result = timeout;
@@ -78,6 +85,7 @@ class LiveHandle final : public CaptureHandle {
         const int result = pcap_next_ex(handle.get(), &header, &bytes);
         if (result < 0) {
             gone = true;
+            leave();
             return timeout;
         }
         if (result == 0) {
@@ -88,19 +96,23 @@ class LiveHandle final : public CaptureHandle {
         return frame;
     }
 
-    void wait() const {
-        pollfd waiting{descriptor, POLLIN, 0};
-        poll(&waiting, gone ? 0 : 1, timeoutMs);
+    void wait() const { poll(links->data(), links->size(), timeoutMs); }
+
+    void leave() {
+        std::erase_if(*links, [this](const pollfd& link) { return link.fd == descriptor; });
     }
 
     PcapHandle handle;
     const int descriptor;
     const std::int32_t timeoutMs;
+    const std::shared_ptr<std::vector<pollfd>> links;
     bool gone = false;               ///< the interface was taken away
     std::uint32_t framesInTurn = 0;  ///< since the last timeout
 };
 
 }  // namespace
+
+PcapPort::PcapPort() : links(std::make_shared<std::vector<pollfd>>()) {}
 
 std::int32_t PcapPort::findAllDevices(std::vector<CaptureInterface>& devices, std::string& error) {
     char text[PCAP_ERRBUF_SIZE] = {};
@@ -145,7 +157,7 @@ std::unique_ptr<CaptureHandle> PcapPort::openLive(const std::string& name, std::
         error = text;
         return nullptr;
     }
-    return std::make_unique<LiveHandle>(std::move(handle), timeoutMs);
+    return std::make_unique<LiveHandle>(std::move(handle), timeoutMs, links);
 }
 
 std::int32_t PcapPort::lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,

@@ -1,15 +1,23 @@
 #pragma once
 
+#include <memory>
+#include <vector>
+
 #include "capture/capture_port.h"
+
+struct pollfd;
 
 /// Live capture with libpcap on Linux.
 ///
 /// It lists Ethernet interfaces and the loopback, and leaves out libpcap's pseudo-devices and links
 /// that carry no Ethernet frames. A read ends after its timeout, also on a silent link, and earlier
-/// on one that has just been emptied, so that busy links share the reader. An interface that went
+/// on one that has just been emptied and when another link has a frame, so that links share the
+/// reader and no frame waits for a silent link. Handles may outlive the port; all are opened, read
+/// and closed by one thread at a time. An interface that went
 /// away reads as quiet from then on. A length never exceeds the bytes captured.
 class PcapPort final : public CapturePort {
   public:
+    PcapPort();
     std::int32_t findAllDevices(std::vector<CaptureInterface>& devices,
                                 std::string& error) override;
     std::unique_ptr<CaptureHandle> openLive(const std::string& name, std::int32_t snapLength,
@@ -17,4 +25,7 @@ class PcapPort final : public CapturePort {
                                             std::string& error) override;
     std::int32_t lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,
                            std::string& error) override;
+
+  private:
+    const std::shared_ptr<std::vector<pollfd>> links;  ///< the open ones that are there
 };

@@ -135,7 +135,7 @@ TEST_F(PluginDrivers, ALeadingModuleIsHeardBeforeItsClockIsStarted) {
     takeCalls();
     poll(50);
     EXPECT_THAT(takeCalls(), IsEmpty());
-    poll(20);
+    poll(12);
     EXPECT_EQ(host->clock().getPosition(), 0);
     EXPECT_THAT(takeCalls(), Each("117"));
     poll(10);
