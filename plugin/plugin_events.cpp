@@ -194,10 +194,9 @@ class PluginEvents {
     static HostResult makeWindow(Plugin& plugin, const HostVariant& input, HostVariant*) {
         using Window =
             typename std::remove_reference_t<decltype(plugin.core.*window)>::element_type;
-        HostObject* const object = input.type == HostVariantType::Object ? input.object : nullptr;
         try {
             auto made = Kestrova::Tessel::KVWindow::make<Window>(
-                Kestrova::Tessel::hostWindow(object), plugin.core);
+                Kestrova::Tessel::hostWindow(objectOf(input).get()), plugin.core);
             std::swap(plugin.core.*window, made);
             return HostCode::success;
         } catch (const std::exception& failure) {
@@ -249,9 +248,7 @@ class PluginEvents {
             }
             return hostValue(array, &HostVariantArray::getElement, index);
         }
-        CountedRef<HostObject> objectAt(std::int32_t index) const {
-            return objectOf(at(index));
-        }
+        CountedRef<HostObject> objectAt(std::int32_t index) const { return objectOf(at(index)); }
         bool isTrueAt(std::int32_t index) const { return isTrue(at(index).boolean); }
 
         /// A node over the document and the element of the first two, with the direction of the

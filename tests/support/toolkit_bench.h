@@ -1,8 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -48,4 +48,13 @@ class ToolkitBench {
     virtual std::vector<std::uint32_t> takeFailures() = 0;
 };
 
-using MakeToolkitBench = std::function<std::unique_ptr<ToolkitBench>()>;
+/// The parameter of a suite that runs on each toolkit.
+struct MakeToolkitBench {
+    const char* name;
+    std::unique_ptr<ToolkitBench> (*make)();
+
+    std::unique_ptr<ToolkitBench> operator()() const { return make(); }
+    friend std::ostream& operator<<(std::ostream& stream, const MakeToolkitBench& toolkit) {
+        return stream << toolkit.name;
+    }
+};

@@ -2,6 +2,6 @@
 #include "tests/ui/window_bench.h"
 
 INSTANTIATE_TEST_SUITE_P(Headless, SettingsWindowTest,
-                         testing::Values(MakeToolkitBench(&HeadlessBench::make)));
+                         testing::Values(MakeToolkitBench{"headless", &HeadlessBench::make}));
 INSTANTIATE_TEST_SUITE_P(Headless, SetupWindowTest,
-                         testing::Values(MakeToolkitBench(&HeadlessBench::make)));
+                         testing::Values(MakeToolkitBench{"headless", &HeadlessBench::make}));

@@ -2,6 +2,6 @@
 #include "tests/support/headless_bench.h"
 
 INSTANTIATE_TEST_SUITE_P(Headless, ToolkitConformance,
-                         testing::Values(MakeToolkitBench(&HeadlessBench::make)));
+                         testing::Values(MakeToolkitBench{"headless", &HeadlessBench::make}));
 INSTANTIATE_TEST_SUITE_P(Headless, GroupedGrid,
-                         testing::Values(MakeToolkitBench(&HeadlessBench::make)));
+                         testing::Values(MakeToolkitBench{"headless", &HeadlessBench::make}));
