@@ -179,6 +179,7 @@ void DrawGrid::input(CellPlace cell, const CellInput& what) {
     const CountedRef<DrawGrid> self(this);
     const auto args = makeObject<CellInputArgs>(cell, what);
     raise(cellInput, "input", args.get());
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): `self` keeps the grid
     tell(&DrawGridView::onCellsChanged);
 }
 
@@ -187,6 +188,7 @@ void DrawGrid::switchToggle(CellPlace cell, bool checked) {
     const CountedRef<DrawGrid> self(this);
     const auto args = makeObject<CellActionArgs>(cell, checked);
     raise(cellAction, "toggle", args.get());
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): `self` keeps the grid
     tell(&DrawGridView::onCellsChanged);
 }
 
