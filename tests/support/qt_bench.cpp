@@ -120,6 +120,7 @@ bool QtUser::type(const std::string& grid, std::int32_t row, std::int32_t column
         return false;
     }
     editor->selectAll();
+    QTest::keyClick(editor, Qt::Key_Delete);
     QTest::sendKeyEvent(QTest::Click, editor, Qt::Key_A, QString::fromStdString(text), {});
     QTest::keyClick(editor, Qt::Key_Return);
     settle();

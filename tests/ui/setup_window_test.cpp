@@ -192,8 +192,9 @@ TEST_P(SetupWindowTest, ModulesMayGoAndChangeTheirTypeWhileTheCaptureThreadRuns)
         for (const std::uint64_t before = reads; reads < before + 40;) {
             std::this_thread::yield();
         }
-        user->passTime(refreshTime);
-        listWindow->passTime(refreshTime);
+        if (round % 4 == 0) {  // on a screen this is real time
+            user->passTime(refreshTime);
+        }
         core->packetReader.flushAll();
     }
     core->packetReader.Stop();

@@ -49,7 +49,7 @@ class QtToolkit : public ToolkitConformance {
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Qt, QtToolkit, testing::Values(MakeToolkitBench(&QtBench::make)));
+INSTANTIATE_TEST_SUITE_P(Qt, QtToolkit, testing::Values(MakeToolkitBench{"Qt", &QtBench::make}));
 
 TEST_P(QtToolkit, ATextBeingTypedIsNotDisturbedByARefreshOrAnotherRowCount) {
     describe(3, {CellType::editText});
@@ -248,7 +248,7 @@ class QtClosing : public QtToolkit {
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Qt, QtClosing, testing::Values(MakeToolkitBench(&QtBench::make)));
+INSTANTIATE_TEST_SUITE_P(Qt, QtClosing, testing::Values(MakeToolkitBench{"Qt", &QtBench::make}));
 
 TEST_P(QtClosing, WhenACellIsAskedFor) {
     describe(2, {CellType::text});
