@@ -64,11 +64,11 @@ void CellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
     if (shows.type == CellType::color) {
         paintColor(*painter, option.rect, shows.color);
     } else if (shows.type == CellType::comboBox) {
-        const int width = option.rect.height() / 2;
-        paintArrow(*painter, option,
-                   {option.rect.right() - width - margin, option.rect.center().y() - width / 2,
-                    width, width},
-                   QStyle::PE_IndicatorArrowDown);
+        constexpr int width = 7;  // pixels, for the text needs the column
+        paintArrow(
+            *painter, option,
+            {option.rect.right() - width, option.rect.center().y() - width / 2, width, width},
+            QStyle::PE_IndicatorArrowDown);
     } else if (shows.type == CellType::groupExpander && shows.expander) {
         const auto group = grid->groupHeadedBy(model.gridRow(index));
         paintArrow(*painter, option, option.rect.adjusted(margin, margin, -margin, -margin),

@@ -1,0 +1,44 @@
+"""The desktop program under load, for scripts/bench: 64 channels with 1000 messages a second each, both of
+the plug-in's windows and the live view on the screen."""
+
+import sys
+import tempfile
+from pathlib import Path
+
+import lab
+import traffic
+from desktop import Desktop
+
+NAMES = [f"CAN combo:{number}:Bus {number}" for number in range(1, 9)] + ["LIN combo:1:Doors"]
+SENDING = [f"CAN combo:{number}" for number in range(1, 9)] + ["LIN combo:1,channels=8"]
+RATE = 1000
+SECONDS = 10
+
+
+def main():
+    lab.prepare()
+    with tempfile.TemporaryDirectory() as folder:
+        recording = Path(folder) / "load.pcapng"
+        desktop = Desktop(NAMES, setup=Path(folder) / "load.xml", record=[recording], display=True)
+        try:
+            sent = lab.simulate(SENDING, "--rate", RATE, "--duration", SECONDS)
+            desktop.settle()
+            told, _ = desktop.stop()
+        finally:
+            lab.end(desktop.process)
+        recorded = told["report"]["recordings"][0]["records"]
+    channels = sum(count > 0 for count in traffic.sent_counts(sent).values())
+    latency = told["latencyMs"]
+    complete = not traffic.count_differences(sent, told["report"]) and not told["hasLost"]
+    print(f"desktop, {channels} channels with {RATE} messages a second each, {SECONDS} s:")
+    print(f"  sent       {sent['dataMessages']:12,} messages; latest frame {sent['maxLateSeconds'] * 1000:.1f} ms late")
+    print(f"  recorded   {recorded:12,} messages; all there: {'yes' if complete else 'no'}")
+    print(f"  event loop {latency['p50']:12.2f} ms in the middle, {latency['p99']:.2f} ms 99th percentile, "
+          f"{latency['max']:.2f} ms at worst, of {latency['count']} events")
+
+
+if __name__ == "__main__":
+    try:
+        main()
+    except lab.Failure as failure:
+        sys.exit(f"gui_bench: {failure}")

@@ -1,0 +1,72 @@
+"""The desktop program in a measurement, with a user: what it records doesn't depend on what is looked at."""
+
+import os
+import signal
+import unittest
+
+import lab
+import traffic
+from case import MODULES, NAMES, RATE, Case
+from desktop import Desktop
+
+
+class DesktopMeasures(Case):
+    def measure(self, *options, display=False):
+        recording = self.path("desktop.pcapng")
+        desktop = Desktop(NAMES, *options, setup=self.path("desktop.xml"), record=[recording], display=display)
+        self.addCleanup(lab.end, desktop.process)
+        sent = lab.simulate(MODULES, "--rate", RATE, "--duration", 3, "--length", "0-24")
+        desktop.settle()
+        told, _ = desktop.stop()
+        self.assertFalse(told["hasLost"])
+        self.assertEqual(traffic.count_differences(sent, told["report"]), [])
+        rows = traffic.read_with_tshark(recording)
+        self.assertEqual(traffic.row_differences(sent, traffic.names_of(told["report"]), rows), [])
+        return told
+
+    def test_a_window_closed_while_it_measures_asks_and_then_closes_a_whole_recording(self):
+        told = self.measure(display=True)
+        self.assertTrue(told["hasAsked"])
+
+    def test_modules_that_come_and_go_while_it_measures_disturb_nothing(self):
+        self.measure("--edit")
+
+    def test_a_wish_to_end_closes_the_recording_without_a_question(self):
+        told = self.measure("--without-question")
+        self.assertFalse(told["hasAsked"])
+
+
+class DesktopProgram(Case):
+    def start(self, *arguments):
+        process = lab.spawn([lab.STATION, "gui", *arguments], stdout=-1, stderr=-1,
+                            env={**os.environ, "QT_QPA_PLATFORM": "offscreen", "HOME": str(self.scratch)})
+        self.addCleanup(lab.end, process)
+        return process
+
+    def test_it_ends_by_a_signal(self):
+        process = self.start("--setup", str(self.path("none.xml")))
+        lab.wait_until(lambda: self.program_of(process) == "cmp-station-gui", "the desktop runs")
+        lab.wait_until(lambda: self.listens(process), "it listens to signals")
+        process.send_signal(signal.SIGTERM)
+        _, errors = process.communicate(timeout=lab.PATIENCE)
+        self.assertEqual(process.returncode, 0, errors)
+
+    def program_of(self, process):
+        return os.path.basename(os.readlink(f"/proc/{process.pid}/exe"))
+
+    def listens(self, process):
+        """It has a descriptor for signals."""
+        folder = f"/proc/{process.pid}/fd"
+        return any("signalfd" in os.readlink(f"{folder}/{name}") for name in os.listdir(folder))
+
+    def test_wrong_use_is_told(self):
+        for arguments in (["--sample-rate", "none"], ["--nonsense"]):
+            process = self.start(*arguments)
+            _, errors = process.communicate(timeout=lab.PATIENCE)
+            self.assertEqual(process.returncode, 2, errors)
+            self.assertIn(arguments[0], errors)
+
+
+if __name__ == "__main__":
+    lab.prepare()
+    unittest.main()

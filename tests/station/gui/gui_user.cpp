@@ -1,0 +1,259 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QMessageBox>
+#include <QTest>
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "station/bench/setup_editor.h"
+#include "station/gui/main_window.h"
+#include "station/module_option.h"
+#include "station/stop_signal.h"
+#include "tests/support/qt_bench.h"
+
+// The desktop program with a user for a live run: sets up modules, measures, looks at the live view
+// in both forms, closes the window on Ctrl-C and answers its question. At the end it prints one
+// JSON object: the report as `cmp-station run --json` has it, and the latency of the event loop.
+
+namespace {
+
+using namespace station;
+using SteadyClock = std::chrono::steady_clock;
+
+struct Options {
+    std::string setup;
+    std::vector<std::string> modules;
+    std::string recording;
+    std::string pictures;  ///< folder, empty for none
+    bool withoutQuestion = false;
+    bool edits = false;
+    WorkspaceOptions workspace;
+};
+
+/// How long an event waits in the loop: posted by a thread every few milliseconds, which is what a
+/// key or a click would be.
+class LatencyProbe {
+  public:
+    explicit LatencyProbe(QObject& loop) : poster([this, &loop] { post(loop); }) {}
+    ~LatencyProbe() { end(); }
+
+    void end() {
+        stopping = true;
+        if (poster.joinable()) {
+            poster.join();
+        }
+    }
+    /// Milliseconds. The part lies from 0 to 1.
+    double at(double part) {
+        std::sort(delays.begin(), delays.end());
+        return delays.empty() ? 0.0
+                              : delays[static_cast<std::size_t>(
+                                    part * static_cast<double>(delays.size() - 1))];
+    }
+    std::size_t count() const { return delays.size(); }
+
+  private:
+    void post(QObject& loop) {
+        constexpr auto period = std::chrono::milliseconds(5);
+        for (auto next = SteadyClock::now(); !stopping; next += period) {
+            std::this_thread::sleep_until(next);
+            QMetaObject::invokeMethod(
+                &loop,
+                [this, due = SteadyClock::now()] {
+                    delays.push_back(
+                        std::chrono::duration<double, std::milli>(SteadyClock::now() - due)
+                            .count());
+                },
+                Qt::QueuedConnection);
+        }
+    }
+
+    std::atomic<bool> stopping = false;
+    std::vector<double> delays;  ///< of the event loop's thread
+    std::thread poster;
+};
+
+void makeSetup(const Options& options) {
+    Bench bench({options.workspace.plugin, MasterClock::defaultSampleRate,
+                 [](const std::string& text) { fmt::print(stderr, "{}\n", text); }});
+    SetupEditor editor(bench);
+    for (const std::string& text : options.modules) {
+        const ModuleOption option = ModuleOption::parse(text);
+        ModuleChange module{option.type, option.configId, {}};
+        if (!option.name.empty()) {
+            module.name = option.name;
+        }
+        editor.useAllChannels(editor.addModule(module));
+    }
+    bench.save(SetupFile(options.setup));
+}
+
+class User {
+  public:
+    User(const Options& userOptions, MainWindow& mainWindow)
+        : options(userOptions), window(mainWindow) {}
+
+    void start() {
+        window.open(QString::fromStdString(options.setup));
+        if (!options.recording.empty()) {
+            window.findChild<QCheckBox*>("records")->setChecked(true);
+            window.findChild<QLineEdit*>("recordingPath")
+                ->setText(QString::fromStdString(options.recording));
+        }
+        QTest::mouseClick(window.findChild<QPushButton*>("start"), Qt::LeftButton);
+        if (!window.getWorkspace().isMeasuring()) {
+            throw std::runtime_error("the measurement hasn't started: " +
+                                     window.findChild<QLabel*>("messages")->text().toStdString());
+        }
+    }
+
+    /// Now this, now that.
+    void work() {
+        ++turn;
+        auto* const mode = window.findChild<QComboBox*>("liveMode");
+        mode->setCurrentIndex(1 - mode->currentIndex());
+        if (options.edits) {
+            editModules();
+        }
+        if (!options.pictures.empty() && turn == pictureTurn) {
+            takePictures();
+        }
+    }
+
+    void closeWindow() {
+        if (options.withoutQuestion) {
+            window.closeWithoutQuestion();
+        } else {
+            window.close();
+        }
+    }
+
+    /// Answers the question that there is: the measurement is to stop, and what `editModules` has
+    /// changed isn't worth keeping.
+    void answer() {
+        const auto* const question = window.findChild<QMessageBox*>();
+        if (question == nullptr || !question->isVisible()) {
+            return;
+        }
+        for (QAbstractButton* const button : question->buttons()) {
+            const auto role = question->buttonRole(button);
+            if (role == QMessageBox::AcceptRole && !question->button(QMessageBox::Save)) {
+                hasAsked = true;
+                QTest::mouseClick(button, Qt::LeftButton);
+                return;
+            }
+            if (role == QMessageBox::DestructiveRole) {
+                QTest::mouseClick(button, Qt::LeftButton);
+                return;
+            }
+        }
+    }
+
+    bool wasAsked() const { return hasAsked; }
+
+  private:
+    static constexpr int pictureTurn = 4;
+    enum ModuleColumn { Type = 1, ConfigId = 3 };
+
+    /// One module more, of one type and another, and away again.
+    void editModules() {
+        const QtUser user(window.getWorkspace().modulesWindow());
+        const char* const grid = PluginWindows::modulesGrid;
+        if (turn % 2 == 1) {
+            user.press(PluginWindows::addButton);
+            const std::int32_t row = user.shownRows(grid).back();
+            user.pick(grid, row, Type, "CAN combo");
+            user.pick(grid, row, ConfigId, "E");
+            user.pick(grid, row, Type, "LIN combo");
+        } else {
+            user.select(grid, {user.shownRows(grid).back()});
+            user.press(PluginWindows::removeButton);
+        }
+    }
+
+    void takePictures() {
+        window.findChild<QComboBox*>("liveMode")->setCurrentIndex(0);
+        QTest::qWait(500);
+        const auto save = [&](QWidget& widget, const char* name) {
+            widget.grab().save(QString::fromStdString(options.pictures + "/" + name));
+        };
+        save(window, "main_window.png");
+        save(window.getWorkspace().modulesWindow(), "modules_window.png");
+        save(window.getWorkspace().channelsWindow(), "channels_window.png");
+    }
+
+    const Options& options;
+    MainWindow& window;
+    int turn = 0;
+    bool hasAsked = false;  ///< whether to stop the measurement
+};
+
+std::string indented(std::string json) {
+    while (!json.empty() && json.back() == '\n') {
+        json.pop_back();
+    }
+    return json;
+}
+
+int execute(int argc, char** argv) {
+    CLI::App app{"The desktop program with a user for a live run."};
+    Options options;
+    app.add_option("--setup", options.setup, "The setup's file, made of the modules")->required();
+    app.add_option("--module", options.modules, "\"TYPE:CONFIGID[:NAME]\"")
+        ->expected(1)
+        ->take_all();
+    app.add_option("--record", options.recording, "The recording");
+    app.add_option("--pictures", options.pictures, "A folder for pictures of the windows");
+    app.add_flag("--without-question", options.withoutQuestion, "It ends as by a signal");
+    app.add_flag("--edit", options.edits, "Modules come and go while it measures");
+    CLI11_PARSE(app, argc, argv);
+    StopSignal stop;
+    QApplication application(argc, argv);
+    QCoreApplication::setOrganizationName("cmp-station-test");
+    makeSetup(options);
+    MainWindow window(options.workspace);
+    window.show();
+    User user(options, window);
+    user.start();
+    LatencyProbe probe(window);
+    QTimer worker;
+    QObject::connect(&worker, &QTimer::timeout, &window, [&] { user.work(); });
+    worker.start(500);
+    QTimer stopper;
+    QObject::connect(&stopper, &QTimer::timeout, &window, [&] {
+        if (stop.isRequested() && worker.isActive()) {
+            worker.stop();
+            probe.end();
+            user.closeWindow();
+        } else if (!worker.isActive()) {
+            user.answer();
+        }
+    });
+    stopper.start(50);
+    QApplication::exec();
+    Workspace& workspace = window.getWorkspace();
+    fmt::print(
+        "{{\"report\": {}, \"hasLost\": {}, \"hasAsked\": {}, \"messages\": {}, "
+        "\"latencyMs\": {{\"count\": {}, \"p50\": {:.2f}, \"p99\": {:.2f}, \"max\": "
+        "{:.2f}}}}}\n",
+        indented(toJson(workspace.summarize())), workspace.hasLost(), user.wasAsked(),
+        window.findChild<QLabel*>("messages")->text().isEmpty() ? 0 : 1, probe.count(),
+        probe.at(0.5), probe.at(0.99), probe.at(1.0));
+    return workspace.isMeasuring() ? 1 : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return execute(argc, argv);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "gui-user: {}\n", error.what());
+        return 1;
+    }
+}
