@@ -47,6 +47,7 @@ build_preset() {
     "$root/scripts/install-packages"
     if command -v ccache >/dev/null; then
         options+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+        export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1  # one clone's objects serve the next
     fi
     say "configuring $preset"
     (cd "$root" && cmake --preset "$preset" "${options[@]}" --log-level=WARNING >/dev/null)
