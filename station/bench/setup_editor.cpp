@@ -75,6 +75,14 @@ void SetupEditor::pickType(std::int32_t row, const std::string& type) {
 void SetupEditor::setConfigId(std::int32_t row, std::uint16_t configId) {
     if (modulesGrid.look(row, configIdTitle).type != Kestrova::Tessel::CellType::comboBox) {
         modulesGrid.type(row, configIdTitle, fmt::format("{}", configId));
+        // A number below 16 changes the last hexadecimal digit only.
+        const std::uint16_t taken = bench.modules().at(static_cast<std::size_t>(row) - 1).configId;
+        if (taken != configId) {
+            throw SetupEditError(
+                fmt::format("the ConfigId can't go from 0x{:X}0 and more to {}: remove the module "
+                            "and add it anew",
+                            taken >> 4U, configId));
+        }
         return;
     }
     const auto offered = modulesGrid.offers(row, configIdTitle);
