@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <new>
 
+#include "core/module_object.h"
 #include "plugin/counted_object.h"
 #include "plugin/identity.h"
 #include "plugin/plugin.h"
@@ -116,5 +117,5 @@ HostResult DllGetClassObject(const InterfaceId& classId, const InterfaceId& inte
 }
 
 HostResult DllCanUnloadNow() {
-    return CountedObject::count() + serverLocks == 0 ? 0 : 1;
+    return ModuleObject::count() + serverLocks == 0 ? 0 : 1;
 }

@@ -84,6 +84,16 @@ std::string printable(std::string text) {
     return text;
 }
 
+std::vector<RecordingSummary> summarize(const RecordingSet& recordings) {
+    std::vector<RecordingSummary> summaries;
+    for (const auto& recording : recordings.all()) {
+        summaries.push_back({recording->path(), recording->formatName(),
+                             recording->recordsWritten(), recording->bytesWritten(),
+                             recording->recordsLost(), recording->errorText()});
+    }
+    return summaries;
+}
+
 std::uint64_t Summary::totalFrames() const {
     std::uint64_t total = 0;
     for (const ChannelSummary& channel : channels) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "station/recording/recording.h"
+#include "station/recording/recording_set.h"
 
 namespace station {
 
@@ -54,6 +54,8 @@ struct Summary {
     std::uint64_t totalFrames() const;
 };
 
+/// How the recordings stand.
+std::vector<RecordingSummary> summarize(const RecordingSet& recordings);
 /// UTC as "2026-01-31T12:00:00.123456789Z".
 std::string toIsoText(Summary::Clock::time_point time);
 /// One JSON object, indented, with a line feed at its end.

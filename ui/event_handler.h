@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "core/kvrt_exception.h"
+#include "core/module_object.h"
 #include "host/implements.h"
 #include "host/toolkit.h"
 #include "ui/object_ptr.h"
@@ -48,7 +49,8 @@ BoundHandler<Sender, Args> bindHandler(std::weak_ptr<void> life, Object* object,
 /// The toolkit's side of a handler. It belongs to the toolkit, which keeps it as long as the
 /// control, and it is here that exceptions end: the toolkit sees their code.
 template <typename Sender, typename Args>
-class EventHandlerImpl final : public Implements<IEventHandler, RuntimeObject> {
+class EventHandlerImpl final : public Implements<IEventHandler, RuntimeObject>,
+                               private ModuleObject {
   public:
     EventHandlerImpl(RT::Core::RuntimePtr library, BoundHandler<Sender, Args> handler)
         : runtime(std::move(library)), bound(std::move(handler)) {

@@ -204,11 +204,7 @@ Summary MeasurementRecorder::summarize(std::vector<ModuleSummary> modules) {
         entry.lastValue = channel->lastValueText();
         summary.channels.push_back(std::move(entry));
     }
-    for (const auto& recording : recordings.all()) {
-        summary.recordings.push_back({recording->path(), recording->formatName(),
-                                      recording->recordsWritten(), recording->bytesWritten(),
-                                      recording->recordsLost(), recording->errorText()});
-    }
+    summary.recordings = station::summarize(recordings);
     return summary;
 }
 

@@ -142,11 +142,7 @@ Summary DirectCapture::summarize() {
         entry.lastValue = channel.channel->getLastValueText();
         summary.channels.push_back(std::move(entry));
     }
-    for (const auto& recording : recordings.all()) {
-        summary.recordings.push_back({recording->path(), recording->formatName(),
-                                      recording->recordsWritten(), recording->bytesWritten(),
-                                      recording->recordsLost(), recording->errorText()});
-    }
+    summary.recordings = station::summarize(recordings);
     return summary;
 }
 

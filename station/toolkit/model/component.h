@@ -51,7 +51,12 @@ template <typename Interface, typename... Bases>
 class Component : public Implements<Interface, Bases..., Kestrova::Tessel::IComponent> {
   public:
     HostResult subscribe(std::int32_t slot, Kestrova::Tessel::IEventHandler* handler) override {
-        return toolkitCall([&] { slots.subscribe(slot, handler); });
+        return toolkitCall([&] {
+            slots.subscribe(slot, handler);
+            if (detached) {
+                slots.clear();
+            }
+        });
     }
     HostResult unsubscribe(std::int32_t slot, Kestrova::Tessel::IEventHandler* handler) override {
         return toolkitCall([&] { slots.unsubscribe(slot, handler); });

@@ -143,6 +143,11 @@ HostResult DrawGrid::isRowSelected(std::int32_t row, HostBool* selected) {
     });
 }
 
+void DrawGrid::detach() {
+    groups.detach();
+    Component::detach();
+}
+
 void DrawGrid::askGroups() {
     if (!groupsAreDue) {
         return;

@@ -55,6 +55,9 @@ class DrawGrid final : public Component<Kestrova::Tessel::IDrawGrid, Kestrova::T
     HostResult getRowCount(std::int32_t* rows) override;
     HostResult isRowSelected(std::int32_t row, HostBool* selected) override;
 
+    /// The grid has left its window, and its groups with it.
+    void detach();
+
     /// Null for none; not owned.
     void setView(DrawGridView* newView) { view = newView; }
 
