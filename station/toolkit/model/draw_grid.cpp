@@ -184,7 +184,6 @@ void DrawGrid::input(CellPlace cell, const CellInput& what) {
     const CountedRef<DrawGrid> self(this);
     const auto args = makeObject<CellInputArgs>(cell, what);
     raise(cellInput, "input", args.get());
-    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): `self` keeps the grid
     tell(&DrawGridView::onCellsChanged);
 }
 
@@ -193,7 +192,6 @@ void DrawGrid::switchToggle(CellPlace cell, bool checked) {
     const CountedRef<DrawGrid> self(this);
     const auto args = makeObject<CellActionArgs>(cell, checked);
     raise(cellAction, "toggle", args.get());
-    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): `self` keeps the grid
     tell(&DrawGridView::onCellsChanged);
 }
 
