@@ -30,7 +30,7 @@ fs::path choosePlugin(const fs::path& chosen) {
         return registered->module;
     }
     std::error_code error;
-    const fs::path beside =
+    fs::path beside =
         fs::read_symlink("/proc/self/exe", error).parent_path() / "cmp_plugin.so";
     if (fs::exists(beside, error)) {
         return beside;
@@ -50,7 +50,7 @@ ElementRef newElement(const wchar_t* name) {
 }
 
 ElementRef newChild(SetupElement& parent, const wchar_t* name) {
-    const ElementRef child = newElement(name);
+    ElementRef child = newElement(name);
     parent.AddChild(child.get());
     return child;
 }
@@ -156,7 +156,7 @@ void Bench::open(const SetupFile& file) {
 }
 
 ElementRef Bench::writeSection() {
-    const ElementRef section = newElement(sectionName);
+    ElementRef section = newElement(sectionName);
     section->AddAttribute(makeCounted<SetupElement>(idName, classIdText()).get());
     pluginDriver->saveSettings(*document, *newChild(*section, settingsName));
     section->AddChild(saveChannels().get());
@@ -198,7 +198,7 @@ std::vector<ModuleFacts> Bench::readFacts() {
 }
 
 ElementRef Bench::saveChannels() {
-    const ElementRef channels = newElement(channelsName);
+    ElementRef channels = newElement(channelsName);
     pluginDriver->saveSetup(*document, *channels);
     return channels;
 }
