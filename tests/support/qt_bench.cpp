@@ -14,12 +14,6 @@
 using namespace station;
 namespace CellType = Kestrova::Tessel::CellType;
 
-/// For the leak sanitizer: what the D-Bus library keeps when Qt's platform for X looks for a bus.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer's name for it
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:libdbus-1.so";
-}
-
 void QtUser::settle() {
     constexpr int rounds = 4;  // what is told, what is asked because of it, what goes, what is left
     for (int i = 0; i < rounds; ++i) {

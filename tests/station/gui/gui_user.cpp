@@ -1,13 +1,18 @@
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QMessageBox>
+#include <QSocketNotifier>
 #include <QTest>
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <optional>
 #include <thread>
 
 #include "station/bench/setup_editor.h"
@@ -35,12 +40,24 @@ struct Options {
     WorkspaceOptions workspace;
 };
 
-/// How long an event waits in the loop: posted by a thread every few milliseconds, which is what a
-/// key or a click would be.
+/// How long what comes in waits for the event loop: a thread writes into a pipe every few
+/// milliseconds, which is as a key or a click would come.
 class LatencyProbe {
   public:
-    explicit LatencyProbe(QObject& loop) : poster([this, &loop] { post(loop); }) {}
-    ~LatencyProbe() { end(); }
+    LatencyProbe() {
+        if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
+            throw std::runtime_error("there is no pipe for measuring the latency");
+        }
+        notifier.emplace(ends[0], QSocketNotifier::Read);
+        QObject::connect(&*notifier, &QSocketNotifier::activated, &*notifier, [this] { take(); });
+        poster = std::thread([this] { post(); });
+    }
+    ~LatencyProbe() {
+        end();
+        notifier.reset();
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
 
     void end() {
         stopping = true;
@@ -58,21 +75,28 @@ class LatencyProbe {
     std::size_t count() const { return delays.size(); }
 
   private:
-    void post(QObject& loop) {
+    using Stamp = SteadyClock::rep;
+
+    void post() const {
         constexpr auto period = std::chrono::milliseconds(5);
         for (auto next = SteadyClock::now(); !stopping; next += period) {
             std::this_thread::sleep_until(next);
-            QMetaObject::invokeMethod(
-                &loop,
-                [this, due = SteadyClock::now()] {
-                    delays.push_back(
-                        std::chrono::duration<double, std::milli>(SteadyClock::now() - due)
-                            .count());
-                },
-                Qt::QueuedConnection);
+            const Stamp now = SteadyClock::now().time_since_epoch().count();
+            if (::write(ends[1], &now, sizeof now) != sizeof now) {
+                return;  // nobody has read for very long
+            }
+        }
+    }
+    void take() {
+        for (Stamp posted = 0; ::read(ends[0], &posted, sizeof posted) == sizeof posted;) {
+            const auto waited =
+                SteadyClock::now() - SteadyClock::time_point(SteadyClock::duration(posted));
+            delays.push_back(std::chrono::duration<double, std::milli>(waited).count());
         }
     }
 
+    std::array<int, 2> ends = {-1, -1};  ///< of the pipe: to read, to write
+    std::optional<QSocketNotifier> notifier;
     std::atomic<bool> stopping = false;
     std::vector<double> delays;  ///< of the event loop's thread
     std::thread poster;
@@ -220,7 +244,7 @@ int execute(int argc, char** argv) {
     window.show();
     User user(options, window);
     user.start();
-    LatencyProbe probe(window);
+    LatencyProbe probe;
     QTimer worker;
     QObject::connect(&worker, &QTimer::timeout, &window, [&] { user.work(); });
     worker.start(500);
