@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -36,11 +37,9 @@ ExitCode start(const GuiOptions& options) {
     add("--setup", options.setup);
     add("--plugin", options.plugin);
     add("--sample-rate", options.sampleRate);
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(words.size() + 1, nullptr);
+    std::transform(words.begin(), words.end(), arguments.begin(),
+                   [](std::string& word) { return word.data(); });
     ::execv(program.c_str(), arguments.data());
     throw CommandError(ExitCode::Failed, "can't start the desktop program " + program.string() +
                                              ": " + std::strerror(errno));

@@ -280,8 +280,10 @@ bool GridView::focusNextPrevChild(bool next) {
         index.row() == model.rowCount() - 1 && index.column() == model.columnCount() - 1;
     const bool isFirst = index.row() == 0 && index.column() == 0;
     const bool leaves = !index.isValid() || (next ? isLast : isFirst);
-    return leaves ? QAbstractScrollArea::focusNextPrevChild(next)
-                  : QTableView::focusNextPrevChild(next);
+    setTabKeyNavigation(!leaves);
+    const bool isDone = QTableView::focusNextPrevChild(next);
+    setTabKeyNavigation(true);
+    return isDone;
 }
 
 void GridView::mouseReleaseEvent(QMouseEvent* event) {

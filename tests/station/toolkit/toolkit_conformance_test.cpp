@@ -238,6 +238,12 @@ TEST_P(GroupedGrid, GroupsThatCannotBeAreFailures) {
                                    taken, taken));
 }
 
+TEST_P(GroupedGrid, AClosedWindowLetsGoOfAllHandlersAlsoOfThoseOfTheGroups) {
+    bench->shownRows("grid");
+    bench->closeWindow();
+    EXPECT_EQ(kvRtTrackedCount(), handlersBefore) << "while the grid is held";
+}
+
 // Handlers.
 
 TEST_P(ToolkitConformance, AHandlerThatFailsIsToldAndTheOthersAreCalled) {
