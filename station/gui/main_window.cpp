@@ -239,8 +239,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         whenSettled([this] {
             mayClose = true;
             // Qt is about to end this attempt, and passes over another one in it.
-            QMetaObject::invokeMethod(
-                this, [this] { close(); }, Qt::QueuedConnection);
+            later.run([this] { close(); });
         });
     });
 }

@@ -3,7 +3,8 @@
 #include <QApplication>
 #include <QLineEdit>
 #include <QPainter>
-#include <QTimer>
+
+#include "station/toolkit/qt/later.h"
 
 namespace station {
 namespace {
@@ -21,13 +22,14 @@ class CellComboBox final : public QComboBox {
 
     void hidePopup() override {
         QComboBox::hidePopup();
-        QTimer::singleShot(0, this, onClosed);
+        later.run(onClosed);
     }
 
     bool isPicked = false;
 
   private:
     const std::function<void()> onClosed;
+    Later later;
 };
 
 const QStyle& styleOf(const QStyleOptionViewItem& option) {

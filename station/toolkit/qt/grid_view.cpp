@@ -49,8 +49,7 @@ GridView::~GridView() {
 /// Runs it from the event loop, if this is still there.
 template <typename Action>
 void GridView::later(Action action) {
-    QMetaObject::invokeMethod(
-        this, [this, action] { action(*this); }, Qt::QueuedConnection);
+    postponed.run([this, action] { action(*this); });
 }
 
 void GridView::onColumnsChanged() {
@@ -84,7 +83,8 @@ void GridView::catchUp() {
         describeColumns();
     }
     const QPointer<GridView> self(this);
-    CountedRef<DrawGrid>(grid)->askGroups();
+    const CountedRef<DrawGrid> asked = grid;
+    asked->askGroups();
     if (self && !areColumnsDue) {
         showRows();
         askForVisible();
