@@ -1,6 +1,5 @@
-// What the sanitizers are to leave out in programs with Qt, which isn't built with them. Nothing but
-// they calls these.
-// NOLINTBEGIN(bugprone-reserved-identifier)
+// What the sanitizers are to leave out in programs with Qt, which isn't built with them. Nothing
+// but they calls these. NOLINTBEGIN(bugprone-reserved-identifier)
 
 /// What the D-Bus library keeps when Qt's platform for X looks for a bus.
 extern "C" const char* __lsan_default_suppressions();
