@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/setup/xml_code.h"
-#include "tests/support/memory_node.h"
+#include "tests/support/setup_tree.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ class NodeValues : public ::testing::Test {
         return ReadValueAs<T>(*node, "Key");
     }
 
-    std::shared_ptr<Node> node = MemoryNode::createDocument("Root", true);
+    std::shared_ptr<Node> node = makeSetupTree("Root");
 };
 
 TEST_F(NodeValues, OnlyForcedWritesSurviveADefault) {
@@ -35,26 +35,10 @@ TEST_F(NodeValues, OnlyForcedWritesSurviveADefault) {
               "  H = False\n");
 }
 
-TEST_F(NodeValues, MissingKeysGiveTheDefaultOfTheirType) {
-    EXPECT_EQ(ReadWithDefault(*node, "Key", std::uint32_t{4294967295U}), 4294967295U);
-    EXPECT_EQ(ReadWithDefault(*node, "Key", std::int32_t{-1}), -1);
-    EXPECT_EQ(ReadWithDefault(*node, "Key", std::uint64_t{1} << 63U), std::uint64_t{1} << 63U);
-    EXPECT_EQ(ReadWithDefault(*node, "Key", "text"), "text");
-    EXPECT_TRUE(ReadWithDefault(*node, "Key", true));
-    EXPECT_FALSE(ReadWithDefault(*node, "Key", false));
-    EXPECT_EQ(ReadValueAs<std::int64_t>(*node, "Key"), 0);
-}
-
 TEST_F(NodeValues, NumbersAreReadAsFarAsTheirDigitsGo) {
     EXPECT_EQ(read<std::int32_t>("12abc"), 12);
     EXPECT_EQ(read<std::int64_t>(" \t-9223372036854775808"), INT64_MIN);
     EXPECT_EQ(read<std::uint64_t>("+18446744073709551615"), UINT64_MAX);
-}
-
-TEST_F(NodeValues, ThirtyTwoBitReadsKeepTheLowHalf) {
-    EXPECT_EQ(read<std::int32_t>("4294967297"), 1);
-    EXPECT_EQ(read<std::uint32_t>("4294967297"), 1U);
-    EXPECT_EQ(read<std::uint32_t>("-1"), 4294967295U);
 }
 
 TEST_F(NodeValues, BadNumbersAreErrorsWithTheirCode) {
@@ -74,15 +58,6 @@ TEST_F(NodeValues, BooleansTakeWordsAndNumbersAndNeverThrow) {
     for (const auto* text : {"False", "", "0", "yes", "1x", "1,5", "1 ", "+", "+-1", "true ", "nan",
                              "2.220446049250313e-16", "1e-999"}) {
         EXPECT_FALSE(TextToBool(text)) << text;
-    }
-}
-
-TEST(XmlException, TextsStayWithTheirCodes) {
-    EXPECT_STREQ(XmlException(0).what(), "Node does not contain expected type!");
-    EXPECT_STREQ(XmlException(6).what(), "KCOM document is not set!");
-    EXPECT_STREQ(XmlException(13).what(), "Parameter is a dummy node!");
-    for (const std::int32_t code : {-1, 14, 99}) {
-        EXPECT_STREQ(XmlException(code).what(), "XmlExceptionCode is not set!");
     }
 }
 

@@ -65,8 +65,11 @@ std::vector<std::string> CallScript::referenceFaults() const {
     const LockGuard guard(lock);
     std::vector<std::string> texts;
     for (const ScriptedObject* object : objects) {
-        if (const std::string fault = object->referenceFault(); !fault.empty()) {
-            texts.push_back(object->kind + ": " + fault);
+        if (object->isOverReleased()) {
+            texts.push_back(object->kind + ": released once too often");
+        } else if (object->references() != 0) {
+            texts.push_back(object->kind + ": " + std::to_string(object->references()) +
+                            " references kept");
         }
     }
     return texts;

@@ -54,8 +54,8 @@ class CallScript {
     /// How many calls met with a fault since the script was made.
     std::size_t faultsMet() const;
 
-    /// Who holds references to an object at the end, or gave back more than it had: "HostChannel: 1
-    /// reference kept", "HostDocument: released once too often". Empty if all is well.
+    /// Who holds references to an object at the end, or gave back more than it had: "HostChannel: 2
+    /// references kept", "HostDocument: released once too often". Empty if all is well.
     std::vector<std::string> referenceFaults() const;
 
     /// Makes an object that lives as long as the script, however its references are counted: so a

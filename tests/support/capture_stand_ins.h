@@ -57,7 +57,6 @@ struct ScriptedInterface {
 class ScriptedPort final : public CapturePort {
   public:
     std::vector<ScriptedInterface> interfaces;
-    bool listFails = false;
     int openHandles = 0;
     std::vector<std::string> calls;  ///< "name:result" of each scripted read, and what was opened
     /// Called before each read; may be empty.
@@ -70,12 +69,7 @@ class ScriptedPort final : public CapturePort {
         }
     }
 
-    std::int32_t findAllDevices(std::vector<CaptureInterface>& devices,
-                                std::string& error) override {
-        if (listFails) {
-            error = "no list";
-            return -1;
-        }
+    std::int32_t findAllDevices(std::vector<CaptureInterface>& devices, std::string&) override {
         for (const auto& entry : interfaces) {
             devices.push_back({entry.name, "about " + entry.name});
         }

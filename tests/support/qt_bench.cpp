@@ -24,13 +24,13 @@ void QtUser::settle() {
 
 GridView* QtUser::view(const std::string& grid) const {
     settle();
-    return window ? dynamic_cast<GridView*>(
-                        window->findChild<QTableView*>(QString::fromStdString(grid)))
-                  : nullptr;
+    return toolkit ? dynamic_cast<GridView*>(
+                         toolkit->findChild<QTableView*>(QString::fromStdString(grid)))
+                   : nullptr;
 }
 
 CountedRef<DrawGrid> QtUser::model(const std::string& grid) const {
-    const WindowElement* const content = window ? window->window().getContent() : nullptr;
+    const WindowElement* const content = toolkit ? toolkit->window().getContent() : nullptr;
     const WindowElement* const element = content != nullptr ? content->find(grid) : nullptr;
     return element != nullptr ? element->grid : nullptr;
 }
@@ -94,7 +94,7 @@ bool QtUser::click(const std::string& grid, std::int32_t row, std::int32_t colum
 bool QtUser::press(const std::string& button) const {
     settle();
     auto* const found =
-        window ? window->findChild<QToolButton*>(QString::fromStdString(button)) : nullptr;
+        toolkit ? toolkit->findChild<QToolButton*>(QString::fromStdString(button)) : nullptr;
     if (found == nullptr) {
         return false;
     }
@@ -204,6 +204,7 @@ QtBench::QtBench()
       })) {
     constexpr int width = 900;
     constexpr int height = 400;
+    toolkit = widget;
     widget->resize(width, height);
     widget->show();
     EXPECT_TRUE(QTest::qWaitForWindowExposed(widget));
@@ -214,11 +215,11 @@ QtBench::~QtBench() {
     QtUser::settle();
 }
 
-std::vector<std::string> QtBench::titles(const std::string& grid) {
+std::vector<std::string> QtBench::titles(const std::string& grid) const {
     std::vector<std::string> titles;
-    const GridView* const view = user().view(grid);
-    for (int column = 0; view != nullptr && column < view->shown().columnCount(); ++column) {
-        titles.push_back(view->shown()
+    const GridView* const shown = view(grid);
+    for (int column = 0; shown != nullptr && column < shown->shown().columnCount(); ++column) {
+        titles.push_back(shown->shown()
                              .headerData(column, Qt::Horizontal, Qt::DisplayRole)
                              .toString()
                              .toStdString());

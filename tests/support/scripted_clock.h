@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,69 +10,69 @@
 
 class ScriptedMasterClock final : public Scripted<HostMasterClock> {
   public:
-    explicit ScriptedMasterClock(CallScript& callScript)
-        : Scripted(callScript, "HostMasterClock") {}
+    using Scripted::Scripted;
 
-    /// Each reading adds `stepPerReading` to the time afterwards.
-    HostResult getTimeSeconds(double* out) override;
-
-    double seconds = 0.0;
-    double stepPerReading = 0.0;
+    SCRIPTED_READ(getTimeSeconds, double, seconds, 0.0)
 };
 
 class ScriptedGnssDevice final : public Scripted<HostGnssDevice> {
   public:
-    explicit ScriptedGnssDevice(CallScript& callScript, std::int32_t mode)
-        : Scripted(callScript, "HostGnssDevice"), syncMode(mode) {}
+    using Scripted::Scripted;
 
-    SCRIPTED_WRITER(HostGnssDevice, setDefaultSyncMode, std::int32_t, defaultSyncMode)
-    HostResult addSyncMode(std::int32_t mode) override;
-    SCRIPTED_PROPERTY(HostGnssDevice, SyncMode, std::int32_t, std::int32_t, syncMode)
-    SCRIPTED_PROPERTY(HostGnssDevice, ClockSource, HostBool, HostBool, clockSource)
-
-    std::int32_t defaultSyncMode = 0;
-    std::vector<std::int32_t> syncModes;
-    std::int32_t syncMode;
-    HostBool clockSource = hostFalse;
+    SCRIPTED_TAKE(setDefaultSyncMode, std::int32_t)
+    SCRIPTED_TAKE(addSyncMode, std::int32_t)
+    SCRIPTED_PROPERTY(SyncMode, std::int32_t, syncMode, syncModeSoft)
+    SCRIPTED_PROPERTY(ClockSource, HostBool, clockSource, hostFalse)
 };
 
 class ScriptedGnssDeviceList final : public Scripted<HostGnssDeviceList> {
   public:
-    explicit ScriptedGnssDeviceList(CallScript& callScript)
-        : Scripted(callScript, "HostGnssDeviceList") {}
+    using Scripted::Scripted;
 
-    HostResult getCount(std::int32_t* count) override;
+    SCRIPTED_COUNT(getCount, infos)
     /// Fails for an index outside the list.
-    HostResult getInfo(std::int32_t index, HostGnssDeviceInfo* info) override;
-    HostResult createDevice(HostGnssDevice** device) override;
+    HostResult getInfo(std::int32_t index, HostGnssDeviceInfo* info) override {
+        const HostResult code = call("getInfo", index);
+        if (code < 0) {
+            return code;
+        }
+        if (index < 0 || static_cast<std::size_t>(index) >= infos.size()) {
+            return HostCode::invalidArgument;
+        }
+        *info = infos[static_cast<std::size_t>(index)];
+        return code;
+    }
+    HostResult createDevice(HostGnssDevice** device) override {
+        const auto create = [&] {
+            devices.push_back(&script.make<ScriptedGnssDevice>());
+            return devices.back();
+        };
+        return hand("createDevice", device, create);
+    }
 
     std::vector<HostGnssDeviceInfo> infos;
-    std::int32_t newDeviceMode = HostGnssDevice::syncModeSoft;
     std::vector<ScriptedGnssDevice*> devices;  ///< all that were made, in order
 };
 
 class ScriptedGnssDeviceHandle final : public Scripted<HostGnssDeviceHandle> {
   public:
-    explicit ScriptedGnssDeviceHandle(CallScript& callScript)
-        : Scripted(callScript, "HostGnssDeviceHandle") {}
+    using Scripted::Scripted;
 
-    HostResult attach(HostGnssDevice* newDevice) override;
-
-    /// What the device gets when it is attached, where a test has chosen something.
-    std::optional<std::int32_t> chosenMode;
-    std::optional<HostBool> chosenSource;
-    ScriptedGnssDevice* device = nullptr;
+    SCRIPTED_TAKE(attach, HostGnssDevice*)
 };
 
 class ScriptedGnssDeviceCollection final : public Scripted<HostGnssDeviceCollection> {
   public:
-    explicit ScriptedGnssDeviceCollection(CallScript& callScript)
-        : Scripted(callScript, "HostGnssDeviceCollection") {}
+    using Scripted::Scripted;
 
-    HostResult open(const wchar_t* name, HostGnssDeviceHandle** handle) override;
+    HostResult open(const wchar_t* name, HostGnssDeviceHandle** handle) override {
+        const auto place = [&] {
+            auto& known = handles[orEmpty(name)];
+            return known = known != nullptr ? known : &script.make<ScriptedGnssDeviceHandle>();
+        };
+        return hand("open", handle, place, name);
+    }
 
-    /// The place of that name, made if there is none.
-    ScriptedGnssDeviceHandle& place(const std::wstring& name);
-
+  private:
     std::map<std::wstring, ScriptedGnssDeviceHandle*> handles;
 };

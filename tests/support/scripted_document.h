@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -11,85 +12,216 @@
 /// An element of a scripted document. A test may build and read the tree through the fields, behind
 /// the list of calls. Values are kept per element and beside its children.
 class ScriptedElement final : public Scripted<HostElement> {
+    using Elements = std::vector<ScriptedElement*>;
+
   public:
     explicit ScriptedElement(CallScript& callScript, std::wstring nameOfElement,
                              std::wstring textOfElement = L"")
-        : Scripted(callScript, "HostElement"),
-          name(std::move(nameOfElement)),
-          text(std::move(textOfElement)) {}
+        : Scripted(callScript), name(std::move(nameOfElement)), text(std::move(textOfElement)) {}
 
-    HostResult SetText(const wchar_t* value) override;
-    HostResult AddChild(HostElement* child) override;
-    HostResult RemoveChild(HostElement* child) override;
-    HostResult ClearChildren() override;
-    HostResult FindChild(const wchar_t* wanted, HostElement** child) override;
-    HostResult GetChild(std::int32_t index, HostElement** child) override;
-    HostResult GetChildCount(std::int32_t* number) override;
-    HostResult Clone(HostElement** copy) override;
-    HostResult GetParent(HostElement** out) override;
-    HostResult AddAttribute(HostElement* attribute) override;
-    HostResult RemoveAttribute(HostElement* attribute) override;
-    HostResult FindAttribute(const wchar_t* wanted, HostElement** attribute) override;
-    HostResult GetAttribute(std::int32_t index, HostElement** attribute) override;
-    HostResult GetAttributeCount(std::int32_t* number) override;
-    HostResult ClearAttributes() override;
-    HostResult GetName(std::wstring* value) override;
-    HostResult GetText(std::wstring* value) override;
+    SCRIPTED_WRITER(SetText, const wchar_t*, text)
+    HostResult AddChild(HostElement* child) override { return append("AddChild", children, child); }
+    HostResult RemoveChild(HostElement* child) override {
+        return remove("RemoveChild", children, child);
+    }
+    HostResult ClearChildren() override { return clear("ClearChildren", children); }
+    HostResult FindChild(const wchar_t* wanted, HostElement** child) override {
+        const auto search = [&] { return firstOf(children, orEmpty(wanted)); };
+        return hand("FindChild", child, search, wanted);
+    }
+    HostResult GetChild(std::int32_t index, HostElement** child) override {
+        const auto search = [&] { return elementAt(children, index); };
+        return hand("GetChild", child, search, index);
+    }
+    SCRIPTED_COUNT(GetChildCount, children)
+    SCRIPTED_OBJECT(Clone, HostElement, &deepCopy())
+    SCRIPTED_OBJECT(GetParent, HostElement, parent)
+    HostResult AddAttribute(HostElement* attribute) override {
+        return append("AddAttribute", attributes, attribute);
+    }
+    HostResult RemoveAttribute(HostElement* attribute) override {
+        return remove("RemoveAttribute", attributes, attribute);
+    }
+    HostResult FindAttribute(const wchar_t* wanted, HostElement** attribute) override {
+        const auto search = [&] { return firstOf(attributes, orEmpty(wanted)); };
+        return hand("FindAttribute", attribute, search, wanted);
+    }
+    HostResult GetAttribute(std::int32_t index, HostElement** attribute) override {
+        const auto search = [&] { return elementAt(attributes, index); };
+        return hand("GetAttribute", attribute, search, index);
+    }
+    SCRIPTED_COUNT(GetAttributeCount, attributes)
+    HostResult ClearAttributes() override { return clear("ClearAttributes", attributes); }
+    SCRIPTED_READER(GetName, std::wstring, name)
+    SCRIPTED_READER(GetText, std::wstring, text)
 
     /// Appends a new child, or attribute, and returns it.
-    ScriptedElement& addNew(const std::wstring& nameOfChild, const std::wstring& textOfChild = L"");
+    ScriptedElement& addNew(const std::wstring& nameOfChild,
+                            const std::wstring& textOfChild = L"") {
+        return addTo(children, nameOfChild, textOfChild);
+    }
     ScriptedElement& addNewAttribute(const std::wstring& nameOfAttribute,
-                                     const std::wstring& textOfAttribute);
+                                     const std::wstring& textOfAttribute) {
+        return addTo(attributes, nameOfAttribute, textOfAttribute);
+    }
     /// The first child of that name, or null.
-    ScriptedElement* find(const std::wstring& wanted) const;
-    /// The value of the key; throws `std::out_of_range` if there is none.
-    std::wstring valueOf(const std::wstring& key) const;
+    ScriptedElement* find(const std::wstring& wanted) const { return firstOf(children, wanted); }
+    auto findValue(const std::wstring& key) {
+        return std::find_if(values.begin(), values.end(),
+                            [&](const auto& entry) { return entry.first == key; });
+    }
     /// The element with all that is in it, a line each, children indented by two:
     /// `Name "text" @Attribute="text" Key="value"`.
-    std::string asText(std::size_t indent = 0) const;
+    std::string asText(const std::string& indent = "") const {
+        const auto utf8 = [](const std::wstring& wide) {
+            return Kestrova::Utils::Kcom::StringHelper::ToUtf8(wide);
+        };
+        std::string line = indent + utf8(name) + (text.empty() ? "" : " \"" + utf8(text) + '"');
+        for (const ScriptedElement* attribute : attributes) {
+            line += " @" + utf8(attribute->name) + "=\"" + utf8(attribute->text) + '"';
+        }
+        for (const auto& [key, value] : values) {
+            line += ' ' + utf8(key) + "=\"" + utf8(value) + '"';
+        }
+        line += '\n';
+        for (const ScriptedElement* child : children) {
+            line += child->asText(indent + "  ");
+        }
+        return line;
+    }
 
     std::wstring name;
     std::wstring text;
     std::vector<std::pair<std::wstring, std::wstring>> values;
-    std::vector<ScriptedElement*> attributes;
-    std::vector<ScriptedElement*> children;
+    Elements attributes;
+    Elements children;
     ScriptedElement* parent = nullptr;
 
   private:
-    using Elements = std::vector<ScriptedElement*>;
-    HostResult append(const char* operation, Elements& list, HostElement* element);
-    HostResult remove(const char* operation, Elements& list, HostElement* element);
-    HostResult clear(const char* operation, Elements& list);
-    ScriptedElement& deepCopy() const;
+    static ScriptedElement* firstOf(const Elements& list, const std::wstring& wanted) {
+        const auto place = std::find_if(list.begin(), list.end(),
+                                        [&](const auto* each) { return each->name == wanted; });
+        return place == list.end() ? nullptr : *place;
+    }
+    ScriptedElement& addTo(Elements& list, const std::wstring& newName,
+                           const std::wstring& newText) {
+        list.push_back(&script.make<ScriptedElement>(newName, newText));
+        list.back()->parent = this;
+        return *list.back();
+    }
+    HostResult append(const char* operation, Elements& list, HostElement* element) {
+        const HostResult code = call(operation, element);
+        auto* const added = dynamic_cast<ScriptedElement*>(element);
+        if (code < 0 || added == nullptr) {
+            return code < 0 ? code : HostCode::invalidPointer;
+        }
+        if (added->parent != nullptr || added == this) {
+            return HostCode::invalidArgument;
+        }
+        added->parent = this;
+        list.push_back(added);
+        return code;
+    }
+    HostResult remove(const char* operation, Elements& list, HostElement* element) {
+        const HostResult code = call(operation, element);
+        const auto place = std::find(list.begin(), list.end(), element);
+        if (code >= 0 && place != list.end()) {
+            (*place)->parent = nullptr;
+            list.erase(place);
+        }
+        return code;
+    }
+    HostResult clear(const char* operation, Elements& list) {
+        const HostResult code = call(operation);
+        if (code >= 0) {
+            for (ScriptedElement* element : std::exchange(list, {})) {
+                element->parent = nullptr;
+            }
+        }
+        return code;
+    }
+    ScriptedElement& deepCopy() const {
+        auto& copy = script.make<ScriptedElement>(name, text);
+        copy.values = values;
+        for (const auto list : {&ScriptedElement::attributes, &ScriptedElement::children}) {
+            for (const ScriptedElement* element : this->*list) {
+                (copy.*list).push_back(&element->deepCopy());
+                (copy.*list).back()->parent = &copy;
+            }
+        }
+        return copy;
+    }
 };
 
 class ScriptedDocument final : public Scripted<HostDocument> {
   public:
     explicit ScriptedDocument(CallScript& callScript, bool forWriting)
-        : Scripted(callScript, "HostDocument"), mode(forWriting ? modeWriting : 0) {}
+        : Scripted(callScript), mode(forWriting ? modeWriting : 0) {}
 
-    HostResult GetRootElement(HostElement** out) override;
-    HostResult SetRootElement(HostElement* element) override;
-    HostResult CreateElement(const wchar_t* name, const wchar_t* text, HostElement** out) override;
+    SCRIPTED_OBJECT(GetRootElement, HostElement, root)
+    HostResult SetRootElement(HostElement* element) override {
+        const HostResult code = call("SetRootElement", element);
+        if (code >= 0) {
+            root = dynamic_cast<ScriptedElement*>(element);
+        }
+        return code;
+    }
+    HostResult CreateElement(const wchar_t* name, const wchar_t* text, HostElement** out) override {
+        const auto create = [&] {
+            return &script.make<ScriptedElement>(orEmpty(name), orEmpty(text));
+        };
+        return hand("CreateElement", out, create, name, text);
+    }
     HostResult WriteValue(HostElement* element, const wchar_t* key, const wchar_t* value,
-                          const wchar_t* defaultValue) override;
+                          const wchar_t* defaultValue) override {
+        const HostResult code = call("WriteValue", element, key, value, defaultValue);
+        auto* const place = dynamic_cast<ScriptedElement*>(element);
+        if (code < 0 || place == nullptr) {
+            return code < 0 ? code : HostCode::invalidPointer;
+        }
+        if (const auto old = place->findValue(orEmpty(key)); old != place->values.end()) {
+            place->values.erase(old);
+        }
+        if (orEmpty(value) != orEmpty(defaultValue)) {
+            place->values.emplace_back(orEmpty(key), orEmpty(value));
+        }
+        return code;
+    }
     HostResult ReadValue(HostElement* element, const wchar_t* key, std::wstring* value,
-                         const wchar_t* defaultValue) override;
-    HostResult GetMode(std::int32_t* value) override;
-    HostResult SetMode(HostBool writing) override;
+                         const wchar_t* defaultValue) override {
+        const HostResult code = call("ReadValue", element, key, defaultValue);
+        auto* const place = dynamic_cast<ScriptedElement*>(element);
+        if (code < 0 || place == nullptr) {
+            return code < 0 ? code : HostCode::invalidPointer;
+        }
+        const auto found = place->findValue(orEmpty(key));
+        *value = found == place->values.end() ? orEmpty(defaultValue) : found->second;
+        return code;
+    }
+    SCRIPTED_READER(GetMode, std::int32_t, mode)
+    HostResult SetMode(HostBool writing) override {
+        const HostResult code = call("SetMode", writing);
+        if (code >= 0) {
+            mode = isTrue(writing) ? modeWriting : 0;
+        }
+        return code;
+    }
 
     ScriptedElement* root = nullptr;
     std::int32_t mode;
-    bool keepsDefaults = false;  ///< `WriteValue` writes a value that equals its default
-    bool forgetsToRead = false;  ///< `ReadValue` leaves the text that it was given
 };
 
 class ScriptedDocumentFactory final : public Scripted<HostDocumentFactory> {
   public:
-    explicit ScriptedDocumentFactory(CallScript& callScript)
-        : Scripted(callScript, "HostDocumentFactory") {}
+    using Scripted::Scripted;
 
-    HostResult createDocument(HostBool writing, HostDocument** document) override;
+    HostResult createDocument(HostBool writing, HostDocument** document) override {
+        const auto create = [&] {
+            made.push_back(&script.make<ScriptedDocument>(isTrue(writing)));
+            return made.back();
+        };
+        return hand("createDocument", document, create, writing);
+    }
 
     std::vector<ScriptedDocument*> made;
 };

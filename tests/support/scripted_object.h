@@ -1,11 +1,16 @@
 #pragma once
 
+#include <cxxabi.h>
+
+#include <array>
 #include <atomic>
+#include <charconv>
 #include <concepts>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <type_traits>
-#include <utility>
+#include <typeinfo>
 #include <vector>
 
 #include "core/string_helper.h"
@@ -22,38 +27,52 @@ std::string tell(T* object) requires std::derived_from<T, HostObject>;
 inline std::string tell(HostBool value) {
     return value == hostTrue ? "true" : value == hostFalse ? "false" : std::to_string(value);
 }
-inline std::string tell(std::int32_t value) {
-    return std::to_string(value);
-}
-inline std::string tell(std::uint32_t value) {
-    return std::to_string(value);
-}
-inline std::string tell(std::int64_t value) {
-    return std::to_string(value);
-}
 /// Shortest text that gives the same number back.
-std::string tell(double value);
-std::string tell(float value);
+template <typename T>
+std::string tell(T value) requires std::is_arithmetic_v<T> {
+    std::array<char, 64> text = {};
+    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value).ptr};
+}
 inline std::string tell(const wchar_t* text) {
     return text == nullptr ? "null" : '"' + Kestrova::Utils::Kcom::StringHelper::ToUtf8(text) + '"';
 }
-std::string tell(const std::vector<std::int32_t>& numbers);
-std::string tell(const HostVariant& value);
+inline std::string tell(const std::vector<std::int32_t>& numbers) {
+    std::string text;
+    for (const std::int32_t number : numbers) {
+        text += (text.empty() ? "" : " ") + std::to_string(number);
+    }
+    return '[' + text + ']';
+}
+inline std::string tell(const HostVariant& value) {
+    return "variant of type " + std::to_string(static_cast<std::uint16_t>(value.type));
+}
 
 }  // namespace scripted_text
+
+/// The place in a list, or null for one outside.
+template <typename T>
+T* elementAt(const std::vector<T*>& list, std::int32_t place) {
+    const bool isInside = place >= 0 && static_cast<std::size_t>(place) < list.size();
+    return isInside ? list[static_cast<std::size_t>(place)] : nullptr;
+}
+inline std::wstring orEmpty(const wchar_t* text) {
+    return text == nullptr ? L"" : text;
+}
 
 /// One object of a scripted host. Its `references` are those of the code under test: the script
 /// itself holds none, and keeps the object by other means.
 class ScriptedObject {
   public:
-    ScriptedObject(CallScript& scriptToKeep, std::string kindOfObject);
-    virtual ~ScriptedObject();
+    ScriptedObject(CallScript& scriptToKeep, const std::type_info& interface)
+        : kind(nameOf(interface)), script(scriptToKeep) {
+        script.attend(this);
+    }
+    virtual ~ScriptedObject() { script.leave(this); }
     ScriptedObject(const ScriptedObject&) = delete;
     ScriptedObject& operator=(const ScriptedObject&) = delete;
 
     std::int64_t references() const { return referenceCount; }
-    /// What `CallScript::referenceFaults` tells of this object, empty if nothing.
-    std::string referenceFault() const;
+    bool isOverReleased() const { return overReleased; }
 
     /// Makes a query on this object find another one.
     template <typename T>
@@ -61,18 +80,30 @@ class ScriptedObject {
         parts.push_back({T::id, part, part});
     }
 
-    const std::string kind;
+    const std::string kind;  ///< the name of the interface
 
   protected:
-    std::uint32_t addReference();
-    std::uint32_t dropReference();
+    std::uint32_t addReference() { return static_cast<std::uint32_t>(++referenceCount); }
+    std::uint32_t dropReference() {
+        const std::int64_t left = --referenceCount;
+        overReleased = overReleased || left < 0;
+        return left < 0 ? 0 : static_cast<std::uint32_t>(left);
+    }
     /// The part of that interface with a reference, or null.
-    void* findPart(const InterfaceId& interfaceId) const;
+    void* findPart(const InterfaceId& interfaceId) const {
+        for (const Part& part : parts) {
+            if (part.interfaceId == interfaceId) {
+                part.object->addRef();
+                return part.pointer;
+            }
+        }
+        return nullptr;
+    }
 
     /// An operation that gives nothing.
     template <typename... Arguments>
     HostResult call(const char* operation, const Arguments&... arguments) {
-        return script.enter(operation, tellAll(arguments...), false).code;
+        return enter(operation, false, arguments...).code;
     }
     /// An operation that gives `value`.
     template <typename T, typename Value, typename... Arguments>
@@ -90,7 +121,7 @@ class ScriptedObject {
         const HostResult code = call(operation, value);
         if (code >= 0) {
             if constexpr (std::is_same_v<Value, const wchar_t*>) {
-                field = value == nullptr ? L"" : value;
+                field = orEmpty(value);
             } else {
                 field = value;
             }
@@ -102,7 +133,7 @@ class ScriptedObject {
     template <typename T, typename Find, typename... Arguments>
     HostResult hand(const char* operation, T** out, const Find& find,
                     const Arguments&... arguments) {
-        const auto verdict = script.enter(operation, tellAll(arguments...), true);
+        const auto verdict = enter(operation, true, arguments...);
         if (verdict.code < 0) {
             return verdict.code;
         }
@@ -122,11 +153,18 @@ class ScriptedObject {
         void* pointer;
     };
 
+    static std::string nameOf(const std::type_info& type) {
+        char* const text = abi::__cxa_demangle(type.name(), nullptr, nullptr, nullptr);
+        const std::string name = text;
+        std::free(text);
+        return name;
+    }
     template <typename... Arguments>
-    static std::string tellAll(const Arguments&... arguments) {
+    CallScript::Verdict enter(const char* operation, bool handsObject,
+                              const Arguments&... arguments) {
         std::string text;
         ((text += (text.empty() ? "" : ", ") + scripted_text::tell(arguments)), ...);
-        return text;
+        return script.enter(kind + "::" + operation, text, handsObject);
     }
 
     std::atomic<std::int64_t> referenceCount = 0;
@@ -138,7 +176,7 @@ class ScriptedObject {
 template <typename Interface>
 class Scripted : public Interface, public ScriptedObject {
   public:
-    using ScriptedObject::ScriptedObject;
+    explicit Scripted(CallScript& scriptToKeep) : ScriptedObject(scriptToKeep, typeid(Interface)) {}
 
     HostResult queryInterface(const InterfaceId& interfaceId, void** result) override {
         *result = nullptr;
@@ -166,18 +204,50 @@ std::string scripted_text::tell(T* object) requires std::derived_from<T, HostObj
     return object == nullptr ? "null" : scripted == nullptr ? "object" : scripted->kind;
 }
 
-/// A reader, and below a reader and a writer, of one value that a test can see and set.
-#define SCRIPTED_READER(Interface, operation, Type, field)    \
-    HostResult operation(Type* value) override {              \
-        return get(#Interface "::" #operation, value, field); \
+/// Operations that are only listed: without arguments, with one, and one that gives a zero.
+#define SCRIPTED_CALL(operation)      \
+    HostResult operation() override { \
+        return call(#operation);      \
     }
-#define SCRIPTED_WRITER(Interface, operation, Type, field)    \
-    HostResult operation(Type value) override {               \
-        return set(#Interface "::" #operation, field, value); \
+#define SCRIPTED_TAKE(operation, Type)          \
+    HostResult operation(Type value) override { \
+        return call(#operation, value);         \
     }
-#define SCRIPTED_PROPERTY(Interface, Name, Out, In, field) \
-    SCRIPTED_READER(Interface, get##Name, Out, field)      \
-    SCRIPTED_WRITER(Interface, set##Name, In, field)
-#define SCRIPTED_FLAG(Interface, Name, field)             \
-    SCRIPTED_READER(Interface, is##Name, HostBool, field) \
-    SCRIPTED_WRITER(Interface, set##Name, HostBool, field)
+#define SCRIPTED_GIVE(operation, Type)           \
+    HostResult operation(Type* value) override { \
+        return get(#operation, value, Type());   \
+    }
+#define SCRIPTED_ATTRIBUTE(Name, Out, In) \
+    SCRIPTED_GIVE(get##Name, Out)         \
+    SCRIPTED_TAKE(set##Name, In)
+/// A reader, and below a writer, of a value that a test can see and set; the field with its value
+/// at the beginning; and all three.
+#define SCRIPTED_READER(operation, Type, field)  \
+    HostResult operation(Type* value) override { \
+        return get(#operation, value, field);    \
+    }
+#define SCRIPTED_WRITER(operation, Type, field) \
+    HostResult operation(Type value) override { \
+        return set(#operation, field, value);   \
+    }
+#define SCRIPTED_READ(operation, Type, field, initial) \
+    SCRIPTED_READER(operation, Type, field)            \
+    Type field = initial;
+#define SCRIPTED_PROPERTY(Name, Type, field, initial) \
+    SCRIPTED_READ(get##Name, Type, field, initial)    \
+    SCRIPTED_WRITER(set##Name, Type, field)
+#define SCRIPTED_TEXT(Name, field)                     \
+    SCRIPTED_READ(get##Name, std::wstring, field, L"") \
+    SCRIPTED_WRITER(set##Name, const wchar_t*, field)
+#define SCRIPTED_FLAG(Name, field)                      \
+    SCRIPTED_READ(is##Name, HostBool, field, hostFalse) \
+    SCRIPTED_WRITER(set##Name, HostBool, field)
+#define SCRIPTED_COUNT(operation, list)                                         \
+    HostResult operation(std::int32_t* number) override {                       \
+        return get(#operation, number, static_cast<std::int32_t>(list.size())); \
+    }
+/// Hands over an object, which need not be made before it is asked for.
+#define SCRIPTED_OBJECT(operation, Type, object)                         \
+    HostResult operation(Type** out) override {                          \
+        return hand(#operation, out, [&]() -> Type* { return object; }); \
+    }

@@ -13,12 +13,10 @@ class ScriptedVariantArray final : public Scripted<HostVariantArray> {
   public:
     explicit ScriptedVariantArray(CallScript& callScript, std::vector<HostVariant> values,
                                   std::int32_t firstIndex = 0)
-        : Scripted(callScript, "HostVariantArray"),
-          elements(std::move(values)),
-          firstIndexOfArray(firstIndex) {}
+        : Scripted(callScript), elements(std::move(values)), firstIndexOfArray(firstIndex) {}
 
     HostResult getBounds(std::int32_t* first, std::int32_t* last) override {
-        const HostResult code = call("HostVariantArray::getBounds");
+        const HostResult code = call("getBounds");
         if (code >= 0) {
             *first = firstIndexOfArray;
             *last = firstIndexOfArray + static_cast<std::int32_t>(elements.size()) - 1;
@@ -26,7 +24,7 @@ class ScriptedVariantArray final : public Scripted<HostVariantArray> {
         return code;
     }
     HostResult getElement(std::int32_t index, HostVariant* element) override {
-        const HostResult code = call("HostVariantArray::getElement", index);
+        const HostResult code = call("getElement", index);
         if (code < 0) {
             return code;
         }
@@ -37,12 +35,8 @@ class ScriptedVariantArray final : public Scripted<HostVariantArray> {
         *element = elements[static_cast<std::size_t>(place)];
         return code;
     }
-    HostResult copy(HostVariantArray** result) override {
-        const auto make = [&] {
-            return &script.make<ScriptedVariantArray>(elements, firstIndexOfArray);
-        };
-        return hand("HostVariantArray::copy", result, make);
-    }
+    SCRIPTED_OBJECT(copy, HostVariantArray,
+                    &script.make<ScriptedVariantArray>(elements, firstIndexOfArray))
 
     std::vector<HostVariant> elements;
 

@@ -8,40 +8,41 @@
 
 #include "host/toolkit.h"
 
-/// A toolkit under test and its user, in front of one window. Every toolkit of the station has one,
-/// and passes the same tests with it.
-///
-/// Rows are the grid's, from 1; columns are counted from 0. What the user does is false where the
-/// toolkit doesn't let him.
-class ToolkitBench {
+/// A user in front of one window. Rows are the grid's, from 1; columns are counted from 0. What he
+/// does is false where the toolkit doesn't let him.
+class ToolkitUser {
   public:
-    virtual ~ToolkitBench() = default;
+    virtual ~ToolkitUser() = default;
 
+    virtual std::vector<std::int32_t> shownRows(const std::string& grid) const = 0;
+    /// As text: a colour as six hexadecimal digits, an expander as "-" (unfolded) or "+" (folded).
+    virtual std::string read(const std::string& grid, std::int32_t row,
+                             std::int32_t column) const = 0;
+    /// Of a combo box; empty for another cell.
+    virtual std::vector<std::string> offers(const std::string& grid, std::int32_t row,
+                                            std::int32_t column) const = 0;
+    virtual bool press(const std::string& button) const = 0;
+    virtual bool type(const std::string& grid, std::int32_t row, std::int32_t column,
+                      const std::string& text) const = 0;
+    virtual bool pick(const std::string& grid, std::int32_t row, std::int32_t column,
+                      const std::string& item) const = 0;
+    virtual bool toggle(const std::string& grid, std::int32_t row, std::int32_t column) const = 0;
+    virtual bool setColor(const std::string& grid, std::int32_t row, std::int32_t column,
+                          std::uint32_t color) const = 0;
+    virtual bool fold(const std::string& grid, std::int32_t row) const = 0;
+    virtual bool select(const std::string& grid, const std::vector<std::int32_t>& rows) const = 0;
+};
+
+/// A toolkit under test with its user. Every toolkit of the station has one, and passes the same
+/// tests with it.
+class ToolkitBench : public virtual ToolkitUser {
+  public:
     /// The window object for the plug-in; null after `closeWindow`. Not to be called in a handler
     /// that has closed it.
     virtual Kestrova::Tessel::IWindow* window() = 0;
     /// The user closes the window: the toolkit lets go of it and of its content.
     virtual void closeWindow() = 0;
-
-    virtual std::vector<std::string> titles(const std::string& grid) = 0;
-    virtual std::vector<std::int32_t> shownRows(const std::string& grid) = 0;
-    /// As text: a colour as six hexadecimal digits, an expander as "-" (unfolded) or "+" (folded).
-    virtual std::string read(const std::string& grid, std::int32_t row, std::int32_t column) = 0;
-    /// Of a combo box; empty for another cell.
-    virtual std::vector<std::string> offers(const std::string& grid, std::int32_t row,
-                                            std::int32_t column) = 0;
-
-    virtual bool press(const std::string& button) = 0;
-    virtual bool type(const std::string& grid, std::int32_t row, std::int32_t column,
-                      const std::string& text) = 0;
-    virtual bool pick(const std::string& grid, std::int32_t row, std::int32_t column,
-                      const std::string& item) = 0;
-    virtual bool toggle(const std::string& grid, std::int32_t row, std::int32_t column) = 0;
-    virtual bool setColor(const std::string& grid, std::int32_t row, std::int32_t column,
-                          std::uint32_t color) = 0;
-    virtual bool fold(const std::string& grid, std::int32_t row) = 0;
-    virtual bool select(const std::string& grid, const std::vector<std::int32_t>& rows) = 0;
-
+    virtual std::vector<std::string> titles(const std::string& grid) const = 0;
     /// Lets so much of the toolkit's time pass at least, in which timers tick.
     virtual void passTime(std::uint32_t milliseconds) = 0;
     /// The codes of the handlers that failed, as the user was told, since the last call.
