@@ -1,8 +1,7 @@
 #include "core/registry_store.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -11,8 +10,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class RegistryStoreTest : public testing::Test {
   protected:
@@ -46,22 +43,6 @@ TEST_F(RegistryStoreTest, ValuesComeBackWhateverIsInThem) {
     EXPECT_EQ(std::distance(files, fs::directory_iterator()), 1) << "nothing temporary is left";
 }
 
-TEST_F(RegistryStoreTest, KeysAreListedAndRemovedFromTheLowestUp) {
-    for (const char* name : {"A\\b", "A\\a\\x"}) {
-        ASSERT_TRUE(store.write(name, {}));
-    }
-    EXPECT_EQ(store.read("A\\b"), RegistryStore::Values());
-    EXPECT_EQ(store.read("A"), std::nullopt);
-    EXPECT_THAT(store.keysBelow("A"), ElementsAre("a", "b"));
-    EXPECT_FALSE(store.remove("A"));
-    EXPECT_FALSE(store.remove("A\\none"));
-    for (const char* name : {"A\\b", "A\\a\\x", "A\\a", "A"}) {
-        EXPECT_TRUE(store.remove(name)) << name;
-    }
-    EXPECT_THAT(store.keysBelow("A"), IsEmpty());
-    EXPECT_THAT(store.keysBelow(""), IsEmpty());
-}
-
 TEST_F(RegistryStoreTest, FileThatIsNoneOfItsOwnIsNoKey) {
     put("Name\ttext\tCMP\n");
     ASSERT_NE(store.read(key), std::nullopt);
@@ -76,30 +57,6 @@ TEST_F(RegistryStoreTest, FileThatIsNoneOfItsOwnIsNoKey) {
     fs::create_directory(fileOf("SOFTWARE/Maker/Part"));
     EXPECT_EQ(store.read(key), std::nullopt) << "a folder in place of the file";
     EXPECT_FALSE(store.write(key, {}));
-}
-
-TEST_F(RegistryStoreTest, StoreThatCantBeWrittenSaysSo) {
-    std::ofstream(folder.path() / "file") << "in the way";
-    const RegistryStore blocked(folder.path() / "file");
-    EXPECT_FALSE(blocked.write(key, {}));
-    EXPECT_EQ(blocked.read(key), std::nullopt);
-    EXPECT_FALSE(blocked.remove(key));
-    EXPECT_THAT(blocked.keysBelow(key), IsEmpty());
-}
-
-TEST_F(RegistryStoreTest, EnvironmentSaysWhereTheStoresAre) {
-    ::setenv("KESTROVA_REGISTRY", "/machine", 1);
-    ::setenv("XDG_DATA_HOME", "/data", 1);
-    ::setenv("HOME", "/home/somebody", 1);
-    EXPECT_EQ(RegistryStore::perMachine().getFolder(), "/machine");
-    EXPECT_EQ(RegistryStore::perUser().getFolder(), "/data/kestrova/registry");
-    for (const char* ignored : {"", "relative/data"}) {
-        ::setenv("XDG_DATA_HOME", ignored, 1);
-        EXPECT_EQ(RegistryStore::perUser().getFolder(),
-                  "/home/somebody/.local/share/kestrova/registry");
-    }
-    ::setenv("KESTROVA_REGISTRY", "", 1);
-    EXPECT_EQ(RegistryStore::perMachine().getFolder(), "/usr/local/share/kestrova/registry");
 }
 
 }  // namespace

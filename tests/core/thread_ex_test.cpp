@@ -1,11 +1,8 @@
 #include "core/thread_ex.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <functional>
-#include <stdexcept>
 #include <system_error>
 
 namespace {
@@ -43,24 +40,6 @@ TEST(ThreadEx, RunsAgainAfterAStop) {
     }
 }
 
-TEST(ThreadEx, SecondStartLeavesTheRunningThreadAlone) {
-    TestThread thread([](TestThread&) {});
-    thread.Start();
-    const auto id = thread.GetThreadId();
-    EXPECT_THAT([&] { thread.Start(); },
-                ::testing::ThrowsMessage<std::runtime_error>("Thread is already started."));
-    EXPECT_EQ(thread.GetThreadId(), id);
-    EXPECT_FALSE(thread.IsStopRequested() || thread.IsFinished());
-}
-
-TEST(ThreadEx, StopWithoutAThreadIsForgottenByTheNextStart) {
-    TestThread thread([](TestThread&) {});
-    thread.Stop();
-    EXPECT_TRUE(thread.IsStopRequested());
-    thread.Start();
-    EXPECT_FALSE(thread.IsStopRequested());
-}
-
 TEST(ThreadEx, StopFromWithinRunThrowsInsteadOfWaitingForItself) {
     std::error_code code;
     TestThread thread([&](TestThread& self) {
@@ -75,27 +54,6 @@ TEST(ThreadEx, StopFromWithinRunThrowsInsteadOfWaitingForItself) {
     thread.Start();
     thread.Join();
     EXPECT_EQ(code, std::errc::resource_deadlock_would_occur);
-}
-
-TEST(ThreadEx, ThreadThatExitsInTheMiddleOfRunReadsFinished) {
-    TestThread thread([](TestThread&) { pthread_exit(nullptr); });
-    thread.Start();
-    thread.Join();
-    EXPECT_TRUE(thread.IsFinished());
-}
-
-TEST(ThreadEx, LongNamesAreCutAndPriorityIsOnlyAWish) {
-    std::string name(32, '\0');
-    TestThread thread([&](TestThread&) {
-        ThreadEx::SetThreadName("capture of the second module");
-        pthread_getname_np(pthread_self(), name.data(), name.size());
-    });
-    thread.SetPriority(6);
-    thread.Start();
-    EXPECT_NO_THROW(thread.SetPriority(0));
-    EXPECT_THROW(thread.SetPriority(7), std::out_of_range);
-    thread.Stop();
-    EXPECT_STREQ(name.c_str(), "capture of the ");
 }
 
 }  // namespace

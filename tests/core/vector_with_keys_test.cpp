@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -60,18 +59,6 @@ TEST_F(VectorWithKeysTest, PlacesAndKeysThatAreNotThereChangeNothing) {
     EXPECT_THROW(list.at(3), std::out_of_range);
     EXPECT_EQ(list.append(1, "again").value, "b") << "a taken key keeps its entry";
     EXPECT_EQ(contentOf(list), "0a 1b 2c ");
-}
-
-TEST_F(VectorWithKeysTest, KeysNeedNotBeNumbers) {
-    struct HashOfList {
-        std::size_t operator()(const std::vector<std::int32_t>& key) const { return key.size(); }
-    };
-    VectorWithKeys<std::vector<std::int32_t>, std::unique_ptr<int>, HashOfList> channels;
-    channels.append({1, 2}, std::make_unique<int>(12));
-    channels.append({2, 1}, std::make_unique<int>(21));
-    EXPECT_TRUE(channels.eraseKey({1, 2}));
-    ASSERT_NE(channels.find({2, 1}), nullptr);
-    EXPECT_EQ(**channels.find({2, 1}), 21);
 }
 
 }  // namespace
