@@ -10,7 +10,6 @@ namespace {
 
 using namespace Kestrova::Utils::Kcom::OutputChannel;
 using ::testing::ElementsAre;
-using ::testing::Pair;
 
 constexpr std::uint8_t bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
 
@@ -60,45 +59,6 @@ TEST_F(AddDataTest, SamplesLandAtTheWritePositionAndAreCommitted) {
     EXPECT_EQ(channel.writePosition, 1);
 }
 
-TEST_F(AddDataTest, OnlyBlocksAreCutAndPlacedByTheWholeSample) {
-    shape(2, 2);
-    channel.writePosition = 2;
-    direct.addAsynchronousBlockSample(bytes, 8, 2.5);
-    EXPECT_THAT(channel.sampleAt(2), ElementsAre(1, 2, 3, 4));
-    EXPECT_THAT(channel.sampleAt(3), ElementsAre(0, 0, 0, 0)) << "beyond the block";
-    EXPECT_EQ(channel.timeAt(2), 2.5);
-    channel.writePosition = 1;
-    direct.addSynchronousSample(bytes + 4, 4);
-    EXPECT_THAT(channel.sampleAt(0), ElementsAre(0, 0, 5, 6)) << "others count elements";
-    EXPECT_THAT(channel.sampleAt(1), ElementsAre(7, 8, 0, 0));
-}
-
-TEST_F(AddDataTest, RawValuesGoToTheStartAndMoveNothing) {
-    shape(2, 1);
-    channel.writePosition = 1;
-    direct.setValueRaw(bytes, 3);
-    EXPECT_THAT(channel.sampleAt(1), ElementsAre(3, 0));
-    direct.setValueRawClamped(bytes + 4, 4);
-    EXPECT_THAT(channel.sampleAt(0), ElementsAre(5, 6));
-    EXPECT_THAT(channel.sampleAt(1), ElementsAre(3, 0)) << "more than a sample was copied";
-    direct.addVariantSample(bytes, 3, 0.25);
-    direct.addVariantSample(nullptr, 0, 0.5);
-    EXPECT_THAT(channel.variantSamples,
-                ElementsAre(Pair(0.25, ElementsAre(1, 2, 3)), Pair(0.5, ElementsAre())));
-    EXPECT_EQ(channel.writePosition, 1);
-}
-
-TEST_F(AddDataTest, SampleWithoutItsBuffersIsNotCommitted) {
-    channel.async = hostFalse;
-    EXPECT_EQ(hostCodeOf([&] { direct.addAsynchronousSample(bytes, 1, 0.0); }),
-              HostCode::invalidPointer);
-    EXPECT_EQ(channel.writePosition, 0);
-    auto& unallocated = host.makeChannel();
-    unallocated.bufferSize = 0;
-    AddDataDirect toNothing{CountedRef<HostChannel>(&unallocated)};
-    EXPECT_EQ(hostCodeOf([&] { toNothing.setValueRaw(bytes, 1); }), HostCode::invalidPointer);
-}
-
 TEST_F(AddDataTest, UnusedChannelShowsItsLiveValueInSetup) {
     channel.dataType = 0;
     channel.scale = 10.0;
@@ -116,23 +76,6 @@ TEST_F(AddDataTest, UnusedChannelShowsItsLiveValueInSetup) {
     EXPECT_EQ(channel.writePosition, 0) << "an unused channel was written to";
     EXPECT_THAT(channel.sampleAt(0), ElementsAre(0));
     EXPECT_TRUE(channel.variantSamples.empty());
-}
-
-TEST_F(AddDataTest, UsedChannelIsWrittenInSetupToo) {
-    channel.used = hostTrue;
-    channel.dataType = 4;
-    shape(1, 4);
-    setup.addAsynchronousSample(bytes, 3, 0.5);
-    EXPECT_THAT(channel.sampleAt(0), ElementsAre(1, 2, 3, 0));
-    EXPECT_EQ(setup.getLastValue(), 0.0) << "too short for its type";
-    setup.addSynchronousSample(bytes, 4);
-    setup.addAsynchronousBlockSample(bytes, 4, 0.75);
-    EXPECT_EQ(channel.writePosition, 3);
-    setup.setValueRaw(bytes, 1);
-    setup.setValueRawClamped(bytes + 4, 8);
-    EXPECT_THAT(channel.sampleAt(0), ElementsAre(5, 6, 7, 8));
-    setup.addVariantSample(bytes, 2, 1.0);
-    EXPECT_EQ(channel.variantSamples.size(), 1U);
 }
 
 }  // namespace

@@ -33,7 +33,6 @@ struct BridgeBench {
     using Channel = std::shared_ptr<Kestrova::Utils::Kcom::OutputChannel::OutputChannel>;
     using Type = Kestrova::Utils::Kcom::OutputChannel::OutputChannelType;
     using Kind = Kestrova::Utils::Kcom::OutputChannel::SampleRateKind;
-    using NodePtr = std::shared_ptr<Kestrova::Utils::Serialization::Node>;
 
     static constexpr Type canType{14, Kind::Asynchronous};
 
@@ -61,7 +60,7 @@ struct BridgeBench {
         }
         return text;
     }
-    static NodePtr nodeOver(ScriptedDocument& document) {
+    static auto nodeOver(ScriptedDocument& document) {
         return std::make_shared<Kestrova::Utils::Kcom::KestrovaKCOMNodeCreator>(
             CountedRef<HostDocument>(&document), CountedRef<HostElement>(document.root));
     }

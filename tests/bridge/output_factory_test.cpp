@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <stdexcept>
-
 #include "bridge/output/color_palette.h"
 #include "tests/bridge/bridge_bench.h"
 
@@ -11,7 +9,6 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 constexpr auto notified = "App.getData, Data.notifyChannelsChanged";
 
@@ -32,19 +29,6 @@ TEST_F(OutputFactoryTest, NewChannelIsMountedTypedColouredAndTold) {
         "App.isSetupMode, Channel.isUsed, Channel.setColor(16776960), Channel.setName(\"CAN\"), "
         "App.getData, Data.isChannelSetFixed, ChannelExt.allocateBuffers(true), " +
             std::string(notified));
-}
-
-TEST_F(OutputFactoryTest, TypeBecomesTheHostsFlagsAndIsReadBack) {
-    for (const Type type : {Type{12, Kind::Synchronous}, canType, Type{7, Kind::SingleValue}}) {
-        EXPECT_EQ(create(type)->getChannelType(), type);
-    }
-    EXPECT_THAT(callsOf([&] { create({7, Kind{3}}); }), Not(HasSubstr("setAsync")));
-    mounted(2).async = hostTrue;
-    const auto found = factory.getOrCreateChannel(2, {7, Kind::SingleValue}, nullptr);
-    EXPECT_EQ(mounted(2).async, hostTrue) << "a single value was typed anew";
-    const auto init = [](const Channel&) { FAIL() << "there was nothing to make"; };
-    EXPECT_EQ(factory.getOrCreateChannel(2, canType, init), found);
-    EXPECT_EQ(found->getChannelType(), canType);
 }
 
 TEST_F(OutputFactoryTest, FixedChannelSetIsClaimedAndKept) {
@@ -85,34 +69,6 @@ TEST_F(OutputFactoryTest, ColoursRunThroughThePaletteAndBeginAnew) {
     EXPECT_EQ(create()->getColor(), 0x00FF00U);
 }
 
-TEST_F(OutputFactoryTest, BatchOfMountsIsToldOnce) {
-    factory.beginMultipleMount();
-    factory.beginMultipleMount();
-    EXPECT_THAT(callsOf([&] { factory.removeChannel(create()); }), Not(HasSubstr(notified)));
-    EXPECT_EQ(callsOf([&] { EXPECT_EQ(factory.endMultipleMount(), 1); }), "");
-    EXPECT_EQ(callsOf([&] { EXPECT_EQ(factory.endMultipleMount(), 0); }), notified);
-    factory.beginMultipleMount();
-    EXPECT_EQ(callsOf([&] { factory.endMultipleMount(); }), "") << "there was nothing to tell";
-    factory.beginLoadSetup();
-    factory.beginMultipleMount();
-    create();
-    EXPECT_EQ(callsOf([&] { factory.endMultipleMount(); }), "") << "a load was told";
-    factory.endLoadSetup();
-}
-
-TEST_F(OutputFactoryTest, SurplusEndOfABatchIsKept) {
-    try {
-        factory.endMultipleMount();
-        FAIL() << "no exception";
-    } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "endMultipleMount called too many times");
-    }
-    EXPECT_THAT(callsOf([&] { create(); }), Not(HasSubstr(notified))) << "the depth is -1";
-    factory.beginMultipleMount();
-    factory.beginMultipleMount();
-    EXPECT_EQ(callsOf([&] { EXPECT_EQ(factory.endMultipleMount(), 0); }), notified);
-}
-
 TEST_F(OutputFactoryTest, ActiveIsAUsedChannelOfTheTwoClassesThatIsNotExcluded) {
     const auto channel = create();
     for (const std::int32_t channelClass : {0, 1, 2, 10, 12, 11}) {
@@ -124,28 +80,6 @@ TEST_F(OutputFactoryTest, ActiveIsAUsedChannelOfTheTwoClassesThatIsNotExcluded) 
     channel->setUsed(true);
     channel->setExcluded(true);
     EXPECT_FALSE(factory.hasActiveChannels());
-}
-
-TEST_F(OutputFactoryTest, OnlyHeldChannelsAreClaimed) {
-    create();
-    auto held = create();
-    const auto excluded = create();
-    excluded->setExcluded(true);
-    EXPECT_EQ(callsOf([&] { factory.claimChannels(); }), "ChannelExt.claim");
-    EXPECT_EQ(callsOf([&] { factory.claimChannels(false); }), "");
-    held.reset();
-    EXPECT_EQ(callsOf([&] { factory.claimChannels(true); }), "");
-}
-
-TEST_F(OutputFactoryTest, AlignmentCountsTheWrapsIn64Bits) {
-    create({7, Kind::Synchronous});
-    host.data.bufferSize = 2000000000;
-    host.data.wrapCount = 3;
-    host.data.position = 7;
-    mounted(0).bufferSize = 4001;
-    EXPECT_THAT(callsOf([&] { factory.alignToAcquisition(); }),
-                StartsWith("App.getData, Data.getBufferState, App.getData, Data.getWrapCount, "));
-    EXPECT_EQ(mounted(0).writeOffset, 6000000007 % 4001);
 }
 
 TEST_F(OutputFactoryTest, WholeListIsRefreshedRemountedAndDetachedTogether) {

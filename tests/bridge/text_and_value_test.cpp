@@ -1,19 +1,14 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <cmath>
-#include <complex>
 #include <cstring>
-#include <limits>
 
-#include "bridge/input/raw_number.h"
 #include "bridge/output/channel_id_text.h"
 #include "bridge/output/sample_value.h"
 
 namespace {
 
 using namespace Kestrova::Utils::Kcom;
-using InputChannel::nearest;
 using OutputChannel::sampleValue;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -53,35 +48,10 @@ TEST(SampleValueTest, EachTypeIsReadInItsWidthAndSign) {
     EXPECT_EQ(valueOf<std::int64_t>(6, -4000000000), -4e9);
     EXPECT_EQ(valueOf<double>(7, 0.1), 0.1);
     EXPECT_EQ(valueOf<std::uint32_t>(8, 4000000000), 4e9);
-    EXPECT_EQ(valueOf<std::complex<double>>(10, {3, 4}, 15), 0.0) << "too short";
+    EXPECT_EQ(valueOf<double>(7, 1.0, 7), 0.0) << "too short";
     for (const std::int32_t record : {-1, 11, 12, 14, 100}) {
         EXPECT_EQ(valueOf<double>(record, 1.0), 0.0) << record;
     }
-}
-
-TEST(SampleValueTest, MagnitudeKeepsThePrecisionAndTheRangeOfItsParts) {
-    using Float = std::complex<float>;
-    using Double = std::complex<double>;
-    constexpr double infinity = std::numeric_limits<double>::infinity();
-    const double none = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_EQ(valueOf(9, Float(3, 4)), 5.0);
-    EXPECT_EQ(valueOf(10, Double(0, 0)), 0.0);
-    EXPECT_EQ(valueOf(9, Float(1, 1)), double{std::sqrt(2.0F)});
-    EXPECT_EQ(valueOf(10, Double(1, 1)), std::sqrt(2.0));
-    EXPECT_DOUBLE_EQ(valueOf(10, Double(3e200, 4e200)), 5e200);
-    EXPECT_EQ(valueOf(10, Double(none, -infinity)), infinity);
-    EXPECT_TRUE(std::isnan(valueOf(10, Double(none, 1))));
-}
-
-TEST(RawNumberTest, NumberBeyondTheTypeBecomesTheNearest) {
-    EXPECT_EQ(nearest<std::uint8_t>(std::int64_t{-1}), 0);
-    EXPECT_EQ(nearest<std::int8_t>(std::int64_t{300}), 127);
-    EXPECT_EQ(nearest<std::int64_t>(9.3e18), std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(nearest<std::int64_t>(-1e300), std::numeric_limits<std::int64_t>::min());
-    EXPECT_EQ(nearest<std::uint64_t>(2e19), std::numeric_limits<std::uint64_t>::max());
-    EXPECT_EQ(nearest<std::uint16_t>(65535.9), 65535);
-    EXPECT_EQ(nearest<std::int16_t>(-1.9), -1);
-    EXPECT_EQ(nearest<std::int32_t>(std::numeric_limits<double>::quiet_NaN()), 0);
 }
 
 }  // namespace
