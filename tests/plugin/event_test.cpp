@@ -63,14 +63,7 @@ class EventTest : public PluginTest {
         return variantOf(host.script.make<ScriptedVariantArray>(std::vector<HostVariant>{
             variantOf(&document), variantOf(document.root), variantOf(true), variantOf(true)}));
     }
-    /// Loads a setup with one input, which is held until the inputs are next gone through.
-    void loadInput() {
-        Document& document = newDocument();
-        auto& input = document.root->addNew(L"InputList").addNew(L"Input");
-        input.values = {{L"Id", L"0"}, {L"Index", L"1:2"}};
-        EXPECT_EQ(setup(document, false), "0");
-        host.script.forget();
-    }
+
     ScriptedChannelList list{host.script};
 };
 
@@ -130,37 +123,6 @@ TEST_F(EventTest, LeadingClockIsToldInTwoKindsOfBoolean) {
     EXPECT_EQ(std::pair(low, high), std::pair(6500U, 0U));
 }
 
-TEST_F(EventTest, PositionsWithAnAnswerWriteItAndNoMore) {
-    std::uint16_t flag = 9;
-    std::uint16_t other = 9;
-    const auto answered = [&] { return std::pair<int, int>(std::exchange(flag, 9), other); };
-    EXPECT_EQ(plugin->position14(&other, &flag), 0);
-    EXPECT_EQ(answered(), std::pair(1, 9));
-    EXPECT_EQ(plugin->position17(&flag), 0);
-    EXPECT_EQ(answered(), std::pair(1, 9));
-    EXPECT_EQ(plugin->position38(&other, &flag), 0);
-    EXPECT_EQ(answered(), std::pair(1, 9));
-    std::int32_t number = 0;
-    EXPECT_EQ(plugin->position29(&number), 0);
-    EXPECT_EQ(number, 7);
-}
-
-TEST_F(EventTest, ActiveInputAloneCountsForAlignmentAndClaimButNotForData) {
-    host.data.otherChannels.push_back(&host.makeChannel({1, 2}));
-    host.data.otherChannels.front()->used = hostTrue;
-    EXPECT_EQ(connect(), "0");
-    loadInput();
-    EXPECT_EQ(callsOf([&] { event(117); }), "");
-    EXPECT_EQ(callsOf([&] { event(115); }),
-              "channels App.getData Data.getBufferState App.getData Data.getWrapCount");
-    EXPECT_EQ(callsOf([&] { event(118, variantOf(&list)); }), "channels ChannelList.addChannel");
-    event(111);  // nobody holds the input
-    for (const std::int32_t number : {115, 117}) {
-        EXPECT_EQ(callsOf([&] { event(number); }), "") << number;
-    }
-    EXPECT_EQ(callsOf([&] { event(118, variantOf(&list)); }), "");
-}
-
 TEST_F(EventTest, ActiveOutputBringsDataAndClaims) {
     equip({DeviceTypeInfo::canComboId});
     EXPECT_NE(callsOf([&] { event(117); }), "");
@@ -176,50 +138,6 @@ TEST_F(EventTest, ActiveOutputBringsDataAndClaims) {
         EXPECT_THAT(host.script.operations(), Not(Contains("HostChannelExt::claim")));
         EXPECT_THAT(host.script.operations(), Not(Contains("HostData::getBufferState")));
     }
-}
-
-TEST_F(EventTest, HostObjectIsAskedForWhatTheEventNeeds) {
-    host.data.otherChannels.push_back(&host.makeChannel({1, 2}));
-    ScriptedChannel& channel = *host.data.otherChannels.front();
-    EXPECT_EQ(connect(), "0");
-    EXPECT_EQ(event(118, variantOf(&channel)), "1") << "no list of channels";
-    EXPECT_EQ(event(118, variantOf(nullptr)), "1");
-    EXPECT_EQ(event(177, variantOf(&channel)), "call 80004003");
-    EXPECT_EQ(event(177, variantOf(nullptr)), "call 80004003");
-    for (HostObject* const other :
-         {static_cast<HostObject*>(nullptr), static_cast<HostObject*>(&list)}) {
-        loadInput();
-        EXPECT_EQ(event(131, variantOf(other)), "0");
-        EXPECT_EQ(channel.references(), 1) << "no channel, so the input stays";
-    }
-    EXPECT_EQ(event(131, variantOf(&channel)), "0");
-    EXPECT_EQ(channel.references(), 0);
-    host.script.failOperation("HostChannel::queryInterface", HostCode::failed);
-    for (const std::int32_t number : {118, 131, 177}) {
-        EXPECT_EQ(event(number, variantOf(&channel)), "call 80004005") << number;
-    }
-}
-
-TEST_F(EventTest, InputOfAnotherKindIsNoObject) {
-    EXPECT_EQ(connect(), "0");
-    HostVariant number;
-    number.type = HostVariantType::UnsignedInt;
-    number.uint32 = 5;
-    EXPECT_EQ(event(118, number), "1");
-    EXPECT_EQ(event(131, number), "0");
-    EXPECT_EQ(event(177, number), "call 80004003");
-}
-
-TEST_F(EventTest, RebindDropsTheInputsWhoseChannelIsGone) {
-    host.data.otherChannels.push_back(&host.makeChannel({1, 2}));
-    ScriptedChannel& channel = *host.data.otherChannels.front();
-    EXPECT_EQ(connect(), "0");
-    loadInput();
-    EXPECT_EQ(event(129), "0");
-    EXPECT_EQ(channel.references(), 1);
-    host.data.otherChannels.clear();
-    EXPECT_EQ(event(129), "0");
-    EXPECT_EQ(channel.references(), 0);
 }
 
 }  // namespace

@@ -6,13 +6,8 @@
 namespace {
 
 using testing::AllOf;
-using testing::Contains;
-using testing::Each;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
-constexpr const char* noDocument = "KCOM document is not set!";
 constexpr const char* noNumber = "Node does not contain expected type!";
 constexpr const char* outOfRange = "Value is out of range!";
 constexpr const char* notPaired =
@@ -23,12 +18,6 @@ class SetupEventTest : public PluginTest {
   protected:
     SetupEventTest() { equip({DeviceTypeInfo::canComboId}); }
 
-    /// How often the operation was called since the last look.
-    std::ptrdiff_t taken(const std::string& operation) {
-        const auto calls = host.script.operations();
-        host.script.forget();
-        return std::count(calls.begin(), calls.end(), operation);
-    }
     std::ptrdiff_t heldChannels() const {
         const auto& mounted = host.groupOfPlugins.mounted;
         return std::count_if(mounted.begin(), mounted.end(),
@@ -41,7 +30,6 @@ class SetupEventTest : public PluginTest {
     }
 
     Document& document = newDocument();
-    ScriptedChannelList other{host.script};
 };
 
 TEST_F(SetupEventTest, ArrayMustBeOneAndHaveTheElements) {
@@ -62,79 +50,6 @@ TEST_F(SetupEventTest, ArrayMustBeOneAndHaveTheElements) {
     }
     EXPECT_EQ(eventOf(158, {elements[0], elements[1], variantOf(false)}), "array 80070057");
     EXPECT_EQ(heldChannels(), 7) << "nothing is released before all elements are there";
-}
-
-TEST_F(SetupEventTest, DocumentThatIsMissingOrNoneIsAnError) {
-    for (HostObject* const given :
-         {static_cast<HostObject*>(nullptr), static_cast<HostObject*>(&other)}) {
-        for (const std::int32_t number : {158, 159}) {
-            EXPECT_EQ(eventOf(number, {variantOf(given), variantOf(document.root), variantOf(false),
-                                       variantOf(false)}),
-                      noDocument);
-        }
-    }
-    host.script.failOperation("HostDocument::queryInterface", HostCode::failed);
-    EXPECT_EQ(setup(document, false), "call 80004005");
-    EXPECT_EQ(settings(document, false), "call 80004005");
-    EXPECT_EQ(heldChannels(), 7);
-}
-
-TEST_F(SetupEventTest, WithoutAnElementChannelsAreReleasedAndMadeAnewUnlessTheyAreKept) {
-    EXPECT_EQ(setup(&document, nullptr, true, true), "0");
-    EXPECT_EQ(setup(&document, nullptr, true, false), "0");
-    EXPECT_EQ(heldChannels(), 7);
-    EXPECT_EQ(taken("HostPluginGroup::mountChannels"), 0);
-    EXPECT_EQ(setup(&document, nullptr, false, false), "0");
-    EXPECT_EQ(heldChannels(), 7);
-    EXPECT_EQ(taken("HostPluginGroup::mountChannels"), 7);
-    EXPECT_EQ(setup(&document, nullptr, false, true), "0");
-    EXPECT_EQ(heldChannels(), 0);
-    EXPECT_EQ(taken("HostPluginGroup::mountChannels"), 0);
-}
-
-/// The host counts only 65535 as true.
-TEST_F(SetupEventTest, FlagOfOneIsFalse) {
-    HostVariant one = variantOf(true);
-    one.boolean = 1;
-    EXPECT_EQ(eventOf(158, {variantOf(&document), variantOf(nullptr), one, one}), "0");
-    EXPECT_EQ(taken("HostPluginGroup::mountChannels"), 7) << "neither written nor kept";
-}
-
-TEST_F(SetupEventTest, SaveAndLoadGoThroughTheSidesInTheirOrder) {
-    EXPECT_EQ(setup(document, true), "0");
-    EXPECT_EQ(document.root->asText().substr(0, 50),
-              "Setup\n  InputList Version=\"1\"\n  OutputList Version");
-    EXPECT_EQ(document.root->children.at(2)->name, L"CmpDevices");
-    EXPECT_EQ(setup(document, false), "0");
-    host.script.forget();
-    EXPECT_EQ(setup(document, false), "0");
-    const auto calls = host.script.calls();
-    const auto place = [&](const std::string& call) {
-        return std::find(calls.begin(), calls.end(), call) - calls.begin();
-    };
-    EXPECT_LT(place("HostElement::FindChild(\"InputList\")"),
-              place("HostElement::FindChild(\"OutputList\")"));
-    EXPECT_LT(place("HostElement::FindChild(\"OutputList\")"),
-              place("HostElement::FindChild(\"CmpDevices\")"));
-    EXPECT_EQ(calls.back(), "HostData::isChannelSetFixed()");
-    EXPECT_THAT(calls, Not(Contains("HostData::notifyChannelsChanged()")));
-
-    Document& saved = newDocument();
-    EXPECT_EQ(settings(saved, true), "0");
-    EXPECT_EQ(saved.root->children.at(0)->name, L"GNSSSyncManager");
-    EXPECT_EQ(saved.root->children.at(1)->name, L"CmpDevices");
-}
-
-TEST_F(SetupEventTest, SettingsWithoutAnElementChangeNothing) {
-    const std::string before = savedSettings();
-    for (const bool writing : {false, true}) {
-        HostVariant result;
-        auto& array = host.script.make<ScriptedVariantArray>(
-            std::vector{variantOf(&document), variantOf(nullptr), variantOf(writing)});
-        EXPECT_EQ(event(159, variantOf(array), &result), "0");
-        EXPECT_EQ(result.uint32, 1U);
-    }
-    EXPECT_EQ(savedSettings(), before);
 }
 
 TEST_F(SetupEventTest, NonsenseInSettingsIsADefaultOrAnErrorAndLaterOnesLoad) {
