@@ -53,19 +53,6 @@ TEST(ModuleSettings, NonsenseIsRefusedAsWrongUse) {
     EXPECT_THROW(parseModules({"CAN combo:5", "NeoviFire3:0x45"}), Failure);
 }
 
-TEST(Options, FileNeedsAnEndAndLengthsMustExist) {
-    const auto parse = [](std::vector<const char*> words) {
-        words.insert(words.begin(), {"cmp-sim", "--module", "CAN combo:5"});
-        return parseOptions(static_cast<int>(words.size()), words.data()).options;
-    };
-    EXPECT_THROW(parse({"--write", "f"}), Failure);
-    EXPECT_THROW(parse({}), Failure);
-    EXPECT_THROW(parse({"--write", "f", "--interface", "i", "--messages", "1"}), Failure);
-    for (const char* length : {"9", "65", "8-4", "a", "4-", "-4", ""})
-        EXPECT_THROW(parse({"--interface", "i", "--length", length}), Failure) << length;
-    EXPECT_EQ(parse({"--write", "f", "--messages", "3"}).traffic.messageLimit, 3U);
-}
-
 TEST(InterfaceGuard, OnlyWhatIsSurelyVirtualIsAllowed) {
     EXPECT_FALSE(refusalFor("eth0", {.exists = true, .up = true}).empty());
     EXPECT_TRUE(refusalFor("lo", {.loopback = true}).empty());
