@@ -63,17 +63,5 @@ TEST_F(PassThroughClocking, HostileJumpsGiveTimesFromZeroOn) {
     expectHostTime(GNSSTime(2300, 11), 3);
 }
 
-TEST(PassThroughClocks, IdOfARemovedClockIsGivenAnew) {
-    ManualCounter counter;
-    PassThroughClocks clocks(counter, 0);
-    auto first = clocks.CreateClock();
-    const auto second = clocks.CreateClock();
-    EXPECT_EQ(clocks.GetClockId(second), 1U);
-    clocks.RemoveClock(first);
-    EXPECT_EQ(first, nullptr);
-    EXPECT_EQ(clocks.GetClockId(clocks.CreateClock()), 0U);
-    EXPECT_EQ(clocks.GetClock(1), second);
-}
-
 }  // namespace
 }  // namespace station

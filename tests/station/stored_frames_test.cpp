@@ -7,13 +7,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "station/exit_codes.h"
-
 namespace station {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 constexpr std::uint32_t ethernet = 1;
 
@@ -29,14 +26,14 @@ class StoredFrameFiles : public testing::Test {
   protected:
     ~StoredFrameFiles() override { std::filesystem::remove(path); }
 
-    void write(const std::vector<Stored>& frames, std::uint32_t linkType = ethernet) {
+    void write(const std::vector<Stored>& frames) {
         std::ofstream out(path, std::ios::binary);
         const auto put = [&](std::initializer_list<std::uint32_t> words) {
             for (const std::uint32_t word : words) {
                 out.write(reinterpret_cast<const char*>(&word), sizeof word);
             }
         };
-        put({0xA1B23C4D, 0x00040002, 0, 0, 65535, linkType});
+        put({0xA1B23C4D, 0x00040002, 0, 0, 65535, ethernet});
         for (std::size_t i = 0; i < frames.size(); ++i) {
             put({frames[i].seconds, frames[i].nanoseconds, frames[i].captured, frames[i].length});
             out << std::string(frames[i].captured, static_cast<char>('A' + i));
@@ -102,34 +99,6 @@ TEST_F(StoredFrameFiles, HostileTimesAndLengthsLoseNoFrame) {
     std::erase(letters, ' ');
     EXPECT_EQ(letters, "ABCD-F");
     EXPECT_THAT(read.lengths, ElementsAre(60, 60, 20, 10, 0, 60));
-}
-
-TEST_F(StoredFrameFiles, TornFileGivesWhatStandsBeforeTheTear) {
-    write({{7, 0, 60, 60}, {7, 1, 60, 60}, {7, 2, 60, 60}});
-    std::filesystem::resize_file(path, std::filesystem::file_size(path) - 1);
-    StoredFrames frames(path);
-    EXPECT_EQ(readAll(frames).letters, "AB ");
-    EXPECT_THAT(frames.getErrorText(), HasSubstr(path + " can't be read to its end: "));
-}
-
-TEST_F(StoredFrameFiles, FileOfOtherThingsIsRefusedWithItsName) {
-    const auto refusal = [this]() -> std::string {
-        try {
-            StoredFrames frames(path);
-        } catch (const CommandError& error) {
-            EXPECT_EQ(error.getCode(), ExitCode::Unreadable);
-            return error.what();
-        }
-        return {};
-    };
-    EXPECT_THAT(refusal(), HasSubstr("No such file"));
-    write({}, 113);
-    EXPECT_THAT(refusal(), HasSubstr(path + " holds no Ethernet frames; its link type is 113"));
-    std::ofstream(path) << "something else that is long enough";
-    EXPECT_THAT(refusal(), HasSubstr(path));
-    write({});
-    EXPECT_EQ(refusal(), "");
-    EXPECT_TRUE(StoredFrames(path).isAtEnd());
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
 #include <random>
 
 #include "host/host_error.h"
@@ -14,7 +12,6 @@ namespace station {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 class Channels : public testing::Test, protected ChannelSink {
@@ -47,47 +44,6 @@ class Channels : public testing::Test, protected ChannelSink {
     std::vector<std::string> samples;
     std::vector<double> times;
 };
-
-TEST_F(Channels, ElementsHaveTheSizeOfTheirTypeAndOtherTypesAreRefused) {
-    const std::vector<std::pair<std::int32_t, std::int32_t>> sizes = {
-        {0, 1}, {1, 1}, {2, 2}, {3, 2}, {4, 4},   {5, 4},
-        {6, 8}, {7, 8}, {8, 4}, {9, 8}, {10, 16}, {14, 72}};
-    for (const auto& [type, size] : sizes) {
-        EXPECT_EQ(channel->setDataType(type), HostCode::success);
-        EXPECT_EQ(hostValue(channel, &HostChannel::getElementSize), size) << type;
-    }
-    for (const std::int32_t type : {-1, 11, 13, 15}) {
-        EXPECT_EQ(channel->setDataType(type), HostCode::invalidArgument);
-        EXPECT_THAT(lastFailure(), HasSubstr(L"no data type"));
-    }
-}
-
-TEST_F(Channels, RoomFollowsTheExpectedRateBetweenItsLimits) {
-    makeAsync(4);
-    EXPECT_EQ(bufferSize(), 65536 / 4);
-    channel->setExpectedRate(50000.0F);
-    EXPECT_EQ(bufferSize(), 100000);
-    channel->setExpectedRate(3e38F);
-    EXPECT_EQ(bufferSize(), (128 << 20) / (4 + 8));
-    for (const float nonsense : {-1.0F, std::numeric_limits<float>::infinity(), std::nanf("")}) {
-        EXPECT_EQ(channel->setExpectedRate(nonsense), HostCode::invalidArgument);
-    }
-}
-
-TEST_F(Channels, EachSampleIsReadOnceAcrossManyWraps) {
-    makeAsync(4);
-    std::minstd_rand random(1);
-    std::int32_t written = 0;
-    while (written < 5 * bufferSize()) {
-        const std::int32_t first = written;
-        for (auto burst = random() % 9000; burst > 0; --burst) {
-            write(written++);
-        }
-        channel->takeNew(*this);
-        expectNumbers(first, written - 1);
-    }
-    EXPECT_EQ(channel->getOverruns(), 0U);
-}
 
 TEST_F(Channels, WhatTheWriterLapsIsCountedAndTheRestIsRead) {
     makeAsync(4);
@@ -159,74 +115,6 @@ TEST_F(Channels, VariantsOfAllSizesComeBackOrAreCounted) {
     EXPECT_FALSE(ring.add(nullptr, 41, 0.0));
 }
 
-TEST_F(Channels, OnlyByteArraysGoToVariantChannelsAndOnlyThere) {
-    EXPECT_EQ(addBytes(*channel, "x", 0.0), HostCode::invalidArgument);
-    channel->setDataType(StationChannel::variantType);
-    EXPECT_EQ(channel->addVariantValue(0.0, HostVariant()), HostCode::invalidArgument);
-    EXPECT_EQ(addBytes(*channel, std::string(100000, 'x'), 0.0), HostCode::outOfMemory);
-    EXPECT_THAT(lastFailure(), HasSubstr(L"100000 bytes is too large"));
-    EXPECT_EQ(addBytes(*channel, "x", 1.5), HostCode::success);
-    channel->takeNew(*this);
-    EXPECT_THAT(samples, ElementsAre("x"));
-    EXPECT_THAT(times, ElementsAre(1.5));
-}
-
-TEST_F(Channels, SamplesWithoutTimesHaveTheirPlaceInTheAcquisition) {
-    channel->setWriteOffset(500);
-    double* noTimes = nullptr;
-    channel->getTimeBuffer(&noTimes);
-    EXPECT_EQ(noTimes, nullptr);
-    const double value = 1.0;
-    addSample(*channel, &value, sizeof value, 0.0);
-    addSample(*channel, &value, sizeof value, 0.0);
-    channel->takeNew(*this);
-    EXPECT_THAT(times, ElementsAre(0.5, 0.501));
-}
-
-TEST_F(Channels, AnArrayTakesItsShapeWhenItIsCommitted) {
-    channel->setDataType(3);
-    channel->setIsArray(hostTrue);
-    const auto info = hostObject(channel, &HostChannel::getArrayInfo);
-    info->setDimensionCount(2);
-    info->setDimensionSize(0, 3);
-    info->setDimensionSize(1, 5);
-    EXPECT_EQ(hostValue(channel, &HostChannel::getArraySize), 1);
-    EXPECT_EQ(info->commitDimensions(), HostCode::success);
-    EXPECT_EQ(hostValue(channel, &HostChannel::getArraySize), 15);
-    const std::string sample(30, 's');
-    addSample(*channel, sample.data(), sample.size(), 0.0);
-    channel->takeNew(*this);
-    EXPECT_THAT(samples, ElementsAre(sample));
-    const auto axis = hostObject(info, &HostArrayInfo::getAxis, 1);
-    EXPECT_EQ(axis->setNumericValue(4, 2.5), HostCode::success);
-    EXPECT_EQ(axis->setNumericValue(5, 2.5), HostCode::invalidArgument);
-    EXPECT_EQ(axis->setTextValue(-1, L"x"), HostCode::invalidArgument);
-    info->setDimensionSize(0, 2000000000);
-    EXPECT_EQ(info->commitDimensions(), HostCode::invalidArgument);
-    EXPECT_EQ(hostValue(channel, &HostChannel::getArraySize), 15);
-}
-
-TEST_F(Channels, LabelsAndAttributesKeepApart) {
-    const auto labels = hostObject(channel, &HostChannel::getValueList);
-    for (const std::int32_t value : {1, 2, 3}) {
-        hostObject(labels, &HostValueList::addItem)->setValue(value);
-    }
-    labels->removeItem(1);
-    const auto second = hostObject(labels, &HostValueList::getItem, 1);
-    EXPECT_EQ(hostValue(second, &HostValueItem::getValue), 3);
-    EXPECT_EQ(labels->removeItem(2), HostCode::invalidArgument);
-
-    CountedRef<HostChannelExt> ext;
-    ASSERT_EQ(channel.queryTo(ext), HostCode::success);
-    static_cast<HostChannel*>(channel.get())->setTextAttribute(L"one");
-    ext->setTextAttribute(L"two");
-    EXPECT_EQ(hostValue(channel, &HostChannel::getTextAttribute), L"one");
-    EXPECT_EQ(channel->extText(), L"two");
-    channel->setDoubleAttributeD(4.0);
-    channel->setExtDoubleAttributeA(5.0);
-    EXPECT_EQ(hostValue(channel, &HostChannel::getDoubleAttributeD), 4.0);
-}
-
 class StoredChannels : public Channels {
   protected:
     StoredChannels() {
@@ -261,39 +149,6 @@ TEST_F(StoredChannels, ComeBackWithAllThatTheUserSet) {
     other->setIndices(std::vector<std::int32_t>{3}.data(), 1);
     persist(*other, true);
     EXPECT_EQ(element.asText(), saved);
-    EXPECT_THAT(script.referenceFaults(), IsEmpty());
-}
-
-TEST_F(StoredChannels, NonsenseIsRefusedWithItsNameAndChangesNothing) {
-    for (const auto& [key, text] :
-         std::vector<std::pair<std::wstring, std::wstring>>{{L"Color", L"red"},
-                                                            {L"Used", L"perhaps"},
-                                                            {L"ExpectedRate", L"1e99"},
-                                                            {L"ExpectedRate", L"-5"},
-                                                            {L"Color", L"12x"}}) {
-        auto& saved = element.addNew(L"OutputChannel");
-        saved.values = {{L"Name", L"other"}, {key, text}};
-        EXPECT_LT(persist(*channel, false), 0) << text.size();
-        EXPECT_NE(lastFailure(), L"");
-        EXPECT_EQ(channel->name(), L"Gr\u00FC\u00DFe \U0001F697");
-        EXPECT_TRUE(channel->used());
-        element.ClearChildren();
-    }
-    EXPECT_EQ(persist(*channel, false), HostCode::success) << "nothing there, nothing changed";
-    EXPECT_TRUE(channel->used());
-}
-
-TEST_F(StoredChannels, AFailingDocumentGivesItsCodeAtEachCall) {
-    for (std::size_t number = 1; script.faultsMet() == number - 1; ++number) {
-        script.forget();
-        const std::size_t before = script.faultsMet();
-        script.failCall(number, HostCode::aborted);
-        const HostResult code = persist(*channel, true);
-        EXPECT_EQ(code, script.faultsMet() == before ? HostCode::success : HostCode::aborted);
-        script.heal();
-    }
-    EXPECT_GE(script.faultsMet(), 9U);
-    EXPECT_EQ(persist(*channel, true), HostCode::success);
     EXPECT_THAT(script.referenceFaults(), IsEmpty());
 }
 

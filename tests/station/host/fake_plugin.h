@@ -19,10 +19,6 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4> {
     /// What happens in the call of that name, in place of success.
     std::map<std::string, std::function<HostResult()>> actions;
     std::vector<std::string> arguments;  ///< of the last event with an array
-    std::uint32_t leaderLow = 0xFFFFFFFF;
-    std::uint32_t leaderHigh = 0xFFFFFFFF;
-    float requiredDelay = 0.2F;
-    bool leads = false;
 
     HostResult onConnectHost(HostApp*) override { return enter("connect"); }
     HostResult onStartAcquisition() override { return enter("start"); }
@@ -31,8 +27,7 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4> {
     HostResult onClearSetup() override { return enter("clear"); }
     HostResult onDisconnectChannels() override { return enter("disconnect"); }
     HostResult position33(std::uint32_t* low, std::uint32_t* high) override {
-        *low = leaderLow;
-        *high = leaderHigh;
+        *low = *high = 0xFFFFFFFF;
         return HostCode::success;
     }
     HostResult onEvent(std::int32_t event, const HostVariant& input, HostVariant* result) override {
@@ -41,7 +36,7 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4> {
         }
         if (event == 136) {
             result->type = HostVariantType::Float;
-            result->float32 = requiredDelay;
+            result->float32 = 0.2F;
         }
         return enter(std::to_string(event));
     }
@@ -82,7 +77,7 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4> {
     HostResult position30() override { return 0; }
     HostResult position31() override { return 0; }
     HostResult position32(std::uint16_t* answer) override {
-        *answer = leads ? 1 : 0;
+        *answer = 0;
         return 0;
     }
     HostResult position34() override { return 0; }

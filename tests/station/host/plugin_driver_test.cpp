@@ -108,40 +108,6 @@ TEST_F(PluginDrivers, CallsComeInTheirOrder) {
     EXPECT_THAT(script.referenceFaults(), IsEmpty());
 }
 
-TEST_F(PluginDrivers, NothingIsJudgedUntilTheClocksHaveSettled) {
-    double positionInCall = -1.0;
-    plugin->actions["105"] = [this] {
-        counter.pass(3.0);  // opening the interfaces takes its time
-        return HostCode::success;
-    };
-    plugin->actions["117"] = [&] {
-        positionInCall = host->clock().getPositionSeconds();
-        return HostCode::success;
-    };
-    driver->connect();
-    driver->start();
-    EXPECT_EQ(host->clock().getSeconds(), 0.0) << "the time begins when the interfaces are open";
-    poll(9);
-    EXPECT_EQ(positionInCall, 0.0);
-    EXPECT_GT(host->clock().getSeconds(), 0.17);
-    poll(2);
-    EXPECT_NEAR(positionInCall, 0.22, 0.0011);
-}
-
-TEST_F(PluginDrivers, ALeadingModuleIsHeardBeforeItsClockIsStarted) {
-    plugin->leads = true;
-    driver->connect();
-    driver->start();
-    takeCalls();
-    poll(50);
-    EXPECT_THAT(takeCalls(), IsEmpty());
-    poll(12);
-    EXPECT_EQ(host->clock().getPosition(), 0);
-    EXPECT_THAT(takeCalls(), Each("117"));
-    poll(10);
-    EXPECT_GT(host->clock().getPosition(), 1000);
-}
-
 TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
     startAndSettle();
     driver->endPart();
@@ -157,33 +123,6 @@ TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
     EXPECT_NEAR(drain(), 0.6 + options.quietSeconds, 0.03);
     EXPECT_EQ(host->clock().getPosition(), end);
     EXPECT_EQ(channel->getWritten(), 30U);
-}
-
-TEST_F(PluginDrivers, ADrainTakesAsLongAsTheClocksAskForButEnds) {
-    startAndSettle();
-    driver->endPart();
-    EXPECT_NEAR(drain(), 0.2, 0.03);
-    driver->stop();
-
-    driver->start();
-    poll(20);
-    driver->endPart();
-    plugin->actions["117"] = [this] {
-        deliverOneSample();  // without end
-        return HostCode::success;
-    };
-    EXPECT_NEAR(drain(), options.longestDrainSeconds, 0.03);
-}
-
-TEST_F(PluginDrivers, ALeadingClockThatLagsIsWaitedFor) {
-    startAndSettle();
-    plugin->leaderHigh = 0;
-    plugin->actions["117"] = [this] {
-        plugin->leaderLow = static_cast<std::uint32_t>((host->clock().getSeconds() - 0.3) * 1000);
-        return HostCode::success;
-    };
-    driver->endPart();
-    EXPECT_NEAR(drain(), 0.5, 0.04);
 }
 
 TEST_F(PluginDrivers, TheNextPartOverlapsTheLastAndKeepsTheCapture) {
@@ -260,24 +199,6 @@ TEST_F(PluginDrivers, AFailureInAnyStepLeavesNothingRunning) {
         const bool captured = std::count(calls.begin(), calls.end(), "105") != 0;
         EXPECT_EQ(std::count(calls.begin(), calls.end(), "130"), captured ? 1 : 0) << step;
     }
-}
-
-TEST_F(PluginDrivers, APluginThatRefusesTheHostIsLeftAlone) {
-    plugin->actions["connect"] = [] { return HostCode::aborted; };
-    EXPECT_THAT(failureOf([this] { driver->connect(); }), HasSubstr("0x80004004"));
-    takeCalls();
-    for (const auto& step : std::vector<std::function<void()>>{
-             [this] { driver->connect(); }, [this] { driver->start(); },
-             [this] { driver->clearSetup(); }, [this] { driver->updateDevices(); },
-             [this] { driver->loadSetup(document, element); }}) {
-        EXPECT_NE(failureOf(step), "");
-    }
-    driver->poll();
-    driver->stop();
-    driver.reset();
-    EXPECT_THAT(takeCalls(), IsEmpty());
-    driver = std::make_unique<PluginDriver>(CountedRef<HostObject>(), host, options);
-    EXPECT_NE(failureOf([this] { driver->connect(); }), "");
 }
 
 }  // namespace

@@ -57,13 +57,4 @@ inline void addSample(StationChannel& channel, const void* sample, std::size_t s
     channel.advanceWritePosition(1);
 }
 
-/// The description of the last failure on this thread.
-inline std::wstring lastFailure() {
-    std::wstring text;
-    if (const auto info = takeFailure()) {
-        info->getDescription(&text);
-    }
-    return text;
-}
-
 }  // namespace station

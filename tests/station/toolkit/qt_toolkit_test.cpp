@@ -1,33 +1,27 @@
 #include <QComboBox>
-#include <QHeaderView>
 #include <QLineEdit>
-#include <QPainter>
 #include <QScrollBar>
 #include <QTest>
-#include <QToolButton>
 
 #include "tests/station/toolkit/toolkit_conformance.h"
 #include "tests/support/qt_bench.h"
 
 using namespace Kestrova::Tessel;
 using station::GridView;
-using testing::ElementsAre;
 
 /// What only a screen, a mouse and a keyboard can show.
 class QtToolkit : public ToolkitConformance {
   protected:
     QtBench& qt() { return static_cast<QtBench&>(*bench); }
-    GridView& view() { return *qt().user().view("grid"); }
-    QModelIndex at(std::int32_t row, std::int32_t column) {
-        return qt().user().show("grid", row, column);
-    }
+    GridView& view() { return *qt().view("grid"); }
+    QModelIndex at(std::int32_t row, std::int32_t column) { return qt().show("grid", row, column); }
     template <typename Widget>
     Widget* editor() {
         QtUser::settle();
         return view().viewport()->findChild<Widget*>();
     }
-    void key(Qt::Key pressed, Qt::KeyboardModifiers modifiers = {}) {
-        QTest::keyClick(&view(), pressed, modifiers);
+    void key(Qt::Key pressed) {
+        QTest::keyClick(&view(), pressed);
         QtUser::settle();
     }
     void goTo(std::int32_t row, std::int32_t column) {
@@ -69,26 +63,6 @@ TEST_P(QtToolkit, ATextBeingTypedIsNotDisturbedByARefreshOrAnotherRowCount) {
     QTest::keyClick(line, Qt::Key_Return);
     QtUser::settle();
     EXPECT_EQ(input, "2: new name");
-}
-
-TEST_P(QtToolkit, AnEditIsGivenUpWithItsRowOrByEscapeAndUntouchedTextIsNoInput) {
-    describe(3, {CellType::editText});
-    noteInput();
-    goTo(3, 0);
-    key(Qt::Key_F2);
-    QTest::keyClicks(editor<QLineEdit>(), "lost");
-    grid.setRowCount(3);
-    EXPECT_EQ(editor<QLineEdit>(), nullptr);
-    goTo(1, 0);
-    key(Qt::Key_F2);
-    QTest::keyClicks(editor<QLineEdit>(), "lost");
-    QTest::keyClick(editor<QLineEdit>(), Qt::Key_Escape);
-    goTo(2, 0);
-    key(Qt::Key_F2);
-    QTest::keyClick(editor<QLineEdit>(), Qt::Key_Return);
-    QtUser::settle();
-    EXPECT_EQ(editor<QLineEdit>(), nullptr);
-    EXPECT_EQ(input, "");
 }
 
 TEST_P(QtToolkit, AnOpenComboBoxStaysOpenAndIsAskedForItsItemsOnce) {
@@ -150,86 +124,6 @@ TEST_P(QtToolkit, OnlyWhatIsInSightIsAskedForAndPaintingAsksForNothing) {
     EXPECT_TRUE(rows.empty()) << "a window that isn't seen";
 }
 
-TEST_P(QtToolkit, EverythingCanBeDoneFromTheKeyboard) {
-    window.setXml(
-        "<Window><Grid Rows='20,100%'><IconButton Name='remove' IconName='REMOVE'/>"
-        "<KVDrawGrid Name='grid' Row='1'/></Grid></Window>");
-    grid = KVDrawGrid(window, "grid");
-    describe(3, {CellType::groupExpander, CellType::toggle, CellType::editText});
-    noteInput();
-    std::string done;
-    on(grid.setGroups(), [](const DrawGridSetGroupsArgs& args) {
-        args.addGroup("g", 1, true);
-        args.addRow("g", 2);
-    });
-    on(grid.cellProps(),
-       [](const DrawGridCellPropsArgs& args) { args.setExpander(args.getRow() == 1 ? 1 : 0); });
-    on(grid.cellAction(), [&](const DrawGridCellActionEventArgs& args) {
-        done += "switched " + std::to_string(args.getRow());
-    });
-    const IconButton button(window, "remove");
-    on(button.click(), [&](const auto&) { done += "removed"; });
-
-    goTo(1, 0);
-    key(Qt::Key_Tab);
-    EXPECT_EQ(view().currentIndex(), at(1, 1));
-    key(Qt::Key_Space);
-    EXPECT_EQ(std::exchange(done, ""), "switched 1");
-    key(Qt::Key_Tab);
-    key(Qt::Key_X);  // typing begins an edit
-    ASSERT_NE(editor<QLineEdit>(), nullptr);
-    QTest::keyClick(editor<QLineEdit>(), Qt::Key_Return);
-    QtUser::settle();
-    EXPECT_EQ(input, "1: x");
-    goTo(1, 0);
-    key(Qt::Key_Space);
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 3));
-    key(Qt::Key_Return);
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3));
-    key(Qt::Key_A, Qt::ControlModifier);
-    EXPECT_TRUE(grid.isRowSelected(1) && grid.isRowSelected(2) && grid.isRowSelected(3));
-    key(Qt::Key_Delete);
-    EXPECT_EQ(done, "removed");
-    goTo(3, 2);
-    key(Qt::Key_Tab);
-    EXPECT_FALSE(view().hasFocus()) << "from the last cell on to the button";
-}
-
-TEST_P(QtToolkit, ColoursAreSeenAndControlsStandWhereTheXmlSays) {
-    window.setXml(
-        "<Window><Grid Rows='5,20,100%' Columns='10,30,50%,50%'>"
-        "<IconButton Name='b' IconName='SPIN' Row='1' Column='1'/>"
-        "<KVDrawGrid Name='grid' Row='2' Column='1' ColumnSpan='2'/></Grid></Window>");
-    grid = KVDrawGrid(window, "grid");
-    describe(1, {CellType::color});
-    on(grid.cellProps(), [](const DrawGridCellPropsArgs& args) { args.setColor(0x12AB34); });
-    QtUser::settle();
-    auto* const button = qt().place()->findChild<QToolButton*>("b");
-    EXPECT_EQ(button->geometry(), QRect(10, 5, 30, 20));
-    EXPECT_EQ(button->text(), "SPIN");
-    const QSize whole = button->parentWidget()->size();
-    EXPECT_EQ(view().geometry(), QRect(10, 25, 30 + (whole.width() - 40) / 2, whole.height() - 25));
-    const QImage picture = view().viewport()->grab().toImage();
-    EXPECT_EQ(picture.pixelColor(view().visualRect(at(1, 0)).center()), QColor(0x12, 0xAB, 0x34));
-}
-
-TEST_P(QtToolkit, AWidthThatTheUserChoseStays) {
-    describe(2, {CellType::text, CellType::text});
-    EXPECT_EQ(view().columnWidth(0), 50);
-    view().horizontalHeader()->resizeSection(0, 77);
-    refreshOften();
-    grid.setRowCount(5);
-    refreshOften();
-    EXPECT_EQ(view().columnWidth(0), 77);
-}
-
-TEST_P(QtToolkit, AClickThatSwitchesLeavesTheSelection) {
-    describe(3, {CellType::text, CellType::toggle});
-    EXPECT_TRUE(bench->select("grid", {1, 3}));
-    EXPECT_TRUE(bench->toggle("grid", 2, 1));
-    EXPECT_TRUE(grid.isRowSelected(1) && grid.isRowSelected(3) && !grid.isRowSelected(2));
-}
-
 /// The window is deleted in the handler of an event, which the user's action sets off.
 class QtClosing : public QtToolkit {
   protected:
@@ -255,29 +149,6 @@ TEST_P(QtClosing, WhenACellIsAskedFor) {
     closesSafelyAt(grid.cellProps(), [] { QtUser::settle(); });
 }
 
-TEST_P(QtClosing, WhenTheGroupsAreAskedFor) {
-    describe(2, {CellType::text});
-    closesSafelyAt(grid.setGroups(), [] { QtUser::settle(); });
-}
-
-TEST_P(QtClosing, WhenAComboBoxIsOpened) {
-    describe(1, {CellType::comboBox});
-    goTo(1, 0);
-    closesSafelyAt(grid.comboItems(), [this] { QTest::keyClick(&view(), Qt::Key_Space); });
-}
-
-TEST_P(QtClosing, WhenAnItemIsPicked) {
-    describe(1, {CellType::comboBox});
-    on(grid.comboItems(), [](const DrawGridComboItemsArgs& args) { args.addItem("a"); });
-    goTo(1, 0);
-    key(Qt::Key_Space);
-    auto* const list = editor<QComboBox>()->view();
-    closesSafelyAt(grid.cellInput(), [&] {
-        list->setCurrentIndex(list->model()->index(0, 0));
-        QTest::keyClick(list, Qt::Key_Return);
-    });
-}
-
 TEST_P(QtClosing, WhenATextIsTyped) {
     describe(1, {CellType::editText});
     goTo(1, 0);
@@ -285,12 +156,6 @@ TEST_P(QtClosing, WhenATextIsTyped) {
     auto* const line = editor<QLineEdit>();
     QTest::keyClicks(line, "x");
     closesSafelyAt(grid.cellInput(), [&] { QTest::keyClick(line, Qt::Key_Return); });
-}
-
-TEST_P(QtClosing, WhenAToggleIsSwitched) {
-    describe(1, {CellType::toggle});
-    goTo(1, 0);
-    closesSafelyAt(grid.cellAction(), [this] { QTest::keyClick(&view(), Qt::Key_Space); });
 }
 
 TEST_P(QtClosing, WhileATextIsBeingTypedAndATimerTicks) {

@@ -38,20 +38,6 @@ TEST_P(ToolkitConformance, XmlThatIsNoneLeavesTheContentAsItWas) {
     EXPECT_EQ(clicks, 1);
 }
 
-TEST_P(ToolkitConformance, AControlThatHasLeftItsWindowStillWorksAndRaisesNothing) {
-    describe(2, {CellType::editText});
-    int asked = 0;
-    on(grid.cellProps(), [&](const auto&) { ++asked; });
-    window.setXml(xml);
-    asked = 0;
-    grid.setRowCount(4);
-    grid.refresh();
-    EXPECT_EQ(grid.getRowCount(), 4);
-    EXPECT_THAT(bench->shownRows("grid"), IsEmpty());
-    bench->passTime(1);
-    EXPECT_EQ(asked, 0);
-}
-
 // Cells.
 
 TEST_P(ToolkitConformance, CellsAreAskedForAndShownByTheirType) {
@@ -75,22 +61,6 @@ TEST_P(ToolkitConformance, CellsAreAskedForAndShownByTheirType) {
     EXPECT_THAT(shown, ElementsAre("text", "text", "12", "0.5", "text", "00FF80", "text", "0.5"));
     EXPECT_EQ(asked.count({0, 0}), 0U) << "the header was asked for";
     EXPECT_THAT(bench->titles("grid"), testing::Contains("Column 7"));
-}
-
-TEST_P(ToolkitConformance, WhatThePluginDoesNotSetIsEmpty) {
-    describe(2, {CellType::text, CellType::number});
-    EXPECT_EQ(bench->read("grid", 2, 0), "");
-    EXPECT_EQ(bench->read("grid", 2, 1), "0");
-}
-
-TEST_P(ToolkitConformance, ARefreshShowsWhatIsNew) {
-    describe(1, {CellType::text});
-    std::string value = "old";
-    on(grid.cellProps(), [&](const DrawGridCellPropsArgs& args) { args.setText(value); });
-    EXPECT_EQ(bench->read("grid", 1, 0), "old");
-    value = "new";
-    grid.refresh();
-    EXPECT_EQ(bench->read("grid", 1, 0), "new");
 }
 
 TEST_P(ToolkitConformance, InputArrivesWithItsCellAndTheCellIsAskedForAnew) {
@@ -218,26 +188,6 @@ TEST_P(GroupedGrid, OnlyANewRowCountAsksForTheGroupsAnew) {
     EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
 }
 
-TEST_P(GroupedGrid, GroupsThatCannotBeAreFailures) {
-    std::vector<std::uint32_t> codes;
-    on(grid.setGroups(), [&](const DrawGridSetGroupsArgs& args) {
-        const auto note = [&](const auto& action) { codes.push_back(failureOf(action).first); };
-        note([&] { args.addRow("c", 2); });
-        note([&] { args.addGroup("c", 0, true); });
-        note([&] { args.addGroup("c", 6, true); });
-        note([&] { args.addGroup("c", 4, true); });
-        note([&] { args.addGroup("a", 5, true); });
-        note([&] { args.addRow("a", 3); });
-        note([&] { args.addRow("a", 4); });
-    });
-    grid.setRowCount(6);
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
-    const std::uint32_t outside = OutOfRangeException::classCode;
-    const std::uint32_t taken = AlreadyExistsException::classCode;
-    EXPECT_THAT(codes, ElementsAre(NotFoundException::classCode, outside, outside, taken, taken,
-                                   taken, taken));
-}
-
 TEST_P(GroupedGrid, AClosedWindowLetsGoOfAllHandlersAlsoOfThoseOfTheGroups) {
     bench->shownRows("grid");
     bench->closeWindow();
@@ -264,19 +214,6 @@ TEST_P(ToolkitConformance, AHandlerThatFailsIsToldAndTheOthersAreCalled) {
     EXPECT_TRUE(bench->press("remove"));
     EXPECT_THAT(bench->takeFailures(), IsEmpty());
     EXPECT_FALSE(bench->press("grid"));
-}
-
-TEST_P(ToolkitConformance, FailuresAtReadingACellAndInATickAreToldToo) {
-    describe(1, {CellType::text});
-    on(grid.cellProps(), [](const auto&) { throw InvalidStateException(); });
-    bench->read("grid", 1, 0);
-    EXPECT_THAT(bench->takeFailures(),
-                testing::AllOf(testing::Not(IsEmpty()), testing::Each(0x80000029U)));
-    const Timer timer{ControlFactory(window)};
-    timer.setInterval(10);
-    on(timer.tick(), [](const auto&) { throw OutOfRangeException(); });
-    bench->passTime(15);
-    EXPECT_THAT(bench->takeFailures(), testing::Contains(0x80000005U));
 }
 
 TEST_P(ToolkitConformance, AnEqualHandlerIsTheOneToUnsubscribe) {
@@ -318,31 +255,6 @@ TEST_P(ToolkitConformance, AHandlerMayReplaceTheContentThatItBelongsTo) {
     });
     EXPECT_TRUE(bench->type("grid", 1, 0, "x"));
     EXPECT_FALSE(bench->press("add"));
-}
-
-TEST_P(ToolkitConformance, AHandlerMayTakeTheRowAwayThatTheUserIsIn) {
-    describe(2, {CellType::editText, CellType::toggle});
-    on(grid.cellProps(), [](const DrawGridCellPropsArgs& args) { args.setText("t"); });
-    on(grid.cellInput(), [this](const auto&) { grid.setRowCount(2); });
-    on(grid.cellAction(), [this](const auto&) { grid.setRowCount(1); });
-    EXPECT_TRUE(bench->type("grid", 2, 0, "x"));
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1));
-    EXPECT_TRUE(bench->toggle("grid", 1, 1));
-    EXPECT_THAT(bench->shownRows("grid"), IsEmpty());
-}
-
-TEST_P(ToolkitConformance, AHandlerMayTakeRowsAwayWhileTheyAreAskedFor) {
-    describe(3, {CellType::text, CellType::text});
-    bool first = true;
-    on(grid.cellProps(), [&](const DrawGridCellPropsArgs& args) {
-        args.setText(std::to_string(args.getRow()));
-        if (std::exchange(first, false)) {
-            grid.setRowCount(2);
-        }
-    });
-    bench->shownRows("grid");
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1));
-    EXPECT_EQ(bench->read("grid", 1, 1), "1");
 }
 
 TEST_P(ToolkitConformance, AHandlerMayCloseItsWindow) {
