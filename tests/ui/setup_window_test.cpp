@@ -14,15 +14,6 @@ enum Column : std::int32_t { group, id, used, color, name, configId, serial, bus
 
 }  // namespace
 
-TEST_P(SetupWindowTest, WithoutModulesThereIsTheHeaderOnly) {
-    openSetup();
-    EXPECT_THAT(user->titles(grid), ElementsAre("+", "ID", "Used", "C", "Name", "Config ID",
-                                                "Serial No", "Bus type", "Data"));
-    EXPECT_THAT(user->shownRows(grid), IsEmpty());
-    ASSERT_EQ(setup->getRows().size(), 1U);
-    EXPECT_EQ(setup->getRows()[0].kind, ChannelGridRow::header);
-}
-
 TEST_P(SetupWindowTest, AModuleIsAGroupWithARowForEachBus) {
     add(DeviceTypeInfo::unknownId, 3);
     add(DeviceTypeInfo::linComboId, 5).setName("Rear");
@@ -136,17 +127,6 @@ TEST_P(SetupWindowTest, AFailureOfTheHostInAHandlerIsTold) {
     user->passTime(refreshTime);
     user->takeFailures();
     EXPECT_EQ(user->read(grid, 2, id), "16");
-    EXPECT_THAT(user->takeFailures(), IsEmpty());
-}
-
-TEST_P(SetupWindowTest, ThePluginMayGoWithItsWindowsOpen) {
-    add(DeviceTypeInfo::canComboId, 1);
-    openSetup();
-    user->shownRows(grid);
-    devices().remove(0);
-    core->setupWindow = std::exchange(setup, {});
-    core.reset();
-    user->passTime(refreshTime);
     EXPECT_THAT(user->takeFailures(), IsEmpty());
 }
 

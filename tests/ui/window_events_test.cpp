@@ -1,11 +1,5 @@
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 
-#include <memory>
-
-#include "host/host_error.h"
-#include "plugin/identity.h"
-#include "plugin/module.h"
 #include "plugin/plugin.h"
 #include "station/runtime/runtime_exports.h"
 #include "tests/support/capture_stand_ins.h"
@@ -113,15 +107,6 @@ TEST_F(WindowEventsTest, AWindowThatCannotBeMadeIsToldAndLeavesTheOldOne) {
     EXPECT_TRUE(adds(first));
 }
 
-TEST_F(WindowEventsTest, WithoutAHostToTellTheFailureIsRaised) {
-    try {
-        send(settings, nullptr);
-        FAIL();
-    } catch (const HostCallException& failure) {
-        EXPECT_EQ(failure.getCode(), HostCode::invalidPointer);
-    }
-}
-
 TEST_F(WindowEventsTest, ThePluginGoesWithBothWindowsOpen) {
     connect();
     EXPECT_EQ(send(settings, first.window()), HostCode::success);
@@ -133,39 +118,6 @@ TEST_F(WindowEventsTest, ThePluginGoesWithBothWindowsOpen) {
     events.reset();
     object.reset();
     EXPECT_FALSE(adds(first));
-}
-
-/// The built module, with no file beside it, in a host that shares only interfaces with it.
-TEST(WindowModule, BringsItsWindowsWithIt) {
-    const std::unique_ptr<void, int (*)(void*)> library(dlopen(CMP_MODULE, RTLD_NOW | RTLD_LOCAL),
-                                                        &dlclose);
-    ASSERT_NE(library, nullptr) << dlerror();
-    const auto getClassObject =
-        reinterpret_cast<decltype(&DllGetClassObject)>(dlsym(library.get(), "DllGetClassObject"));
-    ScriptedHost host;
-    HeadlessBench window;
-    const std::size_t handlersBefore = kvRtTrackedCount();
-    {
-        CountedRef<HostClassFactory> factory;
-        void* found = nullptr;
-        ASSERT_EQ(getClassObject(PluginIdentity::classId, HostClassFactory::id, &found), 0);
-        factory = CountedRef<HostClassFactory>::adopt(static_cast<HostClassFactory*>(found));
-        ASSERT_EQ(factory->createInstance(nullptr, IPlugin3::id, &found), 0);
-        const auto plugin = CountedRef<IPlugin3>::adopt(static_cast<IPlugin3*>(found));
-        CountedRef<IPlugin4> events;
-        plugin.queryTo(events);
-        ASSERT_EQ(plugin->onConnectHost(&host.app), 0);
-        ASSERT_EQ(events->onEvent(181, variantOf(window.window()), nullptr), 0);
-        EXPECT_TRUE(window.press("addDeviceButton"));
-        EXPECT_TRUE(window.pick("deviceDrawGrid", 1, 1, "LIN combo"));
-        EXPECT_EQ(window.read("deviceDrawGrid", 1, 1), "LIN combo");
-        EXPECT_EQ(events->onEvent(179, variantOf(static_cast<HostObject*>(nullptr)), nullptr),
-                  HostCode::failed);
-        EXPECT_THAT(host.app.errors, ElementsAre(L"Window must not be null."));
-    }
-    window.closeWindow();
-    EXPECT_EQ(kvRtTrackedCount(), handlersBefore);
-    EXPECT_THAT(host.script.referenceFaults(), IsEmpty());
 }
 
 }  // namespace
