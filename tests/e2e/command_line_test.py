@@ -3,7 +3,6 @@
 import itertools
 import json
 import os
-import resource
 import signal
 import struct
 import subprocess
@@ -43,10 +42,6 @@ Chn. ID:      32
 Time: 0.        0
 00 00 01 23 02 01 02 C5 C5 \n0x123: 01 02 \n
 """
-
-
-def limit_file_size():
-    resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
 
 
 class CommandLine(Case):
@@ -121,13 +116,6 @@ class CommandLine(Case):
             for remedy in ("sudo", "setcap", "group"):
                 self.assertIn(remedy, errors)
 
-    def test_recording_that_cannot_be_opened_is_a_failure(self):
-        there = self.path("there.log")
-        there.write_text("something")
-        for path in (self.path("no/such/folder.log"), "/proc/a.pcapng", there):
-            self.assertIn(str(path), self.expect(1, "run", "--record", path)[1])
-        self.assertEqual(there.read_text(), "something")
-
     def test_full_disk_ends_one_recording_and_no_other(self):
         disk = self.path("disk")
         disk.mkdir()
@@ -141,25 +129,6 @@ class CommandLine(Case):
         self.assertIn(f'Recording to "{full}" ended: No space left on device', errors)
         self.expect_complete(sent, report, whole)
         self.assertEqual(len(traffic.read_with_tshark(full)), report["recordings"][0]["records"])
-
-    def test_file_size_limit_is_told_like_a_full_disk(self):
-        recording = self.path("a.pcapng")
-        process = subprocess.run([lab.STATION, "convert", self.stored, recording, "--module", *FRONT],
-                                 preexec_fn=limit_file_size, capture_output=True, text=True)
-        self.assertEqual(process.returncode, 1, process.stderr)
-        self.assertIn("File too large", process.stderr)
-        self.assertGreater(len(traffic.read_with_tshark(recording)), 50)
-
-    def test_deleted_recording_is_told_and_the_other_complete(self):
-        gone, whole = self.path("a.log"), self.path("a.pcapng")
-        station = self.begin(record=[gone, whole])
-        gone.unlink()
-        station.recordings.remove(gone)
-        sent = self.send()
-        station.settle()
-        report, errors = station.stop(code=1)
-        self.assertIn("deleted", errors)
-        self.expect_complete(sent, report, whole)
 
     def test_sigterm_hang_up_and_duration_end_it_well(self):
         for number in (signal.SIGTERM, signal.SIGHUP):

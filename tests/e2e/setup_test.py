@@ -88,19 +88,6 @@ class Setups(Case):
             self.assertIn(told, "".join(self.setup(*words, code=2)), words)
         self.assertEqual(path.read_text(), text)
 
-    def test_damaged_file_is_refused_with_its_line_and_stays(self):
-        path = self.make()
-        text = path.read_bytes()
-        nonsense = [text[:cut] for cut in range(0, len(text) - 2, len(text) // 12)]
-        nonsense.append(text.replace(b"<value key=\"Used\">True", b"<value key=\"Used\">perhaps", 1))
-        nonsense.append(b"<other/>")
-        for content in nonsense:
-            path.write_bytes(content)
-            for words in (["setup", "show", path], ["setup", "remove", path, "1"], ["run", "--setup", path]):
-                self.assertIn(str(path), self.expect(3, *words)[1], content[-80:])
-            self.assertEqual(path.read_bytes(), content)
-        self.assertIn("line ", self.setup("show", path, code=3)[1])
-
     def test_what_others_wrote_survives_and_saving_again_changes_nothing(self):
         path = self.make()
         foreign = '<Plugin id="{other}"><Deep a="1">text</Deep></Plugin><Note>of ours</Note></Setup>'
