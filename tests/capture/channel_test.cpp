@@ -3,12 +3,11 @@
 #include "capture/cmp_channel_canfd.h"
 #include "capture/cmp_channel_lin.h"
 #include "tests/support/capture_stand_ins.h"
-#include "tests/support/memory_node.h"
 #include "tests/support/sample_frames.h"
+#include "tests/support/setup_tree.h"
 
 namespace {
 
-using Kestrova::Utils::Serialization::MemoryNode;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using wire::Bytes;
@@ -169,18 +168,8 @@ TEST_F(ChannelTest, LastValueIsTheSampleLookedAtLastByAFlushThatWrote) {
     EXPECT_EQ(linBus.getLastValueText(), "33: 0F A1 ");
 }
 
-TEST_F(ChannelTest, OutputsAreMadeAsTheHostExpectsThem) {
-    const auto describe = [](const FakeOutput& output) {
-        return std::make_tuple(output.type.dataType, static_cast<int>(output.type.rateKind),
-                               output.expectedRate, output.intAttributeA, output.name, output.used);
-    };
-    EXPECT_EQ(describe(outputOf(canBus)),
-              std::make_tuple(14, 1, 10000.0F, 0, "CANFD channel", false));
-    EXPECT_EQ(describe(outputOf(linBus)), std::make_tuple(12, 1, 100.0F, 11, "LIN channel", false));
-}
-
 TEST_F(ChannelTest, SavedChannelFindsItsOutputAgain) {
-    const auto node = MemoryNode::createDocument("Channel", true);
+    const auto node = makeSetupTree("Channel");
     linBus.save(*node);
     CmpChannelLin loaded(&factory);
     loaded.load(*node);
@@ -191,7 +180,7 @@ TEST_F(ChannelTest, SavedChannelFindsItsOutputAgain) {
         EXPECT_NE(loaded.getOutput(), linBus.getOutput()) << nonsense;
         EXPECT_EQ(loaded.getOutput(), factory.channels.back()) << nonsense;
     }
-    const auto unbound = MemoryNode::createDocument("Channel", true);
+    const auto unbound = makeSetupTree("Channel");
     CmpChannelLin(&factory).save(*unbound);
     EXPECT_EQ(toText(*unbound), "Channel\n") << "nothing to save, and no crash";
 }

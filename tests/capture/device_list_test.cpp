@@ -1,11 +1,10 @@
 #include <gmock/gmock.h>
 
 #include "tests/support/capture_bench.h"
-#include "tests/support/memory_node.h"
+#include "tests/support/setup_tree.h"
 
 namespace {
 
-using Kestrova::Utils::Serialization::MemoryNode;
 using Kestrova::Utils::Serialization::Node;
 using ::testing::ElementsAre;
 
@@ -21,7 +20,7 @@ class DeviceListTest : public ::testing::Test, protected CaptureBench {
         }
         return result;
     }
-    static std::shared_ptr<Node> document() { return MemoryNode::createDocument("Setup", true); }
+    static std::shared_ptr<Node> document() { return makeSetupTree("Setup"); }
     static std::shared_ptr<Node> savedDevices(const CmpPacketReader& from) {
         auto node = document();
         from.saveDevices(*node);
@@ -52,27 +51,6 @@ TEST_F(DeviceListTest, KeyOfARemovedDeviceStaysTakenOnlyWhileFrozen) {
     EXPECT_THAT(devices.keys(), ElementsAre(0, 3, 1, 5, 2));
 }
 
-TEST_F(DeviceListTest, DeviceAddedAfterALoadInTheFrozenListIsNotLost) {
-    const auto node = savedDevices(reader);
-    devices.clear();
-    devices.beginFreeze();
-    reader.loadDevices(*node);
-    const auto added = devices.add();
-    EXPECT_THAT(devices.keys(), ElementsAre(0, 1, 2, 3, 4));
-    EXPECT_EQ(devices.list().back(), added);
-}
-
-TEST_F(DeviceListTest, MovesStayInsideTheListAndTakeTheKeysAlong) {
-    for (const std::int32_t outside : {0, 4, -1, INT32_MIN, INT32_MAX}) {
-        EXPECT_FALSE(devices.moveUp(outside)) << outside;
-        EXPECT_FALSE(devices.moveDown(outside == 0 ? 3 : outside)) << outside;
-    }
-    EXPECT_TRUE(devices.moveUp(3));
-    EXPECT_TRUE(devices.moveDown(0));
-    EXPECT_THAT(cmIds(), ElementsAre(0x32, 0x41, 5, 7));
-    EXPECT_THAT(devices.keys(), ElementsAre(1, 0, 3, 2));
-}
-
 TEST_F(DeviceListTest, FirstInTheListGetsTheMessagesOfACmId) {
     const wire::Bytes frame = wire::tecmpData(0x41, {{0x10, 0, wire::can(1, {})}});
     const CmpDevice& first = *devices.list()[0];
@@ -87,19 +65,6 @@ TEST_F(DeviceListTest, FirstInTheListGetsTheMessagesOfACmId) {
     EXPECT_EQ(samplesOf(second, 0x10).size(), 2U);
     EXPECT_EQ(devices.findByCmId(0x41).get(), &second);
     EXPECT_EQ(devices.findByCmId(0x42), nullptr);
-}
-
-TEST_F(DeviceListTest, SetupSaysWhatTheUserSet) {
-    devices.clear();
-    add(DeviceTypeInfo::neoviFire3Id, 0x107).setName("Tür");
-    counter.count = 3000;
-    EXPECT_EQ(toText(*savedDevices(reader)),
-              "Setup\n  CmpDevices\n    CmpDevice\n      @Id \"0\"\n      Id = 263\n"
-              "      ClockId = 0\n      DeviceTypeId = 2\n      ConfigId = 263\n"
-              "      SerialNumber = N/A\n      Name = Tür\n");
-    devices.list()[0]->setTypeById(DeviceTypeInfo::unknownId);
-    EXPECT_EQ(toText(*savedChannels(reader)),
-              "Setup\n  CmpDevices\n    CmpDevice\n      @Id \"0\"\n      Channels\n");
 }
 
 TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
@@ -140,26 +105,6 @@ TEST_F(DeviceListTest, ValuesThatCannotBeReadLeaveTheDefaults) {
     reader.loadDevices(*document());
     EXPECT_TRUE(devices.list().empty());
     EXPECT_EQ(manager.liveClocks(), 0);
-}
-
-TEST_F(DeviceListTest, DevicesBehindTheEndOfTheChannelTreeGetNewOutputs) {
-    const auto shorter = document();
-    const auto item = shorter->AddChild("CmpDevices")->AddChild("CmpDevice");
-    const auto channels = item->AddChild("Channels");
-    channels->AddChild("Channel")->WriteValue("ChId", "3", "#");
-    channels->AddChild("Channel")->WriteValue("ChId", "nonsense", "#");
-    const auto outputAt = [&](std::size_t device, std::size_t channel) {
-        return (*devices.list()[device]->getChannels())[channel]->getOutput();
-    };
-    reader.releaseOutputs();
-    reader.loadChannels(*shorter);
-    EXPECT_EQ(outputAt(0, 0), factory.channels[3]);
-    EXPECT_NE(outputAt(0, 1), nullptr) << "a new one";
-    EXPECT_EQ(outputAt(0, 2), nullptr) << "no child, no output";
-    EXPECT_NE(outputAt(1, 0), nullptr);
-    EXPECT_EQ(outputAt(2, 19)->getName(), "CANFD channel");
-    reader.loadChannels(*document());
-    EXPECT_NE(outputAt(0, 2), nullptr) << "without a tree all get new ones";
 }
 
 /// A host may answer a sample with a change of the setup.

@@ -21,26 +21,6 @@ class DeviceTest : public ::testing::Test, protected CaptureBench {
     CmpDevice& device = add(canCombo, 1);
 };
 
-TEST_F(DeviceTest, TypesAreThoseOfTheModulesOnTheMarket) {
-    std::ostringstream text;
-    for (const DeviceTypeInfo& type : deviceTypes()) {
-        text << std::dec << type.typeId << '|' << type.name << '|' << type.fullName << '|';
-        text << std::hex << +type.baseId << '|';
-        device.setType(type);
-        for (const auto& channel : *device.getChannels()) {
-            text << channel->getTypeName()[0] << channel->getInterfaceId() << ' ';
-        }
-        text << '\n';
-    }
-    EXPECT_EQ(text.str(),
-              "65535|Unknown||0|\n"
-              "0|LIN combo|Technica LIN combo|30|L10 L20 L30 L40 L50 L60 L70 L80 L90 La0 \n"
-              "1|CAN combo|Technica CAN combo|40|C10 C20 C30 C40 C50 C60 C70 \n"
-              "2|NeoviFire3|NeoviFire3|0|C1 C2 C3 C4 C5 C6 C7 C8 C9 C1 Cb Cc Cd Ce Cf C10 C11 C12 "
-              "C13 C14 \n");
-    EXPECT_EQ(deviceTypeById(canCombo).channelDescriptors[6], 0x00700008U);
-}
-
 TEST_F(DeviceTest, ConfigIdIsPartOfTheCmId) {
     const struct {
         std::uint32_t type;
@@ -88,15 +68,6 @@ TEST_F(DeviceTest, NewTypeKeepsTheConfigIdsLowByteAndTheUsersName) {
     EXPECT_EQ(device.getName(), "front");
 }
 
-TEST_F(DeviceTest, SameTypeAgainLeavesChannelsAndOutputsAlone) {
-    const auto before = *device.getChannels();
-    device.setTypeById(canCombo);
-    device.setCmId(0x47);
-    EXPECT_EQ(*device.getChannels(), before);
-    device.setTypeById(linCombo);
-    EXPECT_EQ(device.findChannel(0x10)->getOutput(), nullptr) << "new channels have none yet";
-}
-
 TEST_F(DeviceTest, ModuleWithoutStatusForTwoSecondsIsNotConnected) {
     counter.count = 50000;
     EXPECT_EQ(device.getStatusText(), "Not connected") << "never spoke";
@@ -111,15 +82,6 @@ TEST_F(DeviceTest, ModuleWithoutStatusForTwoSecondsIsNotConnected) {
     EXPECT_EQ(device.getSerialNumberText(), std::string(50, 'x')) << "no terminator on the wire";
     read({wire::tecmpData(0x41, {{0x10, 105'000000000, wire::can(1, {})}})});
     EXPECT_FALSE(device.isConnected()) << "data still flow, status doesn't";
-}
-
-/// The user has changed the CM ID while a status of the former one was on its way.
-TEST_F(DeviceTest, LateStatusDoesNotUndoAChangeOfTheCmId) {
-    CmStatus late;
-    late.cmId = 0x41;
-    device.setConfigId(5);
-    device.setStatus({1, 0}, late);
-    EXPECT_EQ(device.getCmId(), 0x45);
 }
 
 TEST_F(DeviceTest, DeviceTimeRunsOnOnTheCounter) {

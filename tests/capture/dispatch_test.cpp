@@ -79,13 +79,6 @@ TEST_F(DispatchTest, AsamDataTakeTheShapeOfACanMessage) {
         << "the identifier's bytes in place of a LIN head";
 }
 
-TEST_F(DispatchTest, AsamDataWithoutAMessageLeaveTheTimeAlone) {
-    read({wire::asam(0x41, 1, 1, {0x10, 5000000000, wire::asamCan(1, {})}),
-          wire::asam(0x41, 1, 1, {0x10, 5000000000, Bytes(14, 1)})});
-    EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{0, 0}));
-    EXPECT_THAT(records(canCombo, 0x10), ElementsAre());
-}
-
 TEST_F(DispatchTest, StatusIsMatchedOnItsPayloadInTecmpAndOnTheHeaderInAsam) {
     read({statusOf(0x32, 1000000000, 1234),
           wire::asam(0x41, 3, 1, {0, 1000000000, wire::asamStatus("module", "SN-1")})});
@@ -93,16 +86,6 @@ TEST_F(DispatchTest, StatusIsMatchedOnItsPayloadInTecmpAndOnTheHeaderInAsam) {
     EXPECT_EQ(canCombo.getSerialNumberText(), "SN-1");
     read({statusOf(0x41, 1000000000, 5)});
     EXPECT_EQ(canCombo.getSerialNumberText(), "5") << "the CM ID was kept, the text is gone";
-}
-
-TEST_F(DispatchTest, BusStatusReachesTheOneChannelThatExists) {
-    read({wire::tecmp(0x99, 2,
-                      {{0, 9, wire::busStatus(0x41, {{1, 1}, {0x20, 8, 3}, {2, 2}})},
-                       {0, 9, wire::busStatus(0x55, {{0x20, 99, 99}})}})});
-    EXPECT_EQ(canCombo.findChannel(0x20)->getBusStatus().messageCount, 8U);
-    EXPECT_EQ(canCombo.findChannel(0x20)->getBusStatus().errorCount, 3U);
-    EXPECT_EQ(canCombo.findChannel(0x10)->getBusStatus().messageCount, 0U);
-    EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{0, 0}));
 }
 
 TEST_F(DispatchTest, ClocksLearnTheTimeAtTheEndOfThePassAndAtEachFlush) {

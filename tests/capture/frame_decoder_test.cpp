@@ -125,26 +125,6 @@ TEST(FrameDecoderTest, OnlyInTecmpHasASecondMessageAHeaderOfItsOwn) {
     EXPECT_EQ(asam.next(), 120);
 }
 
-TEST(FrameDecoderTest, AsamMessageThatIsNotMappedKeepsTheTypeBefore) {
-    const struct {
-        std::uint8_t type, payloadType, before, after;
-        std::int32_t result;
-    } cases[] = {{1, 77, 7, 3, 0}, {3, 1, 7, 1, 0},    {3, 2, 7, 2, 22},   {3, 9, 7, 7, 0},
-                 {2, 1, 3, 3, 0},  {0xFF, 1, 1, 1, 0}, {0xFF, 1, 2, 2, 22}};
-    for (const auto& row : cases) {
-        Parser parser{wire::asam(0x41, row.type, row.payloadType, {0, 0, Bytes(20)})};
-        parser.header.messageType = row.before;
-        EXPECT_EQ(parser.next(), row.result) << +row.type << ' ' << +row.payloadType;
-        EXPECT_EQ(parser.header.messageType, row.after) << +row.type << ' ' << +row.payloadType;
-    }
-}
-
-TEST(FrameDecoderTest, TopBitOfATimestampIsNotTime) {
-    EXPECT_EQ(splitTimestamp(0x8000000000000000), (DeviceTime{0, 0}));
-    EXPECT_EQ(splitTimestamp(1999999999), (DeviceTime{1, 999999999}));
-    EXPECT_EQ(splitTimestamp(~std::uint64_t{0}), (DeviceTime{9223372036, 854775807}));
-}
-
 TEST(FrameDecoderTest, EachFieldOfAModuleStatusStandsAtItsPlace) {
     const Bytes payload = wire::counting(85);
     CmpHeader header;
@@ -214,24 +194,6 @@ TEST(FrameDecoderTest, AsamStatusWhoseInnerLengthsRunOutIsDropped) {
     Bytes unterminated = wire::asamStatus("", "abc");
     unterminated[29] = 3;
     EXPECT_EQ(decode(unterminated, 33), "abc");
-}
-
-TEST(FrameDecoderTest, AsamDataIsRebuiltByteForByteOrNotAtAll) {
-    CmpHeader header;
-    header.dataType = 2;
-    const auto rebuild = [&](const Bytes& payload, std::uint32_t length) {
-        RebuiltPayload rebuilt;
-        rebuildAsamData(header, payload.data(), length, rebuilt);
-        return Bytes(rebuilt.bytes, rebuilt.bytes + rebuilt.length);
-    };
-    const Bytes good = wire::asamCan(0x80000123, {1, 2, 3});
-    EXPECT_EQ(rebuild(good, 19), (Bytes{0x80, 0, 1, 0x23, 3, 1, 2, 3, 0xAB, 0xCD}));
-    EXPECT_EQ(rebuild(good, 18), Bytes()) << "a data byte is missing";
-    EXPECT_EQ(rebuild(good, 14), Bytes()) << "the length byte is missing";
-    EXPECT_EQ(rebuild(wire::asamCan(1, {}), 16), Bytes());
-    EXPECT_EQ(rebuild(wire::asamCan(1, Bytes(255, 7)), 271).size(), 262U);
-    header.dataType = 0x0200;
-    EXPECT_EQ(rebuild(good, 19), Bytes());
 }
 
 }  // namespace

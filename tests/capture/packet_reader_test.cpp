@@ -81,20 +81,4 @@ TEST_F(PacketReaderTest, InterfaceThatCannotBeOpenedIsPassedOver) {
     EXPECT_EQ(reader.getInterfaces()[0].net, 0x0AU);
 }
 
-TEST_F(PacketReaderTest, FailedListingKeepsTheOpenInterfaces) {
-    port.listFails = true;
-    reader.openInterfaces();
-    EXPECT_EQ(reader.getLastError(), 2);
-    EXPECT_EQ(reader.getLastErrorText(), "no list");
-    read({frame(1)});
-    EXPECT_THAT(arrived(), ElementsAre(1));
-}
-
-TEST_F(PacketReaderTest, HandlesAreClosedWhenTheyAreReplaced) {
-    for (int i = 0; i < 100; ++i) {
-        reader.openInterfaces();
-    }
-    EXPECT_EQ(port.openHandles, 1);
-}
-
 }  // namespace

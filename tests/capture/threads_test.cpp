@@ -5,11 +5,10 @@
 #include <thread>
 
 #include "tests/support/capture_bench.h"
-#include "tests/support/memory_node.h"
+#include "tests/support/setup_tree.h"
 
 namespace {
 
-using Kestrova::Utils::Serialization::MemoryNode;
 using wire::Bytes;
 
 /// Lets the other thread work.
@@ -145,8 +144,8 @@ class ThreadsTest : public ::testing::Test, protected CaptureBench {
 
     /// Loads the list as it is, with the thread running. What was queued goes with the old list.
     void reload() {
-        const auto node = MemoryNode::createDocument("Setup", true);
-        const auto channels = MemoryNode::createDocument("Setup", true);
+        const auto node = makeSetupTree("Setup");
+        const auto channels = makeSetupTree("Setup");
         reader.saveDevices(*node);
         reader.saveChannels(*channels);
         manager.reload();
