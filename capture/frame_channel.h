@@ -22,10 +22,7 @@ class FrameChannel : public CmpChannel {
         if (!holdsFrame<Frame>(payload, length)) {
             return false;
         }
-        queue.append([&](Sample& sample) {
-            sample.time = time;
-            decodeFrame(payload, sample.frame);
-        });
+        queue.append(time, payload);
         return true;
     }
 
@@ -69,6 +66,10 @@ class FrameChannel : public CmpChannel {
   private:
     using Status = Kestrova::Utils::Kcom::Synchronization::GNSSTimeStatus;
     struct Sample {
+        Sample(const DeviceTime& sampleTime, const std::uint8_t* payload) : time(sampleTime) {
+            decodeFrame(payload, frame);
+        }
+
         DeviceTime time;
         Frame frame;
     };

@@ -22,12 +22,11 @@ class SampleQueue {
   public:
     static constexpr std::size_t keptCapacity = 16384;
 
-    /// Capture thread: appends a cleared sample and has `fill` write it in place, which costs less
-    /// than to copy one. `fill` runs under the lock, so it must be short and must not throw.
-    template <class Fill>
-    void append(Fill fill) CMP_EXCLUDES(queueLock) {
+    /// Capture thread: makes a sample in place, which costs less than to copy one.
+    template <class... Arguments>
+    void append(const Arguments&... arguments) CMP_EXCLUDES(queueLock) {
         const LockGuard guard(queueLock);
-        fill(incoming.emplace_back());
+        incoming.emplace_back(arguments...);
         hasIncoming.store(true, std::memory_order_release);
     }
 
