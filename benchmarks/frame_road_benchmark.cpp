@@ -63,7 +63,10 @@ class HostRing final : public Kestrova::Utils::Kcom::OutputChannel::PlainOutputC
     explicit HostRing(std::size_t size) : samples(size) {}
 
     void addAsynchronousSample(const void* data, std::uint64_t size, double time) override {
-        std::memcpy(&records[position * recordSize], data, std::min(size, recordSize));
+        if (size != recordSize) {
+            std::abort();
+        }
+        std::memcpy(&records[position * recordSize], data, recordSize);
         times[position] = time;
         position = position + 1 == samples ? 0 : position + 1;
         ++count;
