@@ -13,9 +13,10 @@
 
 /// One interface of a capture module: one CAN, CAN FD or LIN bus.
 ///
-/// Here two threads meet. The capture thread hands over raw payloads with `onData` and stores bus
-/// status; the host's thread empties the queue with `flush` and does everything else. The kinds of
-/// channel differ in what `FrameChannel` is made of.
+/// Here two threads meet. The capture thread hands over raw payloads, one with `onData` or those of
+/// a whole frame with `collect` and `queueCollected`, and stores bus status; the host's thread
+/// empties the queue with `flush` and does everything else. The kinds of channel differ in what
+/// `FrameChannel` is made of.
 class CmpChannel {
   public:
     using GNSSClock = Kestrova::Utils::Kcom::Synchronization::GNSSClock;
@@ -44,6 +45,17 @@ class CmpChannel {
     /// Makes an output channel for this bus and binds to it.
     virtual void createOutput() {}
     virtual OutputChannelType outputType() const = 0;
+    /// Capture thread: does what `onData` does with each message collected, in order and with one
+    /// lock for all.
+    virtual void queueCollected() = 0;
+
+    /// Capture thread: notes a message for `queueCollected`, until when it must stay valid. Answers
+    /// whether it is the first.
+    bool collect(DataMessage& message) {
+        DataMessage* const before = std::exchange(lastCollected, &message);
+        (before != nullptr ? before->next : firstCollected) = &message;
+        return before == nullptr;
+    }
 
     /// Stores the latest bus status. Its interface ID is the channel's identity: what comes after
     /// the first always carries the same.
@@ -67,6 +79,12 @@ class CmpChannel {
     void load(Node& node);
 
   protected:
+    /// The first of the messages collected, null if there is none; they count as queued.
+    const DataMessage* takeCollected() {
+        lastCollected = nullptr;
+        return std::exchange(firstCollected, nullptr);
+    }
+
     OutputFactory* const outputFactory;
     std::shared_ptr<OutputChannel> output;
     double lastTime = 0.0;  ///< host time of the newest sample written, seconds
@@ -74,4 +92,8 @@ class CmpChannel {
   private:
     mutable Mutex statusLock;
     BusStatus busStatus CMP_GUARDED_BY(statusLock);
+
+    // The capture thread's own.
+    const DataMessage* firstCollected = nullptr;
+    DataMessage* lastCollected = nullptr;
 };

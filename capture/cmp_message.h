@@ -30,6 +30,14 @@ struct CmpHeader {
     bool isAsam = false;
 };
 
+/// A data message whose payload still stands in the frame.
+struct DataMessage {
+    DeviceTime time;
+    const std::uint8_t* payload = nullptr;
+    std::uint32_t length = 0;           ///< of the payload, bytes
+    const DataMessage* next = nullptr;  ///< the next one for the same channel
+};
+
 /// Values of `CmpHeader::messageType`.
 namespace MessageType {
 inline constexpr std::uint8_t cmStatus = 1;

@@ -126,7 +126,7 @@ void CmpPacketReader::readPass() {
 bool CmpPacketReader::nextFrame(const std::uint8_t*& data, std::uint32_t& length) {
     while (interfaceIndex < interfaces.size() && !IsStopRequested()) {
         const std::int32_t result = interfaces[interfaceIndex].handle->next(data, length);
-        directory->get();
+        latestDirectory();
         if (result == CaptureHandle::timeout) {
             ++interfaceIndex;
         } else if (isCaptureFrame(data, length)) {
@@ -145,4 +145,15 @@ void CmpPacketReader::readMessages(const std::uint8_t* data, std::uint32_t lengt
            !IsStopRequested()) {
         onMessage(header, payload);
     }
+    handOver();
+}
+
+/// Looked at for every message and every read, so that a change of the device list needn't wait.
+/// Channels may go with the directory that is replaced: what they still have to get goes first.
+const DeviceDirectory& CmpPacketReader::latestDirectory() {
+    if (directory->isReplaced()) {
+        handOver();
+        directory->renew();
+    }
+    return directory->get();
 }

@@ -9,6 +9,7 @@
 #include "capture/capture_port.h"
 #include "capture/cmp_devices.h"
 #include "capture/cmp_message.h"
+#include "capture/frame_batch.h"
 #include "core/performance_counter.h"
 #include "core/thread_ex.h"
 
@@ -87,6 +88,8 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     bool nextFrame(const std::uint8_t*& data, std::uint32_t& length);
     void readMessages(const std::uint8_t* data, std::uint32_t length, CmpHeader& header);
     void onPassEnd();
+    void handOver() { batch.handOver(frameTimeStamp); }
+    const DeviceDirectory& latestDirectory();
 
     void onMessage(const CmpHeader& header, const std::uint8_t* payload);
     void onCmStatusMessage(const DeviceTime& time, const CmpHeader& header,
@@ -113,4 +116,5 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     std::size_t interfaceIndex = 0;   ///< position of the pass in `interfaces`
     std::int64_t frameTimeStamp = 0;  ///< when the frame came, nanoseconds on `counter`
     DirectoryPublisher::Reader* directory = nullptr;
+    FrameBatch batch;
 };

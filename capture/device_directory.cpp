@@ -108,7 +108,7 @@ std::shared_ptr<const DeviceDirectory> DirectoryPublisher::snapshot() const {
 
 DirectoryPublisher::Reader::Reader(DirectoryPublisher& source) : publisher(source) {
     publisher.readerThread.store(std::this_thread::get_id());
-    take();
+    renew();
 }
 
 DirectoryPublisher::Reader::~Reader() {
@@ -117,7 +117,7 @@ DirectoryPublisher::Reader::~Reader() {
 }
 
 /// Says what it will use, and looks again: a directory that was replaced in between may be gone.
-void DirectoryPublisher::Reader::take() {
+void DirectoryPublisher::Reader::renew() {
     do {
         held = publisher.current.load();
         publisher.inUse.store(held);

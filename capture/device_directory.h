@@ -80,17 +80,15 @@ class DirectoryPublisher {
         Reader(const Reader&) = delete;
         Reader& operator=(const Reader&) = delete;
 
-        /// The directory to use until the next call.
-        const DeviceDirectory& get() {
-            if (publisher.current.load(std::memory_order_acquire) != held) {
-                take();
-            }
-            return *held;
+        /// The directory to use until the next `renew`.
+        const DeviceDirectory& get() const { return *held; }
+        bool isReplaced() const {
+            return publisher.current.load(std::memory_order_acquire) != held;
         }
+        /// Lets go of the directory and takes the latest.
+        void renew();
 
       private:
-        void take();
-
         DirectoryPublisher& publisher;
         const DeviceDirectory* held = nullptr;
     };

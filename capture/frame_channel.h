@@ -22,8 +22,19 @@ class FrameChannel : public CmpChannel {
         if (!holdsFrame<Frame>(payload, length)) {
             return false;
         }
-        queue.append(time, payload);
+        queue.append([&](auto& samples) { samples.emplace_back(time, payload); });
         return true;
+    }
+
+    void queueCollected() override {
+        const DataMessage* const first = takeCollected();
+        queue.append([first](auto& samples) {
+            for (const DataMessage* message = first; message != nullptr; message = message->next) {
+                if (holdsFrame<Frame>(message->payload, message->length)) {
+                    samples.emplace_back(message->time, message->payload);
+                }
+            }
+        });
     }
 
     /// Asks the clock about each sample in order: `Valid` is written, at a time that never goes

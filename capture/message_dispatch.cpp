@@ -35,7 +35,7 @@ void CmpPacketReader::onCmStatusMessage(const DeviceTime& time, const CmpHeader&
 }
 
 void CmpPacketReader::onCmStatus(const DeviceTime& time, const CmStatus& status) {
-    if (CmpDevice* const device = directory->get().findDevice(status.cmId)) {
+    if (CmpDevice* const device = latestDirectory().findDevice(status.cmId)) {
         device->setLatestTime(time, frameTimeStamp);
         device->setStatus(time, status);
     } else if (autoAddDevices) {
@@ -50,7 +50,7 @@ void CmpPacketReader::onBusStatusMessage(const CmpHeader& header, const std::uin
     BusStatus status;
     while (decodeBusStatus(header, payload, &offset, status) == DecodeResult::ok) {
         const auto interfaceId = static_cast<std::uint16_t>(status.interfaceId);
-        if (CmpChannel* const channel = directory->get().find(status.cmId, interfaceId).channel) {
+        if (CmpChannel* const channel = latestDirectory().find(status.cmId, interfaceId).channel) {
             channel->setBusStatus(status);
         }
     }
@@ -65,6 +65,7 @@ void CmpPacketReader::onDataMessage(const DeviceTime& time, const CmpHeader& hea
     RebuiltPayload rebuilt;
     rebuildAsamData(header, payload, header.dataLength, rebuilt);
     onData(time, header, rebuilt.bytes, rebuilt.length);
+    handOver();  // the rebuilt payload goes
 }
 
 void CmpPacketReader::onData(const DeviceTime& time, const CmpHeader& header,
@@ -73,18 +74,18 @@ void CmpPacketReader::onData(const DeviceTime& time, const CmpHeader& header,
         return;
     }
     const auto interfaceId = static_cast<std::uint16_t>(header.channelId);
-    const DeviceDirectory::Route route = directory->get().find(header.cmId, interfaceId);
+    const DeviceDirectory::Route route = latestDirectory().find(header.cmId, interfaceId);
     if (route.device == nullptr) {
         return;
     }
-    route.device->setLatestTime(time, frameTimeStamp);
-    if (route.channel != nullptr) {
-        route.channel->onData(time, length, payload);
+    if (batch.isFull()) {
+        handOver();
     }
+    batch.add(route, time, payload, length);
 }
 
 void CmpPacketReader::onPassEnd() {
-    for (const auto& device : directory->get().getDevices()) {
+    for (const auto& device : latestDirectory().getDevices()) {
         device->publishTime();
     }
 }

@@ -22,11 +22,12 @@ class SampleQueue {
   public:
     static constexpr std::size_t keptCapacity = 16384;
 
-    /// Capture thread: makes a sample in place, which costs less than to copy one.
-    template <class... Arguments>
-    void append(const Arguments&... arguments) CMP_EXCLUDES(queueLock) {
+    /// Capture thread: has `fill` append to the samples that wait, to make them in place costs less
+    /// than to copy them. It runs under the lock, so it must be short.
+    template <class Fill>
+    void append(Fill fill) CMP_EXCLUDES(queueLock) {
         const LockGuard guard(queueLock);
-        incoming.emplace_back(arguments...);
+        fill(incoming);
         hasIncoming.store(true, std::memory_order_release);
     }
 
