@@ -28,6 +28,8 @@ struct CmpHeader {
     std::uint16_t dataLength = 0;  ///< payload, bytes
     std::uint16_t dataFlags = 0;
     bool isAsam = false;
+
+    friend bool operator==(const CmpHeader&, const CmpHeader&) = default;
 };
 
 /// A data message whose payload still stands in the frame.

@@ -141,19 +141,16 @@ void CmpPacketReader::readMessages(const std::uint8_t* data, std::uint32_t lengt
     std::int32_t offset = 0;
     const std::uint8_t* payload = nullptr;
     const auto frameLength = static_cast<std::int32_t>(length);
-    while (parseFrame(data, frameLength, &offset, header, payload) == DecodeResult::ok &&
-           !IsStopRequested()) {
+    std::int32_t result = parseFrame(data, frameLength, &offset, header, payload);
+    while (result == DecodeResult::ok && !IsStopRequested()) {
         onMessage(header, payload);
+        result = parseNextMessage(data, frameLength, offset, header, payload);
     }
     handOver();
 }
 
-/// Looked at for every message and every read, so that a change of the device list needn't wait.
 /// Channels may go with the directory that is replaced: what they still have to get goes first.
-const DeviceDirectory& CmpPacketReader::latestDirectory() {
-    if (directory->isReplaced()) {
-        handOver();
-        directory->renew();
-    }
-    return directory->get();
+void CmpPacketReader::renewDirectory() {
+    handOver();
+    directory->renew();
 }

@@ -89,7 +89,15 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     void readMessages(const std::uint8_t* data, std::uint32_t length, CmpHeader& header);
     void onPassEnd();
     void handOver() { batch.handOver(frameTimeStamp); }
-    const DeviceDirectory& latestDirectory();
+    void renewDirectory();
+    /// The directory, looked at for every message and every read, so that a change of the device
+    /// list needn't wait.
+    const DeviceDirectory& latestDirectory() {
+        if (directory->isReplaced()) {
+            renewDirectory();
+        }
+        return directory->get();
+    }
 
     void onMessage(const CmpHeader& header, const std::uint8_t* payload);
     void onCmStatusMessage(const DeviceTime& time, const CmpHeader& header,

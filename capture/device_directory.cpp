@@ -19,6 +19,7 @@ DeviceDirectory::DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& 
         channelCount += channelLists.back()->size();
     }
     slots.resize(std::bit_ceil(2 * channelCount + 2));
+    lastSlot = slots.size() - 1;
     shift = 32U - static_cast<unsigned>(std::countr_zero(slots.size()));
     for (std::size_t i = 0; i < deviceList.size(); ++i) {
         CmpDevice* const device = deviceList[i].get();
@@ -33,33 +34,14 @@ DeviceDirectory::DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& 
     }
 }
 
-std::size_t DeviceDirectory::firstSlot(std::uint32_t key) const {
-    constexpr std::uint32_t spread = 0x9E3779B1;  // 2^32 divided by the golden ratio
-    return (key * spread) >> shift;
-}
-
 void DeviceDirectory::insert(std::uint32_t key, Route route) {
     std::size_t i = firstSlot(key);
-    while (slots[i].route.channel != nullptr && slots[i].key != key) {
-        i = (i + 1) & (slots.size() - 1);
+    while (slots[i].key != Slot::unused && slots[i].key != key) {
+        i = (i + 1) & lastSlot;
     }
-    if (slots[i].route.channel == nullptr) {
+    if (slots[i].key == Slot::unused) {
         slots[i] = {key, route};
     }
-}
-
-DeviceDirectory::Route DeviceDirectory::find(std::uint16_t cmId, std::uint16_t interfaceId) const {
-    if (slots.empty()) {
-        return {};
-    }
-    const std::uint32_t key = keyOf(cmId, interfaceId);
-    for (std::size_t i = firstSlot(key); slots[i].route.channel != nullptr;
-         i = (i + 1) & (slots.size() - 1)) {
-        if (slots[i].key == key) {
-            return slots[i].route;
-        }
-    }
-    return {deviceByCmId[cmId], nullptr};
 }
 
 CmpDevice* DeviceDirectory::findDevice(std::uint16_t cmId) const {

@@ -27,29 +27,45 @@ class DeviceDirectory {
     explicit DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& devices);
 
     /// Costs the same with one device as with many.
-    Route find(std::uint16_t cmId, std::uint16_t interfaceId) const;
+    Route find(std::uint16_t cmId, std::uint16_t interfaceId) const {
+        const std::uint32_t key = keyOf(cmId, interfaceId);
+        std::size_t i = firstSlot(key);
+        while (slots[i].key != key) {
+            if (slots[i].key == Slot::unused) {
+                return {findDevice(cmId), nullptr};
+            }
+            i = (i + 1) & lastSlot;
+        }
+        return slots[i].route;
+    }
     CmpDevice* findDevice(std::uint16_t cmId) const;
     const std::vector<std::shared_ptr<CmpDevice>>& getDevices() const { return deviceList; }
 
   private:
     /// Slots of an open-addressing table, a power of two and at most half full.
     struct Slot {
-        std::uint32_t key = 0;
+        static constexpr std::uint64_t unused = std::uint64_t{1} << 32;
+
+        std::uint64_t key = unused;
         Route route;
     };
 
     static std::uint32_t keyOf(std::uint16_t cmId, std::uint16_t interfaceId) {
         return std::uint32_t{cmId} << 16 | interfaceId;
     }
-    std::size_t firstSlot(std::uint32_t key) const;
+    std::size_t firstSlot(std::uint32_t key) const {
+        constexpr std::uint32_t spread = 0x9E3779B1;  // 2^32 divided by the golden ratio
+        return (key * spread) >> shift;
+    }
     void insert(std::uint32_t key, Route route);
 
     std::vector<std::shared_ptr<CmpDevice>> deviceList;
     /// Kept alive for the routes, as the devices may have got other channels since.
     std::vector<std::shared_ptr<const std::vector<std::shared_ptr<CmpChannel>>>> channelLists;
     std::vector<CmpDevice*> deviceByCmId;  ///< by CM ID; empty without devices
-    std::vector<Slot> slots;
-    unsigned shift = 32;
+    std::vector<Slot> slots = std::vector<Slot>(2);
+    std::size_t lastSlot = 1;
+    unsigned shift = 31;
 };
 
 /// Hands the directory from the thread that changes the device list to the capture thread.

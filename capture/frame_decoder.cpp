@@ -16,15 +16,15 @@ constexpr std::uint8_t asamData = 1;
 constexpr std::uint8_t asamStatus = 3;
 constexpr std::uint16_t asamDataType = 2;
 
-std::uint16_t readBe16(const std::uint8_t* bytes) {
+inline std::uint16_t readBe16(const std::uint8_t* bytes) {
     return static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
 }
 
-std::uint32_t readBe32(const std::uint8_t* bytes) {
+inline std::uint32_t readBe32(const std::uint8_t* bytes) {
     return std::uint32_t{readBe16(bytes)} << 16 | readBe16(bytes + 2);
 }
 
-std::uint64_t readBe64(const std::uint8_t* bytes) {
+inline std::uint64_t readBe64(const std::uint8_t* bytes) {
     return std::uint64_t{readBe32(bytes)} << 32 | readBe32(bytes + 4);
 }
 
@@ -57,9 +57,9 @@ std::int32_t startOf(const std::int32_t* offset, std::int32_t first) {
 }
 
 /// The end that both framings share: the payload stands at `position` and must fit into the frame.
-std::int32_t takePayload(const std::uint8_t* frame, std::int32_t frameLength, std::int32_t position,
-                         std::int32_t* offset, const CmpHeader& header,
-                         const std::uint8_t*& payload) {
+inline std::int32_t takePayload(const std::uint8_t* frame, std::int32_t frameLength,
+                                std::int32_t position, std::int32_t* offset,
+                                const CmpHeader& header, const std::uint8_t*& payload) {
     if (header.dataLength == 0) {
         return DecodeResult::noData;
     }
@@ -110,6 +110,17 @@ std::int32_t parseAsam(const std::uint8_t* frame, std::int32_t frameLength, std:
     return takePayload(frame, frameLength, position + messageHeaderSize, offset, header, payload);
 }
 
+/// A message at `position`, without what stands once at the beginning of the frame.
+inline std::int32_t parseTecmpMessage(const std::uint8_t* frame, std::int32_t frameLength,
+                                      std::int32_t position, std::int32_t* offset,
+                                      CmpHeader& header, const std::uint8_t*& payload) {
+    header.channelId = readBe32(frame + position);
+    header.timestamp = readBe64(frame + position + 4);
+    header.dataLength = readBe16(frame + position + 12);
+    header.dataFlags = readBe16(frame + position + 14);
+    return takePayload(frame, frameLength, position + messageHeaderSize, offset, header, payload);
+}
+
 std::int32_t parseTecmp(const std::uint8_t* frame, std::int32_t frameLength, std::int32_t* offset,
                         CmpHeader& header, const std::uint8_t*& payload) {
     const std::int32_t position = startOf(offset, tecmpFirstMessage);
@@ -123,12 +134,8 @@ std::int32_t parseTecmp(const std::uint8_t* frame, std::int32_t frameLength, std
     header.dataType = readBe16(frame + 20);
     header.reserved = readBe16(frame + 22);
     header.deviceFlags = readBe16(frame + 24);
-    header.channelId = readBe32(frame + position);
-    header.timestamp = readBe64(frame + position + 4);
-    header.dataLength = readBe16(frame + position + 12);
-    header.dataFlags = readBe16(frame + position + 14);
     const std::int32_t result =
-        takePayload(frame, frameLength, position + messageHeaderSize, offset, header, payload);
+        parseTecmpMessage(frame, frameLength, position, offset, header, payload);
     if (result == DecodeResult::ok) {
         header.isAsam = false;
     }
@@ -166,6 +173,18 @@ std::int32_t parseFrame(const std::uint8_t* frame, std::int32_t frameLength, std
         frameLength -= tagSize;
     }
     return DecodeResult::noData;
+}
+
+std::int32_t parseNextMessage(const std::uint8_t* frame, std::int32_t frameLength,
+                              std::int32_t& offset, CmpHeader& header,
+                              const std::uint8_t*& payload) {
+    if (header.isAsam) {
+        return parseAsam(frame, frameLength, &offset, header, payload);
+    }
+    if (frameLength < offset + messageHeaderSize) {
+        return DecodeResult::noData;
+    }
+    return parseTecmpMessage(frame, frameLength, offset, &offset, header, payload);
 }
 
 void normalizeHeader(CmpHeader& header) {

@@ -26,6 +26,13 @@ inline constexpr std::int32_t noData =
 std::int32_t parseFrame(const std::uint8_t* frame, std::int32_t frameLength, std::int32_t* offset,
                         CmpHeader& header, const std::uint8_t*& payload);
 
+/// Does what `parseFrame` does for a message behind the first, and looks only at what differs from
+/// message to message. `frame` begins behind any VLAN tags; `offset` and `header` are what the call
+/// for the message before left, which was a success.
+std::int32_t parseNextMessage(const std::uint8_t* frame, std::int32_t frameLength,
+                              std::int32_t& offset, CmpHeader& header,
+                              const std::uint8_t*& payload);
+
 /// Puts the multi-byte fields of a header that holds wire bytes into host byte order, whatever the
 /// framing: in ASAM CMP also those that the framing doesn't carry.
 void normalizeHeader(CmpHeader& header);

@@ -58,14 +58,17 @@ void CmpPacketReader::onBusStatusMessage(const CmpHeader& header, const std::uin
 
 void CmpPacketReader::onDataMessage(const DeviceTime& time, const CmpHeader& header,
                                     const std::uint8_t* payload) {
-    if (!header.isAsam) {
-        onData(time, header, payload, header.dataLength);
-        return;
-    }
     RebuiltPayload rebuilt;
-    rebuildAsamData(header, payload, header.dataLength, rebuilt);
-    onData(time, header, rebuilt.bytes, rebuilt.length);
-    handOver();  // the rebuilt payload goes
+    std::uint32_t length = header.dataLength;
+    if (header.isAsam) {
+        rebuildAsamData(header, payload, length, rebuilt);
+        payload = rebuilt.bytes;
+        length = rebuilt.length;
+    }
+    onData(time, header, payload, length);
+    if (header.isAsam) {
+        handOver();  // the rebuilt payload goes
+    }
 }
 
 void CmpPacketReader::onData(const DeviceTime& time, const CmpHeader& header,

@@ -125,6 +125,29 @@ TEST(FrameDecoderTest, OnlyInTecmpHasASecondMessageAHeaderOfItsOwn) {
     EXPECT_EQ(asam.next(), 120);
 }
 
+TEST(FrameDecoderTest, ShortWayToTheNextMessageEndsWhereTheLongOneDoes) {
+    for (const wire::SampleFrame& sample : wire::sampleFrames()) {
+        for (std::size_t size = 0; size <= sample.bytes.size(); ++size) {
+            Parser longWay{sample.bytes};
+            longWay.frame.resize(size);
+            Parser shortWay = longWay;
+            std::int32_t result = longWay.next();
+            if (size < 14 || sample.bytes[12] != 0x99 || shortWay.next() != DecodeResult::ok) {
+                continue;
+            }
+            while (result == DecodeResult::ok) {
+                result = longWay.next();
+                EXPECT_EQ(parseNextMessage(shortWay.frame.data(), static_cast<std::int32_t>(size),
+                                           shortWay.offset, shortWay.header, shortWay.payload),
+                          result);
+                EXPECT_EQ(shortWay.offset, longWay.offset) << sample.name << " cut at " << size;
+                EXPECT_EQ(shortWay.payloadAt(), longWay.payloadAt());
+                EXPECT_EQ(shortWay.header, longWay.header);
+            }
+        }
+    }
+}
+
 TEST(FrameDecoderTest, EachFieldOfAModuleStatusStandsAtItsPlace) {
     const Bytes payload = wire::counting(85);
     CmpHeader header;
