@@ -40,6 +40,9 @@ class FrameChannel : public CmpChannel {
     /// Asks the clock about each sample in order: `Valid` is written, at a time that never goes
     /// back within the channel; `Wait` leaves it queued and ends the flush; `Discard` drops it.
     void flush(const std::shared_ptr<GNSSClock>& clock) override {
+        if (queue.isEmpty()) {
+            return;
+        }
         Progress progress;
         while (!progress.waits) {
             const std::span<const Sample> samples = queue.front();

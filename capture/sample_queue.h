@@ -16,19 +16,26 @@
 /// for the host. Order is kept: what is exchanged in was appended behind all that was taken before.
 ///
 /// There is no limit: nothing is lost while the host is late. Each half keeps the room it has grown
-/// to, up to `keptCapacity` samples, so that a steady flow allocates nothing.
+/// to, up to `keptCapacity` samples, so that a steady flow allocates nothing. A half that was
+/// worked through goes back at once, also if nothing came in: the capture thread writes where the
+/// caches are warm, and two halves cost little more of them than one.
 template <class Sample>
 class SampleQueue {
   public:
     static constexpr std::size_t keptCapacity = 16384;
 
-    /// Capture thread: has `fill` append to the samples that wait, to make them in place costs less
-    /// than to copy them. It runs under the lock, so it must be short.
+    /// Capture thread: has `fill` append to the vector of waiting samples. So they are made in
+    /// place, as many as there are under one lock; `fill` must be short.
     template <class Fill>
     void append(Fill fill) CMP_EXCLUDES(queueLock) {
         const LockGuard guard(queueLock);
         fill(incoming);
         hasIncoming.store(true, std::memory_order_release);
+    }
+
+    /// Host's thread, without a lock.
+    bool isEmpty() const {
+        return next == outgoing.size() && !hasIncoming.load(std::memory_order_acquire);
     }
 
     /// Host's thread: the oldest samples in order, empty if there are none. More may wait behind
@@ -53,9 +60,10 @@ class SampleQueue {
 
   private:
     void exchange() CMP_EXCLUDES(queueLock) {
+        const bool wasUsed = !outgoing.empty();
         empty(outgoing);
         next = 0;
-        if (!hasIncoming.load(std::memory_order_acquire)) {
+        if (!wasUsed && !hasIncoming.load(std::memory_order_acquire)) {
             return;
         }
         const LockGuard guard(queueLock);
@@ -73,8 +81,8 @@ class SampleQueue {
     }
 
     Mutex queueLock;
-    std::vector<Sample> incoming CMP_GUARDED_BY(queueLock);
     std::atomic<bool> hasIncoming{false};  ///< spares the host's thread the lock of an idle channel
+    std::vector<Sample> incoming CMP_GUARDED_BY(queueLock);
     std::vector<Sample> outgoing;
     std::size_t next = 0;  ///< position in `outgoing` of the oldest sample
 };
