@@ -45,8 +45,8 @@ class CmpChannel {
     /// Makes an output channel for this bus and binds to it.
     virtual void createOutput() {}
     virtual OutputChannelType outputType() const = 0;
-    /// Capture thread: does what `onData` does with each message collected, in order and with one
-    /// lock for all.
+    /// Capture thread: does what `onData` does with each message collected, in order and under one
+    /// lock.
     virtual void queueCollected() = 0;
 
     /// Capture thread: notes a message for `queueCollected`, until when it must stay valid. Answers
@@ -79,7 +79,7 @@ class CmpChannel {
     void load(Node& node);
 
   protected:
-    /// The first of the messages collected, null if there is none; they count as queued.
+    /// The first of the messages collected, or null, and forgets them.
     const DataMessage* takeCollected() {
         lastCollected = nullptr;
         return std::exchange(firstCollected, nullptr);
@@ -93,7 +93,7 @@ class CmpChannel {
     mutable Mutex statusLock;
     BusStatus busStatus CMP_GUARDED_BY(statusLock);
 
-    // The capture thread's own.
+    // The capture thread's own: what `collect` noted.
     const DataMessage* firstCollected = nullptr;
     DataMessage* lastCollected = nullptr;
 };

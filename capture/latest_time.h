@@ -6,7 +6,7 @@
 #include "capture/cmp_message.h"
 
 /// The device time of the latest message and the moment on the performance counter, in nanoseconds,
-/// at which it came. Written by the capture thread alone, for every message; read by any thread.
+/// at which it came. Written by the capture thread alone, for every frame; read by any thread.
 ///
 /// A sequence lock: the writer never waits and a reader tries again when it met a write. The
 /// counter is odd while a write is under way.

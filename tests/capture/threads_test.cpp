@@ -35,8 +35,9 @@ class EndlessFrames {
                 return {1, wire::tecmp(1, 1, {{0, reads, wire::cmStatus(guest, 7, "S")}})};
             case 1:
                 return {1, wire::tecmp(1, 2, {{0, reads, wire::busStatus(guest, {{0x10, 5}})}})};
-            case 2:
-                return {1, wire::tecmpData(guest, {{0x10, reads, wire::can(1, {})}})};
+            case 2:  // long, so that it is often in work when its module goes
+                return {1, wire::tecmpData(guest, std::vector<wire::Message>(
+                                                      50, {0x10, reads, wire::can(1, {})}))};
             default:
                 Bytes number;
                 wire::put(number, ++sent, 4);
