@@ -69,19 +69,6 @@ TEST_F(OutputFactoryTest, ColoursRunThroughThePaletteAndBeginAnew) {
     EXPECT_EQ(create()->getColor(), 0x00FF00U);
 }
 
-TEST_F(OutputFactoryTest, ActiveIsAUsedChannelOfTheTwoClassesThatIsNotExcluded) {
-    const auto channel = create();
-    for (const std::int32_t channelClass : {0, 1, 2, 10, 12, 11}) {
-        mounted(0).channelClass = channelClass;
-        EXPECT_EQ(factory.hasActiveChannels(), channelClass == 1 || channelClass == 11);
-    }
-    channel->setUsed(false);
-    EXPECT_FALSE(factory.hasActiveChannels());
-    channel->setUsed(true);
-    channel->setExcluded(true);
-    EXPECT_FALSE(factory.hasActiveChannels());
-}
-
 TEST_F(OutputFactoryTest, WholeListIsRefreshedRemountedAndDetachedTogether) {
     const auto first = create({0, Kind::Synchronous});
     create();

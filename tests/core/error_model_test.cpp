@@ -56,16 +56,6 @@ TEST(KvrtExceptionTest, CodeComesOutAsItsClass) {
     }
 }
 
-TEST(KvrtExceptionTest, UnknownCodeIsKept) {
-    for (const std::string message : {"", "why"}) {
-        const Raised error = raised(0x8ABC0001U, message);
-        EXPECT_EQ(*error.type, typeid(KvrtException));
-        EXPECT_EQ(error.code, 0x8ABC0001U);
-        EXPECT_EQ(error.what, message);
-        EXPECT_FALSE(error.defaultMessage) << "an empty text is the text here";
-    }
-}
-
 TEST(KvrtExceptionTest, TextIsNeverAFormatForAnythingButItself) {
     EXPECT_EQ(textOf("a%sb"), "aa%sbb");
     EXPECT_EQ(textOf("%s"), "%s");

@@ -104,7 +104,7 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     }
     SCRIPTED_FLAG(Async, async)
     SCRIPTED_FLAG(SingleValue, singleValue)
-    SCRIPTED_READ(getChannelClass, std::int32_t, channelClass, 1)
+    SCRIPTED_READER(getChannelClass, std::int32_t, 1)
 
     SCRIPTED_TEXT(Name, name)
     SCRIPTED_TEXT(Unit, unit)

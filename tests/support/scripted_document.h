@@ -216,12 +216,7 @@ class ScriptedDocumentFactory final : public Scripted<HostDocumentFactory> {
     using Scripted::Scripted;
 
     HostResult createDocument(HostBool writing, HostDocument** document) override {
-        const auto create = [&] {
-            made.push_back(&script.make<ScriptedDocument>(isTrue(writing)));
-            return made.back();
-        };
+        const auto create = [&] { return &script.make<ScriptedDocument>(isTrue(writing)); };
         return hand("createDocument", document, create, writing);
     }
-
-    std::vector<ScriptedDocument*> made;
 };
