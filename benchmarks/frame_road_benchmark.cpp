@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "benchmarks/component_road.h"
 #include "benchmarks/stored_traffic.h"
 #include "bridge/output/plain_output_channel.h"
 #include "capture/cmp_packet_reader.h"
@@ -138,6 +139,23 @@ class HostRings final : public Kestrova::Utils::Kcom::OutputChannel::OutputFacto
     std::vector<std::shared_ptr<HostRing>> rings;
 };
 
+/// Goes over a file to its end. The first slice isn't measured: in it the queues grow, and the
+/// clocks let the samples wait. From then on each pass delivers what it read.
+template <typename AnyRoad>
+void runInSlices(AnyRoad& road, Best& aMessage) {
+    constexpr int passes = 4;
+    for (bool first = true; !road.isAtEnd(); first = false) {
+        const std::uint64_t before = road.count();
+        StopWatch watch;
+        for (int pass = 0; pass < passes; ++pass) {
+            road.pass();
+        }
+        if (!first && !road.isAtEnd()) {
+            aMessage.add(watch.lap(), road.count() - before);
+        }
+    }
+}
+
 /// The whole way over one file.
 class Road {
   public:
@@ -156,25 +174,19 @@ class Road {
         reader.prepareRead(true);
     }
 
-    /// Capture and host in turn on this thread; answers the samples delivered. The first slice
-    /// isn't measured: in it the queues grow, and the clocks let the samples wait. From then on
-    /// each pass delivers what it read.
+    /// Capture and host in turn on this thread; answers the samples delivered.
     std::uint64_t runOnOneThread(Best& aMessage) {
-        constexpr int passes = 4;
-        for (bool first = true; !frames.isAtEnd(); first = false) {
-            const std::uint64_t before = rings.count();
-            StopWatch watch;
-            for (int pass = 0; pass < passes; ++pass) {
-                reader.readPass();
-                reader.flushAll();
-            }
-            if (!first && !frames.isAtEnd()) {
-                aMessage.add(watch.lap(), rings.count() - before);
-            }
-        }
+        runInSlices(*this, aMessage);
         reader.flushAll();
-        return rings.count();
+        return count();
     }
+
+    bool isAtEnd() const { return frames.isAtEnd(); }
+    void pass() {
+        reader.readPass();
+        reader.flushAll();
+    }
+    std::uint64_t count() const { return rings.count(); }
 
     /// Capture on a thread of its own.
     std::uint64_t runOnTwoThreads() {
@@ -248,6 +260,7 @@ struct Case {
     Traffic traffic;
     Best bare = {};
     Best way = {};         ///< on one thread
+    Best component = {};   ///< through the component into the station's buffers, the same
     Best wholeWay = {};    ///< the same, from the file's beginning to its end and not in slices
     Best twoThreads = {};  ///< from beginning to end as well: two threads have no slices in common
 };
@@ -265,6 +278,34 @@ void runOnOneThread(Case& entry) {
     const std::uint64_t delivered = road.runOnOneThread(entry.way);
     entry.wholeWay.add(watch.lap(), delivered);
     checkDelivered(entry, delivered);
+}
+
+void runThroughComponent(Case& entry) {
+    ComponentRoad road(entry.path, std::vector<std::uint32_t>(entry.traffic.modules,
+                                                              DeviceTypeInfo::neoviFire3Id));
+    runInSlices(road, entry.component);
+    road.finish();
+    // The measurement starts when the first frame comes, whose messages were stamped before that.
+    checkDelivered(entry, road.count() + entry.traffic.messagesPerFrame);
+}
+
+/// A periodic call with nothing to deliver, of a plug-in with 64 channels.
+void idleCalls(const std::string& path, Best& call) {
+    using Type = DeviceTypeInfo;
+    ComponentRoad road(path, {Type::neoviFire3Id, Type::neoviFire3Id, Type::linComboId,
+                              Type::canComboId, Type::canComboId});
+    for (int pass = 0; pass < 8 && !road.isAtEnd(); ++pass) {
+        road.pass();
+    }
+    constexpr int slices = 50;
+    constexpr int calls = 100;
+    StopWatch watch;
+    for (int slice = 0; slice < slices; ++slice) {
+        for (int i = 0; i < calls; ++i) {
+            road.poll();
+        }
+        call.add(watch.lap(), calls);
+    }
 }
 
 void runOnTwoThreads(Case& entry) {
@@ -294,7 +335,7 @@ double allocationsPerMessage(const std::string& directory) {
 }
 
 void verdict(const char* what, double value, const char* relation, double limit, bool good) {
-    fmt::print("{:<62} {:>8.3f}   {} {:<6} {}\n", what, value, relation, limit,
+    fmt::print("{:<64} {:>8.3f}   {} {:<6} {}\n", what, value, relation, limit,
                good ? "" : "MISSED");
 }
 
@@ -326,12 +367,16 @@ int main() {
         writeTraffic(entry.path, entry.traffic);
     }
     Best pair;
+    Best idleCall;
     for (int round = 0; round < rounds; ++round) {
         lockPairs(pair);
         for (Case& entry : cases) {
             bareLoop(entry.path, entry.traffic.messagesPerFrame, entry.bare);
             runOnOneThread(entry);
         }
+        runThroughComponent(one);
+        runThroughComponent(forty);
+        idleCalls(one.path, idleCall);
         for (int turn = 0; turn < 2; ++turn) {
             runOnOneThread(forty);
             runOnTwoThreads(forty);
@@ -353,6 +398,11 @@ int main() {
            1.15);
     atLeast("two threads: speed / that of one thread",
             forty.wholeWay.get() / forty.twoThreads.get(), 0.9);
+    atMost("1 message a frame, through the component: (it - the way) / LP",
+           (one.component.get() - one.way.get()) / lp, 1.3);
+    atMost("40 messages a frame, through the component: (it - the way) / LP",
+           (forty.component.get() - forty.way.get()) / lp, 1.3);
+    atMost("periodic call with 64 idle channels / LP", idleCall.get() / lp, 640);
     atMost("allocations a message in steady state", allocationsPerMessage(directory), 0.0);
     for (const Case& entry : cases) {
         unlink(entry.path.c_str());

@@ -1,0 +1,59 @@
+#include "benchmarks/component_road.h"
+
+#include "plugin/identity.h"
+#include "station/document/setup_document.h"
+#include "ui/settings_window.h"
+#include "ui/setup_window.h"
+
+ComponentRoad::ComponentRoad(const std::string& path, const std::vector<std::uint32_t>& moduleTypes)
+    : frames(path), counter(frames), core(inputs, outputs, frames, counter) {
+    station::StationHostOptions options;
+    options.sampleRate = station::MasterClock::highestSampleRate;  // so that the last message is in
+    options.documentFactory = station::makeCounted<station::SetupDocumentFactory>();
+    host = station::makeCounted<station::StationHost>(counter, std::move(options));
+    const CountedRef<HostApp> app = host;
+    const auto id = std::make_shared<const std::wstring>(PluginIdentity::classIdText());
+    inputs.attachHost(app, id);
+    outputs.attachHost(app, id, &host->channels());
+    core.syncManager.SetHost(app.get());
+    std::uint16_t cmId = 0;
+    for (const std::uint32_t type : moduleTypes) {
+        const auto device = core.packetReader.getDevices().add();
+        device->setTypeById(type);
+        device->setCmId(++cmId);
+        device->createOutputs();
+    }
+    for (const auto& channel : host->channels().all()) {
+        channel->setUsed(hostTrue);
+    }
+    host->channels().beginMeasurement();
+    outputs.refreshAddData();
+    core.syncManager.RestartWithAcceptAll();
+    core.packetReader.openInterfaces();
+    core.packetReader.prepareRead(true);
+    host->clock().start();
+    core.syncManager.EnableClocks();
+}
+
+void ComponentRoad::poll() {
+    inputs.update();
+    core.syncManager.Tick();
+    core.packetReader.flushAll();
+    outputs.alignToAcquisition();
+}
+
+void ComponentRoad::pass() {
+    constexpr int settlingPasses = 3;
+    core.packetReader.readPass();
+    if (++passes > settlingPasses) {
+        host->clock().movePosition();
+    }
+    poll();
+}
+
+void ComponentRoad::finish() {
+    constexpr std::uint64_t oneMillisecond = 1'000'000;
+    counter.passBy(oneMillisecond);
+    host->clock().movePosition();
+    poll();
+}
