@@ -51,27 +51,16 @@ class FrameChannel : public CmpChannel {
             }
             flushSome(*clock, samples, progress);
         }
-        if (progress.written) {
-            const LockGuard guard(lastValueLock);
-            lastFrame = progress.lookedAt;
+        if (progress.written) {  // the last value, also where the clock let it wait or threw it out
+            queue.keepLast(*progress.lookedAt);
         }
     }
 
-    void reset() override {
-        {
-            const LockGuard guard(lastValueLock);
-            lastFrame.reset();
-        }
-        queue.clear();
-    }
+    void reset() override { queue.clear(); }
 
     std::string getLastValueText() const override {
-        std::optional<Frame> frame;
-        {
-            const LockGuard guard(lastValueLock);
-            frame = lastFrame;
-        }
-        return frame ? toText(*frame) : std::string();
+        const std::optional<Sample> sample = queue.getLast();
+        return sample ? toText(sample->frame) : std::string();
     }
 
   protected:
@@ -91,15 +80,15 @@ class FrameChannel : public CmpChannel {
     struct Progress {
         bool written = false;
         bool waits = false;
-        Frame lookedAt;
+        const Sample* lookedAt = nullptr;
     };
 
     /// Works through the samples up to one that waits. Each is dropped as soon as it is done with,
     /// so that a host call that raises makes none of them come twice.
     void flushSome(GNSSClock& clock, std::span<const Sample> samples, Progress& progress) {
         OutputChannel* const target = output.get();
-        std::size_t done = 0;
         for (const Sample& sample : samples) {
+            progress.lookedAt = &sample;
             const auto result = clock.GetTime(toGnssTime(sample.time));
             if (result.status == Status::Wait) {
                 progress.waits = true;
@@ -111,14 +100,8 @@ class FrameChannel : public CmpChannel {
                 progress.written = true;
             }
             queue.drop(1);
-            ++done;
         }
-        progress.lookedAt = samples[std::min(done, samples.size() - 1)].frame;
     }
 
     SampleQueue<Sample> queue;
-    mutable Mutex lastValueLock;
-    /// The sample that the last flush which wrote anything looked at last, also where the clock let
-    /// it wait or threw it out.
-    std::optional<Frame> lastFrame CMP_GUARDED_BY(lastValueLock);
 };

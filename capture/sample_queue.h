@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -16,9 +17,12 @@
 /// for the host. Order is kept: what is exchanged in was appended behind all that was taken before.
 ///
 /// There is no limit: nothing is lost while the host is late. Each half keeps the room it has grown
-/// to, up to `keptCapacity` samples, so that a steady flow allocates nothing. A half that was
-/// worked through goes back at once, also if nothing came in: the capture thread writes where the
-/// caches are warm, and two halves cost little more of them than one.
+/// to, up to `keptCapacity` samples, so that a steady flow allocates nothing.
+///
+/// At the end of a flush `keepLast` takes the lock once more, for the value that the user sees. On
+/// that occasion a half that was worked through goes back, if nothing came in meanwhile: the
+/// capture thread then writes where the caches are warm, and two halves take little more of them
+/// than one.
 template <class Sample>
 class SampleQueue {
   public:
@@ -30,7 +34,7 @@ class SampleQueue {
     void append(Fill fill) CMP_EXCLUDES(queueLock) {
         const LockGuard guard(queueLock);
         fill(incoming);
-        hasIncoming.store(true, std::memory_order_release);
+        hasIncoming.store(!incoming.empty(), std::memory_order_release);
     }
 
     /// Host's thread, without a lock.
@@ -39,9 +43,12 @@ class SampleQueue {
     }
 
     /// Host's thread: the oldest samples in order, empty if there are none. More may wait behind
-    /// them. They stay valid until the next `front` after they were dropped, or `clear`.
+    /// them. They stay valid, also when they were dropped, until a later `front` shows others, or
+    /// `keepLast`, or `clear`.
     std::span<const Sample> front() CMP_EXCLUDES(queueLock) {
-        if (next == outgoing.size()) {
+        if (next == outgoing.size() && hasIncoming.load(std::memory_order_acquire)) {
+            startOver();
+            const LockGuard guard(queueLock);
             exchange();
         }
         return std::span<const Sample>(outgoing).subspan(next);
@@ -50,25 +57,45 @@ class SampleQueue {
     /// Host's thread: removes the `count` oldest of what `front` showed.
     void drop(std::size_t count) { next += count; }
 
+    /// Host's thread: keeps a copy of `sample`, which may be one that `front` showed, for
+    /// `getLast`.
+    void keepLast(const Sample& sample) CMP_EXCLUDES(queueLock) {
+        const Sample copy = sample;
+        const bool isDone = next == outgoing.size();
+        if (isDone) {
+            startOver();
+        }
+        const LockGuard guard(queueLock);
+        last = copy;
+        if (isDone && incoming.empty()) {
+            exchange();
+        }
+    }
+
+    /// Any thread: what `keepLast` kept, nothing since `clear`.
+    std::optional<Sample> getLast() const CMP_EXCLUDES(queueLock) {
+        const LockGuard guard(queueLock);
+        return last;
+    }
+
     /// Host's thread.
     void clear() CMP_EXCLUDES(queueLock) {
-        empty(outgoing);
-        next = 0;
+        startOver();
         const LockGuard guard(queueLock);
         empty(incoming);
+        hasIncoming.store(false, std::memory_order_relaxed);
+        last.reset();
     }
 
   private:
-    void exchange() CMP_EXCLUDES(queueLock) {
-        const bool wasUsed = !outgoing.empty();
+    void exchange() CMP_REQUIRES(queueLock) {
+        std::swap(incoming, outgoing);
+        hasIncoming.store(false, std::memory_order_relaxed);
+    }
+
+    void startOver() {
         empty(outgoing);
         next = 0;
-        if (!wasUsed && !hasIncoming.load(std::memory_order_acquire)) {
-            return;
-        }
-        const LockGuard guard(queueLock);
-        hasIncoming.store(false, std::memory_order_relaxed);
-        std::swap(incoming, outgoing);
     }
 
     static void empty(std::vector<Sample>& half) {
@@ -80,9 +107,10 @@ class SampleQueue {
         }
     }
 
-    Mutex queueLock;
+    mutable Mutex queueLock;
     std::atomic<bool> hasIncoming{false};  ///< spares the host's thread the lock of an idle channel
     std::vector<Sample> incoming CMP_GUARDED_BY(queueLock);
     std::vector<Sample> outgoing;
     std::size_t next = 0;  ///< position in `outgoing` of the oldest sample
+    std::optional<Sample> last CMP_GUARDED_BY(queueLock);
 };
