@@ -30,8 +30,7 @@ fs::path choosePlugin(const fs::path& chosen) {
         return registered->module;
     }
     std::error_code error;
-    fs::path beside =
-        fs::read_symlink("/proc/self/exe", error).parent_path() / "cmp_plugin.so";
+    fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / "cmp_plugin.so";
     if (fs::exists(beside, error)) {
         return beside;
     }
