@@ -9,8 +9,8 @@ ComponentRoad::ComponentRoad(const std::string& path, const std::vector<std::uin
     : frames(path), counter(frames), core(inputs, outputs, frames, counter) {
     station::StationHostOptions options;
     options.sampleRate = station::MasterClock::highestSampleRate;  // so that the last message is in
-    options.documentFactory = station::makeCounted<station::SetupDocumentFactory>();
-    host = station::makeCounted<station::StationHost>(counter, std::move(options));
+    options.documentFactory = makeObject<station::SetupDocumentFactory>();
+    host = makeObject<station::StationHost>(counter, std::move(options));
     const CountedRef<HostApp> app = host;
     const auto id = std::make_shared<const std::wstring>(PluginIdentity::classIdText());
     inputs.attachHost(app, id);

@@ -32,13 +32,13 @@ class ComponentRoad {
     /// fitted to times that are all different.
     class MovingCounter final : public PerformanceCounter {
       public:
-        explicit MovingCounter(const PerformanceCounter& fileTime) : file(fileTime) {}
+        explicit MovingCounter(const station::StoredFrames& fileTime) : file(fileTime) {}
         std::uint64_t getCount() const override { return file.getCount() + ++looks; }
         std::uint64_t getFrequency() const override { return file.getFrequency(); }
         void passBy(std::uint64_t nanoseconds) { looks += nanoseconds; }
 
       private:
-        const PerformanceCounter& file;
+        const station::StoredFrames& file;
         mutable std::uint64_t looks = 0;
     };
 

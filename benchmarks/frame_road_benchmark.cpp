@@ -139,6 +139,29 @@ class HostRings final : public Kestrova::Utils::Kcom::OutputChannel::OutputFacto
     std::vector<std::shared_ptr<HostRing>> rings;
 };
 
+/// Times the greater part of a run: it starts when a quarter of the file has been read, by when the
+/// queues have grown to the size that they keep.
+class SteadyPart {
+  public:
+    /// After each pass.
+    void onPass(double progress) {
+        constexpr double quarter = 0.25;
+        if (share == 0.0 && progress >= quarter) {
+            share = 1.0 - progress;
+            watch.lap();
+        }
+    }
+    /// At the end of the run, over so many messages.
+    void addTo(Best& aMessage, std::uint64_t messages) {
+        const auto timed = static_cast<std::uint64_t>(share * static_cast<double>(messages));
+        aMessage.add(watch.lap(), timed);
+    }
+
+  private:
+    StopWatch watch;
+    double share = 0.0;  ///< of the file, that is timed
+};
+
 /// Goes over a file to its end. The first slice isn't measured: in it the queues grow, and the
 /// clocks let the samples wait. From then on each pass delivers what it read.
 template <typename AnyRoad>
@@ -175,9 +198,20 @@ class Road {
     }
 
     /// Capture and host in turn on this thread; answers the samples delivered.
-    std::uint64_t runOnOneThread(Best& aMessage) {
+    std::uint64_t runInSlicesToTheEnd(Best& aMessage) {
         runInSlices(*this, aMessage);
         reader.flushAll();
+        return count();
+    }
+    /// The same without slices.
+    std::uint64_t runOnOneThread(Best& aMessage) {
+        SteadyPart part;
+        while (!isAtEnd()) {
+            pass();
+            part.onPass(frames.getProgress());
+        }
+        reader.flushAll();
+        part.addTo(aMessage, count());
         return count();
     }
 
@@ -189,11 +223,13 @@ class Road {
     std::uint64_t count() const { return rings.count(); }
 
     /// Capture on a thread of its own.
-    std::uint64_t runOnTwoThreads() {
+    std::uint64_t runOnTwoThreads(Best& aMessage) {
+        SteadyPart part;
         std::atomic<bool> done{false};
         std::thread capture([&] {
             while (!frames.isAtEnd()) {
                 reader.readPass();
+                part.onPass(frames.getProgress());
             }
             done = true;
         });
@@ -204,7 +240,8 @@ class Road {
         capture.join();
         reader.flushAll();
         reader.flushAll();
-        return rings.count();
+        part.addTo(aMessage, count());
+        return count();
     }
 
   private:
@@ -261,8 +298,8 @@ struct Case {
     Best bare = {};
     Best way = {};         ///< on one thread
     Best component = {};   ///< through the component into the station's buffers, the same
-    Best wholeWay = {};    ///< the same, from the file's beginning to its end and not in slices
-    Best twoThreads = {};  ///< from beginning to end as well: two threads have no slices in common
+    Best wholeWay = {};    ///< on one thread, all but a file's beginning and not in slices
+    Best twoThreads = {};  ///< the same on two threads, which have no slices in common
 };
 
 void checkDelivered(const Case& entry, std::uint64_t delivered) {
@@ -272,12 +309,14 @@ void checkDelivered(const Case& entry, std::uint64_t delivered) {
     }
 }
 
+void runInSlicesToTheEnd(Case& entry) {
+    Road road(entry.path, entry.traffic.modules);
+    checkDelivered(entry, road.runInSlicesToTheEnd(entry.way));
+}
+
 void runOnOneThread(Case& entry) {
     Road road(entry.path, entry.traffic.modules);
-    StopWatch watch;
-    const std::uint64_t delivered = road.runOnOneThread(entry.way);
-    entry.wholeWay.add(watch.lap(), delivered);
-    checkDelivered(entry, delivered);
+    checkDelivered(entry, road.runOnOneThread(entry.wholeWay));
 }
 
 void runThroughComponent(Case& entry) {
@@ -310,10 +349,7 @@ void idleCalls(const std::string& path, Best& call) {
 
 void runOnTwoThreads(Case& entry) {
     Road road(entry.path, entry.traffic.modules);
-    StopWatch watch;
-    const std::uint64_t delivered = road.runOnTwoThreads();
-    entry.twoThreads.add(watch.lap(), delivered);
-    checkDelivered(entry, delivered);
+    checkDelivered(entry, road.runOnTwoThreads(entry.twoThreads));
 }
 
 /// What a second file of the same kind costs in allocations, beyond what a short one costs.
@@ -324,7 +360,7 @@ double allocationsPerMessage(const std::string& directory) {
         Road road(path, 1);
         const std::uint64_t before = allocations;
         Best unused;
-        road.runOnOneThread(unused);
+        road.runInSlicesToTheEnd(unused);
         return allocations - before;
     };
     constexpr std::uint32_t few = 400'000;
@@ -372,7 +408,7 @@ int main() {
         lockPairs(pair);
         for (Case& entry : cases) {
             bareLoop(entry.path, entry.traffic.messagesPerFrame, entry.bare);
-            runOnOneThread(entry);
+            runInSlicesToTheEnd(entry);
         }
         runThroughComponent(one);
         runThroughComponent(forty);

@@ -72,20 +72,25 @@ inline void copyData(std::uint8_t* to, const std::uint8_t* from, std::size_t cou
     std::memcpy(to + count - word, from + count - word, word);
 }
 
-/// Decodes a payload into a cleared record.
-inline void decodeFrame(const std::uint8_t* payload, CanFrame& frame) {
+/// Decodes a payload into a cleared record. Returns how many bytes of it, from the start, may now
+/// be other than zero.
+inline std::size_t decodeFrame(const std::uint8_t* payload, CanFrame& frame) {
     const std::uint32_t identifier = std::uint32_t{payload[0]} << 24 |
                                      std::uint32_t{payload[1]} << 16 |
                                      std::uint32_t{payload[2]} << 8 | payload[3];
+    const std::uint8_t length = payload[4];
     frame.id = identifier & CanFrame::identifierMask;
     frame.extended = static_cast<std::uint8_t>(identifier >> 31);
-    frame.length = payload[4];
-    copyData(frame.data, payload + 5, frame.length);
+    frame.length = length;
+    copyData(frame.data, payload + 5, length);
+    return offsetof(CanFrame, data) + length;
 }
 
-inline void decodeFrame(const std::uint8_t* payload, LinFrame& frame) {
+inline std::size_t decodeFrame(const std::uint8_t* payload, LinFrame& frame) {
+    const std::uint8_t length = payload[1];
     frame.id = payload[0] & LinFrame::identifierMask;
-    frame.length = payload[1];
-    copyData(frame.data, payload + 2, frame.length);
-    frame.checksum = payload[2 + frame.length];
+    frame.length = length;
+    copyData(frame.data, payload + 2, length);
+    frame.checksum = payload[2 + length];
+    return sizeof(LinFrame);
 }

@@ -13,10 +13,9 @@
 
 /// One interface of a capture module: one CAN, CAN FD or LIN bus.
 ///
-/// Here two threads meet. The capture thread hands over raw payloads, one with `onData` or those of
-/// a whole frame with `collect` and `queueCollected`, and stores bus status; the host's thread
-/// empties the queue with `flush` and does everything else. The kinds of channel differ in what
-/// `FrameChannel` is made of.
+/// Here two threads meet. The capture thread brings messages, one with each `onData`, makes them
+/// visible with `handOver`, and stores bus status; the host's thread empties the queue with `flush`
+/// and does everything else. The kinds of channel differ in what `FrameChannel` is made of.
 class CmpChannel {
   public:
     using GNSSClock = Kestrova::Utils::Kcom::Synchronization::GNSSClock;
@@ -31,10 +30,14 @@ class CmpChannel {
     CmpChannel& operator=(const CmpChannel&) = delete;
     virtual ~CmpChannel() = default;
 
-    /// Capture thread: decodes a payload of `length` bytes and queues it as a sample. Answers false
+    /// Capture thread: takes the message in a payload of `length` bytes as a sample. Answers false
     /// for a payload that it can't use.
     virtual bool onData(const DeviceTime& time, std::uint32_t length,
                         const std::uint8_t* payload) = 0;
+    /// Capture thread: queues the samples taken since the last time.
+    virtual void handOver() = 0;
+    /// Capture thread: whether this is the first time since `handOver`.
+    bool enterBurst() { return !std::exchange(isInBurst, true); }
     /// Writes the queued samples whose time has come into the output channel.
     virtual void flush(const std::shared_ptr<GNSSClock>& clock) = 0;
     /// Empties the queue and forgets the last value; with the capture thread stopped.
@@ -45,18 +48,6 @@ class CmpChannel {
     /// Makes an output channel for this bus and binds to it.
     virtual void createOutput() {}
     virtual OutputChannelType outputType() const = 0;
-    /// Capture thread: does what `onData` does with each message collected, in order and under one
-    /// lock.
-    virtual void queueCollected() = 0;
-
-    /// Capture thread: notes a message for `queueCollected`, until when it must stay valid. Answers
-    /// whether it is the first.
-    bool collect(DataMessage& message) {
-        DataMessage* const before = std::exchange(lastCollected, &message);
-        (before != nullptr ? before->next : firstCollected) = &message;
-        return before == nullptr;
-    }
-
     /// Stores the latest bus status. Its interface ID is the channel's identity: what comes after
     /// the first always carries the same.
     void setBusStatus(const BusStatus& status) CMP_EXCLUDES(statusLock);
@@ -79,11 +70,7 @@ class CmpChannel {
     void load(Node& node);
 
   protected:
-    /// The first of the messages collected, or null, and forgets them.
-    const DataMessage* takeCollected() {
-        lastCollected = nullptr;
-        return std::exchange(firstCollected, nullptr);
-    }
+    void leaveBurst() { isInBurst = false; }
 
     OutputFactory* const outputFactory;
     std::shared_ptr<OutputChannel> output;
@@ -93,7 +80,5 @@ class CmpChannel {
     mutable Mutex statusLock;
     BusStatus busStatus CMP_GUARDED_BY(statusLock);
 
-    // The capture thread's own: what `collect` noted.
-    const DataMessage* firstCollected = nullptr;
-    DataMessage* lastCollected = nullptr;
+    bool isInBurst = false;  // the capture thread's own
 };

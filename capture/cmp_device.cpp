@@ -180,14 +180,19 @@ void CmpDevice::setStatus(const DeviceTime& time, const CmStatus& newStatus) {
 }
 
 void CmpDevice::publishTime() {
+    DeviceTime time;
+    std::int64_t timeStamp = 0;
     {
         const LockGuard guard(timeLock);
-        const LatestTime::Value latest = latestTime.load();
-        publishedTime = latest.time;
-        publishedTimeStamp = latest.timeStamp;
+        const LatestTime latest = latestTime.load();
+        time = {latest.seconds, static_cast<std::int32_t>(latest.nanoseconds)};
+        timeStamp = latest.timeStamp;
+        publishedTime = time;
+        publishedTimeStamp = timeStamp;
     }
     if (clock) {
-        clock->SetTime(toGnssTime(getDeviceNow()));
+        const std::int64_t now = surroundings.counter->getNanoseconds();
+        clock->SetTime(toGnssTime(advanced(time, now - timeStamp)));
     }
 }
 

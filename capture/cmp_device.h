@@ -11,7 +11,7 @@
 #include "capture/cmp_channel.h"
 #include "capture/cmp_message.h"
 #include "capture/device_types.h"
-#include "capture/latest_time.h"
+#include "capture/sequence_locked.h"
 #include "core/mutex.h"
 #include "core/performance_counter.h"
 #include "setup/node.h"
@@ -82,7 +82,7 @@ class CmpDevice {
     /// Capture thread: the time of the latest message, which came in at `timeStamp` nanoseconds on
     /// the performance counter.
     void setLatestTime(const DeviceTime& time, std::int64_t timeStamp) {
-        latestTime.store(time, timeStamp);
+        latestTime.store({time.seconds, time.nanoseconds, timeStamp});
     }
     /// Gives the clock the device's time as it is now. Both threads.
     void publishTime() CMP_EXCLUDES(timeLock);
@@ -113,7 +113,14 @@ class CmpDevice {
     /// Set by the constructor or `load`, before anyone else sees the device.
     std::shared_ptr<GNSSClock> clock;
 
-    LatestTime latestTime;  // with its own synchronisation
+    /// Device time of the latest message, and the moment on the performance counter, in
+    /// nanoseconds, at which it came. Written by the capture thread for every frame.
+    struct LatestTime {
+        std::uint64_t seconds = 0;
+        std::int64_t nanoseconds = 0;
+        std::int64_t timeStamp = 0;
+    };
+    SequenceLocked<LatestTime> latestTime;
 
     mutable Mutex timeLock;
     DeviceTime publishedTime CMP_GUARDED_BY(timeLock);

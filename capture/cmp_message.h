@@ -32,14 +32,6 @@ struct CmpHeader {
     friend bool operator==(const CmpHeader&, const CmpHeader&) = default;
 };
 
-/// A data message whose payload still stands in the frame.
-struct DataMessage {
-    DeviceTime time;
-    const std::uint8_t* payload = nullptr;
-    std::uint32_t length = 0;           ///< of the payload, bytes
-    const DataMessage* next = nullptr;  ///< the next one for the same channel
-};
-
 /// Values of `CmpHeader::messageType`.
 namespace MessageType {
 inline constexpr std::uint8_t cmStatus = 1;

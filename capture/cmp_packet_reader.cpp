@@ -127,10 +127,12 @@ bool CmpPacketReader::nextFrame(const std::uint8_t*& data, std::uint32_t& length
     while (interfaceIndex < interfaces.size() && !IsStopRequested()) {
         const std::int32_t result = interfaces[interfaceIndex].handle->next(data, length);
         latestDirectory();
+        if (result != CaptureHandle::timeout && isCaptureFrame(data, length)) {
+            return true;
+        }
+        handOver();
         if (result == CaptureHandle::timeout) {
             ++interfaceIndex;
-        } else if (isCaptureFrame(data, length)) {
-            return true;
         }
     }
     return false;
@@ -146,7 +148,7 @@ void CmpPacketReader::readMessages(const std::uint8_t* data, std::uint32_t lengt
         onMessage(header, payload);
         result = parseNextMessage(data, frameLength, offset, header, payload);
     }
-    handOver();
+    burst.endFrame(frameTimeStamp);
 }
 
 /// Channels may go with the directory that is replaced: what they still have to get goes first.

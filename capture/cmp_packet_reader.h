@@ -9,7 +9,7 @@
 #include "capture/capture_port.h"
 #include "capture/cmp_devices.h"
 #include "capture/cmp_message.h"
-#include "capture/frame_batch.h"
+#include "capture/message_burst.h"
 #include "core/performance_counter.h"
 #include "core/thread_ex.h"
 
@@ -88,7 +88,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     bool nextFrame(const std::uint8_t*& data, std::uint32_t& length);
     void readMessages(const std::uint8_t* data, std::uint32_t length, CmpHeader& header);
     void onPassEnd();
-    void handOver() { batch.handOver(frameTimeStamp); }
+    void handOver() { burst.handOver(frameTimeStamp); }
     void renewDirectory();
     /// The directory, looked at for every message and every read, so that a change of the device
     /// list needn't wait.
@@ -124,5 +124,5 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     std::size_t interfaceIndex = 0;   ///< position of the pass in `interfaces`
     std::int64_t frameTimeStamp = 0;  ///< when the frame came, nanoseconds on `counter`
     DirectoryPublisher::Reader* directory = nullptr;
-    FrameBatch batch;
+    MessageBurst burst;
 };

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <algorithm>
-#include <optional>
-#include <span>
+#include <atomic>
 
 #include "capture/bus_frame.h"
 #include "capture/cmp_channel.h"
 #include "capture/device_time.h"
 #include "capture/sample_queue.h"
+#include "capture/sequence_locked.h"
 
 /// What the two kinds of channel share: a queue of samples, its flush into the output channel, and
 /// the last value. `Frame` is the record that the host receives; `addSample` is the operation of
@@ -19,48 +19,56 @@ class FrameChannel : public CmpChannel {
 
     bool onData(const DeviceTime& time, std::uint32_t length,
                 const std::uint8_t* payload) override {
-        if (!holdsFrame<Frame>(payload, length)) {
-            return false;
+        const bool usable = holdsFrame<Frame>(payload, length);
+        if (usable) {
+            queue.append(time, payload);
         }
-        queue.append([&](auto& samples) { samples.emplace_back(time, payload); });
-        return true;
+        return usable;
     }
 
-    void queueCollected() override {
-        const DataMessage* const first = takeCollected();
-        queue.append([first](auto& samples) {
-            for (const DataMessage* message = first; message != nullptr; message = message->next) {
-                if (holdsFrame<Frame>(message->payload, message->length)) {
-                    samples.emplace_back(message->time, message->payload);
-                }
-            }
-        });
+    void handOver() override {
+        leaveBurst();
+        queue.handOver();
     }
 
     /// Asks the clock about each sample in order: `Valid` is written, at a time that never goes
-    /// back within the channel; `Wait` leaves it queued and ends the flush; `Discard` drops it.
+    /// back within the channel; `Wait` leaves it queued and ends the flush; `Discard` drops it. A
+    /// sample is dropped as soon as it is done with, so that a host call that raises makes none of
+    /// those before it come twice.
     void flush(const std::shared_ptr<GNSSClock>& clock) override {
-        if (queue.isEmpty()) {
+        if (!queue.hasNext()) {
             return;
         }
-        Progress progress;
-        while (!progress.waits) {
-            const std::span<const Sample> samples = queue.front();
-            if (samples.empty()) {
+        OutputChannel* const target = output.get();
+        Frame frame;
+        bool written = false;
+        do {
+            queue.front().copyFront(frame);
+            const auto result = clock->GetTime(toGnssTime(queue.front().frontTime()));
+            if (result.status == Status::Wait) {
                 break;
             }
-            flushSome(*clock, samples, progress);
-        }
-        if (progress.written) {  // the last value, also where the clock let it wait or threw it out
-            queue.keepLast(*progress.lookedAt);
+            if (result.status == Status::Valid && target != nullptr) {
+                lastTime = std::max(lastTime, result.time);
+                (target->*addSample)(&frame, sizeof(Frame), lastTime);
+                written = true;
+            }
+            queue.drop();
+        } while (queue.hasNext());
+        if (written) {  // the last value, also where the clock let it wait or threw it out
+            lastFrame.store(frame);
+            hasLastFrame.store(true, std::memory_order_release);
         }
     }
 
-    void reset() override { queue.clear(); }
+    void reset() override {
+        queue.clear();
+        hasLastFrame.store(false, std::memory_order_relaxed);
+    }
 
     std::string getLastValueText() const override {
-        const std::optional<Sample> sample = queue.getLast();
-        return sample ? toText(sample->frame) : std::string();
+        return hasLastFrame.load(std::memory_order_acquire) ? toText(lastFrame.load())
+                                                            : std::string();
     }
 
   protected:
@@ -68,40 +76,8 @@ class FrameChannel : public CmpChannel {
 
   private:
     using Status = Kestrova::Utils::Kcom::Synchronization::GNSSTimeStatus;
-    struct Sample {
-        Sample(const DeviceTime& sampleTime, const std::uint8_t* payload) : time(sampleTime) {
-            decodeFrame(payload, frame);
-        }
 
-        DeviceTime time;
-        Frame frame;
-    };
-
-    struct Progress {
-        bool written = false;
-        bool waits = false;
-        const Sample* lookedAt = nullptr;
-    };
-
-    /// Works through the samples up to one that waits. Each is dropped as soon as it is done with,
-    /// so that a host call that raises makes none of them come twice.
-    void flushSome(GNSSClock& clock, std::span<const Sample> samples, Progress& progress) {
-        OutputChannel* const target = output.get();
-        for (const Sample& sample : samples) {
-            progress.lookedAt = &sample;
-            const auto result = clock.GetTime(toGnssTime(sample.time));
-            if (result.status == Status::Wait) {
-                progress.waits = true;
-                break;
-            }
-            if (result.status == Status::Valid && target != nullptr) {
-                lastTime = std::max(lastTime, result.time);
-                (target->*addSample)(&sample.frame, sizeof(Frame), lastTime);
-                progress.written = true;
-            }
-            queue.drop(1);
-        }
-    }
-
-    SampleQueue<Sample> queue;
+    SampleQueue<Frame> queue;
+    SequenceLocked<Frame> lastFrame;
+    std::atomic<bool> hasLastFrame{false};
 };

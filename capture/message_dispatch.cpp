@@ -66,9 +66,6 @@ void CmpPacketReader::onDataMessage(const DeviceTime& time, const CmpHeader& hea
         length = rebuilt.length;
     }
     onData(time, header, payload, length);
-    if (header.isAsam) {
-        handOver();  // the rebuilt payload goes
-    }
 }
 
 void CmpPacketReader::onData(const DeviceTime& time, const CmpHeader& header,
@@ -78,16 +75,13 @@ void CmpPacketReader::onData(const DeviceTime& time, const CmpHeader& header,
     }
     const auto interfaceId = static_cast<std::uint16_t>(header.channelId);
     const DeviceDirectory::Route route = latestDirectory().find(header.cmId, interfaceId);
-    if (route.device == nullptr) {
-        return;
+    if (route.device != nullptr) {
+        burst.add(route, time, payload, length);
     }
-    if (batch.isFull()) {
-        handOver();
-    }
-    batch.add(route, time, payload, length);
 }
 
 void CmpPacketReader::onPassEnd() {
+    handOver();
     for (const auto& device : latestDirectory().getDevices()) {
         device->publishTime();
     }

@@ -2,115 +2,76 @@
 
 #include <atomic>
 #include <cstddef>
-#include <optional>
-#include <span>
 #include <utility>
-#include <vector>
 
+#include "capture/packed_samples.h"
 #include "core/mutex.h"
 
 /// The samples of one channel on their way from the capture thread to the host's thread.
 ///
-/// There are two halves. The capture thread appends to `incoming` under `queueLock`; the host's
-/// thread works through `outgoing`, which is its own, and exchanges the two in one short lock once
-/// its half is empty. So no host call ever runs under the lock, and the capture thread never waits
-/// for the host. Order is kept: what is exchanged in was appended behind all that was taken before.
+/// There are three parts. The capture thread appends to `taken`, which is its own, and puts what it
+/// has into `incoming`. The host's thread works through `outgoing`, which is its own, and exchanges
+/// it with `incoming` in one short lock once it is empty. So no host call ever runs under the lock,
+/// and the capture thread never waits for the host. Order is kept: what is exchanged in was
+/// appended behind all that was taken before.
 ///
-/// There is no limit: nothing is lost while the host is late. Each half keeps the room it has grown
-/// to, up to `keptCapacity` samples, so that a steady flow allocates nothing.
+/// `hasIncoming` says whose `incoming` is. While it is true, it is touched under `queueLock` alone.
+/// While it is false, there is nothing for the host's thread in it, which then leaves it alone, and
+/// the capture thread needs no lock to put something there.
 ///
-/// At the end of a flush `keepLast` takes the lock once more, for the value that the user sees. On
-/// that occasion a half that was worked through goes back, if nothing came in meanwhile: the
-/// capture thread then writes where the caches are warm, and two halves take little more of them
-/// than one.
-template <class Sample>
+/// There is no limit: nothing is lost while the host is late. Each part keeps room that it has
+/// grown to, so that a steady flow allocates nothing.
+template <class Frame>
 class SampleQueue {
   public:
-    static constexpr std::size_t keptCapacity = 16384;
-
-    /// Capture thread: has `fill` append to the vector of waiting samples. So they are made in
-    /// place, as many as there are under one lock; `fill` must be short.
-    template <class Fill>
-    void append(Fill fill) CMP_EXCLUDES(queueLock) {
-        const LockGuard guard(queueLock);
-        fill(incoming);
-        hasIncoming.store(!incoming.empty(), std::memory_order_release);
+    /// Capture thread: takes a message, which `holdsFrame`.
+    void append(const DeviceTime& time, const std::uint8_t* payload) {
+        taken.append(time, payload);
     }
 
-    /// Host's thread, without a lock.
-    bool isEmpty() const {
-        return next == outgoing.size() && !hasIncoming.load(std::memory_order_acquire);
-    }
-
-    /// Host's thread: the oldest samples in order, empty if there are none. More may wait behind
-    /// them. They stay valid, also when they were dropped, until a later `front` shows others, or
-    /// `keepLast`, or `clear`.
-    std::span<const Sample> front() CMP_EXCLUDES(queueLock) {
-        if (next == outgoing.size() && hasIncoming.load(std::memory_order_acquire)) {
-            startOver();
+    /// Capture thread: what was appended can be seen by the host's thread from now on.
+    void handOver() CMP_EXCLUDES(queueLock) {
+        if (hasIncoming.load(std::memory_order_acquire)) {
             const LockGuard guard(queueLock);
-            exchange();
+            incoming.append(taken);
+            hasIncoming.store(true, std::memory_order_release);
+        } else {
+            putIncoming();
         }
-        return std::span<const Sample>(outgoing).subspan(next);
+        taken.clear();
     }
 
-    /// Host's thread: removes the `count` oldest of what `front` showed.
-    void drop(std::size_t count) { next += count; }
-
-    /// Host's thread: keeps a copy of `sample`, which may be one that `front` showed, for
-    /// `getLast`.
-    void keepLast(const Sample& sample) CMP_EXCLUDES(queueLock) {
-        const Sample copy = sample;
-        const bool isDone = next == outgoing.size();
-        if (isDone) {
-            startOver();
+    /// Host's thread: whether there is a sample, which then is the front of `front()`.
+    bool hasNext() CMP_EXCLUDES(queueLock) {
+        if (outgoing.isEmpty() && hasIncoming.load(std::memory_order_acquire)) {
+            outgoing.clear();
+            const LockGuard guard(queueLock);
+            std::swap(incoming, outgoing);
+            hasIncoming.store(false, std::memory_order_release);
         }
-        const LockGuard guard(queueLock);
-        last = copy;
-        if (isDone && incoming.empty()) {
-            exchange();
-        }
+        return !outgoing.isEmpty();
     }
+    const PackedSamples<Frame>& front() const { return outgoing; }
+    void drop() { outgoing.drop(); }
 
-    /// Any thread: what `keepLast` kept, nothing since `clear`.
-    std::optional<Sample> getLast() const CMP_EXCLUDES(queueLock) {
-        const LockGuard guard(queueLock);
-        return last;
-    }
-
-    /// Host's thread.
+    /// Host's thread, with the capture thread stopped.
     void clear() CMP_EXCLUDES(queueLock) {
-        startOver();
+        taken.clear();
+        outgoing.clear();
         const LockGuard guard(queueLock);
-        empty(incoming);
-        hasIncoming.store(false, std::memory_order_relaxed);
-        last.reset();
+        incoming.clear();
+        hasIncoming.store(false, std::memory_order_release);
     }
 
   private:
-    void exchange() CMP_REQUIRES(queueLock) {
-        std::swap(incoming, outgoing);
-        hasIncoming.store(false, std::memory_order_relaxed);
-    }
-
-    void startOver() {
-        empty(outgoing);
-        next = 0;
-    }
-
-    static void empty(std::vector<Sample>& half) {
-        half.clear();
-        if (half.capacity() > keptCapacity) {
-            std::vector<Sample> smaller;
-            smaller.reserve(keptCapacity);
-            half.swap(smaller);
-        }
+    void putIncoming() CMP_NO_THREAD_SAFETY_ANALYSIS {
+        std::swap(incoming, taken);
+        hasIncoming.store(true, std::memory_order_release);
     }
 
     mutable Mutex queueLock;
-    std::atomic<bool> hasIncoming{false};  ///< spares the host's thread the lock of an idle channel
-    std::vector<Sample> incoming CMP_GUARDED_BY(queueLock);
-    std::vector<Sample> outgoing;
-    std::size_t next = 0;  ///< position in `outgoing` of the oldest sample
-    std::optional<Sample> last CMP_GUARDED_BY(queueLock);
+    std::atomic<bool> hasIncoming{false};
+    PackedSamples<Frame> taken;
+    PackedSamples<Frame> incoming CMP_GUARDED_BY(queueLock);
+    PackedSamples<Frame> outgoing;
 };

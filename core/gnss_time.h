@@ -193,22 +193,9 @@ class GNSSTime {
     constexpr GNSSTime(std::int32_t baseWeek, double seconds) : week(baseWeek) {
         if (seconds >= 0.0 && seconds < weekLength) {
             secondOfWeek = seconds;
-            return;
+        } else {
+            carryOver(seconds);
         }
-        constexpr std::int64_t weekLimit = std::int64_t{1} << 33;
-        std::int64_t weeks =
-            std::clamp(gnss_arithmetic::cut(seconds / weekLength), -weekLimit, weekLimit);
-        double rest = seconds - static_cast<double>(weeks) * weekLength;
-        if (rest < 0.0) {
-            rest += weekLength;
-            --weeks;
-        }
-        if (rest >= weekLength) {  // too close to the next week to be told from it
-            rest = 0.0;
-            ++weeks;
-        }
-        week = gnss_arithmetic::toInt32(baseWeek + weeks);
-        secondOfWeek = rest > 0.0 ? rest : 0.0;
     }
 
     /// `days` since 30 December 1899.
@@ -252,6 +239,24 @@ class GNSSTime {
     friend constexpr bool operator==(const GNSSTime&, const GNSSTime&) = default;
 
   private:
+    /// Out of the way of the usual time, which is in its week.
+    [[gnu::noinline]] constexpr void carryOver(double seconds) {
+        constexpr std::int64_t weekLimit = std::int64_t{1} << 33;
+        std::int64_t weeks =
+            std::clamp(gnss_arithmetic::cut(seconds / weekLength), -weekLimit, weekLimit);
+        double rest = seconds - static_cast<double>(weeks) * weekLength;
+        if (rest < 0.0) {
+            rest += weekLength;
+            --weeks;
+        }
+        if (rest >= weekLength) {  // too close to the next week to be told from it
+            rest = 0.0;
+            ++weeks;
+        }
+        week = gnss_arithmetic::toInt32(week + weeks);
+        secondOfWeek = rest > 0.0 ? rest : 0.0;
+    }
+
     static constexpr double weekLength = static_cast<double>(gnss_arithmetic::secondsPerWeek);
 
     std::int32_t week = 0;

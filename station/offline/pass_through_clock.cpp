@@ -5,6 +5,9 @@
 namespace station {
 
 void PassThroughClock::SetTime(const GNSSTime deviceTime) {
+    if (state != State::Asked) {  // spares the lock once it is anchored
+        return;
+    }
     const LockGuard guard(lock);
     if (state != State::Asked) {
         return;

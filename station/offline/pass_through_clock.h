@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -37,7 +38,7 @@ class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GN
     const std::int64_t start;
     std::string deviceName;
     Mutex lock;
-    State state CMP_GUARDED_BY(lock) = State::NotAsked;
+    std::atomic<State> state{State::NotAsked};  ///< changed under the lock
     GNSSTime setDevice CMP_GUARDED_BY(lock);
     double setHost CMP_GUARDED_BY(lock) = 0.0;
     // The host's thread only, once anchored.

@@ -2,7 +2,7 @@
 
 #include "capture/cmp_channel_canfd.h"
 #include "capture/cmp_channel_lin.h"
-#include "tests/support/capture_stand_ins.h"
+#include "tests/support/capture_bench.h"
 #include "tests/support/sample_frames.h"
 #include "tests/support/setup_tree.h"
 
@@ -23,7 +23,10 @@ class ChannelTest : public ::testing::Test {
     }
 
     static bool give(CmpChannel& channel, const Bytes& payload) {
-        return channel.onData({}, static_cast<std::uint32_t>(payload.size()), payload.data());
+        const bool taken =
+            channel.onData({}, static_cast<std::uint32_t>(payload.size()), payload.data());
+        channel.handOver();
+        return taken;
     }
     /// Queues CAN messages with these identifiers.
     void queue(std::initializer_list<std::uint32_t> identifiers) {
@@ -137,13 +140,14 @@ TEST_F(ChannelTest, FailedWriteNeitherLosesNorRepeatsASample) {
 TEST_F(ChannelTest, LongQueueKeepsItsOrderWhereItShrinks) {
     for (const std::uint32_t count : {40000U, 3U, 40000U}) {
         for (std::uint32_t i = 0; i < count; ++i) {
-            queue({i});
+            give(canBus, wire::can(i, wire::counting(i % 65)));
         }
         canBus.flush(clock);
         const auto samples = std::exchange(outputOf(canBus).samples, {});
         ASSERT_EQ(samples.size(), count);
         for (std::uint32_t i = 0; i < count; ++i) {
             ASSERT_EQ(std::memcmp(samples[i].bytes.data(), &i, 4), 0) << i;
+            ASSERT_TRUE(CaptureBench::isWholeRecord(samples[i])) << i;
         }
     }
 }

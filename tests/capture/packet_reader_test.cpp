@@ -45,6 +45,18 @@ TEST_F(PacketReaderTest, OnlyUntaggedFramesOf0x99feAreLetThrough) {
     EXPECT_THAT(arrived(), ElementsAre(3));
 }
 
+TEST_F(PacketReaderTest, WhatCameInIsSeenBeforeThePassEnds) {
+    std::vector<std::vector<int>> seen;
+    port.onRead = [&] {
+        seen.push_back(arrived());
+        counter.count += 4;  // milliseconds
+    };
+    const Bytes foreign = wire::ethernet(0x0800);
+    read({frame(1), frame(2), frame(3), frame(4), foreign, foreign});
+    EXPECT_THAT(seen, ElementsAre(ElementsAre(), ElementsAre(), ElementsAre(), ElementsAre(1, 2, 3),
+                                  ElementsAre(), ElementsAre(4), ElementsAre()));
+}
+
 TEST_F(PacketReaderTest, ReadErrorRepeatsTheFrameBefore) {
     port.interfaces[0].reads = {{-1, {}}, {1, frame(1)}, {-1, {}}, {-2, {}}, {1, frame(2)}};
     reader.readPass();

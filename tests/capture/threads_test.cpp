@@ -213,20 +213,21 @@ TEST_F(ThreadsTest, FloodOfForeignFramesHoldsUpNeitherAChangeNorAStop) {
     EXPECT_EQ(manager.liveClocks(), 1);
 }
 
-TEST(LatestTimeTest, TimeIsNeverReadHalfWritten) {
-    LatestTime latest;
+TEST(SequenceLockedTest, NothingIsReadHalfWritten) {
+    SequenceLocked<std::array<std::int32_t, 19>> latest;
     std::atomic<bool> done = false;
     std::thread writer([&] {
         for (std::int32_t i = 0; i < 300000; ++i) {
-            latest.store({static_cast<std::uint64_t>(i), i}, i);
+            std::array<std::int32_t, 19> value;
+            value.fill(i);
+            latest.store(value);
         }
         done = true;
     });
     bool whole = true;
     while (!done) {
-        const LatestTime::Value value = latest.load();
-        whole = whole && value.time == DeviceTime{static_cast<std::uint64_t>(value.timeStamp),
-                                                  static_cast<std::int32_t>(value.timeStamp)};
+        const auto value = latest.load();
+        whole = whole && std::count(value.begin(), value.end(), value[0]) == 19;
     }
     writer.join();
     EXPECT_TRUE(whole);

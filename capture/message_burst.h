@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "capture/cmp_message.h"
+#include "capture/device_directory.h"
+
+/// The data messages of frames that follow each other closely, on their way to their channels.
+///
+/// Each channel takes its messages at once, into memory of the capture thread's own; its queue is
+/// locked only when the burst is handed over, so that a lock is paid for once a burst and not once
+/// a message. No lock is held while another is taken, and none while the thread waits for a frame.
+///
+/// A burst ends when a read ends without a frame or the next one is a foreign one, and otherwise
+/// after 10 ms, which is half of a host's period. It also ends before the directory, which keeps
+/// the channels alive, is let go of.
+///
+/// A frame comes from one module, whose latest time is that of the frame's last message. It is
+/// stored once a frame, and before the messages can be seen in a queue.
+class MessageBurst {
+  public:
+    /// Adds a message of `length` bytes. `route` has a device; without a channel the message counts
+    /// for the device's time alone.
+    void add(const DeviceDirectory::Route& route, const DeviceTime& time,
+             const std::uint8_t* payload, std::uint32_t length);
+    /// Ends a frame, which came in at `timeStamp` nanoseconds on the performance counter.
+    void endFrame(std::int64_t timeStamp);
+    /// Ends the burst, also amid the frame that came in at `timeStamp`.
+    void handOver(std::int64_t timeStamp);
+
+  private:
+    void storeTime(std::int64_t timeStamp);
+
+    CmpDevice* device = nullptr;  ///< of the present frame; null: nothing was added
+    DeviceTime latestTime;
+    std::vector<CmpChannel*> channels;  ///< those with messages, each once
+    std::int64_t handedOverAt = 0;      ///< nanoseconds on the performance counter
+};
