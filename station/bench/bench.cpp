@@ -45,7 +45,7 @@ std::wstring classIdText() {
 }
 
 ElementRef newElement(const wchar_t* name) {
-    return makeCounted<SetupElement>(name, L"");
+    return makeObject<SetupElement>(name, L"");
 }
 
 ElementRef newChild(SetupElement& parent, const wchar_t* name) {
@@ -94,30 +94,14 @@ void dropNewModules(HostDocument& document, SetupElement& channels) {
     }
 }
 
-/// Under which name the host shows each module's clock: modules of one name are numbered.
-std::vector<std::wstring> clockNames(const std::vector<ModuleFacts>& modules) {
-    std::map<std::string, int> total;
-    for (const ModuleFacts& module : modules) {
-        ++total[module.name];
-    }
-    std::map<std::string, int> counted;
-    std::vector<std::wstring> names;
-    for (const ModuleFacts& module : modules) {
-        const bool alone = total[module.name] == 1;
-        names.push_back(StringHelper::ToWide(
-            alone ? module.name : fmt::format("{} - {}", module.name, ++counted[module.name])));
-    }
-    return names;
-}
-
 }  // namespace
 
 Bench::Bench(BenchOptions options) : pluginModule(choosePlugin(options.plugin)) {
     StationHostOptions hostOptions;
     hostOptions.sampleRate = options.sampleRate;
-    hostOptions.documentFactory = makeCounted<SetupDocumentFactory>();
+    hostOptions.documentFactory = makeObject<SetupDocumentFactory>();
     hostOptions.onError = std::move(options.onError);
-    stationHost = makeCounted<StationHost>(counter, std::move(hostOptions));
+    stationHost = makeObject<StationHost>(counter, std::move(hostOptions));
     pluginDriver =
         std::make_unique<PluginDriver>(pluginModule.create(cmpPluginClassId), stationHost);
     pluginDriver->connect();
@@ -126,7 +110,7 @@ Bench::Bench(BenchOptions options) : pluginModule(choosePlugin(options.plugin)) 
 }
 
 void Bench::begin() {
-    document = makeCounted<SetupDocument>(false);
+    document = makeObject<SetupDocument>(false);
     document->SetRootElement(newElement(rootName).get());
     pluginDriver->clearSetup();
 }
@@ -156,7 +140,7 @@ void Bench::open(const SetupFile& file) {
 
 ElementRef Bench::writeSection() {
     ElementRef section = newElement(sectionName);
-    section->AddAttribute(makeCounted<SetupElement>(idName, classIdText()).get());
+    section->AddAttribute(makeObject<SetupElement>(idName, classIdText()).get());
     pluginDriver->saveSettings(*document, *newChild(*section, settingsName));
     section->AddChild(saveChannels().get());
     return section;
@@ -266,19 +250,31 @@ CountedRef<StationChannel> Bench::findChannel(std::size_t module, std::size_t po
     return {};
 }
 
-std::vector<ClockChoice> Bench::clocks() {
+std::vector<CountedRef<GnssDevice>> Bench::clockDevices() {
     pluginDriver->updateDevices();
     const auto& devices = stationHost->gnssPlaces().getDevices();
+    std::vector<CountedRef<GnssDevice>> found;
+    for (const ModuleFacts& facts : readFacts()) {
+        found.push_back(facts.clock < devices.size() ? devices[facts.clock]
+                                                     : CountedRef<GnssDevice>());
+    }
+    return found;
+}
+
+std::vector<ClockChoice> Bench::clocks() {
     std::vector<ClockChoice> choices;
-    for (const std::wstring& name : clockNames(readFacts())) {
-        const auto device = devices.find(name);
-        choices.push_back(device == devices.end() ? ClockChoice() : device->second->getChoice());
+    for (const auto& device : clockDevices()) {
+        choices.push_back(device ? device->getChoice() : ClockChoice());
     }
     return choices;
 }
 
 void Bench::chooseClock(std::size_t module, ClockChoice choice) {
-    stationHost->gnssPlaces().choose(clockNames(readFacts()).at(module), choice);
+    const auto device = clockDevices().at(module);
+    if (!device || !device->getSyncModes().contains(choice.syncMode)) {
+        throw PluginError(fmt::format("the clock of module {} has no such sync mode", module + 1));
+    }
+    device->choose(choice);
     pluginDriver->updateDevices();
 }
 

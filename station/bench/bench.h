@@ -64,12 +64,15 @@ class Bench {
     CountedRef<StationChannel> findChannel(std::size_t module, std::size_t position);
     /// The clocks of the modules in their order.
     std::vector<ClockChoice> clocks();
-    /// How the module's clock follows the host's. Not in a measurement.
+    /// How the module's clock follows the host's. Not in a measurement. Throws `PluginError` for
+    /// what the clock can't do.
     void chooseClock(std::size_t module, ClockChoice choice);
 
   private:
     void begin();
     std::vector<ModuleFacts> readFacts();
+    /// The modules' clocks as the host has them; empty for a module without one.
+    std::vector<CountedRef<GnssDevice>> clockDevices();
     CountedRef<SetupElement> saveChannels();
     CountedRef<SetupElement> writeSection();
     void putSection();

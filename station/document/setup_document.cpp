@@ -30,7 +30,7 @@ HostResult SetupDocument::SetRootElement(HostElement* element) {
 HostResult SetupDocument::CreateElement(const wchar_t* name, const wchar_t* text,
                                         HostElement** element) {
     return guarded([&] {
-        return handOver(makeCounted<SetupElement>(givenText(name), givenText(text)), element);
+        return handOver(makeObject<SetupElement>(givenText(name), givenText(text)), element);
     });
 }
 
@@ -74,7 +74,7 @@ HostResult SetupDocument::SetMode(HostBool forWriting) {
 }
 
 HostResult SetupDocumentFactory::createDocument(HostBool writing, HostDocument** document) {
-    return guarded([&] { return handOver(makeCounted<SetupDocument>(isTrue(writing)), document); });
+    return guarded([&] { return handOver(makeObject<SetupDocument>(isTrue(writing)), document); });
 }
 
 }  // namespace station

@@ -84,7 +84,7 @@ bool SetupElement::isBelow(const SetupElement* other) const {
 }
 
 CountedRef<SetupElement> SetupElement::copied() const {
-    auto copy = makeCounted<SetupElement>(content.name, content.text);
+    auto copy = makeObject<SetupElement>(content.name, content.text);
     copy->content.values = content.values;
     for (const auto list : {&Content::attributes, &Content::children}) {
         for (const auto& element : content.*list) {

@@ -26,7 +26,7 @@ CountedRef<SetupDocument> SetupFile::load() const {
         if (!text) {
             throw std::runtime_error("there is no such file");
         }
-        auto document = makeCounted<SetupDocument>(false);
+        auto document = makeObject<SetupDocument>(false);
         document->SetRootElement(fromSetupXml(*text).get());
         return document;
     } catch (const SetupXmlError& error) {

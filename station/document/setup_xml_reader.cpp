@@ -150,7 +150,7 @@ pugi::xml_attribute Reader::requireVersion(pugi::xml_node root) const {
 CountedRef<SetupElement> Reader::readElement(pugi::xml_node node, bool hasName,
                                              std::size_t depth) const {
     requireDepth(node, depth);
-    auto element = makeCounted<SetupElement>(
+    auto element = makeObject<SetupElement>(
         hasName ? requireAttribute(node, "name") : decoded(node, node.name()), readText(node));
     readAttributes(*element, node, hasName, depth);
     readContent(*element, node, depth);
@@ -176,8 +176,8 @@ void Reader::readAttributes(SetupElement& element, pugi::xml_node node, bool has
     for (const pugi::xml_attribute attribute : node.attributes()) {
         if (attribute != name && attribute != version) {
             requireDepth(node, depth + 1);
-            const auto read = makeCounted<SetupElement>(decoded(node, attribute.name()),
-                                                        decoded(node, attribute.value()));
+            const auto read = makeObject<SetupElement>(decoded(node, attribute.name()),
+                                                       decoded(node, attribute.value()));
             attach(element.AddAttribute(read.get()));
         }
     }

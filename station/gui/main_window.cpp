@@ -8,6 +8,8 @@
 #include <QMessageBox>
 #include <QVBoxLayout>
 
+#include "station/gui/clock_dialog.h"
+
 namespace station {
 namespace {
 
@@ -83,6 +85,8 @@ void MainWindow::makeMenus() {
     QMenu& measurement = *menuBar()->addMenu("&Measurement");
     addAction(measurement, "&Start", Qt::Key_F5, [this] { bar->pressStart(); });
     addAction(measurement, "S&top", Qt::SHIFT | Qt::Key_F5, [this] { bar->pressStop(); });
+    measurement.addSeparator();
+    addAction(measurement, "&Clocks...", {}, [this] { whenIdle([this] { showClocks(); }); });
     QMenu& help = *menuBar()->addMenu("&Help");
     addAction(help, "&About", {}, [this] { showAbout(); });
 }
@@ -279,6 +283,15 @@ void MainWindow::showState() {
         setWindowTitle(QString::fromStdString(name.empty() ? "New setup" : name) +
                        "[*] - cmp-station");
         setWindowModified(workspace.isModified());
+    });
+}
+
+void MainWindow::showClocks() {
+    attempt([this] {
+        auto* const dialog = new ClockDialog(
+            workspace, [this](const Next& action) { attempt(action); }, this);
+        dialog->setModal(true);  // so the modules stay the ones that it shows
+        dialog->open();
     });
 }
 

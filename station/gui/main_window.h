@@ -55,6 +55,7 @@ class MainWindow final : public QMainWindow {
     /// Goes on at once, or when the measurement has been stopped, if the user wants that.
     void whenIdle(Next next);
     void ask(const QString& text, const QString& button, Next onYes);
+    void showClocks();
     void showAbout();
 
     MessageBar* const messages;

@@ -41,6 +41,7 @@ void Workspace::take(std::unique_ptr<Setup> fresh, std::filesystem::path file) {
     typesWithChannels = moduleTypes();
     bench().host().takeDevicesChanged();
     savedFingerprint = fingerprint();
+    clocksChosen = false;
     feed.begin(Summary());
     summary = Summary();
     lost = false;
@@ -59,6 +60,7 @@ void Workspace::save(const std::filesystem::path& file) {
     bench().save(SetupFile(file));
     path = file;
     savedFingerprint = fingerprint();
+    clocksChosen = false;
 }
 
 std::vector<std::string> Workspace::moduleTypes() const {
@@ -69,7 +71,7 @@ std::vector<std::string> Workspace::moduleTypes() const {
     return types;
 }
 
-/// What the user can change; the document also holds what the modules tell.
+/// What the user can change in the windows; the document also holds what the modules tell.
 std::string Workspace::fingerprint() const {
     std::string text;
     for (const ModuleRow& module : bench().windows().modules()) {
@@ -82,7 +84,12 @@ std::string Workspace::fingerprint() const {
 }
 
 bool Workspace::isModified() {
-    return fingerprint() != savedFingerprint;
+    return clocksChosen || fingerprint() != savedFingerprint;
+}
+
+void Workspace::chooseClock(std::size_t module, ClockChoice choice) {
+    bench().chooseClock(module, choice);
+    clocksChosen = true;
 }
 
 /// The plug-in makes the channels of a module that was added or got another type when its setup is

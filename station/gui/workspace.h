@@ -42,6 +42,8 @@ class Workspace {
     const std::filesystem::path& getPath() const { return path; }
     /// Whether the user has changed anything since.
     bool isModified();
+    /// Says how the clock of the module in that row follows the host's. Not in a measurement.
+    void chooseClock(std::size_t module, ClockChoice choice);
 
     /// The plug-in's windows. They are other ones after `begin` and `open`.
     QtWindow& modulesWindow() const { return *setup->modules; }
@@ -83,6 +85,7 @@ class Workspace {
     std::unique_ptr<Setup> setup;
     std::filesystem::path path;
     std::string savedFingerprint;
+    bool clocksChosen = false;  ///< since the setup was opened or saved
     std::vector<std::string> typesWithChannels;
     Measurement::Clock::time_point nextLook;
 

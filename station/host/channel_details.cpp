@@ -89,7 +89,7 @@ HostResult AxisInfo::setTextValue(std::int32_t position, const wchar_t* text) {
 }
 
 HostResult AxisInfo::getDisplay(HostAxisDisplay** display) {
-    return handOver(makeCounted<AxisDisplay>(CountedRef<AxisInfo>(this)), display);
+    return handOver(makeObject<AxisDisplay>(CountedRef<AxisInfo>(this)), display);
 }
 
 bool ArrayInfo::hasDimension(std::int32_t dimension) const {
@@ -134,7 +134,7 @@ HostResult ArrayInfo::commitDimensions() {
         }
         axes.clear();
         for (const std::int32_t size : sizes) {
-            axes.push_back(makeCounted<AxisInfo>(static_cast<std::size_t>(size)));
+            axes.push_back(makeObject<AxisInfo>(static_cast<std::size_t>(size)));
         }
         elements = static_cast<std::int32_t>(product);
         ++version;
@@ -188,7 +188,7 @@ HostResult ValueList::getItem(std::int32_t position, HostValueItem** item) {
 
 HostResult ValueList::addItem(HostValueItem** item) {
     return guarded([&] {
-        items.push_back(makeCounted<ValueItem>());
+        items.push_back(makeObject<ValueItem>());
         return handOver(items.back(), item);
     });
 }

@@ -49,7 +49,7 @@ HostResult ChannelList::mountChannels(const wchar_t* pluginId, std::int32_t coun
         const auto place = placeOf(pluginId, count, indices);
         auto mounted = find(place);
         if (!mounted) {
-            mounted = makeCounted<StationChannel>(place, environment);
+            mounted = makeObject<StationChannel>(place, environment);
             channels.push_back(mounted);
         }
         return handOver(mounted, channel);

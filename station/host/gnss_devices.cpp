@@ -1,23 +1,17 @@
 #include "station/host/gnss_devices.h"
 
-#include <fmt/format.h>
-
-#include "core/string_helper.h"
-
 namespace station {
 namespace {
 
 /// A place in the collection, which it keeps.
 class DeviceHandle final : public Counted<HostGnssDeviceHandle> {
   public:
-    DeviceHandle(CountedRef<GnssDeviceCollection> owner, std::wstring placeName)
-        : collection(std::move(owner)), name(std::move(placeName)) {}
+    explicit DeviceHandle(CountedRef<GnssDeviceCollection> owner) : collection(std::move(owner)) {}
 
-    HostResult attach(HostGnssDevice* device) override { return collection->attach(name, device); }
+    HostResult attach(HostGnssDevice* device) override { return collection->attach(device); }
 
   private:
     const CountedRef<GnssDeviceCollection> collection;
-    const std::wstring name;
 };
 
 }  // namespace
@@ -66,42 +60,20 @@ HostResult GnssDeviceList::getInfo(std::int32_t index, HostGnssDeviceInfo* info)
 }
 
 HostResult GnssDeviceList::createDevice(HostGnssDevice** device) {
-    return handOver(makeCounted<GnssDevice>(), device);
+    return handOver(makeObject<GnssDevice>(), device);
 }
 
-std::vector<std::wstring> GnssDeviceCollection::getChoicesWithoutDevice() const {
-    std::vector<std::wstring> names;
-    for (const auto& [name, choice] : choices) {
-        if (!devices.contains(name)) {
-            names.push_back(name);
-        }
-    }
-    return names;
+/// The names, which are for a user of a list, aren't shown by this host.
+HostResult GnssDeviceCollection::open(const wchar_t*, HostGnssDeviceHandle** handle) {
+    return handOver(makeObject<DeviceHandle>(CountedRef<GnssDeviceCollection>(this)), handle);
 }
 
-HostResult GnssDeviceCollection::open(const wchar_t* name, HostGnssDeviceHandle** handle) {
-    return handOver(makeCounted<DeviceHandle>(CountedRef<GnssDeviceCollection>(this),
-                                              name == nullptr ? L"" : name),
-                    handle);
-}
-
-HostResult GnssDeviceCollection::attach(const std::wstring& name, HostGnssDevice* device) {
+HostResult GnssDeviceCollection::attach(HostGnssDevice* device) {
     auto* const own = dynamic_cast<GnssDevice*>(device);
     if (own == nullptr) {
         return fail(HostCode::invalidArgument, "a clock was attached that is none of this host's");
     }
-    const auto choice = choices.find(name);
-    if (choice != choices.end()) {
-        if (!own->getSyncModes().contains(choice->second.syncMode)) {
-            return fail(HostCode::invalidArgument,
-                        fmt::format("the clock \"{}\" has no sync mode {}",
-                                    Kestrova::Utils::Kcom::StringHelper::ToUtf8(name),
-                                    choice->second.syncMode));
-        }
-        own->setSyncMode(choice->second.syncMode);
-        own->setClockSource(toHostBool(choice->second.isSource));
-    }
-    devices[name] = CountedRef<GnssDevice>(own);
+    devices.emplace_back(own);
     return HostCode::success;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,6 +13,8 @@ namespace station {
 struct ClockChoice {
     std::int32_t syncMode = HostGnssDevice::syncModeSoft;
     bool isSource = false;
+
+    friend bool operator==(const ClockChoice&, const ClockChoice&) = default;
 };
 
 /// The host's side of one clock of the plug-in. In soft sync until somebody chooses otherwise: it
@@ -28,6 +29,8 @@ class GnssDevice final : public Counted<HostGnssDevice> {
     HostResult setClockSource(HostBool isSource) override;
 
     const ClockChoice& getChoice() const { return choice; }
+    /// Takes effect when the plug-in looks at it again, with event 177.
+    void choose(ClockChoice newChoice) { choice = newChoice; }
     std::int32_t getDefaultSyncMode() const { return defaultSyncMode; }
     const std::set<std::int32_t>& getSyncModes() const { return syncModes; }
 
@@ -51,24 +54,20 @@ class GnssDeviceList final : public Counted<HostGnssDeviceList> {
     std::wstring ownSource;
 };
 
-/// The places for the plug-in's clocks, by the name under which each is shown. The user's choice
-/// for a place is made before the plug-in comes with its device; without one the device keeps what
-/// it has from the plug-in's own settings.
+/// Where the plug-in shows its clocks to the host, each under a name of its own.
 class GnssDeviceCollection final : public Counted<HostGnssDeviceCollection> {
   public:
-    void choose(const std::wstring& name, ClockChoice choice) { choices[name] = choice; }
-    /// Names for which there is a choice, but where no device was attached yet: a misspelt one.
-    std::vector<std::wstring> getChoicesWithoutDevice() const;
-    /// The devices by name.
-    const std::map<std::wstring, CountedRef<GnssDevice>>& getDevices() const { return devices; }
+    /// To be called before the plug-in comes with its clocks anew.
+    void clear() { devices.clear(); }
+    /// In the order in which they came: that of the plug-in's list of clocks.
+    const std::vector<CountedRef<GnssDevice>>& getDevices() const { return devices; }
 
     HostResult open(const wchar_t* name, HostGnssDeviceHandle** handle) override;
-    /// What the handle of that name does. Fails for a mode that the device doesn't offer.
-    HostResult attach(const std::wstring& name, HostGnssDevice* device);
+    /// What each handle does.
+    HostResult attach(HostGnssDevice* device);
 
   private:
-    std::map<std::wstring, ClockChoice> choices;
-    std::map<std::wstring, CountedRef<GnssDevice>> devices;
+    std::vector<CountedRef<GnssDevice>> devices;
 };
 
 }  // namespace station

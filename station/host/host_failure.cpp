@@ -28,7 +28,7 @@ thread_local CountedRef<HostErrorInfo> current;
 }  // namespace
 
 HostResult fail(HostResult code, const std::string& text) {
-    const auto info = makeCounted<ErrorInfo>(Kestrova::Utils::Kcom::StringHelper::ToWide(text));
+    const auto info = makeObject<ErrorInfo>(Kestrova::Utils::Kcom::StringHelper::ToWide(text));
     current = CountedRef<HostErrorInfo>(info.get());
     return code;
 }

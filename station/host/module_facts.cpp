@@ -1,5 +1,6 @@
 #include "station/host/module_facts.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "core/string_helper.h"
@@ -43,6 +44,19 @@ std::vector<CountedRef<HostElement>> childrenOf(const CountedRef<HostElement>& p
     return found;
 }
 
+/// The ids of all clocks in the plug-in's order.
+std::vector<std::string> clockIds(HostElement& settings) {
+    std::vector<std::string> ids;
+    const auto list = hostObject(&settings, &HostElement::FindChild, L"GNSSSyncManager");
+    for (const auto& clock : childrenOf(list, L"GNSSClock")) {
+        const auto id = hostObject(clock, &HostElement::FindAttribute, L"Id");
+        ids.push_back(
+            id ? Kestrova::Utils::Kcom::StringHelper::ToUtf8(hostValue(id, &HostElement::GetText))
+               : std::string());
+    }
+    return ids;
+}
+
 std::vector<CountedRef<HostElement>> modulesOf(HostElement& element) {
     return childrenOf(hostObject(&element, &HostElement::FindChild, L"CmpDevices"), L"CmpDevice");
 }
@@ -50,6 +64,7 @@ std::vector<CountedRef<HostElement>> modulesOf(HostElement& element) {
 }  // namespace
 
 std::vector<ModuleFacts> readModules(HostDocument& document, HostElement& settings) {
+    const auto clocks = clockIds(settings);
     std::vector<ModuleFacts> modules;
     for (const auto& module : modulesOf(settings)) {
         ModuleFacts facts;
@@ -59,6 +74,9 @@ std::vector<ModuleFacts> readModules(HostDocument& document, HostElement& settin
         facts.name = readText(document, *module, L"Name");
         facts.serial = readText(document, *module, L"SerialNumber");
         facts.connected = !facts.serial.empty() && facts.serial != noSerial;
+        const auto clock =
+            std::find(clocks.begin(), clocks.end(), readText(document, *module, L"ClockId"));
+        facts.clock = static_cast<std::size_t>(clock - clocks.begin());
         modules.push_back(std::move(facts));
     }
     return modules;

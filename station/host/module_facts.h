@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@ struct ModuleFacts {
     std::string name;        ///< UTF-8
     std::string serial;      ///< UTF-8, as the module reported it; "N/A" while it isn't connected
     bool connected = false;  ///< when the settings were saved
+    std::size_t clock = 0;   ///< its place among all clocks; behind the last if it has none
 };
 
 /// Whose channel the output channel of that index is.

@@ -97,7 +97,7 @@ void PluginDriver::connect() {
 void PluginDriver::persist(const char* step, std::int32_t event, HostDocument& document,
                            HostElement& element, bool saving) {
     requireConnection();
-    const auto arguments = makeCounted<VariantArray>();
+    const auto arguments = makeObject<VariantArray>();
     arguments->addObject(&document).addObject(&element).addBoolean(saving);
     if (event == PluginEvent::setup) {
         arguments->addBoolean(false);  // channels are made anew, not kept
@@ -140,6 +140,7 @@ void PluginDriver::sendObject(const char* step, std::int32_t event, HostObject* 
 }
 
 void PluginDriver::updateDevices() {
+    host->gnssPlaces().clear();
     sendObject("set its clocks", PluginEvent::updateDevices,
                static_cast<HostGnssDeviceCollection*>(&host->gnssPlaces()));
 }

@@ -33,9 +33,9 @@ std::int32_t elementSize(std::int32_t type) {
 StationChannel::StationChannel(std::vector<std::int32_t> channelIndices,
                                ChannelEnvironment surroundings)
     : environment(std::move(surroundings)),
-      arrayInfo(makeCounted<ArrayInfo>()),
-      valueList(makeCounted<ValueList>()),
-      propertySet(makeCounted<PropertySet>(environment.documentFactory)),
+      arrayInfo(makeObject<ArrayInfo>()),
+      valueList(makeObject<ValueList>()),
+      propertySet(makeObject<PropertySet>(environment.documentFactory)),
       place(std::move(channelIndices)) {}
 
 std::int32_t StationChannel::arrayElements() const {

@@ -107,7 +107,7 @@ HostResult StationData::findChannel(const std::int32_t* indices, std::int32_t co
 }
 
 HostResult StationData::getChannelGroups(HostChannelGroups** groups) {
-    return handOver(makeCounted<ChannelGroups>(channels), groups);
+    return handOver(makeObject<ChannelGroups>(channels), groups);
 }
 
 HostResult StationData::getValueA(double* value) {

@@ -7,12 +7,12 @@ namespace station {
 
 StationHost::StationHost(const PerformanceCounter& counter, StationHostOptions hostOptions)
     : options(std::move(hostOptions)),
-      masterClock(makeCounted<MasterClock>(counter, options.sampleRate)),
-      channelList(makeCounted<ChannelList>(
+      masterClock(makeObject<MasterClock>(counter, options.sampleRate)),
+      channelList(makeObject<ChannelList>(
           ChannelEnvironment{options.bufferSeconds, options.sampleRate, options.documentFactory})),
-      stationData(makeCounted<StationData>(masterClock, channelList, options.historySeconds)),
-      deviceList(makeCounted<GnssDeviceList>()),
-      deviceCollection(makeCounted<GnssDeviceCollection>()) {}
+      stationData(makeObject<StationData>(masterClock, channelList, options.historySeconds)),
+      deviceList(makeObject<GnssDeviceList>()),
+      deviceCollection(makeObject<GnssDeviceCollection>()) {}
 
 HostResult StationHost::queryInterface(const InterfaceId& interfaceId, void** result) {
     return interfaceId == RuntimeLibrary::id ? kvRtGetLibrary()->queryInterface(interfaceId, result)

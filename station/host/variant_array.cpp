@@ -44,7 +44,7 @@ HostResult VariantArray::getElement(std::int32_t index, HostVariant* element) {
 
 HostResult VariantArray::copy(HostVariantArray** result) {
     return guarded([&] {
-        const auto made = makeCounted<VariantArray>();
+        const auto made = makeObject<VariantArray>();
         for (const HostVariant& element : elements) {
             switch (element.type) {
                 case HostVariantType::Object:

@@ -142,7 +142,7 @@ struct EquippedStation {
     ManualCounter counter;
     ScriptedPort port;
     CountedRef<station::StationHost> host =
-        station::makeCounted<station::StationHost>(counter, station::StationHostOptions{});
+        makeObject<station::StationHost>(counter, station::StationHostOptions{});
     station::PluginDriver driver{
         CountedRef<HostObject>::adopt(Plugin::create(nullptr, port, counter)), host};
 
@@ -157,10 +157,10 @@ struct EquippedStation {
         driver.loadSetup(*document, *root->getContent().children.at(1));
     }
     std::string save() {
-        const auto root = station::makeCounted<station::SetupElement>(L"Station", L"");
+        const auto root = makeObject<station::SetupElement>(L"Station", L"");
         const auto document = makeDocument(root, true);
         for (const wchar_t* const name : {L"Settings", L"Setup"}) {
-            root->AddChild(station::makeCounted<station::SetupElement>(name, L"").get());
+            root->AddChild(makeObject<station::SetupElement>(name, L"").get());
         }
         driver.saveSettings(*document, *root->getContent().children.at(0));
         driver.saveSetup(*document, *root->getContent().children.at(1));
@@ -169,7 +169,7 @@ struct EquippedStation {
 
   private:
     static CountedRef<station::SetupDocument> makeDocument(const Element& root, bool writing) {
-        auto document = station::makeCounted<station::SetupDocument>(writing);
+        auto document = makeObject<station::SetupDocument>(writing);
         document->SetRootElement(root.get());
         return document;
     }

@@ -11,9 +11,8 @@
 inline std::shared_ptr<Kestrova::Utils::Serialization::Node> makeSetupTree(
     const std::string& rootName, bool writing = true) {
     using Kestrova::Utils::Kcom::StringHelper;
-    const auto document = station::makeCounted<station::SetupDocument>(writing);
-    const auto root =
-        station::makeCounted<station::SetupElement>(StringHelper::ToWide(rootName), L"");
+    const auto document = makeObject<station::SetupDocument>(writing);
+    const auto root = makeObject<station::SetupElement>(StringHelper::ToWide(rootName), L"");
     document->SetRootElement(root.get());
     return std::make_shared<Kestrova::Utils::Kcom::KestrovaKCOMNodeCreator>(
         CountedRef<HostDocument>(document.get()), CountedRef<HostElement>(root.get()));

@@ -23,8 +23,8 @@ class SetupFileTest : public ::testing::Test {
   protected:
     static CountedRef<SetupDocument> documentNamed(const std::wstring& name,
                                                    std::size_t length = 0) {
-        const auto document = makeCounted<SetupDocument>(true);
-        const auto root = makeCounted<SetupElement>(L"Setup", std::wstring(length, L'x'));
+        const auto document = makeObject<SetupDocument>(true);
+        const auto root = makeObject<SetupElement>(L"Setup", std::wstring(length, L'x'));
         root->setValue(L"Name", name);
         document->SetRootElement(root.get());
         return document;
@@ -116,7 +116,7 @@ TEST_F(SetupFileTest, FileOfAnotherKindIsNotOverwritten) {
     fs::create_directory(path);
     EXPECT_THAT(loadError(), HasSubstr("not a regular file"));
     EXPECT_THAT(saveError(), HasSubstr("not a regular file"));
-    EXPECT_THAT(errorOf([&] { SetupFile(path).save(*makeCounted<SetupDocument>(true)); }),
+    EXPECT_THAT(errorOf([&] { SetupFile(path).save(*makeObject<SetupDocument>(true)); }),
                 HasSubstr("no root"));
 }
 

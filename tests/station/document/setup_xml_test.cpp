@@ -71,11 +71,11 @@ TEST(SetupXml, AnyTextAndAnyTreeComeBackTheSameByteForByte) {
     std::minstd_rand random(1);
     const auto any = [&] { return texts[random() % texts.size()]; };
     for (int round = 0; round < 300; ++round) {
-        const auto root = makeCounted<SetupElement>(any(), any());
+        const auto root = makeObject<SetupElement>(any(), any());
         std::vector<ElementRef> all = {root};
         for (int step = 0; step < 30; ++step) {
             const ElementRef place = all[random() % all.size()];
-            const auto added = makeCounted<SetupElement>(any(), any());
+            const auto added = makeObject<SetupElement>(any(), any());
             switch (random() % 3) {
                 case 0:
                     place->setValue(any(), any());

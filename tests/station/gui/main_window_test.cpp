@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <QComboBox>
 #include <QMessageBox>
 #include <QPointer>
 #include <QSettings>
@@ -147,6 +148,29 @@ TEST_F(MainWindowTest, TheSelectedModulesAreRemovedAndTheirChannelsGo) {
     ASSERT_EQ(left.size(), 1U);
     EXPECT_EQ(left[0].configId, 2);
     EXPECT_TRUE(waitForChannelRows(shown / 3));
+}
+
+TEST_F(MainWindowTest, AChosenClockIsAChangeAndIsSaved) {
+    addModule("CAN combo", "1");
+    addModule("CAN combo", "2");
+    workspace().save(file("bench.xml"));
+    EXPECT_TRUE(choose("&Clocks..."));
+    auto* const dialog = window->findChild<QDialog*>();
+    ASSERT_NE(dialog, nullptr);
+    const auto lists = dialog->findChildren<QComboBox*>();
+    ASSERT_EQ(lists.size(), 2);
+    EXPECT_EQ(lists[0]->currentText(), "Follows by a fit (soft sync)");
+    QTest::keyClick(lists[1], Qt::Key_End);
+    EXPECT_EQ(lists[1]->currentText(), "Leads the measurement (PPS)");
+    EXPECT_TRUE(workspace().isModified());
+    workspace().save(file("bench.xml"));
+    EXPECT_FALSE(workspace().isModified());
+    EXPECT_TRUE(dialog->close());
+
+    window->open(QString::fromStdString(file("bench.xml")));
+    const std::vector<ClockChoice> saved = {{HostGnssDevice::syncModeSoft, false},
+                                            {HostGnssDevice::syncModePps, true}};
+    EXPECT_EQ(workspace().bench().clocks(), saved);
 }
 
 TEST_F(MainWindowTest, ChangesAreNotLostWithoutAQuestion) {

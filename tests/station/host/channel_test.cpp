@@ -40,7 +40,7 @@ class Channels : public testing::Test, protected ChannelSink {
     }
 
     CountedRef<StationChannel> channel =
-        makeCounted<StationChannel>(std::vector<std::int32_t>{8, 0, 3}, ChannelEnvironment{});
+        makeObject<StationChannel>(std::vector<std::int32_t>{8, 0, 3}, ChannelEnvironment{});
     std::vector<std::string> samples;
     std::vector<double> times;
 };
@@ -141,7 +141,7 @@ TEST_F(StoredChannels, ComeBackWithAllThatTheUserSet) {
     EXPECT_EQ(element.children[0]->find(L"Index")->text, L"8:0;3");
 
     const auto other =
-        makeCounted<StationChannel>(std::vector<std::int32_t>{8, 0, 4}, ChannelEnvironment{});
+        makeObject<StationChannel>(std::vector<std::int32_t>{8, 0, 4}, ChannelEnvironment{});
     EXPECT_EQ(persist(*other, false), HostCode::success);
     EXPECT_THAT(other->indices(), ElementsAre(8, 0, 4));
     EXPECT_TRUE(other->used());

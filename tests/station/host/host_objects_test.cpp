@@ -13,7 +13,7 @@ using testing::ElementsAre;
 class HostObjects : public testing::Test {
   protected:
     StillCounter counter;
-    CountedRef<StationHost> host = makeCounted<StationHost>(counter, StationHostOptions{});
+    CountedRef<StationHost> host = makeObject<StationHost>(counter, StationHostOptions{});
 };
 
 TEST_F(HostObjects, ThePositionStandsStillUntilItIsMoved) {
@@ -33,37 +33,6 @@ TEST_F(HostObjects, ThePositionStandsStillUntilItIsMoved) {
     clock.stop();
     counter.pass(5.0);
     EXPECT_NEAR(clock.getSeconds(), 1.0005, 1e-9);
-}
-
-class Clocks : public HostObjects {
-  protected:
-    Clocks() {
-        device = hostObject(CountedRef<GnssDeviceList>(&host->gnssDevices()),
-                            &HostGnssDeviceList::createDevice);
-        device->setDefaultSyncMode(12);
-        device->addSyncMode(12);
-        device->addSyncMode(2);
-    }
-    HostResult attach(const wchar_t* name, HostGnssDevice* which) {
-        return hostObject(CountedRef<GnssDeviceCollection>(&host->gnssPlaces()),
-                          &HostGnssDeviceCollection::open, name)
-            ->attach(which);
-    }
-    std::int32_t mode() { return hostValue(device, &HostGnssDevice::getSyncMode); }
-
-    CountedRef<HostGnssDevice> device;
-};
-
-TEST_F(Clocks, TheUsersChoiceReachesItsDeviceAndNoOther) {
-    EXPECT_EQ(mode(), 2);
-    host->gnssPlaces().choose(L"Front", {12, true});
-    host->gnssPlaces().choose(L"Fornt", {12, false});
-    EXPECT_EQ(attach(L"Rear", device.get()), HostCode::success);
-    EXPECT_EQ(mode(), 2);
-    EXPECT_EQ(attach(L"Front", device.get()), HostCode::success);
-    EXPECT_EQ(mode(), 12);
-    EXPECT_EQ(hostValue(device, &HostGnssDevice::getClockSource), hostTrue);
-    EXPECT_THAT(host->gnssPlaces().getChoicesWithoutDevice(), ElementsAre(L"Fornt"));
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ class PluginDrivers : public testing::Test {
     }
     void makeDriver() {
         driver.reset();
-        plugin = makeCounted<FakePlugin>();
+        plugin = makeObject<FakePlugin>();
         CountedRef<HostObject> object;
         plugin.queryTo(object);
         driver = std::make_unique<PluginDriver>(object, host, options);
@@ -69,7 +69,7 @@ class PluginDrivers : public testing::Test {
 
     StillCounter counter;
     PluginDriverOptions options;
-    CountedRef<StationHost> host = makeCounted<StationHost>(counter, StationHostOptions{});
+    CountedRef<StationHost> host = makeObject<StationHost>(counter, StationHostOptions{});
     CountedRef<FakePlugin> plugin;
     std::unique_ptr<PluginDriver> driver;
     CountedRef<StationChannel> channel;

@@ -57,7 +57,7 @@ class Recorders : public testing::Test {
 
     const TemporaryFolder folder;
     StillCounter counter;
-    CountedRef<StationHost> host = makeCounted<StationHost>(counter, StationHostOptions{});
+    CountedRef<StationHost> host = makeObject<StationHost>(counter, StationHostOptions{});
     RecordingSet recordings;
     MeasurementRecorder recorder{*host, recordings};
 };

@@ -34,7 +34,7 @@ class Bytes final : public Counted<HostByteArray> {
 };
 
 inline HostResult addBytes(StationChannel& channel, const std::string& text, double time) {
-    const auto bytes = makeCounted<Bytes>(text);
+    const auto bytes = makeObject<Bytes>(text);
     HostVariant value;
     value.type = HostVariantType::ByteArray;
     value.bytes = bytes.get();
