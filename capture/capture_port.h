@@ -26,6 +26,10 @@ class CaptureHandle {
     /// `length` bytes from the Ethernet header on, valid until the next call. `timeout`: no frame
     /// came. Negative: a read error. Only `frame` changes `data` and `length`.
     virtual std::int32_t next(const std::uint8_t*& data, std::uint32_t& length) = 0;
+
+    /// Frames that came in since it was opened and were thrown away, as they weren't read in time.
+    /// Called by the capture thread.
+    virtual std::uint64_t getDropped() { return 0; }
 };
 
 /// The calls that the reader makes to the capture library, so that it also runs on scripted reads.

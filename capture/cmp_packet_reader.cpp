@@ -42,6 +42,7 @@ void CmpPacketReader::openInterfaces() {
         return;
     }
     interfaces.clear();
+    droppedFrames = 0;
     for (CaptureInterface& device : found) {
         PcapInterface opened;
         opened.handle = port.openLive(device.name, snapLength, promiscuous, readTimeoutMs, error);
@@ -100,7 +101,21 @@ void CmpPacketReader::Run() {
         if (interfaces.empty()) {  // no read paces the pass
             std::this_thread::sleep_for(std::chrono::milliseconds(readTimeoutMs));
         }
+        constexpr std::int64_t period = 100'000'000;  // nanoseconds
+        if (const std::int64_t now = counter.getNanoseconds(); now - countedAt >= period) {
+            countedAt = now;
+            countDropped();
+        }
     }
+    countDropped();
+}
+
+void CmpPacketReader::countDropped() {
+    std::uint64_t sum = 0;
+    for (const PcapInterface& interface : interfaces) {
+        sum += interface.handle->getDropped();
+    }
+    droppedFrames = sum;
 }
 
 /// An interface is drained before the next is looked at, and the pass ends when the last has timed

@@ -73,6 +73,10 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     /// Reads every interface until it times out, once round. The capture thread.
     void readPass();
 
+    /// Frames of any kind that the system threw away since the interfaces were opened, as they
+    /// weren't read in time. Any thread.
+    std::uint64_t getDroppedFrames() const { return droppedFrames; }
+
     CmpDevices& getDevices() { return devices; }
     void resetChannels() { devices.resetChannels(); }
     void flushAll() { devices.flushAll(); }
@@ -88,6 +92,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     bool nextFrame(const std::uint8_t*& data, std::uint32_t& length);
     void readMessages(const std::uint8_t* data, std::uint32_t length, CmpHeader& header);
     void onPassEnd();
+    void countDropped();
     void handOver() { burst.handOver(frameTimeStamp); }
     void renewDirectory();
     /// The directory, looked at for every message and every read, so that a change of the device
@@ -119,10 +124,12 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     /// sets it: devices come from the user and the setup.
     std::atomic<bool> autoAddDevices{false};
     std::vector<PcapInterface> interfaces;
+    std::atomic<std::uint64_t> droppedFrames{0};
 
     // The capture thread's own, during a pass.
     std::size_t interfaceIndex = 0;   ///< position of the pass in `interfaces`
     std::int64_t frameTimeStamp = 0;  ///< when the frame came, nanoseconds on `counter`
+    std::int64_t countedAt = 0;       ///< when the dropped frames were counted, nanoseconds
     DirectoryPublisher::Reader* directory = nullptr;
     MessageBurst burst;
 };

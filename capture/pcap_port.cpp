@@ -73,6 +73,14 @@ class LiveHandle final : public CaptureHandle {
         return result;
     }
 
+    std::uint64_t getDropped() override {
+        pcap_stat statistics{};
+        if (!gone && pcap_stats(handle.get(), &statistics) == 0) {
+            dropped = statistics.ps_drop;
+        }
+        return dropped;
+    }
+
   private:
     static constexpr std::uint32_t mostFramesInTurn = 4096;
 
@@ -108,6 +116,7 @@ class LiveHandle final : public CaptureHandle {
     const std::shared_ptr<std::vector<pollfd>> links;
     bool gone = false;               ///< the interface was taken away
     std::uint32_t framesInTurn = 0;  ///< since the last timeout
+    std::uint64_t dropped = 0;
 };
 
 }  // namespace

@@ -15,7 +15,7 @@ template <typename Interface, typename... Bases>
 class Implements : public Interface {
   public:
     HostResult queryInterface(const InterfaceId& interfaceId, void** result) override {
-        *result = find(interfaceId);
+        *result = findInterface(interfaceId);
         if (*result == nullptr) {
             return HostCode::noInterface;
         }
@@ -37,7 +37,7 @@ class Implements : public Interface {
     virtual ~Implements() = default;
 
     /// The interface as a pointer to that very class, null if there is none; without a reference.
-    virtual void* find(const InterfaceId& interfaceId) {
+    virtual void* findInterface(const InterfaceId& interfaceId) {
         Interface* const self = this;
         if (interfaceId == HostObject::id) {
             return static_cast<HostObject*>(self);

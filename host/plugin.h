@@ -134,6 +134,21 @@ class IPlugin4 : public HostDispatch {
     ~IPlugin4() = default;
 };
 
+/// What the plug-in's capture can tell of itself. A host may ask; nothing depends on it.
+class CaptureStatistics : public HostObject {
+  public:
+    static constexpr InterfaceId id{
+        0xE7655A4D, 0x03B1, 0x43F3, {0xB0, 0x00, 0xEF, 0xAB, 0xCB, 0xD7, 0xF0, 0xFD}};
+
+    /// Frames of any kind that the system received since event 105 and threw away before the
+    /// plug-in could read them, as far as was known within the last tenth of a second, or at event
+    /// 130.
+    virtual HostResult getDroppedFrames(std::uint64_t* frames) = 0;
+
+  protected:
+    ~CaptureStatistics() = default;
+};
+
 /// Makes objects of one class: what a component hands out for a class identifier.
 class HostClassFactory : public HostObject {
   public:

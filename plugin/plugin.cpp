@@ -35,6 +35,8 @@ HostResult Plugin::Inner::queryInterface(const InterfaceId& interfaceId, void** 
         *result = static_cast<IPlugin3*>(&plugin);
     } else if (interfaceId == IPlugin4::id) {
         *result = static_cast<IPlugin4*>(&plugin);
+    } else if (interfaceId == CaptureStatistics::id) {
+        *result = static_cast<CaptureStatistics*>(&plugin);
     } else {
         *result = nullptr;
         return HostCode::noInterface;
@@ -209,5 +211,10 @@ HostResult Plugin::position33(std::uint32_t* low, std::uint32_t* high) {
 
 HostResult Plugin::position38(void*, std::uint16_t* answer) {
     *answer = 1;
+    return HostCode::success;
+}
+
+HostResult Plugin::getDroppedFrames(std::uint64_t* frames) {
+    *frames = core.packetReader.getDroppedFrames();
     return HostCode::success;
 }

@@ -18,7 +18,10 @@
 /// in its middle goes to the host as it is.
 ///
 /// The object may be a part of another one (`outer`), whose count and interfaces then are its own.
-class Plugin final : public IPlugin3, public IPlugin4, private CountedObject {
+class Plugin final : public IPlugin3,
+                     public IPlugin4,
+                     public CaptureStatistics,
+                     private CountedObject {
   public:
     /// A new object with one reference, of its own network and clock. `outer` is null or outlives
     /// it. The result answers for the object itself also where it is a part of another.
@@ -81,6 +84,8 @@ class Plugin final : public IPlugin3, public IPlugin4, private CountedObject {
     HostResult position39() override { return HostCode::success; }
 
     HostResult onEvent(std::int32_t event, const HostVariant& input, HostVariant* result) override;
+
+    HostResult getDroppedFrames(std::uint64_t* frames) override;
 
   private:
     friend class PluginEvents;

@@ -112,6 +112,7 @@ std::string toIsoText(Summary::Clock::time_point time) {
 std::string toJson(const Summary& summary) {
     Json result = {{"startTime", toIsoText(summary.startTime)},
                    {"seconds", summary.seconds},
+                   {"droppedFrames", summary.droppedFrames},
                    {"modules", Json::array()},
                    {"channels", Json::array()},
                    {"recordings", Json::array()}};

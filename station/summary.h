@@ -45,8 +45,9 @@ struct RecordingSummary {
 struct Summary {
     using Clock = std::chrono::system_clock;
 
-    Clock::time_point startTime;  ///< UTC of host time 0
-    double seconds = 0.0;         ///< since then
+    Clock::time_point startTime;      ///< UTC of host time 0
+    double seconds = 0.0;             ///< since then
+    std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
     std::vector<ModuleSummary> modules;
     std::vector<ChannelSummary> channels;
     std::vector<RecordingSummary> recordings;

@@ -1,5 +1,7 @@
 #include "station/bench/measurement.h"
 
+#include <fmt/format.h>
+
 namespace station {
 namespace {
 
@@ -50,6 +52,20 @@ void Measurement::read(std::vector<std::string>& texts) {
         lost = true;
         texts.push_back(std::move(text));
     }
+    readDropped(texts);
+}
+
+/// Nobody can know whether messages were in them: it counts as a loss.
+void Measurement::readDropped(std::vector<std::string>& texts) {
+    const std::uint64_t dropped = bench.driver().getDroppedFrames();
+    if (dropped > droppedTold) {
+        lost = true;
+        texts.push_back(fmt::format(
+            "{} Ethernet frames were lost before they could be read: the machine was too "
+            "busy",
+            dropped - droppedTold));
+    }
+    droppedTold = dropped;
 }
 
 std::vector<std::string> Measurement::poll(Clock::time_point now) {
@@ -76,7 +92,9 @@ std::vector<std::string> Measurement::close() {
 }
 
 Summary Measurement::summarize() {
-    return recorder.summarize(bench.modules());
+    Summary summary = recorder.summarize(bench.modules());
+    summary.droppedFrames = droppedTold;
+    return summary;
 }
 
 }  // namespace station

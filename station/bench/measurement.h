@@ -45,12 +45,14 @@ class Measurement {
 
   private:
     void read(std::vector<std::string>& texts);
+    void readDropped(std::vector<std::string>& texts);
     void takeStep();
 
     Bench& bench;
     RecordingSet& recordings;
     MeasurementRecorder recorder;
     Clock::time_point nextFlush;
+    std::uint64_t droppedTold = 0;  ///< frames
     bool stopping = false;
     bool over = false;
     bool lost = false;

@@ -32,11 +32,11 @@ class Counted : public Implements<First>, public Rest..., public HostErrorSuppor
     }
 
   protected:
-    void* find(const InterfaceId& interfaceId) override {
+    void* findInterface(const InterfaceId& interfaceId) override {
         if (interfaceId == HostErrorSupport::id) {
             return static_cast<HostErrorSupport*>(this);
         }
-        void* found = Implements<First>::find(interfaceId);
+        void* found = Implements<First>::findInterface(interfaceId);
         ((found = interfaceId == Rest::id ? static_cast<Rest*>(this) : found), ...);
         return found;
     }

@@ -90,6 +90,7 @@ void PluginDriver::connect() {
     state = State::Connecting;
     call(step, [&] { return object.queryTo(plugin); });
     call(step, [&] { return object.queryTo(events); });
+    object.queryTo(statistics);
     call(step, [&] { return plugin->onConnectHost(host.get()); });
     state = State::Ready;
 }
@@ -231,6 +232,14 @@ double PluginDriver::leadingSeconds() {
     }
     const std::uint64_t samples = (std::uint64_t{high} << 32U) + low;
     return static_cast<double>(samples) / host->clock().getSampleRate();
+}
+
+std::uint64_t PluginDriver::getDroppedFrames() const {
+    std::uint64_t frames = 0;
+    if (statistics && statistics->getDroppedFrames(&frames) < 0) {
+        frames = 0;
+    }
+    return frames;
 }
 
 void PluginDriver::endPart() {

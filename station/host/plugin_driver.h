@@ -112,6 +112,9 @@ class PluginDriver {
     void stop();
 
     bool isMeasuring() const { return state == State::Running || state == State::Ending; }
+    /// Frames that the system threw away in this measurement or the last one; 0 if the plug-in
+    /// can't tell.
+    std::uint64_t getDroppedFrames() const;
 
   private:
     /// `Connecting` is left for `Ready` only: a plug-in whose connection failed gets no more calls.
@@ -135,6 +138,7 @@ class PluginDriver {
     const PluginDriverOptions options;
     CountedRef<IPlugin3> plugin;
     CountedRef<IPlugin4> events;
+    CountedRef<CaptureStatistics> statistics;  ///< empty if the plug-in has none
     State state = State::New;
     double pollsFrom = 0.0;  ///< host time
     double heldUntil = 0.0;  ///< host time up to which the position stays 0

@@ -73,6 +73,15 @@ class Interfaces(Case):
             self.assertGreater(len(there), 0)
             self.assertEqual(there, list(traffic.sent_on(module, position))[:len(there)])
 
+    def test_frames_that_the_system_drops_are_told(self):
+        station = lab.Station(FRONT)
+        station.process.send_signal(signal.SIGSTOP)
+        lab.simulate(CAN, "--rate", 0, "--per-frame", 40, "--messages", 2_000_000)  # 60 MB: too much to be kept
+        station.process.send_signal(signal.SIGCONT)
+        report, errors = station.stop(code=1)
+        self.assertGreater(report["droppedFrames"], 0)
+        self.assertIn(f"{report['droppedFrames']} Ethernet frames were lost", errors)
+
     def test_start_and_stop_leave_no_descriptor(self):
         code, output, errors = lab.call([READER_ROUNDS, "50"])
         self.assertEqual(code, 0, errors)
