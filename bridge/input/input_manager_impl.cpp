@@ -3,7 +3,6 @@
 #include <oneapi/tbb/parallel_for_each.h>
 
 #include <algorithm>
-#include <atomic>
 
 #include "bridge/output/channel_id_text.h"
 #include "setup/node_values.h"
@@ -129,29 +128,16 @@ bool InputManagerImpl::hasActiveChannels() const {
     });
 }
 
-/// In tasks, which oneTBB orders with this thread. A thread sanitizer doesn't see into the library:
-/// for its sake `finished` says so once more.
-void InputManagerImpl::updateAll(std::int64_t absolute) {
-    if (channels.empty()) {
-        return;
-    }
-    std::atomic<std::size_t> finished;
-    finished.store(0, std::memory_order_release);
-    oneapi::tbb::parallel_for_each(channels.begin(), channels.end(), [&](const auto& entry) {
-        (void)finished.load(std::memory_order_acquire);
-        entry.value->update(absolute);
-        finished.fetch_add(1, std::memory_order_release);
-    });
-    (void)finished.load(std::memory_order_acquire);
-}
-
 std::pair<std::int64_t, std::int64_t> InputManagerImpl::update() {
     if (hostFlagOf(app, &HostApp::isSetupMode)) {
         rebindChannels();
     }
     refreshLists();
     const std::int64_t absolute = getAcquisitionPosition(app);
-    updateAll(absolute);
+    if (!channels.empty()) {
+        oneapi::tbb::parallel_for_each(channels.begin(), channels.end(),
+                                       [&](const auto& entry) { entry.value->update(absolute); });
+    }
     std::int64_t end = absolute;
     for (const auto& entry : channels) {
         end = std::min(end, entry.value->getBlockEnd());

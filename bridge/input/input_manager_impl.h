@@ -72,7 +72,6 @@ class InputManagerImpl final : public InputManager {
     CountedRef<HostChannel> findHostChannel(const Indices& indices) const;
     void setReadMark(std::int64_t position);
     void refreshLists();
-    void updateAll(std::int64_t absolute);
     /// Erases the entries for which `isGone` is true.
     template <typename Test>
     void eraseIf(const Test& isGone);
