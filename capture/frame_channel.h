@@ -36,13 +36,10 @@ class FrameChannel : public CmpChannel {
     /// sample is dropped as soon as it is done with, so that a host call that raises makes none of
     /// those before it come twice.
     void flush(const std::shared_ptr<GNSSClock>& clock) override {
-        if (!queue.hasNext()) {
-            return;
-        }
         OutputChannel* const target = output.get();
         Frame frame;
         bool written = false;
-        do {
+        while (queue.hasNext()) {
             queue.front().copyFront(frame);
             const auto result = clock->GetTime(toGnssTime(queue.front().frontTime()));
             if (result.status == Status::Wait) {
@@ -54,7 +51,7 @@ class FrameChannel : public CmpChannel {
                 written = true;
             }
             queue.drop();
-        } while (queue.hasNext());
+        }
         if (written) {  // the last value, also where the clock let it wait or threw it out
             lastFrame.store(frame);
             hasLastFrame.store(true, std::memory_order_release);
