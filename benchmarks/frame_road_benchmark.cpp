@@ -7,7 +7,6 @@
 #include <pcap/pcap.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -17,11 +16,11 @@
 #include <new>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "benchmarks/component_road.h"
 #include "benchmarks/stored_traffic.h"
+#include "benchmarks/timing.h"
 #include "bridge/output/plain_output_channel.h"
 #include "capture/cmp_packet_reader.h"
 #include "station/offline/direct_output.h"
@@ -50,32 +49,6 @@ std::atomic<std::uint64_t> allocations{0};
 }
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-/// The least time that one of many like things took, in seconds.
-class Best {
-  public:
-    void add(double seconds, std::uint64_t things) {
-        least = std::min(least, seconds / static_cast<double>(things));
-    }
-    double get() const { return least; }
-
-  private:
-    double least = 1e9;
-};
-
-/// Time since it was made or looked at, in seconds.
-class StopWatch {
-  public:
-    double lap() {
-        const auto now = Clock::now();
-        return std::chrono::duration<double>(now - std::exchange(start, now)).count();
-    }
-
-  private:
-    Clock::time_point start = Clock::now();
-};
 
 /// The host's side of a channel: a ring of records and one of times, as a host has them.
 class HostRing final : public Kestrova::Utils::Kcom::OutputChannel::PlainOutputChannel {
@@ -137,29 +110,6 @@ class HostRings final : public Kestrova::Utils::Kcom::OutputChannel::OutputFacto
   private:
     const std::size_t samples;
     std::vector<std::shared_ptr<HostRing>> rings;
-};
-
-/// Times the greater part of a run: it starts when a quarter of the file has been read, by when the
-/// queues have grown to the size that they keep.
-class SteadyPart {
-  public:
-    /// After each pass.
-    void onPass(double progress) {
-        constexpr double quarter = 0.25;
-        if (share == 0.0 && progress >= quarter) {
-            share = 1.0 - progress;
-            watch.lap();
-        }
-    }
-    /// At the end of the run, over so many messages.
-    void addTo(Best& aMessage, std::uint64_t messages) {
-        const auto timed = static_cast<std::uint64_t>(share * static_cast<double>(messages));
-        aMessage.add(watch.lap(), timed);
-    }
-
-  private:
-    StopWatch watch;
-    double share = 0.0;  ///< of the file, that is timed
 };
 
 /// Goes over a file to its end. The first slice isn't measured: in it the queues grow, and the
