@@ -25,7 +25,6 @@ class AddDataTest : public ::testing::Test {
     }
 
     ScriptedHost host;
-    ReferenceCheck check{host};
     ScriptedChannel& channel = host.makeChannel();
     CountedRef<HostApp> app{&host.app};
     CountedRef<HostChannel> ref{&channel};

@@ -44,12 +44,12 @@ TEST_F(OutputChannelTest, NewDefaultChangesOnlyWhatTheUserLeft) {
 
 TEST_F(OutputChannelTest, BuffersAreReleasedAroundAChangeInRemountModeOnly) {
     channel.setRemountMode(2);
-    EXPECT_EQ(callsOf([&] { channel.setExpectedRate(1.0F); }), "Channel.setExpectedRate(1)");
+    EXPECT_EQ(host.callsOf([&] { channel.setExpectedRate(1.0F); }), "Channel.setExpectedRate(1)");
     channel.setRemountMode(1);
-    EXPECT_EQ(callsOf([&] { channel.setExpectedRate(2.0F); }),
+    EXPECT_EQ(host.callsOf([&] { channel.setExpectedRate(2.0F); }),
               "ChannelExt.releaseBuffers, Channel.setExpectedRate(2), "
               "ChannelExt.allocateBuffers(true)");
-    const std::string calls = callsOf([&] { channel.setBufferAttribute(1); });
+    const std::string calls = host.callsOf([&] { channel.setBufferAttribute(1); });
     EXPECT_THAT(calls, StartsWith("ChannelExt.releaseBuffers, Channel.set"));
     EXPECT_THAT(calls, EndsWith(", ChannelExt.allocateBuffers(true)"));
 }

@@ -21,7 +21,7 @@ TEST_F(OutputFactoryTest, NewChannelIsMountedTypedColouredAndTold) {
         channel->setName("CAN");
     };
     EXPECT_EQ(
-        callsOf([&] { factory.createChannel(canType, init); }),
+        host.callsOf([&] { factory.createChannel(canType, init); }),
         "PluginGroup.mountChannels(\"{id}\", 1, [1]), Channel.setDataType(14), "
         "Channel.setAsync(true), Channel.setSingleValue(false), Channel.setUsed(true), "
         "App.getData, Data.isChannelSetFixed, Channel.setName(\"Channel\"), "
@@ -33,7 +33,7 @@ TEST_F(OutputFactoryTest, NewChannelIsMountedTypedColouredAndTold) {
 
 TEST_F(OutputFactoryTest, FixedChannelSetIsClaimedAndKept) {
     host.data.channelSetFixed = hostTrue;
-    const auto calls = callsOf([&] { create(); });
+    const auto calls = host.callsOf([&] { create(); });
     EXPECT_THAT(calls, HasSubstr("setUsed(true), App.getData, Data.isChannelSetFixed, "
                                  "ChannelExt.claim, Channel.setName"));
     EXPECT_THAT(calls, Not(HasSubstr("allocateBuffers")));
@@ -41,7 +41,7 @@ TEST_F(OutputFactoryTest, FixedChannelSetIsClaimedAndKept) {
     factory.getOrCreateChannel(0, {12, Kind::Synchronous}, nullptr);
     EXPECT_EQ(mounted(0).dataType, 14) << "a fixed channel was typed anew";
     factory.beginLoadSetup();
-    EXPECT_THAT(callsOf([&] { create(); }), Not(HasSubstr("allocateBuffers")));
+    EXPECT_THAT(host.callsOf([&] { create(); }), Not(HasSubstr("allocateBuffers")));
     EXPECT_EQ(mounted(1).used, hostFalse);
     factory.endLoadSetup();
     EXPECT_EQ(host.groupOfPlugins.mounted.size(), 2U) << "a fixed channel was removed";
@@ -51,7 +51,7 @@ TEST_F(OutputFactoryTest, KeysAreTheSmallestFreeOnes) {
     EXPECT_EQ(factory.getOrCreateChannel(5, canType, nullptr)->getIndex(), 0U);
     const auto second = create();
     create();
-    EXPECT_EQ(callsOf([&] { factory.removeChannel(second); }),
+    EXPECT_EQ(host.callsOf([&] { factory.removeChannel(second); }),
               "PluginGroup.unmountChannel(HostChannel), " + std::string(notified));
     EXPECT_EQ(hostCodeOf([&] { second->getName(); }), HostCode::invalidPointer);
     EXPECT_EQ(create()->getIndex(), 1U);
@@ -65,7 +65,7 @@ TEST_F(OutputFactoryTest, ColoursRunThroughThePaletteAndBeginAnew) {
         checksum += number < 64 ? (number + 1) * colorPalette[number] : 0;
     }
     EXPECT_EQ(checksum, 0x53620BF1U) << "a colour or its place was changed";
-    EXPECT_EQ(callsOf([&] { factory.clear(); }), "");
+    EXPECT_EQ(host.callsOf([&] { factory.clear(); }), "");
     EXPECT_EQ(create()->getColor(), 0x00FF00U);
 }
 
@@ -80,12 +80,12 @@ TEST_F(OutputFactoryTest, WholeListIsRefreshedRemountedAndDetachedTogether) {
     first->addSynchronousSample(&byte, 1);
     EXPECT_EQ(mounted(0).writePosition, 1) << "the use doesn't count";
     factory.setRemountMode(1);
-    EXPECT_THAT(callsOf([&] { first->setExpectedRate(1.0F); }), HasSubstr("releaseBuffers"));
+    EXPECT_THAT(host.callsOf([&] { first->setExpectedRate(1.0F); }), HasSubstr("releaseBuffers"));
     factory.setChannelGroupName({1, 2}, "\xC3\xA4");
     EXPECT_EQ(host.groupOfPlugins.groupNames.at({1, 2}), L"\x00E4");
-    EXPECT_EQ(callsOf([&] { factory.detachChannels(); }), "");
+    EXPECT_EQ(host.callsOf([&] { factory.detachChannels(); }), "");
     EXPECT_EQ(mounted(0).references() + mounted(1).references(), 0);
-    EXPECT_EQ(callsOf([&] { factory.refreshAddData(); }), "");
+    EXPECT_EQ(host.callsOf([&] { factory.refreshAddData(); }), "");
     EXPECT_EQ(create()->getIndex(), 2U) << "the entries are gone";
 }
 

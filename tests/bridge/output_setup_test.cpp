@@ -56,7 +56,7 @@ TEST_F(OutputSetupTest, ChannelsThatNobodyFetchesVanish) {
         list.addNew(L"Output").values = {{L"Id", id}};
     }
     Channel fetched;
-    const std::string calls = callsOf([&] {
+    const std::string calls = host.callsOf([&] {
         load();
         fetched = factory.getOrCreateChannel(6, canType, nullptr);
         factory.endLoadSetup();

@@ -125,7 +125,7 @@ TEST_F(EventTest, LeadingClockIsToldInTwoKindsOfBoolean) {
 
 TEST_F(EventTest, ActiveOutputBringsDataAndClaims) {
     equip({DeviceTypeInfo::canComboId});
-    EXPECT_NE(callsOf([&] { event(117); }), "");
+    EXPECT_NE(host.callsOf([&] { event(117); }), "");
     for (const std::int32_t number : {118, 186}) {
         host.script.forget();
         EXPECT_EQ(event(number, variantOf(&list)), "0");

@@ -102,7 +102,6 @@ class PluginBench {
     }
     ~PluginBench() {
         dropPlugin();
-        EXPECT_THAT(host.script.referenceFaults(), testing::IsEmpty());
         EXPECT_EQ(port.openHandles, 0);
         EXPECT_EQ(CountedObject::count(), 0U);
     }
@@ -204,28 +203,6 @@ class PluginBench {
         EXPECT_TRUE(feed.drain());
         EXPECT_EQ(event(117), "0");
         return firstChannel().writePosition - before;
-    }
-
-    /// What `action` calls, without arguments: "App.getData Data.getSampleRate". What is done to
-    /// channels, one after the other, is told as "channels".
-    template <typename Action>
-    std::string callsOf(Action action) {
-        host.script.forget();
-        action();
-        std::string text;
-        for (const std::string& call : host.script.operations()) {
-            const bool ofChannel = call.starts_with("HostChannel:") ||
-                                   call.starts_with("HostChannelExt:") ||
-                                   call.starts_with("HostPluginGroup:");
-            std::string brief = ofChannel ? "channels" : call.substr(4);
-            if (!ofChannel) {
-                brief.replace(brief.find("::"), 2, ".");
-            } else if (text.ends_with("channels")) {
-                continue;
-            }
-            text += (text.empty() ? "" : " ") + brief;
-        }
-        return text;
     }
 
     ScriptedHost host;

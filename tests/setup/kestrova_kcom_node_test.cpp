@@ -16,25 +16,9 @@ using Serialization::Node;
 using testing::ElementsAre;
 using NodePtr = std::shared_ptr<Node>;
 
-/// The code of the host-call error that `action` raises; 0 if it raises none.
-template <typename Action>
-HostResult hostCodeOf(Action action) {
-    try {
-        action();
-    } catch (const HostCallException& error) {
-        return error.getCode();
-    }
-    return HostCode::success;
-}
-
 class KestrovaKcomNodeTest : public ::testing::Test {
   protected:
     KestrovaKcomNodeTest() { host.script.forget(); }
-    ~KestrovaKcomNodeTest() override {
-        root.reset();
-        app.reset();
-        EXPECT_THAT(host.script.referenceFaults(), testing::IsEmpty());
-    }
 
     static NodePtr nodeOver(HostDocument* over, HostElement* element) {
         return std::make_shared<Creator>(CountedRef(over), CountedRef(element));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -9,12 +11,24 @@
 
 #include "host/host_app.h"
 #include "host/host_data.h"
+#include "host/host_error.h"
 #include "host/host_plugin_group.h"
 #include "tests/support/call_script.h"
 #include "tests/support/scripted_channel.h"
 #include "tests/support/scripted_clock.h"
 #include "tests/support/scripted_document.h"
 #include "tests/support/scripted_object.h"
+
+/// The code of the host failure that `action` raises, 0 if it raises none.
+template <typename Action>
+HostResult hostCodeOf(Action action) {
+    try {
+        action();
+    } catch (const HostCallException& error) {
+        return error.getCode();
+    }
+    return HostCode::success;
+}
 
 inline ScriptedChannel* findByIndices(const std::vector<ScriptedChannel*>& channels,
                                       const std::vector<std::int32_t>& indices) {
@@ -187,11 +201,27 @@ class ScriptedApp final : public Scripted<HostApp> {
 ///     manager.SetHost(&host.app);
 ///     ...
 ///     EXPECT_THAT(host.script.operations(), ElementsAre("HostApp::getData", ...));
-///     EXPECT_THAT(host.script.referenceFaults(), IsEmpty());
 ///
-/// What is asked for in vain with a query, a test adds with `addPart`.
+/// At its end it says which references to its objects were kept or given back too often: so it
+/// must outlast all that holds one. What is asked for in vain with a query, a test adds with
+/// `addPart`.
 class ScriptedHost {
   public:
+    ~ScriptedHost() { EXPECT_THAT(script.referenceFaults(), testing::IsEmpty()); }
+
+    /// What `action` calls, in short: "App.getData, Channel.setName("a")".
+    template <typename Action>
+    std::string callsOf(Action action) {
+        script.forget();
+        action();
+        std::string text;
+        for (std::string call : script.calls()) {
+            call = call.substr(4).replace(call.find("::") - 4, 2, ".");
+            text += (text.empty() ? "" : ", ") +
+                    (call.ends_with("()") ? call.substr(0, call.size() - 2) : call);
+        }
+        return text;
+    }
     /// A new channel in no list.
     ScriptedChannel& makeChannel(const std::vector<std::int32_t>& indices = {}) {
         return script.make<ScriptedChannel>(indices);

@@ -100,7 +100,7 @@ class SoftSyncRun : public SyncBench {
     /// Begins a measurement, in which the host begins to count after two seconds.
     void begin() {
         zero = now + 2.0;
-        manager->RestartWithHold();
+        manager.RestartWithHold();
         run(2.0);
     }
     void run(double seconds) {
@@ -111,7 +111,7 @@ class SoftSyncRun : public SyncBench {
             counter.nanoseconds += 1000000;
             host.clock.seconds = std::max(0.0, now - zero);
             host.data.position = static_cast<std::int32_t>(std::lround(host.clock.seconds * 1000));
-            manager->Tick();
+            manager.Tick();
         }
     }
     /// By how much a sample is off that the module stamped `age` seconds ago.

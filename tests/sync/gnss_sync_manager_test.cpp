@@ -12,31 +12,32 @@ class GNSSSyncManagerTest : public SyncBench {
   protected:
     void tickAt(std::int32_t position) {
         host.data.position = position;
-        manager->Tick();
+        manager.Tick();
     }
     /// The setup of the present clocks.
     std::shared_ptr<Serialization::Node> saved() {
         auto root = makeSetupTree("root");
-        manager->Save(*root);
+        manager.Save(*root);
         return root;
     }
 };
 
 TEST_F(GNSSSyncManagerTest, ClockGetsTheLowestFreeIdAndTellsTheHostOfItself) {
     makeClock(pps);
-    auto replaced = manager->CreateClock();
+    auto replaced = manager.CreateClock();
     makeClock(pps);
-    manager->RemoveClock(replaced);
+    manager.RemoveClock(replaced);
     EXPECT_FALSE(replaced);
-    manager->SetNotifyHost(true);
+    manager.SetNotifyHost(true);
     std::shared_ptr<GNSSClock> clock;
-    EXPECT_EQ(callsOf([&] { clock = manager->GetClock(7); }),
-              "getGnssDeviceList() createDevice() setDefaultSyncMode(12) addSyncMode(12) "
-              "addSyncMode(2) getSyncMode() notifyDevicesChanged() ");
-    EXPECT_EQ(manager->GetClockId(clock), 1U) << "and not 7";
-    EXPECT_EQ(callsOf([&] { clock->SetDeviceName("a"); }), "notifyDevicesChanged() ");
+    EXPECT_EQ(host.callsOf([&] { clock = manager.GetClock(7); }),
+              "App.getGnssDeviceList, GnssDeviceList.createDevice, "
+              "GnssDevice.setDefaultSyncMode(12), GnssDevice.addSyncMode(12), "
+              "GnssDevice.addSyncMode(2), GnssDevice.getSyncMode, App.notifyDevicesChanged");
+    EXPECT_EQ(manager.GetClockId(clock), 1U) << "and not 7";
+    EXPECT_EQ(host.callsOf([&] { clock->SetDeviceName("a"); }), "App.notifyDevicesChanged");
     host.script.failOperation("HostApp::notifyDevicesChanged", HostCode::failed);
-    EXPECT_EQ(callsOf([&] { manager->RemoveClock(clock); }), "notifyDevicesChanged() ");
+    EXPECT_EQ(host.callsOf([&] { manager.RemoveClock(clock); }), "App.notifyDevicesChanged");
 }
 
 TEST_F(GNSSSyncManagerTest, WindowFollowsThePosition) {
@@ -51,7 +52,7 @@ TEST_F(GNSSSyncManagerTest, WindowFollowsThePosition) {
     };
     for (const auto& [historyDepth, start] : {std::pair(10, 24.0), {600, 15.0}, {0, 24.9}}) {
         host.data.historyDepth = historyDepth;
-        manager->RestartWithHold();
+        manager.RestartWithHold();
         clock.SetTime(GNSSTime());
         tickAt(50);
         expectWindow(0.0, 5.0, 10.0);
@@ -70,8 +71,10 @@ TEST_F(GNSSSyncManagerTest, WindowFollowsThePosition) {
 
 TEST_F(GNSSSyncManagerTest, LeadingClockHoldsAllBackUntilItHasATimeAndTheHostRuns) {
     GNSSClockSwitchable& leading = makeClock(pps, hostTrue);
-    manager->UpdateDevices(&host.gnssCollection);
-    const auto runs = [&] { return callsOf([&] { tickAt(9); }).ends_with("getSampleRate() "); };
+    manager.UpdateDevices(&host.gnssCollection);
+    const auto runs = [&] {
+        return host.callsOf([&] { tickAt(9); }).ends_with("Data.getSampleRate");
+    };
     EXPECT_FALSE(runs()) << "no time";
     leading.SetTime(GNSSTime(1, 1.0));
     host.gnssDevices.infos = {{1, L"antenna"}};
@@ -79,7 +82,7 @@ TEST_F(GNSSSyncManagerTest, LeadingClockHoldsAllBackUntilItHasATimeAndTheHostRun
     host.app.setupMode = hostTrue;
     EXPECT_TRUE(runs());
     host.app.setupMode = hostFalse;
-    manager->RestartWithHold();
+    manager.RestartWithHold();
     leading.SetTime(GNSSTime(1, 1.0));
     EXPECT_FALSE(runs());
     host.clock.seconds = 0.5;
@@ -87,10 +90,10 @@ TEST_F(GNSSSyncManagerTest, LeadingClockHoldsAllBackUntilItHasATimeAndTheHostRun
 }
 
 TEST_F(GNSSSyncManagerTest, SetupKeepsIdsOrderModesAndSources) {
-    auto first = manager->CreateClock();
+    auto first = manager.CreateClock();
     makeClock(pps, hostTrue);
     makeClock(pps);
-    manager->RemoveClock(first);
+    manager.RemoveClock(first);
     makeClock(7, hostTrue);  // an unknown mode is saved as soft sync, and loaded without a source
     const auto setup = saved();
     const std::string text = toText(*setup);
@@ -102,16 +105,16 @@ TEST_F(GNSSSyncManagerTest, SetupKeepsIdsOrderModesAndSources) {
     };
     add("x", "12");
     add("2", "2");
-    manager->Load(*setup);
-    EXPECT_TRUE(manager->HasMaster());
+    manager.Load(*setup);
+    EXPECT_TRUE(manager.HasMaster());
     EXPECT_EQ(toText(*saved()) + "      ClockSource = True\n", text);
     add("5", "abc");
-    EXPECT_THROW(manager->Load(*setup), Serialization::XmlException);
-    EXPECT_FALSE(manager->HasMaster());
+    EXPECT_THROW(manager.Load(*setup), Serialization::XmlException);
+    EXPECT_FALSE(manager.HasMaster());
     EXPECT_EQ(toText(*saved()) + "      ClockSource = True\n", text) << "those before it stay";
     setup->ClearChildren();
-    manager->Load(*setup);
-    EXPECT_EQ(manager->GetClockId(manager->GetClock(1)), 0U) << "there were none";
+    manager.Load(*setup);
+    EXPECT_EQ(manager.GetClockId(manager.GetClock(1)), 0U) << "there were none";
 }
 
 }  // namespace
