@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
-#include <typeinfo>
 
 #include "core/exception_registry.h"
 #include "core/kvrt_exception.h"
@@ -10,50 +8,8 @@
 namespace Kestrova::RT::Core {
 namespace {
 
-/// What `raiseFromCode` throws, seen through the common base.
-struct Raised {
-    std::string what;
-    std::uint32_t code;
-    bool defaultMessage;
-    const std::type_info* type;
-};
-
-Raised raised(std::uint32_t code, const std::string& message) {
-    try {
-        raiseFromCode(code, message);
-    } catch (const KvrtException& error) {
-        return {error.what(), error.getCode(), error.hasDefaultMessage(), &typeid(error)};
-    }
-}
-
 std::string textOf(const std::string& text) {
     return KvrtException(0x80000001U, false, text).what();
-}
-
-TEST(KvrtExceptionTest, CodeComesOutAsItsClass) {
-    struct Row {
-        std::uint32_t code;
-        const std::type_info& type;
-        const char* text;
-    };
-    const std::array rows = {
-        Row{0x80000000U, typeid(NoMemoryException), "No memory"},
-        Row{0x80000027U, typeid(InvalidOperationException),
-            "Operation in not valid for the current type or state."},
-        Row{0x80004002U, typeid(NoInterfaceException),
-            "Invalid cast. The object does not implement this interface."},
-    };
-    for (const Row& row : rows) {
-        const Raised plain = raised(row.code, "");
-        EXPECT_EQ(*plain.type, row.type) << row.text;
-        EXPECT_EQ(plain.what, row.text);
-        EXPECT_EQ(plain.code, row.code) << row.text;
-        EXPECT_TRUE(plain.defaultMessage) << row.text;
-        const Raised told = raised(row.code, "the text");
-        EXPECT_EQ(*told.type, row.type) << row.text;
-        EXPECT_EQ(told.what, "the text");
-        EXPECT_FALSE(told.defaultMessage) << row.text;
-    }
 }
 
 TEST(KvrtExceptionTest, TextIsNeverAFormatForAnythingButItself) {

@@ -31,16 +31,6 @@ class VectorWithKeysTest : public ::testing::Test {
     List list;
 };
 
-TEST_F(VectorWithKeysTest, SmallestFreeKeyIsReusedAtTheEnd) {
-    EXPECT_TRUE(list.eraseKey(1));
-    EXPECT_EQ(list.append("d").key, 1U);
-    EXPECT_EQ(contentOf(list), "0a 2c 1d ");
-    EXPECT_EQ(list.freeKey(), 3U);
-    list.clear();
-    EXPECT_FALSE(list.contains(0));
-    EXPECT_EQ(list.append("e").key, 0U);
-}
-
 TEST_F(VectorWithKeysTest, IndexFollowsEntriesThatMove) {
     EXPECT_TRUE(list.swapPositions(0, 2));
     EXPECT_EQ(contentOf(list), "2c 1b 0a ");
