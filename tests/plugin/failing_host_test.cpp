@@ -4,6 +4,10 @@
 
 namespace {
 
+// Nobody takes a failure of the host for one of the program's own.
+static_assert(!std::is_base_of_v<std::exception, HostCallException>);
+static_assert(!std::is_base_of_v<std::exception, HostArrayException>);
+
 /// A plug-in's whole life at a host, step by step, in which a call of the host goes wrong.
 class FailingHost : public PluginBench {
   public:
