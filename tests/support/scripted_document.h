@@ -10,7 +10,8 @@
 #include "tests/support/scripted_object.h"
 
 /// An element of a scripted document. A test may build and read the tree through the fields, behind
-/// the list of calls. Values are kept per element and beside its children.
+/// the list of calls. Values are kept per element and beside its children. To copy and to clear
+/// is only listed: the plug-in does neither.
 class ScriptedElement final : public Scripted<HostElement> {
     using Elements = std::vector<ScriptedElement*>;
 
@@ -22,9 +23,15 @@ class ScriptedElement final : public Scripted<HostElement> {
     SCRIPTED_WRITER(SetText, const wchar_t*, text)
     HostResult AddChild(HostElement* child) override { return append("AddChild", children, child); }
     HostResult RemoveChild(HostElement* child) override {
-        return remove("RemoveChild", children, child);
+        const HostResult code = call("RemoveChild", child);
+        const auto place = std::find(children.begin(), children.end(), child);
+        if (code >= 0 && place != children.end()) {
+            (*place)->parent = nullptr;
+            children.erase(place);
+        }
+        return code;
     }
-    HostResult ClearChildren() override { return clear("ClearChildren", children); }
+    SCRIPTED_CALL(ClearChildren)
     HostResult FindChild(const wchar_t* wanted, HostElement** child) override {
         const auto search = [&] { return firstOf(children, orEmpty(wanted)); };
         return hand("FindChild", child, search, wanted);
@@ -34,14 +41,12 @@ class ScriptedElement final : public Scripted<HostElement> {
         return hand("GetChild", child, search, index);
     }
     SCRIPTED_COUNT(GetChildCount, children)
-    SCRIPTED_OBJECT(Clone, HostElement, &deepCopy())
+    SCRIPTED_OBJECT(Clone, HostElement, nullptr)
     SCRIPTED_OBJECT(GetParent, HostElement, parent)
     HostResult AddAttribute(HostElement* attribute) override {
         return append("AddAttribute", attributes, attribute);
     }
-    HostResult RemoveAttribute(HostElement* attribute) override {
-        return remove("RemoveAttribute", attributes, attribute);
-    }
+    SCRIPTED_TAKE(RemoveAttribute, HostElement*)
     HostResult FindAttribute(const wchar_t* wanted, HostElement** attribute) override {
         const auto search = [&] { return firstOf(attributes, orEmpty(wanted)); };
         return hand("FindAttribute", attribute, search, wanted);
@@ -51,7 +56,7 @@ class ScriptedElement final : public Scripted<HostElement> {
         return hand("GetAttribute", attribute, search, index);
     }
     SCRIPTED_COUNT(GetAttributeCount, attributes)
-    HostResult ClearAttributes() override { return clear("ClearAttributes", attributes); }
+    SCRIPTED_CALL(ClearAttributes)
     SCRIPTED_READER(GetName, std::wstring, name)
     SCRIPTED_READER(GetText, std::wstring, text)
 
@@ -121,35 +126,6 @@ class ScriptedElement final : public Scripted<HostElement> {
         added->parent = this;
         list.push_back(added);
         return code;
-    }
-    HostResult remove(const char* operation, Elements& list, HostElement* element) {
-        const HostResult code = call(operation, element);
-        const auto place = std::find(list.begin(), list.end(), element);
-        if (code >= 0 && place != list.end()) {
-            (*place)->parent = nullptr;
-            list.erase(place);
-        }
-        return code;
-    }
-    HostResult clear(const char* operation, Elements& list) {
-        const HostResult code = call(operation);
-        if (code >= 0) {
-            for (ScriptedElement* element : std::exchange(list, {})) {
-                element->parent = nullptr;
-            }
-        }
-        return code;
-    }
-    ScriptedElement& deepCopy() const {
-        auto& copy = script.make<ScriptedElement>(name, text);
-        copy.values = values;
-        for (const auto list : {&ScriptedElement::attributes, &ScriptedElement::children}) {
-            for (const ScriptedElement* element : this->*list) {
-                (copy.*list).push_back(&element->deepCopy());
-                (copy.*list).back()->parent = &copy;
-            }
-        }
-        return copy;
     }
 };
 
