@@ -2,10 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
+
+#include "tests/support/temporary_folder.h"
 
 namespace station {
 namespace {
@@ -21,11 +21,9 @@ struct Stored {
     std::uint32_t length;
 };
 
-/// A .pcap file with nanosecond times, gone with the test.
+/// A .pcap file with nanosecond times.
 class StoredFrameFiles : public testing::Test {
   protected:
-    ~StoredFrameFiles() override { std::filesystem::remove(path); }
-
     void write(const std::vector<Stored>& frames) {
         std::ofstream out(path, std::ios::binary);
         const auto put = [&](std::initializer_list<std::uint32_t> words) {
@@ -63,8 +61,8 @@ class StoredFrameFiles : public testing::Test {
         return read;
     }
 
-    const std::string path =
-        testing::TempDir() + "stored-frames-" + std::to_string(::getpid()) + ".pcap";
+    const TemporaryFolder folder;
+    const std::string path = folder.path() / "a.pcap";
 };
 
 TEST_F(StoredFrameFiles, PassesEndNowAndThenAndEveryFrameIsReadOnceAtItsTime) {

@@ -18,25 +18,10 @@
 #include "bridge/output/output_factory.h"
 #include "bridge/output/plain_output_channel.h"
 #include "capture/capture_port.h"
-#include "core/performance_counter.h"
 #include "sync/gnss_sync_manager.h"
+#include "tests/support/manual_counter.h"
 
 /// Stand-ins for what surrounds the capture core. They record what was asked of them.
-
-/// A counter that moves when the test says so. 1,000 counts a second by default.
-class ManualCounter final : public PerformanceCounter {
-  public:
-    std::uint64_t getCount() const override {
-        if (onCount) {
-            onCount();
-        }
-        return count;
-    }
-    std::uint64_t getFrequency() const override { return frequency; }
-    std::atomic<std::uint64_t> count = 0;
-    std::uint64_t frequency = 1000;
-    std::function<void()> onCount;  ///< called at each look; may be empty
-};
 
 /// One scripted read: its result, and the frame if there is one.
 struct ScriptedRead {
@@ -246,8 +231,6 @@ class FakeOutput final : public Kestrova::Utils::Kcom::OutputChannel::PlainOutpu
     Kestrova::Utils::Kcom::OutputChannel::OutputChannelType type;
     std::string name;
     bool used = true;
-    std::int32_t intAttributeA = 0;
-    float expectedRate = 0.0F;
     std::vector<Sample> samples;
     std::size_t failAt = SIZE_MAX;  ///< with so many samples there, the next addition fails once
 
@@ -256,8 +239,6 @@ class FakeOutput final : public Kestrova::Utils::Kcom::OutputChannel::PlainOutpu
     std::string getName() const override { return name; }
     void setUsed(bool newUsed) override { used = newUsed; }
     bool isUsed() const override { return used; }
-    void setIntAttributeA(std::int32_t value) override { intAttributeA = value; }
-    void setExpectedRate(float samplesPerSecond) override { expectedRate = samplesPerSecond; }
     void addAsynchronousSample(const void* data, std::uint64_t size, double time) override {
         add(false, data, size, time);
     }

@@ -106,9 +106,9 @@ class SoftSyncRun : public SyncBench {
     void run(double seconds) {
         for (const double end = now + seconds - tick / 2; now < end;) {
             now += tick;
-            counter.nanoseconds = static_cast<std::uint64_t>(std::llround((now + 9.999) * 1e9));
+            counter.count = static_cast<std::uint64_t>(std::llround((now + 9.999) * 1e9));
             clock->SetTime(deviceAt(now - 0.001));
-            counter.nanoseconds += 1000000;
+            counter.count += 1000000;
             host.clock.seconds = std::max(0.0, now - zero);
             host.data.position = static_cast<std::int32_t>(std::lround(host.clock.seconds * 1000));
             manager.Tick();

@@ -2,20 +2,11 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-
 #include "sync/gnss_sync_manager_impl.h"
+#include "tests/support/manual_counter.h"
 #include "tests/support/scripted_host.h"
 
 namespace Kestrova::Utils::Kcom::Synchronization {
-
-/// Nanoseconds that a test moves. As on a computer, a look takes a moment.
-class SimulatedCounter final : public PerformanceCounter {
-  public:
-    std::uint64_t getCount() const override { return nanoseconds += 50; }
-    std::uint64_t getFrequency() const override { return 1000000000; }
-    mutable std::atomic<std::uint64_t> nanoseconds = 5000000000;
-};
 
 /// A manager under a scripted host.
 class SyncBench : public testing::Test {
@@ -23,7 +14,12 @@ class SyncBench : public testing::Test {
     static constexpr std::int32_t soft = HostGnssDevice::syncModeSoft;
     static constexpr std::int32_t pps = HostGnssDevice::syncModePps;
 
-    SyncBench() { manager.SetHost(&host.app); }
+    SyncBench() {
+        counter.onCount = [this] {
+            counter.count += 50;
+        };  // as on a computer, a look takes a moment
+        manager.SetHost(&host.app);
+    }
     /// A clock whose device has this mode and source. Device week 0 is a slave's zero.
     GNSSClockSwitchable& makeClock(std::int32_t mode, HostBool source = hostFalse) {
         auto& clock = dynamic_cast<GNSSClockSwitchable&>(*manager.CreateClock());
@@ -38,7 +34,7 @@ class SyncBench : public testing::Test {
     }
 
     ScriptedHost host;
-    SimulatedCounter counter;
+    ManualCounter counter{1000000000, 5000000000};
     GNSSSyncManagerImpl manager{counter};
 };
 

@@ -20,10 +20,6 @@ class Channels : public testing::Test, protected ChannelSink {
         samples.emplace_back(reinterpret_cast<const char*>(sample.data), sample.size);
         times.push_back(sample.time);
     }
-    void makeAsync(std::int32_t type) {
-        channel->setDataType(type);
-        channel->setAsync(hostTrue);
-    }
     std::int32_t bufferSize() { return hostValue(channel, &HostChannel::getBufferSize); }
     void write(std::int32_t number) { addSample(*channel, &number, sizeof number, number * 0.5); }
     void expectNumbers(std::int32_t first, std::int32_t last) {
@@ -46,7 +42,8 @@ class Channels : public testing::Test, protected ChannelSink {
 };
 
 TEST_F(Channels, WhatTheWriterLapsIsCountedAndTheRestIsRead) {
-    makeAsync(4);
+    channel->setDataType(4);
+    channel->setAsync(hostTrue);
     const std::int32_t size = bufferSize();
     for (std::int32_t number = 0; number < size + 7; ++number) {
         write(number);
@@ -65,15 +62,8 @@ TEST_F(Channels, WhatTheWriterLapsIsCountedAndTheRestIsRead) {
     EXPECT_EQ(channel->getWritten(), 0U);
 }
 
-TEST_F(Channels, AReaderThatIsCalledInTimeLosesNothingInAStall) {
-    makeAsync(4);
+TEST_F(Channels, AReaderThatIsCalledInTimeLosesNoVariantInAStall) {
     channel->setOnFull([this] { channel->takeNew(*this); });
-    const std::int32_t last = 3 * bufferSize();
-    for (std::int32_t number = 0; number <= last; ++number) {
-        write(number);
-    }
-    channel->takeNew(*this);
-    expectNumbers(0, last);
     channel->setDataType(StationChannel::variantType);
     constexpr int many = 40000;
     for (int i = 0; i < many; ++i) {

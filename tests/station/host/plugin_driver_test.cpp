@@ -67,7 +67,7 @@ class PluginDrivers : public testing::Test {
         return {};
     }
 
-    StillCounter counter;
+    ManualCounter counter{1'000'000'000, 5'000'000'000};
     PluginDriverOptions options;
     CountedRef<StationHost> host = makeObject<StationHost>(counter, StationHostOptions{});
     CountedRef<FakePlugin> plugin;
@@ -131,6 +131,10 @@ TEST_F(PluginDrivers, TheNextPartOverlapsTheLastAndKeepsTheCapture) {
     counter.pass(2147300.0);
     poll();
     EXPECT_TRUE(driver->needsNewPart());
+    const MasterClock& clock = host->clock();
+    EXPECT_GT(clock.getWrapCount(), 0);
+    EXPECT_EQ(std::int64_t{clock.getWrapCount()} * 65536 + clock.getPositionInBuffer(),
+              clock.getPosition());
     driver->endPart();
     const double end = host->clock().getPositionSeconds();
     const auto partStart = host->data().getStart();

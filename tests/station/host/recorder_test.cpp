@@ -56,7 +56,7 @@ class Recorders : public testing::Test {
     }
 
     const TemporaryFolder folder;
-    StillCounter counter;
+    ManualCounter counter{1'000'000'000, 5'000'000'000};
     CountedRef<StationHost> host = makeObject<StationHost>(counter, StationHostOptions{});
     RecordingSet recordings;
     MeasurementRecorder recorder{*host, recordings};

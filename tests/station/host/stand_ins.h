@@ -4,21 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "core/performance_counter.h"
 #include "station/host/counted.h"
 #include "station/host/station_channel.h"
+#include "tests/support/manual_counter.h"
 
 namespace station {
-
-/// Nanoseconds that stand still until a test moves them.
-class StillCounter final : public PerformanceCounter {
-  public:
-    std::uint64_t getCount() const override { return now; }
-    std::uint64_t getFrequency() const override { return 1000000000; }
-    void pass(double seconds) { now += static_cast<std::uint64_t>(seconds * 1e9 + 0.5); }
-
-    std::uint64_t now = 5'000'000'000;
-};
 
 class Bytes final : public Counted<HostByteArray> {
   public:
