@@ -6,16 +6,18 @@ import signal
 from subprocess import DEVNULL, PIPE
 
 import lab
+import setups
 
 USER = str(lab.BIN / "gui-user")
 
 
 class Desktop(lab.Station):
-    """`gui-user`; it measures when this is made."""
+    """`gui-user` with a new setup of these modules; it measures when this is made."""
 
     def __init__(self, modules, *options, setup, record=(), display=False):
         self.recordings = list(record)
-        command = [USER, "--setup", str(setup), *lab.repeat("--module", modules), *lab.repeat("--record", record)]
+        setups.make_measured(setup, modules)
+        command = [USER, "--setup", str(setup), *lab.repeat("--record", record)]
         command += map(str, options)
         variables = {**os.environ, "QT_QPA_PLATFORM": "offscreen", "QT_LOGGING_RULES": "*=false"}
         if display:

@@ -1,4 +1,4 @@
-"""The setup of the demo, made as a user makes one."""
+"""Setups, made as a user makes them."""
 
 import shlex
 
@@ -17,7 +17,21 @@ DEMO = [
 
 def make_demo(path, tell=False):
     """Writes the demo's setup to a file that isn't there yet."""
-    for words in DEMO:
+    make(path, DEMO, tell)
+
+
+def make_measured(path, names):
+    """Writes a setup of these modules, "TYPE:CONFIGID:NAME", whose channels are all used."""
+    commands = [["new", "FILE"]]
+    for module_type, config_id, name in (text.split(":") for text in names):
+        commands.append(["add", "FILE", "--type", module_type, "--config-id", config_id, "--name", name])
+        commands.append(["channel", "FILE", name, "all", "--used", "yes"])
+    make(path, commands)
+
+
+def make(path, commands, tell=False):
+    """Gives the commands, with the path in place of FILE."""
+    for words in commands:
         if tell:
             print("cmp-station setup", shlex.join(words).replace("FILE", path.name), flush=True)
         code, _, errors = lab.call([lab.STATION, "setup", *[str(path) if word == "FILE" else word for word in words]])

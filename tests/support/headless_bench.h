@@ -20,39 +20,28 @@ class HeadlessBench final : public ToolkitBench {
         return user().grid(grid).titles();
     }
     std::vector<std::int32_t> shownRows(const std::string& grid) const override {
-        std::vector<std::int32_t> rows;
-        attempt([&] { rows = user().grid(grid).rows(); });
-        return rows;
+        return told([&] { return user().grid(grid).rows(); });
     }
-    std::string read(const std::string& grid, std::int32_t row,
-                     std::int32_t column) const override {
-        std::string text;
-        attempt([&] { text = user().grid(grid).read(row, title(grid, column)); });
-        return text;
+    std::string read(const Cell& cell) const override {
+        return told([&] { return user().grid(cell.grid).read(cell.row, title(cell)); });
     }
-    std::vector<std::string> offers(const std::string& grid, std::int32_t row,
-                                    std::int32_t column) const override {
-        std::vector<std::string> items;
-        attempt([&] { items = user().grid(grid).offers(row, title(grid, column)); });
-        return items;
+    std::vector<std::string> offers(const Cell& cell) const override {
+        return told([&] { return user().grid(cell.grid).offers(cell.row, title(cell)); });
     }
     bool press(const std::string& button) const override {
         return attempt([&] { user().press(button); });
     }
-    bool type(const std::string& grid, std::int32_t row, std::int32_t column,
-              const std::string& text) const override {
-        return attempt([&] { user().grid(grid).type(row, title(grid, column), text); });
+    bool type(const Cell& cell, const std::string& text) const override {
+        return attempt([&] { user().grid(cell.grid).type(cell.row, title(cell), text); });
     }
-    bool pick(const std::string& grid, std::int32_t row, std::int32_t column,
-              const std::string& item) const override {
-        return attempt([&] { user().grid(grid).pick(row, title(grid, column), item); });
+    bool pick(const Cell& cell, const std::string& item) const override {
+        return attempt([&] { user().grid(cell.grid).pick(cell.row, title(cell), item); });
     }
-    bool toggle(const std::string& grid, std::int32_t row, std::int32_t column) const override {
-        return attempt([&] { user().grid(grid).toggle(row, title(grid, column)); });
+    bool toggle(const Cell& cell) const override {
+        return attempt([&] { user().grid(cell.grid).toggle(cell.row, title(cell)); });
     }
-    bool setColor(const std::string& grid, std::int32_t row, std::int32_t column,
-                  std::uint32_t color) const override {
-        return attempt([&] { user().grid(grid).setColor(row, title(grid, column), color); });
+    bool setColor(const Cell& cell, std::uint32_t color) const override {
+        return attempt([&] { user().grid(cell.grid).setColor(cell.row, title(cell), color); });
     }
     bool fold(const std::string& grid, std::int32_t row) const override {
         return attempt([&] { user().grid(grid).fold(row); });
@@ -67,8 +56,15 @@ class HeadlessBench final : public ToolkitBench {
 
   private:
     station::HeadlessUser user() const { return station::HeadlessUser(*open); }
-    std::string title(const std::string& grid, std::int32_t column) const {
-        return titles(grid).at(static_cast<std::size_t>(column));
+    std::string title(const Cell& cell) const {
+        return titles(cell.grid).at(static_cast<std::size_t>(cell.column));
+    }
+    /// What `question` gives; empty if it fails.
+    template <typename Question>
+    std::invoke_result_t<Question> told(const Question& question) const {
+        std::invoke_result_t<Question> answer;
+        attempt([&] { answer = question(); });
+        return answer;
     }
     template <typename Action>
     bool attempt(const Action& action) const {

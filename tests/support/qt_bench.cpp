@@ -35,13 +35,14 @@ CountedRef<DrawGrid> QtUser::model(const std::string& grid) const {
     return element != nullptr ? element->grid : nullptr;
 }
 
-QModelIndex QtUser::show(const std::string& grid, std::int32_t row, std::int32_t column) const {
-    GridView* const shown = view(grid);
+QModelIndex QtUser::show(const Cell& cell) const {
+    GridView* const shown = view(cell.grid);
     for (int i = 0; shown != nullptr && i < shown->shown().rowCount(); ++i) {
-        if (shown->shown().gridRow(i) == row) {
-            shown->scrollTo(shown->shown().index(i, column));
+        if (shown->shown().gridRow(i) == cell.row) {
+            shown->scrollTo(shown->shown().index(i, cell.column));
             settle();
-            return i < shown->shown().rowCount() ? shown->shown().index(i, column) : QModelIndex();
+            return i < shown->shown().rowCount() ? shown->shown().index(i, cell.column)
+                                                 : QModelIndex();
         }
     }
     return {};
@@ -56,35 +57,33 @@ std::vector<std::int32_t> QtUser::shownRows(const std::string& grid) const {
     return rows;
 }
 
-std::string QtUser::read(const std::string& grid, std::int32_t row, std::int32_t column) const {
-    const QModelIndex index = show(grid, row, column);
+std::string QtUser::read(const Cell& cell) const {
+    const QModelIndex index = show(cell);
     if (!index.isValid()) {
         return "no such cell";
     }
-    const CellContent& content = view(grid)->shown().content(index);
+    const CellContent& content = view(cell.grid)->shown().content(index);
     if (content.type == CellType::color) {
         return QString("%1").arg(content.color, 6, 16, QChar('0')).toUpper().toStdString();
     }
     if (content.type == CellType::groupExpander) {
-        const auto group = model(grid)->groupHeadedBy(row);
+        const auto group = model(cell.grid)->groupHeadedBy(cell.row);
         return !content.expander || !group ? "" : group->isExpanded() ? "-" : "+";
     }
     return index.data().toString().toStdString();
 }
 
-bool QtUser::isOfType(const std::string& grid, std::int32_t row, std::int32_t column,
-                      std::int32_t type) const {
-    const QModelIndex index = show(grid, row, column);
-    return index.isValid() && view(grid)->shown().content(index).type == type;
+bool QtUser::isOfType(const Cell& cell, std::int32_t type) const {
+    const QModelIndex index = show(cell);
+    return index.isValid() && view(cell.grid)->shown().content(index).type == type;
 }
 
-bool QtUser::click(const std::string& grid, std::int32_t row, std::int32_t column,
-                   Qt::KeyboardModifiers modifiers) const {
-    const QModelIndex index = show(grid, row, column);
+bool QtUser::click(const Cell& cell, Qt::KeyboardModifiers modifiers) const {
+    const QModelIndex index = show(cell);
     if (!index.isValid()) {
         return false;
     }
-    const GridView* const shown = view(grid);
+    const GridView* const shown = view(cell.grid);
     QTest::mouseClick(shown->viewport(), Qt::LeftButton, modifiers,
                       shown->visualRect(index).center());
     settle();
@@ -103,13 +102,12 @@ bool QtUser::press(const std::string& button) const {
     return true;
 }
 
-bool QtUser::type(const std::string& grid, std::int32_t row, std::int32_t column,
-                  const std::string& text) const {
-    const QModelIndex index = show(grid, row, column);
+bool QtUser::type(const Cell& cell, const std::string& text) const {
+    const QModelIndex index = show(cell);
     if (!index.isValid()) {
         return false;
     }
-    GridView* const shown = view(grid);
+    GridView* const shown = view(cell.grid);
     const bool isTyped = (index.flags() & Qt::ItemIsEditable) != 0;
     shown->setFocus();
     shown->setCurrentIndex(index);
@@ -127,13 +125,12 @@ bool QtUser::type(const std::string& grid, std::int32_t row, std::int32_t column
     return true;
 }
 
-std::vector<std::string> QtUser::offers(const std::string& grid, std::int32_t row,
-                                        std::int32_t column) const {
+std::vector<std::string> QtUser::offers(const Cell& cell) const {
     std::vector<std::string> items;
-    if (!isOfType(grid, row, column, CellType::comboBox) || !click(grid, row, column)) {
+    if (!isOfType(cell, CellType::comboBox) || !click(cell)) {
         return items;
     }
-    if (auto* const box = view(grid)->viewport()->findChild<QComboBox*>()) {
+    if (auto* const box = view(cell.grid)->viewport()->findChild<QComboBox*>()) {
         for (int i = 0; i < box->count(); ++i) {
             items.push_back(box->itemText(i).toStdString());
         }
@@ -143,12 +140,11 @@ std::vector<std::string> QtUser::offers(const std::string& grid, std::int32_t ro
     return items;
 }
 
-bool QtUser::pick(const std::string& grid, std::int32_t row, std::int32_t column,
-                  const std::string& item) const {
-    if (!isOfType(grid, row, column, CellType::comboBox) || !click(grid, row, column)) {
+bool QtUser::pick(const Cell& cell, const std::string& item) const {
+    if (!isOfType(cell, CellType::comboBox) || !click(cell)) {
         return false;
     }
-    auto* const box = view(grid)->viewport()->findChild<QComboBox*>();
+    auto* const box = view(cell.grid)->viewport()->findChild<QComboBox*>();
     const int at = box != nullptr ? box->findText(QString::fromStdString(item)) : -1;
     if (at >= 0) {
         QAbstractItemView* const list = box->view();
@@ -161,16 +157,15 @@ bool QtUser::pick(const std::string& grid, std::int32_t row, std::int32_t column
     return at >= 0;
 }
 
-bool QtUser::toggle(const std::string& grid, std::int32_t row, std::int32_t column) const {
-    return isOfType(grid, row, column, CellType::toggle) && click(grid, row, column);
+bool QtUser::toggle(const Cell& cell) const {
+    return isOfType(cell, CellType::toggle) && click(cell);
 }
 
-bool QtUser::setColor(const std::string& grid, std::int32_t row, std::int32_t column,
-                      std::uint32_t color) const {
-    if (!isOfType(grid, row, column, CellType::color) || !click(grid, row, column)) {
+bool QtUser::setColor(const Cell& cell, std::uint32_t color) const {
+    if (!isOfType(cell, CellType::color) || !click(cell)) {
         return false;
     }
-    auto* const dialog = view(grid)->findChild<QColorDialog*>();
+    auto* const dialog = view(cell.grid)->findChild<QColorDialog*>();
     if (dialog == nullptr) {
         return false;
     }
@@ -184,9 +179,9 @@ bool QtUser::fold(const std::string& grid, std::int32_t row) const {
     const auto shown = model(grid);
     const int columns = shown ? static_cast<int>(shown->getColumns().size()) : 0;
     for (int column = 0; column < columns; ++column) {
-        const QModelIndex index = show(grid, row, column);
+        const QModelIndex index = show({grid, row, column});
         if (index.isValid() && view(grid)->shown().content(index).expander) {
-            return click(grid, row, column);
+            return click({grid, row, column});
         }
     }
     return false;
@@ -194,8 +189,9 @@ bool QtUser::fold(const std::string& grid, std::int32_t row) const {
 
 bool QtUser::select(const std::string& grid, const std::vector<std::int32_t>& rows) const {
     view(grid)->clearSelection();
-    return std::all_of(rows.begin(), rows.end(),
-                       [&](std::int32_t row) { return click(grid, row, 0, Qt::ControlModifier); });
+    return std::all_of(rows.begin(), rows.end(), [&](std::int32_t row) {
+        return click({grid, row, 0}, Qt::ControlModifier);
+    });
 }
 
 QtBench::QtBench()

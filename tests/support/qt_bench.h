@@ -18,22 +18,18 @@ class QtUser : public virtual ToolkitUser {
     station::GridView* view(const std::string& grid) const;
     CountedRef<station::DrawGrid> model(const std::string& grid) const;
     std::vector<std::int32_t> shownRows(const std::string& grid) const override;
-    std::string read(const std::string& grid, std::int32_t row, std::int32_t column) const override;
-    std::vector<std::string> offers(const std::string& grid, std::int32_t row,
-                                    std::int32_t column) const override;
+    std::string read(const Cell& cell) const override;
+    std::vector<std::string> offers(const Cell& cell) const override;
     bool press(const std::string& button) const override;
-    bool type(const std::string& grid, std::int32_t row, std::int32_t column,
-              const std::string& text) const override;
-    bool pick(const std::string& grid, std::int32_t row, std::int32_t column,
-              const std::string& item) const override;
-    bool toggle(const std::string& grid, std::int32_t row, std::int32_t column) const override;
-    bool setColor(const std::string& grid, std::int32_t row, std::int32_t column,
-                  std::uint32_t color) const override;
+    bool type(const Cell& cell, const std::string& text) const override;
+    bool pick(const Cell& cell, const std::string& item) const override;
+    bool toggle(const Cell& cell) const override;
+    bool setColor(const Cell& cell, std::uint32_t color) const override;
     bool fold(const std::string& grid, std::int32_t row) const override;
     bool select(const std::string& grid, const std::vector<std::int32_t>& rows) const override;
 
     /// The cell as the model has it, in sight and up to date; invalid for one that isn't shown.
-    QModelIndex show(const std::string& grid, std::int32_t row, std::int32_t column) const;
+    QModelIndex show(const Cell& cell) const;
     /// Lets all that is under way happen, what is to be deleted later included.
     static void settle();
 
@@ -41,10 +37,8 @@ class QtUser : public virtual ToolkitUser {
     QPointer<station::QtWindow> toolkit;
 
   private:
-    bool click(const std::string& grid, std::int32_t row, std::int32_t column,
-               Qt::KeyboardModifiers modifiers = {}) const;
-    bool isOfType(const std::string& grid, std::int32_t row, std::int32_t column,
-                  std::int32_t type) const;
+    bool click(const Cell& cell, Qt::KeyboardModifiers modifiers = {}) const;
+    bool isOfType(const Cell& cell, std::int32_t type) const;
 };
 
 class QtBench final : public ToolkitBench, public QtUser {

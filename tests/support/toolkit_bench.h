@@ -8,27 +8,27 @@
 
 #include "host/toolkit.h"
 
-/// A user in front of one window. Rows are the grid's, from 1; columns are counted from 0. What he
-/// does is false where the toolkit doesn't let him.
+struct Cell {
+    std::string grid;
+    std::int32_t row = 0;     ///< of the grid, from 1
+    std::int32_t column = 0;  ///< from 0
+};
+
+/// A user in front of one window. What he does is false where the toolkit doesn't let him.
 class ToolkitUser {
   public:
     virtual ~ToolkitUser() = default;
 
     virtual std::vector<std::int32_t> shownRows(const std::string& grid) const = 0;
     /// As text: a colour as six hexadecimal digits, an expander as "-" (unfolded) or "+" (folded).
-    virtual std::string read(const std::string& grid, std::int32_t row,
-                             std::int32_t column) const = 0;
+    virtual std::string read(const Cell& cell) const = 0;
     /// Of a combo box; empty for another cell.
-    virtual std::vector<std::string> offers(const std::string& grid, std::int32_t row,
-                                            std::int32_t column) const = 0;
+    virtual std::vector<std::string> offers(const Cell& cell) const = 0;
     virtual bool press(const std::string& button) const = 0;
-    virtual bool type(const std::string& grid, std::int32_t row, std::int32_t column,
-                      const std::string& text) const = 0;
-    virtual bool pick(const std::string& grid, std::int32_t row, std::int32_t column,
-                      const std::string& item) const = 0;
-    virtual bool toggle(const std::string& grid, std::int32_t row, std::int32_t column) const = 0;
-    virtual bool setColor(const std::string& grid, std::int32_t row, std::int32_t column,
-                          std::uint32_t color) const = 0;
+    virtual bool type(const Cell& cell, const std::string& text) const = 0;
+    virtual bool pick(const Cell& cell, const std::string& item) const = 0;
+    virtual bool toggle(const Cell& cell) const = 0;
+    virtual bool setColor(const Cell& cell, std::uint32_t color) const = 0;
     virtual bool fold(const std::string& grid, std::int32_t row) const = 0;
     virtual bool select(const std::string& grid, const std::vector<std::int32_t>& rows) const = 0;
 };

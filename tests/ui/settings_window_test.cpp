@@ -23,32 +23,32 @@ TEST_P(SettingsWindowTest, WithoutModulesThereIsTheHeaderOnlyAndAddMakesAnUnknow
 TEST_P(SettingsWindowTest, TypeAndConfigIdArePicked) {
     add(DeviceTypeInfo::unknownId, 0);
     openSettings();
-    EXPECT_THAT(user->offers(grid, 1, type),
+    EXPECT_THAT(user->offers({grid, 1, type}),
                 ElementsAre("Unknown", "LIN combo", "CAN combo", "NeoviFire3"));
-    EXPECT_TRUE(user->pick(grid, 1, type, "CAN combo"));
-    EXPECT_THAT(user->offers(grid, 1, configId),
+    EXPECT_TRUE(user->pick({grid, 1, type}, "CAN combo"));
+    EXPECT_THAT(user->offers({grid, 1, configId}),
                 ElementsAre("0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "A", "B", "C", "D",
                             "E", "F"));
-    EXPECT_TRUE(user->pick(grid, 1, configId, "B"));
+    EXPECT_TRUE(user->pick({grid, 1, configId}, "B"));
     EXPECT_EQ(devices().list()[0]->getConfigId(), 11);
-    EXPECT_FALSE(user->type(grid, 1, configId, "3"));
-    EXPECT_TRUE(user->type(grid, 1, name, "M\xC3\xBCller"));
+    EXPECT_FALSE(user->type({grid, 1, configId}, "3"));
+    EXPECT_TRUE(user->type({grid, 1, name}, "M\xC3\xBCller"));
     EXPECT_EQ(row(grid, 1), "1|CAN combo|M\xC3\xBCller|0xB|N/A|Not connected");
     EXPECT_EQ(devices().list()[0]->getChannels()->size(), 7U);
-    EXPECT_THAT(user->offers(grid, 1, serial), IsEmpty());
+    EXPECT_THAT(user->offers({grid, 1, serial}), IsEmpty());
 }
 
 TEST_P(SettingsWindowTest, AConfigIdWithoutARangeIsTypedAndWhatIsNoNumberIsZero) {
     CmpDevice& device = add(DeviceTypeInfo::neoviFire3Id, 5);
     openSettings();
-    EXPECT_FALSE(user->pick(grid, 1, configId, "3"));
+    EXPECT_FALSE(user->pick({grid, 1, configId}, "3"));
     const std::pair<const char*, std::uint16_t> cases[] = {
         {"12", 12}, {"zwei", 0}, {" 7 ", 7}, {"300x", 300}, {"", 0}, {"65537", 1}, {"-1", 65535}};
     for (const auto& [typed, expected] : cases) {
         device.setCmId(5);
-        EXPECT_TRUE(user->type(grid, 1, configId, typed));
+        EXPECT_TRUE(user->type({grid, 1, configId}, typed));
         EXPECT_EQ(device.getConfigId(), expected) << typed;
-        EXPECT_EQ(user->read(grid, 1, configId), std::to_string(expected)) << typed;
+        EXPECT_EQ(user->read({grid, 1, configId}), std::to_string(expected)) << typed;
     }
 }
 
@@ -74,15 +74,15 @@ TEST_P(SettingsWindowTest, TheSelectedRowsAreRemovedAndNoOthers) {
 TEST_P(SettingsWindowTest, StateAndSerialNumberFollowTheModuleByThemselves) {
     add(DeviceTypeInfo::canComboId, 1);
     openSettings();
-    EXPECT_EQ(user->read(grid, 1, status), "Not connected");
+    EXPECT_EQ(user->read({grid, 1, status}), "Not connected");
     read(wire::tecmp(1, 1, {{0, 5'000'000'000, wire::cmStatus(0x41, 7, "S77")}}));
     core->packetReader.flushAll();
     user->passTime(refreshTime);
-    EXPECT_EQ(user->read(grid, 1, serial), "S77");
-    EXPECT_EQ(user->read(grid, 1, status), "Connected");
+    EXPECT_EQ(user->read({grid, 1, serial}), "S77");
+    EXPECT_EQ(user->read({grid, 1, status}), "Connected");
     counter.count += 2 * counter.frequency;
     user->passTime(refreshTime);
-    EXPECT_EQ(user->read(grid, 1, serial) + user->read(grid, 1, status), "N/ANot connected");
+    EXPECT_EQ(user->read({grid, 1, serial}) + user->read({grid, 1, status}), "N/ANot connected");
 }
 
 TEST_P(SettingsWindowTest, RowsWhoseModulesWereTakenAwayByALoadAreEmptyAndTakeNothing) {
@@ -92,8 +92,8 @@ TEST_P(SettingsWindowTest, RowsWhoseModulesWereTakenAwayByALoadAreEmptyAndTakeNo
     devices().remove(1);
     user->passTime(refreshTime);
     EXPECT_EQ(row(grid, 2), "0|||||");
-    EXPECT_THAT(user->offers(grid, 2, type), IsEmpty());
-    EXPECT_TRUE(user->type(grid, 2, name, "x"));
+    EXPECT_THAT(user->offers({grid, 2, type}), IsEmpty());
+    EXPECT_TRUE(user->type({grid, 2, name}, "x"));
     EXPECT_TRUE(user->select(grid, {2}));
     EXPECT_TRUE(user->press("removeDeviceButton"));
     EXPECT_THAT(user->takeFailures(), IsEmpty());
@@ -106,7 +106,7 @@ TEST_P(SettingsWindowTest, ControlsThatOutlastThePluginsWindowDoNothing) {
     openSettings();
     settings.reset();
     EXPECT_TRUE(user->press("addDeviceButton"));
-    EXPECT_TRUE(user->type(grid, 1, name, "x"));
+    EXPECT_TRUE(user->type({grid, 1, name}, "x"));
     user->passTime(refreshTime);
     EXPECT_EQ(devices().list().size(), 1U);
     EXPECT_THAT(deviceNames(), ElementsAre("Technica CAN combo"));

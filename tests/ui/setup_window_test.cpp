@@ -57,31 +57,31 @@ TEST_P(SetupWindowTest, UntickingUsedTellsTheChannelOnce) {
     auto& channel = *host.groupOfPlugins.mounted.at(0);
     channel.used = hostTrue;
     openSetup();
-    EXPECT_EQ(user->read(grid, 2, used), "Used");
+    EXPECT_EQ(user->read({grid, 2, used}), "Used");
     host.script.forget();
-    EXPECT_TRUE(user->toggle(grid, 2, used));
+    EXPECT_TRUE(user->toggle({grid, 2, used}));
     const auto calls = host.script.calls();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "HostChannel::setUsed(false)"), 1);
-    EXPECT_EQ(user->read(grid, 2, used), "Unused");
+    EXPECT_EQ(user->read({grid, 2, used}), "Unused");
     channel.used = hostTrue;
     user->passTime(refreshTime);
-    EXPECT_EQ(user->read(grid, 2, used), "Used");
+    EXPECT_EQ(user->read({grid, 2, used}), "Used");
 }
 
 TEST_P(SetupWindowTest, NameAndColourGoToTheChannelAndTheModulesRowTakesNothing) {
     add(DeviceTypeInfo::canComboId, 1);
     openSetup();
-    EXPECT_TRUE(user->type(grid, 3, name, "Motor \xE2\x82\xAC"));
-    EXPECT_TRUE(user->setColor(grid, 3, color, 0x123456));
+    EXPECT_TRUE(user->type({grid, 3, name}, "Motor \xE2\x82\xAC"));
+    EXPECT_TRUE(user->setColor({grid, 3, color}, 0x123456));
     EXPECT_EQ(host.groupOfPlugins.mounted.at(1)->name, L"Motor \u20AC");
     EXPECT_EQ(host.groupOfPlugins.mounted.at(1)->color, 0x123456U);
-    EXPECT_EQ(user->read(grid, 3, name) + user->read(grid, 3, color),
+    EXPECT_EQ(user->read({grid, 3, name}) + user->read({grid, 3, color}),
               "Motor \xE2\x82\xAC"
               "123456");
-    EXPECT_FALSE(user->type(grid, 1, name, "x"));
-    EXPECT_FALSE(user->toggle(grid, 1, used));
-    EXPECT_FALSE(user->setColor(grid, 1, color, 1));
-    EXPECT_FALSE(user->type(grid, 3, data, "x"));
+    EXPECT_FALSE(user->type({grid, 1, name}, "x"));
+    EXPECT_FALSE(user->toggle({grid, 1, used}));
+    EXPECT_FALSE(user->setColor({grid, 1, color}, 1));
+    EXPECT_FALSE(user->type({grid, 3, data}, "x"));
 }
 
 TEST_P(SetupWindowTest, AChannelWhoseOutputIsGoneIsEmptyAndTakesNothing) {
@@ -90,11 +90,11 @@ TEST_P(SetupWindowTest, AChannelWhoseOutputIsGoneIsEmptyAndTakesNothing) {
     device.releaseOutputs();
     user->passTime(refreshTime);
     EXPECT_EQ(row(grid, 2), "|16|Unused|000000||0x1|N/A|CAN FD|");
-    EXPECT_TRUE(user->toggle(grid, 2, used));
-    EXPECT_TRUE(user->type(grid, 2, name, "x"));
-    EXPECT_TRUE(user->setColor(grid, 2, color, 1));
+    EXPECT_TRUE(user->toggle({grid, 2, used}));
+    EXPECT_TRUE(user->type({grid, 2, name}, "x"));
+    EXPECT_TRUE(user->setColor({grid, 2, color}, 1));
     EXPECT_THAT(user->takeFailures(), IsEmpty());
-    EXPECT_EQ(user->read(grid, 2, used), "Unused");
+    EXPECT_EQ(user->read({grid, 2, used}), "Unused");
 }
 
 TEST_P(SetupWindowTest, RemovedModulesStayUntilTheWindowGoes) {
@@ -104,7 +104,7 @@ TEST_P(SetupWindowTest, RemovedModulesStayUntilTheWindowGoes) {
     devices().clear();
     add(DeviceTypeInfo::linComboId, 2);
     user->passTime(refreshTime);
-    EXPECT_EQ(user->read(grid, 1, name), "Front");
+    EXPECT_EQ(user->read({grid, 1, name}), "Front");
     EXPECT_THAT(user->shownRows(grid), testing::SizeIs(8)) << "what came later isn't there";
     EXPECT_FALSE(device.expired());
     openSetup();
@@ -117,16 +117,16 @@ TEST_P(SetupWindowTest, AFailureOfTheHostInAHandlerIsTold) {
     openSetup();
     user->shownRows(grid);
     host.script.failOperation("HostChannel::setUsed", HostCode::failed);
-    EXPECT_TRUE(user->toggle(grid, 2, used));
+    EXPECT_TRUE(user->toggle({grid, 2, used}));
     EXPECT_THAT(user->takeFailures(), ElementsAre(0x80000014U));
     host.script.failOperation("HostChannel::getName", HostCode::failed);
     user->passTime(refreshTime);
-    user->read(grid, 2, used);
+    user->read({grid, 2, used});
     EXPECT_THAT(user->takeFailures(), testing::Contains(0x80000014U));
     host.script.heal();
     user->passTime(refreshTime);
     user->takeFailures();
-    EXPECT_EQ(user->read(grid, 2, id), "16");
+    EXPECT_EQ(user->read({grid, 2, id}), "16");
     EXPECT_THAT(user->takeFailures(), IsEmpty());
 }
 
@@ -156,18 +156,18 @@ TEST_P(SetupWindowTest, ModulesMayGoAndChangeTheirTypeWhileTheCaptureThreadRuns)
     for (int round = 0; round < 60; ++round) {
         ASSERT_TRUE(listWindow->press("addDeviceButton"));
         const auto last = static_cast<std::int32_t>(devices().list().size());
-        ASSERT_TRUE(listWindow->pick(list, last, 1, round % 3 == 0 ? "LIN combo" : "CAN combo"));
-        ASSERT_TRUE(listWindow->pick(list, last, 3, std::to_string(round % 4)));
+        ASSERT_TRUE(listWindow->pick({list, last, 1}, round % 3 == 0 ? "LIN combo" : "CAN combo"));
+        ASSERT_TRUE(listWindow->pick({list, last, 3}, std::to_string(round % 4)));
         if (round % 5 == 0) {
             openSetup();
         }
-        ASSERT_TRUE(listWindow->pick(list, 1, 1, round % 2 == 0 ? "CAN combo" : "Unknown"));
+        ASSERT_TRUE(listWindow->pick({list, 1, 1}, round % 2 == 0 ? "CAN combo" : "Unknown"));
         if (last > 4) {
             ASSERT_TRUE(listWindow->select(list, {1, 3}));
             ASSERT_TRUE(listWindow->press("removeDeviceButton"));
         }
         for (const std::int32_t shown : user->shownRows(grid)) {
-            user->read(grid, shown, data);
+            user->read({grid, shown, data});
         }
         for (const std::uint64_t before = reads; reads < before + 40;) {
             std::this_thread::yield();

@@ -74,7 +74,7 @@ class WindowBench {
         std::string text;
         const auto columns = static_cast<std::int32_t>(user->titles(grid).size());
         for (std::int32_t column = 0; column < columns; ++column) {
-            text += (column == 0 ? "" : "|") + user->read(grid, number, column);
+            text += (column == 0 ? "" : "|") + user->read({grid, number, column});
         }
         return text;
     }

@@ -46,7 +46,7 @@ class WindowEventsTest : public testing::Test {
         return bench.shownRows("deviceDrawGrid").size() == before + 1;
     }
     static bool showsChannels(HeadlessBench& bench) {
-        return !bench.read("channelDrawGrid", 1, 5).empty();
+        return !bench.read({"channelDrawGrid", 1, 5}).empty();
     }
 
     const std::size_t handlersBefore = kvRtTrackedCount();

@@ -15,13 +15,11 @@
 #include <optional>
 #include <thread>
 
-#include "station/bench/setup_editor.h"
 #include "station/gui/main_window.h"
-#include "station/module_option.h"
 #include "station/stop_signal.h"
 #include "tests/support/qt_bench.h"
 
-// The desktop program with a user for a live run: sets up modules, measures, looks at the live view
+// The desktop program with a user for a live run: opens a setup, measures, looks at the live view
 // in both forms, closes the window on Ctrl-C and answers its question. At the end it prints one
 // JSON object: the report as `cmp-station run --json` has it, and the latency of the event loop.
 
@@ -32,7 +30,6 @@ using SteadyClock = std::chrono::steady_clock;
 
 struct Options {
     std::string setup;
-    std::vector<std::string> modules;
     std::string recording;
     std::string pictures;  ///< folder, empty for none
     bool withoutQuestion = false;
@@ -101,21 +98,6 @@ class LatencyProbe {
     std::vector<double> delays;  ///< of the event loop's thread
     std::thread poster;
 };
-
-void makeSetup(const Options& options) {
-    Bench bench({options.workspace.plugin, MasterClock::defaultSampleRate,
-                 [](const std::string& text) { fmt::print(stderr, "{}\n", text); }});
-    SetupEditor editor(bench);
-    for (const std::string& text : options.modules) {
-        const ModuleOption option = ModuleOption::parse(text);
-        ModuleChange module{option.type, option.configId, {}};
-        if (!option.name.empty()) {
-            module.name = option.name;
-        }
-        editor.useAllChannels(editor.addModule(module));
-    }
-    bench.save(SetupFile(options.setup));
-}
 
 class User {
   public:
@@ -191,9 +173,9 @@ class User {
         if (turn % 2 == 1) {
             user.press(PluginWindows::addButton);
             const std::int32_t row = user.shownRows(grid).back();
-            user.pick(grid, row, Type, "CAN combo");
-            user.pick(grid, row, ConfigId, "E");
-            user.pick(grid, row, Type, "LIN combo");
+            user.pick({grid, row, Type}, "CAN combo");
+            user.pick({grid, row, ConfigId}, "E");
+            user.pick({grid, row, Type}, "LIN combo");
         } else {
             user.select(grid, {user.shownRows(grid).back()});
             user.press(PluginWindows::removeButton);
@@ -227,10 +209,7 @@ std::string indented(std::string json) {
 int execute(int argc, char** argv) {
     CLI::App app{"The desktop program with a user for a live run."};
     Options options;
-    app.add_option("--setup", options.setup, "The setup's file, made of the modules")->required();
-    app.add_option("--module", options.modules, "\"TYPE:CONFIGID[:NAME]\"")
-        ->expected(1)
-        ->take_all();
+    app.add_option("--setup", options.setup, "The setup's file")->required();
     app.add_option("--record", options.recording, "The recording");
     app.add_option("--pictures", options.pictures, "A folder for pictures of the windows");
     app.add_flag("--without-question", options.withoutQuestion, "It ends as by a signal");
@@ -239,7 +218,6 @@ int execute(int argc, char** argv) {
     StopSignal stop;
     QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("cmp-station-test");
-    makeSetup(options);
     MainWindow window(options.workspace);
     window.show();
     User user(options, window);

@@ -14,7 +14,9 @@ class QtToolkit : public ToolkitConformance {
   protected:
     QtBench& qt() { return static_cast<QtBench&>(*bench); }
     GridView& view() { return *qt().view("grid"); }
-    QModelIndex at(std::int32_t row, std::int32_t column) { return qt().show("grid", row, column); }
+    QModelIndex at(std::int32_t row, std::int32_t column) {
+        return qt().show({"grid", row, column});
+    }
     template <typename Widget>
     Widget* editor() {
         QtUser::settle();

@@ -56,7 +56,7 @@ TEST_P(ToolkitConformance, CellsAreAskedForAndShownByTheirType) {
     });
     std::vector<std::string> shown;
     for (std::int32_t column = 0; column < 8; ++column) {
-        shown.push_back(bench->read("grid", 1, column));
+        shown.push_back(bench->read({"grid", 1, column}));
     }
     EXPECT_THAT(shown, ElementsAre("text", "text", "12", "0.5", "text", "00FF80", "text", "0.5"));
     EXPECT_EQ(asked.count({0, 0}), 0U) << "the header was asked for";
@@ -83,16 +83,16 @@ TEST_P(ToolkitConformance, InputArrivesWithItsCellAndTheCellIsAskedForAnew) {
         value = args.getChecked() ? "on" : "off";
     });
 
-    EXPECT_TRUE(bench->type("grid", 2, 0, "Gr\xC3\xBC\xC3\x9F"));
-    EXPECT_EQ(cell + " " + bench->read("grid", 2, 0), "2/0 Gr\xC3\xBC\xC3\x9F,0,0");
-    EXPECT_TRUE(bench->type("grid", 1, 1, "no number"));
+    EXPECT_TRUE(bench->type({"grid", 2, 0}, "Gr\xC3\xBC\xC3\x9F"));
+    EXPECT_EQ(cell + " " + bench->read({"grid", 2, 0}), "2/0 Gr\xC3\xBC\xC3\x9F,0,0");
+    EXPECT_TRUE(bench->type({"grid", 1, 1}, "no number"));
     EXPECT_EQ(cell + " " + value, "1/1 no number,0,0");
-    EXPECT_THAT(bench->offers("grid", 3, 2), ElementsAre("zero", "one of 3"));
-    EXPECT_TRUE(bench->pick("grid", 3, 2, "one of 3"));
+    EXPECT_THAT(bench->offers({"grid", 3, 2}), ElementsAre("zero", "one of 3"));
+    EXPECT_TRUE(bench->pick({"grid", 3, 2}, "one of 3"));
     EXPECT_EQ(cell + " " + value, "3/2 one of 3,1,0");
-    EXPECT_TRUE(bench->setColor("grid", 1, 3, 0x000010));
+    EXPECT_TRUE(bench->setColor({"grid", 1, 3}, 0x000010));
     EXPECT_EQ(cell + " " + value, "1/3 ,0,16");
-    EXPECT_TRUE(bench->toggle("grid", 2, 4));
+    EXPECT_TRUE(bench->toggle({"grid", 2, 4}));
     EXPECT_EQ(cell + " " + value, "2/4 on");
 }
 
@@ -108,14 +108,14 @@ TEST_P(ToolkitConformance, AUserCanDoWhatTheTypeOfTheCellAllowsAndNothingElse) {
     for (std::int32_t column = 0; column < static_cast<std::int32_t>(types.size()); ++column) {
         const std::int32_t type = types[static_cast<std::size_t>(column)];
         const bool typed = type == CellType::editText || type == CellType::editNumber;
-        EXPECT_EQ(bench->type("grid", 1, column, "a"), typed) << type;
-        EXPECT_EQ(bench->pick("grid", 1, column, "a"), type == CellType::comboBox) << type;
-        EXPECT_EQ(bench->toggle("grid", 1, column), type == CellType::toggle) << type;
-        EXPECT_EQ(bench->setColor("grid", 1, column, 1), type == CellType::color) << type;
+        EXPECT_EQ(bench->type({"grid", 1, column}, "a"), typed) << type;
+        EXPECT_EQ(bench->pick({"grid", 1, column}, "a"), type == CellType::comboBox) << type;
+        EXPECT_EQ(bench->toggle({"grid", 1, column}), type == CellType::toggle) << type;
+        EXPECT_EQ(bench->setColor({"grid", 1, column}, 1), type == CellType::color) << type;
     }
     EXPECT_EQ(events, 5);
-    EXPECT_FALSE(bench->pick("grid", 1, 6, "b"));
-    EXPECT_FALSE(bench->type("grid", 2, 1, "a"));
+    EXPECT_FALSE(bench->pick({"grid", 1, 6}, "b"));
+    EXPECT_FALSE(bench->type({"grid", 2, 1}, "a"));
     EXPECT_FALSE(bench->fold("grid", 1));
     EXPECT_EQ(events, 5);
 }
@@ -154,7 +154,7 @@ TEST_P(ToolkitConformance, WhatIsOutsideTheGridIsAFailureWithItsReason) {
 
 TEST_P(GroupedGrid, AFoldedGroupHidesItsRowsAndTellsOfTheChangeOnce) {
     EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
-    EXPECT_EQ(bench->read("grid", 1, 0), "-");
+    EXPECT_EQ(bench->read({"grid", 1, 0}), "-");
     EXPECT_TRUE(bench->select("grid", {2, 5}));
     EXPECT_TRUE(bench->fold("grid", 1));
     EXPECT_EQ(changed, "a");
@@ -162,7 +162,7 @@ TEST_P(GroupedGrid, AFoldedGroupHidesItsRowsAndTellsOfTheChangeOnce) {
     grid.refresh();
     EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 4, 5));
     EXPECT_THAT(asked, testing::Not(testing::Contains(2)));
-    EXPECT_EQ(bench->read("grid", 1, 0), "+");
+    EXPECT_EQ(bench->read({"grid", 1, 0}), "+");
     EXPECT_FALSE(grid.isRowSelected(2));
     EXPECT_TRUE(grid.isRowSelected(5));
     EXPECT_FALSE(bench->fold("grid", 5));
@@ -253,7 +253,7 @@ TEST_P(ToolkitConformance, AHandlerMayReplaceTheContentThatItBelongsTo) {
         window.setXml("<Window/>");
         grid = {};
     });
-    EXPECT_TRUE(bench->type("grid", 1, 0, "x"));
+    EXPECT_TRUE(bench->type({"grid", 1, 0}, "x"));
     EXPECT_FALSE(bench->press("add"));
 }
 
