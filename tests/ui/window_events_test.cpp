@@ -22,6 +22,9 @@ class WindowEventsTest : public testing::Test {
     WindowEventsTest() {
         object = CountedRef<HostObject>::adopt(Plugin::create(nullptr, port, counter));
         object.queryTo(events);
+        CountedRef<IPlugin3> plugin;
+        object.queryTo(plugin);
+        EXPECT_EQ(plugin->onConnectHost(&host.app), HostCode::success);
     }
     ~WindowEventsTest() override {
         events.reset();
@@ -31,11 +34,6 @@ class WindowEventsTest : public testing::Test {
         EXPECT_EQ(kvRtTrackedCount(), handlersBefore);
     }
 
-    void connect() {
-        CountedRef<IPlugin3> plugin;
-        object.queryTo(plugin);
-        ASSERT_EQ(plugin->onConnectHost(&host.app), HostCode::success);
-    }
     HostResult send(std::int32_t event, HostObject* input = nullptr) {
         return events->onEvent(event, variantOf(input), nullptr);
     }
@@ -60,7 +58,6 @@ class WindowEventsTest : public testing::Test {
 };
 
 TEST_F(WindowEventsTest, EachWindowIsMadeAndClosedByItsEvents) {
-    connect();
     EXPECT_EQ(send(settings, first.window()), HostCode::success);
     EXPECT_TRUE(adds(first));
     for (const auto& [open, close] : {std::pair{179, 180}, {185, 186}}) {
@@ -82,7 +79,6 @@ TEST_F(WindowEventsTest, EachWindowIsMadeAndClosedByItsEvents) {
 }
 
 TEST_F(WindowEventsTest, ANewWindowTakesThePlaceOfTheOldOne) {
-    connect();
     EXPECT_EQ(send(settings, first.window()), HostCode::success);
     EXPECT_EQ(send(settings, second.window()), HostCode::success);
     EXPECT_FALSE(adds(first));
@@ -93,7 +89,6 @@ TEST_F(WindowEventsTest, ANewWindowTakesThePlaceOfTheOldOne) {
 }
 
 TEST_F(WindowEventsTest, AWindowThatCannotBeMadeIsToldAndLeavesTheOldOne) {
-    connect();
     EXPECT_EQ(send(settings, first.window()), HostCode::success);
     EXPECT_EQ(send(settings, nullptr), HostCode::failed);
     EXPECT_EQ(send(settings, &host.app), HostCode::failed);
@@ -107,7 +102,6 @@ TEST_F(WindowEventsTest, AWindowThatCannotBeMadeIsToldAndLeavesTheOldOne) {
 }
 
 TEST_F(WindowEventsTest, ThePluginGoesWithBothWindowsOpen) {
-    connect();
     EXPECT_EQ(send(settings, first.window()), HostCode::success);
     EXPECT_TRUE(adds(first));
     EXPECT_EQ(send(setup, second.window()), HostCode::success);

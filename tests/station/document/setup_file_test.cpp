@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <fstream>
-#include <iterator>
 
 #include "tests/support/temporary_folder.h"
 
@@ -32,10 +31,6 @@ class SetupFileTest : public ::testing::Test {
     void save(const std::wstring& name) const { SetupFile(path).save(*documentNamed(name)); }
     std::wstring load() const { return *SetupFile(path).load()->getRoot()->findValue(L"Name"); }
 
-    static std::string read(const fs::path& file) {
-        std::ifstream in(file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
     void write(const std::string& text) const {
         std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
     }
@@ -69,24 +64,24 @@ class SetupFileTest : public ::testing::Test {
 TEST_F(SetupFileTest, KeepsTheLastGoodFileAsBackupAndAStepBehind) {
     save(L"first");
     EXPECT_EQ(filesThere(), 1U);
-    const std::string first = read(path);
+    const std::string first = contentOf(path);
     save(L"second");
     save(L"second");
     EXPECT_EQ(load(), L"second");
-    EXPECT_EQ(read(backup), first);
+    EXPECT_EQ(contentOf(backup), first);
     EXPECT_EQ(filesThere(), 2U);
     std::int32_t mode = 1;
     SetupFile(path).load()->GetMode(&mode);
     EXPECT_EQ(mode, 0);
     SetupFile(path).save(*SetupFile(path).load());
-    EXPECT_EQ(read(backup), first);
+    EXPECT_EQ(contentOf(backup), first);
 }
 
 TEST_F(SetupFileTest, FileCutAtAnyLengthIsRefusedWithItsPlaceAndNeverOverwritten) {
     save(L"first");
     save(L"second");
-    const std::string good = read(path);
-    const std::string kept = read(backup);
+    const std::string good = contentOf(path);
+    const std::string kept = contentOf(backup);
     for (std::size_t length = 0; length + 1 < good.size(); ++length) {
         const std::string torn = good.substr(0, length);
         write(torn);
@@ -94,8 +89,8 @@ TEST_F(SetupFileTest, FileCutAtAnyLengthIsRefusedWithItsPlaceAndNeverOverwritten
                                        HasSubstr("take its backup")))
             << length;
         ASSERT_THAT(saveError(), HasSubstr("isn't overwritten")) << length;
-        ASSERT_EQ(read(path), torn);
-        ASSERT_EQ(read(backup), kept);
+        ASSERT_EQ(contentOf(path), torn);
+        ASSERT_EQ(contentOf(backup), kept);
     }
     write(good.substr(0, good.size() - 1));  // without the last line feed
     EXPECT_EQ(load(), L"second");
@@ -107,7 +102,7 @@ TEST_F(SetupFileTest, FileOfAnotherKindIsNotOverwritten) {
          {"notes of mine\n", "<svg version=\"1.1\"/>", "<Setup version=\"2\"/>"}) {
         write(text);
         EXPECT_THAT(saveError(), AllOf(HasSubstr("line 1"), HasSubstr("Move it away"))) << text;
-        EXPECT_EQ(read(path), text);
+        EXPECT_EQ(contentOf(path), text);
     }
     EXPECT_THAT(loadError(), HasSubstr("version is 2, and this program knows versions up to 1. "
                                        "Use a newer program."));
@@ -123,8 +118,8 @@ TEST_F(SetupFileTest, FileOfAnotherKindIsNotOverwritten) {
 TEST_F(SetupFileTest, FullDiskOrNoPlaceForTheBackupLeavesAllAsItWas) {
     save(L"first");
     save(L"second");
-    const std::string good = read(path);
-    const std::string kept = read(backup);
+    const std::string good = contentOf(path);
+    const std::string kept = contentOf(backup);
     const auto before = std::signal(SIGXFSZ, SIG_IGN);
     rlimit limit{};
     ::getrlimit(RLIMIT_FSIZE, &limit);
@@ -135,12 +130,12 @@ TEST_F(SetupFileTest, FullDiskOrNoPlaceForTheBackupLeavesAllAsItWas) {
     ::setrlimit(RLIMIT_FSIZE, &limit);
     std::signal(SIGXFSZ, before);
     EXPECT_THAT(error, AllOf(HasSubstr("File too large"), HasSubstr("Make room")));
-    EXPECT_EQ(read(path), good);
-    EXPECT_EQ(read(backup), kept);
+    EXPECT_EQ(contentOf(path), good);
+    EXPECT_EQ(contentOf(backup), kept);
     fs::remove(backup);
     fs::create_directory(backup);  // nowhere to put the backup
     EXPECT_THAT(saveError(), HasSubstr("Is a directory"));
-    EXPECT_EQ(read(path), good);
+    EXPECT_EQ(contentOf(path), good);
     EXPECT_EQ(filesThere(), 2U);
 }
 
@@ -162,11 +157,11 @@ TEST_F(SetupFileTest, WriterKilledAtAnyMomentLeavesAWholeFileAndHindersNobody) {
             ASSERT_NO_THROW(SetupFile(backup).load());
         }
     }
-    const std::string last = read(path);
+    const std::string last = contentOf(path);
     std::ofstream(directory / "bench.xml.0badf00d.tmp") << "<Setup versi";
     save(L"after");
     EXPECT_EQ(load(), L"after");
-    EXPECT_EQ(read(backup), last);
+    EXPECT_EQ(contentOf(backup), last);
 }
 
 }  // namespace

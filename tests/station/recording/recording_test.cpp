@@ -7,8 +7,6 @@
 #include <array>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "tests/support/temporary_folder.h"
 
@@ -21,11 +19,6 @@ using LinBytes = std::array<std::uint8_t, 13>;
 
 constexpr std::int64_t time = 1'700'000'000'123'456'999;
 const std::string line = "(1700000000.123456) C 123#0001020304050607\n";
-
-std::string contentOf(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 class Recordings : public testing::Test {
   protected:
