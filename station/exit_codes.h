@@ -8,7 +8,7 @@ namespace station {
 /// What the programs answer to the shell.
 enum class ExitCode : int {
     Good = 0,
-    Failed = 1,      ///< a failure while running
+    Failed = 1,      ///< a failure while running, or messages lost
     WrongUse = 2,    ///< options that make no sense
     Unreadable = 3,  ///< an input file that can't be read, or not to its end
     NotAllowed = 4,  ///< no permission to capture

@@ -21,7 +21,7 @@ Examples:
   cmp-station convert stored.pcap drive.pcapng drive.log
   cmp-station dump stored.pcap --count 10
 
-Exit codes: 0 good, 1 failure while running, 2 wrong use, 3 unreadable input,
+Exit codes: 0 good, 1 failure or loss while running, 2 wrong use, 3 unreadable input,
 4 not allowed to capture.)";
 
 int execute(int argc, char** argv) {
