@@ -11,7 +11,7 @@ struct CaptureInterface {
     std::string description;
 };
 
-/// An open interface. Read by the capture thread; closed by its destruction.
+/// An open interface. Read by the capture thread; closed by its destruction, on any thread.
 class CaptureHandle {
   public:
     static constexpr std::int32_t timeout = 0;

@@ -1,6 +1,7 @@
 #include "capture/cmp_packet_reader.h"
 
 #include <chrono>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -29,6 +30,23 @@ CmpPacketReader::CmpPacketReader(GNSSSyncManager* manager, OutputFactory* factor
 
 CmpPacketReader::~CmpPacketReader() {
     Stop();
+    closeInterfaces();
+}
+
+/// The system takes some 20 ms for each, but it can do it for all at once.
+void CmpPacketReader::closeInterfaces() {
+    std::vector<std::thread> closers;
+    for (PcapInterface& interface : interfaces) {
+        try {
+            closers.emplace_back([&interface] { interface.handle.reset(); });
+        } catch (const std::system_error&) {  // no thread to be had
+            interface.handle.reset();
+        }
+    }
+    for (std::thread& closer : closers) {
+        closer.join();
+    }
+    interfaces.clear();
 }
 
 void CmpPacketReader::openInterfaces() {
@@ -41,7 +59,7 @@ void CmpPacketReader::openInterfaces() {
         lastErrorText = error;
         return;
     }
-    interfaces.clear();
+    closeInterfaces();
     droppedFrames = 0;
     for (CaptureInterface& device : found) {
         PcapInterface opened;

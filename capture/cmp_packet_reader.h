@@ -93,6 +93,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     void readMessages(const std::uint8_t* data, std::uint32_t length, CmpHeader& header);
     void onPassEnd();
     void countDropped();
+    void closeInterfaces();
     void handOver() { burst.handOver(frameTimeStamp); }
     void renewDirectory();
     /// The directory, looked at for every message and every read, so that a change of the device

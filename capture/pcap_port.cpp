@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/mutex.h"
+
 namespace {
 
 struct CloseHandle {
@@ -39,6 +41,14 @@ bool isEthernet(const char* name) {
                         request.ifr_hwaddr.sa_family == ARPHRD_LOOPBACK);
 }
 
+}  // namespace
+
+/// The open links that are there.
+struct PcapPort::OpenLinks {
+    Mutex lock;
+    std::vector<pollfd> polled CMP_GUARDED_BY(lock);
+};
+
 /// On Linux a blocking read of a silent link doesn't end by itself, as the timeout begins with the
 /// first packet. So the handle reads without blocking, and waits on its descriptor in between.
 ///
@@ -48,15 +58,16 @@ bool isEthernet(const char* name) {
 /// have run over. Only a link that had nothing is waited for, and only until any link has
 /// something: a frame's time of arrival is when it is read, so a silent link beside its own must
 /// not delay it.
-class LiveHandle final : public CaptureHandle {
+class PcapPort::LiveHandle final : public CaptureHandle {
   public:
     LiveHandle(PcapHandle openHandle, std::int32_t readTimeoutMs,
-               std::shared_ptr<std::vector<pollfd>> openLinks)
+               std::shared_ptr<OpenLinks> openLinks)
         : handle(std::move(openHandle)),
           descriptor(pcap_get_selectable_fd(handle.get())),
           timeoutMs(readTimeoutMs),
           links(std::move(openLinks)) {
-        links->push_back({descriptor, POLLIN, 0});
+        const LockGuard guard(links->lock);
+        links->polled.push_back({descriptor, POLLIN, 0});
     }
     ~LiveHandle() override { leave(); }
 
@@ -104,24 +115,26 @@ class LiveHandle final : public CaptureHandle {
         return frame;
     }
 
-    void wait() const { poll(links->data(), links->size(), timeoutMs); }
+    void wait() const {
+        const LockGuard guard(links->lock);
+        poll(links->polled.data(), links->polled.size(), timeoutMs);
+    }
 
     void leave() {
-        std::erase_if(*links, [this](const pollfd& link) { return link.fd == descriptor; });
+        const LockGuard guard(links->lock);
+        std::erase_if(links->polled, [this](const pollfd& link) { return link.fd == descriptor; });
     }
 
     PcapHandle handle;
     const int descriptor;
     const std::int32_t timeoutMs;
-    const std::shared_ptr<std::vector<pollfd>> links;
+    const std::shared_ptr<OpenLinks> links;
     bool gone = false;               ///< the interface was taken away
     std::uint32_t framesInTurn = 0;  ///< since the last timeout
     std::uint64_t dropped = 0;
 };
 
-}  // namespace
-
-PcapPort::PcapPort() : links(std::make_shared<std::vector<pollfd>>()) {}
+PcapPort::PcapPort() : links(std::make_shared<OpenLinks>()) {}
 
 std::int32_t PcapPort::findAllDevices(std::vector<CaptureInterface>& devices, std::string& error) {
     char text[PCAP_ERRBUF_SIZE] = {};

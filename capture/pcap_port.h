@@ -1,20 +1,19 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "capture/capture_port.h"
-
-struct pollfd;
 
 /// Live capture with libpcap on Linux.
 ///
 /// It lists Ethernet interfaces and the loopback, and leaves out libpcap's pseudo-devices and links
 /// that carry no Ethernet frames. A read ends after its timeout, also on a silent link, and earlier
 /// on one that has just been emptied and when another link has a frame, so that links share the
-/// reader and no frame waits for a silent link. Handles may outlive the port; all are opened, read
-/// and closed by one thread at a time. An interface that went
-/// away reads as quiet from then on. A length never exceeds the bytes captured.
+/// reader and no frame waits for a silent link. Handles may outlive the port; all are opened and
+/// read by one thread at a time, and closed by any. An interface that went away reads as quiet from
+/// then on. A length never exceeds the bytes captured.
 class PcapPort final : public CapturePort {
   public:
     PcapPort();
@@ -27,5 +26,8 @@ class PcapPort final : public CapturePort {
                            std::string& error) override;
 
   private:
-    const std::shared_ptr<std::vector<pollfd>> links;  ///< the open ones that are there
+    struct OpenLinks;
+    class LiveHandle;
+
+    const std::shared_ptr<OpenLinks> links;
 };

@@ -195,6 +195,7 @@ bool PluginDriver::hasLeader() {
 void PluginDriver::beginPart() {
     state = State::Running;
     samplesSeen = host->channels().getWritten();
+    hasDelivered = false;
     pollsFrom = host->clock().getSeconds();
     heldUntil = host->clock().getSeconds() + options.settleSeconds;
     sendEvent("start its clocks", PluginEvent::enableClocks);
@@ -216,6 +217,7 @@ void PluginDriver::poll() {
     if (samples != samplesSeen) {
         samplesSeen = samples;
         newestArrival = clock.getSeconds();
+        hasDelivered = true;
     }
     if (state == State::Ending) {
         leader = leadingSeconds();
@@ -266,7 +268,8 @@ bool PluginDriver::isDrained() const {
     const double now = host->clock().getSeconds();
     const double end = host->clock().getPositionSeconds();
     const bool quiet = now - newestArrival >= options.quietSeconds && pollsSinceEnd >= leastPolls;
-    const bool complete = now - endTime >= leastDrain && leader >= end + leastDrain;
+    const double least = hasDelivered ? leastDrain : 0.0;
+    const bool complete = now - endTime >= least && leader >= end + least;
     return (quiet && complete) || now - endTime >= options.longestDrainSeconds;
 }
 

@@ -58,8 +58,9 @@ struct PluginDriverOptions {
 /// **Nothing lost at the end.** `endPart` moves the position for the last time. What was stamped up
 /// to there is still under way: in the network, in the plug-in's queues, behind a module's clock.
 /// So the periodic calls go on, with the time running, until the delay that the clocks ask for is
-/// over, a leading clock has reached the end too, and nothing new comes. What was stamped later
-/// waits and isn't delivered. Only then may event 130 throw the queues away.
+/// over, a leading clock has reached the end too, and nothing new comes. Where no module has said
+/// anything, only the last is waited for. What was stamped later waits and isn't delivered. Only
+/// then may event 130 throw the queues away.
 ///
 /// **Nothing lost between parts.** The capture runs on, what is stamped behind the end waits in the
 /// plug-in, and time 0 of the next part lies a second before that end, so that no rounding of the
@@ -149,6 +150,7 @@ class PluginDriver {
     double leader = 0.0;         ///< `leadingSeconds` at the last periodic call
     int pollsSinceEnd = 0;
     std::uint64_t samplesSeen = 0;
+    bool hasDelivered = false;  ///< whether anything came in this part
 };
 
 }  // namespace station

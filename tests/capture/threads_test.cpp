@@ -153,6 +153,7 @@ class ThreadsTest : public ::testing::Test, protected CaptureBench {
         reader.loadDevices(*node);
         reader.loadChannels(*channels);
         next[0] = next[1] = 0;
+        letTheCaptureThreadWork();  // so that something comes before a stop
     }
 
     void letTheCaptureThreadWork() {

@@ -42,7 +42,7 @@ struct ScriptedInterface {
 class ScriptedPort final : public CapturePort {
   public:
     std::vector<ScriptedInterface> interfaces;
-    int openHandles = 0;
+    std::atomic<int> openHandles = 0;
     std::vector<std::string> calls;  ///< "name:result" of each scripted read, and what was opened
     /// Called before each read; may be empty.
     std::function<void()> onRead;

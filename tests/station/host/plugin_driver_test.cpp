@@ -125,6 +125,20 @@ TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
     EXPECT_EQ(channel->getWritten(), 30U);
 }
 
+TEST_F(PluginDrivers, WhereNothingHasComeTheEndWaitsOnlyToSeeThatNothingDoes) {
+    startAndSettle();
+    driver->endPart();
+    EXPECT_NEAR(drain(), options.quietSeconds, 0.03);
+
+    driver->stop();
+    driver->start();
+    poll(20);
+    deliverOneSample();
+    poll();
+    driver->endPart();
+    EXPECT_NEAR(drain(), 0.2, 0.03) << "what the plug-in asks for";
+}
+
 TEST_F(PluginDrivers, TheNextPartOverlapsTheLastAndKeepsTheCapture) {
     startAndSettle();
     EXPECT_FALSE(driver->needsNewPart());
