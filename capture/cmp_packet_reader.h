@@ -29,8 +29,8 @@ struct PcapInterface {
 /// The thread reads each interface in turn until that one has nothing more, decodes each frame of
 /// EtherType 0x99FE message by message, and routes the messages to devices and channels. It never
 /// touches the host and logs nothing: what can't be decoded or routed is dropped. The host's thread
-/// starts and stops it and does everything else. All members but the flags are changed with the
-/// thread stopped.
+/// starts and stops it and does everything else. All members but the flags and the number of
+/// dropped frames are changed with the thread stopped.
 ///
 /// Working modes: stopped; idle read, in which only status messages have an effect; data read.
 class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {

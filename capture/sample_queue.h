@@ -64,6 +64,7 @@ class SampleQueue {
     }
 
   private:
+    /// Capture thread, where `hasIncoming` is false.
     void putIncoming() CMP_NO_THREAD_SAFETY_ANALYSIS {
         std::swap(incoming, taken);
         hasIncoming.store(true, std::memory_order_release);

@@ -61,8 +61,7 @@ void Measurement::readDropped(std::vector<std::string>& texts) {
     if (dropped > droppedTold) {
         lost = true;
         texts.push_back(fmt::format(
-            "{} Ethernet frames were lost before they could be read: the machine was too "
-            "busy",
+            "{} Ethernet frames were lost before they could be read: the machine was too busy",
             dropped - droppedTold));
     }
     droppedTold = dropped;
