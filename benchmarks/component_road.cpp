@@ -37,8 +37,9 @@ ComponentRoad::ComponentRoad(const std::string& path, const std::vector<std::uin
 
 void ComponentRoad::poll() {
     inputs.update();
+    core.packetReader.takeOver();
     core.syncManager.Tick();
-    core.packetReader.flushAll();
+    core.packetReader.flushTakenOver();
     outputs.alignToAcquisition();
 }
 

@@ -35,6 +35,7 @@ class ComponentRoad {
         explicit MovingCounter(const station::StoredFrames& fileTime) : file(fileTime) {}
         std::uint64_t getCount() const override { return file.getCount() + ++looks; }
         std::uint64_t getFrequency() const override { return file.getFrequency(); }
+        std::int64_t getRealNanoseconds() const override { return file.getRealNanoseconds(); }
         void passBy(std::uint64_t nanoseconds) { looks += nanoseconds; }
 
       private:

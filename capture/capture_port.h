@@ -11,21 +11,30 @@ struct CaptureInterface {
     std::string description;
 };
 
+/// A frame as it was read.
+struct CapturedFrame {
+    static constexpr std::int64_t notStamped = 0;
+
+    const std::uint8_t* data = nullptr;  ///< from the Ethernet header on, valid until the next read
+    std::uint32_t length = 0;            ///< bytes captured
+    /// When the system received it: nanoseconds since 1970 on the real clock, or `notStamped`.
+    std::int64_t receivedAt = notStamped;
+};
+
 /// An open interface. Read by the capture thread; closed by its destruction, on any thread.
 class CaptureHandle {
   public:
     static constexpr std::int32_t timeout = 0;
-    static constexpr std::int32_t frame = 1;
+    static constexpr std::int32_t gotFrame = 1;
 
     CaptureHandle() = default;
     CaptureHandle(const CaptureHandle&) = delete;
     CaptureHandle& operator=(const CaptureHandle&) = delete;
     virtual ~CaptureHandle() = default;
 
-    /// Waits for the next frame, for no longer than the read timeout. `frame`: `data` points at
-    /// `length` bytes from the Ethernet header on, valid until the next call. `timeout`: no frame
-    /// came. Negative: a read error. Only `frame` changes `data` and `length`.
-    virtual std::int32_t next(const std::uint8_t*& data, std::uint32_t& length) = 0;
+    /// Waits for the next frame, for no longer than the read timeout. `gotFrame`: `frame` holds it.
+    /// `timeout`: no frame came. Negative: a read error. Only `gotFrame` changes `frame`.
+    virtual std::int32_t next(CapturedFrame& frame) = 0;
 
     /// Frames that came in since it was opened and were thrown away, as they weren't read in time.
     /// Called by the capture thread.

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "bridge/output/output_factory.h"
+#include "capture/channel_counts.h"
 #include "capture/cmp_message.h"
 #include "core/mutex.h"
 #include "setup/node.h"
@@ -38,10 +39,18 @@ class CmpChannel {
     virtual void handOver() = 0;
     /// Capture thread: whether this is the first time since `handOver`.
     bool enterBurst() { return !std::exchange(isInBurst, true); }
-    /// Writes the queued samples whose time has come into the output channel.
+    /// Takes over what the capture thread has queued up to now; `flush` works on that.
+    virtual void takeOver() = 0;
+    /// Writes the samples taken over whose time has come into the output channel.
     virtual void flush(const std::shared_ptr<GNSSClock>& clock) = 0;
     /// Empties the queue and forgets the last value; with the capture thread stopped.
     virtual void reset() = 0;
+    /// What became of the messages since `beginCounting`. Host's thread.
+    virtual ChannelCounts getCounts() const = 0;
+    /// At the start of data read, with the capture thread stopped.
+    virtual void beginCounting() = 0;
+    /// At its end, the same way: says of all that is still queued what becomes of it, and drops it.
+    virtual void endCounting(const std::shared_ptr<GNSSClock>& clock) = 0;
     virtual std::string getTypeName() const = 0;
     /// The newest sample as text, empty if none was written since `reset`.
     virtual std::string getLastValueText() const = 0;
@@ -61,7 +70,10 @@ class CmpChannel {
     void setOutput(std::shared_ptr<OutputChannel> channel) { output = std::move(channel); }
     void releaseOutput() { output.reset(); }
     /// Lets the next sample be written at any time; at the start of a measurement.
-    void resetLastTime() { lastTime = 0.0; }
+    void resetLastTime() {
+        lastTime = 0.0;
+        ++timeResets;
+    }
     double getLastTime() const { return lastTime; }
 
     /// Writes the output's key; without an output there is none to write.
@@ -74,7 +86,8 @@ class CmpChannel {
 
     OutputFactory* const outputFactory;
     std::shared_ptr<OutputChannel> output;
-    double lastTime = 0.0;  ///< host time of the newest sample written, seconds
+    double lastTime = 0.0;         ///< host time of the newest sample written, seconds
+    std::uint32_t timeResets = 0;  ///< how often `lastTime` was reset
 
   private:
     mutable Mutex statusLock;

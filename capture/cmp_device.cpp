@@ -185,6 +185,9 @@ void CmpDevice::publishTime() {
     {
         const LockGuard guard(timeLock);
         const LatestTime latest = latestTime.load();
+        if (latest.isHeard == 0) {
+            return;
+        }
         time = {latest.seconds, static_cast<std::int32_t>(latest.nanoseconds)};
         timeStamp = latest.timeStamp;
         publishedTime = time;
@@ -265,6 +268,42 @@ void CmpDevice::resetLastTimes() {
     for (const auto& channel : *all) {
         channel->resetLastTime();
     }
+}
+
+void CmpDevice::beginCounting() {
+    LatestTime latest = latestTime.load();
+    latest.isHeard = 0;
+    latestTime.store(latest);
+    const auto all = getChannels();
+    for (const auto& channel : *all) {
+        channel->beginCounting();
+    }
+}
+
+void CmpDevice::endCounting() {
+    if (!clock) {
+        return;
+    }
+    const auto all = getChannels();
+    for (const auto& channel : *all) {
+        channel->endCounting(clock);
+    }
+}
+
+double CmpDevice::getSilence() const {
+    const LatestTime latest = latestTime.load();
+    return latest.isHeard == 0
+               ? -1.0
+               : static_cast<double>(surroundings.counter->getNanoseconds() - latest.timeStamp) /
+                     static_cast<double>(nanosecondsPerSecond);
+}
+
+void CmpDevice::takeOverChannels() {
+    const auto all = getChannels();
+    for (const auto& channel : *all) {
+        channel->takeOver();
+    }
+    publishTime();
 }
 
 void CmpDevice::flushChannels() {

@@ -82,9 +82,10 @@ class CmpDevice {
     /// Capture thread: the time of the latest message, which came in at `timeStamp` nanoseconds on
     /// the performance counter.
     void setLatestTime(const DeviceTime& time, std::int64_t timeStamp) {
-        latestTime.store({time.seconds, time.nanoseconds, timeStamp});
+        latestTime.store({time.seconds, time.nanoseconds, timeStamp, 1});
     }
-    /// Gives the clock the device's time as it is now. Both threads.
+    /// Gives the clock the device's time as it is now; nothing where no message has come since the
+    /// last start. Both threads.
     void publishTime() CMP_EXCLUDES(timeLock);
 
     std::shared_ptr<const ChannelList> getChannels() const CMP_EXCLUDES(statusLock);
@@ -96,8 +97,16 @@ class CmpDevice {
     void createOutputs();
     void releaseOutputs();
     void resetLastTimes();
+    /// Takes over what the channels have queued, and then gives the clock the time: of all that was
+    /// taken over the clock has heard before it is asked.
+    void takeOverChannels();
     void flushChannels();
+    /// At the start of data read; forgets also that the device was heard.
+    void beginCounting();
+    void endCounting();
     const std::shared_ptr<GNSSClock>& getClock() const { return clock; }
+    /// Seconds since the latest message came in; negative: none came since the last start.
+    double getSilence() const;
 
     void save(Node& node) const;
     void load(Node& node);
@@ -119,6 +128,7 @@ class CmpDevice {
         std::uint64_t seconds = 0;
         std::int64_t nanoseconds = 0;
         std::int64_t timeStamp = 0;
+        std::int64_t isHeard = 0;  ///< whether there was any: 1 or 0
     };
     SequenceLocked<LatestTime> latestTime;
 

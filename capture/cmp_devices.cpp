@@ -69,7 +69,31 @@ void CmpDevices::resetLastTimes() {
     onLastTimesReset();
 }
 
+void CmpDevices::beginCounting() {
+    for (const auto& device : list()) {
+        device->beginCounting();
+    }
+}
+
+void CmpDevices::endCounting() {
+    for (const auto& device : list()) {
+        device->endCounting();
+    }
+}
+
+void CmpDevices::takeOver() {
+    const auto held = directory.snapshot();
+    for (const auto& device : held->getDevices()) {
+        device->takeOverChannels();
+    }
+}
+
 void CmpDevices::flushAll() {
+    takeOver();
+    flushTakenOver();
+}
+
+void CmpDevices::flushTakenOver() {
     const auto held = directory.snapshot();
     for (const auto& device : held->getDevices()) {
         device->flushChannels();

@@ -33,8 +33,17 @@ class CmpDevices final : public DeviceContainer<std::shared_ptr<CmpDevice>> {
     void resetLastTimes();
     /// At the end of `resetLastTimes` at the start of an acquisition.
     virtual void onLastTimesReset() {}
-    /// Gives each clock the time and writes what is due.
+    /// Before the clocks move on: takes over what the channels have queued and gives each clock the
+    /// time. What comes in later is for the next call; so no sample is judged by a clock that
+    /// hasn't heard of the module, or not of the jump of its time.
+    void takeOver();
+    /// Gives each clock the time and writes what was taken over and is due.
+    void flushTakenOver();
+    /// Both in one, where no clock moves on in between.
     void flushAll();
+    /// At the start and at the end of data read, with the capture thread stopped.
+    void beginCounting();
+    void endCounting();
 
     void saveDevices(Node& node) const;
     /// Replaces the list. A device whose values can't be read at all ends the load with that error;

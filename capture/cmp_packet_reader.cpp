@@ -14,9 +14,9 @@ constexpr bool promiscuous = true;
 constexpr std::int32_t readTimeoutMs = 1;
 
 /// Only untagged frames of this EtherType are let through, though the decoder knows more.
-bool isCaptureFrame(const std::uint8_t* data, std::uint32_t length) {
+bool isCaptureFrame(const CapturedFrame& frame) {
     constexpr std::uint32_t ethernetHeaderSize = 14;
-    return length >= ethernetHeaderSize && data[12] == 0x99 && data[13] == 0xFE;
+    return frame.length >= ethernetHeaderSize && frame.data[12] == 0x99 && frame.data[13] == 0xFE;
 }
 
 }  // namespace
@@ -26,7 +26,8 @@ CmpPacketReader::CmpPacketReader(GNSSSyncManager* manager, OutputFactory* factor
                                  const PerformanceCounter& performanceCounter)
     : port(capturePort),
       counter(performanceCounter),
-      devices(manager, factory, performanceCounter) {}
+      devices(manager, factory, performanceCounter),
+      receiveClock(performanceCounter) {}
 
 CmpPacketReader::~CmpPacketReader() {
     Stop();
@@ -60,7 +61,6 @@ void CmpPacketReader::openInterfaces() {
         return;
     }
     closeInterfaces();
-    droppedFrames = 0;
     for (CaptureInterface& device : found) {
         PcapInterface opened;
         opened.handle = port.openLive(device.name, snapLength, promiscuous, readTimeoutMs, error);
@@ -80,7 +80,12 @@ void CmpPacketReader::openInterfaces() {
 }
 
 void CmpPacketReader::prepareRead(bool deliverData) {
+    devices.endCounting();
     resetChannels();
+    if (deliverData) {
+        devices.beginCounting();
+        beginCountingDropped();
+    }
     readData.exchange(deliverData);
     autoAddDevices.exchange(false);
 }
@@ -128,10 +133,19 @@ void CmpPacketReader::Run() {
     countDropped();
 }
 
+/// While the first interfaces wait for the last to be opened, nobody reads them: what they drop
+/// until then was stamped before the measurement.
+void CmpPacketReader::beginCountingDropped() {
+    for (PcapInterface& interface : interfaces) {
+        interface.droppedBefore = interface.handle->getDropped();
+    }
+    droppedFrames = 0;
+}
+
 void CmpPacketReader::countDropped() {
     std::uint64_t sum = 0;
     for (const PcapInterface& interface : interfaces) {
-        sum += interface.handle->getDropped();
+        sum += interface.handle->getDropped() - interface.droppedBefore;
     }
     droppedFrames = sum;
 }
@@ -143,24 +157,24 @@ void CmpPacketReader::readPass() {
     directory = &reader;
     interfaceIndex = 0;
     CmpHeader header;
-    const std::uint8_t* data = nullptr;
-    std::uint32_t length = 0;
-    while (nextFrame(data, length) && !IsStopRequested()) {
-        frameTimeStamp = counter.getNanoseconds();
-        readMessages(data, length, header);
+    CapturedFrame frame;
+    receiveClock.synchronize();
+    while (nextFrame(frame) && !IsStopRequested()) {
+        readAt = counter.getNanoseconds();
+        frameTimeStamp = receiveClock.toCounter(frame.receivedAt, readAt);
+        readMessages(frame, header);
     }
     onPassEnd();
     directory = nullptr;
 }
 
 /// Reads on until a capture frame comes; false when all interfaces have timed out. A read error
-/// leaves data and length as the last frame set them. Foreign frames in plenty don't hold up a
-/// stop.
-bool CmpPacketReader::nextFrame(const std::uint8_t*& data, std::uint32_t& length) {
+/// leaves the frame as the last read set it. Foreign frames in plenty don't hold up a stop.
+bool CmpPacketReader::nextFrame(CapturedFrame& frame) {
     while (interfaceIndex < interfaces.size() && !IsStopRequested()) {
-        const std::int32_t result = interfaces[interfaceIndex].handle->next(data, length);
+        const std::int32_t result = interfaces[interfaceIndex].handle->next(frame);
         latestDirectory();
-        if (result != CaptureHandle::timeout && isCaptureFrame(data, length)) {
+        if (result != CaptureHandle::timeout && isCaptureFrame(frame)) {
             return true;
         }
         handOver();
@@ -171,17 +185,16 @@ bool CmpPacketReader::nextFrame(const std::uint8_t*& data, std::uint32_t& length
     return false;
 }
 
-void CmpPacketReader::readMessages(const std::uint8_t* data, std::uint32_t length,
-                                   CmpHeader& header) {
+void CmpPacketReader::readMessages(const CapturedFrame& frame, CmpHeader& header) {
     std::int32_t offset = 0;
     const std::uint8_t* payload = nullptr;
-    const auto frameLength = static_cast<std::int32_t>(length);
-    std::int32_t result = parseFrame(data, frameLength, &offset, header, payload);
+    const auto frameLength = static_cast<std::int32_t>(frame.length);
+    std::int32_t result = parseFrame(frame.data, frameLength, &offset, header, payload);
     while (result == DecodeResult::ok && !IsStopRequested()) {
         onMessage(header, payload);
-        result = parseNextMessage(data, frameLength, offset, header, payload);
+        result = parseNextMessage(frame.data, frameLength, offset, header, payload);
     }
-    burst.endFrame(frameTimeStamp);
+    burst.endFrame(frameTimeStamp, readAt);
 }
 
 /// Channels may go with the directory that is replaced: what they still have to get goes first.

@@ -10,6 +10,7 @@
 #include "capture/cmp_devices.h"
 #include "capture/cmp_message.h"
 #include "capture/message_burst.h"
+#include "capture/receive_clock.h"
 #include "core/performance_counter.h"
 #include "core/thread_ex.h"
 
@@ -20,6 +21,7 @@ struct PcapInterface {
     std::uint32_t mask = 0;
     std::string name;
     std::string description;
+    std::uint64_t droppedBefore = 0;  ///< frames dropped before the thread started
     std::int32_t status = 0;
     std::string statusText;
 };
@@ -73,12 +75,14 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     /// Reads every interface until it times out, once round. The capture thread.
     void readPass();
 
-    /// Frames of any kind that the system threw away since the interfaces were opened, as they
+    /// Frames of any kind that the system threw away since the last start of data read, as they
     /// weren't read in time. Any thread.
     std::uint64_t getDroppedFrames() const { return droppedFrames; }
 
     CmpDevices& getDevices() { return devices; }
     void resetChannels() { devices.resetChannels(); }
+    void takeOver() { devices.takeOver(); }
+    void flushTakenOver() { devices.flushTakenOver(); }
     void flushAll() { devices.flushAll(); }
     void releaseOutputs() { devices.releaseOutputs(); }
     void saveDevices(Node& node) const { devices.saveDevices(node); }
@@ -89,12 +93,13 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
   private:
     void Run() override;
 
-    bool nextFrame(const std::uint8_t*& data, std::uint32_t& length);
-    void readMessages(const std::uint8_t* data, std::uint32_t length, CmpHeader& header);
+    bool nextFrame(CapturedFrame& frame);
+    void readMessages(const CapturedFrame& frame, CmpHeader& header);
     void onPassEnd();
+    void beginCountingDropped();
     void countDropped();
     void closeInterfaces();
-    void handOver() { burst.handOver(frameTimeStamp); }
+    void handOver() { burst.handOver(frameTimeStamp, readAt); }
     void renewDirectory();
     /// The directory, looked at for every message and every read, so that a change of the device
     /// list needn't wait.
@@ -129,8 +134,10 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
 
     // The capture thread's own, during a pass.
     std::size_t interfaceIndex = 0;   ///< position of the pass in `interfaces`
-    std::int64_t frameTimeStamp = 0;  ///< when the frame came, nanoseconds on `counter`
-    std::int64_t countedAt = 0;       ///< when the dropped frames were counted, nanoseconds
+    std::int64_t readAt = 0;          ///< when the frame was read, nanoseconds on `counter`
+    std::int64_t frameTimeStamp = 0;  ///< when it came in, the same
+    std::int64_t countedAt = 0;       ///< when the dropped frames were counted, the same
+    ReceiveClock receiveClock;
     DirectoryPublisher::Reader* directory = nullptr;
     MessageBurst burst;
 };

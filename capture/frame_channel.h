@@ -4,10 +4,12 @@
 #include <atomic>
 
 #include "capture/bus_frame.h"
+#include "capture/channel_counts.h"
 #include "capture/cmp_channel.h"
 #include "capture/device_time.h"
 #include "capture/sample_queue.h"
 #include "capture/sequence_locked.h"
+#include "core/finally.h"
 
 /// What the two kinds of channel share: a queue of samples, its flush into the output channel, and
 /// the last value. `Frame` is the record that the host receives; `addSample` is the operation of
@@ -19,11 +21,12 @@ class FrameChannel : public CmpChannel {
 
     bool onData(const DeviceTime& time, std::uint32_t length,
                 const std::uint8_t* payload) override {
-        const bool usable = holdsFrame<Frame>(payload, length);
-        if (usable) {
-            queue.append(time, payload);
+        if (!holdsFrame<Frame>(payload, length)) {
+            unusable.store(unusable.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+            return false;
         }
-        return usable;
+        queue.append(time, payload);
+        return true;
     }
 
     void handOver() override {
@@ -31,28 +34,47 @@ class FrameChannel : public CmpChannel {
         queue.handOver();
     }
 
+    void takeOver() override { queue.takeOver(); }
+
     /// Asks the clock about each sample in order: `Valid` is written, at a time that never goes
     /// back within the channel; `Wait` leaves it queued and ends the flush; `Discard` drops it. A
     /// sample is dropped as soon as it is done with, so that a host call that raises makes none of
     /// those before it come twice.
+    ///
+    /// The host may call back while it takes a sample: a flush amid this one does nothing, a reset
+    /// ends it, and the output lives until it is over.
     void flush(const std::shared_ptr<GNSSClock>& clock) override {
-        OutputChannel* const target = output.get();
+        if (isFlushing) {
+            return;
+        }
+        isFlushing = true;
+        const Finally over([this] { isFlushing = false; });
+        const std::shared_ptr<OutputChannel> target = output;
+        const std::uint32_t clears = queue.getClears();
         Frame frame;
         bool written = false;
-        while (queue.hasNext()) {
+        while (queue.getClears() == clears && queue.hasNext()) {
             queue.front().copyFront(frame);
             const auto result = clock->GetTime(toGnssTime(queue.front().frontTime()));
             if (result.status == Status::Wait) {
                 break;
             }
-            if (result.status == Status::Valid && target != nullptr) {
-                lastTime = std::max(lastTime, result.time);
-                (target->*addSample)(&frame, sizeof(Frame), lastTime);
+            if (result.status == Status::Valid && target) {
+                const std::uint32_t starts = timeResets;
+                const double time = std::max(lastTime, result.time);
+                (*target.*addSample)(&frame, sizeof(Frame), time);
+                if (timeResets == starts) {
+                    lastTime = time;
+                }
                 written = true;
             }
-            queue.drop();
+            if (queue.getClears() == clears) {
+                count(result, target != nullptr);
+                queue.drop();
+            }
         }
-        if (written) {  // the last value, also where the clock let it wait or threw it out
+        if (written && queue.getClears() == clears) {
+            // the last value, also where the clock let it wait or threw it out
             lastFrame.store(frame);
             hasLastFrame.store(true, std::memory_order_release);
         }
@@ -61,6 +83,33 @@ class FrameChannel : public CmpChannel {
     void reset() override {
         queue.clear();
         hasLastFrame.store(false, std::memory_order_relaxed);
+    }
+
+    ChannelCounts getCounts() const override {
+        ChannelCounts all = counts;
+        all.unusable = unusable.load(std::memory_order_relaxed);
+        all.queued = queue.getHandedOver();
+        return all;
+    }
+
+    void beginCounting() override {
+        counts = ChannelCounts();
+        unusable.store(0, std::memory_order_relaxed);
+        queue.beginCounting();
+    }
+
+    void endCounting(const std::shared_ptr<GNSSClock>& clock) override {
+        queue.takeOver();
+        for (; queue.hasNext(); queue.drop()) {
+            const auto result = clock->GetTime(toGnssTime(queue.front().frontTime()));
+            if (result.reason == Reason::AheadOfPosition) {
+                ++counts.afterEnd;
+            } else if (result.status == Status::Discard) {
+                count(result, true);
+            } else {
+                ++(result.status == Status::Valid ? counts.leftQueued : counts.notPlaced);
+            }
+        }
     }
 
     std::string getLastValueText() const override {
@@ -73,8 +122,35 @@ class FrameChannel : public CmpChannel {
 
   private:
     using Status = Kestrova::Utils::Kcom::Synchronization::GNSSTimeStatus;
+    using Reason = Kestrova::Utils::Kcom::Synchronization::GNSSTimeReason;
+
+    void count(const Kestrova::Utils::Kcom::Synchronization::GNSSTimeResult& result,
+               bool hasOutput) {
+        if (result.status == Status::Valid) {
+            ++(hasOutput ? counts.delivered : counts.noOutput);
+            return;
+        }
+        switch (result.reason) {
+            case Reason::BeforeStart:
+                ++counts.beforeStart;
+                break;
+            case Reason::TooOld:
+                ++counts.tooOld;
+                break;
+            case Reason::TooNew:
+                ++counts.tooNew;
+                break;
+            default:
+                ++counts.notPlaced;
+                break;
+        }
+    }
 
     SampleQueue<Frame> queue;
     SequenceLocked<Frame> lastFrame;
     std::atomic<bool> hasLastFrame{false};
+    std::atomic<std::uint64_t> unusable{0};  ///< written by the capture thread
+    // The host's thread's own.
+    ChannelCounts counts;  ///< but for `unusable` and `queued`
+    bool isFlushing = false;
 };

@@ -20,17 +20,17 @@ void MessageBurst::storeTime(std::int64_t timeStamp) {
     }
 }
 
-void MessageBurst::endFrame(std::int64_t timeStamp) {
-    constexpr std::int64_t longest = 10'000'000;  // nanoseconds
+void MessageBurst::endFrame(std::int64_t timeStamp, std::int64_t readAt) {
+    constexpr std::int64_t longest = 2'000'000;  // nanoseconds
     storeTime(timeStamp);
-    if (timeStamp - handedOverAt >= longest) {
-        handOver(timeStamp);
+    if (readAt - handedOverAt >= longest) {
+        handOver(timeStamp, readAt);
     }
 }
 
-void MessageBurst::handOver(std::int64_t timeStamp) {
+void MessageBurst::handOver(std::int64_t timeStamp, std::int64_t readAt) {
     storeTime(timeStamp);
-    handedOverAt = timeStamp;
+    handedOverAt = readAt;
     for (CmpChannel* const channel : channels) {
         channel->handOver();
     }

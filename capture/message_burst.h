@@ -13,8 +13,8 @@
 /// a message. No lock is held while another is taken, and none while the thread waits for a frame.
 ///
 /// A burst ends when a read ends without a frame or the next one is a foreign one, and otherwise
-/// after 10 ms, which is half of a host's period. It also ends before the directory, which keeps
-/// the channels alive, is let go of.
+/// after 2 ms: a host allows for at least 10 ms of delay, of which this may take only a part. It
+/// also ends before the directory, which keeps the channels alive, is let go of.
 ///
 /// A frame comes from one module, whose latest time is that of the frame's last message. It is
 /// stored once a frame, and before the messages can be seen in a queue.
@@ -24,10 +24,11 @@ class MessageBurst {
     /// for the device's time alone.
     void add(const DeviceDirectory::Route& route, const DeviceTime& time,
              const std::uint8_t* payload, std::uint32_t length);
-    /// Ends a frame, which came in at `timeStamp` nanoseconds on the performance counter.
-    void endFrame(std::int64_t timeStamp);
-    /// Ends the burst, also amid the frame that came in at `timeStamp`.
-    void handOver(std::int64_t timeStamp);
+    /// Ends a frame, which came in at `timeStamp` and was read at `readAt`: nanoseconds on the
+    /// performance counter.
+    void endFrame(std::int64_t timeStamp, std::int64_t readAt);
+    /// Ends the burst, also amid the frame that came in at `timeStamp` and was read at `readAt`.
+    void handOver(std::int64_t timeStamp, std::int64_t readAt);
 
   private:
     void storeTime(std::int64_t timeStamp);
@@ -35,5 +36,5 @@ class MessageBurst {
     CmpDevice* device = nullptr;  ///< of the present frame; null: nothing was added
     DeviceTime latestTime;
     std::vector<CmpChannel*> channels;  ///< those with messages, each once
-    std::int64_t handedOverAt = 0;      ///< nanoseconds on the performance counter
+    std::int64_t handedOverAt = 0;      ///< `readAt` of the last end of a burst
 };

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "capture/bus_frame.h"
@@ -36,6 +37,7 @@ class PackedSamples {
 
     /// Appends all of another, none of which was dropped yet.
     void append(const PackedSamples& others) {
+        closeGap();
         while (finish + others.finish > cells.size()) {
             grow();
         }
@@ -91,6 +93,25 @@ class PackedSamples {
     static constexpr std::size_t keptCells = 32768;
 
     const Header& header() const { return *reinterpret_cast<const Header*>(&cells[start]); }
+
+    /// Moves what is there to the beginning once it takes less than what was dropped before it, and
+    /// gives memory back that it has no need of: samples that always leave one waiting would
+    /// otherwise keep what a long wait has taken.
+    void closeGap() {
+        const std::size_t used = finish - start;
+        if (start == 0 || start < used) {
+            return;
+        }
+        if (cells.size() > keptCells && used <= keptCells / 2) {
+            std::vector<Cell> smaller(keptCells);
+            std::copy_n(cells.data() + start, used, smaller.data());
+            cells = std::move(smaller);
+        } else {
+            std::copy_n(cells.data() + start, used, cells.data());
+        }
+        start = 0;
+        finish = used;
+    }
 
     [[gnu::noinline]] void grow() {
         constexpr std::size_t fewest = 64;

@@ -56,13 +56,13 @@ struct PcapPort::OpenLinks {
 /// there has been taken times out at once, and so does one after very many frames: a link that is
 /// never quiet for a millisecond would else keep the reader from the others until their buffers
 /// have run over. Only a link that had nothing is waited for, and only until any link has
-/// something: a frame's time of arrival is when it is read, so a silent link beside its own must
-/// not delay it.
+/// something, so that a silent link doesn't delay another's frames.
 class PcapPort::LiveHandle final : public CaptureHandle {
   public:
     LiveHandle(PcapHandle openHandle, std::int32_t readTimeoutMs,
                std::shared_ptr<OpenLinks> openLinks)
         : handle(std::move(openHandle)),
+          tick(pcap_get_tstamp_precision(handle.get()) == PCAP_TSTAMP_PRECISION_NANO ? 1 : 1000),
           descriptor(pcap_get_selectable_fd(handle.get())),
           timeoutMs(readTimeoutMs),
           links(std::move(openLinks)) {
@@ -71,16 +71,16 @@ class PcapPort::LiveHandle final : public CaptureHandle {
     }
     ~LiveHandle() override { leave(); }
 
-    std::int32_t next(const std::uint8_t*& data, std::uint32_t& length) override {
+    std::int32_t next(CapturedFrame& frame) override {
         std::int32_t result = timeout;
         if (framesInTurn < mostFramesInTurn) {
-            result = read(data, length);
+            result = read(frame);
             if (result == timeout && framesInTurn == 0) {
                 wait();
-                result = read(data, length);
+                result = read(frame);
             }
         }
-        framesInTurn = result == frame ? framesInTurn + 1 : 0;
+        framesInTurn = result == gotFrame ? framesInTurn + 1 : 0;
         return result;
     }
 
@@ -94,8 +94,9 @@ class PcapPort::LiveHandle final : public CaptureHandle {
 
   private:
     static constexpr std::uint32_t mostFramesInTurn = 4096;
+    static constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 
-    std::int32_t read(const std::uint8_t*& data, std::uint32_t& length) {
+    std::int32_t read(CapturedFrame& frame) {
         if (gone) {
             return timeout;
         }
@@ -110,9 +111,10 @@ class PcapPort::LiveHandle final : public CaptureHandle {
         if (result == 0) {
             return timeout;
         }
-        data = bytes;
-        length = std::min(header->len, header->caplen);
-        return frame;
+        frame.data = bytes;
+        frame.length = std::min(header->len, header->caplen);
+        frame.receivedAt = header->ts.tv_sec * nanosecondsPerSecond + header->ts.tv_usec * tick;
+        return gotFrame;
     }
 
     void wait() const {
@@ -126,6 +128,7 @@ class PcapPort::LiveHandle final : public CaptureHandle {
     }
 
     PcapHandle handle;
+    const std::int64_t tick;  ///< nanoseconds in a unit of the fraction of a time stamp
     const int descriptor;
     const std::int32_t timeoutMs;
     const std::shared_ptr<OpenLinks> links;
@@ -168,6 +171,7 @@ std::unique_ptr<CaptureHandle> PcapPort::openLive(const std::string& name, std::
     pcap_set_promisc(opened, promiscuous ? 1 : 0);
     pcap_set_timeout(opened, timeoutMs);
     pcap_set_buffer_size(opened, kernelBufferBytes);
+    pcap_set_tstamp_precision(opened, PCAP_TSTAMP_PRECISION_NANO);  // else it stays microseconds
     const int result = pcap_activate(opened);
     if (result < 0) {
         const std::string detail = pcap_geterr(opened);

@@ -3,8 +3,9 @@
 #include <chrono>
 #include <cstdint>
 
-/// The monotonic counter on which device times are extrapolated. An interface, so that tests and
-/// the conversion of stored frames bring a time of their own. Called from any thread.
+/// The machine's two clocks: the monotonic counter on which device times are extrapolated, and the
+/// real clock, in which the system stamps received frames. An interface, so that tests and the
+/// conversion of stored frames bring a time of their own. Called from any thread.
 class PerformanceCounter {
   public:
     PerformanceCounter() = default;
@@ -15,6 +16,8 @@ class PerformanceCounter {
     virtual std::uint64_t getCount() const = 0;
     /// Counts per second, constant and not 0.
     virtual std::uint64_t getFrequency() const = 0;
+    /// The real clock: nanoseconds since 1970. It may be set forward or back at any time.
+    virtual std::int64_t getRealNanoseconds() const = 0;
 
     /// Nanoseconds since the counter's own zero; split so that the product can't overflow.
     std::int64_t getNanoseconds() const {
@@ -29,7 +32,7 @@ class PerformanceCounter {
     }
 };
 
-/// The computer's steady clock.
+/// The computer's steady clock and its real clock.
 class SteadyPerformanceCounter final : public PerformanceCounter {
   public:
     std::uint64_t getCount() const override {
@@ -37,4 +40,8 @@ class SteadyPerformanceCounter final : public PerformanceCounter {
             std::chrono::steady_clock::now().time_since_epoch().count());
     }
     std::uint64_t getFrequency() const override { return std::chrono::steady_clock::period::den; }
+    std::int64_t getRealNanoseconds() const override {
+        return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch())
+            .count();
+    }
 };

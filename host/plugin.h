@@ -134,16 +134,59 @@ class IPlugin4 : public HostDispatch {
     ~IPlugin4() = default;
 };
 
+/// What became of the messages of one bus since event 105. While data is read some may still be
+/// queued; from event 130 on `queued` is the sum of all fields behind it.
+struct ChannelStatistics {
+    std::uint32_t module = 0;     ///< position in the plug-in's list of modules
+    std::int32_t output = -1;     ///< index of its output channel ("ChId"); -1 without one
+    std::uint64_t unusable = 0;   ///< not queued: a payload that holds no whole message that fits
+    std::uint64_t queued = 0;     ///< messages that came in
+    std::uint64_t delivered = 0;  ///< given to the host's channel, whether it is used or not
+    // No loss: stamped outside of the measurement.
+    std::uint64_t beforeStart = 0;
+    std::uint64_t afterEnd = 0;
+    // Lost.
+    std::uint64_t tooOld = 0;      ///< older than the host's history, or than ten seconds
+    std::uint64_t tooNew = 0;      ///< further ahead than can be held back
+    std::uint64_t notPlaced = 0;   ///< the module's clock had no relation to the host's time
+    std::uint64_t leftQueued = 0;  ///< due, but not asked for before event 130
+    std::uint64_t noOutput = 0;    ///< there was no output channel
+
+    std::uint64_t getLost() const { return tooOld + tooNew + notPlaced + leftQueued + noOutput; }
+};
+
+/// How a module's clock follows the host's at the moment.
+struct ClockStatistics {
+    static constexpr std::int32_t other = 0;
+    static constexpr std::int32_t softSync = 1;
+    static constexpr std::int32_t ppsSlave = 2;
+    static constexpr std::int32_t ppsMaster = 3;
+
+    std::int32_t mode = other;
+    bool hasTime = false;     ///< the module was heard since the start of the acquisition
+    bool isPlaced = false;    ///< its times have host times
+    double offset = 0.0;      ///< device time at host time 0, seconds since 1970
+    double ratePpm = 0.0;     ///< by how much its clock is faster than the host's
+    double residual = 0.0;    ///< latest reading minus fitted line, seconds of host time
+    double age = -1.0;        ///< seconds since its latest message came in; negative without one
+    std::uint64_t jumps = 0;  ///< how often its time jumped, so that the fit began again
+};
+
 /// What the plug-in's capture can tell of itself. A host may ask; nothing depends on it.
 class CaptureStatistics : public HostObject {
   public:
     static constexpr InterfaceId id{
-        0xE7655A4D, 0x03B1, 0x43F3, {0xB0, 0x00, 0xEF, 0xAB, 0xCB, 0xD7, 0xF0, 0xFD}};
+        0x5A1D6C0E, 0x7F42, 0x4B0B, {0x8D, 0x25, 0x1E, 0x93, 0xA6, 0x4C, 0x70, 0xE8}};
 
-    /// Frames of any kind that the system received since event 105 and threw away before the
+    /// Frames of any kind that the system received after event 105 and threw away before the
     /// plug-in could read them, as far as was known within the last tenth of a second, or at event
     /// 130.
     virtual HostResult getDroppedFrames(std::uint64_t* frames) = 0;
+    /// Fills in `channels`, which has room for `*count` entries, as far as it goes, module by
+    /// module; `*count` becomes the number of all there are. `channels` may be null for room 0.
+    virtual HostResult getChannels(ChannelStatistics* channels, std::uint32_t* count) = 0;
+    /// The same for the clocks, one for each module.
+    virtual HostResult getClocks(ClockStatistics* clocks, std::uint32_t* count) = 0;
 
   protected:
     ~CaptureStatistics() = default;

@@ -150,8 +150,9 @@ HostResult Plugin::onPrepareAcquisition() {
 
 HostResult Plugin::onGetData() {
     inputManager.update();
+    core.packetReader.takeOver();
     core.syncManager.Tick();
-    core.packetReader.flushAll();
+    core.packetReader.flushTakenOver();
     outputFactory.alignToAcquisition();
     return HostCode::success;
 }
@@ -211,10 +212,5 @@ HostResult Plugin::position33(std::uint32_t* low, std::uint32_t* high) {
 
 HostResult Plugin::position38(void*, std::uint16_t* answer) {
     *answer = 1;
-    return HostCode::success;
-}
-
-HostResult Plugin::getDroppedFrames(std::uint64_t* frames) {
-    *frames = core.packetReader.getDroppedFrames();
     return HostCode::success;
 }

@@ -86,6 +86,8 @@ class Plugin final : public IPlugin3,
     HostResult onEvent(std::int32_t event, const HostVariant& input, HostVariant* result) override;
 
     HostResult getDroppedFrames(std::uint64_t* frames) override;
+    HostResult getChannels(ChannelStatistics* channels, std::uint32_t* count) override;
+    HostResult getClocks(ClockStatistics* clocks, std::uint32_t* count) override;
 
   private:
     friend class PluginEvents;

@@ -14,9 +14,35 @@ enum class GNSSTimeStatus : std::int32_t {
     Wait = 2,     ///< keeps it queued, stops for now and asks again at the next pass
 };
 
+/// Why an item isn't `Valid`.
+enum class GNSSTimeReason : std::int32_t {
+    None = 0,
+    NotPlaced,    ///< `Discard`: the clock has no time yet, or no relation to the host's time
+    BeforeStart,  ///< `Discard`: stamped before the start of the measurement
+    TooOld,       ///< `Discard`: before the window
+    TooNew,       ///< `Discard`: behind the window
+    NotBegun,     ///< `Wait`: the clock isn't started or not accepting, or the host isn't counting
+    AheadOfPosition,  ///< `Wait`: stamped after the position that the acquisition has reached
+};
+
 struct GNSSTimeResult {
     GNSSTimeStatus status = GNSSTimeStatus::Discard;
     double time = 0.0;  ///< host time, seconds since the start of the measurement; 0.0 on `Discard`
+    GNSSTimeReason reason = GNSSTimeReason::None;
+};
+
+/// How a clock relates the two times.
+enum class GNSSClockMode : std::int32_t { Other = 0, SoftSync, PPSSlave, PPSMaster };
+
+/// What a clock knows at the moment.
+struct GNSSClockState {
+    GNSSClockMode mode = GNSSClockMode::Other;
+    bool hasTime = false;     ///< whether the module was heard since the last restart
+    bool isPlaced = false;    ///< whether a device time has a host time
+    double offset = 0.0;      ///< device time at host time 0, seconds since 1970
+    double ratePpm = 0.0;     ///< by how much the device's clock is faster than the host's
+    double residual = 0.0;    ///< host time of the latest reading minus the fitted line, seconds
+    std::uint64_t jumps = 0;  ///< how often the fit had to begin again since the start
 };
 
 /// Turns the time of one capture module into host time. One clock belongs to one device.
@@ -36,6 +62,8 @@ class GNSSClock {
     virtual void SetDeviceName(const std::string& name) = 0;
     virtual std::string GetDeviceName() const = 0;
     virtual std::string GetDisplayName() const = 0;
+    /// For display.
+    virtual GNSSClockState GetState() const { return {}; }
 
     /// Seconds of delay that this clock asks the host to allow for.
     float GetDataDelay() const { return dataDelay; }

@@ -48,6 +48,15 @@ GNSSTime GNSSClockBase::GetFirstTime() const {
     return firstTime;
 }
 
+GNSSClockState GNSSClockBase::BasicState(GNSSClockMode mode) const {
+    GNSSClockState state;
+    state.mode = mode;
+    state.hasTime = hasTime;
+    state.isPlaced = hasTime && started;
+    state.offset = (origin - GNSSTime()) + gnss_arithmetic::weekEpochUnixSeconds;
+    return state;
+}
+
 GNSSClockBase::Reading GNSSClockBase::Now() const {
     constexpr double nanosecondsPerSecond = 1e9;
     const ReadGuard guard(timeLock);

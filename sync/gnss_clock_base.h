@@ -68,30 +68,41 @@ class GNSSClockBase : public GNSSClock {
 
     /// What becomes of an item at this host time, in seconds.
     GNSSTimeResult Classify(double hostTime) const {
-        const GNSSTimeStatus status = StatusAt(hostTime);
-        return {status, status == GNSSTimeStatus::Discard ? 0.0 : hostTime};
+        using Status = GNSSTimeStatus;
+        using Reason = GNSSTimeReason;
+        if (!hasTime) {
+            return {Status::Discard, 0.0, Reason::NotPlaced};
+        }
+        const bool counting = std::abs(windowCurrent) > std::numeric_limits<double>::epsilon();
+        if (!started || !accepting || !counting) {
+            return {Status::Wait, hostTime, Reason::NotBegun};
+        }
+        if (acceptAll && hostTime >= 0.0) {
+            return {Status::Valid, hostTime, Reason::None};
+        }
+        if (hostTime >= windowStart && hostTime <= windowCurrent) {
+            return {Status::Valid, hostTime, Reason::None};
+        }
+        if (hostTime > windowCurrent && hostTime <= windowLimit) {
+            return {Status::Wait, hostTime, Reason::AheadOfPosition};
+        }
+        return {Status::Discard, 0.0, DiscardReason(hostTime)};
     }
+    /// The part of the state that doesn't depend on the relation.
+    GNSSClockState BasicState(GNSSClockMode mode) const;
 
     const CountedRef<HostApp> host;
     GNSSTime origin;  ///< the device time that counts as zero
 
   private:
-    GNSSTimeStatus StatusAt(double hostTime) const {
-        if (!hasTime) {
-            return GNSSTimeStatus::Discard;
+    GNSSTimeReason DiscardReason(double hostTime) const {
+        if (hostTime < 0.0) {
+            return GNSSTimeReason::BeforeStart;
         }
-        const bool counting = std::abs(windowCurrent) > std::numeric_limits<double>::epsilon();
-        if (!started || !accepting || !counting) {
-            return GNSSTimeStatus::Wait;
-        }
-        if (acceptAll && hostTime >= 0.0) {
-            return GNSSTimeStatus::Valid;
-        }
-        if (hostTime >= windowStart && hostTime <= windowCurrent) {
-            return GNSSTimeStatus::Valid;
-        }
-        const bool ahead = hostTime > windowCurrent && hostTime <= windowLimit;
-        return ahead ? GNSSTimeStatus::Wait : GNSSTimeStatus::Discard;
+        // A time that is no number is in no window and can't be placed.
+        return hostTime < windowStart   ? GNSSTimeReason::TooOld
+               : hostTime > windowLimit ? GNSSTimeReason::TooNew
+                                        : GNSSTimeReason::NotPlaced;
     }
 
     const PerformanceCounter& counter;

@@ -25,6 +25,7 @@ class GNSSClockGPSPPSMaster final : public GNSSClockGPSPPS {
     using GNSSClockGPSPPS::GNSSClockGPSPPS;
 
     double GetElapsedTime() const override { return Now().elapsed; }
+    GNSSClockState GetState() const override { return BasicState(GNSSClockMode::PPSMaster); }
 
   private:
     void OnStart(bool hostHasSource) override;
@@ -40,6 +41,8 @@ class GNSSClockGPSPPSMaster final : public GNSSClockGPSPPS {
 class GNSSClockGPSPPSSlave final : public GNSSClockGPSPPS {
   public:
     using GNSSClockGPSPPS::GNSSClockGPSPPS;
+
+    GNSSClockState GetState() const override { return BasicState(GNSSClockMode::PPSSlave); }
 
   private:
     void OnStart(bool) override {}

@@ -9,6 +9,7 @@ namespace Kestrova::Utils::Kcom::Synchronization {
 
 void GNSSClockSoftSync::OnStart(bool) {
     origin = Now().time;
+    jumps = 0;
     algorithm.Initialize();
     TakeReading();
 }
@@ -18,9 +19,23 @@ void GNSSClockSoftSync::OnWindowChanged() {
     const double hostTime = hostValue(hostClock, &HostMasterClock::getTimeSeconds);
     if (std::abs(algorithm.MasterToSlave(hostTime) - Now().elapsed) > largestError) {
         origin = Now().time;
+        jumps += algorithm.IsPlaced() ? 1 : 0;
         algorithm.Reset();
     }
     TakeReading();
+}
+
+GNSSClockState GNSSClockSoftSync::GetState() const {
+    constexpr double million = 1e6;
+    GNSSClockState state = BasicState(GNSSClockMode::SoftSync);
+    state.isPlaced = state.hasTime && algorithm.IsPlaced();
+    if (state.isPlaced) {
+        state.offset += algorithm.MasterToSlave(0.0);
+        state.ratePpm = (1.0 / algorithm.GetSlope() - 1.0) * million;
+        state.residual = algorithm.GetResidual();
+    }
+    state.jumps = jumps;
+    return state;
 }
 
 void GNSSClockSoftSync::TakeReading() {

@@ -16,8 +16,13 @@ class GNSSClockSoftSync final : public GNSSClockBase {
     using GNSSClockBase::GNSSClockBase;
 
     GNSSTimeResult GetTime(const GNSSTime deviceTime) override {
-        return Classify(algorithm.SlaveToMaster(deviceTime - origin));
+        GNSSTimeResult result = Classify(algorithm.SlaveToMaster(deviceTime - origin));
+        if (result.status == GNSSTimeStatus::Discard && !algorithm.IsPlaced()) {
+            result.reason = GNSSTimeReason::NotPlaced;
+        }
+        return result;
     }
+    GNSSClockState GetState() const override;
 
   private:
     static constexpr double largestError = 1.0;  ///< seconds of device time
@@ -30,6 +35,7 @@ class GNSSClockSoftSync final : public GNSSClockBase {
     void TakeReading();
 
     Utils::Synchronization::SoftSyncAlgorithm algorithm;
+    std::uint64_t jumps = 0;  ///< since the start
 };
 
 }  // namespace Kestrova::Utils::Kcom::Synchronization

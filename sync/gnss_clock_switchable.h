@@ -44,6 +44,7 @@ class GNSSClockSwitchable final : public GNSSClock {
     void SetDeviceName(const std::string& name) override;
     std::string GetDeviceName() const override { return deviceName; }
     std::string GetDisplayName() const override { return displayName; }
+    GNSSClockState GetState() const override { return active->GetState(); }
 
     // As in `GNSSClockBase`.
     void Start(bool hostHasSource) { active->Start(hostHasSource); }

@@ -36,6 +36,13 @@ class SoftSyncBase {
     /// Forgets the readings, but not what was learned from them.
     virtual void Reset();
 
+    /// Whether a reading was accepted since the last `Reset`.
+    bool IsPlaced() const { return lastMasterTime > 0.0; }
+    /// Master seconds by which the latest reading lies above the line; 0.0 without one.
+    double GetResidual() const {
+        return IsPlaced() ? lastMasterTime - SlaveToMaster(lastSlaveTime) : 0.0;
+    }
+
   protected:
     // Of the last accepted reading, 0.0 if there is none.
     double lastMasterTime = 0.0;
@@ -68,6 +75,8 @@ class SoftSyncAlgorithm final : public SoftSyncBase {
         return placed ? (masterTime - offset) / slope + slaveBase : notPlaced;
     }
     void Reset() override;
+    /// Master seconds per slave second.
+    double GetSlope() const { return slope; }
 
   private:
     /// How far a reading may lie from the base, in seconds.

@@ -103,12 +103,12 @@ void dumpMessage(const CmpHeader& header, const std::uint8_t* payload) {
 }
 
 /// Dumps the messages of one frame, `left` at most, and counts them off.
-void dumpFrame(const std::uint8_t* data, std::uint32_t length, std::uint64_t& left) {
+void dumpFrame(const CapturedFrame& frame, std::uint64_t& left) {
     CmpHeader header;
     const std::uint8_t* payload = nullptr;
     std::int32_t offset = 0;
-    while (left > 0 && parseFrame(data, static_cast<std::int32_t>(length), &offset, header,
-                                  payload) == DecodeResult::ok) {
+    while (left > 0 && parseFrame(frame.data, static_cast<std::int32_t>(frame.length), &offset,
+                                  header, payload) == DecodeResult::ok) {
         dumpMessage(header, payload);
         --left;
     }
@@ -116,12 +116,11 @@ void dumpFrame(const std::uint8_t* data, std::uint32_t length, std::uint64_t& le
 
 ExitCode dumpFile(const DumpOptions& options, StopSignal& stop) {
     StoredFrames frames(options.file);
-    const std::uint8_t* data = nullptr;
-    std::uint32_t length = 0;
+    CapturedFrame frame;
     std::uint64_t left = options.count;
     while (left > 0 && !frames.isAtEnd() && !stop.isRequested()) {
-        if (frames.next(data, length) == CaptureHandle::frame) {
-            dumpFrame(data, length, left);
+        if (frames.next(frame) == CaptureHandle::gotFrame) {
+            dumpFrame(frame, left);
         }
     }
     if (!frames.getErrorText().empty()) {
@@ -140,12 +139,11 @@ ExitCode dumpInterface(const DumpOptions& options, StopSignal& stop) {
     if (!handle) {
         throw CommandError(ExitCode::Failed, error + "; \"ip link\" lists the interfaces");
     }
-    const std::uint8_t* data = nullptr;
-    std::uint32_t length = 0;
+    CapturedFrame frame;
     std::uint64_t left = options.count;
     while (left > 0 && !stop.isRequested()) {
-        if (handle->next(data, length) == CaptureHandle::frame) {
-            dumpFrame(data, length, left);
+        if (handle->next(frame) == CaptureHandle::gotFrame) {
+            dumpFrame(frame, left);
         }
     }
     return ExitCode::Good;

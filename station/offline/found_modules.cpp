@@ -30,16 +30,15 @@ std::vector<ModuleOption> findModules(const std::string& path) {
     std::vector<ModuleOption> modules;
     std::set<std::uint16_t> seen;
     CmpHeader header;
-    const std::uint8_t* data = nullptr;
-    std::uint32_t length = 0;
+    CapturedFrame frame;
     while (!frames.isAtEnd()) {
-        if (frames.next(data, length) != CaptureHandle::frame) {
+        if (frames.next(frame) != CaptureHandle::gotFrame) {
             continue;
         }
         std::int32_t offset = 0;
         const std::uint8_t* payload = nullptr;
-        while (parseFrame(data, static_cast<std::int32_t>(length), &offset, header, payload) ==
-               DecodeResult::ok) {
+        while (parseFrame(frame.data, static_cast<std::int32_t>(frame.length), &offset, header,
+                          payload) == DecodeResult::ok) {
             CmStatus status;
             status.cmId = header.cmId;
             if (header.messageType != MessageType::cmStatus ||

@@ -18,9 +18,7 @@ constexpr std::uint32_t stretchMostBytes = 256 * 1024;
 class StoredHandle final : public CaptureHandle {
   public:
     explicit StoredHandle(StoredFrames& storedFrames) : frames(storedFrames) {}
-    std::int32_t next(const std::uint8_t*& data, std::uint32_t& length) override {
-        return frames.next(data, length);
-    }
+    std::int32_t next(CapturedFrame& frame) override { return frames.next(frame); }
 
   private:
     StoredFrames& frames;
@@ -80,7 +78,7 @@ bool StoredFrames::fetch() {
 }
 
 /// A frame that is read ahead stays valid until the next is fetched, which happens here.
-std::int32_t StoredFrames::next(const std::uint8_t*& data, std::uint32_t& length) {
+std::int32_t StoredFrames::next(CapturedFrame& frame) {
     if (nextData == nullptr && !fetch()) {
         return CaptureHandle::timeout;
     }
@@ -95,10 +93,9 @@ std::int32_t StoredFrames::next(const std::uint8_t*& data, std::uint32_t& length
     }
     stretchBytes += nextLength;
     time = nextTime;
-    data = nextData;
-    length = nextLength;
+    frame = {nextData, nextLength, nextTime};
     nextData = nullptr;
-    return CaptureHandle::frame;
+    return CaptureHandle::gotFrame;
 }
 
 double StoredFrames::getProgress() const {

@@ -33,6 +33,7 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
 
     std::uint64_t getCount() const override { return static_cast<std::uint64_t>(time); }
     std::uint64_t getFrequency() const override { return 1000000000; }
+    std::int64_t getRealNanoseconds() const override { return time; }
 
     std::int32_t findAllDevices(std::vector<CaptureInterface>& devices,
                                 std::string& error) override;
@@ -43,7 +44,7 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
                            std::string& error) override;
 
     /// Reads the next frame as a `CaptureHandle` does.
-    std::int32_t next(const std::uint8_t*& data, std::uint32_t& length);
+    std::int32_t next(CapturedFrame& frame);
 
   private:
     bool fetch();

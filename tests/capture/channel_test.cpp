@@ -38,6 +38,7 @@ class ChannelTest : public ::testing::Test {
     void flush(CmpChannel& channel, std::deque<FakeClock::Result> answers) {
         clock->script = std::move(answers);
         clock->script.push_back({Wait, 0.0});
+        channel.takeOver();
         channel.flush(clock);
     }
     static FakeOutput& outputOf(const CmpChannel& channel) {
@@ -142,6 +143,7 @@ TEST_F(ChannelTest, LongQueueKeepsItsOrderWhereItShrinks) {
         for (std::uint32_t i = 0; i < count; ++i) {
             give(canBus, wire::can(i, wire::counting(i % 65)));
         }
+        canBus.takeOver();
         canBus.flush(clock);
         const auto samples = std::exchange(outputOf(canBus).samples, {});
         ASSERT_EQ(samples.size(), count);

@@ -49,12 +49,12 @@ TEST_F(PacketReaderTest, WhatCameInIsSeenBeforeThePassEnds) {
     std::vector<std::vector<int>> seen;
     port.onRead = [&] {
         seen.push_back(arrived());
-        counter.count += 4;  // milliseconds
+        counter.count += 1;  // a millisecond, half of the longest burst
     };
     const Bytes foreign = wire::ethernet(0x0800);
-    read({frame(1), frame(2), frame(3), frame(4), foreign, foreign});
-    EXPECT_THAT(seen, ElementsAre(ElementsAre(), ElementsAre(), ElementsAre(), ElementsAre(1, 2, 3),
-                                  ElementsAre(), ElementsAre(4), ElementsAre()));
+    read({frame(1), frame(2), frame(3), foreign, foreign});
+    EXPECT_THAT(seen, ElementsAre(ElementsAre(), ElementsAre(), ElementsAre(1, 2), ElementsAre(),
+                                  ElementsAre(3), ElementsAre()));
 }
 
 TEST_F(PacketReaderTest, ReadErrorRepeatsTheFrameBefore) {
@@ -67,7 +67,11 @@ TEST_F(PacketReaderTest, ReadErrorRepeatsTheFrameBefore) {
 
 TEST_F(PacketReaderTest, StopAbandonsTheRestOfTheFrame) {
     port.interfaces[0].reads = {{1, frame(1)}, {1, frame(2)}};
-    counter.onCount = [this] { reader.Stop(); };  // behind the read, before the first message
+    counter.onCount = [this] {  // behind the first read, before the first message
+        if (port.interfaces[0].reads.size() == 1) {
+            reader.Stop();
+        }
+    };
     reader.readPass();
     counter.onCount = nullptr;
     EXPECT_EQ(port.interfaces[0].reads.size(), 1U);

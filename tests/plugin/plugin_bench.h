@@ -49,7 +49,7 @@ class FrameFeed {
         if (timedOut) {
             return {};
         }
-        ScriptedRead read{CaptureHandle::frame, std::move(frames.front())};
+        ScriptedRead read{CaptureHandle::gotFrame, std::move(frames.front())};
         frames.pop_front();
         ++taken;
         return read;

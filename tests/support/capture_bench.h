@@ -43,7 +43,7 @@ struct CaptureBench {
     /// One read pass over these frames.
     void read(const std::vector<wire::Bytes>& frames) {
         for (const wire::Bytes& frame : frames) {
-            port.interfaces[0].reads.push_back({CaptureHandle::frame, frame});
+            port.interfaces[0].reads.push_back({CaptureHandle::gotFrame, frame});
         }
         reader.readPass();
     }

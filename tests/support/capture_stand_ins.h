@@ -27,6 +27,7 @@
 struct ScriptedRead {
     std::int32_t result = CaptureHandle::timeout;
     std::vector<std::uint8_t> frame;
+    std::int64_t receivedAt = CapturedFrame::notStamped;
 };
 
 /// An interface whose reads are a script; behind its end comes what `endless` gives, or else every
@@ -50,7 +51,7 @@ class ScriptedPort final : public CapturePort {
     void add(const std::string& name, std::initializer_list<std::vector<std::uint8_t>> frames) {
         interfaces.push_back({name, {}, nullptr, false, false});
         for (const auto& frame : frames) {
-            interfaces.back().reads.push_back({CaptureHandle::frame, frame});
+            interfaces.back().reads.push_back({CaptureHandle::gotFrame, frame});
         }
     }
 
@@ -96,7 +97,7 @@ class ScriptedPort final : public CapturePort {
         }
         ~Handle() override { --port.openHandles; }
 
-        std::int32_t next(const std::uint8_t*& data, std::uint32_t& length) override {
+        std::int32_t next(CapturedFrame& frame) override {
             if (port.onRead) {
                 port.onRead();
             }
@@ -111,14 +112,14 @@ class ScriptedPort final : public CapturePort {
             if (!source.endless) {
                 port.calls.push_back(source.name + ':' + std::to_string(read.result));
             }
-            if (read.result == frame) {
+            if (read.result == gotFrame) {
                 // A block of its own, exactly as long as the frame: a read beyond it is seen.
                 held = std::make_unique<std::uint8_t[]>(read.frame.size());
                 if (!read.frame.empty()) {
                     std::memcpy(held.get(), read.frame.data(), read.frame.size());
                 }
-                data = held.get();
-                length = static_cast<std::uint32_t>(read.frame.size());
+                frame = {held.get(), static_cast<std::uint32_t>(read.frame.size()),
+                         read.receivedAt};
             }
             return read.result;
         }

@@ -65,7 +65,7 @@ class WindowBench {
     }
     /// The frame comes in, on this thread.
     void read(const wire::Bytes& frame) {
-        port.interfaces[0].reads.push_back({CaptureHandle::frame, frame});
+        port.interfaces[0].reads.push_back({CaptureHandle::gotFrame, frame});
         core->packetReader.readPass();
     }
 

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+
+/// What became of the messages of one channel since data read was started. At the end of data read
+/// `queued` is the sum of all that follow it.
+struct ChannelCounts {
+    std::uint64_t unusable = 0;   ///< never queued: the payload holds no whole message that fits
+    std::uint64_t queued = 0;     ///< messages that came in
+    std::uint64_t delivered = 0;  ///< written to the output channel
+
+    // No loss: stamped outside of the measurement.
+    std::uint64_t beforeStart = 0;
+    std::uint64_t afterEnd = 0;
+
+    // Lost.
+    std::uint64_t tooOld = 0;      ///< before the window in which the host still takes data
+    std::uint64_t tooNew = 0;      ///< behind the window in which data may be held back
+    std::uint64_t notPlaced = 0;   ///< the module's clock had no relation to the host's time
+    std::uint64_t leftQueued = 0;  ///< in the measurement, but not asked for before its end
+    std::uint64_t noOutput = 0;    ///< there was no output channel
+};
