@@ -165,6 +165,7 @@ struct ClockStatistics {
     std::int32_t mode = other;
     bool hasTime = false;     ///< the module was heard since the start of the acquisition
     bool isPlaced = false;    ///< its times have host times
+    double elapsed = 0.0;     ///< of a clock that leads: seconds since host time 0 by it, now
     double offset = 0.0;      ///< device time at host time 0, seconds since 1970
     double ratePpm = 0.0;     ///< by how much its clock is faster than the host's
     double residual = 0.0;    ///< latest reading minus fitted line, seconds of host time

@@ -47,6 +47,7 @@ ClockStatistics statisticsOf(const CmpDevice& device) {
     result.mode = modeOf(state.mode);
     result.hasTime = state.hasTime;
     result.isPlaced = state.isPlaced;
+    result.elapsed = state.elapsed;
     result.offset = state.offset;
     result.ratePpm = state.ratePpm;
     result.residual = state.residual;

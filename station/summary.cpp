@@ -11,9 +11,46 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+const char* modeText(const ClockStatistics& clock) {
+    switch (clock.mode) {
+        case ClockStatistics::softSync:
+            return "soft sync";
+        case ClockStatistics::ppsSlave:
+            return "PPS";
+        case ClockStatistics::ppsMaster:
+            return "PPS, leading";
+        default:
+            return "unknown";
+    }
+}
+
+const char* stateText(const ClockStatistics& clock) {
+    return !clock.hasTime ? "not heard" : clock.isPlaced ? "following" : "not placed";
+}
+
+Json toJson(const ClockStatistics& clock) {
+    Json result = {{"mode", modeText(clock)}, {"state", stateText(clock)}, {"offset", nullptr},
+                   {"ratePpm", nullptr},      {"residual", nullptr},       {"age", nullptr},
+                   {"jumps", clock.jumps}};
+    if (clock.isPlaced) {
+        result["offset"] = clock.offset;
+        result["ratePpm"] = clock.ratePpm;
+        result["residual"] = clock.residual;
+    }
+    if (clock.age >= 0.0) {
+        result["age"] = clock.age;
+    }
+    return result;
+}
+
 Json toJson(const ModuleSummary& module) {
-    return {{"name", module.name}, {"type", module.type},     {"configId", module.configId},
-            {"cmId", module.cmId}, {"serial", module.serial}, {"connected", module.connected}};
+    Json result = {{"name", module.name},         {"type", module.type},
+                   {"configId", module.configId}, {"cmId", module.cmId},
+                   {"serial", module.serial},     {"connected", module.connected}};
+    if (module.clock) {
+        result["clock"] = toJson(*module.clock);
+    }
+    return result;
 }
 
 Json toJson(const ChannelSummary& channel, const std::vector<ModuleSummary>& modules) {
@@ -28,6 +65,18 @@ Json toJson(const ChannelSummary& channel, const std::vector<ModuleSummary>& mod
         result["firstTime"] = channel.firstTime;
         result["lastTime"] = channel.lastTime;
     }
+    const ChannelStatistics& counts = channel.counts;
+    result.update({{"queued", counts.queued},
+                   {"delivered", counts.delivered},
+                   {"beforeStart", counts.beforeStart},
+                   {"afterEnd", counts.afterEnd},
+                   {"tooOld", counts.tooOld},
+                   {"tooNew", counts.tooNew},
+                   {"notPlaced", counts.notPlaced},
+                   {"leftQueued", counts.leftQueued},
+                   {"noOutput", counts.noOutput},
+                   {"overwritten", channel.overwritten},
+                   {"unusable", counts.unusable}});
     return result;
 }
 
@@ -52,29 +101,54 @@ std::string shortened(const std::string& text, std::size_t most) {
     return text.size() <= most ? text : text.substr(0, most - 2) + "..";
 }
 
+/// How far a clock has got, for the line of its module.
+std::string clockText(const ClockStatistics& clock) {
+    constexpr double microsecondsPerSecond = 1e6;
+    std::string text = fmt::format("  {}", modeText(clock));
+    if (!clock.isPlaced) {
+        return text + ", " + stateText(clock);
+    }
+    if (clock.mode == ClockStatistics::softSync) {
+        text += fmt::format(" {:+.1f} ppm, residual {:.1f} us", clock.ratePpm,
+                            clock.residual * microsecondsPerSecond);
+    }
+    if (clock.jumps != 0) {
+        text += fmt::format(", {} jump{}", clock.jumps, clock.jumps == 1 ? "" : "s");
+    }
+    return text;
+}
+
 void addModule(const Summary& summary, std::size_t position, std::vector<std::string>& lines) {
     constexpr std::size_t longestValue = 40;
     const ModuleSummary& module = summary.modules[position];
     lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
                                 module.type, module.configId, printable(module.serial),
-                                module.connected ? "Connected" : "Not connected"));
+                                module.connected ? "Connected" : "Not connected") +
+                    (module.clock ? clockText(*module.clock) : ""));
     std::size_t silent = 0;
     for (const ChannelSummary& channel : summary.channels) {
         if (channel.module != position) {
             continue;
         }
-        if (channel.frames == 0) {
+        if (channel.frames == 0 && channel.getLost() == 0) {
             ++silent;
             continue;
         }
-        lines.push_back(fmt::format("  {:<32} {:<7} {:>12} {:>10.0f}/s  {}", channel.name,
-                                    channel.busName, channel.frames, channel.rate,
-                                    shortened(channel.lastValue, longestValue)));
+        lines.push_back(
+            fmt::format("  {:<32} {:<7} {:>12} {:>10.0f}/s  {}{}", channel.name, channel.busName,
+                        channel.frames, channel.rate,
+                        channel.getLost() == 0 ? "" : fmt::format("LOST {}  ", channel.getLost()),
+                        shortened(channel.lastValue, longestValue)));
     }
     if (silent != 0) {
         lines.push_back(
             fmt::format("  ({} channel{} without frames)", silent, silent == 1 ? "" : "s"));
     }
+}
+
+std::string awaitedText(const Summary& summary) {
+    return fmt::format("waiting for \"{}\", whose clock leads the measurement",
+                       summary.awaitedLeader);
 }
 
 }  // namespace
@@ -102,6 +176,14 @@ std::uint64_t Summary::totalFrames() const {
     return total;
 }
 
+std::uint64_t Summary::totalLost() const {
+    std::uint64_t total = 0;
+    for (const ChannelSummary& channel : channels) {
+        total += channel.getLost();
+    }
+    return total;
+}
+
 std::string toIsoText(Summary::Clock::time_point time) {
     const auto whole = std::chrono::floor<std::chrono::seconds>(time);
     const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(time - whole);
@@ -113,9 +195,13 @@ std::string toJson(const Summary& summary) {
     Json result = {{"startTime", toIsoText(summary.startTime)},
                    {"seconds", summary.seconds},
                    {"droppedFrames", summary.droppedFrames},
+                   {"lostMessages", summary.totalLost()},
                    {"modules", Json::array()},
                    {"channels", Json::array()},
                    {"recordings", Json::array()}};
+    if (!summary.awaitedLeader.empty()) {
+        result["awaitedLeader"] = summary.awaitedLeader;
+    }
     for (const ModuleSummary& module : summary.modules) {
         result["modules"].push_back(toJson(module));
     }
@@ -134,6 +220,9 @@ std::vector<std::string> toTable(const Summary& summary) {
     lines.push_back(fmt::format("{:.1f} s since {}   {} frames", summary.seconds,
                                 toIsoText(summary.startTime).substr(0, 19) + 'Z',
                                 summary.totalFrames()));
+    if (!summary.awaitedLeader.empty()) {
+        lines.push_back(awaitedText(summary));
+    }
     lines.push_back(fmt::format("  {:<32} {:<7} {:>12} {:>12}  {}", "channel", "bus", "frames",
                                 "rate", "last value"));
     for (std::size_t i = 0; i < summary.modules.size(); ++i) {
@@ -154,8 +243,13 @@ std::string toProgressLine(const Summary& summary) {
     for (const ChannelSummary& channel : summary.channels) {
         rate += channel.rate;
     }
-    return fmt::format("{:.0f} s: {} of {} modules connected, {} frames, {:.0f}/s", summary.seconds,
-                       connected, summary.modules.size(), summary.totalFrames(), rate);
+    if (!summary.awaitedLeader.empty()) {
+        return awaitedText(summary);
+    }
+    return fmt::format(
+        "{:.0f} s: {} of {} modules connected, {} frames, {:.0f}/s{}", summary.seconds, connected,
+        summary.modules.size(), summary.totalFrames(), rate,
+        summary.totalLost() == 0 ? "" : fmt::format(", {} LOST", summary.totalLost()));
 }
 
 }  // namespace station

@@ -2,9 +2,11 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "host/plugin.h"
 #include "station/recording/recording_set.h"
 
 namespace station {
@@ -18,6 +20,7 @@ struct ModuleSummary {
     std::uint16_t cmId = 0;
     std::string serial;
     bool connected = false;
+    std::optional<ClockStatistics> clock = {};  ///< how it follows the host's, where that is known
 };
 
 struct ChannelSummary {
@@ -31,6 +34,10 @@ struct ChannelSummary {
     double lastTime = 0.0;
     double rate = 0.0;  ///< frames a second, lately
     std::string lastValue;
+    ChannelStatistics counts;       ///< by the plug-in, as far as it was asked lately
+    std::uint64_t overwritten = 0;  ///< messages that were overwritten before they could be read
+
+    std::uint64_t getLost() const { return counts.getLost() + overwritten; }
 };
 
 struct RecordingSummary {
@@ -48,11 +55,14 @@ struct Summary {
     Clock::time_point startTime;      ///< UTC of host time 0
     double seconds = 0.0;             ///< since then
     std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
+    std::string awaitedLeader;        ///< the module for whose clock the start waits; empty: none
     std::vector<ModuleSummary> modules;
     std::vector<ChannelSummary> channels;
     std::vector<RecordingSummary> recordings;
 
     std::uint64_t totalFrames() const;
+    /// Messages of all channels that were lost behind the network interface.
+    std::uint64_t totalLost() const;
 };
 
 /// How the recordings stand.

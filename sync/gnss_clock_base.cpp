@@ -53,6 +53,7 @@ GNSSClockState GNSSClockBase::BasicState(GNSSClockMode mode) const {
     state.mode = mode;
     state.hasTime = hasTime;
     state.isPlaced = hasTime && started;
+    state.elapsed = GetElapsedTime();
     state.offset = (origin - GNSSTime()) + gnss_arithmetic::weekEpochUnixSeconds;
     return state;
 }

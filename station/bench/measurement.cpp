@@ -2,10 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <utility>
+
 namespace station {
 namespace {
 
 constexpr auto flushPeriod = std::chrono::milliseconds(500);
+/// How often the user is told of messages that the plug-in lost.
+constexpr auto countsPeriod = std::chrono::seconds(1);
 
 }  // namespace
 
@@ -17,6 +22,7 @@ Measurement::Measurement(Bench& measuringBench, RecordingSet& recordingSet)
 void Measurement::start() {
     bench.driver().start();
     nextFlush = Clock::now() + flushPeriod;
+    nextCounts = Clock::now() + countsPeriod;
 }
 
 void Measurement::requestStop() {
@@ -38,6 +44,7 @@ void Measurement::takeStep() {
     }
     if (stopping) {
         recorder.takeNew();
+        missedLeader = awaitedLeader();
         driver.stop();
         over = true;
     } else {
@@ -67,6 +74,33 @@ void Measurement::readDropped(std::vector<std::string>& texts) {
     droppedTold = dropped;
 }
 
+void Measurement::readCounts(std::vector<std::string>& texts) {
+    for (std::string& text : recorder.takeCounts(bench.driver().getChannels())) {
+        lost = true;
+        texts.push_back(std::move(text));
+    }
+    if (!missedLeader.empty()) {
+        lost = true;
+        texts.push_back(
+            fmt::format("the measurement never began: \"{}\", whose clock leads it, was not heard; "
+                        "connect the module, or let another clock lead (Clock source)",
+                        std::exchange(missedLeader, {})));
+    }
+}
+
+std::string Measurement::awaitedLeader() {
+    if (!bench.driver().isAwaitingLeader()) {
+        return {};
+    }
+    const auto clocks = bench.driver().getClocks();
+    const auto leader = std::find_if(clocks.begin(), clocks.end(), [](const auto& clock) {
+        return clock.mode == ClockStatistics::ppsMaster;
+    });
+    const auto place = static_cast<std::size_t>(leader - clocks.begin());
+    const auto modules = bench.modules();
+    return place < modules.size() ? modules[place].name : "a module";
+}
+
 std::vector<std::string> Measurement::poll(Clock::time_point now) {
     std::vector<std::string> texts;
     try {
@@ -74,9 +108,14 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
     } catch (...) {
         over = true;
         read(texts);
+        readCounts(texts);
         throw;
     }
     read(texts);
+    if (over || now >= nextCounts) {
+        nextCounts = now + countsPeriod;
+        readCounts(texts);
+    }
     if (now >= nextFlush) {
         nextFlush = now + flushPeriod;
         for (std::string& text : recordings.flush()) {
@@ -91,8 +130,14 @@ std::vector<std::string> Measurement::close() {
 }
 
 Summary Measurement::summarize() {
-    Summary summary = recorder.summarize(bench.modules());
+    std::vector<ModuleSummary> modules = bench.modules();
+    const auto clocks = bench.driver().getClocks();
+    for (std::size_t i = 0; i < std::min(modules.size(), clocks.size()); ++i) {
+        modules[i].clock = clocks[i];
+    }
+    Summary summary = recorder.summarize(std::move(modules));
     summary.droppedFrames = droppedTold;
+    summary.awaitedLeader = awaitedLeader();
     return summary;
 }
 

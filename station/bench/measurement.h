@@ -46,16 +46,21 @@ class Measurement {
   private:
     void read(std::vector<std::string>& texts);
     void readDropped(std::vector<std::string>& texts);
+    void readCounts(std::vector<std::string>& texts);
+    /// The name of the module whose clock leads, while the measurement waits for it; else empty.
+    std::string awaitedLeader();
     void takeStep();
 
     Bench& bench;
     RecordingSet& recordings;
     MeasurementRecorder recorder;
     Clock::time_point nextFlush;
+    Clock::time_point nextCounts;
     std::uint64_t droppedTold = 0;  ///< frames
     bool stopping = false;
     bool over = false;
     bool lost = false;
+    std::string missedLeader;  ///< the module that was awaited when it ended; empty: none
 };
 
 }  // namespace station

@@ -93,12 +93,18 @@ void MeasurementBar::show(const Summary& summary, bool hasLost) {
         lost += recording.lost;
         hasFailed = hasFailed || !recording.error.empty();
     }
-    elapsed->setText(elapsedText(summary.seconds));
+    elapsed->setText(
+        summary.awaitedLeader.empty()
+            ? elapsedText(summary.seconds)
+            : QString("waiting for %1").arg(QString::fromStdString(summary.awaitedLeader)));
     size->setText(summary.recordings.empty() ? "not recorded" : sizeText(bytes));
     if (hasFailed || lost > 0) {
         loss->setText(QString("Recording failed, %1 messages not in it").arg(lost));
     } else {
-        loss->setText(hasLost ? "Messages lost" : "Nothing lost");
+        const std::uint64_t messages = summary.totalLost();
+        loss->setText(!hasLost        ? QString("Nothing lost")
+                      : messages == 0 ? QString("Messages lost")
+                                      : QString("%1 messages lost").arg(messages));
     }
     const bool isBad = hasLost || hasFailed || lost > 0;
     setColors(*loss, isBad ? QColor(198, 40, 40) : QColor(200, 230, 201),

@@ -24,8 +24,8 @@ double checked(double samplesPerSecond) {
 MasterClock::MasterClock(const PerformanceCounter& performanceCounter, double samplesPerSecond)
     : counter(performanceCounter), rate(checked(samplesPerSecond)) {}
 
-void MasterClock::start() {
-    startNanoseconds = counter.getNanoseconds();
+void MasterClock::start(double second) {
+    startNanoseconds = counter.getNanoseconds() - std::llround(second * nanosecondsPerSecond);
     position = 0;
     running = true;
 }

@@ -31,8 +31,8 @@ class MasterClock final : public Counted<HostMasterClock> {
     explicit MasterClock(const PerformanceCounter& performanceCounter,
                          double samplesPerSecond = defaultSampleRate);
 
-    /// A measurement begins: its time is 0 now, its position too.
-    void start();
+    /// A measurement begins: its time is `second` now, its position 0.
+    void start(double second = 0.0);
     /// The next part begins: time 0 is that second of the part that ends. The position is 0 until
     /// it is moved.
     void startNextPart(double second);

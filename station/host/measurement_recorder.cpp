@@ -27,6 +27,27 @@ std::optional<BusType> busOf(const StationChannel& channel) {
     }
 }
 
+/// What was lost between two looks at a channel's counts, and why; empty for nothing.
+std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now) {
+    struct Reason {
+        std::uint64_t ChannelStatistics::*count;
+        const char* text;
+    };
+    static constexpr Reason reasons[] = {
+        {&ChannelStatistics::tooOld, "came too late to be written"},
+        {&ChannelStatistics::tooNew, "were stamped too far ahead of the measurement"},
+        {&ChannelStatistics::notPlaced, "had a module's clock without relation to the host's time"},
+        {&ChannelStatistics::leftQueued, "were still waiting at the end"},
+        {&ChannelStatistics::noOutput, "had no channel to go to"}};
+    std::vector<std::string> parts;
+    for (const Reason& reason : reasons) {
+        if (const std::uint64_t lost = now.*reason.count - before.*reason.count; lost != 0) {
+            parts.push_back(fmt::format("{} {}", lost, reason.text));
+        }
+    }
+    return fmt::format("{}", fmt::join(parts, ", "));
+}
+
 }  // namespace
 
 std::string toText(const CanRecord& record) {
@@ -89,6 +110,7 @@ class MeasurementRecorder::Channel final : public ChannelSink {
     std::uint64_t framesAtMark = 0;
     double rate = 0.0;
     std::uint64_t overrunsTold = 0;
+    ChannelStatistics counts;
 };
 
 MeasurementRecorder::MeasurementRecorder(StationHost& stationHost, RecordingSet& recordingSet)
@@ -151,6 +173,27 @@ std::vector<std::string> MeasurementRecorder::takeOverruns() {
     return texts;
 }
 
+std::vector<std::string> MeasurementRecorder::takeCounts(
+    const std::vector<ChannelStatistics>& statistics) {
+    std::vector<std::string> texts;
+    for (const auto& channel : channels) {
+        const std::int32_t output = channel->source->indices().back();
+        const auto found = std::find_if(
+            statistics.begin(), statistics.end(),
+            [output](const ChannelStatistics& entry) { return entry.output == output; });
+        if (found == statistics.end()) {
+            continue;
+        }
+        const std::string reasons = lossReasons(channel->counts, *found);
+        if (!reasons.empty()) {
+            texts.push_back(fmt::format("channel \"{}\" lost {} messages: {}", channel->name,
+                                        found->getLost() - channel->counts.getLost(), reasons));
+        }
+        channel->counts = *found;
+    }
+    return texts;
+}
+
 std::int64_t MeasurementRecorder::startNanoseconds() const {
     return firstStart.value_or(host.data().getStartNanoseconds());
 }
@@ -202,6 +245,8 @@ Summary MeasurementRecorder::summarize(std::vector<ModuleSummary> modules) {
         entry.lastTime = seconds(channel->lastUtc);
         entry.rate = channel->rate;
         entry.lastValue = channel->lastValueText();
+        entry.counts = channel->counts;
+        entry.overwritten = channel->source->getOverruns();
         summary.channels.push_back(std::move(entry));
     }
     summary.recordings = station::summarize(recordings);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/plugin.h"
 #include "station/host/module_facts.h"
 #include "station/host/station_host.h"
 #include "station/recording/bus_record.h"
@@ -52,6 +53,9 @@ class MeasurementRecorder {
     /// A text for each channel that lost messages since the last call, because they were
     /// overwritten before they could be read.
     std::vector<std::string> takeOverruns();
+    /// Keeps what the plug-in counts for the summary. Returns a text for each channel of which the
+    /// plug-in lost messages since the last call.
+    std::vector<std::string> takeCounts(const std::vector<ChannelStatistics>& statistics);
 
     /// Times count from the start of the first part. A channel without an owner among the modules
     /// goes to a module without a name behind them.

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "station/host/variant_array.h"
@@ -17,6 +18,21 @@ constexpr int leastPolls = 3;
 constexpr std::uint32_t noLeader = 0xFFFFFFFFU;
 /// What a leading clock's origin in the next part refers to: the time of the part before.
 constexpr const wchar_t* ownSourceName = L"cmp-station";
+
+/// All entries that one of the operations has; none if it fails.
+template <class Entry>
+std::vector<Entry> readAll(CaptureStatistics& statistics,
+                           HostResult (CaptureStatistics::*read)(Entry*, std::uint32_t*)) {
+    std::uint32_t count = 0;
+    if ((statistics.*read)(nullptr, &count) < 0) {
+        return {};
+    }
+    std::vector<Entry> entries(count);
+    if ((statistics.*read)(entries.data(), &count) < 0) {
+        return {};
+    }
+    return entries;
+}
 
 }  // namespace
 
@@ -177,13 +193,12 @@ void PluginDriver::start() {
     sendEvent(step, PluginEvent::alignChannels);
     state = State::Running;  // from here on a failure has something to stop
     sendEvent("start the capture", PluginEvent::startCapture);
-    host->clock().start();
+    awaitsLeader = hasLeader();
+    if (!awaitsLeader) {
+        host->clock().start();
+    }
     host->data().setStart(options.utcNow());
     beginPart();
-    if (hasLeader()) {
-        pollsFrom = host->clock().getSeconds() + options.leaderSeconds;
-        heldUntil = pollsFrom + options.settleSeconds;
-    }
 }
 
 bool PluginDriver::hasLeader() {
@@ -195,8 +210,6 @@ bool PluginDriver::hasLeader() {
 void PluginDriver::beginPart() {
     state = State::Running;
     samplesSeen = host->channels().getWritten();
-    hasDelivered = false;
-    pollsFrom = host->clock().getSeconds();
     heldUntil = host->clock().getSeconds() + options.settleSeconds;
     sendEvent("start its clocks", PluginEvent::enableClocks);
 }
@@ -206,23 +219,40 @@ void PluginDriver::poll() {
         return;
     }
     MasterClock& clock = host->clock();
-    if (state == State::Running && clock.getSeconds() < pollsFrom) {
-        return;
-    }
-    if (state == State::Running && clock.getSeconds() >= heldUntil) {
+    if (state == State::Running && !awaitsLeader && clock.getSeconds() >= heldUntil) {
         clock.movePosition();
     }
     sendEvent("deliver its data", PluginEvent::getData);
+    if (awaitsLeader) {
+        beginWithLeader();
+    }
     const std::uint64_t samples = host->channels().getWritten();
     if (samples != samplesSeen) {
         samplesSeen = samples;
         newestArrival = clock.getSeconds();
-        hasDelivered = true;
     }
     if (state == State::Ending) {
         leader = leadingSeconds();
         ++pollsSinceEnd;
     }
+}
+
+/// The number of samples is too coarse for the beginning of a time: the clock itself is asked for
+/// it where the plug-in can tell.
+void PluginDriver::beginWithLeader() {
+    double second = leadingSeconds();
+    if (std::isinf(second)) {
+        return;
+    }
+    for (const ClockStatistics& clock : getClocks()) {
+        if (clock.mode == ClockStatistics::ppsMaster && clock.isPlaced) {
+            second = clock.elapsed;
+            break;
+        }
+    }
+    awaitsLeader = false;
+    host->clock().start(second);
+    heldUntil = second + options.settleSeconds;
 }
 
 double PluginDriver::leadingSeconds() {
@@ -234,6 +264,16 @@ double PluginDriver::leadingSeconds() {
     }
     const std::uint64_t samples = (std::uint64_t{high} << 32U) + low;
     return static_cast<double>(samples) / host->clock().getSampleRate();
+}
+
+std::vector<ChannelStatistics> PluginDriver::getChannels() const {
+    return statistics ? readAll(*statistics, &CaptureStatistics::getChannels)
+                      : std::vector<ChannelStatistics>();
+}
+
+std::vector<ClockStatistics> PluginDriver::getClocks() const {
+    return statistics ? readAll(*statistics, &CaptureStatistics::getClocks)
+                      : std::vector<ClockStatistics>();
 }
 
 std::uint64_t PluginDriver::getDroppedFrames() const {
@@ -268,9 +308,8 @@ bool PluginDriver::isDrained() const {
     const double now = host->clock().getSeconds();
     const double end = host->clock().getPositionSeconds();
     const bool quiet = now - newestArrival >= options.quietSeconds && pollsSinceEnd >= leastPolls;
-    const double least = hasDelivered ? leastDrain : 0.0;
-    const bool complete = now - endTime >= least && leader >= end + least;
-    return (quiet && complete) || now - endTime >= options.longestDrainSeconds;
+    const bool complete = now - endTime >= leastDrain && leader >= end + leastDrain;
+    return awaitsLeader || (quiet && complete) || now - endTime >= options.longestDrainSeconds;
 }
 
 void PluginDriver::startNextPart() {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "host/host_document.h"
 #include "host/plugin.h"
@@ -34,9 +35,6 @@ struct PluginDriverOptions {
     /// How long the position stays 0 at the beginning of a part. All that comes in waits so long,
     /// and the plug-in's clocks learn the modules' times before they have to judge a message.
     double settleSeconds = 0.2;
-    /// How long a module whose clock leads the measurement is given to be heard before its clock is
-    /// started, which takes the first time that it is asked for. Modules report once a second.
-    double leaderSeconds = 1.2;
     /// How long nothing new must come in before what was under way at the end counts as drained.
     double quietSeconds = 0.1;
     double longestDrainSeconds = 5.0;
@@ -53,14 +51,14 @@ struct PluginDriverOptions {
 ///     saveSettings, saveSetup
 ///
 /// **Nothing lost at the start.** Time 0 is when event 105 has returned: the interfaces are open.
-/// The position stays 0 for a while, which makes everything wait.
+/// Where a module's clock leads, time 0 is when that clock says so, however late the module begins
+/// to speak. The position stays 0 for a while, which makes everything wait.
 ///
 /// **Nothing lost at the end.** `endPart` moves the position for the last time. What was stamped up
 /// to there is still under way: in the network, in the plug-in's queues, behind a module's clock.
 /// So the periodic calls go on, with the time running, until the delay that the clocks ask for is
-/// over, a leading clock has reached the end too, and nothing new comes. Where no module has said
-/// anything, only the last is waited for. What was stamped later waits and isn't delivered. Only
-/// then may event 130 throw the queues away.
+/// over, a leading clock has reached the end too, and nothing new comes. What was stamped later
+/// waits and isn't delivered. Only then may event 130 throw the queues away.
 ///
 /// **Nothing lost between parts.** The capture runs on, what is stamped behind the end waits in the
 /// plug-in, and time 0 of the next part lies a second before that end, so that no rounding of the
@@ -113,9 +111,16 @@ class PluginDriver {
     void stop();
 
     bool isMeasuring() const { return state == State::Running || state == State::Ending; }
-    /// Frames that the system threw away in this measurement or the last one; 0 if the plug-in
-    /// can't tell.
+    /// Whether the measurement can't begin yet: the module whose clock leads it wasn't heard.
+    bool isAwaitingLeader() const { return isMeasuring() && awaitsLeader; }
+
+    // What the plug-in counts in this measurement or the last one; 0 and none if it can't tell.
+    /// Frames that the system threw away.
     std::uint64_t getDroppedFrames() const;
+    /// What became of the messages of each channel.
+    std::vector<ChannelStatistics> getChannels() const;
+    /// How each module's clock follows, in the order of the modules.
+    std::vector<ClockStatistics> getClocks() const;
 
   private:
     /// `Connecting` is left for `Ready` only: a plug-in whose connection failed gets no more calls.
@@ -131,8 +136,11 @@ class PluginDriver {
     void stopQuietly() noexcept;
     void beginPart();
     bool hasLeader();
-    /// Where a leading clock stands, in seconds since the start; infinite if none leads.
+    /// Where a leading clock stands, in seconds since the start; infinite if none leads, or if it
+    /// hasn't got to the start yet.
     double leadingSeconds();
+    /// Time 0 is that of the leading clock.
+    void beginWithLeader();
 
     const CountedRef<HostObject> object;
     const CountedRef<StationHost> host;
@@ -141,7 +149,7 @@ class PluginDriver {
     CountedRef<IPlugin4> events;
     CountedRef<CaptureStatistics> statistics;  ///< empty if the plug-in has none
     State state = State::New;
-    double pollsFrom = 0.0;  ///< host time
+    bool awaitsLeader = false;
     double heldUntil = 0.0;  ///< host time up to which the position stays 0
 
     double endTime = 0.0;        ///< host time of `endPart`
@@ -150,7 +158,6 @@ class PluginDriver {
     double leader = 0.0;         ///< `leadingSeconds` at the last periodic call
     int pollsSinceEnd = 0;
     std::uint64_t samplesSeen = 0;
-    bool hasDelivered = false;  ///< whether anything came in this part
 };
 
 }  // namespace station

@@ -47,16 +47,15 @@ class StoredFrameFiles : public testing::Test {
     Read readAll(StoredFrames& frames) const {
         constexpr std::size_t mostReads = 1000;
         Read read;
-        const std::uint8_t* data = nullptr;
-        std::uint32_t length = 0;
+        CapturedFrame frame;
         while (!frames.isAtEnd() && read.letters.size() < mostReads) {
-            if (frames.next(data, length) == CaptureHandle::timeout) {
+            if (frames.next(frame) == CaptureHandle::timeout) {
                 read.letters += ' ';
                 continue;
             }
-            read.letters += length > 0 ? static_cast<char>(*data) : '-';
-            read.times.push_back(frames.getNanoseconds());
-            read.lengths.push_back(length);
+            read.letters += frame.length > 0 ? static_cast<char>(*frame.data) : '-';
+            read.times.push_back(frame.receivedAt);
+            read.lengths.push_back(frame.length);
         }
         return read;
     }

@@ -42,5 +42,40 @@ TEST(Summary, TableShowsNoControlCharactersOfTheNetworkAndCountsSilentChannels) 
     EXPECT_THAT(lines, Not(Contains(HasSubstr("\x1B"))));
 }
 
+TEST(Summary, LossesAndClocksAreInEachForm) {
+    Summary summary = summaryOfOneModule("Front", "1");
+    summary.modules[0].clock = ClockStatistics{.mode = ClockStatistics::softSync,
+                                               .hasTime = true,
+                                               .isPlaced = true,
+                                               .ratePpm = 12.34,
+                                               .residual = 5e-6,
+                                               .age = 0.25,
+                                               .jumps = 2};
+    summary.channels[1].counts = {.queued = 21, .delivered = 1, .tooOld = 2, .tooNew = 3};
+    summary.channels[1].counts.noOutput = 4;
+    summary.channels[1].overwritten = 5;
+    const auto lines = toTable(summary);
+    EXPECT_THAT(lines, Contains(HasSubstr("soft sync +12.3 ppm, residual 5.0 us, 2 jumps")));
+    EXPECT_THAT(lines, Contains(HasSubstr("LOST 14"))) << "though no frame came";
+    EXPECT_THAT(toProgressLine(summary), HasSubstr("14 LOST"));
+    const auto json = nlohmann::json::parse(toJson(summary));
+    EXPECT_EQ(json["lostMessages"], 14);
+    const auto& channel = json["channels"][1];
+    EXPECT_EQ(channel["queued"], 21);
+    EXPECT_EQ(channel["tooOld"], 2);
+    EXPECT_EQ(channel["tooNew"], 3);
+    EXPECT_EQ(channel["noOutput"], 4);
+    EXPECT_EQ(channel["overwritten"], 5);
+    const auto& clock = json["modules"][0]["clock"];
+    EXPECT_EQ(clock["state"], "following");
+    EXPECT_EQ(clock["ratePpm"], 12.34);
+    EXPECT_EQ(clock["age"], 0.25);
+    EXPECT_EQ(clock["jumps"], 2);
+
+    summary.awaitedLeader = "Front";
+    EXPECT_THAT(toTable(summary), Contains(HasSubstr("waiting for \"Front\"")));
+    EXPECT_THAT(toProgressLine(summary), HasSubstr("waiting for \"Front\""));
+}
+
 }  // namespace
 }  // namespace station

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <string>
@@ -13,8 +14,13 @@ namespace station {
 
 /// A plug-in that records what its host asks of it, fails where a test says so, and has a place for
 /// what a test wants to happen in a call.
-class FakePlugin final : public Counted<IPlugin3, IPlugin4> {
+class FakePlugin final : public Counted<IPlugin3, IPlugin4, CaptureStatistics> {
   public:
+    static constexpr std::uint32_t notBegun = 0xFFFFFFFF;
+
+    bool leads = false;
+    std::uint32_t leaderSamples = notBegun;  ///< by a leading clock
+    std::vector<ClockStatistics> clocks;
     std::vector<std::string> calls;
     /// What happens in the call of that name, in place of success.
     std::map<std::string, std::function<HostResult()>> actions;
@@ -27,7 +33,8 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4> {
     HostResult onClearSetup() override { return enter("clear"); }
     HostResult onDisconnectChannels() override { return enter("disconnect"); }
     HostResult position33(std::uint32_t* low, std::uint32_t* high) override {
-        *low = *high = 0xFFFFFFFF;
+        *low = leaderSamples;
+        *high = leaderSamples == notBegun ? notBegun : 0;
         return HostCode::success;
     }
     HostResult onEvent(std::int32_t event, const HostVariant& input, HostVariant* result) override {
@@ -77,8 +84,17 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4> {
     HostResult position30() override { return 0; }
     HostResult position31() override { return 0; }
     HostResult position32(std::uint16_t* answer) override {
-        *answer = 0;
+        *answer = leads ? 1 : 0;
         return 0;
+    }
+    HostResult getDroppedFrames(std::uint64_t*) override { return HostCode::notImplemented; }
+    HostResult getChannels(ChannelStatistics*, std::uint32_t*) override {
+        return HostCode::notImplemented;
+    }
+    HostResult getClocks(ClockStatistics* entries, std::uint32_t* count) override {
+        std::copy_n(clocks.begin(), std::min<std::size_t>(*count, clocks.size()), entries);
+        *count = static_cast<std::uint32_t>(clocks.size());
+        return HostCode::success;
     }
     HostResult position34() override { return 0; }
     HostResult position35() override { return 0; }

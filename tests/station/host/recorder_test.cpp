@@ -12,7 +12,9 @@
 namespace station {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -101,6 +103,29 @@ TEST_F(Recorders, UtcGoesOnAcrossPartsAndNeverBack) {
     EXPECT_THAT(lines(),
                 ElementsAre("(0000001050.000000) C 101#AB01", "(0000001050.000000) C 102#AB02",
                             "(0000001052.000000) C 103#AB03"));
+}
+
+TEST_F(Recorders, WhatThePluginLostIsToldOncePerChannelWithItsReasons) {
+    const auto channel = mount();
+    recorder.addChannels({});
+    ChannelStatistics lossless{.output = channel->indices().back(), .queued = 9, .delivered = 5};
+    lossless.beforeStart = 3;
+    lossless.afterEnd = 1;
+    EXPECT_THAT(recorder.takeCounts({lossless}), IsEmpty());
+    ChannelStatistics lossy = lossless;
+    lossy.tooOld = 2;
+    lossy.tooNew = 3;
+    lossy.notPlaced = 4;
+    lossy.leftQueued = 5;
+    lossy.noOutput = 6;
+    ChannelStatistics other = lossy;
+    other.output = 77;
+    EXPECT_THAT(recorder.takeCounts({other, lossy}),
+                ElementsAre(AllOf(HasSubstr("\"C\" lost 20 messages: 2 came too late"),
+                                  HasSubstr("3 were stamped"), HasSubstr("4 had"),
+                                  HasSubstr("5 were still"), HasSubstr("6 had no channel"))));
+    EXPECT_THAT(recorder.takeCounts({lossy}), IsEmpty()) << "told already";
+    EXPECT_EQ(recorder.summarize({}).totalLost(), 20U);
 }
 
 }  // namespace
