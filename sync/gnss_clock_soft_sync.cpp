@@ -10,6 +10,7 @@ namespace Kestrova::Utils::Kcom::Synchronization {
 void GNSSClockSoftSync::OnStart(bool) {
     origin = Now().time;
     jumps = 0;
+    hasFollowed = false;
     algorithm.Initialize();
     TakeReading();
 }
@@ -19,7 +20,7 @@ void GNSSClockSoftSync::OnWindowChanged() {
     const double hostTime = hostValue(hostClock, &HostMasterClock::getTimeSeconds);
     if (std::abs(algorithm.MasterToSlave(hostTime) - Now().elapsed) > largestError) {
         origin = Now().time;
-        jumps += algorithm.IsPlaced() ? 1 : 0;
+        jumps += hasFollowed && algorithm.IsPlaced() ? 1 : 0;
         algorithm.Reset();
     }
     TakeReading();
@@ -44,6 +45,7 @@ void GNSSClockSoftSync::TakeReading() {
     const double elapsed = Now().elapsed;
     const double hostTime = hostValue(hostClock, &HostMasterClock::getTimeSeconds);
     algorithm.Update(hostTime, elapsed);
+    hasFollowed = HasTime();
 }
 
 }  // namespace Kestrova::Utils::Kcom::Synchronization

@@ -35,7 +35,8 @@ class GNSSClockSoftSync final : public GNSSClockBase {
     void TakeReading();
 
     Utils::Synchronization::SoftSyncAlgorithm algorithm;
-    std::uint64_t jumps = 0;  ///< since the start
+    bool hasFollowed = false;  ///< whether the latest reading was one of a module that was heard
+    std::uint64_t jumps = 0;   ///< since the start
 };
 
 }  // namespace Kestrova::Utils::Kcom::Synchronization
