@@ -52,6 +52,16 @@ void ComponentRoad::pass() {
     poll();
 }
 
+std::uint64_t ComponentRoad::countBeforeStart() {
+    std::uint64_t sum = 0;
+    for (const auto& device : core.packetReader.getDevices().list()) {
+        for (const auto& channel : *device->getChannels()) {
+            sum += channel->getCounts().beforeStart;
+        }
+    }
+    return sum;
+}
+
 void ComponentRoad::finish() {
     constexpr std::uint64_t oneMillisecond = 1'000'000;
     counter.passBy(oneMillisecond);

@@ -26,6 +26,8 @@ class ComponentRoad {
     void finish();
     /// Samples in the host's buffers since the start.
     std::uint64_t count() const { return host->channels().getWritten(); }
+    /// Messages that were stamped before the measurement, which starts when the first frame comes.
+    std::uint64_t countBeforeStart();
 
   private:
     /// The file's time, which goes on by a nanosecond each time that it is looked at: clocks are
