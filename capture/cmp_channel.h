@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -39,8 +40,15 @@ class CmpChannel {
     virtual void handOver() = 0;
     /// Capture thread: whether this is the first time since `handOver`.
     bool enterBurst() { return !std::exchange(isInBurst, true); }
+    /// Whether there is anything to take over, so that idle channels cost next to nothing.
+    bool hasHandedOver() {
+        return isHandedOver.load(std::memory_order_relaxed) &&
+               isHandedOver.exchange(false, std::memory_order_acq_rel);
+    }
     /// Takes over what the capture thread has queued up to now; `flush` works on that.
     virtual void takeOver() = 0;
+    /// Whether there is anything to flush.
+    bool hasTakenOver() const { return isTakenOver; }
     /// Writes the samples taken over whose time has come into the output channel.
     virtual void flush(const std::shared_ptr<GNSSClock>& clock) = 0;
     /// Empties the queue and forgets the last value; with the capture thread stopped.
@@ -83,6 +91,9 @@ class CmpChannel {
 
   protected:
     void leaveBurst() { isInBurst = false; }
+    /// Capture thread, behind the hand-over.
+    void setHandedOver() { isHandedOver.store(true, std::memory_order_release); }
+    void setTakenOver(bool any) { isTakenOver = any; }
 
     OutputFactory* const outputFactory;
     std::shared_ptr<OutputChannel> output;
@@ -94,4 +105,6 @@ class CmpChannel {
     BusStatus busStatus CMP_GUARDED_BY(statusLock);
 
     bool isInBurst = false;  // the capture thread's own
+    std::atomic<bool> isHandedOver{false};
+    bool isTakenOver = false;  // the host's thread's own
 };

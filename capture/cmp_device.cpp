@@ -301,7 +301,9 @@ double CmpDevice::getSilence() const {
 void CmpDevice::takeOverChannels() {
     const auto all = getChannels();
     for (const auto& channel : *all) {
-        channel->takeOver();
+        if (channel->hasHandedOver()) {
+            channel->takeOver();
+        }
     }
     publishTime();
 }
@@ -313,6 +315,8 @@ void CmpDevice::flushChannels() {
     publishTime();
     const auto all = getChannels();
     for (const auto& channel : *all) {
-        channel->flush(clock);
+        if (channel->hasTakenOver()) {
+            channel->flush(clock);
+        }
     }
 }

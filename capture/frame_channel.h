@@ -32,9 +32,13 @@ class FrameChannel : public CmpChannel {
     void handOver() override {
         leaveBurst();
         queue.handOver();
+        setHandedOver();
     }
 
-    void takeOver() override { queue.takeOver(); }
+    void takeOver() override {
+        queue.takeOver();
+        setTakenOver(queue.hasNext());
+    }
 
     /// Asks the clock about each sample in order: `Valid` is written, at a time that never goes
     /// back within the channel; `Wait` leaves it queued and ends the flush; `Discard` drops it. A
@@ -53,35 +57,34 @@ class FrameChannel : public CmpChannel {
         const std::uint32_t clears = queue.getClears();
         Frame frame;
         bool written = false;
-        while (queue.getClears() == clears && queue.hasNext()) {
+        while (queue.hasNext()) {
             queue.front().copyFront(frame);
             const auto result = clock->GetTime(toGnssTime(queue.front().frontTime()));
             if (result.status == Status::Wait) {
                 break;
             }
             if (result.status == Status::Valid && target) {
-                const std::uint32_t starts = timeResets;
-                const double time = std::max(lastTime, result.time);
-                (*target.*addSample)(&frame, sizeof(Frame), time);
-                if (timeResets == starts) {
-                    lastTime = time;
+                write(*target, frame, result.time);
+                if (queue.getClears() != clears) {
+                    return;
                 }
+                ++counts.delivered;
                 written = true;
+            } else {
+                countDiscarded(result);
             }
-            if (queue.getClears() == clears) {
-                count(result, target != nullptr);
-                queue.drop();
-            }
+            queue.drop();
         }
-        if (written && queue.getClears() == clears) {
-            // the last value, also where the clock let it wait or threw it out
+        if (written) {  // the last value, also where the clock let it wait or threw it out
             lastFrame.store(frame);
             hasLastFrame.store(true, std::memory_order_release);
         }
+        setTakenOver(queue.hasNext());
     }
 
     void reset() override {
         queue.clear();
+        setTakenOver(false);
         hasLastFrame.store(false, std::memory_order_relaxed);
     }
 
@@ -104,10 +107,10 @@ class FrameChannel : public CmpChannel {
             const auto result = clock->GetTime(toGnssTime(queue.front().frontTime()));
             if (result.reason == Reason::AheadOfPosition) {
                 ++counts.afterEnd;
-            } else if (result.status == Status::Discard) {
-                count(result, true);
+            } else if (result.status == Status::Valid) {
+                ++counts.leftQueued;
             } else {
-                ++(result.status == Status::Valid ? counts.leftQueued : counts.notPlaced);
+                countDiscarded(result);
             }
         }
     }
@@ -124,10 +127,19 @@ class FrameChannel : public CmpChannel {
     using Status = Kestrova::Utils::Kcom::Synchronization::GNSSTimeStatus;
     using Reason = Kestrova::Utils::Kcom::Synchronization::GNSSTimeReason;
 
-    void count(const Kestrova::Utils::Kcom::Synchronization::GNSSTimeResult& result,
-               bool hasOutput) {
+    void write(OutputChannel& target, const Frame& frame, double hostTime) {
+        const std::uint32_t starts = timeResets;
+        const double time = std::max(lastTime, hostTime);
+        (target.*addSample)(&frame, sizeof(Frame), time);
+        if (timeResets == starts) {
+            lastTime = time;
+        }
+    }
+
+    /// A sample that isn't written for what the clock said, or for want of an output.
+    void countDiscarded(const Kestrova::Utils::Kcom::Synchronization::GNSSTimeResult& result) {
         if (result.status == Status::Valid) {
-            ++(hasOutput ? counts.delivered : counts.noOutput);
+            ++counts.noOutput;
             return;
         }
         switch (result.reason) {

@@ -26,9 +26,14 @@ enum class GNSSTimeReason : std::int32_t {
 };
 
 struct GNSSTimeResult {
+    GNSSTimeResult() = default;
+    GNSSTimeResult(GNSSTimeStatus theStatus, double theTime,
+                   GNSSTimeReason theReason = GNSSTimeReason::None)
+        : status(theStatus), reason(theReason), time(theTime) {}
+
     GNSSTimeStatus status = GNSSTimeStatus::Discard;
+    GNSSTimeReason reason = GNSSTimeReason::None;  // here it makes the record no larger
     double time = 0.0;  ///< host time, seconds since the start of the measurement; 0.0 on `Discard`
-    GNSSTimeReason reason = GNSSTimeReason::None;
 };
 
 /// How a clock relates the two times.
@@ -39,8 +44,8 @@ struct GNSSClockState {
     GNSSClockMode mode = GNSSClockMode::Other;
     bool hasTime = false;     ///< whether the module was heard since the last restart
     bool isPlaced = false;    ///< whether a device time has a host time
-    double elapsed = 0.0;   ///< of a clock that leads: its seconds since host time 0, now
-    double offset = 0.0;    ///< device time at host time 0, seconds since 1970
+    double elapsed = 0.0;     ///< of a clock that leads: its seconds since host time 0, now
+    double offset = 0.0;      ///< device time at host time 0, seconds since 1970
     double ratePpm = 0.0;     ///< by how much the device's clock is faster than the host's
     double residual = 0.0;    ///< host time of the latest reading minus the fitted line, seconds
     std::uint64_t jumps = 0;  ///< how often the fit had to begin again since the start
