@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::int64_t nanosecondsPerSecond = 1000000000;
 constexpr std::uint16_t configIdMask = 0x0F;
+/// After this a module counts as away: nanoseconds.
+constexpr std::int64_t longestSilence = 2 * nanosecondsPerSecond;
 
 /// `time` moved on by `nanoseconds`, which may be negative.
 DeviceTime advanced(DeviceTime time, std::int64_t nanoseconds) {
@@ -160,10 +162,10 @@ std::string CmpDevice::getStatusText() const {
 }
 
 bool CmpDevice::isConnected() const {
-    constexpr double longestSilence = 2.0;  // seconds
+    constexpr double seconds = longestSilence / static_cast<double>(nanosecondsPerSecond);
     const DeviceTime now = getDeviceNow();
     const LockGuard guard(statusLock);
-    return longestSilence > secondsBetween(statusTime, now);
+    return seconds > secondsBetween(statusTime, now);
 }
 
 DeviceTime CmpDevice::getDeviceNow() const {
@@ -193,9 +195,9 @@ void CmpDevice::publishTime() {
         publishedTime = time;
         publishedTimeStamp = timeStamp;
     }
-    if (clock) {
-        const std::int64_t now = surroundings.counter->getNanoseconds();
-        clock->SetTime(toGnssTime(advanced(time, now - timeStamp)));
+    const std::int64_t age = surroundings.counter->getNanoseconds() - timeStamp;
+    if (clock && age <= longestSilence) {
+        clock->SetTime(toGnssTime(advanced(time, age)));
     }
 }
 
@@ -271,9 +273,6 @@ void CmpDevice::resetLastTimes() {
 }
 
 void CmpDevice::beginCounting() {
-    LatestTime latest = latestTime.load();
-    latest.isHeard = 0;
-    latestTime.store(latest);
     const auto all = getChannels();
     for (const auto& channel : *all) {
         channel->beginCounting();

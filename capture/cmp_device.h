@@ -84,8 +84,9 @@ class CmpDevice {
     void setLatestTime(const DeviceTime& time, std::int64_t timeStamp) {
         latestTime.store({time.seconds, time.nanoseconds, timeStamp, 1});
     }
-    /// Gives the clock the device's time as it is now; nothing where no message has come since the
-    /// last start. Both threads.
+    /// Gives the clock the device's time as it is now, if a message has come lately: a clock goes
+    /// on by itself, and one that begins shall not begin with the time of a module that is gone.
+    /// Both threads.
     void publishTime() CMP_EXCLUDES(timeLock);
 
     std::shared_ptr<const ChannelList> getChannels() const CMP_EXCLUDES(statusLock);
@@ -101,11 +102,11 @@ class CmpDevice {
     /// taken over the clock has heard before it is asked.
     void takeOverChannels();
     void flushChannels();
-    /// At the start of data read; forgets also that the device was heard.
+    /// At the start and at the end of data read.
     void beginCounting();
     void endCounting();
     const std::shared_ptr<GNSSClock>& getClock() const { return clock; }
-    /// Seconds since the latest message came in; negative: none came since the last start.
+    /// Seconds since the latest message came in; negative: none ever did.
     double getSilence() const;
 
     void save(Node& node) const;

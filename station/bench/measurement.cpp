@@ -109,6 +109,7 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
         over = true;
         read(texts);
         readCounts(texts);
+        untold = std::move(texts);
         throw;
     }
     read(texts);
@@ -126,7 +127,11 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
 }
 
 std::vector<std::string> Measurement::close() {
-    return recordings.close();
+    std::vector<std::string> texts = std::exchange(untold, {});
+    for (std::string& text : recordings.close()) {
+        texts.push_back(std::move(text));
+    }
+    return texts;
 }
 
 Summary Measurement::summarize() {

@@ -56,7 +56,8 @@ class Measurement {
     MeasurementRecorder recorder;
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
-    std::uint64_t droppedTold = 0;  ///< frames
+    std::uint64_t droppedTold = 0;    ///< frames
+    std::vector<std::string> untold;  ///< for `close`, as a failure came out of `poll` instead
     bool stopping = false;
     bool over = false;
     bool lost = false;
