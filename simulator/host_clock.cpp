@@ -20,7 +20,19 @@ std::int64_t read(clockid_t clock) {
 
 }  // namespace
 
-SystemHostClock::SystemHostClock() : utc(read(CLOCK_REALTIME)), monotonic(read(CLOCK_MONOTONIC)) {
+SystemHostClock::SystemHostClock() {
+    // Both of the same moment: of a few tries the one that was interrupted least.
+    std::int64_t least = second;
+    for (int i = 0; i < 20; ++i) {
+        const std::int64_t before = read(CLOCK_MONOTONIC);
+        const std::int64_t real = read(CLOCK_REALTIME);
+        const std::int64_t width = read(CLOCK_MONOTONIC) - before;
+        if (width < least) {
+            least = width;
+            utc = real;
+            monotonic = before + width / 2;
+        }
+    }
     prctl(PR_SET_TIMERSLACK, 1UL);
 }
 

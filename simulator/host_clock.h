@@ -41,8 +41,8 @@ class SystemHostClock : public HostClock {
     std::int64_t startStamp() const override { return monotonic; }
 
   private:
-    const std::int64_t utc;
-    const std::int64_t monotonic;
+    std::int64_t utc = 0;
+    std::int64_t monotonic = 0;
 };
 
 /// Time that passes only by waiting, from a fixed date: the same settings give the same file.

@@ -31,8 +31,10 @@ constexpr auto footer = R"(Modules:
 Payload:
   Data bytes 0 to 3 are the channel's running number from 0, little-endian (of shorter data its low
   bytes). With --stamp, bytes 4 to 11 of data of 12 bytes and more are the host's CLOCK_MONOTONIC in
-  nanoseconds, little-endian, at the moment that the message's device time stands for (with --write:
-  UTC, as in the file). Each byte behind is (running number + interface ID + position) modulo 256.
+  nanoseconds, little-endian, at the moment of sending. All device times are then of that moment too,
+  and no longer of the one at which the message was due, and data frames are sent one by one. With
+  --write the stamp is UTC, as in the file, when the message is due. Each byte behind is (running
+  number + interface ID + position) modulo 256.
 
 Examples:
   cmp-sim --interface veth0 --module "CAN combo:5" --module "LIN combo:2" --duration 5
@@ -56,6 +58,7 @@ struct Raw {
     std::string lengths = "8";
     double duration = 0;
     double statusPeriod = 1;
+    bool stamp = false;
 };
 
 /// A check whose range stands in the option's own description.
@@ -112,7 +115,7 @@ void declareTraffic(CLI::App& app, TrafficSettings& traffic, Raw& raw) {
     app.add_option("--seed", traffic.seed, "for jitter and malformed frames")
         ->type_name("N")
         ->capture_default_str();
-    app.add_flag("--stamp", traffic.stamp, "put the host's time into payloads, see below");
+    app.add_flag("--stamp", raw.stamp, "put the host's time into payloads, see below");
 }
 
 void declareFlags(CLI::App& app, Options& options) {
@@ -128,6 +131,8 @@ void convert(Options& options, const Raw& raw) {
     traffic.lengths = LengthRange::parse(raw.lengths);
     if (raw.duration > 0)
         traffic.durationNs = toNs(raw.duration);
+    if (raw.stamp)
+        traffic.stamp = options.file.empty() ? Stamp::Sending : Stamp::Due;
     traffic.statusPeriodNs = raw.statusPeriod > 0 ? toNs(raw.statusPeriod) : never;
     if (options.interface.empty() && options.file.empty())
         throw Failure(ExitCode::WrongUse, "give --interface or --write, where the frames go");

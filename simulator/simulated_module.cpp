@@ -36,7 +36,8 @@ SimulatedModule::SimulatedModule(const ModuleSettings& moduleSettings,
       perFrame(who.framing == Framing::AsamCmp ? 1 : trafficSettings.perFrame),
       duration(trafficSettings.durationNs),
       statusPeriod(trafficSettings.statusPeriodNs),
-      startStamp(trafficSettings.stamp ? hostClock.startStamp() : 0),
+      stamp(trafficSettings.stamp),
+      startStamp(hostClock.startStamp()),
       deviceClock(hostClock.startUtc(), moduleSettings.clock, seed) {
     frameMessages.reserve(perFrame);
     interfaceCounts.reserve(channels);
@@ -57,15 +58,20 @@ DataMessage SimulatedModule::nextMessage(std::int64_t dueNs) {
     message.interfaceId = module.type->interfaces[nextChannel];
     message.number = static_cast<std::uint32_t>(nextNumber);
     message.length = dataLengths[(nextNumber + nextChannel) % dataLengths.size()];
-    message.timestamp = deviceClock.stamp(dueNs);
-    if (startStamp != 0)
-        message.hostTime = static_cast<std::uint64_t>(startStamp + dueNs);
+    if (stamp != Stamp::Sending)
+        setTime(message, dueNs);
     ++encoded;
     if (++nextChannel == channels) {
         nextChannel = 0;
         ++nextNumber;
     }
     return message;
+}
+
+void SimulatedModule::setTime(DataMessage& message, std::int64_t atNs) {
+    message.timestamp = deviceClock.stamp(atNs);
+    if (stamp != Stamp::None)
+        message.hostTime = static_cast<std::uint64_t>(startStamp + atNs);
 }
 
 std::size_t SimulatedModule::encodeNextData(std::span<std::uint8_t> frame, std::uint64_t limit,
@@ -81,6 +87,12 @@ std::size_t SimulatedModule::encodeNextData(std::span<std::uint8_t> frame, std::
     findNextDue();
     count = static_cast<std::uint32_t>(messages);
     return encodeData(frame, who, counter++, frameMessages);
+}
+
+void SimulatedModule::stampLastData(std::span<std::uint8_t> frame, std::int64_t atNs) {
+    for (DataMessage& message : frameMessages)
+        setTime(message, atNs);
+    encodeData(frame, who, static_cast<std::uint16_t>(counter - 1), frameMessages);
 }
 
 std::size_t SimulatedModule::encodeNextCmStatus(std::span<std::uint8_t> frame, std::int64_t atNs) {

@@ -35,6 +35,9 @@ class SimulatedModule {
     std::size_t encodeNextData(std::span<std::uint8_t> frame, std::uint64_t limit,
                                std::int64_t nowNs, std::uint32_t& count);
 
+    /// Encodes the data frame that was encoded last once more, as one that is sent at `atNs`.
+    void stampLastData(std::span<std::uint8_t> frame, std::int64_t atNs);
+
     /// Encode a status of the time `atNs`; the next one is due a period later, if that is still
     /// within the duration.
     std::size_t encodeNextCmStatus(std::span<std::uint8_t> frame, std::int64_t atNs);
@@ -56,6 +59,7 @@ class SimulatedModule {
     }
     void findNextDue();
     DataMessage nextMessage(std::int64_t dueNs);
+    void setTime(DataMessage& message, std::int64_t atNs);
 
     // constant after construction
     const ModuleSettings module;
@@ -68,7 +72,8 @@ class SimulatedModule {
     const std::size_t perFrame;
     const std::int64_t duration;
     const std::int64_t statusPeriod;
-    const std::int64_t startStamp;  ///< 0: no stamps
+    const Stamp stamp;
+    const std::int64_t startStamp;
 
     DeviceClock deviceClock;
     std::vector<DataMessage> frameMessages;

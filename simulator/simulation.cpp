@@ -10,6 +10,7 @@ namespace sim {
 namespace {
 
 constexpr std::size_t batchFrames = 64;
+constexpr std::size_t mostAtOnce = 2;  // a status is two frames
 /// A sink without room is asked again after this time, and given up after the second.
 constexpr std::int64_t retrySleep = 20'000;
 constexpr std::int64_t patience = 5 * nsPerSecond;
@@ -21,6 +22,7 @@ Simulation::Simulation(const std::vector<ModuleSettings>& moduleSettings,
                        FrameSink& frameSink)
     : traffic(trafficSettings),
       paced(trafficSettings.rate != 0),
+      stampsSending(trafficSettings.stamp == Stamp::Sending),
       clock(hostClock),
       sink(frameSink),
       malformed(trafficSettings.seed),
@@ -75,8 +77,8 @@ std::int64_t Simulation::nextDue() {
 }
 
 void Simulation::fillBatch() {
-    constexpr std::size_t mostAtOnce = 2;  // a status is two frames
-    while (batch.size() + mostAtOnce <= batchFrames) {
+    const std::size_t most = stampsSending ? mostAtOnce : batchFrames;
+    while (batch.size() + mostAtOnce <= most) {
         if (malformedOwed >= 1) {
             addMalformed();
             continue;
@@ -88,7 +90,7 @@ void Simulation::fillBatch() {
         const std::int64_t dataDue = firstDue(&SimulatedModule::dataDue).dataDue();
         const std::int64_t statusDue = status.statusDue();
         if (statusDue <= now && (statusDue <= dataDue || !paced))
-            addStatus(status, statusDue);
+            addStatus(status, stampsSending ? now : statusDue);
         else if (dataDue <= now)
             addData(now);
         else
@@ -127,7 +129,7 @@ void Simulation::addMalformed() {
     frame.due = lastDue;
     const std::uint64_t turn = malformedMade++ / all.size();
     add(malformed.encode(nextBuffer(), module.sender(), interfaces[turn % interfaces.size()],
-                         module.clock().reading(frame.due)),
+                         module.clock().reading(stampsSending ? clock.elapsed() : frame.due)),
         frame);
 }
 
@@ -147,6 +149,8 @@ void Simulation::flush(const std::atomic<bool>& stop) {
     std::span<const OutFrame> rest = batch;
     std::int64_t lastTaken = clock.elapsed();
     while (!rest.empty()) {
+        if (stampsSending && rest.front().kind == FrameKind::Data)
+            all[rest.front().module].stampLastData(buffers, clock.elapsed());
         const std::size_t taken = sink.send(rest);
         count(rest.first(taken));
         rest = rest.subspan(taken);

@@ -29,6 +29,13 @@ struct LengthRange {
     std::vector<std::uint8_t> lengthsFor(Bus bus, Framing framing) const;
 };
 
+/// The host time that payloads carry.
+enum class Stamp : std::uint8_t {
+    None,
+    Due,      ///< when the message was due, as all device times are
+    Sending,  ///< when its frame was given to the sink; device times are of that moment too
+};
+
 /// What all modules have in common.
 struct TrafficSettings {
     std::uint64_t rate = 1000;  ///< messages per second and channel; 0: as fast as it goes
@@ -39,7 +46,7 @@ struct TrafficSettings {
     double badShare = 0;                        ///< of all frames, below 1
     std::int64_t statusPeriodNs = nsPerSecond;  ///< `never`: only at the start and the end
     std::uint64_t seed = 1;
-    bool stamp = false;  ///< host time in the payload
+    Stamp stamp = Stamp::None;
 };
 
 /// When the messages of one module are due, counted from the start: evenly spread, the channels in
