@@ -1,37 +1,55 @@
-"""The live part of scripts/bench clock: how far the delivered times are from those at which the messages
-were really sent, for each way in which a module's clock can follow the host's."""
+"""The live part of scripts/bench clock: how far the recorded times are from those at which the messages
+were really sent, for each way in which a module's clock can follow the host's.
 
-import re
+A step of the machine's real clock isn't among them: it would be one of the whole machine."""
+
+import contextlib
 import statistics
 import sys
 import tempfile
 import time
 from pathlib import Path
+from typing import NamedTuple
 
 import lab
+import traffic
 
-RATE = 1000  # messages a second
-SECONDS = 12
 JUMP_AT = 6  # seconds after the simulator's start
 LOCKED = 0.002  # seconds; a clock that errs less has locked
-LINE = re.compile(r"\((\d+)\.(\d{6})\) \S+ \w+##?\d?([0-9A-F]{24})$")
+IN_TURN = 20  # messages that show it
 
 SOFT = ("--sync", "soft", "--clock-source", "no")
 SLAVE = ("--sync", "pps", "--clock-source", "no")
 MASTER = ("--sync", "pps", "--clock-source", "yes")
+
+
+class Mode(NamedTuple):
+    name: str
+    options: str = ""  # of the simulated module
+    sync: tuple = SOFT
+    rate: int = 1000  # messages a second
+    seconds: int = 12
+    loops: int = 0  # other programs that want the processor
+
+
+PPM = {"0 ppm": "", "+500 ppm": ",drift=500", "-500 ppm": ",drift=-500"}
 MODES = [
-    ("soft sync, 0 ppm", "", SOFT),
-    ("soft sync, +50 ppm", ",drift=50", SOFT),
-    ("soft sync, -50 ppm", ",drift=-50", SOFT),
-    ("soft sync, +500 ppm", ",drift=500", SOFT),
-    ("soft sync, -500 ppm", ",drift=-500", SOFT),
-    ("soft sync, jitter 0.1 ms", ",jitter=0.0001", SOFT),
-    ("soft sync, jitter 1 ms", ",jitter=0.001", SOFT),
-    ("soft sync, jump of 0.9 s", f",jump=0.9@{JUMP_AT}", SOFT),
-    ("soft sync, jump of 1.1 s", f",jump=1.1@{JUMP_AT}", SOFT),
-    ("PPS slave", "", SLAVE),
-    ("PPS master", "", MASTER),
+    *[Mode(f"soft, {name}", options) for name, options in PPM.items()],
+    *[Mode(f"soft, {name}, two busy loops", options, loops=2) for name, options in PPM.items()],
+    *[Mode(f"soft, {name}, 10 a second", PPM[name], rate=10, seconds=30) for name in ("+500 ppm", "-500 ppm")],
+    Mode("soft, jitter 0.1 ms", ",jitter=0.0001"),
+    Mode("soft, jitter 1 ms", ",jitter=0.001"),
+    Mode("soft, jump of 0.9 s", f",jump=0.9@{JUMP_AT}"),
+    Mode("soft, jump of 1.1 s", f",jump=1.1@{JUMP_AT}"),
+    Mode("PPS slave", sync=SLAVE),
+    Mode("PPS master", sync=MASTER),
 ]
+
+
+class Message(NamedTuple):
+    number: int
+    sent: float  # seconds after the simulator's start
+    error: float  # seconds
 
 
 def setup_command(*words):
@@ -40,83 +58,89 @@ def setup_command(*words):
         raise lab.Failure(f"cmp-station setup {words[0]} ended with {code}: {errors}")
 
 
-def record(folder, options, sync):
-    """Runs one mode; returns (running number, true time, error) of each message delivered, in seconds
-    since the start, and how many were sent."""
-    setup, log = folder / "clock.xml", folder / "clock.log"
-    setup.unlink(missing_ok=True)
-    log.unlink(missing_ok=True)
+def utc_offset():
+    """CLOCK_REALTIME less CLOCK_MONOTONIC in nanoseconds: of many readings the one that took least."""
+    readings = []
+    for _ in range(1000):
+        before, real, after = time.monotonic_ns(), time.time_ns(), time.monotonic_ns()
+        readings.append((after - before, real - (before + after) // 2))
+    return min(readings)[1]
+
+
+def measure(folder, mode):
+    """Runs one mode; returns its messages in the order of sending, and how many of those sent since the
+    first of them are missing."""
+    setup, recording = folder / "clock.xml", folder / "clock.pcapng"
+    for path in (setup, recording):
+        path.unlink(missing_ok=True)
     setup_command("new", setup)
     setup_command("add", setup, "--type", "CAN combo", "--config-id", 5, "--name", "Module")
     setup_command("channel", setup, "Module", "0x10", "--used", "yes")
-    setup_command("set", setup, "Module", *sync)
-    # The simulator first: a module is there before the measurement, and its clock can lead it.
-    simulator = lab.start_simulator([f"CAN combo:5,channels=1{options}"], "--rate", RATE, "--duration", SECONDS,
-                                    "--length", 12, "--stamp")
-    try:
-        station = lab.Station((), "--quiet", setup=setup, record=[log])
+    setup_command("set", setup, "Module", *mode.sync)
+    utc = utc_offset()
+    with contextlib.ExitStack() as stack:
+        for _ in range(mode.loops):
+            stack.callback(lab.end, lab.spawn(["sh", "-c", "while :; do :; done"]))
+        # The simulator first: a module is there before the measurement, and its clock can lead it.
+        simulator = lab.start_simulator([f"CAN combo:5,channels=1{mode.options}"], "--rate", mode.rate,
+                                        "--duration", mode.seconds, "--length", 12, "--stamp")
+        stack.callback(lab.end, simulator)
+        station = lab.Station((), "--quiet", setup=setup, record=[recording])
+        stack.callback(lab.end, station.process)
         sent = lab.finish_simulator(simulator)
         time.sleep(0.5)
         station.stop()
-    finally:
-        lab.end(simulator)
-    utc = time.time_ns() - time.monotonic_ns()
+    if abs(utc_offset() - utc) > 1000:
+        raise lab.Failure("the machine's clock was set meanwhile")
     messages = []
-    for line in log.read_text().splitlines():
-        match = LINE.match(line)
-        if match:
-            data = bytes.fromhex(match[3])
-            stamp = int.from_bytes(data[4:12], "little")
-            delivered = int(match[1]) * 10**9 + int(match[2]) * 1000
-            messages.append((int.from_bytes(data[:4], "little"), stamp / 1e9, (delivered - stamp - utc) / 1e9))
+    for row in traffic.read_with_tshark(recording):
+        stamp = int.from_bytes(row.data[4:12], "little")
+        messages.append(Message(int.from_bytes(row.data[:4], "little"), (stamp - sent["startStampNs"]) / 1e9,
+                                (row.time - utc - stamp) / 1e9))
     if not messages:
         raise lab.Failure("no message was delivered")
-    return messages, sent["dataMessages"]
+    messages.sort()
+    return messages, sent["dataMessages"] - messages[0].number - len({m.number for m in messages})
 
 
-def lock_time(messages):
-    """Seconds from the first message to the first of 20 in turn that err by less than LOCKED."""
+def locked_from(messages):
+    """The first of those in turn that err little, or none."""
     run = 0
-    for number, _, error in messages:
-        run = run + 1 if abs(error) < LOCKED else 0
-        if run == 20:
-            return (number - 19 - messages[0][0]) / RATE
-    return float("inf")
+    for position, message in enumerate(messages):
+        run = run + 1 if abs(message.error) < LOCKED else 0
+        if run == IN_TURN:
+            return position - IN_TURN + 1
+    return None
 
 
-def milliseconds(value):
-    return f"{value * 1000:8.3f}"
+def seconds_to_lock(messages):
+    position = locked_from(messages)
+    return f"{messages[position].sent - messages[0].sent:.2f}" if position is not None else "never"
 
 
-def percentile(errors, share):
-    return sorted(errors)[min(int(len(errors) * share), len(errors) - 1)]
-
-
-def report(name, messages, jumps):
-    before = [m for m in messages if not jumps or m[0] < JUMP_AT * RATE]
-    locked = lock_time(before)
-    since = before[0][0] + (locked * RATE if locked < 1e9 else 0)
-    errors = [abs(error) for number, _, error in before if number >= since]
-    print(f"  {name:<26}{milliseconds(statistics.median(errors))}{milliseconds(percentile(errors, 0.99))}"
-          f"{locked:8.2f}", end="")
+def report(mode, messages, lost):
+    jumps = "jump" in mode.options
+    before = [m for m in messages if not jumps or m.sent < JUMP_AT]
+    errors = sorted(abs(m.error) * 1e6 for m in before[locked_from(before) or 0:])
+    figures = (statistics.median(errors), errors[min(int(len(errors) * 0.99), len(errors) - 1)], errors[-1])
+    print(f"  {mode.name:<32}" + "".join(f"{figure:10.1f}" for figure in figures)
+          + f"{seconds_to_lock(before):>8}{lost:>6}", end="")
     if jumps:
-        numbers = {m[0] for m in messages}
-        after = [m for m in messages if m[0] >= JUMP_AT * RATE]
-        lost = sum(number not in numbers for number in range(JUMP_AT * RATE, messages[-1][0]))
-        worst = max(abs(m[2]) for m in after)
-        print(f"   the jump: {lost} messages lost, worst {worst * 1000:.0f} ms, "
-              f"locked again after {lock_time(after):.2f} s", end="")
+        after = [m for m in messages if m.sent >= JUMP_AT]
+        worst = max(abs(m.error) for m in after)
+        print(f"   after it: worst {worst * 1000:.0f} ms, locked in {seconds_to_lock(after)} s", end="")
     print(flush=True)
 
 
 def main():
     lab.prepare()
-    print(f"live over veth, {RATE} messages a second for {SECONDS} s; error against the true time of sending:")
-    print(f"  {'':<26}{'median':>8}{'99 %':>8}{'lock':>8}\n  {'':<26}{'ms':>8}{'ms':>8}{'s':>8}")
+    print("live over veth, 1000 messages a second for 12 s, or 10 for 30 s; error against the moment of sending,\n"
+          "from where the clock has locked:")
+    for heads in (("median", "99 %", "worst", "lock", "lost"), ("us", "us", "us", "s", "")):
+        print(f"  {'':<32}{heads[0]:>10}{heads[1]:>10}{heads[2]:>10}{heads[3]:>8}{heads[4]:>6}")
     with tempfile.TemporaryDirectory() as folder:
-        for name, options, sync in MODES:
-            messages, _ = record(Path(folder), options, sync)
-            report(name, messages, "jump" in options)
+        for mode in MODES:
+            report(mode, *measure(Path(folder), mode))
 
 
 if __name__ == "__main__":
