@@ -1,9 +1,12 @@
 #include "core/registry_store.h"
 
+#include <pwd.h>
+#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdlib>
 #include <fstream>
@@ -11,6 +14,7 @@
 #include <utility>
 
 #include "core/string_helper.h"
+#include "core/trusted_path.h"
 
 namespace {
 
@@ -106,24 +110,77 @@ bool replaceFile(const fs::path& path, const std::string& text) {
     return false;
 }
 
+/// Like `fs::create_directories`, but writable to the owner alone whatever the process's mask.
+bool makeFolders(const fs::path& path) {
+    constexpr mode_t writableToOwner = 0755;
+    fs::path reached;
+    for (const fs::path& name : path) {
+        reached /= name;
+        mkdir(reached.c_str(), writableToOwner);
+    }
+    std::error_code error;
+    return fs::is_directory(path, error);
+}
+
 fs::path fromEnvironment(const char* variable) {
     const char* const value = std::getenv(variable);
     return value != nullptr ? fs::path(value) : fs::path();
 }
 
+/// Of the effective user; empty if the password database knows none.
+fs::path homeInDatabase() {
+    std::array<char, 4096> room{};
+    passwd entry{};
+    passwd* found = nullptr;
+    const bool known =
+        getpwuid_r(geteuid(), &entry, room.data(), room.size(), &found) == 0 && found != nullptr;
+    return known ? fs::path(entry.pw_dir) : fs::path();
+}
+
+bool hasRightsOfFile() {
+    return getauxval(AT_SECURE) != 0;
+}
+
+/// Empty if `home` is no place that can be meant.
+fs::path storeInHome(const fs::path& home) {
+    return home.is_absolute() ? home / ".local/share/kestrova/registry" : fs::path();
+}
+
+fs::path userStoreInEnvironment() {
+    const fs::path data = fromEnvironment("XDG_DATA_HOME");
+    return data.is_absolute() ? data / "kestrova/registry" : storeInHome(fromEnvironment("HOME"));
+}
+
+bool isUserOfEnvironment() {
+    return geteuid() != 0 && !hasRightsOfFile();
+}
+
 }  // namespace
 
 RegistryStore RegistryStore::perMachine() {
-    const fs::path chosen = fromEnvironment("KESTROVA_REGISTRY");
-    return RegistryStore(chosen.empty() ? fs::path("/usr/local/share/kestrova/registry") : chosen);
+    const fs::path chosen = hasRightsOfFile() ? fs::path() : fromEnvironment("KESTROVA_REGISTRY");
+    std::error_code error;
+    return RegistryStore(chosen.empty() ? fs::path("/usr/local/share/kestrova/registry")
+                                        : fs::absolute(chosen, error));
 }
 
 RegistryStore RegistryStore::perUser() {
-    fs::path data = fromEnvironment("XDG_DATA_HOME");
-    if (!data.is_absolute()) {
-        data = fromEnvironment("HOME") / ".local/share";
+    const fs::path chosen = isUserOfEnvironment() ? userStoreInEnvironment() : fs::path();
+    return RegistryStore(chosen.empty() ? storeInHome(homeInDatabase()) : chosen);
+}
+
+fs::path RegistryStore::passedOverForUser() {
+    const fs::path named = isUserOfEnvironment() ? fs::path() : userStoreInEnvironment();
+    return named == perUser().getFolder() ? fs::path() : named;
+}
+
+std::string RegistryStore::refusal(const std::string& key) const {
+    if (folder.empty()) {
+        return "user " + std::to_string(geteuid()) +
+               " has no home folder in the password database" +
+               (isUserOfEnvironment() ? ", and HOME names none: set it to an absolute path" : "");
     }
-    return RegistryStore(data / "kestrova/registry");
+    return reasonForDistrust(pathOf(key) / valuesFile);
 }
 
 fs::path RegistryStore::pathOf(const std::string& key) const {
@@ -137,9 +194,7 @@ fs::path RegistryStore::pathOf(const std::string& key) const {
 
 bool RegistryStore::write(const std::string& key, const Values& values) const {
     const fs::path path = pathOf(key);
-    std::error_code error;
-    fs::create_directories(path, error);
-    if (error) {
+    if (!refusal(key).empty() || !makeFolders(path)) {
         return false;
     }
     std::string text;
@@ -150,6 +205,9 @@ bool RegistryStore::write(const std::string& key, const Values& values) const {
 }
 
 std::optional<RegistryStore::Values> RegistryStore::read(const std::string& key) const {
+    if (!refusal(key).empty()) {
+        return std::nullopt;
+    }
     std::ifstream file(pathOf(key) / valuesFile);
     if (!file) {
         return std::nullopt;
@@ -167,7 +225,7 @@ std::optional<RegistryStore::Values> RegistryStore::read(const std::string& key)
 bool RegistryStore::remove(const std::string& key) const {
     const fs::path path = pathOf(key);
     std::error_code error;
-    if (!fs::is_directory(path, error) || !keysBelow(key).empty()) {
+    if (!refusal(key).empty() || !fs::is_directory(path, error) || !keysBelow(key).empty()) {
         return false;
     }
     return fs::remove_all(path, error) > 0 && !error;
@@ -175,6 +233,9 @@ bool RegistryStore::remove(const std::string& key) const {
 
 std::vector<std::string> RegistryStore::keysBelow(const std::string& key) const {
     std::vector<std::string> names;
+    if (folder.empty()) {
+        return names;
+    }
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(pathOf(key), error)) {
         if (entry.is_directory(error)) {

@@ -14,6 +14,10 @@
 /// and its values stand in one file of it, which is written as a whole and replaced in one step:
 /// who reads sees all of the values of one registration or of another. Used on one thread; programs
 /// may read while another writes.
+///
+/// What is registered is loaded and runs, so nothing is read or written where others than root and
+/// the effective user could have changed it (`reasonForDistrust`), and the environment doesn't say
+/// where the stores are in a process with more rights than whoever started it may have.
 class RegistryStore {
   public:
     using Value = std::variant<std::wstring, std::uint32_t>;
@@ -23,17 +27,25 @@ class RegistryStore {
     explicit RegistryStore(std::filesystem::path storeFolder) : folder(std::move(storeFolder)) {}
 
     /// Below /usr/local/share, or what KESTROVA_REGISTRY names, where a test or a package keeps its
-    /// own.
+    /// own; the former alone in a program that runs with the rights of its file (set-user-id,
+    /// file capabilities).
     static RegistryStore perMachine();
-    /// Below XDG_DATA_HOME or ~/.local/share.
+    /// Below XDG_DATA_HOME or HOME/.local/share where these are absolute, and else in the home
+    /// folder of the effective user in the password database; that one alone for root and for a
+    /// program with the rights of its file, whose environment may be another user's. Without any of
+    /// these there is no such store: its folder is empty, nothing is in it and `refusal` says why.
     static RegistryStore perUser();
+    /// The folder that the environment names for `perUser` where it isn't followed; empty if it is.
+    static std::filesystem::path passedOverForUser();
 
     /// Creates the key if need be and replaces all its values. False if it can't be written.
     bool write(const std::string& key, const Values& values) const;
-    /// Nothing if there is no such key, or if its file isn't one.
+    /// Nothing if there is no such key, if its file isn't one, or if there is a `refusal`.
     std::optional<Values> read(const std::string& key) const;
-    /// False if there is no such key or if it has keys below it.
+    /// False if there is no such key, if it has keys below it, or if there is a `refusal`.
     bool remove(const std::string& key) const;
+    /// Why the key is neither read nor written, for the user; empty if nothing speaks against it.
+    std::string refusal(const std::string& key) const;
     /// The names of the keys directly below, sorted.
     std::vector<std::string> keysBelow(const std::string& key) const;
     const std::filesystem::path& getFolder() const { return folder; }

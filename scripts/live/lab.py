@@ -4,6 +4,7 @@ veth pairs. Nothing is left behind, for all of it goes with the processes, and t
 import ctypes
 import json
 import os
+import shutil
 import signal
 import socket
 import subprocess
@@ -19,6 +20,9 @@ PATIENCE = 120  # seconds that anything may take on a busy machine
 
 SETUP = """
 mount -t tmpfs none /run
+# A home folder for root in which nothing is registered.
+sed 's|^\\([^:]*:[^:]*:0:.*:\\)[^:]*\\(:[^:]*\\)$|\\1/run/home\\2|' /etc/passwd >/run/passwd
+mount --bind /run/passwd /etc/passwd
 mkdir /run/netns
 ip netns add modules
 ip link set lo up
@@ -42,14 +46,17 @@ def prepare(links=1):
     if [name for _, name in socket.if_nameindex()] != ["lo"]:
         sys.exit(f"{sys.argv[0]}: start it with scripts/live/in_namespaces")
     subprocess.run(["sh", "-ec", SETUP, "sh", str(links)], check=True)
+    # One that may be registered: what root loads from there must be root's own, which a build need not be.
+    global PLUGIN
+    PLUGIN = shutil.copy(PLUGIN, "/run/cmp_plugin.so")
     # Where nothing is registered: the plug-in is the one beside the station.
-    os.environ["KESTROVA_REGISTRY"] = os.environ["XDG_DATA_HOME"] = "/run/registry"
+    os.environ["KESTROVA_REGISTRY"] = "/run/registry"
+    os.environ["XDG_DATA_HOME"] = "/run/home/.local/share"
 
 
 def register(folder):
-    """Registers the plug-in in a registry of its own; from now on nothing else is found."""
-    os.environ["KESTROVA_REGISTRY"] = str(folder / "machine")
-    os.environ["XDG_DATA_HOME"] = str(folder / "user")
+    """Registers the plug-in for this user; from now on nothing else is found."""
+    os.environ["KESTROVA_REGISTRY"] = str(folder)
     code, output, errors = call([STATION, "plugins", "--register", PLUGIN, "--user"])
     if code != 0 or PLUGIN not in output:
         raise Failure(f"the plug-in couldn't be registered: {errors}")

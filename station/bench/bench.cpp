@@ -22,9 +22,13 @@ constexpr const wchar_t* idName = L"id";
 constexpr const wchar_t* settingsName = L"Settings";
 constexpr const wchar_t* channelsName = L"Channels";
 
-fs::path choosePlugin(const fs::path& chosen) {
-    if (!chosen.empty()) {
-        return chosen;
+fs::path choosePlugin(const BenchOptions& options) {
+    if (!options.plugin.empty()) {
+        return options.plugin;
+    }
+    const std::string passedOver = passedOverText();
+    if (!passedOver.empty() && options.onError) {
+        options.onError(passedOver);
     }
     if (const auto registered = findPlugin(cmpPluginClassId)) {
         return registered->module;
@@ -96,7 +100,7 @@ void dropNewModules(HostDocument& document, SetupElement& channels) {
 
 }  // namespace
 
-Bench::Bench(BenchOptions options) : pluginModule(choosePlugin(options.plugin)) {
+Bench::Bench(BenchOptions options) : pluginModule(choosePlugin(options)) {
     StationHostOptions hostOptions;
     hostOptions.sampleRate = options.sampleRate;
     hostOptions.documentFactory = makeObject<SetupDocumentFactory>();

@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "core/string_helper.h"
+#include "core/trusted_path.h"
+#include "station/host/plugin_failure.h"
 
 namespace station {
 namespace {
@@ -25,7 +27,8 @@ std::string textOf(const std::optional<RegistryStore::Values>& values, const wch
 
 void addPlugins(const RegistryStore& store, bool forUser, std::vector<RegisteredPlugin>& plugins) {
     for (const std::string& key : store.keysBelow(pluginsKey)) {
-        const auto values = store.read(fmt::format("{}\\{}", pluginsKey, key));
+        const std::string path = fmt::format("{}\\{}", pluginsKey, key);
+        const auto values = store.read(path);
         RegisteredPlugin plugin{forUser,
                                 key,
                                 textOf(values, L"Name"),
@@ -34,10 +37,17 @@ void addPlugins(const RegistryStore& store, bool forUser, std::vector<Registered
                                 textOf(values, L"Version"),
                                 textOf(values, L"Description"),
                                 textOf(values, L"GUID"),
-                                {}};
-        plugin.module = textOf(
-            store.read(fmt::format("SOFTWARE\\Classes\\CLSID\\{}\\InprocServer32", plugin.classId)),
-            L"");
+                                {},
+                                store.refusal(path)};
+        const std::string server =
+            fmt::format("SOFTWARE\\Classes\\CLSID\\{}\\InprocServer32", plugin.classId);
+        plugin.module = textOf(store.read(server), L"");
+        if (plugin.refusal.empty()) {
+            plugin.refusal = store.refusal(server);
+        }
+        if (plugin.refusal.empty() && !plugin.module.empty()) {
+            plugin.refusal = reasonForDistrust(plugin.module);
+        }
         plugins.push_back(std::move(plugin));
     }
 }
@@ -62,11 +72,29 @@ std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId) {
     const std::string wanted = toText(classId);
     for (RegisteredPlugin& plugin : registeredPlugins()) {
         std::error_code error;
+        if (!plugin.refusal.empty() && (plugin.classId.empty() || plugin.classId == wanted)) {
+            throw PluginError(fmt::format(
+                "the registered plug-in {} isn't loaded: {}. Change that, or name the "
+                "plug-in's file with --plugin FILE",
+                plugin.module.empty() ? plugin.key : plugin.module.string(), plugin.refusal));
+        }
         if (plugin.classId == wanted && std::filesystem::exists(plugin.module, error)) {
             return std::move(plugin);
         }
     }
     return std::nullopt;
+}
+
+std::string passedOverText() {
+    const auto folder = RegistryStore::passedOverForUser();
+    std::error_code error;
+    if (folder.empty() || !std::filesystem::exists(folder, error)) {
+        return {};
+    }
+    return fmt::format(
+        "what is registered in {} isn't looked at, as this program doesn't run with the rights of "
+        "its owner alone. Register the plug-in for all users, or name its file with --plugin FILE",
+        folder.string());
 }
 
 }  // namespace station

@@ -21,6 +21,9 @@ struct RegisteredPlugin {
     std::string description;
     std::string classId;           ///< in braces
     std::filesystem::path module;  ///< empty if none is registered for the class
+    /// Why it isn't loaded, for the user; empty if it may be. Of an entry that others could have
+    /// changed only the key is known.
+    std::string refusal;
 };
 
 /// The identifier as a registry and a setup have it, in braces.
@@ -28,7 +31,12 @@ std::string toText(const InterfaceId& id);
 
 /// All that are registered, this user's before the machine's.
 std::vector<RegisteredPlugin> registeredPlugins();
-/// The first one of that class whose module is there.
+/// The first one of that class whose module is there. Throws `PluginError` if that one isn't to be
+/// loaded, or one before it whose class can't be known: what the user has registered isn't
+/// replaced by something else in silence.
 std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId);
+/// Tells the user of a store that the environment names and that isn't looked at because of the
+/// rights of this process (`RegistryStore::perUser`); empty if there is none.
+std::string passedOverText();
 
 }  // namespace station

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "core/trusted_path.h"
 #include "host/plugin.h"
 #include "station/bench/plugin_module.h"
 #include "station/bench/registered_plugins.h"
@@ -23,7 +24,8 @@ constexpr const char* about =
     R"(Lists the registered plug-ins, or registers one or takes one out.
 
 A plug-in is found for this user before all users. Registering for all users needs the right to
-write below /usr/local/share; --user needs none.)";
+write below /usr/local/share; --user needs none. A plug-in that others than you and root could
+change is neither registered nor loaded.)";
 
 constexpr const char* examples = R"(
 Examples:
@@ -47,13 +49,32 @@ bool isRegistered(const fs::path& module, bool forUser) {
     });
 }
 
+RegistryStore storeOf(bool forUser) {
+    return forUser ? RegistryStore::perUser() : RegistryStore::perMachine();
+}
+
 std::string whereItStands(bool forUser) {
-    const auto store = forUser ? RegistryStore::perUser() : RegistryStore::perMachine();
-    return store.getFolder().string();
+    return storeOf(forUser).getFolder().string();
+}
+
+/// The module doesn't tell that it left the store alone.
+void requireStore(bool forUser) {
+    const std::string refusal = storeOf(forUser).refusal("SOFTWARE\\Kestrova\\Plugins");
+    if (!refusal.empty()) {
+        throw CommandError(ExitCode::Failed,
+                           "the registered plug-ins can't be changed: " + refusal);
+    }
 }
 
 /// The module doesn't tell whether it could write; what is there afterwards does.
 void registerModule(const fs::path& module, bool forUser) {
+    requireStore(forUser);
+    const std::string distrust = reasonForDistrust(fs::absolute(module));
+    if (!distrust.empty()) {
+        throw CommandError(ExitCode::Failed,
+                           fmt::format("{} isn't registered, as it would not be loaded: {}",
+                                       module.string(), distrust));
+    }
     PluginModule(module).registerPlugin(forUser);
     if (!isRegistered(module, forUser)) {
         throw CommandError(
@@ -65,6 +86,7 @@ void registerModule(const fs::path& module, bool forUser) {
 }
 
 void unregisterModule(const fs::path& module, bool forUser) {
+    requireStore(forUser);
     PluginModule(module).unregisterPlugin(forUser);
     if (isRegistered(module, forUser)) {
         throw CommandError(
@@ -80,12 +102,19 @@ std::string toTable(const std::vector<RegisteredPlugin>& plugins) {
     }
     std::string text;
     for (const RegisteredPlugin& plugin : plugins) {
+        if (plugin.classId.empty()) {
+            text += fmt::format("{}: not loaded: {}\n", plugin.key, plugin.refusal);
+            continue;
+        }
         std::error_code error;
         const bool there = fs::exists(plugin.module, error);
         text += fmt::format("{} {} ({}, {}), for {}\n  {}\n  class {}\n  module {}{}\n",
                             plugin.name, plugin.version, plugin.group, plugin.vendor,
                             plugin.forUser ? "this user" : "all users", plugin.description,
                             plugin.classId, plugin.module.string(), there ? "" : " (not there)");
+        if (!plugin.refusal.empty()) {
+            text += fmt::format("  not loaded: {}\n", plugin.refusal);
+        }
     }
     return text;
 }
@@ -101,7 +130,8 @@ std::string toJson(const std::vector<RegisteredPlugin>& plugins) {
                         {"description", plugin.description},
                         {"classId", plugin.classId},
                         {"module", plugin.module.string()},
-                        {"user", plugin.forUser}});
+                        {"user", plugin.forUser},
+                        {"refusal", plugin.refusal}});
     }
     return list.dump(2) + '\n';
 }
@@ -116,6 +146,9 @@ ExitCode plugins(const PluginsOptions& options) {
         }
     } catch (const PluginError& error) {
         throw CommandError(ExitCode::Unreadable, error.what());
+    }
+    if (const std::string text = passedOverText(); !text.empty()) {
+        writeText(STDERR_FILENO, "cmp-station: " + text + '\n');
     }
     const auto found = registeredPlugins();
     writeText(STDOUT_FILENO, options.json ? toJson(found) : toTable(found));

@@ -1,7 +1,11 @@
 #include "core/registry_store.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -15,13 +19,13 @@ class RegistryStoreTest : public testing::Test {
   protected:
     static constexpr const char* key = "SOFTWARE\\Maker\\Part";
 
-    fs::path fileOf(const std::string& names) const { return folder.path() / names / "values"; }
     void put(const std::string& text) const {
-        fs::create_directories(fileOf("SOFTWARE/Maker/Part").parent_path());
-        std::ofstream(fileOf("SOFTWARE/Maker/Part")) << text;
+        fs::create_directories(file.parent_path());
+        std::ofstream(file) << text;
     }
 
     const TemporaryFolder folder;
+    const fs::path file = folder.path() / "SOFTWARE/Maker/Part/values";
     const RegistryStore store{folder.path()};
 };
 
@@ -39,7 +43,7 @@ TEST_F(RegistryStoreTest, ValuesComeBackWhateverIsInThem) {
     EXPECT_EQ(store.read(key), values);
     ASSERT_TRUE(store.write(key, {{L"one", std::uint32_t{1}}}));
     EXPECT_EQ(store.read(key), (RegistryStore::Values{{L"one", std::uint32_t{1}}}));
-    const fs::directory_iterator files(fileOf("SOFTWARE/Maker/Part").parent_path());
+    const fs::directory_iterator files(file.parent_path());
     EXPECT_EQ(std::distance(files, fs::directory_iterator()), 1) << "nothing temporary is left";
 }
 
@@ -53,10 +57,67 @@ TEST_F(RegistryStoreTest, FileThatIsNoneOfItsOwnIsNoKey) {
         put(text);
         EXPECT_EQ(store.read(key), std::nullopt) << text;
     }
-    fs::remove(fileOf("SOFTWARE/Maker/Part"));
-    fs::create_directory(fileOf("SOFTWARE/Maker/Part"));
+    fs::remove(file);
+    fs::create_directory(file);
     EXPECT_EQ(store.read(key), std::nullopt) << "a folder in place of the file";
     EXPECT_FALSE(store.write(key, {}));
+}
+
+constexpr uid_t otherUser = 12345;
+
+TEST_F(RegistryStoreTest, WhatOthersCouldChangeIsLeftAloneWithTheReason) {
+    const fs::path absolute = folder.path() / "absolute";
+    const fs::path linked = folder.path() / "linked";
+    const fs::path part = file.parent_path();
+    fs::create_symlink(folder.path(), absolute);
+    fs::create_symlink("absolute/../" + folder.path().filename().string(), linked);
+    const RegistryStore found(linked / "SOFTWARE/../.");
+    chmod(folder.path().c_str(), 0755);
+    ASSERT_TRUE(found.write(key, {}));
+    const uid_t user = geteuid();
+    using Row = std::tuple<fs::path, mode_t, uid_t, std::string>;
+    const std::string written = " can be written";
+    const std::string his = " belongs to user 12345";
+    for (const auto& [place, mode, owner, reason] :
+         {Row(file, 0664, user, written), Row(file, 0646, user, written),
+          Row(file, 01666, user, written), Row(part, 0775, user, written),
+          Row(part, 01777, user, ""), Row(file, 0644, otherUser, his),
+          Row(part, 0755, otherUser, his), Row(absolute, 0755, otherUser, his),
+          Row(linked, 0755, otherUser, his)}) {
+        chmod(place.c_str(), mode);
+        if (lchown(place.c_str(), owner, owner) != 0) {
+            continue;  // only root can give files away
+        }
+        const bool good = reason.empty();
+        EXPECT_THAT(found.refusal(key), testing::StartsWith(good ? "" : place.string() + reason));
+        EXPECT_EQ(found.read(key).has_value(), good);
+        EXPECT_EQ(found.write(key, {}), good);
+        EXPECT_FALSE(!good && found.remove(key));
+        EXPECT_TRUE(seteuid(owner) == 0 && (owner == user || found.refusal(key).empty()));
+        EXPECT_TRUE(seteuid(user) == 0 && lchown(place.c_str(), user, user) == 0);
+        chmod(place.c_str(), place == file ? 0644 : 0755);
+    }
+}
+
+TEST(UserStore, EnvironmentIsFollowedByOrdinaryUsersOnlyAndNeverRelative) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can be two users";
+    }
+    const fs::path rootsOwn = fs::path(getpwuid(0)->pw_dir) / ".local/share/kestrova/registry";
+    for (const auto& [data, home, expected] :
+         {std::tuple("/d", "/h", "/d/kestrova/registry"),
+          std::tuple("d", "/h", "/h/.local/share/kestrova/registry"), std::tuple("d", "h", ""),
+          std::tuple("", "", "")}) {
+        setenv("XDG_DATA_HOME", data, 1);
+        setenv("HOME", home, 1);
+        EXPECT_EQ(RegistryStore::perUser().getFolder(), rootsOwn);
+        EXPECT_EQ(RegistryStore::passedOverForUser(), expected);
+        ASSERT_EQ(seteuid(otherUser), 0);  // whom the password database doesn't know
+        EXPECT_EQ(RegistryStore::perUser().getFolder(), expected);
+        ASSERT_EQ(seteuid(0), 0);
+    }
+    EXPECT_THAT(RegistryStore("").refusal("usr"), testing::HasSubstr("no home folder"));
+    EXPECT_THAT(RegistryStore("usr").refusal("lib"), testing::HasSubstr("no absolute path"));
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 import json
 import os
 import re
+import shutil
+import subprocess
 import unittest
 from pathlib import Path
 
@@ -117,6 +119,33 @@ class Setups(Case):
         variables = {**os.environ, "KESTROVA_REGISTRY": str(unwritable)}
         self.assertRegex(self.expect(1, "plugins", "--register", lab.PLUGIN, env=variables)[1],
                          re.escape(str(unwritable)))
+
+    def test_what_another_user_has_registered_is_not_loaded(self):
+        his, program = self.path("his"), self.path("program")
+        store, module = his / ".local/share/kestrova/registry", his / "plugin.so"
+        his.mkdir()
+        shutil.copy(lab.PLUGIN, module)
+        machines = [{**os.environ, "KESTROVA_REGISTRY": str(path)} for path in (store, self.path("own"))]
+        for variables in machines:  # for all users; the second is our own and names his module
+            self.expect(0, "plugins", "--register", module, env=variables)
+        module.write_text("fails to load")
+        if subprocess.run(["chown", "-fR", "12345", his]).returncode:
+            self.skipTest("there is no other user in this user namespace")
+        # His home folder, as su and sudo may leave it, and a program that runs with the rights of its file.
+        home = {**os.environ, "HOME": str(his), "XDG_DATA_HOME": ""}
+        self.assertIn(f"{store} isn't looked at", self.expect(0, "setup", "new", self.path("a"), env=home)[1])
+        shutil.copy(lab.STATION, program)
+        program.chmod(0o4755)
+        self.scratch.chmod(0o755)
+        run = lab.call(["setpriv", "--reuid=12345", "--clear-groups", program, "plugins"], env=machines[0])
+        self.assertEqual((run[0], str(module) in run[1]), (0, False), run)
+        self.expect(0, "plugins", "--unregister", lab.PLUGIN, "--user")
+        self.addCleanup(self.expect, 0, "plugins", "--register", lab.PLUGIN, "--user")
+        for variables in machines:
+            for code, *words in ((1, "setup", "new", self.path("b")), (1, "run", "--module", "CAN combo:5"),
+                                 (1, "plugins", "--register", module), (0, "plugins")):
+                self.assertIn(f"{his} belongs to user 12345", "".join(self.expect(code, *words, env=variables)))
+        self.assertIn("can't load", self.expect(1, "setup", "new", self.path("b"), "--plugin", module)[1])
 
 
 if __name__ == "__main__":
