@@ -12,7 +12,9 @@
 namespace Kestrova::Utils::Threading {
 namespace {
 
-constexpr std::uint32_t unchangedPriority = 3;
+/// Stands for the nice value that the thread was made with, which the user may have chosen for the
+/// whole program.
+constexpr std::uint32_t normalPriority = 3;
 /// Nice values by priority index. The steps next to normal are the ones that matter on a busy
 /// machine; the outer two are the ends of what the system knows.
 constexpr std::array<int, 7> niceValues = {19, 10, 5, 0, -5, -10, -20};
@@ -43,6 +45,7 @@ void ThreadEx::Start() {
     const auto handover = std::make_shared<std::latch>(2);
     thread = std::make_unique<std::thread>([this, handover] {
         systemThreadId = gettid();
+        niceAtStart = getpriority(PRIO_PROCESS, 0);
         handover->arrive_and_wait();
         const FlagAtEnd finishedAtEnd(finished);
         Run();
@@ -90,9 +93,10 @@ void ThreadEx::SetPriority(std::uint32_t index) {
 }
 
 void ThreadEx::applyPriority() const {
-    if (priority != unchangedPriority && !finished) {
+    if (!finished) {
         // On Linux the nice value belongs to the thread, whatever the name of the constant says.
-        setpriority(PRIO_PROCESS, static_cast<id_t>(systemThreadId), niceValues[priority]);
+        setpriority(PRIO_PROCESS, static_cast<id_t>(systemThreadId),
+                    priority == normalPriority ? niceAtStart : niceValues[priority]);
     }
 }
 

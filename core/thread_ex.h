@@ -56,10 +56,10 @@ class ThreadEx {
     /// The id of no thread while not started.
     std::thread::id GetThreadId() const;
 
-    /// `index` 0 (only when the machine is idle) to 6 (most urgent); 3 leaves a thread as the
-    /// system made it. Takes effect at once on a started thread and at the next `Start` otherwise.
-    /// A wish only: raising the priority needs a privilege, and a refusal is passed over. Throws
-    /// `std::out_of_range` for an index above 6.
+    /// `index` 0 (only when the machine is idle) to 6 (most urgent); 3 is what the system gave the
+    /// thread when it was made. Takes effect at once on a started thread and at the next `Start`
+    /// otherwise. A wish only: raising the priority needs a privilege, and a refusal is passed
+    /// over. Throws `std::out_of_range` for an index above 6.
     void SetPriority(std::uint32_t index);
 
     void SetUserData(std::uint64_t value) { userData = value; }
@@ -81,6 +81,7 @@ class ThreadEx {
     std::uint64_t userData = 0;
     std::unique_ptr<std::thread> thread;  ///< set from `Start` to `Stop`
     pid_t systemThreadId = 0;             ///< of `thread`, for the system's priority call
+    int niceAtStart = 0;                  ///< of `thread`; that of who started it
     std::uint32_t priority = 3;
 };
 
