@@ -252,10 +252,12 @@ class PluginEvents {
         bool isTrueAt(std::int32_t index) const { return isTrue(at(index).boolean); }
 
         /// A node over the document and the element of the first two, with the direction of the
-        /// third.
+        /// third. A statement for each, so that they are read in their order whatever the compiler.
         NodePtr makeNode() const {
+            auto document = queryHost<HostDocument>(objectAt(0));
+            auto element = queryHost<HostElement>(objectAt(1));
             auto node = std::make_shared<Kestrova::Utils::Kcom::KestrovaKCOMNodeCreator>(
-                queryHost<HostDocument>(objectAt(0)), queryHost<HostElement>(objectAt(1)));
+                std::move(document), std::move(element));
             node->SetWriting(isTrueAt(2));
             return node;
         }
@@ -273,7 +275,8 @@ class PluginEvents {
 
     static HostResult setup(Plugin& plugin, const HostVariant& input, HostVariant* result) {
         const Arguments arguments(input);
-        runSetup(plugin, arguments.makeNode(), arguments.isTrueAt(3));
+        const NodePtr node = arguments.makeNode();
+        runSetup(plugin, node, arguments.isTrueAt(3));
         answerDone(result);
         return HostCode::success;
     }

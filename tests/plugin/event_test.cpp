@@ -90,6 +90,11 @@ TEST_F(EventTest, EachNumberHasItsCodeAndLeavesTheRestOfTheResultAlone) {
         if (!handled) {
             EXPECT_THAT(host.script.calls(), IsEmpty()) << event;
         }
+        std::string read;  // of the array, in its order
+        for (const std::string& call : host.script.calls()) {
+            read += call.starts_with("HostVariantArray::getElement") ? call.substr(29, 1) : "";
+        }
+        EXPECT_EQ(read, event == 157 ? "00" : event == 158 ? "0123" : event == 159 ? "012" : "");
     }
     for (const std::int32_t far : {std::numeric_limits<std::int32_t>::min(), -105, 0,
                                    std::numeric_limits<std::int32_t>::max()}) {
