@@ -13,6 +13,8 @@
 #include "plugin/plugin.h"
 #include "plugin/registration.h"
 
+// The booleans that come here are C's: any value but zero is true, unlike in the host's interfaces.
+
 namespace {
 
 std::atomic<std::uint32_t> serverLocks{0};
@@ -67,7 +69,7 @@ class PluginFactory final : public HostClassFactory, private CountedObject {
         }
     }
     HostResult lockServer(HostBool lock) override {
-        serverLocks += isTrue(lock) ? 1U : ~0U;
+        serverLocks += lock != hostFalse ? 1U : ~0U;
         return HostCode::success;
     }
 
@@ -91,7 +93,7 @@ HostResult DllInstall(HostBool install, const wchar_t* option) {
     if (option != nullptr && wcscasecmp(option, L"user") == 0) {
         perUser = true;
     }
-    if (!isTrue(install)) {
+    if (install == hostFalse) {
         return DllUnregisterServer();
     }
     const HostResult result = DllRegisterServer();

@@ -1,10 +1,12 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
+#include "core/registry_store.h"
 #include "host/host_error.h"
 #include "host/host_variant.h"
 #include "plugin/identity.h"
 #include "plugin/module.h"
+#include "tests/support/temporary_folder.h"
 
 namespace {
 
@@ -57,10 +59,21 @@ TEST_F(ModuleTest, FactoryMakesPluginsAndTheModuleStaysWhileTheyLive) {
     plugin.reset();
     EXPECT_EQ(canUnloadNow(), 0);
     factory = makeFactory();
-    factory->lockServer(hostTrue);
+    factory->lockServer(1);  // any value but zero
     factory.reset();
     EXPECT_EQ(canUnloadNow(), 1);
     makeFactory()->lockServer(hostFalse);
+}
+
+TEST_F(ModuleTest, AnyValueButZeroInstalls) {
+    const TemporaryFolder folder;
+    const RegistryStore store(folder.path());
+    setenv("KESTROVA_REGISTRY", folder.path().c_str(), 1);
+    const auto install = reinterpret_cast<decltype(&DllInstall)>(::dlsym(module, "DllInstall"));
+    for (const HostBool add : {HostBool{1}, hostFalse, hostTrue}) {
+        EXPECT_EQ(install(add, L"machine"), 0);
+        EXPECT_EQ(store.read("SOFTWARE\\Kestrova\\Plugins\\Cmp").has_value(), add != 0);
+    }
 }
 
 }  // namespace
