@@ -216,6 +216,7 @@ std::int32_t decodeCmStatus(const CmpHeader& header, const std::uint8_t* payload
     status.vendorData24 = readBe64(payload + 24);
     std::memcpy(status.vendorData32, payload + 32, sizeof status.vendorData32);
     std::memcpy(status.serialText, payload + 35, sizeof status.serialText);
+    std::end(status.serialText)[-1] = '\0';
     return DecodeResult::ok;
 }
 

@@ -160,7 +160,7 @@ TEST(FrameDecoderTest, EachFieldOfAModuleStatusStandsAtItsPlace) {
         {12, 1, s.vendorData12[0]}, {20, 4, s.vendorData20}, {24, 8, s.vendorData24},
         {34, 1, s.vendorData32[2]}};
     expectFields(payload, fields);
-    EXPECT_EQ(std::string(s.serialText, 50), std::string(payload.begin() + 35, payload.end()));
+    EXPECT_EQ(std::string(s.serialText, 50), std::string(&payload[35], &payload[84]) + '\0');
     header.dataLength = 84;
     EXPECT_EQ(decodeCmStatus(header, payload.data(), s), 22);
 }
