@@ -1,5 +1,7 @@
 #include "simulator/frame_encoder.h"
 
+#include <algorithm>
+#include <array>
 #include <string>
 
 namespace sim {
@@ -35,6 +37,9 @@ constexpr std::uint16_t severalMessages = 0x0008;
 constexpr std::uint16_t acknowledged = 0x0001;
 constexpr std::uint16_t extendedFlag = 0x0004;
 constexpr std::uint16_t bitRateSwitched = 0x0010;
+
+// The lengths that CAN FD has beyond 8 bytes, in the order of their codes, which go on from 9.
+constexpr std::array<std::uint8_t, 7> longLengths = {12, 16, 20, 24, 32, 48, 64};
 
 constexpr std::uint64_t timeBits = 0x7FFFFFFFFFFFFFFF;
 
@@ -120,12 +125,20 @@ void writeLin(WireWriter& out, const DataMessage& message) {
     out.u8(linChecksum(identifier, {data, message.length}));
 }
 
+/// The data length code that stands for the length on the bus.
+std::uint8_t lengthCode(std::uint8_t length) {
+    if (length <= 8)
+        return length;
+    const auto* const found = std::lower_bound(longLengths.begin(), longLengths.end(), length);
+    return static_cast<std::uint8_t>(9 + (found - longLengths.begin()));
+}
+
 void writeAsamCan(WireWriter& out, const DataMessage& message) {
     out.u32(0);  // flags, reserved
     out.u32(canIdentifier(message.interfaceId, message.number));
     out.u32(0);  // CRC
     out.u16(0);  // error position
-    out.u8(message.length);
+    out.u8(lengthCode(message.length));
     out.u8(message.length);
     writeData(out.take(message.length), message);
 }

@@ -8,6 +8,7 @@ from typing import NamedTuple
 
 EXTENDED = 0x80000000
 RING = bytes(range(256)) * 2
+LONG_LENGTHS = [12, 16, 20, 24, 32, 48, 64]  # of CAN FD, by their codes from 9 on
 
 
 class Row(NamedTuple):
@@ -70,7 +71,8 @@ def names_of(report):
 
 
 def sent_on(module, position):
-    """The messages that one channel of a module has sent: bus, identifier, data."""
+    """The messages that one channel of a module has sent: bus, identifier, data. Of ASAM CMP only the bytes
+    that are kept, for the plug-in takes a message's length code for its length."""
     channel = module["channels"][position]
     interface, lengths = channel["interfaceId"], module["lengths"]
     for number in range(channel["messages"]):
@@ -82,7 +84,8 @@ def sent_on(module, position):
         else:
             turn = number % 4
             identifier = 0x100 + 4 * interface + turn if turn < 3 else EXTENDED | 0x18DA00F1 + 0x100 * interface
-            yield "CANFD" if length > 8 else "CAN", identifier, data
+            kept = 9 + LONG_LENGTHS.index(length) if module["framing"] == "asam" and length > 8 else length
+            yield "CANFD" if length > 8 else "CAN", identifier, data[:kept]
 
 
 def count_differences(sent, report):
@@ -96,19 +99,26 @@ def count_differences(sent, report):
             for key in sorted(counts.keys() | delivered.keys()) if counts.get(key, 0) != delivered[key]]
 
 
-def row_differences(sent, names, rows, buses=("CAN", "LIN")):
-    """Each message of the given buses in `rows` once, unchanged, and in order on its channel. `names`: by
-    CM ID and interface ID. A text for the first difference on each channel."""
+def row_differences(sent, names, rows, log=False):
+    """Each message in `rows` once, unchanged, and in order on its channel; of a .log those on CAN, their data
+    filled up to a length that CAN FD has. `names`: by CM ID and interface ID. A text for the first
+    difference on each channel."""
     found = defaultdict(list)
     for row in rows:
         found[row.name].append(row[2:])
     texts = []
     for module in sent["modules"]:
         for position, channel in enumerate(module["channels"]):
-            if channel["bus"] in buses:
-                name = names[module["cmId"], channel["interfaceId"]]
-                texts += _first_difference(name, list(sent_on(module, position)), found.pop(name, []))
+            if channel["bus"] == "LIN" and log:
+                continue
+            name = names[module["cmId"], channel["interfaceId"]]
+            there = [(*row, filled(data) if log else data) for *row, data in sent_on(module, position)]
+            texts += _first_difference(name, there, found.pop(name, []))
     return texts + [f"{name}: {len(there)} messages that nobody sent" for name, there in found.items()]
+
+
+def filled(data):
+    return data.ljust(next(length for length in [*range(9), *LONG_LENGTHS] if length >= len(data)), b"\0")
 
 
 def _first_difference(name, sent, there):

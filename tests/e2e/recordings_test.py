@@ -51,7 +51,7 @@ class Recordings(Case):
         words = {key: traffic.word_of(name) for key, name in self.names.items()}
         for path in (self.live[1], self.converted[1]):
             rows = traffic.read_with_python_can(path)
-            self.assertEqual(traffic.row_differences(self.sent, words, rows, buses=("CAN",)), [])
+            self.assertEqual(traffic.row_differences(self.sent, words, rows, log=True), [])
             self.assertEqual(traffic.read_with_tshark(path), [row._replace(name="") for row in rows])
 
     def test_both_recordings_of_a_run_tell_the_same_times(self):

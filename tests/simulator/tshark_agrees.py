@@ -131,8 +131,20 @@ def check(simulator, case):
     assert report["statusFrames"] == sum(s["status"] for s in state.values()) >= 4 * len(modules)
 
 
+def check_asam(simulator):
+    """Of messages in ASAM CMP, which tshark doesn't know: the code of the length, and behind it the length."""
+    with tempfile.NamedTemporaryFile(suffix=".pcap") as file:
+        arguments = ["--write", file.name, "--module", "NeoviFire3:7", "--length", "0-64", "--messages", "400"]
+        subprocess.run([simulator, *arguments], check=True, stdout=subprocess.DEVNULL)
+        command = ["tshark", "-r", file.name, "--disable-protocol", "tecmp", "-T", "fields", "-e", "data.data"]
+        lines = subprocess.run(command, check=True, capture_output=True, text=True).stdout.split()
+    seen = {(frame[38], frame[39]) for frame in map(bytes.fromhex, lines) if frame[4] == 1}
+    assert seen == set(enumerate([*range(9), 12, 16, 20, 24, 32, 48, 64])) - {(0, 0)}, seen
+
+
 def main():
     simulator = sys.argv[1]
+    check_asam(simulator)
     check(simulator, {
         "arguments": ["--module", "CAN combo:5", "--module", "LIN combo:2,serial=77",
                       "--messages", "3000", "--per-frame", "7", "--status", "0.05"],
