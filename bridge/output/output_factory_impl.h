@@ -20,8 +20,10 @@ namespace Kestrova::Utils::Kcom::OutputChannel {
 /// While the host's channel set is fixed, channels are found by the indices in the setup instead,
 /// and are neither re-typed nor removed.
 ///
-/// Failures of the host are raised at once and leave an operation half done; after a failed load
-/// `endLoadSetup` is the way back. Lives by value in the plug-in, on the host's thread; no lock.
+/// Failures of the host are raised at once and leave an operation half done. A load that fails
+/// leaves the factory loading: nothing is cleaned up, another `beginLoadSetup` is out of order, and
+/// the plug-in calls `endLoadSetup` only at the end of a load that went well. A host makes a new
+/// plug-in then. Lives by value in the plug-in, on the host's thread; no lock.
 class OutputFactoryImpl final : public OutputFactory {
   public:
     OutputFactoryImpl() = default;
