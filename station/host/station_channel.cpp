@@ -70,6 +70,7 @@ void StationChannel::allocate() {
 }
 
 void StationChannel::beginMeasurement() {
+    isClaimed = false;
     ensureBuffers();
     ring.clear();
     variants.clear();

@@ -4,6 +4,7 @@
 #include <random>
 
 #include "host/host_error.h"
+#include "station/host/read_channel_list.h"
 #include "station/host/station_channel.h"
 #include "tests/station/host/stand_ins.h"
 #include "tests/support/scripted_document.h"
@@ -140,6 +141,17 @@ TEST_F(StoredChannels, ComeBackWithAllThatTheUserSet) {
     persist(*other, true);
     EXPECT_EQ(element.asText(), saved);
     EXPECT_THAT(script.referenceFaults(), IsEmpty());
+}
+
+TEST_F(Channels, ClaimIsForOneMeasurementAndWhatIsReadIsListedOnce) {
+    channel->claim();
+    EXPECT_TRUE(channel->claimed());
+    channel->beginMeasurement();
+    EXPECT_FALSE(channel->claimed());
+    const auto list = makeObject<ReadChannelList>();
+    list->addChannel(channel.get());
+    list->addChannel(channel.get());
+    EXPECT_THAT(list->all(), ElementsAre(channel));
 }
 
 }  // namespace
