@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-/// Why others than root and the effective user could change what stands at `path`, for the user and
+/// Why others than root and the effective user could change what is at `path`, for the user and
 /// with what to do about it. Empty if they can't, and if nothing is there.
 ///
 /// Looks at each folder from the root down, at each symbolic link on the way, and at the file or

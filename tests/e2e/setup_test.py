@@ -137,7 +137,7 @@ class Setups(Case):
         shutil.copy(lab.STATION, program)
         program.chmod(0o4755)
         self.scratch.chmod(0o755)
-        run = lab.call(["setpriv", "--reuid=12345", "--clear-groups", program, "plugins"], env=machines[0])
+        run = lab.call(["setpriv", "--reuid=12345", "--clear-groups", program, "plugins"], env=machines[1])
         self.assertEqual((run[0], str(module) in run[1]), (0, False), run)
         self.expect(0, "plugins", "--unregister", lab.PLUGIN, "--user")
         self.addCleanup(self.expect, 0, "plugins", "--register", lab.PLUGIN, "--user")
