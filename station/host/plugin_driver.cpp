@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "station/host/read_channel_list.h"
 #include "station/host/variant_array.h"
 
 namespace station {
@@ -132,6 +133,7 @@ void PluginDriver::loadSettings(HostDocument& document, HostElement& element) {
 
 void PluginDriver::loadSetup(HostDocument& document, HostElement& element) {
     persist("load its setup", PluginEvent::setup, document, element, false);
+    tellNewChannels();
 }
 
 void PluginDriver::saveSettings(HostDocument& document, HostElement& element) {
@@ -145,6 +147,20 @@ void PluginDriver::saveSetup(HostDocument& document, HostElement& element) {
 void PluginDriver::clearSetup() {
     requireConnection();
     call("begin a new setup", [&] { return plugin->onClearSetup(); });
+    tellNewChannels();
+}
+
+void PluginDriver::tellNewChannels() {
+    const char* const step = "look at the new channels";
+    host->data().takeChannelsChanged();
+    sendEvent(step, PluginEvent::channelsCameOrWent);
+    sendEvent(step, PluginEvent::rebindInputs);
+    sendEvent(step, PluginEvent::channelsChanged);
+}
+
+void PluginDriver::claimChannels(const char* step) {
+    const auto read = makeObject<ReadChannelList>();
+    sendObject(step, PluginEvent::claimChannels, static_cast<HostChannelList*>(read.get()));
 }
 
 void PluginDriver::sendObject(const char* step, std::int32_t event, HostObject* given) {
@@ -183,12 +199,16 @@ void PluginDriver::closeChannels() {
 void PluginDriver::start() {
     requireConnection();
     const char* const step = "start the measurement";
+    if (host->data().takeChannelsChanged()) {
+        tellNewChannels();
+    }
     host->clock().reset();
     host->gnssDevices().setOwnSource({});
     call(step, [&] {
         host->channels().beginMeasurement();
         return plugin->onPrepareAcquisition();
     });
+    claimChannels(step);
     call(step, [&] { return plugin->onStartAcquisition(); });
     sendEvent(step, PluginEvent::alignChannels);
     state = State::Running;  // from here on a failure has something to stop

@@ -16,9 +16,13 @@ namespace station {
 /// The numbers of the events that the station sends.
 namespace PluginEvent {
 inline constexpr std::int32_t startCapture = 105;
+inline constexpr std::int32_t channelsCameOrWent = 111;
 inline constexpr std::int32_t alignChannels = 115;
 inline constexpr std::int32_t getData = 117;
+inline constexpr std::int32_t claimChannels = 118;
+inline constexpr std::int32_t rebindInputs = 129;
 inline constexpr std::int32_t stopCapture = 130;
+inline constexpr std::int32_t channelsChanged = 134;
 inline constexpr std::int32_t getRequiredDelay = 136;
 inline constexpr std::int32_t enableClocks = 156;
 inline constexpr std::int32_t setup = 158;
@@ -131,6 +135,10 @@ class PluginDriver {
     void call(const char* step, const Call& pluginCall);
     void sendEvent(const char* step, std::int32_t event, HostVariant* result = nullptr);
     void sendObject(const char* step, std::int32_t event, HostObject* given);
+    /// Says that the list of channels is another one, for the channels that the plug-in reads.
+    void tellNewChannels();
+    /// Has the plug-in say which channels it fills and which it reads.
+    void claimChannels(const char* step);
     void persist(const char* step, std::int32_t event, HostDocument& document, HostElement& element,
                  bool saving);
     void stopQuietly() noexcept;

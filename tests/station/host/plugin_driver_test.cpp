@@ -86,9 +86,9 @@ TEST_F(PluginDrivers, CallsComeInTheirOrder) {
     EXPECT_THAT(plugin->arguments, ElementsAre("object", "object", "0", "0"));
     EXPECT_NE(document.mode, HostDocument::modeWriting);
     driver->updateDevices();
-    EXPECT_THAT(takeCalls(), ElementsAre("connect", "159", "158", "177"));
+    EXPECT_THAT(takeCalls(), ElementsAre("connect", "159", "158", "111", "129", "134", "177"));
     driver->start();
-    EXPECT_THAT(takeCalls(), ElementsAre("prepare", "start", "115", "105", "156"));
+    EXPECT_THAT(takeCalls(), ElementsAre("prepare", "118", "start", "115", "105", "156"));
     poll(2);
     EXPECT_THAT(takeCalls(), ElementsAre("117", "117"));
     driver->endPart();
