@@ -54,8 +54,8 @@ struct CmStatus {
     std::uint32_t vendorData20 = 0;
     std::uint64_t vendorData24 = 0;
     std::uint8_t vendorData32[3] = {};
-    /// Serial number as text, up to a zero byte. From TECMP it holds vendor bytes as they came,
-    /// which may lack that byte: read it with a limit.
+    /// Serial number as text, up to a zero byte, which is always there. From TECMP it holds vendor
+    /// bytes as they came.
     char serialText[50] = {};
 };
 static_assert(offsetof(CmStatus, cmId) == 6 && offsetof(CmStatus, vendorData24) == 24);
