@@ -89,7 +89,10 @@ def measure(folder, mode):
         stack.callback(lab.end, station.process)
         sent = lab.finish_simulator(simulator)
         time.sleep(0.5)
-        station.stop()
+        code, _, errors = station.stop_with_any_code()
+    sys.stdout.write(errors)
+    if code not in (0, 1):  # 1: some were lost
+        raise lab.Failure(f"cmp-station ended with {code}")
     if abs(utc_offset() - utc) > 1000:
         raise lab.Failure("the machine's clock was set meanwhile")
     messages = []

@@ -5,7 +5,6 @@ again at random times, with clocks that are off, drift and jump. At the end each
 to be told of, channel by channel."""
 
 import contextlib
-import json
 import random
 import signal
 import sys
@@ -23,8 +22,8 @@ CHANNELS = 3  # of each module
 NEVER_QUIET = 5000  # messages a second, in frames of one
 TYPES = ["CAN combo", "LIN combo", "NeoviFire3"]
 JUMPS = [0.05, 0.3, 0.9, 1.1, 5, 60]  # seconds, both ways
-LOSSES = ["tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput"]
-FATES = ["delivered", *LOSSES, "beforeStart", "afterEnd"]
+DISCARDED = ["tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput"]
+FATES = ["delivered", *DISCARDED, "beforeStart", "afterEnd"]
 LAST_START = 2  # seconds before the end
 
 
@@ -97,9 +96,10 @@ def run(folder, seconds, seed):
                 raise lab.Failure(f"cmp-station ended early: {station.finish()}")
             time.sleep(0.02)
         station.settle()
-        station.process.send_signal(signal.SIGINT)
-        code, output, errors = station.finish()
-    return modules, code, json.loads(output), errors
+        code, report, errors = station.stop_with_any_code()
+    if not report:
+        raise lab.Failure(f"cmp-station ended with {code}: {errors}")
+    return modules, code, report, errors
 
 
 def channel_counts(report):
@@ -108,7 +108,7 @@ def channel_counts(report):
     counts = defaultdict(Counter)
     for channel in report["channels"]:
         counts[cm_ids[channel["module"]], channel["interfaceId"]].update(
-            {name: channel[name] for name in ("frames", "queued", "unusable", *FATES)})
+            {name: channel[name] for name in ("frames", "overwritten", "queued", "unusable", *FATES)})
     return counts
 
 
@@ -120,8 +120,8 @@ def check_channel(sent, counts):
         texts.append(f"{sent - counts['queued']} not queued")
     if counts["queued"] != fates:
         texts.append(f"{counts['queued'] - fates} unaccounted for")
-    if counts["delivered"] != counts["frames"]:
-        texts.append(f"{counts['delivered'] - counts['frames']} delivered and not recorded")
+    if counts["delivered"] != counts["frames"] + counts["overwritten"]:
+        texts.append(f"{counts['delivered']} delivered, {counts['frames']} recorded")
     return ", ".join(texts)
 
 
@@ -129,7 +129,7 @@ def check(modules, code, report):
     """Prints a line for each channel; returns what is wrong."""
     sent = sum((module.sent for module in modules), Counter())
     counts, total, wrong = channel_counts(report), Counter(), []
-    heads = ("sent", *FATES, "unusable")
+    heads = ("sent", *FATES, "overwritten", "unusable")
     print(f"  {'channel':<14}" + "".join(f"{head:>12}" for head in heads))
     for key in sorted(sent.keys() | {key for key, value in counts.items() if value.total() > 0}):
         row = counts[key] + Counter(sent=sent[key])
@@ -138,7 +138,7 @@ def check(modules, code, report):
         wrong += [f"0x{key[0]:02X}/0x{key[1]:02X}: {text}"] if text else []
         print(f"  0x{key[0]:02X}/0x{key[1]:02X}     " + "".join(f"{row[head]:12}" for head in heads), text)
     print(f"  {'all':<14}" + "".join(f"{total[head]:12}" for head in heads))
-    lost, dropped = sum(total[name] for name in LOSSES), report["droppedFrames"]
+    lost, dropped = sum(total[name] for name in ("overwritten", *DISCARDED)), report["droppedFrames"]
     print(f"  frames that the system dropped: {dropped}; messages lost, as the station says: {report['lostMessages']}; "
           f"it ended with {code}")
     if total["delivered"] == 0:
