@@ -4,6 +4,7 @@ were really sent, for each way in which a module's clock can follow the host's.
 A step of the machine's real clock isn't among them: it would be one of the whole machine."""
 
 import contextlib
+import datetime
 import statistics
 import sys
 import tempfile
@@ -39,8 +40,7 @@ MODES = [
     *[Mode(f"soft, {name}, 10 a second", PPM[name], rate=10, seconds=30) for name in ("+500 ppm", "-500 ppm")],
     Mode("soft, jitter 0.1 ms", ",jitter=0.0001"),
     Mode("soft, jitter 1 ms", ",jitter=0.001"),
-    Mode("soft, jump of 0.9 s", f",jump=0.9@{JUMP_AT}"),
-    Mode("soft, jump of 1.1 s", f",jump=1.1@{JUMP_AT}"),
+    *[Mode(f"soft, jump of {seconds} s", f",jump={seconds}@{JUMP_AT}") for seconds in (0.9, 1.1, -1.1, 5, -5)],
     Mode("PPS slave", sync=SLAVE),
     Mode("PPS master", sync=MASTER),
 ]
@@ -67,9 +67,15 @@ def utc_offset():
     return min(readings)[1]
 
 
+def utc_nanoseconds(text):
+    """Of a time such as 2026-01-31T12:00:00.123456789Z."""
+    seconds = datetime.datetime.strptime(text[:19] + "+0000", "%Y-%m-%dT%H:%M:%S%z").timestamp()
+    return int(seconds) * 10**9 + int(text[20:29])
+
+
 def measure(folder, mode):
-    """Runs one mode; returns its messages in the order of sending, and how many of those sent since the
-    first of them are missing."""
+    """Runs one mode; returns its messages in the order of sending, and how many are missing of those that
+    were due since the start of the measurement."""
     setup, recording = folder / "clock.xml", folder / "clock.pcapng"
     for path in (setup, recording):
         path.unlink(missing_ok=True)
@@ -89,7 +95,7 @@ def measure(folder, mode):
         stack.callback(lab.end, station.process)
         sent = lab.finish_simulator(simulator)
         time.sleep(0.5)
-        code, _, errors = station.stop_with_any_code()
+        code, report, errors = station.stop_with_any_code()
     sys.stdout.write(errors)
     if code not in (0, 1):  # 1: some were lost
         raise lab.Failure(f"cmp-station ended with {code}")
@@ -103,7 +109,9 @@ def measure(folder, mode):
     if not messages:
         raise lab.Failure("no message was delivered")
     messages.sort()
-    return messages, sent["dataMessages"] - messages[0].number - len({m.number for m in messages})
+    start = utc_nanoseconds(report["startTime"]) - utc - sent["startStampNs"]
+    due = range(-(-start * mode.rate // 10**9), sent["dataMessages"])
+    return messages, len(set(due) - {m.number for m in messages})
 
 
 def locked_from(messages):
