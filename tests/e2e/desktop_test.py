@@ -53,7 +53,10 @@ class DesktopProgram(Case):
     def listens(self, process):
         """It has a descriptor for signals."""
         folder = f"/proc/{process.pid}/fd"
-        return any("signalfd" in os.readlink(f"{folder}/{name}") for name in os.listdir(folder))
+        try:
+            return any("signalfd" in os.readlink(f"{folder}/{name}") for name in os.listdir(folder))
+        except FileNotFoundError:  # a descriptor that was just closed
+            return False
 
 
 if __name__ == "__main__":
