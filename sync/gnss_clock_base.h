@@ -88,6 +88,8 @@ class GNSSClockBase : public GNSSClock {
         }
         return {Status::Discard, 0.0, DiscardReason(hostTime)};
     }
+    /// Host time that the acquisition has reached, in seconds.
+    double GetPosition() const { return windowCurrent; }
     /// The part of the state that doesn't depend on the relation.
     GNSSClockState BasicState(GNSSClockMode mode) const;
 

@@ -11,6 +11,7 @@ void GNSSClockSoftSync::OnStart(bool) {
     origin = Now().time;
     jumps = 0;
     hasFollowed = false;
+    former.reset();
     algorithm.Initialize();
     TakeReading();
 }
@@ -19,9 +20,14 @@ void GNSSClockSoftSync::OnWindowChanged() {
     const auto hostClock = hostObject(host, &HostApp::getMasterClock);
     const double hostTime = hostValue(hostClock, &HostMasterClock::getTimeSeconds);
     if (std::abs(algorithm.MasterToSlave(hostTime) - Now().elapsed) > largestError) {
+        if (hasFollowed && algorithm.IsPlaced()) {
+            former = {algorithm, origin, hostTime + formerKept};
+            ++jumps;
+        }
         origin = Now().time;
-        jumps += hasFollowed && algorithm.IsPlaced() ? 1 : 0;
         algorithm.Reset();
+    } else if (former && hostTime > former->until) {
+        former.reset();
     }
     TakeReading();
 }

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <cmath>
+#include <cstdint>
+#include <optional>
+
 #include "sync/gnss_clock_base.h"
 #include "sync/soft_sync_algorithm.h"
 
@@ -11,12 +15,23 @@ namespace Kestrova::Utils::Kcom::Synchronization {
 /// Where the line and the device disagree by more than `largestError`, the device's time has jumped
 /// or was not placed yet, and the fit begins again at a new origin with the rate that it knew. That
 /// is the only recovery; a smaller jump goes through the fit. The rate outlasts a `Reset`.
+///
+/// Items from before a jump still come when it is found. So for a while the former line is kept,
+/// and an item belongs to the line by which it lies nearer to the position of the acquisition.
 class GNSSClockSoftSync final : public GNSSClockBase {
   public:
     using GNSSClockBase::GNSSClockBase;
 
     GNSSTimeResult GetTime(const GNSSTime deviceTime) override {
-        GNSSTimeResult result = Classify(algorithm.SlaveToMaster(deviceTime - origin));
+        double hostTime = algorithm.SlaveToMaster(deviceTime - origin);
+        if (former) {
+            const double formerly = former->algorithm.SlaveToMaster(deviceTime - former->origin);
+            const double position = GetPosition();
+            if (std::abs(formerly - position) < std::abs(hostTime - position)) {
+                hostTime = formerly;
+            }
+        }
+        GNSSTimeResult result = Classify(hostTime);
         if (result.status == GNSSTimeStatus::Discard && !algorithm.IsPlaced()) {
             result.reason = GNSSTimeReason::NotPlaced;
         }
@@ -26,6 +41,14 @@ class GNSSClockSoftSync final : public GNSSClockBase {
 
   private:
     static constexpr double largestError = 1.0;  ///< seconds of device time
+    static constexpr double formerKept = 1.0;    ///< seconds of host time
+
+    /// The line before a jump.
+    struct Former {
+        Utils::Synchronization::SoftSyncAlgorithm algorithm;
+        GNSSTime origin;
+        double until;  ///< host time
+    };
 
     void OnStart(bool hostHasSource) override;
     void OnWindowChanged() override;
@@ -35,6 +58,7 @@ class GNSSClockSoftSync final : public GNSSClockBase {
     void TakeReading();
 
     Utils::Synchronization::SoftSyncAlgorithm algorithm;
+    std::optional<Former> former;
     bool hasFollowed = false;  ///< whether the latest reading was one of a module that was heard
     std::uint64_t jumps = 0;   ///< since the start
 };

@@ -158,5 +158,21 @@ TEST_F(SoftSyncRun, JumpBelowASecondGoesThroughTheFitAndOneAboveBeginsItAgain) {
     }
 }
 
+TEST_F(SoftSyncRun, ItemsOfBothSidesOfAJumpGetTheirTimes) {
+    begin();
+    for (const double step : {1.1, -1.1, -5.0, 60.0, -60.0, 2e9}) {
+        run(10.0);
+        const GNSSTime before = deviceAt(now + 0.4 * tick);
+        jump += step;
+        run(tick);
+        const auto result = clock->GetTime(before);
+        EXPECT_EQ(result.status, Valid) << step;
+        EXPECT_NEAR(result.time, now - 0.6 * tick - zero, accuracy) << step;
+        EXPECT_LT(errorAt(0.2 * tick), accuracy) << step;
+        run(1.5);
+        EXPECT_GT(std::abs(clock->GetTime(before).time - result.time), 1.0) << "long over; " << step;
+    }
+}
+
 }  // namespace
 }  // namespace Kestrova::Utils::Kcom::Synchronization
