@@ -112,12 +112,13 @@ def channel_counts(report):
     return counts
 
 
-def check_channel(sent, counts):
-    """Why the counts of a channel don't add up; empty if they do."""
+def check_channel(counts):
+    """Why the counts of a channel don't add up; empty if they do. Frames that the system drops have no
+    channel yet."""
     fates = sum(counts[fate] for fate in FATES)
     texts = []
-    if sent != counts["queued"]:
-        texts.append(f"{sent - counts['queued']} not queued")
+    if counts["sent"] < counts["queued"]:
+        texts.append(f"{counts['queued'] - counts['sent']} more queued than sent")
     if counts["queued"] != fates:
         texts.append(f"{counts['queued'] - fates} unaccounted for")
     if counts["delivered"] != counts["frames"] + counts["overwritten"]:
@@ -134,13 +135,16 @@ def check(modules, code, report):
     for key in sorted(sent.keys() | {key for key, value in counts.items() if value.total() > 0}):
         row = counts[key] + Counter(sent=sent[key])
         total += row
-        text = check_channel(sent[key], row)
+        text = check_channel(row)
         wrong += [f"0x{key[0]:02X}/0x{key[1]:02X}: {text}"] if text else []
         print(f"  0x{key[0]:02X}/0x{key[1]:02X}     " + "".join(f"{row[head]:12}" for head in heads), text)
     print(f"  {'all':<14}" + "".join(f"{total[head]:12}" for head in heads))
-    lost, dropped = sum(total[name] for name in ("overwritten", *DISCARDED)), report["droppedFrames"]
-    print(f"  frames that the system dropped: {dropped}; messages lost, as the station says: {report['lostMessages']}; "
-          f"it ended with {code}")
+    missing, dropped = total["sent"] - total["queued"], report["droppedFrames"]
+    lost = sum(total[name] for name in ("overwritten", *DISCARDED))
+    print(f"  not queued: {missing}; frames that the system dropped: {dropped}; messages lost, as the station says: "
+          f"{report['lostMessages']}; it ended with {code}")
+    if missing > dropped:  # a frame holds one message, or is a status
+        wrong.append(f"{missing} messages were not queued, and only {dropped} frames dropped")
     if total["delivered"] == 0:
         wrong.append("nothing was delivered")
     if lost != report["lostMessages"]:
