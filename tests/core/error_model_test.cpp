@@ -1,5 +1,7 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
+#include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "core/exception_registry.h"
@@ -28,6 +30,36 @@ TEST(KvrtExceptionTest, LongTextIsCut) {
     EXPECT_EQ(textOf(std::string(1022, 'x') + "\xC3\xBC"), std::string(1022, 'x') + '\xC3');
 }
 
+TEST(KvrtExceptionTest, EachCodeHasAClassWithItsTextAndAnUnknownOneKeepsItsCode) {
+    constexpr std::uint32_t codes[] = {0x80000000, 0x80000001, 0x80000026, 0x80004002, 0x8000000B,
+                                       0x80000013, 0x80000005, 0x80000006, 0x80000014, 0x80000011,
+                                       0x8000000A, 0x80000017, 0x8000000D, 0x80000016, 0x80000018,
+                                       0x80000021, 0x80000004, 0x80000024, 0x8000000E, 0x80000029,
+                                       0x80000030, 0x80000028, 0x80000027, 0x80000099};
+    std::istringstream texts(
+        "No memory|Invalid parameter|Argument must not be NULL.|"
+        "Invalid cast. The object does not implement this interface.|Not assigned|Not enabled|"
+        "Out of range|Not found|General error|Invalid type|Already exists|Object frozen|"
+        "Parse failed|Not Implemented|Not serializable|Error when parsing or deserializing|"
+        "Conversion failed|Invalid property|Invalid value|Invalid state|Validate failed|"
+        "The operation requires initialization|"
+        "Operation in not valid for the current type or state.|");
+    for (const std::uint32_t code : codes) {
+        std::string text;  // none for the last one
+        std::getline(texts, text, '|');
+        for (const bool isTold : {false, true}) {
+            try {
+                raiseFromCode(code, isTold ? "told" : "");
+            } catch (const KvrtException& raised) {
+                EXPECT_EQ(typeid(raised) == typeid(KvrtException), text.empty());
+                EXPECT_EQ(raised.getCode(), code);
+                EXPECT_EQ(raised.what(), isTold ? "told" : text);
+                EXPECT_EQ(raised.hasDefaultMessage(), !isTold && !text.empty());
+            }
+        }
+    }
+}
+
 /// Says who it is by what it throws, and counts down as it is destroyed.
 class CountedFactory : public IExceptionFactory {
   public:
@@ -36,7 +68,7 @@ class CountedFactory : public IExceptionFactory {
     }
     ~CountedFactory() override { --living; }
     void destroy() override { delete this; }
-    void raise(std::uint32_t, const std::string&) override { throw id; }
+    void raise(std::uint32_t, const std::string&) override { id != 0 ? throw id : void(); }
 
   private:
     int id;
@@ -56,6 +88,22 @@ TEST(ExceptionRegistryTest, LaterFactoryReplacesTheEarlierOne) {
     registry.remove(code);
     EXPECT_THROW(registry.find(code).raise(code, ""), KvrtException);
     EXPECT_EQ(living, 0);
+    for (int round = 0; round < 2; ++round) {
+        registry.add(code, OwnedExceptionFactory(new CountedFactory(1, living)));
+        registry.close();
+        EXPECT_EQ(living, 0) << "after the exit nothing is added any more";
+    }
+    registry.remove(code);
+    EXPECT_THROW(registry.find(code).raise(code, ""), KvrtException);
+}
+
+TEST(ExceptionRegistryTest, FactoryThatReturnsIsAtFault) {
+    int living = 0;
+    auto& registry = ExceptionRegistry::instance();
+    registry.add(0x80000098U, OwnedExceptionFactory(new CountedFactory(0, living)));
+    EXPECT_THAT([] { raiseFromCode(0x80000098U, "told"); },
+                testing::ThrowsMessage<std::runtime_error>("told (2147483800)"));
+    registry.remove(0x80000098U);
 }
 
 }  // namespace

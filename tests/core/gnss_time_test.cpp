@@ -24,6 +24,11 @@ TEST(GNSSTime, SecondsOutsideTheWeekCarryIntoIt) {
     time.AddSeconds(1.0);
     EXPECT_EQ(time.GetWeek(), 8);
     EXPECT_EQ(time.GetSecondOfWeek(), 0.5);
+    EXPECT_EQ(GNSSTime(3, 5.0) - GNSSTime(2, 10.0), 604795.0);
+    EXPECT_EQ(GNSSTime(2, 129600.75).ToUnixTime(), 315964800 + 1339200);
+    EXPECT_EQ(GNSSTime(2, 129600.0).ToDayCount(), 29241.5);
+    EXPECT_NEAR(GNSSTime::FromDayCount(29241.5) - GNSSTime(2, 129600.0), 0.0, 1e-6);
+    EXPECT_NEAR(GNSSTime::FromDayCount(29225.0) - GNSSTime(-1, 518400.0), 0.0, 1e-6);
 }
 
 TEST(GNSSTime, WireTimestampKeepsItsNanoseconds) {
@@ -49,6 +54,20 @@ TEST(GNSSDateTime, CalendarAgreesWithAnIndependentOne) {
                   seconds);
         ASSERT_NEAR(GNSSDateTime(time.dayCount) - time, 0.0, 1e-5) << "no second may be lost";
     }
+}
+
+TEST(GNSSDateTime, SecondsAreAddedWithTheirFractionAndStopAtTheStartOf1970) {
+    const auto expectTime = [](const GNSSDateTime& time, std::int64_t seconds, double fraction) {
+        EXPECT_EQ(std::pair(time.unixTime, time.fraction), std::pair(seconds, fraction));
+    };
+    const GNSSDateTime time(1000, -0.25);
+    const GNSSDateTime later(time, 90000.5);
+    expectTime(time, 999, 0.75);
+    expectTime(later, 91000, 0.25);
+    expectTime(GNSSDateTime(-5, 0.5), 0, 0.0);
+    expectTime(GNSSDateTime(25, 61, 0.5, 32, 13, 1999), 949456860, 0.5);
+    EXPECT_EQ(std::pair(later - time, time - later), std::pair(90000.5, -90000.5));
+    EXPECT_EQ(later.dayCount, 25570.0 + 4600.25 / 86400.0);
 }
 
 TEST(GNSSDateTime, HostileNumbersSaturate) {

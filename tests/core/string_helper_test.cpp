@@ -1,15 +1,33 @@
 #include "core/string_helper.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <stdexcept>
 
 namespace {
 
 using Kestrova::Utils::Kcom::StringHelper;
 
-TEST(StringHelper, TextSurvivesTheWayToWideAndBack) {
+TEST(StringHelper, TextSurvivesTheWayToWideAndBackUpToItsFirstNul) {
     const std::string text = "K\xC3\xBChler \xE2\x82\xAC \xF0\x9F\x9A\x97";
     EXPECT_EQ(StringHelper::ToWide(text), L"K\u00FChler \u20AC \U0001F697");
     EXPECT_EQ(StringHelper::ToUtf8(StringHelper::ToWide(text)), text);
+    EXPECT_EQ(StringHelper::ToWide(std::string_view("ab\0c\xFF", 5)), L"ab");
+    EXPECT_EQ(StringHelper::ToUtf8(std::wstring(L"ab\0c", 4)), "ab");
+    EXPECT_EQ(StringHelper::ToUtf8(static_cast<const wchar_t*>(nullptr)), "");
+}
+
+TEST(StringHelper, NumbersAreNeverGrouped) {
+    EXPECT_EQ(StringHelper::ToText(INT32_MIN), "-2147483648");
+    EXPECT_EQ(StringHelper::ToText(UINT32_MAX), "4294967295");
+    EXPECT_EQ(StringHelper::ToText(INT64_MIN), "-9223372036854775808");
+    EXPECT_EQ(StringHelper::ToText(UINT64_MAX), "18446744073709551615");
+    const std::locale locale = StringHelper::MakeLocale("C.UTF-8");
+    const auto& numbers = std::use_facet<std::numpunct<char>>(locale);
+    EXPECT_EQ(numbers.grouping(), "");
+    EXPECT_EQ(numbers.thousands_sep(), '\0');
+    EXPECT_THAT([] { StringHelper::MakeLocale("nowhere"); },
+                testing::ThrowsMessage<std::runtime_error>("bad locale name"));
 }
 
 TEST(StringHelper, InvalidUtf8GivesAnEmptyText) {

@@ -1,40 +1,70 @@
 #include "core/thread_ex.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <stdexcept>
 #include <system_error>
 
 namespace {
 
-class SelfStopper : public Kestrova::Utils::Threading::ThreadEx {
-  public:
-    ~SelfStopper() override { Stop(); }
-
-    void Run() override {
-        EXPECT_TRUE(IsStarted());
-        EXPECT_EQ(GetThreadId(), std::this_thread::get_id());
-        try {
-            Stop();
-        } catch (const std::system_error& error) {
-            code = error.code();
-        }
-    }
-
-    std::error_code code;
-};
-
-TEST(ThreadEx, StopFromWithinRunThrowsInsteadOfWaitingForItself) {
-    SelfStopper thread;
-    thread.Start();
-    thread.Join();
-    EXPECT_EQ(thread.code, std::errc::resource_deadlock_would_occur);
-}
-
+/// Runs until it is asked to end, and then says how urgent it was.
 class Waiter : public Kestrova::Utils::Threading::ThreadEx {
   public:
     ~Waiter() override { Stop(); }
+
+    void Run() override {
+        EXPECT_TRUE(IsStarted() && !IsFinished());
+        EXPECT_EQ(GetThreadId(), std::this_thread::get_id());
+        while (!IsStopRequested()) {
+            std::this_thread::yield();
+        }
+        try {
+            Stop();  // instead of waiting for itself
+            ADD_FAILURE();
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code(), std::errc::resource_deadlock_would_occur);
+        }
+        niceValue = getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
+        SetThreadName("a name of more than 15 bytes");
+        char name[16] = {};
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        EXPECT_STREQ(name, "a name of more ");
+    }
+
+    std::atomic<int> niceValue = 0;
+};
+
+TEST(ThreadEx, CanBeStartedAgainAndEachTimeTakesItsPriority) {
+    const int usual = getpriority(PRIO_PROCESS, 0);
+    Waiter thread;
+    thread.Stop();
+    EXPECT_TRUE(thread.IsStopRequested()) << "until the start";
+    std::uint32_t index = 0;
+    for (const int niceValue : {19, 10, 5, usual, -5, -10, -20}) {
+        EXPECT_FALSE(thread.IsStarted());
+        EXPECT_EQ(thread.GetThreadId(), std::thread::id());
+        thread.SetPriority(index++);
+        thread.Start();
+        EXPECT_TRUE(thread.IsStarted() && !thread.IsStopRequested() && !thread.IsFinished());
+        EXPECT_THAT([&] { thread.Start(); },
+                    testing::ThrowsMessage<std::runtime_error>("Thread is already started."));
+        thread.Stop();
+        EXPECT_TRUE(thread.IsFinished());
+        const bool isRefused = niceValue < usual && thread.niceValue == usual;
+        EXPECT_TRUE(isRefused || thread.niceValue == niceValue) << thread.niceValue;
+    }
+    EXPECT_THROW(thread.SetPriority(index), std::out_of_range);
+    thread.Start();
+    thread.RequestStop();
+    thread.Join();
+    EXPECT_FALSE(thread.IsStarted());
+}
+
+class Idler : public Kestrova::Utils::Threading::ThreadEx {
+  public:
+    ~Idler() override { Stop(); }
     void Run() override {
         for (id = static_cast<id_t>(gettid()); !IsStopRequested();) {
             std::this_thread::yield();
@@ -47,7 +77,7 @@ TEST(ThreadEx, PriorityOfARunningThreadChangesAndComesBackToNormal) {
     const int normal = getpriority(PRIO_PROCESS, 0);
     const bool mayRaise = setpriority(PRIO_PROCESS, 0, normal - 1) == 0;
     setpriority(PRIO_PROCESS, 0, normal);
-    Waiter thread;
+    Idler thread;
     thread.Start();
     while (thread.id == 0) {
         std::this_thread::yield();

@@ -42,6 +42,18 @@ TEST_F(VectorWithKeysTest, IndexFollowsEntriesThatMove) {
     EXPECT_EQ(list.find(1), nullptr);
 }
 
+TEST_F(VectorWithKeysTest, SmallestFreeKeyIsHandedOutAndComesLast) {
+    EXPECT_TRUE(list.eraseKey(1));
+    EXPECT_EQ(list.append("d").key, 1U);
+    EXPECT_EQ(contentOf(list), "0a 2c 1d ");
+    list.clear();
+    EXPECT_TRUE(list.empty() && !list.contains(0));
+    list = List(10, 5);
+    list.append("a");
+    list.append("b");
+    EXPECT_EQ(contentOf(list), "10a 15b ");
+}
+
 TEST_F(VectorWithKeysTest, PlacesAndKeysThatAreNotThereChangeNothing) {
     EXPECT_FALSE(list.swapPositions(0, 3));
     EXPECT_FALSE(list.eraseAt(3));

@@ -39,6 +39,23 @@ TEST_F(NodeValues, NumbersAreReadAsFarAsTheirDigitsGo) {
     EXPECT_EQ(read<std::int32_t>("12abc"), 12);
     EXPECT_EQ(read<std::int64_t>(" \t-9223372036854775808"), INT64_MIN);
     EXPECT_EQ(read<std::uint64_t>("+18446744073709551615"), UINT64_MAX);
+    EXPECT_EQ(read<std::uint32_t>("4294967298"), 2U) << "the low 32 bits";
+    EXPECT_EQ(read<std::int32_t>("-4294967299"), -3) << "the low 32 bits";
+    EXPECT_EQ(read<std::string>("-4x"), "-4x");
+}
+
+TEST_F(NodeValues, MissingKeyGivesTheDefault) {
+    EXPECT_EQ(ReadWithDefault(*node, "A", std::uint32_t{4294967295}), 4294967295U);
+    EXPECT_EQ(ReadWithDefault(*node, "A", std::int32_t{-7}), -7);
+    EXPECT_EQ(ReadWithDefault(*node, "A", std::uint64_t{UINT64_MAX}), UINT64_MAX);
+    EXPECT_EQ(ReadWithDefault(*node, "A", "text"), "text");
+    EXPECT_TRUE(ReadWithDefault(*node, "A", true));
+    EXPECT_FALSE(ReadWithDefault(*node, "A", false));
+    EXPECT_EQ(ReadValueAs<std::int32_t>(*node, "A"), 0);
+    EXPECT_EQ(ReadValueAs<std::uint32_t>(*node, "A"), 0U);
+    EXPECT_EQ(ReadValueAs<std::int64_t>(*node, "A"), 0);
+    EXPECT_EQ(ReadValueAs<std::uint64_t>(*node, "A"), 0U);
+    EXPECT_EQ(ReadValueAs<std::string>(*node, "A"), "");
 }
 
 TEST_F(NodeValues, BadNumbersAreErrorsWithTheirCode) {
@@ -59,6 +76,23 @@ TEST_F(NodeValues, BooleansTakeWordsAndNumbersAndNeverThrow) {
                              "2.220446049250313e-16", "1e-999"}) {
         EXPECT_FALSE(TextToBool(text)) << text;
     }
+}
+
+TEST(XmlExceptionTest, TextFollowsFromTheCode) {
+    std::string texts;
+    for (std::int32_t code = -1; code <= 14; ++code) {
+        texts += XmlException(code).what() + std::string("|");
+    }
+    EXPECT_EQ(texts,
+              "XmlExceptionCode is not set!|Node does not contain expected type!|"
+              "Node you want to read does not exist!|"
+              "KCOM index size is limited to values of long type!|"
+              "Values you can write to KCOM node are limited to values of long type!|"
+              "Value is out of range!|Inner node is not initialized!|KCOM document is not set!|"
+              "Node in function argument is nullptr!|Document in function argument is nullptr!|"
+              "File name is not set!|Failure when opening a file!|"
+              "Failure when reading a buffer from a file!|Failure when parsing Xml file!|"
+              "Parameter is a dummy node!|XmlExceptionCode is not set!|");
 }
 
 }  // namespace
