@@ -1,7 +1,6 @@
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
 #include "core/exception_registry.h"
@@ -68,7 +67,7 @@ class CountedFactory : public IExceptionFactory {
     }
     ~CountedFactory() override { --living; }
     void destroy() override { delete this; }
-    void raise(std::uint32_t, const std::string&) override { id != 0 ? throw id : void(); }
+    void raise(std::uint32_t, const std::string&) override { throw id; }
 
   private:
     int id;
@@ -93,17 +92,7 @@ TEST(ExceptionRegistryTest, LaterFactoryReplacesTheEarlierOne) {
         registry.close();
         EXPECT_EQ(living, 0) << "after the exit nothing is added any more";
     }
-    registry.remove(code);
     EXPECT_THROW(registry.find(code).raise(code, ""), KvrtException);
-}
-
-TEST(ExceptionRegistryTest, FactoryThatReturnsIsAtFault) {
-    int living = 0;
-    auto& registry = ExceptionRegistry::instance();
-    registry.add(0x80000098U, OwnedExceptionFactory(new CountedFactory(0, living)));
-    EXPECT_THAT([] { raiseFromCode(0x80000098U, "told"); },
-                testing::ThrowsMessage<std::runtime_error>("told (2147483800)"));
-    registry.remove(0x80000098U);
 }
 
 }  // namespace

@@ -50,16 +50,13 @@ TEST(ThreadEx, CanBeStartedAgainAndEachTimeTakesItsPriority) {
         EXPECT_TRUE(thread.IsStarted() && !thread.IsStopRequested() && !thread.IsFinished());
         EXPECT_THAT([&] { thread.Start(); },
                     testing::ThrowsMessage<std::runtime_error>("Thread is already started."));
-        thread.Stop();
+        thread.RequestStop();
+        thread.Join();
         EXPECT_TRUE(thread.IsFinished());
         const bool isRefused = niceValue < usual && thread.niceValue == usual;
         EXPECT_TRUE(isRefused || thread.niceValue == niceValue) << thread.niceValue;
     }
     EXPECT_THROW(thread.SetPriority(index), std::out_of_range);
-    thread.Start();
-    thread.RequestStop();
-    thread.Join();
-    EXPECT_FALSE(thread.IsStarted());
 }
 
 class Idler : public Kestrova::Utils::Threading::ThreadEx {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <utility>
-
 #include "tests/support/scripted_host.h"
 
 namespace {
@@ -13,34 +11,6 @@ class CountedRefTest : public ::testing::Test {
     ScriptedHost host;
     ScriptedChannel& channel = host.makeChannel();
 };
-
-TEST_F(CountedRefTest, EveryReferenceIsGivenBackOnce) {
-    CountedRef<HostChannel> first(&channel);
-    CountedRef<HostChannel> second = first;
-    EXPECT_EQ(channel.references(), 2);
-    CountedRef<HostChannel> third = std::move(second);
-    EXPECT_FALSE(second);  // NOLINT(bugprone-use-after-move): empty is what it must be
-    EXPECT_EQ(channel.references(), 2);
-    auto& same = third;
-    third = same;
-    first = third;
-    EXPECT_EQ(channel.references(), 2);
-    third = nullptr;
-    EXPECT_EQ(channel.references(), 1);
-    HostChannel* const raw = first.detach();
-    EXPECT_EQ(channel.references(), 1);
-    EXPECT_EQ(CountedRef<HostChannel>::adopt(raw).get(), raw);
-}
-
-TEST_F(CountedRefTest, OutGivesBackWhatItHeld) {
-    auto& other = host.makeChannel({1});
-    host.data.otherChannels = {&other};
-    CountedRef<HostChannel> ref(&channel);
-    const std::int32_t index = 1;
-    EXPECT_EQ(host.data.findChannel(&index, 1, ref.out()), HostCode::success);
-    EXPECT_EQ(ref.get(), &other);
-    EXPECT_EQ(channel.references(), 0);
-}
 
 TEST_F(CountedRefTest, QueryLeavesNothingBehindWhenItFails) {
     const CountedRef<HostChannel> ref(&channel);

@@ -1,3 +1,7 @@
+#include <malloc.h>
+
+#include <filesystem>
+
 #include "tests/plugin/plugin_bench.h"
 
 namespace {
@@ -38,6 +42,53 @@ TEST_F(CaptureEventsTest, FramesReachChannelsOnlyBetweenStartAndEndAndAfterTheCl
     EXPECT_EQ(deliver(2), 0) << "held back";
     EXPECT_EQ(event(156), "0");
     EXPECT_EQ(deliver(0), 2);
+}
+
+TEST_F(CaptureEventsTest, TimesOfANewMeasurementBeginAgainWithEitherOperation) {
+    std::int32_t sample = 0;
+    const auto expectTime = [&](double seconds) {
+        host.data.position = static_cast<std::int32_t>(seconds * 1000.0) + 1;
+        feed.push(canFrame(seconds));
+        EXPECT_TRUE(feed.drain());
+        EXPECT_EQ(event(156), "0");
+        EXPECT_EQ(event(117), "0");
+        EXPECT_EQ(firstChannel().timeAt(sample++), seconds);
+    };
+    EXPECT_EQ(startMeasurement(), "0");
+    expectTime(8.0);
+    EXPECT_EQ(plugin->onPrepareAcquisition(), 0);
+    expectTime(0.5);
+    expectTime(9.0);
+    EXPECT_EQ(plugin->onStartAcquisition(), 0);
+    expectTime(0.5);
+}
+
+TEST_F(CaptureEventsTest, TwoHundredMeasurementsLeaveThreadsAndMemoryLevel) {
+    const auto measure = [this](int times) {
+        for (int i = 0; i < times; ++i) {
+            ASSERT_EQ(startMeasurement(), "0");
+            ASSERT_EQ(deliver(3), 3);
+            ASSERT_EQ(event(130), "0");
+            firstChannel().writePosition = 0;
+            host.script.forget();
+            port.calls.clear();
+        }
+    };
+    const auto threads = [] {
+        const std::filesystem::directory_iterator entries("/proc/self/task");
+        return std::distance(begin(entries), end(entries));
+    };
+    measure(20);
+    const std::ptrdiff_t threadsThen = threads();  // the capture thread, and a sanitizer's own
+    const std::size_t memoryThen = mallinfo2().uordblks;
+    const std::int64_t referencesThen = host.app.references();
+    measure(200);
+    EXPECT_EQ(threads(), threadsThen);
+    EXPECT_EQ(host.app.references(), referencesThen);
+    constexpr std::size_t slack = 16 * 1024;  // less than 100 bytes a measurement
+    EXPECT_LT(mallinfo2().uordblks, memoryThen + slack);
+    dropPlugin();
+    EXPECT_EQ(threads(), threadsThen - 1);
 }
 
 }  // namespace

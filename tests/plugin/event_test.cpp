@@ -1,6 +1,6 @@
 #include <limits>
 #include <map>
-#include <optional>
+#include <tuple>
 
 #include "tests/plugin/plugin_bench.h"
 
@@ -10,26 +10,23 @@ using testing::Contains;
 using testing::IsEmpty;
 using testing::Not;
 
-/// What an event leaves in its result.
-struct Answer {
-    std::optional<std::uint16_t> tag;  ///< none: as the host had it
-    int payloadBytes = 0;              ///< that are written; 0 leaves the payload alone
-    std::uint64_t payload = 0;
-};
+/// What an event leaves in its result: the tag (that of `usedResult` is 8), how many bytes of the
+/// payload are written, and these.
+using Answer = std::tuple<std::uint16_t, int, std::uint64_t>;
 
-constexpr Answer nothing;
+constexpr Answer nothing(8, 0, 0);
 
 /// Every event that is handled, but for those of the windows.
 const std::map<std::int32_t, Answer>& handledEvents() {
     constexpr std::uint32_t hundredth = 0x3C23D70A;  // 0.01 as a 32-bit float
     static const std::map<std::int32_t, Answer> answers = {
-        {105, nothing},    {106, {11, 2, 0}}, {109, {11, 2, 0}}, {110, {{}, 2, 65535}},
+        {105, nothing},    {106, {11, 2, 0}}, {109, {11, 2, 0}}, {110, {8, 2, 65535}},
         {111, nothing},    {113, nothing},    {115, nothing},    {117, nothing},
         {118, nothing},    {120, nothing},    {129, nothing},    {130, nothing},
         {131, nothing},    {133, nothing},    {134, nothing},    {136, {4, 4, hundredth}},
         {154, nothing},    {155, nothing},    {156, nothing},    {157, nothing},
-        {158, {19, 4, 1}}, {159, {19, 4, 1}}, {169, {{}, 2, 1}}, {173, {11, 2, 0}},
-        {177, nothing},    {178, {{}, 4, 3}}, {186, nothing},
+        {158, {19, 4, 1}}, {159, {19, 4, 1}}, {169, {8, 2, 1}},  {173, {11, 2, 0}},
+        {177, nothing},    {178, {8, 4, 3}},  {186, nothing},
     };
     return answers;
 }
@@ -79,14 +76,10 @@ TEST_F(EventTest, EachNumberHasItsCodeAndLeavesTheRestOfTheResultAlone) {
         HostVariant result = usedResult();
         host.script.forget();
         EXPECT_EQ(this->event(event, input, &result), handled ? "0" : "1") << event;
-        const Answer answer = handled ? expected->second : nothing;
-        EXPECT_EQ(static_cast<std::uint16_t>(result.type), answer.tag.value_or(8)) << event;
-        if (answer.payloadBytes == 0) {
-            EXPECT_EQ(result.bits, untouched) << event;
-        } else {
-            const int unused = 64 - 8 * answer.payloadBytes;
-            EXPECT_EQ(result.bits << unused >> unused, answer.payload) << event;
-        }
+        const auto& [tag, bytes, payload] = handled ? expected->second : nothing;
+        EXPECT_EQ(static_cast<std::uint16_t>(result.type), tag) << event;
+        const int unused = bytes == 0 ? 0 : 64 - 8 * bytes;
+        EXPECT_EQ(result.bits << unused >> unused, bytes == 0 ? untouched : payload) << event;
         if (!handled) {
             EXPECT_THAT(host.script.calls(), IsEmpty()) << event;
         }
@@ -116,16 +109,28 @@ TEST_F(EventTest, LeadingClockIsToldInTwoKindsOfBoolean) {
     }
     std::uint32_t low = 0;
     std::uint32_t high = 0;
-    EXPECT_EQ(plugin->position33(&low, &high), 0);
-    EXPECT_EQ(std::pair(low, high), std::pair(0xFFFFFFFFU, 0xFFFFFFFFU)) << "it has no time yet";
-    host.gnssDevices.infos = {{}};
-    host.gnssDevices.infos[0].name = L"satellites";
-    host.clock.seconds = 0.5;  // as at the frame
     startMeasurement();
-    deliver(1);
+    deliver(1);            // at second 0.5, so that second 1 counts as zero
     counter.count = 6000;  // the module's time goes on with the computer's
     EXPECT_EQ(plugin->position33(&low, &high), 0);
-    EXPECT_EQ(std::pair(low, high), std::pair(6500U, 0U));
+    EXPECT_EQ(std::pair(low, high), std::pair(5500U, 0U));
+}
+
+TEST_F(EventTest, PositionsGiveTheirAnswersAndTwoRepeatAnOperation) {
+    equip({DeviceTypeInfo::canComboId});
+    std::uint16_t told[] = {77, 77, 77, 77, 77};
+    std::int32_t seven = 0;
+    EXPECT_EQ(plugin->position14(&told[0], &told[1]), 0);
+    EXPECT_EQ(plugin->position17(&told[2]), 0);
+    EXPECT_EQ(plugin->position29(&seven), 0);
+    EXPECT_EQ(plugin->position38(&told[3], &told[4]), 0);
+    EXPECT_THAT(told, testing::ElementsAre(77, 1, 1, 77, 1));
+    EXPECT_EQ(seven, 7);
+    EXPECT_EQ(host.callsOf([&] { plugin->position20(); }),
+              host.callsOf([&] { plugin->onStartAcquisition(); }));
+    plugin->onGetData();  // starts the clocks
+    EXPECT_EQ(host.callsOf([&] { plugin->position30(); }),
+              host.callsOf([&] { plugin->onGetData(); }));
 }
 
 TEST_F(EventTest, ActiveOutputBringsDataAndClaims) {

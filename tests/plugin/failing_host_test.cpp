@@ -38,29 +38,17 @@ class FailingHost : public PluginBench {
     }
 
     std::string stepReached;
-    std::int32_t delivered = 0;
+    std::ptrdiff_t delivered = 0;
 
   private:
-    std::string start() {
-        for (ScriptedChannel* const channel : host.groupOfPlugins.mounted) {
-            channel->used = hostTrue;
-        }
-        return startMeasurement();
-    }
     std::string acquire() {
         feed.push(canFrame(0.5));
         EXPECT_TRUE(feed.drain());
-        const std::int32_t before = written();
+        host.script.forget();
         std::string outcome = event(117);
-        delivered = written() - before;
+        const auto calls = host.script.operations();
+        delivered = std::count(calls.begin(), calls.end(), "HostChannel::advanceWritePosition");
         return outcome;
-    }
-    std::int32_t written() const {
-        std::int32_t samples = 0;
-        for (const ScriptedChannel* const channel : host.groupOfPlugins.mounted) {
-            samples += channel->writePosition;
-        }
-        return samples;
     }
     std::string useOtherEvents() {
         return outcomeOf([this] {
@@ -86,7 +74,13 @@ class FailingHost : public PluginBench {
         {"settings", [this] { return settings(*saved, false); }},
         {"load", [this] { return setup(*savedSetup, false); }},
         {"devices", [this] { return event(177, variantOf(&host.gnssCollection)); }},
-        {"start", [this] { return start(); }},
+        {"start",
+         [this] {
+             for (ScriptedChannel* const channel : host.groupOfPlugins.mounted) {
+                 channel->used = hostTrue;
+             }
+             return startMeasurement();
+         }},
         {"acquire", [this] { return acquire(); }},
         {"read", [this] { return outcomeOf([this] { return plugin->onGetData(); }); }},
         {"others", [this] { return useOtherEvents(); }},
@@ -97,45 +91,39 @@ class FailingHost : public PluginBench {
     Document* savedSetup = nullptr;
 };
 
-TEST(FailingHostTest, EachFailedCallComesOutAndTheNextLifeWorks) {
-    std::size_t failures = 0;
-    for (bool met = true; met; failures += met ? 1 : 0) {
-        FailingHost bench;
-        bench.host.script.failCall(failures + 1, HostCode::failed);
-        const std::string outcome = bench.live();
-        met = bench.host.script.faultsMet() != 0;
-        ASSERT_EQ(outcome, met ? "call 80004005" : "0")
-            << bench.stepReached << ' ' << bench.host.script.calls().back();
-        bench.recover();
-        ASSERT_EQ(bench.live(), "0") << failures << ' ' << bench.stepReached;
-        ASSERT_EQ(bench.delivered, 1) << failures;
-        ASSERT_FALSE(testing::Test::HasFailure()) << failures;
+/// Whether a call in a life has met the fault: a failure, or an object that isn't handed over.
+bool livesAgainAfter(std::size_t number, bool isNull) {
+    FailingHost bench;
+    auto& script = bench.host.script;
+    isNull ? script.nullCall(number) : script.failCall(number, HostCode::failed);
+    const std::string outcome = bench.live();
+    const bool met = script.faultsMet() != 0;
+    const std::string last = script.calls().back();
+    const bool isGeneral = !isNull || last == "HostVariantArray::copy()";
+    if (outcome != "0" || (met && !isNull)) {
+        EXPECT_EQ(outcome, isGeneral ? "call 80004005" : "call 80004003")
+            << number << ' ' << bench.stepReached << ' ' << last;
+        EXPECT_TRUE(met);
     }
-    EXPECT_GT(failures, 500U);
+    bench.recover();
+    EXPECT_EQ(bench.live(), "0") << number << ' ' << bench.stepReached;
+    EXPECT_EQ(bench.delivered, 1) << number;
+    return met;
 }
 
-TEST(FailingHostTest, MissingObjectIsAnInvalidPointerOrTakenAsNone) {
-    const std::size_t calls = [] {
-        FailingHost healthy;
-        EXPECT_EQ(healthy.live(), "0");
-        return healthy.host.script.calls().size();
-    }();
-    std::size_t met = 0;
-    for (std::size_t number = 1; number <= calls; ++number) {
-        FailingHost bench;
-        bench.host.script.nullCall(number);
-        const std::string outcome = bench.live();
-        met += bench.host.script.faultsMet();
-        const std::string last = bench.host.script.calls().back();
-        const bool isCopy = outcome != "0" && last == "HostVariantArray::copy()";
-        ASSERT_THAT(outcome, testing::AnyOf("0", isCopy ? "call 80004005" : "call 80004003"))
-            << number << ' ' << bench.stepReached << ' ' << last;
-        bench.recover();
-        ASSERT_EQ(bench.live(), "0") << number << ' ' << bench.stepReached;
-        ASSERT_EQ(bench.delivered, 1) << number;
-        ASSERT_FALSE(testing::Test::HasFailure()) << number;
+TEST(FailingHostTest, EachFailedCallAndMissingObjectComesOutAndTheNextLifeWorks) {
+    std::size_t failures = 0;
+    while (livesAgainAfter(failures + 1, false)) {
+        ++failures;
+        ASSERT_FALSE(testing::Test::HasFailure());
     }
-    EXPECT_GT(met, 100U);
+    EXPECT_GT(failures, 500U);
+    std::size_t missing = 0;
+    for (std::size_t number = 1; number <= failures; ++number) {
+        missing += livesAgainAfter(number, true) ? 1 : 0;
+        ASSERT_FALSE(testing::Test::HasFailure());
+    }
+    EXPECT_GT(missing, 100U);
 }
 
 }  // namespace

@@ -6,9 +6,6 @@ using testing::HasSubstr;
 
 constexpr const char* noNumber = "Node does not contain expected type!";
 constexpr const char* outOfRange = "Value is out of range!";
-constexpr const char* notPaired =
-    "OutputFactory: beginLoadSetup and endLoadSetup not called correctly at start and end of "
-    "onLoadSetup event.";
 
 class SetupEventTest : public PluginTest {
   protected:
@@ -23,6 +20,17 @@ class SetupEventTest : public PluginTest {
         Document& saved = newDocument();
         EXPECT_EQ(settings(saved, true), "0");
         return saved.root->asText();
+    }
+
+    /// Wherever the key is, the text stands in place of its value.
+    static void damage(ScriptedElement& element, const std::wstring& key,
+                       const std::wstring& text) {
+        if (const auto place = element.findValue(key); place != element.values.end()) {
+            place->second = text;
+        }
+        for (ScriptedElement* const child : element.children) {
+            damage(*child, key, text);
+        }
     }
 
     Document& document = newDocument();
@@ -48,35 +56,40 @@ TEST_F(SetupEventTest, ArrayMustBeOneAndHaveTheElements) {
     EXPECT_EQ(heldChannels(), 7) << "nothing is released before all elements are there";
 }
 
+TEST_F(SetupEventTest, LoadWithoutATreeMakesTheChannelsUnlessTheyAreToBeKept) {
+    EXPECT_EQ(setup(nullptr, document.root, false, false), "KCOM document is not set!");
+    EXPECT_EQ(heldChannels(), 7) << "nothing was begun";
+    EXPECT_EQ(setup(&document, nullptr, true, true), "0");
+    EXPECT_EQ(heldChannels(), 7) << "writing without an element does nothing";
+    EXPECT_EQ(setup(&document, nullptr, false, true), "0");
+    EXPECT_EQ(heldChannels(), 0);
+    EXPECT_EQ(setup(&document, nullptr, false, false), "0");
+    EXPECT_EQ(heldChannels(), 7);
+    EXPECT_EQ(setup(document, true), "0");
+    document.root->children.pop_back();
+    EXPECT_EQ(document.root->find(L"CmpDevices"), nullptr);
+    EXPECT_EQ(setup(document, false), "0");
+    EXPECT_EQ(heldChannels(), 7);
+    EXPECT_EQ(plugin->onDisconnectChannels(), 0);
+    EXPECT_EQ(heldChannels(), 0);
+}
+
 TEST_F(SetupEventTest, NonsenseInSettingsIsADefaultOrAnErrorAndLaterOnesLoad) {
     const std::wstring nines(23, L'9');
-    const struct {
-        const wchar_t* key;
-        std::wstring text;
-        const char* outcome;
-        const char* savedAs;
-    } cases[] = {
-        {L"SyncMode", L"abc", noNumber, ""},
-        {L"SyncMode", nines, outOfRange, ""},
-        {L"ClockSource", L"maybe", "0", "GNSSClock @Id=\"0\" SyncMode=\"12\"\n"},
-        {L"ClockId", L"x", "0", "ClockId=\"0\""},
-        {L"ClockId", L"77", "0", "ClockId=\"1\""},
-        {L"DeviceTypeId", nines, "0", "DeviceTypeId=\"0\""},
-        {L"DeviceTypeId", L"4711", "0", "DeviceTypeId=\"65535\""},
-        {L"ConfigId", L"", "0", "ConfigId=\"0\""},
-        {L"ConfigId", L"-1", "0", "ConfigId=\"15\""},
-    };
-    for (const auto& entry : cases) {
+    for (const auto& [key, text, outcome, savedAs] :
+         {std::tuple(L"SyncMode", std::wstring(L"abc"), noNumber, ""),
+          {L"SyncMode", nines, outOfRange, ""},
+          {L"ClockSource", L"maybe", "0", "GNSSClock @Id=\"0\" SyncMode=\"12\"\n"},
+          {L"ClockId", L"x", "0", "ClockId=\"0\""},
+          {L"ClockId", L"77", "0", "ClockId=\"1\""},
+          {L"DeviceTypeId", nines, "0", "DeviceTypeId=\"0\""},
+          {L"DeviceTypeId", L"4711", "0", "DeviceTypeId=\"65535\""},
+          {L"ConfigId", L"", "0", "ConfigId=\"0\""},
+          {L"ConfigId", L"-1", "0", "ConfigId=\"15\""}}) {
         Document& damaged = settingsWith({DeviceTypeInfo::canComboId});
-        const auto replaceIn = [&](ScriptedElement& element) {
-            for (auto& [key, text] : element.values) {
-                text = key == entry.key ? entry.text : text;
-            }
-        };
-        replaceIn(*damaged.root->children.at(0)->children.at(0));
-        replaceIn(*damaged.root->children.at(1)->children.at(0));
-        EXPECT_EQ(settings(damaged, false), entry.outcome);
-        EXPECT_THAT(savedSettings(), HasSubstr(entry.savedAs)) << entry.outcome;
+        damage(*damaged.root, key, text);
+        EXPECT_EQ(settings(damaged, false), outcome);
+        EXPECT_THAT(savedSettings(), HasSubstr(savedAs)) << outcome;
         EXPECT_EQ(settings(settingsWith({DeviceTypeInfo::canComboId}), false), "0");
         EXPECT_THAT(savedSettings(), HasSubstr("DeviceTypeId=\"1\" ConfigId=\"1\""));
     }
@@ -87,37 +100,21 @@ TEST_F(SetupEventTest, NonsenseInSettingsIsADefaultOrAnErrorAndLaterOnesLoad) {
 TEST_F(SetupEventTest, NonsenseInSetupIsSkippedOrAnErrorAfterWhichANewObjectLoads) {
     EXPECT_EQ(setup(document, true), "0");
     const std::string good = document.root->asText();
-    const struct {
-        const wchar_t* list;
-        const wchar_t* key;
-        std::wstring text;
-        const char* outcome;
-    } cases[] = {
-        {L"OutputList", L"ColorCounter", L"abc", noNumber},
-        {L"OutputList", L"ColorCounter", std::wstring(23, L'9'), outOfRange},
-        {L"OutputList", L"Id", L"x", "0"},
-        {L"CmpDevices", L"ChId", L"x", "0"},
-        {L"CmpDevices", L"ChId", L"77", "0"},
-    };
-    for (const auto& entry : cases) {
+    for (const auto& [key, text, outcome] :
+         {std::tuple(L"ColorCounter", L"abc", noNumber),
+          {L"ColorCounter", L"99999999999999999999999", outOfRange},
+          {L"Id", L"x", "0"},
+          {L"ChId", L"x", "0"},
+          {L"ChId", L"77", "0"}}) {
         Document& damaged = newDocument();
         EXPECT_EQ(setup(damaged, true), "0");
-        ScriptedElement* place = damaged.root->find(entry.list);
-        while (place->values.empty() || (place->values.front().first != entry.key &&
-                                         place->values.back().first != entry.key)) {
-            place = place->children.at(0);
-        }
-        std::find_if(place->values.begin(), place->values.end(), [&](const auto& value) {
-            return value.first == entry.key;
-        })->second = entry.text;
-        EXPECT_EQ(setup(damaged, false), entry.outcome);
-        if (entry.outcome != std::string("0")) {
+        damage(*damaged.root, key, text);
+        EXPECT_EQ(setup(damaged, false), outcome);
+        if (outcome != std::string("0")) {
             host.app.errors.clear();
-            EXPECT_EQ(setup(document, false), notPaired);
+            EXPECT_THAT(setup(document, false), HasSubstr("endLoadSetup not called correctly at"));
             EXPECT_THAT(host.app.errors, testing::SizeIs(1));
-            EXPECT_EQ(startMeasurement(), "0");
-            EXPECT_EQ(outcomeOf([&] { return plugin->onGetData(); }), "0");
-            EXPECT_EQ(setup(newDocument(), true), "0");
+            EXPECT_EQ(startMeasurement(), "0") << "what it has goes on working";
             makePlugin();
             equip({DeviceTypeInfo::canComboId});
         }

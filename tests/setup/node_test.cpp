@@ -35,19 +35,14 @@ TEST_F(NodeTest, OpenChildFollowsTheDirectionOfTheDocument) {
 }
 
 TEST_F(NodeTest, CloneSharesNothingWithTheOriginal) {
-    const auto child = root->AddChild("Child");
-    child->SetText("text");
-    child->AddAttribute("Id", "0");
-    const auto inner = child->AddChild("Inner");
-    inner->WriteValue("Key", "1", "");
-    inner->WriteValue("Other", "1", "0");
-    inner->WriteValue("Other", "0", "0");  // back at its default, so left out
+    root->AddAttribute("Id", "0");
+    root->AddChild("Child")->WriteValue("Key", "1", "");
     const auto clone = root->Clone();
-    child->ClearChildren();
-    child->ClearAttributes();
-    EXPECT_EQ(toText(*root), "Root\n  Child \"text\"\n");
-    EXPECT_EQ(toText(*clone), "Root\n  Child \"text\"\n    @Id \"0\"\n    Inner\n      Key = 1\n");
-    EXPECT_EQ(clone->GetChild("Child")->GetChild("Inner")->GetParent()->GetName(), "Child");
+    root->ClearChildren();
+    root->ClearAttributes();
+    EXPECT_EQ(toText(*root), "Root\n");
+    EXPECT_EQ(toText(*clone), "Root\n  @Id \"0\"\n  Child\n    Key = 1\n");
+    EXPECT_EQ(clone->GetChild("Child")->GetParent()->GetName(), "Root");
     EXPECT_EQ(clone->GetParent(), nullptr);
 }
 

@@ -118,7 +118,7 @@ class ScriptedData final : public Scripted<HostData> {
     }
     SCRIPTED_READ(getWrapCount, std::int32_t, wrapCount, 0)
     SCRIPTED_READ(getHistoryDepth, std::int32_t, historyDepth, 1000)
-    SCRIPTED_READER(getReductionFactor, std::int32_t, 1)
+    SCRIPTED_READ(getReductionFactor, std::int32_t, reductionFactor, 1)
     SCRIPTED_PROPERTY(StartTime, double, startTime, 0.0)
     SCRIPTED_READ(isChannelSetFixed, HostBool, channelSetFixed, hostFalse)
     SCRIPTED_CALL(notifyChannelsChanged)
@@ -179,7 +179,7 @@ class ScriptedApp final : public Scripted<HostApp> {
     }
     HostResult getData(HostData** out) override;
     SCRIPTED_READ(isSetupMode, HostBool, setupMode, hostFalse)
-    SCRIPTED_GIVE(getHoldValue, std::int32_t)
+    SCRIPTED_READ(getHoldValue, std::int32_t, holdValue, 0)
     HostResult getMasterClock(HostMasterClock** out) override;
     HostResult getGnssDeviceList(HostGnssDeviceList** out) override;
     SCRIPTED_CALL(notifyDevicesChanged)

@@ -26,6 +26,14 @@ TEST_F(GNSSClockTest, ItemWaitsUntilAllIsInPlace) {
     clock.Start(false);
     EXPECT_EQ(statusAt(clock, 0.0), Valid) << "older than the window, in setup";
     EXPECT_EQ(statusAt(clock, -1.0), Discard) << "in setup";
+    host.app.setupMode = hostFalse;
+    clock.Start(false);
+    EXPECT_EQ(statusAt(clock, 0.0), Discard) << "in setup no more";
+    EXPECT_EQ(statusAt(clock, 20.0 + 1e-6), Wait) << "ahead";
+    host.data.startTime = GNSSTime(0, 3600.0).ToDayCount();
+    clock.SetWindow(10.0, 20.0, 30.0);
+    EXPECT_EQ(statusAt(clock, 3600.0 + 15.0), Valid) << "the host's start time moved";
+    host.data.startTime = GNSSTime().ToDayCount();
     clock.SetWindow(0.0, 0.0, 10.0);
     EXPECT_EQ(statusAt(clock, 0.0), Wait) << "the host hasn't begun to count";
     clock.Reset();
@@ -146,7 +154,7 @@ TEST_F(SoftSyncRun, ConvertsToWithinAMicrosecondAtAnyRateAlsoInTheNextMeasuremen
 
 TEST_F(SoftSyncRun, JumpBelowASecondGoesThroughTheFitAndOneAboveBeginsItAgain) {
     begin();
-    for (const double step : {0.9, 1.1, -1.1, 2e9}) {
+    for (const double step : {0.9, 1.1, -1.1, -100.0, 2e9}) {
         const bool isSmall = std::abs(step) < 1.0;
         run(10.0);
         jump += step;

@@ -89,6 +89,72 @@ TEST_F(GNSSSyncManagerTest, LeadingClockHoldsAllBackUntilItHasATimeAndTheHostRun
     EXPECT_TRUE(runs());
 }
 
+TEST_F(GNSSSyncManagerTest, SetupFlagAndHoldValueDecideWhetherDataWaitsForTheClocks) {
+    GNSSClockSwitchable& clock = makeClock(pps);
+    const auto statusNow = [&] {
+        clock.SetTime(GNSSTime());
+        tickAt(5000);
+        return statusAt(clock, 5.0);
+    };
+    for (const bool isSetup : {true, false}) {
+        host.app.setupMode = toHostBool(isSetup);
+        host.app.holdValue = isSetup ? 1 : 0;
+        manager.RestartWithHold();
+        EXPECT_EQ(statusNow(), isSetup ? Wait : Valid);
+        manager.RestartWithAcceptAll();
+        EXPECT_EQ(statusNow(), isSetup ? Valid : Wait);
+    }
+    manager.EnableClocks();
+    EXPECT_EQ(statusNow(), Valid);
+}
+
+TEST_F(GNSSSyncManagerTest, ClocksAreNamedAndAttachedInOrderAndTheFirstSourceLeads) {
+    EXPECT_EQ(manager.GetRequiredDelay(), 0.01F);
+    for (const char* name : {"a", "b", "a", "a"}) {
+        makeClock(pps).SetDeviceName(name);
+    }
+    auto clocks = std::vector{manager.GetClock(1), manager.GetClock(2)};
+    host.gnssDevices.devices[1]->clockSource = host.gnssDevices.devices[2]->clockSource = hostTrue;
+    EXPECT_THAT(host.callsOf([&] { manager.UpdateDevices(&host.gnssCollection); }),
+                testing::MatchesRegex(".*open..a - 1.*attach.*open..b.*attach.*open..a - 2.*"
+                                      "attach.*open..a - 3.*attach.*getHistoryDepth"));
+    const auto count = [&](std::uint32_t low) {
+        std::uint32_t high = 0;
+        manager.GetMasterSampleCount(low, high);
+        return static_cast<std::int64_t>(std::uint64_t{high} << 32 | low);
+    };
+    constexpr std::uint32_t reduced = 0xFFFFFFFF;
+    clocks[1]->SetTime(GNSSTime(0, 8.0));
+    EXPECT_EQ(count(0), -1) << "the first one leads, and has no time";
+    clocks[0]->SetTime(GNSSTime(0, 7.0));
+    tickAt(1000);
+    clocks[0]->SetTime(GNSSTime(0, 6.0));
+    EXPECT_EQ(count(0), -1) << "before the start";
+    clocks[0]->SetTime(GNSSTime(0, 17.0));
+    host.data.reductionFactor = 3;
+    host.data.sampleRate = 1000.53;
+    EXPECT_EQ(std::pair(count(0), count(reduced)), std::pair(10005L, 1111L));
+    host.data.sampleRate = 1000.56;
+    EXPECT_EQ(std::pair(count(0), count(reduced)), std::pair(10006L, 1112L));
+    host.data.reductionFactor = 0;
+    EXPECT_EQ(count(reduced), 10006);
+    host.data.sampleRate = 1e9;
+    EXPECT_EQ(count(0) >> 32, 2);
+    clocks[1]->SetDataDelay(0.01F);
+    for (const float seconds : {10.1F, 10.0F, 0.009F}) {
+        EXPECT_EQ(manager.GetRequiredDelay(), seconds == 0.009F ? 10.0F : 0.2F);
+        clocks[0]->SetDataDelay(seconds);
+    }
+    EXPECT_EQ(std::pair(clocks[0]->GetDataDelay(), clocks[1]->GetDataDelay()),
+              std::pair(10.0F, 0.01F));
+    const auto removed = clocks[0];
+    manager.RemoveClock(clocks[0]);
+    EXPECT_FALSE(manager.HasMaster());
+    EXPECT_EQ(count(0), -1);
+    EXPECT_EQ(manager.GetClockId(removed), GNSSSyncManager::unknownClockId);
+    EXPECT_EQ(manager.GetClockId(nullptr), 0xFFFFFFFFU);
+}
+
 TEST_F(GNSSSyncManagerTest, SetupKeepsIdsOrderModesAndSources) {
     auto first = manager.CreateClock();
     makeClock(pps, hostTrue);
