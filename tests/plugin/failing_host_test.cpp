@@ -12,8 +12,7 @@ static_assert(!std::is_base_of_v<std::exception, HostArrayException>);
 class FailingHost : public PluginBench {
   public:
     FailingHost() {
-        host.gnssDevices.infos = {{}};
-        host.gnssDevices.infos[0].name = L"satellites";
+        host.gnssDevices.infos = {{1, L"satellites"}};
         host.clock.seconds = 0.5;
     }
     /// What came out of the first step that didn't succeed, "0" if all did.

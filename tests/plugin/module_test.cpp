@@ -21,9 +21,7 @@ class ModuleTest : public testing::Test {
     void SetUp() override {
         module = ::dlopen(CMP_PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(module, nullptr) << ::dlerror();
-        for (const char* name : {"DllRegisterServer", "DllUnregisterServer"}) {
-            ASSERT_NE(::dlsym(module, name), nullptr) << name;
-        }
+        ASSERT_TRUE(::dlsym(module, "DllRegisterServer") && ::dlsym(module, "DllUnregisterServer"));
         install = reinterpret_cast<decltype(&DllInstall)>(::dlsym(module, "DllInstall"));
         getClassObject =
             reinterpret_cast<decltype(&DllGetClassObject)>(::dlsym(module, "DllGetClassObject"));
@@ -98,19 +96,16 @@ TEST_F(ModuleTest, OptionSaysForWhomItIsInstalled) {
     ASSERT_TRUE(!isRoot ||
                 (chown(folder.path().c_str(), ordinary, ordinary) == 0 && seteuid(ordinary) == 0));
     const Finally back([&] { EXPECT_TRUE(!isRoot || seteuid(before) == 0); });
-    const auto isThere = [](const RegistryStore& store) {
-        return store.read(pluginKey).has_value();
-    };
     const RegistryStore machine = RegistryStore::perMachine();
     const RegistryStore user = RegistryStore::perUser();
     EXPECT_EQ(install(hostFalse, nullptr), 0) << "nothing is there to be removed";
     EXPECT_EQ(install(HostBool{1}, L"users"), 0) << "any value but zero installs";
-    EXPECT_TRUE(isThere(machine) && !isThere(user));
+    EXPECT_TRUE(machine.read(pluginKey) && !user.read(pluginKey));
     EXPECT_EQ(install(hostFalse, nullptr), 0);
-    EXPECT_FALSE(isThere(machine));
+    EXPECT_FALSE(machine.read(pluginKey));
     EXPECT_EQ(install(hostTrue, L"USER"), 0);
     EXPECT_EQ(install(hostTrue, nullptr), 0);
-    EXPECT_TRUE(isThere(user) && !isThere(machine)) << "the choice stays";
+    EXPECT_TRUE(user.read(pluginKey) && !machine.read(pluginKey)) << "the choice stays";
 }
 
 TEST(RegistrationTest, HostFindsTheIdentityAndTheModule) {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/setup/xml_code.h"
-
 namespace {
 
 using namespace Kestrova::Utils::Serialization;
