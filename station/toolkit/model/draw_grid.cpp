@@ -12,13 +12,22 @@ namespace Core = Kestrova::RT::Core;
 
 namespace {
 
-/// The attributes have no meaning here.
+/// The attributes have no meaning here and are kept.
 class ColumnObject final : public Component<IDrawGridColumn> {
   public:
-    explicit ColumnObject(FailureSinkPtr failureSink)
-        : Component("column", std::move(failureSink)) {}
-    HostResult setFlagA(HostBool) override { return HostCode::success; }
-    HostResult setFlagB(HostBool) override { return HostCode::success; }
+    ColumnObject(CountedRef<DrawGrid> ofGrid, std::int32_t ofColumn, FailureSinkPtr failureSink)
+        : Component("column", std::move(failureSink)), grid(std::move(ofGrid)), column(ofColumn) {}
+    HostResult setFlagA(HostBool flag) override { return set(&DrawGrid::Column::flagA, flag); }
+    HostResult setFlagB(HostBool flag) override { return set(&DrawGrid::Column::flagB, flag); }
+
+  private:
+    HostResult set(std::optional<bool> DrawGrid::Column::*flag, HostBool value) {
+        grid->setFlag(column, flag, isTrue(value));
+        return HostCode::success;
+    }
+
+    const CountedRef<DrawGrid> grid;
+    const std::int32_t column;
 };
 
 }  // namespace
@@ -97,20 +106,26 @@ HostResult DrawGrid::initialise(std::int32_t rows, std::int32_t count) {
 }
 
 HostResult DrawGrid::setColumn(std::int32_t index, RuntimeString* title, std::int32_t cellType,
-                               std::int32_t, std::int32_t width, RuntimeString* columnName) {
+                               std::int32_t one, std::int32_t width, RuntimeString* columnName) {
     return toolkitCall([&] {
         requireColumn(index);
         requireCellType(cellType);
         columns[static_cast<std::size_t>(index)] = {textOf(title), textOf(columnName), cellType,
-                                                    width};
+                                                    width, one};
     });
 }
 
 HostResult DrawGrid::getColumn(std::int32_t index, IDrawGridColumn** column) {
     return toolkitCall([&] {
         requireColumn(index);
-        *column = makeObject<ColumnObject>(sink).detach();
+        *column = makeObject<ColumnObject>(CountedRef<DrawGrid>(this), index, sink).detach();
     });
+}
+
+void DrawGrid::setFlag(std::int32_t column, std::optional<bool> Column::*flag, bool value) {
+    if (static_cast<std::size_t>(column) < columns.size()) {
+        columns[static_cast<std::size_t>(column)].*flag = value;
+    }
 }
 
 HostResult DrawGrid::endColumns() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,10 @@ class DrawGrid final : public Component<Kestrova::Tessel::IDrawGrid, Kestrova::T
         std::string name;
         std::int32_t type = Kestrova::Tessel::CellType::text;
         std::int32_t width = 0;  ///< pixels
+        // What the plug-in said beside: kept as it was told, without a meaning here.
+        std::int32_t one = 0;
+        std::optional<bool> flagA = {};
+        std::optional<bool> flagB = {};
     };
 
     DrawGrid(std::string gridName, FailureSinkPtr failureSink);
@@ -62,6 +67,8 @@ class DrawGrid final : public Component<Kestrova::Tessel::IDrawGrid, Kestrova::T
     void setView(DrawGridView* newView) { view = newView; }
 
     const std::vector<Column>& getColumns() const { return columns; }
+    /// Sets an attribute of a column; nothing for one that isn't there any more.
+    void setFlag(std::int32_t column, std::optional<bool> Column::*flag, bool value);
     /// With the header.
     std::int32_t countRows() const { return static_cast<std::int32_t>(selection.size()); }
     /// Asks for the groups if they are out of date. A view calls it before it asks what is shown.
