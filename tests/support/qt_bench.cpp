@@ -224,6 +224,6 @@ std::vector<std::string> QtBench::titles(const std::string& grid) const {
 }
 
 void QtBench::passTime(std::uint32_t milliseconds) {
-    QTest::qWait(static_cast<int>(milliseconds));
+    QTest::qWait(static_cast<int>(milliseconds + milliseconds / 2));  // timers may be a little late
     QtUser::settle();
 }

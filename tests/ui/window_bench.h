@@ -3,12 +3,14 @@
 #include <gmock/gmock.h>
 
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "plugin/cmp_plugin_core.h"
 #include "station/runtime/runtime_exports.h"
+#include "station/toolkit/model/draw_grid.h"
 #include "tests/support/capture_stand_ins.h"
 #include "tests/support/scripted_host.h"
 #include "tests/support/toolkit_bench.h"
@@ -78,6 +80,18 @@ class WindowBench {
         }
         return text;
     }
+    /// The grid's columns as the window describes them: "id ID 3 1 32 -A|type Type 8 1 80|".
+    std::string columns(const std::string& grid) {
+        using namespace Kestrova::Tessel;
+        const KVDrawGrid found(hostWindow(user->window()), grid);
+        std::ostringstream text;
+        for (const auto& column : dynamic_cast<station::DrawGrid&>(found.target()).getColumns()) {
+            text << column.name << ' ' << column.title << ' ' << column.type << ' ' << column.one
+                 << ' ' << column.width << (column.flagA ? *column.flagA ? " A" : " -A" : "")
+                 << (column.flagB ? *column.flagB ? " B" : " -B" : "") << '|';
+        }
+        return text.str();
+    }
     std::vector<std::string> deviceNames() {
         std::vector<std::string> names;
         for (const auto& device : devices().list()) {
@@ -86,7 +100,7 @@ class WindowBench {
         return names;
     }
 
-    static constexpr std::uint32_t refreshTime = 150;  ///< milliseconds, longer than a tick
+    static constexpr std::uint32_t refreshTime = 100;  ///< milliseconds from tick to tick
 
     const std::size_t handlersBefore = kvRtTrackedCount();
     ScriptedHost host;

@@ -1,15 +1,14 @@
 #include <gmock/gmock.h>
 
 #include "plugin/plugin.h"
-#include "station/runtime/runtime_exports.h"
-#include "tests/support/capture_stand_ins.h"
 #include "tests/support/headless_bench.h"
-#include "tests/support/scripted_host.h"
 #include "tests/support/scripted_variants.h"
-#include "ui/controls.h"
+#include "tests/ui/window_bench.h"
 
 namespace {
 
+using namespace Kestrova::Tessel;
+using Kestrova::RT::Core::InvalidParameterException;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -66,25 +65,19 @@ TEST_F(WindowEventsTest, EachWindowIsMadeAndClosedByItsEvents) {
         EXPECT_TRUE(showsChannels(bench));
         EXPECT_EQ(send(close), HostCode::success);
         bench.passTime(150);
-        Kestrova::Tessel::KVDrawGrid(Kestrova::Tessel::hostWindow(bench.window()),
-                                     "channelDrawGrid")
-            .refresh();
+        KVDrawGrid(hostWindow(bench.window()), "channelDrawGrid").refresh();
         EXPECT_FALSE(showsChannels(bench));
         EXPECT_EQ(send(close), HostCode::success) << "there is none any more";
     }
     EXPECT_TRUE(adds(first));
-    EXPECT_EQ(send(182), HostCode::success);
-    EXPECT_FALSE(adds(first));
-    EXPECT_EQ(send(182), HostCode::success);
-}
-
-TEST_F(WindowEventsTest, ANewWindowTakesThePlaceOfTheOldOne) {
-    EXPECT_EQ(send(settings, first.window()), HostCode::success);
-    EXPECT_EQ(send(settings, second.window()), HostCode::success);
+    EXPECT_EQ(send(settings, second.window()), HostCode::success) << "in place of the first";
     EXPECT_FALSE(adds(first));
     EXPECT_TRUE(adds(second));
     EXPECT_EQ(send(settings, second.window()), HostCode::success) << "the same host window";
     EXPECT_TRUE(adds(second));
+    EXPECT_EQ(send(182), HostCode::success);
+    EXPECT_FALSE(adds(second));
+    EXPECT_EQ(send(182), HostCode::success);
     EXPECT_THAT(second.takeFailures(), IsEmpty());
 }
 
@@ -111,6 +104,50 @@ TEST_F(WindowEventsTest, ThePluginGoesWithBothWindowsOpen) {
     events.reset();
     object.reset();
     EXPECT_FALSE(adds(first));
+}
+
+TEST(Handlers, AreTrackedAndKnowTheirTypeAndTheirEqual) {
+    const std::size_t before = kvRtTrackedCount();
+    const Kestrova::RT::Core::RuntimePtr library(kvRtGetLibrary());
+    const auto handler = makeObject<EventHandlerImpl<IconButton, NoArgs>>(
+        library, BoundHandler<IconButton, NoArgs>{nullptr, 7});
+    const auto foreign = makeObject<EventHandlerImpl<Timer, NoArgs>>(
+        library, BoundHandler<Timer, NoArgs>{nullptr, 7});
+    EXPECT_EQ(kvRtTrackedCount() - before, 2U);
+    HostBool equals[2] = {hostTrue, hostTrue};
+    handler->equals(nullptr, &equals[0]);
+    handler->equals(foreign.get(), &equals[1]);
+    EXPECT_THAT(equals, ElementsAre(hostFalse, hostFalse));
+    char* name = nullptr;
+    EXPECT_EQ(handler->getTypeName(&name), HostCode::success);
+    EXPECT_STREQ(name, "Kestrova::Tessel::IEventHandler::kvrtType");
+    std::free(name);
+    EXPECT_EQ(handlerKey(0x0807060504030201, 0x100F0E0D0C0B0A09), 0xE7ECFB4F6E006495);
+}
+
+TEST(Adapters, NameWhatIsMissing) {
+    const auto expect = [](const char* text, const std::function<void()>& action) {
+        try {
+            action();
+            ADD_FAILURE() << text;
+        } catch (const InvalidParameterException& failure) {
+            EXPECT_STREQ(failure.what(), text);
+        }
+    };
+    using Slot = EventSlot<IconButton, NoArgs>;
+    const IconButton none;
+    const IconButton button({nullptr, makeObject<station::IconButton>("add", nullptr)});
+    const BoundHandler<IconButton, NoArgs> handler{[](const auto&, const auto&) {}, 1};
+    expect("Must bind to a valid callable.", [&] { Slot{nullptr, nullptr, &none}.subscribe({}); });
+    expect("Invalid or uninitialized control.", [&] {
+        Slot{nullptr, nullptr, &none}.subscribe(handler);
+    });
+    expect("No subscribe method defined", [&] {
+        Slot{nullptr, nullptr, &button}.subscribe(handler);
+    });
+    expect("ControlFactory must not be null.", [] { Timer{ControlFactory()}; });
+    expect("Window must not be null.", [] { KVDrawGrid(WindowPtr(), "grid"); });
+    expect(InvalidParameterException().what(), [] { KVDrawGrid().refresh(); });
 }
 
 }  // namespace
