@@ -1,10 +1,13 @@
 #include <QComboBox>
+#include <QGroupBox>
 #include <QLineEdit>
 #include <QScrollBar>
 #include <QTest>
+#include <QToolButton>
 
 #include "tests/station/toolkit/toolkit_conformance.h"
 #include "tests/support/qt_bench.h"
+#include "ui/resource.h"
 
 using namespace Kestrova::Tessel;
 using station::GridView;
@@ -126,47 +129,110 @@ TEST_P(QtToolkit, OnlyWhatIsInSightIsAskedForAndPaintingAsksForNothing) {
     EXPECT_TRUE(rows.empty()) << "a window that isn't seen";
 }
 
-/// The window is deleted in the handler of an event, which the user's action sets off.
-class QtClosing : public QtToolkit {
-  protected:
-    template <typename Slot, typename Action>
-    void closesSafelyAt(const Slot& slot, const Action& action) {
-        on(slot, [this](const auto&) {
+TEST_P(QtToolkit, CellsAndIconsArePaintedAsTheyAre) {
+    describe(2, {CellType::groupExpander, CellType::color});
+    on(grid.setGroups(), [](const DrawGridSetGroupsArgs& args) {
+        args.addGroup("a", 1, true);
+        args.addRow("a", 2);
+    });
+    on(grid.cellProps(), [](const DrawGridCellPropsArgs& args) {
+        args.setExpander(args.getRow() == 1 ? 1 : 0);
+        args.setColor(0x12AB34);
+    });
+    const auto picture = [this](std::int32_t column) {
+        const QRect area = view().visualRect(at(1, column));
+        return view().viewport()->grab(area).toImage();
+    };
+    EXPECT_EQ(view().columnWidth(1), 50);
+    EXPECT_EQ(picture(1).pixelColor(25, 10).rgb(), 0xFF12AB34U);
+    const auto pointsDown = [&] {
+        const QImage cell = picture(0);
+        QRect arrow;
+        for (int x = 0; x < cell.width(); ++x) {
+            for (int y = 0; y < cell.height(); ++y) {
+                arrow |= cell.pixel(x, y) != cell.pixel(0, 0) ? QRect(x, y, 1, 1) : QRect();
+            }
+        }
+        return arrow.width() > arrow.height();
+    };
+    EXPECT_TRUE(pointsDown());
+    qt().model("grid")->toggleGroup(1);
+    EXPECT_FALSE(pointsDown());
+    const auto icon = [this](const char* name, int x, int y) {
+        return qt().place()->findChild<QToolButton*>(name)->icon().pixmap(32).toImage().pixel(x, y);
+    };
+    EXPECT_EQ(icon("add", 16, 8), 0xFF008000U);
+    EXPECT_EQ(icon("remove", 8, 16), 0xFFC00000U);
+    EXPECT_EQ(icon("remove", 16, 8), 0U);
+}
+
+TEST_P(QtToolkit, DeleteRemovesAndTabLeavesTheGridAtItsEnds) {
+    describe(2, {CellType::text, CellType::text});
+    int removals = 0;
+    on(IconButton(window, "remove").click(), [&](const auto&) { ++removals; });
+    goTo(1, 1);
+    key(Qt::Key_Delete);
+    EXPECT_EQ(removals, 1);
+    const auto leaves = [this](std::int32_t row, std::int32_t column, Qt::Key pressed) {
+        goTo(row, column);
+        key(pressed);
+        EXPECT_EQ(qt().place()->focusWidget() != &view(), view().currentIndex() == at(row, column));
+        return qt().place()->focusWidget() != &view();
+    };
+    EXPECT_FALSE(leaves(1, 1, Qt::Key_Tab) || leaves(2, 0, Qt::Key_Tab));
+    EXPECT_TRUE(leaves(2, 1, Qt::Key_Tab));
+    EXPECT_FALSE(leaves(2, 1, Qt::Key_Backtab) || leaves(1, 1, Qt::Key_Backtab));
+    EXPECT_TRUE(leaves(1, 0, Qt::Key_Backtab));
+}
+
+TEST_P(QtToolkit, ThePluginsWindowsAreLaidOutToThePixel) {
+    const auto place = [this](const char* name) {
+        const auto* const widget = qt().place()->findChild<QWidget*>(name);
+        return QRect(widget->mapTo(qt().place(), QPoint()), widget->size());
+    };
+    window.setXml(findResource("ui/settings_window.xml", "Tessel").text());
+    QtUser::settle();
+    EXPECT_EQ(place("settingsWindow"), QRect(0, 0, 900, 400));
+    EXPECT_EQ(place("addDeviceButton"), QRect(10, 5, 20, 20));
+    EXPECT_EQ(place("removeDeviceButton"), QRect(35, 5, 20, 20));
+    EXPECT_EQ(place("deviceDrawGrid"), QRect(5, 35, 890, 365));
+    const auto* const root = qt().place()->findChild<QWidget*>("settingsWindow");
+    EXPECT_EQ(root->palette().color(QPalette::Window), QColor(Qt::white));
+    window.setXml(findResource("ui/setup_window.xml", "Tessel").text());
+    QtUser::settle();
+    const auto& panel = *qt().place()->findChild<QWidget*>("channelDrawGrid")->parentWidget();
+    EXPECT_EQ(panel.findChild<QWidget*>("channelDrawGrid")->geometry(),
+              QRect(10, 21, panel.width() - 20, panel.height() - 21));
+    EXPECT_EQ(qt().place()->findChild<QGroupBox*>()->title(), "CMP");
+}
+
+TEST_P(QtToolkit, TheWindowMayBeDeletedInAHandlerWhileATextIsBeingTyped) {
+    for (const bool byTimer : {false, true}) {
+        bench = GetParam()();
+        window = hostWindow(bench->window());
+        window.setXml(xml);
+        grid = KVDrawGrid(window, "grid");
+        describe(1, {CellType::editText});
+        goTo(1, 0);
+        key(Qt::Key_F2);
+        auto* const line = editor<QLineEdit>();
+        QTest::keyClicks(line, "x");
+        const auto close = [this](const auto&) {
             window = {};
             grid = {};
             if (bench->window() != nullptr) {
                 bench->closeWindow();
             }
-        });
-        action();
-        QtUser::settle();
-        EXPECT_EQ(bench->window(), nullptr);
-    }
-};
-
-INSTANTIATE_TEST_SUITE_P(Qt, QtClosing, testing::Values(MakeToolkitBench{"Qt", &QtBench::make}));
-
-TEST_P(QtClosing, WhenACellIsAskedFor) {
-    describe(2, {CellType::text});
-    closesSafelyAt(grid.cellProps(), [] { QtUser::settle(); });
-}
-
-TEST_P(QtClosing, WhenATextIsTyped) {
-    describe(1, {CellType::editText});
-    goTo(1, 0);
-    key(Qt::Key_F2);
-    auto* const line = editor<QLineEdit>();
-    QTest::keyClicks(line, "x");
-    closesSafelyAt(grid.cellInput(), [&] { QTest::keyClick(line, Qt::Key_Return); });
-}
-
-TEST_P(QtClosing, WhileATextIsBeingTypedAndATimerTicks) {
-    describe(1, {CellType::editText});
-    goTo(1, 0);
-    key(Qt::Key_F2);
-    const Timer timer{ControlFactory(window)};
-    timer.setInterval(1);
-    closesSafelyAt(timer.tick(), [this] {
+        };
+        const Timer timer{ControlFactory(window)};
+        timer.setInterval(1);
+        if (byTimer) {
+            on(timer.tick(), close);
+        } else {
+            on(grid.cellInput(), close);
+            QTest::keyClick(line, Qt::Key_Return);
+        }
         EXPECT_TRUE(QTest::qWaitFor([this] { return bench->window() == nullptr; }));
-    });
+        QtUser::settle();
+    }
 }

@@ -23,7 +23,8 @@ class ToolkitConformance : public testing::TestWithParam<MakeToolkitBench> {
         "<Window Name='w' Background='white'><CaptionPanel Title='T'>"
         "<Grid Rows='5,20,100%' Columns='5,100%'>"
         "<Grid Row='1' ColumnSpan='2' Columns='20,20'>"
-        "<IconButton Name='add' IconName='ADD'/><IconButton Name='remove' Column='1'/></Grid>"
+        "<IconButton Name='add' IconName='ADD'/><IconButton Name='remove' IconName='REMOVE' "
+        "Column='1'/></Grid>"
         "<KVDrawGrid Name='grid' Row='7' Column='1'/></Grid></CaptionPanel></Window>";
 
     ToolkitConformance() {
