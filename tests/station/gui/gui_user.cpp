@@ -1,18 +1,13 @@
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QMessageBox>
-#include <QSocketNotifier>
 #include <QTest>
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <optional>
 #include <thread>
 
 #include "station/gui/main_window.h"
@@ -37,24 +32,10 @@ struct Options {
     WorkspaceOptions workspace;
 };
 
-/// How long what comes in waits for the event loop: a thread writes into a pipe every few
-/// milliseconds, which is as a key or a click would come.
+/// How long what comes in waits for the event loop: a thread posts an event every few milliseconds.
 class LatencyProbe {
   public:
-    LatencyProbe() {
-        if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
-            throw std::runtime_error("there is no pipe for measuring the latency");
-        }
-        notifier.emplace(ends[0], QSocketNotifier::Read);
-        QObject::connect(&*notifier, &QSocketNotifier::activated, &*notifier, [this] { take(); });
-        poster = std::thread([this] { post(); });
-    }
-    ~LatencyProbe() {
-        end();
-        notifier.reset();
-        ::close(ends[0]);
-        ::close(ends[1]);
-    }
+    ~LatencyProbe() { end(); }
 
     void end() {
         stopping = true;
@@ -72,31 +53,24 @@ class LatencyProbe {
     std::size_t count() const { return delays.size(); }
 
   private:
-    using Stamp = SteadyClock::rep;
-
-    void post() const {
+    void post() {
         constexpr auto period = std::chrono::milliseconds(5);
         for (auto next = SteadyClock::now(); !stopping; next += period) {
             std::this_thread::sleep_until(next);
-            const Stamp now = SteadyClock::now().time_since_epoch().count();
-            if (::write(ends[1], &now, sizeof now) != sizeof now) {
-                return;  // nobody has read for very long
-            }
+            QMetaObject::invokeMethod(
+                &receiver, [this, posted = SteadyClock::now()] { take(posted); },
+                Qt::QueuedConnection);
         }
     }
-    void take() {
-        for (Stamp posted = 0; ::read(ends[0], &posted, sizeof posted) == sizeof posted;) {
-            const auto waited =
-                SteadyClock::now() - SteadyClock::time_point(SteadyClock::duration(posted));
-            delays.push_back(std::chrono::duration<double, std::milli>(waited).count());
-        }
+    void take(SteadyClock::time_point posted) {
+        const auto waited = SteadyClock::now() - posted;
+        delays.push_back(std::chrono::duration<double, std::milli>(waited).count());
     }
 
-    std::array<int, 2> ends = {-1, -1};  ///< of the pipe: to read, to write
-    std::optional<QSocketNotifier> notifier;
+    QObject receiver;
     std::atomic<bool> stopping = false;
     std::vector<double> delays;  ///< of the event loop's thread
-    std::thread poster;
+    std::thread poster{[this] { post(); }};
 };
 
 class User {
@@ -148,12 +122,10 @@ class User {
         }
         for (QAbstractButton* const button : question->buttons()) {
             const auto role = question->buttonRole(button);
-            if (role == QMessageBox::AcceptRole && !question->button(QMessageBox::Save)) {
-                hasAsked = true;
-                QTest::mouseClick(button, Qt::LeftButton);
-                return;
-            }
-            if (role == QMessageBox::DestructiveRole) {
+            const bool stops =
+                role == QMessageBox::AcceptRole && !question->button(QMessageBox::Save);
+            if (stops || role == QMessageBox::DestructiveRole) {
+                hasAsked = hasAsked || stops;
                 QTest::mouseClick(button, Qt::LeftButton);
                 return;
             }
@@ -199,13 +171,6 @@ class User {
     bool hasAsked = false;  ///< whether to stop the measurement
 };
 
-std::string indented(std::string json) {
-    while (!json.empty() && json.back() == '\n') {
-        json.pop_back();
-    }
-    return json;
-}
-
 int execute(int argc, char** argv) {
     CLI::App app{"The desktop program with a user for a live run."};
     Options options;
@@ -243,7 +208,7 @@ int execute(int argc, char** argv) {
         "{{\"report\": {}, \"hasLost\": {}, \"hasAsked\": {}, \"messages\": {}, "
         "\"latencyMs\": {{\"count\": {}, \"p50\": {:.2f}, \"p99\": {:.2f}, \"max\": "
         "{:.2f}}}}}\n",
-        indented(toJson(workspace.summarize())), workspace.hasLost(), user.wasAsked(),
+        toJson(workspace.summarize()), workspace.hasLost(), user.wasAsked(),
         window.findChild<QLabel*>("messages")->text().isEmpty() ? 0 : 1, probe.count(),
         probe.at(0.5), probe.at(0.99), probe.at(1.0));
     return workspace.isMeasuring() ? 1 : 0;
