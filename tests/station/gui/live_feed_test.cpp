@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <QScrollBar>
+#include <QTest>
 #include <cstring>
 
-#include "station/gui/live_models.h"
+#include "station/gui/live_panel.h"
 
 namespace {
 
@@ -96,6 +98,68 @@ TEST_F(LiveFeedTest, TheListHoldsTheLastMessagesAndNoMore) {
     messages.update();
     EXPECT_EQ(messages.rowCount(), 0);
     EXPECT_EQ(feed.getChannels()[0].count, 0U);
+}
+
+TEST_F(LiveFeedTest, TheRateIsOfTheTimeSinceItWasLastWorkedOut) {
+    using std::chrono::milliseconds;
+    const auto start = LiveFeed::Clock::now() + std::chrono::hours(1);
+    feed.updateRates(start);
+    const auto rateAt = [&](int time) {
+        feed.updateRates(start + milliseconds(time));
+        return feed.getChannels()[0].rate;
+    };
+    for (int i = 0; i < 30; ++i) {
+        can(1);
+    }
+    EXPECT_EQ(rateAt(999), 0.0);
+    EXPECT_EQ(rateAt(2000), 15.0);
+    EXPECT_EQ(rateAt(4000), 0.0);
+}
+
+TEST_F(LiveFeedTest, ThePanelFollowsTheEndPausesFiltersAndForgets) {
+    LivePanel panel(feed);
+    panel.resize(900, 300);
+    panel.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&panel));
+    auto& mode = *panel.findChild<QComboBox*>("liveMode");
+    auto& pause = *panel.findChild<QPushButton*>("livePause");
+    auto& filter = *panel.findChild<QLineEdit*>("liveFilter");
+    const auto& list = *panel.findChild<QTableView*>("liveMessages");
+    const auto& channels = *panel.findChild<QTableView*>("liveChannels");
+    QScrollBar& bar = *list.verticalScrollBar();
+    const auto shown = [&] {  // what is switched to is up to date at once
+        mode.setCurrentIndex(0);
+        mode.setCurrentIndex(1);
+        return list.model()->rowCount();
+    };
+    for (int i = 0; i < 100; ++i) {
+        can(0x100);
+    }
+    EXPECT_TRUE(QTest::qWaitFor([&] { return channels.model()->rowCount() == 2; }));
+    EXPECT_EQ(shown(), 100);
+    EXPECT_GT(bar.maximum(), 0);
+    EXPECT_EQ(bar.value(), bar.maximum());
+    bar.setValue(1);
+    can(0x200);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return list.model()->rowCount() == 101; }));
+    EXPECT_EQ(bar.value(), 1) << "the user has scrolled away";
+    QTest::mouseClick(&pause, Qt::LeftButton);
+    can(0x200);
+    EXPECT_EQ(shown(), 101);
+    QTest::mouseClick(&pause, Qt::LeftButton);
+    EXPECT_EQ(list.model()->rowCount(), 102);
+    QTest::keyClicks(&filter, "0x200-");
+    EXPECT_EQ(filter.palette().color(QPalette::Text), QColor(Qt::red));
+    QTest::keyClicks(&filter, "0x201");
+    EXPECT_NE(filter.palette().color(QPalette::Text), QColor(Qt::red));
+    can(0x100);
+    can(0x201);
+    EXPECT_EQ(shown(), 1);
+    filter.clear();
+    can(0x100);
+    EXPECT_EQ(shown(), 1) << "what was held back doesn't come back";
+    QTest::mouseClick(panel.findChild<QPushButton*>("liveClear"), Qt::LeftButton);
+    EXPECT_EQ(list.model()->rowCount(), 0);
 }
 
 TEST_F(LiveFeedTest, ARecordOfAnotherSizeOrChannelIsPassedOver) {

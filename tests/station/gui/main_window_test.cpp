@@ -1,8 +1,11 @@
 #include "station/gui/main_window.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <sched.h>
 
 #include <QComboBox>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QPointer>
 #include <QSettings>
@@ -67,15 +70,19 @@ class MainWindowTest : public testing::Test {
         }
         return false;
     }
-    bool answer(QMessageBox::StandardButton button) {
+    /// Presses the question's first button of that role.
+    bool answer(QMessageBox::ButtonRole role) {
         QtUser::settle();
-        auto* const box = window->findChild<QMessageBox*>();
-        if (box == nullptr) {
-            return false;
+        const auto* const box = window->findChild<QMessageBox*>();
+        for (QAbstractButton* const button :
+             box != nullptr ? box->buttons() : QList<QAbstractButton*>()) {
+            if (box->buttonRole(button) == role) {
+                QTest::mouseClick(button, Qt::LeftButton);
+                QtUser::settle();
+                return true;
+            }
         }
-        QTest::mouseClick(box->button(button), Qt::LeftButton);
-        QtUser::settle();
-        return true;
+        return false;
     }
 
     QTemporaryDir folder;
@@ -86,34 +93,37 @@ TEST_F(MainWindowTest, WhatIsSetUpByHandIsWhatTheSavedSetupSays) {
     addModule("CAN combo", "B");
     addModule("LIN combo", "2");
     EXPECT_TRUE(modules().type({modulesGrid, 2, ModuleName}, "Doors"));
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            const auto rows = workspace().bench().windows().channels();
-            return !rows.empty() && rows.back().module == 1;
-        },
-        60000));
-    const auto rows = workspace().bench().windows().channels();
-    const std::int32_t first = rows.front().row;
-    EXPECT_TRUE(channels().toggle({channelsGrid, first, Used}));
-    EXPECT_EQ(channels().read({channelsGrid, first, Used}), "Used");
-    EXPECT_TRUE(channels().toggle({channelsGrid, first, Used}));
-    EXPECT_EQ(channels().read({channelsGrid, first, Used}), "Unused");
-    EXPECT_TRUE(channels().toggle({channelsGrid, first + 1, Used}));
-    EXPECT_TRUE(channels().setColor({channelsGrid, first, Color}, 0x12AB34));
-    EXPECT_TRUE(channels().type({channelsGrid, first, ChannelName}, "Engine"));
+    const auto rows = [this] { return workspace().bench().windows().channels(); };
+    ASSERT_TRUE(QTest::qWaitFor([&] { return rows().size() == 7U + 10U; }, 60000));
+    EXPECT_TRUE(channels().toggle({channelsGrid, 3, Used}));
+    EXPECT_TRUE(channels().setColor({channelsGrid, 2, Color}, 0x12AB34));
+    EXPECT_TRUE(channels().type({channelsGrid, 2, ChannelName}, "Engine"));
     EXPECT_TRUE(workspace().isModified());
+    workspace().save(file("bench.xml"));
+    EXPECT_FALSE(workspace().isModified());
+    EXPECT_TRUE(choose("&Clocks..."));
+    const auto lists = window->findChild<QDialog*>()->findChildren<QComboBox*>();
+    ASSERT_EQ(lists.size(), 2);
+    EXPECT_EQ(lists[0]->currentText(), "Follows by a fit (soft sync)");
+    QTest::keyClick(lists[1], Qt::Key_End);
+    EXPECT_EQ(lists[1]->currentText(), "Leads the measurement (PPS)");
+    EXPECT_TRUE(workspace().isModified());
+    EXPECT_TRUE(window->findChild<QDialog*>()->close());
     workspace().save(file("bench.xml"));
     EXPECT_FALSE(workspace().isModified());
 
     Bench other({PLUGIN_FILE, MasterClock::defaultSampleRate, [](const std::string&) {}});
     other.open(SetupFile(file("bench.xml")));
-    const auto saved = other.modules();
-    ASSERT_EQ(saved.size(), 2U);
-    EXPECT_EQ(saved[0].type + " " + std::to_string(saved[0].configId), "CAN combo 11");
-    EXPECT_EQ(saved[1].type + " " + std::to_string(saved[1].configId), "LIN combo 2");
-    EXPECT_EQ(saved[1].name, "Doors");
+    std::string saved;
+    for (const ModuleRow& module : other.windows().modules()) {
+        saved += fmt::format("{} {} {}, ", module.type, module.configId, module.name);
+    }
+    EXPECT_EQ(saved, "CAN combo 0xB Technica CAN combo, LIN combo 0x2 Doors, ");
     const auto savedRows = other.windows().channels();
-    ASSERT_EQ(savedRows.size(), rows.size());
+    const std::vector<ClockChoice> clocks = {{HostGnssDevice::syncModeSoft, false},
+                                             {HostGnssDevice::syncModePps, true}};
+    EXPECT_EQ(other.clocks(), clocks);
+    ASSERT_EQ(savedRows.size(), rows().size());
     EXPECT_EQ(savedRows[0].name, "Engine");
     EXPECT_EQ(savedRows[0].color, 0x12AB34U);
     EXPECT_FALSE(savedRows[0].used);
@@ -121,48 +131,21 @@ TEST_F(MainWindowTest, WhatIsSetUpByHandIsWhatTheSavedSetupSays) {
 
     EXPECT_TRUE(modules().select(modulesGrid, {1}));
     EXPECT_TRUE(modules().press("removeDeviceButton"));
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] {
-            return channels().read({channelsGrid, first, ChannelName}) != "Engine";
-        },
-        60000));
-}
-
-TEST_F(MainWindowTest, AChosenClockIsAChangeAndIsSaved) {
-    addModule("CAN combo", "1");
-    addModule("CAN combo", "2");
-    workspace().save(file("bench.xml"));
-    EXPECT_TRUE(choose("&Clocks..."));
-    auto* const dialog = window->findChild<QDialog*>();
-    ASSERT_NE(dialog, nullptr);
-    const auto lists = dialog->findChildren<QComboBox*>();
-    ASSERT_EQ(lists.size(), 2);
-    EXPECT_EQ(lists[0]->currentText(), "Follows by a fit (soft sync)");
-    QTest::keyClick(lists[1], Qt::Key_End);
-    EXPECT_EQ(lists[1]->currentText(), "Leads the measurement (PPS)");
-    EXPECT_TRUE(workspace().isModified());
-    workspace().save(file("bench.xml"));
-    EXPECT_FALSE(workspace().isModified());
-    EXPECT_TRUE(dialog->close());
-
-    window->open(QString::fromStdString(file("bench.xml")));
-    const std::vector<ClockChoice> saved = {{HostGnssDevice::syncModeSoft, false},
-                                            {HostGnssDevice::syncModePps, true}};
-    EXPECT_EQ(workspace().bench().clocks(), saved);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return rows().size() == 10U; }, 60000));
 }
 
 TEST_F(MainWindowTest, ChangesAreNotLostWithoutAQuestion) {
     EXPECT_TRUE(choose("&New"));
-    EXPECT_FALSE(answer(QMessageBox::Cancel)) << "there is nothing to lose";
+    EXPECT_FALSE(answer(QMessageBox::RejectRole)) << "there is nothing to lose";
     addModule("CAN combo", "1");
     EXPECT_TRUE(choose("&New"));
-    EXPECT_TRUE(answer(QMessageBox::Cancel));
+    EXPECT_TRUE(answer(QMessageBox::RejectRole));
     EXPECT_EQ(workspace().bench().modules().size(), 1U);
     window->close();
-    EXPECT_TRUE(answer(QMessageBox::Cancel));
+    EXPECT_TRUE(answer(QMessageBox::RejectRole));
     EXPECT_TRUE(window->isVisible());
     EXPECT_TRUE(choose("&New"));
-    EXPECT_TRUE(answer(QMessageBox::Discard));
+    EXPECT_TRUE(answer(QMessageBox::DestructiveRole));
     EXPECT_TRUE(workspace().bench().modules().empty());
     EXPECT_TRUE(QTest::qWaitFor([&] { return modules().shownRows(modulesGrid).empty(); }));
     window->close();
@@ -185,15 +168,73 @@ TEST_F(MainWindowTest, ASetupThatCannotBeReadIsToldAndLeavesTheOneThatIsOpen) {
     EXPECT_THAT(RecentFiles().all(), ElementsAre(QString::fromStdString(file("good.xml"))));
 }
 
-TEST_F(MainWindowTest, ARecordingThatCannotBeMadeIsToldAndNothingStarts) {
-    try {
-        workspace().start(file("no such folder/a.pcapng"));
-        FAIL() << "it has started";
-    } catch (const std::exception& failure) {
-        EXPECT_THAT(failure.what(),
-                    testing::AnyOf(HasSubstr("no such folder"), HasSubstr("not allowed")));
+TEST_F(MainWindowTest, AMeasurementRunsAndSaysWhatItLeavesOutAndIsEndedByTheUser) {
+    if (::unshare(CLONE_NEWNET) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
+        GTEST_SKIP() << "a network of its own isn't allowed here";
     }
-    EXPECT_FALSE(workspace().isMeasuring());
+    auto& start = *window->findChild<QPushButton*>("start");
+    auto& stop = *window->findChild<QPushButton*>("stop");
+    auto& path = *window->findChild<QLineEdit*>("recordingPath");
+    const auto isOver = [&] { return !workspace().isMeasuring(); };
+    QTest::mouseClick(&start, Qt::LeftButton);
+    EXPECT_THAT(told(), HasSubstr("No channel is used"));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return stop.isEnabled() && !start.isEnabled(); }));
+    EXPECT_TRUE(choose("S&top"));
+    EXPECT_TRUE(QTest::qWaitFor(isOver, 60000));
+    addModule("LIN combo", "2");
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return channels().shownRows(channelsGrid).size() > 1; }, 60000));
+    EXPECT_TRUE(channels().toggle({channelsGrid, 2, Used}));
+    QTest::mouseClick(window->findChild<QCheckBox*>("records"), Qt::LeftButton);
+    path.setText(folder.filePath("no such folder/a.pcapng"));
+    EXPECT_TRUE(choose("&Start"));
+    EXPECT_THAT(told(), HasSubstr("no such folder"));
+    EXPECT_TRUE(isOver()) << "nothing has started";
+    path.setText(folder.filePath("a-9.log"));
+    EXPECT_TRUE(choose("&Start"));
+    EXPECT_THAT(told(), HasSubstr("can't hold LIN: 1 channels"));
+    EXPECT_TRUE(choose("&New"));
+    EXPECT_TRUE(answer(QMessageBox::RejectRole));
+    EXPECT_TRUE(workspace().isMeasuring() && !workspace().isEnding());
+    EXPECT_TRUE(choose("&New"));
+    EXPECT_TRUE(answer(QMessageBox::AcceptRole));
+    EXPECT_TRUE(QTest::qWaitFor(isOver, 60000));
+    EXPECT_EQ(path.text(), folder.filePath("a-10.log")) << "the next recording's";
+    EXPECT_TRUE(answer(QMessageBox::DestructiveRole)) << "of the setup";
+    EXPECT_TRUE(workspace().bench().modules().empty());
+}
+
+TEST_F(MainWindowTest, MenusHaveTheirUsualKeys) {
+    std::vector<std::string> keys;  // a platform may have more
+    for (const QAction* const action : window->menuBar()->findChildren<QAction*>()) {
+        keys.push_back((action->text() + ' ' + action->shortcut().toString()).toStdString());
+    }
+    EXPECT_THAT(keys, testing::IsSupersetOf({"&New Ctrl+N", "&Open... Ctrl+O", "&Save Ctrl+S",
+                                             "&Start F5", "S&top Shift+F5"}));
+}
+
+TEST(MeasurementBarTest, TellsTimeSizeAndLosses) {
+    MeasurementBar bar({}, {});
+    const RecordingSummary small{"a", "", 0, 999'949, 0, ""};
+    const RecordingSummary lossy{"b", "", 0, 50'000, 3, ""};
+    const RecordingSummary failed{"c", "", 0, 0, 0, "disk full"};
+    const auto shown = [&](double seconds, std::vector<RecordingSummary> recordings, bool hasLost) {
+        bar.show({{}, seconds, 0, {}, {}, std::move(recordings)}, hasLost);
+        std::string texts;
+        for (const char* const name : {"elapsed", "recordingSize", "loss"}) {
+            texts += bar.findChild<QLabel*>(name)->text().toStdString() + '|';
+        }
+        const bool isRed =
+            bar.findChild<QLabel*>("loss")->palette().color(QPalette::Window).red() == 198;
+        return texts + (isRed ? "red" : "green");
+    };
+    EXPECT_EQ(shown(-1.0, {}, false), "00:00:00.0|not recorded|Nothing lost|green");
+    EXPECT_EQ(shown(7199.97, {small}, false), "01:59:59.9|999.9 kB|Nothing lost|green");
+    EXPECT_EQ(shown(360'000.0, {small, lossy}, false),
+              "100:00:00.0|1.0 MB|Recording failed, 3 messages not in it|red");
+    EXPECT_EQ(shown(61.25, {failed}, false),
+              "00:01:01.2|0.0 kB|Recording failed, 0 messages not in it|red");
+    EXPECT_EQ(shown(0.0, {}, true), "00:00:00.0|not recorded|Messages lost|red");
 }
 
 TEST_F(MainWindowTest, MessagesStandThereAndAreCountedUntilTheyAreDismissed) {
