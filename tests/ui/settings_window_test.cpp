@@ -39,6 +39,8 @@ TEST_P(SettingsWindowTest, TypeAndConfigIdArePicked) {
     EXPECT_EQ(row(grid, 1), "1|CAN combo|M\xC3\xBCller|0xB|N/A|Not connected");
     EXPECT_EQ(devices().list()[0]->getChannels()->size(), 7U);
     EXPECT_THAT(user->offers({grid, 1, serial}), IsEmpty());
+    EXPECT_TRUE(user->pick({grid, 1, type}, "Unknown"));
+    EXPECT_EQ(user->read({grid, 1, type}), "Unknown");
 }
 
 TEST_P(SettingsWindowTest, AConfigIdWithoutARangeIsTypedAndWhatIsNoNumberIsZero) {

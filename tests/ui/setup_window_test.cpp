@@ -37,6 +37,7 @@ TEST_P(SetupWindowTest, FoldingTheSecondGroupConcernsItAloneAndLastsWhenGroupsAr
     add(DeviceTypeInfo::linComboId, 1);
     add(DeviceTypeInfo::linComboId, 2);
     openSetup();
+    EXPECT_EQ(setup->getRows()[1].groupIndex, 0U) << "not asked for yet";
     user->shownRows(grid);
     EXPECT_EQ(setup->getRows()[1].groupIndex, 1U);
     EXPECT_EQ(setup->getRows()[12].groupIndex, 2U);
