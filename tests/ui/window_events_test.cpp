@@ -106,6 +106,11 @@ TEST_F(WindowEventsTest, ThePluginGoesWithBothWindowsOpen) {
     EXPECT_FALSE(adds(first));
 }
 
+struct Operations {
+    void one(const IconButton&, const NoArgs&) {}
+    void other(const IconButton&, const NoArgs&) {}
+};
+
 TEST(Handlers, AreTrackedAndKnowTheirTypeAndTheirEqual) {
     const std::size_t before = kvRtTrackedCount();
     const Kestrova::RT::Core::RuntimePtr library(kvRtGetLibrary());
@@ -122,6 +127,9 @@ TEST(Handlers, AreTrackedAndKnowTheirTypeAndTheirEqual) {
     EXPECT_EQ(handler->getTypeName(&name), HostCode::success);
     EXPECT_STREQ(name, "Kestrova::Tessel::IEventHandler::kvrtType");
     std::free(name);
+    Operations object;
+    EXPECT_NE(bindHandler({}, &object, &Operations::one).key,
+              bindHandler({}, &object, &Operations::other).key);
     EXPECT_EQ(handlerKey(0x0807060504030201, 0x100F0E0D0C0B0A09), 0xE7ECFB4F6E006495);
 }
 
