@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <atomic>
+#include <thread>
 
 #include "tests/ui/window_bench.h"
 
@@ -121,4 +123,57 @@ TEST_P(SetupWindowTest, AFailureOfTheHostInAHandlerIsTold) {
     host.script.failOperation("HostChannel::setUsed", HostCode::failed);
     EXPECT_TRUE(user->toggle({grid, 2, used}));
     EXPECT_THAT(user->takeFailures(), ElementsAre(0x80000014U));
+}
+
+/// The setup window shows modules that the user takes away and changes in the settings window while
+/// their messages come in.
+TEST_P(SetupWindowTest, ModulesMayGoAndChangeTheirTypeWhileTheCaptureThreadRuns) {
+    std::atomic<std::uint64_t> reads = 0;
+    port.interfaces[0].endless = [&]() -> ScriptedRead {
+        const std::uint64_t number = ++reads;
+        const auto cmId = static_cast<std::uint16_t>(0x40 + number / 4 % 4);
+        switch (number % 4) {
+            case 0:
+                return {1, wire::tecmp(1, 1, {{0, number, wire::cmStatus(cmId, 7, "S")}})};
+            case 1:
+                return {1, wire::tecmp(1, 2, {{0, number, wire::busStatus(cmId, {{0x10, 5}})}})};
+            case 2:
+                return {1, wire::tecmpData(cmId, {{0x10, number, wire::can(1, {1, 2})}})};
+            default:
+                return {};
+        }
+    };
+    const auto listWindow = GetParam()();
+    settings = Kestrova::Tessel::KVWindow::make<SettingsWindow>(
+        Kestrova::Tessel::hostWindow(listWindow->window()), *core);
+    const std::string list = "deviceDrawGrid";
+    core->packetReader.openAndStartRead();
+    for (int round = 0; round < 60; ++round) {
+        ASSERT_TRUE(listWindow->press("addDeviceButton"));
+        const auto last = static_cast<std::int32_t>(devices().list().size());
+        ASSERT_TRUE(listWindow->pick({list, last, 1}, round % 3 == 0 ? "LIN combo" : "CAN combo"));
+        ASSERT_TRUE(listWindow->pick({list, last, 3}, std::to_string(round % 4)));
+        if (round % 5 == 0) {
+            openSetup();
+        }
+        ASSERT_TRUE(listWindow->pick({list, 1, 1}, round % 2 == 0 ? "CAN combo" : "Unknown"));
+        if (last > 4) {
+            ASSERT_TRUE(listWindow->select(list, {1, 3}));
+            ASSERT_TRUE(listWindow->press("removeDeviceButton"));
+        }
+        for (const std::int32_t shown : user->shownRows(grid)) {
+            user->read({grid, shown, data});
+        }
+        for (const std::uint64_t before = reads; reads < before + 40;) {
+            std::this_thread::yield();
+        }
+        if (round % 4 == 0) {  // on a screen this is real time
+            user->passTime(refreshTime);
+        }
+        core->packetReader.flushAll();
+    }
+    core->packetReader.Stop();
+    EXPECT_THAT(user->takeFailures(), IsEmpty());
+    EXPECT_THAT(listWindow->takeFailures(), IsEmpty());
+    settings.reset();
 }
