@@ -13,8 +13,6 @@ namespace {
 
 constexpr std::int64_t nanosecondsPerSecond = 1000000000;
 constexpr std::uint16_t configIdMask = 0x0F;
-/// After this a module counts as away: nanoseconds.
-constexpr std::int64_t longestSilence = 2 * nanosecondsPerSecond;
 
 /// `time` moved on by `nanoseconds`, which may be negative.
 DeviceTime advanced(DeviceTime time, std::int64_t nanoseconds) {
@@ -162,10 +160,10 @@ std::string CmpDevice::getStatusText() const {
 }
 
 bool CmpDevice::isConnected() const {
-    constexpr double seconds = longestSilence / static_cast<double>(nanosecondsPerSecond);
+    constexpr double longestSilence = 2.0;  // seconds
     const DeviceTime now = getDeviceNow();
     const LockGuard guard(statusLock);
-    return seconds > secondsBetween(statusTime, now);
+    return longestSilence > secondsBetween(statusTime, now);
 }
 
 DeviceTime CmpDevice::getDeviceNow() const {
@@ -182,22 +180,18 @@ void CmpDevice::setStatus(const DeviceTime& time, const CmStatus& newStatus) {
 }
 
 void CmpDevice::publishTime() {
+    LatestTime latest;
     DeviceTime time;
-    std::int64_t timeStamp = 0;
     {
         const LockGuard guard(timeLock);
-        const LatestTime latest = latestTime.load();
-        if (latest.isHeard == 0) {
-            return;
-        }
+        latest = latestTime.load();
         time = {latest.seconds, static_cast<std::int32_t>(latest.nanoseconds)};
-        timeStamp = latest.timeStamp;
         publishedTime = time;
-        publishedTimeStamp = timeStamp;
+        publishedTimeStamp = latest.timeStamp;
     }
-    const std::int64_t age = surroundings.counter->getNanoseconds() - timeStamp;
-    if (clock && age <= longestSilence) {
-        clock->SetTime(toGnssTime(advanced(time, age)));
+    if (clock && latest.isHeard != 0) {
+        const std::int64_t now = surroundings.counter->getNanoseconds();
+        clock->SetTime(toGnssTime(advanced(time, now - latest.timeStamp)));
     }
 }
 
@@ -270,6 +264,12 @@ void CmpDevice::resetLastTimes() {
     for (const auto& channel : *all) {
         channel->resetLastTime();
     }
+}
+
+void CmpDevice::forgetHeard() {
+    LatestTime latest = latestTime.load();
+    latest.isHeard = 0;
+    latestTime.store(latest);
 }
 
 void CmpDevice::beginCounting() {

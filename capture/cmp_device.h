@@ -80,13 +80,13 @@ class CmpDevice {
     /// one while the message was on its way.
     void setStatus(const DeviceTime& time, const CmStatus& newStatus) CMP_EXCLUDES(statusLock);
     /// Capture thread: the time of the latest message, which came in at `timeStamp` nanoseconds on
-    /// the performance counter.
-    void setLatestTime(const DeviceTime& time, std::int64_t timeStamp) {
-        latestTime.store({time.seconds, time.nanoseconds, timeStamp, 1});
+    /// the performance counter. Only in data read is the device heard by it.
+    void setLatestTime(const DeviceTime& time, std::int64_t timeStamp, bool isDataRead = true) {
+        latestTime.store({time.seconds, time.nanoseconds, timeStamp, isDataRead ? 1 : 0});
     }
-    /// Gives the clock the device's time as it is now, if a message has come lately: a clock goes
-    /// on by itself, and one that begins shall not begin with the time of a module that is gone.
-    /// Both threads.
+    /// Gives the clock the device's time as it is now, if the device was heard in this data read: a
+    /// clock that starts shall not start with the time of a module that is gone, nor before the
+    /// interfaces are open. Both threads.
     void publishTime() CMP_EXCLUDES(timeLock);
 
     std::shared_ptr<const ChannelList> getChannels() const CMP_EXCLUDES(statusLock);
@@ -102,11 +102,13 @@ class CmpDevice {
     /// taken over the clock has heard before it is asked.
     void takeOverChannels();
     void flushChannels();
+    /// At each start of the capture thread: the device counts as not heard.
+    void forgetHeard();
     /// At the start and at the end of data read.
     void beginCounting();
     void endCounting();
     const std::shared_ptr<GNSSClock>& getClock() const { return clock; }
-    /// Seconds since the latest message came in; negative: none ever did.
+    /// Seconds since the latest message came in; negative: none came in this data read.
     double getSilence() const;
 
     void save(Node& node) const;
@@ -129,7 +131,7 @@ class CmpDevice {
         std::uint64_t seconds = 0;
         std::int64_t nanoseconds = 0;
         std::int64_t timeStamp = 0;
-        std::int64_t isHeard = 0;  ///< whether there was any: 1 or 0
+        std::int64_t isHeard = 0;  ///< whether it came in this data read: 1 or 0
     };
     SequenceLocked<LatestTime> latestTime;
 

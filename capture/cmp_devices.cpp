@@ -69,6 +69,12 @@ void CmpDevices::resetLastTimes() {
     onLastTimesReset();
 }
 
+void CmpDevices::forgetHeard() {
+    for (const auto& device : list()) {
+        device->forgetHeard();
+    }
+}
+
 void CmpDevices::beginCounting() {
     for (const auto& device : list()) {
         device->beginCounting();

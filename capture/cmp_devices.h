@@ -41,7 +41,9 @@ class CmpDevices final : public DeviceContainer<std::shared_ptr<CmpDevice>> {
     void flushTakenOver();
     /// Both in one, where no clock moves on in between.
     void flushAll();
-    /// At the start and at the end of data read, with the capture thread stopped.
+    /// At each start of the capture thread; at the start and at the end of data read. With the
+    /// thread stopped.
+    void forgetHeard();
     void beginCounting();
     void endCounting();
 

@@ -81,6 +81,7 @@ void CmpPacketReader::openInterfaces() {
 
 void CmpPacketReader::prepareRead(bool deliverData) {
     devices.endCounting();
+    devices.forgetHeard();
     resetChannels();
     if (deliverData) {
         devices.beginCounting();
@@ -142,7 +143,11 @@ void CmpPacketReader::beginCountingDropped() {
     droppedFrames = 0;
 }
 
+/// In data read only: what is dropped later is no loss of the measurement.
 void CmpPacketReader::countDropped() {
+    if (!readData) {
+        return;
+    }
     std::uint64_t sum = 0;
     for (const PcapInterface& interface : interfaces) {
         sum += interface.handle->getDropped() - interface.droppedBefore;

@@ -102,6 +102,10 @@ class FrameChannel : public CmpChannel {
     }
 
     void endCounting(const std::shared_ptr<GNSSClock>& clock) override {
+        if (isFlushing && queue.hasNext()) {  // the host, which has it, calls back
+            ++counts.delivered;
+            queue.drop();
+        }
         queue.takeOver();
         for (; queue.hasNext(); queue.drop()) {
             const auto result = clock->GetTime(toGnssTime(queue.front().frontTime()));

@@ -36,7 +36,7 @@ void CmpPacketReader::onCmStatusMessage(const DeviceTime& time, const CmpHeader&
 
 void CmpPacketReader::onCmStatus(const DeviceTime& time, const CmStatus& status) {
     if (CmpDevice* const device = latestDirectory().findDevice(status.cmId)) {
-        device->setLatestTime(time, frameTimeStamp);
+        device->setLatestTime(time, frameTimeStamp, readData);
         device->setStatus(time, status);
     } else if (autoAddDevices) {
         const auto added = devices.add();

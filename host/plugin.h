@@ -163,6 +163,7 @@ struct ClockStatistics {
     static constexpr std::int32_t ppsMaster = 3;
 
     std::int32_t mode = other;
+    bool isLeading = false;   ///< it is the one that leads the measurement
     bool hasTime = false;     ///< the module was heard since the start of the acquisition
     bool isPlaced = false;    ///< its times have host times
     double elapsed = 0.0;     ///< of a clock that leads: seconds since host time 0 by it, now

@@ -97,7 +97,11 @@ HostResult Plugin::getChannels(ChannelStatistics* channels, std::uint32_t* count
 HostResult Plugin::getClocks(ClockStatistics* clocks, std::uint32_t* count) {
     Entries entries(clocks, count);
     for (const auto& device : core.packetReader.getDevices().list()) {
-        entries.add([&] { return statisticsOf(*device); });
+        entries.add([&] {
+            ClockStatistics statistics = statisticsOf(*device);
+            statistics.isLeading = core.syncManager.IsMaster(device->getClock());
+            return statistics;
+        });
     }
     return HostCode::success;
 }

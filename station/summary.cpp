@@ -65,7 +65,10 @@ Json toJson(const ChannelSummary& channel, const std::vector<ModuleSummary>& mod
         result["firstTime"] = channel.firstTime;
         result["lastTime"] = channel.lastTime;
     }
-    const ChannelStatistics& counts = channel.counts;
+    if (!channel.counts) {
+        return result;
+    }
+    const ChannelStatistics& counts = *channel.counts;
     result.update({{"queued", counts.queued},
                    {"delivered", counts.delivered},
                    {"beforeStart", counts.beforeStart},
@@ -112,6 +115,7 @@ std::string clockText(const ClockStatistics& clock) {
         text += fmt::format(" {:+.1f} ppm, residual {:.1f} us", clock.ratePpm,
                             clock.residual * microsecondsPerSecond);
     }
+    text += fmt::format(", offset {:.6f} s, age {:.2f} s", clock.offset, clock.age);
     if (clock.jumps != 0) {
         text += fmt::format(", {} jump{}", clock.jumps, clock.jumps == 1 ? "" : "s");
     }

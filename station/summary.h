@@ -34,10 +34,11 @@ struct ChannelSummary {
     double lastTime = 0.0;
     double rate = 0.0;  ///< frames a second, lately
     std::string lastValue;
-    ChannelStatistics counts;       ///< by the plug-in, as far as it was asked lately
+    /// By the plug-in, as far as it was asked lately; none without a host around the core.
+    std::optional<ChannelStatistics> counts;
     std::uint64_t overwritten = 0;  ///< messages that were overwritten before they could be read
 
-    std::uint64_t getLost() const { return counts.getLost() + overwritten; }
+    std::uint64_t getLost() const { return (counts ? counts->getLost() : 0) + overwritten; }
 };
 
 struct RecordingSummary {

@@ -69,6 +69,10 @@ class GNSSSyncManagerImpl final : public GNSSSyncManager {
 
     /// Whether a clock leads. That is a matter of the setup, not of a signal.
     bool HasMaster() const { return master != nullptr; }
+    /// Whether it is this one.
+    bool IsMaster(const std::shared_ptr<GNSSClock>& clock) const {
+        return master != nullptr && master == clock;
+    }
     /// Seconds that the host should allow for, the largest of all clocks.
     float GetRequiredDelay() const;
     /// Samples since the start by the leading clock, as the halves of a 64-bit number.

@@ -82,8 +82,8 @@ void Measurement::readCounts(std::vector<std::string>& texts) {
     if (!missedLeader.empty()) {
         lost = true;
         texts.push_back(
-            fmt::format("the measurement never began: \"{}\", whose clock leads it, was not heard; "
-                        "connect the module, or let another clock lead (Clock source)",
+            fmt::format("the measurement never began: \"{}\", whose clock leads it, gave no "
+                        "start; connect the module, or let another clock lead (Clock source)",
                         std::exchange(missedLeader, {})));
     }
 }
@@ -93,9 +93,8 @@ std::string Measurement::awaitedLeader() {
         return {};
     }
     const auto clocks = bench.driver().getClocks();
-    const auto leader = std::find_if(clocks.begin(), clocks.end(), [](const auto& clock) {
-        return clock.mode == ClockStatistics::ppsMaster;
-    });
+    const auto leader = std::find_if(clocks.begin(), clocks.end(),
+                                     [](const auto& clock) { return clock.isLeading; });
     const auto place = static_cast<std::size_t>(leader - clocks.begin());
     const auto modules = bench.modules();
     return place < modules.size() ? modules[place].name : "a module";

@@ -153,7 +153,9 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         ->type_name("N")
         ->check(CLI::Range(1.0, MasterClock::highestSampleRate).description(""));
     addRecordOption(*command, options->recordings);
-    command->add_option("--duration", options->duration, "End after S seconds")
+    command
+        ->add_option("--duration", options->duration,
+                     "End after S seconds, also if a leading clock is still awaited")
         ->type_name("S")
         ->check(CLI::Range(0.001, longestDuration).description(""));
     command->add_flag("--json", options->json,

@@ -181,6 +181,7 @@ void Workspace::tick(Measurement::Clock::time_point now) {
 }
 
 void Workspace::finish() {
+    lost = lost || measurement->hasLost();
     tellAll(measurement->close());
     summarize();
     measurement.reset();

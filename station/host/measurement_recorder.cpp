@@ -27,6 +27,25 @@ std::optional<BusType> busOf(const StationChannel& channel) {
     }
 }
 
+/// Of all buses that write to this output: a setup may name one twice.
+ChannelStatistics sumOf(const std::vector<ChannelStatistics>& statistics, std::int32_t output) {
+    static constexpr std::uint64_t ChannelStatistics::*counts[] = {
+        &ChannelStatistics::unusable,   &ChannelStatistics::queued,
+        &ChannelStatistics::delivered,  &ChannelStatistics::beforeStart,
+        &ChannelStatistics::afterEnd,   &ChannelStatistics::tooOld,
+        &ChannelStatistics::tooNew,     &ChannelStatistics::notPlaced,
+        &ChannelStatistics::leftQueued, &ChannelStatistics::noOutput};
+    ChannelStatistics sum;
+    for (const ChannelStatistics& entry : statistics) {
+        if (entry.output == output) {
+            for (const auto count : counts) {
+                sum.*count += entry.*count;
+            }
+        }
+    }
+    return sum;
+}
+
 /// What was lost between two looks at a channel's counts, and why; empty for nothing.
 std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now) {
     struct Reason {
@@ -177,19 +196,13 @@ std::vector<std::string> MeasurementRecorder::takeCounts(
     const std::vector<ChannelStatistics>& statistics) {
     std::vector<std::string> texts;
     for (const auto& channel : channels) {
-        const std::int32_t output = channel->source->indices().back();
-        const auto found = std::find_if(
-            statistics.begin(), statistics.end(),
-            [output](const ChannelStatistics& entry) { return entry.output == output; });
-        if (found == statistics.end()) {
-            continue;
-        }
-        const std::string reasons = lossReasons(channel->counts, *found);
+        const ChannelStatistics now = sumOf(statistics, channel->source->indices().back());
+        const std::string reasons = lossReasons(channel->counts, now);
         if (!reasons.empty()) {
             texts.push_back(fmt::format("channel \"{}\" lost {} messages: {}", channel->name,
-                                        found->getLost() - channel->counts.getLost(), reasons));
+                                        now.getLost() - channel->counts.getLost(), reasons));
         }
-        channel->counts = *found;
+        channel->counts = now;
     }
     return texts;
 }

@@ -213,6 +213,7 @@ void PluginDriver::start() {
     sendEvent(step, PluginEvent::alignChannels);
     state = State::Running;  // from here on a failure has something to stop
     sendEvent("start the capture", PluginEvent::startCapture);
+    droppedBefore = 0;
     awaitsLeader = hasLeader();
     if (!awaitsLeader) {
         host->clock().start();
@@ -243,7 +244,7 @@ void PluginDriver::poll() {
         clock.movePosition();
     }
     sendEvent("deliver its data", PluginEvent::getData);
-    if (awaitsLeader) {
+    if (awaitsLeader && state == State::Running) {
         beginWithLeader();
     }
     const std::uint64_t samples = host->channels().getWritten();
@@ -265,12 +266,13 @@ void PluginDriver::beginWithLeader() {
         return;
     }
     for (const ClockStatistics& clock : getClocks()) {
-        if (clock.mode == ClockStatistics::ppsMaster && clock.isPlaced) {
+        if (clock.isLeading && clock.isPlaced) {
             second = clock.elapsed;
             break;
         }
     }
     awaitsLeader = false;
+    droppedBefore = countDroppedFrames();
     host->clock().start(second);
     heldUntil = second + options.settleSeconds;
 }
@@ -297,6 +299,10 @@ std::vector<ClockStatistics> PluginDriver::getClocks() const {
 }
 
 std::uint64_t PluginDriver::getDroppedFrames() const {
+    return countDroppedFrames() - droppedBefore;
+}
+
+std::uint64_t PluginDriver::countDroppedFrames() const {
     std::uint64_t frames = 0;
     if (statistics && statistics->getDroppedFrames(&frames) < 0) {
         frames = 0;
@@ -335,7 +341,10 @@ bool PluginDriver::isDrained() const {
 void PluginDriver::startNextPart() {
     MasterClock& clock = host->clock();
     StationData& data = host->data();
-    const double second = std::max(clock.getPositionSeconds() - partOverlap, 0.0);
+    double second = std::max(clock.getPositionSeconds() - partOverlap, 0.0);
+    if (hasLeader()) {
+        second = std::floor(second);  // a leading clock puts time 0 on a whole second
+    }
     const auto start = data.getStart() + std::chrono::duration_cast<std::chrono::nanoseconds>(
                                              std::chrono::duration<double>(second));
     clock.startNextPart(second);

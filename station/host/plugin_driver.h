@@ -147,6 +147,8 @@ class PluginDriver {
     /// Where a leading clock stands, in seconds since the start; infinite if none leads, or if it
     /// hasn't got to the start yet.
     double leadingSeconds();
+    /// As the plug-in counts them, from event 105 on.
+    std::uint64_t countDroppedFrames() const;
     /// Time 0 is that of the leading clock.
     void beginWithLeader();
 
@@ -158,7 +160,8 @@ class PluginDriver {
     CountedRef<CaptureStatistics> statistics;  ///< empty if the plug-in has none
     State state = State::New;
     bool awaitsLeader = false;
-    double heldUntil = 0.0;  ///< host time up to which the position stays 0
+    std::uint64_t droppedBefore = 0;  ///< frames that the system threw away before time 0
+    double heldUntil = 0.0;           ///< host time up to which the position stays 0
 
     double endTime = 0.0;        ///< host time of `endPart`
     double leastDrain = 0.0;     ///< seconds

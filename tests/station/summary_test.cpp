@@ -52,7 +52,7 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
                                                .age = 0.25,
                                                .jumps = 2};
     summary.channels[1].counts = {.queued = 21, .delivered = 1, .tooOld = 2, .tooNew = 3};
-    summary.channels[1].counts.noOutput = 4;
+    summary.channels[1].counts->noOutput = 4;
     summary.channels[1].overwritten = 5;
     const auto lines = toTable(summary);
     EXPECT_THAT(lines, Contains(HasSubstr("soft sync +12.3 ppm, residual 5.0 us, 2 jumps")));

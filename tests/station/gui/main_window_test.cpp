@@ -219,7 +219,10 @@ TEST(MeasurementBarTest, TellsTimeSizeAndLosses) {
     const RecordingSummary lossy{"b", "", 0, 50'000, 3, ""};
     const RecordingSummary failed{"c", "", 0, 0, 0, "disk full"};
     const auto shown = [&](double seconds, std::vector<RecordingSummary> recordings, bool hasLost) {
-        bar.show({{}, seconds, 0, {}, {}, std::move(recordings)}, hasLost);
+        Summary summary;
+        summary.seconds = seconds;
+        summary.recordings = std::move(recordings);
+        bar.show(summary, hasLost);
         std::string texts;
         for (const char* const name : {"elapsed", "recordingSize", "loss"}) {
             texts += bar.findChild<QLabel*>(name)->text().toStdString() + '|';

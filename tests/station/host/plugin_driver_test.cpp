@@ -133,8 +133,8 @@ TEST_F(PluginDrivers, TheEndWaitsAsLongAsThePluginAsksForAlsoWhereNothingHasCome
 
 TEST_F(PluginDrivers, ALeaderThatBeginsLateStartsTheMeasurementLate) {
     plugin->leads = true;
-    plugin->clocks = {{},
-                      {.mode = ClockStatistics::ppsMaster, .isPlaced = true, .elapsed = 0.0304}};
+    plugin->clocks = {{.isPlaced = true, .elapsed = 7.0},
+                      {.isLeading = true, .isPlaced = true, .elapsed = 0.0304}};
     startAndSettle();
     EXPECT_TRUE(driver->isAwaitingLeader());
     EXPECT_EQ(host->clock().getSeconds(), 0.0);
