@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,36 +12,87 @@
 #include "tests/support/scripted_document.h"
 #include "tests/support/scripted_object.h"
 
-/// Labels, arrays and properties: empty whatever is done with them.
+class ScriptedValueItem final : public Scripted<HostValueItem> {
+  public:
+    using Scripted::Scripted;
+
+    SCRIPTED_ATTRIBUTE(Value, std::int32_t, std::int32_t)
+    SCRIPTED_ATTRIBUTE(Text, std::wstring, const wchar_t*)
+    SCRIPTED_ATTRIBUTE(Color, std::int32_t, std::int32_t)
+};
+
 class ScriptedValueList final : public Scripted<HostValueList> {
   public:
     using Scripted::Scripted;
 
-    SCRIPTED_GIVE(getCount, std::int32_t)
+    SCRIPTED_COUNT(getCount, items)
     HostResult getItem(std::int32_t position, HostValueItem** item) override {
-        return get("getItem", item, nullptr, position);
+        return hand(
+            "getItem", item, [&] { return elementAt(items, position); }, position);
     }
-    SCRIPTED_OBJECT(addItem, HostValueItem, nullptr)
-    SCRIPTED_TAKE(removeItem, std::int32_t)
+    SCRIPTED_OBJECT(addItem, HostValueItem, items.emplace_back(&script.make<ScriptedValueItem>()))
+    HostResult removeItem(std::int32_t position) override {
+        std::erase(items, elementAt(items, position));
+        return call("removeItem", position);
+    }
+
+  private:
+    std::vector<ScriptedValueItem*> items;
 };
 
+class ScriptedAxisDisplay final : public Scripted<HostAxisDisplay> {
+  public:
+    using Scripted::Scripted;
+
+    SCRIPTED_TAKE(setValue, std::int32_t)
+    SCRIPTED_TAKE(setFlag, HostBool)
+};
+
+class ScriptedAxisInfo final : public Scripted<HostAxisInfo> {
+  public:
+    using Scripted::Scripted;
+
+    SCRIPTED_TAKE(setAxisType, std::int32_t)
+    SCRIPTED_TAKE(setLabelA, const wchar_t*)
+    SCRIPTED_TAKE(setLabelB, const wchar_t*)
+    SCRIPTED_TAKE(setStyle, std::int32_t)
+    SCRIPTED_TAKE(setStart, double)
+    SCRIPTED_TAKE(setStep, double)
+    HostResult setNumericValue(std::int32_t position, double value) override {
+        return call("setNumericValue", position, value);
+    }
+    HostResult setTextValue(std::int32_t position, const wchar_t* text) override {
+        return call("setTextValue", position, text);
+    }
+    SCRIPTED_OBJECT(getDisplay, HostAxisDisplay, &display)
+
+  private:
+    ScriptedAxisDisplay display{script};
+};
+
+/// The axes are one object: the list of calls tells which of them was asked for.
 class ScriptedArrayInfo final : public Scripted<HostArrayInfo> {
   public:
     using Scripted::Scripted;
 
     SCRIPTED_TAKE(setFlag, HostBool)
-    SCRIPTED_GIVE(getDimensionCount, std::int32_t)
-    SCRIPTED_TAKE(setDimensionCount, std::int32_t)
+    SCRIPTED_ATTRIBUTE(DimensionCount, std::int32_t, std::int32_t)
     HostResult getDimensionSize(std::int32_t dimension, std::int32_t* elements) override {
-        return get("getDimensionSize", elements, 0, dimension);
+        return get("getDimensionSize", elements, sizes[dimension], dimension);
     }
     HostResult setDimensionSize(std::int32_t dimension, std::int32_t elements) override {
+        sizes[dimension] = elements;
         return call("setDimensionSize", dimension, elements);
     }
     SCRIPTED_CALL(commitDimensions)
-    HostResult getAxis(std::int32_t dimension, HostAxisInfo** axis) override {
-        return get("getAxis", axis, nullptr, dimension);
+    HostResult getAxis(std::int32_t dimension, HostAxisInfo** out) override {
+        return hand(
+            "getAxis", out, [&] { return &axis; }, dimension);
     }
+
+  private:
+    std::map<std::int32_t, std::int32_t> sizes;
+    ScriptedAxisInfo axis{script};
 };
 
 class ScriptedPropertySet final : public Scripted<HostPropertySet> {
@@ -48,11 +100,19 @@ class ScriptedPropertySet final : public Scripted<HostPropertySet> {
     using Scripted::Scripted;
 
     HostResult getItem(const wchar_t* name, HostDocument** document) override {
-        return get("getItem", document, nullptr, name);
+        return hand(
+            "getItem", document, [&] { return items[orEmpty(name)]; }, name);
     }
     HostResult addItem(const wchar_t* name, HostDocument** document) override {
-        return get("addItem", document, nullptr, name);
+        const auto add = [&] {
+            auto& made = script.make<ScriptedDocument>(true);
+            made.root = &script.make<ScriptedElement>(orEmpty(name));
+            return items[orEmpty(name)] = &made;
+        };
+        return hand("addItem", document, add, name);
     }
+
+    std::map<std::wstring, ScriptedDocument*> items;
 };
 
 class ScriptedChannelExt final : public Scripted<HostChannelExt> {
@@ -104,7 +164,7 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     }
     SCRIPTED_FLAG(Async, async)
     SCRIPTED_FLAG(SingleValue, singleValue)
-    SCRIPTED_READER(getChannelClass, std::int32_t, 1)
+    SCRIPTED_READ(getChannelClass, std::int32_t, channelClass, 1)
 
     SCRIPTED_TEXT(Name, name)
     SCRIPTED_TEXT(Unit, unit)
@@ -132,8 +192,8 @@ class ScriptedChannel final : public Scripted<HostChannel> {
         return code;
     }
 
-    SCRIPTED_GIVE(isArray, HostBool)
-    SCRIPTED_TAKE(setIsArray, HostBool)
+    SCRIPTED_READ(isArray, HostBool, array, hostFalse)
+    SCRIPTED_WRITER(setIsArray, HostBool, array)
     SCRIPTED_OBJECT(getArrayInfo, HostArrayInfo, &arrayInfo)
     SCRIPTED_READ(getArraySize, std::int32_t, arraySize, 1)
 
@@ -180,8 +240,8 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     SCRIPTED_READ(getOffset, double, offset, 0.0)
 
     SCRIPTED_ATTRIBUTE(TextAttribute, std::wstring, const wchar_t*)
-    SCRIPTED_GIVE(getTextAttributeB, std::wstring)
-    SCRIPTED_GIVE(getTextAttributeC, std::wstring)
+    SCRIPTED_READ(getTextAttributeB, std::wstring, textAttributeB, L"")
+    SCRIPTED_READ(getTextAttributeC, std::wstring, textAttributeC, L"")
     SCRIPTED_ATTRIBUTE(BoolAttributeA, HostBool, HostBool)
     SCRIPTED_ATTRIBUTE(BoolAttributeB, HostBool, HostBool)
     SCRIPTED_ATTRIBUTE(DoubleAttributeA, double, double)
@@ -190,7 +250,7 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     SCRIPTED_ATTRIBUTE(DoubleAttributeD, double, double)
     SCRIPTED_ATTRIBUTE(IntAttributeA, std::int32_t, std::int32_t)
     SCRIPTED_ATTRIBUTE(IntAttributeB, std::int32_t, std::int32_t)
-    SCRIPTED_GIVE(getIntAttributeC, std::int32_t)
+    SCRIPTED_READ(getIntAttributeC, std::int32_t, intAttributeC, 0)
     SCRIPTED_TAKE(setScalarAttribute, double)
     SCRIPTED_ATTRIBUTE(BufferAttribute, std::uint32_t, std::uint32_t)
 
@@ -210,6 +270,7 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     std::int64_t writeOffset = 0;
     std::vector<std::pair<double, std::vector<std::uint8_t>>> variantSamples;  ///< time and bytes
     ScriptedChannelExt ext{script};
+    ScriptedPropertySet propertySet{script};
 
   private:
     std::size_t sampleBytes() const {
@@ -233,5 +294,4 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     std::vector<double> times;
     ScriptedArrayInfo arrayInfo{script};
     ScriptedValueList valueList{script};
-    ScriptedPropertySet propertySet{script};
 };

@@ -217,9 +217,6 @@ std::string scripted_text::tell(T* object) requires std::derived_from<T, HostObj
     HostResult operation(Type* value) override { \
         return get(#operation, value, Type());   \
     }
-#define SCRIPTED_ATTRIBUTE(Name, Out, In) \
-    SCRIPTED_GIVE(get##Name, Out)         \
-    SCRIPTED_TAKE(set##Name, In)
 /// A reader, and below a writer, of a value that a test can see and set; the field with its value
 /// at the beginning; and all three.
 #define SCRIPTED_READER(operation, Type, field)  \
@@ -242,6 +239,10 @@ std::string scripted_text::tell(T* object) requires std::derived_from<T, HostObj
 #define SCRIPTED_FLAG(Name, field)                      \
     SCRIPTED_READ(is##Name, HostBool, field, hostFalse) \
     SCRIPTED_WRITER(set##Name, HostBool, field)
+/// The two for a value that no test reads but through them.
+#define SCRIPTED_ATTRIBUTE(Name, Out, In)            \
+    SCRIPTED_READ(get##Name, Out, kept##Name, Out()) \
+    SCRIPTED_WRITER(set##Name, In, kept##Name)
 #define SCRIPTED_COUNT(operation, list)                                         \
     HostResult operation(std::int32_t* number) override {                       \
         return get(#operation, number, static_cast<std::int32_t>(list.size())); \
