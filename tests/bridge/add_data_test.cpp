@@ -2,79 +2,94 @@
 
 #include <gmock/gmock.h>
 
-#include <typeinfo>
+#include <iterator>
+#include <sstream>
 
 #include "tests/bridge/bridge_bench.h"
 
 namespace {
 
-using namespace Kestrova::Utils::Kcom::OutputChannel;
-using ::testing::ElementsAre;
+using Kestrova::Utils::Kcom::OutputChannel::OutputChannelImpl;
 
 constexpr std::uint8_t bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
 
-class AddDataTest : public ::testing::Test {
+class AddDataTest : public BridgeTest {
   protected:
-    AddDataTest() {
-        channel.async = hostTrue;
-        channel.bufferSize = 4;
+    /// Gives the output a new channel, used or not, of a host that is in setup or not.
+    void attach(HostBool setupMode, HostBool used) {
+        behind = &host.makeChannel();
+        behind->async = hostTrue;
+        behind->bufferSize = 2;
+        behind->scale = 10.0;
+        behind->used = used;
+        host.app.setupMode = setupMode;
+        output.attachHostChannel(CountedRef<HostChannel>(behind));
     }
-    void shape(std::int32_t elements, std::int32_t elementBytes) {
-        channel.arraySize = elements;
-        channel.elementSize = elementBytes;
+    /// The ring, the write position, the second sample's time, and samples of varying size.
+    std::string received() {
+        std::ostringstream text;
+        const auto add = [&](const std::vector<std::uint8_t>& sample) {
+            std::copy(sample.begin(), sample.end(), std::ostream_iterator<int>(text));
+        };
+        add(behind->sampleAt(0));
+        add(behind->sampleAt(1));
+        text << ' ' << behind->writePosition << " @" << behind->timeAt(1);
+        for (const auto& [time, sample] : behind->variantSamples) {
+            text << " @" << time << ' ';
+            add(sample);
+        }
+        return text.str();
     }
 
-    ScriptedHost host;
-    ScriptedChannel& channel = host.makeChannel();
-    CountedRef<HostApp> app{&host.app};
-    CountedRef<HostChannel> ref{&channel};
-    AddDataDirect direct{ref};
-    AddDataInSetup setup{ref};
+    ScriptedChannel* behind = nullptr;
+    OutputChannelImpl output{factory, app};
 };
 
-TEST_F(AddDataTest, ModeAndUseDecideTheStrategy) {
-    const auto selected = [&](HostBool setupMode, HostBool used) -> const std::type_info& {
-        host.app.setupMode = setupMode;
-        channel.used = used;
-        const auto strategy = selectAddData(ref, app);
-        const IAddData& made = *strategy;
-        return typeid(made);
+TEST_F(AddDataTest, EachOperationWritesWhatItsSampleTakes) {
+    const auto after = [&](auto write) {
+        attach(hostFalse, hostTrue);
+        behind->arraySize = 3;
+        behind->elementSize = 2;
+        behind->writePosition = 1;
+        write(output);
+        return received();
     };
-    EXPECT_EQ(selected(hostTrue, hostFalse), typeid(AddDataInSetup));
-    EXPECT_EQ(selected(hostFalse, hostTrue), typeid(AddDataDirect));
-    EXPECT_EQ(selected(1, hostFalse), typeid(AddDataEmpty)) << "1 is not the host's true";
-    EXPECT_EQ(selected(hostFalse, 1), typeid(AddDataEmpty)) << "1 is not the host's true";
+    EXPECT_EQ(after([](auto& to) { to.setValueRaw(bytes, 8); }), "123456780000 1 @0");
+    EXPECT_EQ(after([](auto& to) { to.setValueRawClamped(bytes, 8); }), "123456000000 1 @0");
+    EXPECT_EQ(after([](auto& to) { to.addSynchronousSample(bytes, 8); }), "001234567800 0 @0");
+    EXPECT_EQ(after([](auto& to) { to.addAsynchronousSample(bytes, 8, 1); }), "001234567800 0 @1");
+    EXPECT_EQ(after([](auto& to) { to.addAsynchronousBlockSample(bytes, 8, 2); }),
+              "000000123456 0 @2");
+    EXPECT_EQ(after([](auto& to) { to.addVariantSample(bytes, 2, 3); }), "000000000000 1 @0 @3 12");
+    behind->async = hostFalse;
+    EXPECT_EQ(hostCodeOf([&] { output.addAsynchronousSample(bytes, 1, 0.0); }),
+              HostCode::invalidPointer);
+    output.attachHostChannel(nullptr);
+    EXPECT_EQ(hostCodeOf([&] { output.setValueRaw(bytes, 1); }), HostCode::invalidPointer);
 }
 
-TEST_F(AddDataTest, SamplesLandAtTheWritePositionAndAreCommitted) {
-    shape(1, 2);
-    channel.writePosition = 3;
-    direct.addAsynchronousSample(bytes, 2, 1.5);
-    EXPECT_THAT(channel.sampleAt(3), ElementsAre(1, 2));
-    EXPECT_EQ(channel.timeAt(3), 1.5);
-    EXPECT_EQ(channel.writePosition, 0) << "the host wraps";
-    direct.addSynchronousSample(bytes + 2, 2);
-    EXPECT_THAT(channel.sampleAt(0), ElementsAre(3, 4));
-    EXPECT_EQ(channel.writePosition, 1);
-}
-
-TEST_F(AddDataTest, UnusedChannelShowsItsLiveValueInSetup) {
-    channel.dataType = 0;
-    channel.scale = 10.0;
-    channel.offset = 0.5;
-    const auto live = [&](auto add) {
-        add();
-        return setup.getLastValue();
-    };
-    EXPECT_EQ(live([&] { setup.setValueRaw(bytes, 1); }), 10.5);
-    EXPECT_EQ(live([&] { setup.setValueRawClamped(bytes + 1, 1); }), 20.5);
-    EXPECT_EQ(live([&] { setup.addSynchronousSample(bytes + 2, 1); }), 30.5);
-    EXPECT_EQ(live([&] { setup.addAsynchronousSample(bytes + 3, 1, 0.0); }), 40.5);
-    EXPECT_EQ(live([&] { setup.addAsynchronousBlockSample(bytes + 4, 1, 0.0); }), 50.5);
-    EXPECT_EQ(live([&] { setup.addVariantSample(bytes + 5, 1, 0.0); }), 60.5);
-    EXPECT_EQ(channel.writePosition, 0) << "an unused channel was written to";
-    EXPECT_THAT(channel.sampleAt(0), ElementsAre(0));
-    EXPECT_TRUE(channel.variantSamples.empty());
+TEST_F(AddDataTest, SetupShowsEachSampleAndWritesThoseOfUsedChannels) {
+    static constexpr void (*operations[])(OutputChannelImpl&, const std::uint8_t*) = {
+        [](auto& to, const std::uint8_t* data) { to.setValueRaw(data, 2); },
+        [](auto& to, const std::uint8_t* data) { to.setValueRawClamped(data, 2); },
+        [](auto& to, const std::uint8_t* data) { to.addSynchronousSample(data, 2); },
+        [](auto& to, const std::uint8_t* data) { to.addAsynchronousSample(data, 2, 7); },
+        [](auto& to, const std::uint8_t* data) { to.addAsynchronousBlockSample(data, 2, 8); },
+        [](auto& to, const std::uint8_t* data) { to.addVariantSample(data, 2, 9); }};
+    for (std::size_t number = 0; number < std::size(operations); ++number) {
+        const auto after = [&](HostBool setupMode, HostBool used) {
+            attach(setupMode, used);
+            operations[number](output, bytes + number);
+            return received();
+        };
+        const auto written = after(hostFalse, hostTrue);
+        EXPECT_EQ(after(1, 1), "00 0 @0") << "1 is not the host's true";
+        EXPECT_EQ(output.getLastValue(), 0.0);
+        EXPECT_NE(written, "00 0 @0") << number;
+        EXPECT_EQ(after(hostTrue, hostTrue), written) << number;
+        EXPECT_EQ(after(hostTrue, hostFalse), "00 0 @0") << number;
+        EXPECT_EQ(output.getLastValue(), bytes[number] * 10.0) << number;
+    }
 }
 
 }  // namespace

@@ -3,12 +3,18 @@
 #include <gmock/gmock.h>
 
 #include "bridge/output/color_palette.h"
+#include "capture/cmp_channel_canfd.h"
+#include "capture/cmp_channel_lin.h"
+#include "setup/xml_exception.h"
 #include "tests/bridge/bridge_bench.h"
 
 namespace {
 
+using Kestrova::Utils::Serialization::Node;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::ThrowsMessage;
 
 constexpr auto notified = "App.getData, Data.notifyChannelsChanged";
 
@@ -69,24 +75,185 @@ TEST_F(OutputFactoryTest, ColoursRunThroughThePaletteAndBeginAnew) {
     EXPECT_EQ(create()->getColor(), 0x00FF00U);
 }
 
-TEST_F(OutputFactoryTest, WholeListIsRefreshedRemountedAndDetachedTogether) {
+TEST_F(OutputFactoryTest, WholeListIsAlignedRefreshedAndDetachedTogether) {
     const auto first = create({0, Kind::Synchronous});
     create();
-    const std::uint8_t byte = 3;
+    mounted(0).bufferSize = 2000000000;
+    host.data.wrapCount = 3000;  // of 1000000 samples each
+    factory.alignToAcquisition();
+    EXPECT_EQ(mounted(0).writeOffset, 1000000000);
+    mounted(0).bufferSize = 2;
     first->setUsed(false);
-    first->addSynchronousSample(&byte, 1);
+    first->addSynchronousSample("", 1);
     EXPECT_EQ(mounted(0).writePosition, 1) << "the use counts before the next selection";
     factory.refreshAddData();
-    first->addSynchronousSample(&byte, 1);
+    first->addSynchronousSample("", 1);
     EXPECT_EQ(mounted(0).writePosition, 1) << "the use doesn't count";
-    factory.setRemountMode(1);
-    EXPECT_THAT(host.callsOf([&] { first->setExpectedRate(1.0F); }), HasSubstr("releaseBuffers"));
     factory.setChannelGroupName({1, 2}, "\xC3\xA4");
     EXPECT_EQ(host.groupOfPlugins.groupNames.at({1, 2}), L"\x00E4");
     EXPECT_EQ(host.callsOf([&] { factory.detachChannels(); }), "");
     EXPECT_EQ(mounted(0).references() + mounted(1).references(), 0);
-    EXPECT_EQ(host.callsOf([&] { factory.refreshAddData(); }), "");
     EXPECT_EQ(create()->getIndex(), 2U) << "the entries are gone";
+}
+
+TEST_F(OutputFactoryTest, BatchIsToldOnceAtItsEnd) {
+    const auto endedAt = [&](std::int32_t depth) {
+        return host.callsOf([&] { EXPECT_EQ(factory.endMultipleMount(), depth); });
+    };
+    factory.beginMultipleMount();
+    factory.beginMultipleMount();
+    EXPECT_THAT(host.callsOf([&] { create(); }), Not(HasSubstr(notified)));
+    EXPECT_EQ(endedAt(1), "");
+    EXPECT_EQ(endedAt(0), notified);
+    factory.beginMultipleMount();
+    EXPECT_EQ(endedAt(0), "") << "no change";
+    EXPECT_THAT([&] { factory.endMultipleMount(); },
+                ThrowsMessage<std::runtime_error>("endMultipleMount called too many times"));
+    factory.beginMultipleMount();
+    EXPECT_THAT(host.callsOf([&] { create(); }), HasSubstr(notified)) << "the depth is 0 again";
+}
+
+TEST_F(OutputFactoryTest, RateKindIsToldAsTwoFlagsAndReadBack) {
+    create({14, static_cast<Kind>(3)});  // a kind of its own changes none
+    for (const Kind kind : {Kind::Asynchronous, Kind::SingleValue, Kind::Synchronous}) {
+        const auto fetch = [&] { return factory.getOrCreateChannel(0, {14, kind}, {}); };
+        EXPECT_EQ(fetch()->getChannelType(), (Type{14, kind}));
+        EXPECT_THAT(host.callsOf(fetch), Not(HasSubstr("set"))) << "the type is the same";
+    }
+}
+
+TEST_F(OutputFactoryTest, ActivityAndClaimLeaveOutWhatIsExcluded) {
+    create();  // held by nobody
+    const auto held = create();
+    mounted(0).used = hostFalse;
+    for (const std::int32_t channelClass : {0, 2, 10, 11, 12, 1}) {
+        mounted(1).channelClass = channelClass;
+        EXPECT_EQ(factory.hasActiveChannels(), channelClass == 1 || channelClass == 11);
+    }
+    EXPECT_EQ(host.callsOf([&] { factory.claimChannels(false); }), "");
+    EXPECT_EQ(host.callsOf([&] { factory.claimChannels(true); }), "ChannelExt.claim");
+    held->setExcluded(true);
+    EXPECT_EQ(host.callsOf([&] { factory.claimChannels(true); }), "");
+    EXPECT_FALSE(factory.hasActiveChannels());
+}
+
+TEST_F(OutputFactoryTest, CaptureChannelsDescribeTheirOutputs) {
+    CmpChannelCanfd can(&factory);
+    CmpChannelLin lin(&factory);
+    const auto calls = host.callsOf([&] { can.createOutput(), lin.createOutput(); });
+    EXPECT_THAT(calls, HasSubstr("Changed, Channel.setExpectedRate(10000), "
+                                 "Channel.setName(\"CANFD channel\"), Channel.setUsed(false), "));
+    EXPECT_THAT(calls, EndsWith("Changed, Channel.setExpectedRate(100), "
+                                "Channel.setIntAttributeA(11), "
+                                "Channel.setName(\"LIN channel\"), Channel.setUsed(false)"));
+}
+
+class OutputSetupTest : public BridgeTest {
+  protected:
+    void load() {
+        factory.beginLoadSetup();
+        factory.loadSetup(nodeOver(document));
+    }
+    std::string saved() {
+        auto& written = host.makeDocument(L"Setup", true);
+        factory.saveSetup(nodeOver(written));
+        document.root = written.root;
+        return written.root->asText();
+    }
+
+    ScriptedElement& addOutput(const wchar_t* id) {
+        auto* const list = document.root->find(L"OutputList");
+        auto& output = (list ? *list : document.root->addNew(L"OutputList")).addNew(L"Output");
+        output.values = {{L"Id", id}};
+        return output;
+    }
+    static ScriptedElement& describe(ScriptedElement& output, const wchar_t* name) {
+        auto& own = output.addNew(L"OutputChannel");
+        own.values = {{L"Name", name}, {L"Unit", L"A"}, {L"Color", L"5"}};
+        return own;
+    }
+
+    ScriptedDocument& document = host.makeDocument(L"Setup", false);
+};
+
+TEST_F(OutputSetupTest, SavedSetupComesBackAndIsSavedAlike) {
+    create();
+    create({7, Kind::Synchronous})->setDefaultName("Bus \xC3\xA4");
+    mounted(1).unit = L"V";
+    const std::string text = saved();
+    EXPECT_EQ(text,
+              "Setup\n  OutputList Version=\"1\" ColorCounter=\"2\"\n"
+              "    Output Id=\"0\" IsAutomaticColor=\"False\"\n"
+              "      OutputChannel Name=\"Channel\" Unit=\"\" Color=\"65280\"\n"
+              "        Index \"8:0;0\"\n"
+              "    Output Id=\"1\" IsAutomaticUnit=\"False\" IsAutomaticColor=\"False\"\n"
+              "      OutputChannel Name=\"Bus \xC3\xA4\" Unit=\"V\" Color=\"16776960\"\n"
+              "        Index \"8:0;1\"\n");
+    factory.clear();
+    load();
+    EXPECT_EQ(factory.getOrCreateChannel(0, canType, nullptr)->getChannelType(), canType);
+    factory.getOrCreateChannel(1, {7, Kind::Synchronous}, nullptr);
+    EXPECT_EQ(saved(), text);
+    factory.endLoadSetup();
+    EXPECT_EQ(create()->getColor(), 0x0000FFU) << "the colour counter was lost";
+}
+
+TEST_F(OutputSetupTest, OddChildrenAreSkippedAndWhatNobodyFetchesVanishes) {
+    create();
+    const auto kept = create();
+    for (const wchar_t* id : {L"8", L"1", L" 7x", L"6", L"6", L"", L"x", L"-1", L"4294967296"}) {
+        addOutput(id);
+    }
+    auto& list = *document.root->find(L"OutputList");
+    list.children.front()->name = L"Input";
+    list.values = {{L"ColorCounter", L"64"}};
+    Channel fetched;
+    const std::string calls = host.callsOf([&] {
+        load();
+        EXPECT_EQ(host.groupOfPlugins.mounted.size(), 4U);
+        fetched = factory.getOrCreateChannel(7, canType, nullptr);
+        factory.endLoadSetup();
+    });
+    EXPECT_THAT(calls, HasSubstr("setDataType(7), Channel.setAsync(true), "));
+    EXPECT_THAT(calls, Not(HasSubstr("notifyChannelsChanged")));
+    EXPECT_THAT(calls, Not(HasSubstr("allocateBuffers")));
+    ASSERT_EQ(host.groupOfPlugins.mounted.size(), 2U);
+    EXPECT_EQ(kept->getChannelIdText() + ' ' + fetched->getChannelIdText(), "8:0;1 8:0;7");
+    EXPECT_EQ(create()->getColor(), 0x00FF00U);
+    list.values = {{L"ColorCounter", L"x"}};
+    EXPECT_THROW(load(), Kestrova::Utils::Serialization::XmlException);
+}
+
+TEST_F(OutputSetupTest, LoadOutOfItsOrderIsRefusedAndTold) {
+    EXPECT_THROW(factory.endLoadSetup(), std::runtime_error);
+    EXPECT_THROW(factory.loadSetup(nodeOver(document)), std::runtime_error);
+    load();  // with no list in the setup
+    EXPECT_THROW(factory.beginLoadSetup(), std::runtime_error);
+    EXPECT_EQ(host.app.errors.size(), 3U);
+}
+
+TEST_F(OutputSetupTest, FixedChannelsAreFoundByTheIndicesInTheSetup) {
+    host.data.channelSetFixed = hostTrue;
+    host.data.otherChannels = {&host.makeChannel({4, 1}), &host.makeChannel({4, 2})};
+    describe(addOutput(L"0"), L"text").addNew(L"Index", L"4:1");
+    describe(addOutput(L"1"), L"value").values.emplace_back(L"Index", L"4:2");
+    describe(addOutput(L"2"), L"none").addNew(L"Index");
+    addOutput(L"3");
+    load();
+    const auto& found = host.data.otherChannels;
+    EXPECT_EQ(found[0]->name + found[1]->name, L"textvalue");
+    EXPECT_EQ(mounted(0).name + mounted(1).name, L"noneChannel") << "not mounted";
+}
+
+TEST_F(OutputSetupTest, SettingsOfAnotherChannelAreTakenOver) {
+    const auto channel = create();
+    const auto& place = describe(*document.root, L"other").addNew(L"Index", L"8:0;99");
+    std::shared_ptr<Node> node = nodeOver(document);
+    EXPECT_THAT(host.callsOf([&] { channel->applySetup(node); }),
+                EndsWith("allocateBuffers(true), App.getData, Data.notifyChannelsChanged"));
+    EXPECT_EQ(place.text, L"8:0;0") << "the host would look for the other channel";
+    EXPECT_TRUE(channel->isAutomaticName() && channel->isAutomaticUnit() &&
+                channel->isAutomaticColor());
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <cmath>
+#include <complex>
 #include <cstring>
 
 #include "bridge/output/channel_id_text.h"
@@ -20,9 +22,6 @@ TEST(ChannelIdTextTest, IndicesComeBackFromTheirText) {
          {std::vector<std::int32_t>{-1}, {8, 0}, {2147483647, -2147483647 - 1, 0}}) {
         EXPECT_EQ(ChannelIdText::parse(ChannelIdText::format(indices)), indices);
     }
-}
-
-TEST(ChannelIdTextTest, OddTextGivesTheIndicesThatAreThereOrNone) {
     EXPECT_THAT(ChannelIdText::parse("1;2;3"), ElementsAre(1, 2, 3));
     EXPECT_THAT(ChannelIdText::parse("1:;2;;-3;"), ElementsAre(1, 2, -3));
     EXPECT_THAT(ChannelIdText::parse(":1;2"), ElementsAre(1, 2));
@@ -39,19 +38,21 @@ double valueOf(std::int32_t type, T value, std::uint64_t size = sizeof(T)) {
 }
 
 TEST(SampleValueTest, EachTypeIsReadInItsWidthAndSign) {
-    EXPECT_EQ(valueOf<std::uint8_t>(0, 200), 200.0);
-    EXPECT_EQ(valueOf<std::int8_t>(1, -56), -56.0);
-    EXPECT_EQ(valueOf<std::int16_t>(2, -2), -2.0);
-    EXPECT_EQ(valueOf<std::uint16_t>(3, 65534), 65534.0);
-    EXPECT_EQ(valueOf<std::int32_t>(4, -3), -3.0);
-    EXPECT_EQ(valueOf<float>(5, 0.5F), 0.5);
-    EXPECT_EQ(valueOf<std::int64_t>(6, -4000000000), -4e9);
-    EXPECT_EQ(valueOf<double>(7, 0.1), 0.1);
-    EXPECT_EQ(valueOf<std::uint32_t>(8, 4000000000), 4e9);
-    EXPECT_EQ(valueOf<double>(7, 1.0, 7), 0.0) << "too short";
+    EXPECT_THAT(
+        (std::vector{valueOf<std::uint8_t>(0, 200), valueOf<std::int8_t>(1, -56),
+                     valueOf<std::int16_t>(2, -2), valueOf<std::uint16_t>(3, 65534),
+                     valueOf<std::int32_t>(4, -3), valueOf<float>(5, 0.5F),
+                     valueOf<std::int64_t>(6, -4000000000), valueOf<double>(7, 0.1),
+                     valueOf<std::uint32_t>(8, 4000000000), valueOf<double>(7, 1.0, 7)}),
+        ElementsAre(200.0, -56.0, -2.0, 65534.0, -3.0, 0.5, -4e9, 0.1, 4e9, 0.0 /* too short */));
     for (const std::int32_t record : {-1, 11, 12, 14, 100}) {
         EXPECT_EQ(valueOf<double>(record, 1.0), 0.0) << record;
     }
+    using Complex = std::complex<float>;
+    EXPECT_EQ(valueOf<Complex>(9, {3.0F, -4.0F}), 5.0);
+    EXPECT_EQ(valueOf<Complex>(9, {1.0F, 1.0F}), double{std::sqrt(2.0F)}) << "not in its precision";
+    EXPECT_DOUBLE_EQ(valueOf<std::complex<double>>(10, {3e200, 4e200}), 5e200);
+    EXPECT_EQ(valueOf<std::complex<double>>(10, {NAN, -INFINITY}), INFINITY);
 }
 
 }  // namespace
