@@ -80,9 +80,11 @@ class Interfaces(Case):
 
     def test_what_the_clocks_discard_is_counted_to_the_message(self):
         station = lab.Station(FRONT)
-        # Two modules of one CM ID, of which one is a minute behind, and one that jumps.
-        rival = lab.start_simulator(["CAN combo:5,offset=-60"], "--rate", 100, "--duration", 3)
-        sent = [lab.simulate(["CAN combo:5,jump=5@1"], "--rate", RATE, "--duration", 2), lab.finish_simulator(rival)]
+        # Modules of one CM ID, more than a clock can tell apart.
+        rivals = [lab.start_simulator([f"CAN combo:5,offset={offset}"], "--rate", 100, "--duration", 3)
+                  for offset in (-60, 900, 3600)]
+        sent = [lab.simulate(["CAN combo:5,jump=5@1"], "--rate", RATE, "--duration", 2),
+                *map(lab.finish_simulator, rivals)]
         time.sleep(1)
         report, errors = station.stop(code=1)
         counts = [traffic.sent_counts(one) for one in sent]
@@ -93,7 +95,7 @@ class Interfaces(Case):
             self.assertIn(f'channel "{channel["name"]}" lost', errors)
             self.assertEqual(channel["frames"], channel["delivered"])
             self.assertEqual(channel["delivered"] + lost + channel["beforeStart"] + channel["afterEnd"],
-                             counts[0][key] + counts[1][key])
+                             sum(count[key] for count in counts))
         self.assertGreater(report["modules"][0]["clock"]["jumps"], 0)
 
     def test_leader_that_begins_late_starts_the_measurement_late(self):

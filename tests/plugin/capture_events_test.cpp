@@ -71,6 +71,7 @@ TEST_F(CaptureEventsTest, TwoHundredMeasurementsLeaveThreadsAndMemoryLevel) {
             ASSERT_EQ(event(130), "0");
             firstChannel().writePosition = 0;
             host.script.forget();
+            port.calls.clear();
         }
     };
     const auto threads = [] {

@@ -55,7 +55,10 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     summary.channels[1].counts->noOutput = 4;
     summary.channels[1].overwritten = 5;
     const auto lines = toTable(summary);
-    EXPECT_THAT(lines, Contains(HasSubstr("soft sync +12.3 ppm, residual 5.0 us, 2 jumps")));
+    EXPECT_THAT(
+        lines,
+        Contains(HasSubstr(
+            "soft sync +12.3 ppm, residual 5.0 us, offset 0.000000 s, age 0.25 s, 2 jumps")));
     EXPECT_THAT(lines, Contains(HasSubstr("LOST 14"))) << "though no frame came";
     EXPECT_THAT(toProgressLine(summary), HasSubstr("14 LOST"));
     const auto json = nlohmann::json::parse(toJson(summary));
