@@ -142,8 +142,14 @@ class FakeClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock
     std::string deviceName;
     /// Called once, before the next answer; may be empty.
     std::function<void()> onGetTime;
+    /// Gives the answers in place of the script; may be empty.
+    std::function<Result(GNSSTime)> answers;
+    std::shared_ptr<GNSSClock> real;  ///< gets the times too; may be null
 
     void SetTime(const GNSSTime deviceTime) override {
+        if (real) {
+            real->SetTime(deviceTime);
+        }
         const std::lock_guard guard(lock);
         lastSet = deviceTime;
     }
@@ -156,6 +162,9 @@ class FakeClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock
             action();
         }
         lastAsked = deviceTime;
+        if (answers) {
+            return answers(deviceTime);
+        }
         if (script.empty()) {
             return {Status::Valid, deviceTime - GNSSTime()};
         }
@@ -178,6 +187,7 @@ class FakeSyncManager final : public Kestrova::Utils::Kcom::Synchronization::GNS
 
     std::vector<std::shared_ptr<FakeClock>> clocks;  ///< by id; null when removed
     std::atomic<int> foreignCalls = 0;  ///< made on another thread than that of the construction
+    std::function<void(FakeClock&)> onCreate;  ///< may be empty
 
     std::shared_ptr<GNSSClock> CreateClock() override {
         noteThread();
@@ -186,6 +196,9 @@ class FakeSyncManager final : public Kestrova::Utils::Kcom::Synchronization::GNS
             place = clocks.insert(place, nullptr);
         }
         *place = std::make_shared<FakeClock>();
+        if (onCreate) {
+            onCreate(**place);
+        }
         return *place;
     }
     std::shared_ptr<GNSSClock> GetClock(std::uint32_t id) override {
