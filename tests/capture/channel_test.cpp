@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <malloc.h>
 
 #include "capture/cmp_channel_canfd.h"
 #include "capture/cmp_channel_lin.h"
@@ -8,12 +9,14 @@
 
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using wire::Bytes;
 constexpr auto Valid = FakeClock::Status::Valid;
 constexpr auto Wait = FakeClock::Status::Wait;
 constexpr auto Discard = FakeClock::Status::Discard;
+using Reason = Kestrova::Utils::Kcom::Synchronization::GNSSTimeReason;
 
 class ChannelTest : public ::testing::Test {
   protected:
@@ -121,7 +124,8 @@ TEST_F(ChannelTest, SampleThatMustWaitHoldsUpThoseBehindIt) {
 TEST_F(ChannelTest, HostTimeNeverGoesBackWithinAChannel) {
     queue({1, 2, 3});
     flush(canBus, {{Valid, 5.0}, {Valid, 4.9}});
-    canBus.reset();  // drops the third, but not the time
+    queue({9});
+    canBus.reset();  // drops what waits and what was handed over, but not the time
     queue({4, 5});
     flush(canBus, {{Valid, 1.0}});
     canBus.resetLastTime();
@@ -133,25 +137,81 @@ TEST_F(ChannelTest, HostTimeNeverGoesBackWithinAChannel) {
 TEST_F(ChannelTest, FailedWriteNeitherLosesNorRepeatsASample) {
     queue({1, 2, 3, 4});
     outputOf(canBus).failAt = 2;
-    EXPECT_THROW(flush(canBus, {{Valid, 1.0}, {Valid, 2.0}, {Valid, 3.0}}), std::runtime_error);
+    EXPECT_THROW(flush(canBus, {{Valid, 1.0}, {Valid, 2.0}, {Valid, 9.0}}), std::runtime_error);
     flush(canBus, {{Valid, 3.0}, {Valid, 4.0}});
     EXPECT_THAT(written(), ElementsAre("1@10", "2@20", "3@30", "4@40"));
 }
 
-TEST_F(ChannelTest, LongQueueKeepsItsOrderWhereItShrinks) {
-    for (const std::uint32_t count : {40000U, 3U, 40000U}) {
-        for (std::uint32_t i = 0; i < count; ++i) {
-            give(canBus, wire::can(i, wire::counting(i % 65)));
+/// Also where there is always one that waits.
+TEST_F(ChannelTest, LongQueueKeepsItsOrderAndGivesItsMemoryBack) {
+    const auto memory = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+    const std::size_t before = memory();
+    std::uint32_t given = 0;
+    std::uint32_t taken = 0;
+    std::uint32_t waiting = 0;
+    clock->answers = [&](GNSSTime) {
+        return FakeClock::Result{taken + waiting < given ? Valid : Wait, taken++ / 1e9};
+    };
+    for (const std::uint32_t count : {40000U, 3U, 40000U, 1U, 80000U, 1U, 1U}) {
+        for (std::uint32_t i = 0; i < count; ++i, ++given) {
+            give(canBus, wire::can(given, wire::counting(given % 65)));
         }
+        const std::uint32_t first = taken;
+        waiting = given > 80000 ? 1 : 0;
         canBus.takeOver();
         canBus.flush(clock);
+        taken = given - waiting;
         const auto samples = std::exchange(outputOf(canBus).samples, {});
-        ASSERT_EQ(samples.size(), count);
-        for (std::uint32_t i = 0; i < count; ++i) {
-            ASSERT_EQ(std::memcmp(samples[i].bytes.data(), &i, 4), 0) << i;
-            ASSERT_TRUE(CaptureBench::isWholeRecord(samples[i])) << i;
+        ASSERT_EQ(samples.size(), taken - first);
+        for (std::uint32_t i = 0; i < samples.size(); ++i) {
+            const std::uint32_t number = first + i;
+            ASSERT_EQ(std::memcmp(samples[i].bytes.data(), &number, 4), 0) << number;
+            ASSERT_TRUE(CaptureBench::isWholeRecord(samples[i])) << number;
+        }
+        if (count < 4) {  // a bounded part is kept
+            EXPECT_LT(memory(), before + (3U << 20));
         }
     }
+}
+
+TEST_F(ChannelTest, EachFateHasItsCount) {
+    const auto counts = [this] {
+        const ChannelCounts c = canBus.getCounts();
+        return std::vector<std::uint64_t>{c.unusable,   c.queued,  c.delivered, c.beforeStart,
+                                          c.afterEnd,   c.tooOld,  c.tooNew,    c.notPlaced,
+                                          c.leftQueued, c.noOutput};
+    };
+    give(canBus, Bytes(4));
+    queue({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11});
+    flush(canBus, {{Valid, 1.0},
+                   {Valid, 1.0},
+                   {Discard, 0.0, Reason::BeforeStart},
+                   {Discard, 0.0, Reason::TooOld},
+                   {Discard, 0.0, Reason::TooNew},
+                   {Discard, 0.0, Reason::NotPlaced}});
+    canBus.releaseOutput();
+    flush(canBus, {{Valid, 1.0}});
+    EXPECT_THAT(counts(), ElementsAre(1, 11, 2, 1, 0, 1, 1, 1, 0, 1));
+    queue({12});  // handed over, but not taken over
+    clock->script = {{Wait, 0.0, Reason::AheadOfPosition},
+                     {Wait, 0.0, Reason::NotBegun},
+                     {Discard, 0.0, Reason::TooOld},
+                     {Valid, 0.0},
+                     {Valid, 0.0}};
+    canBus.endCounting(clock);
+    EXPECT_THAT(counts(), ElementsAre(1, 12, 2, 1, 1, 2, 1, 2, 2, 1));
+    canBus.beginCounting();
+    EXPECT_THAT(counts(), Each(0));
+}
+
+TEST_F(ChannelTest, OutputsAreDescribedAndNotUsedYet) {
+    const auto describe = [](CmpChannel& channel) {
+        const FakeOutput& output = outputOf(channel);
+        return output.name + ' ' + output.description + (output.used ? " used" : "") + ' ' +
+               std::to_string(channel.outputType().dataType);
+    };
+    EXPECT_EQ(describe(canBus), "CANFD channel 10000 14");
+    EXPECT_EQ(describe(linBus), "LIN channel 100/11 12");
 }
 
 TEST_F(ChannelTest, LastValueIsTheSampleLookedAtLastByAFlushThatWrote) {

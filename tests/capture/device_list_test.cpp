@@ -39,14 +39,14 @@ TEST_F(DeviceListTest, KeyOfARemovedDeviceStaysTakenOnlyWhileFrozen) {
     devices.add();
     EXPECT_THAT(devices.keys(), ElementsAre(0, 2, 3, 1)) << "the smallest free key";
     EXPECT_THAT(cmIds(), ElementsAre(0x41, 7, 5, 0x40));
-    devices.beginFreeze();
+    reader.startSetupRead();
     devices.remove(1);
     devices.add();
     EXPECT_THAT(devices.keys(), ElementsAre(0, 3, 1, 4));
     devices.remove(3);
     devices.add();
     EXPECT_THAT(devices.keys(), ElementsAre(0, 3, 1, 5));
-    devices.endFreeze();
+    reader.stopFreeze();
     devices.add();
     EXPECT_THAT(devices.keys(), ElementsAre(0, 3, 1, 5, 2));
 }
@@ -57,8 +57,9 @@ TEST_F(DeviceListTest, FirstInTheListGetsTheMessagesOfACmId) {
     const CmpDevice& second = add(DeviceTypeInfo::canComboId, 1);
     read({frame});
     for (const std::int32_t position : {4, 3, 2, 1}) {
-        devices.moveUp(position);
+        EXPECT_TRUE(devices.moveUp(position));
     }
+    EXPECT_FALSE(devices.moveUp(0) || devices.moveUp(5) || devices.moveDown(4));
     read({frame, frame});
     reader.flushAll();
     EXPECT_EQ(samplesOf(first, 0x10).size(), 1U);
@@ -83,6 +84,9 @@ TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
     EXPECT_EQ(toText(*savedChannels(other.reader)), toText(*channels));
     EXPECT_EQ(other.manager.liveClocks(), 4);
     EXPECT_EQ(clockOf(*other.devices.list()[0]).deviceName, "front");
+    other.reader.releaseOutputs();
+    other.reader.loadChannels(*document());
+    EXPECT_NE(other.devices.list()[0]->findChannel(0x10)->getOutput(), nullptr) << "no channels";
 }
 
 TEST_F(DeviceListTest, ValuesThatCannotBeReadLeaveTheDefaults) {
@@ -117,6 +121,38 @@ TEST_F(DeviceListTest, WhatIsRemovedDuringAFlushLivesUntilItsEnd) {
     reader.flushAll();
     EXPECT_EQ(factory.channels[1]->samples.size(), 1U);
     EXPECT_EQ(manager.liveClocks(), 0);
+}
+
+TEST_F(DeviceListTest, HostMayCallBackWhileItTakesASample) {
+    const struct {
+        std::function<void(CmpPacketReader&)> action;
+        std::vector<int> written;
+        double lastTime;
+    } cases[] = {
+        {[](auto& its) { its.prepareRead(true); }, {1}, 9.0},
+        {[](auto& its) { its.prepareRead(false); }, {1}, 9.0},
+        {[](auto& its) { its.releaseOutputs(); }, {1, 2}, 9.0},
+        {[](auto& its) { its.flushAll(); }, {1, 2}, 9.0},
+        {[](auto& its) { its.getDevices().resetLastTimes(); }, {1, 2}, 3.0},
+    };
+    for (const auto& row : cases) {
+        CaptureBench bench;
+        const CmpDevice& device = bench.add(DeviceTypeInfo::canComboId, 1);
+        const auto channel = device.findChannel(0x10);
+        const auto output = std::static_pointer_cast<FakeOutput>(channel->getOutput());
+        output->onAdd = [&] { row.action(bench.reader); };
+        clockOf(device).script = {{FakeClock::Status::Valid, 9.0}, {FakeClock::Status::Valid, 3.0}};
+        bench.read(
+            {wire::tecmpData(0x41, {{0x10, 0, wire::can(1, {})}, {0x10, 0, wire::can(2, {})}})});
+        bench.reader.flushAll();
+        bench.reader.flushAll();
+        std::vector<int> written;
+        for (const auto& sample : output->samples) {
+            written.push_back(sample.bytes[0]);
+        }
+        EXPECT_EQ(written, row.written);
+        EXPECT_EQ(channel->getLastTime(), row.lastTime);
+    }
 }
 
 }  // namespace

@@ -88,7 +88,11 @@ TEST_F(DispatchTest, DataHaveNoEffectInIdleRead) {
 TEST_F(DispatchTest, AsamDataTakeTheShapeOfACanMessage) {
     read({wire::asam(0x41, 1, 1, {0x10, 1, wire::asamCan(0x80000123, {1, 2, 3})}),
           wire::asam(0x32, 1, 5, {0x10, 1, wire::asamCan(0x07000000, Bytes(5, 9))}),
-          wire::tecmpData(0x41, {{0x10, 1, can(5, {})}})});
+          wire::tecmpData(0x41, {{0x10, 1, can(5, {})}}),
+          // Data without a byte, and data that isn't said to be some but for the frame before.
+          wire::asam(0x41, 1, 1, {0x10, 5000000000, wire::asamCan(1, {})}),
+          wire::asam(0x41, 2, 1, {0x10, 5000000000, wire::asamCan(1, {1})})});
+    EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{0, 1}));
     EXPECT_THAT(records(canCombo, 0x10), ElementsAre(Bytes{0x23, 1, 0, 0, 1, 0, 0, 3, 1, 2, 3, 0},
                                                      Bytes{5, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}))
         << "the TECMP frame behind it is taken as it is";
@@ -103,6 +107,20 @@ TEST_F(DispatchTest, StatusIsMatchedOnItsPayloadInTecmpAndOnTheHeaderInAsam) {
     EXPECT_EQ(canCombo.getSerialNumberText(), "SN-1");
     read({statusOf(0x41, 1000000000, 5)});
     EXPECT_EQ(canCombo.getSerialNumberText(), "5") << "the CM ID was kept, the text is gone";
+    read({statusOf(0x32, 1000000000, 6),
+          wire::asam(0x41, 2, 1, {0, 1000000000, wire::asamStatus("", "SN-2")})});
+    EXPECT_EQ(canCombo.getSerialNumberText(), "SN-2") << "a type that isn't known is that before";
+}
+
+TEST_F(DispatchTest, BusStatusIsMatchedRecordByRecordAndNotTakenFromAsam) {
+    const Bytes payload = wire::busStatus(0x41, {{0x10, 7}, {0x99, 8}, {0x20, 9}});
+    read({wire::asam(0x41, 3, 2, {0, 1, wire::busStatus(0x41, {{0x30, 5}})}),
+          wire::tecmp(0x32, 2, {{0, 1, payload}})});
+    std::vector<std::uint32_t> messages;
+    for (const auto& channel : *canCombo.getChannels()) {
+        messages.push_back(channel->getBusStatus().messageCount);
+    }
+    EXPECT_THAT(messages, ElementsAre(7, 9, 0, 0, 0, 0, 0));
 }
 
 TEST_F(DispatchTest, ClocksLearnTheTimeAtTheEndOfThePassAndAtEachFlush) {
@@ -113,6 +131,15 @@ TEST_F(DispatchTest, ClocksLearnTheTimeAtTheEndOfThePassAndAtEachFlush) {
     reader.flushAll();
     EXPECT_EQ(clockOf(canCombo).getLastSet(), GNSSTime(0, 1.75));
     EXPECT_EQ(clockOf(canCombo).lastAsked, GNSSTime(0, 0.25)) << "the sample's own time";
+    EXPECT_EQ(clockOf(linCombo).getLastSet(), GNSSTime()) << "never heard";
+    reader.prepareRead(true);
+    EXPECT_EQ(canCombo.findChannel(0x10)->getLastValueText(), "");
+    counter.count = 7000;
+    reader.readPass();
+    reader.flushAll();
+    EXPECT_EQ(clockOf(canCombo).getLastSet(), GNSSTime(0, 1.75)) << "not heard since the start";
+    read({statusOf(0x41, 315964800'500000000)});
+    EXPECT_EQ(clockOf(canCombo).getLastSet(), GNSSTime(0, 0.5));
 }
 
 TEST_F(DispatchTest, EachFrameIsStampedWhenItComesInAlsoInALongPass) {

@@ -78,6 +78,25 @@ TEST_F(PacketReaderTest, StopAbandonsTheRestOfTheFrame) {
     EXPECT_THAT(arrived(), ElementsAre());
 }
 
+TEST_F(PacketReaderTest, DroppedFramesCountFromTheStartOfDataRead) {
+    std::atomic<bool> hasRead = false;
+    port.interfaces[0].dropped = 5;
+    port.onRead = [&] {
+        port.interfaces[0].dropped = 12;
+        hasRead = true;
+    };
+    reader.startRead();
+    while (!hasRead) {
+        std::this_thread::yield();
+    }
+    reader.Stop();
+    EXPECT_EQ(reader.getDroppedFrames(), 7U);
+    reader.prepareRead(false);
+    EXPECT_EQ(reader.getDroppedFrames(), 7U);
+    reader.prepareRead(true);
+    EXPECT_EQ(reader.getDroppedFrames(), 0U);
+}
+
 TEST_F(PacketReaderTest, InterfaceThatCannotBeOpenedIsPassedOver) {
     port.add("good", {frame(1)});
     port.interfaces[0].openFails = true;

@@ -38,6 +38,7 @@ struct ScriptedInterface {
     std::function<ScriptedRead()> endless;
     bool openFails = false;
     bool netFails = false;
+    std::uint64_t dropped = 0;
 };
 
 class ScriptedPort final : public CapturePort {
@@ -49,7 +50,7 @@ class ScriptedPort final : public CapturePort {
     std::function<void()> onRead;
 
     void add(const std::string& name, std::initializer_list<std::vector<std::uint8_t>> frames) {
-        interfaces.push_back({name, {}, nullptr, false, false});
+        interfaces.emplace_back().name = name;
         for (const auto& frame : frames) {
             interfaces.back().reads.push_back({CaptureHandle::gotFrame, frame});
         }
@@ -96,6 +97,7 @@ class ScriptedPort final : public CapturePort {
             ++port.openHandles;
         }
         ~Handle() override { --port.openHandles; }
+        std::uint64_t getDropped() override { return port.interfaces[position].dropped; }
 
         std::int32_t next(CapturedFrame& frame) override {
             if (port.onRead) {
@@ -247,12 +249,18 @@ class FakeOutput final : public Kestrova::Utils::Kcom::OutputChannel::PlainOutpu
     bool used = true;
     std::vector<Sample> samples;
     std::size_t failAt = SIZE_MAX;  ///< with so many samples there, the next addition fails once
+    std::function<void()> onAdd;    ///< called once, when the next sample is added; may be empty
+    std::string description;        ///< rate and attribute, as they were set
 
     std::uint32_t getIndex() const override { return index; }
     void setName(const std::string& newName) override { name = newName; }
     std::string getName() const override { return name; }
     void setUsed(bool newUsed) override { used = newUsed; }
     bool isUsed() const override { return used; }
+    void setExpectedRate(float rate) override { description += std::to_string(std::lround(rate)); }
+    void setIntAttributeA(std::int32_t value) override {
+        description += '/' + std::to_string(value);
+    }
     void addAsynchronousSample(const void* data, std::uint64_t size, double time) override {
         add(false, data, size, time);
     }
@@ -265,6 +273,9 @@ class FakeOutput final : public Kestrova::Utils::Kcom::OutputChannel::PlainOutpu
         if (samples.size() == failAt) {
             failAt = SIZE_MAX;
             throw std::runtime_error("host call failed");
+        }
+        if (const auto action = std::exchange(onAdd, nullptr)) {
+            action();
         }
         const auto* bytes = static_cast<const std::uint8_t*>(data);
         samples.push_back({variant, {bytes, bytes + size}, time});
