@@ -1,12 +1,16 @@
 #pragma once
 
 #include <initializer_list>
+#include <memory>
+#include <utility>
+#include <vector>
 
 #include "bridge/output/add_data.h"
 #include "bridge/output/host_reads.h"
 #include "bridge/output/output_channel.h"
 #include "bridge/output/properties_impl.h"
 #include "bridge/output/value_label_list.h"
+#include "core/finally.h"
 
 namespace Kestrova::Utils::Kcom::OutputChannel {
 
@@ -21,8 +25,7 @@ class OutputFactoryImpl;
 /// final values come after that. Without a host channel, what needs one is
 /// `HostCode::invalidPointer`. An operation that fails in the middle is not rolled back.
 ///
-/// Called on the host's thread. No lock: adding samples and selecting a strategy must be kept
-/// apart.
+/// Called on the host's thread, without a lock.
 class OutputChannelImpl final : public OutputChannel {
   public:
     /// The factory isn't owned.
@@ -164,22 +167,22 @@ class OutputChannelImpl final : public OutputChannel {
 
     double getLastValue() const override { return strategy().getLastValue(); }
     void setValueRaw(const void* data, std::uint64_t size) override {
-        strategy().setValueRaw(data, size);
+        write(&IAddData::setValueRaw, data, size);
     }
     void setValueRawClamped(const void* data, std::uint64_t size) override {
-        strategy().setValueRawClamped(data, size);
+        write(&IAddData::setValueRawClamped, data, size);
     }
     void addSynchronousSample(const void* data, std::uint64_t size) override {
-        strategy().addSynchronousSample(data, size);
+        write(&IAddData::addSynchronousSample, data, size);
     }
     void addAsynchronousBlockSample(const void* data, std::uint64_t size, double time) override {
-        strategy().addAsynchronousBlockSample(data, size, time);
+        write(&IAddData::addAsynchronousBlockSample, data, size, time);
     }
     void addAsynchronousSample(const void* data, std::uint64_t size, double time) override {
-        strategy().addAsynchronousSample(data, size, time);
+        write(&IAddData::addAsynchronousSample, data, size, time);
     }
     void addVariantSample(const void* data, std::uint64_t size, double time) override {
-        strategy().addVariantSample(data, size, time);
+        write(&IAddData::addVariantSample, data, size, time);
     }
     double samplesToSeconds(std::int64_t count) const override {
         return Kcom::samplesToSeconds(app, count);
@@ -198,7 +201,13 @@ class OutputChannelImpl final : public OutputChannel {
     /// host's buffer size or rate divider is 0.
     void alignWritePosition(std::int64_t absolute);
     /// Chooses the strategy for the host's present mode; the live value starts at 0.0.
-    void selectAddData() { addData = Kcom::OutputChannel::selectAddData(hostChannel, app); }
+    void selectAddData() {
+        auto other = Kcom::OutputChannel::selectAddData(hostChannel, app);
+        std::swap(addData, other);
+        if (writesUnderWay != 0) {
+            replaced.push_back(std::move(other));
+        }
+    }
     /// In mode 1 a change that touches the host's buffers releases them before and allocates them
     /// after it.
     void setRemountMode(std::int32_t mode) { remountMode = mode; }
@@ -238,6 +247,19 @@ class OutputChannelImpl final : public OutputChannel {
         return *addData;
     }
 
+    /// The strategy lives until the write is over: the host may call back while it takes a sample,
+    /// and have another one chosen.
+    template <typename... Types, typename... Values>
+    void write(void (IAddData::*operation)(Types...), Values... values) {
+        IAddData& chosen = strategy();
+        ++writesUnderWay;
+        const Finally over([this] {
+            if (--writesUnderWay == 0) {
+                replaced.clear();
+            }
+        });
+        (chosen.*operation)(values...);
+    }
     template <typename Change>
     void changeBuffers(const Change& change);
     void makeArray(std::initializer_list<const AxisProperties*> axes, bool flag);
@@ -248,6 +270,8 @@ class OutputChannelImpl final : public OutputChannel {
     OutputFactoryImpl& factory;
     CountedRef<HostApp> app;
     std::unique_ptr<IAddData> addData;
+    std::uint32_t writesUnderWay = 0;
+    std::vector<std::unique_ptr<IAddData>> replaced;  ///< since the outermost write began
     std::string defaultName = "Channel";
     std::string defaultUnit;
     std::uint32_t defaultColor = 0x00FFFF;
