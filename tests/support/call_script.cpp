@@ -50,8 +50,14 @@ void CallScript::nullOperation(const std::string& operation) {
     faultsByName[operation] = {HostCode::success, true};
 }
 
+void CallScript::before(const std::string& operation, std::function<void()> action) {
+    const LockGuard guard(lock);
+    actions[operation] = std::move(action);
+}
+
 void CallScript::heal() {
     const LockGuard guard(lock);
+    actions.clear();
     faultsByNumber.clear();
     faultsByName.clear();
 }
@@ -77,6 +83,15 @@ std::vector<std::string> CallScript::referenceFaults() const {
 
 CallScript::Verdict CallScript::enter(const std::string& operation, const std::string& arguments,
                                       bool handsObject) {
+    std::function<void()> action;
+    {
+        const LockGuard guard(lock);
+        const auto found = actions.find(operation);
+        action = found == actions.end() ? nullptr : found->second;
+    }
+    if (action) {
+        action();
+    }
     const LockGuard guard(lock);
     listed.push_back({operation, arguments});
     ++number;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -49,6 +50,8 @@ class CallScript {
     /// fault is met, where the operation doesn't hand over an object.
     void nullCall(std::size_t number);
     void nullOperation(const std::string& operation);
+    /// Every call of the operation will begin with this, on its thread, until `heal`.
+    void before(const std::string& operation, std::function<void()> action);
     /// Takes back what was ordered.
     void heal();
     /// How many calls met with a fault since the script was made.
@@ -91,6 +94,7 @@ class CallScript {
     std::size_t number CMP_GUARDED_BY(lock) = 0;  // of the last call
     std::map<std::size_t, Verdict> faultsByNumber CMP_GUARDED_BY(lock);
     std::map<std::string, Verdict> faultsByName CMP_GUARDED_BY(lock);
+    std::map<std::string, std::function<void()>> actions CMP_GUARDED_BY(lock);
     std::size_t faults CMP_GUARDED_BY(lock) = 0;
     std::vector<ScriptedObject*> objects CMP_GUARDED_BY(lock);
     std::deque<std::unique_ptr<ScriptedObject>> owned;

@@ -1,0 +1,163 @@
+#include "tests/plugin/plugin_bench.h"
+
+namespace {
+
+/// What becomes of each message, and what the host may learn of it.
+class StatisticsTest : public PluginTest {
+  protected:
+    void hear(std::initializer_list<double> seconds) {
+        for (const double time : seconds) {
+            feed.push(canFrame(time));
+        }
+        EXPECT_TRUE(feed.drain());
+    }
+    ClockStatistics clock(std::size_t module) const {
+        ClockStatistics all[2];
+        std::uint32_t count = 2;
+        EXPECT_EQ(statistics()->getClocks(all, &count), 0);
+        EXPECT_EQ(count, 2U);
+        return all[module];
+    }
+    /// A call in which the host's clock has moved on to `seconds`.
+    std::string callAt(double seconds) {
+        host.clock.seconds = seconds;
+        host.data.position = static_cast<std::int32_t>(seconds * 1000);
+        return event(117);
+    }
+};
+
+TEST_F(StatisticsTest, EachMessageIsInOneCountAndTheSumIsRightAtTheEnd) {
+    equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId});
+    EXPECT_EQ(startMeasurement(), "0");
+    feed.push(wire::tecmpData(0x41, {{0x10, 1, {1, 2, 3}}}));
+    hear({-1.0, 0.5, 50.0, 5.0});
+    EXPECT_EQ(callAt(1.0), "0");
+    EXPECT_EQ(channelCounts()[0], "0 0: 1 4 1 1 0 0 1 0 0 0") << "5.0 waits";
+    EXPECT_EQ(callAt(20.0), "0");
+    EXPECT_EQ(callAt(20.0), "0");
+    hear({25.0, 19.5});
+    EXPECT_EQ(event(130), "0");
+    EXPECT_EQ(channelCounts()[0], "0 0: 1 6 1 1 1 1 1 0 1 0");
+    EXPECT_EQ(event(105), "0");
+    EXPECT_EQ(channelCounts()[0], "0 0: 0 0 0 0 0 0 0 0 0 0");
+    EXPECT_EQ(
+        settings(settingsWith({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId}), false),
+        "0");
+    EXPECT_EQ(startMeasurement(), "0");  // without channels
+    hear({0.5});
+    EXPECT_EQ(plugin->onGetData(), 0);
+    hear({0.6});
+    EXPECT_EQ(plugin->onStartAcquisition(), 0);
+    EXPECT_EQ(event(130), "0");
+    EXPECT_EQ(channelCounts()[0], "0 -1: 0 2 0 0 0 0 0 1 0 1");
+    EXPECT_EQ(channelCounts().size(), 17U);
+    EXPECT_EQ(channelCounts()[16], "1 -1: 0 0 0 0 0 0 0 0 0 0");
+
+    ChannelStatistics one[2];
+    one[1].module = 77;
+    std::uint32_t room = 1;
+    EXPECT_EQ(statistics()->getChannels(one, &room), 0);
+    EXPECT_EQ(std::pair(room, one[1].module), std::pair(17U, 77U));
+    room = 0;
+    EXPECT_EQ(statistics()->getClocks(nullptr, &room), 0);
+    EXPECT_EQ(room, 2U);
+}
+
+TEST_F(StatisticsTest, ClocksTellHowTheyFollow) {
+    equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId}, true);
+    EXPECT_EQ(clock(0).mode, ClockStatistics::ppsMaster);
+    EXPECT_EQ(clock(1).mode, ClockStatistics::ppsSlave);
+    runFree();
+    EXPECT_EQ(startMeasurement(), "0");
+    const ClockStatistics silent = clock(0);
+    EXPECT_EQ(silent.mode, ClockStatistics::softSync);
+    EXPECT_FALSE(silent.hasTime || silent.isPlaced);
+    EXPECT_EQ(silent.age, -1.0);
+    EXPECT_EQ(callAt(0.5), "0");
+    for (int second = 1; second < 9; ++second) {
+        counter.count = static_cast<std::uint64_t>(second) * 1000;
+        hear({100.0 + second * 1.001});  // fast by 1000 parts per million
+        EXPECT_EQ(callAt(second), "0");
+    }
+    counter.count += 250;
+    const ClockStatistics heard = clock(0);
+    EXPECT_TRUE(heard.hasTime && heard.isPlaced);
+    EXPECT_NEAR(heard.offset, gnss_arithmetic::weekEpochUnixSeconds + 100.0, 0.02);
+    EXPECT_NEAR(heard.ratePpm, 1000.0, 200.0);
+    EXPECT_NEAR(heard.age, 0.25, 0.01);
+    EXPECT_EQ(heard.jumps, 0U);
+    EXPECT_FALSE(clock(1).hasTime);
+
+    hear({108.259 + 0.5});  // half a second off goes through the fit
+    EXPECT_EQ(callAt(8.25), "0");
+    EXPECT_LT(clock(0).residual, -0.001) << "the device is ahead of the line";
+    hear({200.0});
+    EXPECT_EQ(callAt(8.5), "0");
+    EXPECT_EQ(clock(0).jumps, 1U);
+    EXPECT_EQ(event(105), "0");
+    EXPECT_EQ(clock(0).age, -1.0);
+}
+
+/// It is judged by a clock that has heard of it: in this call or, where it comes in during the
+/// call, in the next.
+TEST_F(StatisticsTest, ModuleThatBeginsToSpeakOrJumpsLosesNothing) {
+    equip({DeviceTypeInfo::canComboId});
+    runFree();
+    EXPECT_EQ(startMeasurement(), "0");
+    firstChannel().bufferSize = 100;
+    double time = 2.0;
+    EXPECT_EQ(callAt(time), "0");
+    for (const double device : {100.0, 105.0, 50.0, 50.1}) {
+        for (const bool duringTheCall : {false, true}) {
+            const double stamp = duringTheCall ? device + 1000 : device;
+            const std::int32_t before = firstChannel().writePosition;
+            int looks = 0;
+            host.script.before("HostMasterClock::getTimeSeconds", [&] {
+                // Behind the last look of the clock at what the module has said.
+                if (duringTheCall && ++looks == 2) {
+                    hear({stamp, stamp});
+                }
+            });
+            duringTheCall ? void() : hear({stamp, stamp});
+            EXPECT_EQ(callAt(time += 0.02), "0");
+            EXPECT_EQ(firstChannel().writePosition - before, duringTheCall ? 0 : 2) << stamp;
+            host.script.before("HostMasterClock::getTimeSeconds", nullptr);
+            EXPECT_EQ(callAt(time += 0.02), "0");
+            EXPECT_EQ(firstChannel().writePosition - before, 2) << stamp;
+        }
+    }
+}
+
+/// Whatever a host does while it takes a sample, here between two calls of one.
+TEST_F(StatisticsTest, HostMayCallBackWhileItTakesASample) {
+    equip({DeviceTypeInfo::canComboId});
+    const std::function<std::string()> actions[] = {
+        [this] { return event(105); },
+        [this] { return event(130); },
+        [this] { return event(115); },
+        [this] { return outcomeOf([this] { return plugin->onClearSetup(); }); },
+        [this] { return outcomeOf([this] { return plugin->onDisconnectChannels(); }); },
+        [this] { return outcomeOf([this] { return plugin->onGetData(); }); },
+        [this] { return outcomeOf([this] { return plugin->onStartAcquisition(); }); }};
+    for (const auto& action : actions) {
+        EXPECT_EQ(plugin->onClearSetup(), 0);
+        ScriptedChannel& channel = firstChannel();
+        channel.used = hostTrue;
+        channel.writePosition = 0;
+        EXPECT_EQ(startMeasurement(), "0");
+        hear({0.5, 0.6});
+        bool isBack = false;
+        host.script.before("HostChannel::getElementSize", [&] {
+            if (!std::exchange(isBack, true)) {
+                EXPECT_EQ(action(), "0");
+            }
+        });
+        EXPECT_THAT(callAt(1.0), testing::AnyOf("0", "call 80004003"));  // without a channel
+        EXPECT_TRUE(isBack);
+        EXPECT_LE(channel.writePosition, 2) << "nothing twice";
+        host.script.heal();
+        event(130);
+    }
+}
+
+}  // namespace
