@@ -19,6 +19,12 @@ struct CapturedFrame {
     std::uint32_t length = 0;            ///< bytes captured
     /// When the system received it: nanoseconds since 1970 on the real clock, or `notStamped`.
     std::int64_t receivedAt = notStamped;
+
+    /// Only untagged frames of EtherType 0x99FE count, though the decoder knows more.
+    bool isCaptureFrame() const {
+        constexpr std::uint32_t ethernetHeaderSize = 14;
+        return length >= ethernetHeaderSize && data[12] == 0x99 && data[13] == 0xFE;
+    }
 };
 
 /// An open interface. Read by the capture thread; closed by its destruction, on any thread.

@@ -13,12 +13,6 @@ constexpr std::int32_t snapLength = 65536;
 constexpr bool promiscuous = true;
 constexpr std::int32_t readTimeoutMs = 1;
 
-/// Only untagged frames of this EtherType are let through, though the decoder knows more.
-bool isCaptureFrame(const CapturedFrame& frame) {
-    constexpr std::uint32_t ethernetHeaderSize = 14;
-    return frame.length >= ethernetHeaderSize && frame.data[12] == 0x99 && frame.data[13] == 0xFE;
-}
-
 }  // namespace
 
 CmpPacketReader::CmpPacketReader(GNSSSyncManager* manager, OutputFactory* factory,
@@ -179,7 +173,7 @@ bool CmpPacketReader::nextFrame(CapturedFrame& frame) {
     while (interfaceIndex < interfaces.size() && !IsStopRequested()) {
         const std::int32_t result = interfaces[interfaceIndex].handle->next(frame);
         latestDirectory();
-        if (result != CaptureHandle::timeout && isCaptureFrame(frame)) {
+        if (result != CaptureHandle::timeout && frame.isCaptureFrame()) {
             return true;
         }
         handOver();

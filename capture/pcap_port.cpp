@@ -9,36 +9,68 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <future>
+#include <optional>
+#include <system_error>
 
+#include "capture/pcap_ring.h"
 #include "core/mutex.h"
 
 namespace {
 
-struct CloseHandle {
-    void operator()(pcap_t* handle) const { pcap_close(handle); }
-};
-using PcapHandle = std::unique_ptr<pcap_t, CloseHandle>;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
-/// Frames of 1.3 kB at 100,000 a second fill this in a quarter of a second, which is as long as a
-/// busy machine may leave the capture thread without a core.
-constexpr int kernelBufferBytes = 32 * 1024 * 1024;
+/// Room for the frames that wait, in bytes, and how long the system may keep a block of it open. A
+/// ring consists of blocks of 256 KiB, and a block is closed after that time with whatever is in
+/// it: one of N MiB holds the frames of the last 4 N times that, or fewer where they are many. That
+/// must be as long as a busy machine may leave the capture thread without a core.
+///
+/// An interface with modules has 32 MiB: 128 ms where blocks are open for the read timeout of 1 ms,
+/// and still so at 100,000 frames a second of 1.3 kB. One on which no module was heard has 4 MiB,
+/// as there may be dozens of those; its blocks stay open longer, so that it too has room for 128 ms
+/// until it is widened. The first frames are seen later for that.
+constexpr int wideRing = 32 * 1024 * 1024;
+constexpr int narrowRing = 4 * 1024 * 1024;
+constexpr std::int32_t narrowTimeoutMs = 8;
 
-/// Whether the link carries Ethernet frames. libpcap's pseudo-devices are no links at all.
-bool isEthernet(const char* name) {
+constexpr int noLink = -1;
+
+/// The hardware type of a link (`ARPHRD_...`). libpcap's pseudo-devices are no links at all.
+int linkType(const char* name) {
     ifreq request{};
     if (std::strlen(name) >= sizeof request.ifr_name) {
-        return false;
+        return noLink;
     }
     std::strncpy(request.ifr_name, name, sizeof request.ifr_name - 1);
     const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (descriptor < 0) {
-        return false;
+        return noLink;
     }
     const bool answered = ioctl(descriptor, SIOCGIFHWADDR, &request) == 0;
     close(descriptor);
-    return answered && (request.ifr_hwaddr.sa_family == ARPHRD_ETHER ||
-                        request.ifr_hwaddr.sa_family == ARPHRD_LOOPBACK);
+    return answered ? request.ifr_hwaddr.sa_family : noLink;
+}
+
+/// Whether the link carries Ethernet frames.
+bool isEthernet(const char* name) {
+    const int type = linkType(name);
+    return type == ARPHRD_ETHER || type == ARPHRD_LOOPBACK;
+}
+
+using Ring = std::unique_ptr<PcapRing>;
+
+/// Opens a wide ring and has the interface's frames go there. Null if that can't be done; then the
+/// ring that there is goes on getting them.
+Ring openBeside(const PcapRing::Settings& settings, PcapRing::GroupId group) {
+    std::string unused;
+    Ring wide = PcapRing::open(settings, wideRing, unused);
+    if (wide && !(wide->joinGroup(group) && wide->sendAllTo(PcapRing::Member::Second))) {
+        wide.reset();
+    }
+    return wide;
 }
 
 }  // namespace
@@ -57,17 +89,21 @@ struct PcapPort::OpenLinks {
 /// never quiet for a millisecond would else keep the reader from the others until their buffers
 /// have run over. Only a link that had nothing is waited for, and only until any link has
 /// something, so that a silent link doesn't delay another's frames.
+///
+/// At the first capture frame the handle changes to a wide ring. Opening takes 20 ms and more, and
+/// so does closing the narrow one, in which other links' rings would run over: each is done on a
+/// thread of its own. When the frames go to the wide ring, the narrow one is read to its end, and
+/// only then the wide one: each frame is read once, in order.
 class PcapPort::LiveHandle final : public CaptureHandle {
   public:
-    LiveHandle(PcapHandle openHandle, std::int32_t readTimeoutMs,
-               std::shared_ptr<OpenLinks> openLinks)
-        : handle(std::move(openHandle)),
-          tick(pcap_get_tstamp_precision(handle.get()) == PCAP_TSTAMP_PRECISION_NANO ? 1 : 1000),
-          descriptor(pcap_get_selectable_fd(handle.get())),
-          timeoutMs(readTimeoutMs),
-          links(std::move(openLinks)) {
-        const LockGuard guard(links->lock);
-        links->polled.push_back({descriptor, POLLIN, 0});
+    /// `ring` is the only one of `group`. Without a group it is kept as it is.
+    LiveHandle(PcapRing::Settings ringSettings, Ring openRing,
+               std::optional<PcapRing::GroupId> ringGroup, std::shared_ptr<OpenLinks> openLinks)
+        : settings(std::move(ringSettings)),
+          links(std::move(openLinks)),
+          ring(std::move(openRing)),
+          group(ringGroup) {
+        enter();
     }
     ~LiveHandle() override { leave(); }
 
@@ -85,55 +121,98 @@ class PcapPort::LiveHandle final : public CaptureHandle {
     }
 
     std::uint64_t getDropped() override {
-        pcap_stat statistics{};
-        if (!gone && pcap_stats(handle.get(), &statistics) == 0) {
-            dropped = statistics.ps_drop;
+        if (!gone) {
+            dropped = droppedBefore + ring->getDropped();
         }
         return dropped;
     }
 
   private:
     static constexpr std::uint32_t mostFramesInTurn = 4096;
-    static constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+    static constexpr auto patience = 1s;
 
     std::int32_t read(CapturedFrame& frame) {
         if (gone) {
             return timeout;
         }
-        pcap_pkthdr* header = nullptr;
-        const u_char* bytes = nullptr;
-        const int result = pcap_next_ex(handle.get(), &header, &bytes);
+        std::int32_t result = ring->read(frame);
+        if (result != gotFrame && (opening.valid() || wide)) {
+            result = changeRing() ? ring->read(frame) : timeout;
+        }
         if (result < 0) {
             gone = true;
             leave();
             return timeout;
         }
-        if (result == 0) {
-            return timeout;
+        if (group && result == gotFrame && frame.isCaptureFrame()) {
+            widen();
         }
-        frame.data = bytes;
-        frame.length = std::min(header->len, header->caplen);
-        frame.receivedAt = header->ts.tv_sec * nanosecondsPerSecond + header->ts.tv_usec * tick;
-        return gotFrame;
+        return result;
+    }
+
+    /// Tried once: where there is no memory for a wide ring, the next frames won't bring it.
+    void widen() {
+        try {
+            opening = std::async(std::launch::async, openBeside, settings, *group);
+        } catch (const std::system_error&) {  // no thread to be had
+        }
+        group.reset();
+    }
+
+    /// To be called when the narrow ring has nothing to read. True when the wide one took its
+    /// place.
+    bool changeRing() {
+        if (opening.valid()) {
+            if (opening.wait_for(0s) != std::future_status::ready) {
+                return false;
+            }
+            wide = opening.get();
+            openedAt = Clock::now();
+        }
+        // Of a link that went away frames may be missing for good.
+        if (!wide || (!ring->isEmptied() && Clock::now() - openedAt < patience)) {
+            return false;
+        }
+        droppedBefore += ring->getDropped();
+        leave();
+        ring.swap(wide);
+        enter();
+        try {
+            closing = std::async(std::launch::async,
+                                 [narrow = std::move(wide)]() mutable { narrow.reset(); });
+        } catch (const std::system_error&) {  // it has been closed here
+        }
+        return true;
     }
 
     void wait() const {
         const LockGuard guard(links->lock);
-        poll(links->polled.data(), links->polled.size(), timeoutMs);
+        poll(links->polled.data(), links->polled.size(), settings.timeoutMs);
+    }
+
+    void enter() {
+        const LockGuard guard(links->lock);
+        links->polled.push_back({ring->getDescriptor(), POLLIN, 0});
     }
 
     void leave() {
         const LockGuard guard(links->lock);
-        std::erase_if(links->polled, [this](const pollfd& link) { return link.fd == descriptor; });
+        std::erase_if(links->polled, [descriptor = ring->getDescriptor()](const pollfd& link) {
+            return link.fd == descriptor;
+        });
     }
 
-    PcapHandle handle;
-    const std::int64_t tick;  ///< nanoseconds in a unit of the fraction of a time stamp
-    const int descriptor;
-    const std::int32_t timeoutMs;
+    const PcapRing::Settings settings;
     const std::shared_ptr<OpenLinks> links;
-    bool gone = false;               ///< the interface was taken away
-    std::uint32_t framesInTurn = 0;  ///< since the last timeout
+    Ring ring;                               ///< what is read
+    Ring wide;                               ///< gets the frames while `ring` is read to its end
+    std::optional<PcapRing::GroupId> group;  ///< of a ring that can be changed for a wide one
+    std::future<Ring> opening;               ///< of `wide`; destroyed before the rings
+    std::future<void> closing;
+    Clock::time_point openedAt;
+    bool gone = false;                ///< the interface was taken away
+    std::uint32_t framesInTurn = 0;   ///< since the last timeout
+    std::uint64_t droppedBefore = 0;  ///< by the ring before
     std::uint64_t dropped = 0;
 };
 
@@ -160,30 +239,28 @@ std::int32_t PcapPort::findAllDevices(std::vector<CaptureInterface>& devices, st
 std::unique_ptr<CaptureHandle> PcapPort::openLive(const std::string& name, std::int32_t snapLength,
                                                   bool promiscuous, std::int32_t timeoutMs,
                                                   std::string& error) {
-    char text[PCAP_ERRBUF_SIZE] = {};
-    pcap_t* const opened = pcap_create(name.c_str(), text);
-    PcapHandle handle(opened);
-    if (opened == nullptr) {
-        error = text;
-        return nullptr;
+    const PcapRing::Settings settings{name, snapLength, promiscuous, timeoutMs};
+    std::optional<PcapRing::GroupId> group;
+    Ring ring;
+    // Of the two copies of a frame on the loopback libpcap leaves one out, so its frames can't be
+    // counted.
+    if (linkType(name.c_str()) != ARPHRD_LOOPBACK) {
+        PcapRing::Settings narrow = settings;
+        narrow.timeoutMs = std::max(timeoutMs, narrowTimeoutMs);
+        ring = PcapRing::open(narrow, narrowRing, error);
+        if (ring == nullptr) {
+            return nullptr;
+        }
+        if (PcapRing::GroupId made = 0; ring->makeGroup(made)) {
+            group = made;
+        } else {
+            ring.reset();
+        }
     }
-    pcap_set_snaplen(opened, snapLength);
-    pcap_set_promisc(opened, promiscuous ? 1 : 0);
-    pcap_set_timeout(opened, timeoutMs);
-    pcap_set_buffer_size(opened, kernelBufferBytes);
-    pcap_set_tstamp_precision(opened, PCAP_TSTAMP_PRECISION_NANO);  // else it stays microseconds
-    const int result = pcap_activate(opened);
-    if (result < 0) {
-        const std::string detail = pcap_geterr(opened);
-        error =
-            name + ": " + pcap_statustostr(result) + (detail.empty() ? "" : " (" + detail + ")");
-        return nullptr;
+    if (!ring) {
+        ring = PcapRing::open(settings, wideRing, error);
     }
-    if (pcap_setnonblock(opened, 1, text) != 0) {
-        error = text;
-        return nullptr;
-    }
-    return std::make_unique<LiveHandle>(std::move(handle), timeoutMs, links);
+    return ring ? std::make_unique<LiveHandle>(settings, std::move(ring), group, links) : nullptr;
 }
 
 std::int32_t PcapPort::lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,

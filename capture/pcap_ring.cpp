@@ -1,0 +1,135 @@
+#include "capture/pcap_ring.h"
+
+#include <linux/filter.h>
+#include <linux/if_packet.h>
+#include <pcap/pcap.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace {
+
+pcap_stat statisticsOf(pcap* handle) {
+    pcap_stat statistics{};
+    pcap_stats(handle, &statistics);
+    return statistics;
+}
+
+bool setOption(pcap* handle, int option, const void* value, std::size_t size) {
+    return setsockopt(pcap_fileno(handle), SOL_PACKET, option, value,
+                      static_cast<socklen_t>(size)) == 0;
+}
+
+/// What a group does is told by a program that gives the member's number for each frame.
+bool enterGroup(pcap* handle, std::uint32_t flags, PcapRing::GroupId group) {
+    const std::uint32_t argument = (PACKET_FANOUT_CBPF | flags) << 16U | group;
+    return setOption(handle, PACKET_FANOUT, &argument, sizeof argument);
+}
+
+}  // namespace
+
+PcapRing::PcapRing(pcap* openHandle)
+    : handle(openHandle),
+      tick(pcap_get_tstamp_precision(openHandle) == PCAP_TSTAMP_PRECISION_NANO ? 1 : 1000) {}
+
+PcapRing::~PcapRing() {
+    pcap_close(handle);
+}
+
+std::unique_ptr<PcapRing> PcapRing::open(const Settings& settings, int bytes, std::string& error) {
+    char text[PCAP_ERRBUF_SIZE] = {};
+    pcap* const opened = pcap_create(settings.interface.c_str(), text);
+    if (opened == nullptr) {
+        error = text;
+        return nullptr;
+    }
+    std::unique_ptr<PcapRing> ring(new PcapRing(opened));
+    pcap_set_snaplen(opened, settings.snapLength);
+    pcap_set_promisc(opened, settings.promiscuous ? 1 : 0);
+    pcap_set_timeout(opened, settings.timeoutMs);
+    pcap_set_buffer_size(opened, bytes);
+    pcap_set_tstamp_precision(opened, PCAP_TSTAMP_PRECISION_NANO);  // else it stays microseconds
+    const int result = pcap_activate(opened);
+    if (result < 0) {
+        const std::string detail = pcap_geterr(opened);
+        error = settings.interface + ": " + pcap_statustostr(result) +
+                (detail.empty() ? "" : " (" + detail + ")");
+        return nullptr;
+    }
+    if (pcap_setnonblock(opened, 1, text) != 0) {
+        error = text;
+        return nullptr;
+    }
+    return ring;
+}
+
+std::int32_t PcapRing::read(CapturedFrame& frame) {
+    constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+    pcap_pkthdr* header = nullptr;
+    const u_char* bytes = nullptr;
+    const int result = pcap_next_ex(handle, &header, &bytes);
+    if (result != 1) {
+        failed = failed || result < 0;
+        return failed ? PCAP_ERROR : CaptureHandle::timeout;
+    }
+    ++framesRead;
+    frame.data = bytes;
+    frame.length = std::min(header->len, header->caplen);
+    frame.receivedAt = header->ts.tv_sec * nanosecondsPerSecond + header->ts.tv_usec * tick;
+    return CaptureHandle::gotFrame;
+}
+
+bool PcapRing::isEmptied() const {
+    const pcap_stat counted = statisticsOf(handle);
+    return counted.ps_recv - counted.ps_drop == framesRead;
+}
+
+std::uint64_t PcapRing::getDropped() const {
+    return statisticsOf(handle).ps_drop - droppedBefore;
+}
+
+int PcapRing::getDescriptor() const {
+    return pcap_get_selectable_fd(handle);
+}
+
+bool PcapRing::makeGroup(GroupId& group) {
+    std::uint32_t made = 0;
+    socklen_t size = sizeof made;
+    if (!enterGroup(handle, PACKET_FANOUT_FLAG_UNIQUEID, 0) || !sendAllTo(Member::First) ||
+        getsockopt(pcap_fileno(handle), SOL_PACKET, PACKET_FANOUT, &made, &size) != 0) {
+        return false;
+    }
+    group = static_cast<GroupId>(made);
+    return true;
+}
+
+bool PcapRing::joinGroup(GroupId group) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::seconds patience(1);
+    if (!enterGroup(handle, 0, group) || !sendAllTo(Member::First)) {
+        return false;
+    }
+    CapturedFrame unused;
+    for (const auto start = Clock::now(); !isEmptied();) {
+        if (read(unused) == CaptureHandle::gotFrame) {
+            continue;
+        }
+        if (failed || Clock::now() - start > patience) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    droppedBefore = statisticsOf(handle).ps_drop;
+    return true;
+}
+
+/// A group's program is replaced here, never set for the first time but in `makeGroup`: the system
+/// returns when no frame is under way by the former one, nor to a ring that wasn't in the group
+/// yet.
+bool PcapRing::sendAllTo(Member member) {
+    sock_filter toMember{BPF_RET | BPF_K, 0, 0, static_cast<std::uint32_t>(member)};
+    const sock_fprog program{1, &toMember};
+    return setOption(handle, PACKET_FANOUT_DATA, &program, sizeof program);
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "capture/capture_port.h"
+
+struct pcap;
+
+/// One libpcap handle on one interface: the ring into which the system puts the frames, read
+/// without blocking.
+///
+/// Rings of one interface can be in a group (a fanout group of packet sockets). The system then
+/// puts each frame into one ring of the group, and takes the choice of ring for each frame at a
+/// time. So a change from one ring to another loses no frame and puts none into both.
+///
+/// One thread at a time may use it.
+class PcapRing {
+  public:
+    using GroupId = std::uint16_t;
+    enum class Member : std::uint32_t { First = 0, Second = 1 };  ///< in the order of joining
+
+    struct Settings {
+        std::string interface;
+        std::int32_t snapLength = 0;
+        bool promiscuous = false;
+        std::int32_t timeoutMs = 0;  ///< how long the system may hold a frame back
+    };
+
+    /// Null on failure, with the library's text in `error`.
+    static std::unique_ptr<PcapRing> open(const Settings& settings, int bytes, std::string& error);
+    ~PcapRing();
+    PcapRing(const PcapRing&) = delete;
+    PcapRing& operator=(const PcapRing&) = delete;
+
+    /// As `CaptureHandle::next`, but `timeout` at once. After the first error, which means that the
+    /// interface went away, frames that are still there are read, and then errors.
+    std::int32_t read(CapturedFrame& frame);
+    /// Whether every frame that the system put into it has been read. The system shows frames in
+    /// blocks, some milliseconds late, so that "nothing to read" doesn't say it.
+    bool isEmptied() const;
+    /// Frames for which there was no room.
+    std::uint64_t getDropped() const;
+    int getDescriptor() const;  ///< to wait on
+
+    /// Makes a group of this ring alone. False where the system has no such groups.
+    bool makeGroup(GroupId& group);
+    /// Becomes the second in a group, in which the first goes on getting all frames. Those that
+    /// came in before, and which the first has too, are thrown away, neither read nor counted.
+    /// False if that fails; then the ring must go.
+    bool joinGroup(GroupId group);
+    /// From now on all frames go to that member of the group. When it returns, no other gets any.
+    bool sendAllTo(Member member);
+
+  private:
+    explicit PcapRing(pcap* openHandle);
+
+    pcap* const handle;
+    const std::int64_t tick;  ///< nanoseconds in a unit of the fraction of a time stamp
+    /// Wraps around with libpcap's counts of 32 bits.
+    std::uint32_t framesRead = 0;
+    std::uint32_t droppedBefore = 0;
+    bool failed = false;
+};
