@@ -1,5 +1,6 @@
 #include "capture/cmp_packet_reader.h"
 
+#include <algorithm>
 #include <chrono>
 #include <system_error>
 #include <thread>
@@ -56,6 +57,10 @@ void CmpPacketReader::openInterfaces() {
     }
     closeInterfaces();
     for (CaptureInterface& device : found) {
+        if (!selection.empty() &&
+            std::find(selection.begin(), selection.end(), device.name) == selection.end()) {
+            continue;
+        }
         PcapInterface opened;
         opened.handle = port.openLive(device.name, snapLength, promiscuous, readTimeoutMs, error);
         if (!opened.handle) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "capture/capture_port.h"
@@ -51,8 +52,15 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
                     const PerformanceCounter& performanceCounter);
     ~CmpPacketReader() override;
 
-    /// Opens all interfaces of the machine anew; the former ones are closed. Interfaces that can't
-    /// be opened are passed over, and `getLastError` tells of the last. The thread must be stopped.
+    /// The interfaces of the machine, as `CapturePort::findAllDevices`.
+    std::int32_t listInterfaces(std::vector<CaptureInterface>& found, std::string& error) {
+        return port.findAllDevices(found, error);
+    }
+    /// By name those that are opened from now on; none stands for all.
+    void selectInterfaces(std::vector<std::string> names) { selection = std::move(names); }
+    /// Opens the selected interfaces of the machine anew; the former ones are closed. Interfaces
+    /// that can't be opened are passed over, and `getLastError` tells of the last. The thread must
+    /// be stopped.
     void openInterfaces();
     std::int32_t getLastError() const { return lastError; }
     const std::string& getLastErrorText() const { return lastErrorText; }
@@ -129,6 +137,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     /// Makes a device of each unknown module that sends a status. Every start clears it and nothing
     /// sets it: devices come from the user and the setup.
     std::atomic<bool> autoAddDevices{false};
+    std::vector<std::string> selection;  ///< names of interfaces; empty: all
     std::vector<PcapInterface> interfaces;
     std::atomic<std::uint64_t> droppedFrames{0};
 

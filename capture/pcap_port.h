@@ -14,6 +14,9 @@
 /// reader and no frame waits for a silent link. Handles may outlive the port; all are opened and
 /// read by one thread at a time, and closed by any. An interface that went away reads as quiet from
 /// then on. A length never exceeds the bytes captured.
+///
+/// An interface has a small receive ring until its first capture frame is read, and a large one
+/// soon after.
 class PcapPort final : public CapturePort {
   public:
     PcapPort();

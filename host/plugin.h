@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "host/host_object.h"
 
@@ -192,6 +194,23 @@ class CaptureStatistics : public HostObject {
 
   protected:
     ~CaptureStatistics() = default;
+};
+
+/// Which network interfaces the plug-in captures on. A host that doesn't ask for it gets all.
+class CaptureSelection : public HostObject {
+  public:
+    static constexpr InterfaceId id{
+        0x1B7E93D4, 0x2C58, 0x4E0D, {0xA6, 0x71, 0x94, 0x3F, 0xD2, 0x0B, 0x85, 0x6A}};
+
+    /// The names of the interfaces that could be captured on. `HostCode::failed` if the system
+    /// doesn't tell.
+    virtual HostResult getInterfaces(std::vector<std::wstring>* names) = 0;
+    /// The interfaces that event 105 opens from now on; none named stands for all. A name of no
+    /// interface is passed over.
+    virtual HostResult selectInterfaces(const wchar_t* const* names, std::uint32_t count) = 0;
+
+  protected:
+    ~CaptureSelection() = default;
 };
 
 /// Makes objects of one class: what a component hands out for a class identifier.

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "capture/pcap_port.h"
+#include "core/string_helper.h"
 #include "host/host_data.h"
 #include "host/host_error.h"
 #include "plugin/identity.h"
@@ -37,6 +38,8 @@ HostResult Plugin::Inner::queryInterface(const InterfaceId& interfaceId, void** 
         *result = static_cast<IPlugin4*>(&plugin);
     } else if (interfaceId == CaptureStatistics::id) {
         *result = static_cast<CaptureStatistics*>(&plugin);
+    } else if (interfaceId == CaptureSelection::id) {
+        *result = static_cast<CaptureSelection*>(&plugin);
     } else {
         *result = nullptr;
         return HostCode::noInterface;
@@ -183,6 +186,28 @@ HostResult Plugin::onDisconnectChannels() {
 
 bool Plugin::hasActiveChannels() {
     return inputManager.hasActiveChannels() || outputFactory.hasActiveChannels();
+}
+
+HostResult Plugin::getInterfaces(std::vector<std::wstring>* names) {
+    std::vector<CaptureInterface> found;
+    std::string error;
+    if (core.packetReader.listInterfaces(found, error) == -1) {
+        return HostCode::failed;
+    }
+    names->clear();
+    for (const CaptureInterface& interface : found) {
+        names->push_back(Kestrova::Utils::Kcom::StringHelper::ToWide(interface.name));
+    }
+    return HostCode::success;
+}
+
+HostResult Plugin::selectInterfaces(const wchar_t* const* names, std::uint32_t count) {
+    std::vector<std::string> selection;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        selection.push_back(Kestrova::Utils::Kcom::StringHelper::ToUtf8(names[i]));
+    }
+    core.packetReader.selectInterfaces(std::move(selection));
+    return HostCode::success;
 }
 
 HostResult Plugin::position14(void*, std::uint16_t* answer) {

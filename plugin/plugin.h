@@ -21,6 +21,7 @@
 class Plugin final : public IPlugin3,
                      public IPlugin4,
                      public CaptureStatistics,
+                     public CaptureSelection,
                      private CountedObject {
   public:
     /// A new object with one reference, of its own network and clock. `outer` is null or outlives
@@ -88,6 +89,9 @@ class Plugin final : public IPlugin3,
     HostResult getDroppedFrames(std::uint64_t* frames) override;
     HostResult getChannels(ChannelStatistics* channels, std::uint32_t* count) override;
     HostResult getClocks(ClockStatistics* clocks, std::uint32_t* count) override;
+
+    HostResult getInterfaces(std::vector<std::wstring>* names) override;
+    HostResult selectInterfaces(const wchar_t* const* names, std::uint32_t count) override;
 
   private:
     friend class PluginEvents;

@@ -1,5 +1,8 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -19,7 +22,8 @@ namespace station {
 namespace {
 
 constexpr const char* about =
-    R"(Captures on all network interfaces until Ctrl-C, SIGTERM or the end of --duration.
+    R"(Captures on all network interfaces, or on those named, until Ctrl-C, SIGTERM or the end of
+--duration.
 
 What is captured is told by a setup, or by modules named here, all of whose channels are used then.
 TYPE is "CAN combo", "LIN combo" or "NeoviFire3"; CONFIGID is decimal or, after 0x, hexadecimal. The
@@ -30,6 +34,7 @@ Examples:
   cmp-station run --setup bench.xml --record drive.pcapng
   cmp-station run --module "CAN combo:5:Front" --module "LIN combo:2"
   cmp-station run --module "NeoviFire3:7" --record drive.pcapng --record drive.log --duration 60
+  cmp-station run --module "CAN combo:5" --interface eth1 --interface eth2
   cmp-station run --module "CAN combo:5" --json --quiet --duration 10)";
 
 constexpr double longestDuration = 1e9;  // seconds
@@ -37,6 +42,7 @@ constexpr double longestDuration = 1e9;  // seconds
 struct RunOptions {
     std::string setup;
     std::vector<std::string> modules;
+    std::vector<std::string> interfaces;
     std::string plugin;
     double sampleRate = MasterClock::defaultSampleRate;
     std::vector<std::string> recordings;
@@ -95,6 +101,22 @@ void addModules(Bench& bench, const std::vector<std::string>& texts) {
     }
 }
 
+/// A mistyped name would look like modules that are silent.
+void selectInterfaces(PluginDriver& driver, const std::vector<std::string>& names) {
+    if (names.empty()) {
+        return;
+    }
+    const std::vector<std::string> there = driver.getInterfaces();
+    for (const std::string& name : names) {
+        if (std::find(there.begin(), there.end(), name) == there.end()) {
+            throw CommandError(ExitCode::WrongUse,
+                               fmt::format("there is no interface \"{}\"; there are: {}", name,
+                                           fmt::join(there, ", ")));
+        }
+    }
+    driver.selectInterfaces(names);
+}
+
 void report(const RunOptions& options, const Summary& summary) {
     if (options.json) {
         writeText(STDOUT_FILENO, toJson(summary));
@@ -111,6 +133,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     openRecordings(recordings, options.recordings);
     const auto bench = openBench(options.plugin, options.setup, options.sampleRate);
     addModules(*bench, options.modules);
+    selectInterfaces(bench->driver(), options.interfaces);
     Measurement measurement(*bench, recordings);
     tellWhatIsLeftOut(recordings, measurement.summarize());
     measurement.start();
@@ -146,6 +169,12 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         ->expected(1)
         ->take_all()
         ->excludes(setup);
+    command
+        ->add_option("--interface", options->interfaces,
+                     "Capture on this network interface alone; may be given again")
+        ->type_name("NAME")
+        ->expected(1)
+        ->take_all();
     command->add_option("--plugin", options->plugin, "The plug-in's module")->type_name("FILE");
     command
         ->add_option("--sample-rate", options->sampleRate,

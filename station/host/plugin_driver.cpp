@@ -6,11 +6,14 @@
 #include <cmath>
 #include <limits>
 
+#include "core/string_helper.h"
 #include "station/host/read_channel_list.h"
 #include "station/host/variant_array.h"
 
 namespace station {
 namespace {
+
+using Kestrova::Utils::Kcom::StringHelper;
 
 /// Seconds by which the parts of a measurement overlap.
 constexpr double partOverlap = 1.0;
@@ -108,6 +111,7 @@ void PluginDriver::connect() {
     call(step, [&] { return object.queryTo(plugin); });
     call(step, [&] { return object.queryTo(events); });
     object.queryTo(statistics);
+    object.queryTo(selection);
     call(step, [&] { return plugin->onConnectHost(host.get()); });
     state = State::Ready;
 }
@@ -296,6 +300,39 @@ std::vector<ChannelStatistics> PluginDriver::getChannels() const {
 std::vector<ClockStatistics> PluginDriver::getClocks() const {
     return statistics ? readAll(*statistics, &CaptureStatistics::getClocks)
                       : std::vector<ClockStatistics>();
+}
+
+void PluginDriver::requireSelection() const {
+    requireConnection();
+    if (!selection) {
+        throw PluginError("the plug-in captures on all interfaces and can't select some");
+    }
+}
+
+std::vector<std::string> PluginDriver::getInterfaces() {
+    requireSelection();
+    std::vector<std::wstring> found;
+    call("list the interfaces", [&] { return selection->getInterfaces(&found); });
+    std::vector<std::string> names;
+    for (const std::wstring& name : found) {
+        names.push_back(StringHelper::ToUtf8(name));
+    }
+    return names;
+}
+
+void PluginDriver::selectInterfaces(const std::vector<std::string>& names) {
+    requireSelection();
+    std::vector<std::wstring> wide;
+    std::vector<const wchar_t*> given;
+    for (const std::string& name : names) {
+        wide.push_back(StringHelper::ToWide(name));
+    }
+    for (const std::wstring& name : wide) {
+        given.push_back(name.c_str());
+    }
+    call("select the interfaces", [&] {
+        return selection->selectInterfaces(given.data(), static_cast<std::uint32_t>(given.size()));
+    });
 }
 
 std::uint64_t PluginDriver::getDroppedFrames() const {

@@ -103,6 +103,11 @@ class PluginDriver {
     void closeModules();
     void closeChannels();
 
+    /// The names of the network interfaces that the plug-in can capture on.
+    std::vector<std::string> getInterfaces();
+    /// The next measurement captures on these alone; none stands for all.
+    void selectInterfaces(const std::vector<std::string>& names);
+
     void start();
     /// The periodic call; nothing where no measurement runs.
     void poll();
@@ -131,6 +136,7 @@ class PluginDriver {
     enum class State { New, Connecting, Ready, Running, Ending };
 
     void requireConnection() const;
+    void requireSelection() const;
     template <typename Call>
     void call(const char* step, const Call& pluginCall);
     void sendEvent(const char* step, std::int32_t event, HostVariant* result = nullptr);
@@ -158,6 +164,7 @@ class PluginDriver {
     CountedRef<IPlugin3> plugin;
     CountedRef<IPlugin4> events;
     CountedRef<CaptureStatistics> statistics;  ///< empty if the plug-in has none
+    CountedRef<CaptureSelection> selection;    ///< the same
     State state = State::New;
     bool awaitsLeader = false;
     std::uint64_t droppedBefore = 0;  ///< frames that the system threw away before time 0

@@ -31,6 +31,21 @@ TEST_F(CaptureEventsTest, OnlyTheStartOfAMeasurementOpensInterfaces) {
     EXPECT_EQ(captureAfter(105), "2 tried, 2 open");
 }
 
+TEST_F(CaptureEventsTest, SelectedInterfacesAloneAreOpened) {
+    port.add("if1", {});
+    CountedRef<CaptureSelection> selection;
+    ASSERT_EQ(object.queryTo(selection), 0);
+    std::vector<std::wstring> names{L"left from before"};
+    EXPECT_EQ(selection->getInterfaces(&names), 0);
+    EXPECT_THAT(names, testing::ElementsAre(L"if0", L"if1"));
+    const wchar_t* const chosen[] = {L"if1", L"if9", nullptr};
+    EXPECT_EQ(selection->selectInterfaces(chosen, 3), 0);
+    EXPECT_EQ(captureAfter(105), "1 tried, 1 open");
+    EXPECT_EQ(port.calls[0].substr(0, 8), "open if1");
+    EXPECT_EQ(selection->selectInterfaces(nullptr, 0), 0);
+    EXPECT_EQ(captureAfter(105), "2 tried, 2 open");
+}
+
 TEST_F(CaptureEventsTest, FramesReachChannelsOnlyBetweenStartAndEndAndAfterTheClocksAreEnabled) {
     EXPECT_EQ(startMeasurement(), "0");
     EXPECT_EQ(deliver(3), 3);

@@ -1,0 +1,70 @@
+"""Many links, of which some begin to carry modules' frames: their rings grow, and nothing is lost."""
+
+import subprocess
+import time
+import unittest
+from pathlib import Path
+
+import lab
+import traffic
+from case import RATE, Case
+
+NARROW, WIDE = 4, 32  # MiB of ring on an interface without modules' frames and on one with them
+LINKS = 20
+BUSY = range(8)
+GOING = range(8, 12)  # taken away just after they began
+
+
+def ring_memory(station):
+    """MiB of receive rings in the process."""
+    maps = Path(f"/proc/{station.process.pid}/maps").read_text().splitlines()
+    areas = [line.split()[0].split("-") for line in maps if "socket:" in line]
+    return sum(int(end, 16) - int(start, 16) for start, end in areas) >> 20
+
+
+def start_module(link, *options):
+    return lab.start_simulator([f"CAN combo:{link + 1},channels=2"], *options, interface=f"sim{link}")
+
+
+def options_for(links):
+    return [f"CAN combo:{link + 1}:Module {link}" for link in links]
+
+
+class ManyLinks(Case):
+    def test_links_that_begin_at_once_lose_nothing_and_silent_ones_stay_small(self):
+        recording = self.path("a.pcapng")
+        station = lab.Station(options_for([*BUSY, *GOING]), record=[recording])
+        self.assertEqual(ring_memory(station), WIDE + LINKS * NARROW)  # the first is the loopback's
+        going = [start_module(link, "--rate", RATE, "--duration", 60) for link in GOING]
+        busy = [start_module(link, "--rate", RATE, "--duration", 3) for link in BUSY]
+        for number, link in enumerate(GOING):
+            received = Path(f"/sys/class/net/veth{link}/statistics/rx_packets")
+            lab.wait_until(lambda: int(received.read_text()) > 0, "there are frames")
+            time.sleep(0.02 * number)  # growing takes some 50 ms: before, meanwhile and after
+            subprocess.run(["ip", "link", "del", f"veth{link}"], check=True)
+        gone = [lab.finish_simulator(simulator, code=1) for simulator in going]
+        sent = {"modules": [module for simulator in busy for module in lab.finish_simulator(simulator)["modules"]]}
+        station.settle()
+        wide = 1 + len(BUSY)
+        self.assertIn(ring_memory(station) - wide * WIDE - (LINKS - len(BUSY)) * NARROW,
+                      [number * (WIDE - NARROW) for number in range(len(GOING) + 1)])
+        report, _ = station.stop()
+        names, rows = traffic.names_of(report), traffic.read_with_tshark(recording)
+        there = [row for row in rows if int(row.name.split()[1]) in BUSY]
+        self.assertEqual(traffic.row_differences(sent, names, there), [])
+        for module in (module for report in gone for module in report["modules"]):
+            self.assertEqual(traffic.beginning_differences(module, names, rows), [])
+
+    def test_only_the_interfaces_that_are_named_are_captured_on(self):
+        station = lab.Station(options_for([0, 1, 2]), "--interface", "veth0", "--interface", "veth2")
+        self.assertEqual(ring_memory(station), 2 * NARROW)
+        reports = [lab.finish_simulator(start_module(link, "--rate", 100, "--duration", 1)) for link in (0, 1, 2)]
+        station.settle()
+        report, _ = station.stop()
+        heard = {"modules": reports[0]["modules"] + reports[2]["modules"]}
+        self.assertEqual(traffic.count_differences(heard, report), [])
+
+
+if __name__ == "__main__":
+    lab.prepare(links=LINKS)
+    unittest.main()
