@@ -150,7 +150,8 @@ TEST_F(ChannelTest, LongQueueKeepsItsOrderAndGivesItsMemoryBack) {
     std::uint32_t taken = 0;
     std::uint32_t waiting = 0;
     clock->answers = [&](GNSSTime) {
-        return FakeClock::Result{taken + waiting < given ? Valid : Wait, taken++ / 1e9};
+        const bool isDue = taken + waiting < given;
+        return FakeClock::Result{isDue ? Valid : Wait, taken++ / 1e9};
     };
     for (const std::uint32_t count : {40000U, 3U, 40000U, 1U, 80000U, 1U, 1U}) {
         for (std::uint32_t i = 0; i < count; ++i, ++given) {
