@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <future>
@@ -75,10 +76,11 @@ Ring openBeside(const PcapRing::Settings& settings, PcapRing::GroupId group) {
 
 }  // namespace
 
-/// The open links that are there.
+/// What the open links share.
 struct PcapPort::OpenLinks {
     Mutex lock;
     std::vector<pollfd> polled CMP_GUARDED_BY(lock);
+    std::atomic<bool> isWidening{false};  ///< a wide ring is being opened for one of them
 };
 
 /// On Linux a blocking read of a silent link doesn't end by itself, as the timeout begins with the
@@ -92,8 +94,9 @@ struct PcapPort::OpenLinks {
 ///
 /// At the first capture frame the handle changes to a wide ring. Opening takes 20 ms and more, and
 /// so does closing the narrow one, in which other links' rings would run over: each is done on a
-/// thread of its own. When the frames go to the wide ring, the narrow one is read to its end, and
-/// only then the wide one: each frame is read once, in order.
+/// thread of its own. One link does it at a time: many at once would keep the capture thread from
+/// its core. When the frames go to the wide ring, the narrow one is read to its end, and only then
+/// the wide one: each frame is read once, in order.
 class PcapPort::LiveHandle final : public CaptureHandle {
   public:
     /// `ring` is the only one of `group`. Without a group it is kept as it is.
@@ -105,7 +108,13 @@ class PcapPort::LiveHandle final : public CaptureHandle {
           group(ringGroup) {
         enter();
     }
-    ~LiveHandle() override { leave(); }
+    ~LiveHandle() override {
+        leave();
+        if (opening.valid()) {
+            opening.wait();
+            links->isWidening = false;
+        }
+    }
 
     std::int32_t next(CapturedFrame& frame) override {
         std::int32_t result = timeout;
@@ -144,7 +153,8 @@ class PcapPort::LiveHandle final : public CaptureHandle {
             leave();
             return timeout;
         }
-        if (group && result == gotFrame && frame.isCaptureFrame()) {
+        if (group && result == gotFrame && frame.isCaptureFrame() &&
+            !links->isWidening.exchange(true)) {
             widen();
         }
         return result;
@@ -155,6 +165,7 @@ class PcapPort::LiveHandle final : public CaptureHandle {
         try {
             opening = std::async(std::launch::async, openBeside, settings, *group);
         } catch (const std::system_error&) {  // no thread to be had
+            links->isWidening = false;
         }
         group.reset();
     }
@@ -167,6 +178,7 @@ class PcapPort::LiveHandle final : public CaptureHandle {
                 return false;
             }
             wide = opening.get();
+            links->isWidening = false;
             openedAt = Clock::now();
         }
         // Of a link that went away frames may be missing for good.
@@ -207,7 +219,7 @@ class PcapPort::LiveHandle final : public CaptureHandle {
     Ring ring;                               ///< what is read
     Ring wide;                               ///< gets the frames while `ring` is read to its end
     std::optional<PcapRing::GroupId> group;  ///< of a ring that can be changed for a wide one
-    std::future<Ring> opening;               ///< of `wide`; destroyed before the rings
+    std::future<Ring> opening;               ///< of `wide`
     std::future<void> closing;
     Clock::time_point openedAt;
     bool gone = false;                ///< the interface was taken away

@@ -33,6 +33,7 @@ TEST_F(CaptureEventsTest, OnlyTheStartOfAMeasurementOpensInterfaces) {
 
 TEST_F(CaptureEventsTest, SelectedInterfacesAloneAreOpened) {
     port.add("if1", {});
+    port.interfaces[1].endless = std::ref(feed);
     CountedRef<CaptureSelection> selection;
     ASSERT_EQ(object.queryTo(selection), 0);
     std::vector<std::wstring> names{L"left from before"};
