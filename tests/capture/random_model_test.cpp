@@ -4,6 +4,7 @@
 #include <map>
 #include <numeric>
 #include <random>
+#include <set>
 
 #include "sync/gnss_sync_manager_impl.h"
 #include "tests/support/capture_bench.h"
@@ -222,7 +223,8 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
         devices.createOutputs();
     }
 
-    void run() {
+    /// `never`: places of fates that can't be met with.
+    void run(const std::set<std::size_t>& never = {}) {
         const std::uint64_t seed = fromEnvironment("CMP_MODEL_SEED", 1);
         const std::uint64_t count = fromEnvironment("CMP_MODEL_SAMPLES", 200'000);
         hostRandom.seed(static_cast<unsigned>(seed));
@@ -236,8 +238,8 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
             EXPECT_FALSE(HasFailure()) << "seed " << seed << ", step " << step;
         }
         restart();
-        for (const std::uint64_t total : totals) {
-            EXPECT_GT(total, 0U) << "each fate was met with";
+        for (std::size_t i = 0; i < totals.size(); ++i) {
+            EXPECT_EQ(totals[i] == 0, never.count(i) != 0) << "fate " << i;
         }
     }
     void takeStep() {
@@ -284,7 +286,7 @@ TEST_F(RandomModel, ScriptedClocks) {
 
 TEST_F(RandomModel, RealClocks) {
     useRealClocks();
-    run();
+    run({3, 4});  // no jump is so large that a clock places a sample outside of its window
 }
 
 TEST_F(RandomModel, SecondThread) {
