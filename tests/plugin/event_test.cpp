@@ -1,4 +1,3 @@
-#include <limits>
 #include <map>
 #include <tuple>
 
@@ -79,10 +78,6 @@ TEST_F(EventTest, EachNumberHasItsCodeAndLeavesTheRestOfTheResultAlone) {
             read += call.starts_with("HostVariantArray::getElement") ? call.substr(29, 1) : "";
         }
         EXPECT_EQ(read, event == 157 ? "00" : event == 158 ? "0123" : event == 159 ? "012" : "");
-    }
-    for (const std::int32_t far : {std::numeric_limits<std::int32_t>::min(), -105, 0,
-                                   std::numeric_limits<std::int32_t>::max()}) {
-        EXPECT_EQ(event(far), "1");
     }
 }
 

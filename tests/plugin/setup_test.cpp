@@ -76,9 +76,7 @@ TEST_F(SetupEventTest, LoadWithoutATreeMakesTheChannelsUnlessTheyAreToBeKept) {
 TEST_F(SetupEventTest, NonsenseInSettingsIsADefaultOrAnErrorAndLaterOnesLoad) {
     const std::wstring nines(23, L'9');
     for (const auto& [key, text, outcome, savedAs] :
-         {std::tuple(L"SyncMode", std::wstring(L"abc"), noNumber, ""),
-          {L"SyncMode", nines, outOfRange, ""},
-          {L"ClockSource", L"maybe", "0", "GNSSClock @Id=\"0\" SyncMode=\"12\"\n"},
+         {std::tuple(L"SyncMode", nines, outOfRange, ""),
           {L"ClockId", L"x", "0", "ClockId=\"0\""},
           {L"ClockId", L"77", "0", "ClockId=\"1\""},
           {L"DeviceTypeId", nines, "0", "DeviceTypeId=\"0\""},
