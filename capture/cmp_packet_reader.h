@@ -58,7 +58,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     }
     /// By name those that are opened from now on; none stands for all.
     void selectInterfaces(std::vector<std::string> names) { selection = std::move(names); }
-    /// Opens the selected interfaces of the machine anew; the former ones are closed. Interfaces
+    /// Opens the selected interfaces of the machine; the former ones are closed. Interfaces
     /// that can't be opened are passed over, and `getLastError` tells of the last. The thread must
     /// be stopped.
     void openInterfaces();

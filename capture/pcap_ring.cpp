@@ -22,7 +22,7 @@ bool setOption(pcap* handle, int option, const void* value, std::size_t size) {
                       static_cast<socklen_t>(size)) == 0;
 }
 
-/// What a group does is told by a program that gives the member's number for each frame.
+/// A filter program decides for the group: it gives the number of the member for each frame.
 bool enterGroup(pcap* handle, std::uint32_t flags, PcapRing::GroupId group) {
     const std::uint32_t argument = (PACKET_FANOUT_CBPF | flags) << 16U | group;
     return setOption(handle, PACKET_FANOUT, &argument, sizeof argument);

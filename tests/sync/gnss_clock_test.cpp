@@ -178,7 +178,8 @@ TEST_F(SoftSyncRun, ItemsOfBothSidesOfAJumpGetTheirTimes) {
         EXPECT_NEAR(result.time, now - 0.6 * tick - zero, accuracy) << step;
         EXPECT_LT(errorAt(0.2 * tick), accuracy) << step;
         run(1.5);
-        EXPECT_GT(std::abs(clock->GetTime(before).time - result.time), 1.0) << "long over; " << step;
+        EXPECT_GT(std::abs(clock->GetTime(before).time - result.time), 1.0)
+            << "long over; " << step;
     }
 }
 
