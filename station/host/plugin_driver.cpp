@@ -314,6 +314,7 @@ std::vector<std::string> PluginDriver::getInterfaces() {
     std::vector<std::wstring> found;
     call("list the interfaces", [&] { return selection->getInterfaces(&found); });
     std::vector<std::string> names;
+    names.reserve(found.size());
     for (const std::wstring& name : found) {
         names.push_back(StringHelper::ToUtf8(name));
     }
@@ -324,6 +325,8 @@ void PluginDriver::selectInterfaces(const std::vector<std::string>& names) {
     requireSelection();
     std::vector<std::wstring> wide;
     std::vector<const wchar_t*> given;
+    wide.reserve(names.size());
+    given.reserve(names.size());
     for (const std::string& name : names) {
         wide.push_back(StringHelper::ToWide(name));
     }

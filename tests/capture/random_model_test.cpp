@@ -188,7 +188,7 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
         });
         // Once it is to stop, the capture thread takes no more messages, amid a frame even.
         EXPECT_LE(sentNow - came, hasThread ? mostMessages : 0);
-        for (int i = hasThread ? 5 : pick(5); i < 5; ++i) {
+        for (std::uint32_t i = hasThread ? 5 : pick(5); i < 5; ++i) {
             changeDevices();
         }
         devices.resetLastTimes();
