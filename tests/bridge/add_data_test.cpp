@@ -15,7 +15,6 @@ constexpr std::uint8_t bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
 
 class AddDataTest : public BridgeTest {
   protected:
-    /// Gives the output a new channel, used or not, of a host that is in setup or not.
     void attach(HostBool setupMode, HostBool used) {
         behind = &host.makeChannel();
         behind->async = hostTrue;

@@ -142,6 +142,7 @@ TEST_F(InputManagerTest, ListIsFilteredSortedAndKeptUpToDate) {
         source.name = name;
         held.push_back(inputs.getChannel(ChannelIdText::format(source.indices)));
     }
+    inputs.createList(nullptr);  // which nobody holds
     const auto list = inputs.createList([](const auto& each) { return each.getName() != "c"; });
     const auto names = [&] {
         std::string text;
@@ -162,6 +163,7 @@ TEST_F(InputManagerTest, ListIsFilteredSortedAndKeptUpToDate) {
     list->clear();
     inputs.dropStaleAndNotify();
     EXPECT_EQ(names(), "acd");
+    EXPECT_EQ(held[0].use_count(), 3) << "a list that nobody holds keeps it";
     inputs.removeHostChannel(host.data.otherChannels[1]);
     EXPECT_EQ(names(), "ad");
     inputs.detachChannels();
@@ -171,15 +173,14 @@ TEST_F(InputManagerTest, ListIsFilteredSortedAndKeptUpToDate) {
 
 TEST_F(InputManagerTest, UpdateTellsWhatIsNewAndBindsAfreshInSetup) {
     ScriptedChannel& source = addSource({4, 1});
-    host.data.bufferSize = 100;
     EXPECT_EQ(updatedAt(10), Positions(0, 10));
     inputs.alignReadPosition();
     host.data.wrapCount = 3;
-    EXPECT_EQ(updatedAt(5), Positions(10, 305)) << "aligned without a channel";
+    EXPECT_EQ(updatedAt(5), Positions(10, 3000005)) << "aligned without a channel";
     const auto channel = inputs.getChannel("4:1");
     inputs.alignReadPosition();
     EXPECT_EQ(hostCodeOf([&] { channel->readInteger(0); }), HostCode::invalidPointer);
-    EXPECT_EQ(updatedAt(9), Positions(305, 309));
+    EXPECT_EQ(updatedAt(9), Positions(3000005, 3000009));
     EXPECT_EQ(channel->readInteger(0), 7);
     EXPECT_TRUE(inputs.hasActiveChannels());
     source.used = hostFalse;
@@ -187,7 +188,7 @@ TEST_F(InputManagerTest, UpdateTellsWhatIsNewAndBindsAfreshInSetup) {
     inputs.resetForAcquisition();
     std::erase(host.data.otherChannels, &source);
     ScriptedChannel& successor = addSource({4, 1});
-    EXPECT_EQ(updatedAt(11), Positions(0, 311));
+    EXPECT_EQ(updatedAt(11), Positions(0, 3000011));
     EXPECT_TRUE(channel->isHostChannel(&source)) << "not in setup";
     EXPECT_EQ(hostCodeOf([&] { channel->readInteger(0); }), HostCode::invalidPointer);
     host.app.setupMode = hostTrue;

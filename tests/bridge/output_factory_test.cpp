@@ -77,12 +77,11 @@ TEST_F(OutputFactoryTest, ColoursRunThroughThePaletteAndBeginAnew) {
 
 TEST_F(OutputFactoryTest, WholeListIsAlignedRefreshedAndDetachedTogether) {
     const auto first = create({0, Kind::Synchronous});
-    create();
-    mounted(0).bufferSize = 2000000000;
+    create({0, Kind::Synchronous});
+    mounted(1).bufferSize = 2000000000;
     host.data.wrapCount = 3000;  // of 1000000 samples each
     factory.alignToAcquisition();
-    EXPECT_EQ(mounted(0).writeOffset, 1000000000);
-    mounted(0).bufferSize = 2;
+    EXPECT_EQ(mounted(1).writeOffset, 1000000000);
     first->setUsed(false);
     first->addSynchronousSample("", 1);
     EXPECT_EQ(mounted(0).writePosition, 1) << "the use counts before the next selection";
@@ -179,12 +178,13 @@ class OutputSetupTest : public BridgeTest {
 TEST_F(OutputSetupTest, SavedSetupComesBackAndIsSavedAlike) {
     create();
     create({7, Kind::Synchronous})->setDefaultName("Bus \xC3\xA4");
+    mounted(0).name = L"mine";
     mounted(1).unit = L"V";
     const std::string text = saved();
     EXPECT_EQ(text,
               "Setup\n  OutputList Version=\"1\" ColorCounter=\"2\"\n"
-              "    Output Id=\"0\" IsAutomaticColor=\"False\"\n"
-              "      OutputChannel Name=\"Channel\" Unit=\"\" Color=\"65280\"\n"
+              "    Output Id=\"0\" IsAutomaticName=\"False\" IsAutomaticColor=\"False\"\n"
+              "      OutputChannel Name=\"mine\" Unit=\"\" Color=\"65280\"\n"
               "        Index \"8:0;0\"\n"
               "    Output Id=\"1\" IsAutomaticUnit=\"False\" IsAutomaticColor=\"False\"\n"
               "      OutputChannel Name=\"Bus \xC3\xA4\" Unit=\"V\" Color=\"16776960\"\n"
