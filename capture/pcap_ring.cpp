@@ -30,10 +30,6 @@ bool enterGroup(pcap* handle, std::uint32_t flags, PcapRing::GroupId group) {
 
 }  // namespace
 
-PcapRing::PcapRing(pcap* openHandle)
-    : handle(openHandle),
-      tick(pcap_get_tstamp_precision(openHandle) == PCAP_TSTAMP_PRECISION_NANO ? 1 : 1000) {}
-
 PcapRing::~PcapRing() {
     pcap_close(handle);
 }
@@ -62,6 +58,8 @@ std::unique_ptr<PcapRing> PcapRing::open(const Settings& settings, int bytes, st
         error = text;
         return nullptr;
     }
+    // Only now does the handle say what it stamps with.
+    ring->tick = pcap_get_tstamp_precision(opened) == PCAP_TSTAMP_PRECISION_NANO ? 1 : 1000;
     return ring;
 }
 

@@ -12,8 +12,8 @@ struct pcap;
 /// without blocking.
 ///
 /// Rings of one interface can be in a group (a fanout group of packet sockets). The system then
-/// puts each frame into one ring of the group, and takes the choice of ring for each frame at a
-/// time. So a change from one ring to another loses no frame and puts none into both.
+/// puts each frame into exactly one ring of the group, so that a change from one ring to another
+/// loses no frame and doubles none.
 ///
 /// One thread at a time may use it.
 class PcapRing {
@@ -54,10 +54,10 @@ class PcapRing {
     bool sendAllTo(Member member);
 
   private:
-    explicit PcapRing(pcap* openHandle);
+    explicit PcapRing(pcap* newHandle) : handle(newHandle) {}
 
     pcap* const handle;
-    const std::int64_t tick;  ///< nanoseconds in a unit of the fraction of a time stamp
+    std::int64_t tick = 1;  ///< nanoseconds in a unit of the fraction of a time stamp
     /// Wraps around with libpcap's counts of 32 bits.
     std::uint32_t framesRead = 0;
     std::uint32_t droppedBefore = 0;
