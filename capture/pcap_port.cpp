@@ -24,18 +24,20 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-/// Room for the frames that wait, in bytes, and how long the system may keep a block of it open. A
-/// ring consists of blocks of 256 KiB, and a block is closed after that time with whatever is in
-/// it: one of N MiB holds the frames of the last 4 N times that, or fewer where they are many. That
-/// must be as long as a busy machine may leave the capture thread without a core.
+/// Room for the frames that wait, in bytes, and how long the system fills a block of it before it
+/// shows it. A ring consists of blocks of 256 KiB, and a block is closed after that time with
+/// whatever is in it: a ring of N MiB holds the frames of the last 4 N times that, and fewer where
+/// they are many. It must last as long as a busy machine may leave the capture thread without a
+/// core.
 ///
-/// An interface with modules has 32 MiB: 128 ms where blocks are open for the read timeout of 1 ms,
-/// and still so at 100,000 frames a second of 1.3 kB. One on which no module was heard has 4 MiB,
-/// as there may be dozens of those; its blocks stay open longer, so that it too has room for 128 ms
-/// until it is widened. The first frames are seen later for that.
+/// An interface with modules has 32 MiB: blocks of the read timeout of 1 ms, which on a busy
+/// machine are some 3 ms, last for a third of a second, and frames of 1.3 kB at 100,000 a second
+/// for a quarter. One on which no module was heard has 4 MiB, as there may be dozens of those. Its
+/// blocks are filled for longer, so that they last as long until it has the wide ring too; the
+/// first frames are seen that much later.
 constexpr int wideRing = 32 * 1024 * 1024;
 constexpr int narrowRing = 4 * 1024 * 1024;
-constexpr std::int32_t narrowTimeoutMs = 8;
+constexpr std::int32_t narrowTimeoutMs = 24;
 
 constexpr int noLink = -1;
 

@@ -121,13 +121,14 @@ class Interfaces(Case):
         self.assertIn('the measurement never began: "Leads"', errors)
         self.assertEqual(report["lostMessages"], sum(channel["notPlaced"] for channel in report["channels"]))
 
-    def test_start_and_stop_leave_no_descriptor(self):
+    def test_start_and_stop_leave_no_descriptor_and_frames_are_stamped_on_receipt(self):
         code, output, errors = lab.call([READER_ROUNDS, "50"])
         self.assertEqual(code, 0, errors)
-        before, first, last, end, *names = output.split()
+        before, first, last, end, stamped, *names = output.split()
         self.assertEqual(sorted(names), ["lo", "veth0", "veth1", "veth2", "veth3"])
         self.assertGreaterEqual(int(first), int(before) + INTERFACES)
         self.assertEqual((last, end), (first, before))
+        self.assertEqual(stamped, "1")
 
 
 if __name__ == "__main__":

@@ -1,3 +1,8 @@
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -18,11 +23,31 @@ auto openDescriptors() {
     return std::distance(begin(all), end(all));
 }
 
+std::int64_t realNanoseconds() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+}
+
+/// Whether a datagram on the loopback is stamped between its sending and its reading.
+bool isStampedOnReceipt() {
+    std::string error;
+    const auto handle = PcapPort().openLive("lo", 65536, false, 1, error);
+    sockaddr_in discard{AF_INET, htons(9), {htonl(INADDR_LOOPBACK)}, {}};
+    const int sender = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const std::int64_t sentAt = realNanoseconds();
+    sendto(sender, "", 1, 0, reinterpret_cast<sockaddr*>(&discard), sizeof discard);
+    close(sender);
+    CapturedFrame frame;
+    while (handle->next(frame) != CaptureHandle::gotFrame) {
+    }
+    return sentAt <= frame.receivedAt && frame.receivedAt <= realNanoseconds();
+}
+
 }  // namespace
 
 /// reader_rounds N: starts and stops capturing on all interfaces N times. Prints a line each: the
-/// number of open descriptors before, after the first start, after the last, and at the end; then
-/// the interfaces.
+/// number of open descriptors before, after the first start, after the last, and at the end;
+/// whether frames are stamped on receipt; then the interfaces.
 int main(int, char** argv) {
     std::cout << openDescriptors() << '\n';
     {
@@ -42,6 +67,7 @@ int main(int, char** argv) {
         reader.Stop();
     }
     std::cout << openDescriptors() << '\n';
+    std::cout << isStampedOnReceipt() << '\n';
     std::vector<CaptureInterface> interfaces;
     std::string error;
     PcapPort().findAllDevices(interfaces, error);
