@@ -83,7 +83,7 @@ TEST(GNSSDateTime, HostileNumbersSaturate) {
     constexpr auto most = std::numeric_limits<std::int64_t>::max();
     constexpr auto least = std::numeric_limits<std::int64_t>::min();
     constexpr auto most32 = std::numeric_limits<std::int32_t>::max();
-    EXPECT_EQ(GNSSDateTime(most, 1e18).unixTime, most);
+    EXPECT_EQ(GNSSDateTime(most, 0x1p63).unixTime, most);
     EXPECT_EQ(GNSSDateTime(most, 0.0).year, 32767);
     EXPECT_EQ(GNSSTime::FromDateTime(GNSSDateTime(most, 0.5)).GetWeek(), most32);
     EXPECT_EQ(GNSSTime(most32, 1e300).GetWeek(), most32);
