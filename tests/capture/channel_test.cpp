@@ -162,14 +162,15 @@ TEST_F(ChannelTest, LongQueueKeepsItsOrderAndGivesItsMemoryBack) {
         canBus.takeOver();
         canBus.flush(clock);
         taken = given - waiting;
-        const auto samples = std::exchange(outputOf(canBus).samples, {});
+        auto samples = std::exchange(outputOf(canBus).samples, {});
         ASSERT_EQ(samples.size(), taken - first);
         for (std::uint32_t i = 0; i < samples.size(); ++i) {
             const std::uint32_t number = first + i;
             ASSERT_EQ(std::memcmp(samples[i].bytes.data(), &number, 4), 0) << number;
             ASSERT_TRUE(CaptureBench::isWholeRecord(samples[i])) << number;
         }
-        if (count < 4) {  // a bounded part is kept
+        samples = {};
+        if (waiting == 0 || count < 4) {  // a bounded part is kept
             EXPECT_LT(memory(), before + (3U << 20));
         }
     }

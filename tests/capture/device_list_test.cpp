@@ -128,12 +128,13 @@ TEST_F(DeviceListTest, HostMayCallBackWhileItTakesASample) {
         std::function<void(CmpPacketReader&)> action;
         std::vector<int> written;
         double lastTime;
+        std::uint64_t delivered;
     } cases[] = {
-        {[](auto& its) { its.prepareRead(true); }, {1}, 9.0},
-        {[](auto& its) { its.prepareRead(false); }, {1}, 9.0},
-        {[](auto& its) { its.releaseOutputs(); }, {1, 2}, 9.0},
-        {[](auto& its) { its.flushAll(); }, {1, 2}, 9.0},
-        {[](auto& its) { its.getDevices().resetLastTimes(); }, {1, 2}, 3.0},
+        {[](auto& its) { its.prepareRead(true); }, {1}, 9.0, 0},
+        {[](auto& its) { its.prepareRead(false); }, {1}, 9.0, 1},
+        {[](auto& its) { its.releaseOutputs(); }, {1, 2}, 9.0, 2},
+        {[](auto& its) { its.flushAll(); }, {1, 2}, 9.0, 2},
+        {[](auto& its) { its.getDevices().resetLastTimes(); }, {1, 2}, 3.0, 2},
     };
     for (const auto& row : cases) {
         CaptureBench bench;
@@ -152,6 +153,7 @@ TEST_F(DeviceListTest, HostMayCallBackWhileItTakesASample) {
         }
         EXPECT_EQ(written, row.written);
         EXPECT_EQ(channel->getLastTime(), row.lastTime);
+        EXPECT_EQ(channel->getCounts().delivered, row.delivered);
     }
 }
 
