@@ -112,15 +112,6 @@ TEST_F(ChannelTest, LinPayloadIsTakenOnlyWithItsChecksum) {
     }
 }
 
-TEST_F(ChannelTest, SampleThatMustWaitHoldsUpThoseBehindIt) {
-    queue({1, 2, 3, 4, 5});
-    flush(canBus, {{Valid, 1.0}, {Discard, 0.0}, {Wait, 0.0}, {Valid, 9.0}});
-    EXPECT_THAT(written(), ElementsAre("1@10"));
-    queue({6});
-    flush(canBus, {{Valid, 3.0}, {Valid, 4.0}, {Valid, 5.0}, {Valid, 6.0}});
-    EXPECT_THAT(written(), ElementsAre("3@30", "4@40", "5@50", "6@60"));
-}
-
 TEST_F(ChannelTest, HostTimeNeverGoesBackWithinAChannel) {
     queue({1, 2, 3});
     flush(canBus, {{Valid, 5.0}, {Valid, 4.9}});

@@ -42,23 +42,6 @@ TEST_F(DispatchTest, EachMessageOfAFrameReachesItsChannel) {
     EXPECT_TRUE(samplesOf(linCombo, 0x10)[0].variant);
 }
 
-/// More messages than are handed over at once, some of which nobody can use.
-TEST_F(DispatchTest, LongFrameKeepsTheOrderOfEachChannel) {
-    std::vector<wire::Message> messages;
-    std::vector<Bytes> expected[2];
-    for (std::uint8_t i = 0; i < 200; ++i) {
-        const std::uint32_t interfaceId = i % 3 == 0 ? 0x10 : i % 3 == 1 ? 0x20 : 0x99;
-        messages.push_back({interfaceId, 1000000000U + i, i % 7 == 0 ? Bytes(4) : can(i, {})});
-        if (interfaceId != 0x99 && i % 7 != 0) {
-            expected[i % 3].push_back({i});
-        }
-    }
-    read({wire::tecmpData(0x41, messages)});
-    EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{1, 199}));
-    EXPECT_EQ(records(canCombo, 0x10, 1), expected[0]);
-    EXPECT_EQ(records(canCombo, 0x20, 1), expected[1]);
-}
-
 TEST_F(DispatchTest, MessageOfAnUnknownModuleOrInterfaceIsDropped) {
     add(DeviceTypeInfo::canComboId, 1);  // a second 0x41, which gets nothing
     add(DeviceTypeInfo::neoviFire3Id, 7);

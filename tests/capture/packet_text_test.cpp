@@ -7,17 +7,9 @@ namespace {
 TEST(PacketTextTest, EachRecordIsDumpedWithItsLabels) {
     std::string text;
     setPacketTextSink([&](const std::string& piece) { text += piece; });
-    CmpHeader header;
-    header.cmId = 1, header.counter = 2, header.dataType = 3, header.dataLength = 4;
-    header.messageType = 5, header.version = 6, header.channelId = 7;
-    dumpHeader(header);
-    CmStatus status;
-    status.cmId = 1, status.cmType = 2, status.cmVersion = 3, status.serialNumber = 4;
-    dumpCmStatus(status);
-    BusStatus bus;
-    bus.cmId = 1, bus.cmType = 2, bus.cmVersion = 3, bus.serialNumber = 4;
-    bus.interfaceId = 5, bus.errorCount = 6, bus.messageCount = 7;
-    dumpBusStatus(bus);
+    dumpHeader({1, 2, 6, 5, 3, 0, 0, 7, 0, 4});
+    dumpCmStatus({0, 3, 2, 0, 0, 1, 4});
+    dumpBusStatus({0, 3, 2, 0, 0, 1, 4, 5, 7, 6});
     dumpTime({1, 5});
     dumpSeconds(1.5);
     const std::uint8_t bytes[] = {0x0A, 0xFF};

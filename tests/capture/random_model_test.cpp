@@ -1,14 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <map>
 #include <numeric>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "sync/gnss_sync_manager_impl.h"
 #include "tests/support/capture_bench.h"
 #include "tests/support/scripted_host.h"
+#include "tests/support/setup_tree.h"
 
 namespace {
 
@@ -16,21 +19,29 @@ using namespace Kestrova::Utils::Kcom::Synchronization;
 using Status = GNSSTimeStatus;
 using Reason = GNSSTimeReason;
 
+/// Lets the other thread work.
+void pause() {
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+}
+
 std::uint64_t fromEnvironment(const char* name, std::uint64_t otherwise) {
     const char* const text = std::getenv(name);
     return text != nullptr ? std::strtoull(text, nullptr, 10) : otherwise;
 }
 
-/// Numbered samples from frames to outputs, and all that may happen meanwhile, at random. Each
-/// sample comes out once and in order, at times that don't go back, or is in one of the counts.
-/// CMP_MODEL_SAMPLES and CMP_MODEL_SEED make other runs.
+/// Numbered samples from frames to outputs, and all that may happen meanwhile, at random: frames,
+/// calls of the host, failing writes, and modules that come, go, change and restart. Each sample
+/// comes out once and in order, at times that don't go back, or is in one of the counts.
+///
+/// One module, 0x41, always stays: of it nothing is lost on the way to the queues. The others are
+/// named after their ConfigIds, 8 to 15. CMP_MODEL_SAMPLES and CMP_MODEL_SEED make other runs.
 class RandomModel : public ::testing::Test, protected CaptureBench {
   protected:
     static constexpr std::uint32_t mostMessages = 5;  ///< of a frame
     struct Model {
-        ChannelCounts counts;  ///< `unusable`, `queued` and `delivered`
         std::uint64_t number = 0;
         double time = 0.0;
+        std::uint64_t delivered = 0;
     };
 
     RandomModel() {
@@ -59,51 +70,55 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
         };
     }
 
-    static std::uint32_t pick(std::mt19937& random, std::size_t count) {
+    static std::uint32_t pick(std::minstd_rand& random, std::size_t count) {
         return static_cast<std::uint32_t>(random() % count);
     }
-    std::uint32_t pick(std::size_t count) { return pick(hostRandom, count); }
+    std::uint32_t pick(std::size_t count) { return pick(random, count); }
 
     /// On the capture thread, where there is one.
     ScriptedRead nextRead() {
         if (isInPass && pick(16) == 0) {
-            pick(16) == 0 ? changeDevices() : flush();
+            pick(16) == 0 ? changeSomething() : flush();
         }
-        const std::lock_guard guard(lock);
         if (framesToSend == 0 || pick(wireRandom, 16) == 0) {
+            hasThread ? pause() : void();
             return {};
         }
         --framesToSend;
-        if (pick(wireRandom, 32) == 0) {
-            return {1, wire::ethernet(0x0800)};
+        constexpr std::uint16_t bases[] = {0x30, 0x40, 0x00};
+        const std::uint32_t base = pick(wireRandom, 3);
+        const bool stays = pick(wireRandom, 2) == 0;
+        const auto cmId =
+            static_cast<std::uint16_t>(stays ? 0x41 : bases[base] + 8 + pick(wireRandom, 8));
+        std::int64_t& clockAhead = ahead[cmId];
+        if (pick(wireRandom, 2000) == 0) {  // it restarts, or its clock is set
+            clockAhead = (std::int64_t{pick(wireRandom, 5)} - 2) * 8'000'000'000;
         }
-        const auto all = devices.list();
-        const std::uint16_t cmId = all[pick(wireRandom, all.size())]->getCmId();
-        if (pick(wireRandom, 2000) == 0) {  // the module's clock is set
-            ahead[cmId] = (std::int64_t{pick(wireRandom, 5)} - 2) * 8'000'000'000;
+        const auto time =
+            static_cast<std::uint64_t>(counter.getRealNanoseconds() + clockAhead +
+                                       gnss_arithmetic::weekEpochUnixSeconds * 1'000'000'000);
+        switch (pick(wireRandom, 16)) {
+            case 0:
+                return {1, wire::ethernet(0x0800)};
+            case 1:
+                return {1, wire::tecmp(1, 1, {{0, time, wire::cmStatus(cmId, 7, "S")}})};
+            case 2:
+                return {1, wire::tecmp(1, 2, {{0, time, wire::busStatus(cmId, {{0x10, 5}})}})};
+            default:
+                break;
         }
         std::vector<wire::Message> messages(1 + pick(wireRandom, mostMessages));
         for (wire::Message& message : messages) {
-            message = nextMessage(*devices.findByCmId(cmId), ahead[cmId]);
+            const bool isUsable = pick(wireRandom, 50) != 0;
+            const bool isLin = !stays && base == 0;
+            wire::Bytes data;
+            wire::put(data, ++sent, 8);
+            data.resize(isUsable ? 8 + (isLin ? 0 : pick(wireRandom, 57)) : 65);
+            message = {16 * (1 + pick(wireRandom, 7)), time,
+                       isLin ? wire::lin(1, data, 0) : wire::can(1, data)};
+            sentToStaying += stays && isReading ? 1 : 0;
         }
         return {1, wire::tecmpData(cmId, messages), counter.getRealNanoseconds()};
-    }
-    wire::Message nextMessage(const CmpDevice& device, std::int64_t clockAhead) {
-        const std::uint32_t interfaceId = 16 * (1 + pick(wireRandom, 7));
-        const bool isUsable = pick(wireRandom, 50) != 0;
-        const auto channel = device.findChannel(static_cast<std::uint16_t>(interfaceId));
-        if (channel && isReading) {
-            ChannelCounts& counts = models[channel.get()].counts;
-            ++(isUsable ? counts.queued : counts.unusable);
-        }
-        const bool isLin = channel && channel->getTypeName() == "LIN";
-        wire::Bytes data;
-        wire::put(data, ++sent, 8);
-        data.resize(isUsable ? 8 + (isLin ? 0 : pick(wireRandom, 57)) : 65);
-        return {interfaceId,
-                static_cast<std::uint64_t>(counter.getRealNanoseconds() + clockAhead +
-                                           gnss_arithmetic::weekEpochUnixSeconds * 1'000'000'000),
-                isLin ? wire::lin(1, data, 0) : wire::can(1, data)};
     }
 
     GNSSTimeResult randomAnswer() {
@@ -118,10 +133,7 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
     }
 
     void send() {
-        {
-            const std::lock_guard guard(lock);
-            framesToSend += pick(isInPass ? 20 : 200);
-        }
+        framesToSend += pick(isInPass ? 20 : 200);
         if (!hasThread && !isInPass) {
             isInPass = pick(4) == 0;
             while (framesToSend != 0) {
@@ -129,9 +141,11 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
             }
             isInPass = false;
         }
+        while (hasThread && framesToSend > 1000) {
+            pause();
+        }
     }
     void flush() {
-        factory.channels[pick(factory.channels.size())]->failAt = pick(4);
         counter.count += pick(40'000);
         host.clock.seconds = static_cast<double>(counter.count - zero) / 1e6;
         host.data.position = static_cast<std::int32_t>(host.clock.seconds * 1000);
@@ -139,99 +153,136 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
         reader.takeOver();
         syncManager.Tick();
         pick(2) == 0 ? send() : void();
+        factory.channels[pick(7)]->failAt = pick(4);  // of the module that stays
         try {
             reader.flushTakenOver();
         } catch (const std::runtime_error&) {  // a write failed, and the sample comes again
         }
-        forEachChannel([](const CmpChannel& channel, Model& model) {
-            for (const auto& sample : std::exchange(samplesOf(channel), {})) {
-                const auto data = sample.bytes.begin() + (sample.variant ? 4 : 8);
-                const std::uint64_t number = std::accumulate(
-                    data, data + 8, std::uint64_t{0},
-                    [](std::uint64_t sum, std::uint8_t byte) { return sum << 8 | byte; });
-                ASSERT_TRUE(isWholeRecord(sample));
-                ASSERT_GT(number, std::exchange(model.number, number));
-                ASSERT_GE(sample.time, std::exchange(model.time, sample.time));
-                ++model.counts.delivered;
-            }
-            ASSERT_EQ(channel.getCounts().delivered, model.counts.delivered);
-        });
-    }
-    template <class Action>
-    void forEachChannel(const Action& action) {
-        const std::lock_guard guard(lock);
         for (const auto& device : devices.list()) {
+            EXPECT_EQ(device->getName(), std::to_string(device->getConfigId()));
+            looked += device->getSerialNumberText() == "S" ? 1 : 0;
             for (const auto& channel : *device->getChannels()) {
-                action(*channel, models[channel.get()]);
+                looked += channel->getLastValueText().size() + channel->getBusStatus().messageCount;
+                checkWritten(*channel, models[channel.get()]);
             }
         }
+    }
+    static void checkWritten(const CmpChannel& channel, Model& model) {
+        for (const auto& sample : std::exchange(samplesOf(channel), {})) {
+            const auto data = sample.bytes.begin() + (sample.variant ? 4 : 8);
+            const std::uint64_t number = std::accumulate(
+                data, data + 8, std::uint64_t{0},
+                [](std::uint64_t sum, std::uint8_t byte) { return sum << 8 | byte; });
+            ASSERT_TRUE(isWholeRecord(sample));
+            ASSERT_GT(number, std::exchange(model.number, number));
+            ASSERT_GE(sample.time, std::exchange(model.time, sample.time));
+            ++model.delivered;
+        }
+        ASSERT_EQ(channel.getCounts().delivered, model.delivered);
     }
 
-    /// Ends data read, and begins it again or not.
+    /// Ends data read, and begins it again. What comes in between goes nowhere.
     void restart() {
         hasThread ? reader.Stop() : void();
-        reader.prepareRead(false);
-        std::uint64_t sentNow = 0;
-        std::uint64_t came = 0;
-        forEachChannel([&](const CmpChannel& channel, Model& model) {
-            const ChannelCounts c = channel.getCounts();
-            const std::uint64_t fates[] = {c.delivered, c.beforeStart, c.afterEnd,  c.tooOld,
-                                           c.tooNew,    c.notPlaced,   c.leftQueued};
-            ASSERT_EQ(std::accumulate(std::begin(fates), std::end(fates), std::uint64_t{0}),
-                      c.queued);
-            std::transform(std::begin(fates), std::end(fates), totals.begin(), totals.begin(),
-                           std::plus());
-            sentNow += model.counts.queued + model.counts.unusable;
-            came += c.queued + c.unusable;
-            ASSERT_LE(model.counts.queued - c.queued, hasThread ? mostMessages : 0);
-            model = {};
-        });
-        // Once it is to stop, the capture thread takes no more messages, amid a frame even.
-        EXPECT_LE(sentNow - came, hasThread ? mostMessages : 0);
-        for (std::uint32_t i = hasThread ? 5 : pick(5); i < 5; ++i) {
-            changeDevices();
+        isReading = false;
+        hasThread ? reader.startSetupRead() : reader.prepareRead(false);
+        framesToSend += 20;
+        while (framesToSend != 0) {
+            hasThread ? pause() : reader.readPass();
         }
+        std::uint64_t came = 0;
+        for (const auto& device : devices.list()) {
+            for (const auto& channel : *device->getChannels()) {
+                const ChannelCounts c = channel->getCounts();
+                const std::array<std::uint64_t, 7> fates = {c.delivered, c.beforeStart, c.afterEnd,
+                                                            c.tooOld,    c.tooNew,      c.notPlaced,
+                                                            c.leftQueued};
+                EXPECT_EQ(std::accumulate(fates.begin(), fates.end(), c.noOutput), c.queued);
+                std::transform(fates.begin(), fates.end(), totals.begin(), totals.begin(),
+                               std::plus());
+                came += device->getCmId() == 0x41 ? c.queued + c.unusable : 0;
+            }
+        }
+        // Once it is to stop, the capture thread takes no more messages, amid a frame even.
+        EXPECT_LE(wasReloaded ? 0 : sentToStaying - came, hasThread ? mostMessages : 0);
+        for (int i = 0; i < 5; ++i) {
+            changeSomething();
+        }
+        hasThread ? reader.stopFreeze() : void();
         devices.resetLastTimes();
+        models.clear();
         syncManager.RestartWithAcceptAll();
         syncManager.EnableClocks();
         zero = counter.count;
         host.data.startTime = GNSSTime(0, static_cast<double>(zero) / 1e6).ToDayCount();
+        wasReloaded = false;
+        sentToStaying = 0;
         isReading = true;
         hasThread ? reader.startRead() : reader.prepareRead(true);
     }
+    /// Loads the list as it is. What was queued goes with the old list.
+    void reload() {
+        const auto node = makeSetupTree("Setup");
+        const auto channels = makeSetupTree("Setup");
+        reader.saveDevices(*node);
+        reader.saveChannels(*channels);
+        manager.reload();
+        reader.loadDevices(*node);
+        reader.loadChannels(*channels);
+        models.clear();
+        wasReloaded = true;
+    }
 
-    /// Modules come and go, change their types, CM IDs and places.
-    void changeDevices() {
-        const auto all = devices.list();
+    /// One thing that a user may do. What is taken out is gone, on this thread, when the call is
+    /// back.
+    void changeSomething() {
+        const std::size_t count = devices.list().size();
+        const std::uint32_t at = pick(count);
         const std::uint32_t action = pick(5);
-        if (all.size() < 3 || (action == 0 && all.size() < 6)) {
-            devices.add()->setConfigId(static_cast<std::uint16_t>(pick(3)));
+        if (action == 0) {
+            devices.moveUp(static_cast<std::int32_t>(at));
+        } else if (action == 1) {
+            devices.moveDown(static_cast<std::int32_t>(at));
+        } else if (count < 4 || devices.list()[at]->getCmId() == 0x41) {
+            setConfigId(add(pick(4), 8));
+        } else if (action == 2 || count > 12) {
+            forget(*devices.list()[at]);
+            const std::weak_ptr<CmpDevice> removed = devices.list()[at];
+            devices.remove(at);
+            EXPECT_TRUE(isInPass || removed.expired());
+        } else if (action == 3) {
+            switchType(*devices.list()[at], deviceTypes()[pick(4)]);
         } else {
-            const std::uint32_t at = pick(all.size());
-            const std::uint32_t type = pick(8) == 0 ? pick(4) : pick(2);
-            if (action == 1 || (action == 2 && all[at]->getType().typeId != type)) {
-                for (const auto& channel : *all[at]->getChannels()) {
-                    models.erase(channel.get());
-                }
-            }
-            action == 1   ? devices.remove(at)
-            : action == 2 ? all[at]->setTypeById(type)
-            : action == 3 ? all[at]->setConfigId(static_cast<std::uint16_t>(pick(3)))
-                          : void(devices.moveUp(static_cast<std::int32_t>(at)));
+            setConfigId(*devices.list()[at]);
         }
-        factory.channels.clear();
-        devices.createOutputs();
+    }
+    void setConfigId(CmpDevice& device) {
+        const auto configId = static_cast<std::uint16_t>(8 + pick(8));
+        device.setName(std::to_string(configId));
+        device.setConfigId(configId);
+    }
+    void switchType(CmpDevice& device, const DeviceTypeInfo& type) {
+        if (device.getType().typeId != type.typeId) {
+            forget(device);
+            const std::weak_ptr<const CmpDevice::ChannelList> before = device.getChannels();
+            device.setType(type);
+            EXPECT_TRUE(isInPass || before.expired());
+            device.createOutputs();
+        }
+    }
+    void forget(const CmpDevice& device) {
+        for (const auto& channel : *device.getChannels()) {
+            models.erase(channel.get());
+        }
     }
 
     /// `never`: places of fates that need not be met.
     void run(const std::set<std::size_t>& never = {}) {
         const std::uint64_t seed = fromEnvironment("CMP_MODEL_SEED", 1);
         const std::uint64_t count = fromEnvironment("CMP_MODEL_SAMPLES", 200'000);
-        hostRandom.seed(static_cast<unsigned>(seed));
+        random.seed(static_cast<unsigned>(seed));
         wireRandom.seed(static_cast<unsigned>(seed + 1));
-        for (int i = 0; i < 20; ++i) {
-            changeDevices();
-        }
+        add(DeviceTypeInfo::canComboId, 1).setName("1");
         restart();
         for (std::uint64_t step = 0; sent < count && !HasFailure(); ++step) {
             takeStep();
@@ -241,43 +292,49 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
         for (std::size_t i = 0; i < totals.size(); ++i) {
             EXPECT_TRUE(totals[i] != 0 || never.count(i) != 0) << "fate " << i << " was never met";
         }
+        EXPECT_GT(looked, 0U);
+        EXPECT_EQ(manager.liveClocks(), std::ssize(devices.list()));
+        reader.Stop();
+        devices.clear();
+        EXPECT_EQ(manager.liveClocks(), 0);
+        EXPECT_EQ(manager.foreignCalls, 0) << "clocks are made and removed on the host's thread";
     }
     void takeStep() {
         constexpr std::uint32_t waits[] = {1, 2, 20, 100'000};
         const std::uint32_t action = pick(200);
         if (action < 60) {
             send();
-        } else if (action < 196) {
-            while (hasThread && framesToSend > 1000) {
-                std::this_thread::yield();
-            }
+        } else if (action < 190) {
             flush();
+        } else if (action < 197) {
+            changeSomething();
         } else if (action == 197) {
             waitOneIn = waits[pick(4)];
-        } else if (action == 198) {
-            hasThread ? void() : changeDevices();
         } else {
-            restart();
+            pick(8) == 0 ? reload() : restart();
         }
     }
 
     ScriptedHost host;
     GNSSSyncManagerImpl syncManager{counter};
-    std::mt19937 hostRandom;
+    std::minstd_rand random;
     bool hasThread = false;
     bool isInPass = false;
+    bool wasReloaded = false;
     std::uint64_t zero = 0;  ///< of the host's time, on the counter
     std::uint32_t waitOneIn = 20;
     double latestAnswer = 0.0;
+    std::size_t looked = 0;
     std::array<std::uint64_t, 7> totals = {};
+    std::map<const CmpChannel*, Model> models;
 
-    std::mutex lock;  ///< guards what follows, with a second thread
-    std::mt19937 wireRandom;
-    bool isReading = false;
+    // With a second thread these are the capture thread's too, or its alone.
+    std::atomic<bool> isReading = false;
     std::atomic<std::uint32_t> framesToSend = 0;
     std::atomic<std::uint64_t> sent = 0;
+    std::atomic<std::uint64_t> sentToStaying = 0;
+    std::minstd_rand wireRandom;
     std::map<std::uint16_t, std::int64_t> ahead;  ///< of the modules' clocks, nanoseconds
-    std::map<const CmpChannel*, Model> models;
 };
 
 TEST_F(RandomModel, ScriptedClocks) {

@@ -205,36 +205,6 @@ class PluginBench {
         return firstChannel().writePosition - before;
     }
 
-    /// What the plug-in tells of itself, a line for each entry: "module output: " and all counts.
-    std::vector<std::string> channelCounts() {
-        std::vector<ChannelStatistics> all(40);
-        std::uint32_t count = 40;
-        EXPECT_EQ(statistics()->getChannels(all.data(), &count), 0);
-        std::vector<std::string> lines;
-        for (std::uint32_t i = 0; i < count; ++i) {
-            const ChannelStatistics& c = all[i];
-            std::string line = std::to_string(c.module) + ' ' + std::to_string(c.output) + ':';
-            for (const std::uint64_t n :
-                 {c.unusable, c.queued, c.delivered, c.beforeStart, c.afterEnd, c.tooOld, c.tooNew,
-                  c.notPlaced, c.leftQueued, c.noOutput}) {
-                line += ' ' + std::to_string(n);
-            }
-            lines.push_back(line);
-        }
-        return lines;
-    }
-    CountedRef<CaptureStatistics> statistics() const {
-        CountedRef<CaptureStatistics> found;
-        object.queryTo(found);
-        return found;
-    }
-    /// The first module's clock runs free, and moves on a little whenever the host's is looked at.
-    void runFree() {
-        host.gnssDevices.devices.at(0)->syncMode = HostGnssDevice::syncModeSoft;
-        EXPECT_EQ(event(177, variantOf(&host.gnssCollection)), "0");
-        host.script.before("HostApp::getMasterClock", [this] { ++counter.count; });
-    }
-
     ScriptedHost host;
     ManualCounter counter;
     FrameFeed feed;

@@ -55,6 +55,12 @@ void CallScript::before(const std::string& operation, std::function<void()> acti
     actions[operation] = std::move(action);
 }
 
+std::function<void()> CallScript::actionBefore(const std::string& operation) const {
+    const LockGuard guard(lock);
+    const auto found = actions.find(operation);
+    return found == actions.end() ? nullptr : found->second;
+}
+
 void CallScript::heal() {
     const LockGuard guard(lock);
     actions.clear();
@@ -83,13 +89,7 @@ std::vector<std::string> CallScript::referenceFaults() const {
 
 CallScript::Verdict CallScript::enter(const std::string& operation, const std::string& arguments,
                                       bool handsObject) {
-    std::function<void()> action;
-    {
-        const LockGuard guard(lock);
-        const auto found = actions.find(operation);
-        action = found == actions.end() ? nullptr : found->second;
-    }
-    if (action) {
+    if (const auto action = actionBefore(operation)) {
         action();
     }
     const LockGuard guard(lock);

@@ -87,6 +87,7 @@ class CallScript {
         std::string operation;
         std::string arguments;
     };
+    std::function<void()> actionBefore(const std::string& operation) const;
     Verdict takeFault(const std::string& operation, bool handsObject) CMP_REQUIRES(lock);
 
     mutable Mutex lock;

@@ -197,11 +197,7 @@ class FakeSyncManager final : public Kestrova::Utils::Kcom::Synchronization::GNS
         if (place == clocks.end()) {
             place = clocks.insert(place, nullptr);
         }
-        *place = std::make_shared<FakeClock>();
-        if (onCreate) {
-            onCreate(**place);
-        }
-        return *place;
+        return *place = makeClock();
     }
     std::shared_ptr<GNSSClock> GetClock(std::uint32_t id) override {
         return id < clocks.size() && clocks[id] ? clocks[id] : CreateClock();
@@ -222,7 +218,7 @@ class FakeSyncManager final : public Kestrova::Utils::Kcom::Synchronization::GNS
     /// Has a new clock for each id that is in use, as a manager that reads its setup.
     void reload() {
         for (auto& clock : clocks) {
-            clock = clock ? std::make_shared<FakeClock>() : nullptr;
+            clock = clock ? makeClock() : nullptr;
         }
     }
     std::ptrdiff_t liveClocks() const {
@@ -230,6 +226,13 @@ class FakeSyncManager final : public Kestrova::Utils::Kcom::Synchronization::GNS
     }
 
   private:
+    std::shared_ptr<FakeClock> makeClock() const {
+        auto clock = std::make_shared<FakeClock>();
+        if (onCreate) {
+            onCreate(*clock);
+        }
+        return clock;
+    }
     void noteThread() { foreignCalls += std::this_thread::get_id() != ownThread ? 1 : 0; }
 
     const std::thread::id ownThread = std::this_thread::get_id();
