@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "bridge/output/output_factory.h"
 #include "capture/channel_counts.h"
@@ -75,8 +76,13 @@ class CmpChannel {
     std::string getName() const;
     void setName(const std::string& name);
     const std::shared_ptr<OutputChannel>& getOutput() const { return output; }
-    void setOutput(std::shared_ptr<OutputChannel> channel) { output = std::move(channel); }
-    void releaseOutput() { output.reset(); }
+    void setOutput(std::shared_ptr<OutputChannel> channel) {
+        std::swap(output, channel);
+        if (isFlushing) {
+            replacedOutputs.push_back(std::move(channel));
+        }
+    }
+    void releaseOutput() { setOutput(nullptr); }
     /// Lets the next sample be written at any time; at the start of a measurement.
     void resetLastTime() {
         lastTime = 0.0;
@@ -95,16 +101,28 @@ class CmpChannel {
     void setHandedOver() { isHandedOver.store(true, std::memory_order_release); }
     void setTakenOver(bool any) { isTakenOver = any; }
 
+    /// The output that a flush began with lives until it is over.
+    void beginFlush() { isFlushing = true; }
+    void endFlush() {
+        isFlushing = false;
+        if (!replacedOutputs.empty()) {
+            replacedOutputs.clear();
+        }
+    }
+    bool isAmidFlush() const { return isFlushing; }
+
     OutputFactory* const outputFactory;
     std::shared_ptr<OutputChannel> output;
     double lastTime = 0.0;         ///< host time of the newest sample written, seconds
     std::uint32_t timeResets = 0;  ///< how often `lastTime` was reset
 
   private:
-    mutable Mutex statusLock;
-    BusStatus busStatus CMP_GUARDED_BY(statusLock);
-
     bool isInBurst = false;  // the capture thread's own
     std::atomic<bool> isHandedOver{false};
     bool isTakenOver = false;  // the host's thread's own
+    bool isFlushing = false;   // the same
+    std::vector<std::shared_ptr<OutputChannel>> replacedOutputs;  ///< since the flush began
+
+    mutable Mutex statusLock;
+    BusStatus busStatus CMP_GUARDED_BY(statusLock);
 };

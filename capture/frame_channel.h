@@ -48,18 +48,18 @@ class FrameChannel : public CmpChannel {
     /// The host may call back while it takes a sample: a flush amid this one does nothing, a reset
     /// ends it, and the output lives until it is over.
     void flush(const std::shared_ptr<GNSSClock>& clock) override {
-        if (isFlushing) {
+        if (isAmidFlush()) {
             return;
         }
-        isFlushing = true;
-        const Finally over([this] { isFlushing = false; });
-        const std::shared_ptr<OutputChannel> target = output;
+        beginFlush();
+        const Finally over([this] { endFlush(); });
+        OutputChannel* const target = output.get();
         const std::uint32_t clears = queue.getClears();
         Frame frame;
         bool written = false;
         while (queue.hasNext()) {
-            queue.front().copyFront(frame);
-            const auto result = clock->GetTime(toGnssTime(queue.front().frontTime()));
+            queue.copyFront(frame);
+            const auto result = clock->GetTime(toGnssTime(queue.frontTime()));
             if (result.status == Status::Wait) {
                 break;
             }
@@ -102,13 +102,13 @@ class FrameChannel : public CmpChannel {
     }
 
     void endCounting(const std::shared_ptr<GNSSClock>& clock) override {
-        if (isFlushing && queue.hasNext()) {  // the host, which has it, calls back
+        if (isAmidFlush() && queue.hasNext()) {  // the host, which has it, calls back
             ++counts.delivered;
             queue.drop();
         }
         queue.takeOver();
         for (; queue.hasNext(); queue.drop()) {
-            const auto result = clock->GetTime(toGnssTime(queue.front().frontTime()));
+            const auto result = clock->GetTime(toGnssTime(queue.frontTime()));
             if (result.reason == Reason::AheadOfPosition) {
                 ++counts.afterEnd;
             } else if (result.status == Status::Valid) {
@@ -168,5 +168,4 @@ class FrameChannel : public CmpChannel {
     std::atomic<std::uint64_t> unusable{0};  ///< written by the capture thread
     // The host's thread's own.
     ChannelCounts counts;  ///< but for `unusable` and `queued`
-    bool isFlushing = false;
 };

@@ -1,114 +1,190 @@
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <memory>
+#include <new>
 #include <utility>
 
-#include "capture/packed_samples.h"
-#include "core/mutex.h"
+#include "capture/bus_frame.h"
+#include "capture/cmp_message.h"
 
-/// The samples of one channel on their way from the capture thread to the host's thread.
+/// The samples of one channel, each a time and the host's record, on their way from the capture
+/// thread to the host's thread.
 ///
-/// There are three parts. The capture thread appends to `taken`, which is its own, and puts what it
-/// has into `incoming`. The host's thread takes `incoming` over into `outgoing`, which is its own,
-/// in one short lock, and works through that. So no host call ever runs under the lock, and the
-/// capture thread never waits for the host. Order is kept: what is taken over was appended behind
-/// all that was taken over before.
+/// They lie in a chain of blocks. The capture thread appends behind the last one, and makes all that
+/// it has appended visible by storing their number. The host's thread takes that number over, and
+/// works through so many samples. Neither waits for the other, nothing is copied, and no host call
+/// can hold up the capture thread.
 ///
-/// `hasIncoming` says whose `incoming` is. While it is true, it is touched under `queueLock` alone.
-/// While it is false, there is nothing for the host's thread in it, which then leaves it alone, and
-/// the capture thread needs no lock to put something there.
-///
-/// There is no limit: nothing is lost while the host is late. Each part keeps room for a steady
-/// flow, which so allocates nothing, and gives back what it has grown to beyond that as soon as it
-/// is empty.
+/// There is no limit: nothing is lost while the host is late. The host's thread frees each block
+/// that it is done with, but for a few that go back to the capture thread, so that a steady flow
+/// allocates nothing.
 template <class Frame>
 class SampleQueue {
   public:
+    SampleQueue() = default;
+    SampleQueue(const SampleQueue&) = delete;
+    SampleQueue& operator=(const SampleQueue&) = delete;
+    ~SampleQueue() {
+        clear();
+        for (auto& slot : spares) {
+            delete slot.load(std::memory_order_relaxed);
+        }
+    }
+
     /// Capture thread: takes a message, which `holdsFrame`.
     void append(const DeviceTime& time, const std::uint8_t* payload) {
-        taken.append(time, payload);
+        if (finish > lastStart) {
+            addBlock();
+        }
+        Cell* const to = &last->cells[finish];
+        auto* const frame = new (to + headerCells) Frame;
+        const std::size_t used = cellsOf(decodeFrame(payload, *frame));
+        new (to) Header{time.seconds, time.nanoseconds, static_cast<std::uint32_t>(used)};
+        finish += headerCells + used;
         ++appended;
     }
-
     /// Capture thread: what was appended can be taken over from now on.
-    void handOver() CMP_EXCLUDES(queueLock) {
-        if (hasIncoming.load(std::memory_order_acquire)) {
-            const LockGuard guard(queueLock);
-            incoming.append(taken);
-            hasIncoming.store(true, std::memory_order_release);
-        } else {
-            putIncoming();
-        }
-        taken.clear();
-        handedOver.store(appended, std::memory_order_relaxed);
-    }
+    void handOver() { handedOver.store(appended, std::memory_order_release); }
 
     /// Host's thread: makes what was handed over up to now part of what `hasNext` looks at.
-    void takeOver() CMP_EXCLUDES(queueLock) {
-        if (!hasIncoming.load(std::memory_order_acquire)) {
-            return;
-        }
-        {
-            const LockGuard guard(queueLock);
-            std::swap(incoming, arrived);
-            hasIncoming.store(false, std::memory_order_release);
-        }
-        if (outgoing.isEmpty()) {
-            std::swap(outgoing, arrived);
-        } else {
-            outgoing.append(arrived);
-        }
-        arrived.clear();
+    void takeOver() {
+        takenOver = handedOver.load(std::memory_order_acquire);
+        leaveFinishedBlock();
     }
-    /// Host's thread: whether there is a sample among those taken over, which then is the front of
-    /// `front()`.
-    bool hasNext() const { return !outgoing.isEmpty(); }
-    const PackedSamples<Frame>& front() const { return outgoing; }
-    void drop() {
-        outgoing.drop();
-        if (outgoing.isEmpty()) {
-            outgoing.clear();
+    /// Host's thread: whether there is a front among those taken over. The front is the oldest.
+    bool hasNext() const { return dropped != takenOver; }
+    DeviceTime frontTime() const { return {front().seconds, front().nanoseconds}; }
+    /// Overwrites all of `frame`.
+    void copyFront(Frame& frame) const {
+        constexpr std::size_t whole = sizeof(Frame) / cellSize;
+        constexpr std::size_t rest = sizeof(Frame) % cellSize;
+        auto* const to = reinterpret_cast<std::uint8_t*>(&frame);
+        const Cell* const from = &first->cells[start + headerCells];
+        const std::size_t used = front().used;
+        frame = Frame();
+        for (std::size_t i = 0; i < std::min(used, whole); ++i) {
+            std::memcpy(to + i * cellSize, from + i, cellSize);
         }
+        if (used > whole) {
+            std::memcpy(to + whole * cellSize, from + whole, rest);
+        }
+    }
+    void drop() {
+        start += headerCells + front().used;
+        ++dropped;
+        leaveFinishedBlock();
     }
 
-    /// How many samples were appended and handed over since `beginCounting`. Any thread.
-    std::uint64_t getHandedOver() const { return handedOver.load(std::memory_order_relaxed); }
-    /// Host's thread, with the capture thread stopped.
-    void beginCounting() {
-        appended = 0;
-        handedOver.store(0, std::memory_order_relaxed);
+    /// How many samples were handed over since `beginCounting`. Any thread.
+    std::uint64_t getHandedOver() const {
+        return handedOver.load(std::memory_order_relaxed) -
+               countedFrom.load(std::memory_order_relaxed);
     }
+    /// Host's thread, with the capture thread stopped.
+    void beginCounting() { countedFrom.store(appended, std::memory_order_relaxed); }
 
     /// Host's thread, with the capture thread stopped. May come amid a flush, see `getClears`.
-    void clear() CMP_EXCLUDES(queueLock) {
-        taken.clear();
-        outgoing.clear();
+    void clear() {
+        while (first.get() != last) {
+            first = std::move(first->next);
+        }
+        start = finish = 0;
+        handOver();
+        takenOver = dropped = appended;
         ++clears;
-        const LockGuard guard(queueLock);
-        incoming.clear();
-        hasIncoming.store(false, std::memory_order_release);
     }
     /// How often it was cleared: whether the front is still the one that it was.
     std::uint32_t getClears() const { return clears; }
 
   private:
-    /// Capture thread, where `hasIncoming` is false.
-    void putIncoming() CMP_NO_THREAD_SAFETY_ANALYSIS {
-        std::swap(incoming, taken);
-        hasIncoming.store(true, std::memory_order_release);
+    /// A cell holds the beginning of a sample, or a usual CAN record with its 8 data bytes: a
+    /// sample takes only as many cells as there is something in. So a usual CAN message takes a
+    /// third of a record's memory, the queues of many channels together stay within the processor's
+    /// caches, and less goes from one thread's to the other's.
+    static constexpr std::size_t cellSize = 16;
+    struct alignas(cellSize) Cell {
+        std::array<std::uint8_t, cellSize> bytes;
+    };
+    struct Header {
+        std::uint64_t seconds;
+        std::int32_t nanoseconds;
+        std::uint32_t used;  ///< cells of the record
+    };
+    static constexpr std::size_t cellsOf(std::size_t size) {
+        return (size + cellSize - 1) / cellSize;
+    }
+    static constexpr std::size_t headerCells = cellsOf(sizeof(Header));
+    static constexpr std::size_t frameCells = cellsOf(sizeof(Frame));
+
+    /// Four kilobytes, some 120 usual messages.
+    static constexpr std::size_t blockCells = 256;
+    struct Block {
+        std::unique_ptr<Block> next;
+        std::array<Cell, blockCells> cells;
+    };
+    /// Where the last sample of a block may begin: a record is made whole before it is known how
+    /// much of it is used.
+    static constexpr std::size_t lastStart = blockCells - headerCells - frameCells;
+    /// Blocks kept for the capture thread, a quarter of a megabyte.
+    static constexpr std::size_t spareBlocks = 64;
+
+    const Header& front() const { return *reinterpret_cast<const Header*>(&first->cells[start]); }
+
+    /// Capture thread.
+    [[gnu::noinline]] void addBlock() {
+        std::atomic<Block*>& slot = spares[nextTaken % spareBlocks];
+        Block* block = slot.load(std::memory_order_acquire);
+        if (block != nullptr) {
+            slot.store(nullptr, std::memory_order_release);
+            ++nextTaken;
+        } else {
+            block = new Block;
+        }
+        last->next.reset(block);
+        last = block;
+        finish = 0;
     }
 
-    mutable Mutex queueLock;
-    std::atomic<bool> hasIncoming{false};
-    std::atomic<std::uint64_t> handedOver{0};
-    // The capture thread's own.
-    PackedSamples<Frame> taken;
-    std::uint64_t appended = 0;
-    PackedSamples<Frame> incoming CMP_GUARDED_BY(queueLock);
+    /// Host's thread. Where nothing was taken over behind it, there may be no next block yet.
+    void leaveFinishedBlock() {
+        if (start > lastStart && hasNext()) {
+            leaveBlock();
+        }
+    }
+    [[gnu::noinline]] void leaveBlock() {
+        std::unique_ptr<Block> block = std::exchange(first, std::move(first->next));
+        start = 0;
+        std::atomic<Block*>& slot = spares[nextGiven % spareBlocks];
+        if (slot.load(std::memory_order_acquire) == nullptr) {
+            slot.store(block.release(), std::memory_order_release);
+            ++nextGiven;
+        }
+    }
+
+    // Each thread's own lie apart, so that the processors don't take them from each other.
+    static constexpr std::size_t apart = 64;
+
     // The host's thread's own.
-    PackedSamples<Frame> arrived;  ///< empty but while they are taken over
-    PackedSamples<Frame> outgoing;
+    alignas(apart) std::unique_ptr<Block> first = std::unique_ptr<Block>(new Block);
+    std::size_t start = 0;  ///< the front's cell in `first`
+    std::uint64_t takenOver = 0;
+    std::uint64_t dropped = 0;
+    std::size_t nextGiven = 0;
     std::uint32_t clears = 0;
+
+    // The capture thread's own, but for what is atomic.
+    alignas(apart) Block* last = first.get();
+    std::size_t finish = 0;  ///< behind the last sample, in `last`
+    std::uint64_t appended = 0;
+    std::size_t nextTaken = 0;
+    std::atomic<std::uint64_t> handedOver{0};  ///< how many samples, ever
+    std::atomic<std::uint64_t> countedFrom{0};
+
+    alignas(apart) std::array<std::atomic<Block*>, spareBlocks> spares = {};
 };
