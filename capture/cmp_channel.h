@@ -119,8 +119,8 @@ class CmpChannel {
   private:
     bool isInBurst = false;  // the capture thread's own
     std::atomic<bool> isHandedOver{false};
-    bool isTakenOver = false;  // the host's thread's own
-    bool isFlushing = false;   // the same
+    bool isTakenOver = false;                                     // the host's thread's own
+    bool isFlushing = false;                                      // the same
     std::vector<std::shared_ptr<OutputChannel>> replacedOutputs;  ///< since the flush began
 
     mutable Mutex statusLock;

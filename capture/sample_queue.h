@@ -16,10 +16,10 @@
 /// The samples of one channel, each a time and the host's record, on their way from the capture
 /// thread to the host's thread.
 ///
-/// They lie in a chain of blocks. The capture thread appends behind the last one, and makes all that
-/// it has appended visible by storing their number. The host's thread takes that number over, and
-/// works through so many samples. Neither waits for the other, nothing is copied, and no host call
-/// can hold up the capture thread.
+/// They lie in a chain of blocks. The capture thread appends behind the last one, and makes all
+/// that it has appended visible by storing their number. The host's thread takes that number over,
+/// and works through so many samples. Neither waits for the other, nothing is copied, and no host
+/// call can hold up the capture thread.
 ///
 /// There is no limit: nothing is lost while the host is late. The host's thread frees each block
 /// that it is done with, but for a few that go back to the capture thread, so that a steady flow
