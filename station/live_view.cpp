@@ -3,8 +3,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <string_view>
+#include <algorithm>
 
 namespace station {
 namespace {
@@ -30,17 +29,6 @@ Size terminalSize(int descriptor) {
 
 }  // namespace
 
-void writeText(int descriptor, const std::string& text) {
-    std::string_view rest = text;
-    while (!rest.empty()) {
-        const ssize_t written = write(descriptor, rest.data(), rest.size());
-        if (written < 0 && errno != EINTR) {
-            return;
-        }
-        rest.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
-    }
-}
-
 LiveView::Form LiveView::choose(bool quiet, int descriptor) {
     if (quiet) {
         return Form::Nothing;
@@ -51,7 +39,7 @@ LiveView::Form LiveView::choose(bool quiet, int descriptor) {
 LiveView::LiveView(Form chosenForm, int tableDescriptor)
     : form(chosenForm), descriptor(tableDescriptor), next(std::chrono::steady_clock::now()) {
     if (form == Form::Table) {
-        writeText(descriptor, enterSecondScreen);
+        writer.write(descriptor, enterSecondScreen);
     } else {
         next += std::chrono::seconds(1);
     }
@@ -63,14 +51,15 @@ LiveView::~LiveView() {
 
 void LiveView::end() {
     if (form == Form::Table) {
-        writeText(descriptor, leaveSecondScreen);
-        writeText(STDERR_FILENO, messages);
+        writer.write(descriptor, leaveSecondScreen);
+        writer.write(STDERR_FILENO, messages);
     }
     form = Form::Nothing;
+    writer.finish();
 }
 
 bool LiveView::isDue(std::chrono::steady_clock::time_point now) const {
-    return form != Form::Nothing && now >= next;
+    return form != Form::Nothing && now >= next && !writer.isBusy();
 }
 
 void LiveView::show(const Summary& summary, std::chrono::steady_clock::time_point now) {
@@ -78,13 +67,13 @@ void LiveView::show(const Summary& summary, std::chrono::steady_clock::time_poin
         draw(summary);
         next = now + std::chrono::milliseconds(200);
     } else if (form == Form::Lines) {
-        writeText(STDERR_FILENO, toProgressLine(summary) + '\n');
-        next += std::chrono::seconds(1);
+        writer.write(STDERR_FILENO, toProgressLine(summary) + '\n');
+        next = std::max(next + std::chrono::seconds(1), now);
     }
 }
 
 /// What doesn't fit the screen is cut: a line that wraps would move all below it.
-void LiveView::draw(const Summary& summary) const {
+void LiveView::draw(const Summary& summary) {
     const Size size = terminalSize(descriptor);
     std::string text = home;
     std::size_t row = 0;
@@ -94,14 +83,14 @@ void LiveView::draw(const Summary& summary) const {
         }
         text += line.substr(0, size.columns - 1) + clearRestOfLine + "\r\n";
     }
-    writeText(descriptor, text + clearBelow);
+    writer.write(descriptor, text + clearBelow);
 }
 
 void LiveView::tell(const std::string& text) {
     if (form == Form::Table) {
         messages += text + '\n';
     } else {
-        writeText(STDERR_FILENO, text + '\n');
+        writer.write(STDERR_FILENO, text + '\n');
     }
 }
 

@@ -4,13 +4,15 @@
 #include <string>
 
 #include "station/summary.h"
+#include "station/text_writer.h"
 
 namespace station {
 
 /// What the user sees while a measurement runs: on a terminal a table, redrawn five times a second;
 /// elsewhere one line a second on standard error; or nothing.
 ///
-/// The table is drawn on the terminal's second screen, so that what stood there before comes back.
+/// The table is drawn on the terminal's second screen, so that what was there before comes back.
+/// Nothing here waits for the terminal while the measurement runs.
 class LiveView {
   public:
     enum class Form { Table, Lines, Nothing };
@@ -24,24 +26,23 @@ class LiveView {
     LiveView(const LiveView&) = delete;
     LiveView& operator=(const LiveView&) = delete;
 
-    /// Whether it is time for `show`.
+    /// Whether it is time for `show`: not while the terminal still has the last one to take.
     bool isDue(std::chrono::steady_clock::time_point now) const;
     void show(const Summary& summary, std::chrono::steady_clock::time_point now);
     /// A message for the user, at once and without disturbing the table.
     void tell(const std::string& text);
-    /// Leaves the table; what is printed from now on stays on the screen.
+    /// Leaves the table and prints the messages told meanwhile; what is printed from now on stays
+    /// on the screen.
     void end();
 
   private:
-    void draw(const Summary& summary) const;
+    void draw(const Summary& summary);
 
+    TextWriter writer;
     Form form;
     const int descriptor;
     std::chrono::steady_clock::time_point next;
     std::string messages;  ///< told while the table stood
 };
-
-/// Writes the whole text; an output whose reader has gone is passed over.
-void writeText(int descriptor, const std::string& text);
 
 }  // namespace station

@@ -10,7 +10,7 @@
 
 #include "station/cli/commands.h"
 #include "station/cli/recordings.h"
-#include "station/live_view.h"
+#include "station/text_writer.h"
 #include "station/offline/direct_capture.h"
 #include "station/offline/found_modules.h"
 #include "station/offline/stored_frames.h"

@@ -13,7 +13,7 @@
 #include "station/bench/registered_plugins.h"
 #include "station/cli/commands.h"
 #include "station/host/plugin_failure.h"
-#include "station/live_view.h"
+#include "station/text_writer.h"
 
 namespace station {
 namespace {

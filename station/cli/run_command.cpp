@@ -146,8 +146,8 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     } catch (const PluginError& error) {
         failure = error.what();  // what came before it is to be told all the same
     }
-    view.end();
     tellAll(view, measurement.close());
+    view.end();
     report(options, measurement.summarize());
     if (!failure.empty()) {
         throw CommandError(ExitCode::Failed, failure);

@@ -13,7 +13,7 @@
 #include "station/bench/setup_editor.h"
 #include "station/cli/commands.h"
 #include "station/cli/setups.h"
-#include "station/live_view.h"
+#include "station/text_writer.h"
 
 namespace station {
 namespace {

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "station/exit_codes.h"
-#include "station/live_view.h"
+#include "station/text_writer.h"
 
 namespace station {
 
