@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 
 /// What became of the messages of one channel since data read was started. At the end of data read
 /// `queued` is the sum of all that follow it.
@@ -19,4 +20,22 @@ struct ChannelCounts {
     std::uint64_t notPlaced = 0;   ///< the module's clock had no relation to the host's time
     std::uint64_t leftQueued = 0;  ///< in the measurement, but not asked for before its end
     std::uint64_t noOutput = 0;    ///< there was no output channel
+
+    ChannelCounts& operator+=(const ChannelCounts& other) {
+        unusable += other.unusable;
+        queued += other.queued;
+        delivered += other.delivered;
+        beforeStart += other.beforeStart;
+        afterEnd += other.afterEnd;
+        tooOld += other.tooOld;
+        tooNew += other.tooNew;
+        notPlaced += other.notPlaced;
+        leftQueued += other.leftQueued;
+        noOutput += other.noOutput;
+        return *this;
+    }
 };
+
+/// The counts of channels that went since data read was started, by the index of their output, -1
+/// for none. Host's thread.
+using GoneCounts = std::map<std::int32_t, ChannelCounts>;

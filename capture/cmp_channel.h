@@ -76,6 +76,12 @@ class CmpChannel {
     std::string getName() const;
     void setName(const std::string& name);
     const std::shared_ptr<OutputChannel>& getOutput() const { return output; }
+    /// Where the channel leaves its counts when it goes; may be null.
+    void setGoneCounts(std::shared_ptr<GoneCounts> counts) { goneCounts = std::move(counts); }
+    /// -1 without one.
+    std::int32_t getOutputIndex() const {
+        return output ? static_cast<std::int32_t>(output->getIndex()) : -1;
+    }
     void setOutput(std::shared_ptr<OutputChannel> channel) {
         std::swap(output, channel);
         if (isFlushing) {
@@ -115,6 +121,7 @@ class CmpChannel {
     std::shared_ptr<OutputChannel> output;
     double lastTime = 0.0;         ///< host time of the newest sample written, seconds
     std::uint32_t timeResets = 0;  ///< how often `lastTime` was reset
+    std::shared_ptr<GoneCounts> goneCounts;
 
   private:
     bool isInBurst = false;  // the capture thread's own

@@ -218,6 +218,7 @@ std::shared_ptr<CmpChannel> CmpDevice::makeChannel(const BusStatus& record) cons
         channel = std::make_shared<CmpChannelCanfd>(surroundings.outputFactory);
     }
     channel->setBusStatus(record);
+    channel->setGoneCounts(surroundings.goneCounts);
     return channel;
 }
 

@@ -43,6 +43,7 @@ class CmpDevice {
         const PerformanceCounter* counter = nullptr;
         /// Called, without a lock held, when the CM ID or the channels have changed; may be empty.
         std::function<void()> onRoutesChanged;
+        std::shared_ptr<GoneCounts> goneCounts = nullptr;  ///< of the channels; may be null
     };
 
     /// A "CAN combo" with ConfigId 0.

@@ -14,9 +14,10 @@ CmpDevices::CmpDevices(GNSSSyncManager* manager, OutputFactory* factory,
 CmpDevices::~CmpDevices() = default;
 
 std::shared_ptr<CmpDevice> CmpDevices::create(CmpDevice::Clock mode) {
-    return std::make_shared<CmpDevice>(CmpDevice::Surroundings{syncManager, outputFactory, &counter,
-                                                               [this] { publishDirectory(); }},
-                                       mode);
+    return std::make_shared<CmpDevice>(
+        CmpDevice::Surroundings{syncManager, outputFactory, &counter,
+                                [this] { publishDirectory(); }, goneCounts},
+        mode);
 }
 
 std::shared_ptr<CmpDevice> CmpDevices::createForLoad() {
@@ -76,6 +77,7 @@ void CmpDevices::forgetHeard() {
 }
 
 void CmpDevices::beginCounting() {
+    goneCounts->clear();
     for (const auto& device : list()) {
         device->beginCounting();
     }

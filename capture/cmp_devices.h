@@ -46,6 +46,7 @@ class CmpDevices final : public DeviceContainer<std::shared_ptr<CmpDevice>> {
     void forgetHeard();
     void beginCounting();
     void endCounting();
+    const GoneCounts& getGoneCounts() const { return *goneCounts; }
 
     void saveDevices(Node& node) const;
     /// Replaces the list. A device whose values can't be read at all ends the load with that error;
@@ -68,5 +69,6 @@ class CmpDevices final : public DeviceContainer<std::shared_ptr<CmpDevice>> {
     GNSSSyncManager* const syncManager;
     OutputFactory* const outputFactory;
     const PerformanceCounter& counter;
+    const std::shared_ptr<GoneCounts> goneCounts = std::make_shared<GoneCounts>();
     DirectoryPublisher directory;  // with its own synchronisation
 };

@@ -18,6 +18,14 @@ template <class Frame, auto addSample>
 class FrameChannel : public CmpChannel {
   public:
     using CmpChannel::CmpChannel;
+    ~FrameChannel() override {
+        queue.takeOver();
+        counts.leftQueued += queue.size();
+        const ChannelCounts all = FrameChannel::getCounts();
+        if (goneCounts && all.queued + all.unusable != 0) {
+            (*goneCounts)[getOutputIndex()] += all;
+        }
+    }
 
     bool onData(const DeviceTime& time, std::uint32_t length,
                 const std::uint8_t* payload) override {

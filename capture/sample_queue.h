@@ -57,6 +57,8 @@ class SampleQueue {
         takenOver = handedOver.load(std::memory_order_acquire);
         leaveFinishedBlock();
     }
+    /// Host's thread: of those taken over.
+    std::uint64_t size() const { return takenOver - dropped; }
     /// Host's thread: whether there is a front among those taken over. The front is the oldest.
     bool hasNext() const { return dropped != takenOver; }
     DeviceTime frontTime() const { return {front().seconds, front().nanoseconds}; }

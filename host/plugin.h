@@ -139,7 +139,10 @@ class IPlugin4 : public HostDispatch {
 /// What became of the messages of one bus since event 105. While data is read some may still be
 /// queued; from event 130 on `queued` is the sum of all fields behind it.
 struct ChannelStatistics {
-    std::uint32_t module = 0;     ///< position in the plug-in's list of modules
+    /// The module was removed, or has another type now.
+    static constexpr std::uint32_t goneModule = 0xFFFFFFFF;
+
+    std::uint32_t module = 0;     ///< position in the plug-in's list of modules, or `goneModule`
     std::int32_t output = -1;     ///< index of its output channel ("ChId"); -1 without one
     std::uint64_t unusable = 0;   ///< not queued: a payload that holds no whole message that fits
     std::uint64_t queued = 0;     ///< messages that came in
@@ -187,7 +190,8 @@ class CaptureStatistics : public HostObject {
     /// 130.
     virtual HostResult getDroppedFrames(std::uint64_t* frames) = 0;
     /// Fills in `channels`, which has room for `*count` entries, as far as it goes, module by
-    /// module; `*count` becomes the number of all there are. `channels` may be null for room 0.
+    /// module, and behind them those that are gone since event 105, output by output; `*count`
+    /// becomes the number of all there are. `channels` may be null for room 0.
     virtual HostResult getChannels(ChannelStatistics* channels, std::uint32_t* count) = 0;
     /// The same for the clocks, one for each module.
     virtual HostResult getClocks(ClockStatistics* clocks, std::uint32_t* count) = 0;

@@ -7,13 +7,11 @@ namespace {
 using Kestrova::Utils::Kcom::Synchronization::GNSSClockMode;
 using Kestrova::Utils::Kcom::Synchronization::GNSSClockState;
 
-ChannelStatistics statisticsOf(std::uint32_t module, const CmpChannel& channel) {
-    const ChannelCounts counts = channel.getCounts();
+ChannelStatistics statisticsOf(std::uint32_t module, std::int32_t output,
+                               const ChannelCounts& counts) {
     ChannelStatistics result;
     result.module = module;
-    if (const auto& output = channel.getOutput()) {
-        result.output = static_cast<std::int32_t>(output->getIndex());
-    }
+    result.output = output;
     result.unusable = counts.unusable;
     result.queued = counts.queued;
     result.delivered = counts.delivered;
@@ -87,9 +85,16 @@ HostResult Plugin::getChannels(ChannelStatistics* channels, std::uint32_t* count
     std::uint32_t module = 0;
     for (const auto& device : core.packetReader.getDevices().list()) {
         for (const auto& channel : *device->getChannels()) {
-            entries.add([&] { return statisticsOf(module, *channel); });
+            entries.add([&] {
+                return statisticsOf(module, channel->getOutputIndex(), channel->getCounts());
+            });
         }
         ++module;
+    }
+    for (const auto& [output, counts] : core.packetReader.getDevices().getGoneCounts()) {
+        entries.add([&, output = output, counts = counts] {
+            return statisticsOf(ChannelStatistics::goneModule, output, counts);
+        });
     }
     return HostCode::success;
 }

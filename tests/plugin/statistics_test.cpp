@@ -24,11 +24,11 @@ class StatisticsTest : public PluginTest {
         return all[module];
     }
     /// "module output: " and the counts.
-    std::string counts(std::size_t place = 0) const {
+    std::string counts(std::size_t place = 0, std::uint32_t channels = 17) const {
         ChannelStatistics all[20];
-        std::uint32_t count = 17;
+        std::uint32_t count = channels;
         EXPECT_EQ(statistics()->getChannels(all, &count), 0);
-        EXPECT_EQ(count, 17U);
+        EXPECT_EQ(count, channels);
         const ChannelStatistics& c = all[place];
         std::string text = std::to_string(c.module) + ' ' + std::to_string(c.output) + ':';
         for (const std::uint64_t number :
@@ -86,6 +86,18 @@ TEST_F(StatisticsTest, EachMessageIsInOneCountAndTheSumIsRightAtTheEnd) {
     room = 0;
     EXPECT_EQ(statistics()->getClocks(nullptr, &room), 0);
     EXPECT_EQ(room, 2U);
+}
+
+TEST_F(StatisticsTest, CountsOutlastTheModule) {
+    auto& modules = settingsWith({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId});
+    equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId});
+    EXPECT_EQ(startMeasurement(), "0");
+    hear({-1.0, 0.5, 1.5, 50.0});
+    EXPECT_EQ(callAt(1.0), "0");
+    EXPECT_EQ(settings(modules, false), "0");  // the list is a new one
+    EXPECT_EQ(counts(17, 18), "4294967295 0: 0 4 1 1 0 0 0 0 2 0");
+    EXPECT_EQ(event(105), "0");
+    EXPECT_EQ(counts(), "0 -1: 0 0 0 0 0 0 0 0 0 0") << "of the new measurement";
 }
 
 TEST_F(StatisticsTest, ClocksTellHowTheyFollow) {
