@@ -13,9 +13,10 @@ TEST_F(GNSSClockTest, ItemWaitsUntilAllIsInPlace) {
     GNSSClockSwitchable& clock = makeClock(pps);
     clock.SetWindow(10.0, 20.0, 30.0);
     clock.SetAccepting(true);
-    clock.Start(false);
     EXPECT_EQ(statusAt(clock, 15.0), Discard) << "no time";
     clock.SetTime(GNSSTime());
+    EXPECT_EQ(statusAt(clock, 15.0), Wait) << "not started";
+    clock.Start(false);
     EXPECT_EQ(statusAt(clock, 15.0), Valid);
     EXPECT_EQ(statusAt(clock, 0.0), Discard);
     EXPECT_EQ(clock.GetTime(GNSSTime(0, 35.0)).time, 0.0) << "as with each that is thrown away";

@@ -50,6 +50,10 @@ TEST_F(GNSSSyncManagerTest, WindowFollowsThePosition) {
         EXPECT_EQ(statusAt(clock, limit), limit > current ? Wait : Valid) << limit;
         EXPECT_EQ(statusAt(clock, limit + 1e-6), Discard) << limit;
     };
+    clock.SetTime(GNSSTime());
+    manager.EnableClocks();
+    tickAt(50);
+    EXPECT_EQ(statusAt(clock, 5.0), Valid) << "also without a restart before it";
     for (const auto& [historyDepth, start] : {std::pair(10, 24.0), {600, 15.0}, {0, 24.9}}) {
         host.data.historyDepth = historyDepth;
         manager.RestartWithHold();
@@ -60,6 +64,12 @@ TEST_F(GNSSSyncManagerTest, WindowFollowsThePosition) {
         tickAt(250);
         expectWindow(start, 25.0, start + 10.0);
     }
+    GNSSClockSwitchable& free = makeClock(soft);
+    manager.RestartWithHold();
+    free.SetTime(GNSSTime());
+    tickAt(50);
+    EXPECT_EQ(free.GetTime(GNSSTime()).reason, GNSSTimeReason::NotPlaced) << "no host time";
+    clock.SetTime(GNSSTime());
     host.data.wrapCount = 3;
     host.data.bufferSize = 1000000000;
     tickAt(0);
@@ -116,7 +126,7 @@ TEST_F(GNSSSyncManagerTest, ClocksAreNamedAndAttachedInOrderAndTheFirstSourceLea
     auto clocks = std::vector{manager.GetClock(1), manager.GetClock(2)};
     host.gnssDevices.devices[1]->clockSource = host.gnssDevices.devices[2]->clockSource = hostTrue;
     EXPECT_THAT(host.callsOf([&] { manager.UpdateDevices(&host.gnssCollection); }),
-                testing::MatchesRegex(".*open..a - 1.*attach.*open..b.*attach.*open..a - 2.*"
+                testing::MatchesRegex(".*open..a - 1.*attach.*open..b.., .*attach.*open..a - 2.*"
                                       "attach.*open..a - 3.*attach.*getHistoryDepth"));
     const auto count = [&](std::uint32_t low) {
         std::uint32_t high = 0;
