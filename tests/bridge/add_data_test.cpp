@@ -1,10 +1,5 @@
 #include "bridge/output/add_data.h"
 
-#include <gmock/gmock.h>
-
-#include <iterator>
-#include <sstream>
-
 #include "tests/bridge/bridge_bench.h"
 
 namespace {

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <gmock/gmock.h>
-
-#include <memory>
-#include <string>
-
 #include "bridge/output/output_factory_impl.h"
 #include "setup/kestrova_kcom_node.h"
 #include "tests/support/scripted_host.h"

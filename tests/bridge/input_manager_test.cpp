@@ -1,11 +1,6 @@
 #include "bridge/input/input_manager_impl.h"
 
-#include <gmock/gmock.h>
-
-#include <cmath>
-#include <cstring>
 #include <regex>
-#include <stdexcept>
 
 #include "bridge/output/channel_id_text.h"
 #include "tests/bridge/bridge_bench.h"

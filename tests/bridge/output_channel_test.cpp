@@ -1,9 +1,6 @@
 #include "bridge/output/output_channel_impl.h"
 
-#include <gmock/gmock.h>
-
 #include <regex>
-#include <stdexcept>
 #include <tuple>
 
 #include "bridge/output/axis_properties.h"

@@ -1,7 +1,5 @@
 #include "bridge/output/output_factory_impl.h"
 
-#include <gmock/gmock.h>
-
 #include "bridge/output/color_palette.h"
 #include "capture/cmp_channel_canfd.h"
 #include "capture/cmp_channel_lin.h"

@@ -1,9 +1,4 @@
-#include <gmock/gmock.h>
-
-#include <array>
-#include <cmath>
 #include <complex>
-#include <cstring>
 
 #include "bridge/output/channel_id_text.h"
 #include "bridge/output/sample_value.h"

@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include "tests/support/capture_bench.h"
 
 namespace {

@@ -1,7 +1,5 @@
 #include "capture/frame_decoder.h"
 
-#include <gtest/gtest.h>
-
 #include <span>
 
 #include "tests/support/sample_frames.h"

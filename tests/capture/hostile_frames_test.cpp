@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "tests/support/capture_bench.h"
 #include "tests/support/sample_frames.h"
 

@@ -1,7 +1,5 @@
 #include "capture/cmp_packet_reader.h"
 
-#include <gmock/gmock.h>
-
 #include "tests/support/capture_bench.h"
 
 namespace {

@@ -1,7 +1,5 @@
 #include "capture/packet_text.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 TEST(PacketTextTest, EachRecordIsDumpedWithItsLabels) {

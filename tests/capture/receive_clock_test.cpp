@@ -1,7 +1,5 @@
 #include "capture/receive_clock.h"
 
-#include <gtest/gtest.h>
-
 #include "capture/capture_port.h"
 #include "tests/support/manual_counter.h"
 

@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <thread>
-
 #include "tests/support/capture_bench.h"
 
 namespace {

@@ -1,8 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
-
 #include "core/exception_registry.h"
 #include "core/kvrt_exception.h"
 

@@ -1,9 +1,5 @@
 #include "core/gnss_time.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
 #include <ctime>
 #include <type_traits>
 

@@ -1,13 +1,8 @@
 #include "core/registry_store.h"
 
-#include <gmock/gmock.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 
 #include "tests/support/temporary_folder.h"
 

@@ -1,9 +1,5 @@
 #include "core/string_helper.h"
 
-#include <gmock/gmock.h>
-
-#include <stdexcept>
-
 namespace {
 
 using Kestrova::Utils::Kcom::StringHelper;

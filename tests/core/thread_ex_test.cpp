@@ -1,10 +1,8 @@
 #include "core/thread_ex.h"
 
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <stdexcept>
 #include <system_error>
 
 #include "tests/support/temporary_folder.h"

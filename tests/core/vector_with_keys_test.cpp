@@ -1,11 +1,5 @@
 #include "core/vector_with_keys.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <stdexcept>
-#include <string>
-
 namespace {
 
 using List = VectorWithKeys<std::uint32_t, std::string>;

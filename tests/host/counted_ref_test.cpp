@@ -1,7 +1,5 @@
 #include "host/counted_ref.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/support/scripted_host.h"
 
 namespace {

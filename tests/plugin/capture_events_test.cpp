@@ -1,7 +1,5 @@
 #include <malloc.h>
 
-#include <filesystem>
-
 #include "tests/plugin/plugin_bench.h"
 
 namespace {

@@ -1,4 +1,3 @@
-#include <map>
 #include <tuple>
 
 #include "tests/plugin/plugin_bench.h"

@@ -1,5 +1,3 @@
-#include <functional>
-
 #include "tests/plugin/plugin_bench.h"
 
 namespace {

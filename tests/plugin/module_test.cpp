@@ -1,5 +1,4 @@
 #include <dlfcn.h>
-#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include "core/finally.h"

@@ -1,16 +1,10 @@
 #pragma once
 
-#include <gmock/gmock.h>
-
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <cstdio>
 #include <deque>
 #include <mutex>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "core/gnss_time.h"
 #include "host/host_error.h"

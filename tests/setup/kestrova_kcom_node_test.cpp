@@ -1,8 +1,5 @@
 #include "setup/kestrova_kcom_node.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "host/host_error.h"
 #include "setup/node_values.h"
 #include "tests/setup/xml_code.h"

@@ -1,7 +1,5 @@
 #include "tests/support/setup_tree.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using namespace Kestrova::Utils::Serialization;

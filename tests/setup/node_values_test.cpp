@@ -1,7 +1,5 @@
 #include "setup/node_values.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/setup/xml_code.h"
 #include "tests/support/setup_tree.h"
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-
 #include "setup/xml_exception.h"
 
 /// The code of the `XmlException` that `action` raises; -1 if it raises none.

@@ -1,10 +1,6 @@
 #include "simulator/module_settings.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
 #include <tuple>
-#include <vector>
 
 #include "simulator/failure.h"
 #include "simulator/interface_guard.h"

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "simulator/options.h"
 #include "simulator/simulation.h"
 

@@ -1,8 +1,5 @@
 #include "station/offline/pass_through_clock.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <limits>
 
 #include "tests/support/capture_stand_ins.h"

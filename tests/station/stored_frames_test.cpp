@@ -1,10 +1,5 @@
 #include "station/offline/stored_frames.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fstream>
-
 #include "tests/support/temporary_folder.h"
 
 namespace station {

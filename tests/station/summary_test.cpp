@@ -1,8 +1,5 @@
 #include "station/summary.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <nlohmann/json.hpp>
 
 namespace station {

@@ -1,15 +1,7 @@
 #include "station/text_writer.h"
 
 #include <fmt/format.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <utility>
 
 namespace {
 

@@ -1,7 +1,5 @@
 #include "tests/support/call_script.h"
 
-#include <algorithm>
-
 #include "tests/support/scripted_object.h"
 
 CallScript::CallScript() = default;

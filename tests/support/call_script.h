@@ -2,12 +2,6 @@
 
 #include <cstddef>
 #include <deque>
-#include <functional>
-#include <map>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "core/mutex.h"
 #include "host/host_object.h"

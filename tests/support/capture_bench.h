@@ -1,9 +1,5 @@
 #pragma once
 
-#include <algorithm>
-#include <cstdint>
-#include <vector>
-
 #include "capture/cmp_packet_reader.h"
 #include "tests/support/capture_stand_ins.h"
 #include "tests/support/wire_frames.h"

@@ -1,19 +1,7 @@
 #pragma once
 
-#include <algorithm>
-#include <atomic>
-#include <cstdint>
-#include <cstring>
 #include <deque>
-#include <functional>
-#include <iterator>
-#include <memory>
 #include <mutex>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include "bridge/output/output_factory.h"
 #include "bridge/output/plain_output_channel.h"

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <cmath>
-#include <cstdint>
-#include <functional>
-
 #include "core/performance_counter.h"
 
 /// A counter that moves when the test says so. 1,000 counts a second by default.

@@ -1,15 +1,11 @@
 #include "tests/support/qt_bench.h"
 
-#include <gtest/gtest.h>
-
 #include <QColorDialog>
 #include <QComboBox>
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QTest>
 #include <QToolButton>
-#include <algorithm>
-#include <utility>
 
 using namespace station;
 namespace CellType = Kestrova::Tessel::CellType;

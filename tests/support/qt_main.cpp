@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include <QApplication>
 
 /// The main function of tests that have windows: on Qt's platform without a screen, if no other is

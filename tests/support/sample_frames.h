@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "tests/support/wire_frames.h"
 
 /// One frame of each kind, for the devices of `CaptureBench::addOneOfEach`.

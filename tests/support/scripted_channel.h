@@ -1,12 +1,6 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
-#include <cstdint>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "host/host_channel.h"
 #include "tests/support/scripted_document.h"

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <string>
-#include <vector>
-
 #include "host/host_clock.h"
 #include "tests/support/scripted_object.h"
 

@@ -1,11 +1,5 @@
 #pragma once
 
-#include <algorithm>
-#include <cstdint>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "host/host_document.h"
 #include "tests/support/scripted_object.h"
 

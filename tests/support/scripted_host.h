@@ -1,14 +1,5 @@
 #pragma once
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <map>
-#include <string>
-#include <vector>
-
 #include "host/host_app.h"
 #include "host/host_data.h"
 #include "host/host_error.h"

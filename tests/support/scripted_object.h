@@ -2,16 +2,10 @@
 
 #include <cxxabi.h>
 
-#include <array>
-#include <atomic>
 #include <charconv>
 #include <concepts>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
 #include <type_traits>
 #include <typeinfo>
-#include <vector>
 
 #include "core/string_helper.h"
 #include "host/host_object.h"

@@ -1,9 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <utility>
-#include <vector>
 
 #include "host/host_variant.h"
 #include "tests/support/scripted_object.h"

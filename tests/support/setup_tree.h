@@ -1,8 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "core/string_helper.h"
 #include "setup/kestrova_kcom_node.h"
 #include "station/document/setup_document.h"

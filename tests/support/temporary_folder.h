@@ -1,12 +1,5 @@
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
-#include <string>
-
 /// A new, empty folder, which goes with all that is in it.
 class TemporaryFolder {
   public:

@@ -1,10 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
 #include <ostream>
-#include <string>
-#include <vector>
 
 #include "host/toolkit.h"
 

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <initializer_list>
-#include <string>
-#include <vector>
 
 /// Frames as capture modules send them, written down from docs/wire.md without the decoder's code.
 namespace wire {

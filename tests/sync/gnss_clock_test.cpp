@@ -1,6 +1,3 @@
-#include <cmath>
-#include <thread>
-
 #include "tests/sync/sync_bench.h"
 
 namespace Kestrova::Utils::Kcom::Synchronization {

@@ -1,12 +1,5 @@
 #include "sync/soft_sync_algorithm.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
-#include <utility>
-#include <vector>
-
 namespace {
 
 using Kestrova::Utils::Synchronization::SoftSyncAlgorithm;

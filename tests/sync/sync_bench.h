@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gmock/gmock.h>
-
 #include "sync/gnss_sync_manager_impl.h"
 #include "tests/support/manual_counter.h"
 #include "tests/support/scripted_host.h"

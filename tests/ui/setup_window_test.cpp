@@ -1,7 +1,3 @@
-#include <algorithm>
-#include <atomic>
-#include <thread>
-
 #include "tests/ui/window_bench.h"
 
 using testing::ElementsAre;

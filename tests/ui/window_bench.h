@@ -1,13 +1,5 @@
 #pragma once
 
-#include <gmock/gmock.h>
-
-#include <memory>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "plugin/cmp_plugin_core.h"
 #include "station/runtime/runtime_exports.h"
 #include "station/toolkit/model/draw_grid.h"

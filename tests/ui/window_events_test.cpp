@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include "plugin/plugin.h"
 #include "tests/support/headless_bench.h"
 #include "tests/support/scripted_variants.h"

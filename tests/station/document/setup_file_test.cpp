@@ -1,13 +1,10 @@
 #include "station/document/setup_file.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <fstream>
 
 #include "tests/support/temporary_folder.h"
 

@@ -1,11 +1,5 @@
 #include "station/document/setup_xml.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <random>
-#include <vector>
-
 #include "station/document/setup_text.h"
 
 namespace station {

@@ -6,9 +6,6 @@
 #include <QComboBox>
 #include <QMessageBox>
 #include <QTest>
-#include <algorithm>
-#include <atomic>
-#include <thread>
 
 #include "station/gui/main_window.h"
 #include "station/stop_signal.h"

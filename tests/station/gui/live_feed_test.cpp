@@ -1,10 +1,7 @@
 #include "station/gui/live_feed.h"
 
-#include <gmock/gmock.h>
-
 #include <QScrollBar>
 #include <QTest>
-#include <cstring>
 
 #include "station/gui/live_panel.h"
 

@@ -1,7 +1,6 @@
 #include "station/gui/main_window.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 #include <sched.h>
 
 #include <QComboBox>
@@ -11,7 +10,6 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
-#include <fstream>
 
 #include "tests/support/qt_bench.h"
 

@@ -1,8 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <random>
-
 #include "host/host_error.h"
 #include "station/host/read_channel_list.h"
 #include "station/host/station_channel.h"

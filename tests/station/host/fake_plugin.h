@@ -1,11 +1,5 @@
 #pragma once
 
-#include <algorithm>
-#include <functional>
-#include <map>
-#include <string>
-#include <vector>
-
 #include "host/host_error.h"
 #include "host/plugin.h"
 #include "station/host/counted.h"

@@ -1,8 +1,5 @@
 #include "station/host/plugin_driver.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "core/kvrt_exception.h"
 #include "tests/station/host/fake_plugin.h"
 #include "tests/station/host/stand_ins.h"

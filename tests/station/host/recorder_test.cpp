@@ -1,9 +1,4 @@
 #include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <random>
 
 #include "station/host/measurement_recorder.h"
 #include "tests/station/host/stand_ins.h"

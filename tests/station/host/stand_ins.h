@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "station/host/counted.h"
 #include "station/host/station_channel.h"
 #include "tests/support/manual_counter.h"

@@ -1,12 +1,6 @@
 #include "station/recording/recording.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-
-#include <array>
-#include <cstring>
-#include <filesystem>
 
 #include "tests/support/temporary_folder.h"
 

@@ -1,8 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <thread>
-
 #include "core/kvrt_exception.h"
 #include "host/runtime_error.h"
 #include "station/runtime/runtime_exports.h"

@@ -1,13 +1,5 @@
 #pragma once
 
-#include <gmock/gmock.h>
-
-#include <memory>
-#include <set>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "station/runtime/runtime_exports.h"
 #include "tests/support/toolkit_bench.h"
 #include "ui/controls.h"

@@ -1,8 +1,6 @@
 #include "tests/station/toolkit/toolkit_conformance.h"
 
 #include <optional>
-#include <set>
-#include <stdexcept>
 
 using namespace Kestrova::Tessel;
 using namespace Kestrova::RT::Core;
