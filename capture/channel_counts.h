@@ -11,12 +11,12 @@ struct ChannelCounts {
     std::uint64_t delivered = 0;  ///< written to the output channel
 
     // No loss: stamped outside of the measurement.
-    std::uint64_t beforeStart = 0;
-    std::uint64_t afterEnd = 0;
+    std::uint64_t beforeStart = 0;  ///< and before all that was delivered
+    std::uint64_t afterEnd = 0;  ///< by no more than a message can be that came in before the end
 
     // Lost.
     std::uint64_t tooOld = 0;      ///< before the window in which the host still takes data
-    std::uint64_t tooNew = 0;      ///< behind the window in which data may be held back
+    std::uint64_t tooNew = 0;      ///< behind the window in which data may be held back, or the end
     std::uint64_t notPlaced = 0;   ///< the module's clock had no relation to the host's time
     std::uint64_t leftQueued = 0;  ///< in the measurement, but not asked for before its end
     std::uint64_t noOutput = 0;    ///< there was no output channel

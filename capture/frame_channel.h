@@ -119,6 +119,8 @@ class FrameChannel : public CmpChannel {
             const auto result = clock->GetTime(toGnssTime(queue.frontTime()));
             if (result.reason == Reason::AheadOfPosition) {
                 ++counts.afterEnd;
+            } else if (result.reason == Reason::FarAhead) {  // it came in before it was sent
+                ++counts.tooNew;
             } else if (result.status == Status::Valid) {
                 ++counts.leftQueued;
             } else {
@@ -155,8 +157,8 @@ class FrameChannel : public CmpChannel {
             return;
         }
         switch (result.reason) {
-            case Reason::BeforeStart:
-                ++counts.beforeStart;
+            case Reason::BeforeStart:  // behind one from after it the clock must have jumped
+                ++(counts.delivered == 0 ? counts.beforeStart : counts.tooOld);
                 break;
             case Reason::TooOld:
                 ++counts.tooOld;

@@ -147,7 +147,8 @@ struct ChannelStatistics {
     std::uint64_t unusable = 0;   ///< not queued: a payload that holds no whole message that fits
     std::uint64_t queued = 0;     ///< messages that came in
     std::uint64_t delivered = 0;  ///< given to the host's channel, whether it is used or not
-    // No loss: stamped outside of the measurement.
+    // No loss: stamped outside of the measurement. Stamps of a clock that has jumped there are
+    // losses, too old or too new.
     std::uint64_t beforeStart = 0;
     std::uint64_t afterEnd = 0;
     // Lost.

@@ -115,7 +115,10 @@ std::string clockText(const ClockStatistics& clock) {
         text += fmt::format(" {:+.1f} ppm, residual {:.1f} us", clock.ratePpm,
                             clock.residual * microsecondsPerSecond);
     }
-    text += fmt::format(", offset {:.6f} s, age {:.2f} s", clock.offset, clock.age);
+    text += fmt::format(", offset {:.6f} s", clock.offset);
+    if (clock.age >= 0.0) {
+        text += fmt::format(", age {:.2f} s", clock.age);
+    }
     if (clock.jumps != 0) {
         text += fmt::format(", {} jump{}", clock.jumps, clock.jumps == 1 ? "" : "s");
     }

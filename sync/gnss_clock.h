@@ -23,6 +23,7 @@ enum class GNSSTimeReason : std::int32_t {
     TooNew,       ///< `Discard`: behind the window
     NotBegun,     ///< `Wait`: the clock isn't started or not accepting, or the host isn't counting
     AheadOfPosition,  ///< `Wait`: stamped after the position that the acquisition has reached
+    FarAhead,         ///< the same by more than `GNSSClock::longestTail`
 };
 
 struct GNSSTimeResult {
@@ -56,6 +57,10 @@ struct GNSSClockState {
 /// Called on the host's thread, but for `SetTime`, which the capture thread calls too, once a pass.
 class GNSSClock {
   public:
+    /// Seconds by which a stamp may be ahead of the position when all is well: what a host takes in
+    /// at the end of a measurement, and what its periodic call is late.
+    static constexpr double longestTail = 2.0;
+
     GNSSClock() = default;
     GNSSClock(const GNSSClock&) = delete;
     GNSSClock& operator=(const GNSSClock&) = delete;

@@ -84,7 +84,9 @@ class GNSSClockBase : public GNSSClock {
             return {Status::Valid, hostTime, Reason::None};
         }
         if (hostTime > windowCurrent && hostTime <= windowLimit) {
-            return {Status::Wait, hostTime, Reason::AheadOfPosition};
+            return {Status::Wait, hostTime,
+                    hostTime <= windowCurrent + longestTail ? Reason::AheadOfPosition
+                                                            : Reason::FarAhead};
         }
         return {Status::Discard, 0.0, DiscardReason(hostTime)};
     }

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <string>
 
 #include "station/exit_codes.h"
 #include "station/stop_signal.h"
@@ -10,6 +13,23 @@ namespace station {
 
 /// What the chosen subcommand does; throws CommandError for what the user must be told.
 using Command = std::function<ExitCode(StopSignal&)>;
+
+/// A number from `from` to `to`, which "nan" isn't.
+inline CLI::Validator within(double from, double to) {
+    const auto check = [from, to](const std::string& text) {
+        double number = 0.0;
+        const bool isNumber = CLI::detail::lexical_cast(text, number);
+        return isNumber && number >= from && number <= to
+                   ? std::string()
+                   : fmt::format("{} is no number from {} to {}", text, from, to);
+    };
+    return {check, ""};
+}
+/// An empty text is what a shell makes of a variable that isn't set.
+inline CLI::Validator notEmpty() {
+    return {[](const std::string& text) { return std::string(text.empty() ? "it is empty" : ""); },
+            ""};
+}
 
 /// Each adds one subcommand and, when that is chosen, sets `chosen`.
 void addRunCommand(CLI::App& app, Command& chosen);

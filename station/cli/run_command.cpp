@@ -163,7 +163,8 @@ void addRunCommand(CLI::App& app, Command& chosen) {
     command->footer(examples);
     auto* const setup =
         command->add_option("--setup", options->setup, "The setup: modules, channels, clocks")
-            ->type_name("FILE");
+            ->type_name("FILE")
+            ->check(notEmpty());
     command->add_option("--module", options->modules, "A capture module; may be given again")
         ->type_name("\"TYPE:CONFIGID[:NAME]\"")
         ->expected(1)
@@ -175,18 +176,20 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         ->type_name("NAME")
         ->expected(1)
         ->take_all();
-    command->add_option("--plugin", options->plugin, "The plug-in's module")->type_name("FILE");
+    command->add_option("--plugin", options->plugin, "The plug-in's module")
+        ->type_name("FILE")
+        ->check(notEmpty());
     command
         ->add_option("--sample-rate", options->sampleRate,
                      "Samples a second of the acquisition, 1000 unless told")
         ->type_name("N")
-        ->check(CLI::Range(1.0, MasterClock::highestSampleRate).description(""));
+        ->check(within(1.0, MasterClock::highestSampleRate));
     addRecordOption(*command, options->recordings);
     command
         ->add_option("--duration", options->duration,
                      "End after S seconds, also if a leading clock is still awaited")
         ->type_name("S")
-        ->check(CLI::Range(0.001, longestDuration).description(""));
+        ->check(within(0.001, longestDuration));
     command->add_flag("--json", options->json,
                       "At the end print one JSON object on standard output");
     command->add_flag("--quiet", options->quiet,

@@ -339,7 +339,8 @@ void PluginDriver::selectInterfaces(const std::vector<std::string>& names) {
 }
 
 std::uint64_t PluginDriver::getDroppedFrames() const {
-    return countDroppedFrames() - droppedBefore;
+    // While the leader is awaited the measurement hasn't begun.
+    return awaitsLeader ? 0 : countDroppedFrames() - droppedBefore;
 }
 
 std::uint64_t PluginDriver::countDroppedFrames() const {

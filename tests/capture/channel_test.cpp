@@ -172,8 +172,9 @@ TEST_F(ChannelTest, EachFateHasItsCount) {
                                           c.leftQueued, c.noOutput};
     };
     give(canBus, Bytes(4));
-    queue({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11});
-    flush(canBus, {{Valid, 1.0},
+    queue({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    flush(canBus, {{Discard, 0.0, Reason::BeforeStart},
+                   {Valid, 1.0},
                    {Valid, 1.0},
                    {Discard, 0.0, Reason::BeforeStart},
                    {Discard, 0.0, Reason::TooOld},
@@ -181,15 +182,16 @@ TEST_F(ChannelTest, EachFateHasItsCount) {
                    {Discard, 0.0, Reason::NotPlaced}});
     canBus.releaseOutput();
     flush(canBus, {{Valid, 1.0}});
-    EXPECT_THAT(counts(), ElementsAre(1, 11, 2, 1, 0, 1, 1, 1, 0, 1));
-    queue({12});  // handed over, but not taken over
+    EXPECT_THAT(counts(), ElementsAre(1, 12, 2, 1, 0, 2, 1, 1, 0, 1));
+    queue({13, 14});  // handed over, but not taken over
     clock->script = {{Wait, 0.0, Reason::AheadOfPosition},
+                     {Wait, 0.0, Reason::FarAhead},
                      {Wait, 0.0, Reason::NotBegun},
                      {Discard, 0.0, Reason::TooOld},
                      {Valid, 0.0},
                      {Valid, 0.0}};
     canBus.endCounting(clock);
-    EXPECT_THAT(counts(), ElementsAre(1, 12, 2, 1, 1, 2, 1, 2, 2, 1));
+    EXPECT_THAT(counts(), ElementsAre(1, 14, 2, 1, 1, 3, 2, 2, 2, 1));
     canBus.beginCounting();
     EXPECT_THAT(counts(), Each(0));
 }

@@ -332,7 +332,7 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
 };
 
 TEST_F(RandomModel, ScriptedClocks) {
-    run();
+    run({1});  // seldom is the first of a channel from before the start
 }
 
 TEST_F(RandomModel, RealClocks) {

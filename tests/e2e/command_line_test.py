@@ -78,6 +78,8 @@ class CommandLine(Case):
             (["run", "--module", "CAN combo"], "CAN combo:5:Front"),
             (["run", "--module", "CAN combo:5", "--module", "can COMBO:5:B"], "different ConfigIds"),
             (["run", "--duration", "0"], "--duration"),
+            (["run", "--duration", "nan"], "nan is no number from 0.001 to"),
+            (["run", "--setup", ""], "it is empty"),
             (["run", "--interface", "lo", "--interface", "veth7"], 'no interface "veth7"; there are: '),
             (["run", "--record", self.path("a.txt")], ".pcapng"),
             (["dump"], "FILE"),

@@ -61,7 +61,7 @@ TEST_F(StatisticsTest, EachMessageIsInOneCountAndTheSumIsRightAtTheEnd) {
     EXPECT_EQ(counts(), "0 0: 1 4 1 1 0 0 1 0 0 0") << "5.0 waits";
     EXPECT_EQ(callAt(20.0), "0");
     EXPECT_EQ(callAt(20.0), "0");
-    hear({25.0, 19.5});
+    hear({21.0, 19.5});
     EXPECT_EQ(event(130), "0");
     EXPECT_EQ(counts(), "0 0: 1 6 1 1 1 1 1 0 1 0");
     EXPECT_EQ(event(105), "0");

@@ -81,7 +81,10 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4, CaptureStatistics> {
         *answer = leads ? 1 : 0;
         return 0;
     }
-    HostResult getDroppedFrames(std::uint64_t*) override { return HostCode::notImplemented; }
+    HostResult getDroppedFrames(std::uint64_t* frames) override {
+        *frames = droppedFrames;
+        return HostCode::success;
+    }
     HostResult getChannels(ChannelStatistics*, std::uint32_t*) override {
         return HostCode::notImplemented;
     }
@@ -96,6 +99,8 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4, CaptureStatistics> {
     HostResult position37() override { return 0; }
     HostResult position38(void*, std::uint16_t*) override { return 0; }
     HostResult position39() override { return 0; }
+
+    std::uint64_t droppedFrames = 0;
 
   private:
     HostResult enter(const std::string& name) {

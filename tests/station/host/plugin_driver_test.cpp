@@ -132,8 +132,10 @@ TEST_F(PluginDrivers, ALeaderThatBeginsLateStartsTheMeasurementLate) {
     plugin->leads = true;
     plugin->clocks = {{.isPlaced = true, .elapsed = 7.0},
                       {.isLeading = true, .isPlaced = true, .elapsed = 0.0304}};
+    plugin->droppedFrames = 5;
     startAndSettle();
     EXPECT_TRUE(driver->isAwaitingLeader());
+    EXPECT_EQ(driver->getDroppedFrames(), 0U) << "no loss before the start";
     EXPECT_EQ(host->clock().getSeconds(), 0.0);
     plugin->leaderSamples = 30;
     poll();
@@ -143,6 +145,8 @@ TEST_F(PluginDrivers, ALeaderThatBeginsLateStartsTheMeasurementLate) {
     EXPECT_EQ(host->clock().getPosition(), 0) << "the clocks learn the time first";
     poll(3);
     EXPECT_EQ(host->clock().getPosition(), 270);
+    plugin->droppedFrames = 7;
+    EXPECT_EQ(driver->getDroppedFrames(), 2U);
     driver->stop();
 
     plugin->leaderSamples = FakePlugin::notBegun;
