@@ -48,6 +48,7 @@ build_preset() {
     if command -v ccache >/dev/null; then
         options+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
         export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1  # one clone's objects serve the next
+        export CCACHE_SLOPPINESS=pch_defines,time_macros  # without it nothing with precompiled headers is kept
     fi
     say "configuring $preset"
     (cd "$root" && cmake --preset "$preset" "${options[@]}" --log-level=WARNING >/dev/null)

@@ -100,11 +100,22 @@ TEST_F(StatisticsTest, CountsOutlastTheModule) {
     EXPECT_EQ(counts(), "0 -1: 0 0 0 0 0 0 0 0 0 0") << "of the new measurement";
 }
 
+TEST_F(StatisticsTest, LeadingClockCountsFromAWholeSecond) {
+    equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId}, true);
+    EXPECT_EQ(startMeasurement(), "0");
+    hear({3.5});
+    EXPECT_EQ(callAt(0.0), "0");
+    EXPECT_TRUE(clock(0).isLeading && clock(0).isPlaced);
+    EXPECT_NEAR(clock(0).elapsed, -0.5, 0.01);
+    EXPECT_FALSE(clock(1).isLeading || clock(1).isPlaced);
+}
+
 TEST_F(StatisticsTest, ClocksTellHowTheyFollow) {
     equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId}, true);
     EXPECT_EQ(clock(0).mode, ClockStatistics::ppsMaster);
     EXPECT_EQ(clock(1).mode, ClockStatistics::ppsSlave);
     runFree();
+    EXPECT_EQ(clock(0).jumps, 0U);
     EXPECT_EQ(startMeasurement(), "0");
     const ClockStatistics silent = clock(0);
     EXPECT_EQ(silent.mode, ClockStatistics::softSync);
