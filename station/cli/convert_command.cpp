@@ -10,10 +10,10 @@
 
 #include "station/cli/commands.h"
 #include "station/cli/recordings.h"
-#include "station/text_writer.h"
 #include "station/offline/direct_capture.h"
 #include "station/offline/found_modules.h"
 #include "station/offline/stored_frames.h"
+#include "station/text_writer.h"
 
 namespace station {
 namespace {

@@ -13,9 +13,9 @@
 #include "capture/pcap_port.h"
 #include "station/cli/commands.h"
 #include "station/cli/permission.h"
+#include "station/offline/stored_frames.h"
 #include "station/summary.h"
 #include "station/text_writer.h"
-#include "station/offline/stored_frames.h"
 
 namespace station {
 namespace {
