@@ -136,6 +136,34 @@ class IPlugin4 : public HostDispatch {
     ~IPlugin4() = default;
 };
 
+/// The numbers of the events of `IPlugin3::onEvent` that do something.
+namespace PluginEvent {
+inline constexpr std::int32_t startCapture = 105;  ///< opens the interfaces and begins data read
+inline constexpr std::int32_t hasMaster = 106;
+inline constexpr std::int32_t hasMasterToo = 109;
+inline constexpr std::int32_t channelsCameOrWent = 111;
+inline constexpr std::int32_t alignChannels = 115;
+inline constexpr std::int32_t getData = 117;  ///< the periodic call
+inline constexpr std::int32_t claimChannels = 118;
+inline constexpr std::int32_t rebindInputs = 129;
+inline constexpr std::int32_t startSetupRead = 130;  ///< ends data read
+inline constexpr std::int32_t removeHostChannel = 131;
+inline constexpr std::int32_t channelsWent = 133;
+inline constexpr std::int32_t channelsChanged = 134;
+inline constexpr std::int32_t getRequiredDelay = 136;
+inline constexpr std::int32_t enableClocks = 156;
+inline constexpr std::int32_t checkArray = 157;
+inline constexpr std::int32_t setup = 158;
+inline constexpr std::int32_t settings = 159;
+inline constexpr std::int32_t updateDevices = 177;
+inline constexpr std::int32_t showChannels = 179;
+inline constexpr std::int32_t closeChannels = 180;
+inline constexpr std::int32_t showModules = 181;
+inline constexpr std::int32_t closeModules = 182;
+inline constexpr std::int32_t showChannelsToo = 185;
+inline constexpr std::int32_t endOfSetup = 186;
+}  // namespace PluginEvent
+
 /// What became of the messages of one bus since event 105. While data is read some may still be
 /// queued; from event 130 on `queued` is the sum of all fields behind it.
 struct ChannelStatistics {

@@ -13,7 +13,7 @@
 #include "ui/settings_window.h"
 #include "ui/setup_window.h"
 
-// The numbered events. The numbers are the protocol with the host and stay numbers.
+// The numbered events. Those without a name are answered alike always.
 
 /// One function for each event that is handled. Where a result's type is told as kept, the payload
 /// alone is written: the host has set the type.
@@ -39,38 +39,38 @@ class PluginEvents {
         const auto on = [&](std::int32_t event, Handler handler) {
             handlers[static_cast<std::size_t>(event - first)] = handler;
         };
-        on(105, startRead);
-        on(106, hasMaster);
-        on(109, hasMaster);
+        on(PluginEvent::startCapture, startRead);
+        on(PluginEvent::hasMaster, hasMaster);
+        on(PluginEvent::hasMasterToo, hasMaster);
         on(110, alwaysTrue);
-        on(111, dropStaleInputs);
+        on(PluginEvent::channelsCameOrWent, dropStaleInputs);
         on(113, nothing);
-        on(115, alignAndRefresh);
-        on(117, getData);
-        on(118, claimChannels);
+        on(PluginEvent::alignChannels, alignAndRefresh);
+        on(PluginEvent::getData, getData);
+        on(PluginEvent::claimChannels, claimChannels);
         on(120, nothing);
-        on(129, rebindInputs);
-        on(130, startSetupRead);
-        on(131, removeHostChannel);
-        on(133, dropStaleInputs);
-        on(134, notifyInputs);
-        on(136, requiredDelay);
+        on(PluginEvent::rebindInputs, rebindInputs);
+        on(PluginEvent::startSetupRead, startSetupRead);
+        on(PluginEvent::removeHostChannel, removeHostChannel);
+        on(PluginEvent::channelsWent, dropStaleInputs);
+        on(PluginEvent::channelsChanged, notifyInputs);
+        on(PluginEvent::getRequiredDelay, requiredDelay);
         on(154, nothing);
         on(155, nothing);
-        on(156, enableClocks);
-        on(157, checkArray);
-        on(158, setup);
-        on(159, settings);
+        on(PluginEvent::enableClocks, enableClocks);
+        on(PluginEvent::checkArray, checkArray);
+        on(PluginEvent::setup, setup);
+        on(PluginEvent::settings, settings);
         on(169, alwaysOne);
         on(173, alwaysFalse);
-        on(177, updateDevices);
+        on(PluginEvent::updateDevices, updateDevices);
         on(178, alwaysThree);
-        on(179, makeWindow<&CmpPluginCore::setupWindow>);
-        on(180, closeSetupWindow);
-        on(181, makeWindow<&CmpPluginCore::settingsWindow>);
-        on(182, closeSettingsWindow);
-        on(185, makeWindow<&CmpPluginCore::setupWindow>);
-        on(186, endOfSetup);
+        on(PluginEvent::showChannels, makeWindow<&CmpPluginCore::setupWindow>);
+        on(PluginEvent::closeChannels, closeSetupWindow);
+        on(PluginEvent::showModules, makeWindow<&CmpPluginCore::settingsWindow>);
+        on(PluginEvent::closeModules, closeSettingsWindow);
+        on(PluginEvent::showChannelsToo, makeWindow<&CmpPluginCore::setupWindow>);
+        on(PluginEvent::endOfSetup, endOfSetup);
         return handlers;
     }
 

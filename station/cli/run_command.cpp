@@ -12,7 +12,7 @@
 #include "station/bench/measurement.h"
 #include "station/bench/setup_editor.h"
 #include "station/cli/commands.h"
-#include "station/cli/permission.h"
+#include "station/permission.h"
 #include "station/cli/recordings.h"
 #include "station/cli/setups.h"
 #include "station/live_view.h"

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "station/cli/permission.h"
+#include "station/permission.h"
 
 namespace station {
 

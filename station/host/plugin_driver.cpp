@@ -96,7 +96,7 @@ void PluginDriver::stopQuietly() noexcept {
     host->clock().stop();
     try {
         HostVariant unused;
-        events->onEvent(PluginEvent::stopCapture, HostVariant(), &unused);
+        events->onEvent(PluginEvent::startSetupRead, HostVariant(), &unused);
     } catch (...) {
         // The failure that led here is the one to tell.
     }
@@ -403,7 +403,7 @@ void PluginDriver::stop() {
     }
     host->clock().stop();
     state = State::Ready;
-    sendEvent("stop the capture", PluginEvent::stopCapture);
+    sendEvent("stop the capture", PluginEvent::startSetupRead);
 }
 
 }  // namespace station

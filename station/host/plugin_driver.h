@@ -13,27 +13,6 @@
 
 namespace station {
 
-/// The numbers of the events that the station sends.
-namespace PluginEvent {
-inline constexpr std::int32_t startCapture = 105;
-inline constexpr std::int32_t channelsCameOrWent = 111;
-inline constexpr std::int32_t alignChannels = 115;
-inline constexpr std::int32_t getData = 117;
-inline constexpr std::int32_t claimChannels = 118;
-inline constexpr std::int32_t rebindInputs = 129;
-inline constexpr std::int32_t stopCapture = 130;
-inline constexpr std::int32_t channelsChanged = 134;
-inline constexpr std::int32_t getRequiredDelay = 136;
-inline constexpr std::int32_t enableClocks = 156;
-inline constexpr std::int32_t setup = 158;
-inline constexpr std::int32_t settings = 159;
-inline constexpr std::int32_t updateDevices = 177;
-inline constexpr std::int32_t showChannels = 179;
-inline constexpr std::int32_t closeChannels = 180;
-inline constexpr std::int32_t showModules = 181;
-inline constexpr std::int32_t closeModules = 182;
-}  // namespace PluginEvent
-
 struct PluginDriverOptions {
     std::function<std::chrono::system_clock::time_point()> utcNow = std::chrono::system_clock::now;
     /// How long the position stays 0 at the beginning of a part. All that comes in waits so long,

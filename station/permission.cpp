@@ -1,4 +1,4 @@
-#include "station/cli/permission.h"
+#include "station/permission.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
