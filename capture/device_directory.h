@@ -13,7 +13,7 @@ class CmpChannel;
 class CmpDevice;
 
 /// Where the messages of each module and interface go: an immutable picture of the device list,
-/// made anew at each change. It keeps what it names alive.
+/// made again at each change. It keeps what it names alive.
 class DeviceDirectory {
   public:
     struct Route {

@@ -15,7 +15,7 @@ concept CountableKey = std::integral<Key> && !std::same_as<Key, bool>;
 /// A small list whose entries also have keys, for what a user arranges: the order is his and is
 /// what gets saved, and a key stays with its entry wherever that moves.
 ///
-/// Invariant: the index holds each entry's key with its place in `entries`. It is built anew at
+/// Invariant: the index holds each entry's key with its place in `entries`. It is built again at
 /// every change, as changes come from a user's hand and entries are few; so a change costs time
 /// proportional to the number of entries, a look-up by key is constant.
 ///

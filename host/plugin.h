@@ -48,7 +48,7 @@ class IPlugin2 : public HostDispatch {
 
     /// Takes the host and refuses it (`HostCode::aborted`) if it is too old, telling the user why.
     virtual HostResult onConnectHost(HostApp* host) = 0;
-    /// A measurement, or the live view of the setup, starts: clocks and channels begin anew.
+    /// A measurement, or the live view of the setup, starts: clocks and channels begin again.
     virtual HostResult onStartAcquisition() = 0;
     virtual HostResult position3() = 0;
     /// A measurement is about to start; may come more than once.

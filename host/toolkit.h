@@ -23,8 +23,8 @@
 /// Who keeps what alive:
 ///
 /// - A window owns the controls of its XML, a grid its columns and groups. They go when the window
-///   goes or `setXml` builds another content, groups also when the grid asks for its groups anew. A
-///   reference from outside keeps such an object a little longer, as one that nobody sees: its
+///   goes or `setXml` builds another content, groups also when the grid asks for its groups again.
+///   A reference from outside keeps such an object a little longer, as one that nobody sees: its
 ///   operations succeed as before, and it raises no events any more.
 /// - A component keeps the handlers subscribed to it, with a reference, until it goes. Nobody has
 /// to

@@ -13,7 +13,7 @@ class IDrawGridGroup;
 /// another one (`IDrawGridCellPropsArgs::setCellType`). The numbers are the toolkit's own.
 ///
 /// "Input" is the event `IDrawGrid::cellInput`. After it, as after an action, the cell is asked for
-/// anew: what it shows is what the plug-in has made of it.
+/// again: what it shows is what the plug-in has made of it.
 namespace CellType {
 inline constexpr std::int32_t text = 1;        ///< shows `setText`
 inline constexpr std::int32_t editText = 2;    ///< the same; a text typed is input as it stands
@@ -74,7 +74,7 @@ class IDrawGrid : public IControl {
     /// With the header. The selection stays where the count is what it was, and is empty otherwise;
     /// an edit in progress is given up if its row is gone.
     virtual HostResult setRowCount(std::int32_t rowCount) = 0;
-    /// Asks for all cells anew that can be seen. What the user is about, a selection, an edit in
+    /// Asks again for all cells that can be seen. What the user is about, a selection, an edit in
     /// progress, an open combo box, a folded group, the place scrolled to, stays as it is.
     virtual HostResult refresh() = 0;
     /// With the header.

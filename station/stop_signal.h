@@ -4,7 +4,7 @@
 
 namespace station {
 
-/// The wish to end: Ctrl-C, SIGTERM, a terminal that was closed, or an output whose reader has
+/// The request to stop: Ctrl-C, SIGTERM, a terminal that was closed, or an output whose reader has
 /// gone.
 ///
 /// Made once in `main`, before any thread starts: the threads take over its signal mask, so that

@@ -36,8 +36,8 @@ class GNSSClockGPSPPSMaster final : public GNSSClockGPSPPS {
     GNSSTime DeviceTimeOfHostZero() const;
 };
 
-/// Takes its origin from the start time that the host holds, anew at every change of the window: so
-/// it follows as soon as the clock that leads has set it.
+/// Takes its origin from the start time that the host holds, again at every change of the window:
+/// so it follows as soon as the clock that leads has set it.
 class GNSSClockGPSPPSSlave final : public GNSSClockGPSPPS {
   public:
     using GNSSClockGPSPPS::GNSSClockGPSPPS;

@@ -26,7 +26,7 @@ class BaseSettingsWindow : public Kestrova::Tessel::KVWindow {
 /// The list of capture modules: a row for each, in list order, with its type, name and ConfigId,
 /// and what it was last heard of. Made by `KVWindow::make`.
 ///
-/// It keeps no copy of the list: all cells are asked for anew ten times a second, which is how
+/// It keeps no copy of the list: all cells are asked for ten times a second, which is how
 /// serial numbers and states stay current. Only its own buttons change the number of rows.
 class SettingsWindow final : public BaseSettingsWindow {
   public:

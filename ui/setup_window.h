@@ -39,7 +39,7 @@ struct ChannelGridRow {
 /// whether he wants it, gives it a colour and a name, and watches the last value. Made by
 /// `KVWindow::make`.
 ///
-/// The rows are made once: modules and channels that come later show up in a window made anew. They
+/// The rows are made once: modules and channels that come later show up in a new window. They
 /// hold their modules and channels, so what the user removes meanwhile stays visible, and is gone
 /// with the window. So the window must go before what those refer to. It writes to output channels
 /// only.

@@ -101,7 +101,7 @@ class InputChannelImpl final : public InputChannel {
     std::int64_t getBlockEnd() const {
         return blockEnd;
     }
-    /// Begins anew at that position, without buffers until the next `update`.
+    /// Begins again at that position, without buffers until the next `update`.
     void resetBlock(std::int64_t position);
 
   private:

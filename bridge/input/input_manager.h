@@ -28,7 +28,7 @@ class InputList {
     /// Both refresh. An empty filter passes all, an empty sort leaves the manager's order.
     virtual void setFilter(Filter filter) = 0;
     virtual void setSort(Sort sort) = 0;
-    /// Fills the list anew.
+    /// Fills the list again.
     virtual void refresh() = 0;
     virtual void clear() = 0;
     virtual std::size_t size() const = 0;

@@ -14,7 +14,7 @@ namespace Kestrova::Utils::Kcom::OutputChannel {
 /// changes its mode, so that no sample has to ask for it.
 ///
 /// This is the hot path, on one thread at a time per channel: one call per message, which allocates
-/// nothing but in `addVariantSample`, takes no lock, and asks the host anew each time, as buffers
+/// nothing but in `addVariantSample`, takes no lock, and asks the host each time, as buffers
 /// may move between two calls. A failing call of the host is raised at once, with the sample half
 /// written and not committed; a missing buffer is `HostCode::invalidPointer`. The host is trusted
 /// to keep its write position inside its buffers.

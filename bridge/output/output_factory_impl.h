@@ -65,7 +65,7 @@ class OutputFactoryImpl final : public OutputFactory {
     void alignToAcquisition();
     /// Lets go of all host channels, and of none of the channels.
     void detachChannels();
-    /// Drops all channels without a word to the host and begins the colours anew.
+    /// Drops all channels without a word to the host and begins the colours again.
     void clear();
     /// `OutputChannelImpl::setRemountMode` on all channels.
     void setRemountMode(std::int32_t mode);

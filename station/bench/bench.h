@@ -62,7 +62,7 @@ class Bench {
     std::vector<ChannelOwner> channelOwners();
     /// The host's channel of that module and position; empty if there is none.
     CountedRef<StationChannel> findChannel(std::size_t module, std::size_t position);
-    /// The clocks of the modules in their order. Not in a measurement, as it sets them anew.
+    /// The clocks of the modules in their order. Not in a measurement, as it sets them again.
     std::vector<ClockChoice> clocks();
     /// How the module's clock follows the host's. Not in a measurement. Throws `PluginError` for
     /// what the clock can't do.

@@ -80,7 +80,7 @@ void SetupEditor::setConfigId(std::int32_t row, std::uint16_t configId) {
         if (taken != configId) {
             throw SetupEditError(
                 fmt::format("the ConfigId can't go from 0x{:X}0 and more to {}: remove the module "
-                            "and add it anew",
+                            "and add it again",
                             taken >> 4U, configId));
         }
         return;

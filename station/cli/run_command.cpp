@@ -12,11 +12,11 @@
 #include "station/bench/measurement.h"
 #include "station/bench/setup_editor.h"
 #include "station/cli/commands.h"
-#include "station/permission.h"
 #include "station/cli/recordings.h"
 #include "station/cli/setups.h"
 #include "station/live_view.h"
 #include "station/module_option.h"
+#include "station/permission.h"
 
 namespace station {
 namespace {
@@ -25,7 +25,7 @@ constexpr const char* about =
     R"(Captures on all network interfaces, or on those named, until Ctrl-C, SIGTERM or the end of
 --duration.
 
-What is captured is told by a setup, or by modules named here, all of whose channels are used then.
+A setup says what is captured, or the modules named here, all of whose channels are used then.
 TYPE is "CAN combo", "LIN combo" or "NeoviFire3"; CONFIGID is decimal or, after 0x, hexadecimal. The
 plug-in is the registered one, else the one beside this program.)";
 
@@ -59,7 +59,7 @@ void tellAll(LiveView& view, const std::vector<std::string>& texts) {
     }
 }
 
-/// Polls as a host does, until the wish to stop or the end, and on until the tail is in.
+/// Polls as a host does, until a stop request or the end, and on until the last messages are in.
 void measure(const RunOptions& options, Measurement& measurement, LiveView& view,
              StopSignal& stop) {
     const auto start = Clock::now();

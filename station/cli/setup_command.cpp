@@ -285,7 +285,7 @@ void addEditActions(CLI::App& setup, const Options& options, Command& chosen) {
 void addSetAction(CLI::App& setup, const Options& options, Command& chosen) {
     CLI::App* const set = addAction(setup, "set", "Changes a module", options);
     set->add_option("MODULE", options->module, "Row or name")->required();
-    set->add_option("--type", options->type, "Its type; its channels are made anew then")
+    set->add_option("--type", options->type, "Its type; its channels are replaced then")
         ->type_name("TYPE");
     addModuleOptions(*set, *options);
     set->add_option("--sync", options->sync,

@@ -57,7 +57,7 @@ class GnssDeviceList final : public Counted<HostGnssDeviceList> {
 /// Where the plug-in shows its clocks to the host, each under a name of its own.
 class GnssDeviceCollection final : public Counted<HostGnssDeviceCollection> {
   public:
-    /// To be called before the plug-in comes with its clocks anew.
+    /// To be called before the plug-in comes with its clocks again.
     void clear() { devices.clear(); }
     /// In the order in which they came: that of the plug-in's list of clocks.
     const std::vector<CountedRef<GnssDevice>>& getDevices() const { return devices; }

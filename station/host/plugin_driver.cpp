@@ -122,7 +122,7 @@ void PluginDriver::persist(const char* step, std::int32_t event, HostDocument& d
     const auto arguments = makeObject<VariantArray>();
     arguments->addObject(&document).addObject(&element).addBoolean(saving);
     if (event == PluginEvent::setup) {
-        arguments->addBoolean(false);  // channels are made anew, not kept
+        arguments->addBoolean(false);  // channels are made again, not kept
     }
     HostVariant result;
     call(step, [&] {

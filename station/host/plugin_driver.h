@@ -45,7 +45,7 @@ struct PluginDriverOptions {
 ///
 /// **Nothing lost between parts.** The capture runs on, what is stamped behind the end waits in the
 /// plug-in, and time 0 of the next part lies a second before that end, so that no rounding of the
-/// clocks, which begin anew, makes a waiting message too old.
+/// clocks, which begin again, makes a waiting message too old.
 ///
 /// Every failure of the plug-in comes out as `PluginError`. In a measurement it has then been
 /// stopped as well as it goes; what is in the channels can still be read. A call without a
@@ -69,7 +69,7 @@ class PluginDriver {
     void loadSetup(HostDocument& document, HostElement& element);
     void saveSettings(HostDocument& document, HostElement& element);
     void saveSetup(HostDocument& document, HostElement& element);
-    /// Channels anew, as the modules have them.
+    /// Channels again, as the modules have them.
     void clearSetup();
     /// Gives the clocks the modes and sources chosen in the host's device collection. To be called
     /// when the settings are loaded, and when the devices changed; not in a measurement.

@@ -155,7 +155,7 @@ void AppendFile::cutBack(std::size_t bytesOut, int errorNumber) {
     const bool isCut = ::ftruncate(fd, static_cast<off_t>(bytesInFile)) == 0;
     fail(reasonOf(errorNumber) + ". It holds " + std::to_string(recordsInFile) +
          " messages up to here" + (isCut ? "" : ", its last one may be torn") +
-         ". Make room or choose another disk, and record anew");
+         ". Make room or choose another disk, and record again");
 }
 
 /// A file that was deleted takes all its records along; one that was moved, replaced or written to
@@ -170,7 +170,7 @@ void AppendFile::checkStillThere() {
     if (own.st_nlink == 0) {
         lost += std::exchange(recordsInFile, 0);
         bytesInFile = 0;
-        fail("the file was deleted, and its messages with it. Record anew");
+        fail("the file was deleted, and its messages with it. Record again");
         return;
     }
     const bool isNamed = ::stat(filePath.c_str(), &named) == 0;
@@ -178,9 +178,9 @@ void AppendFile::checkStillThere() {
     const bool isOther = isNamed && (named.st_dev != own.st_dev || named.st_ino != own.st_ino);
     if (isGone || isOther) {
         fail("the file was moved away or replaced, and holds " + std::to_string(recordsInFile) +
-             " messages up to here. Record anew");
+             " messages up to here. Record again");
     } else if (static_cast<std::uint64_t>(own.st_size) != bytesInFile) {
-        fail("another program changed the file. Record anew, to another file");
+        fail("another program changed the file. Record again, to another file");
     }
 }
 

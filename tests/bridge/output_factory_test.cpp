@@ -43,7 +43,7 @@ TEST_F(OutputFactoryTest, FixedChannelSetIsClaimedAndKept) {
     EXPECT_THAT(calls, Not(HasSubstr("allocateBuffers")));
     EXPECT_EQ(mounted(0).used, hostTrue);
     factory.getOrCreateChannel(0, {12, Kind::Synchronous}, nullptr);
-    EXPECT_EQ(mounted(0).dataType, 14) << "a fixed channel was typed anew";
+    EXPECT_EQ(mounted(0).dataType, 14) << "a fixed channel was typed again";
     factory.beginLoadSetup();
     EXPECT_THAT(host.callsOf([&] { create(); }), Not(HasSubstr("allocateBuffers")));
     EXPECT_EQ(mounted(1).used, hostFalse);

@@ -63,7 +63,7 @@ class Setups(Case):
         self.assertEqual(vorn["channels"][1:], before[0]["channels"][1:])
         self.assertEqual(doors, before[1])
         self.assertEqual((rear["configId"], rear["channels"]), (300, before[2]["channels"]))
-        self.assertIn("add it anew", self.setup("set", path, "3", "--config-id", "7", code=2)[1])
+        self.assertIn("add it again", self.setup("set", path, "3", "--config-id", "7", code=2)[1])
         self.setup("set", path, "Doors", "--type", "NeoviFire3")
         self.assertEqual(len(self.shown(path)[1]["channels"]), 20)
         self.assertEqual(self.shown(path)[2]["channels"], before[2]["channels"])

@@ -11,7 +11,7 @@ using namespace station;
 namespace CellType = Kestrova::Tessel::CellType;
 
 void QtUser::settle() {
-    constexpr int rounds = 4;  // what is told, what is asked because of it, what goes, what is left
+    constexpr int rounds = 4;  // reports, questions they raise, deletions, and their reports
     for (int i = 0; i < rounds; ++i) {
         QCoreApplication::processEvents();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);

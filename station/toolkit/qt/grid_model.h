@@ -22,7 +22,7 @@ class GridModel final : public QAbstractTableModel {
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
-    /// Begins anew, without rows.
+    /// Begins again, without rows.
     void describe(std::vector<QString> columnTitles);
     /// Ascending.
     void showRows(const std::vector<std::int32_t>& gridRows);
