@@ -16,12 +16,17 @@ TEST(KvrtExceptionTest, TextIsNeverAFormatForAnythingButItself) {
     EXPECT_EQ(textOf("%"), "%");
 }
 
+/// Not inlined: g++ 12 takes the copying for a fault.
+[[gnu::noinline]] std::string filled(std::size_t count, const std::string& end = {}) {
+    return std::string(count, 'x') + end;
+}
+
 TEST(KvrtExceptionTest, LongTextIsCut) {
-    EXPECT_EQ(textOf(std::string(1023, 'x')), std::string(1023, 'x'));
-    EXPECT_EQ(textOf(std::string(1024, 'x')), std::string(1023, 'x'));
-    EXPECT_EQ(textOf(std::string(1022, 'x') + "%%y"), std::string(1022, 'x') + '%');
-    EXPECT_EQ(textOf("%s" + std::string(2000, 'x')), "%s" + std::string(1021, 'x'));
-    EXPECT_EQ(textOf(std::string(1022, 'x') + "\xC3\xBC"), std::string(1022, 'x') + '\xC3');
+    EXPECT_EQ(textOf(filled(1023)), filled(1023));
+    EXPECT_EQ(textOf(filled(1024)), filled(1023));
+    EXPECT_EQ(textOf(filled(1022, "%%y")), filled(1022, "%"));
+    EXPECT_EQ(textOf("%s" + filled(2000)), "%s" + filled(1021));
+    EXPECT_EQ(textOf(filled(1022, "\xC3\xBC")), filled(1022, "\xC3"));
 }
 
 TEST(KvrtExceptionTest, EachCodeHasAClassWithItsTextAndAnUnknownOneKeepsItsCode) {
