@@ -124,10 +124,13 @@ class CmpChannel {
     std::shared_ptr<GoneCounts> goneCounts;
 
   private:
-    bool isInBurst = false;  // the capture thread's own
+    // The capture thread's own.
+    bool isInBurst = false;
+    // Of both.
     std::atomic<bool> isHandedOver{false};
-    bool isTakenOver = false;                                     // the host's thread's own
-    bool isFlushing = false;                                      // the same
+    // The host's thread's own.
+    bool isTakenOver = false;
+    bool isFlushing = false;
     std::vector<std::shared_ptr<OutputChannel>> replacedOutputs;  ///< since the flush began
 
     mutable Mutex statusLock;

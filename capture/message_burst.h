@@ -8,9 +8,8 @@
 
 /// The data messages of frames that follow each other closely, on their way to their channels.
 ///
-/// Each channel takes its messages at once, into memory of the capture thread's own; its queue is
-/// locked only when the burst is handed over, so that a lock is paid for once a burst and not once
-/// a message. No lock is held while another is taken, and none while the thread waits for a frame.
+/// Each channel takes its messages at once, but the host's thread sees them only when the burst is
+/// handed over: so the two threads touch the same memory once a burst and not once a message.
 ///
 /// A burst ends when a read ends without a frame or the next one is a foreign one, and otherwise
 /// after 2 ms: a host allows for at least 10 ms of delay, of which this may take only a part. It
