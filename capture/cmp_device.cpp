@@ -143,6 +143,9 @@ void CmpDevice::setName(const std::string& newName) {
     if (clock) {
         clock->SetDeviceName(newName);
     }
+    if (surroundings.onRenamed) {
+        surroundings.onRenamed();
+    }
 }
 
 std::string CmpDevice::getSerialNumberText() const {
@@ -250,6 +253,15 @@ void CmpDevice::createOutputs() {
     const auto all = getChannels();
     for (const auto& channel : *all) {
         channel->createOutput();
+    }
+}
+
+void CmpDevice::createMissingOutputs() {
+    const auto all = getChannels();
+    for (const auto& channel : *all) {
+        if (!channel->getOutput()) {
+            channel->createOutput();
+        }
     }
 }
 

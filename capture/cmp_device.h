@@ -43,6 +43,7 @@ class CmpDevice {
         const PerformanceCounter* counter = nullptr;
         /// Called, without a lock held, when the CM ID or the channels have changed; may be empty.
         std::function<void()> onRoutesChanged;
+        std::function<void()> onRenamed;                   ///< may be empty
         std::shared_ptr<GoneCounts> goneCounts = nullptr;  ///< of the channels; may be null
     };
 
@@ -97,6 +98,7 @@ class CmpDevice {
     void addChannel(const BusStatus& record) CMP_EXCLUDES(statusLock);
     void resetChannels();
     void createOutputs();
+    void createMissingOutputs();
     void releaseOutputs();
     void resetLastTimes();
     /// Takes over what the channels have queued, and then gives the clock the time: of all that was

@@ -16,7 +16,7 @@ CmpDevices::~CmpDevices() = default;
 std::shared_ptr<CmpDevice> CmpDevices::create(CmpDevice::Clock mode) {
     return std::make_shared<CmpDevice>(
         CmpDevice::Surroundings{syncManager, outputFactory, &counter,
-                                [this] { publishDirectory(); }, goneCounts},
+                                [this] { publishDirectory(); }, [this] { ++changes; }, goneCounts},
         mode);
 }
 
@@ -34,6 +34,7 @@ void CmpDevices::publishDirectory() {
         directory.publish(std::make_shared<const DeviceDirectory>(listLocked()));
     }
     directory.releaseReplaced();
+    ++changes;
 }
 
 std::shared_ptr<CmpDevice> CmpDevices::findByCmId(std::uint16_t cmId) const {
@@ -55,12 +56,21 @@ void CmpDevices::createOutputs() {
     for (const auto& device : list()) {
         device->createOutputs();
     }
+    ++changes;
+}
+
+void CmpDevices::createMissingOutputs() {
+    for (const auto& device : list()) {
+        device->createMissingOutputs();
+    }
+    ++changes;
 }
 
 void CmpDevices::releaseOutputs() {
     for (const auto& device : list()) {
         device->releaseOutputs();
     }
+    ++changes;
 }
 
 void CmpDevices::resetLastTimes() {
@@ -147,6 +157,7 @@ void CmpDevices::saveChannels(Node& node) const {
 }
 
 void CmpDevices::loadChannels(Node& node) {
+    ++changes;
     const auto listNode = node.FindChild(listNodeName);
     if (!listNode) {
         createOutputs();

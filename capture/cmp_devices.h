@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -26,9 +28,13 @@ class CmpDevices final : public DeviceContainer<std::shared_ptr<CmpDevice>> {
     /// The first device with that CM ID, or null.
     std::shared_ptr<CmpDevice> findByCmId(std::uint16_t cmId) const;
     DirectoryPublisher& getDirectory() { return directory; }
+    /// Goes up with each change of the list, of what is set up in it and of the channels' outputs.
+    std::uint64_t getChanges() const { return changes.load(); }
 
     void resetChannels();
     void createOutputs();
+    /// For the channels that have none.
+    void createMissingOutputs();
     void releaseOutputs();
     void resetLastTimes();
     /// At the end of `resetLastTimes` at the start of an acquisition.
@@ -69,6 +75,7 @@ class CmpDevices final : public DeviceContainer<std::shared_ptr<CmpDevice>> {
     GNSSSyncManager* const syncManager;
     OutputFactory* const outputFactory;
     const PerformanceCounter& counter;
+    std::atomic<std::uint64_t> changes = 0;
     const std::shared_ptr<GoneCounts> goneCounts = std::make_shared<GoneCounts>();
     DirectoryPublisher directory;  // with its own synchronisation
 };

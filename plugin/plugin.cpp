@@ -4,7 +4,6 @@
 #include <string>
 
 #include "capture/pcap_port.h"
-#include "core/string_helper.h"
 #include "host/host_data.h"
 #include "host/host_error.h"
 #include "plugin/identity.h"
@@ -23,7 +22,10 @@ HostObject* Plugin::create(HostObject* outer, CapturePort& port,
 Plugin::Plugin(HostObject* outerObject, CapturePort& port, const PerformanceCounter& counter)
     : inner(*this),
       outer(outerObject != nullptr ? outerObject : &inner),
-      core(inputManager, outputFactory, port, counter) {}
+      core(inputManager, outputFactory, port, counter),
+      facts(static_cast<IPlugin3&>(*this), core),
+      interfaces(static_cast<IPlugin3&>(*this), core),
+      modules(static_cast<IPlugin3&>(*this), core) {}
 
 HostResult Plugin::Inner::queryInterface(const InterfaceId& interfaceId, void** result) {
     if (interfaceId == HostObject::id) {
@@ -37,9 +39,11 @@ HostResult Plugin::Inner::queryInterface(const InterfaceId& interfaceId, void** 
     } else if (interfaceId == IPlugin4::id) {
         *result = static_cast<IPlugin4*>(&plugin);
     } else if (interfaceId == CaptureStatistics::id) {
-        *result = static_cast<CaptureStatistics*>(&plugin);
+        *result = static_cast<CaptureStatistics*>(&plugin.facts);
     } else if (interfaceId == CaptureSelection::id) {
-        *result = static_cast<CaptureSelection*>(&plugin);
+        *result = static_cast<CaptureSelection*>(&plugin.interfaces);
+    } else if (interfaceId == ModuleList::id) {
+        *result = static_cast<ModuleList*>(&plugin.modules);
     } else {
         *result = nullptr;
         return HostCode::noInterface;
@@ -186,28 +190,6 @@ HostResult Plugin::onDisconnectChannels() {
 
 bool Plugin::hasActiveChannels() {
     return inputManager.hasActiveChannels() || outputFactory.hasActiveChannels();
-}
-
-HostResult Plugin::getInterfaces(std::vector<std::wstring>* names) {
-    std::vector<CaptureInterface> found;
-    std::string error;
-    if (core.packetReader.listInterfaces(found, error) == -1) {
-        return HostCode::failed;
-    }
-    names->clear();
-    for (const CaptureInterface& interface : found) {
-        names->push_back(Kestrova::Utils::Kcom::StringHelper::ToWide(interface.name));
-    }
-    return HostCode::success;
-}
-
-HostResult Plugin::selectInterfaces(const wchar_t* const* names, std::uint32_t count) {
-    std::vector<std::string> selection;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        selection.push_back(Kestrova::Utils::Kcom::StringHelper::ToUtf8(names[i]));
-    }
-    core.packetReader.selectInterfaces(std::move(selection));
-    return HostCode::success;
 }
 
 HostResult Plugin::position14(void*, std::uint16_t* answer) {

@@ -6,8 +6,10 @@
 #include "host/host_app.h"
 #include "host/host_plugin_group.h"
 #include "host/plugin.h"
+#include "plugin/capture_facts.h"
 #include "plugin/cmp_plugin_core.h"
 #include "plugin/counted_object.h"
+#include "plugin/module_operations.h"
 
 /// The one component that the host creates: everything that the host wants of this system arrives
 /// here, at the positions of `IPlugin3` or as a numbered event of `IPlugin4`.
@@ -18,11 +20,7 @@
 /// in its middle goes to the host as it is.
 ///
 /// The object may be a part of another one (`outer`), whose count and interfaces then are its own.
-class Plugin final : public IPlugin3,
-                     public IPlugin4,
-                     public CaptureStatistics,
-                     public CaptureSelection,
-                     private CountedObject {
+class Plugin final : public IPlugin3, public IPlugin4, private CountedObject {
   public:
     /// A new object with one reference, of its own network and clock. `outer` is null or outlives
     /// it. The result answers for the object itself also where it is a part of another.
@@ -86,13 +84,6 @@ class Plugin final : public IPlugin3,
 
     HostResult onEvent(std::int32_t event, const HostVariant& input, HostVariant* result) override;
 
-    HostResult getDroppedFrames(std::uint64_t* frames) override;
-    HostResult getChannels(ChannelStatistics* channels, std::uint32_t* count) override;
-    HostResult getClocks(ClockStatistics* clocks, std::uint32_t* count) override;
-
-    HostResult getInterfaces(std::vector<std::wstring>* names) override;
-    HostResult selectInterfaces(const wchar_t* const* names, std::uint32_t count) override;
-
   private:
     friend class PluginEvents;
 
@@ -124,4 +115,7 @@ class Plugin final : public IPlugin3,
     InputManagerImpl inputManager;
     OutputFactoryImpl outputFactory;
     CmpPluginCore core;
+    CaptureFacts facts;
+    InterfaceChoice interfaces;
+    ModuleOperations modules;
 };

@@ -75,6 +75,11 @@ std::uint32_t GNSSSyncManagerImpl::GetClockId(const std::shared_ptr<GNSSClock>& 
     return place != clocks.end() ? place->key : unknownClockId;
 }
 
+std::int32_t GNSSSyncManagerImpl::GetClockPosition(const std::shared_ptr<GNSSClock>& clock) const {
+    const auto place = placeOf(clocks, clock);
+    return place != clocks.end() ? static_cast<std::int32_t>(place - clocks.begin()) : -1;
+}
+
 GNSSSyncManagerImpl::Clock GNSSSyncManagerImpl::AddClock(std::uint32_t id,
                                                          const Serialization::Node* setup) {
     clocks.append(id, nullptr);

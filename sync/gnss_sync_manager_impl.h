@@ -73,6 +73,8 @@ class GNSSSyncManagerImpl final : public GNSSSyncManager {
     bool IsMaster(const std::shared_ptr<GNSSClock>& clock) const {
         return master != nullptr && master == clock;
     }
+    /// Its place among the devices of `UpdateDevices`; -1 for a clock of another manager, or null.
+    std::int32_t GetClockPosition(const std::shared_ptr<GNSSClock>& clock) const;
     /// Seconds that the host should allow for, the largest of all clocks.
     float GetRequiredDelay() const;
     /// Samples since the start by the leading clock, as the halves of a 64-bit number.

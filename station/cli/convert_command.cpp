@@ -10,10 +10,10 @@
 
 #include "station/cli/commands.h"
 #include "station/cli/recordings.h"
+#include "station/cli/text_writer.h"
 #include "station/offline/direct_capture.h"
 #include "station/offline/found_modules.h"
 #include "station/offline/stored_frames.h"
-#include "station/text_writer.h"
 
 namespace station {
 namespace {
@@ -37,10 +37,10 @@ struct ConvertOptions {
     bool quiet = false;
 };
 
-std::vector<ModuleOption> chooseModules(const ConvertOptions& options) {
-    std::vector<ModuleOption> modules;
+std::vector<Module> chooseModules(const ConvertOptions& options) {
+    std::vector<Module> modules;
     for (const std::string& text : options.modules) {
-        modules.push_back(ModuleOption::parse(text));
+        modules.push_back(parseModule(text));
     }
     if (!modules.empty()) {
         return modules;
@@ -107,7 +107,7 @@ void convertAll(StoredFrames& frames, DirectCapture& capture, RecordingSet& reco
 
 ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     refuseInputAsOutput(options);
-    const std::vector<ModuleOption> modules = chooseModules(options);
+    const std::vector<Module> modules = chooseModules(options);
     StoredFrames frames(options.input);
     RecordingSet recordings;
     openRecordings(recordings, options.outputs);
@@ -120,7 +120,7 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
         Summary::Clock::time_point(
             std::chrono::duration_cast<Summary::Clock::duration>(std::chrono::nanoseconds(start))),
         recordings);
-    for (const ModuleOption& module : modules) {
+    for (const Module& module : modules) {
         capture.addModule(module);
     }
     tellWhatIsLeftOut(recordings, capture.summarize());

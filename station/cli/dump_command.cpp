@@ -12,10 +12,10 @@
 #include "capture/packet_text.h"
 #include "capture/pcap_port.h"
 #include "station/cli/commands.h"
+#include "station/cli/text_writer.h"
 #include "station/offline/stored_frames.h"
 #include "station/permission.h"
-#include "station/summary.h"
-#include "station/text_writer.h"
+#include "station/session/summary.h"
 
 namespace station {
 namespace {

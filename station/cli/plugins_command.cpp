@@ -9,11 +9,11 @@
 
 #include "core/trusted_path.h"
 #include "host/plugin.h"
-#include "station/bench/plugin_module.h"
-#include "station/bench/registered_plugins.h"
 #include "station/cli/commands.h"
+#include "station/cli/text_writer.h"
 #include "station/host/plugin_failure.h"
-#include "station/text_writer.h"
+#include "station/session/plugin_module.h"
+#include "station/session/registered_plugins.h"
 
 namespace station {
 namespace {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "station/recording/recording_set.h"
-#include "station/summary.h"
+#include "station/session/summary.h"
 
 namespace station {
 

@@ -9,14 +9,12 @@
 #include <thread>
 #include <vector>
 
-#include "station/bench/measurement.h"
-#include "station/bench/setup_editor.h"
 #include "station/cli/commands.h"
+#include "station/cli/live_view.h"
 #include "station/cli/recordings.h"
 #include "station/cli/setups.h"
-#include "station/live_view.h"
-#include "station/module_option.h"
 #include "station/permission.h"
+#include "station/session/measurement.h"
 
 namespace station {
 namespace {
@@ -82,19 +80,14 @@ void measure(const RunOptions& options, Measurement& measurement, LiveView& view
     }
 }
 
-void addModules(Bench& bench, const std::vector<std::string>& texts) {
-    if (texts.empty()) {
-        return;
-    }
-    SetupEditor editor(bench);
+void addModules(Session& session, const std::vector<std::string>& texts) {
     for (const std::string& text : texts) {
-        const ModuleOption option = ModuleOption::parse(text);
-        ModuleChange module{option.type, option.configId, {}};
-        if (!option.name.empty()) {
-            module.name = option.name;
-        }
+        const Module module = parseModule(text);
         try {
-            editor.useAllChannels(editor.addModule(module));
+            const std::size_t place = session.addModule(module);
+            for (const Channel& channel : session.getModules()[place].channels) {
+                session.findOutput(channel).setUsed(hostTrue);
+            }
         } catch (const SetupEditError& error) {
             throw CommandError(ExitCode::WrongUse, error.what());
         }
@@ -131,10 +124,10 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     checkCapturePermission();
     RecordingSet recordings;
     openRecordings(recordings, options.recordings);
-    const auto bench = openBench(options.plugin, options.setup, options.sampleRate);
-    addModules(*bench, options.modules);
-    selectInterfaces(bench->driver(), options.interfaces);
-    Measurement measurement(*bench, recordings);
+    const auto session = openSession(options.plugin, options.setup, options.sampleRate);
+    addModules(*session, options.modules);
+    selectInterfaces(session->driver(), options.interfaces);
+    Measurement measurement(*session, recordings);
     tellWhatIsLeftOut(recordings, measurement.summarize());
     measurement.start();
 

@@ -9,11 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "core/string_helper.h"
 #include "host/host_clock.h"
-#include "station/bench/setup_editor.h"
 #include "station/cli/commands.h"
 #include "station/cli/setups.h"
-#include "station/text_writer.h"
+#include "station/cli/text_writer.h"
+#include "station/session/summary.h"
 
 namespace station {
 namespace {
@@ -87,8 +88,8 @@ std::uint32_t readColor(const std::string& text) {
 }
 
 /// The module of that name or row, from 0.
-std::size_t findModule(Bench& bench, const std::string& wanted) {
-    const auto modules = bench.windows().modules();
+std::size_t findModule(Session& session, const std::string& wanted) {
+    const auto modules = session.getModules();
     std::string known;
     std::vector<std::size_t> named;
     for (std::size_t i = 0; i < modules.size(); ++i) {
@@ -113,18 +114,15 @@ std::size_t findModule(Bench& bench, const std::string& wanted) {
                           : fmt::format("there is no module \"{}\"; there are: {}", wanted, known));
 }
 
-std::vector<ChannelRow> findChannels(Bench& bench, std::size_t module, const std::string& wanted) {
-    std::vector<ChannelRow> found;
+std::vector<Channel> findChannels(const Module& module, const std::string& wanted) {
+    std::vector<Channel> found;
     std::string known;
     const bool all = wanted == "all";
     const std::uint32_t interface = all ? 0 : readNumber(wanted, "INTERFACE", 0xFFFF);
-    for (ChannelRow& channel : bench.windows().channels()) {
-        if (channel.module != module) {
-            continue;
-        }
+    for (const Channel& channel : module.channels) {
         known += fmt::format("{}0x{:X}", known.empty() ? "" : ", ", channel.interfaceId);
         if (all || channel.interfaceId == interface) {
-            found.push_back(std::move(channel));
+            found.push_back(channel);
         }
     }
     if (found.empty()) {
@@ -139,21 +137,18 @@ const char* syncText(const ClockChoice& clock) {
     return clock.syncMode == HostGnssDevice::syncModePps ? "pps" : "soft";
 }
 
-void showJson(Bench& bench) {
-    const auto clocks = bench.clocks();
-    const auto channels = bench.windows().channels();
+void showJson(Session& session) {
+    const auto clocks = session.clocks();
     auto list = Json::array();
-    for (const ModuleSummary& module : bench.modules()) {
+    for (const Module& module : session.getModules()) {
         const std::size_t row = list.size();
         auto own = Json::array();
-        for (const ChannelRow& channel : channels) {
-            if (channel.module == row) {
-                own.push_back({{"interfaceId", channel.interfaceId},
-                               {"busType", channel.busType},
-                               {"used", channel.used},
-                               {"name", channel.name},
-                               {"color", fmt::format("{:06X}", channel.color)}});
-            }
+        for (const Channel& channel : module.channels) {
+            own.push_back({{"interfaceId", channel.interfaceId},
+                           {"busType", channel.busType},
+                           {"used", channel.isUsed},
+                           {"name", channel.name},
+                           {"color", fmt::format("{:06X}", channel.color)}});
         }
         list.push_back({{"row", row + 1},
                         {"name", module.name},
@@ -167,23 +162,20 @@ void showJson(Bench& bench) {
     writeText(STDOUT_FILENO, Json{{"modules", std::move(list)}}.dump(2) + '\n');
 }
 
-void showTable(Bench& bench) {
-    const auto clocks = bench.clocks();
-    const auto channels = bench.windows().channels();
-    const auto modules = bench.windows().modules();
+void showTable(Session& session) {
+    const auto clocks = session.clocks();
+    const auto modules = session.getModules();
     std::string text = modules.empty() ? "The setup has no modules.\n" : "";
     for (std::size_t row = 0; row < modules.size(); ++row) {
-        const ModuleRow& module = modules[row];
+        const Module& module = modules[row];
         text +=
-            fmt::format("{:>3}  {}  [{}]  ConfigId {}  sync {}{}\n", row + 1,
+            fmt::format("{:>3}  {}  [{}]  ConfigId 0x{:X}  sync {}{}\n", row + 1,
                         printable(module.name), module.type, module.configId,
                         syncText(clocks.at(row)), clocks.at(row).isSource ? ", clock source" : "");
-        for (const ChannelRow& channel : channels) {
-            if (channel.module == row) {
-                text += fmt::format("     0x{:<4X} {:<7} {:<6}  {:06X}  {}\n", channel.interfaceId,
-                                    channel.busType, channel.used ? "used" : "unused",
-                                    channel.color, printable(channel.name));
-            }
+        for (const Channel& channel : module.channels) {
+            text += fmt::format("     0x{:<4X} {:<7} {:<6}  {:06X}  {}\n", channel.interfaceId,
+                                channel.busType, channel.isUsed ? "used" : "unused", channel.color,
+                                printable(channel.name));
         }
     }
     writeText(STDOUT_FILENO, text);
@@ -192,13 +184,11 @@ void showTable(Bench& bench) {
 /// Opens the file, changes the setup, and writes it again.
 template <typename Change>
 ExitCode edit(const SetupOptions& options, const Change& change) {
-    const auto bench = openBench(options.plugin, options.file);
+    const auto session = openSession(options.plugin, options.file);
     try {
-        change(*bench);
-        bench->save(SetupFile(options.file));
+        change(*session);
+        session->save(SetupFile(options.file));
     } catch (const SetupEditError& error) {
-        throw CommandError(ExitCode::WrongUse, error.what());
-    } catch (const UserError& error) {
         throw CommandError(ExitCode::WrongUse, error.what());
     }
     return ExitCode::Good;
@@ -210,24 +200,51 @@ ExitCode createSetup(const SetupOptions& options) {
             ExitCode::WrongUse,
             fmt::format("{} is there already; choose another name, or remove it", options.file));
     }
-    openBench(options.plugin, {})->save(SetupFile(options.file));
+    openSession(options.plugin, {})->save(SetupFile(options.file));
     return ExitCode::Good;
 }
 
-ModuleChange moduleChange(const CLI::App& command, const SetupOptions& options) {
-    ModuleChange change;
-    change.type = given(command, "--type", options.type);
-    change.name = given(command, "--name", options.name);
-    if (command.count("--config-id") > 0) {
-        change.configId =
-            static_cast<std::uint16_t>(readNumber(options.configId, "--config-id", 0xFFFF));
-    }
-    return change;
+std::uint16_t readConfigId(const SetupOptions& options) {
+    return static_cast<std::uint16_t>(readNumber(options.configId, "--config-id", 0xFFFF));
 }
 
-void setClock(Bench& bench, std::size_t module, const CLI::App& command,
+void addModule(Session& session, const SetupOptions& options) {
+    Module module;
+    module.type = options.type;
+    module.configId = options.configId.empty() ? std::uint16_t{0} : readConfigId(options);
+    module.name = options.name;
+    session.addModule(module);
+}
+
+void changeModule(Session& session, std::size_t module, const CLI::App& command,
+                  const SetupOptions& options) {
+    if (command.count("--type") > 0) {
+        session.setType(module, options.type);
+    }
+    if (command.count("--config-id") > 0) {
+        session.setConfigId(module, readConfigId(options));
+    }
+    if (command.count("--name") > 0) {
+        session.setName(module, options.name);
+    }
+    session.requireOwnCmId(module);
+}
+
+void changeChannel(StationChannel& channel, const CLI::App& command, const SetupOptions& options) {
+    if (const auto used = yesOrNo(given(command, "--used", options.used))) {
+        channel.setUsed(toHostBool(*used));
+    }
+    if (const auto name = given(command, "--name", options.name)) {
+        channel.setName(Kestrova::Utils::Kcom::StringHelper::ToWide(*name).c_str());
+    }
+    if (const auto color = given(command, "--color", options.color)) {
+        channel.setColor(readColor(*color));
+    }
+}
+
+void setClock(Session& session, std::size_t module, const CLI::App& command,
               const SetupOptions& options) {
-    ClockChoice clock = bench.clocks().at(module);
+    ClockChoice clock = session.clocks().at(module);
     if (const auto sync = given(command, "--sync", options.sync)) {
         clock.syncMode =
             *sync == "pps" ? HostGnssDevice::syncModePps : HostGnssDevice::syncModeSoft;
@@ -238,7 +255,7 @@ void setClock(Bench& bench, std::size_t module, const CLI::App& command,
     if (clock.isSource && clock.syncMode != HostGnssDevice::syncModePps) {
         throw SetupEditError("only a module in PPS sync can be the clock source: add --sync pps");
     }
-    bench.chooseClock(module, clock);
+    session.chooseClock(module, clock);
 }
 
 using Options = std::shared_ptr<SetupOptions>;
@@ -259,11 +276,9 @@ void addEditActions(CLI::App& setup, const Options& options, Command& chosen) {
     CLI::App* const add = addAction(setup, "add", "Adds a module", options);
     add->add_option("--type", options->type, "Its type")->type_name("TYPE")->required();
     addModuleOptions(*add, *options);
-    add->callback([options, add, &chosen] {
-        chosen = [options, add](StopSignal&) {
-            return edit(*options, [&](Bench& bench) {
-                SetupEditor(bench).addModule(moduleChange(*add, *options));
-            });
+    add->callback([options, &chosen] {
+        chosen = [options](StopSignal&) {
+            return edit(*options, [&](Session& session) { addModule(session, *options); });
         };
     });
 
@@ -271,12 +286,12 @@ void addEditActions(CLI::App& setup, const Options& options, Command& chosen) {
     remove->add_option("MODULE", options->modules, "Rows or names")->required();
     remove->callback([options, &chosen] {
         chosen = [options](StopSignal&) {
-            return edit(*options, [&](Bench& bench) {
+            return edit(*options, [&](Session& session) {
                 std::vector<std::size_t> rows;
                 for (const std::string& module : options->modules) {
-                    rows.push_back(findModule(bench, module));
+                    rows.push_back(findModule(session, module));
                 }
-                SetupEditor(bench).removeModules(rows);
+                session.removeModules(rows);
             });
         };
     });
@@ -295,11 +310,11 @@ void addSetAction(CLI::App& setup, const Options& options, Command& chosen) {
         ->check(CLI::IsMember({"yes", "no"}));
     set->callback([options, set, &chosen] {
         chosen = [options, set](StopSignal&) {
-            return edit(*options, [&](Bench& bench) {
-                const std::size_t module = findModule(bench, options->module);
-                SetupEditor(bench).changeModule(module, moduleChange(*set, *options));
+            return edit(*options, [&](Session& session) {
+                const std::size_t module = findModule(session, options->module);
+                changeModule(session, module, *set, *options);
                 if (set->count("--sync") + set->count("--clock-source") > 0) {
-                    setClock(bench, module, *set, *options);
+                    setClock(session, module, *set, *options);
                 }
             });
         };
@@ -316,17 +331,10 @@ void addChannelAction(CLI::App& setup, const Options& options, Command& chosen) 
     channel->add_option("--color", options->color, "Its colour")->type_name("RRGGBB");
     channel->callback([options, channel, &chosen] {
         chosen = [options, channel](StopSignal&) {
-            return edit(*options, [&](Bench& bench) {
-                ChannelChange change;
-                change.used = yesOrNo(given(*channel, "--used", options->used));
-                change.name = given(*channel, "--name", options->name);
-                if (const auto color = given(*channel, "--color", options->color)) {
-                    change.color = readColor(*color);
-                }
-                const std::size_t module = findModule(bench, options->module);
-                SetupEditor editor(bench);
-                for (const ChannelRow& row : findChannels(bench, module, options->interface)) {
-                    editor.changeChannel(row, change);
+            return edit(*options, [&](Session& session) {
+                const Module module = session.getModules()[findModule(session, options->module)];
+                for (const Channel& found : findChannels(module, options->interface)) {
+                    changeChannel(session.findOutput(found), *channel, *options);
                 }
             });
         };
@@ -348,8 +356,8 @@ void addSetupCommand(CLI::App& app, Command& chosen) {
     show->add_flag("--json", options->json, "As JSON");
     show->callback([options, &chosen] {
         chosen = [options](StopSignal&) {
-            const auto bench = openBench(options->plugin, options->file);
-            options->json ? showJson(*bench) : showTable(*bench);
+            const auto session = openSession(options->plugin, options->file);
+            options->json ? showJson(*session) : showTable(*session);
             return ExitCode::Good;
         };
     });

@@ -2,26 +2,26 @@
 
 #include <unistd.h>
 
+#include "station/cli/text_writer.h"
 #include "station/exit_codes.h"
-#include "station/text_writer.h"
 
 namespace station {
 
-std::unique_ptr<Bench> openBench(const std::string& plugin, const std::string& setup,
-                                 double sampleRate) {
-    BenchOptions options;
+std::unique_ptr<Session> openSession(const std::string& plugin, const std::string& setup,
+                                     double sampleRate) {
+    SessionOptions options;
     options.plugin = plugin;
     options.sampleRate = sampleRate;
     options.onError = [](const std::string& text) {
         writeText(STDERR_FILENO, "cmp-station: " + text + '\n');
     };
-    auto bench = std::make_unique<Bench>(std::move(options));
+    auto session = std::make_unique<Session>(std::move(options));
     if (setup.empty()) {
-        return bench;
+        return session;
     }
     try {
-        bench->open(SetupFile(setup));
-        return bench;
+        session->open(SetupFile(setup));
+        return session;
     } catch (const SetupFileError& error) {
         throw CommandError(ExitCode::Unreadable, error.what());
     } catch (const PluginError& error) {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "station/gui/identifier_filter.h"
-#include "station/host/measurement_recorder.h"
 #include "station/recording/bus_record.h"
+#include "station/session/measurement_recorder.h"
 
 namespace station {
 

@@ -7,7 +7,7 @@
 #include <QWidget>
 #include <functional>
 
-#include "station/summary.h"
+#include "station/session/summary.h"
 
 namespace station {
 

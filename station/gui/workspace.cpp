@@ -6,6 +6,13 @@
 #include "station/permission.h"
 
 namespace station {
+namespace {
+
+HostObject& asHostWindow(QtWindow& window) {
+    return static_cast<Kestrova::Tessel::IWindow&>(window.window());
+}
+
+}  // namespace
 
 Workspace::Workspace(WorkspaceOptions workspaceOptions) : options(std::move(workspaceOptions)) {
     begin();
@@ -17,6 +24,18 @@ Workspace::~Workspace() {
     }
 }
 
+Workspace::Setup::~Setup() {
+    if (!session) {
+        return;
+    }
+    try {
+        session->driver().closeModules();
+        session->driver().closeChannels();
+    } catch (const PluginError&) {
+        // They go anyway.
+    }
+}
+
 std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::path& file) const {
     const auto onFailure = [tell = options.onMessage](const HandlerFailure& failure) {
         tell(failure.text());
@@ -24,22 +43,20 @@ std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::pa
     auto fresh = std::make_unique<Setup>();
     fresh->modules = std::make_unique<QtWindow>(onFailure);
     fresh->channels = std::make_unique<QtWindow>(onFailure);
-    fresh->bench = std::make_unique<Bench>(
-        BenchOptions{options.plugin, options.sampleRate, options.onMessage});
+    fresh->session = std::make_unique<Session>(
+        SessionOptions{options.plugin, options.sampleRate, options.onMessage});
     if (!file.empty()) {
-        fresh->bench->open(SetupFile(file));
+        fresh->session->open(SetupFile(file));
     }
-    PluginWindows& windows = fresh->bench->windows();
-    windows.showModulesIn(CountedRef<ToolkitWindow>(&fresh->modules->window()));
-    windows.showChannelsIn(CountedRef<ToolkitWindow>(&fresh->channels->window()));
+    PluginDriver& driver = fresh->session->driver();
+    driver.showModules(asHostWindow(*fresh->modules));
+    driver.showChannels(asHostWindow(*fresh->channels));
     return fresh;
 }
 
 void Workspace::take(std::unique_ptr<Setup> fresh, std::filesystem::path file) {
     setup = std::move(fresh);
     path = std::move(file);
-    typesWithChannels = moduleTypes();
-    bench().host().takeDevicesChanged();
     savedFingerprint = fingerprint();
     clocksChosen = false;
     feed.begin(Summary());
@@ -56,29 +73,21 @@ void Workspace::open(const std::filesystem::path& file) {
 }
 
 void Workspace::save(const std::filesystem::path& file) {
-    refreshChannels();
-    bench().save(SetupFile(file));
+    matchChannels();
+    session().save(SetupFile(file));
     path = file;
     savedFingerprint = fingerprint();
     clocksChosen = false;
 }
 
-std::vector<std::string> Workspace::moduleTypes() const {
-    std::vector<std::string> types;
-    for (const ModuleRow& module : bench().windows().modules()) {
-        types.push_back(module.type);
-    }
-    return types;
-}
-
 /// What the user can change in the windows; the document also holds what the modules tell.
 std::string Workspace::fingerprint() const {
     std::string text;
-    for (const ModuleRow& module : bench().windows().modules()) {
+    for (const Module& module : session().getModules()) {
         text += fmt::format("{}\n{}\n{}\n", module.type, module.name, module.configId);
-    }
-    for (const ChannelRow& channel : bench().windows().channels()) {
-        text += fmt::format("{}\n{}\n{}\n", channel.name, channel.used, channel.color);
+        for (const Channel& channel : module.channels) {
+            text += fmt::format("{}\n{}\n{}\n", channel.name, channel.isUsed, channel.color);
+        }
     }
     return text;
 }
@@ -88,20 +97,23 @@ bool Workspace::isModified() {
 }
 
 void Workspace::chooseClock(std::size_t module, ClockChoice choice) {
-    bench().chooseClock(module, choice);
+    session().chooseClock(module, choice);
     clocksChosen = true;
 }
 
-/// The plug-in makes the channels of a module that was added or got another type when its setup is
-/// loaded, which can't be in a measurement.
-void Workspace::refreshChannels() {
-    std::vector<std::string> types = moduleTypes();
-    if (isMeasuring() || (!bench().host().takeDevicesChanged() && types == typesWithChannels)) {
+/// The plug-in has no channels for a module that was added or got another type until they are made,
+/// which can't be in a measurement. Its window keeps the rows that it was made with.
+void Workspace::matchChannels() {
+    if (isMeasuring()) {
         return;
     }
-    typesWithChannels = std::move(types);
-    bench().refreshChannels();
-    bench().host().takeDevicesChanged();  // by what was just done
+    PluginDriver& driver = session().driver();
+    if (session().needsChannels()) {
+        session().matchChannels();
+        driver.showChannels(asHostWindow(*setup->channels));
+    } else if (session().host().takeDevicesChanged()) {
+        driver.updateDevices();
+    }
 }
 
 void Workspace::tellAll(const std::vector<std::string>& texts) const {
@@ -130,12 +142,12 @@ void Workspace::tellLeftOut() const {
 
 void Workspace::start(const std::filesystem::path& recording) {
     checkCapturePermission("cmp-station-gui");
-    refreshChannels();
+    matchChannels();
     auto files = std::make_unique<RecordingSet>();
     if (!recording.empty()) {
         files->open(recording.string());
     }
-    auto fresh = std::make_unique<Measurement>(bench(), *files);
+    auto fresh = std::make_unique<Measurement>(session(), *files);
     fresh->start();
     fresh->setListener(&feed);
     recordings = std::move(files);
@@ -169,7 +181,7 @@ void Workspace::tick(Measurement::Clock::time_point now) {
             lost = lost || measurement->hasLost();
         } else if (now >= nextLook) {
             nextLook = now + lookPeriod;
-            refreshChannels();
+            matchChannels();
         }
     } catch (const std::exception& failure) {
         options.onMessage(failure.what());

@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "station/bench/measurement.h"
 #include "station/gui/live_feed.h"
+#include "station/session/measurement.h"
 #include "station/toolkit/qt/qt_window.h"
 
 namespace station {
@@ -20,7 +20,7 @@ struct WorkspaceOptions {
     std::function<void(const std::string&)> onMessage;
 };
 
-/// What the desktop program works on: one setup in a bench, with the plug-in's windows, and the
+/// What the desktop program works on: one setup in a session, with the plug-in's windows, and the
 /// measurement that may run. It has no looks of its own but those two windows.
 ///
 /// The event loop's thread is the host's thread; the owner calls `tick` every
@@ -48,7 +48,7 @@ class Workspace {
     /// The plug-in's windows. They are other ones after `begin` and `open`.
     QtWindow& modulesWindow() const { return *setup->modules; }
     QtWindow& channelsWindow() const { return *setup->channels; }
-    Bench& bench() const { return *setup->bench; }
+    Session& session() const { return *setup->session; }
 
     /// Starts a measurement; without a path it isn't recorded.
     void start(const std::filesystem::path& recording);
@@ -65,18 +65,19 @@ class Workspace {
     LiveFeed& getFeed() { return feed; }
 
   private:
-    /// The windows outlive the bench, which fills them.
+    /// The windows outlive the session, whose plug-in fills them.
     struct Setup {
+        ~Setup();
+
         std::unique_ptr<QtWindow> modules;
         std::unique_ptr<QtWindow> channels;
-        std::unique_ptr<Bench> bench;
+        std::unique_ptr<Session> session;
     };
 
     std::unique_ptr<Setup> makeSetup(const std::filesystem::path& file) const;
     void take(std::unique_ptr<Setup> fresh, std::filesystem::path file);
-    std::vector<std::string> moduleTypes() const;
     std::string fingerprint() const;
-    void refreshChannels();
+    void matchChannels();
     void tellLeftOut() const;
     void tellAll(const std::vector<std::string>& texts) const;
     void finish();
@@ -86,7 +87,6 @@ class Workspace {
     std::filesystem::path path;
     std::string savedFingerprint;
     bool clocksChosen = false;  ///< since the setup was opened or saved
-    std::vector<std::string> typesWithChannels;
     Measurement::Clock::time_point nextLook;
 
     LiveFeed feed;

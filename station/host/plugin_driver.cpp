@@ -112,6 +112,7 @@ void PluginDriver::connect() {
     call(step, [&] { return object.queryTo(events); });
     object.queryTo(statistics);
     object.queryTo(selection);
+    object.queryTo(modules);
     call(step, [&] { return plugin->onConnectHost(host.get()); });
     state = State::Ready;
 }
@@ -151,6 +152,20 @@ void PluginDriver::saveSetup(HostDocument& document, HostElement& element) {
 void PluginDriver::clearSetup() {
     requireConnection();
     call("begin a new setup", [&] { return plugin->onClearSetup(); });
+    tellNewChannels();
+}
+
+void PluginDriver::callModules(const char* step,
+                               const std::function<HostResult(ModuleList&)>& action) {
+    requireConnection();
+    if (!modules) {
+        throw PluginError("the plug-in doesn't show its list of modules");
+    }
+    call(step, [&] { return action(*modules); });
+}
+
+void PluginDriver::matchOutputs() {
+    callModules("make its channels", [](ModuleList& list) { return list.matchOutputs(); });
     tellNewChannels();
 }
 

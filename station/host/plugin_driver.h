@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/host_document.h"
+#include "host/module_list.h"
 #include "host/plugin.h"
 #include "station/host/plugin_failure.h"
 #include "station/host/station_host.h"
@@ -82,6 +83,12 @@ class PluginDriver {
     void closeModules();
     void closeChannels();
 
+    /// Calls operations of the plug-in's list of modules; `step` names them in the text of a
+    /// failure.
+    void callModules(const char* step, const std::function<HostResult(ModuleList&)>& action);
+    /// `ModuleList::matchOutputs`, and lets the plug-in look at the new list of channels.
+    void matchOutputs();
+
     /// The names of the network interfaces that the plug-in can capture on.
     std::vector<std::string> getInterfaces();
     /// The next measurement captures on these alone; none stands for all.
@@ -144,6 +151,7 @@ class PluginDriver {
     CountedRef<IPlugin4> events;
     CountedRef<CaptureStatistics> statistics;  ///< empty if the plug-in has none
     CountedRef<CaptureSelection> selection;    ///< the same
+    CountedRef<ModuleList> modules;            ///< the same
     State state = State::New;
     bool awaitsLeader = false;
     std::uint64_t droppedBefore = 0;  ///< frames that the system threw away before time 0

@@ -44,7 +44,7 @@ DirectCapture::DirectCapture(CapturePort& port, const PerformanceCounter& perfor
       outputs(*this),
       reader(&clocks, &outputs, port, performanceCounter) {}
 
-void DirectCapture::addModule(const ModuleOption& option) {
+void DirectCapture::addModule(const Module& option) {
     const DeviceTypeInfo& type = typeByName(option.type);
     const auto device = reader.getDevices().add();
     device->setTypeById(type.typeId);

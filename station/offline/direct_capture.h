@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "capture/cmp_packet_reader.h"
-#include "station/module_option.h"
 #include "station/offline/direct_output.h"
 #include "station/offline/pass_through_clock.h"
 #include "station/recording/recording_set.h"
-#include "station/summary.h"
+#include "station/session/module.h"
+#include "station/session/summary.h"
 
 namespace station {
 
@@ -30,7 +30,7 @@ class DirectCapture final : private SampleSink {
     /// Sets up a module with all its channels used and named after module and interface. To be
     /// called before the reader starts. Throws CommandError for a type that doesn't exist and for a
     /// second module with the same CM ID, which would get no messages.
-    void addModule(const ModuleOption& option);
+    void addModule(const Module& option);
 
     CmpPacketReader& getReader() { return reader; }
     /// What a host does periodically: moves what has come in into recordings and summary.

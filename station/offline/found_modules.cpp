@@ -9,10 +9,10 @@
 namespace station {
 namespace {
 
-ModuleOption moduleOfCmId(std::uint16_t cmId, bool isAsam) {
+Module moduleOfCmId(std::uint16_t cmId, bool isAsam) {
     constexpr std::uint16_t configIdMask = 0x0F;
     const DeviceTypeInfo& combo = getDefaultTypeForCmId(cmId);
-    ModuleOption option;
+    Module option;
     if (isAsam || combo.typeId == DeviceTypeInfo::unknownId) {
         option.type = deviceTypeById(DeviceTypeInfo::neoviFire3Id).name;
         option.configId = cmId;
@@ -25,9 +25,9 @@ ModuleOption moduleOfCmId(std::uint16_t cmId, bool isAsam) {
 
 }  // namespace
 
-std::vector<ModuleOption> findModules(const std::string& path) {
+std::vector<Module> findModules(const std::string& path) {
     StoredFrames frames(path);
-    std::vector<ModuleOption> modules;
+    std::vector<Module> modules;
     std::set<std::uint16_t> seen;
     CmpHeader header;
     CapturedFrame frame;

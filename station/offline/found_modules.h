@@ -3,13 +3,13 @@
 #include <string>
 #include <vector>
 
-#include "station/module_option.h"
+#include "station/session/module.h"
 
 namespace station {
 
 /// The capture modules whose status messages are in a file, in the order of their first one. Their
 /// type follows from the CM ID; one outside the ranges of the combos is taken for a "NeoviFire3".
 /// Throws CommandError (unreadable).
-std::vector<ModuleOption> findModules(const std::string& path);
+std::vector<Module> findModules(const std::string& path);
 
 }  // namespace station

@@ -1,4 +1,4 @@
-#include "station/summary.h"
+#include "station/session/summary.h"
 
 #include <nlohmann/json.hpp>
 

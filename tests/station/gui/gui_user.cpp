@@ -138,16 +138,16 @@ class User {
     /// One module more, of one type and another, and away again.
     void editModules() {
         const QtUser user(window.getWorkspace().modulesWindow());
-        const char* const grid = PluginWindows::modulesGrid;
+        const char* const grid = "deviceDrawGrid";
         if (turn % 2 == 1) {
-            user.press(PluginWindows::addButton);
+            user.press("addDeviceButton");
             const std::int32_t row = user.shownRows(grid).back();
             user.pick({grid, row, Type}, "CAN combo");
             user.pick({grid, row, ConfigId}, "E");
             user.pick({grid, row, Type}, "LIN combo");
         } else {
             user.select(grid, {user.shownRows(grid).back()});
-            user.press(PluginWindows::removeButton);
+            user.press("removeDeviceButton");
         }
     }
 

@@ -19,8 +19,8 @@ using namespace station;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr const char* modulesGrid = PluginWindows::modulesGrid;
-constexpr const char* channelsGrid = PluginWindows::channelsGrid;
+constexpr const char* modulesGrid = "deviceDrawGrid";
+constexpr const char* channelsGrid = "channelDrawGrid";
 
 WorkspaceOptions workspaceOptions() {
     WorkspaceOptions options;
@@ -91,7 +91,14 @@ TEST_F(MainWindowTest, WhatIsSetUpByHandIsWhatTheSavedSetupSays) {
     addModule("CAN combo", "B");
     addModule("LIN combo", "2");
     EXPECT_TRUE(modules().type({modulesGrid, 2, ModuleName}, "Doors"));
-    const auto rows = [this] { return workspace().bench().windows().channels(); };
+    const auto channelsOf = [](const std::vector<Module>& modules) {
+        std::vector<Channel> all;
+        for (const Module& module : modules) {
+            all.insert(all.end(), module.channels.begin(), module.channels.end());
+        }
+        return all;
+    };
+    const auto rows = [&] { return channelsOf(workspace().session().getModules()); };
     ASSERT_TRUE(QTest::qWaitFor([&] { return rows().size() == 7U + 10U; }, 60000));
     EXPECT_TRUE(channels().toggle({channelsGrid, 3, Used}));
     EXPECT_TRUE(channels().setColor({channelsGrid, 2, Color}, 0x12AB34));
@@ -110,22 +117,22 @@ TEST_F(MainWindowTest, WhatIsSetUpByHandIsWhatTheSavedSetupSays) {
     workspace().save(file("bench.xml"));
     EXPECT_FALSE(workspace().isModified());
 
-    Bench other({PLUGIN_FILE, MasterClock::defaultSampleRate, [](const std::string&) {}});
+    Session other({PLUGIN_FILE, MasterClock::defaultSampleRate, [](const std::string&) {}});
     other.open(SetupFile(file("bench.xml")));
     std::string saved;
-    for (const ModuleRow& module : other.windows().modules()) {
-        saved += fmt::format("{} {} {}, ", module.type, module.configId, module.name);
+    for (const Module& module : other.getModules()) {
+        saved += fmt::format("{} 0x{:X} {}, ", module.type, module.configId, module.name);
     }
     EXPECT_EQ(saved, "CAN combo 0xB Technica CAN combo, LIN combo 0x2 Doors, ");
-    const auto savedRows = other.windows().channels();
+    const auto savedRows = channelsOf(other.getModules());
     const std::vector<ClockChoice> clocks = {{HostGnssDevice::syncModeSoft, false},
                                              {HostGnssDevice::syncModePps, true}};
     EXPECT_EQ(other.clocks(), clocks);
     ASSERT_EQ(savedRows.size(), rows().size());
     EXPECT_EQ(savedRows[0].name, "Engine");
     EXPECT_EQ(savedRows[0].color, 0x12AB34U);
-    EXPECT_FALSE(savedRows[0].used);
-    EXPECT_TRUE(savedRows[1].used);
+    EXPECT_FALSE(savedRows[0].isUsed);
+    EXPECT_TRUE(savedRows[1].isUsed);
 
     EXPECT_TRUE(modules().select(modulesGrid, {1}));
     EXPECT_TRUE(modules().press("removeDeviceButton"));
@@ -138,13 +145,13 @@ TEST_F(MainWindowTest, ChangesAreNotLostWithoutAQuestion) {
     addModule("CAN combo", "1");
     EXPECT_TRUE(choose("&New"));
     EXPECT_TRUE(answer(QMessageBox::RejectRole));
-    EXPECT_EQ(workspace().bench().modules().size(), 1U);
+    EXPECT_EQ(workspace().session().getModules().size(), 1U);
     window->close();
     EXPECT_TRUE(answer(QMessageBox::RejectRole));
     EXPECT_TRUE(window->isVisible());
     EXPECT_TRUE(choose("&New"));
     EXPECT_TRUE(answer(QMessageBox::DestructiveRole));
-    EXPECT_TRUE(workspace().bench().modules().empty());
+    EXPECT_TRUE(workspace().session().getModules().empty());
     EXPECT_TRUE(QTest::qWaitFor([&] { return modules().shownRows(modulesGrid).empty(); }));
     window->close();
     QtUser::settle();
@@ -159,7 +166,7 @@ TEST_F(MainWindowTest, ASetupThatCannotBeReadIsToldAndLeavesTheOneThatIsOpen) {
         window->open(QString::fromStdString(file(name)));
         EXPECT_THAT(told(), HasSubstr(name));
         EXPECT_EQ(workspace().getPath(), file("good.xml"));
-        EXPECT_EQ(workspace().bench().modules().size(), 1U);
+        EXPECT_EQ(workspace().session().getModules().size(), 1U);
     }
     window->open(QString::fromStdString(file("good.xml")));
     EXPECT_EQ(modules().read({modulesGrid, 1, Type}), "CAN combo") << "in the new windows";
@@ -199,7 +206,7 @@ TEST_F(MainWindowTest, AMeasurementRunsAndSaysWhatItLeavesOutAndIsEndedByTheUser
     EXPECT_TRUE(QTest::qWaitFor(isOver, 60000));
     EXPECT_EQ(path.text(), folder.filePath("a-10.log")) << "the next recording's";
     EXPECT_TRUE(answer(QMessageBox::DestructiveRole)) << "of the setup";
-    EXPECT_TRUE(workspace().bench().modules().empty());
+    EXPECT_TRUE(workspace().session().getModules().empty());
 }
 
 TEST_F(MainWindowTest, MenusHaveTheirUsualKeys) {

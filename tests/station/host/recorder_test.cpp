@@ -1,6 +1,6 @@
 #include <fmt/format.h>
 
-#include "station/host/measurement_recorder.h"
+#include "station/session/measurement_recorder.h"
 #include "tests/station/host/stand_ins.h"
 #include "tests/support/temporary_folder.h"
 

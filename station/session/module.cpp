@@ -1,4 +1,4 @@
-#include "station/module_option.h"
+#include "station/session/module.h"
 
 #include <fmt/format.h>
 
@@ -18,27 +18,27 @@ namespace {
 
 }  // namespace
 
-ModuleOption ModuleOption::parse(const std::string& text) {
+Module parseModule(const std::string& text) {
     const std::size_t first = text.find(':');
     if (first == std::string::npos || first == 0) {
         refuse(text, "a type and a ConfigId are needed");
     }
     const std::size_t second = text.find(':', first + 1);
-    ModuleOption option;
-    option.type = text.substr(0, first);
-    std::string number = text.substr(
+    Module module;
+    module.type = text.substr(0, first);
+    const std::string number = text.substr(
         first + 1, second == std::string::npos ? std::string::npos : second - first - 1);
     if (second != std::string::npos) {
-        option.name = text.substr(second + 1);
+        module.name = text.substr(second + 1);
     }
     const bool hexadecimal = number.starts_with("0x") || number.starts_with("0X");
     const char* const begin = number.data() + (hexadecimal ? 2 : 0);
     const char* const end = number.data() + number.size();
-    const auto [stop, error] = std::from_chars(begin, end, option.configId, hexadecimal ? 16 : 10);
+    const auto [stop, error] = std::from_chars(begin, end, module.configId, hexadecimal ? 16 : 10);
     if (error != std::errc() || stop != end) {
         refuse(text, "the ConfigId must be a number from 0 to 65535");
     }
-    return option;
+    return module;
 }
 
 }  // namespace station

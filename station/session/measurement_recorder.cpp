@@ -1,4 +1,4 @@
-#include "station/host/measurement_recorder.h"
+#include "station/session/measurement_recorder.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -82,6 +82,8 @@ std::string toText(const LinRecord& record) {
 /// A channel that is recorded, and what is known of its messages.
 class MeasurementRecorder::Channel final : public ChannelSink {
   public:
+    static constexpr std::size_t noModule = SIZE_MAX;
+
     Channel(MeasurementRecorder& target, CountedRef<StationChannel> channel, std::size_t handle)
         : recorder(target), source(std::move(channel)), number(handle) {
         source->setOnFull([this] { takeNew(); });
@@ -120,7 +122,8 @@ class MeasurementRecorder::Channel final : public ChannelSink {
     const std::size_t number;  ///< in the recordings
     BusType bus = BusType::Can;
     std::string name;
-    std::optional<ChannelOwner> owner;
+    std::size_t module = noModule;
+    std::uint16_t interfaceId = 0;
     std::uint64_t frames = 0;
     std::int64_t firstUtc = 0;
     std::int64_t lastUtc = 0;
@@ -146,21 +149,23 @@ std::string MeasurementRecorder::unusedName(const std::string& wanted) const {
     return name;
 }
 
-void MeasurementRecorder::addChannels(const std::vector<ChannelOwner>& owners) {
+void MeasurementRecorder::addChannels(const std::vector<Module>& modules) {
     for (const auto& source : host.channels().all()) {
-        const auto bus = busOf(*source);
-        if (!bus || !source->used()) {
+        const auto type = busOf(*source);
+        if (!type || !source->used()) {
             continue;
         }
         auto channel = std::make_unique<Channel>(*this, source, channels.size());
-        channel->bus = *bus;
+        channel->bus = *type;
         channel->name = unusedName(Kestrova::Utils::Kcom::StringHelper::ToUtf8(source->name()));
         const std::int32_t output = source->indices().back();
-        const auto owner = std::find_if(owners.begin(), owners.end(), [&](const auto& candidate) {
-            return candidate.output == output;
-        });
-        if (owner != owners.end()) {
-            channel->owner = *owner;
+        for (std::size_t module = 0; module < modules.size(); ++module) {
+            for (const auto& bus : modules[module].channels) {
+                if (bus.output == output) {
+                    channel->module = module;
+                    channel->interfaceId = bus.interfaceId;
+                }
+            }
         }
         recordings.addChannel({channel->name, channel->bus});
         channels.push_back(std::move(channel));
@@ -230,7 +235,7 @@ void MeasurementRecorder::updateRates() {
     markTime = now;
 }
 
-Summary MeasurementRecorder::summarize(std::vector<ModuleSummary> modules) {
+Summary MeasurementRecorder::summarize(std::vector<Module> modules) {
     updateRates();
     Summary summary;
     const std::int64_t start = startNanoseconds();
@@ -244,12 +249,11 @@ Summary MeasurementRecorder::summarize(std::vector<ModuleSummary> modules) {
     };
     for (const auto& channel : channels) {
         ChannelSummary entry;
-        const bool owned = channel->owner && channel->owner->module < known;
-        entry.module = owned ? channel->owner->module : known;
-        if (!owned) {
+        entry.module = std::min(channel->module, known);
+        if (entry.module == known) {
             summary.modules.resize(known + 1);
         }
-        entry.interfaceId = owned ? channel->owner->interfaceId : std::uint16_t{0};
+        entry.interfaceId = channel->interfaceId;
         entry.bus = channel->bus;
         entry.busName = channel->bus == BusType::Can ? "CAN FD" : "LIN";
         entry.name = channel->name;

@@ -8,21 +8,11 @@
 
 #include "host/plugin.h"
 #include "station/recording/recording_set.h"
+#include "station/session/module.h"
 
 namespace station {
 
-/// What a measurement is made of and what has come in so far: the live table and the JSON summary
-/// are two forms of it.
-struct ModuleSummary {
-    std::string name;
-    std::string type;
-    std::uint16_t configId = 0;
-    std::uint16_t cmId = 0;
-    std::string serial;
-    bool connected = false;
-    std::optional<ClockStatistics> clock = {};  ///< how it follows the host's, where that is known
-};
-
+/// What has come in of one channel's messages so far.
 struct ChannelSummary {
     std::size_t module = 0;  ///< position in `Summary::modules`
     std::uint16_t interfaceId = 0;
@@ -50,6 +40,8 @@ struct RecordingSummary {
     std::string error;  ///< empty: none
 };
 
+/// What a measurement is made of and what has come in so far: the live table and the JSON summary
+/// are two forms of it.
 struct Summary {
     using Clock = std::chrono::system_clock;
 
@@ -57,7 +49,7 @@ struct Summary {
     double seconds = 0.0;             ///< since then
     std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
     std::string awaitedLeader;        ///< the module for whose clock the start waits; empty: none
-    std::vector<ModuleSummary> modules;
+    std::vector<Module> modules;
     std::vector<ChannelSummary> channels;
     std::vector<RecordingSummary> recordings;
 

@@ -1,4 +1,4 @@
-#include "station/bench/plugin_module.h"
+#include "station/session/plugin_module.h"
 
 #include <dlfcn.h>
 #include <fmt/format.h>

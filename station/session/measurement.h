@@ -4,28 +4,28 @@
 #include <string>
 #include <vector>
 
-#include "station/bench/bench.h"
-#include "station/host/measurement_recorder.h"
 #include "station/recording/recording_set.h"
+#include "station/session/measurement_recorder.h"
+#include "station/session/session.h"
 
 namespace station {
 
-/// One measurement of a bench, from its start to the closing of its recordings: polls the plug-in,
-/// writes what came into the host's channels, begins a new part in time, drains the tail.
+/// One measurement of a session, from its start to the closing of its recordings: polls the
+/// plug-in, writes what came into the host's channels, begins a new part in time, drains the tail.
 ///
 ///     start
 ///         poll, every `period`, until isOver; requestStop somewhere between
 ///     close
 ///
 /// A failure of the plug-in ends the measurement: it comes out of `poll` as `PluginError`, what is
-/// in the channels is recorded, and `isOver` is true. Called on the host's thread. Bench and
+/// in the channels is recorded, and `isOver` is true. Called on the host's thread. Session and
 /// recordings aren't owned and outlive this.
 class Measurement {
   public:
     using Clock = std::chrono::steady_clock;
     static constexpr auto period = std::chrono::milliseconds(20);
 
-    Measurement(Bench& measuringBench, RecordingSet& recordingSet);
+    Measurement(Session& measuringSession, RecordingSet& recordingSet);
 
     /// Null for none; not owned.
     void setListener(MessageListener* listener) { recorder.setListener(listener); }
@@ -51,7 +51,7 @@ class Measurement {
     std::string awaitedLeader();
     void takeStep();
 
-    Bench& bench;
+    Session& session;
     RecordingSet& recordings;
     MeasurementRecorder recorder;
     Clock::time_point nextFlush;

@@ -3,8 +3,8 @@
 #include <chrono>
 #include <string>
 
-#include "station/summary.h"
-#include "station/text_writer.h"
+#include "station/cli/text_writer.h"
+#include "station/session/summary.h"
 
 namespace station {
 

@@ -1,4 +1,4 @@
-#include "station/text_writer.h"
+#include "station/cli/text_writer.h"
 
 #include <fmt/format.h>
 #include <unistd.h>

@@ -1,9 +1,10 @@
-#include "plugin/plugin.h"
+#include "plugin/capture_facts.h"
 
-// What the plug-in counts, as hosts may ask for it.
+#include "core/string_helper.h"
 
 namespace {
 
+using Kestrova::Utils::Kcom::StringHelper;
 using Kestrova::Utils::Kcom::Synchronization::GNSSClockMode;
 using Kestrova::Utils::Kcom::Synchronization::GNSSClockState;
 
@@ -75,12 +76,12 @@ class Entries {
 
 }  // namespace
 
-HostResult Plugin::getDroppedFrames(std::uint64_t* frames) {
+HostResult CaptureFacts::getDroppedFrames(std::uint64_t* frames) {
     *frames = core.packetReader.getDroppedFrames();
     return HostCode::success;
 }
 
-HostResult Plugin::getChannels(ChannelStatistics* channels, std::uint32_t* count) {
+HostResult CaptureFacts::getChannels(ChannelStatistics* channels, std::uint32_t* count) {
     Entries entries(channels, count);
     std::uint32_t module = 0;
     for (const auto& device : core.packetReader.getDevices().list()) {
@@ -99,7 +100,7 @@ HostResult Plugin::getChannels(ChannelStatistics* channels, std::uint32_t* count
     return HostCode::success;
 }
 
-HostResult Plugin::getClocks(ClockStatistics* clocks, std::uint32_t* count) {
+HostResult CaptureFacts::getClocks(ClockStatistics* clocks, std::uint32_t* count) {
     Entries entries(clocks, count);
     for (const auto& device : core.packetReader.getDevices().list()) {
         entries.add([&] {
@@ -108,5 +109,27 @@ HostResult Plugin::getClocks(ClockStatistics* clocks, std::uint32_t* count) {
             return statistics;
         });
     }
+    return HostCode::success;
+}
+
+HostResult InterfaceChoice::getInterfaces(std::vector<std::wstring>* names) {
+    std::vector<CaptureInterface> found;
+    std::string error;
+    if (core.packetReader.listInterfaces(found, error) == -1) {
+        return HostCode::failed;
+    }
+    names->clear();
+    for (const CaptureInterface& interface : found) {
+        names->push_back(StringHelper::ToWide(interface.name));
+    }
+    return HostCode::success;
+}
+
+HostResult InterfaceChoice::selectInterfaces(const wchar_t* const* names, std::uint32_t count) {
+    std::vector<std::string> selection;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        selection.push_back(StringHelper::ToUtf8(names[i]));
+    }
+    core.packetReader.selectInterfaces(std::move(selection));
     return HostCode::success;
 }

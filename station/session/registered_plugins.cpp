@@ -1,4 +1,4 @@
-#include "station/bench/registered_plugins.h"
+#include "station/session/registered_plugins.h"
 
 #include <fmt/format.h>
 

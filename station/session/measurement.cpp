@@ -1,4 +1,4 @@
-#include "station/bench/measurement.h"
+#include "station/session/measurement.h"
 
 #include <fmt/format.h>
 
@@ -14,13 +14,15 @@ constexpr auto countsPeriod = std::chrono::seconds(1);
 
 }  // namespace
 
-Measurement::Measurement(Bench& measuringBench, RecordingSet& recordingSet)
-    : bench(measuringBench), recordings(recordingSet), recorder(measuringBench.host(), recordings) {
-    recorder.addChannels(bench.channelOwners());
+Measurement::Measurement(Session& measuringSession, RecordingSet& recordingSet)
+    : session(measuringSession),
+      recordings(recordingSet),
+      recorder(measuringSession.host(), recordings) {
+    recorder.addChannels(session.getModules());
 }
 
 void Measurement::start() {
-    bench.driver().start();
+    session.driver().start();
     nextFlush = Clock::now() + flushPeriod;
     nextCounts = Clock::now() + countsPeriod;
 }
@@ -28,13 +30,13 @@ void Measurement::start() {
 void Measurement::requestStop() {
     if (!stopping) {
         stopping = true;
-        bench.driver().endPart();
+        session.driver().endPart();
     }
 }
 
 /// A part that has come near the end of what the plug-in can count goes over into the next one.
 void Measurement::takeStep() {
-    PluginDriver& driver = bench.driver();
+    PluginDriver& driver = session.driver();
     driver.poll();
     if (driver.needsNewPart()) {
         driver.endPart();
@@ -64,7 +66,7 @@ void Measurement::read(std::vector<std::string>& texts) {
 
 /// Nobody can know whether messages were in them: it counts as a loss.
 void Measurement::readDropped(std::vector<std::string>& texts) {
-    const std::uint64_t dropped = bench.driver().getDroppedFrames();
+    const std::uint64_t dropped = session.driver().getDroppedFrames();
     if (dropped > droppedTold) {
         lost = true;
         texts.push_back(fmt::format(
@@ -75,7 +77,7 @@ void Measurement::readDropped(std::vector<std::string>& texts) {
 }
 
 void Measurement::readCounts(std::vector<std::string>& texts) {
-    for (std::string& text : recorder.takeCounts(bench.driver().getChannels())) {
+    for (std::string& text : recorder.takeCounts(session.driver().getChannels())) {
         lost = true;
         texts.push_back(std::move(text));
     }
@@ -89,14 +91,14 @@ void Measurement::readCounts(std::vector<std::string>& texts) {
 }
 
 std::string Measurement::awaitedLeader() {
-    if (!bench.driver().isAwaitingLeader()) {
+    if (!session.driver().isAwaitingLeader()) {
         return {};
     }
-    const auto clocks = bench.driver().getClocks();
+    const auto clocks = session.driver().getClocks();
     const auto leader = std::find_if(clocks.begin(), clocks.end(),
                                      [](const auto& clock) { return clock.isLeading; });
     const auto place = static_cast<std::size_t>(leader - clocks.begin());
-    const auto modules = bench.modules();
+    const auto modules = session.getModules();
     return place < modules.size() ? modules[place].name : "a module";
 }
 
@@ -134,8 +136,8 @@ std::vector<std::string> Measurement::close() {
 }
 
 Summary Measurement::summarize() {
-    std::vector<ModuleSummary> modules = bench.modules();
-    const auto clocks = bench.driver().getClocks();
+    std::vector<Module> modules = session.getModules();
+    const auto clocks = session.driver().getClocks();
     for (std::size_t i = 0; i < std::min(modules.size(), clocks.size()); ++i) {
         modules[i].clock = clocks[i];
     }

@@ -1,4 +1,4 @@
-#include "station/summary.h"
+#include "station/session/summary.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
@@ -43,7 +43,7 @@ Json toJson(const ClockStatistics& clock) {
     return result;
 }
 
-Json toJson(const ModuleSummary& module) {
+Json toJson(const Module& module) {
     Json result = {{"name", module.name},         {"type", module.type},
                    {"configId", module.configId}, {"cmId", module.cmId},
                    {"serial", module.serial},     {"connected", module.connected}};
@@ -53,7 +53,7 @@ Json toJson(const ModuleSummary& module) {
     return result;
 }
 
-Json toJson(const ChannelSummary& channel, const std::vector<ModuleSummary>& modules) {
+Json toJson(const ChannelSummary& channel, const std::vector<Module>& modules) {
     Json result = {{"module", modules.at(channel.module).name},
                    {"interfaceId", channel.interfaceId},
                    {"busType", channel.busName},
@@ -127,7 +127,7 @@ std::string clockText(const ClockStatistics& clock) {
 
 void addModule(const Summary& summary, std::size_t position, std::vector<std::string>& lines) {
     constexpr std::size_t longestValue = 40;
-    const ModuleSummary& module = summary.modules[position];
+    const Module& module = summary.modules[position];
     lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
                                 module.type, module.configId, printable(module.serial),
                                 module.connected ? "Connected" : "Not connected") +
@@ -209,7 +209,7 @@ std::string toJson(const Summary& summary) {
     if (!summary.awaitedLeader.empty()) {
         result["awaitedLeader"] = summary.awaitedLeader;
     }
-    for (const ModuleSummary& module : summary.modules) {
+    for (const Module& module : summary.modules) {
         result["modules"].push_back(toJson(module));
     }
     for (const ChannelSummary& channel : summary.channels) {

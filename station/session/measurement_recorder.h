@@ -7,11 +7,10 @@
 #include <vector>
 
 #include "host/plugin.h"
-#include "station/host/module_facts.h"
 #include "station/host/station_host.h"
 #include "station/recording/bus_record.h"
 #include "station/recording/recording_set.h"
-#include "station/summary.h"
+#include "station/session/summary.h"
 
 namespace station {
 
@@ -43,7 +42,7 @@ class MeasurementRecorder {
 
     /// Takes in the channels that are used now, under names of their own: a second "Front" becomes
     /// "Front (2)". Once, before the measurement starts.
-    void addChannels(const std::vector<ChannelOwner>& owners);
+    void addChannels(const std::vector<Module>& modules);
     /// Null for none; not owned.
     void setListener(MessageListener* messageListener) { listener = messageListener; }
     /// After each periodic call.
@@ -59,7 +58,7 @@ class MeasurementRecorder {
 
     /// Times count from the start of the first part. A channel without an owner among the modules
     /// goes to a module without a name behind them.
-    Summary summarize(std::vector<ModuleSummary> modules);
+    Summary summarize(std::vector<Module> modules);
 
   private:
     class Channel;

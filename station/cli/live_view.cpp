@@ -1,4 +1,4 @@
-#include "station/live_view.h"
+#include "station/cli/live_view.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/plugin.h"
+#include "plugin/cmp_plugin_core.h"
+#include "plugin/plugin_part.h"
+
+/// What the plug-in counts, as hosts may ask for it.
+class CaptureFacts final : public PluginPart<CaptureStatistics> {
+  public:
+    CaptureFacts(HostObject& plugin, CmpPluginCore& pluginCore)
+        : PluginPart(plugin), core(pluginCore) {}
+
+    HostResult getDroppedFrames(std::uint64_t* frames) override;
+    HostResult getChannels(ChannelStatistics* channels, std::uint32_t* count) override;
+    HostResult getClocks(ClockStatistics* clocks, std::uint32_t* count) override;
+
+  private:
+    CmpPluginCore& core;
+};
+
+/// The network interfaces, as hosts may choose among them.
+class InterfaceChoice final : public PluginPart<CaptureSelection> {
+  public:
+    InterfaceChoice(HostObject& plugin, CmpPluginCore& pluginCore)
+        : PluginPart(plugin), core(pluginCore) {}
+
+    HostResult getInterfaces(std::vector<std::wstring>* names) override;
+    HostResult selectInterfaces(const wchar_t* const* names, std::uint32_t count) override;
+
+  private:
+    CmpPluginCore& core;
+};

@@ -1,0 +1,360 @@
+#include "station/session/session.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <fmt/xchar.h>
+#include <strings.h>
+
+#include <algorithm>
+
+#include "core/string_helper.h"
+#include "station/session/registered_plugins.h"
+
+namespace station {
+namespace {
+
+namespace fs = std::filesystem;
+using Kestrova::Utils::Kcom::StringHelper;
+using ElementRef = CountedRef<SetupElement>;
+
+constexpr const wchar_t* rootName = L"Setup";
+constexpr const wchar_t* sectionName = L"Plugin";
+constexpr const wchar_t* idName = L"id";
+constexpr const wchar_t* settingsName = L"Settings";
+constexpr const wchar_t* channelsName = L"Channels";
+
+fs::path choosePlugin(const SessionOptions& options) {
+    if (!options.plugin.empty()) {
+        return options.plugin;
+    }
+    const std::string passedOver = passedOverText();
+    if (!passedOver.empty() && options.onError) {
+        options.onError(passedOver);
+    }
+    if (const auto registered = findPlugin(cmpPluginClassId)) {
+        return registered->module;
+    }
+    std::error_code error;
+    fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / "cmp_plugin.so";
+    if (fs::exists(beside, error)) {
+        return beside;
+    }
+    throw PluginError(fmt::format(
+        "there is no plug-in: none is registered, and there is no {}; register one with "
+        "\"cmp-station plugins --register FILE\", or name it with --plugin FILE",
+        beside.string()));
+}
+
+std::wstring classIdText() {
+    return StringHelper::ToWide(toText(cmpPluginClassId));
+}
+
+ElementRef newElement(const wchar_t* name) {
+    return makeObject<SetupElement>(name, L"");
+}
+
+ElementRef newChild(SetupElement& parent, const wchar_t* name) {
+    ElementRef child = newElement(name);
+    parent.AddChild(child.get());
+    return child;
+}
+
+ElementRef childOf(const SetupElement& parent, const wchar_t* name) {
+    for (const ElementRef& child : parent.getContent().children) {
+        if (child->getContent().name == name) {
+            return child;
+        }
+    }
+    return {};
+}
+
+/// The plug-in's own, empty if it has none.
+ElementRef findSection(const SetupElement& root) {
+    for (const ElementRef& child : root.getContent().children) {
+        const auto& attributes = child->getContent().attributes;
+        const bool own = std::any_of(attributes.begin(), attributes.end(), [](const auto& id) {
+            return id->getContent().name == idName && id->getContent().text == classIdText();
+        });
+        if (own && child->getContent().name == sectionName) {
+            return child;
+        }
+    }
+    return {};
+}
+
+std::string toUtf8(const std::wstring& text) {
+    return StringHelper::ToUtf8(text);
+}
+
+/// The host's channel with that last index, or null.
+StationChannel* findChannel(StationHost& host, std::int32_t output) {
+    for (const auto& channel : host.channels().all()) {
+        if (channel->indices().back() == output) {
+            return channel.get();
+        }
+    }
+    return nullptr;
+}
+
+Channel describe(const ListedChannel& listed, StationHost& host) {
+    Channel channel{listed.interfaceId, toUtf8(listed.busType), listed.output, {}};
+    if (StationChannel* const output = findChannel(host, listed.output)) {
+        channel.name = toUtf8(output->name());
+        channel.isUsed = output->used();
+        output->getColor(&channel.color);
+    }
+    return channel;
+}
+
+}  // namespace
+
+Session::Session(SessionOptions options) : pluginModule(choosePlugin(options)) {
+    StationHostOptions hostOptions;
+    hostOptions.sampleRate = options.sampleRate;
+    hostOptions.documentFactory = makeObject<SetupDocumentFactory>();
+    hostOptions.onError = std::move(options.onError);
+    stationHost = makeObject<StationHost>(counter, std::move(hostOptions));
+    pluginDriver =
+        std::make_unique<PluginDriver>(pluginModule.create(cmpPluginClassId), stationHost);
+    pluginDriver->connect();
+    document = makeObject<SetupDocument>(false);
+    document->SetRootElement(newElement(rootName).get());
+    pluginDriver->clearSetup();
+}
+
+void Session::open(const SetupFile& file) {
+    document = file.load();
+    const ElementRef section = findSection(*document->getRoot());
+    if (!section) {
+        return;
+    }
+    try {
+        // A part that isn't there is empty.
+        ElementRef settings = childOf(*section, settingsName);
+        ElementRef channels = childOf(*section, channelsName);
+        settings = settings ? settings : newElement(settingsName);
+        channels = channels ? channels : newElement(channelsName);
+        pluginDriver->loadSettings(*document, *settings);
+        pluginDriver->loadSetup(*document, *channels);
+        pluginDriver->updateDevices();
+    } catch (const PluginError& error) {
+        throw PluginError(
+            fmt::format("Cannot load the setup \"{}\": {}", file.getPath().string(), error.what()));
+    }
+}
+
+ElementRef Session::writeSection() {
+    ElementRef section = newElement(sectionName);
+    section->AddAttribute(makeObject<SetupElement>(idName, classIdText()).get());
+    pluginDriver->saveSettings(*document, *newChild(*section, settingsName));
+    pluginDriver->saveSetup(*document, *newChild(*section, channelsName));
+    return section;
+}
+
+/// Replaces what the plug-in wrote before, and leaves what else is in its section.
+void Session::putSection() {
+    const ElementRef fresh = writeSection();
+    const ElementRef old = findSection(*document->getRoot());
+    if (!old) {
+        document->getRoot()->AddChild(fresh.get());
+        return;
+    }
+    for (const wchar_t* name : {settingsName, channelsName}) {
+        if (const ElementRef outdated = childOf(*old, name)) {
+            old->RemoveChild(outdated.get());
+        }
+        const ElementRef part = childOf(*fresh, name);
+        fresh->RemoveChild(part.get());
+        old->AddChild(part.get());
+    }
+}
+
+void Session::save(const SetupFile& file) {
+    putSection();
+    file.save(*document);
+}
+
+void Session::refreshModules() {
+    std::uint64_t changes = 0;
+    pluginDriver->callModules("list its modules",
+                              [&](ModuleList& list) { return list.getChanges(&changes); });
+    if (changes != changesSeen) {
+        pluginDriver->callModules("list its modules",
+                                  [&](ModuleList& list) { return list.getModules(&listed); });
+        changesSeen = changes;
+    }
+}
+
+std::vector<Module> Session::getModules() {
+    refreshModules();
+    std::vector<ModuleState> states;
+    pluginDriver->callModules("list its modules",
+                              [&](ModuleList& list) { return list.getStates(&states); });
+    std::vector<Module> modules;
+    for (const ListedModule& entry : listed) {
+        const ModuleState& state = states.at(modules.size());
+        Module module{toUtf8(entry.name), toUtf8(entry.type),         entry.configId,
+                      entry.cmId,         toUtf8(state.serialNumber), state.isConnected};
+        for (const ListedChannel& channel : entry.channels) {
+            module.channels.push_back(describe(channel, *stationHost));
+        }
+        modules.push_back(std::move(module));
+    }
+    return modules;
+}
+
+StationChannel& Session::findOutput(const Channel& channel) {
+    StationChannel* const output = findChannel(*stationHost, channel.output);
+    if (output == nullptr) {
+        throw SetupEditError(
+            fmt::format("interface 0x{:X} has no channel yet", channel.interfaceId));
+    }
+    return *output;
+}
+
+/// The type of that name, whatever its case.
+std::string Session::findType(const std::string& wanted) {
+    std::vector<std::wstring> types;
+    pluginDriver->callModules("list its module types",
+                              [&](ModuleList& list) { return list.getTypes(&types); });
+    std::vector<std::string> names;
+    std::transform(types.begin(), types.end(), std::back_inserter(names), toUtf8);
+    const auto found = std::find_if(names.begin(), names.end(), [&](const std::string& name) {
+        return strcasecmp(name.c_str(), wanted.c_str()) == 0;
+    });
+    if (found == names.end()) {
+        throw SetupEditError(fmt::format("there is no module type \"{}\"; there are: {}", wanted,
+                                         fmt::join(names, ", ")));
+    }
+    return *found;
+}
+
+std::size_t Session::addModule(const Module& module) {
+    const std::wstring type = StringHelper::ToWide(findType(module.type));
+    pluginDriver->callModules("add a module",
+                              [&](ModuleList& list) { return list.addModule(type.c_str()); });
+    refreshModules();
+    const std::size_t place = listed.size() - 1;
+    setConfigId(place, module.configId);
+    if (!module.name.empty()) {
+        setName(place, module.name);
+    }
+    requireOwnCmId(place);
+    matchChannels();
+    return place;
+}
+
+void Session::removeModules(std::vector<std::size_t> modules) {
+    // From the last to the first, so that those still to come keep their positions.
+    std::sort(modules.rbegin(), modules.rend());
+    modules.erase(std::unique(modules.begin(), modules.end()), modules.end());
+    for (const std::size_t module : modules) {
+        pluginDriver->callModules("remove a module", [&](ModuleList& list) {
+            return list.removeModule(static_cast<std::uint32_t>(module));
+        });
+    }
+    matchChannels();
+}
+
+void Session::setType(std::size_t module, const std::string& type) {
+    const std::wstring found = StringHelper::ToWide(findType(type));
+    pluginDriver->callModules("change a module", [&](ModuleList& list) {
+        return list.setType(static_cast<std::uint32_t>(module), found.c_str());
+    });
+    matchChannels();
+}
+
+void Session::setConfigId(std::size_t module, std::uint16_t configId) {
+    HostResult result = HostCode::success;
+    pluginDriver->callModules("change a module", [&](ModuleList& list) {
+        result = list.setConfigId(static_cast<std::uint32_t>(module), configId);
+        return result == HostCode::invalidArgument ? HostCode::success : result;
+    });
+    if (result == HostCode::invalidArgument) {
+        throw SetupEditError(fmt::format("there is no ConfigId {} for a {}; there are 0 to 15",
+                                         configId, getModules().at(module).type));
+    }
+}
+
+void Session::setName(std::size_t module, const std::string& name) {
+    pluginDriver->callModules("change a module", [&](ModuleList& list) {
+        return list.setName(static_cast<std::uint32_t>(module), StringHelper::ToWide(name).c_str());
+    });
+}
+
+void Session::requireOwnCmId(std::size_t module) {
+    refreshModules();
+    for (std::size_t other = 0; other < listed.size(); ++other) {
+        if (other != module && listed[other].cmId == listed.at(module).cmId) {
+            throw SetupEditError(fmt::format(
+                "\"{}\" and \"{}\" both listen to CM ID 0x{:X}; give them different "
+                "ConfigIds",
+                toUtf8(listed[other].name), toUtf8(listed[module].name), listed[module].cmId));
+        }
+    }
+}
+
+bool Session::needsChannels() {
+    refreshModules();
+    std::size_t outputs = 0;
+    for (const ListedModule& module : listed) {
+        for (const ListedChannel& channel : module.channels) {
+            if (channel.output < 0) {
+                return true;
+            }
+            ++outputs;
+        }
+    }
+    return outputs != stationHost->channels().all().size();
+}
+
+void Session::matchChannels() {
+    refreshModules();
+    const std::vector<ListedModule> before = listed;
+    pluginDriver->matchOutputs();
+    pluginDriver->updateDevices();
+    refreshModules();
+    for (std::size_t module = 0; module < before.size(); ++module) {
+        for (std::size_t i = 0; i < before[module].channels.size(); ++i) {
+            const ListedChannel& channel = listed[module].channels[i];
+            auto* const output = before[module].channels[i].output < 0
+                                     ? findChannel(*stationHost, channel.output)
+                                     : nullptr;
+            if (output != nullptr) {
+                output->setName(
+                    fmt::format(L"{} 0x{:X}", listed[module].name, channel.interfaceId).c_str());
+            }
+        }
+    }
+}
+
+std::vector<CountedRef<GnssDevice>> Session::clockDevices() {
+    pluginDriver->updateDevices();
+    refreshModules();
+    const auto& devices = stationHost->gnssPlaces().getDevices();
+    std::vector<CountedRef<GnssDevice>> found;
+    for (const ListedModule& module : listed) {
+        const auto place = static_cast<std::size_t>(module.clock);
+        found.push_back(place < devices.size() ? devices[place] : CountedRef<GnssDevice>());
+    }
+    return found;
+}
+
+std::vector<ClockChoice> Session::clocks() {
+    std::vector<ClockChoice> choices;
+    for (const auto& device : clockDevices()) {
+        choices.push_back(device ? device->getChoice() : ClockChoice());
+    }
+    return choices;
+}
+
+void Session::chooseClock(std::size_t module, ClockChoice choice) {
+    const auto device = clockDevices().at(module);
+    if (!device || !device->getSyncModes().contains(choice.syncMode)) {
+        throw PluginError(fmt::format("the clock of module {} has no such sync mode", module + 1));
+    }
+    device->choose(choice);
+    pluginDriver->updateDevices();
+}
+
+}  // namespace station
