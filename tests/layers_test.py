@@ -50,7 +50,7 @@ class Layers(unittest.TestCase):
             ("capture/frame_decoder.cpp", "core/mutex.h"),
             ("capture/cmp_device.cpp", "host/host_app.h"),
             ("bridge/output/a.cpp", "bridge/input/input_channel.h"),
-            ("station/host/a.h", "station/bench/bench.h"),
+            ("station/host/a.h", "station/session/session.h"),
             ("station/gui/a.cpp", "station/cli/commands.h"),
             ("simulator/a.cpp", "capture/cmp_message.h"),
         ]

@@ -1,4 +1,4 @@
-#include "station/toolkit/headless/headless_window.h"
+#include "tests/support/headless_window.h"
 
 #include <fmt/format.h>
 
