@@ -25,7 +25,7 @@ bool isWhole(std::size_t size, BusType bus) {
 void LiveFeed::begin(const Summary& summary) {
     channels.clear();
     for (const ChannelSummary& channel : summary.channels) {
-        channels.push_back({channel.name, channel.busName, channel.bus, 0, 0.0, {}, 0});
+        channels.push_back({channel.name, channel.busName, channel.bus});
     }
     clear();
     setStart(summary.startTime);
@@ -48,7 +48,7 @@ void LiveFeed::setFilter(IdentifierFilter newFilter) {
 
 void LiveFeed::clear() {
     for (LiveChannel& channel : channels) {
-        channel = {channel.name, channel.busName, channel.bus, 0, 0.0, {}, 0};
+        channel = {channel.name, channel.busName, channel.bus};
     }
     ring.clear();
     oldest = 0;
@@ -61,8 +61,7 @@ void LiveFeed::updateRates(Clock::time_point now) {
         return;
     }
     for (LiveChannel& channel : channels) {
-        channel.rate = static_cast<double>(channel.count - channel.countAtMark) / passed;
-        channel.countAtMark = channel.count;
+        channel.traffic.updateRate(passed);
     }
     mark = now;
 }
@@ -88,7 +87,7 @@ void LiveFeed::onMessage(std::size_t channel, std::int64_t utcNanoseconds, const
         return;
     }
     message.utc = utcNanoseconds;
-    ++into.count;
+    into.traffic.note(utcNanoseconds);
     into.last = message;
     if (ring.size() < mostMessages) {
         ring.push_back(message);

@@ -8,6 +8,7 @@
 
 #include "station/gui/identifier_filter.h"
 #include "station/recording/bus_record.h"
+#include "station/recording/channel_traffic.h"
 #include "station/session/measurement_recorder.h"
 
 namespace station {
@@ -24,10 +25,8 @@ struct LiveChannel {
     std::string name;
     std::string busName;
     BusType bus = BusType::Can;
-    std::uint64_t count = 0;
-    double rate = 0.0;  ///< messages a second, lately
-    LiveMessage last;
-    std::uint64_t countAtMark = 0;
+    ChannelTraffic traffic = {};
+    LiveMessage last = {};
 };
 
 /// What the live view shows: of each channel how many messages came and the last one, and the last

@@ -76,15 +76,16 @@ QString ChannelModel::text(std::size_t row, int column) const {
         case 1:
             return QString::fromStdString(channel.busName);
         case 2:
-            return QString::number(channel.count);
+            return QString::number(channel.traffic.getCount());
         case 3:
-            return QString::number(channel.rate, 'f', 0);
+            return QString::number(channel.traffic.getRate(), 'f', 0);
         case 4:
             return QString::fromStdString(identifierText(channel.last, channel.bus));
         case 5:
             return QString::fromStdString(dataText(channel.last, channel.bus));
         default:
-            return channel.count == 0 ? QString() : secondsText(feed.secondsOf(channel.last));
+            return channel.traffic.getCount() == 0 ? QString()
+                                                   : secondsText(feed.secondsOf(channel.last));
     }
 }
 

@@ -11,6 +11,8 @@
 namespace station {
 namespace {
 
+constexpr double nanosecondsPerSecond = 1e9;
+
 bool equalsIgnoringCase(const std::string& a, const std::string& b) {
     return strcasecmp(a.c_str(), b.c_str()) == 0;
 }
@@ -93,15 +95,13 @@ std::string DirectCapture::unusedChannelName(const std::string& wanted) const {
 void DirectCapture::onSample(std::uint32_t channel, const void* data, std::size_t size,
                              double time) {
     Channel& entry = channels[channel];
-    if (entry.frames++ == 0) {
-        entry.firstTime = time;
-    }
-    entry.lastTime = time;
-    recordings.write(channel, startUtcNanoseconds + std::llround(time * 1e9), data, size);
+    const std::int64_t sinceStart = std::llround(time * nanosecondsPerSecond);
+    entry.traffic.note(sinceStart);
+    recordings.write(channel, startUtcNanoseconds + sinceStart, data, size);
 }
 
 double DirectCapture::secondsSinceStart() const {
-    return static_cast<double>(counter.getNanoseconds() - start) / 1e9;
+    return static_cast<double>(counter.getNanoseconds() - start) / nanosecondsPerSecond;
 }
 
 void DirectCapture::updateRates() {
@@ -111,9 +111,7 @@ void DirectCapture::updateRates() {
         return;
     }
     for (Channel& channel : channels) {
-        channel.rate =
-            static_cast<double>(channel.frames - channel.framesAtMark) / (now - markTime);
-        channel.framesAtMark = channel.frames;
+        channel.traffic.updateRate(now - markTime);
     }
     markTime = now;
 }
@@ -135,10 +133,10 @@ Summary DirectCapture::summarize() {
         entry.bus = channel.bus;
         entry.busName = channel.channel->getTypeName();
         entry.name = channel.channel->getName();
-        entry.frames = channel.frames;
-        entry.firstTime = channel.firstTime;
-        entry.lastTime = channel.lastTime;
-        entry.rate = channel.rate;
+        entry.frames = channel.traffic.getCount();
+        entry.firstTime = static_cast<double>(channel.traffic.getFirst()) / nanosecondsPerSecond;
+        entry.lastTime = static_cast<double>(channel.traffic.getLast()) / nanosecondsPerSecond;
+        entry.rate = channel.traffic.getRate();
         entry.lastValue = channel.channel->getLastValueText();
         summary.channels.push_back(std::move(entry));
     }

@@ -9,6 +9,7 @@
 #include "capture/cmp_packet_reader.h"
 #include "station/offline/direct_output.h"
 #include "station/offline/pass_through_clock.h"
+#include "station/recording/channel_traffic.h"
 #include "station/recording/recording_set.h"
 #include "station/session/module.h"
 #include "station/session/summary.h"
@@ -42,11 +43,7 @@ class DirectCapture final : private SampleSink {
         std::size_t module = 0;
         std::shared_ptr<CmpChannel> channel;
         BusType bus = BusType::Can;
-        std::uint64_t frames = 0;
-        double firstTime = 0.0;
-        double lastTime = 0.0;
-        std::uint64_t framesAtMark = 0;
-        double rate = 0.0;
+        ChannelTraffic traffic;
     };
 
     void onSample(std::uint32_t channel, const void* data, std::size_t size, double time) override;

@@ -10,6 +10,7 @@
 #include <span>
 
 #include "core/string_helper.h"
+#include "station/recording/channel_traffic.h"
 
 namespace station {
 namespace {
@@ -95,13 +96,10 @@ class MeasurementRecorder::Channel final : public ChannelSink {
     void onSample(const ChannelSample& sample) override {
         const std::int64_t utc = recorder.host.data().getStartNanoseconds() +
                                  std::llround(sample.time * nanosecondsPerSecond);
-        lastUtc = frames == 0 ? utc : std::max(lastUtc, utc);
-        if (frames++ == 0) {
-            firstUtc = lastUtc;
-        }
-        recorder.recordings.write(number, lastUtc, sample.data, sample.size);
+        traffic.note(traffic.getCount() == 0 ? utc : std::max(traffic.getLast(), utc));
+        recorder.recordings.write(number, traffic.getLast(), sample.data, sample.size);
         if (recorder.listener != nullptr) {
-            recorder.listener->onMessage(number, lastUtc, sample.data, sample.size);
+            recorder.listener->onMessage(number, traffic.getLast(), sample.data, sample.size);
         }
         lastSize = std::min(sample.size, lastRecord.size());
         std::memcpy(lastRecord.data(), sample.data, lastSize);
@@ -124,13 +122,9 @@ class MeasurementRecorder::Channel final : public ChannelSink {
     std::string name;
     std::size_t module = noModule;
     std::uint16_t interfaceId = 0;
-    std::uint64_t frames = 0;
-    std::int64_t firstUtc = 0;
-    std::int64_t lastUtc = 0;
+    ChannelTraffic traffic;
     std::array<std::uint8_t, StationChannel::recordSize> lastRecord = {};
     std::size_t lastSize = 0;
-    std::uint64_t framesAtMark = 0;
-    double rate = 0.0;
     std::uint64_t overrunsTold = 0;
     ChannelStatistics counts;
 };
@@ -228,9 +222,7 @@ void MeasurementRecorder::updateRates() {
         return;
     }
     for (const auto& channel : channels) {
-        channel->rate =
-            static_cast<double>(channel->frames - channel->framesAtMark) / (now - markTime);
-        channel->framesAtMark = channel->frames;
+        channel->traffic.updateRate(now - markTime);
     }
     markTime = now;
 }
@@ -257,10 +249,10 @@ Summary MeasurementRecorder::summarize(std::vector<Module> modules) {
         entry.bus = channel->bus;
         entry.busName = channel->bus == BusType::Can ? "CAN FD" : "LIN";
         entry.name = channel->name;
-        entry.frames = channel->frames;
-        entry.firstTime = seconds(channel->firstUtc);
-        entry.lastTime = seconds(channel->lastUtc);
-        entry.rate = channel->rate;
+        entry.frames = channel->traffic.getCount();
+        entry.firstTime = seconds(channel->traffic.getFirst());
+        entry.lastTime = seconds(channel->traffic.getLast());
+        entry.rate = channel->traffic.getRate();
         entry.lastValue = channel->lastValueText();
         entry.counts = channel->counts;
         entry.overwritten = channel->source->getOverruns();

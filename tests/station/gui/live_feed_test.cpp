@@ -73,8 +73,8 @@ TEST_F(LiveFeedTest, OnlyWhatTheFilterLetsPassIsCountedAndListed) {
     }
     lin(17);
     lin(16);
-    EXPECT_EQ(feed.getChannels()[0].count, 2U);
-    EXPECT_EQ(feed.getChannels()[1].count, 1U);
+    EXPECT_EQ(feed.getChannels()[0].traffic.getCount(), 2U);
+    EXPECT_EQ(feed.getChannels()[1].traffic.getCount(), 1U);
     EXPECT_EQ(feed.lastMessages().size(), 3U);
 }
 
@@ -94,7 +94,7 @@ TEST_F(LiveFeedTest, TheListHoldsTheLastMessagesAndNoMore) {
     feed.clear();
     messages.update();
     EXPECT_EQ(messages.rowCount(), 0);
-    EXPECT_EQ(feed.getChannels()[0].count, 0U);
+    EXPECT_EQ(feed.getChannels()[0].traffic.getCount(), 0U);
 }
 
 TEST_F(LiveFeedTest, TheRateIsOfTheTimeSinceItWasLastWorkedOut) {
@@ -103,7 +103,7 @@ TEST_F(LiveFeedTest, TheRateIsOfTheTimeSinceItWasLastWorkedOut) {
     feed.updateRates(start);
     const auto rateAt = [&](int time) {
         feed.updateRates(start + milliseconds(time));
-        return feed.getChannels()[0].rate;
+        return feed.getChannels()[0].traffic.getRate();
     };
     for (int i = 0; i < 30; ++i) {
         can(1);
