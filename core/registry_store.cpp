@@ -11,10 +11,12 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 
 #include "core/string_helper.h"
 #include "core/trusted_path.h"
+#include "core/whole_file.h"
 
 namespace {
 
@@ -91,23 +93,14 @@ bool readLine(const std::string& line, RegistryStore::Values& values) {
     return kind == "number" && error == std::errc() && stop == text.data() + text.size();
 }
 
-/// Writes a file that another one of that name is replaced by, all or nothing.
 bool replaceFile(const fs::path& path, const std::string& text) {
-    std::string temporary = path.string() + ".XXXXXX";
-    const int descriptor = mkstemp(temporary.data());
-    if (descriptor < 0) {
+    constexpr mode_t readableForAll = 0644;
+    try {
+        FileReplacement(path, text, readableForAll).commit();
+        return true;
+    } catch (const std::runtime_error&) {
         return false;
     }
-    constexpr mode_t readableForAll = 0644;
-    const bool written =
-        ::write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-        fchmod(descriptor, readableForAll) == 0 && fsync(descriptor) == 0;
-    close(descriptor);
-    if (written && rename(temporary.c_str(), path.c_str()) == 0) {
-        return true;
-    }
-    unlink(temporary.c_str());
-    return false;
 }
 
 /// Like `fs::create_directories`, but writable to the owner alone whatever the process's mask.

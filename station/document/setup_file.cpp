@@ -1,7 +1,7 @@
 #include "station/document/setup_file.h"
 
+#include "core/whole_file.h"
 #include "station/document/setup_xml.h"
-#include "station/document/whole_file.h"
 
 namespace station {
 namespace {

@@ -1,10 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
-
-namespace station {
 
 /// What is in the file; nothing if there is none. Throws `std::runtime_error` with the cause if it
 /// can't be read or is no regular file.
@@ -22,6 +23,8 @@ class FileReplacement {
     /// is such a file.
     FileReplacement(std::filesystem::path target, const std::string& text,
                     const std::filesystem::path& model);
+    /// Or with these permissions, whatever the process's mask.
+    FileReplacement(std::filesystem::path target, const std::string& text, mode_t permissions);
     ~FileReplacement();
     FileReplacement(const FileReplacement&) = delete;
     FileReplacement& operator=(const FileReplacement&) = delete;
@@ -30,8 +33,10 @@ class FileReplacement {
     void commit();
 
   private:
+    /// `setPermissions` gets the descriptor of the new file.
+    FileReplacement(std::filesystem::path target, const std::string& text,
+                    const std::function<void(int)>& setPermissions);
+
     const std::filesystem::path path;
     const std::filesystem::path temporary;  // gone when committed
 };
-
-}  // namespace station

@@ -1,4 +1,4 @@
-#include "station/document/whole_file.h"
+#include "core/whole_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,7 +11,6 @@
 #include <stdexcept>
 #include <system_error>
 
-namespace station {
 namespace {
 
 namespace fs = std::filesystem;
@@ -61,16 +60,20 @@ void writeAll(const Descriptor& file, const std::string& text) {
     }
 }
 
-void takeOwner(const Descriptor& file, const fs::path& model) {
+void setMode(int file, mode_t mode) {
+    if (::fchmod(file, mode) != 0) {
+        failNow("setting its permissions");
+    }
+}
+
+void takeOwner(int file, const fs::path& model) {
     struct stat status {};
     if (::stat(model.c_str(), &status) != 0) {
         return;
     }
     // Whoever may not give a file away becomes its owner.
-    [[maybe_unused]] const int owner = ::fchown(file.get(), status.st_uid, status.st_gid);
-    if (::fchmod(file.get(), status.st_mode & 07777U) != 0) {
-        failNow("setting its permissions");
-    }
+    [[maybe_unused]] const int owner = ::fchown(file, status.st_uid, status.st_gid);
+    setMode(file, status.st_mode & 07777U);
 }
 
 /// A file system that can't sync a directory has nothing to sync.
@@ -113,6 +116,13 @@ std::optional<std::string> readWholeFile(const fs::path& path) {
 }
 
 FileReplacement::FileReplacement(fs::path target, const std::string& text, const fs::path& model)
+    : FileReplacement(std::move(target), text, [&](int file) { takeOwner(file, model); }) {}
+
+FileReplacement::FileReplacement(fs::path target, const std::string& text, mode_t permissions)
+    : FileReplacement(std::move(target), text, [&](int file) { setMode(file, permissions); }) {}
+
+FileReplacement::FileReplacement(fs::path target, const std::string& text,
+                                 const std::function<void(int)>& setPermissions)
     : path(std::move(target)), temporary(temporaryName(path)) {
     const Descriptor file(temporary, O_WRONLY | O_CREAT | O_EXCL, 0666);
     if (!file.isOpen()) {
@@ -120,7 +130,7 @@ FileReplacement::FileReplacement(fs::path target, const std::string& text, const
     }
     try {
         writeAll(file, text);
-        takeOwner(file, model);
+        setPermissions(file.get());
         if (::fsync(file.get()) != 0) {
             failNow("bringing it to the disk");
         }
@@ -140,5 +150,3 @@ void FileReplacement::commit() {
     }
     syncDirectory(path);
 }
-
-}  // namespace station
