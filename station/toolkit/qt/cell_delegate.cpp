@@ -4,8 +4,6 @@
 #include <QLineEdit>
 #include <QPainter>
 
-#include "station/toolkit/qt/later.h"
-
 namespace station {
 namespace {
 
@@ -22,14 +20,13 @@ class CellComboBox final : public QComboBox {
 
     void hidePopup() override {
         QComboBox::hidePopup();
-        later.run(onClosed);
+        QMetaObject::invokeMethod(this, onClosed, Qt::QueuedConnection);
     }
 
     bool isPicked = false;
 
   private:
     const std::function<void()> onClosed;
-    Later later;
 };
 
 const QStyle& styleOf(const QStyleOptionViewItem& option) {

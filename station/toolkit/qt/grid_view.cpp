@@ -49,7 +49,8 @@ GridView::~GridView() {
 /// Runs it from the event loop, if this is still there.
 template <typename Action>
 void GridView::later(Action action) {
-    postponed.run([this, action] { action(*this); });
+    QMetaObject::invokeMethod(
+        this, [this, action] { action(*this); }, Qt::QueuedConnection);
 }
 
 void GridView::onColumnsChanged() {

@@ -6,7 +6,6 @@
 #include "station/toolkit/model/draw_grid.h"
 #include "station/toolkit/qt/cell_delegate.h"
 #include "station/toolkit/qt/grid_model.h"
-#include "station/toolkit/qt/later.h"
 
 namespace station {
 
@@ -62,7 +61,6 @@ class GridView final : public QTableView, private DrawGridView {
     GridModel model;
     CellDelegate delegate;
     std::function<void()> onDelete;
-    Later postponed;
     bool areColumnsDue = true;
     bool isCatchingUp = false;  ///< it is under way to the event loop
     bool isUserSelecting = true;
