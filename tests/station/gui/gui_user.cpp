@@ -7,7 +7,8 @@
 #include <QMessageBox>
 #include <QTest>
 
-#include "station/gui/main_window.h"
+#include "benchmarks/desktop_pictures.h"
+#include "benchmarks/latency_probe.h"
 #include "station/stop_signal.h"
 #include "tests/support/qt_bench.h"
 
@@ -18,7 +19,6 @@
 namespace {
 
 using namespace station;
-using SteadyClock = std::chrono::steady_clock;
 
 struct Options {
     std::string setup;
@@ -26,52 +26,12 @@ struct Options {
     std::string pictures;  ///< folder, empty for none
     bool withoutQuestion = false;
     bool edits = false;
-    WorkspaceOptions workspace;
-};
-
-/// How long what comes in waits for the event loop: a thread posts an event every few milliseconds.
-class LatencyProbe {
-  public:
-    ~LatencyProbe() { end(); }
-
-    void end() {
-        stopping = true;
-        if (poster.joinable()) {
-            poster.join();
-        }
-    }
-    /// Milliseconds. The part lies from 0 to 1.
-    double at(double part) {
-        std::sort(delays.begin(), delays.end());
-        return delays.empty() ? 0.0
-                              : delays[static_cast<std::size_t>(
-                                    part * static_cast<double>(delays.size() - 1))];
-    }
-    std::size_t count() const { return delays.size(); }
-
-  private:
-    void post() {
-        constexpr auto period = std::chrono::milliseconds(5);
-        for (auto next = SteadyClock::now(); !stopping; next += period) {
-            std::this_thread::sleep_until(next);
-            QMetaObject::invokeMethod(
-                &receiver, [this, posted = SteadyClock::now()] { take(posted); },
-                Qt::QueuedConnection);
-        }
-    }
-    void take(SteadyClock::time_point posted) {
-        const auto waited = SteadyClock::now() - posted;
-        delays.push_back(std::chrono::duration<double, std::milli>(waited).count());
-    }
-
-    QObject receiver;
-    std::atomic<bool> stopping = false;
-    std::vector<double> delays;  ///< of the event loop's thread
-    std::thread poster{[this] { post(); }};
 };
 
 class User {
   public:
+    bool wasAsked = false;  ///< whether to stop the measurement
+
     User(const Options& userOptions, MainWindow& mainWindow)
         : options(userOptions), window(mainWindow) {}
 
@@ -98,7 +58,7 @@ class User {
             editModules();
         }
         if (!options.pictures.empty() && turn == pictureTurn) {
-            takePictures();
+            savePictures(window, options.pictures);
         }
     }
 
@@ -122,14 +82,12 @@ class User {
             const bool stops =
                 role == QMessageBox::AcceptRole && !question->button(QMessageBox::Save);
             if (stops || role == QMessageBox::DestructiveRole) {
-                hasAsked = hasAsked || stops;
+                wasAsked = wasAsked || stops;
                 QTest::mouseClick(button, Qt::LeftButton);
                 return;
             }
         }
     }
-
-    bool wasAsked() const { return hasAsked; }
 
   private:
     static constexpr int pictureTurn = 4;
@@ -151,24 +109,14 @@ class User {
         }
     }
 
-    void takePictures() {
-        window.findChild<QComboBox*>("liveMode")->setCurrentIndex(0);
-        QTest::qWait(500);
-        const auto save = [&](QWidget& widget, const char* name) {
-            widget.grab().save(QString::fromStdString(options.pictures + "/" + name));
-        };
-        save(window, "main_window.png");
-        save(window.getWorkspace().modulesWindow(), "modules_window.png");
-        save(window.getWorkspace().channelsWindow(), "channels_window.png");
-    }
-
     const Options& options;
     MainWindow& window;
     int turn = 0;
-    bool hasAsked = false;  ///< whether to stop the measurement
 };
 
-int execute(int argc, char** argv) {
+}  // namespace
+
+int main(int argc, char** argv) {
     CLI::App app{"The desktop program with a user for a live run."};
     Options options;
     app.add_option("--setup", options.setup, "The setup's file")->required();
@@ -180,7 +128,7 @@ int execute(int argc, char** argv) {
     StopSignal stop;
     QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("cmp-station-test");
-    MainWindow window(options.workspace);
+    MainWindow window({});
     window.show();
     User user(options, window);
     user.start();
@@ -201,23 +149,7 @@ int execute(int argc, char** argv) {
     stopper.start(50);
     QApplication::exec();
     Workspace& workspace = window.getWorkspace();
-    fmt::print(
-        "{{\"report\": {}, \"hasLost\": {}, \"hasAsked\": {}, \"messages\": {}, "
-        "\"latencyMs\": {{\"count\": {}, \"p50\": {:.2f}, \"p99\": {:.2f}, \"max\": "
-        "{:.2f}}}}}\n",
-        toJson(workspace.summarize()), workspace.hasLost(), user.wasAsked(),
-        window.findChild<QLabel*>("messages")->text().isEmpty() ? 0 : 1, probe.count(),
-        probe.at(0.5), probe.at(0.99), probe.at(1.0));
+    fmt::print("{{\"report\": {}, \"hasLost\": {}, \"hasAsked\": {}, \"latencyMs\": {}}}\n",
+               toJson(workspace.summarize()), workspace.hasLost(), user.wasAsked, probe.toJson());
     return workspace.isMeasuring() ? 1 : 0;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    try {
-        return execute(argc, argv);
-    } catch (const std::exception& error) {
-        fmt::print(stderr, "gui-user: {}\n", error.what());
-        return 1;
-    }
 }
