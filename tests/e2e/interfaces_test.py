@@ -1,6 +1,7 @@
 """Silent interfaces beside a busy one, and what is lost and counted."""
 
 import signal
+import sys
 import time
 import unittest
 
@@ -9,6 +10,7 @@ import setups
 import traffic
 from case import CAN, FRONT, RATE, Case
 
+FRAME_STAMP = sys.argv.pop(1)
 STOP_LIMIT = 5  # seconds; who waits for a packet on a silent link waits for ever
 
 
@@ -77,6 +79,9 @@ class Interfaces(Case):
         report, errors = silent.stop(code=1)
         self.assertIn('the measurement never began: "Leads"', errors)
         self.assertEqual(report["lostMessages"], sum(channel["notPlaced"] for channel in report["channels"]))
+
+    def test_frames_are_stamped_on_receipt(self):
+        self.assertEqual(lab.call([FRAME_STAMP])[0], 0)
 
 
 if __name__ == "__main__":
