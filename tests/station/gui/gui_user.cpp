@@ -20,28 +20,21 @@ namespace {
 
 using namespace station;
 
-struct Options {
-    std::string setup;
-    std::string recording;
-    std::string pictures;  ///< folder, empty for none
-    bool withoutQuestion = false;
-    bool edits = false;
-};
-
 class User {
   public:
+    std::string setup;
+    std::string recording;  ///< empty for none
+    std::string pictures;   ///< folder, empty for none
+    bool withoutQuestion = false;
+    bool edits = false;
     bool wasAsked = false;  ///< whether to stop the measurement
 
-    User(const Options& userOptions, MainWindow& mainWindow)
-        : options(userOptions), window(mainWindow) {}
+    explicit User(MainWindow& mainWindow) : window(mainWindow) {}
 
     void start() {
-        window.open(QString::fromStdString(options.setup));
-        if (!options.recording.empty()) {
-            window.findChild<QCheckBox*>("records")->setChecked(true);
-            window.findChild<QLineEdit*>("recordingPath")
-                ->setText(QString::fromStdString(options.recording));
-        }
+        window.open(QString::fromStdString(setup));
+        window.findChild<QCheckBox*>("records")->setChecked(!recording.empty());
+        window.findChild<QLineEdit*>("recordingPath")->setText(QString::fromStdString(recording));
         QTest::mouseClick(window.findChild<QPushButton*>("start"), Qt::LeftButton);
         if (!window.getWorkspace().isMeasuring()) {
             throw std::runtime_error("the measurement hasn't started: " +
@@ -54,16 +47,16 @@ class User {
         ++turn;
         auto* const mode = window.findChild<QComboBox*>("liveMode");
         mode->setCurrentIndex(1 - mode->currentIndex());
-        if (options.edits) {
+        if (edits) {
             editModules();
         }
-        if (!options.pictures.empty() && turn == pictureTurn) {
-            savePictures(window, options.pictures);
+        if (!pictures.empty() && turn == pictureTurn) {
+            savePictures(window, pictures);
         }
     }
 
     void closeWindow() {
-        if (options.withoutQuestion) {
+        if (withoutQuestion) {
             window.closeWithoutQuestion();
         } else {
             window.close();
@@ -109,7 +102,6 @@ class User {
         }
     }
 
-    const Options& options;
     MainWindow& window;
     int turn = 0;
 };
@@ -117,20 +109,19 @@ class User {
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"The desktop program with a user for a live run."};
-    Options options;
-    app.add_option("--setup", options.setup, "The setup's file")->required();
-    app.add_option("--record", options.recording, "The recording");
-    app.add_option("--pictures", options.pictures, "A folder for pictures of the windows");
-    app.add_flag("--without-question", options.withoutQuestion, "It ends as by a signal");
-    app.add_flag("--edit", options.edits, "Modules come and go while it measures");
-    CLI11_PARSE(app, argc, argv);
     StopSignal stop;
     QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("cmp-station-test");
     MainWindow window({});
+    User user(window);
+    CLI::App app{"The desktop program with a user for a live run."};
+    app.add_option("--setup", user.setup, "The setup's file")->required();
+    app.add_option("--record", user.recording, "The recording");
+    app.add_option("--pictures", user.pictures, "A folder for pictures of the windows");
+    app.add_flag("--without-question", user.withoutQuestion, "It ends as by a signal");
+    app.add_flag("--edit", user.edits, "Modules come and go while it measures");
+    CLI11_PARSE(app, argc, argv);
     window.show();
-    User user(options, window);
     user.start();
     LatencyProbe probe;
     QTimer worker;
