@@ -10,7 +10,8 @@ import setups
 import traffic
 from case import CAN, FRONT, RATE, Case
 
-FRAME_STAMP = sys.argv.pop(1)
+LIVE_PORT = sys.argv.pop(1)
+INTERFACES = 5  # the loopback, one busy pair, three silent ones
 STOP_LIMIT = 5  # seconds; who waits for a packet on a silent link waits for ever
 
 
@@ -80,10 +81,12 @@ class Interfaces(Case):
         self.assertIn('the measurement never began: "Leads"', errors)
         self.assertEqual(report["lostMessages"], sum(channel["notPlaced"] for channel in report["channels"]))
 
-    def test_frames_are_stamped_on_receipt(self):
-        self.assertEqual(lab.call([FRAME_STAMP])[0], 0)
+    def test_frames_are_stamped_on_receipt_and_closed_interfaces_leave_no_descriptor(self):
+        taken, is_stamped, left = map(int, lab.call([LIVE_PORT])[1].split())
+        self.assertGreaterEqual(taken, INTERFACES)
+        self.assertEqual((is_stamped, left), (1, 0))
 
 
 if __name__ == "__main__":
-    lab.prepare(links=4)
+    lab.prepare(links=INTERFACES - 1)
     unittest.main()
