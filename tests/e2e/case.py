@@ -15,6 +15,12 @@ CAN = ["CAN combo:5"]
 FRONT = ["CAN combo:5:Front"]
 
 
+def main(links=1):
+    """Runs the tests of the program in the network of `lab.prepare`."""
+    lab.prepare(links)
+    unittest.main()
+
+
 class Case(unittest.TestCase):
     maxDiff = 2000
 

@@ -7,11 +7,10 @@ import signal
 import struct
 import subprocess
 import time
-import unittest
 
 import lab
 import traffic
-from case import CAN, FRONT, RATE, Case
+from case import CAN, FRONT, RATE, Case, main
 
 NOT_ALLOWED = ["setpriv", "--bounding-set", "-all", "--inh-caps", "-all"]
 
@@ -166,5 +165,4 @@ class CommandLine(Case):
 
 if __name__ == "__main__":
     os.environ["LC_ALL"] = "C.UTF-8"
-    lab.prepare()
-    unittest.main()
+    main()

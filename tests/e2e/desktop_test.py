@@ -3,11 +3,10 @@
 import os
 import re
 import signal
-import unittest
 from pathlib import Path
 
 import lab
-from case import MODULES, NAMES, RATE, Case
+from case import MODULES, NAMES, RATE, Case, main
 from desktop import Desktop
 
 
@@ -23,12 +22,9 @@ class DesktopMeasures(Case):
         self.expect_complete(sent, told["report"], recording)
         return told
 
-    def test_a_window_closed_while_it_measures_asks_and_then_closes_a_whole_recording(self):
-        told = self.measure(display=True)
+    def test_modules_may_come_and_go_and_a_closed_window_asks_and_then_closes_a_whole_recording(self):
+        told = self.measure("--edit", display=True)
         self.assertTrue(told["hasAsked"])
-
-    def test_modules_that_come_and_go_while_it_measures_disturb_nothing(self):
-        self.measure("--edit")
 
     def test_a_wish_to_end_closes_the_recording_without_a_question(self):
         told = self.measure("--without-question")
@@ -49,5 +45,4 @@ class DesktopMeasures(Case):
 
 
 if __name__ == "__main__":
-    lab.prepare()
-    unittest.main()
+    main()

@@ -3,12 +3,11 @@
 import signal
 import sys
 import time
-import unittest
 
 import lab
 import setups
 import traffic
-from case import CAN, FRONT, RATE, Case
+from case import CAN, FRONT, RATE, Case, main
 
 LIVE_PORT = sys.argv.pop(1)
 INTERFACES = 5  # the loopback, one busy pair, three silent ones
@@ -88,5 +87,4 @@ class Interfaces(Case):
 
 
 if __name__ == "__main__":
-    lab.prepare(links=INTERFACES - 1)
-    unittest.main()
+    main(links=INTERFACES - 1)

@@ -3,12 +3,11 @@
 import functools
 import subprocess
 import time
-import unittest
 from pathlib import Path
 
 import lab
 import traffic
-from case import RATE, Case
+from case import RATE, Case, main
 
 NARROW, WIDE = 4, 32  # MiB of ring on an interface without modules' frames and on one with them
 LINKS = 20
@@ -75,5 +74,4 @@ class ManyLinks(Case):
 
 
 if __name__ == "__main__":
-    lab.prepare(links=LINKS)
-    unittest.main()
+    main(links=LINKS)

@@ -2,11 +2,10 @@
 
 import signal
 import time
-import unittest
 
 import lab
 import traffic
-from case import MODULES, NAMES, RATE, Case
+from case import MODULES, NAMES, RATE, Case, main
 
 
 class Recordings(Case):
@@ -64,5 +63,4 @@ class Recordings(Case):
 
 
 if __name__ == "__main__":
-    lab.prepare()
-    unittest.main()
+    main()

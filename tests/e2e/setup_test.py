@@ -5,12 +5,11 @@ import os
 import re
 import shutil
 import subprocess
-import unittest
 from pathlib import Path
 
 import lab
 import setups
-from case import RATE, Case
+from case import RATE, Case, main
 
 EXAMPLE = Path(__file__).parents[2] / "examples" / "demo.xml"
 
@@ -146,5 +145,4 @@ class Setups(Case):
 
 
 if __name__ == "__main__":
-    lab.prepare()
-    unittest.main()
+    main()
