@@ -26,6 +26,10 @@ TEST(ModuleSettings, TypeAndConfigIdGiveTheCmId) {
         EXPECT_EQ(module.framing, framing) << text;
         EXPECT_EQ(module.interfaces().size(), channels) << text;
     }
+    const auto interfaces = findModuleType("NeoviFire3")->interfaces;
+    EXPECT_EQ(std::vector(interfaces.begin(), interfaces.end()),
+              (std::vector<std::uint16_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 11, 12, 13, 14, 15, 16, 17, 18,
+                                          19, 20}));
 }
 
 TEST(ModuleSettings, NonsenseIsRefusedAsWrongUse) {
