@@ -19,30 +19,29 @@ std::string readAll(int file) {
 TEST(TextWriterTest, PipeThatNobodyReadsHoldsUpNobodyAndWhatIsNotShownIsTold) {
     std::array<int, 2> ends = {};
     ASSERT_EQ(pipe(ends.data()), 0);
-    const auto [exit, entry] = ends;
     constexpr int count = 3000;
     std::string shown;
     std::thread reader;
     {
         TextWriter writer;
         for (int i = 0; i < count; ++i) {
-            writer.write(entry, fmt::format("{:0>999}\n", i));
+            writer.write(ends[1], fmt::format("{:0>999}\n", i));
         }
         EXPECT_TRUE(writer.isBusy());
         { const TextWriter other; }  // ends at once, and the first one soon
         writer.finish();
         EXPECT_TRUE(writer.isBusy());
-        reader = std::thread([&, from = exit] { shown = readAll(from); });
+        reader = std::thread([&] { shown = readAll(ends[0]); });
         while (writer.isBusy()) {
             writer.finish();
         }
-        writer.write(entry, "last\n");
+        writer.write(ends[1], "last\n");
         writer.finish();
         EXPECT_FALSE(writer.isBusy());
     }
-    close(entry);
+    close(ends[1]);
     reader.join();
-    close(exit);
+    close(ends[0]);
     std::istringstream lines(shown);
     std::string line;
     int next = 0;

@@ -107,7 +107,8 @@ TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
     const std::int64_t end = host->clock().getPosition();
     int late = 30;
     plugin->actions["117"] = [&] {
-        if (const double value = 0.0; late-- > 0) {
+        const double value = 0.0;
+        if (late-- > 0) {
             addSample(*channel, &value, sizeof value, value);
         }
         return HostCode::success;
