@@ -6,12 +6,19 @@ import unittest
 from pathlib import Path
 
 import lab
+import traffic
 
 RATE = int(os.environ.get("CMP_RATE", 1000))  # messages per second and channel; sanitizers bear less
 MODULES = ["CAN combo:5", "LIN combo:2", "NeoviFire3:7"]
 NAMES = ["CAN combo:5:Front", "LIN combo:2:Doors", "NeoviFire3:7:Rear"]
 CAN = ["CAN combo:5"]
 FRONT = ["CAN combo:5:Front"]
+
+
+def main(links=1):
+    """Runs the tests of the program in the network of `lab.prepare`."""
+    lab.prepare(links)
+    unittest.main()
 
 
 class Case(unittest.TestCase):
@@ -32,3 +39,10 @@ class Case(unittest.TestCase):
         returned, output, errors = lab.call([lab.STATION, *map(str, arguments)], **options)
         self.assertEqual(returned, code, errors)
         return output, errors
+
+    def expect_complete(self, sent, report, recording):
+        """All that was sent was counted and is in the recording, once and in order; returns the latter's rows."""
+        rows = traffic.read_with_tshark(recording)
+        self.assertEqual(traffic.count_differences(sent, report), [])
+        self.assertEqual(traffic.row_differences(sent, traffic.names_of(report), rows), [])
+        return rows

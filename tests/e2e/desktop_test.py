@@ -1,12 +1,12 @@
 """The desktop program in a measurement, with a user: what it records doesn't depend on what is looked at."""
 
 import os
+import re
 import signal
-import unittest
+from pathlib import Path
 
 import lab
-import traffic
-from case import MODULES, NAMES, RATE, Case
+from case import MODULES, NAMES, RATE, Case, main
 from desktop import Desktop
 
 
@@ -19,46 +19,30 @@ class DesktopMeasures(Case):
         desktop.settle()
         told, _ = desktop.stop()
         self.assertFalse(told["hasLost"])
-        self.assertEqual(traffic.count_differences(sent, told["report"]), [])
-        rows = traffic.read_with_tshark(recording)
-        self.assertEqual(traffic.row_differences(sent, traffic.names_of(told["report"]), rows), [])
+        self.expect_complete(sent, told["report"], recording)
         return told
 
-    def test_a_window_closed_while_it_measures_asks_and_then_closes_a_whole_recording(self):
-        told = self.measure(display=True)
+    def test_modules_may_come_and_go_and_a_closed_window_asks_and_then_closes_a_whole_recording(self):
+        told = self.measure("--edit", display=True)
         self.assertTrue(told["hasAsked"])
-
-    def test_modules_that_come_and_go_while_it_measures_disturb_nothing(self):
-        self.measure("--edit")
 
     def test_a_wish_to_end_closes_the_recording_without_a_question(self):
         told = self.measure("--without-question")
         self.assertFalse(told["hasAsked"])
 
-
-class DesktopProgram(Case):
-    def test_it_ends_by_a_signal(self):
+    def test_the_program_ends_by_a_signal(self):
         process = lab.spawn([lab.STATION, "gui", "--setup", str(self.path("none.xml"))], stdout=-1, stderr=-1,
                             env={**os.environ, "QT_QPA_PLATFORM": "offscreen", "HOME": str(self.scratch)})
         self.addCleanup(lab.end, process)
-        lab.wait_until(lambda: self.program_of(process) == "cmp-station-gui", "the desktop runs")
-        lab.wait_until(lambda: self.listens(process), "it listens to signals")
+        proc = Path(f"/proc/{process.pid}")
+        lab.wait_until(lambda: (proc / "exe").readlink().name == "cmp-station-gui", "the desktop runs")
+        signals = re.compile(r"SigBlk:\s*(\w+)")  # blocked, and read from a descriptor
+        lab.wait_until(lambda: int(signals.search((proc / "status").read_text())[1], 16) >> signal.SIGTERM - 1 & 1,
+                       "it listens to signals")
         process.send_signal(signal.SIGTERM)
         _, errors = process.communicate(timeout=lab.PATIENCE)
         self.assertEqual(process.returncode, 0, errors)
 
-    def program_of(self, process):
-        return os.path.basename(os.readlink(f"/proc/{process.pid}/exe"))
-
-    def listens(self, process):
-        """It has a descriptor for signals."""
-        folder = f"/proc/{process.pid}/fd"
-        try:
-            return any("signalfd" in os.readlink(f"{folder}/{name}") for name in os.listdir(folder))
-        except FileNotFoundError:  # a descriptor that was just closed
-            return False
-
 
 if __name__ == "__main__":
-    lab.prepare()
-    unittest.main()
+    main()

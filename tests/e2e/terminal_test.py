@@ -9,11 +9,10 @@ import signal
 import struct
 import termios
 import time
-import unittest
 
 import lab
 import traffic
-from case import CAN, FRONT, Case
+from case import CAN, FRONT, Case, main
 
 ENTER, LEAVE, SHOW_CURSOR, HOME = b"\x1b[?1049h", b"\x1b[?1049l", b"\x1b[?25h", b"\x1b[H"
 
@@ -39,11 +38,6 @@ class Terminal(Case):
                 except OSError:  # its other end is closed
                     break
 
-    def wait(self):
-        _, status = os.waitpid(self.child, 0)
-        self.child = 0
-        return os.waitstatus_to_exitcode(status)
-
     def test_table_shows_modules_and_counts_and_ctrl_c_leaves_all_in_order(self):
         self.read_until(re.escape(HOME))
         sent = lab.simulate(CAN, "--rate", 50, "--duration", 2)
@@ -55,7 +49,9 @@ class Terminal(Case):
             self.assertLess(len(line.strip()), 100)  # a line that wraps moves all below it
         os.write(self.terminal, b"\x03")
         self.read_until(rb"1049l[^$]*records, ")
-        self.assertEqual(self.wait(), 0)
+        _, status = os.waitpid(self.child, 0)
+        self.child = 0
+        self.assertEqual(status, 0)
         table, left = self.seen.split(LEAVE)
         self.assertEqual((self.seen.count(ENTER), table.endswith(SHOW_CURSOR)), (1, True))
         self.assertRegex(left, rb"Front 0x10 +CAN FD +100 .*\r\n")  # stays on the screen
@@ -65,5 +61,4 @@ class Terminal(Case):
 
 
 if __name__ == "__main__":
-    lab.prepare()
-    unittest.main()
+    main()

@@ -1,34 +1,31 @@
 #!/usr/bin/python3
 """tshark's dissector reads the simulator's TECMP frames, and each field is what was meant.
 
-What was meant is computed here: from the command line, the counts in the report, and the payload
+What was meant is computed here and in traffic.py: from the command line, the counts in the report, and the payload
 convention. Usage: tshark_agrees.py CMP_SIM
 """
 
+import itertools
 import json
 import subprocess
 import sys
 import tempfile
 import xml.etree.ElementTree as ElementTree
 
+import traffic
+
 CAN = {"id": 0x45, "type": 4, "serial": 100000, "interfaces": range(0x10, 0x71, 0x10)}
 LIN = {"id": 0x32, "type": 2, "serial": 77, "interfaces": range(0x10, 0xA1, 0x10)}
 START = 1704067200 * 10**9
 
 
-def can_fields(interface, number, data, fd):
-    extended = number % 4 == 3
-    fields = {"data_type": 3 if fd else 2, "data": data, "length": len(data) + 7}
-    fields["data_flags.ext_can_id"] = int(extended)
-    if extended:
-        fields["data.can_id_29"] = 0x18DA00F1 + 0x100 * interface
-    else:
-        fields["data.can_id_11"] = 0x100 + 4 * interface + number % 4
-    return fields
+def can_fields(identifier, data, fd):
+    extended = identifier >= traffic.EXTENDED
+    return {"data_type": 3 if fd else 2, "length": len(data) + 7, "data_flags.ext_can_id": int(extended),
+            f"data.can_id_{29 if extended else 11}": identifier % traffic.EXTENDED}
 
 
-def lin_fields(interface, number, data):
-    identifier = (interface + number) % 60
+def lin_fields(identifier, data):
     bits = [identifier >> i & 1 for i in range(6)]
     parity = (bits[0] + bits[1] + bits[2] + bits[4]) % 2
     parity += 2 * ((1 + bits[1] + bits[3] + bits[4] + bits[5]) % 2)
@@ -36,30 +33,25 @@ def lin_fields(interface, number, data):
     for byte in data:
         total += byte
         total = (total & 0xFF) + (total >> 8)
-    return {"data_type": 4, "data": data, "length": len(data) + 3,
-            "data.lin_id": identifier, "data.lin_parity_bits": parity,
+    return {"data_type": 4, "length": len(data) + 3, "data.lin_id": identifier, "data.lin_parity_bits": parity,
             "data.checksum": 255 - total}
 
 
-def expected_message(index, module, case):
-    """The message that a module sends as its index-th."""
-    interfaces = module["interfaces"][:module.get("channels", 99)]
-    number, channel = divmod(index, len(interfaces))
-    interface = interfaces[channel]
-    due = index * 10**9 // (case["rate"] * len(interfaces))
-    lengths = case["lin lengths" if module["type"] == 2 else "lengths"]
-    length = lengths[(number + channel) % len(lengths)]
-    data = number.to_bytes(4, "little")[:length]
-    if case["stamp"] and length >= 12:
-        data += (START + due).to_bytes(8, "little")
-    data += bytes((number + interface + i) % 256 for i in range(len(data), length))
-    if module["type"] == 2:
-        fields = lin_fields(interface, number, data)
-    else:
-        fields = can_fields(interface, number, data, max(lengths) > 8)
-    fields["interface_id"] = interface
-    fields["timestamp_ns"] = START + due + module.get("clock", lambda ns: 0)(due)
-    return fields
+def expected_messages(module, told, case):
+    """The messages that a module sends, in their order."""
+    interfaces = module["interfaces"][:len(told["channels"])]
+    assert [channel["interfaceId"] for channel in told["channels"]] == list(interfaces)
+    assert told["lengths"] == module["lengths"]
+    streams = [traffic.sent_on(told, position) for position in range(len(interfaces))]
+    for index in itertools.count():
+        bus, identifier, data = next(streams[index % len(interfaces)])
+        due = index * 10**9 // (case["rate"] * len(interfaces))
+        if case["stamp"] and len(data) >= 12:
+            data = data[:4] + (START + due).to_bytes(8, "little") + data[12:]
+        fields = {"interface_id": interfaces[index % len(interfaces)], "data": data,
+                  "timestamp_ns": START + due + module.get("clock", lambda ns: 0)(due)}
+        yield fields | (lin_fields(identifier, data) if bus == "LIN" else
+                        can_fields(identifier, data, max(module["lengths"]) > 8))
 
 
 def dissect(path):
@@ -103,7 +95,9 @@ def check(simulator, case):
         frames = list(dissect(file.name))
     assert len(frames) == report["frames"]
     modules = {module["id"]: module for module in case["modules"]}
-    state = {cm_id: {"sent": 0, "counter": 0, "status": 0} for cm_id in modules}
+    state = {told["cmId"]: {"sent": 0, "counter": 0, "status": 0,
+                            "expected": expected_messages(modules[told["cmId"]], told, case)}
+             for told in report["modules"]}
     for header, messages in frames:
         module, progress = modules[header["device_id"]], state[header["device_id"]]
         assert header["version"] == 3
@@ -116,7 +110,7 @@ def check(simulator, case):
             continue
         assert 1 <= len(messages) <= case["per frame"]
         for message in messages:
-            expected = expected_message(progress["sent"], module, case)
+            expected = next(progress["expected"])
             progress["sent"] += 1
             assert header["data_type"] == expected.pop("data_type")
             assert message["data"] == expected.pop("data"), (message, expected)
@@ -139,7 +133,7 @@ def check_asam(simulator):
         command = ["tshark", "-r", file.name, "--disable-protocol", "tecmp", "-T", "fields", "-e", "data.data"]
         lines = subprocess.run(command, check=True, capture_output=True, text=True).stdout.split()
     seen = {(frame[38], frame[39]) for frame in map(bytes.fromhex, lines) if frame[4] == 1}
-    assert seen == set(enumerate([*range(9), 12, 16, 20, 24, 32, 48, 64])) - {(0, 0)}, seen
+    assert seen == set(enumerate([*range(9), *traffic.LONG_LENGTHS])) - {(0, 0)}, seen
 
 
 def main():
@@ -148,17 +142,16 @@ def main():
     check(simulator, {
         "arguments": ["--module", "CAN combo:5", "--module", "LIN combo:2,serial=77",
                       "--messages", "3000", "--per-frame", "7", "--status", "0.05"],
-        "modules": [CAN, LIN], "rate": 1000, "lengths": [8], "lin lengths": [8],
+        "modules": [{**CAN, "lengths": [8]}, {**LIN, "lengths": [8]}], "rate": 1000,
         "stamp": False, "per frame": 7, "messages": 3000})
-    drifting = {**CAN, "channels": 3,
+    drifting = {**CAN, "channels": 3, "lengths": [*range(9), *traffic.LONG_LENGTHS],
                 "clock": lambda ns: round(ns * 250 / 10**6) + (900 * 10**6 if ns >= 10**9 else 0)}
-    behind = {**LIN, "clock": lambda ns: -3600 * 10**9}
+    behind = {**LIN, "lengths": [*range(1, 9)], "clock": lambda ns: -3600 * 10**9}
     check(simulator, {
         "arguments": ["--module", "CAN combo:5,channels=3,drift=250,jump=0.9@1", "--module",
                       "LIN combo:2,serial=77,offset=-3600", "--duration", "2", "--rate", "99",
                       "--length", "0-64", "--per-frame", "5", "--stamp"],
         "modules": [drifting, behind], "rate": 99,
-        "lengths": [*range(9), 12, 16, 20, 24, 32, 48, 64], "lin lengths": [*range(1, 9)],
         "stamp": True, "per frame": 5, "messages": 2 * 99 * 13})
 
 

@@ -9,27 +9,19 @@ using testing::ElementsAre;
 
 constexpr std::uint32_t ethernet = 1;
 
-struct Stored {
-    std::uint32_t seconds;
-    std::uint32_t nanoseconds;
-    std::uint32_t captured;
-    std::uint32_t length;
-};
+/// Of a frame: seconds, nanoseconds, captured and whole length.
+using Stored = std::array<std::uint32_t, 4>;
 
 /// A .pcap file with nanosecond times.
 class StoredFrameFiles : public testing::Test {
   protected:
     void write(const std::vector<Stored>& frames) {
         std::ofstream out(path, std::ios::binary);
-        const auto put = [&](std::initializer_list<std::uint32_t> words) {
-            for (const std::uint32_t word : words) {
-                out.write(reinterpret_cast<const char*>(&word), sizeof word);
-            }
-        };
-        put({0xA1B23C4D, 0x00040002, 0, 0, 65535, ethernet});
+        const std::uint32_t header[] = {0xA1B23C4D, 0x00040002, 0, 0, 65535, ethernet};
+        out.write(reinterpret_cast<const char*>(header), sizeof header);
         for (std::size_t i = 0; i < frames.size(); ++i) {
-            put({frames[i].seconds, frames[i].nanoseconds, frames[i].captured, frames[i].length});
-            out << std::string(frames[i].captured, static_cast<char>('A' + i));
+            out.write(reinterpret_cast<const char*>(frames[i].data()), sizeof frames[i]);
+            out << std::string(frames[i][2], static_cast<char>('A' + i));
         }
     }
 

@@ -7,53 +7,41 @@ namespace {
 
 using station::TextWriter;
 
-class Pipe {
-  public:
-    Pipe() { EXPECT_EQ(pipe(ends.data()), 0); }
-    ~Pipe() {
-        closeEntry();
-        close(ends[0]);
+std::string readAll(int file) {
+    std::string text;
+    std::array<char, 4096> part;
+    for (ssize_t size = 1; size > 0; text.append(part.data(), static_cast<std::size_t>(size))) {
+        size = std::max<ssize_t>(read(file, part.data(), part.size()), 0);
     }
-    int entry() const { return ends[1]; }
-    void closeEntry() { close(std::exchange(ends[1], -1)); }
-    /// Up to where the writer closes it.
-    std::string readAll() const {
-        std::string text;
-        std::array<char, 4096> part;
-        for (ssize_t size = 1; size > 0; text.append(part.data(), static_cast<std::size_t>(size))) {
-            size = std::max<ssize_t>(read(ends[0], part.data(), part.size()), 0);
-        }
-        return text;
-    }
-
-  private:
-    std::array<int, 2> ends = {};
-};
+    return text;
+}
 
 TEST(TextWriterTest, PipeThatNobodyReadsHoldsUpNobodyAndWhatIsNotShownIsTold) {
-    Pipe pipe;
+    std::array<int, 2> ends = {};
+    ASSERT_EQ(pipe(ends.data()), 0);
     constexpr int count = 3000;
     std::string shown;
     std::thread reader;
     {
         TextWriter writer;
         for (int i = 0; i < count; ++i) {
-            writer.write(pipe.entry(), fmt::format("{:0>999}\n", i));
+            writer.write(ends[1], fmt::format("{:0>999}\n", i));
         }
         EXPECT_TRUE(writer.isBusy());
         { const TextWriter other; }  // ends at once, and the first one soon
         writer.finish();
         EXPECT_TRUE(writer.isBusy());
-        reader = std::thread([&] { shown = pipe.readAll(); });
+        reader = std::thread([&] { shown = readAll(ends[0]); });
         while (writer.isBusy()) {
             writer.finish();
         }
-        writer.write(pipe.entry(), "last\n");
+        writer.write(ends[1], "last\n");
         writer.finish();
         EXPECT_FALSE(writer.isBusy());
     }
-    pipe.closeEntry();
+    close(ends[1]);
     reader.join();
+    close(ends[0]);
     std::istringstream lines(shown);
     std::string line;
     int next = 0;

@@ -19,21 +19,16 @@ SetupXmlError errorOf(const std::string& text) {
     return {0, 0, "no error", ""};
 }
 
-bool isSame(const SetupElement& a, const SetupElement& b);
-
-bool isSame(const SetupElement::List& a, const SetupElement::List& b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](const auto& x, const auto& y) { return isSame(*x, *y); });
-}
-
-bool isSame(const SetupElement& a, const SetupElement& b) {
-    const auto& x = a.getContent();
-    const auto& y = b.getContent();
-    return x.name == y.name && x.text == y.text && isSame(x.attributes, y.attributes) &&
-           isSame(x.children, y.children) &&
-           std::equal(
-               x.values.begin(), x.values.end(), y.values.begin(), y.values.end(),
-               [](const auto& v, const auto& w) { return v.key == w.key && v.text == w.text; });
+bool isSame(const ElementRef& a, const ElementRef& b) {
+    const auto& x = a->getContent();
+    const auto& y = b->getContent();
+    const auto isSameValue = [](const auto& v, const auto& w) {
+        return v.key == w.key && v.text == w.text;
+    };
+    return x.name == y.name && x.text == y.text &&
+           std::ranges::equal(x.values, y.values, isSameValue) &&
+           std::ranges::equal(x.attributes, y.attributes, isSame) &&
+           std::ranges::equal(x.children, y.children, isSame);
 }
 
 /// Names and texts that XML reserves, changes or can't hold, beside harmless ones.
@@ -67,18 +62,13 @@ TEST(SetupXml, AnyTextAndAnyTreeComeBackTheSameByteForByte) {
         }
         const std::string file = toSetupXml(*root);
         const auto loaded = fromSetupXml(file);
-        ASSERT_TRUE(isSame(*loaded, *root)) << file;
+        ASSERT_TRUE(isSame(loaded, root)) << file;
         ASSERT_EQ(toSetupXml(*loaded), file);
     }
 }
 
 TEST(SetupXml, DamageIsToldWithItsPlaceAndCause) {
-    struct Case {
-        std::string text;
-        std::size_t line;
-        std::size_t column;
-        std::string cause;
-    };
+    using Case = std::tuple<std::string, std::size_t, std::size_t, std::string>;
     const std::string start = "<Setup version='1'>\n";
     const std::string end = "</Setup>";
     const std::string nul(1, '\0');

@@ -7,7 +7,8 @@
 #include <QMessageBox>
 #include <QTest>
 
-#include "station/gui/main_window.h"
+#include "benchmarks/desktop_pictures.h"
+#include "benchmarks/latency_probe.h"
 #include "station/stop_signal.h"
 #include "tests/support/qt_bench.h"
 
@@ -18,70 +19,22 @@
 namespace {
 
 using namespace station;
-using SteadyClock = std::chrono::steady_clock;
-
-struct Options {
-    std::string setup;
-    std::string recording;
-    std::string pictures;  ///< folder, empty for none
-    bool withoutQuestion = false;
-    bool edits = false;
-    WorkspaceOptions workspace;
-};
-
-/// How long what comes in waits for the event loop: a thread posts an event every few milliseconds.
-class LatencyProbe {
-  public:
-    ~LatencyProbe() { end(); }
-
-    void end() {
-        stopping = true;
-        if (poster.joinable()) {
-            poster.join();
-        }
-    }
-    /// Milliseconds. The part lies from 0 to 1.
-    double at(double part) {
-        std::sort(delays.begin(), delays.end());
-        return delays.empty() ? 0.0
-                              : delays[static_cast<std::size_t>(
-                                    part * static_cast<double>(delays.size() - 1))];
-    }
-    std::size_t count() const { return delays.size(); }
-
-  private:
-    void post() {
-        constexpr auto period = std::chrono::milliseconds(5);
-        for (auto next = SteadyClock::now(); !stopping; next += period) {
-            std::this_thread::sleep_until(next);
-            QMetaObject::invokeMethod(
-                &receiver, [this, posted = SteadyClock::now()] { take(posted); },
-                Qt::QueuedConnection);
-        }
-    }
-    void take(SteadyClock::time_point posted) {
-        const auto waited = SteadyClock::now() - posted;
-        delays.push_back(std::chrono::duration<double, std::milli>(waited).count());
-    }
-
-    QObject receiver;
-    std::atomic<bool> stopping = false;
-    std::vector<double> delays;  ///< of the event loop's thread
-    std::thread poster{[this] { post(); }};
-};
 
 class User {
   public:
-    User(const Options& userOptions, MainWindow& mainWindow)
-        : options(userOptions), window(mainWindow) {}
+    std::string setup;
+    std::string recording;  ///< empty for none
+    std::string pictures;   ///< folder, empty for none
+    bool withoutQuestion = false;
+    bool edits = false;
+    bool wasAsked = false;  ///< whether to stop the measurement
+
+    explicit User(MainWindow& mainWindow) : window(mainWindow) {}
 
     void start() {
-        window.open(QString::fromStdString(options.setup));
-        if (!options.recording.empty()) {
-            window.findChild<QCheckBox*>("records")->setChecked(true);
-            window.findChild<QLineEdit*>("recordingPath")
-                ->setText(QString::fromStdString(options.recording));
-        }
+        window.open(QString::fromStdString(setup));
+        window.findChild<QCheckBox*>("records")->setChecked(!recording.empty());
+        window.findChild<QLineEdit*>("recordingPath")->setText(QString::fromStdString(recording));
         QTest::mouseClick(window.findChild<QPushButton*>("start"), Qt::LeftButton);
         if (!window.getWorkspace().isMeasuring()) {
             throw std::runtime_error("the measurement hasn't started: " +
@@ -94,16 +47,16 @@ class User {
         ++turn;
         auto* const mode = window.findChild<QComboBox*>("liveMode");
         mode->setCurrentIndex(1 - mode->currentIndex());
-        if (options.edits) {
+        if (edits) {
             editModules();
         }
-        if (!options.pictures.empty() && turn == pictureTurn) {
-            takePictures();
+        if (!pictures.empty() && turn == pictureTurn) {
+            savePictures(window, pictures);
         }
     }
 
     void closeWindow() {
-        if (options.withoutQuestion) {
+        if (withoutQuestion) {
             window.closeWithoutQuestion();
         } else {
             window.close();
@@ -122,14 +75,12 @@ class User {
             const bool stops =
                 role == QMessageBox::AcceptRole && !question->button(QMessageBox::Save);
             if (stops || role == QMessageBox::DestructiveRole) {
-                hasAsked = hasAsked || stops;
+                wasAsked = wasAsked || stops;
                 QTest::mouseClick(button, Qt::LeftButton);
                 return;
             }
         }
     }
-
-    bool wasAsked() const { return hasAsked; }
 
   private:
     static constexpr int pictureTurn = 4;
@@ -151,38 +102,26 @@ class User {
         }
     }
 
-    void takePictures() {
-        window.findChild<QComboBox*>("liveMode")->setCurrentIndex(0);
-        QTest::qWait(500);
-        const auto save = [&](QWidget& widget, const char* name) {
-            widget.grab().save(QString::fromStdString(options.pictures + "/" + name));
-        };
-        save(window, "main_window.png");
-        save(window.getWorkspace().modulesWindow(), "modules_window.png");
-        save(window.getWorkspace().channelsWindow(), "channels_window.png");
-    }
-
-    const Options& options;
     MainWindow& window;
     int turn = 0;
-    bool hasAsked = false;  ///< whether to stop the measurement
 };
 
-int execute(int argc, char** argv) {
-    CLI::App app{"The desktop program with a user for a live run."};
-    Options options;
-    app.add_option("--setup", options.setup, "The setup's file")->required();
-    app.add_option("--record", options.recording, "The recording");
-    app.add_option("--pictures", options.pictures, "A folder for pictures of the windows");
-    app.add_flag("--without-question", options.withoutQuestion, "It ends as by a signal");
-    app.add_flag("--edit", options.edits, "Modules come and go while it measures");
-    CLI11_PARSE(app, argc, argv);
+}  // namespace
+
+int main(int argc, char** argv) {
     StopSignal stop;
     QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("cmp-station-test");
-    MainWindow window(options.workspace);
+    MainWindow window({});
+    User user(window);
+    CLI::App app{"The desktop program with a user for a live run."};
+    app.add_option("--setup", user.setup, "The setup's file")->required();
+    app.add_option("--record", user.recording, "The recording");
+    app.add_option("--pictures", user.pictures, "A folder for pictures of the windows");
+    app.add_flag("--without-question", user.withoutQuestion, "It ends as by a signal");
+    app.add_flag("--edit", user.edits, "Modules come and go while it measures");
+    CLI11_PARSE(app, argc, argv);
     window.show();
-    User user(options, window);
     user.start();
     LatencyProbe probe;
     QTimer worker;
@@ -201,23 +140,7 @@ int execute(int argc, char** argv) {
     stopper.start(50);
     QApplication::exec();
     Workspace& workspace = window.getWorkspace();
-    fmt::print(
-        "{{\"report\": {}, \"hasLost\": {}, \"hasAsked\": {}, \"messages\": {}, "
-        "\"latencyMs\": {{\"count\": {}, \"p50\": {:.2f}, \"p99\": {:.2f}, \"max\": "
-        "{:.2f}}}}}\n",
-        toJson(workspace.summarize()), workspace.hasLost(), user.wasAsked(),
-        window.findChild<QLabel*>("messages")->text().isEmpty() ? 0 : 1, probe.count(),
-        probe.at(0.5), probe.at(0.99), probe.at(1.0));
+    fmt::print("{{\"report\": {}, \"hasLost\": {}, \"hasAsked\": {}, \"latencyMs\": {}}}\n",
+               toJson(workspace.summarize()), workspace.hasLost(), user.wasAsked, probe.toJson());
     return workspace.isMeasuring() ? 1 : 0;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    try {
-        return execute(argc, argv);
-    } catch (const std::exception& error) {
-        fmt::print(stderr, "gui-user: {}\n", error.what());
-        return 1;
-    }
 }

@@ -22,12 +22,6 @@ using testing::HasSubstr;
 constexpr const char* modulesGrid = "deviceDrawGrid";
 constexpr const char* channelsGrid = "channelDrawGrid";
 
-WorkspaceOptions workspaceOptions() {
-    WorkspaceOptions options;
-    options.plugin = PLUGIN_FILE;
-    return options;
-}
-
 // Columns of the two windows.
 enum Module { Type = 1, ModuleName = 2, ConfigId = 3 };
 enum Channel { Used = 2, Color = 3, ChannelName = 4 };
@@ -38,7 +32,7 @@ class MainWindowTest : public testing::Test {
     MainWindowTest() {
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folder.path());
         QCoreApplication::setOrganizationName("cmp-station-test");
-        window.emplace(workspaceOptions());
+        window.emplace(WorkspaceOptions{.plugin = PLUGIN_FILE, .onMessage = {}});
         window->show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(&*window));
     }

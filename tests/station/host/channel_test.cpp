@@ -1,3 +1,4 @@
+#include "bridge/output/sample_bytes.h"
 #include "host/host_error.h"
 #include "station/host/read_channel_list.h"
 #include "station/host/station_channel.h"
@@ -7,6 +8,7 @@
 namespace station {
 namespace {
 
+using Kestrova::Utils::Kcom::OutputChannel::SampleBytes;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -16,20 +18,7 @@ class Channels : public testing::Test, protected ChannelSink {
         samples.emplace_back(reinterpret_cast<const char*>(sample.data), sample.size);
         times.push_back(sample.time);
     }
-    std::int32_t bufferSize() { return hostValue(channel, &HostChannel::getBufferSize); }
     void write(std::int32_t number) { addSample(*channel, &number, sizeof number, number * 0.5); }
-    void expectNumbers(std::int32_t first, std::int32_t last) {
-        ASSERT_EQ(samples.size(), static_cast<std::size_t>(last - first + 1));
-        for (std::int32_t number = first; number <= last; ++number) {
-            std::int32_t read = -1;
-            const auto i = static_cast<std::size_t>(number - first);
-            std::memcpy(&read, samples[i].data(), sizeof read);
-            ASSERT_EQ(read, number);
-            ASSERT_EQ(times[i], number * 0.5);
-        }
-        samples.clear();
-        times.clear();
-    }
 
     CountedRef<StationChannel> channel =
         makeObject<StationChannel>(std::vector<std::int32_t>{8, 0, 3}, ChannelEnvironment{});
@@ -40,13 +29,18 @@ class Channels : public testing::Test, protected ChannelSink {
 TEST_F(Channels, WhatTheWriterLapsIsCountedAndTheRestIsRead) {
     channel->setDataType(4);
     channel->setAsync(hostTrue);
-    const std::int32_t size = bufferSize();
+    const std::int32_t size = hostValue(channel, &HostChannel::getBufferSize);
     for (std::int32_t number = 0; number < size + 7; ++number) {
         write(number);
     }
     EXPECT_EQ(channel->getOverruns(), 7U);
     channel->takeNew(*this);
-    expectNumbers(7, size + 6);
+    ASSERT_EQ(samples.size(), static_cast<std::size_t>(size));
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const auto number = static_cast<std::int32_t>(i + 7);
+        ASSERT_EQ(std::memcmp(samples[i].data(), &number, sizeof number), 0) << number;
+        ASSERT_EQ(times[i], number * 0.5);
+    }
     EXPECT_EQ(channel->getOverruns(), 7U);
     write(size + 7);
     channel->setExpectedRate(1e6F);  // moves the buffers
@@ -63,7 +57,12 @@ TEST_F(Channels, AReaderThatIsCalledInTimeLosesNoVariantInAStall) {
     channel->setDataType(StationChannel::variantType);
     constexpr int many = 40000;
     for (int i = 0; i < many; ++i) {
-        ASSERT_EQ(addBytes(*channel, "some bytes " + std::to_string(i), i), HostCode::success);
+        const std::string text = "some bytes " + std::to_string(i);
+        const auto bytes = SampleBytes::make(text.data(), text.size());
+        HostVariant value;
+        value.type = HostVariantType::ByteArray;
+        value.bytes = bytes.get();
+        ASSERT_EQ(channel->addVariantValue(i, value), HostCode::success);
     }
     channel->takeNew(*this);
     ASSERT_EQ(samples.size(), std::size_t{many});
@@ -101,39 +100,32 @@ TEST_F(Channels, VariantsOfAllSizesComeBackOrAreCounted) {
     EXPECT_FALSE(ring.add(nullptr, 41, 0.0));
 }
 
-class StoredChannels : public Channels {
-  protected:
-    StoredChannels() {
-        channel->setName(L"Gr\u00FC\u00DFe \U0001F697");
-        channel->setUnit(L"\u00B0C");
-        channel->setColor(0xFF7000);
-        channel->setUsed(hostTrue);
-        channel->setExpectedRate(0.1F);
-    }
-    HostResult persist(StationChannel& which, bool saving) {
-        return which.persistSetup(&document, &element, toHostBool(saving));
-    }
-
+TEST_F(Channels, ComeBackWithAllThatTheUserSet) {
     CallScript script;
-    ScriptedDocument& document = script.make<ScriptedDocument>(true);
-    ScriptedElement& element = script.make<ScriptedElement>(L"Output");
-};
-
-TEST_F(StoredChannels, ComeBackWithAllThatTheUserSet) {
-    EXPECT_EQ(persist(*channel, true), HostCode::success);
-    EXPECT_EQ(persist(*channel, true), HostCode::success);
+    auto& document = script.make<ScriptedDocument>(true);
+    auto& element = script.make<ScriptedElement>(L"Output");
+    const auto persist = [&](StationChannel& which, HostBool saving) {
+        EXPECT_EQ(which.persistSetup(&document, &element, saving), HostCode::success);
+    };
+    channel->setName(L"Gr\u00FC\u00DFe \U0001F697");
+    channel->setUnit(L"\u00B0C");
+    channel->setColor(0xFF7000);
+    channel->setUsed(hostTrue);
+    channel->setExpectedRate(0.1F);
+    persist(*channel, hostTrue);
+    persist(*channel, hostTrue);
     const std::string saved = element.asText();
     ASSERT_EQ(element.children.size(), 1U) << "saved twice, kept twice";
     EXPECT_EQ(element.children[0]->find(L"Index")->text, L"8:0;3");
 
     const auto other =
         makeObject<StationChannel>(std::vector<std::int32_t>{8, 0, 4}, ChannelEnvironment{});
-    EXPECT_EQ(persist(*other, false), HostCode::success);
+    persist(*other, hostFalse);
     EXPECT_THAT(other->indices(), ElementsAre(8, 0, 4));
     EXPECT_TRUE(other->used());
     EXPECT_EQ(hostValue(other, &HostChannel::getExpectedRate), 0.1F);
     other->setIndices(std::vector<std::int32_t>{3}.data(), 1);
-    persist(*other, true);
+    persist(*other, hostTrue);
     EXPECT_EQ(element.asText(), saved);
     EXPECT_THAT(script.referenceFaults(), IsEmpty());
 }

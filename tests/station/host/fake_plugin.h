@@ -33,7 +33,12 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4, CaptureStatistics> {
     }
     HostResult onEvent(std::int32_t event, const HostVariant& input, HostVariant* result) override {
         if (input.type == HostVariantType::VariantArray) {
-            arguments = toTexts(*input.variants);
+            arguments.clear();
+            HostVariant element;
+            for (std::int32_t i = 0; input.variants->getElement(i, &element) >= 0; ++i) {
+                const bool isObject = element.type == HostVariantType::Object;
+                arguments.push_back(isObject ? "object" : std::to_string(element.boolean));
+            }
         }
         if (event == 136) {
             result->type = HostVariantType::Float;
@@ -107,20 +112,6 @@ class FakePlugin final : public Counted<IPlugin3, IPlugin4, CaptureStatistics> {
         calls.push_back(name);
         const auto action = actions.find(name);
         return action == actions.end() ? HostCode::success : action->second();
-    }
-    static std::vector<std::string> toTexts(HostVariantArray& array) {
-        std::vector<std::string> texts;
-        std::int32_t first = 0;
-        std::int32_t last = -1;
-        array.getBounds(&first, &last);
-        for (std::int32_t i = first; i <= last; ++i) {
-            HostVariant element;
-            array.getElement(i, &element);
-            texts.push_back(element.type == HostVariantType::Object
-                                ? "object"
-                                : std::to_string(element.boolean));
-        }
-        return texts;
     }
 };
 

@@ -50,10 +50,6 @@ class PluginDrivers : public testing::Test {
         }
         return host->clock().getSeconds() - end;
     }
-    void deliverOneSample() {
-        const double value = 0.0;
-        addSample(*channel, &value, sizeof value, 0.0);
-    }
     /// What the driver says of it; empty if it doesn't fail.
     static std::string failureOf(const std::function<void()>& step) {
         try {
@@ -111,8 +107,9 @@ TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
     const std::int64_t end = host->clock().getPosition();
     int late = 30;
     plugin->actions["117"] = [&] {
+        const double value = 0.0;
         if (late-- > 0) {
-            deliverOneSample();
+            addSample(*channel, &value, sizeof value, value);
         }
         return HostCode::success;
     };

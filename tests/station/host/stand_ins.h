@@ -1,31 +1,9 @@
 #pragma once
 
-#include "station/host/counted.h"
 #include "station/host/station_channel.h"
 #include "tests/support/manual_counter.h"
 
 namespace station {
-
-class Bytes final : public Counted<HostByteArray> {
-  public:
-    explicit Bytes(std::string text) : content(std::move(text)) {}
-    HostResult getBytes(const std::uint8_t** data, std::uint64_t* size) override {
-        *data = reinterpret_cast<const std::uint8_t*>(content.data());
-        *size = content.size();
-        return HostCode::success;
-    }
-
-  private:
-    const std::string content;
-};
-
-inline HostResult addBytes(StationChannel& channel, const std::string& text, double time) {
-    const auto bytes = makeObject<Bytes>(text);
-    HostVariant value;
-    value.type = HostVariantType::ByteArray;
-    value.bytes = bytes.get();
-    return channel.addVariantValue(time, value);
-}
 
 /// Adds a sample as a plug-in does: at the write position of the buffers.
 inline void addSample(StationChannel& channel, const void* sample, std::size_t size, double time) {

@@ -36,11 +36,6 @@ class Recordings : public testing::Test {
         }
         recording->write(channel, utc, record.data(), record.size());
     }
-    void writeLines(int count) {
-        for (int i = 0; i < count; ++i) {
-            writeCan(0x123, false, 8);
-        }
-    }
     /// What the file gained since the last call.
     std::string added() {
         EXPECT_TRUE(recording->flush()) << recording->errorText();
@@ -106,7 +101,9 @@ TEST_F(Recordings, OpeningErrorsNameTheReasonAndKeepWhatIsThere) {
     ASSERT_EQ(::mkfifo(in("p.log").c_str(), 0600), 0);
     EXPECT_NE(openingError(in("p.log")), "");  // and doesn't wait for a reader
     openWithChannel("a.log");
-    writeLines(20'000);  // more than the buffer holds
+    for (int i = 0; i < 20'000; ++i) {  // more than the buffer holds
+        writeCan(0x123, false, 8);
+    }
     EXPECT_THAT(openingError(in("a.log"), true), HasSubstr("another recording"));
     recording.reset();
     EXPECT_THAT(openingError(in("a.log")), HasSubstr("not empty"));

@@ -208,10 +208,7 @@ TEST_P(QtToolkit, ThePluginsWindowsAreLaidOutToThePixel) {
 
 TEST_P(QtToolkit, TheWindowMayBeDeletedInAHandlerWhileATextIsBeingTyped) {
     for (const bool byTimer : {false, true}) {
-        bench = GetParam()();
-        window = hostWindow(bench->window());
-        window.setXml(xml);
-        grid = KVDrawGrid(window, "grid");
+        open();
         describe(1, {CellType::editText});
         goTo(1, 0);
         key(Qt::Key_F2);
