@@ -211,7 +211,7 @@ std::vector<std::string> QtBench::titles(const std::string& grid) const {
     std::vector<std::string> titles;
     const GridView* const shown = view(grid);
     for (int column = 0; shown != nullptr && column < shown->shown().columnCount(); ++column) {
-        const QVariant title = shown->model()->headerData(column, Qt::Horizontal);
+        const auto title = shown->shown().headerData(column, Qt::Horizontal, Qt::DisplayRole);
         titles.push_back(title.toString().toStdString());
     }
     return titles;
