@@ -57,7 +57,7 @@ class CallScript {
     static constexpr HostResult noObject = 1;
 
     /// Every call in order: "HostChannel::setName("a")", "HostData::getSampleRate()". Booleans are
-    /// true and false, objects are told by their kind.
+    /// true and false, an object is the name of its interface.
     std::vector<std::string> calls() const {
         const LockGuard guard(lock);
         return listed;
