@@ -126,14 +126,14 @@ TEST_F(EventTest, ActiveOutputBringsDataAndClaims) {
     for (const std::int32_t number : {118, 186}) {
         host.script.forget();
         EXPECT_EQ(event(number, variantOf(&list)), "0");
-        EXPECT_THAT(host.script.operations(), Contains("HostChannelExt::claim").Times(7));
+        EXPECT_THAT(host.script.calls(), Contains("HostChannelExt::claim()").Times(7));
     }
     firstChannel().used = hostFalse;
     for (const std::int32_t number : {115, 117, 118, 186}) {
         host.script.forget();
         EXPECT_EQ(event(number, variantOf(&list)), "0");
-        EXPECT_THAT(host.script.operations(), Not(Contains("HostChannelExt::claim")));
-        EXPECT_THAT(host.script.operations(), Not(Contains("HostData::getBufferState")));
+        EXPECT_THAT(host.script.calls(), Not(Contains("HostChannelExt::claim()")));
+        EXPECT_THAT(host.script.calls(), Not(Contains("HostData::getBufferState()")));
     }
 }
 

@@ -43,8 +43,8 @@ class FailingHost : public PluginBench {
         EXPECT_TRUE(feed.drain());
         host.script.forget();
         std::string outcome = event(117);
-        const auto calls = host.script.operations();
-        delivered = std::count(calls.begin(), calls.end(), "HostChannel::advanceWritePosition");
+        const auto calls = host.script.calls();
+        delivered = std::count(calls.begin(), calls.end(), "HostChannel::advanceWritePosition(1)");
         return outcome;
     }
     std::string useOtherEvents() {
@@ -92,7 +92,7 @@ class FailingHost : public PluginBench {
 bool livesAgainAfter(std::size_t number, bool isNull) {
     FailingHost bench;
     auto& script = bench.host.script;
-    isNull ? script.nullCall(number) : script.failCall(number, HostCode::failed);
+    script.failCall(number, isNull ? CallScript::noObject : HostCode::failed);
     const std::string outcome = bench.live();
     const bool met = script.faultsMet() != 0;
     const std::string last = script.calls().back();

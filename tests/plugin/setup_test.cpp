@@ -48,7 +48,7 @@ TEST_F(SetupEventTest, ArrayMustBeOneAndHaveTheElements) {
         }
         EXPECT_EQ(eventOf(number, {}), "array 80070057") << number;
         EXPECT_EQ(eventOf(number, elements), number == 157 ? "0" : "array 80070057") << number;
-        host.script.nullOperation("HostVariantArray::copy");
+        host.script.failOperation("HostVariantArray::copy", CallScript::noObject);
         EXPECT_EQ(eventOf(number, elements), "call 80004005") << number;
         host.script.heal();
     }

@@ -62,7 +62,7 @@ TEST_F(KestrovaKcomNodeTest, MissingDocumentIsToldBeforeMissingElementAndBothBef
 #undef CODES_OF
     EXPECT_EQ(codeOf([&] { root->GetChild(0x80000000U); }), 2);
     EXPECT_FALSE(root->GetChild(0x7FFFFFFFU));
-    host.script.nullOperation("HostDocument::CreateElement");
+    host.script.failOperation("HostDocument::CreateElement", CallScript::noObject);
     EXPECT_EQ(hostCodeOf([&] { root->GetChild("a"); }), HostCode::invalidPointer);
 }
 
@@ -86,7 +86,7 @@ TEST_F(KestrovaKcomNodeTest, NewDocumentIsMadeThroughTheHostInOrder) {
         ElementsAre("HostApp::getDocumentFactory()", "HostDocumentFactory::createDocument(true)",
                     "HostDocument::CreateElement(\"Name\", \"text\")",
                     "HostDocument::SetRootElement(HostElement)", "HostDocument::SetMode(true)"));
-    host.script.nullOperation("HostDocumentFactory::createDocument");
+    host.script.failOperation("HostDocumentFactory::createDocument", CallScript::noObject);
     EXPECT_EQ(hostCodeOf([&] { Creator("a", "", app, true); }), HostCode::invalidPointer);
     app.reset();
     EXPECT_EQ(hostCodeOf([&] { Creator("a", "", app, true); }), HostCode::invalidPointer);

@@ -67,15 +67,13 @@ class ScriptedPort final : public CapturePort {
 
     std::int32_t lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,
                            std::string& error) override {
-        for (const auto& entry : interfaces) {
-            if (entry.name == name && entry.netFails) {
-                error = "no net";
-                return -1;
-            }
-        }
+        const bool fails =
+            std::any_of(interfaces.begin(), interfaces.end(),
+                        [&](const auto& entry) { return entry.name == name && entry.netFails; });
+        error = fails ? "no net" : error;
         net = 0x0A;
         mask = 0xFF;
-        return 0;
+        return fails ? -1 : 0;
     }
 
   private:

@@ -211,10 +211,8 @@ std::vector<std::string> QtBench::titles(const std::string& grid) const {
     std::vector<std::string> titles;
     const GridView* const shown = view(grid);
     for (int column = 0; shown != nullptr && column < shown->shown().columnCount(); ++column) {
-        titles.push_back(shown->shown()
-                             .headerData(column, Qt::Horizontal, Qt::DisplayRole)
-                             .toString()
-                             .toStdString());
+        const auto title = shown->shown().headerData(column, Qt::Horizontal, Qt::DisplayRole);
+        titles.push_back(title.toString().toStdString());
     }
     return titles;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <numeric>
+
 #include "tests/support/wire_frames.h"
 
 /// One frame of each kind, for the devices of `CaptureBench::addOneOfEach`.
@@ -13,10 +15,8 @@ struct SampleFrame {
 };
 
 inline Bytes counting(std::size_t size) {
-    Bytes bytes;
-    for (std::size_t i = 0; i < size; ++i) {
-        bytes.push_back(static_cast<std::uint8_t>(i + 1));
-    }
+    Bytes bytes(size);
+    std::iota(bytes.begin(), bytes.end(), std::uint8_t{1});
     return bytes;
 }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "host/host_channel.h"
+#include "host/host_variant.h"
 #include "tests/support/scripted_document.h"
 #include "tests/support/scripted_object.h"
 
@@ -61,7 +62,7 @@ class ScriptedAxisInfo final : public Scripted<HostAxisInfo> {
     SCRIPTED_OBJECT(getDisplay, HostAxisDisplay, &display)
 
   private:
-    ScriptedAxisDisplay display{script};
+    ScriptedAxisDisplay& display = script.make<ScriptedAxisDisplay>();
 };
 
 /// The axes are one object: the list of calls tells which of them was asked for.
@@ -86,7 +87,7 @@ class ScriptedArrayInfo final : public Scripted<HostArrayInfo> {
 
   private:
     std::map<std::int32_t, std::int32_t> sizes;
-    ScriptedAxisInfo axis{script};
+    ScriptedAxisInfo& axis = script.make<ScriptedAxisInfo>();
 };
 
 class ScriptedPropertySet final : public Scripted<HostPropertySet> {
@@ -99,9 +100,7 @@ class ScriptedPropertySet final : public Scripted<HostPropertySet> {
     }
     HostResult addItem(const wchar_t* name, HostDocument** document) override {
         const auto add = [&] {
-            auto& made = script.make<ScriptedDocument>(true);
-            made.root = &script.make<ScriptedElement>(orEmpty(name));
-            return items[orEmpty(name)] = &made;
+            return items[orEmpty(name)] = &script.make<ScriptedDocument>(true, orEmpty(name));
         };
         return hand("addItem", document, add, name);
     }
@@ -130,11 +129,12 @@ class ScriptedChannel final : public Scripted<HostChannel> {
   public:
     explicit ScriptedChannel(CallScript& callScript,
                              std::vector<std::int32_t> indicesOfChannel = {})
-        : Scripted(callScript), indices(std::move(indicesOfChannel)) {
-        addPart<HostChannelExt>(&ext);
-        ext.addPart<HostChannel>(this);
-    }
+        : Scripted(callScript), indices(std::move(indicesOfChannel)) {}
 
+    HostResult queryInterface(const InterfaceId& interfaceId, void** result) override {
+        return interfaceId == HostChannelExt::id ? ext.queryInterface(interfaceId, result)
+                                                 : Scripted::queryInterface(interfaceId, result);
+    }
     SCRIPTED_READER(getIndices, std::vector<std::int32_t>, indices)
     SCRIPTED_TAKE(setIndexFormat, std::int32_t)
     SCRIPTED_TAKE(setIndexCount, std::int32_t)
@@ -144,46 +144,38 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     }
 
     SCRIPTED_READ(getDataType, std::int32_t, dataType, 0)
-    /// Also sets `elementSize` for the types whose size is known.
+    /// Also sets `elementSize` for the one record of a known size, CAN frames.
     HostResult setDataType(std::int32_t type) override {
-        static constexpr std::array<std::int32_t, 11> sizes = {1, 1, 2, 2, 4, 4, 8, 8, 4, 8, 16};
         static constexpr std::int32_t canFrame = 14;
-        const HostResult code = set("setDataType", dataType, type);
-        if (code >= 0 && type >= 0 && static_cast<std::size_t>(type) < sizes.size()) {
-            elementSize = sizes[static_cast<std::size_t>(type)];
-        } else if (code >= 0 && type == canFrame) {
-            elementSize = 72;
-        }
-        return code;
+        elementSize = type == canFrame ? 72 : elementSize;
+        return set("setDataType", dataType, type);
     }
     SCRIPTED_FLAG(Async, async)
     SCRIPTED_FLAG(SingleValue, singleValue)
     SCRIPTED_READ(getChannelClass, std::int32_t, channelClass, 1)
 
-    SCRIPTED_TEXT(Name, name)
-    SCRIPTED_TEXT(Unit, unit)
-    SCRIPTED_PROPERTY(Color, std::uint32_t, color, 0)
+    SCRIPTED_PROPERTY(Name, std::wstring, const wchar_t*, name, L"")
+    SCRIPTED_PROPERTY(Unit, std::wstring, const wchar_t*, unit, L"")
+    SCRIPTED_PROPERTY(Color, std::uint32_t, std::uint32_t, color, 0)
     SCRIPTED_FLAG(Used, used)
     SCRIPTED_ATTRIBUTE(ExpectedRate, float, float)
     SCRIPTED_OBJECT(getValueList, HostValueList, &valueList)
     SCRIPTED_OBJECT(getPropertySet, HostPropertySet, &propertySet)
     HostResult persistSetup(HostDocument* document, HostElement* element,
                             HostBool saving) override {
-        const HostResult code = call("persistSetup", document, element, saving);
-        auto* const place = dynamic_cast<ScriptedElement*>(element);
-        if (code < 0 || place == nullptr) {
-            return code < 0 ? code : HostCode::invalidPointer;
-        }
-        if (isTrue(saving)) {
-            auto& own = place->addNew(L"OutputChannel");
-            own.values = {{L"Name", name}, {L"Unit", unit}, {L"Color", std::to_wstring(color)}};
-            own.addNew(L"Index", indicesAsText());
-        } else if (auto* const own = place->find(L"OutputChannel"); own != nullptr) {
-            name = own->findValue(L"Name")->second;
-            unit = own->findValue(L"Unit")->second;
-            color = static_cast<std::uint32_t>(std::stoul(own->findValue(L"Color")->second));
-        }
-        return code;
+        auto& place = dynamic_cast<ScriptedElement&>(*element);
+        const auto persist = [&] {
+            if (isTrue(saving)) {
+                auto& own = place.addNew(L"OutputChannel");
+                own.values = {{L"Name", name}, {L"Unit", unit}, {L"Color", std::to_wstring(color)}};
+                own.addNew(L"Index", indicesAsText());
+            } else if (auto* const own = place.find(L"OutputChannel"); own != nullptr) {
+                name = own->findValue(L"Name")->second;
+                unit = own->findValue(L"Unit")->second;
+                color = static_cast<std::uint32_t>(std::stoul(own->findValue(L"Color")->second));
+            }
+        };
+        return act("persistSetup", persist, document, element, saving);
     }
 
     SCRIPTED_READ(isArray, HostBool, array, hostFalse)
@@ -203,29 +195,20 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     SCRIPTED_READ(getElementSize, std::int32_t, elementSize, 1)
     SCRIPTED_READ(getWritePosition, std::int32_t, writePosition, 0)
     HostResult advanceWritePosition(std::int32_t samples) override {
-        const HostResult code = call("advanceWritePosition", samples);
-        if (code >= 0) {
-            writePosition = (writePosition + samples) % bufferSize;
-        }
-        return code;
+        const auto advance = [&] { writePosition = (writePosition + samples) % bufferSize; };
+        return act("advanceWritePosition", advance, samples);
     }
     SCRIPTED_READ(getRateDivider, std::int32_t, rateDivider, 1)
     SCRIPTED_WRITER(setWriteOffset, std::int64_t, writeOffset)
     HostResult addVariantValue(double seconds, const HostVariant& value) override {
-        const HostResult code = call("addVariantValue", seconds, value);
-        if (code < 0) {
-            return code;
-        }
-        if (value.type != HostVariantType::ByteArray || value.bytes == nullptr) {
-            return HostCode::invalidArgument;
-        }
         const std::uint8_t* start = nullptr;
         std::uint64_t size = 0;
-        const HostResult answer = value.bytes->getBytes(&start, &size);
-        if (answer >= 0) {
-            variantSamples.emplace_back(seconds, std::vector<std::uint8_t>(start, start + size));
+        if (value.type != HostVariantType::ByteArray || value.bytes->getBytes(&start, &size) < 0) {
+            return HostCode::invalidArgument;
         }
-        return answer;
+        const std::vector<std::uint8_t> bytes(start, start + size);
+        return act(
+            "addVariantValue", [&] { variantSamples.emplace_back(seconds, bytes); }, seconds);
     }
     HostResult scaleValue(double raw, double* scaled) override {
         return get("scaleValue", scaled, raw * scale + offset, raw);
@@ -263,8 +246,8 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     std::vector<std::int32_t> indices;
     std::int64_t writeOffset = 0;
     std::vector<std::pair<double, std::vector<std::uint8_t>>> variantSamples;  ///< time and bytes
-    ScriptedChannelExt ext{script};
-    ScriptedPropertySet propertySet{script};
+    ScriptedChannelExt& ext = script.make<ScriptedChannelExt>();
+    ScriptedPropertySet& propertySet = script.make<ScriptedPropertySet>();
 
   private:
     std::size_t sampleBytes() const {
@@ -286,6 +269,6 @@ class ScriptedChannel final : public Scripted<HostChannel> {
 
     std::vector<std::uint8_t> data;
     std::vector<double> times;
-    ScriptedArrayInfo arrayInfo{script};
-    ScriptedValueList valueList{script};
+    ScriptedArrayInfo& arrayInfo = script.make<ScriptedArrayInfo>();
+    ScriptedValueList& valueList = script.make<ScriptedValueList>();
 };

@@ -16,8 +16,8 @@ class ScriptedGnssDevice final : public Scripted<HostGnssDevice> {
 
     SCRIPTED_TAKE(setDefaultSyncMode, std::int32_t)
     SCRIPTED_TAKE(addSyncMode, std::int32_t)
-    SCRIPTED_PROPERTY(SyncMode, std::int32_t, syncMode, syncModeSoft)
-    SCRIPTED_PROPERTY(ClockSource, HostBool, clockSource, hostFalse)
+    SCRIPTED_PROPERTY(SyncMode, std::int32_t, std::int32_t, syncMode, syncModeSoft)
+    SCRIPTED_PROPERTY(ClockSource, HostBool, HostBool, clockSource, hostFalse)
 };
 
 class ScriptedGnssDeviceList final : public Scripted<HostGnssDeviceList> {
@@ -25,25 +25,12 @@ class ScriptedGnssDeviceList final : public Scripted<HostGnssDeviceList> {
     using Scripted::Scripted;
 
     SCRIPTED_COUNT(getCount, infos)
-    /// Fails for an index outside the list.
+    /// Throws for an index outside the list.
     HostResult getInfo(std::int32_t index, HostGnssDeviceInfo* info) override {
-        const HostResult code = call("getInfo", index);
-        if (code < 0) {
-            return code;
-        }
-        if (index < 0 || static_cast<std::size_t>(index) >= infos.size()) {
-            return HostCode::invalidArgument;
-        }
-        *info = infos[static_cast<std::size_t>(index)];
-        return code;
+        return get("getInfo", info, infos.at(static_cast<std::size_t>(index)), index);
     }
-    HostResult createDevice(HostGnssDevice** device) override {
-        const auto create = [&] {
-            devices.push_back(&script.make<ScriptedGnssDevice>());
-            return devices.back();
-        };
-        return hand("createDevice", device, create);
-    }
+    SCRIPTED_OBJECT(createDevice, HostGnssDevice,
+                    devices.emplace_back(&script.make<ScriptedGnssDevice>()))
 
     std::vector<HostGnssDeviceInfo> infos;
     std::vector<ScriptedGnssDevice*> devices;  ///< all that were made, in order
@@ -60,14 +47,11 @@ class ScriptedGnssDeviceCollection final : public Scripted<HostGnssDeviceCollect
   public:
     using Scripted::Scripted;
 
-    HostResult open(const wchar_t* name, HostGnssDeviceHandle** handle) override {
-        const auto place = [&] {
-            auto& known = handles[orEmpty(name)];
-            return known = known != nullptr ? known : &script.make<ScriptedGnssDeviceHandle>();
-        };
-        return hand("open", handle, place, name);
+    HostResult open(const wchar_t* name, HostGnssDeviceHandle** out) override {
+        return hand(
+            "open", out, [&] { return &handle; }, name);
     }
 
   private:
-    std::map<std::wstring, ScriptedGnssDeviceHandle*> handles;
+    ScriptedGnssDeviceHandle& handle = script.make<ScriptedGnssDeviceHandle>();
 };

@@ -4,8 +4,8 @@
 #include "tests/support/scripted_object.h"
 
 /// An element of a scripted document. A test may build and read the tree through the fields, behind
-/// the list of calls. Values are kept per element and beside its children. To copy and to clear
-/// is only listed: the plug-in does neither.
+/// the list of calls. Values are kept per element and beside its children. What the plug-in never
+/// does is only listed: to copy, to clear, to take an attribute out and to ask for the parent.
 class ScriptedElement final : public Scripted<HostElement> {
     using Elements = std::vector<ScriptedElement*>;
 
@@ -17,13 +17,8 @@ class ScriptedElement final : public Scripted<HostElement> {
     SCRIPTED_WRITER(SetText, const wchar_t*, text)
     HostResult AddChild(HostElement* child) override { return append("AddChild", children, child); }
     HostResult RemoveChild(HostElement* child) override {
-        const HostResult code = call("RemoveChild", child);
-        const auto place = std::find(children.begin(), children.end(), child);
-        if (code >= 0 && place != children.end()) {
-            (*place)->parent = nullptr;
-            children.erase(place);
-        }
-        return code;
+        return act(
+            "RemoveChild", [&] { std::erase(children, child); }, child);
     }
     SCRIPTED_CALL(ClearChildren)
     HostResult FindChild(const wchar_t* wanted, HostElement** child) override {
@@ -36,7 +31,7 @@ class ScriptedElement final : public Scripted<HostElement> {
     }
     SCRIPTED_COUNT(GetChildCount, children)
     SCRIPTED_OBJECT(Clone, HostElement, nullptr)
-    SCRIPTED_OBJECT(GetParent, HostElement, parent)
+    SCRIPTED_OBJECT(GetParent, HostElement, nullptr)
     HostResult AddAttribute(HostElement* attribute) override {
         return append("AddAttribute", attributes, attribute);
     }
@@ -57,11 +52,12 @@ class ScriptedElement final : public Scripted<HostElement> {
     /// Appends a new child, or attribute, and returns it.
     ScriptedElement& addNew(const std::wstring& nameOfChild,
                             const std::wstring& textOfChild = L"") {
-        return addTo(children, nameOfChild, textOfChild);
+        return *children.emplace_back(&script.make<ScriptedElement>(nameOfChild, textOfChild));
     }
     ScriptedElement& addNewAttribute(const std::wstring& nameOfAttribute,
                                      const std::wstring& textOfAttribute) {
-        return addTo(attributes, nameOfAttribute, textOfAttribute);
+        return *attributes.emplace_back(
+            &script.make<ScriptedElement>(nameOfAttribute, textOfAttribute));
     }
     /// The first child of that name, or null.
     ScriptedElement* find(const std::wstring& wanted) const { return firstOf(children, wanted); }
@@ -94,7 +90,6 @@ class ScriptedElement final : public Scripted<HostElement> {
     std::vector<std::pair<std::wstring, std::wstring>> values;
     Elements attributes;
     Elements children;
-    ScriptedElement* parent = nullptr;
 
   private:
     static ScriptedElement* firstOf(const Elements& list, const std::wstring& wanted) {
@@ -102,39 +97,24 @@ class ScriptedElement final : public Scripted<HostElement> {
                                         [&](const auto* each) { return each->name == wanted; });
         return place == list.end() ? nullptr : *place;
     }
-    ScriptedElement& addTo(Elements& list, const std::wstring& newName,
-                           const std::wstring& newText) {
-        list.push_back(&script.make<ScriptedElement>(newName, newText));
-        list.back()->parent = this;
-        return *list.back();
-    }
     HostResult append(const char* operation, Elements& list, HostElement* element) {
-        const HostResult code = call(operation, element);
-        auto* const added = dynamic_cast<ScriptedElement*>(element);
-        if (code < 0 || added == nullptr) {
-            return code < 0 ? code : HostCode::invalidPointer;
-        }
-        if (added->parent != nullptr || added == this) {
-            return HostCode::invalidArgument;
-        }
-        added->parent = this;
-        list.push_back(added);
-        return code;
+        auto& added = dynamic_cast<ScriptedElement&>(*element);
+        return act(
+            operation, [&] { list.push_back(&added); }, element);
     }
 };
 
 class ScriptedDocument final : public Scripted<HostDocument> {
   public:
-    explicit ScriptedDocument(CallScript& callScript, bool forWriting)
-        : Scripted(callScript), mode(forWriting ? modeWriting : 0) {}
+    explicit ScriptedDocument(CallScript& callScript, bool forWriting,
+                              const std::wstring& rootName = L"")
+        : Scripted(callScript),
+          root(rootName.empty() ? nullptr : &script.make<ScriptedElement>(rootName)),
+          mode(forWriting ? modeWriting : 0) {}
 
     SCRIPTED_OBJECT(GetRootElement, HostElement, root)
     HostResult SetRootElement(HostElement* element) override {
-        const HostResult code = call("SetRootElement", element);
-        if (code >= 0) {
-            root = dynamic_cast<ScriptedElement*>(element);
-        }
-        return code;
+        return set("SetRootElement", root, dynamic_cast<ScriptedElement*>(element));
     }
     HostResult CreateElement(const wchar_t* name, const wchar_t* text, HostElement** out) override {
         const auto create = [&] {
@@ -144,40 +124,30 @@ class ScriptedDocument final : public Scripted<HostDocument> {
     }
     HostResult WriteValue(HostElement* element, const wchar_t* key, const wchar_t* value,
                           const wchar_t* defaultValue) override {
-        const HostResult code = call("WriteValue", element, key, value, defaultValue);
-        auto* const place = dynamic_cast<ScriptedElement*>(element);
-        if (code < 0 || place == nullptr) {
-            return code < 0 ? code : HostCode::invalidPointer;
-        }
-        if (const auto old = place->findValue(orEmpty(key)); old != place->values.end()) {
-            place->values.erase(old);
-        }
-        if (orEmpty(value) != orEmpty(defaultValue)) {
-            place->values.emplace_back(orEmpty(key), orEmpty(value));
-        }
-        return code;
+        auto& values = dynamic_cast<ScriptedElement&>(*element).values;
+        const auto write = [&] {
+            std::erase_if(values, [&](const auto& entry) { return entry.first == orEmpty(key); });
+            if (orEmpty(value) != orEmpty(defaultValue)) {
+                values.emplace_back(orEmpty(key), orEmpty(value));
+            }
+        };
+        return act("WriteValue", write, element, key, value, defaultValue);
     }
     HostResult ReadValue(HostElement* element, const wchar_t* key, std::wstring* value,
                          const wchar_t* defaultValue) override {
-        const HostResult code = call("ReadValue", element, key, defaultValue);
-        auto* const place = dynamic_cast<ScriptedElement*>(element);
-        if (code < 0 || place == nullptr) {
-            return code < 0 ? code : HostCode::invalidPointer;
-        }
-        const auto found = place->findValue(orEmpty(key));
-        *value = found == place->values.end() ? orEmpty(defaultValue) : found->second;
-        return code;
+        auto& place = dynamic_cast<ScriptedElement&>(*element);
+        const auto found = place.findValue(orEmpty(key));
+        return get("ReadValue", value,
+                   found == place.values.end() ? orEmpty(defaultValue) : found->second, element,
+                   key, defaultValue);
     }
     SCRIPTED_READER(GetMode, std::int32_t, mode)
     HostResult SetMode(HostBool writing) override {
-        const HostResult code = call("SetMode", writing);
-        if (code >= 0) {
-            mode = isTrue(writing) ? modeWriting : 0;
-        }
-        return code;
+        return act(
+            "SetMode", [&] { mode = isTrue(writing) ? modeWriting : 0; }, writing);
     }
 
-    ScriptedElement* root = nullptr;
+    ScriptedElement* root;
     std::int32_t mode;
 };
 

@@ -1,15 +1,10 @@
 #pragma once
 
-#include <cxxabi.h>
-
 #include <charconv>
 #include <concepts>
 #include <type_traits>
-#include <typeinfo>
 
 #include "core/string_helper.h"
-#include "host/host_object.h"
-#include "host/host_variant.h"
 #include "tests/support/call_script.h"
 
 /// How arguments are told in the list of calls.
@@ -37,9 +32,6 @@ inline std::string tell(const std::vector<std::int32_t>& numbers) {
     }
     return '[' + text + ']';
 }
-inline std::string tell(const HostVariant& value) {
-    return "variant of type " + std::to_string(static_cast<std::uint16_t>(value.type));
-}
 
 }  // namespace scripted_text
 
@@ -53,143 +45,84 @@ inline std::wstring orEmpty(const wchar_t* text) {
     return text == nullptr ? L"" : text;
 }
 
-/// One object of a scripted host. Its `references` are those of the code under test: the script
-/// itself holds none, and keeps the object by other means.
-class ScriptedObject {
+/// A scripted object of one interface, with the three operations of every host object and what the
+/// others are made of.
+template <typename Interface>
+class Scripted : public Interface, public ScriptedObject {
   public:
-    ScriptedObject(CallScript& scriptToKeep, const std::type_info& interface)
-        : kind(nameOf(interface)), script(scriptToKeep) {
-        script.attend(this);
+    explicit Scripted(CallScript& scriptToKeep)
+        : ScriptedObject(typeid(Interface)), script(scriptToKeep) {}
+
+    HostResult queryInterface(const InterfaceId& interfaceId, void** result) override {
+        const bool isFound = interfaceId == HostObject::id || interfaceId == Interface::id;
+        *result = isFound ? static_cast<Interface*>(this) : nullptr;
+        referenceCount += isFound ? 1 : 0;
+        return isFound ? HostCode::success : HostCode::noInterface;
     }
-    virtual ~ScriptedObject() { script.leave(this); }
-    ScriptedObject(const ScriptedObject&) = delete;
-    ScriptedObject& operator=(const ScriptedObject&) = delete;
-
-    std::int64_t references() const { return referenceCount; }
-    bool isOverReleased() const { return overReleased; }
-
-    /// Makes a query on this object find another one.
-    template <typename T>
-    void addPart(T* part) {
-        parts.push_back({T::id, part, part});
-    }
-
-    const std::string kind;  ///< the name of the interface
-
-  protected:
-    std::uint32_t addReference() { return static_cast<std::uint32_t>(++referenceCount); }
-    std::uint32_t dropReference() {
+    std::uint32_t addRef() override { return static_cast<std::uint32_t>(++referenceCount); }
+    std::uint32_t release() override {
         const std::int64_t left = --referenceCount;
         overReleased = overReleased || left < 0;
         return left < 0 ? 0 : static_cast<std::uint32_t>(left);
     }
-    /// The part of that interface with a reference, or null.
-    void* findPart(const InterfaceId& interfaceId) const {
-        for (const Part& part : parts) {
-            if (part.interfaceId == interfaceId) {
-                part.object->addRef();
-                return part.pointer;
-            }
-        }
-        return nullptr;
-    }
 
+  protected:
     /// An operation that gives nothing.
     template <typename... Arguments>
     HostResult call(const char* operation, const Arguments&... arguments) {
-        return enter(operation, false, arguments...).code;
+        return enter(operation, false, arguments...);
+    }
+    /// An operation that does `action`, unless it meets with a fault.
+    template <typename Action, typename... Arguments>
+    HostResult act(const char* operation, const Action& action, const Arguments&... arguments) {
+        const HostResult code = call(operation, arguments...);
+        if (code >= 0) {
+            action();
+        }
+        return code;
     }
     /// An operation that gives `value`.
     template <typename T, typename Value, typename... Arguments>
     HostResult get(const char* operation, T* out, const Value& value,
                    const Arguments&... arguments) {
-        const HostResult code = call(operation, arguments...);
-        if (code >= 0) {
-            *out = value;
-        }
-        return code;
+        return act(
+            operation, [&] { *out = value; }, arguments...);
     }
     /// An operation that stores its one argument.
     template <typename T, typename Value>
     HostResult set(const char* operation, T& field, const Value& value) {
-        const HostResult code = call(operation, value);
-        if (code >= 0) {
-            if constexpr (std::is_same_v<Value, const wchar_t*>) {
-                field = orEmpty(value);
-            } else {
-                field = value;
-            }
-        }
-        return code;
+        return act(
+            operation, [&] { field = value; }, value);
+    }
+    HostResult set(const char* operation, std::wstring& field, const wchar_t* value) {
+        return act(
+            operation, [&] { field = orEmpty(value); }, value);
     }
     /// An operation that hands over what `find` gives, a pointer to a host object or null. `find`
     /// isn't called in a call that meets with a fault.
     template <typename T, typename Find, typename... Arguments>
     HostResult hand(const char* operation, T** out, const Find& find,
                     const Arguments&... arguments) {
-        const auto verdict = enter(operation, true, arguments...);
-        if (verdict.code < 0) {
-            return verdict.code;
+        const HostResult fault = enter(operation, true, arguments...);
+        if (fault < 0) {
+            return fault;
         }
-        *out = verdict.handsNull ? nullptr : find();
+        *out = fault == CallScript::noObject ? nullptr : find();
         if (*out != nullptr) {
             (*out)->addRef();
         }
-        return verdict.code;
+        return HostCode::success;
     }
 
     CallScript& script;
 
   private:
-    struct Part {
-        InterfaceId interfaceId;
-        HostObject* object;
-        void* pointer;
-    };
-
-    static std::string nameOf(const std::type_info& type) {
-        char* const text = abi::__cxa_demangle(type.name(), nullptr, nullptr, nullptr);
-        const std::string name = text;
-        std::free(text);
-        return name;
-    }
     template <typename... Arguments>
-    CallScript::Verdict enter(const char* operation, bool handsObject,
-                              const Arguments&... arguments) {
+    HostResult enter(const char* operation, bool handsObject, const Arguments&... arguments) {
         std::string text;
         ((text += (text.empty() ? "" : ", ") + scripted_text::tell(arguments)), ...);
         return script.enter(kind + "::" + operation, text, handsObject);
     }
-
-    std::atomic<std::int64_t> referenceCount = 0;
-    std::atomic<bool> overReleased = false;
-    std::vector<Part> parts;
-};
-
-/// A scripted object of one interface, which carries the three operations of every host object.
-template <typename Interface>
-class Scripted : public Interface, public ScriptedObject {
-  public:
-    explicit Scripted(CallScript& scriptToKeep) : ScriptedObject(scriptToKeep, typeid(Interface)) {}
-
-    HostResult queryInterface(const InterfaceId& interfaceId, void** result) override {
-        *result = nullptr;
-        if (const HostResult code = script.enterQuery(kind + "::queryInterface"); code < 0) {
-            return code;
-        }
-        if (interfaceId == HostObject::id) {
-            *result = static_cast<HostObject*>(this);
-        } else if (interfaceId == Interface::id) {
-            *result = static_cast<Interface*>(this);
-        } else {
-            *result = findPart(interfaceId);
-            return *result == nullptr ? HostCode::noInterface : HostCode::success;
-        }
-        addReference();
-        return HostCode::success;
-    }
-    std::uint32_t addRef() override { return addReference(); }
-    std::uint32_t release() override { return dropReference(); }
 };
 
 template <typename T>
@@ -198,7 +131,7 @@ std::string scripted_text::tell(T* object) requires std::derived_from<T, HostObj
     return object == nullptr ? "null" : scripted == nullptr ? "object" : scripted->kind;
 }
 
-/// Operations that are only listed: without arguments, with one, and one that gives a zero.
+/// Operations that are only listed: without arguments, and with one.
 #define SCRIPTED_CALL(operation)      \
     HostResult operation() override { \
         return call(#operation);      \
@@ -206,10 +139,6 @@ std::string scripted_text::tell(T* object) requires std::derived_from<T, HostObj
 #define SCRIPTED_TAKE(operation, Type)          \
     HostResult operation(Type value) override { \
         return call(#operation, value);         \
-    }
-#define SCRIPTED_GIVE(operation, Type)           \
-    HostResult operation(Type* value) override { \
-        return get(#operation, value, Type());   \
     }
 /// A reader, and below a writer, of a value that a test can see and set; the field with its value
 /// at the beginning; and all three.
@@ -224,19 +153,14 @@ std::string scripted_text::tell(T* object) requires std::derived_from<T, HostObj
 #define SCRIPTED_READ(operation, Type, field, initial) \
     SCRIPTED_READER(operation, Type, field)            \
     Type field = initial;
-#define SCRIPTED_PROPERTY(Name, Type, field, initial) \
-    SCRIPTED_READ(get##Name, Type, field, initial)    \
-    SCRIPTED_WRITER(set##Name, Type, field)
-#define SCRIPTED_TEXT(Name, field)                     \
-    SCRIPTED_READ(get##Name, std::wstring, field, L"") \
-    SCRIPTED_WRITER(set##Name, const wchar_t*, field)
+#define SCRIPTED_PROPERTY(Name, Out, In, field, initial) \
+    SCRIPTED_READ(get##Name, Out, field, initial)        \
+    SCRIPTED_WRITER(set##Name, In, field)
 #define SCRIPTED_FLAG(Name, field)                      \
     SCRIPTED_READ(is##Name, HostBool, field, hostFalse) \
     SCRIPTED_WRITER(set##Name, HostBool, field)
 /// The two for a value that no test reads but through them.
-#define SCRIPTED_ATTRIBUTE(Name, Out, In)            \
-    SCRIPTED_READ(get##Name, Out, kept##Name, Out()) \
-    SCRIPTED_WRITER(set##Name, In, kept##Name)
+#define SCRIPTED_ATTRIBUTE(Name, Out, In) SCRIPTED_PROPERTY(Name, Out, In, kept##Name, Out())
 #define SCRIPTED_COUNT(operation, list)                                         \
     HostResult operation(std::int32_t* number) override {                       \
         return get(#operation, number, static_cast<std::int32_t>(list.size())); \

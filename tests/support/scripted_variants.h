@@ -13,51 +13,29 @@ class ScriptedVariantArray final : public Scripted<HostVariantArray> {
         : Scripted(callScript), elements(std::move(values)), firstIndexOfArray(firstIndex) {}
 
     HostResult getBounds(std::int32_t* first, std::int32_t* last) override {
-        const HostResult code = call("getBounds");
-        if (code >= 0) {
-            *first = firstIndexOfArray;
-            *last = firstIndexOfArray + static_cast<std::int32_t>(elements.size()) - 1;
-        }
-        return code;
+        const std::int32_t end = firstIndexOfArray + static_cast<std::int32_t>(elements.size());
+        const auto give = [&] { std::tie(*first, *last) = std::pair(firstIndexOfArray, end - 1); };
+        return act("getBounds", give);
     }
+    /// Throws for an index outside the bounds.
     HostResult getElement(std::int32_t index, HostVariant* element) override {
-        const HostResult code = call("getElement", index);
-        if (code < 0) {
-            return code;
-        }
-        const std::int64_t place = std::int64_t{index} - firstIndexOfArray;
-        if (place < 0 || place >= static_cast<std::int64_t>(elements.size())) {
-            return HostCode::invalidArgument;
-        }
-        *element = elements[static_cast<std::size_t>(place)];
-        return code;
+        const auto place = static_cast<std::size_t>(index - firstIndexOfArray);
+        return get("getElement", element, elements.at(place), index);
     }
     SCRIPTED_OBJECT(copy, HostVariantArray,
                     &script.make<ScriptedVariantArray>(elements, firstIndexOfArray))
 
-    std::vector<HostVariant> elements;
-
   private:
+    std::vector<HostVariant> elements;
     std::int32_t firstIndexOfArray;
 };
 
 inline HostVariant variantOf(HostObject* object) {
-    HostVariant variant;
-    variant.type = HostVariantType::Object;
-    variant.object = object;
-    return variant;
+    return {.type = HostVariantType::Object, .object = object};
 }
-
 inline HostVariant variantOf(bool value) {
-    HostVariant variant;
-    variant.type = HostVariantType::Boolean;
-    variant.boolean = toHostBool(value);
-    return variant;
+    return {.type = HostVariantType::Boolean, .boolean = toHostBool(value)};
 }
-
 inline HostVariant variantOf(HostVariantArray& array) {
-    HostVariant variant;
-    variant.type = HostVariantType::VariantArray;
-    variant.variants = &array;
-    return variant;
+    return {.type = HostVariantType::VariantArray, .variants = &array};
 }

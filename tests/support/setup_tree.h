@@ -6,9 +6,9 @@
 
 /// The root of a new setup tree in memory, for code that saves and loads.
 inline std::shared_ptr<Kestrova::Utils::Serialization::Node> makeSetupTree(
-    const std::string& rootName, bool writing = true) {
+    const std::string& rootName) {
     using Kestrova::Utils::Kcom::StringHelper;
-    const auto document = makeObject<station::SetupDocument>(writing);
+    const auto document = makeObject<station::SetupDocument>(true);
     const auto root = makeObject<station::SetupElement>(StringHelper::ToWide(rootName), L"");
     document->SetRootElement(root.get());
     return std::make_shared<Kestrova::Utils::Kcom::KestrovaKCOMNodeCreator>(

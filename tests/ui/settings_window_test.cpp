@@ -15,12 +15,12 @@ TEST_P(SettingsWindowTest, WithoutModulesThereIsTheHeaderOnlyAndAddMakesAnUnknow
     EXPECT_EQ(columns(grid),
               "id ID 3 1 32 -A|type Type 8 1 80|name Name 2 1 130|configId Config Id 8 1 70 "
               "-A|serialNumber SN 1 1 120 -A|status Status 1 1 120|");
-    EXPECT_EQ(kvRtTrackedCount() - handlersBefore, 8U) << "handlers";
+    EXPECT_EQ(handlers.now(), 8U);
     EXPECT_THAT(user->shownRows(grid), IsEmpty());
     EXPECT_TRUE(user->press("addDeviceButton"));
     EXPECT_THAT(user->shownRows(grid), ElementsAre(1));
     EXPECT_EQ(row(grid, 1), "1|Unknown||0|N/A|Not connected");
-    EXPECT_EQ(devices().list().at(0)->getType().typeId, DeviceTypeInfo::unknownId);
+    EXPECT_EQ(devices.list().at(0)->getType().typeId, DeviceTypeInfo::unknownId);
 }
 
 TEST_P(SettingsWindowTest, TypeAndConfigIdArePicked) {
@@ -33,11 +33,11 @@ TEST_P(SettingsWindowTest, TypeAndConfigIdArePicked) {
                 ElementsAre("0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "A", "B", "C", "D",
                             "E", "F"));
     EXPECT_TRUE(user->pick({grid, 1, configId}, "B"));
-    EXPECT_EQ(devices().list()[0]->getConfigId(), 11);
+    EXPECT_EQ(devices.list()[0]->getConfigId(), 11);
     EXPECT_FALSE(user->type({grid, 1, configId}, "3"));
     EXPECT_TRUE(user->type({grid, 1, name}, "M\xC3\xBCller"));
     EXPECT_EQ(row(grid, 1), "1|CAN combo|M\xC3\xBCller|0xB|N/A|Not connected");
-    EXPECT_EQ(devices().list()[0]->getChannels()->size(), 7U);
+    EXPECT_EQ(devices.list()[0]->getChannels()->size(), 7U);
     EXPECT_THAT(user->offers({grid, 1, serial}), IsEmpty());
     EXPECT_TRUE(user->pick({grid, 1, type}, "Unknown"));
     EXPECT_EQ(user->read({grid, 1, type}), "Unknown");
@@ -66,11 +66,11 @@ TEST_P(SettingsWindowTest, TheSelectedRowsAreRemovedAndNoOthers) {
     EXPECT_THAT(user->shownRows(grid), ElementsAre(1, 2, 3, 4)) << "nothing was selected";
     EXPECT_TRUE(user->select(grid, {1, 3}));
     EXPECT_TRUE(user->press("removeDeviceButton"));
-    EXPECT_THAT(deviceNames(), ElementsAre("b", "d"));
+    EXPECT_EQ(row(grid, 1), "1|LIN combo|b|0x1|N/A|Not connected");
     EXPECT_THAT(user->shownRows(grid), ElementsAre(1, 2));
     EXPECT_EQ(row(grid, 2), "2|LIN combo|d|0x1|N/A|Not connected");
     EXPECT_TRUE(user->press("removeDeviceButton"));
-    EXPECT_THAT(deviceNames(), ElementsAre("b", "d")) << "a selection that is gone";
+    EXPECT_THAT(user->shownRows(grid), ElementsAre(1, 2)) << "a selection that is gone";
     EXPECT_TRUE(user->select(grid, {1, 2}));
     EXPECT_TRUE(user->press("removeDeviceButton"));
     EXPECT_THAT(user->shownRows(grid), IsEmpty());
@@ -81,7 +81,7 @@ TEST_P(SettingsWindowTest, StateAndSerialNumberFollowTheModuleByThemselves) {
     openSettings();
     EXPECT_EQ(user->read({grid, 1, status}), "Not connected");
     read(wire::tecmp(1, 1, {{0, 5'000'000'000, wire::cmStatus(0x41, 7, "S77")}}));
-    core->packetReader.flushAll();
+    core.packetReader.flushAll();
     user->passTime(refreshTime);
     EXPECT_EQ(user->read({grid, 1, serial}), "S77");
     EXPECT_EQ(user->read({grid, 1, status}), "Connected");
@@ -94,7 +94,7 @@ TEST_P(SettingsWindowTest, RowsWhoseModulesWereTakenAwayByALoadAreEmptyAndTakeNo
     add(DeviceTypeInfo::canComboId, 1);
     add(DeviceTypeInfo::canComboId, 2);
     openSettings();
-    devices().remove(1);
+    devices.remove(1);
     user->passTime(refreshTime);
     EXPECT_EQ(row(grid, 2), "0|||||");
     EXPECT_THAT(user->offers({grid, 2, type}), IsEmpty());
@@ -102,7 +102,7 @@ TEST_P(SettingsWindowTest, RowsWhoseModulesWereTakenAwayByALoadAreEmptyAndTakeNo
     EXPECT_TRUE(user->select(grid, {2}));
     EXPECT_TRUE(user->press("removeDeviceButton"));
     EXPECT_THAT(user->takeFailures(), IsEmpty());
-    EXPECT_EQ(devices().list().size(), 1U);
+    EXPECT_EQ(devices.list().size(), 1U);
     EXPECT_THAT(user->shownRows(grid), ElementsAre(1));
 }
 

@@ -13,12 +13,12 @@ enum Column : std::int32_t { group, id, used, color, name, configId, serial, bus
 TEST_P(SetupWindowTest, AModuleIsAGroupWithARowForEachBus) {
     add(DeviceTypeInfo::unknownId, 3);
     add(DeviceTypeInfo::linComboId, 5).setName("Rear");
-    const auto& channel = devices().list()[1]->getChannels()->at(1);
+    const auto& channel = devices.list()[1]->getChannels()->at(1);
     channel->getOutput()->setName("Door");
     channel->getOutput()->setColor(0x00C0FF);
     channel->getOutput()->setUsed(true);
     openSetup();
-    EXPECT_EQ(kvRtTrackedCount() - handlersBefore, 7U) << "handlers";
+    EXPECT_EQ(handlers.now(), 7U);
     EXPECT_EQ(columns(grid),
               "Group + 12 1 20|Id ID 3 1 32 -A|Used Used 6 1 70|Color C 7 1 20|Name Name 2 1 "
               "240|DeviceConfigId Config ID 1 1 100|SerialNumber Serial No 1 1 80|BusType Bus type "
@@ -100,8 +100,8 @@ TEST_P(SetupWindowTest, AChannelWhoseOutputIsGoneIsEmptyAndTakesNothing) {
 TEST_P(SetupWindowTest, RemovedModulesStayUntilTheWindowGoes) {
     add(DeviceTypeInfo::canComboId, 1).setName("Front");
     openSetup();
-    const std::weak_ptr<CmpDevice> device = devices().list()[0];
-    devices().clear();
+    const std::weak_ptr<CmpDevice> device = devices.list()[0];
+    devices.clear();
     add(DeviceTypeInfo::linComboId, 2);
     user->passTime(refreshTime);
     EXPECT_EQ(user->read({grid, 1, name}), "Front");
@@ -124,29 +124,19 @@ TEST_P(SetupWindowTest, AFailureOfTheHostInAHandlerIsTold) {
 /// The setup window shows modules that the user takes away and changes in the settings window while
 /// their messages come in.
 TEST_P(SetupWindowTest, ModulesMayGoAndChangeTheirTypeWhileTheCaptureThreadRuns) {
+    const std::vector<wire::SampleFrame> frames = wire::sampleFrames();
     std::atomic<std::uint64_t> reads = 0;
     port.interfaces[0].endless = [&]() -> ScriptedRead {
-        const std::uint64_t number = ++reads;
-        const auto cmId = static_cast<std::uint16_t>(0x40 + number / 4 % 4);
-        switch (number % 4) {
-            case 0:
-                return {1, wire::tecmp(1, 1, {{0, number, wire::cmStatus(cmId, 7, "S")}})};
-            case 1:
-                return {1, wire::tecmp(1, 2, {{0, number, wire::busStatus(cmId, {{0x10, 5}})}})};
-            case 2:
-                return {1, wire::tecmpData(cmId, {{0x10, number, wire::can(1, {1, 2})}})};
-            default:
-                return {};
-        }
+        const std::uint64_t place = ++reads % (frames.size() + 1);
+        return place == 0 ? ScriptedRead() : ScriptedRead{1, frames[place - 1].bytes};
     };
     const auto listWindow = GetParam()();
-    settings = Kestrova::Tessel::KVWindow::make<SettingsWindow>(
-        Kestrova::Tessel::hostWindow(listWindow->window()), *core);
+    openSettingsIn(*listWindow);
     const std::string list = "deviceDrawGrid";
-    core->packetReader.openAndStartRead();
+    core.packetReader.openAndStartRead();
     for (int round = 0; round < 60; ++round) {
         ASSERT_TRUE(listWindow->press("addDeviceButton"));
-        const auto last = static_cast<std::int32_t>(devices().list().size());
+        const auto last = static_cast<std::int32_t>(devices.list().size());
         ASSERT_TRUE(listWindow->pick({list, last, 1}, round % 3 == 0 ? "LIN combo" : "CAN combo"));
         ASSERT_TRUE(listWindow->pick({list, last, 3}, std::to_string(round % 4)));
         if (round % 5 == 0) {
@@ -166,9 +156,9 @@ TEST_P(SetupWindowTest, ModulesMayGoAndChangeTheirTypeWhileTheCaptureThreadRuns)
         if (round % 4 == 0) {  // on a screen this is real time
             user->passTime(refreshTime);
         }
-        core->packetReader.flushAll();
+        core.packetReader.flushAll();
     }
-    core->packetReader.Stop();
+    core.packetReader.Stop();
     EXPECT_THAT(user->takeFailures(), IsEmpty());
     EXPECT_THAT(listWindow->takeFailures(), IsEmpty());
     settings.reset();

@@ -4,63 +4,60 @@
 #include "station/runtime/runtime_exports.h"
 #include "station/toolkit/model/draw_grid.h"
 #include "tests/support/capture_stand_ins.h"
+#include "tests/support/sample_frames.h"
 #include "tests/support/scripted_host.h"
 #include "tests/support/toolkit_bench.h"
-#include "tests/support/wire_frames.h"
 #include "ui/settings_window.h"
 #include "ui/setup_window.h"
 
-/// The inner part of the plug-in at a scripted host, with a user in front of a window. At the end
-/// nothing that was handed out is still held.
-class WindowBench {
-  public:
-    explicit WindowBench(std::unique_ptr<ToolkitBench> toolkit) : user(std::move(toolkit)) {
+/// How many handlers the plug-in has made. At its end nobody holds one of them any more.
+struct HandlerCount {
+    const std::size_t before = kvRtTrackedCount();
+
+    ~HandlerCount() { EXPECT_EQ(now(), 0U) << "handlers that are still held"; }
+    std::size_t now() const { return kvRtTrackedCount() - before; }
+};
+
+/// The inner part of the plug-in at a scripted host, with a user in front of a window, on each
+/// toolkit.
+class WindowTest : public testing::TestWithParam<MakeToolkitBench> {
+  protected:
+    WindowTest() {
         port.add("if0", {});
         counter.count = 100 * counter.frequency;
         const CountedRef<HostApp> app(&host.app);
         const auto id = std::make_shared<const std::wstring>(L"{id}");
-        inputs->attachHost(app, id);
-        outputs->attachHost(app, id, &host.groupOfPlugins);
-        core->host = app;
-        core->syncManager.SetHost(&host.app);
-        core->packetReader.openInterfaces();
-        core->packetReader.prepareRead(true);
+        inputs.attachHost(app, id);
+        outputs.attachHost(app, id, &host.groupOfPlugins);
+        core.host = app;
+        core.syncManager.SetHost(&host.app);
+        core.packetReader.openInterfaces();
+        core.packetReader.prepareRead(true);
     }
-    ~WindowBench() {
-        settings.reset();
-        setup.reset();
-        user.reset();
-        core.reset();
-        outputs.reset();
-        inputs.reset();
-        EXPECT_EQ(kvRtTrackedCount(), handlersBefore);
-    }
-    WindowBench(const WindowBench&) = delete;
-    WindowBench& operator=(const WindowBench&) = delete;
 
-    void openSettings() {
+    void openSettings() { openSettingsIn(*user); }
+    void openSettingsIn(ToolkitBench& place) {
         settings = Kestrova::Tessel::KVWindow::make<SettingsWindow>(
-            Kestrova::Tessel::hostWindow(user->window()), *core);
+            Kestrova::Tessel::hostWindow(place.window()), core);
     }
     void openSetup() {
         setup = Kestrova::Tessel::KVWindow::make<SetupWindow>(
-            Kestrova::Tessel::hostWindow(user->window()), *core);
+            Kestrova::Tessel::hostWindow(user->window()), core);
     }
 
-    CmpDevices& devices() { return core->packetReader.getDevices(); }
     CmpDevice& add(std::uint32_t typeId, std::uint16_t configId) {
-        CmpDevice& device = *devices().add();
+        CmpDevice& device = *devices.add();
         device.setTypeById(typeId);
         device.setConfigId(configId);
-        outputs->beginLoadSetup();
+        outputs.beginLoadSetup();
         device.createOutputs();
-        outputs->endLoadSetup();
+        outputs.endLoadSetup();
         return device;
     }
     /// The frame comes in, on this thread.
     void read(const wire::Bytes& frame) {
         port.interfaces[0].reads.push_back({CaptureHandle::gotFrame, frame});
-        core->packetReader.readPass();
+        core.packetReader.readPass();
     }
 
     /// A row as the user sees it: "1|Unknown||0||".
@@ -84,33 +81,20 @@ class WindowBench {
         }
         return text.str();
     }
-    std::vector<std::string> deviceNames() {
-        std::vector<std::string> names;
-        for (const auto& device : devices().list()) {
-            names.push_back(device->getName());
-        }
-        return names;
-    }
 
     static constexpr std::uint32_t refreshTime = 100;  ///< milliseconds from tick to tick
 
-    const std::size_t handlersBefore = kvRtTrackedCount();
+    HandlerCount handlers;
     ScriptedHost host;
     ManualCounter counter;
     ScriptedPort port;
-    std::unique_ptr<InputManagerImpl> inputs = std::make_unique<InputManagerImpl>();
-    std::unique_ptr<OutputFactoryImpl> outputs = std::make_unique<OutputFactoryImpl>();
-    std::unique_ptr<CmpPluginCore> core =
-        std::make_unique<CmpPluginCore>(*inputs, *outputs, port, counter);
-    std::unique_ptr<ToolkitBench> user;
-    std::shared_ptr<SettingsWindow> settings;
+    InputManagerImpl inputs;
+    OutputFactoryImpl outputs;
+    CmpPluginCore core{inputs, outputs, port, counter};
+    CmpDevices& devices = core.packetReader.getDevices();
+    std::unique_ptr<ToolkitBench> user = GetParam()();
     std::shared_ptr<SetupWindow> setup;
-};
-
-/// The windows on each toolkit.
-class WindowTest : public testing::TestWithParam<MakeToolkitBench>, protected WindowBench {
-  protected:
-    WindowTest() : WindowBench(GetParam()()) {}
+    std::shared_ptr<SettingsWindow> settings;
 };
 class SettingsWindowTest : public WindowTest {};
 class SetupWindowTest : public WindowTest {};

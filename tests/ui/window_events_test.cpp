@@ -23,13 +23,6 @@ class WindowEventsTest : public testing::Test {
         object.queryTo(plugin);
         EXPECT_EQ(plugin->onConnectHost(&host.app), HostCode::success);
     }
-    ~WindowEventsTest() override {
-        events.reset();
-        object.reset();
-        first.closeWindow();
-        second.closeWindow();
-        EXPECT_EQ(kvRtTrackedCount(), handlersBefore);
-    }
 
     HostResult send(std::int32_t event, HostObject* input = nullptr) {
         return events->onEvent(event, variantOf(input), nullptr);
@@ -44,14 +37,14 @@ class WindowEventsTest : public testing::Test {
         return !bench.read({"channelDrawGrid", 1, 5}).empty();
     }
 
-    const std::size_t handlersBefore = kvRtTrackedCount();
+    HandlerCount handlers;
     ScriptedHost host;
     ManualCounter counter;
     ScriptedPort port;
-    CountedRef<HostObject> object;
-    CountedRef<IPlugin4> events;
     HeadlessBench first;
     HeadlessBench second;
+    CountedRef<HostObject> object;
+    CountedRef<IPlugin4> events;
 };
 
 TEST_F(WindowEventsTest, EachWindowIsMadeAndClosedByItsEvents) {
@@ -110,13 +103,13 @@ struct Operations {
 };
 
 TEST(Handlers, AreTrackedAndKnowTheirTypeAndTheirEqual) {
-    const std::size_t before = kvRtTrackedCount();
+    const HandlerCount handlers;
     const Kestrova::RT::Core::RuntimePtr library(kvRtGetLibrary());
     const auto handler = makeObject<EventHandlerImpl<IconButton, NoArgs>>(
         library, BoundHandler<IconButton, NoArgs>{nullptr, 7});
     const auto foreign = makeObject<EventHandlerImpl<Timer, NoArgs>>(
         library, BoundHandler<Timer, NoArgs>{nullptr, 7});
-    EXPECT_EQ(kvRtTrackedCount() - before, 2U);
+    EXPECT_EQ(handlers.now(), 2U);
     HostBool equals[2] = {hostTrue, hostTrue};
     handler->equals(nullptr, &equals[0]);
     handler->equals(foreign.get(), &equals[1]);
