@@ -95,6 +95,18 @@ TEST_F(PacketReaderTest, DroppedFramesCountFromTheStartOfDataRead) {
     EXPECT_EQ(reader.getDroppedFrames(), 0U);
 }
 
+/// Such an interface never times out, so the pass never ends.
+TEST_F(PacketReaderTest, FloodOfForeignFramesHoldsUpNeitherAChangeNorAStop) {
+    port.interfaces[0].endless = [] { return ScriptedRead{1, wire::ethernet(0x0800)}; };
+    reader.startRead();
+    for (int i = 0; i < 20; ++i) {
+        add(DeviceTypeInfo::linComboId, 1);
+        devices.remove(0);
+    }
+    reader.Stop();
+    EXPECT_EQ(manager.liveClocks(), 1);
+}
+
 TEST_F(PacketReaderTest, InterfaceThatCannotBeOpenedIsPassedOver) {
     port.add("good", {frame(1)});
     port.interfaces[0].openFails = true;

@@ -65,10 +65,19 @@ TEST_F(RegistryStoreTest, WhatOthersCouldChangeIsLeftAloneWithTheReason) {
     const fs::path linked = folder.path() / "linked";
     const fs::path part = file.parent_path();
     fs::create_symlink(folder.path(), absolute);
-    fs::create_symlink("absolute/../" + folder.path().filename().string(), linked);
+    std::string way = "absolute";
+    for (int links = 2; links < 40; ++links) {  // with `linked` as many as the system follows
+        fs::create_symlink(way, folder.path() / (way + '+'));
+        way += '+';
+    }
+    fs::create_symlink(way + "/../" + folder.path().filename().string(), linked);
     const RegistryStore found(linked / "SOFTWARE/../.");
     chmod(folder.path().c_str(), 0755);
+    const mode_t mask = umask(0);
     ASSERT_TRUE(found.write(key, {}));
+    umask(mask);
+    fs::create_symlink("loop", folder.path() / "loop");
+    EXPECT_EQ(RegistryStore(folder.path() / "loop").refusal(key), "") << "nobody can open it";
     const uid_t user = geteuid();
     using Row = std::tuple<fs::path, mode_t, uid_t, std::string>;
     const std::string written = " can be written";
