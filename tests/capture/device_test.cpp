@@ -44,8 +44,10 @@ TEST_F(DeviceTest, ConfigIdIsPartOfTheCmIdAndItsLowByteOutlastsTheType) {
         fresh->setTypeById(row.to);
         EXPECT_EQ(fresh->getCmId(), row.cmId) << row.from << " to " << row.to;
         EXPECT_EQ(fresh->getConfigIdText(), row.configId) << row.from << " to " << row.to;
-        fresh->setCmId(row.cmId);
-        EXPECT_EQ(fresh->getCmId(), row.cmId) << row.from << " to " << row.to;
+        const auto other = devices.add();
+        other->setTypeById(row.to);
+        other->setCmId(row.cmId);
+        EXPECT_EQ(other->getCmId(), row.cmId) << row.from << " to " << row.to;
     }
 }
 
@@ -82,6 +84,7 @@ TEST_F(DeviceTest, DeviceTimeRunsOnOnTheCounter) {
     } cases[] = {
         {1000, 5900, 6100, 10'900000000, {11, 100000000}},
         {1000, 5100, 5900, 10'100000000, {10, 900000000}},
+        {1000, 5900, 5700, 10'100000000, {9, 900000000}},
         {10000000, 9999999, 10000001, 7'999999800, {8, 0}},
         {3, 1, 2, 0, {0, 333333333}},
         // The product of a count and 1e9 exceeds 64 bits.
