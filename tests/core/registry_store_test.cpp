@@ -85,12 +85,14 @@ TEST_F(RegistryStoreTest, WhatOthersCouldChangeIsLeftAloneWithTheReason) {
     const mode_t mask = umask(0);
     ASSERT_TRUE(found.write(key, {}));
     umask(mask);
+    EXPECT_EQ(fs::status(part).permissions(), fs::perms{0755});
     fs::create_symlink("loop", folder.path() / "loop");
     EXPECT_EQ(RegistryStore(folder.path() / "loop").refusal(key), "") << "nobody can open it";
     const uid_t user = geteuid();
     using Row = std::tuple<fs::path, mode_t, uid_t, std::string>;
     const std::string written = " can be written";
-    const std::string his = " belongs to user 12345";
+    const std::string his = " belongs to user 12345, who can change it (\"chown " +
+                            std::string(getpwuid(user)->pw_name) + '"';
     for (const auto& [place, mode, owner, reason] :
          {Row(file, 0664, user, written), Row(file, 0646, user, written),
           Row(file, 01666, user, written), Row(part, 0775, user, written),
