@@ -7,6 +7,13 @@ namespace {
 using Kestrova::Utils::Kcom::OutputChannel::OutputChannelImpl;
 
 constexpr std::uint8_t bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
+constexpr void (*operations[])(OutputChannelImpl&, const std::uint8_t*, std::uint64_t) = {
+    [](auto& to, auto* data, auto size) { to.setValueRaw(data, size); },
+    [](auto& to, auto* data, auto size) { to.setValueRawClamped(data, size); },
+    [](auto& to, auto* data, auto size) { to.addSynchronousSample(data, size); },
+    [](auto& to, auto* data, auto size) { to.addAsynchronousSample(data, size, 1); },
+    [](auto& to, auto* data, auto size) { to.addAsynchronousBlockSample(data, size, 2); },
+    [](auto& to, auto* data, auto size) { to.addVariantSample(data, size, 3); }};
 
 class AddDataTest : public BridgeTest {
   protected:
@@ -40,21 +47,17 @@ class AddDataTest : public BridgeTest {
 };
 
 TEST_F(AddDataTest, EachOperationWritesWhatItsSampleTakes) {
-    const auto after = [&](auto write) {
+    const char* const expected[] = {"123456780000 1 @0", "123456000000 1 @0",
+                                    "001234567800 0 @0", "001234567800 0 @1",
+                                    "000000123456 0 @2", "000000000000 1 @0 @3 12345678"};
+    for (std::size_t number = 0; number < std::size(operations); ++number) {
         attach(hostFalse, hostTrue);
         behind->arraySize = 3;
         behind->elementSize = 2;
         behind->writePosition = 1;
-        write(output);
-        return received();
-    };
-    EXPECT_EQ(after([](auto& to) { to.setValueRaw(bytes, 8); }), "123456780000 1 @0");
-    EXPECT_EQ(after([](auto& to) { to.setValueRawClamped(bytes, 8); }), "123456000000 1 @0");
-    EXPECT_EQ(after([](auto& to) { to.addSynchronousSample(bytes, 8); }), "001234567800 0 @0");
-    EXPECT_EQ(after([](auto& to) { to.addAsynchronousSample(bytes, 8, 1); }), "001234567800 0 @1");
-    EXPECT_EQ(after([](auto& to) { to.addAsynchronousBlockSample(bytes, 8, 2); }),
-              "000000123456 0 @2");
-    EXPECT_EQ(after([](auto& to) { to.addVariantSample(bytes, 2, 3); }), "000000000000 1 @0 @3 12");
+        operations[number](output, bytes, 8);
+        EXPECT_EQ(received(), expected[number]);
+    }
     behind->async = hostFalse;
     EXPECT_EQ(hostCodeOf([&] { output.addAsynchronousSample(bytes, 1, 0.0); }),
               HostCode::invalidPointer);
@@ -63,17 +66,10 @@ TEST_F(AddDataTest, EachOperationWritesWhatItsSampleTakes) {
 }
 
 TEST_F(AddDataTest, SetupShowsEachSampleAndWritesThoseOfUsedChannels) {
-    static constexpr void (*operations[])(OutputChannelImpl&, const std::uint8_t*) = {
-        [](auto& to, const std::uint8_t* data) { to.setValueRaw(data, 2); },
-        [](auto& to, const std::uint8_t* data) { to.setValueRawClamped(data, 2); },
-        [](auto& to, const std::uint8_t* data) { to.addSynchronousSample(data, 2); },
-        [](auto& to, const std::uint8_t* data) { to.addAsynchronousSample(data, 2, 7); },
-        [](auto& to, const std::uint8_t* data) { to.addAsynchronousBlockSample(data, 2, 8); },
-        [](auto& to, const std::uint8_t* data) { to.addVariantSample(data, 2, 9); }};
     for (std::size_t number = 0; number < std::size(operations); ++number) {
         const auto after = [&](HostBool setupMode, HostBool used) {
             attach(setupMode, used);
-            operations[number](output, bytes + number);
+            operations[number](output, bytes + number, 2);
             return received();
         };
         const auto written = after(hostFalse, hostTrue);

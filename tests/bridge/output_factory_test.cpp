@@ -1,8 +1,6 @@
 #include "bridge/output/output_factory_impl.h"
 
 #include "bridge/output/color_palette.h"
-#include "capture/cmp_channel_canfd.h"
-#include "capture/cmp_channel_lin.h"
 #include "setup/xml_exception.h"
 #include "tests/bridge/bridge_bench.h"
 
@@ -132,17 +130,6 @@ TEST_F(OutputFactoryTest, ActivityAndClaimLeaveOutWhatIsExcluded) {
     held->setExcluded(true);
     EXPECT_EQ(host.callsOf([&] { factory.claimChannels(true); }), "");
     EXPECT_FALSE(factory.hasActiveChannels());
-}
-
-TEST_F(OutputFactoryTest, CaptureChannelsDescribeTheirOutputs) {
-    CmpChannelCanfd can(&factory);
-    CmpChannelLin lin(&factory);
-    const auto calls = host.callsOf([&] { can.createOutput(), lin.createOutput(); });
-    EXPECT_THAT(calls, HasSubstr("Changed, Channel.setExpectedRate(10000), "
-                                 "Channel.setName(\"CANFD channel\"), Channel.setUsed(false), "));
-    EXPECT_THAT(calls, EndsWith("Changed, Channel.setExpectedRate(100), "
-                                "Channel.setIntAttributeA(11), "
-                                "Channel.setName(\"LIN channel\"), Channel.setUsed(false)"));
 }
 
 class OutputSetupTest : public BridgeTest {

@@ -5,6 +5,7 @@ namespace {
 
 using Kestrova::Utils::Serialization::Node;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
 /// Starts with a device of each type: 0x41, 0x32, 7 and 5.
 class DeviceListTest : public ::testing::Test, protected CaptureBench {
@@ -72,6 +73,10 @@ TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
     devices.moveUp(2);
     const auto node = savedDevices(reader);
     const auto channels = savedChannels(reader);
+    EXPECT_THAT(toText(*node), HasSubstr("Device\n      @Id \"0\"\n      Id = 65\n"));
+    EXPECT_THAT(toText(*node), HasSubstr("SerialNumber = "));
+    EXPECT_THAT(toText(*channels), HasSubstr("Device\n      @Id \"0\"\n      Channels\n"
+                                             "        Channel\n          ChId = 0\n"));
 
     CaptureBench other;
     other.addOneOfEach();  // the clocks and outputs that their owners have loaded before

@@ -19,44 +19,39 @@ class DeviceTest : public ::testing::Test, protected CaptureBench {
     CmpDevice& device = add(canCombo, 1);
 };
 
-TEST_F(DeviceTest, ConfigIdIsPartOfTheCmId) {
+TEST_F(DeviceTest, ConfigIdIsPartOfTheCmIdAndItsLowByteOutlastsTheType) {
     const struct {
-        std::uint32_t type;
+        std::uint32_t from, to;
         std::uint16_t set, cmId;
         const char* configId;
-    } cases[] = {{canCombo, 15, 0x4F, "0xF"}, {canCombo, 0x123, 0x123, "0x3"},
-                 {linCombo, 2, 0x32, "0x2"},  {linCombo, 16, 16, "0x0"},
-                 {neoviFire3, 7, 7, "0x7"},   {neoviFire3, 0x1AB, 0x1AB, "0x1AB"},
-                 {unknown, 5, 5, "0x5"}};
+    } cases[] = {{canCombo, canCombo, 15, 0x4F, "0xF"},
+                 {canCombo, canCombo, 0x123, 0x123, "0x3"},
+                 {linCombo, linCombo, 2, 0x32, "0x2"},
+                 {linCombo, linCombo, 16, 16, "0x0"},
+                 {neoviFire3, neoviFire3, 7, 7, "0x7"},
+                 {neoviFire3, neoviFire3, 0x1AB, 0x1AB, "0x1AB"},
+                 {unknown, unknown, 5, 5, "0x5"},
+                 {canCombo, linCombo, 5, 0x35, "0x5"},
+                 {linCombo, canCombo, 15, 0x4F, "0xF"},
+                 {canCombo, 7, 5, 5, "0x5"},
+                 {neoviFire3, canCombo, 0x1A7, 0xE7, "0x7"},
+                 {neoviFire3, linCombo, 0xF0, 0x120, "0x0"}};
     for (const auto& row : cases) {
         const auto fresh = devices.add();
         EXPECT_EQ(fresh->getCmId(), 0x40);
-        EXPECT_EQ(fresh->getName(), "Technica CAN combo");
-        fresh->setTypeById(row.type);
+        fresh->setTypeById(row.from);
         fresh->setConfigId(row.set);
-        EXPECT_EQ(fresh->getCmId(), row.cmId) << row.type;
-        EXPECT_EQ(fresh->getConfigIdText(), row.configId) << row.type;
-        fresh->setCmId(row.cmId);
-        EXPECT_EQ(fresh->getCmId(), row.cmId) << row.type;
+        fresh->setTypeById(row.to);
+        EXPECT_EQ(fresh->getCmId(), row.cmId) << row.from << " to " << row.to;
+        EXPECT_EQ(fresh->getConfigIdText(), row.configId) << row.from << " to " << row.to;
+        const auto other = devices.add();
+        other->setTypeById(row.to);
+        other->setCmId(row.cmId);
+        EXPECT_EQ(other->getCmId(), row.cmId) << row.from << " to " << row.to;
     }
 }
 
-TEST_F(DeviceTest, NewTypeKeepsTheConfigIdsLowByteAndTheUsersName) {
-    const struct {
-        std::uint32_t from, to;
-        std::uint16_t configId, cmId;
-    } cases[] = {{canCombo, linCombo, 5, 0x35},
-                 {linCombo, canCombo, 15, 0x4F},
-                 {canCombo, 7, 5, 5},
-                 {neoviFire3, canCombo, 0x1A7, 0xE7},
-                 {neoviFire3, linCombo, 0xF0, 0x120},
-                 {canCombo, canCombo, 0x123, 0x123}};
-    for (const auto& row : cases) {
-        device.setTypeById(row.from);
-        device.setConfigId(row.configId);
-        device.setTypeById(row.to);
-        EXPECT_EQ(device.getCmId(), row.cmId) << row.from << " to " << row.to;
-    }
+TEST_F(DeviceTest, NewTypeKeepsTheUsersName) {
     EXPECT_EQ(device.getName(), "Technica CAN combo");
     device.setTypeById(linCombo);
     EXPECT_EQ(device.getName(), "Technica LIN combo");
@@ -89,6 +84,7 @@ TEST_F(DeviceTest, DeviceTimeRunsOnOnTheCounter) {
     } cases[] = {
         {1000, 5900, 6100, 10'900000000, {11, 100000000}},
         {1000, 5100, 5900, 10'100000000, {10, 900000000}},
+        {1000, 5900, 5700, 10'100000000, {9, 900000000}},
         {10000000, 9999999, 10000001, 7'999999800, {8, 0}},
         {3, 1, 2, 0, {0, 333333333}},
         // The product of a count and 1e9 exceeds 64 bits.
@@ -101,6 +97,26 @@ TEST_F(DeviceTest, DeviceTimeRunsOnOnTheCounter) {
         counter.count = row.now;
         EXPECT_EQ(device.getDeviceNow(), row.expected) << row.frequency;
     }
+}
+
+TEST(SequenceLockedTest, NothingIsReadHalfWritten) {
+    SequenceLocked<std::array<std::int32_t, 19>> latest;
+    std::atomic<bool> done = false;
+    std::thread writer([&] {
+        for (std::int32_t i = 0; i < 300000; ++i) {
+            std::array<std::int32_t, 19> value;
+            value.fill(i);
+            latest.store(value);
+        }
+        done = true;
+    });
+    bool whole = true;
+    while (!done) {
+        const auto value = latest.load();
+        whole = whole && std::count(value.begin(), value.end(), value[0]) == 19;
+    }
+    writer.join();
+    EXPECT_TRUE(whole);
 }
 
 }  // namespace

@@ -26,20 +26,6 @@ class DispatchTest : public ::testing::Test, protected CaptureBench {
     CmpDevice& linCombo = add(DeviceTypeInfo::linComboId, 2);
 };
 
-TEST_F(DispatchTest, EachMessageOfAFrameReachesItsChannel) {
-    read({wire::tecmpData(0x41, {{0x10, 1000000001, can(0x123, {1, 2})},
-                                 {0xABCD0020, 2000000002, can(0x80000456, {3})}}),
-          wire::tecmpData(0x32, {{0x10, 3000000000, wire::lin(0x21, {0x0F}, 0x55)}})});
-    EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{2, 2}));
-    EXPECT_EQ(linCombo.getDeviceNow(), (DeviceTime{3, 0}));
-    EXPECT_THAT(records(canCombo, 0x10), ElementsAre(Bytes{0x23, 1, 0, 0, 0, 0, 0, 2, 1, 2, 0, 0}));
-    EXPECT_THAT(records(canCombo, 0x20), ElementsAre(Bytes{0x56, 4, 0, 0, 1, 0, 0, 1, 3, 0, 0, 0}));
-    EXPECT_THAT(records(linCombo, 0x10, 13),
-                ElementsAre(Bytes{0x21, 1, 0, 0, 0x0F, 0, 0, 0, 0, 0, 0, 0, 0x55}));
-    EXPECT_FALSE(samplesOf(canCombo, 0x10)[0].variant);
-    EXPECT_TRUE(samplesOf(linCombo, 0x10)[0].variant);
-}
-
 TEST_F(DispatchTest, MessageOfAnUnknownModuleOrInterfaceIsDropped) {
     add(DeviceTypeInfo::canComboId, 1);  // a second 0x41, which gets nothing
     add(DeviceTypeInfo::neoviFire3Id, 7);
@@ -48,6 +34,7 @@ TEST_F(DispatchTest, MessageOfAnUnknownModuleOrInterfaceIsDropped) {
           wire::tecmpData(0x41, {{0x10, 0, can(1, {})}, {0x99, 4000000000, can(1, {})}}),
           wire::tecmp(0x41, 4, {{0x10, 9000000000, can(1, {})}})});
     EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{4, 0})) << "unknown interface, known module";
+    EXPECT_EQ(devices.findByCmId(0x42), nullptr) << "added by its status";
     reader.flushAll();
     std::vector<std::size_t> reached;
     for (std::size_t i = 0; i < factory.channels.size(); ++i) {
@@ -55,15 +42,6 @@ TEST_F(DispatchTest, MessageOfAnUnknownModuleOrInterfaceIsDropped) {
     }
     // Outputs are 7 CAN, 10 LIN, 7 CAN, and 20 of a NeoviFire3, of which two listen on 1.
     EXPECT_THAT(reached, ElementsAre(0, 24));
-}
-
-TEST_F(DispatchTest, DataHaveNoEffectInIdleRead) {
-    reader.prepareRead(false);
-    read({wire::tecmpData(0x41, {{0x10, 5000000000, can(1, {})}})});
-    EXPECT_THAT(records(canCombo, 0x10), ElementsAre());
-    EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{0, 0}));
-    read({statusOf(0x41, 5000000000)});
-    EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{5, 0}));
 }
 
 TEST_F(DispatchTest, AsamDataTakeTheShapeOfACanMessage) {
@@ -74,6 +52,7 @@ TEST_F(DispatchTest, AsamDataTakeTheShapeOfACanMessage) {
           wire::asam(0x41, 1, 1, {0x10, 5000000000, wire::asamCan(1, {})}),
           wire::asam(0x41, 2, 1, {0x10, 5000000000, wire::asamCan(1, {1})})});
     EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{0, 1}));
+    EXPECT_EQ(linCombo.getDeviceNow(), (DeviceTime{0, 1}));
     EXPECT_THAT(records(canCombo, 0x10), ElementsAre(Bytes{0x23, 1, 0, 0, 1, 0, 0, 3, 1, 2, 3, 0},
                                                      Bytes{5, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}))
         << "the TECMP frame behind it is taken as it is";

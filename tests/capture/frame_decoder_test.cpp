@@ -2,6 +2,7 @@
 
 #include <span>
 
+#include "capture/packet_text.h"
 #include "tests/support/sample_frames.h"
 
 namespace {
@@ -153,10 +154,10 @@ TEST(FrameDecoderTest, EachFieldOfAModuleStatusStandsAtItsPlace) {
     CmStatus s;
     ASSERT_EQ(decodeCmStatus(header, payload.data(), s), 0);
     const Field fields[] = {
-        {0, 1, s.vendorId},         {1, 1, s.cmVersion},     {2, 1, s.cmType},
-        {4, 2, s.vendorDataLength}, {6, 2, s.cmId},          {8, 4, s.serialNumber},
-        {12, 1, s.vendorData12[0]}, {20, 4, s.vendorData20}, {24, 8, s.vendorData24},
-        {34, 1, s.vendorData32[2]}};
+        {0, 1, s.vendorId},      {1, 1, s.cmVersion},        {2, 1, s.cmType},
+        {3, 1, s.reserved},      {4, 2, s.vendorDataLength}, {6, 2, s.cmId},
+        {8, 4, s.serialNumber},  {12, 1, s.vendorData12[0]}, {20, 4, s.vendorData20},
+        {24, 8, s.vendorData24}, {34, 1, s.vendorData32[2]}};
     expectFields(payload, fields);
     EXPECT_EQ(std::string(s.serialText, 50), std::string(&payload[35], &payload[84]) + '\0');
     header.dataLength = 84;
@@ -215,6 +216,26 @@ TEST(FrameDecoderTest, AsamStatusWhoseInnerLengthsRunOutIsDropped) {
     Bytes unterminated = wire::asamStatus("", "abc");
     unterminated[29] = 3;
     EXPECT_EQ(decode(unterminated, 33), "abc");
+}
+
+TEST(PacketTextTest, EachRecordIsDumpedWithItsLabels) {
+    std::string text;
+    setPacketTextSink([&](const std::string& piece) { text += piece; });
+    dumpHeader({1, 2, 6, 5, 3, 0, 0, 7, 0, 4});
+    dumpCmStatus({0, 3, 2, 0, 0, 1, 4});
+    dumpBusStatus({0, 3, 2, 0, 0, 1, 4, 5, 7, 6});
+    dumpTime({1, 5});
+    dumpSeconds(1.5);
+    const std::uint8_t bytes[] = {0x0A, 0xFF};
+    dumpBytes(bytes, 2);
+    setPacketTextSink([](const std::string&) {});
+    EXPECT_EQ(text,
+              "HEADER\nCM ID:        1\nCounter:      2\nData type:    3\nData length:  4\n"
+              "Message type: 5\nVersion:      6\nChn. ID:      7\n"
+              "CM_STATUS\nCM ID:   1\nCM Type: 2\nCM Ver:  3\nSN:      4\n"
+              "BUS_STATUS\nChn. ID:  5\nCM ID:    1\nCM Type:  2\nCM Ver:   3\nError#:   6\n"
+              "Message#: 7\nSN:       4\n"
+              "Time: 1.        5\nTime: 1.5\n0A FF \n");
 }
 
 }  // namespace

@@ -37,12 +37,6 @@ TEST_F(PacketReaderTest, InterfaceIsDrainedBeforeTheNextIsRead) {
     EXPECT_THAT(arrived(), ElementsAre(1, 2, 3));
 }
 
-TEST_F(PacketReaderTest, OnlyUntaggedFramesOf0x99feAreLetThrough) {
-    const Bytes other = wire::tecmp(0x41, 3, {{0x10, 1, wire::can(1, {})}}, 0x2090);
-    read({other, wire::tagged(frame(2)), Bytes(13, 0x99), {}, frame(3)});
-    EXPECT_THAT(arrived(), ElementsAre(3));
-}
-
 TEST_F(PacketReaderTest, WhatCameInIsSeenBeforeThePassEnds) {
     std::vector<std::vector<int>> seen;
     port.onRead = [&] {
@@ -95,6 +89,18 @@ TEST_F(PacketReaderTest, DroppedFramesCountFromTheStartOfDataRead) {
     EXPECT_EQ(reader.getDroppedFrames(), 0U);
 }
 
+/// Such an interface never times out, so the pass never ends.
+TEST_F(PacketReaderTest, FloodOfForeignFramesHoldsUpNeitherAChangeNorAStop) {
+    port.interfaces[0].endless = [] { return ScriptedRead{1, wire::ethernet(0x0800)}; };
+    reader.startRead();
+    for (int i = 0; i < 20; ++i) {
+        add(DeviceTypeInfo::linComboId, 1);
+        devices.remove(0);
+    }
+    reader.Stop();
+    EXPECT_EQ(manager.liveClocks(), 1);
+}
+
 TEST_F(PacketReaderTest, InterfaceThatCannotBeOpenedIsPassedOver) {
     port.add("good", {frame(1)});
     port.interfaces[0].openFails = true;
@@ -103,14 +109,15 @@ TEST_F(PacketReaderTest, InterfaceThatCannotBeOpenedIsPassedOver) {
     EXPECT_EQ(reader.getLastError(), 3);
     EXPECT_EQ(reader.getLastErrorText(), "can't open if0");
     ASSERT_EQ(reader.getInterfaces().size(), 1U);
-    EXPECT_EQ(reader.getInterfaces()[0].description, "about good");
+    const auto& its = reader.getInterfaces()[0];
+    EXPECT_EQ(its.name + ' ' + its.description, "good about good");
     EXPECT_EQ(reader.getInterfaces()[0].net, 0U);
     reader.readPass();
     EXPECT_THAT(arrived(), ElementsAre(1));
 
     port.interfaces[0].openFails = false;
     reader.openInterfaces();
-    EXPECT_EQ(reader.getLastError(), 0);
+    EXPECT_EQ(std::to_string(reader.getLastError()) + reader.getLastErrorText(), "0");
     EXPECT_EQ(reader.getInterfaces()[0].net, 0x0AU);
 }
 

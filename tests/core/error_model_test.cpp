@@ -62,16 +62,21 @@ TEST(KvrtExceptionTest, EachCodeHasAClassWithItsTextAndAnUnknownOneKeepsItsCode)
 /// Says who it is by what it throws, and counts down as it is destroyed.
 class CountedFactory : public IExceptionFactory {
   public:
-    CountedFactory(int number, int& livingFactories) : id(number), living(livingFactories) {
+    CountedFactory(int number, int& livingFactories, ExceptionRegistry* closing = nullptr)
+        : id(number), living(livingFactories), asked(closing) {
         ++living;
     }
     ~CountedFactory() override { --living; }
-    void destroy() override { delete this; }
+    void destroy() override {
+        asked != nullptr ? asked->remove(0) : void();
+        delete this;
+    }
     void raise(std::uint32_t, const std::string&) override { throw id; }
 
   private:
     int id;
     int& living;
+    ExceptionRegistry* const asked;  ///< at the end, as by the exit steps of other units
 };
 
 TEST(ExceptionRegistryTest, LaterFactoryReplacesTheEarlierOne) {
@@ -88,7 +93,7 @@ TEST(ExceptionRegistryTest, LaterFactoryReplacesTheEarlierOne) {
     EXPECT_THROW(registry.find(code).raise(code, ""), KvrtException);
     EXPECT_EQ(living, 0);
     for (int round = 0; round < 2; ++round) {
-        registry.add(code, OwnedExceptionFactory(new CountedFactory(1, living)));
+        registry.add(code, OwnedExceptionFactory(new CountedFactory(1, living, &registry)));
         registry.close();
         EXPECT_EQ(living, 0) << "after the exit nothing is added any more";
     }

@@ -25,6 +25,10 @@ class RegistryStoreTest : public testing::Test {
 };
 
 TEST_F(RegistryStoreTest, ValuesComeBackWhateverIsInThem) {
+    const auto count = [](const fs::path& in) {
+        return std::distance(fs::directory_iterator(in), fs::directory_iterator());
+    };
+    const std::ptrdiff_t openFiles = count("/proc/self/fd");
     const RegistryStore::Values values = {
         {L"", L"default"},
         {L"empty", L""},
@@ -38,8 +42,14 @@ TEST_F(RegistryStoreTest, ValuesComeBackWhateverIsInThem) {
     EXPECT_EQ(store.read(key), values);
     ASSERT_TRUE(store.write(key, {{L"one", std::uint32_t{1}}}));
     EXPECT_EQ(store.read(key), (RegistryStore::Values{{L"one", std::uint32_t{1}}}));
-    const fs::directory_iterator files(file.parent_path());
-    EXPECT_EQ(std::distance(files, fs::directory_iterator()), 1) << "nothing temporary is left";
+    fs::create_directories(folder.path() / "SOFTWARE/Folder/values");
+    EXPECT_FALSE(store.write("SOFTWARE\\Folder", values));
+    EXPECT_EQ(count(file.parent_path()) + count(folder.path() / "SOFTWARE/Folder"), 2)
+        << "nothing temporary is left";
+    EXPECT_THAT(store.keysBelow("SOFTWARE"), testing::ElementsAre("Folder", "Maker"));
+    EXPECT_FALSE(store.remove("SOFTWARE\\Maker") || store.remove("SOFTWARE\\None"));
+    EXPECT_TRUE(store.remove(key) && store.keysBelow("SOFTWARE\\Maker").empty());
+    EXPECT_EQ(count("/proc/self/fd"), openFiles);
 }
 
 TEST_F(RegistryStoreTest, FileThatIsNoneOfItsOwnIsNoKey) {
@@ -55,7 +65,6 @@ TEST_F(RegistryStoreTest, FileThatIsNoneOfItsOwnIsNoKey) {
     fs::remove(file);
     fs::create_directory(file);
     EXPECT_EQ(store.read(key), std::nullopt) << "a folder in place of the file";
-    EXPECT_FALSE(store.write(key, {}));
 }
 
 constexpr uid_t otherUser = 12345;
@@ -65,14 +74,25 @@ TEST_F(RegistryStoreTest, WhatOthersCouldChangeIsLeftAloneWithTheReason) {
     const fs::path linked = folder.path() / "linked";
     const fs::path part = file.parent_path();
     fs::create_symlink(folder.path(), absolute);
-    fs::create_symlink("absolute/../" + folder.path().filename().string(), linked);
+    std::string way = "absolute";
+    for (int links = 2; links < 40; ++links) {  // with `linked` as many as the system follows
+        fs::create_symlink(way, folder.path() / (way + '+'));
+        way += '+';
+    }
+    fs::create_symlink(way + "/../" + folder.path().filename().string(), linked);
     const RegistryStore found(linked / "SOFTWARE/../.");
     chmod(folder.path().c_str(), 0755);
+    const mode_t mask = umask(0);
     ASSERT_TRUE(found.write(key, {}));
+    umask(mask);
+    EXPECT_EQ(fs::status(part).permissions(), fs::perms{0755});
+    fs::create_symlink("loop", folder.path() / "loop");
+    EXPECT_EQ(RegistryStore(folder.path() / "loop").refusal(key), "") << "nobody can open it";
     const uid_t user = geteuid();
     using Row = std::tuple<fs::path, mode_t, uid_t, std::string>;
     const std::string written = " can be written";
-    const std::string his = " belongs to user 12345";
+    const std::string his = " belongs to user 12345, who can change it (\"chown " +
+                            std::string(getpwuid(user)->pw_name) + '"';
     for (const auto& [place, mode, owner, reason] :
          {Row(file, 0664, user, written), Row(file, 0646, user, written),
           Row(file, 01666, user, written), Row(part, 0775, user, written),
@@ -89,6 +109,7 @@ TEST_F(RegistryStoreTest, WhatOthersCouldChangeIsLeftAloneWithTheReason) {
         EXPECT_EQ(found.write(key, {}), good);
         EXPECT_FALSE(!good && found.remove(key));
         EXPECT_TRUE(seteuid(owner) == 0 && (owner == user || found.refusal(key).empty()));
+        EXPECT_TRUE(owner == user || place == part || !found.write(key, {})) << "not his folder";
         EXPECT_TRUE(seteuid(user) == 0 && lchown(place.c_str(), user, user) == 0);
         chmod(place.c_str(), place == file ? 0644 : 0755);
     }

@@ -41,46 +41,24 @@ TEST(ThreadEx, CanBeStartedAgainAndEachTimeTakesItsPriority) {
     EXPECT_TRUE(thread.IsStopRequested()) << "until the start";
     std::uint32_t index = 0;
     for (const int niceValue : {19, 10, 5, usual, -5, -10, -20}) {
-        EXPECT_FALSE(thread.IsStarted());
-        EXPECT_EQ(thread.GetThreadId(), std::thread::id());
-        thread.SetPriority(index++);
-        thread.Start();
-        EXPECT_TRUE(thread.IsStarted() && !thread.IsStopRequested() && !thread.IsFinished());
-        EXPECT_THAT([&] { thread.Start(); },
-                    testing::ThrowsMessage<std::runtime_error>("Thread is already started."));
-        thread.RequestStop();
-        thread.Join();
-        EXPECT_TRUE(thread.IsFinished());
-        const bool isRefused = niceValue < usual && thread.niceValue == usual;
-        EXPECT_TRUE(isRefused || thread.niceValue == niceValue) << thread.niceValue;
+        for (const bool isRunning : {false, true}) {
+            EXPECT_FALSE(thread.IsStarted());
+            EXPECT_EQ(thread.GetThreadId(), std::thread::id());
+            thread.SetPriority(isRunning ? 6 : index);
+            thread.Start();
+            EXPECT_TRUE(thread.IsStarted() && !thread.IsStopRequested() && !thread.IsFinished());
+            EXPECT_THAT([&] { thread.Start(); },
+                        testing::ThrowsMessage<std::runtime_error>("Thread is already started."));
+            isRunning ? thread.SetPriority(index) : void();
+            thread.RequestStop();
+            thread.Join();
+            EXPECT_TRUE(thread.IsFinished());
+            const bool isRefused = niceValue < usual && thread.niceValue == usual;
+            EXPECT_TRUE(isRefused || thread.niceValue == niceValue) << thread.niceValue;
+        }
+        ++index;
     }
     EXPECT_THROW(thread.SetPriority(index), std::out_of_range);
-}
-
-class Idler : public Kestrova::Utils::Threading::ThreadEx {
-  public:
-    ~Idler() override { Stop(); }
-    void Run() override {
-        for (id = static_cast<id_t>(gettid()); !IsStopRequested();) {
-            std::this_thread::yield();
-        }
-    }
-    std::atomic<id_t> id = 0;
-};
-
-TEST(ThreadEx, PriorityOfARunningThreadChangesAndComesBackToNormal) {
-    const int normal = getpriority(PRIO_PROCESS, 0);
-    const bool mayRaise = setpriority(PRIO_PROCESS, 0, normal - 1) == 0;
-    setpriority(PRIO_PROCESS, 0, normal);
-    Idler thread;
-    thread.Start();
-    while (thread.id == 0) {
-        std::this_thread::yield();
-    }
-    for (const auto& [index, nice] : {std::pair(0U, 19), std::pair(3U, normal)}) {
-        thread.SetPriority(index);
-        EXPECT_EQ(getpriority(PRIO_PROCESS, thread.id), mayRaise ? nice : 19) << index;
-    }
 }
 
 }  // namespace

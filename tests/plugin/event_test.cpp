@@ -5,6 +5,7 @@
 namespace {
 
 using testing::Contains;
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -111,7 +112,7 @@ TEST_F(EventTest, PositionsGiveTheirAnswersAndTwoRepeatAnOperation) {
     EXPECT_EQ(plugin->position17(&told[2]), 0);
     EXPECT_EQ(plugin->position29(&seven), 0);
     EXPECT_EQ(plugin->position38(&told[3], &told[4]), 0);
-    EXPECT_THAT(told, testing::ElementsAre(77, 1, 1, 77, 1));
+    EXPECT_THAT(told, ElementsAre(77, 1, 1, 77, 1));
     EXPECT_EQ(seven, 7);
     EXPECT_EQ(host.callsOf([&] { plugin->position20(); }),
               host.callsOf([&] { plugin->onStartAcquisition(); }));
@@ -135,6 +136,50 @@ TEST_F(EventTest, ActiveOutputBringsDataAndClaims) {
         EXPECT_THAT(host.script.calls(), Not(Contains("HostChannelExt::claim()")));
         EXPECT_THAT(host.script.calls(), Not(Contains("HostData::getBufferState()")));
     }
+}
+
+class ConnectTest : public PluginTest {
+  protected:
+    std::string connectAt(std::int32_t major, std::int32_t minor) {
+        host.app.version = {9, major, minor, 9, 9};
+        host.app.errors.clear();
+        return connect();
+    }
+};
+
+TEST_F(ConnectTest, HostThatIsTooOldIsToldSoAndStaysConnected) {
+    const std::wstring text = L"Tessel3 Plugin \"CMP\" needs Kestrova X3 SP4 or newer.";
+    for (const auto& [major, minor] : {std::pair{3, 3}, {2, 9}, {3, -1}, {-1, -1}, {0, 4}}) {
+        EXPECT_EQ(connectAt(major, minor), "80004004") << major << '.' << minor;
+        EXPECT_THAT(host.app.errors, ElementsAre(text));
+        EXPECT_EQ(outcomeOf([&] { return plugin->onGetData(); }), "0");
+    }
+    for (const auto& [major, minor] : {std::pair{3, 4}, {3, 5}, {4, 0}, {4, -1}}) {
+        EXPECT_EQ(connectAt(major, minor), "0") << major << '.' << minor;
+        EXPECT_THAT(host.app.errors, IsEmpty());
+    }
+    host.app.leavesVersion = true;
+    EXPECT_EQ(connectAt(4, 0), "80004004");
+    EXPECT_THAT(host.app.errors, ElementsAre(text));
+    EXPECT_EQ(host.script.operations().back(), "HostApp::writeError") << "and no further question";
+}
+
+TEST_F(ConnectTest, ObjectAnswersForItsInterfacesAndNoOthers) {
+    for (HostObject* const asked : {object.get(), static_cast<HostObject*>(plugin.get()),
+                                    static_cast<HostObject*>(events.get())}) {
+        const CountedRef<HostObject> counted(asked);
+        CountedRef<HostObject> base;
+        CountedRef<IPlugin2> oldest;
+        EXPECT_EQ(counted.queryTo(base) + counted.queryTo(oldest), 0);
+        EXPECT_TRUE(base == object && oldest.get() == plugin.get());
+        void* found = asked;
+        EXPECT_EQ(asked->queryInterface(HostApp::id, &found), HostCode::noInterface);
+        EXPECT_EQ(found, nullptr);
+    }
+    std::uint32_t count = 1;
+    EXPECT_EQ(plugin->getTypeInfoCount(&count), 0);
+    EXPECT_EQ(count, 0U);
+    EXPECT_LT(events->invoke(1, 0, 0, nullptr, 0, nullptr), 0);
 }
 
 }  // namespace

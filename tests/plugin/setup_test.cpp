@@ -69,6 +69,8 @@ TEST_F(SetupEventTest, LoadWithoutATreeMakesTheChannelsUnlessTheyAreToBeKept) {
     EXPECT_EQ(document.root->find(L"CmpDevices"), nullptr);
     EXPECT_EQ(setup(document, false), "0");
     EXPECT_EQ(heldChannels(), 7);
+    EXPECT_EQ(plugin->onClearSetup(), 0);
+    EXPECT_EQ(heldChannels(), 7);
     EXPECT_EQ(plugin->onDisconnectChannels(), 0);
     EXPECT_EQ(heldChannels(), 0);
 }

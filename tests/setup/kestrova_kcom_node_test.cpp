@@ -95,6 +95,7 @@ TEST_F(KestrovaKcomNodeTest, NewDocumentIsMadeThroughTheHostInOrder) {
 TEST_F(KestrovaKcomNodeTest, ContentIsCopiedIntoAnotherDocumentWithAllButItsValues) {
     auto& source = host.makeDocument(L"Content", false);
     source.root->addNewAttribute(L"Id", L"0");
+    source.root->addNewAttribute(L"Unit", L"V");
     auto& child = source.root->addNew(L"First", L"text");
     child.addNewAttribute(L"Id", L"1");
     source.root->addNew(L"Second");

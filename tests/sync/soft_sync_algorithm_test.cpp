@@ -42,17 +42,6 @@ TEST_F(SoftSyncTest, NothingIsConvertedBeforeTheFirstReading) {
     EXPECT_NEAR(sync.SlaveToMaster(11.0), 102.0, rounding);
 }
 
-TEST_F(SoftSyncTest, SlopeStaysUntilTheThirdReading) {
-    sync.Update(10.0, 1.0);
-    EXPECT_DOUBLE_EQ(offset(), 9.0);
-    sync.Update(12.0, 2.0);
-    EXPECT_DOUBLE_EQ(slope(), 1.0);
-    EXPECT_NEAR(offset(), (0.5 * 9.0 + 10.0) / 1.5, rounding) << "the newer reading counts double";
-    sync.Update(14.0, 3.0);
-    EXPECT_NEAR(slope(), 2.0, rounding);
-    EXPECT_NEAR(offset(), 8.0, rounding);
-}
-
 TEST_F(SoftSyncTest, RefusedReadingsChangeNothing) {
     const std::vector<Reading> refused = {{0.0, 3.0},         {-1.0, 3.0}, {13.0, 0.0},
                                           {13.0, -1.0},       {11.9, 3.0}, {13.0, 1.9},
