@@ -1,15 +1,87 @@
 #pragma once
 
+#include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
 
-#include "simulator/module_type.h"
-#include "simulator/payload.h"
-#include "simulator/wire_writer.h"
+#include "simulator/module_settings.h"
 
 namespace sim {
+
+/// Writes big-endian numbers one after another into a buffer that the caller made large enough:
+/// frame sizes are known from the settings, and are only asserted here.
+class WireWriter {
+  public:
+    explicit WireWriter(std::span<std::uint8_t> frame)
+        : begin(frame.data()), at(frame.data()), end(frame.data() + frame.size()) {}
+
+    void u8(std::uint8_t value) { *take(1) = value; }
+    void u16(std::uint16_t value) { bigEndian<2>(value); }
+    void u32(std::uint32_t value) { bigEndian<4>(value); }
+    void u64(std::uint64_t value) { bigEndian<8>(value); }
+
+    void fill(std::uint8_t value, std::size_t count) { std::fill_n(take(count), count, value); }
+
+    /// Room for `count` bytes that the caller writes.
+    std::uint8_t* take(std::size_t count) {
+        assert(count <= static_cast<std::size_t>(end - at));
+        std::uint8_t* const here = at;
+        at += count;
+        return here;
+    }
+
+    std::size_t size() const { return static_cast<std::size_t>(at - begin); }
+
+  private:
+    template <std::size_t Bytes>
+    void bigEndian(std::uint64_t value) {
+        std::uint8_t* const here = take(Bytes);
+        for (std::size_t i = 0; i < Bytes; ++i)
+            here[i] = static_cast<std::uint8_t>(value >> (8 * (Bytes - 1 - i)));
+    }
+
+    std::uint8_t* const begin;
+    std::uint8_t* at;
+    std::uint8_t* const end;
+};
+
+/// What a simulated bus message carries, so that any recording tells loss, doubles and order:
+///
+/// | Bytes | Content |
+/// |---|---|
+/// | 0 to 3 | running number of the channel from 0, little-endian; of shorter data its low bytes |
+/// | 4 to 11 | with stamps, and in data of 12 bytes and more: host time in ns, little-endian |
+/// | behind | (running number + interface ID + position) modulo 256 |
+///
+/// The identifier follows from interface ID and running number too.
+struct DataMessage {
+    std::uint16_t interfaceId = 0;
+    std::uint8_t length = 0;
+    std::uint32_t number = 0;
+    std::uint64_t timestamp = 0;  ///< device time, ns
+    std::uint64_t hostTime = 0;   ///< the stamp, ns; 0: none
+};
+
+constexpr std::uint32_t extendedIdentifier = 0x80000000;
+
+/// Of four messages three have a standard identifier, 0x100 + 4 * interface ID + number % 4, and
+/// the fourth the 29-bit one 0x18DA00F1 + 0x100 * interface ID, with `extendedIdentifier` set.
+std::uint32_t canIdentifier(std::uint16_t interfaceId, std::uint32_t number);
+
+/// (interface ID + number) % 60: all identifiers of signal frames in turn.
+std::uint8_t linIdentifier(std::uint16_t interfaceId, std::uint32_t number);
+
+/// The identifier with its two parity bits on top.
+std::uint8_t protectedLinIdentifier(std::uint8_t identifier);
+
+/// The enhanced checksum: inverted sum with carry over protected identifier and data.
+std::uint8_t linChecksum(std::uint8_t protectedIdentifier, std::span<const std::uint8_t> data);
+
+/// Writes `message.length` bytes.
+void writeData(std::uint8_t* data, const DataMessage& message);
 
 /// What stands in every frame of one module.
 struct Sender {

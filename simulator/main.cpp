@@ -9,10 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include "simulator/failure.h"
-#include "simulator/interface_guard.h"
+#include "simulator/frame_sinks.h"
 #include "simulator/options.h"
-#include "simulator/packet_socket_sink.h"
-#include "simulator/pcap_file_sink.h"
 #include "simulator/report.h"
 #include "simulator/simulation.h"
 

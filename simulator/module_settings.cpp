@@ -1,13 +1,126 @@
 #include "simulator/module_settings.h"
 
 #include <fmt/format.h>
-
+#include <algorithm>
+#include <array>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 
 #include "simulator/failure.h"
 
 namespace sim {
+
+namespace {
+
+constexpr std::array<std::uint16_t, 10> linComboInterfaces = {0x10, 0x20, 0x30, 0x40, 0x50,
+                                                              0x60, 0x70, 0x80, 0x90, 0xA0};
+constexpr std::array<std::uint16_t, 7> canComboInterfaces = {0x10, 0x20, 0x30, 0x40,
+                                                             0x50, 0x60, 0x70};
+/// No interface 10: this module doesn't report one.
+constexpr std::array<std::uint16_t, 19> neoviFire3Interfaces = {
+    1, 2, 3, 4, 5, 6, 7, 8, 9, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20};
+
+constexpr std::array<ModuleType, 3> types = {{
+    {"LIN combo", 2, 0x30, Bus::Lin, Framing::Tecmp, linComboInterfaces},
+    {"CAN combo", 4, 0x40, Bus::Can, Framing::Tecmp, canComboInterfaces},
+    {"NeoviFire3", 0, 0, Bus::Can, Framing::AsamCmp, neoviFire3Interfaces},
+}};
+
+constexpr std::uint16_t configIdMask = 0x0F;
+
+}  // namespace
+
+std::string_view toText(Bus bus) {
+    return bus == Bus::Can ? "CAN" : "LIN";
+}
+
+std::string_view toText(Framing framing) {
+    return framing == Framing::Tecmp ? "tecmp" : "asam";
+}
+
+std::uint16_t ModuleType::cmIdOf(std::uint16_t configId) const {
+    if (configId > configIdMask)
+        return configId;
+    return static_cast<std::uint16_t>(baseId | configId);
+}
+
+std::uint16_t ModuleType::configIdOf(std::uint16_t cmId) const {
+    return baseId == 0 ? cmId : cmId & configIdMask;
+}
+
+std::span<const ModuleType> moduleTypes() {
+    return types;
+}
+
+const ModuleType* findModuleType(std::string_view name) {
+    const auto same = [](char a, char b) {
+        return std::tolower(static_cast<unsigned char>(a)) ==
+               std::tolower(static_cast<unsigned char>(b));
+    };
+    const auto found = std::find_if(types.begin(), types.end(), [&](const ModuleType& type) {
+        return std::equal(type.name.begin(), type.name.end(), name.begin(), name.end(), same);
+    });
+    return found == types.end() ? nullptr : &*found;
+}
+
+namespace {
+
+constexpr std::array<std::uint8_t, 16> canFdLengths = {0, 1,  2,  3,  4,  5,  6,  7,
+                                                       8, 12, 16, 20, 24, 32, 48, 64};
+constexpr unsigned maxLength = 64;
+constexpr unsigned maxLinLength = 8;
+
+unsigned parseLength(std::string_view text, std::string_view whole) {
+    unsigned value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value > maxLength)
+        throw Failure(ExitCode::WrongUse,
+                      fmt::format("--length {}: give a number of data bytes from 0 to 64, or a "
+                                  "range such as 4-8",
+                                  whole));
+    return value;
+}
+
+}  // namespace
+
+LengthRange LengthRange::parse(std::string_view text) {
+    const auto dash = text.find('-');
+    LengthRange range;
+    range.from = parseLength(text.substr(0, dash), text);
+    range.to =
+        dash == std::string_view::npos ? range.from : parseLength(text.substr(dash + 1), text);
+    if (range.from > range.to)
+        throw Failure(ExitCode::WrongUse,
+                      fmt::format("--length {}: the shorter length comes first", text));
+    const bool possible = std::any_of(canFdLengths.begin(), canFdLengths.end(),
+                                      [&](unsigned n) { return n >= range.from && n <= range.to; });
+    if (!possible)
+        throw Failure(ExitCode::WrongUse,
+                      fmt::format("--length {}: CAN FD knows no such length; possible are 0 to 8, "
+                                  "12, 16, 20, 24, 32, 48 and 64",
+                                  text));
+    return range;
+}
+
+std::vector<std::uint8_t> LengthRange::lengthsFor(Bus bus, Framing framing) const {
+    const unsigned least = bus == Bus::Lin || framing == Framing::AsamCmp ? 1 : 0;
+    const unsigned most = bus == Bus::Lin ? maxLinLength : maxLength;
+    const unsigned low = std::clamp(from, least, most);
+    const unsigned high = std::clamp(to, low, most);
+    std::vector<std::uint8_t> result;
+    for (const std::uint8_t length : canFdLengths)
+        if (length >= low && length <= high)
+            result.push_back(length);
+    return result;
+}
+
+std::uint64_t MessageSchedule::countBefore(std::int64_t endNs) const {
+    const auto second = static_cast<std::uint64_t>(nsPerSecond);
+    const auto end = static_cast<std::uint64_t>(endNs);
+    return end / second * perSecond + (end % second * perSecond + second - 1) / second;
+}
+
 namespace {
 
 constexpr std::uint32_t firstSerial = 100000;

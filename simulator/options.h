@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "simulator/module_settings.h"
-#include "simulator/traffic_settings.h"
 
 namespace sim {
 

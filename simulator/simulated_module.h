@@ -3,11 +3,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "simulator/device_clock.h"
+#include "simulator/clocks.h"
 #include "simulator/frame_encoder.h"
-#include "simulator/host_clock.h"
 #include "simulator/module_settings.h"
-#include "simulator/traffic_settings.h"
 
 namespace sim {
 

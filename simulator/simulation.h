@@ -5,8 +5,8 @@
 #include <functional>
 #include <vector>
 
-#include "simulator/frame_sink.h"
-#include "simulator/host_clock.h"
+#include "simulator/clocks.h"
+#include "simulator/frame_sinks.h"
 #include "simulator/malformed_frames.h"
 #include "simulator/simulated_module.h"
 

@@ -243,7 +243,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         whenSettled([this] {
             mayClose = true;
             // Qt is about to end this attempt, and passes over another one in it.
-            later.run([this] { close(); });
+            QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
         });
     });
 }

@@ -11,7 +11,6 @@
 #include "station/gui/message_bar.h"
 #include "station/gui/recent_files.h"
 #include "station/gui/workspace.h"
-#include "station/toolkit/qt/later.h"
 
 namespace station {
 
@@ -67,7 +66,6 @@ class MainWindow final : public QMainWindow {
     Next afterMeasurement;
     bool wasMeasuring = false;
     bool mayClose = false;
-    Later later;
     QTimer pollTimer;
     QTimer stateTimer;
 };

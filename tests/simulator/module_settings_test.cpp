@@ -3,7 +3,7 @@
 #include <tuple>
 
 #include "simulator/failure.h"
-#include "simulator/interface_guard.h"
+#include "simulator/frame_sinks.h"
 #include "simulator/options.h"
 
 namespace sim {

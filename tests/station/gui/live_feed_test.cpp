@@ -142,8 +142,8 @@ TEST_F(LiveFeedTest, ThePanelFollowsTheEndPausesFiltersAndForgets) {
     lin(16);
     lin(17);
     EXPECT_EQ(shown(), 3);
-    EXPECT_EQ(feed.getChannels()[0].count, 2U);
-    EXPECT_EQ(feed.getChannels()[1].count, 1U);
+    EXPECT_EQ(feed.getChannels()[0].traffic.getCount(), 2U);
+    EXPECT_EQ(feed.getChannels()[1].traffic.getCount(), 1U);
     filter.clear();
     can(0x100);
     EXPECT_EQ(shown(), 1) << "what was held back doesn't come back";
