@@ -56,7 +56,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     std::int32_t listInterfaces(std::vector<CaptureInterface>& found, std::string& error) {
         return port.findAllDevices(found, error);
     }
-    /// By name those that are opened from now on; none stands for all.
+    /// By name those that are opened from now on; none means all.
     void selectInterfaces(std::vector<std::string> names) { selection = std::move(names); }
     /// Opens the selected interfaces of the machine; the former ones are closed. Interfaces
     /// that can't be opened are passed over, and `getLastError` tells of the last. The thread must

@@ -56,7 +56,7 @@ std::int32_t startOf(const std::int32_t* offset, std::int32_t first) {
     return offset != nullptr && *offset != 0 ? *offset : first;
 }
 
-/// The end that both framings share: the payload stands at `position` and must fit into the frame.
+/// The end that both framings share: the payload is at `position` and must fit into the frame.
 inline std::int32_t takePayload(const std::uint8_t* frame, std::int32_t frameLength,
                                 std::int32_t position, std::int32_t* offset,
                                 const CmpHeader& header, const std::uint8_t*& payload) {
@@ -89,7 +89,7 @@ void mapAsamMessageType(const std::uint8_t* frame, CmpHeader& header) {
     }
 }
 
-/// The header stands at fixed offsets, also for a second message, whose payload alone moves on.
+/// The header is at fixed offsets, also for a second message, whose payload alone moves on.
 std::int32_t parseAsam(const std::uint8_t* frame, std::int32_t frameLength, std::int32_t* offset,
                        CmpHeader& header, const std::uint8_t*& payload) {
     const std::int32_t position = startOf(offset, asamFirstMessage);
@@ -110,7 +110,7 @@ std::int32_t parseAsam(const std::uint8_t* frame, std::int32_t frameLength, std:
     return takePayload(frame, frameLength, position + messageHeaderSize, offset, header, payload);
 }
 
-/// A message at `position`, without what stands once at the beginning of the frame.
+/// A message at `position`, without what is once at the beginning of the frame.
 inline std::int32_t parseTecmpMessage(const std::uint8_t* frame, std::int32_t frameLength,
                                       std::int32_t position, std::int32_t* offset,
                                       CmpHeader& header, const std::uint8_t*& payload) {

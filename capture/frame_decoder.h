@@ -21,7 +21,7 @@ inline constexpr std::int32_t noData =
 ///
 /// `frame` holds `frameLength` bytes from the Ethernet header on. `offset` is the running offset: 0
 /// (or a null pointer) asks for the first message; after a success it is where the next message
-/// header stands, counted from the frame's start behind any VLAN tags. On success `payload` points
+/// header is, counted from the frame's start behind any VLAN tags. On success `payload` points
 /// at `header.dataLength` bytes inside `frame`. A refused frame leaves `header` partly overwritten.
 std::int32_t parseFrame(const std::uint8_t* frame, std::int32_t frameLength, std::int32_t* offset,
                         CmpHeader& header, const std::uint8_t*& payload);

@@ -53,7 +53,7 @@ OwnedExceptionFactory makeExceptionFactory() {
     return OwnedExceptionFactory(new GenericExceptionFactory<T>);
 }
 
-/// Tells which exception stands for a failure code. One per process, filled while the process
+/// Knows which exception belongs to a failure code. One per process, filled while the process
 /// loads and emptied at its exit; read only when something has failed. Callable from any thread,
 /// but a factory that was found must not be used any more once its code is added again or removed.
 class ExceptionRegistry {

@@ -61,7 +61,7 @@ constexpr SplitSeconds split(double seconds) {
         parts.fraction += 1.0;
         --parts.whole;
     }
-    if (parts.fraction >= 1.0) {  // the fraction was too small to be told from a whole second
+    if (parts.fraction >= 1.0) {  // the fraction was too small to differ from a whole second
         parts.fraction = 0.0;
         ++parts.whole;
     }
@@ -249,7 +249,7 @@ class GNSSTime {
             rest += weekLength;
             --weeks;
         }
-        if (rest >= weekLength) {  // too close to the next week to be told from it
+        if (rest >= weekLength) {  // too close to the next week to differ from it
             rest = 0.0;
             ++weeks;
         }

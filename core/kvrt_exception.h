@@ -22,7 +22,7 @@ class KvrtException : public std::exception {
     /// Negative as a 32-bit signed number.
     std::uint32_t getCode() const { return code; }
     const char* what() const noexcept override { return message.c_str(); }
-    /// Whether the text is the class's own and not told by whoever threw.
+    /// Whether the text is the class's own and not given by whoever threw.
     bool hasDefaultMessage() const { return usesDefaultMessage; }
 
   private:

@@ -23,7 +23,7 @@ namespace Kestrova::Utils::Threading {
 /// `Run` is already gone, and destroying an object whose thread is still joinable ends the process.
 ///
 /// An exception that leaves `Run` ends the process, as with `std::thread`, while the stack that
-/// threw it still stands for a debugger. Catching it here would leave a measurement running
+/// threw it is still there for a debugger. Catching it here would leave a measurement running
 /// without its thread. However else the body ends, `IsFinished` then reads true.
 class ThreadEx {
   public:
@@ -58,7 +58,7 @@ class ThreadEx {
 
     /// `index` 0 (only when the machine is idle) to 6 (most urgent); 3 is what the system gave the
     /// thread when it was made. Takes effect at once on a started thread and at the next `Start`
-    /// otherwise. A wish only: raising the priority needs a privilege, and a refusal is passed
+    /// otherwise. A request only: raising the priority needs a privilege, and a refusal is passed
     /// over. Throws `std::out_of_range` for an index above 6.
     void SetPriority(std::uint32_t index);
 

@@ -18,7 +18,7 @@ constexpr uid_t rootUser = 0;
 /// namespace.
 constexpr uid_t overflowUser = 65534;
 
-/// In a user namespace without an `overflowUser` of its own, that one stands for all the users
+/// In a user namespace without an `overflowUser` of its own, that one is all the users
 /// outside of it, root among them. "Root" inside has no rights over files of any of them.
 bool isOutsideNamespace(uid_t user) {
     if (user != overflowUser) {

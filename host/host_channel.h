@@ -28,7 +28,7 @@ class HostChannel : public HostObject {
     static constexpr InterfaceId id{
         0xA469F1C6, 0x097A, 0x4BEC, {0xB8, 0x55, 0x98, 0xE2, 0xF2, 0xCC, 0x29, 0xDB}};
 
-    /// Where the channel stands in the host's tree of channels; what `HostData::findChannel` takes.
+    /// The place of the channel in the host's tree of channels; what `HostData::findChannel` takes.
     virtual HostResult getIndices(std::vector<std::int32_t>* indices) = 0;
     virtual HostResult setIndexFormat(std::int32_t format) = 0;
     virtual HostResult setIndexCount(std::int32_t count) = 0;

@@ -7,7 +7,7 @@
 class HostChannel;
 class HostChannelGroups;
 
-/// The measurement. The acquisition position is where the host's sampling stands: the number of
+/// The measurement. The acquisition position is how far the host's sampling has come: the number of
 /// samples since the start, as a position in a buffer and the number of times it wrapped.
 class HostData : public HostObject {
   public:

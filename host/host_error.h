@@ -12,7 +12,7 @@
 /// How a failed call of the host becomes an exception, and calls that do so by themselves. The
 /// window toolkit's calls go through `checkErrorInfo` instead.
 ///
-/// All is inline and stands here, and not with the other errors in core/, because it speaks of host
+/// All is inline and lies here, and not with the other errors in core/, because it speaks of host
 /// objects, which core/ doesn't know; and every folder that calls the host needs it.
 
 /// A call of the host failed, or there was no object to call. Outside the family of

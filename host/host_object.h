@@ -8,7 +8,7 @@
 ///
 /// - An operation returns a `HostResult` and gives its values through pointers, which must not be
 ///   null. A failed operation leaves them as they were.
-/// - A text that goes in is a `const wchar_t*`, read during the call only, in which null stands for
+/// - A text that goes in is a `const wchar_t*`, read during the call only, in which null means
 ///   an empty text. A text that comes out is put into a `std::wstring`. A wide character is one
 ///   code point.
 /// - An array that goes in is a pointer and a count, read during the call only; an array that comes
@@ -82,7 +82,7 @@ class HostObject {
     /// Gives the object's interface of that name as a pointer to that very class, with a reference.
     /// `HostCode::noInterface`, and null in `result`, if the object doesn't have it. A query for
     /// `HostObject::id` gives the same pointer whichever interface it is asked through, so that two
-    /// references can be told to be one object.
+    /// references can be known to be one object.
     virtual HostResult queryInterface(const InterfaceId& interfaceId, void** result) = 0;
     /// Both return the number of references left, which serves tests only. Callable from any
     /// thread.

@@ -40,7 +40,7 @@ class HostDispatch : public HostObject {
 /// middle of it goes to the host as it is, with nothing rolled back.
 ///
 /// An operation without a name is known by its position. It does nothing here but to give the
-/// answer told with it, which hosts rely on; one without such an answer returns 0.
+/// answer given with it, which hosts rely on; one without such an answer returns 0.
 class IPlugin2 : public HostDispatch {
   public:
     static constexpr InterfaceId id{
@@ -238,7 +238,7 @@ class CaptureSelection : public HostObject {
     /// The names of the interfaces that could be captured on. `HostCode::failed` if the system
     /// doesn't tell.
     virtual HostResult getInterfaces(std::vector<std::wstring>* names) = 0;
-    /// The interfaces that event 105 opens from now on; none named stands for all. A name of no
+    /// The interfaces that event 105 opens from now on; none named means all. A name of no
     /// interface is passed over.
     virtual HostResult selectInterfaces(const wchar_t* const* names, std::uint32_t count) = 0;
 

@@ -54,7 +54,7 @@ class RuntimeLibrary : public HostObject {
     static constexpr InterfaceId id{
         0x4713D1E8, 0x59DF, 0x486E, {0x8E, 0x9B, 0x2D, 0x77, 0x6F, 0xEF, 0xAA, 0x2C}};
 
-    /// A string of its own; null stands for an empty text.
+    /// A string of its own; null means an empty text.
     virtual HostResult createString(const char* text, RuntimeString** string) = 0;
     virtual HostResult createErrorInfo(RuntimeErrorInfo** info) = 0;
     /// The calling thread's error object, with a reference; null if there is none. It stays
@@ -67,7 +67,7 @@ class RuntimeLibrary : public HostObject {
     virtual void kvRtTrackObject(const void* object) = 0;
     virtual void kvRtUntrackObject(const void* object) = 0;
     /// A copy of the text that the runtime owns, for a result that the toolkit frees with
-    /// `std::free`. Null stands for an empty text; null comes back only where memory is out.
+    /// `std::free`. Null means an empty text; null comes back only where memory is out.
     virtual char* kvRtDuplicateCharPtr(const char* text) = 0;
 
   protected:

@@ -10,7 +10,7 @@
 ///
 /// What holds for all of it, beside the rules of "host/host_object.h":
 ///
-/// - **Texts** go in and come out as runtime strings. Null that goes in stands for an empty text. A
+/// - **Texts** go in and come out as runtime strings. Null that goes in means an empty text. A
 ///   string that comes out is handed over and never null.
 /// - **Failures** have the codes of "core/kvrt_exception.h". A failing operation sets the calling
 ///   thread's error object (`RuntimeLibrary::kvRtSetErrorInfo`) with a text for people: what was

@@ -16,7 +16,7 @@ class IDrawGridGroup;
 /// again: what it shows is what the plug-in has made of it.
 namespace CellType {
 inline constexpr std::int32_t text = 1;        ///< shows `setText`
-inline constexpr std::int32_t editText = 2;    ///< the same; a text typed is input as it stands
+inline constexpr std::int32_t editText = 2;    ///< the same; a text typed is input as it is
 inline constexpr std::int32_t number = 3;      ///< shows `setNumber`, without needless decimals
 inline constexpr std::int32_t editNumber = 4;  ///< the same; typed text is input, number or not
 inline constexpr std::int32_t toggle = 6;      ///< shows `setChecked` and `setText`; an action

@@ -8,7 +8,7 @@
 
 extern "C" {
 
-/// Registers the plug-in per machine, or per user once `DllInstall` was told so. A host result.
+/// Registers the plug-in per machine, or per user once `DllInstall` was asked to. A host result.
 HostResult DllRegisterServer();
 HostResult DllUnregisterServer();
 /// Registers (`install` true) or removes. The option "user", in any case of letters, goes for the

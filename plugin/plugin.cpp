@@ -91,7 +91,7 @@ HostResult Plugin::invoke(std::int32_t, std::uint32_t, std::uint16_t, const Host
     return HostCode::notImplemented;
 }
 
-/// What stands when the version is refused stays connected: the host then only lets go of the
+/// What is connected when the version is refused stays so: the host then only lets go of the
 /// object.
 HostResult Plugin::onConnectHost(HostApp* hostApp) {
     host = CountedRef<HostApp>(hostApp);

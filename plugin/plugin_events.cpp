@@ -15,8 +15,8 @@
 
 // The numbered events. Those without a name are answered alike always.
 
-/// One function for each event that is handled. Where a result's type is told as kept, the payload
-/// alone is written: the host has set the type.
+/// One function for each event that is handled. Where a result's type is said to be kept, the
+/// payload alone is written: the host has set the type.
 class PluginEvents {
   public:
     using Handler = HostResult (*)(Plugin&, const HostVariant&, HostVariant*);
@@ -189,7 +189,7 @@ class PluginEvents {
         return HostCode::success;
     }
 
-    /// The window that there was goes when the new one stands, and stays if that fails.
+    /// The window that there was goes when the new one is there, and stays if that fails.
     template <auto window>
     static HostResult makeWindow(Plugin& plugin, const HostVariant& input, HostVariant*) {
         using Window =

@@ -14,7 +14,7 @@ namespace Kestrova::Utils::Kcom {
 
 /// A `Node` over the host's setup document: it checks, converts the texts, and makes one call of
 /// the document or of the element out of each operation. What the node class promises in general,
-/// `Node` says; what hosts rely on beyond it stands here.
+/// `Node` says; what hosts rely on beyond it is here.
 ///
 /// A failed call of the host is `HostCallException`, and so is an object that the host doesn't hand
 /// over where there must be one (`HostCode::invalidPointer`), or an argument that is empty or of
@@ -75,7 +75,7 @@ class KestrovaKCOMNode : public Serialization::Node {
     NodePtr AddAttribute(const std::string& name, const std::string& text) override;
     NodePtr GetOrAddChild(const std::string& name) override;
 
-    /// What the node stands for, for calls of the host that take the objects themselves.
+    /// What the node represents, for calls of the host that take the objects themselves.
     const CountedRef<HostDocument>& GetDocument() const { return document; }
     const CountedRef<HostElement>& GetElement() const { return element; }
 

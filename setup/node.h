@@ -7,7 +7,7 @@
 namespace Kestrova::Utils::Serialization {
 
 /// An element of the setup tree: a name, a text, attributes, children and keyed values. All parts
-/// of the system keep their setup through this class and never learn what stands behind it.
+/// of the system keep their setup through this class and never learn what is behind it.
 ///
 /// A node is a handle: it keeps its document and element alive, while the tree belongs to the
 /// document. `const` is said of the handle, so a const node gives handles through which the tree
@@ -98,7 +98,7 @@ class Node {
     /// `FindChild`, or else `AddChild(name)`.
     virtual std::shared_ptr<Node> GetOrAddChild(const std::string& name) = 0;
 
-    /// Whether the node stands for something that isn't in the document.
+    /// Whether the node represents something that isn't in the document.
     bool IsDummy() const { return isDummy; }
     /// What makes a default that can't equal the value it is appended to.
     const std::string& GetForceWriteSuffix() const { return forceWriteSuffix; }

@@ -182,7 +182,7 @@ void writeLin(WireWriter& out, const DataMessage& message) {
     out.u8(linChecksum(identifier, {data, message.length}));
 }
 
-/// The data length code that stands for the length on the bus.
+/// The data length code for the length on the bus.
 std::uint8_t lengthCode(std::uint8_t length) {
     if (length <= 8)
         return length;

@@ -83,7 +83,7 @@ std::uint8_t linChecksum(std::uint8_t protectedIdentifier, std::span<const std::
 /// Writes `message.length` bytes.
 void writeData(std::uint8_t* data, const DataMessage& message);
 
-/// What stands in every frame of one module.
+/// What is in every frame of one module.
 struct Sender {
     Framing framing = Framing::Tecmp;
     Bus bus = Bus::Can;

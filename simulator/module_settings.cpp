@@ -124,7 +124,7 @@ std::uint64_t MessageSchedule::countBefore(std::int64_t endNs) const {
 namespace {
 
 constexpr std::uint32_t firstSerial = 100000;
-/// From here on a TECMP frame can't be told from an ASAM CMP one: the upper byte tells them apart.
+/// From here on a TECMP frame can't be distinguished from an ASAM CMP one: the upper byte does it.
 constexpr std::uint16_t firstCmIdBeyondTecmp = 0x100;
 
 [[noreturn]] void refuse(std::string_view module, std::string_view why) {

@@ -61,7 +61,7 @@ struct Raw {
     bool stamp = false;
 };
 
-/// A check whose range stands in the option's own description.
+/// A check whose range is in the option's own description.
 template <typename Number>
 CLI::Validator within(Number from, Number to) {
     return CLI::Range(from, to).description("");

@@ -9,7 +9,7 @@
 
 namespace sim {
 
-/// All that is told at the end.
+/// All that is reported at the end.
 struct Report {
     const Options& options;
     const Simulation& simulation;

@@ -16,7 +16,7 @@ class StopSignal {
     StopSignal(const StopSignal&) = delete;
     StopSignal& operator=(const StopSignal&) = delete;
 
-    /// Waits until `moment` or until the wish is there; answers whether it is. Once true, always
+    /// Waits until `moment` or until the request is there; answers whether it is. Once true, always
     /// true.
     bool waitUntil(std::chrono::steady_clock::time_point moment);
     bool isRequested() { return waitUntil(std::chrono::steady_clock::time_point::min()); }

@@ -34,7 +34,7 @@ class GNSSClockSwitchable final : public GNSSClock {
     /// The counter isn't owned.
     GNSSClockSwitchable(CountedRef<HostApp> hostApp, const PerformanceCounter& performanceCounter,
                         bool notifyOnChange);
-    /// Tells the host, if it is to be told; a failure of that call is nobody's any more.
+    /// Notifies the host, if it is to be notified; a failure of that call is nobody's any more.
     ~GNSSClockSwitchable() override;
 
     void SetTime(const GNSSTime deviceTime) override CMP_EXCLUDES(activeLock);
@@ -58,8 +58,8 @@ class GNSSClockSwitchable final : public GNSSClock {
 
     /// The name under which the user sees the clock.
     void SetDisplayName(const std::string& name) { displayName = name; }
-    /// Whether the host is told (`HostApp::notifyDevicesChanged`) when this clock comes, goes or
-    /// changes its name.
+    /// Whether the host is notified (`HostApp::notifyDevicesChanged`) when this clock comes, goes
+    /// or changes its name.
     void SetNotifyHost(bool notify) { notifyHost = notify; }
     /// The mode that the host's device has now.
     std::int32_t GetSyncMode() const;

@@ -13,7 +13,7 @@ namespace Kestrova::Utils::Synchronization {
 class SoftSyncBase {
   public:
     /// What both conversions give as long as no reading was accepted since the last `Reset`. It
-    /// can't be told from a result of that value.
+    /// can't be distinguished from a result of that value.
     static constexpr double notPlaced = -1.0;
 
     SoftSyncBase() = default;

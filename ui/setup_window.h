@@ -22,7 +22,7 @@ class BaseSetupWindow : public Kestrova::Tessel::KVWindow {
     Kestrova::Tessel::KVDrawGrid channelDrawGrid;
 };
 
-/// What stands in one row of the channels' grid.
+/// What is in one row of the channels' grid.
 struct ChannelGridRow {
     static constexpr std::uint32_t header = 0;
     static constexpr std::uint32_t deviceRow = 1;

@@ -17,7 +17,7 @@ class InputList {
     using Channel = std::shared_ptr<InputChannel>;
     using Channels = std::vector<Channel>;
     using Filter = std::function<bool(const InputChannel&)>;
-    /// Whether the first stands before the second.
+    /// Whether the first comes before the second.
     using Sort = std::function<bool(const InputChannel&, const InputChannel&)>;
 
     InputList() = default;

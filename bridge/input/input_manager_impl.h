@@ -48,7 +48,7 @@ class InputManagerImpl final : public InputManager {
     /// The start of a measurement: what is new begins at 0. The second keeps stale channels.
     void resetForAcquisition();
     void resetReadMark();
-    /// What is new begins where the acquisition stands.
+    /// What is new begins at the position of the acquisition.
     void alignReadPosition();
     void dropStaleInputs();
     void dropStaleAndNotify();

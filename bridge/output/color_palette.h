@@ -6,7 +6,7 @@
 namespace Kestrova::Utils::Kcom::OutputChannel {
 
 /// The colours (0x00RRGGBB) that new channels get, one after the other and then from the start
-/// again. Setups tell how many were handed out, so an entry that stands twice stays.
+/// again. Setups hold how many were handed out, so an entry that is there twice stays.
 inline constexpr std::array<std::uint32_t, 64> colorPalette = {
     0x00FF00, 0xFFFF00, 0x0000FF, 0xFF00FF, 0xFF7000, 0x808000, 0x008080, 0x008000,
     0xFF8080, 0xFF80FF, 0x80FF00, 0xFFFF80, 0xD6DAD6, 0x81ABB1, 0xCF63C7, 0x65CD92,

@@ -59,7 +59,7 @@ class OutputChannel {
     OutputChannel& operator=(const OutputChannel&) = delete;
     virtual ~OutputChannel() = default;
 
-    /// Where the channel stands at the host: `ChannelIdText` of its indices.
+    /// The place of the channel at the host: `ChannelIdText` of its indices.
     virtual std::string getChannelIdText() const = 0;
     /// The channel's key in its factory.
     virtual std::uint32_t getIndex() const = 0;

@@ -196,7 +196,7 @@ class OutputChannelImpl final : public OutputChannel {
     CountedRef<HostChannel> getHostChannel() const { return hostChannel; }
     /// Restores what `saveSetup` wrote; a value that was automatic becomes the new default.
     void loadValues(std::shared_ptr<Node>& node);
-    /// Tells the host how far a used synchronous channel lags behind the acquisition, which stands
+    /// Reports to the host how far a used synchronous channel lags behind the acquisition, which is
     /// at `absolute` samples; other channels are left alone. Throws `std::domain_error` if the
     /// host's buffer size or rate divider is 0.
     void alignWritePosition(std::int64_t absolute);

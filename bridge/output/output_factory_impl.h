@@ -11,7 +11,7 @@
 namespace Kestrova::Utils::Kcom::OutputChannel {
 
 /// Owns all output channels and mounts them at the host: asks it to put each in its channel list.
-/// The change of that list is told to the host once per operation, or once per batch between
+/// The change of that list is reported to the host once per operation, or once per batch between
 /// `beginMultipleMount` and `endMultipleMount`, and not at all during a setup load, after which the
 /// host rebuilds its list anyway.
 ///

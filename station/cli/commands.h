@@ -11,7 +11,7 @@
 
 namespace station {
 
-/// What the chosen subcommand does; throws CommandError for what the user must be told.
+/// What the chosen subcommand does; throws CommandError for what the user must know.
 using Command = std::function<ExitCode(StopSignal&)>;
 
 /// A number from `from` to `to`, which "nan" isn't.

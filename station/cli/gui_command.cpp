@@ -54,7 +54,7 @@ void addGuiCommand(CLI::App& app, Command& chosen) {
     command->add_option("--plugin", options->plugin, "The plug-in's module")->type_name("FILE");
     command
         ->add_option("--sample-rate", options->sampleRate,
-                     "Samples a second of the acquisition, 1000 unless told")
+                     "Samples a second of the acquisition, 1000 by default")
         ->type_name("N");
     command->callback(
         [options, &chosen] { chosen = [options](StopSignal&) { return start(*options); }; });

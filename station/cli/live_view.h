@@ -31,8 +31,8 @@ class LiveView {
     void show(const Summary& summary, std::chrono::steady_clock::time_point now);
     /// A message for the user, at once and without disturbing the table.
     void tell(const std::string& text);
-    /// Leaves the table and prints the messages told meanwhile; what is printed from now on stays
-    /// on the screen.
+    /// Leaves the table and prints the messages that came meanwhile; what is printed from now on
+    /// stays on the screen.
     void end();
 
   private:
@@ -42,7 +42,7 @@ class LiveView {
     Form form;
     const int descriptor;
     std::chrono::steady_clock::time_point next;
-    std::string messages;  ///< told while the table stood
+    std::string messages;  ///< came while the table was shown
 };
 
 }  // namespace station

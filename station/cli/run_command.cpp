@@ -137,7 +137,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     try {
         measure(options, measurement, view, stop);
     } catch (const PluginError& error) {
-        failure = error.what();  // what came before it is to be told all the same
+        failure = error.what();  // what came before it is to be shown all the same
     }
     tellAll(view, measurement.close());
     view.end();
@@ -174,7 +174,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         ->check(notEmpty());
     command
         ->add_option("--sample-rate", options->sampleRate,
-                     "Samples a second of the acquisition, 1000 unless told")
+                     "Samples a second of the acquisition, 1000 by default")
         ->type_name("N")
         ->check(within(1.0, MasterClock::highestSampleRate));
     addRecordOption(*command, options->recordings);

@@ -53,7 +53,7 @@ struct SetupOptions {
 
 using Json = nlohmann::ordered_json;
 
-/// What stands in the file, or is given: an option that isn't there leaves things as they are.
+/// What is in the file, or is given: an option that isn't there leaves things as they are.
 std::optional<std::string> given(const CLI::App& command, const char* option,
                                  const std::string& value) {
     return command.count(option) > 0 ? std::optional(value) : std::nullopt;

@@ -8,7 +8,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string told(const SetupXmlError& error) {
+std::string describe(const SetupXmlError& error) {
     return "line " + std::to_string(error.getLine()) + ", column " +
            std::to_string(error.getColumn()) + ": " + error.what();
 }
@@ -34,7 +34,7 @@ CountedRef<SetupDocument> SetupFile::load() const {
         const std::string repair = fs::exists(getBackupPath(), ignored)
                                        ? "Repair it, or take its backup " + quoted(getBackupPath())
                                        : "Repair it";
-        throw SetupFileError(failure + told(error) + ". " +
+        throw SetupFileError(failure + describe(error) + ". " +
                                  (error.getAdvice().empty() ? repair : error.getAdvice()) + '.',
                              error.getLine());
     } catch (const std::runtime_error& error) {
@@ -63,7 +63,7 @@ void SetupFile::save(const SetupDocument& document) const {
         }
         fresh.commit();
     } catch (const SetupXmlError& error) {
-        throw SetupFileError(failure + "what is there can't be read (" + told(error) +
+        throw SetupFileError(failure + "what is there can't be read (" + describe(error) +
                                  ") and isn't overwritten. Move it away, or choose another name.",
                              error.getLine());
     } catch (const std::runtime_error& error) {

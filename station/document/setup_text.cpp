@@ -94,7 +94,7 @@ std::optional<wchar_t> takeEscape(std::string_view& rest) {
     }
 }
 
-/// What stands between the quotes, or nothing if one of them is missing or an escape is wrong.
+/// What is between the quotes, or nothing if one of them is missing or an escape is wrong.
 std::optional<std::wstring> unquoted(std::string_view text) {
     if (text.size() < 2 || !text.ends_with('"')) {
         return std::nullopt;

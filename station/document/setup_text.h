@@ -5,13 +5,13 @@
 
 namespace station {
 
-/// A text that came in through a host operation, where null stands for an empty one.
+/// A text that came in through a host operation, where null means an empty one.
 inline std::wstring givenText(const wchar_t* text) {
     return text == nullptr ? std::wstring() : std::wstring(text);
 }
 
-/// The text as it stands in a setup file, UTF-8: itself, as long as it comes back the same from
-/// every reader of XML. Any other stands in double quotes: one with a blank at an end, with a
+/// The text as it is in a setup file, UTF-8: itself, as long as it comes back the same from
+/// every reader of XML. Any other is put in double quotes: one with a blank at an end, with a
 /// character that XML doesn't hold or changes, or with a double quote at its start. In the quotes
 /// `\\` and `\"` are these characters, `\n` and `\t` line feed and tab, and `\u{1f}` the character
 /// of that number in hexadecimal.

@@ -24,9 +24,9 @@ namespace station {
 ///   `value`, `attribute` and `element`, is `<element name="...">`.
 /// - A keyed value is `<value key="...">` in its element.
 /// - An attribute is an XML attribute. From the first one on that can't be (for its name, because
-///   it stands there already, or because the attribute has more than a text) each is
+///   it is there already, or because the attribute has more than a text) each is
 ///   `<attribute name="...">`, which has the content of any element.
-/// - A text that XML would change stands in double quotes (`toFileText`); so do names and keys.
+/// - A text that XML would change is put in double quotes (`toFileText`); so do names and keys.
 ///
 /// Everything unknown is an element and stays. Comments and processing instructions don't, and a
 /// document type is refused. What is written is the same byte for byte for the same document, and

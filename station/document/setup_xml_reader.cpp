@@ -12,7 +12,7 @@
 namespace station {
 namespace {
 
-/// Turns the text of a file into elements. Knows where each thing stands in the text.
+/// Turns the text of a file into elements. Knows where each thing is in the text.
 class Reader {
   public:
     explicit Reader(const std::string& fileText) : text(fileText) {}
@@ -67,7 +67,7 @@ void Reader::failAt(std::size_t offset, const std::string& cause, const std::str
                         cause, advice);
 }
 
-/// pugixml takes what comes; here is where a file of another kind is told.
+/// pugixml takes what comes; here is where a file of another kind is refused.
 void Reader::requireCharacters() const {
     const auto broken = utf8::find_invalid(text.begin(), text.end());
     if (broken != text.end()) {

@@ -52,7 +52,7 @@ int execute(int argc, char** argv) {
     app.add_option("--setup", options.setup, "The setup to open")->type_name("FILE");
     app.add_option("--plugin", plugin, "The plug-in's module")->type_name("FILE");
     app.add_option("--sample-rate", options.workspace.sampleRate,
-                   "Samples a second of the acquisition, 1000 unless told")
+                   "Samples a second of the acquisition, 1000 by default")
         ->type_name("N")
         ->check(CLI::Range(1.0, station::MasterClock::highestSampleRate).description(""));
     try {

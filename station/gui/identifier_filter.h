@@ -14,7 +14,7 @@ class FilterError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// Which messages the user wants to see, by their identifiers: all of them, unless told otherwise.
+/// Which messages the user wants to see, by their identifiers: all of them by default.
 class IdentifierFilter {
   public:
     IdentifierFilter() = default;

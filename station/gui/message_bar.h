@@ -7,7 +7,7 @@
 
 namespace station {
 
-/// What the user must be told, without holding anything up: the last few texts stand there until
+/// What the user must know, without holding anything up: the last few texts are shown until
 /// he has dismissed them. One that comes again is counted.
 class MessageBar final : public QFrame {
   public:

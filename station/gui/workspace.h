@@ -16,7 +16,7 @@ namespace station {
 struct WorkspaceOptions {
     std::filesystem::path plugin;  ///< empty: the registered one, else the one beside the program
     double sampleRate = MasterClock::defaultSampleRate;
-    /// Gets what the user must be told; called at any time on the host's thread.
+    /// Gets what the user must know; called at any time on the host's thread.
     std::function<void(const std::string&)> onMessage;
 };
 

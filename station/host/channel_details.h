@@ -10,7 +10,7 @@
 
 namespace station {
 
-/// The small objects behind a channel. Each keeps what it is told, for the channel and for whoever
+/// The small objects behind a channel. Each keeps what it is given, for the channel and for whoever
 /// shows it; each may outlive its channel. Called on the host's thread.
 
 /// How an axis of an array channel is labelled and scaled.
@@ -122,7 +122,7 @@ class PropertySet final : public Counted<HostPropertySet> {
     std::map<std::wstring, CountedRef<HostDocument>> items;
 };
 
-/// A text that came in, where null stands for an empty one.
+/// A text that came in, where null means an empty one.
 inline std::wstring textOf(const wchar_t* text) {
     return text == nullptr ? std::wstring() : std::wstring(text);
 }

@@ -40,7 +40,7 @@ class GnssDevice final : public Counted<HostGnssDevice> {
     std::set<std::int32_t> syncModes;
 };
 
-/// Makes devices. The station has no source of satellite time of its own, unless told of one.
+/// Makes devices. The station has no source of satellite time of its own, unless it is given one.
 class GnssDeviceList final : public Counted<HostGnssDeviceList> {
   public:
     /// Empty: none.

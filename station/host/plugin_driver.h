@@ -57,7 +57,7 @@ class PluginDriver {
   public:
     PluginDriver(CountedRef<HostObject> pluginObject, CountedRef<StationHost> stationHost,
                  PluginDriverOptions driverOptions = {});
-    /// Stops what is running and lets the plug-in go; failures are told to nobody any more.
+    /// Stops what is running and lets the plug-in go; failures are reported to nobody any more.
     ~PluginDriver();
     PluginDriver(const PluginDriver&) = delete;
     PluginDriver& operator=(const PluginDriver&) = delete;
@@ -91,7 +91,7 @@ class PluginDriver {
 
     /// The names of the network interfaces that the plug-in can capture on.
     std::vector<std::string> getInterfaces();
-    /// The next measurement captures on these alone; none stands for all.
+    /// The next measurement captures on these alone; none means all.
     void selectInterfaces(const std::vector<std::string>& names);
 
     void start();
@@ -136,7 +136,7 @@ class PluginDriver {
     void stopQuietly() noexcept;
     void beginPart();
     bool hasLeader();
-    /// Where a leading clock stands, in seconds since the start; infinite if none leads, or if it
+    /// How far a leading clock is, in seconds since the start; infinite if none leads, or if it
     /// hasn't got to the start yet.
     double leadingSeconds();
     /// As the plug-in counts them, from event 105 on.

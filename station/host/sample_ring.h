@@ -6,7 +6,7 @@
 
 namespace station {
 
-/// One sample as it stands in a channel's buffer.
+/// One sample as it is in a channel's buffer.
 struct ChannelSample {
     const std::uint8_t* data = nullptr;  ///< there until the call that it is given to returns
     std::size_t size = 0;                ///< bytes

@@ -1,6 +1,6 @@
 #include "station/host/station_channel.h"
 
-/// The plain attributes of a channel: kept as they are told.
+/// The plain attributes of a channel: kept as they are given.
 namespace station {
 namespace {
 

@@ -9,7 +9,7 @@
 
 namespace station {
 
-/// The measurement as the plug-in sees it: where the acquisition stands, when it began, and its
+/// The measurement as the plug-in sees it: how far the acquisition is, when it began, and its
 /// channels. Called on the host's thread.
 class StationData final : public Counted<HostData> {
   public:

@@ -69,7 +69,7 @@ class AppendFile {
     /// A record that the caller can't write, to be counted with the lost ones.
     void dropRecord() { ++lost; }
 
-    /// Hands everything to the operating system and looks whether the file still stands at its
+    /// Hands everything to the operating system and looks whether the file is still at its
     /// path. False when the recording has failed, now or before.
     bool flush();
 

@@ -16,7 +16,7 @@ struct ChannelDescription {
     BusType bus;
 };
 
-/// The ending of a file name stands for no recording format.
+/// The ending of a file name belongs to no recording format.
 class UnknownEnding : public RecordingError {
   public:
     using RecordingError::RecordingError;
@@ -25,7 +25,7 @@ class UnknownEnding : public RecordingError {
 /// A recording in one file, written message by message while a measurement runs.
 ///
 /// Called on the host's thread only. It sees bytes and times, nothing of modules or clocks. What is
-/// promised about full disks, vanished files and killed processes stands with AppendFile. The owner
+/// promised about full disks, vanished files and killed processes is with AppendFile. The owner
 /// calls flush() at least once a second, looks at failed() there, and calls close() at the end.
 class Recording {
   public:

@@ -16,7 +16,7 @@ RecordingSet::~RecordingSet() {
 
 void RecordingSet::open(const std::string& path) {
     recordings.push_back(openRecording(path));
-    told.push_back(false);
+    reported.push_back(false);
 }
 
 void RecordingSet::addChannel(const ChannelDescription& channel) {
@@ -54,8 +54,8 @@ std::vector<std::string> RecordingSet::close() {
 std::vector<std::string> RecordingSet::newFailures() {
     std::vector<std::string> texts;
     for (std::size_t i = 0; i < recordings.size(); ++i) {
-        if (recordings[i]->failed() && !told[i]) {
-            told[i] = true;
+        if (recordings[i]->failed() && !reported[i]) {
+            reported[i] = true;
             texts.push_back(recordings[i]->errorText());
         }
     }

@@ -10,11 +10,11 @@
 namespace station {
 
 /// The recordings of one measurement. Each has all channels that its format can hold. One that
-/// fails is closed and told of; the others go on. Called on the host's thread.
+/// fails is closed and reported; the others go on. Called on the host's thread.
 class RecordingSet {
   public:
     RecordingSet() = default;
-    /// Removes what `close` wasn't called for and no message stands in: a command that fails before
+    /// Removes what `close` wasn't called for and no message is in: a command that fails before
     /// it begins leaves no file that would be in the way of the next.
     ~RecordingSet();
     RecordingSet(const RecordingSet&) = delete;
@@ -46,7 +46,7 @@ class RecordingSet {
 
     std::vector<std::unique_ptr<Recording>> recordings;
     std::vector<std::size_t> handles;  ///< by channel, and in it by recording; `notHeld`: not in it
-    std::vector<bool> told;            ///< by recording: its failure was returned
+    std::vector<bool> reported;        ///< by recording: its failure was returned
     bool closed = false;
 };
 

@@ -9,7 +9,7 @@ namespace station {
 namespace {
 
 constexpr auto flushPeriod = std::chrono::milliseconds(500);
-/// How often the user is told of messages that the plug-in lost.
+/// How often the user is shown messages that the plug-in lost.
 constexpr auto countsPeriod = std::chrono::seconds(1);
 
 }  // namespace

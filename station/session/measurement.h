@@ -31,12 +31,12 @@ class Measurement {
     void setListener(MessageListener* listener) { recorder.setListener(listener); }
     /// Throws `PluginError`.
     void start();
-    /// Returns what the user must be told: lost messages, failed recordings.
+    /// Returns what the user must know: lost messages, failed recordings.
     std::vector<std::string> poll(Clock::time_point now);
     /// Marks the end: what was stamped up to now is still waited for.
     void requestStop();
     bool isOver() const { return over; }
-    /// Writes all out and closes the recordings; returns what the user must be told.
+    /// Writes all out and closes the recordings; returns what the user must know.
     std::vector<std::string> close();
     /// Whether messages were lost by any cause that is known.
     bool hasLost() const { return lost; }

@@ -30,7 +30,7 @@ class MessageListener {
 ///
 /// A channel of data type 14 is a CAN channel, one of type 12 a LIN channel; others aren't bus
 /// channels. Within a channel the UTC time never goes back, also not across the parts of a
-/// measurement. A message that was overwritten before it was read is counted and told.
+/// measurement. A message that was overwritten before it was read is counted and reported.
 ///
 /// Called on the host's thread. Host and recordings aren't owned and outlive this.
 class MeasurementRecorder {

@@ -40,7 +40,7 @@ class GridScreen final : public DrawGridView {
     bool stale = true;
 };
 
-/// A window that nobody sees, and a time that passes when told. `HeadlessUser` works with it.
+/// A window that nobody sees, and a time that passes when told.
 ///
 /// Failures of the plug-in's handlers are kept until they are taken.
 class HeadlessWindow final : public ToolkitWindow {

@@ -42,7 +42,7 @@ class DrawGrid final : public Component<Kestrova::Tessel::IDrawGrid, Kestrova::T
         std::string name;
         std::int32_t type = Kestrova::Tessel::CellType::text;
         std::int32_t width = 0;  ///< pixels
-        // What the plug-in said beside: kept as it was told, without a meaning here.
+        // What the plug-in said beside: kept as it was given, without a meaning here.
         std::int32_t one = 0;
         std::optional<bool> flagA = {};
         std::optional<bool> flagB = {};

@@ -8,7 +8,7 @@
 #include "host/counted_ref.h"
 #include "host/runtime.h"
 
-/// How the station's toolkits fail, and their texts. A toolkit throws inside; `toolkitCall` stands
+/// How the station's toolkits fail, and their texts. A toolkit throws inside; `toolkitCall` is
 /// at each operation that a plug-in calls.
 namespace station {
 

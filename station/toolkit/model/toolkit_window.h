@@ -13,7 +13,7 @@ namespace station {
 /// shows the content.
 ///
 /// The plug-in may hold it longer than the station does; so a station `close`s it when the user
-/// does, after it has told the plug-in.
+/// does, after it has notified the plug-in.
 class ToolkitWindow
     : public Component<Kestrova::Tessel::IWindow, Kestrova::Tessel::IContentControl,
                        Kestrova::Tessel::IParentControl, Kestrova::Tessel::IControl>,

@@ -12,7 +12,7 @@ class GridPanel final : public QWidget {
   public:
     GridPanel(std::vector<GridSize> gridRows, std::vector<GridSize> gridColumns);
 
-    /// Takes the widget over, and puts it where the element stands.
+    /// Takes the widget over, and puts it where the element is.
     void add(QWidget* widget, const WindowElement& element);
 
     QSize minimumSizeHint() const override;
