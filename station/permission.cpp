@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <string>
 
-#include "station/exit_codes.h"
+#include "station/errors.h"
 
 namespace station {
 
@@ -19,7 +19,7 @@ void checkCapturePermission(const char* program) {
         return;
     }
     if (errno == EPERM || errno == EACCES) {
-        throw CommandError(
+        throw UserError(
             ExitCode::NotAllowed,
             std::string(
                 "not allowed to capture. Do one of these:\n"

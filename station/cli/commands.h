@@ -6,12 +6,12 @@
 #include <functional>
 #include <string>
 
-#include "station/exit_codes.h"
+#include "station/errors.h"
 #include "station/stop_signal.h"
 
 namespace station {
 
-/// What the chosen subcommand does; throws CommandError for what the user must know.
+/// What the chosen subcommand does; throws UserError for what the user must know.
 using Command = std::function<ExitCode(StopSignal&)>;
 
 /// A number from `from` to `to`, which "nan" isn't.

@@ -47,8 +47,7 @@ std::vector<Module> chooseModules(const ConvertOptions& options) {
     }
     modules = findModules(options.input);
     if (modules.empty()) {
-        throw CommandError(
-            ExitCode::WrongUse,
+        throw UserError(
             fmt::format("no capture module tells its status in {}; name the modules with "
                         "--module \"TYPE:CONFIGID\"",
                         options.input));
@@ -60,8 +59,7 @@ void refuseInputAsOutput(const ConvertOptions& options) {
     for (const std::string& output : options.outputs) {
         std::error_code error;
         if (std::filesystem::equivalent(options.input, output, error)) {
-            throw CommandError(
-                ExitCode::WrongUse,
+            throw UserError(
                 fmt::format("{} is the input; name another file for the recording", output));
         }
     }
@@ -138,14 +136,14 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
         }
     }
     if (!frames.getErrorText().empty()) {
-        throw CommandError(ExitCode::Unreadable,
-                           frames.getErrorText() + "; what came before is in the recordings");
+        throw UserError(ExitCode::Unreadable,
+                        frames.getErrorText() + "; what came before is in the recordings");
     }
     if (recordings.hasFailed()) {
         return ExitCode::Failed;
     }
     if (!frames.isAtEnd()) {
-        throw CommandError(
+        throw UserError(
             ExitCode::Failed,
             "stopped before the end of the file; what came before is in the recordings");
     }

@@ -125,7 +125,7 @@ ExitCode dumpFile(const DumpOptions& options, StopSignal& stop) {
         }
     }
     if (!frames.getErrorText().empty()) {
-        throw CommandError(ExitCode::Unreadable, frames.getErrorText());
+        throw UserError(ExitCode::Unreadable, frames.getErrorText());
     }
     return ExitCode::Good;
 }
@@ -138,7 +138,7 @@ ExitCode dumpInterface(const DumpOptions& options, StopSignal& stop) {
     std::string error;
     const auto handle = port.openLive(options.interface, snapLength, true, readTimeoutMs, error);
     if (!handle) {
-        throw CommandError(ExitCode::Failed, error + "; \"ip link\" lists the interfaces");
+        throw UserError(ExitCode::Failed, error + "; \"ip link\" lists the interfaces");
     }
     CapturedFrame frame;
     std::uint64_t left = options.count;

@@ -41,8 +41,8 @@ ExitCode start(const GuiOptions& options) {
     std::transform(words.begin(), words.end(), arguments.begin(),
                    [](std::string& word) { return word.data(); });
     ::execv(program.c_str(), arguments.data());
-    throw CommandError(ExitCode::Failed, "can't start the desktop program " + program.string() +
-                                             ": " + std::strerror(errno));
+    throw UserError(ExitCode::Failed, "can't start the desktop program " + program.string() + ": " +
+                                          std::strerror(errno));
 }
 
 }  // namespace

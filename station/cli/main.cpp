@@ -53,7 +53,7 @@ int execute(int argc, char** argv) {
 int main(int argc, char** argv) {
     try {
         return execute(argc, argv);
-    } catch (const station::CommandError& error) {
+    } catch (const station::UserError& error) {
         fmt::print(stderr, "cmp-station: {}\n", error.what());
         return static_cast<int>(error.getCode());
     } catch (const std::exception& error) {

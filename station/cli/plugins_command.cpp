@@ -61,8 +61,7 @@ std::string whereItStands(bool forUser) {
 void requireStore(bool forUser) {
     const std::string refusal = storeOf(forUser).refusal("SOFTWARE\\Kestrova\\Plugins");
     if (!refusal.empty()) {
-        throw CommandError(ExitCode::Failed,
-                           "the registered plug-ins can't be changed: " + refusal);
+        throw UserError(ExitCode::Failed, "the registered plug-ins can't be changed: " + refusal);
     }
 }
 
@@ -71,13 +70,13 @@ void registerModule(const fs::path& module, bool forUser) {
     requireStore(forUser);
     const std::string distrust = reasonForDistrust(fs::absolute(module));
     if (!distrust.empty()) {
-        throw CommandError(ExitCode::Failed,
-                           fmt::format("{} isn't registered, as it would not be loaded: {}",
-                                       module.string(), distrust));
+        throw UserError(ExitCode::Failed,
+                        fmt::format("{} isn't registered, as it would not be loaded: {}",
+                                    module.string(), distrust));
     }
     PluginModule(module).registerPlugin(forUser);
     if (!isRegistered(module, forUser)) {
-        throw CommandError(
+        throw UserError(
             ExitCode::Failed,
             fmt::format("{} could not be registered in {}: check the permissions there{}",
                         module.string(), whereItStands(forUser),
@@ -89,7 +88,7 @@ void unregisterModule(const fs::path& module, bool forUser) {
     requireStore(forUser);
     PluginModule(module).unregisterPlugin(forUser);
     if (isRegistered(module, forUser)) {
-        throw CommandError(
+        throw UserError(
             ExitCode::Failed,
             fmt::format("{} is still registered in {}: check the permissions there{}",
                         module.string(), whereItStands(forUser), forUser ? "" : ", or use sudo"));
@@ -145,7 +144,7 @@ ExitCode plugins(const PluginsOptions& options) {
             unregisterModule(options.remove, options.user);
         }
     } catch (const PluginError& error) {
-        throw CommandError(ExitCode::Unreadable, error.what());
+        throw UserError(ExitCode::Unreadable, error.what());
     }
     if (const std::string text = passedOverText(); !text.empty()) {
         writeText(STDERR_FILENO, "cmp-station: " + text + '\n');

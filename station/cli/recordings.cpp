@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "station/exit_codes.h"
+#include "station/errors.h"
 
 namespace station {
 
@@ -20,13 +20,7 @@ void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
 
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
-        try {
-            recordings.open(path);
-        } catch (const UnknownEnding& error) {
-            throw CommandError(ExitCode::WrongUse, error.what());
-        } catch (const RecordingError& error) {
-            throw CommandError(ExitCode::Failed, error.what());
-        }
+        recordings.open(path);
     }
 }
 

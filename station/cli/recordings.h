@@ -10,7 +10,7 @@
 namespace station {
 
 void addRecordOption(CLI::App& command, std::vector<std::string>& paths);
-/// Opens all; throws CommandError.
+/// Opens all; throws UserError.
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths);
 /// Says on standard error which recordings can't hold all channels.
 void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary);

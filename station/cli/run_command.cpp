@@ -82,14 +82,10 @@ void measure(const RunOptions& options, Measurement& measurement, LiveView& view
 
 void addModules(Session& session, const std::vector<std::string>& texts) {
     for (const std::string& text : texts) {
-        const Module module = parseModule(text);
-        try {
-            const std::size_t place = session.addModule(module);
-            for (const Channel& channel : session.getModules()[place].channels) {
-                session.findOutput(channel).setUsed(hostTrue);
-            }
-        } catch (const SetupEditError& error) {
-            throw CommandError(ExitCode::WrongUse, error.what());
+        const std::size_t place = session.addModule(parseModule(text));
+        const Module module = session.getModules()[place];
+        for (const Channel& channel : module.channels) {
+            session.findOutput(channel).setUsed(hostTrue);
         }
     }
 }
@@ -102,9 +98,8 @@ void selectInterfaces(PluginDriver& driver, const std::vector<std::string>& name
     const std::vector<std::string> there = driver.getInterfaces();
     for (const std::string& name : names) {
         if (std::find(there.begin(), there.end(), name) == there.end()) {
-            throw CommandError(ExitCode::WrongUse,
-                               fmt::format("there is no interface \"{}\"; there are: {}", name,
-                                           fmt::join(there, ", ")));
+            throw UserError(fmt::format("there is no interface \"{}\"; there are: {}", name,
+                                        fmt::join(there, ", ")));
         }
     }
     driver.selectInterfaces(names);
@@ -143,7 +138,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     view.end();
     report(options, measurement.summarize());
     if (!failure.empty()) {
-        throw CommandError(ExitCode::Failed, failure);
+        throw UserError(ExitCode::Failed, failure);
     }
     return measurement.hasLost() || recordings.hasFailed() ? ExitCode::Failed : ExitCode::Good;
 }

@@ -70,8 +70,8 @@ std::uint32_t readNumber(const std::string& text, const char* what, std::uint32_
     const auto [stop, error] =
         std::from_chars(text.data() + (hexadecimal ? 2 : 0), end, number, hexadecimal ? 16 : 10);
     if (error != std::errc() || stop != end || number > most) {
-        throw SetupEditError(fmt::format("{} must be a number from 0 to {} (0x{:X}), not \"{}\"",
-                                         what, most, most, text));
+        throw UserError(fmt::format("{} must be a number from 0 to {} (0x{:X}), not \"{}\"", what,
+                                    most, most, text));
     }
     return number;
 }
@@ -81,7 +81,7 @@ std::uint32_t readColor(const std::string& text) {
     std::uint32_t color = 0;
     const auto [stop, error] = std::from_chars(text.data(), end, color, 16);
     if (error != std::errc() || stop != end || text.size() != 6) {
-        throw SetupEditError(
+        throw UserError(
             fmt::format("a colour is six hexadecimal digits, as in FF8000, not \"{}\"", text));
     }
     return color;
@@ -107,11 +107,11 @@ std::size_t findModule(Session& session, const std::string& wanted) {
     if (named.empty() && error == std::errc() && stop == end && row >= 1 && row <= modules.size()) {
         return row - 1;
     }
-    throw SetupEditError(
-        named.size() > 1  ? fmt::format("there are {} modules \"{}\"; take the row: {}",
-                                        named.size(), wanted, known)
-        : modules.empty() ? fmt::format("there is no module \"{}\": the setup has none", wanted)
-                          : fmt::format("there is no module \"{}\"; there are: {}", wanted, known));
+    throw UserError(named.size() > 1 ? fmt::format("there are {} modules \"{}\"; take the row: {}",
+                                                   named.size(), wanted, known)
+                    : modules.empty()
+                        ? fmt::format("there is no module \"{}\": the setup has none", wanted)
+                        : fmt::format("there is no module \"{}\"; there are: {}", wanted, known));
 }
 
 std::vector<Channel> findChannels(const Module& module, const std::string& wanted) {
@@ -126,7 +126,7 @@ std::vector<Channel> findChannels(const Module& module, const std::string& wante
         }
     }
     if (found.empty()) {
-        throw SetupEditError(
+        throw UserError(
             known.empty() ? "the module has no channels; give it a type first"
                           : fmt::format("there is no interface {}; there are: {}", wanted, known));
     }
@@ -185,19 +185,14 @@ void showTable(Session& session) {
 template <typename Change>
 ExitCode edit(const SetupOptions& options, const Change& change) {
     const auto session = openSession(options.plugin, options.file);
-    try {
-        change(*session);
-        session->save(SetupFile(options.file));
-    } catch (const SetupEditError& error) {
-        throw CommandError(ExitCode::WrongUse, error.what());
-    }
+    change(*session);
+    session->save(SetupFile(options.file));
     return ExitCode::Good;
 }
 
 ExitCode createSetup(const SetupOptions& options) {
     if (std::filesystem::exists(std::filesystem::symlink_status(options.file))) {
-        throw CommandError(
-            ExitCode::WrongUse,
+        throw UserError(
             fmt::format("{} is there already; choose another name, or remove it", options.file));
     }
     openSession(options.plugin, {})->save(SetupFile(options.file));
@@ -253,7 +248,7 @@ void setClock(Session& session, std::size_t module, const CLI::App& command,
         clock.isSource = *source;
     }
     if (clock.isSource && clock.syncMode != HostGnssDevice::syncModePps) {
-        throw SetupEditError("only a module in PPS sync can be the clock source: add --sync pps");
+        throw UserError("only a module in PPS sync can be the clock source: add --sync pps");
     }
     session.chooseClock(module, clock);
 }

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "station/cli/text_writer.h"
-#include "station/exit_codes.h"
+#include "station/errors.h"
 
 namespace station {
 
@@ -22,10 +22,10 @@ std::unique_ptr<Session> openSession(const std::string& plugin, const std::strin
     try {
         session->open(SetupFile(setup));
         return session;
-    } catch (const SetupFileError& error) {
-        throw CommandError(ExitCode::Unreadable, error.what());
+    } catch (const FileError& error) {
+        throw UserError(ExitCode::Unreadable, error.what());
     } catch (const PluginError& error) {
-        throw CommandError(ExitCode::Unreadable, error.what());
+        throw UserError(ExitCode::Unreadable, error.what());
     }
 }
 

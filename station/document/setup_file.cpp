@@ -34,18 +34,17 @@ CountedRef<SetupDocument> SetupFile::load() const {
         const std::string repair = fs::exists(getBackupPath(), ignored)
                                        ? "Repair it, or take its backup " + quoted(getBackupPath())
                                        : "Repair it";
-        throw SetupFileError(failure + describe(error) + ". " +
-                                 (error.getAdvice().empty() ? repair : error.getAdvice()) + '.',
-                             error.getLine());
+        throw FileError(failure + describe(error) + ". " +
+                        (error.getAdvice().empty() ? repair : error.getAdvice()) + '.');
     } catch (const std::runtime_error& error) {
-        throw SetupFileError(failure + error.what() + ". Check its name and its permissions.");
+        throw FileError(failure + error.what() + ". Check its name and its permissions.");
     }
 }
 
 void SetupFile::save(const SetupDocument& document) const {
     const std::string failure = "Cannot save the setup " + quoted(path) + ": ";
     if (!document.getRoot()) {
-        throw SetupFileError(failure + "the document has no root element.");
+        throw FileError(failure + "the document has no root element.");
     }
     const std::string text = toSetupXml(*document.getRoot());
     try {
@@ -63,12 +62,10 @@ void SetupFile::save(const SetupDocument& document) const {
         }
         fresh.commit();
     } catch (const SetupXmlError& error) {
-        throw SetupFileError(failure + "what is there can't be read (" + describe(error) +
-                                 ") and isn't overwritten. Move it away, or choose another name.",
-                             error.getLine());
+        throw FileError(failure + "what is there can't be read (" + describe(error) +
+                        ") and isn't overwritten. Move it away, or choose another name.");
     } catch (const std::runtime_error& error) {
-        throw SetupFileError(failure + error.what() +
-                             ". Make room there, or choose another place.");
+        throw FileError(failure + error.what() + ". Make room there, or choose another place.");
     }
 }
 

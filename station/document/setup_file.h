@@ -6,22 +6,9 @@
 #include <string>
 
 #include "station/document/setup_document.h"
+#include "station/errors.h"
 
 namespace station {
-
-/// A setup that can't be loaded or saved. The text names the file, the line and column if the
-/// contents are at fault, the cause and what to do.
-class SetupFileError : public std::runtime_error {
-  public:
-    explicit SetupFileError(const std::string& text, std::size_t lineOfFault = 0)
-        : std::runtime_error(text), line(lineOfFault) {}
-
-    /// From 1; 0 if it isn't the contents of the file that is at fault.
-    std::size_t getLine() const { return line; }
-
-  private:
-    std::size_t line;
-};
 
 /// A setup document on the disk, in the form of setup_xml.h.
 ///
@@ -35,10 +22,10 @@ class SetupFile {
   public:
     explicit SetupFile(std::filesystem::path file) : path(std::move(file)) {}
 
-    /// In reading mode. Throws SetupFileError, and writes nothing in any case.
+    /// In reading mode. Throws FileError, and writes nothing in any case.
     CountedRef<SetupDocument> load() const;
 
-    /// Throws SetupFileError; the file is as it was then, and so is the backup unless the very last
+    /// Throws FileError; the file is as it was then, and so is the backup unless the very last
     /// step fails, after which both hold what the file held. Does nothing if the file is the same
     /// already, so that the backup stays a step behind. A symbolic link is followed.
     void save(const SetupDocument& document) const;

@@ -6,7 +6,7 @@
 #include <csignal>
 #include <cstdio>
 
-#include "station/exit_codes.h"
+#include "station/errors.h"
 #include "station/gui/main_window.h"
 #include "station/stop_signal.h"
 

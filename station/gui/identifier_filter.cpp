@@ -6,6 +6,8 @@
 #include <charconv>
 #include <string>
 
+#include "station/errors.h"
+
 namespace station {
 namespace {
 
@@ -23,7 +25,7 @@ std::uint32_t readNumber(std::string_view text) {
     const char* const end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, number, isHex ? 16 : 10);
     if (error != std::errc() || stop != end) {
-        throw FilterError(fmt::format(
+        throw UserError(fmt::format(
             "\"{}\" is no identifier: write numbers and ranges with commas, hexadecimal after 0x, "
             "as \"0x100-0x1FF, 17\"",
             trimmed(text)));
@@ -43,7 +45,7 @@ IdentifierFilter IdentifierFilter::parse(std::string_view text) {
         const std::uint32_t first = readNumber(range.substr(0, dash));
         const std::uint32_t last = dash < range.size() ? readNumber(range.substr(dash + 1)) : first;
         if (last < first) {
-            throw FilterError(fmt::format("\"{}\" ends before it begins", trimmed(range)));
+            throw UserError(fmt::format("\"{}\" ends before it begins", trimmed(range)));
         }
         filter.ranges.emplace_back(first, last);
     }

@@ -1,25 +1,18 @@
 #pragma once
 
 #include <cstdint>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 namespace station {
 
-/// A text that is no filter; it says what one looks like.
-class FilterError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
-
 /// Which messages the user wants to see, by their identifiers: all of them by default.
 class IdentifierFilter {
   public:
     IdentifierFilter() = default;
     /// Numbers and ranges with commas, hexadecimal after 0x: "0x100-0x1FF, 17". An empty text lets
-    /// all pass. Throws `FilterError`.
+    /// all pass. Throws `UserError` for a text that is no filter.
     static IdentifierFilter parse(std::string_view text);
 
     bool passes(std::uint32_t identifier) const;

@@ -101,7 +101,7 @@ void LivePanel::takeFilter() {
     QString reason;
     try {
         feed.setFilter(IdentifierFilter::parse(filter->text().toStdString()));
-    } catch (const FilterError& error) {  // while it is being typed, too
+    } catch (const UserError& error) {  // while it is being typed, too
         palette.setColor(QPalette::Text, Qt::red);
         reason = error.what();
     }

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "station/exit_codes.h"
+#include "station/errors.h"
 
 namespace station {
 namespace {
@@ -28,8 +28,7 @@ const DeviceTypeInfo& typeByName(const std::string& name) {
         }
         known += (known.empty() ? "" : ", ") + type.name;
     }
-    throw CommandError(ExitCode::WrongUse,
-                       fmt::format("there is no module type \"{}\"; there are: {}", name, known));
+    throw UserError(fmt::format("there is no module type \"{}\"; there are: {}", name, known));
 }
 
 }  // namespace
@@ -56,8 +55,7 @@ void DirectCapture::addModule(const Module& option) {
     }
     for (const auto& other : modules) {
         if (other->getCmId() == device->getCmId()) {
-            throw CommandError(
-                ExitCode::WrongUse,
+            throw UserError(
                 fmt::format("\"{}\" and \"{}\" both listen to CM ID 0x{:X}; give them different "
                             "ConfigIds",
                             other->getName(), device->getName(), device->getCmId()));

@@ -29,7 +29,7 @@ class DirectCapture final : private SampleSink {
                   RecordingSet& recordingSet);
 
     /// Sets up a module with all its channels used and named after module and interface. To be
-    /// called before the reader starts. Throws CommandError for a type that doesn't exist and for a
+    /// called before the reader starts. Throws UserError for a type that doesn't exist and for a
     /// second module with the same CM ID, which would get no messages.
     void addModule(const Module& option);
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "station/exit_codes.h"
+#include "station/errors.h"
 
 namespace station {
 namespace {
@@ -32,12 +32,12 @@ StoredFrames::StoredFrames(const std::string& filePath)
     file.reset(
         pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, text));
     if (!file) {
-        throw CommandError(ExitCode::Unreadable, fmt::format("can't read {}: {}", path, text));
+        throw UserError(ExitCode::Unreadable, fmt::format("can't read {}: {}", path, text));
     }
     if (pcap_datalink(file.get()) != DLT_EN10MB) {
-        throw CommandError(ExitCode::Unreadable,
-                           fmt::format("{} holds no Ethernet frames; its link type is {}", path,
-                                       pcap_datalink(file.get())));
+        throw UserError(ExitCode::Unreadable,
+                        fmt::format("{} holds no Ethernet frames; its link type is {}", path,
+                                    pcap_datalink(file.get())));
     }
     std::FILE* const stream = pcap_file(file.get());
     const off_t position = ftello(stream);

@@ -19,7 +19,7 @@ namespace station {
 /// pass ends and what was read can be moved on. Used on one thread.
 class StoredFrames final : public CapturePort, public PerformanceCounter {
   public:
-    /// Throws CommandError (unreadable) if this is no file of Ethernet frames.
+    /// Throws UserError (unreadable) if this is no file of Ethernet frames.
     explicit StoredFrames(const std::string& filePath);
     ~StoredFrames() override;
 

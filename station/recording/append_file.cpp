@@ -38,9 +38,9 @@ const char* openingAdvice(int errorNumber) {
     }
 }
 
-RecordingError openingError(const std::string& path, const std::string& reason,
-                            const std::string& advice) {
-    return RecordingError("Cannot record to \"" + path + "\": " + reason + ". " + advice);
+FileError openingError(const std::string& path, const std::string& reason,
+                       const std::string& advice) {
+    return FileError("Cannot record to \"" + path + "\": " + reason + ". " + advice);
 }
 
 }  // namespace

@@ -3,18 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-namespace station {
+#include "station/errors.h"
 
-/// A recording that can't be opened or extended. The text names the file, the reason and what to
-/// do.
-class RecordingError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
+namespace station {
 
 /// The file under a recording: grows at its end only, record by record, through a bounded buffer.
 ///
@@ -36,7 +30,7 @@ class RecordingError : public std::runtime_error {
 class AppendFile {
   public:
     /// Opens `path` for appending, or creates it. A file with content is refused unless `overwrite`
-    /// empties it. Throws RecordingError.
+    /// empties it. Throws FileError.
     AppendFile(std::string path, bool overwrite);
     ~AppendFile();  // closes; call close() to learn of errors
 

@@ -78,8 +78,8 @@ class LineCursor {
 
 std::size_t CandumpRecording::addChannel(const ChannelDescription& channel) {
     if (!accepts(channel.bus)) {
-        throw RecordingError("Cannot record channel \"" + channel.name + "\" to \"" + path() +
-                             "\": .log holds CAN only. Record to a .pcapng file for LIN.");
+        throw FileError("Cannot record channel \"" + channel.name + "\" to \"" + path() +
+                        "\": .log holds CAN only. Record to a .pcapng file for LIN.");
     }
     const std::string word = oneWord(channel.name);
     std::string name = lastCharacters(word, longestName);

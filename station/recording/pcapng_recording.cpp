@@ -178,7 +178,7 @@ PcapngRecording::PcapngRecording(const std::string& path, bool overwrite)
     : Recording(path, overwrite) {
     file.appendHeader(sectionHeader());
     if (!file.flush()) {
-        throw RecordingError(file.errorText());
+        throw FileError(file.errorText());
     }
 }
 

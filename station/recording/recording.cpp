@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "station/errors.h"
+
 #include "station/recording/candump_recording.h"
 #include "station/recording/pcapng_recording.h"
 
@@ -25,9 +27,9 @@ std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite
     if (ending == ".log") {
         return std::make_unique<CandumpRecording>(path, overwrite);
     }
-    throw UnknownEnding("Cannot record to \"" + path +
-                        "\": its ending names no format. Use .pcapng (CAN, CAN FD and LIN) "
-                        "or .log (candump lines, CAN and CAN FD only).");
+    throw UserError("Cannot record to \"" + path +
+                    "\": its ending names no format. Use .pcapng (CAN, CAN FD and LIN) "
+                    "or .log (candump lines, CAN and CAN FD only).");
 }
 
 }  // namespace station

@@ -16,12 +16,6 @@ struct ChannelDescription {
     BusType bus;
 };
 
-/// The ending of a file name belongs to no recording format.
-class UnknownEnding : public RecordingError {
-  public:
-    using RecordingError::RecordingError;
-};
-
 /// A recording in one file, written message by message while a measurement runs.
 ///
 /// Called on the host's thread only. It sees bytes and times, nothing of modules or clocks. What is
@@ -41,7 +35,7 @@ class Recording {
     virtual bool accepts(BusType bus) const = 0;
 
     /// Before or between writes. Returns the handle for write, counting from 0. Throws
-    /// RecordingError for a bus that the format doesn't accept.
+    /// FileError for a bus that the format doesn't accept.
     virtual std::size_t addChannel(const ChannelDescription& channel) = 0;
 
     /// Appends one record as the channel's bus has it (CanRecord, LinRecord); a time before 1970
@@ -70,7 +64,7 @@ class Recording {
 };
 
 /// Opens a recording in the format that the ending of `path` names: ".pcapng" or ".log", in any
-/// case. Throws UnknownEnding, or RecordingError when the file can't be written: directory missing,
+/// case. Throws UserError, or FileError when the file can't be written: directory missing,
 /// no permission, already there with content and not to be overwritten, or in use by a recording.
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite = false);
 

@@ -20,7 +20,7 @@ class RecordingSet {
     RecordingSet(const RecordingSet&) = delete;
     RecordingSet& operator=(const RecordingSet&) = delete;
 
-    /// Opens a file; throws RecordingError. Before the first channel is added.
+    /// Opens a file; throws FileError. Before the first channel is added.
     void open(const std::string& path);
     /// The next channel; its number is how many were added before.
     void addChannel(const ChannelDescription& channel);

@@ -4,16 +4,16 @@
 
 #include <charconv>
 
-#include "station/exit_codes.h"
+#include "station/errors.h"
 
 namespace station {
 namespace {
 
 [[noreturn]] void refuse(const std::string& text, const char* reason) {
-    throw CommandError(ExitCode::WrongUse,
-                       fmt::format("--module \"{}\": {}; write TYPE:CONFIGID[:NAME], as in "
-                                   "\"CAN combo:5:Front\"",
-                                   text, reason));
+    throw UserError(
+        fmt::format("--module \"{}\": {}; write TYPE:CONFIGID[:NAME], as in "
+                    "\"CAN combo:5:Front\"",
+                    text, reason));
 }
 
 }  // namespace

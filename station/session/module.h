@@ -32,7 +32,7 @@ struct Module {
 };
 
 /// A module as the command line names it: "TYPE:CONFIGID[:NAME]", CONFIGID decimal or hexadecimal
-/// after "0x". Without a name it has an empty one. Throws `CommandError` for a text of another
+/// after "0x". Without a name it has an empty one. Throws `UserError` for a text of another
 /// form; whether the type exists is for the caller to say.
 Module parseModule(const std::string& text);
 

@@ -206,8 +206,7 @@ std::vector<Module> Session::getModules() {
 StationChannel& Session::findOutput(const Channel& channel) {
     StationChannel* const output = findChannel(*stationHost, channel.output);
     if (output == nullptr) {
-        throw SetupEditError(
-            fmt::format("interface 0x{:X} has no channel yet", channel.interfaceId));
+        throw UserError(fmt::format("interface 0x{:X} has no channel yet", channel.interfaceId));
     }
     return *output;
 }
@@ -223,8 +222,8 @@ std::string Session::findType(const std::string& wanted) {
         return strcasecmp(name.c_str(), wanted.c_str()) == 0;
     });
     if (found == names.end()) {
-        throw SetupEditError(fmt::format("there is no module type \"{}\"; there are: {}", wanted,
-                                         fmt::join(names, ", ")));
+        throw UserError(fmt::format("there is no module type \"{}\"; there are: {}", wanted,
+                                    fmt::join(names, ", ")));
     }
     return *found;
 }
@@ -271,8 +270,8 @@ void Session::setConfigId(std::size_t module, std::uint16_t configId) {
         return result == HostCode::invalidArgument ? HostCode::success : result;
     });
     if (result == HostCode::invalidArgument) {
-        throw SetupEditError(fmt::format("there is no ConfigId {} for a {}; there are 0 to 15",
-                                         configId, getModules().at(module).type));
+        throw UserError(fmt::format("there is no ConfigId {} for a {}; there are 0 to 15", configId,
+                                    getModules().at(module).type));
     }
 }
 
@@ -286,7 +285,7 @@ void Session::requireOwnCmId(std::size_t module) {
     refreshModules();
     for (std::size_t other = 0; other < listed.size(); ++other) {
         if (other != module && listed[other].cmId == listed.at(module).cmId) {
-            throw SetupEditError(fmt::format(
+            throw UserError(fmt::format(
                 "\"{}\" and \"{}\" both listen to CM ID 0x{:X}; give them different "
                 "ConfigIds",
                 toUtf8(listed[other].name), toUtf8(listed[module].name), listed[module].cmId));

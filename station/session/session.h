@@ -4,23 +4,17 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "core/performance_counter.h"
 #include "station/document/setup_file.h"
+#include "station/errors.h"
 #include "station/host/plugin_driver.h"
 #include "station/session/module.h"
 #include "station/session/plugin_module.h"
 
 namespace station {
-
-/// What was asked for isn't there or makes no sense; the text says what there is.
-class SetupEditError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
 
 struct SessionOptions {
     /// Empty: the registered plug-in, else the one beside this program.
@@ -39,7 +33,7 @@ struct SessionOptions {
 ///
 /// A setup is opened once, for a plug-in that failed to load one can't be used again: for another
 /// setup there is another session. Modules are named by their position, from 0; operations on them
-/// throw `SetupEditError` for what can't be, and all throw `PluginError` where the plug-in fails.
+/// throw `UserError` for what can't be, and all throw `PluginError` where the plug-in fails.
 /// Called on the host's thread.
 class Session {
   public:
@@ -49,7 +43,7 @@ class Session {
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Opens a setup in place of the empty one that a session has. Once. Throws SetupFileError, or
+    /// Opens a setup in place of the empty one that a session has. Once. Throws FileError, or
     /// `PluginError` for contents that the plug-in refuses.
     void open(const SetupFile& file);
     /// Throws as `open`; the file is as it was then.
@@ -60,7 +54,7 @@ class Session {
 
     /// The modules in their order, with their channels, as they are now.
     std::vector<Module> getModules();
-    /// The host's channel of a bus. `SetupEditError` if it has none.
+    /// The host's channel of a bus. `UserError` if it has none.
     StationChannel& findOutput(const Channel& channel);
 
     /// Adds a module of that type and ConfigId, with channels that aren't used; without a name it

@@ -40,7 +40,7 @@ class SetupFileTest : public ::testing::Test {
     static std::string errorOf(const Action& action) {
         try {
             action();
-        } catch (const SetupFileError& error) {
+        } catch (const FileError& error) {
             return error.what();
         }
         return "no error";

@@ -161,7 +161,7 @@ TEST_F(LiveFeedTest, ARecordOfAnotherSizeOrChannelIsPassedOver) {
 
 TEST(IdentifierFilterTest, ATextThatIsNoneSaysWhatOneLooksLike) {
     for (const char* const text : {"x", "0x", "1-", "-1", "5-4", "1,,2", "0x100000000", "1 2"}) {
-        EXPECT_THROW(IdentifierFilter::parse(text), FilterError) << text;
+        EXPECT_THROW(IdentifierFilter::parse(text), UserError) << text;
     }
     EXPECT_TRUE(IdentifierFilter::parse("  ").passes(0x1FFFFFFF));
     EXPECT_TRUE(IdentifierFilter::parse("0X10 - 0x20,").passes(32));

@@ -45,7 +45,7 @@ class Recordings : public testing::Test {
     static std::string openingError(const std::string& path, bool overwrite = false) {
         try {
             openRecording(path, overwrite);
-        } catch (const RecordingError& e) {
+        } catch (const FileError& e) {
             return e.what();
         }
         return "";
@@ -94,7 +94,7 @@ TEST_F(Recordings, LyingLengthsAndSizesReadNothingOutsideTheRecord) {
 
 TEST_F(Recordings, OpeningErrorsNameTheReasonAndKeepWhatIsThere) {
     EXPECT_THAT(openingError(in("none/a.log")), HasSubstr("none/a.log\": No such file"));
-    EXPECT_THROW(openRecording(in("log")), UnknownEnding);
+    EXPECT_THROW(openRecording(in("log")), UserError);
     EXPECT_THAT(openingError(in("a.asc")), HasSubstr(".pcapng (CAN, CAN FD and LIN)"));
     std::filesystem::create_directory(in("d.log"));
     EXPECT_THAT(openingError(in("d.log")), HasSubstr("directory"));
