@@ -45,7 +45,7 @@ class Recordings : public testing::Test {
     static std::string openingError(const std::string& path, bool overwrite = false) {
         try {
             openRecording(path, overwrite);
-        } catch (const FileError& e) {
+        } catch (const std::runtime_error& e) {
             return e.what();
         }
         return "";
