@@ -1,5 +1,6 @@
 #include <tuple>
 
+#include "plugin/identity.h"
 #include "tests/plugin/plugin_bench.h"
 
 namespace {
@@ -148,6 +149,7 @@ class ConnectTest : public PluginTest {
 };
 
 TEST_F(ConnectTest, HostThatIsTooOldIsToldSoAndStaysConnected) {
+    EXPECT_EQ(PluginIdentity::classIdText(), L"{8C1E7B52-5D0F-4E6B-9A37-C4186E2D905B}");
     const std::wstring text = L"Tessel3 Plugin \"CMP\" needs Kestrova X3 SP4 or newer.";
     for (const auto& [major, minor] : {std::pair{3, 3}, {2, 9}, {3, -1}, {-1, -1}, {0, 4}}) {
         EXPECT_EQ(connectAt(major, minor), "80004004") << major << '.' << minor;

@@ -128,4 +128,30 @@ TEST_F(SetupEventTest, NonsenseInSetupIsSkippedOrAnErrorAfterWhichANewObjectLoad
     }
 }
 
+/// A source that the plug-in reads is kept until a start finds that nobody holds it.
+TEST_F(SetupEventTest, InputsOfASetupFollowTheHostAndAreSavedAgain) {
+    ScriptedChannel& source = host.makeChannel({4, 1});
+    source.used = hostTrue;
+    host.data.otherChannels.push_back(&source);
+    EXPECT_EQ(setup(document, true), "0");
+    auto& input = document.root->find(L"InputList")->addNew(L"Input");
+    input.values = {{L"Id", L"0"}, {L"Index", L"4:1"}};
+    EXPECT_EQ(setup(document, false), "0");
+    const auto saved = [this] {
+        Document& fresh = newDocument();
+        EXPECT_EQ(setup(fresh, true), "0");
+        return fresh.root->asText();
+    };
+    EXPECT_EQ(saved(), document.root->asText());
+
+    ScriptedChannelList list(host.script);
+    EXPECT_THAT(host.callsOf([&] { event(118, variantOf(&list)); }), HasSubstr("addChannel"));
+    EXPECT_THAT(host.callsOf([&] { event(115); }), HasSubstr("Data.getBufferState"));
+    EXPECT_THAT(host.callsOf([&] { plugin->onGetData(); }),
+                testing::StartsWith("App.isSetupMode, App.getData, Data.getBufferState"));
+    EXPECT_EQ(plugin->onStartAcquisition(), 0);
+    EXPECT_THAT(saved(), testing::Not(HasSubstr("4:1")));
+    EXPECT_THAT(savedSettings(), HasSubstr("GNSSClock @Id=\"0\""));
+}
+
 }  // namespace
