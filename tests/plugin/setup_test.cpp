@@ -128,7 +128,7 @@ TEST_F(SetupEventTest, NonsenseInSetupIsSkippedOrAnErrorAfterWhichANewObjectLoad
     }
 }
 
-/// A source that the plug-in reads is kept until a start finds that nobody holds it.
+/// A start drops the sources that nobody holds.
 TEST_F(SetupEventTest, InputsOfASetupFollowTheHostAndAreSavedAgain) {
     ScriptedChannel& source = host.makeChannel({4, 1});
     source.used = hostTrue;
@@ -143,14 +143,15 @@ TEST_F(SetupEventTest, InputsOfASetupFollowTheHostAndAreSavedAgain) {
         return fresh.root->asText();
     };
     EXPECT_EQ(saved(), document.root->asText());
+    EXPECT_EQ(plugin->onStartAcquisition(), 0);
+    EXPECT_THAT(saved(), testing::Not(HasSubstr("Index=\"4")));
+    EXPECT_EQ(setup(document, false), "0");
 
     ScriptedChannelList list(host.script);
     EXPECT_THAT(host.callsOf([&] { event(118, variantOf(&list)); }), HasSubstr("addChannel"));
     EXPECT_THAT(host.callsOf([&] { event(115); }), HasSubstr("Data.getBufferState"));
     EXPECT_THAT(host.callsOf([&] { plugin->onGetData(); }),
                 testing::StartsWith("App.isSetupMode, App.getData, Data.getBufferState"));
-    EXPECT_EQ(plugin->onStartAcquisition(), 0);
-    EXPECT_THAT(saved(), testing::Not(HasSubstr("4:1")));
     EXPECT_THAT(savedSettings(), HasSubstr("GNSSClock @Id=\"0\""));
 }
 
