@@ -6,6 +6,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <set>
 
 #include "core/string_helper.h"
 #include "station/session/registered_plugins.h"
@@ -295,16 +296,13 @@ void Session::requireOwnCmId(std::size_t module) {
 
 bool Session::needsChannels() {
     refreshModules();
-    std::size_t outputs = 0;
+    std::set<std::int32_t> outputs;  // a setup may name one twice
     for (const ListedModule& module : listed) {
         for (const ListedChannel& channel : module.channels) {
-            if (channel.output < 0) {
-                return true;
-            }
-            ++outputs;
+            outputs.insert(channel.output);
         }
     }
-    return outputs != stationHost->channels().all().size();
+    return outputs.contains(-1) || outputs.size() != stationHost->channels().all().size();
 }
 
 void Session::matchChannels() {
