@@ -1,0 +1,89 @@
+#include "station/session/session.h"
+
+#include "tests/support/temporary_folder.h"
+
+namespace {
+
+using namespace station;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
+
+/// The real plug-in in a session.
+class SessionTest : public ::testing::Test {
+  protected:
+    static std::unique_ptr<Session> make() {
+        return std::make_unique<Session>(
+            SessionOptions{PLUGIN_FILE, MasterClock::defaultSampleRate, {}});
+    }
+    static Module moduleOf(const char* type, std::uint16_t configId, const char* name = "") {
+        Module module;
+        module.type = type;
+        module.configId = configId;
+        module.name = name;
+        return module;
+    }
+    /// "name type cmId: outputs" of each module.
+    std::vector<std::string> modules() const {
+        std::vector<std::string> texts;
+        for (const Module& module : session->getModules()) {
+            texts.push_back(module.name + ' ' + module.type + ' ' + std::to_string(module.cmId) +
+                            ':');
+            for (const Channel& channel : module.channels) {
+                texts.back() += ' ' + std::to_string(channel.output);
+            }
+        }
+        return texts;
+    }
+
+    const TemporaryFolder folder;
+    std::unique_ptr<Session> session = make();
+};
+
+TEST_F(SessionTest, ModulesComeAndGoWithTheirChannels) {
+    EXPECT_EQ(session->addModule(moduleOf("can COMBO", 5, "Front")), 0U);
+    EXPECT_EQ(session->addModule(moduleOf("CAN combo", 6)), 1U);
+    EXPECT_THAT(modules(), ElementsAre("Front CAN combo 69: 0 1 2 3 4 5 6",
+                                       "Technica CAN combo CAN combo 70: 7 8 9 10 11 12 13"));
+    EXPECT_EQ(session->getModules()[1].channels[6].name, "Technica CAN combo 0x70");
+    EXPECT_FALSE(session->needsChannels() || session->getModules()[1].channels[6].isUsed);
+    session->removeModules({0, 0});
+    EXPECT_FALSE(session->needsChannels());
+    EXPECT_THAT(modules(), ElementsAre("Technica CAN combo CAN combo 70: 7 8 9 10 11 12 13"));
+    session->driver().callModules("",
+                                  [](ModuleList& list) { return list.addModule(L"LIN combo"); });
+    EXPECT_TRUE(session->needsChannels());
+    session->matchChannels();
+    EXPECT_FALSE(session->needsChannels());
+}
+
+TEST_F(SessionTest, WhatCannotBeSaysWhatThereIs) {
+    session->addModule(moduleOf("CAN combo", 5, "Front"));
+    session->addModule(moduleOf("LIN combo", 5, "Doors"));
+    const auto refused = [](const auto& action, const char* text) {
+        EXPECT_THAT(action, ThrowsMessage<UserError>(HasSubstr(text)));
+    };
+    refused([&] { session->addModule(moduleOf("CAN box", 1)); },
+            "LIN combo, CAN combo, NeoviFire3");
+    refused([&] { session->setConfigId(1, 16); },
+            "no ConfigId 16 for a LIN combo; there are 0 to 15");
+    refused([&] { session->addModule(moduleOf("CAN combo", 5)); }, "both listen to CM ID 0x45");
+    EXPECT_THROW(session->setName(7, "a"), PluginError);
+}
+
+TEST_F(SessionTest, TwoBusesOfOneOutputStayAsTheSetupHasThem) {
+    session->addModule(moduleOf("CAN combo", 5, "Front"));
+    const auto path = folder.path() / "setup.xml";
+    session->save(SetupFile(path));
+    std::stringstream text;
+    text << std::ifstream(path).rdbuf();
+    std::string changed = text.str();
+    changed.replace(changed.find("<value key=\"ChId\">1<"), 20, "<value key=\"ChId\">0<");
+    std::ofstream(path) << changed;
+    session = make();
+    session->open(SetupFile(path));
+    EXPECT_THAT(modules(), ElementsAre("Front CAN combo 69: 0 0 2 3 4 5 6"));
+    EXPECT_FALSE(session->needsChannels());
+}
+
+}  // namespace
