@@ -37,6 +37,14 @@ TEST_F(PacketReaderTest, InterfaceIsDrainedBeforeTheNextIsRead) {
     EXPECT_THAT(arrived(), ElementsAre(1, 2, 3));
 }
 
+TEST_F(PacketReaderTest, OnlyUntaggedFramesOf0x99feAreLetThrough) {
+    const Bytes other = wire::tecmp(0x41, 3, {{0x10, 1, wire::can(1, {})}}, 0x2090);
+    Bytes nearly = frame(4);
+    nearly[13] = 0xFF;
+    read({other, nearly, wire::tagged(frame(2)), Bytes(13, 0x99), {}, frame(3)});
+    EXPECT_THAT(arrived(), ElementsAre(3));
+}
+
 TEST_F(PacketReaderTest, WhatCameInIsSeenBeforeThePassEnds) {
     std::vector<std::vector<int>> seen;
     port.onRead = [&] {
