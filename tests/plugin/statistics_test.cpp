@@ -176,4 +176,36 @@ TEST_F(StatisticsTest, ModuleThatBeginsToSpeakOrJumpsLosesNothing) {
     }
 }
 
+/// Whatever a host does while it takes a sample, here between two calls of one.
+TEST_F(StatisticsTest, HostMayCallBackWhileItTakesASample) {
+    equip({DeviceTypeInfo::canComboId});
+    const std::function<std::string()> actions[] = {
+        [this] { return event(105); },
+        [this] { return event(130); },
+        [this] { return event(115); },
+        [this] { return outcomeOf([this] { return plugin->onClearSetup(); }); },
+        [this] { return outcomeOf([this] { return plugin->onDisconnectChannels(); }); },
+        [this] { return outcomeOf([this] { return plugin->onGetData(); }); },
+        [this] { return outcomeOf([this] { return plugin->onStartAcquisition(); }); }};
+    for (const auto& action : actions) {
+        EXPECT_EQ(plugin->onClearSetup(), 0);
+        ScriptedChannel& channel = firstChannel();
+        channel.used = hostTrue;
+        channel.writePosition = 0;
+        EXPECT_EQ(startMeasurement(), "0");
+        hear({0.5, 0.6});
+        bool isBack = false;
+        host.script.before("HostChannel::getElementSize", [&] {
+            if (!std::exchange(isBack, true)) {
+                EXPECT_EQ(action(), "0");
+            }
+        });
+        EXPECT_THAT(callAt(1.0), testing::AnyOf("0", "call 80004003"));  // without a channel
+        EXPECT_TRUE(isBack);
+        EXPECT_LE(channel.writePosition, 2) << "nothing twice";
+        host.script.heal();
+        event(130);
+    }
+}
+
 }  // namespace
