@@ -15,7 +15,7 @@ extern "C" const char* __tsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions() {
     return "called_from_lib:libQt6Core.so\ncalled_from_lib:libQt6Gui.so\n"
            "called_from_lib:libQt6DBus.so\ncalled_from_lib:libQt6XcbQpa.so\n"
-           "called_from_lib:libglib-2.0.so\ncalled_from_lib:libdbus-1.so\n"
+           "called_from_lib:libglib-2.0.so\n"
            "race:/oneapi/tbb/\n";
 }
 
