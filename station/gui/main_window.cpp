@@ -252,7 +252,7 @@ void MainWindow::closeWithoutQuestion() {
     mayClose = true;
     if (workspace.isMeasuring()) {
         afterMeasurement = [this] { close(); };
-        attempt([this] { workspace.requestStop(); });
+        attempt([this] { workspace.requestStop(true); });
     } else {
         close();
     }
