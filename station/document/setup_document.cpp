@@ -30,7 +30,7 @@ HostResult SetupDocument::SetRootElement(HostElement* element) {
 HostResult SetupDocument::CreateElement(const wchar_t* name, const wchar_t* text,
                                         HostElement** element) {
     return guarded([&] {
-        return handOver(makeObject<SetupElement>(givenText(name), givenText(text)), element);
+        return handOver(makeObject<SetupElement>(textOf(name), textOf(text)), element);
     });
 }
 
@@ -41,10 +41,10 @@ HostResult SetupDocument::WriteValue(HostElement* element, const wchar_t* key, c
         return failForeign();
     }
     return guarded([&] {
-        if (const std::wstring text = givenText(value); text != givenText(defaultValue)) {
-            own->setValue(givenText(key), text);
+        if (const std::wstring text = textOf(value); text != textOf(defaultValue)) {
+            own->setValue(textOf(key), text);
         } else {
-            own->dropValue(givenText(key));
+            own->dropValue(textOf(key));
         }
         return HostCode::success;
     });
@@ -57,8 +57,8 @@ HostResult SetupDocument::ReadValue(HostElement* element, const wchar_t* key, st
         return failForeign();
     }
     return guarded([&] {
-        const std::wstring* const kept = own->findValue(givenText(key));
-        *value = kept == nullptr ? givenText(defaultValue) : *kept;
+        const std::wstring* const kept = own->findValue(textOf(key));
+        *value = kept == nullptr ? textOf(defaultValue) : *kept;
         return HostCode::success;
     });
 }

@@ -10,7 +10,7 @@ namespace {
 HostResult handFirst(const SetupElement::List& list, const wchar_t* name, HostElement** result) {
     return guarded([&] {
         const auto found =
-            std::find_if(list.begin(), list.end(), [wanted = givenText(name)](const auto& element) {
+            std::find_if(list.begin(), list.end(), [wanted = textOf(name)](const auto& element) {
                 return element->getContent().name == wanted;
             });
         return handOver(found == list.end() ? CountedRef<SetupElement>() : *found, result);
@@ -132,7 +132,7 @@ void SetupElement::clear(List& list) {
 
 HostResult SetupElement::SetText(const wchar_t* text) {
     return guarded([&] {
-        content.text = givenText(text);
+        content.text = textOf(text);
         return HostCode::success;
     });
 }

@@ -21,22 +21,25 @@ struct ClockChoice {
 /// works with any module, while PPS needs a cable.
 class GnssDevice final : public Counted<HostGnssDevice> {
   public:
-    HostResult setDefaultSyncMode(std::int32_t mode) override;
+    /// This host has a default of its own.
+    HostResult setDefaultSyncMode(std::int32_t) override { return HostCode::success; }
     HostResult addSyncMode(std::int32_t mode) override;
-    HostResult getSyncMode(std::int32_t* mode) override;
-    HostResult setSyncMode(std::int32_t mode) override;
-    HostResult getClockSource(HostBool* isSource) override;
-    HostResult setClockSource(HostBool isSource) override;
+    HostResult getSyncMode(std::int32_t* mode) override { return give(mode, choice.syncMode); }
+    HostResult setSyncMode(std::int32_t mode) override { return put(choice.syncMode, mode); }
+    HostResult getClockSource(HostBool* isSource) override {
+        return give(isSource, toHostBool(choice.isSource));
+    }
+    HostResult setClockSource(HostBool isSource) override {
+        return put(choice.isSource, isTrue(isSource));
+    }
 
     const ClockChoice& getChoice() const { return choice; }
     /// Takes effect when the plug-in looks at it again, with event 177.
     void choose(ClockChoice newChoice) { choice = newChoice; }
-    std::int32_t getDefaultSyncMode() const { return defaultSyncMode; }
     const std::set<std::int32_t>& getSyncModes() const { return syncModes; }
 
   private:
     ClockChoice choice;
-    std::int32_t defaultSyncMode = HostGnssDevice::syncModeSoft;
     std::set<std::int32_t> syncModes;
 };
 
@@ -46,9 +49,13 @@ class GnssDeviceList final : public Counted<HostGnssDeviceList> {
     /// Empty: none.
     void setOwnSource(std::wstring name) { ownSource = std::move(name); }
 
-    HostResult getCount(std::int32_t* count) override;
+    HostResult getCount(std::int32_t* count) override {
+        return give(count, ownSource.empty() ? 0 : 1);
+    }
     HostResult getInfo(std::int32_t index, HostGnssDeviceInfo* info) override;
-    HostResult createDevice(HostGnssDevice** device) override;
+    HostResult createDevice(HostGnssDevice** device) override {
+        return handOver(makeObject<GnssDevice>(), device);
+    }
 
   private:
     std::wstring ownSource;

@@ -47,34 +47,9 @@ StationData::SystemClock::time_point StationData::getStart() const {
         std::chrono::nanoseconds(startNanoseconds)));
 }
 
-HostResult StationData::getSampleRate(double* samplesPerSecond) {
-    *samplesPerSecond = clock->getSampleRate();
-    return HostCode::success;
-}
-
 HostResult StationData::getBufferState(std::int32_t* size, std::int32_t* position) {
     *size = MasterClock::bufferSize;
     *position = clock->getPositionInBuffer();
-    return HostCode::success;
-}
-
-HostResult StationData::getWrapCount(std::int32_t* count) {
-    *count = clock->getWrapCount();
-    return HostCode::success;
-}
-
-HostResult StationData::getHistoryDepth(std::int32_t* samples) {
-    *samples = static_cast<std::int32_t>(historySeconds * clock->getSampleRate());
-    return HostCode::success;
-}
-
-HostResult StationData::getReductionFactor(std::int32_t* factor) {
-    *factor = 1;
-    return HostCode::success;
-}
-
-HostResult StationData::getStartTime(double* result) {
-    *result = dayCount;
     return HostCode::success;
 }
 
@@ -89,16 +64,6 @@ HostResult StationData::setStartTime(double newDayCount) {
     return HostCode::success;
 }
 
-HostResult StationData::isChannelSetFixed(HostBool* fixed) {
-    *fixed = hostFalse;
-    return HostCode::success;
-}
-
-HostResult StationData::notifyChannelsChanged() {
-    channelsChanged = true;
-    return HostCode::success;
-}
-
 HostResult StationData::findChannel(const std::int32_t* indices, std::int32_t count,
                                     HostChannel** channel) {
     return guarded([&] {
@@ -108,16 +73,6 @@ HostResult StationData::findChannel(const std::int32_t* indices, std::int32_t co
 
 HostResult StationData::getChannelGroups(HostChannelGroups** groups) {
     return handOver(makeObject<ChannelGroups>(channels), groups);
-}
-
-HostResult StationData::getValueA(double* value) {
-    *value = 0.0;
-    return HostCode::success;
-}
-
-HostResult StationData::getValueB(double* value) {
-    *value = 0.0;
-    return HostCode::success;
 }
 
 }  // namespace station
