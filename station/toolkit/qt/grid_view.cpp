@@ -55,10 +55,6 @@ void GridView::later(Action action) {
 
 void GridView::onColumnsChanged() {
     areColumnsDue = true;
-    catchUpLater();
-}
-
-void GridView::onRowsChanged() {
     onCellsChanged();
 }
 
