@@ -9,7 +9,6 @@
 #include "station/gui/live_panel.h"
 #include "station/gui/measurement_bar.h"
 #include "station/gui/message_bar.h"
-#include "station/gui/recent_files.h"
 #include "station/gui/workspace.h"
 
 namespace station {
@@ -59,7 +58,6 @@ class MainWindow final : public QMainWindow {
 
     MessageBar* const messages;
     Workspace workspace;
-    RecentFiles recent;
     MeasurementBar* const bar;
     QSplitter* const windows;
     QMenu* recentMenu = nullptr;
