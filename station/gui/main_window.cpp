@@ -94,7 +94,7 @@ void MainWindow::makeMenus() {
     addAction(file, "&Open...", QKeySequence::Open, [this] {
         const QString path = QFileDialog::getOpenFileName(this, "Open a setup", {}, fileFilter);
         if (!path.isEmpty()) {
-            whenIdle([this, path] { whenSettled([this, path] { open(path); }); });
+            openWhenFree(path);
         }
     });
     recentMenu = file.addMenu("Open &Recent");
@@ -143,9 +143,7 @@ void MainWindow::placeWindows() {
 void MainWindow::fillRecent() {
     recentMenu->clear();
     for (const QString& path : recentSetups()) {
-        addAction(*recentMenu, path, {}, [this, path] {
-            whenIdle([this, path] { whenSettled([this, path] { open(path); }); });
-        });
+        addAction(*recentMenu, path, {}, [this, path] { openWhenFree(path); });
     }
     recentMenu->setEnabled(!recentMenu->isEmpty());
 }
@@ -200,6 +198,10 @@ void MainWindow::askSavePath(Next next) {
                 }
             });
     dialog->open();
+}
+
+void MainWindow::openWhenFree(const QString& path) {
+    whenIdle([this, path] { whenSettled([this, path] { open(path); }); });
 }
 
 void MainWindow::whenSettled(Next next) {

@@ -52,6 +52,7 @@ class MainWindow final : public QMainWindow {
     void whenSettled(Next next);
     /// Goes on at once, or when the measurement has been stopped, if the user wants that.
     void whenIdle(Next next);
+    void openWhenFree(const QString& path);
     void ask(const QString& text, const QString& button, Next onYes);
     void showClocks();
     void showAbout();

@@ -147,28 +147,9 @@ void StationChannel::beginMeasurement() {
 void StationChannel::takeNew(ChannelSink& sink) {
     if (type == variantType) {
         variants.takeNew(sink);
-        return;
+    } else {
+        ring.takeNew(sink, static_cast<double>(offset), environment.acquisitionRate);
     }
-    if (async) {
-        ring.takeNew(sink);
-        return;
-    }
-    class Timed final : public ChannelSink {
-      public:
-        Timed(ChannelSink& receiver, const StationChannel& source)
-            : target(receiver), channel(source) {}
-        void onSample(const ChannelSample& sample) override {
-            const double position = sample.time + static_cast<double>(channel.offset);
-            target.onSample(
-                {sample.data, sample.size, position / channel.environment.acquisitionRate});
-        }
-
-      private:
-        ChannelSink& target;
-        const StationChannel& channel;
-    };
-    Timed timed(sink, *this);
-    ring.takeNew(timed);
 }
 
 HostResult StationChannel::setIndices(const std::int32_t* values, std::int32_t count) {

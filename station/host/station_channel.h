@@ -24,13 +24,13 @@ template <typename Interface>
 class WithText : public Interface {
   public:
     HostResult setTextAttribute(const wchar_t* newText) override {
-        return put(text, textOf(newText));
+        return put(textAttribute, textOf(newText));
     }
 
   protected:
     ~WithText() = default;
 
-    std::wstring text;
+    std::wstring textAttribute;
 };
 
 /// A channel of the station: what the plug-in tells of it, and its buffers.
@@ -89,60 +89,44 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
 
     // HostChannel
 
-    HostResult getIndices(std::vector<std::int32_t>* result) override {
-        return give(result, place);
-    }
+    HostResult getIndices(std::vector<std::int32_t>* to) override { return give(to, place); }
     HostResult setIndexFormat(std::int32_t) override { return HostCode::success; }
     HostResult setIndexCount(std::int32_t) override { return HostCode::success; }
     /// The indices behind the first two, which say whose channel it is and stay.
     HostResult setIndices(const std::int32_t* values, std::int32_t count) override;
-    HostResult getDataType(std::int32_t* result) override { return give(result, type); }
+    HostResult getDataType(std::int32_t* to) override { return give(to, type); }
     HostResult setDataType(std::int32_t newType) override;
-    HostResult isAsync(HostBool* result) override { return give(result, toHostBool(async)); }
+    HostResult isAsync(HostBool* to) override { return give(to, toHostBool(async)); }
     HostResult setAsync(HostBool newAsync) override { return putLayout(async, isTrue(newAsync)); }
-    HostResult isSingleValue(HostBool* result) override {
-        return give(result, toHostBool(singleValue));
-    }
-    HostResult setSingleValue(HostBool newSingleValue) override {
-        return put(singleValue, isTrue(newSingleValue));
-    }
-    HostResult getChannelClass(std::int32_t* result) override {
-        return give(result, pluginChannelClass);
-    }
-    HostResult getName(std::wstring* result) override { return give(result, channelName); }
-    HostResult setName(const wchar_t* newName) override {
-        return put(channelName, textOf(newName));
-    }
-    HostResult getUnit(std::wstring* result) override { return give(result, unit); }
-    HostResult setUnit(const wchar_t* newUnit) override { return put(unit, textOf(newUnit)); }
-    HostResult getColor(std::uint32_t* result) override { return give(result, color); }
+    HostResult isSingleValue(HostBool* to) override { return give(to, toHostBool(singleValue)); }
+    HostResult setSingleValue(HostBool flag) override { return put(singleValue, isTrue(flag)); }
+    HostResult getChannelClass(std::int32_t* to) override { return give(to, pluginChannelClass); }
+    HostResult getName(std::wstring* to) override { return give(to, channelName); }
+    HostResult setName(const wchar_t* text) override { return put(channelName, textOf(text)); }
+    HostResult getUnit(std::wstring* to) override { return give(to, unit); }
+    HostResult setUnit(const wchar_t* text) override { return put(unit, textOf(text)); }
+    HostResult getColor(std::uint32_t* to) override { return give(to, color); }
     HostResult setColor(std::uint32_t newColor) override { return put(color, newColor); }
-    HostResult isUsed(HostBool* result) override { return give(result, toHostBool(isUsedNow)); }
+    HostResult isUsed(HostBool* to) override { return give(to, toHostBool(isUsedNow)); }
     HostResult setUsed(HostBool newUsed) override { return put(isUsedNow, isTrue(newUsed)); }
-    HostResult getExpectedRate(float* samplesPerSecond) override {
-        return give(samplesPerSecond, expectedRate);
-    }
+    HostResult getExpectedRate(float* to) override { return give(to, expectedRate); }
     HostResult setExpectedRate(float samplesPerSecond) override;
-    HostResult getValueList(HostValueList** result) override { return handOver(valueList, result); }
-    HostResult getPropertySet(HostPropertySet** result) override {
-        return handOver(propertySet, result);
-    }
+    HostResult getValueList(HostValueList** to) override { return handOver(valueList, to); }
+    HostResult getPropertySet(HostPropertySet** to) override { return handOver(propertySet, to); }
     /// The child "OutputChannel" of the element, with a child "Index" (the indices as text, 8:0;3)
     /// and the values "Name", "Unit", "Color", "Used" and "ExpectedRate". What isn't there when
     /// loading stays as it is; the index isn't loaded. A value that makes no sense is a failure
     /// that changes nothing.
     HostResult persistSetup(HostDocument* document, HostElement* element, HostBool saving) override;
-    HostResult isArray(HostBool* result) override { return give(result, toHostBool(array)); }
+    HostResult isArray(HostBool* to) override { return give(to, toHostBool(array)); }
     HostResult setIsArray(HostBool newArray) override { return putLayout(array, isTrue(newArray)); }
-    HostResult getArrayInfo(HostArrayInfo** info) override { return handOver(arrayInfo, info); }
-    HostResult getArraySize(std::int32_t* elements) override {
-        return give(elements, arrayElements());
+    HostResult getArrayInfo(HostArrayInfo** to) override { return handOver(arrayInfo, to); }
+    HostResult getArraySize(std::int32_t* to) override { return give(to, arrayElements()); }
+    HostResult getDataBuffer(void** to) override {
+        return giveOfBuffers(to, [&] { return ring.getData(); });
     }
-    HostResult getDataBuffer(void** data) override {
-        return giveOfBuffers(data, [&] { return ring.getData(); });
-    }
-    HostResult getTimeBuffer(double** times) override {
-        return giveOfBuffers(times, [&] { return ring.getTimes(); });
+    HostResult getTimeBuffer(double** to) override {
+        return giveOfBuffers(to, [&] { return ring.getTimes(); });
     }
     HostResult getBufferSize(std::int32_t* samples) override {
         return giveOfBuffers(samples, [&] {
@@ -155,47 +139,37 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
                              [&] { return static_cast<std::int32_t>(ring.getWritePosition()); });
     }
     HostResult advanceWritePosition(std::int32_t samples) override;
-    HostResult getRateDivider(std::int32_t* divider) override { return give(divider, 1); }
+    HostResult getRateDivider(std::int32_t* to) override { return give(to, 1); }
     HostResult setWriteOffset(std::int64_t samples) override { return put(offset, samples); }
     HostResult addVariantValue(double seconds, const HostVariant& value) override;
-    HostResult scaleValue(double raw, double* scaled) override { return give(scaled, raw); }
-    HostResult getScale(double* scale) override { return give(scale, 1.0); }
-    HostResult getOffset(double* result) override { return give(result, 0.0); }
+    HostResult scaleValue(double raw, double* to) override { return give(to, raw); }
+    HostResult getScale(double* to) override { return give(to, 1.0); }
+    HostResult getOffset(double* to) override { return give(to, 0.0); }
 
-    HostResult getTextAttribute(std::wstring* result) override {
-        return give(result, WithText<HostChannel>::text);
+    HostResult getTextAttribute(std::wstring* to) override {
+        return give(to, WithText<HostChannel>::textAttribute);
     }
-    HostResult getTextAttributeB(std::wstring* result) override {
-        return give(result, std::wstring());
-    }
-    HostResult getTextAttributeC(std::wstring* result) override {
-        return give(result, std::wstring());
-    }
-    HostResult getBoolAttributeA(HostBool* flag) override {
-        return give(flag, toHostBool(flags[0]));
-    }
+    HostResult getTextAttributeB(std::wstring* to) override { return give(to, std::wstring()); }
+    HostResult getTextAttributeC(std::wstring* to) override { return give(to, std::wstring()); }
+    HostResult getBoolAttributeA(HostBool* to) override { return give(to, toHostBool(flags[0])); }
     HostResult setBoolAttributeA(HostBool flag) override { return put(flags[0], isTrue(flag)); }
-    HostResult getBoolAttributeB(HostBool* flag) override {
-        return give(flag, toHostBool(flags[1]));
-    }
+    HostResult getBoolAttributeB(HostBool* to) override { return give(to, toHostBool(flags[1])); }
     HostResult setBoolAttributeB(HostBool flag) override { return put(flags[1], isTrue(flag)); }
-    HostResult getDoubleAttributeA(double* value) override { return give(value, doubles[0]); }
+    HostResult getDoubleAttributeA(double* to) override { return give(to, doubles[0]); }
     HostResult setDoubleAttributeA(double value) override { return put(doubles[0], value); }
-    HostResult getDoubleAttributeB(double* value) override { return give(value, doubles[1]); }
+    HostResult getDoubleAttributeB(double* to) override { return give(to, doubles[1]); }
     HostResult setDoubleAttributeB(double value) override { return put(doubles[1], value); }
-    HostResult getDoubleAttributeC(double* value) override { return give(value, doubles[2]); }
+    HostResult getDoubleAttributeC(double* to) override { return give(to, doubles[2]); }
     HostResult setDoubleAttributeC(double value) override { return put(doubles[2], value); }
-    HostResult getDoubleAttributeD(double* value) override { return give(value, doubles[3]); }
+    HostResult getDoubleAttributeD(double* to) override { return give(to, doubles[3]); }
     HostResult setDoubleAttributeD(double value) override { return put(doubles[3], value); }
-    HostResult getIntAttributeA(std::int32_t* value) override { return give(value, ints[0]); }
+    HostResult getIntAttributeA(std::int32_t* to) override { return give(to, ints[0]); }
     HostResult setIntAttributeA(std::int32_t value) override { return put(ints[0], value); }
-    HostResult getIntAttributeB(std::int32_t* value) override { return give(value, ints[1]); }
+    HostResult getIntAttributeB(std::int32_t* to) override { return give(to, ints[1]); }
     HostResult setIntAttributeB(std::int32_t value) override { return put(ints[1], value); }
-    HostResult getIntAttributeC(std::int32_t* value) override { return give(value, 0); }
+    HostResult getIntAttributeC(std::int32_t* to) override { return give(to, 0); }
     HostResult setScalarAttribute(double) override { return HostCode::success; }
-    HostResult getBufferAttribute(std::uint32_t* value) override {
-        return give(value, bufferAttribute);
-    }
+    HostResult getBufferAttribute(std::uint32_t* to) override { return give(to, bufferAttribute); }
     HostResult setBufferAttribute(std::uint32_t value) override {
         return put(bufferAttribute, value);
     }
@@ -205,11 +179,11 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     HostResult claim() override { return put(isClaimed, true); }
     HostResult allocateBuffers(HostBool) override;
     HostResult releaseBuffers() override;
-    HostResult getExtIntAttribute(std::int32_t* value) override { return give(value, ints[2]); }
+    HostResult getExtIntAttribute(std::int32_t* to) override { return give(to, ints[2]); }
     HostResult setExtIntAttribute(std::int32_t value) override { return put(ints[2], value); }
-    HostResult getExtDoubleAttributeA(double* value) override { return give(value, doubles[4]); }
+    HostResult getExtDoubleAttributeA(double* to) override { return give(to, doubles[4]); }
     HostResult setExtDoubleAttributeA(double value) override { return put(doubles[4], value); }
-    HostResult getExtDoubleAttributeB(double* value) override { return give(value, doubles[5]); }
+    HostResult getExtDoubleAttributeB(double* to) override { return give(to, doubles[5]); }
     HostResult setExtDoubleAttributeB(double value) override { return put(doubles[5], value); }
 
   private:

@@ -17,19 +17,14 @@ constexpr std::int64_t nanosecondsPerMicrosecond = 1000;
 /// The places of the groups of channels: only the plug-ins' is taken.
 class ChannelGroups final : public Counted<HostChannelGroups> {
   public:
-    explicit ChannelGroups(CountedRef<ChannelList> channelList) : plugins(std::move(channelList)) {}
+    explicit ChannelGroups(CountedRef<HostPluginGroup> group) : plugins(std::move(group)) {}
 
     HostResult getGroup(std::int32_t index, HostObject** group) override {
-        *group = nullptr;
-        if (index == pluginGroupIndex) {
-            plugins->addRef();
-            *group = static_cast<HostPluginGroup*>(plugins.get());
-        }
-        return HostCode::success;
+        return handOver(index == pluginGroupIndex ? plugins : CountedRef<HostPluginGroup>(), group);
     }
 
   private:
-    const CountedRef<ChannelList> plugins;
+    const CountedRef<HostPluginGroup> plugins;
 };
 
 }  // namespace

@@ -89,7 +89,7 @@ void GridView::catchUp() {
 }
 
 void GridView::describeColumns() {
-    std::vector<QString> titles;
+    QStringList titles;
     for (const DrawGrid::Column& column : grid->getColumns()) {
         titles.push_back(QString::fromStdString(column.title));
     }
