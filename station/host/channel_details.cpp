@@ -7,12 +7,6 @@ namespace {
 constexpr std::int64_t mostElements = std::int64_t{1} << 24;
 constexpr std::int32_t mostDimensions = 8;
 
-class AxisDisplay final : public Counted<HostAxisDisplay> {
-  public:
-    HostResult setValue(std::int32_t) override { return HostCode::success; }
-    HostResult setFlag(HostBool) override { return HostCode::success; }
-};
-
 HostResult failOutside(const char* what) {
     return fail(HostCode::invalidArgument, std::string("there is no such ") + what);
 }
@@ -22,10 +16,6 @@ HostResult failOutside(const char* what) {
 HostResult AxisInfo::check(std::int32_t position) const {
     return position >= 0 && position < elements ? HostCode::success
                                                 : failOutside("position on the axis");
-}
-
-HostResult AxisInfo::getDisplay(HostAxisDisplay** display) {
-    return handOver(makeObject<AxisDisplay>(), display);
 }
 
 HostResult ArrayInfo::setDimensionCount(std::int32_t count) {

@@ -20,8 +20,8 @@ auto* itemAt(Items& items, std::int32_t position) {
 }
 
 /// An axis of an array channel. This host draws no arrays: what a plug-in says of the axis is
-/// checked, and not kept.
-class AxisInfo final : public Counted<HostAxisInfo> {
+/// checked, and not kept, its display's values neither.
+class AxisInfo final : public Counted<HostAxisInfo, HostAxisDisplay> {
   public:
     explicit AxisInfo(std::int32_t elementCount) : elements(elementCount) {}
 
@@ -35,7 +35,11 @@ class AxisInfo final : public Counted<HostAxisInfo> {
     HostResult setTextValue(std::int32_t position, const wchar_t*) override {
         return check(position);
     }
-    HostResult getDisplay(HostAxisDisplay** display) override;
+    HostResult getDisplay(HostAxisDisplay** display) override {
+        return handOver(CountedRef<AxisInfo>(this), display);
+    }
+    HostResult setValue(std::int32_t) override { return HostCode::success; }
+    HostResult setFlag(HostBool) override { return HostCode::success; }
 
   private:
     HostResult check(std::int32_t position) const;

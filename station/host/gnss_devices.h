@@ -61,17 +61,19 @@ class GnssDeviceList final : public Counted<HostGnssDeviceList> {
     std::wstring ownSource;
 };
 
-/// Where the plug-in shows its clocks to the host, each under a name of its own.
-class GnssDeviceCollection final : public Counted<HostGnssDeviceCollection> {
+/// Where the plug-in shows its clocks to the host, each under a name of its own. The names, which
+/// are for a user of a list, aren't shown by this host: so it is itself the place for any of them.
+class GnssDeviceCollection final : public Counted<HostGnssDeviceCollection, HostGnssDeviceHandle> {
   public:
     /// To be called before the plug-in comes with its clocks again.
     void clear() { devices.clear(); }
     /// In the order in which they came: that of the plug-in's list of clocks.
     const std::vector<CountedRef<GnssDevice>>& getDevices() const { return devices; }
 
-    HostResult open(const wchar_t* name, HostGnssDeviceHandle** handle) override;
-    /// What each handle does.
-    HostResult attach(HostGnssDevice* device);
+    HostResult open(const wchar_t*, HostGnssDeviceHandle** handle) override {
+        return handOver(CountedRef<GnssDeviceCollection>(this), handle);
+    }
+    HostResult attach(HostGnssDevice* device) override;
 
   private:
     std::vector<CountedRef<GnssDevice>> devices;

@@ -14,19 +14,6 @@ constexpr auto unixEpochDayCount = static_cast<double>(gnss_arithmetic::unixEpoc
 constexpr double lastDayCount = 109572.0;
 constexpr std::int64_t nanosecondsPerMicrosecond = 1000;
 
-/// The places of the groups of channels: only the plug-ins' is taken.
-class ChannelGroups final : public Counted<HostChannelGroups> {
-  public:
-    explicit ChannelGroups(CountedRef<HostPluginGroup> group) : plugins(std::move(group)) {}
-
-    HostResult getGroup(std::int32_t index, HostObject** group) override {
-        return handOver(index == pluginGroupIndex ? plugins : CountedRef<HostPluginGroup>(), group);
-    }
-
-  private:
-    const CountedRef<HostPluginGroup> plugins;
-};
-
 }  // namespace
 
 void StationData::setStart(SystemClock::time_point time) {
@@ -64,10 +51,6 @@ HostResult StationData::findChannel(const std::int32_t* indices, std::int32_t co
     return guarded([&] {
         return handOver(channels->find({indices, indices + std::max(count, 0)}), channel);
     });
-}
-
-HostResult StationData::getChannelGroups(HostChannelGroups** groups) {
-    return handOver(makeObject<ChannelGroups>(channels), groups);
 }
 
 }  // namespace station

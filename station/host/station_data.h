@@ -11,7 +11,7 @@ namespace station {
 
 /// The measurement as the plug-in sees it: how far the acquisition is, when it began, and its
 /// channels. Called on the host's thread.
-class StationData final : public Counted<HostData> {
+class StationData final : public Counted<HostData, HostChannelGroups> {
   public:
     using SystemClock = std::chrono::system_clock;
 
@@ -48,7 +48,14 @@ class StationData final : public Counted<HostData> {
     HostResult notifyChannelsChanged() override { return put(channelsChanged, true); }
     HostResult findChannel(const std::int32_t* indices, std::int32_t count,
                            HostChannel** channel) override;
-    HostResult getChannelGroups(HostChannelGroups** groups) override;
+    HostResult getChannelGroups(HostChannelGroups** groups) override {
+        return handOver(CountedRef<StationData>(this), groups);
+    }
+    /// Only the plug-ins' group is there.
+    HostResult getGroup(std::int32_t index, HostObject** group) override {
+        return handOver(index == pluginGroupIndex ? CountedRef<HostPluginGroup>(channels) : nullptr,
+                        group);
+    }
     HostResult getValueA(double* value) override { return give(value, 0.0); }
     HostResult getValueB(double* value) override { return give(value, 0.0); }
 
