@@ -56,8 +56,8 @@ class Arguments final : public Counted<HostVariantArray> {
     std::vector<CountedRef<HostObject>> objects;
 };
 
-/// Where the plug-in enters, on event 118, the channels that it reads in the coming measurement.
-/// This host lets it read any.
+/// Where the plug-in enters, on event 118, the channels that it reads in the coming measurement,
+/// when it also claims those that it fills. This host lets it read any.
 class ReadChannels final : public Counted<HostChannelList> {
   public:
     HostResult addChannel(HostChannel* channel) override {
@@ -227,11 +227,6 @@ void PluginDriver::tellNewChannels() {
     sendEvent(step, PluginEvent::channelsChanged);
 }
 
-void PluginDriver::claimChannels(const char* step) {
-    const auto read = makeObject<ReadChannels>();
-    sendObject(step, PluginEvent::claimChannels, static_cast<HostChannelList*>(read.get()));
-}
-
 void PluginDriver::updateDevices() {
     host->gnssPlaces().clear();
     sendObject("set its clocks", PluginEvent::updateDevices,
@@ -250,7 +245,8 @@ void PluginDriver::start() {
         host->channels().beginMeasurement();
         return plugin->onPrepareAcquisition();
     });
-    claimChannels(step);
+    const auto read = makeObject<ReadChannels>();
+    sendObject(step, PluginEvent::claimChannels, static_cast<HostChannelList*>(read.get()));
     call(step, [&] { return plugin->onStartAcquisition(); });
     sendEvent(step, PluginEvent::alignChannels);
     state = State::Running;  // from here on a failure has something to stop

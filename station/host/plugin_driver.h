@@ -142,8 +142,6 @@ class PluginDriver {
     std::vector<Entry> readAll(HostResult (CaptureStatistics::*read)(Entry*, std::uint32_t*)) const;
     /// Says that the list of channels is another one, for the channels that the plug-in reads.
     void tellNewChannels();
-    /// Has the plug-in say which channels it fills and which it reads.
-    void claimChannels(const char* step);
     void persist(const char* step, std::int32_t event, HostDocument& document, HostElement& element,
                  bool saving);
     void stopQuietly() noexcept;
