@@ -11,7 +11,7 @@
 #include "host/plugin.h"
 #include "station/cli/commands.h"
 #include "station/cli/text_writer.h"
-#include "station/host/plugin_failure.h"
+#include "station/errors.h"
 #include "station/session/plugin_module.h"
 #include "station/session/registered_plugins.h"
 #include "station/terminal_text.h"

@@ -24,8 +24,8 @@ struct WorkspaceOptions {
 /// measurement that may run. It has no looks of its own but those two windows.
 ///
 /// The event loop's thread is the host's thread; the owner calls `tick` every
-/// `Measurement::period`. Operations throw `PluginError`, FileError, FileError or
-/// UserError with a text for the user, and leave what was there as it was.
+/// `Measurement::period`. Operations throw `PluginError`, FileError or UserError with a text for
+/// the user, and leave what was there as it was.
 class Workspace {
   public:
     /// Begins with an empty setup.
