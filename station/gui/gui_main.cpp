@@ -9,6 +9,8 @@
 #include "station/errors.h"
 #include "station/gui/main_window.h"
 #include "station/stop_signal.h"
+#include "station/terminal_text.h"
+#include "station/terminal_text.h"
 
 #ifndef CMP_VERSION
 #define CMP_VERSION "unknown"

@@ -124,16 +124,65 @@ class CommandLine(Case):
         output, _ = self.expect(0, "run", "--json", "--duration", "0.5")
         self.assertGreaterEqual(json.loads(output)["seconds"], 0.5)
 
-    def test_output_that_nobody_reads_any_more_ends_it_well(self):
+    def test_reader_of_the_progress_may_go_and_one_of_the_result_may_not(self):
         recording = self.path("a.pcapng")
-        station, sent = self.record(recording)
+        station = lab.Station(FRONT, record=[recording])
         station.process.stderr.close()
+        sent = lab.simulate(CAN, "--rate", 50, "--duration", 2)
+        station.process.send_signal(signal.SIGINT)
         self.assertEqual(station.process.wait(lab.PATIENCE), 0)
         self.expect_complete(sent, json.loads(station.process.stdout.read()), recording)
+        for arguments in (["dump", self.stored], ["convert", self.stored, self.path("b.pcapng")],
+                          ["run", "--json", "--duration", "0.1"]):
+            quoted = " ".join(f"'{word}'" for word in [lab.STATION, *arguments])
+            for output, text in ((">/dev/full", "No space left"), (">&-", "Bad file descriptor")):
+                code, _, errors = lab.call(["sh", "-c", quoted + output])
+                self.assertEqual(code, 1, errors)
+                self.assertIn(f"can't print the result: {text}", errors)
         dump = lab.spawn([lab.STATION, "dump", self.stored], stdout=subprocess.PIPE)
         self.assertEqual(dump.stdout.readline(), "HEADER\n")
         dump.stdout.close()
-        self.assertEqual(dump.wait(lab.PATIENCE), 0)
+        self.assertEqual(dump.wait(lab.PATIENCE), -signal.SIGPIPE)
+
+    def test_closed_standard_descriptors_do_not_become_a_recording(self):
+        recording = self.path("a.pcapng")
+        station = lab.spawn(["sh", "-c", f"exec '{lab.STATION}' run --module '{FRONT[0]}' --duration 4"
+                             f" --record '{recording}' <&- >&- 2>&-"])
+        time.sleep(1)
+        sent = lab.simulate(CAN, "--rate", 50, "--duration", 1)
+        self.assertEqual(station.wait(lab.PATIENCE), 1)  # for the table at its end
+        self.assertEqual(len(traffic.read_with_tshark(recording)), sent["dataMessages"])
+
+    def test_frozen_disk_holds_up_neither_the_messages_nor_the_end(self):
+        image, disk = self.path("image"), self.path("disk")
+        disk.mkdir()
+        with open(image, "wb") as file:
+            file.truncate(16 << 20)
+        subprocess.run(["mkfs.ext4", "-q", image], check=True)
+        if subprocess.run(["mount", "-o", "loop", image, disk], check=False).returncode:
+            self.skipTest("no loop device to be had")
+        self.addCleanup(subprocess.run, ["umount", disk], check=True)
+        recording = disk / "a.pcapng"
+        station = lab.Station(FRONT, record=[recording])
+        subprocess.run(["fsfreeze", "--freeze", disk], check=True)
+        sent = lab.simulate(CAN, "--rate", 200, "--duration", 3)
+        subprocess.run(["fsfreeze", "--unfreeze", disk], check=True)
+        report, _ = station.stop()
+        self.expect_complete(sent, report, recording)
+
+        recording = disk / "b.pcapng"
+        station = lab.Station(FRONT, record=[recording])
+        subprocess.run(["fsfreeze", "--freeze", disk], check=True)
+        try:
+            lab.simulate(CAN, "--rate", 200, "--duration", 1)
+            station.process.send_signal(signal.SIGTERM)
+            # The system lets the process go only when the disk is back, but it has said all by then.
+            while station.process.stdout.readline() != "}\n":
+                pass
+        finally:
+            subprocess.run(["fsfreeze", "--unfreeze", disk], check=True)
+        self.assertEqual(station.process.wait(lab.PATIENCE), 1)
+        self.assertIn("the disk doesn't answer", station.process.stderr.read())
 
     def test_killed_run_leaves_a_recording_that_lacks_a_second_at_most(self):
         recording = self.path("a.pcapng")
