@@ -15,19 +15,19 @@ namespace {
 using namespace std::chrono_literals;
 
 /// Room for the frames that wait, in bytes, and how long the system fills a block of it before it
-/// shows it. A ring consists of blocks of 256 KiB, and a block is closed after that time with
-/// whatever is in it: a ring of N MiB holds the frames of the last 4 N times that, and fewer where
-/// they are many. It must last as long as a busy machine may leave the capture thread without a
-/// core.
+/// shows it. A ring consists of blocks of 256 KiB, and a block is closed that long after its first
+/// frame with whatever is in it: a ring of N MiB holds the frames of the last 4 N times that, and
+/// fewer where they are many. It must last as long as a busy machine may leave the capture thread
+/// without a core, and no frame is seen later than that after it came in.
 ///
-/// An interface with modules has 32 MiB: blocks of the read timeout of 1 ms, which on a busy
-/// machine are some 3 ms, last for a third of a second, and frames of 1.3 kB at 100,000 a second
-/// for a quarter. One on which no module was heard has 4 MiB, as there may be dozens of those. Its
-/// blocks are filled for longer, so that they last as long until it has the wide ring too; the
-/// first frames are seen that much later.
+/// An interface with modules has 32 MiB, half a second, and a quarter with frames of 1.3 kB at
+/// 100,000 a second. One on which no module was heard has 3 MiB, as there may be dozens of those.
+/// Its blocks are filled for longer, so that they last for a third of a second until it has the
+/// wide ring too.
 constexpr int wideRing = 32 * 1024 * 1024;
-constexpr int narrowRing = 4 * 1024 * 1024;
-constexpr std::int32_t narrowTimeoutMs = 24;
+constexpr std::int32_t wideTimeoutMs = 4;
+constexpr int narrowRing = 3 * 1024 * 1024;
+constexpr std::int32_t narrowTimeoutMs = 32;
 
 constexpr std::uint32_t mostFramesInTurn = 4096;
 constexpr auto patience = 1s;
@@ -51,7 +51,7 @@ bool isLoopback(const std::string& name) {
 /// ring that there is goes on getting them.
 std::unique_ptr<PcapRing> openBeside(const PcapRing::Settings& settings, PcapRing::GroupId group) {
     std::string unused;
-    auto wide = PcapRing::open(settings, wideRing, 1, unused);
+    auto wide = PcapRing::open(settings, wideRing, wideTimeoutMs, unused);
     if (wide && !(wide->joinGroup(group) && wide->sendAllTo(PcapRing::Member::Second))) {
         wide.reset();
     }
@@ -94,7 +94,7 @@ std::unique_ptr<LiveHandle> LiveHandle::open(const PcapRing::Settings& settings,
         }
     }
     if (!ring) {
-        ring = PcapRing::open(settings, wideRing, 1, error);
+        ring = PcapRing::open(settings, wideRing, wideTimeoutMs, error);
     }
     return ring ? std::unique_ptr<LiveHandle>(
                       new LiveHandle(settings, timeoutMs, std::move(ring), group, std::move(links)))
