@@ -52,6 +52,13 @@ void CmpPacketReader::openInterfaces() {
     }
     closeInterfaces();
     messages.clear();
+    for (const std::string& name : selection) {
+        if (std::none_of(found.begin(), found.end(),
+                         [&name](const CaptureInterface& device) { return device.name == name; })) {
+            messages.tell(name,
+                          "there is no interface " + name + "; it is captured when it appears");
+        }
+    }
     for (CaptureInterface& device : found) {
         if (!selection.empty() &&
             std::find(selection.begin(), selection.end(), device.name) == selection.end()) {
