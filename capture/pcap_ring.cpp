@@ -51,8 +51,9 @@ std::unique_ptr<PcapRing> PcapRing::open(const Settings& settings, int bytes, st
     const int result = pcap_activate(opened);
     if (result < 0) {
         const std::string detail = pcap_geterr(opened);
-        error = settings.interface + ": " + pcap_statustostr(result) +
-                (detail.empty() ? "" : " (" + detail + ")");
+        const std::string status = pcap_statustostr(result);
+        error = settings.interface + ": " + status +
+                (detail.empty() || detail == status ? "" : " (" + detail + ")");
         return nullptr;
     }
     if (pcap_setnonblock(opened, 1, text) != 0) {
