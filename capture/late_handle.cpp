@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// How often is looked for interfaces that have ended, and those tried again that can't be opened.
+/// How often the watch looks for interfaces that have ended, and tries again to open the others.
 constexpr auto lookPeriod = 500ms;
 
 }  // namespace

@@ -23,7 +23,7 @@
 /// An interface is known by the system's index, so that one that was made again is another one.
 class LateHandle final : public CaptureHandle, private Kestrova::Utils::Threading::ThreadEx {
   public:
-    /// Null if the system doesn't tell of changes, which is told.
+    /// Null if the system can't report changes; `wanted.messages` then gets the reason.
     static std::unique_ptr<LateHandle> open(const LateCapture& wanted,
                                             std::shared_ptr<OpenLinks> openLinks);
     ~LateHandle() override;

@@ -52,6 +52,8 @@ class ChangingInterfaces(Case):
         self.wait_for("late0: That device is not up")
         ip("link set late0 up")
         self.wait_for("interface late0 is captured from now on")
+        open_files = Path(f"/proc/{self.station.process.pid}/fd")
+        before = len(list(open_files.iterdir()))
         for times in (1, 2):
             add_link("late1", "far1")
             ip("link set late1 up")
@@ -59,6 +61,7 @@ class ChangingInterfaces(Case):
             if times == 1:
                 ip("link del late1")
                 self.wait_for("interface late1 went away")
+                lab.wait_until(lambda: len(list(open_files.iterdir())) <= before, "it is closed")
         self.addCleanup(ip, "link del late1")
         self.expect_all_of("far0", "far1", "sim0")
 
