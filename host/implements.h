@@ -3,16 +3,28 @@
 #include <atomic>
 #include <cassert>
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 
 #include "host/counted_ref.h"
 #include "host/host_object.h"
 
-/// What every implementation of a host interface needs: the count of references, which starts with
-/// the maker's one, and the query, which finds `Interface`, those of its bases that are named, and
-/// `HostObject`. Made by `makeObject` and ended by its last `release`.
-template <typename Interface, typename... Bases>
-class Implements : public Interface {
+namespace implements {
+
+template <typename>
+struct Nothing {};
+/// What an object has to derive from for `Other` beside `Interface`: nothing if that derives from
+/// it.
+template <typename Interface, typename Other>
+using Beside = std::conditional_t<std::is_base_of_v<Other, Interface>, Nothing<Other>, Other>;
+
+}  // namespace implements
+
+/// What every implementation of host interfaces needs: the count of references, which starts with
+/// the maker's one, and the query, which finds `Interface`, the others, of which each is a base of
+/// it or one beside it, and `HostObject`. Made by `makeObject` and ended by its last `release`.
+template <typename Interface, typename... Others>
+class Implements : public Interface, public implements::Beside<Interface, Others>... {
   public:
     HostResult queryInterface(const InterfaceId& interfaceId, void** result) override {
         *result = findInterface(interfaceId);
@@ -43,7 +55,7 @@ class Implements : public Interface {
             return static_cast<HostObject*>(self);
         }
         void* found = interfaceId == Interface::id ? self : nullptr;
-        ((found = interfaceId == Bases::id ? static_cast<Bases*>(self) : found), ...);
+        ((found = interfaceId == Others::id ? static_cast<Others*>(this) : found), ...);
         return found;
     }
 

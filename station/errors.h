@@ -34,4 +34,11 @@ class FileError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// The plug-in failed in one of the host's calls: by an exception of any type or by a negative
+/// code. The text says in which and why, for the user.
+class PluginError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
 }  // namespace station

@@ -1,63 +1,124 @@
 #include "station/stop_signal.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <system_error>
+
+#include "station/errors.h"
 
 namespace station {
 namespace {
+
+constexpr int forever = -1;
 
 bool isIgnored(int number) {
     struct sigaction action {};
     return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-}  // namespace
-
-StopSignal::StopSignal() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    if (!isIgnored(SIGHUP)) {  // nohup has it ignored
-        sigaddset(&signals, SIGHUP);
-    }
-    if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) != 0 ||
-        (descriptor = signalfd(-1, &signals, SFD_CLOEXEC)) < 0) {
+int orThrow(int descriptor) {
+    if (descriptor < 0) {
         throw std::system_error(errno, std::generic_category(), "signals");
     }
+    return descriptor;
+}
+
+void raise(int event) {
+    eventfd_write(event, 1);
+}
+
+}  // namespace
+
+StopSignal::StopSignal(bool endsWhoWaits) : endsWaiting(endsWhoWaits) {
+    sigset_t wanted;
+    sigemptyset(&wanted);
+    sigaddset(&wanted, SIGINT);
+    sigaddset(&wanted, SIGTERM);
+    if (!isIgnored(SIGHUP)) {  // nohup has it ignored
+        sigaddset(&wanted, SIGHUP);
+    }
+    orThrow(-pthread_sigmask(SIG_BLOCK, &wanted, nullptr));
+    signals = orThrow(signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK));
+    request = orThrow(eventfd(0, EFD_CLOEXEC));
+    destroyed = orThrow(eventfd(0, EFD_CLOEXEC));
     // A shell without job control starts background commands with SIGINT ignored, and an ignored
     // signal would never arrive.
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGPIPE, SIG_IGN);
+    watcher = std::thread([this] { watch(); });
 }
 
 StopSignal::~StopSignal() {
-    close(descriptor);
+    raise(destroyed);
+    watcher.join();
+    for (const int descriptor : {signals, request, destroyed}) {
+        close(descriptor);
+    }
 }
 
 bool StopSignal::waitUntil(std::chrono::steady_clock::time_point moment) {
     using namespace std::chrono;
-    while (!requested) {
+    for (;;) {
         const auto now = steady_clock::now();
         const auto left = moment > now ? ceil<milliseconds>(moment - now) : milliseconds(0);
-        pollfd watched[] = {{descriptor, POLLIN, 0}, {STDOUT_FILENO, 0, 0}, {STDERR_FILENO, 0, 0}};
-        const auto timeout = static_cast<int>(std::min<milliseconds::rep>(left.count(), 60000));
-        if (poll(watched, std::size(watched), timeout) < 0) {
-            continue;
+        pollfd watched{request, POLLIN, 0};
+        poll(&watched, 1, static_cast<int>(std::min<milliseconds::rep>(left.count(), 60000)));
+        if ((watched.revents & POLLIN) != 0) {
+            ++looks;
+            return true;
         }
-        pipeBroken = ((watched[1].revents | watched[2].revents) & POLLERR) != 0;
-        requested = (watched[0].revents & POLLIN) != 0 || pipeBroken;
         if (steady_clock::now() >= moment) {
-            break;
+            return false;
         }
     }
-    return requested;
+}
+
+void StopSignal::watch() {
+    constexpr int patience = 400;  // milliseconds
+    if (!waitForSignal(forever)) {
+        return;
+    }
+    raise(request);
+    int seen = 0;
+    do {
+        seen = looks;
+        if (waitForSignal(endsWaiting ? patience : forever)) {
+            endProgram();
+        }
+        pollfd end{destroyed, POLLIN, 0};
+        if (poll(&end, 1, 0) == 1) {
+            return;
+        }
+    } while (looks != seen || !endsWaiting);
+    endProgram();
+}
+
+/// False after that time, and when the object goes.
+bool StopSignal::waitForSignal(int milliseconds) {
+    pollfd watched[] = {{signals, POLLIN, 0}, {destroyed, POLLIN, 0}};
+    while (poll(watched, std::size(watched), milliseconds) < 0) {
+    }
+    signalfd_siginfo info{};
+    return read(signals, &info, sizeof info) == sizeof info;
+}
+
+/// Says so where standard error takes it at once.
+void StopSignal::endProgram() {
+    pollfd errors{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&errors, 1, 0) == 1 && (errors.revents & POLLOUT) != 0) {
+        const char* const last = farewell;
+        for (const char* const text : {last != nullptr ? last : "", "ended at once\n"}) {
+            [[maybe_unused]] const ssize_t unused = write(STDERR_FILENO, text, std::strlen(text));
+        }
+    }
+    _exit(static_cast<int>(ExitCode::Failed));
 }
 
 }  // namespace station

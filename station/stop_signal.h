@@ -1,17 +1,23 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <thread>
 
 namespace station {
 
-/// The request to stop: Ctrl-C, SIGTERM, a terminal that was closed, or an output whose reader has
-/// gone.
+/// The request to stop: Ctrl-C, SIGTERM, or a terminal that was closed.
+///
+/// A program that doesn't look for the request waits for something: a reader, a pipe, a disk. It is
+/// ended then, 0.4 s after the request; after a second request every program is, at once. The exit
+/// code is that of a failure.
 ///
 /// Made once in `main`, before any thread starts: the threads take over its signal mask, so that
 /// the signals arrive here and nowhere else. SIGPIPE is ignored from then on.
 class StopSignal {
   public:
-    StopSignal();
+    /// `endsWhoWaits`: else only a second request ends the program.
+    explicit StopSignal(bool endsWhoWaits = true);
     ~StopSignal();
     StopSignal(const StopSignal&) = delete;
     StopSignal& operator=(const StopSignal&) = delete;
@@ -20,13 +26,23 @@ class StopSignal {
     /// true.
     bool waitUntil(std::chrono::steady_clock::time_point moment);
     bool isRequested() { return waitUntil(std::chrono::steady_clock::time_point::min()); }
-    /// Whether an output's reader has gone, so that nothing more can be said there.
-    bool isPipeBroken() const { return pipeBroken; }
+    /// From now on the program waits for nobody but the system: only a second request ends it.
+    void beginCleanUp() { endsWaiting = false; }
+    /// Written to standard error before the program is ended, to restore a terminal. A literal.
+    void setFarewell(const char* text) { farewell = text; }
 
   private:
-    int descriptor = -1;
-    bool requested = false;
-    bool pipeBroken = false;
+    void watch();
+    bool waitForSignal(int milliseconds);
+    [[noreturn]] void endProgram();
+
+    int signals = -1;
+    int request = -1;  ///< readable once the request is there
+    int destroyed = -1;
+    std::atomic<bool> endsWaiting;
+    std::atomic<int> looks{0};  ///< how often the program has seen the request
+    std::atomic<const char*> farewell{nullptr};
+    std::thread watcher;
 };
 
 }  // namespace station

@@ -167,22 +167,22 @@ class OutputChannelImpl final : public OutputChannel {
 
     double getLastValue() const override { return strategy().getLastValue(); }
     void setValueRaw(const void* data, std::uint64_t size) override {
-        write(&IAddData::setValueRaw, data, size);
+        write<&IAddData::setValueRaw>(data, size);
     }
     void setValueRawClamped(const void* data, std::uint64_t size) override {
-        write(&IAddData::setValueRawClamped, data, size);
+        write<&IAddData::setValueRawClamped>(data, size);
     }
     void addSynchronousSample(const void* data, std::uint64_t size) override {
-        write(&IAddData::addSynchronousSample, data, size);
+        write<&IAddData::addSynchronousSample>(data, size);
     }
     void addAsynchronousBlockSample(const void* data, std::uint64_t size, double time) override {
-        write(&IAddData::addAsynchronousBlockSample, data, size, time);
+        write<&IAddData::addAsynchronousBlockSample>(data, size, time);
     }
     void addAsynchronousSample(const void* data, std::uint64_t size, double time) override {
-        write(&IAddData::addAsynchronousSample, data, size, time);
+        write<&IAddData::addAsynchronousSample>(data, size, time);
     }
     void addVariantSample(const void* data, std::uint64_t size, double time) override {
-        write(&IAddData::addVariantSample, data, size, time);
+        write<&IAddData::addVariantSample>(data, size, time);
     }
     double samplesToSeconds(std::int64_t count) const override {
         return Kcom::samplesToSeconds(app, count);
@@ -249,12 +249,12 @@ class OutputChannelImpl final : public OutputChannel {
 
     /// The strategy lives until the write is over: the host may call back while it takes a sample,
     /// and have another one chosen.
-    template <typename... Types, typename... Values>
-    void write(void (IAddData::*operation)(Types...), Values... values) {
+    template <auto operation, typename... Values>
+    void write(Values... values) {
         IAddData& chosen = strategy();
         ++writesUnderWay;
         const Finally over([this] {
-            if (--writesUnderWay == 0) {
+            if (--writesUnderWay == 0 && !replaced.empty()) {
                 replaced.clear();
             }
         });

@@ -10,10 +10,10 @@
 
 #include "station/cli/commands.h"
 #include "station/cli/recordings.h"
-#include "station/cli/text_writer.h"
 #include "station/offline/direct_capture.h"
 #include "station/offline/found_modules.h"
 #include "station/offline/stored_frames.h"
+#include "station/terminal_text.h"
 
 namespace station {
 namespace {
@@ -125,14 +125,14 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     convertAll(frames, capture, recordings, !options.quiet, stop);
 
     for (const std::string& failure : recordings.close()) {
-        fmt::print(stderr, "cmp-station: {}\n", failure);
+        fmt::print(stderr, "cmp-station: {}\n", printable(failure));
     }
     const Summary summary = capture.summarize();
     if (options.json) {
-        writeText(STDOUT_FILENO, toJson(summary));
+        printResult(toJson(summary));
     } else if (!options.quiet) {
         for (const std::string& line : toTable(summary)) {
-            writeText(STDOUT_FILENO, line + '\n');
+            printResult(line + '\n');
         }
     }
     if (!frames.getErrorText().empty()) {

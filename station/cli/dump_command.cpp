@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -12,10 +11,9 @@
 #include "capture/packet_text.h"
 #include "capture/pcap_port.h"
 #include "station/cli/commands.h"
-#include "station/cli/text_writer.h"
 #include "station/offline/stored_frames.h"
 #include "station/permission.h"
-#include "station/session/summary.h"
+#include "station/terminal_text.h"
 
 namespace station {
 namespace {
@@ -40,8 +38,7 @@ void dumpCmStatusPayload(const CmpHeader& header, const std::uint8_t* payload) {
         status.cmId = header.cmId;
         if (decodeAsamCmStatus(payload, header.dataLength, status) == DecodeResult::ok) {
             dumpCmStatus(status);
-            writeText(STDOUT_FILENO,
-                      fmt::format("Serial text: {}\n", printable(status.serialText)));
+            printResult(fmt::format("Serial text: {}\n", printable(status.serialText)));
         }
     } else if (decodeCmStatus(header, payload, status) == DecodeResult::ok) {
         dumpCmStatus(status);
@@ -62,7 +59,7 @@ void printFrame(const std::uint8_t* payload, std::uint32_t length,
     if (holdsFrame<Frame>(payload, length)) {
         Frame frame;
         decodeFrame(payload, frame);
-        writeText(STDOUT_FILENO, toText(frame) + '\n');
+        printResult(toText(frame) + '\n');
     }
 }
 
@@ -100,7 +97,7 @@ void dumpMessage(const CmpHeader& header, const std::uint8_t* payload) {
             dumpBytes(payload, header.dataLength);
             break;
     }
-    writeText(STDOUT_FILENO, "\n");
+    printResult("\n");
 }
 
 /// Dumps the messages of one frame, `left` at most, and counts them off.
@@ -166,7 +163,7 @@ void addDumpCommand(CLI::App& app, Command& chosen) {
         ->check(CLI::PositiveNumber);
     command->callback([options, &chosen] {
         chosen = [options](StopSignal& stop) {
-            setPacketTextSink([](const std::string& text) { writeText(STDOUT_FILENO, text); });
+            setPacketTextSink(printResult);
             return options->file.empty() ? dumpInterface(*options, stop) : dumpFile(*options, stop);
         };
     });

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "station/terminal_text.h"
+
 namespace station {
 namespace {
 
@@ -58,6 +60,10 @@ void LiveView::end() {
     writer.finish();
 }
 
+const char* LiveView::getRestore() const {
+    return form == Form::Table ? leaveSecondScreen : nullptr;
+}
+
 bool LiveView::isDue(std::chrono::steady_clock::time_point now) const {
     return form != Form::Nothing && now >= next && !writer.isBusy();
 }
@@ -88,9 +94,9 @@ void LiveView::draw(const Summary& summary) {
 
 void LiveView::tell(const std::string& text) {
     if (form == Form::Table) {
-        messages += text + '\n';
+        messages += printable(text) + '\n';
     } else {
-        writer.write(STDERR_FILENO, text + '\n');
+        writer.write(STDERR_FILENO, printable(text) + '\n');
     }
 }
 

@@ -29,6 +29,8 @@ class LiveView {
     /// Whether it is time for `show`: not while the terminal still has the last one to take.
     bool isDue(std::chrono::steady_clock::time_point now) const;
     void show(const Summary& summary, std::chrono::steady_clock::time_point now);
+    /// What restores the terminal if the program has to end at once: a literal; null for nothing.
+    const char* getRestore() const;
     /// A message for the user, at once and without disturbing the table.
     void tell(const std::string& text);
     /// Leaves the table and prints the messages that came meanwhile; what is printed from now on

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "station/cli/commands.h"
+#include "station/terminal_text.h"
 
 #ifndef CMP_VERSION
 #define CMP_VERSION "unknown"
@@ -51,13 +52,14 @@ int execute(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    station::holdStandardDescriptors();
     try {
         return execute(argc, argv);
     } catch (const station::UserError& error) {
-        fmt::print(stderr, "cmp-station: {}\n", error.what());
+        fmt::print(stderr, "cmp-station: {}\n", station::printableLines(error.what()));
         return static_cast<int>(error.getCode());
     } catch (const std::exception& error) {
-        fmt::print(stderr, "cmp-station: {}\n", error.what());
+        fmt::print(stderr, "cmp-station: {}\n", station::printableLines(error.what()));
         return static_cast<int>(station::ExitCode::Failed);
     }
 }

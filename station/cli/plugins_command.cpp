@@ -11,9 +11,10 @@
 #include "host/plugin.h"
 #include "station/cli/commands.h"
 #include "station/cli/text_writer.h"
-#include "station/host/plugin_failure.h"
+#include "station/errors.h"
 #include "station/session/plugin_module.h"
 #include "station/session/registered_plugins.h"
+#include "station/terminal_text.h"
 
 namespace station {
 namespace {
@@ -132,7 +133,7 @@ std::string toJson(const std::vector<RegisteredPlugin>& plugins) {
                         {"user", plugin.forUser},
                         {"refusal", plugin.refusal}});
     }
-    return list.dump(2) + '\n';
+    return station::toText(list);
 }
 
 ExitCode plugins(const PluginsOptions& options) {
@@ -147,10 +148,10 @@ ExitCode plugins(const PluginsOptions& options) {
         throw UserError(ExitCode::Unreadable, error.what());
     }
     if (const std::string text = passedOverText(); !text.empty()) {
-        writeText(STDERR_FILENO, "cmp-station: " + text + '\n');
+        writeText(STDERR_FILENO, printableLines("cmp-station: " + text) + '\n');
     }
     const auto found = registeredPlugins();
-    writeText(STDOUT_FILENO, options.json ? toJson(found) : toTable(found));
+    printResult(options.json ? toJson(found) : printableLines(toTable(found)));
     return ExitCode::Good;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "station/errors.h"
+#include "station/terminal_text.h"
 
 namespace station {
 
@@ -32,7 +33,8 @@ void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary) {
         return;
     }
     for (const std::string& path : recordings.thatRefuse(BusType::Lin)) {
-        fmt::print(stderr, "cmp-station: {} holds CAN only: LIN channels are left out\n", path);
+        fmt::print(stderr, "cmp-station: {} holds CAN only: LIN channels are left out\n",
+                   printable(path));
     }
 }
 

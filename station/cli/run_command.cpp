@@ -15,6 +15,7 @@
 #include "station/cli/setups.h"
 #include "station/permission.h"
 #include "station/session/measurement.h"
+#include "station/terminal_text.h"
 
 namespace station {
 namespace {
@@ -37,6 +38,9 @@ Examples:
   cmp-station run --module "CAN combo:5" --json --quiet --duration 10)";
 
 constexpr double longestDuration = 1e9;  // seconds
+constexpr double mostWaiting = 1e6;      // megabytes
+
+constexpr std::size_t megabyte = 1U << 20U;
 
 struct RunOptions {
     std::string setup;
@@ -46,6 +50,7 @@ struct RunOptions {
     double sampleRate = MasterClock::defaultSampleRate;
     std::vector<std::string> recordings;
     double duration = 0.0;
+    double waitingMegabytes = RecordingQueue::defaultLimit / megabyte;
     bool json = false;
     bool quiet = false;
 };
@@ -59,8 +64,11 @@ void tellAll(LiveView& view, const std::vector<std::string>& texts) {
 }
 
 /// Polls as a host does, until a stop request or the end, and on until the last messages are in.
-void measure(const RunOptions& options, Measurement& measurement, LiveView& view,
-             StopSignal& stop) {
+/// Returns why the plug-in failed, empty if it didn't: what came before it is recorded and shown
+/// all the same.
+std::string measure(const RunOptions& options, Measurement& measurement, LiveView& view,
+                    StopSignal& stop) {
+    std::string failure;
     const auto start = Clock::now();
     const auto end = options.duration > 0.0
                          ? start + std::chrono::duration_cast<Clock::duration>(
@@ -68,17 +76,26 @@ void measure(const RunOptions& options, Measurement& measurement, LiveView& view
                          : Clock::time_point::max();
     auto nextPoll = start + Measurement::period;
     while (!measurement.isOver()) {
-        if (stop.waitUntil(std::min(nextPoll, end)) || Clock::now() >= end) {
+        const bool isAsked = stop.waitUntil(std::min(nextPoll, end));
+        if (isAsked) {
+            measurement.leaveStalledDisk();
+        }
+        if (isAsked || Clock::now() >= end) {
             measurement.requestStop();
             std::this_thread::sleep_until(nextPoll);
         }
         const auto now = Clock::now();
         nextPoll = std::max(nextPoll + Measurement::period, now);
-        tellAll(view, measurement.poll(now));
+        try {
+            tellAll(view, measurement.poll(now));
+        } catch (const PluginError& error) {
+            failure = error.what();
+        }
         if (view.isDue(now)) {
             view.show(measurement.summarize(), now);
         }
     }
+    return failure;
 }
 
 void addModules(Session& session, const std::vector<std::string>& texts) {
@@ -108,40 +125,38 @@ void selectInterfaces(PluginDriver& driver, const std::vector<std::string>& name
 
 void report(const RunOptions& options, const Summary& summary) {
     if (options.json) {
-        writeText(STDOUT_FILENO, toJson(summary));
+        printResult(toJson(summary));
     } else if (!options.quiet) {
         for (const std::string& line : toTable(summary)) {
-            writeText(STDOUT_FILENO, line + '\n');
+            printResult(line + '\n');
         }
     }
 }
 
 ExitCode run(const RunOptions& options, StopSignal& stop) {
     checkCapturePermission();
-    RecordingSet recordings;
-    openRecordings(recordings, options.recordings);
+    const auto recordings = std::make_shared<RecordingSet>();
+    openRecordings(*recordings, options.recordings);
     const auto session = openSession(options.plugin, options.setup, options.sampleRate);
     addModules(*session, options.modules);
     selectInterfaces(session->driver(), options.interfaces);
-    Measurement measurement(*session, recordings);
-    tellWhatIsLeftOut(recordings, measurement.summarize());
+    Measurement measurement(
+        *session, recordings,
+        static_cast<std::size_t>(options.waitingMegabytes * static_cast<double>(megabyte)));
+    tellWhatIsLeftOut(*recordings, measurement.summarize());
     measurement.start();
 
     const int tableDescriptor = options.json ? STDERR_FILENO : STDOUT_FILENO;
     LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
-    std::string failure;
-    try {
-        measure(options, measurement, view, stop);
-    } catch (const PluginError& error) {
-        failure = error.what();  // what came before it is to be shown all the same
-    }
-    tellAll(view, measurement.close());
+    stop.setFarewell(view.getRestore());
+    const std::string failure = measure(options, measurement, view, stop);
     view.end();
     report(options, measurement.summarize());
+    stop.beginCleanUp();
     if (!failure.empty()) {
         throw UserError(ExitCode::Failed, failure);
     }
-    return measurement.hasLost() || recordings.hasFailed() ? ExitCode::Failed : ExitCode::Good;
+    return measurement.hasLost() ? ExitCode::Failed : ExitCode::Good;
 }
 
 }  // namespace
@@ -179,6 +194,11 @@ void addRunCommand(CLI::App& app, Command& chosen) {
                      "End after S seconds, also if a leading clock is still awaited")
         ->type_name("S")
         ->check(within(0.001, longestDuration));
+    command
+        ->add_option("--waiting", options->waitingMegabytes,
+                     "Megabytes of messages that may wait for a slow disk, 256 by default")
+        ->type_name("MB")
+        ->check(within(1.0, mostWaiting));
     command->add_flag("--json", options->json,
                       "At the end print one JSON object on standard output");
     command->add_flag("--quiet", options->quiet,

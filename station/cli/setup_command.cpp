@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
@@ -13,8 +12,7 @@
 #include "host/host_clock.h"
 #include "station/cli/commands.h"
 #include "station/cli/setups.h"
-#include "station/cli/text_writer.h"
-#include "station/session/summary.h"
+#include "station/terminal_text.h"
 
 namespace station {
 namespace {
@@ -159,7 +157,7 @@ void showJson(Session& session) {
                         {"clockSource", clocks.at(row).isSource},
                         {"channels", std::move(own)}});
     }
-    writeText(STDOUT_FILENO, Json{{"modules", std::move(list)}}.dump(2) + '\n');
+    printResult(toText(Json{{"modules", std::move(list)}}));
 }
 
 void showTable(Session& session) {
@@ -178,7 +176,7 @@ void showTable(Session& session) {
                                 printable(channel.name));
         }
     }
-    writeText(STDOUT_FILENO, text);
+    printResult(text);
 }
 
 /// Opens the file, changes the setup, and writes it again.

@@ -4,6 +4,7 @@
 
 #include "station/cli/text_writer.h"
 #include "station/errors.h"
+#include "station/terminal_text.h"
 
 namespace station {
 
@@ -13,7 +14,7 @@ std::unique_ptr<Session> openSession(const std::string& plugin, const std::strin
     options.plugin = plugin;
     options.sampleRate = sampleRate;
     options.onError = [](const std::string& text) {
-        writeText(STDERR_FILENO, "cmp-station: " + text + '\n');
+        writeText(STDERR_FILENO, printableLines("cmp-station: " + text) + '\n');
     };
     auto session = std::make_unique<Session>(std::move(options));
     if (setup.empty()) {

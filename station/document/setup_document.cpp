@@ -1,6 +1,6 @@
 #include "station/document/setup_document.h"
 
-#include "station/document/setup_text.h"
+#include <algorithm>
 
 namespace station {
 namespace {
@@ -9,10 +9,124 @@ HostResult failForeign() {
     return fail(HostCode::invalidPointer, "there is no element of this station's documents");
 }
 
+template <typename Values>
+auto findKey(Values& values, const std::wstring& key) {
+    return std::find_if(values.begin(), values.end(),
+                        [&](const auto& value) { return value.key == key; });
+}
+
 }  // namespace
 
-HostResult SetupDocument::GetRootElement(HostElement** result) {
-    return handOver(root, result);
+SetupElement::SetupElement(std::wstring name, std::wstring text)
+    : content{std::move(name), std::move(text), {}, {}, {}} {}
+
+SetupElement::~SetupElement() {
+    clear(content.attributes);
+    clear(content.children);
+}
+
+void SetupElement::setValue(const std::wstring& key, const std::wstring& text) {
+    const auto found = findKey(content.values, key);
+    if (found == content.values.end()) {
+        content.values.push_back({key, text});
+    } else {
+        found->text = text;
+    }
+}
+
+void SetupElement::dropValue(const std::wstring& key) {
+    const auto found = findKey(content.values, key);
+    if (found != content.values.end()) {
+        content.values.erase(found);
+    }
+}
+
+const std::wstring* SetupElement::findValue(const std::wstring& key) const {
+    const auto found = findKey(content.values, key);
+    return found == content.values.end() ? nullptr : &found->text;
+}
+
+std::size_t SetupElement::depth() const {
+    return parent == nullptr ? 1 : parent->depth() + 1;
+}
+
+std::size_t SetupElement::height() const {
+    std::size_t below = 0;
+    for (const List* list : {&content.attributes, &content.children}) {
+        for (const auto& element : *list) {
+            below = std::max(below, element->height());
+        }
+    }
+    return below + 1;
+}
+
+bool SetupElement::isBelow(const SetupElement* other) const {
+    return this == other || (parent != nullptr && parent->isBelow(other));
+}
+
+CountedRef<SetupElement> SetupElement::copied() const {
+    auto copy = makeObject<SetupElement>(content.name, content.text);
+    copy->content.values = content.values;
+    for (const auto list : {&Content::attributes, &Content::children}) {
+        for (const auto& element : content.*list) {
+            (copy->content.*list).push_back(element->copied());
+            (copy->content.*list).back()->parent = copy.get();
+        }
+    }
+    return copy;
+}
+
+HostResult SetupElement::append(List& list, HostElement* element) {
+    auto* const added = dynamic_cast<SetupElement*>(element);
+    if (added == nullptr) {
+        return fail(HostCode::invalidPointer, "there is no element to add");
+    }
+    if (added->parent != nullptr || isBelow(added)) {
+        return fail(HostCode::invalidArgument, "the element hangs in a tree already");
+    }
+    if (depth() + added->height() > maxDepth) {
+        return fail(HostCode::invalidArgument,
+                    "a setup document is at most " + std::to_string(maxDepth) + " elements deep");
+    }
+    return guarded([&] {
+        list.emplace_back(added);
+        added->parent = this;
+        return HostCode::success;
+    });
+}
+
+HostResult SetupElement::takeOut(List& list, HostElement* element) {
+    const auto found = std::find_if(list.begin(), list.end(),
+                                    [&](const auto& each) { return each.get() == element; });
+    if (found != list.end()) {
+        (*found)->parent = nullptr;
+        list.erase(found);
+    }
+    return HostCode::success;
+}
+
+HostResult SetupElement::clear(List& list) {
+    for (const auto& element : list) {
+        element->parent = nullptr;
+    }
+    list.clear();
+    return HostCode::success;
+}
+
+HostResult SetupElement::handFirst(const List& list, const wchar_t* name, HostElement** result) {
+    return guarded([&] {
+        const auto found =
+            std::find_if(list.begin(), list.end(), [wanted = textOf(name)](const auto& element) {
+                return element->getContent().name == wanted;
+            });
+        return handOver(found == list.end() ? CountedRef<SetupElement>() : *found, result);
+    });
+}
+
+HostResult SetupElement::handAt(const List& list, std::int32_t index, HostElement** result) {
+    const bool inside = index >= 0 && index < std::ssize(list);
+    return handOver(inside ? list[static_cast<std::size_t>(index)] : CountedRef<SetupElement>(),
+                    result);
 }
 
 HostResult SetupDocument::SetRootElement(HostElement* element) {
@@ -29,9 +143,8 @@ HostResult SetupDocument::SetRootElement(HostElement* element) {
 
 HostResult SetupDocument::CreateElement(const wchar_t* name, const wchar_t* text,
                                         HostElement** element) {
-    return guarded([&] {
-        return handOver(makeObject<SetupElement>(givenText(name), givenText(text)), element);
-    });
+    return guarded(
+        [&] { return handOver(makeObject<SetupElement>(textOf(name), textOf(text)), element); });
 }
 
 HostResult SetupDocument::WriteValue(HostElement* element, const wchar_t* key, const wchar_t* value,
@@ -41,10 +154,10 @@ HostResult SetupDocument::WriteValue(HostElement* element, const wchar_t* key, c
         return failForeign();
     }
     return guarded([&] {
-        if (const std::wstring text = givenText(value); text != givenText(defaultValue)) {
-            own->setValue(givenText(key), text);
+        if (const std::wstring text = textOf(value); text != textOf(defaultValue)) {
+            own->setValue(textOf(key), text);
         } else {
-            own->dropValue(givenText(key));
+            own->dropValue(textOf(key));
         }
         return HostCode::success;
     });
@@ -57,20 +170,10 @@ HostResult SetupDocument::ReadValue(HostElement* element, const wchar_t* key, st
         return failForeign();
     }
     return guarded([&] {
-        const std::wstring* const kept = own->findValue(givenText(key));
-        *value = kept == nullptr ? givenText(defaultValue) : *kept;
+        const std::wstring* const kept = own->findValue(textOf(key));
+        *value = kept == nullptr ? textOf(defaultValue) : *kept;
         return HostCode::success;
     });
-}
-
-HostResult SetupDocument::GetMode(std::int32_t* mode) {
-    *mode = writing ? modeWriting : 0;
-    return HostCode::success;
-}
-
-HostResult SetupDocument::SetMode(HostBool forWriting) {
-    writing = isTrue(forWriting);
-    return HostCode::success;
 }
 
 HostResult SetupDocumentFactory::createDocument(HostBool writing, HostDocument** document) {

@@ -1,5 +1,7 @@
 #include "station/document/setup_file.h"
 
+#include <fmt/format.h>
+
 #include "core/whole_file.h"
 #include "station/document/setup_xml.h"
 
@@ -9,8 +11,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string describe(const SetupXmlError& error) {
-    return "line " + std::to_string(error.getLine()) + ", column " +
-           std::to_string(error.getColumn()) + ": " + error.what();
+    return fmt::format("line {}, column {}: {}", error.getLine(), error.getColumn(), error.what());
 }
 
 std::string quoted(const fs::path& path) {

@@ -1,7 +1,8 @@
 #include "station/document/setup_text.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <string_view>
 
@@ -28,14 +29,6 @@ bool isPlain(const std::wstring& text) {
                                         [](wchar_t character) { return isPlain(character); }));
 }
 
-std::string escaped(wchar_t character) {
-    std::array<char, 8> digits = {};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(),
-                                   static_cast<std::uint32_t>(character), hexadecimal)
-                         .ptr;
-    return "\\u{" + std::string(digits.data(), end) + '}';
-}
-
 std::string quoted(const std::wstring& text) {
     std::string result = "\"";
     for (const wchar_t character : text) {
@@ -53,8 +46,9 @@ std::string quoted(const std::wstring& text) {
                 result += "\\t";
                 break;
             default:
-                result += isPlain(character) ? StringHelper::ToUtf8(std::wstring(1, character))
-                                             : escaped(character);
+                result += isPlain(character)
+                              ? StringHelper::ToUtf8(std::wstring(1, character))
+                              : fmt::format("\\u{{{:x}}}", static_cast<std::uint32_t>(character));
         }
     }
     return result + '"';

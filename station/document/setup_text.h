@@ -5,11 +5,6 @@
 
 namespace station {
 
-/// A text that came in through a host operation, where null means an empty one.
-inline std::wstring givenText(const wchar_t* text) {
-    return text == nullptr ? std::wstring() : std::wstring(text);
-}
-
 /// The text as it is in a setup file, UTF-8: itself, as long as it comes back the same from
 /// every reader of XML. Any other is put in double quotes: one with a blank at an end, with a
 /// character that XML doesn't hold or changes, or with a double quote at its start. In the quotes

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "station/document/setup_element.h"
+#include "station/document/setup_document.h"
 
 namespace station {
 

@@ -63,13 +63,14 @@ int execute(int argc, char** argv) {
     options.workspace.plugin = plugin;
     // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
-    station::StopSignal stop;
+    station::StopSignal stop(false);
     return show(argc, argv, options, stop);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    station::holdStandardDescriptors();
     try {
         return execute(argc, argv);
     } catch (const std::exception& error) {

@@ -4,23 +4,62 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <charconv>
 #include <span>
+
+#include "station/errors.h"
 
 namespace station {
 namespace {
 
 constexpr double nanosecondsPerSecond = 1e9;
 
-std::uint32_t identifierOf(const LiveMessage& message, BusType bus) {
-    return bus == BusType::Can ? CanRecord(message.record.data()).id
-                               : LinRecord(message.record.data()).id;
+std::string_view trimmed(std::string_view text) {
+    const auto first = text.find_first_not_of(' ');
+    return first == text.npos ? std::string_view()
+                              : text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-bool isWhole(std::size_t size, BusType bus) {
-    return size == (bus == BusType::Can ? CanRecord::size : LinRecord::size);
+std::uint32_t readNumber(std::string_view text) {
+    std::string_view digits = trimmed(text);
+    const bool isHex = digits.starts_with("0x") || digits.starts_with("0X");
+    digits.remove_prefix(isHex ? 2 : 0);
+    std::uint32_t number = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, number, isHex ? 16 : 10);
+    if (error != std::errc() || stop != end) {
+        throw UserError(fmt::format(
+            "\"{}\" is no identifier: write numbers and ranges with commas, hexadecimal after 0x, "
+            "as \"0x100-0x1FF, 17\"",
+            trimmed(text)));
+    }
+    return number;
 }
 
 }  // namespace
+
+IdentifierFilter IdentifierFilter::parse(std::string_view text) {
+    IdentifierFilter filter;
+    while (!trimmed(text).empty()) {
+        const std::size_t comma = std::min(text.find(','), text.size());
+        const std::string_view range = text.substr(0, comma);
+        text.remove_prefix(std::min(comma + 1, text.size()));
+        const std::size_t dash = std::min(range.find('-'), range.size());
+        const std::uint32_t first = readNumber(range.substr(0, dash));
+        const std::uint32_t last = dash < range.size() ? readNumber(range.substr(dash + 1)) : first;
+        if (last < first) {
+            throw UserError(fmt::format("\"{}\" ends before it begins", trimmed(range)));
+        }
+        filter.ranges.emplace_back(first, last);
+    }
+    return filter;
+}
+
+bool IdentifierFilter::passes(std::uint32_t identifier) const {
+    return ranges.empty() || std::any_of(ranges.begin(), ranges.end(), [&](const auto& range) {
+               return identifier >= range.first && identifier <= range.second;
+           });
+}
 
 void LiveFeed::begin(const Summary& summary) {
     channels.clear();
@@ -75,18 +114,30 @@ std::vector<LiveMessage> LiveFeed::lastMessages() const {
 
 void LiveFeed::onMessage(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                          std::size_t size) {
-    if (channel >= channels.size() || !isWhole(size, channels[channel].bus)) {
+    if (channel >= channels.size()) {
         return;
     }
     LiveChannel& into = channels[channel];
     LiveMessage message;
     message.channel = channel;
-    message.size = size;
-    std::copy_n(static_cast<const std::uint8_t*>(record), size, message.record.begin());
-    if (!filter.passes(identifierOf(message, into.bus))) {
+    message.utc = utcNanoseconds;
+    const auto take = [&](const auto& decoded) {
+        message.id = decoded.id;
+        message.length = decoded.length;
+        std::copy_n(decoded.data, decoded.length, message.data.begin());
+    };
+    if (into.bus == BusType::Can && size == CanRecord::size) {
+        const CanRecord can(record);
+        take(can);
+        message.isExtended = can.extended;
+    } else if (into.bus == BusType::Lin && size == LinRecord::size) {
+        take(LinRecord(record));
+    } else {
         return;
     }
-    message.utc = utcNanoseconds;
+    if (!filter.passes(message.id)) {
+        return;
+    }
     into.traffic.note(utcNanoseconds);
     into.last = message;
     if (ring.size() < mostMessages) {
@@ -98,29 +149,13 @@ void LiveFeed::onMessage(std::size_t channel, std::int64_t utcNanoseconds, const
 }
 
 std::string identifierText(const LiveMessage& message, BusType bus) {
-    if (message.size == 0) {
-        return {};
-    }
-    if (bus == BusType::Lin) {
-        return fmt::format("{}", LinRecord(message.record.data()).id);
-    }
-    const CanRecord can(message.record.data());
-    return fmt::format("0x{:X}{}", can.id, can.extended ? " (ext)" : "");
+    return bus == BusType::Lin
+               ? fmt::format("{}", message.id)
+               : fmt::format("0x{:X}{}", message.id, message.isExtended ? " (ext)" : "");
 }
 
-std::size_t dataLength(const LiveMessage& message, BusType bus) {
-    if (message.size == 0) {
-        return 0;
-    }
-    return bus == BusType::Can ? CanRecord(message.record.data()).length
-                               : LinRecord(message.record.data()).length;
-}
-
-std::string dataText(const LiveMessage& message, BusType bus) {
-    const std::size_t length = dataLength(message, bus);
-    const std::uint8_t* const data = bus == BusType::Can ? CanRecord(message.record.data()).data
-                                                         : LinRecord(message.record.data()).data;
-    return fmt::format("{:02X}", fmt::join(std::span(data, length), " "));
+std::string dataText(const LiveMessage& message) {
+    return fmt::format("{:02X}", fmt::join(std::span(message.data.data(), message.length), " "));
 }
 
 }  // namespace station

@@ -3,22 +3,40 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
-#include "station/gui/identifier_filter.h"
 #include "station/recording/bus_record.h"
 #include "station/recording/channel_traffic.h"
 #include "station/session/measurement_recorder.h"
 
 namespace station {
 
+/// Which messages the user wants to see, by their identifiers: all of them by default.
+class IdentifierFilter {
+  public:
+    IdentifierFilter() = default;
+    /// Numbers and ranges with commas, hexadecimal after 0x: "0x100-0x1FF, 17". An empty text lets
+    /// all pass. Throws `UserError` for a text that is no filter.
+    static IdentifierFilter parse(std::string_view text);
+
+    bool passes(std::uint32_t identifier) const;
+
+  private:
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> ranges;  ///< first and last
+};
+
 /// A message as the live view has it.
 struct LiveMessage {
     std::size_t channel = 0;  ///< position in `LiveFeed::getChannels`
     std::int64_t utc = 0;     ///< nanoseconds since 1970
-    std::array<std::uint8_t, CanRecord::size> record = {};
-    std::size_t size = 0;  ///< of the record; 0: there was none yet
+    std::uint32_t id = 0;
+    bool isExtended = false;
+    std::size_t length = 0;  ///< data bytes
+    std::array<std::uint8_t, CanRecord::mostData> data = {};
 };
 
 struct LiveChannel {
@@ -26,7 +44,7 @@ struct LiveChannel {
     std::string busName;
     BusType bus = BusType::Can;
     ChannelTraffic traffic = {};
-    LiveMessage last = {};
+    std::optional<LiveMessage> last = {};
 };
 
 /// What the live view shows: of each channel how many messages came and the last one, and the last
@@ -67,10 +85,9 @@ class LiveFeed final : public MessageListener {
     Clock::time_point mark;
 };
 
-/// "0x123" or "0x123 (ext)" for CAN, "17" for LIN; empty without a message.
+/// "0x123" or "0x123 (ext)" for CAN, "17" for LIN.
 std::string identifierText(const LiveMessage& message, BusType bus);
 /// The data bytes in hexadecimal.
-std::string dataText(const LiveMessage& message, BusType bus);
-std::size_t dataLength(const LiveMessage& message, BusType bus);
+std::string dataText(const LiveMessage& message);
 
 }  // namespace station

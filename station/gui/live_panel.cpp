@@ -6,6 +6,119 @@
 #include <QVBoxLayout>
 
 namespace station {
+namespace {
+
+/// To the microsecond.
+QString secondsText(double seconds) {
+    constexpr int decimals = 6;
+    return QString::number(seconds, 'f', decimals);
+}
+
+}  // namespace
+
+LiveModel::LiveModel(const LiveFeed& liveFeed, QStringList columnTitles, QList<int> numberColumns)
+    : feed(liveFeed), titles(std::move(columnTitles)), numbers(std::move(numberColumns)) {}
+
+int LiveModel::columnCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : static_cast<int>(titles.size());
+}
+
+QVariant LiveModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    return orientation == Qt::Horizontal && role == Qt::DisplayRole ? titles.value(section)
+                                                                    : QVariant();
+}
+
+QVariant LiveModel::data(const QModelIndex& index, int role) const {
+    if (!index.isValid()) {
+        return {};
+    }
+    if (role == Qt::DisplayRole) {
+        return text(static_cast<std::size_t>(index.row()), index.column());
+    }
+    if (role == Qt::TextAlignmentRole && numbers.contains(index.column())) {
+        return QVariant(Qt::AlignRight | Qt::AlignVCenter);
+    }
+    return {};
+}
+
+template <typename Rows>
+void LiveModel::take(Rows& rows, Rows fresh) {
+    const int before = rowCount();
+    const int after = static_cast<int>(fresh.size());
+    if (after > before) {
+        beginInsertRows({}, before, after - 1);
+    } else if (after < before) {
+        beginRemoveRows({}, after, before - 1);
+    }
+    rows = std::move(fresh);
+    count = after;
+    if (after > before) {
+        endInsertRows();
+    } else if (after < before) {
+        endRemoveRows();
+    }
+    if (after > 0) {
+        Q_EMIT dataChanged(index(0, 0), index(after - 1, columnCount() - 1));
+    }
+}
+
+ChannelModel::ChannelModel(const LiveFeed& liveFeed)
+    : LiveModel(liveFeed, {"Channel", "Bus", "Messages", "Rate /s", "Identifier", "Data", "Time s"},
+                {2, 3, 6}) {}
+
+void ChannelModel::update() {
+    take(channels, feed.getChannels());
+}
+
+QString ChannelModel::text(std::size_t row, int column) const {
+    const LiveChannel& channel = channels[row];
+    if (column > 3 && !channel.last) {
+        return {};
+    }
+    switch (column) {
+        case 0:
+            return QString::fromStdString(channel.name);
+        case 1:
+            return QString::fromStdString(channel.busName);
+        case 2:
+            return QString::number(channel.traffic.getCount());
+        case 3:
+            return QString::number(channel.traffic.getRate(), 'f', 0);
+        case 4:
+            return QString::fromStdString(identifierText(*channel.last, channel.bus));
+        case 5:
+            return QString::fromStdString(dataText(*channel.last));
+        default:
+            return secondsText(feed.secondsOf(*channel.last));
+    }
+}
+
+MessageModel::MessageModel(const LiveFeed& liveFeed)
+    : LiveModel(liveFeed, {"Time s", "Channel", "Identifier", "Length", "Data"}, {0, 3}) {}
+
+void MessageModel::update() {
+    take(messages, feed.lastMessages());
+}
+
+QString MessageModel::text(std::size_t row, int column) const {
+    const LiveMessage& message = messages[row];
+    if (message.channel >= feed.getChannels().size()) {
+        return {};  // of a measurement before
+    }
+    const LiveChannel& channel = feed.getChannels()[message.channel];
+    switch (column) {
+        case 0:
+            return secondsText(feed.secondsOf(message));
+        case 1:
+            return QString::fromStdString(channel.name);
+        case 2:
+            return QString::fromStdString(identifierText(message, channel.bus));
+        case 3:
+            return QString::number(message.length);
+        default:
+            return QString::fromStdString(dataText(message));
+    }
+}
 
 LivePanel::LivePanel(LiveFeed& liveFeed)
     : feed(liveFeed),

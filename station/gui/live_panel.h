@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QAbstractTableModel>
 #include <QComboBox>
 #include <QLineEdit>
 #include <QPushButton>
@@ -7,10 +8,67 @@
 #include <QTableView>
 #include <QTimer>
 #include <QWidget>
+#include <vector>
 
-#include "station/gui/live_models.h"
+#include "station/gui/live_feed.h"
 
 namespace station {
+
+/// A table that is filled with a picture of the feed now and then. Rows that stay keep what the
+/// view knows of them, such as the selection.
+class LiveModel : public QAbstractTableModel {
+  public:
+    /// Takes over what the feed has now.
+    virtual void update() = 0;
+
+    int rowCount(const QModelIndex& parent = {}) const override {
+        return parent.isValid() ? 0 : count;
+    }
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+
+  protected:
+    LiveModel(const LiveFeed& liveFeed, QStringList columnTitles, QList<int> numberColumns);
+
+    virtual QString text(std::size_t row, int column) const = 0;
+    /// Puts fresh rows in the place of the present ones.
+    template <typename Rows>
+    void take(Rows& rows, Rows fresh);
+
+    const LiveFeed& feed;
+
+  private:
+    const QStringList titles;
+    int count = 0;             ///< rows
+    const QList<int> numbers;  ///< columns whose texts stand on the right
+};
+
+/// A row for each channel, with its last message.
+class ChannelModel final : public LiveModel {
+  public:
+    explicit ChannelModel(const LiveFeed& liveFeed);
+
+    void update() override;
+
+  private:
+    QString text(std::size_t row, int column) const override;
+
+    std::vector<LiveChannel> channels;
+};
+
+/// A row for each of the last messages, oldest first.
+class MessageModel final : public LiveModel {
+  public:
+    explicit MessageModel(const LiveFeed& liveFeed);
+
+    void update() override;
+
+  private:
+    QString text(std::size_t row, int column) const override;
+
+    std::vector<LiveMessage> messages;
+};
 
 /// What comes in, as the user likes to see it: a row for each channel, or the last messages. It
 /// draws five times a second whatever the traffic, and a pause holds the picture and nothing else.

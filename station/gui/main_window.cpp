@@ -3,9 +3,11 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QGroupBox>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QSettings>
 #include <QVBoxLayout>
 
 #include "station/gui/clock_dialog.h"
@@ -14,6 +16,25 @@ namespace station {
 namespace {
 
 constexpr const char* fileFilter = "Setups (*.xml);;All files (*)";
+
+constexpr const char* recentKey = "recentSetups";
+
+/// The setups that the user had open lately, latest first, kept in his settings.
+QStringList recentSetups() {
+    return QSettings().value(recentKey).toStringList();
+}
+
+/// Puts it first among them, or takes it out if it can't be opened.
+void noteRecent(const QString& path, bool opens) {
+    constexpr int most = 8;
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    QStringList files = recentSetups();
+    files.removeAll(absolute);
+    if (opens) {
+        files.prepend(absolute);
+    }
+    QSettings().setValue(recentKey, files.mid(0, most));
+}
 
 WorkspaceOptions tellingTo(WorkspaceOptions options, MessageBar& messages) {
     options.onMessage = [&messages](const std::string& text) {
@@ -73,7 +94,7 @@ void MainWindow::makeMenus() {
     addAction(file, "&Open...", QKeySequence::Open, [this] {
         const QString path = QFileDialog::getOpenFileName(this, "Open a setup", {}, fileFilter);
         if (!path.isEmpty()) {
-            whenIdle([this, path] { whenSettled([this, path] { open(path); }); });
+            openWhenFree(path);
         }
     });
     recentMenu = file.addMenu("Open &Recent");
@@ -121,10 +142,8 @@ void MainWindow::placeWindows() {
 
 void MainWindow::fillRecent() {
     recentMenu->clear();
-    for (const QString& path : recent.all()) {
-        addAction(*recentMenu, path, {}, [this, path] {
-            whenIdle([this, path] { whenSettled([this, path] { open(path); }); });
-        });
+    for (const QString& path : recentSetups()) {
+        addAction(*recentMenu, path, {}, [this, path] { openWhenFree(path); });
     }
     recentMenu->setEnabled(!recentMenu->isEmpty());
 }
@@ -140,12 +159,11 @@ bool MainWindow::attempt(const Next& action) {
 }
 
 void MainWindow::open(const QString& path) {
-    if (attempt([&] { workspace.open(toPath(path)); })) {
+    const bool opens = attempt([&] { workspace.open(toPath(path)); });
+    if (opens) {
         placeWindows();
-        recent.add(path);
-    } else {
-        recent.remove(path);
     }
+    noteRecent(path, opens);
     fillRecent();
     showState();
 }
@@ -154,7 +172,7 @@ bool MainWindow::save(const QString& path) {
     if (!attempt([&] { workspace.save(toPath(path)); })) {
         return false;
     }
-    recent.add(path);
+    noteRecent(path, true);
     fillRecent();
     showState();
     return true;
@@ -180,6 +198,10 @@ void MainWindow::askSavePath(Next next) {
                 }
             });
     dialog->open();
+}
+
+void MainWindow::openWhenFree(const QString& path) {
+    whenIdle([this, path] { whenSettled([this, path] { open(path); }); });
 }
 
 void MainWindow::whenSettled(Next next) {
@@ -252,7 +274,7 @@ void MainWindow::closeWithoutQuestion() {
     mayClose = true;
     if (workspace.isMeasuring()) {
         afterMeasurement = [this] { close(); };
-        attempt([this] { workspace.requestStop(); });
+        attempt([this] { workspace.requestStop(true); });
     } else {
         close();
     }

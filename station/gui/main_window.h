@@ -9,7 +9,6 @@
 #include "station/gui/live_panel.h"
 #include "station/gui/measurement_bar.h"
 #include "station/gui/message_bar.h"
-#include "station/gui/recent_files.h"
 #include "station/gui/workspace.h"
 
 namespace station {
@@ -53,13 +52,13 @@ class MainWindow final : public QMainWindow {
     void whenSettled(Next next);
     /// Goes on at once, or when the measurement has been stopped, if the user wants that.
     void whenIdle(Next next);
+    void openWhenFree(const QString& path);
     void ask(const QString& text, const QString& button, Next onYes);
     void showClocks();
     void showAbout();
 
     MessageBar* const messages;
     Workspace workspace;
-    RecentFiles recent;
     MeasurementBar* const bar;
     QSplitter* const windows;
     QMenu* recentMenu = nullptr;

@@ -143,11 +143,11 @@ void Workspace::tellLeftOut() const {
 void Workspace::start(const std::filesystem::path& recording) {
     checkCapturePermission("cmp-station-gui");
     matchChannels();
-    auto files = std::make_unique<RecordingSet>();
+    auto files = std::make_shared<RecordingSet>();
     if (!recording.empty()) {
         files->open(recording.string());
     }
-    auto fresh = std::make_unique<Measurement>(session(), *files);
+    auto fresh = std::make_unique<Measurement>(session(), files);
     fresh->start();
     fresh->setListener(&feed);
     recordings = std::move(files);
@@ -158,9 +158,12 @@ void Workspace::start(const std::filesystem::path& recording) {
     tellLeftOut();
 }
 
-void Workspace::requestStop() {
+void Workspace::requestStop(bool leavesStalledDisk) {
     if (measurement) {
         ending = true;
+        if (leavesStalledDisk) {
+            measurement->leaveStalledDisk();
+        }
         measurement->requestStop();
     }
 }
@@ -194,7 +197,6 @@ void Workspace::tick(Measurement::Clock::time_point now) {
 
 void Workspace::finish() {
     lost = lost || measurement->hasLost();
-    tellAll(measurement->close());
     summarize();
     measurement.reset();
     recordings.reset();

@@ -24,8 +24,8 @@ struct WorkspaceOptions {
 /// measurement that may run. It has no looks of its own but those two windows.
 ///
 /// The event loop's thread is the host's thread; the owner calls `tick` every
-/// `Measurement::period`. Operations throw `PluginError`, FileError, FileError or
-/// UserError with a text for the user, and leave what was there as it was.
+/// `Measurement::period`. Operations throw `PluginError`, FileError or UserError with a text for
+/// the user, and leave what was there as it was.
 class Workspace {
   public:
     /// Begins with an empty setup.
@@ -52,7 +52,8 @@ class Workspace {
 
     /// Starts a measurement; without a path it isn't recorded.
     void start(const std::filesystem::path& recording);
-    void requestStop();
+    /// `leavesStalledDisk`: a disk that takes nothing isn't waited for at the end.
+    void requestStop(bool leavesStalledDisk = false);
     bool isMeasuring() const { return measurement != nullptr; }
     bool isEnding() const { return ending; }
     /// Of the measurement that runs, or of the last one.
@@ -90,7 +91,7 @@ class Workspace {
     Measurement::Clock::time_point nextLook;
 
     LiveFeed feed;
-    std::unique_ptr<RecordingSet> recordings;
+    std::shared_ptr<RecordingSet> recordings;
     std::unique_ptr<Measurement> measurement;
     Summary summary;
     bool ending = false;

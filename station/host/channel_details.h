@@ -10,45 +10,41 @@
 
 namespace station {
 
-/// The small objects behind a channel. Each keeps what it is given, for the channel and for whoever
-/// shows it; each may outlive its channel. Called on the host's thread.
+/// The small objects behind a channel. Each may outlive its channel. Called on the host's thread.
 
-/// How an axis of an array channel is labelled and scaled.
-struct AxisDescription {
-    std::int32_t type = 0;
-    std::wstring labelA;
-    std::wstring labelB;
-    std::int32_t style = 0;
-    double start = 0.0;
-    double step = 0.0;
-    std::vector<double> numbers;
-    std::vector<std::wstring> texts;
-    std::int32_t displayValue = 0;
-    bool displayFlag = false;
-};
+/// The item at a position that a plug-in gave; null if there is none.
+template <typename Items>
+auto* itemAt(Items& items, std::int32_t position) {
+    const auto place = static_cast<std::size_t>(position);
+    return position >= 0 && place < items.size() ? &items[place] : nullptr;
+}
 
-class AxisInfo final : public Counted<HostAxisInfo> {
+/// An axis of an array channel. This host draws no arrays: what a plug-in says of the axis is
+/// checked, and not kept, its display's values neither.
+class AxisInfo final : public Counted<HostAxisInfo, HostAxisDisplay> {
   public:
-    explicit AxisInfo(std::size_t elements);
-    const AxisDescription& get() const { return description; }
+    explicit AxisInfo(std::int32_t elementCount) : elements(elementCount) {}
 
-    HostResult setAxisType(std::int32_t type) override;
-    HostResult setLabelA(const wchar_t* label) override;
-    HostResult setLabelB(const wchar_t* label) override;
-    HostResult setStyle(std::int32_t style) override;
-    HostResult setStart(double start) override;
-    HostResult setStep(double step) override;
-    HostResult setNumericValue(std::int32_t position, double value) override;
-    HostResult setTextValue(std::int32_t position, const wchar_t* text) override;
-    HostResult getDisplay(HostAxisDisplay** display) override;
-
-    void setDisplayValue(std::int32_t value) { description.displayValue = value; }
-    void setDisplayFlag(bool flag) { description.displayFlag = flag; }
+    HostResult setAxisType(std::int32_t) override { return HostCode::success; }
+    HostResult setLabelA(const wchar_t*) override { return HostCode::success; }
+    HostResult setLabelB(const wchar_t*) override { return HostCode::success; }
+    HostResult setStyle(std::int32_t) override { return HostCode::success; }
+    HostResult setStart(double) override { return HostCode::success; }
+    HostResult setStep(double) override { return HostCode::success; }
+    HostResult setNumericValue(std::int32_t position, double) override { return check(position); }
+    HostResult setTextValue(std::int32_t position, const wchar_t*) override {
+        return check(position);
+    }
+    HostResult getDisplay(HostAxisDisplay** display) override {
+        return handOver(CountedRef<AxisInfo>(this), display);
+    }
+    HostResult setValue(std::int32_t) override { return HostCode::success; }
+    HostResult setFlag(HostBool) override { return HostCode::success; }
 
   private:
-    bool isInside(std::int32_t position) const;
+    HostResult check(std::int32_t position) const;
 
-    AxisDescription description;
+    const std::int32_t elements;
 };
 
 /// The shape of an array channel. New sizes count from `commitDimensions` on.
@@ -58,10 +54,11 @@ class ArrayInfo final : public Counted<HostArrayInfo> {
     std::int32_t getElements() const { return elements; }
     /// Goes up with each commit.
     std::uint32_t getVersion() const { return version; }
-    const std::vector<CountedRef<AxisInfo>>& getAxes() const { return axes; }
 
-    HostResult setFlag(HostBool flag) override;
-    HostResult getDimensionCount(std::int32_t* count) override;
+    HostResult setFlag(HostBool) override { return HostCode::success; }
+    HostResult getDimensionCount(std::int32_t* count) override {
+        return give(count, static_cast<std::int32_t>(sizes.size()));
+    }
     HostResult setDimensionCount(std::int32_t count) override;
     HostResult getDimensionSize(std::int32_t dimension, std::int32_t* size) override;
     HostResult setDimensionSize(std::int32_t dimension, std::int32_t size) override;
@@ -69,9 +66,6 @@ class ArrayInfo final : public Counted<HostArrayInfo> {
     HostResult getAxis(std::int32_t dimension, HostAxisInfo** axis) override;
 
   private:
-    bool hasDimension(std::int32_t dimension) const;
-
-    bool flag = false;
     std::vector<std::int32_t> sizes;
     std::vector<CountedRef<AxisInfo>> axes;
     std::int32_t elements = 1;
@@ -80,12 +74,12 @@ class ArrayInfo final : public Counted<HostArrayInfo> {
 
 class ValueItem final : public Counted<HostValueItem> {
   public:
-    HostResult getValue(std::int32_t* result) override;
-    HostResult setValue(std::int32_t newValue) override;
-    HostResult getText(std::wstring* result) override;
-    HostResult setText(const wchar_t* newText) override;
-    HostResult getColor(std::int32_t* result) override;
-    HostResult setColor(std::int32_t newColor) override;
+    HostResult getValue(std::int32_t* result) override { return give(result, value); }
+    HostResult setValue(std::int32_t newValue) override { return put(value, newValue); }
+    HostResult getText(std::wstring* result) override { return give(result, text); }
+    HostResult setText(const wchar_t* newText) override { return put(text, textOf(newText)); }
+    HostResult getColor(std::int32_t* result) override { return give(result, color); }
+    HostResult setColor(std::int32_t newColor) override { return put(color, newColor); }
 
   private:
     std::int32_t value = 0;
@@ -95,14 +89,14 @@ class ValueItem final : public Counted<HostValueItem> {
 
 class ValueList final : public Counted<HostValueList> {
   public:
-    HostResult getCount(std::int32_t* count) override;
+    HostResult getCount(std::int32_t* count) override {
+        return give(count, static_cast<std::int32_t>(items.size()));
+    }
     HostResult getItem(std::int32_t position, HostValueItem** item) override;
     HostResult addItem(HostValueItem** item) override;
     HostResult removeItem(std::int32_t position) override;
 
   private:
-    bool hasItem(std::int32_t position) const;
-
     std::vector<CountedRef<ValueItem>> items;
 };
 
@@ -121,10 +115,5 @@ class PropertySet final : public Counted<HostPropertySet> {
     const CountedRef<HostDocumentFactory> factory;
     std::map<std::wstring, CountedRef<HostDocument>> items;
 };
-
-/// A text that came in, where null means an empty one.
-inline std::wstring textOf(const wchar_t* text) {
-    return text == nullptr ? std::wstring() : std::wstring(text);
-}
 
 }  // namespace station

@@ -11,11 +11,6 @@ CountedRef<StationChannel> ChannelList::find(const std::vector<std::int32_t>& in
     return found == channels.end() ? CountedRef<StationChannel>() : *found;
 }
 
-std::wstring ChannelList::getGroupName(const std::vector<std::int32_t>& indices) const {
-    const auto found = groupNames.find(indices);
-    return found == groupNames.end() ? std::wstring() : found->second;
-}
-
 void ChannelList::beginMeasurement() {
     for (const auto& channel : channels) {
         channel->beginMeasurement();
@@ -64,14 +59,6 @@ HostResult ChannelList::unmountChannel(HostChannel* channel) {
     }
     channels.erase(found);
     return HostCode::success;
-}
-
-HostResult ChannelList::setChannelGroupName(const wchar_t* pluginId, std::int32_t count,
-                                            const std::int32_t* indices, const wchar_t* name) {
-    return guarded([&] {
-        groupNames[placeOf(pluginId, count, indices)] = textOf(name);
-        return HostCode::success;
-    });
 }
 
 }  // namespace station

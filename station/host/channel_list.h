@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -20,8 +19,6 @@ class ChannelList final : public Counted<HostPluginGroup> {
     const std::vector<CountedRef<StationChannel>>& all() const { return channels; }
     /// Empty if there is none.
     CountedRef<StationChannel> find(const std::vector<std::int32_t>& indices) const;
-    /// Of the group of channels with these indices, empty if it has none.
-    std::wstring getGroupName(const std::vector<std::int32_t>& indices) const;
 
     /// Makes all buffers ready and empties them.
     void beginMeasurement();
@@ -31,8 +28,11 @@ class ChannelList final : public Counted<HostPluginGroup> {
     HostResult mountChannels(const wchar_t* pluginId, std::int32_t count,
                              const std::int32_t* indices, HostChannel** channel) override;
     HostResult unmountChannel(HostChannel* channel) override;
-    HostResult setChannelGroupName(const wchar_t* pluginId, std::int32_t count,
-                                   const std::int32_t* indices, const wchar_t* name) override;
+    /// This host shows no names of groups.
+    HostResult setChannelGroupName(const wchar_t*, std::int32_t, const std::int32_t*,
+                                   const wchar_t*) override {
+        return HostCode::success;
+    }
 
   private:
     std::vector<std::int32_t> placeOf(const wchar_t* pluginId, std::int32_t count,
@@ -41,7 +41,6 @@ class ChannelList final : public Counted<HostPluginGroup> {
     const ChannelEnvironment environment;
     std::vector<CountedRef<StationChannel>> channels;
     std::vector<std::wstring> pluginIds;  ///< by the plug-in's number
-    std::map<std::vector<std::int32_t>, std::wstring> groupNames;
 };
 
 }  // namespace station

@@ -6,9 +6,8 @@
 #include <cmath>
 #include <limits>
 
+#include "core/kvrt_exception.h"
 #include "core/string_helper.h"
-#include "station/host/read_channel_list.h"
-#include "station/host/variant_array.h"
 
 namespace station {
 namespace {
@@ -17,6 +16,10 @@ using Kestrova::Utils::Kcom::StringHelper;
 
 /// Seconds by which the parts of a measurement overlap.
 constexpr double partOverlap = 1.0;
+/// How long the position stays 0 at the beginning of a part. All that comes in waits so long, and
+/// the plug-in's clocks learn the modules' times before they have to judge a message.
+constexpr double settleSeconds = 0.2;
+constexpr double longestDrainSeconds = 5.0;
 /// Periodic calls that a drain takes at least: the first lets the clocks see the last position.
 constexpr int leastPolls = 3;
 constexpr std::uint32_t noLeader = 0xFFFFFFFFU;
@@ -25,35 +28,87 @@ constexpr const wchar_t* ownSourceName = L"cmp-station";
 
 std::vector<std::string> toUtf8(const std::vector<std::wstring>& texts) {
     std::vector<std::string> result;
-    result.reserve(texts.size());
     for (const std::wstring& text : texts) {
         result.push_back(StringHelper::ToUtf8(text));
     }
     return result;
 }
 
-/// All entries that one of the operations has; none if it fails.
-template <class Entry>
-std::vector<Entry> readAll(CaptureStatistics& statistics,
-                           HostResult (CaptureStatistics::*read)(Entry*, std::uint32_t*)) {
-    std::uint32_t count = 0;
-    if ((statistics.*read)(nullptr, &count) < 0) {
-        return {};
+/// The arguments of an event as an array of variants, counted from 0. Keeps the objects in it.
+class Arguments final : public Counted<HostVariantArray> {
+  public:
+    explicit Arguments(std::vector<HostVariant> values) : elements(std::move(values)) {
+        for (const HostVariant& element : elements) {
+            if (element.type == HostVariantType::Object) {
+                objects.emplace_back(element.object);
+            }
+        }
     }
-    std::vector<Entry> entries(count);
-    if ((statistics.*read)(entries.data(), &count) < 0) {
-        return {};
+
+    HostResult getBounds(std::int32_t* first, std::int32_t* last) override {
+        *first = 0;
+        return give(last, static_cast<std::int32_t>(elements.size()) - 1);
     }
-    return entries;
+    HostResult getElement(std::int32_t index, HostVariant* element) override {
+        const auto* const found = itemAt(elements, index);
+        return found != nullptr
+                   ? give(element, *found)
+                   : fail(HostCode::invalidArgument, "there is no such element in the array");
+    }
+    HostResult copy(HostVariantArray** result) override {
+        return guarded([&] { return handOver(makeObject<Arguments>(elements), result); });
+    }
+
+  private:
+    const std::vector<HostVariant> elements;
+    std::vector<CountedRef<HostObject>> objects;
+};
+
+/// Where the plug-in enters, on event 118, the channels that it reads in the coming measurement,
+/// when it also claims those that it fills. This host lets it read any.
+class ReadChannels final : public Counted<HostChannelList> {
+  public:
+    HostResult addChannel(HostChannel* channel) override {
+        return channel != nullptr ? HostCode::success
+                                  : fail(HostCode::invalidArgument, "there is no channel to enter");
+    }
+};
+
+std::string toText(const HostCallException& failure) {
+    std::wstring description;
+    if (const auto& info = failure.getErrorInfo()) {
+        info->getDescription(&description);
+    }
+    const std::string text = StringHelper::ToUtf8(description);
+    return fmt::format("a call of the host failed with code 0x{:08X}{}{}",
+                       static_cast<std::uint32_t>(failure.getCode()), text.empty() ? "" : ": ",
+                       text);
+}
+
+/// What the exception says that is being handled, with its code if it has one: one that a plug-in
+/// lets through to its host, or any other.
+std::string describeCurrentFailure() {
+    try {
+        throw;
+    } catch (const HostCallException& failure) {
+        return toText(failure);
+    } catch (const HostArrayException& failure) {
+        return fmt::format("an array of the host isn't as it must be, code 0x{:08X}",
+                           static_cast<std::uint32_t>(failure.getCode()));
+    } catch (const Kestrova::RT::Core::KvrtException& failure) {
+        return fmt::format("{} (code 0x{:08X})", failure.what(), failure.getCode());
+    } catch (const std::exception& failure) {
+        return failure.what();
+    } catch (...) {
+        return "an exception of an unknown kind";
+    }
 }
 
 }  // namespace
 
 PluginDriver::PluginDriver(CountedRef<HostObject> pluginObject, CountedRef<StationHost> stationHost,
-                           PluginDriverOptions driverOptions)
-    : object(std::move(pluginObject)),
-      host(std::move(stationHost)),
-      options(std::move(driverOptions)) {}
+                           std::function<SystemClock::time_point()> utcClock)
+    : object(std::move(pluginObject)), host(std::move(stationHost)), utcNow(std::move(utcClock)) {}
 
 PluginDriver::~PluginDriver() {
     if (isMeasuring()) {
@@ -92,11 +147,16 @@ void PluginDriver::call(const char* step, const Call& pluginCall) {
     throw PluginError(fmt::format("the plug-in failed when it had to {}: {}", step, text));
 }
 
-void PluginDriver::sendEvent(const char* step, std::int32_t event, HostVariant* result) {
-    HostVariant unused;
-    call(step, [&] {
-        return events->onEvent(event, HostVariant(), result == nullptr ? &unused : result);
-    });
+HostVariant PluginDriver::sendEvent(const char* step, std::int32_t event,
+                                    const HostVariant& input) {
+    requireConnection();
+    HostVariant result;
+    call(step, [&] { return events->onEvent(event, input, &result); });
+    return result;
+}
+
+void PluginDriver::sendObject(const char* step, std::int32_t event, HostObject* given) {
+    sendEvent(step, event, {.type = HostVariantType::Object, .object = given});
 }
 
 /// The way out of a measurement that works also where nothing else does.
@@ -129,33 +189,22 @@ void PluginDriver::connect() {
 void PluginDriver::persist(const char* step, std::int32_t event, HostDocument& document,
                            HostElement& element, bool saving) {
     requireConnection();
-    const auto arguments = makeObject<VariantArray>();
-    arguments->addObject(&document).addObject(&element).addBoolean(saving);
-    if (event == PluginEvent::setup) {
-        arguments->addBoolean(false);  // channels are made again, not kept
+    call(step, [&] { return document.SetMode(toHostBool(saving)); });
+    std::vector<HostVariant> arguments = {
+        {.type = HostVariantType::Object, .object = &document},
+        {.type = HostVariantType::Object, .object = &element},
+        {.type = HostVariantType::Boolean, .boolean = toHostBool(saving)},
+    };
+    if (event == PluginEvent::setup) {  // channels are made again, not kept
+        arguments.push_back({.type = HostVariantType::Boolean, .boolean = hostFalse});
     }
-    HostVariant result;
-    call(step, [&] {
-        const HostResult code = document.SetMode(toHostBool(saving));
-        return code < 0 ? code : events->onEvent(event, arguments->asInput(), &result);
-    });
-}
-
-void PluginDriver::loadSettings(HostDocument& document, HostElement& element) {
-    persist("load its settings", PluginEvent::settings, document, element, false);
+    const auto array = makeObject<Arguments>(std::move(arguments));
+    sendEvent(step, event, {.type = HostVariantType::VariantArray, .variants = array.get()});
 }
 
 void PluginDriver::loadSetup(HostDocument& document, HostElement& element) {
     persist("load its setup", PluginEvent::setup, document, element, false);
     tellNewChannels();
-}
-
-void PluginDriver::saveSettings(HostDocument& document, HostElement& element) {
-    persist("save its settings", PluginEvent::settings, document, element, true);
-}
-
-void PluginDriver::saveSetup(HostDocument& document, HostElement& element) {
-    persist("save its setup", PluginEvent::setup, document, element, true);
 }
 
 void PluginDriver::clearSetup() {
@@ -186,42 +235,10 @@ void PluginDriver::tellNewChannels() {
     sendEvent(step, PluginEvent::channelsChanged);
 }
 
-void PluginDriver::claimChannels(const char* step) {
-    const auto read = makeObject<ReadChannelList>();
-    sendObject(step, PluginEvent::claimChannels, static_cast<HostChannelList*>(read.get()));
-}
-
-void PluginDriver::sendObject(const char* step, std::int32_t event, HostObject* given) {
-    requireConnection();
-    HostVariant input;
-    input.type = HostVariantType::Object;
-    input.object = given;
-    HostVariant unused;
-    call(step, [&] { return events->onEvent(event, input, &unused); });
-}
-
 void PluginDriver::updateDevices() {
     host->gnssPlaces().clear();
     sendObject("set its clocks", PluginEvent::updateDevices,
                static_cast<HostGnssDeviceCollection*>(&host->gnssPlaces()));
-}
-
-void PluginDriver::showModules(HostObject& window) {
-    sendObject("show its modules", PluginEvent::showModules, &window);
-}
-
-void PluginDriver::showChannels(HostObject& window) {
-    sendObject("show its channels", PluginEvent::showChannels, &window);
-}
-
-void PluginDriver::closeModules() {
-    requireConnection();
-    sendEvent("close its window", PluginEvent::closeModules);
-}
-
-void PluginDriver::closeChannels() {
-    requireConnection();
-    sendEvent("close its window", PluginEvent::closeChannels);
 }
 
 void PluginDriver::start() {
@@ -236,7 +253,8 @@ void PluginDriver::start() {
         host->channels().beginMeasurement();
         return plugin->onPrepareAcquisition();
     });
-    claimChannels(step);
+    const auto read = makeObject<ReadChannels>();
+    sendObject(step, PluginEvent::claimChannels, static_cast<HostChannelList*>(read.get()));
     call(step, [&] { return plugin->onStartAcquisition(); });
     sendEvent(step, PluginEvent::alignChannels);
     state = State::Running;  // from here on a failure has something to stop
@@ -246,7 +264,7 @@ void PluginDriver::start() {
     if (!awaitsLeader) {
         host->clock().start();
     }
-    host->data().setStart(options.utcNow());
+    host->data().setStart(utcNow());
     beginPart();
 }
 
@@ -259,7 +277,7 @@ bool PluginDriver::hasLeader() {
 void PluginDriver::beginPart() {
     state = State::Running;
     samplesSeen = host->channels().getWritten();
-    heldUntil = host->clock().getSeconds() + options.settleSeconds;
+    heldUntil = host->clock().getSeconds() + settleSeconds;
     sendEvent("start its clocks", PluginEvent::enableClocks);
 }
 
@@ -302,7 +320,7 @@ void PluginDriver::beginWithLeader() {
     awaitsLeader = false;
     droppedBefore = countDroppedFrames();
     host->clock().start(second);
-    heldUntil = second + options.settleSeconds;
+    heldUntil = second + settleSeconds;
 }
 
 double PluginDriver::leadingSeconds() {
@@ -314,16 +332,6 @@ double PluginDriver::leadingSeconds() {
     }
     const std::uint64_t samples = (std::uint64_t{high} << 32U) + low;
     return static_cast<double>(samples) / host->clock().getSampleRate();
-}
-
-std::vector<ChannelStatistics> PluginDriver::getChannels() const {
-    return statistics ? readAll(*statistics, &CaptureStatistics::getChannels)
-                      : std::vector<ChannelStatistics>();
-}
-
-std::vector<ClockStatistics> PluginDriver::getClocks() const {
-    return statistics ? readAll(*statistics, &CaptureStatistics::getClocks)
-                      : std::vector<ClockStatistics>();
 }
 
 void PluginDriver::requireSelection() const {
@@ -348,13 +356,9 @@ std::vector<std::string> PluginDriver::takeInterfaceMessages() {
 
 void PluginDriver::selectInterfaces(const std::vector<std::string>& names) {
     requireSelection();
-    std::vector<std::wstring> wide;
+    std::vector<std::wstring> wide(names.size());
+    std::transform(names.begin(), names.end(), wide.begin(), StringHelper::ToWide);
     std::vector<const wchar_t*> given;
-    wide.reserve(names.size());
-    given.reserve(names.size());
-    for (const std::string& name : names) {
-        wide.push_back(StringHelper::ToWide(name));
-    }
     for (const std::wstring& name : wide) {
         given.push_back(name.c_str());
     }
@@ -380,11 +384,9 @@ void PluginDriver::endPart() {
     if (state != State::Running) {
         return;
     }
-    HostVariant delay;
-    sendEvent("tell its delay", PluginEvent::getRequiredDelay, &delay);
+    const HostVariant delay = sendEvent("tell its delay", PluginEvent::getRequiredDelay);
     const float seconds = delay.type == HostVariantType::Float ? delay.float32 : 0.0F;
-    leastDrain =
-        std::clamp(static_cast<double>(seconds), options.quietSeconds, options.longestDrainSeconds);
+    leastDrain = std::clamp(static_cast<double>(seconds), quietSeconds, longestDrainSeconds);
     host->clock().movePosition();
     endTime = host->clock().getSeconds();
     newestArrival = endTime;
@@ -399,9 +401,9 @@ bool PluginDriver::isDrained() const {
     }
     const double now = host->clock().getSeconds();
     const double end = host->clock().getPositionSeconds();
-    const bool quiet = now - newestArrival >= options.quietSeconds && pollsSinceEnd >= leastPolls;
+    const bool quiet = now - newestArrival >= quietSeconds && pollsSinceEnd >= leastPolls;
     const bool complete = now - endTime >= leastDrain && leader >= end + leastDrain;
-    return awaitsLeader || (quiet && complete) || now - endTime >= options.longestDrainSeconds;
+    return awaitsLeader || (quiet && complete) || now - endTime >= longestDrainSeconds;
 }
 
 void PluginDriver::startNextPart() {

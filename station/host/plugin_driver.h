@@ -9,20 +9,10 @@
 #include "host/host_document.h"
 #include "host/module_list.h"
 #include "host/plugin.h"
-#include "station/host/plugin_failure.h"
+#include "station/errors.h"
 #include "station/host/station_host.h"
 
 namespace station {
-
-struct PluginDriverOptions {
-    std::function<std::chrono::system_clock::time_point()> utcNow = std::chrono::system_clock::now;
-    /// How long the position stays 0 at the beginning of a part. All that comes in waits so long,
-    /// and the plug-in's clocks learn the modules' times before they have to judge a message.
-    double settleSeconds = 0.2;
-    /// How long nothing new must come in before what was under way at the end counts as drained.
-    double quietSeconds = 0.1;
-    double longestDrainSeconds = 5.0;
-};
 
 /// Drives one plug-in object through its life, in the one order that loses nothing:
 ///
@@ -55,8 +45,13 @@ struct PluginDriverOptions {
 /// Called on the host's thread.
 class PluginDriver {
   public:
+    using SystemClock = std::chrono::system_clock;
+
+    /// How long nothing new must come in before what was under way at the end counts as drained.
+    static constexpr double quietSeconds = 0.1;
+
     PluginDriver(CountedRef<HostObject> pluginObject, CountedRef<StationHost> stationHost,
-                 PluginDriverOptions driverOptions = {});
+                 std::function<SystemClock::time_point()> utcClock = SystemClock::now);
     /// Stops what is running and lets the plug-in go; failures are reported to nobody any more.
     ~PluginDriver();
     PluginDriver(const PluginDriver&) = delete;
@@ -65,11 +60,17 @@ class PluginDriver {
     void connect();
 
     /// The clocks and the modules; to be loaded before the setup.
-    void loadSettings(HostDocument& document, HostElement& element);
+    void loadSettings(HostDocument& document, HostElement& element) {
+        persist("load its settings", PluginEvent::settings, document, element, false);
+    }
     /// The channels.
     void loadSetup(HostDocument& document, HostElement& element);
-    void saveSettings(HostDocument& document, HostElement& element);
-    void saveSetup(HostDocument& document, HostElement& element);
+    void saveSettings(HostDocument& document, HostElement& element) {
+        persist("save its settings", PluginEvent::settings, document, element, true);
+    }
+    void saveSetup(HostDocument& document, HostElement& element) {
+        persist("save its setup", PluginEvent::setup, document, element, true);
+    }
     /// Channels again, as the modules have them.
     void clearSetup();
     /// Gives the clocks the modes and sources chosen in the host's device collection. To be called
@@ -78,10 +79,14 @@ class PluginDriver {
 
     /// Has the plug-in fill a window of the host's toolkit with its modules, or with its channels.
     /// The one that it filled before, if it is another, it lets go of.
-    void showModules(HostObject& window);
-    void showChannels(HostObject& window);
-    void closeModules();
-    void closeChannels();
+    void showModules(HostObject& window) {
+        sendObject("show its modules", PluginEvent::showModules, &window);
+    }
+    void showChannels(HostObject& window) {
+        sendObject("show its channels", PluginEvent::showChannels, &window);
+    }
+    void closeModules() { sendEvent("close its window", PluginEvent::closeModules); }
+    void closeChannels() { sendEvent("close its window", PluginEvent::closeChannels); }
 
     /// Calls operations of the plug-in's list of modules; `step` names them in the text of a
     /// failure.
@@ -116,9 +121,13 @@ class PluginDriver {
     /// Frames that the system threw away.
     std::uint64_t getDroppedFrames() const;
     /// What became of the messages of each channel.
-    std::vector<ChannelStatistics> getChannels() const;
+    std::vector<ChannelStatistics> getChannels() const {
+        return readAll(&CaptureStatistics::getChannels);
+    }
     /// How each module's clock follows, in the order of the modules.
-    std::vector<ClockStatistics> getClocks() const;
+    std::vector<ClockStatistics> getClocks() const {
+        return readAll(&CaptureStatistics::getClocks);
+    }
 
   private:
     /// `Connecting` is left for `Ready` only: a plug-in whose connection failed gets no more calls.
@@ -128,12 +137,14 @@ class PluginDriver {
     void requireSelection() const;
     template <typename Call>
     void call(const char* step, const Call& pluginCall);
-    void sendEvent(const char* step, std::int32_t event, HostVariant* result = nullptr);
+    /// What the plug-in answers.
+    HostVariant sendEvent(const char* step, std::int32_t event, const HostVariant& input = {});
     void sendObject(const char* step, std::int32_t event, HostObject* given);
+    /// All entries that one of the operations has; none if it fails.
+    template <class Entry>
+    std::vector<Entry> readAll(HostResult (CaptureStatistics::*read)(Entry*, std::uint32_t*)) const;
     /// Says that the list of channels is another one, for the channels that the plug-in reads.
     void tellNewChannels();
-    /// Has the plug-in say which channels it fills and which it reads.
-    void claimChannels(const char* step);
     void persist(const char* step, std::int32_t event, HostDocument& document, HostElement& element,
                  bool saving);
     void stopQuietly() noexcept;
@@ -149,7 +160,7 @@ class PluginDriver {
 
     const CountedRef<HostObject> object;
     const CountedRef<StationHost> host;
-    const PluginDriverOptions options;
+    const std::function<SystemClock::time_point()> utcNow;
     CountedRef<IPlugin3> plugin;
     CountedRef<IPlugin4> events;
     CountedRef<CaptureStatistics> statistics;  ///< empty if the plug-in has none
@@ -167,5 +178,16 @@ class PluginDriver {
     int pollsSinceEnd = 0;
     std::uint64_t samplesSeen = 0;
 };
+
+template <class Entry>
+std::vector<Entry> PluginDriver::readAll(
+    HostResult (CaptureStatistics::*read)(Entry*, std::uint32_t*)) const {
+    std::uint32_t count = 0;
+    if (!statistics || (*statistics.*read)(nullptr, &count) < 0) {
+        return {};
+    }
+    std::vector<Entry> entries(count);
+    return (*statistics.*read)(entries.data(), &count) < 0 ? std::vector<Entry>() : entries;
+}
 
 }  // namespace station

@@ -61,10 +61,11 @@ void SampleRing::countLapped() {
     }
 }
 
-void SampleRing::takeNew(ChannelSink& sink) {
+void SampleRing::takeNew(ChannelSink& sink, double offset, double rate) {
     countLapped();
     while (read != written) {
-        const double time = times.empty() ? static_cast<double>(read) : times[readPosition];
+        const double time =
+            times.empty() ? (static_cast<double>(read) + offset) / rate : times[readPosition];
         sink.onSample({data.data() + readPosition * bytes, bytes, time});
         ++read;
         readPosition = readPosition + 1 == capacity ? 0 : readPosition + 1;

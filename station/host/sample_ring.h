@@ -46,9 +46,9 @@ class SampleRing {
 
     /// Commits samples.
     void advance(std::size_t samples);
-    /// Gives the sink what was committed since the last call, oldest first. A ring without times
-    /// gives the sample's number for its time.
-    void takeNew(ChannelSink& sink);
+    /// Gives the sink what was committed since the last call, oldest first. In a ring without times
+    /// a sample's time is that of its number and `offset` at `rate` samples a second.
+    void takeNew(ChannelSink& sink, double offset, double rate);
 
   private:
     void countLapped();

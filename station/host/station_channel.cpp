@@ -3,22 +3,26 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+
+#include "core/string_helper.h"
 
 namespace station {
 namespace {
+
+using Kestrova::Utils::Kcom::StringHelper;
 
 /// Bytes of an element by data type code; 0: there is no such type.
 constexpr std::array<std::int32_t, 15> elementSizes = {
     1, 1, 2, 2, 4, 4, 8, 8, 4, 8, 16, 0, 1, 0, StationChannel::recordSize};
 
-constexpr double leastSeconds = 2.0;
+/// Room in the buffers, at the expected rate.
+constexpr double bufferSeconds = 2.0;
 constexpr std::size_t leastBytes = std::size_t{64} << 10;
 constexpr std::size_t mostBytes = std::size_t{128} << 20;  // with the times
 /// What a sample of any size is expected to take.
 constexpr std::size_t variantBytes = 16;
-/// Of the two classes that count as active, the one for channels that a plug-in fills.
-constexpr std::int32_t pluginChannelClass = 1;
 /// Indices that say whose channel it is.
 constexpr std::size_t ownerIndices = 2;
 
@@ -26,6 +30,71 @@ std::int32_t elementSize(std::int32_t type) {
     return type >= 0 && static_cast<std::size_t>(type) < elementSizes.size()
                ? elementSizes[static_cast<std::size_t>(type)]
                : 0;
+}
+
+constexpr const wchar_t* elementName = L"OutputChannel";
+constexpr const wchar_t* indexName = L"Index";
+
+template <typename Number>
+std::wstring toText(Number number) {
+    return StringHelper::ToWide(fmt::format("{}", number));
+}
+
+/// The values of a channel's element. Reading raises for a text that isn't of the type.
+class Values {
+  public:
+    Values(HostDocument* owner, HostElement* holder) : document(owner), element(holder) {}
+
+    /// Always written: its default is another text.
+    void write(const wchar_t* key, const std::wstring& value) const {
+        callHost(document, &HostDocument::WriteValue, element, key, value.c_str(),
+                 (value + L"#").c_str());
+    }
+
+    std::wstring read(const wchar_t* key, const std::wstring& present) const {
+        std::wstring value;
+        callHost(document, &HostDocument::ReadValue, element, key, &value, present.c_str());
+        return value;
+    }
+
+    template <typename Number>
+    Number readNumber(const wchar_t* key, Number present) const {
+        const std::string text = StringHelper::ToUtf8(read(key, toText(present)));
+        Number number{};
+        const char* const end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, number);
+        if (error != std::errc() || stop != end) {
+            raise(key, text, "a number");
+        }
+        return number;
+    }
+
+    bool readFlag(const wchar_t* key, bool present) const {
+        const std::string text = StringHelper::ToUtf8(read(key, present ? L"True" : L"False"));
+        if (text != "True" && text != "False") {
+            raise(key, text, "True or False");
+        }
+        return text == "True";
+    }
+
+    [[noreturn]] static void raise(const wchar_t* key, const std::string& text,
+                                   const char* expected) {
+        throw std::runtime_error(fmt::format("\"{}\" of a channel is \"{}\" and not {}",
+                                             StringHelper::ToUtf8(key), text, expected));
+    }
+
+  private:
+    HostDocument* const document;
+    HostElement* const element;
+};
+
+/// Indices as text: the first, ":", the others separated by ";".
+std::wstring toIndexText(const std::vector<std::int32_t>& indices) {
+    std::wstring text;
+    for (std::size_t i = 0; i < indices.size(); ++i) {
+        text += (i == 0 ? L"" : i == 1 ? L":" : L";") + toText(indices[i]);
+    }
+    return text;
 }
 
 }  // namespace
@@ -48,8 +117,7 @@ std::size_t StationChannel::sampleBytes() const {
 
 std::size_t StationChannel::samplesOfRoom() const {
     const std::size_t bytes = type == variantType ? variantBytes : sampleBytes();
-    const double wanted = std::ceil(std::max(environment.bufferSeconds, leastSeconds) *
-                                    static_cast<double>(expectedRate));
+    const double wanted = std::ceil(bufferSeconds * static_cast<double>(expectedRate));
     const std::size_t least = (leastBytes + bytes - 1) / bytes;
     const std::size_t most = std::max<std::size_t>(mostBytes / (bytes + sizeof(double)), 1);
     const auto limited = static_cast<std::size_t>(std::min(wanted, static_cast<double>(most)));
@@ -79,28 +147,9 @@ void StationChannel::beginMeasurement() {
 void StationChannel::takeNew(ChannelSink& sink) {
     if (type == variantType) {
         variants.takeNew(sink);
-        return;
+    } else {
+        ring.takeNew(sink, static_cast<double>(offset), environment.acquisitionRate);
     }
-    if (async) {
-        ring.takeNew(sink);
-        return;
-    }
-    class Timed final : public ChannelSink {
-      public:
-        Timed(ChannelSink& receiver, const StationChannel& source)
-            : target(receiver), channel(source) {}
-        void onSample(const ChannelSample& sample) override {
-            const double position = sample.time + static_cast<double>(channel.offset);
-            target.onSample(
-                {sample.data, sample.size, position / channel.environment.acquisitionRate});
-        }
-
-      private:
-        ChannelSink& target;
-        const StationChannel& channel;
-    };
-    Timed timed(sink, *this);
-    ring.takeNew(timed);
 }
 
 HostResult StationChannel::setIndices(const std::int32_t* values, std::int32_t count) {
@@ -118,85 +167,19 @@ HostResult StationChannel::setDataType(std::int32_t newType) {
     if (elementSize(newType) == 0) {
         return fail(HostCode::invalidArgument, fmt::format("there is no data type {}", newType));
     }
-    if (newType != type) {
-        type = newType;
-        dropBuffers();
-    }
-    return HostCode::success;
-}
-
-HostResult StationChannel::setAsync(HostBool newAsync) {
-    if (isTrue(newAsync) != async) {
-        async = isTrue(newAsync);
-        dropBuffers();
-    }
-    return HostCode::success;
-}
-
-HostResult StationChannel::getChannelClass(std::int32_t* channelClass) {
-    *channelClass = pluginChannelClass;
-    return HostCode::success;
+    return putLayout(type, newType);
 }
 
 HostResult StationChannel::setExpectedRate(float samplesPerSecond) {
     if (!(samplesPerSecond >= 0.0F && std::isfinite(samplesPerSecond))) {
         return fail(HostCode::invalidArgument, "an expected rate is a number of 0 or above");
     }
-    if (samplesPerSecond != expectedRate) {
-        expectedRate = samplesPerSecond;
-        dropBuffers();
-    }
-    return HostCode::success;
-}
-
-HostResult StationChannel::setIsArray(HostBool newArray) {
-    if (isTrue(newArray) != array) {
-        array = isTrue(newArray);
-        dropBuffers();
-    }
-    return HostCode::success;
-}
-
-HostResult StationChannel::getArraySize(std::int32_t* elements) {
-    *elements = arrayElements();
-    return HostCode::success;
-}
-
-HostResult StationChannel::getDataBuffer(void** data) {
-    return guarded([&] {
-        ensureBuffers();
-        *data = ring.getData();
-        return HostCode::success;
-    });
-}
-
-HostResult StationChannel::getTimeBuffer(double** times) {
-    return guarded([&] {
-        ensureBuffers();
-        *times = ring.getTimes();
-        return HostCode::success;
-    });
-}
-
-HostResult StationChannel::getBufferSize(std::int32_t* samples) {
-    return guarded([&] {
-        ensureBuffers();
-        *samples = static_cast<std::int32_t>(ring.getSize() + variants.getSize());
-        return HostCode::success;
-    });
+    return putLayout(expectedRate, samplesPerSecond);
 }
 
 HostResult StationChannel::getElementSize(std::int32_t* bytes) {
     *bytes = elementSize(type);
     return HostCode::success;
-}
-
-HostResult StationChannel::getWritePosition(std::int32_t* position) {
-    return guarded([&] {
-        ensureBuffers();
-        *position = static_cast<std::int32_t>(ring.getWritePosition());
-        return HostCode::success;
-    });
 }
 
 HostResult StationChannel::advanceWritePosition(std::int32_t samples) {
@@ -207,11 +190,6 @@ HostResult StationChannel::advanceWritePosition(std::int32_t samples) {
     if (onFull && ring.isFull()) {
         onFull();
     }
-    return HostCode::success;
-}
-
-HostResult StationChannel::getRateDivider(std::int32_t* divider) {
-    *divider = 1;
     return HostCode::success;
 }
 
@@ -236,21 +214,6 @@ HostResult StationChannel::addVariantValue(double seconds, const HostVariant& va
     });
 }
 
-HostResult StationChannel::scaleValue(double raw, double* scaled) {
-    *scaled = raw;
-    return HostCode::success;
-}
-
-HostResult StationChannel::getScale(double* scale) {
-    *scale = 1.0;
-    return HostCode::success;
-}
-
-HostResult StationChannel::getOffset(double* result) {
-    *result = 0.0;
-    return HostCode::success;
-}
-
 HostResult StationChannel::allocateBuffers(HostBool) {
     return guarded([&] {
         ensureBuffers();
@@ -262,6 +225,51 @@ HostResult StationChannel::releaseBuffers() {
     ring.release();
     variants.release();
     allocated = false;
+    return HostCode::success;
+}
+
+HostResult StationChannel::persistSetup(HostDocument* document, HostElement* element,
+                                        HostBool saving) {
+    return guarded(
+        [&] { return isTrue(saving) ? save(document, element) : load(document, element); });
+}
+
+HostResult StationChannel::save(HostDocument* document, HostElement* element) const {
+    while (const auto old = hostObject(element, &HostElement::FindChild, elementName)) {
+        callHost(element, &HostElement::RemoveChild, old.get());
+    }
+    const auto made = hostObject(document, &HostDocument::CreateElement, elementName, L"");
+    callHost(element, &HostElement::AddChild, made.get());
+    const auto index =
+        hostObject(document, &HostDocument::CreateElement, indexName, toIndexText(place).c_str());
+    callHost(made, &HostElement::AddChild, index.get());
+    const Values values(document, made.get());
+    values.write(L"Name", channelName);
+    values.write(L"Unit", unit);
+    values.write(L"Color", toText(color));
+    values.write(L"Used", isUsedNow ? L"True" : L"False");
+    values.write(L"ExpectedRate", toText(expectedRate));
+    return HostCode::success;
+}
+
+HostResult StationChannel::load(HostDocument* document, HostElement* element) {
+    const auto saved = hostObject(element, &HostElement::FindChild, elementName);
+    if (!saved) {
+        return HostCode::success;
+    }
+    const Values values(document, saved.get());
+    const std::wstring newName = values.read(L"Name", channelName);
+    const std::wstring newUnit = values.read(L"Unit", unit);
+    const auto newColor = values.readNumber(L"Color", color);
+    const bool newUsed = values.readFlag(L"Used", isUsedNow);
+    const auto newRate = values.readNumber(L"ExpectedRate", expectedRate);
+    if (const HostResult code = setExpectedRate(newRate); code < 0) {
+        return code;
+    }
+    channelName = newName;
+    unit = newUnit;
+    color = newColor;
+    isUsedNow = newUsed;
     return HostCode::success;
 }
 

@@ -15,44 +15,22 @@ namespace station {
 
 /// What all channels of a station have in common.
 struct ChannelEnvironment {
-    /// Room in a channel's buffers, in seconds at its expected rate; less than 2 counts as 2.
-    double bufferSeconds = 2.0;
     double acquisitionRate = 1000.0;  ///< samples a second
     CountedRef<HostDocumentFactory> documentFactory;
 };
 
-/// The two text properties that have one name in the two interfaces of a channel.
-class ChannelWithText : public HostChannel {
+/// An interface of a channel with its text attribute, an operation that two of them have.
+template <typename Interface>
+class WithText : public Interface {
   public:
-    HostResult getTextAttribute(std::wstring* result) override {
-        *result = text;
-        return HostCode::success;
-    }
     HostResult setTextAttribute(const wchar_t* newText) override {
-        text = textOf(newText);
-        return HostCode::success;
+        return put(textAttribute, textOf(newText));
     }
 
   protected:
-    ~ChannelWithText() = default;
+    ~WithText() = default;
 
-  private:
-    std::wstring text;
-};
-
-class ChannelExtWithText : public HostChannelExt {
-  public:
-    HostResult setTextAttribute(const wchar_t* newText) override {
-        text = textOf(newText);
-        return HostCode::success;
-    }
-    const std::wstring& extText() const { return text; }
-
-  protected:
-    ~ChannelExtWithText() = default;
-
-  private:
-    std::wstring text;
+    std::wstring textAttribute;
 };
 
 /// A channel of the station: what the plug-in tells of it, and its buffers.
@@ -70,7 +48,7 @@ class ChannelExtWithText : public HostChannelExt {
 /// | 6    | signed 64-bit           |      |                          |
 ///
 /// The buffers are there when they are first asked for and move when type, shape or expected rate
-/// change. Their size is the room of the environment, 64 KiB at least and 128 MiB at most. A
+/// change. Their size is 2 seconds at the expected rate, 64 KiB at least and 128 MiB at most. A
 /// channel of type 12 has no buffers to write into, but takes its samples by `addVariantValue`.
 ///
 /// What was written is taken by `takeNew`, at the latest after each periodic call. Before a writer
@@ -78,8 +56,10 @@ class ChannelExtWithText : public HostChannelExt {
 /// host that was held up for a while loses nothing. Without it what was lapped counts as overrun.
 ///
 /// Called on the host's thread.
-class StationChannel final : public Counted<ChannelWithText, ChannelExtWithText> {
+class StationChannel final : public Counted<WithText<HostChannel>, WithText<HostChannelExt>> {
   public:
+    /// Of the two classes that count as active, the one for channels that a plug-in fills.
+    static constexpr std::int32_t pluginChannelClass = 1;
     static constexpr std::int32_t variantType = 12;
     static constexpr std::int32_t recordType = 14;
     static constexpr std::size_t recordSize = 72;
@@ -109,86 +89,102 @@ class StationChannel final : public Counted<ChannelWithText, ChannelExtWithText>
 
     // HostChannel
 
-    HostResult getIndices(std::vector<std::int32_t>* result) override;
-    HostResult setIndexFormat(std::int32_t format) override;
-    HostResult setIndexCount(std::int32_t count) override;
+    HostResult getIndices(std::vector<std::int32_t>* to) override { return give(to, place); }
+    HostResult setIndexFormat(std::int32_t) override { return HostCode::success; }
+    HostResult setIndexCount(std::int32_t) override { return HostCode::success; }
     /// The indices behind the first two, which say whose channel it is and stay.
     HostResult setIndices(const std::int32_t* values, std::int32_t count) override;
-    HostResult getDataType(std::int32_t* result) override;
+    HostResult getDataType(std::int32_t* to) override { return give(to, type); }
     HostResult setDataType(std::int32_t newType) override;
-    HostResult isAsync(HostBool* result) override;
-    HostResult setAsync(HostBool newAsync) override;
-    HostResult isSingleValue(HostBool* result) override;
-    HostResult setSingleValue(HostBool newSingleValue) override;
-    HostResult getChannelClass(std::int32_t* channelClass) override;
-    HostResult getName(std::wstring* result) override;
-    HostResult setName(const wchar_t* newName) override;
-    HostResult getUnit(std::wstring* result) override;
-    HostResult setUnit(const wchar_t* newUnit) override;
-    HostResult getColor(std::uint32_t* result) override;
-    HostResult setColor(std::uint32_t newColor) override;
-    HostResult isUsed(HostBool* result) override;
-    HostResult setUsed(HostBool newUsed) override;
-    HostResult getExpectedRate(float* samplesPerSecond) override;
+    HostResult isAsync(HostBool* to) override { return give(to, toHostBool(async)); }
+    HostResult setAsync(HostBool newAsync) override { return putLayout(async, isTrue(newAsync)); }
+    HostResult isSingleValue(HostBool* to) override { return give(to, toHostBool(singleValue)); }
+    HostResult setSingleValue(HostBool flag) override { return put(singleValue, isTrue(flag)); }
+    HostResult getChannelClass(std::int32_t* to) override { return give(to, pluginChannelClass); }
+    HostResult getName(std::wstring* to) override { return give(to, channelName); }
+    HostResult setName(const wchar_t* text) override { return put(channelName, textOf(text)); }
+    HostResult getUnit(std::wstring* to) override { return give(to, unit); }
+    HostResult setUnit(const wchar_t* text) override { return put(unit, textOf(text)); }
+    HostResult getColor(std::uint32_t* to) override { return give(to, color); }
+    HostResult setColor(std::uint32_t newColor) override { return put(color, newColor); }
+    HostResult isUsed(HostBool* to) override { return give(to, toHostBool(isUsedNow)); }
+    HostResult setUsed(HostBool newUsed) override { return put(isUsedNow, isTrue(newUsed)); }
+    HostResult getExpectedRate(float* to) override { return give(to, expectedRate); }
     HostResult setExpectedRate(float samplesPerSecond) override;
-    HostResult getValueList(HostValueList** result) override;
-    HostResult getPropertySet(HostPropertySet** result) override;
+    HostResult getValueList(HostValueList** to) override { return handOver(valueList, to); }
+    HostResult getPropertySet(HostPropertySet** to) override { return handOver(propertySet, to); }
     /// The child "OutputChannel" of the element, with a child "Index" (the indices as text, 8:0;3)
     /// and the values "Name", "Unit", "Color", "Used" and "ExpectedRate". What isn't there when
     /// loading stays as it is; the index isn't loaded. A value that makes no sense is a failure
     /// that changes nothing.
     HostResult persistSetup(HostDocument* document, HostElement* element, HostBool saving) override;
-    HostResult isArray(HostBool* result) override;
-    HostResult setIsArray(HostBool newArray) override;
-    HostResult getArrayInfo(HostArrayInfo** info) override;
-    HostResult getArraySize(std::int32_t* elements) override;
-    HostResult getDataBuffer(void** data) override;
-    HostResult getTimeBuffer(double** times) override;
-    HostResult getBufferSize(std::int32_t* samples) override;
+    HostResult isArray(HostBool* to) override { return give(to, toHostBool(array)); }
+    HostResult setIsArray(HostBool newArray) override { return putLayout(array, isTrue(newArray)); }
+    HostResult getArrayInfo(HostArrayInfo** to) override { return handOver(arrayInfo, to); }
+    HostResult getArraySize(std::int32_t* to) override { return give(to, arrayElements()); }
+    HostResult getDataBuffer(void** to) override {
+        return giveOfBuffers(to, [&] { return ring.getData(); });
+    }
+    HostResult getTimeBuffer(double** to) override {
+        return giveOfBuffers(to, [&] { return ring.getTimes(); });
+    }
+    HostResult getBufferSize(std::int32_t* samples) override {
+        return giveOfBuffers(samples, [&] {
+            return static_cast<std::int32_t>(ring.getSize() + variants.getSize());
+        });
+    }
     HostResult getElementSize(std::int32_t* bytes) override;
-    HostResult getWritePosition(std::int32_t* position) override;
+    HostResult getWritePosition(std::int32_t* position) override {
+        return giveOfBuffers(position,
+                             [&] { return static_cast<std::int32_t>(ring.getWritePosition()); });
+    }
     HostResult advanceWritePosition(std::int32_t samples) override;
-    HostResult getRateDivider(std::int32_t* divider) override;
-    HostResult setWriteOffset(std::int64_t samples) override;
+    HostResult getRateDivider(std::int32_t* to) override { return give(to, 1); }
+    HostResult setWriteOffset(std::int64_t samples) override { return put(offset, samples); }
     HostResult addVariantValue(double seconds, const HostVariant& value) override;
-    HostResult scaleValue(double raw, double* scaled) override;
-    HostResult getScale(double* scale) override;
-    HostResult getOffset(double* result) override;
+    HostResult scaleValue(double raw, double* to) override { return give(to, raw); }
+    HostResult getScale(double* to) override { return give(to, 1.0); }
+    HostResult getOffset(double* to) override { return give(to, 0.0); }
 
-    HostResult getTextAttributeB(std::wstring* result) override;
-    HostResult getTextAttributeC(std::wstring* result) override;
-    HostResult getBoolAttributeA(HostBool* flag) override;
-    HostResult setBoolAttributeA(HostBool flag) override;
-    HostResult getBoolAttributeB(HostBool* flag) override;
-    HostResult setBoolAttributeB(HostBool flag) override;
-    HostResult getDoubleAttributeA(double* value) override;
-    HostResult setDoubleAttributeA(double value) override;
-    HostResult getDoubleAttributeB(double* value) override;
-    HostResult setDoubleAttributeB(double value) override;
-    HostResult getDoubleAttributeC(double* value) override;
-    HostResult setDoubleAttributeC(double value) override;
-    HostResult getDoubleAttributeD(double* value) override;
-    HostResult setDoubleAttributeD(double value) override;
-    HostResult getIntAttributeA(std::int32_t* value) override;
-    HostResult setIntAttributeA(std::int32_t value) override;
-    HostResult getIntAttributeB(std::int32_t* value) override;
-    HostResult setIntAttributeB(std::int32_t value) override;
-    HostResult getIntAttributeC(std::int32_t* value) override;
-    HostResult setScalarAttribute(double value) override;
-    HostResult getBufferAttribute(std::uint32_t* value) override;
-    HostResult setBufferAttribute(std::uint32_t value) override;
+    HostResult getTextAttribute(std::wstring* to) override {
+        return give(to, WithText<HostChannel>::textAttribute);
+    }
+    HostResult getTextAttributeB(std::wstring* to) override { return give(to, std::wstring()); }
+    HostResult getTextAttributeC(std::wstring* to) override { return give(to, std::wstring()); }
+    HostResult getBoolAttributeA(HostBool* to) override { return give(to, toHostBool(flags[0])); }
+    HostResult setBoolAttributeA(HostBool flag) override { return put(flags[0], isTrue(flag)); }
+    HostResult getBoolAttributeB(HostBool* to) override { return give(to, toHostBool(flags[1])); }
+    HostResult setBoolAttributeB(HostBool flag) override { return put(flags[1], isTrue(flag)); }
+    HostResult getDoubleAttributeA(double* to) override { return give(to, doubles[0]); }
+    HostResult setDoubleAttributeA(double value) override { return put(doubles[0], value); }
+    HostResult getDoubleAttributeB(double* to) override { return give(to, doubles[1]); }
+    HostResult setDoubleAttributeB(double value) override { return put(doubles[1], value); }
+    HostResult getDoubleAttributeC(double* to) override { return give(to, doubles[2]); }
+    HostResult setDoubleAttributeC(double value) override { return put(doubles[2], value); }
+    HostResult getDoubleAttributeD(double* to) override { return give(to, doubles[3]); }
+    HostResult setDoubleAttributeD(double value) override { return put(doubles[3], value); }
+    HostResult getIntAttributeA(std::int32_t* to) override { return give(to, ints[0]); }
+    HostResult setIntAttributeA(std::int32_t value) override { return put(ints[0], value); }
+    HostResult getIntAttributeB(std::int32_t* to) override { return give(to, ints[1]); }
+    HostResult setIntAttributeB(std::int32_t value) override { return put(ints[1], value); }
+    HostResult getIntAttributeC(std::int32_t* to) override { return give(to, 0); }
+    HostResult setScalarAttribute(double) override { return HostCode::success; }
+    HostResult getBufferAttribute(std::uint32_t* to) override { return give(to, bufferAttribute); }
+    HostResult setBufferAttribute(std::uint32_t value) override {
+        return put(bufferAttribute, value);
+    }
 
     // HostChannelExt
 
-    HostResult claim() override;
-    HostResult allocateBuffers(HostBool flag) override;
+    HostResult claim() override { return put(isClaimed, true); }
+    HostResult allocateBuffers(HostBool) override;
     HostResult releaseBuffers() override;
-    HostResult getExtIntAttribute(std::int32_t* value) override;
-    HostResult setExtIntAttribute(std::int32_t value) override;
-    HostResult getExtDoubleAttributeA(double* value) override;
-    HostResult setExtDoubleAttributeA(double value) override;
-    HostResult getExtDoubleAttributeB(double* value) override;
-    HostResult setExtDoubleAttributeB(double value) override;
+    HostResult getExtIntAttribute(std::int32_t* to) override { return give(to, ints[2]); }
+    HostResult setExtIntAttribute(std::int32_t value) override { return put(ints[2], value); }
+    HostResult getExtDoubleAttributeA(double* to) override { return give(to, doubles[4]); }
+    HostResult setExtDoubleAttributeA(double value) override { return put(doubles[4], value); }
+    HostResult getExtDoubleAttributeB(double* to) override { return give(to, doubles[5]); }
+    HostResult setExtDoubleAttributeB(double value) override { return put(doubles[5], value); }
 
   private:
     std::int32_t arrayElements() const;
@@ -201,7 +197,19 @@ class StationChannel final : public Counted<ChannelWithText, ChannelExtWithText>
             allocate();
         }
     }
-    void dropBuffers() { allocated = false; }
+    template <typename T, typename Getter>
+    HostResult giveOfBuffers(T* result, const Getter& getter) {
+        return guarded([&] {
+            ensureBuffers();
+            return give(result, getter());
+        });
+    }
+    /// Keeps what the layout of the buffers depends on.
+    template <typename T>
+    HostResult putLayout(T& field, T value) {
+        allocated = allocated && field == value;
+        return put(field, value);
+    }
     HostResult save(HostDocument* document, HostElement* element) const;
     HostResult load(HostDocument* document, HostElement* element);
 
@@ -233,11 +241,7 @@ class StationChannel final : public Counted<ChannelWithText, ChannelExtWithText>
     std::array<bool, 2> flags = {};
     std::array<double, 6> doubles = {};
     std::array<std::int32_t, 3> ints = {};
-    double scalar = 0.0;
     std::uint32_t bufferAttribute = 0;
 };
-
-/// Indices as text: the first, ":", the others separated by ";".
-std::wstring toIndexText(const std::vector<std::int32_t>& indices);
 
 }  // namespace station

@@ -14,24 +14,6 @@ constexpr auto unixEpochDayCount = static_cast<double>(gnss_arithmetic::unixEpoc
 constexpr double lastDayCount = 109572.0;
 constexpr std::int64_t nanosecondsPerMicrosecond = 1000;
 
-/// The places of the groups of channels: only the plug-ins' is taken.
-class ChannelGroups final : public Counted<HostChannelGroups> {
-  public:
-    explicit ChannelGroups(CountedRef<ChannelList> channelList) : plugins(std::move(channelList)) {}
-
-    HostResult getGroup(std::int32_t index, HostObject** group) override {
-        *group = nullptr;
-        if (index == pluginGroupIndex) {
-            plugins->addRef();
-            *group = static_cast<HostPluginGroup*>(plugins.get());
-        }
-        return HostCode::success;
-    }
-
-  private:
-    const CountedRef<ChannelList> plugins;
-};
-
 }  // namespace
 
 void StationData::setStart(SystemClock::time_point time) {
@@ -47,34 +29,9 @@ StationData::SystemClock::time_point StationData::getStart() const {
         std::chrono::nanoseconds(startNanoseconds)));
 }
 
-HostResult StationData::getSampleRate(double* samplesPerSecond) {
-    *samplesPerSecond = clock->getSampleRate();
-    return HostCode::success;
-}
-
 HostResult StationData::getBufferState(std::int32_t* size, std::int32_t* position) {
     *size = MasterClock::bufferSize;
     *position = clock->getPositionInBuffer();
-    return HostCode::success;
-}
-
-HostResult StationData::getWrapCount(std::int32_t* count) {
-    *count = clock->getWrapCount();
-    return HostCode::success;
-}
-
-HostResult StationData::getHistoryDepth(std::int32_t* samples) {
-    *samples = static_cast<std::int32_t>(historySeconds * clock->getSampleRate());
-    return HostCode::success;
-}
-
-HostResult StationData::getReductionFactor(std::int32_t* factor) {
-    *factor = 1;
-    return HostCode::success;
-}
-
-HostResult StationData::getStartTime(double* result) {
-    *result = dayCount;
     return HostCode::success;
 }
 
@@ -89,35 +46,11 @@ HostResult StationData::setStartTime(double newDayCount) {
     return HostCode::success;
 }
 
-HostResult StationData::isChannelSetFixed(HostBool* fixed) {
-    *fixed = hostFalse;
-    return HostCode::success;
-}
-
-HostResult StationData::notifyChannelsChanged() {
-    channelsChanged = true;
-    return HostCode::success;
-}
-
 HostResult StationData::findChannel(const std::int32_t* indices, std::int32_t count,
                                     HostChannel** channel) {
     return guarded([&] {
         return handOver(channels->find({indices, indices + std::max(count, 0)}), channel);
     });
-}
-
-HostResult StationData::getChannelGroups(HostChannelGroups** groups) {
-    return handOver(makeObject<ChannelGroups>(channels), groups);
-}
-
-HostResult StationData::getValueA(double* value) {
-    *value = 0.0;
-    return HostCode::success;
-}
-
-HostResult StationData::getValueB(double* value) {
-    *value = 0.0;
-    return HostCode::success;
 }
 
 }  // namespace station

@@ -8,9 +8,9 @@ namespace station {
 StationHost::StationHost(const PerformanceCounter& counter, StationHostOptions hostOptions)
     : options(std::move(hostOptions)),
       masterClock(makeObject<MasterClock>(counter, options.sampleRate)),
-      channelList(makeObject<ChannelList>(
-          ChannelEnvironment{options.bufferSeconds, options.sampleRate, options.documentFactory})),
-      stationData(makeObject<StationData>(masterClock, channelList, options.historySeconds)),
+      channelList(
+          makeObject<ChannelList>(ChannelEnvironment{options.sampleRate, options.documentFactory})),
+      stationData(makeObject<StationData>(masterClock, channelList)),
       deviceList(makeObject<GnssDeviceList>()),
       deviceCollection(makeObject<GnssDeviceCollection>()) {}
 
@@ -44,33 +44,6 @@ HostResult StationHost::writeError(const wchar_t* text) {
         }
         return HostCode::success;
     });
-}
-
-HostResult StationHost::getData(HostData** result) {
-    return handOver(stationData, result);
-}
-
-HostResult StationHost::isSetupMode(HostBool* result) {
-    *result = toHostBool(setupMode);
-    return HostCode::success;
-}
-
-HostResult StationHost::getHoldValue(std::int32_t* value) {
-    *value = holdValue;
-    return HostCode::success;
-}
-
-HostResult StationHost::getMasterClock(HostMasterClock** result) {
-    return handOver(masterClock, result);
-}
-
-HostResult StationHost::getGnssDeviceList(HostGnssDeviceList** devices) {
-    return handOver(deviceList, devices);
-}
-
-HostResult StationHost::notifyDevicesChanged() {
-    devicesChanged = true;
-    return HostCode::success;
 }
 
 HostResult StationHost::getDocumentFactory(HostDocumentFactory** factory) {

@@ -11,8 +11,6 @@ namespace station {
 
 struct StationHostOptions {
     double sampleRate = MasterClock::defaultSampleRate;  ///< of the acquisition, samples a second
-    double historySeconds = StationData::defaultHistorySeconds;
-    double bufferSeconds = 2.0;  ///< room in each channel's buffers
     CountedRef<HostDocumentFactory> documentFactory;
     /// Gets each text that the plug-in has for the user, UTF-8.
     std::function<void(const std::string&)> onError;
@@ -36,10 +34,6 @@ class StationHost final : public Counted<HostApp> {
     GnssDeviceList& gnssDevices() { return *deviceList; }
     GnssDeviceCollection& gnssPlaces() { return *deviceCollection; }
 
-    /// Live values of the setup in place of a measurement.
-    void setSetupMode(bool setup) { setupMode = setup; }
-    /// Other than 0 the plug-in's clocks hold all data back when a measurement is prepared.
-    void setHoldValue(std::int32_t value) { holdValue = value; }
     /// Whether a clock came, went or changed its name since the last call.
     bool takeDevicesChanged() { return std::exchange(devicesChanged, false); }
 
@@ -50,12 +44,18 @@ class StationHost final : public Counted<HostApp> {
     HostResult getVersionTriple(std::int32_t* first, std::int32_t* second,
                                 std::int32_t* third) override;
     HostResult writeError(const wchar_t* text) override;
-    HostResult getData(HostData** result) override;
-    HostResult isSetupMode(HostBool* result) override;
-    HostResult getHoldValue(std::int32_t* value) override;
-    HostResult getMasterClock(HostMasterClock** result) override;
-    HostResult getGnssDeviceList(HostGnssDeviceList** devices) override;
-    HostResult notifyDevicesChanged() override;
+    HostResult getData(HostData** result) override { return handOver(stationData, result); }
+    /// There are no live values of the setup in place of a measurement.
+    HostResult isSetupMode(HostBool* result) override { return give(result, hostFalse); }
+    /// Not 0, so the plug-in's clocks hold all data back when a measurement is prepared.
+    HostResult getHoldValue(std::int32_t* value) override { return give(value, 1); }
+    HostResult getMasterClock(HostMasterClock** result) override {
+        return handOver(masterClock, result);
+    }
+    HostResult getGnssDeviceList(HostGnssDeviceList** devices) override {
+        return handOver(deviceList, devices);
+    }
+    HostResult notifyDevicesChanged() override { return put(devicesChanged, true); }
     /// `HostCode::notImplemented` if the owner gave none.
     HostResult getDocumentFactory(HostDocumentFactory** factory) override;
 
@@ -66,8 +66,6 @@ class StationHost final : public Counted<HostApp> {
     const CountedRef<StationData> stationData;
     const CountedRef<GnssDeviceList> deviceList;
     const CountedRef<GnssDeviceCollection> deviceCollection;
-    bool setupMode = false;
-    std::int32_t holdValue = 1;
     bool devicesChanged = false;
 };
 

@@ -138,7 +138,7 @@ Summary DirectCapture::summarize() {
         entry.lastValue = channel.channel->getLastValueText();
         summary.channels.push_back(std::move(entry));
     }
-    summary.recordings = station::summarize(recordings);
+    summary.recordings = recordings.summarize();
     return summary;
 }
 

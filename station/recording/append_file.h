@@ -60,8 +60,9 @@ class AppendFile {
     /// `largestPiece`).
     void appendHeader(const std::vector<std::uint8_t>& bytes);
 
-    /// A record that the caller can't write, to be counted with the lost ones.
-    void dropRecord() { ++lost; }
+    /// Records that the caller can't write, to be counted with the lost ones.
+    void dropRecords(std::uint64_t count) { lost += count; }
+    void dropRecord() { dropRecords(1); }
 
     /// Hands everything to the operating system and looks whether the file is still at its
     /// path. False when the recording has failed, now or before.

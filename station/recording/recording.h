@@ -18,7 +18,7 @@ struct ChannelDescription {
 
 /// A recording in one file, written message by message while a measurement runs.
 ///
-/// Called on the host's thread only. It sees bytes and times, nothing of modules or clocks. What is
+/// Called on one thread at a time. It sees bytes and times, nothing of modules or clocks. What is
 /// promised about full disks, vanished files and killed processes is with AppendFile. The owner
 /// calls flush() at least once a second, looks at failed() there, and calls close() at the end.
 class Recording {
@@ -43,6 +43,9 @@ class Recording {
     /// or handle, is counted in recordsLost.
     virtual void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                        std::size_t size) = 0;
+
+    /// Records that won't come, to be counted with the lost ones.
+    void drop(std::uint64_t count) { file.dropRecords(count); }
 
     /// What was written so far is in the file. False when the recording has failed.
     bool flush() { return file.flush(); }

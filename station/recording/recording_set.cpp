@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 namespace station {
 
@@ -14,8 +15,8 @@ RecordingSet::~RecordingSet() {
     }
 }
 
-void RecordingSet::open(const std::string& path) {
-    recordings.push_back(openRecording(path));
+void RecordingSet::add(std::unique_ptr<Recording> recording) {
+    recordings.push_back(std::move(recording));
     reported.push_back(false);
 }
 
@@ -32,6 +33,15 @@ void RecordingSet::write(std::size_t channel, std::int64_t utcNanoseconds, const
     for (std::size_t i = 0; i < recordings.size(); ++i) {
         if (handles[first + i] != notHeld) {
             recordings[i]->write(handles[first + i], utcNanoseconds, record, size);
+        }
+    }
+}
+
+void RecordingSet::drop(std::size_t channel, std::uint64_t count) {
+    const std::size_t first = channel * recordings.size();
+    for (std::size_t i = 0; i < recordings.size(); ++i) {
+        if (handles[first + i] != notHeld) {
+            recordings[i]->drop(count);
         }
     }
 }
@@ -70,6 +80,16 @@ bool RecordingSet::hasFailed() const {
 bool RecordingSet::haveAllFailed() const {
     return std::all_of(recordings.begin(), recordings.end(),
                        [](const auto& recording) { return recording->failed(); });
+}
+
+std::vector<RecordingSummary> RecordingSet::summarize() const {
+    std::vector<RecordingSummary> summaries;
+    for (const auto& recording : recordings) {
+        summaries.push_back({recording->path(), recording->formatName(),
+                             recording->recordsWritten(), recording->bytesWritten(),
+                             recording->recordsLost(), recording->errorText()});
+    }
+    return summaries;
 }
 
 std::vector<std::string> RecordingSet::thatRefuse(BusType bus) const {

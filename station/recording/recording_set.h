@@ -9,8 +9,18 @@
 
 namespace station {
 
+/// What has become of one recording so far.
+struct RecordingSummary {
+    std::string path;
+    std::string format;
+    std::uint64_t records = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t lost = 0;
+    std::string error;  ///< empty: none
+};
+
 /// The recordings of one measurement. Each has all channels that its format can hold. One that
-/// fails is closed and reported; the others go on. Called on the host's thread.
+/// fails is closed and reported; the others go on. Called on one thread at a time.
 class RecordingSet {
   public:
     RecordingSet() = default;
@@ -20,12 +30,15 @@ class RecordingSet {
     RecordingSet(const RecordingSet&) = delete;
     RecordingSet& operator=(const RecordingSet&) = delete;
 
-    /// Opens a file; throws FileError. Before the first channel is added.
-    void open(const std::string& path);
+    /// Opens a file; throws FileError. Before the first channel is added, as the next.
+    void open(const std::string& path) { add(openRecording(path)); }
+    void add(std::unique_ptr<Recording> recording);
     /// The next channel; its number is how many were added before.
     void addChannel(const ChannelDescription& channel);
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                std::size_t size);
+    /// Messages of a channel that can't be written any more, to be counted with the lost ones.
+    void drop(std::size_t channel, std::uint64_t count);
     /// To be called at least once a second. Returns a text for each recording that has failed since
     /// the last call.
     std::vector<std::string> flush();
@@ -37,7 +50,7 @@ class RecordingSet {
     bool empty() const { return recordings.empty(); }
     /// Paths of recordings whose format can't hold that bus.
     std::vector<std::string> thatRefuse(BusType bus) const;
-    const std::vector<std::unique_ptr<Recording>>& all() const { return recordings; }
+    std::vector<RecordingSummary> summarize() const;
 
   private:
     static constexpr std::size_t notHeld = static_cast<std::size_t>(-1);

@@ -3,12 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace station {
 namespace {
 
 constexpr auto flushPeriod = std::chrono::milliseconds(500);
+/// How long a disk may take nothing before it isn't waited for.
+constexpr auto stallPatience = std::chrono::milliseconds(500);
 /// How often the user is shown messages that the plug-in lost.
 constexpr auto countsPeriod = std::chrono::seconds(1);
 /// So many are kept for the summary: an interface may come and go for days.
@@ -16,10 +19,11 @@ constexpr std::size_t mostInterfaceMessages = 1000;
 
 }  // namespace
 
-Measurement::Measurement(Session& measuringSession, RecordingSet& recordingSet)
+Measurement::Measurement(Session& measuringSession, std::shared_ptr<RecordingSet> recordingSet,
+                         std::size_t mostWaiting)
     : session(measuringSession),
-      recordings(recordingSet),
-      recorder(measuringSession.host(), recordings) {
+      queue(std::move(recordingSet), mostWaiting),
+      recorder(measuringSession.host(), queue) {
     recorder.addChannels(session.getModules());
 }
 
@@ -50,7 +54,7 @@ void Measurement::takeStep() {
         recorder.takeNew();
         missedLeader = awaitedLeader();
         driver.stop();
-        over = true;
+        stopped = true;
     } else {
         recorder.endPart();
         driver.startNextPart();
@@ -115,34 +119,33 @@ std::string Measurement::awaitedLeader() {
 }
 
 std::vector<std::string> Measurement::poll(Clock::time_point now) {
-    std::vector<std::string> texts;
-    try {
-        takeStep();
-    } catch (...) {
-        over = true;
+    std::vector<std::string> texts = std::exchange(untold, {});
+    if (!stopped) {
+        try {
+            takeStep();
+        } catch (...) {
+            stopped = true;
+            read(untold);
+            readCounts(untold);
+            queue.beginClose();
+            throw;
+        }
         read(texts);
-        readCounts(texts);
-        untold = std::move(texts);
-        throw;
-    }
-    read(texts);
-    if (over || now >= nextCounts) {
-        nextCounts = now + countsPeriod;
-        readCounts(texts);
-    }
-    if (now >= nextFlush) {
-        nextFlush = now + flushPeriod;
-        for (std::string& text : recordings.flush()) {
-            texts.push_back(std::move(text));
+        if (stopped || now >= nextCounts) {
+            nextCounts = now + countsPeriod;
+            readCounts(texts);
+        }
+        if (stopped) {
+            queue.beginClose();
         }
     }
-    return texts;
-}
-
-std::vector<std::string> Measurement::close() {
-    std::vector<std::string> texts = std::exchange(untold, {});
-    for (std::string& text : recordings.close()) {
-        texts.push_back(std::move(text));
+    if (stopped || now >= nextFlush) {
+        nextFlush = now + flushPeriod;
+        std::ranges::move(queue.flush(), std::back_inserter(texts));
+    }
+    if (stopped && leavesStalledDisk && !isOver() && queue.getStalled() > stallPatience) {
+        abandoned = lost = true;
+        std::ranges::move(queue.abandon(), std::back_inserter(texts));
     }
     return texts;
 }

@@ -1,31 +1,33 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "station/recording/recording_set.h"
+#include "station/recording/recording_queue.h"
 #include "station/session/measurement_recorder.h"
 #include "station/session/session.h"
 
 namespace station {
 
 /// One measurement of a session, from its start to the closing of its recordings: polls the
-/// plug-in, writes what came into the host's channels, begins a new part in time, drains the tail.
+/// plug-in, records what came into the host's channels, begins a new part in time, drains the tail.
 ///
 ///     start
 ///         poll, every `period`, until isOver; requestStop somewhere between
-///     close
 ///
-/// A failure of the plug-in ends the measurement: it comes out of `poll` as `PluginError`, what is
-/// in the channels is recorded, and `isOver` is true. Called on the host's thread. Session and
-/// recordings aren't owned and outlive this.
+/// A failure of the plug-in ends the measurement: it comes out of `poll` as `PluginError`, and what
+/// is in the channels is recorded; `poll` goes on until `isOver`. Called on the host's thread, and
+/// never waits for the disk. The session isn't owned and outlives this.
 class Measurement {
   public:
     using Clock = std::chrono::steady_clock;
     static constexpr auto period = std::chrono::milliseconds(20);
 
-    Measurement(Session& measuringSession, RecordingSet& recordingSet);
+    /// `mostWaiting`: bytes of messages that may wait for the disk.
+    Measurement(Session& measuringSession, std::shared_ptr<RecordingSet> recordingSet,
+                std::size_t mostWaiting = RecordingQueue::defaultLimit);
 
     /// Null for none; not owned.
     void setListener(MessageListener* listener) { recorder.setListener(listener); }
@@ -36,11 +38,12 @@ class Measurement {
     std::vector<std::string> poll(Clock::time_point now);
     /// Marks the end: what was stamped up to now is still waited for.
     void requestStop();
-    bool isOver() const { return over; }
-    /// Writes all out and closes the recordings; returns what the user must know.
-    std::vector<std::string> close();
-    /// Whether messages were lost by any cause that is known.
-    bool hasLost() const { return lost; }
+    /// A disk that takes nothing for half a second at the end isn't waited for.
+    void leaveStalledDisk() { leavesStalledDisk = true; }
+    /// The plug-in has stopped and the recordings are closed.
+    bool isOver() const { return stopped && (queue.isClosed() || abandoned); }
+    /// Whether messages were lost by any cause that is known, or a recording failed.
+    bool hasLost() const { return lost || queue.hasLost(); }
 
     Summary summarize();
 
@@ -54,17 +57,19 @@ class Measurement {
     void takeStep();
 
     Session& session;
-    RecordingSet& recordings;
+    RecordingQueue queue;
     MeasurementRecorder recorder;
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
     std::uint64_t droppedTold = 0;               ///< frames
     std::vector<std::string> interfaceMessages;  ///< the first of them
-    std::vector<std::string> untold;  ///< for `close`, as a failure came out of `poll` instead
     bool stopping = false;
-    bool over = false;
+    bool stopped = false;  ///< the plug-in has
+    bool leavesStalledDisk = false;
+    bool abandoned = false;
     bool lost = false;
-    std::string missedLeader;  ///< the module that was awaited when it ended; empty: none
+    std::vector<std::string> untold;  ///< as a failure came out of `poll` instead
+    std::string missedLeader;         ///< the module that was awaited when it ended; empty: none
 };
 
 }  // namespace station

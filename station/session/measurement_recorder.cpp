@@ -129,8 +129,8 @@ class MeasurementRecorder::Channel final : public ChannelSink {
     ChannelStatistics counts;
 };
 
-MeasurementRecorder::MeasurementRecorder(StationHost& stationHost, RecordingSet& recordingSet)
-    : host(stationHost), recordings(recordingSet) {}
+MeasurementRecorder::MeasurementRecorder(StationHost& stationHost, RecordingQueue& recordingQueue)
+    : host(stationHost), recordings(recordingQueue) {}
 
 MeasurementRecorder::~MeasurementRecorder() = default;
 
@@ -258,7 +258,7 @@ Summary MeasurementRecorder::summarize(std::vector<Module> modules) {
         entry.overwritten = channel->source->getOverruns();
         summary.channels.push_back(std::move(entry));
     }
-    summary.recordings = station::summarize(recordings);
+    summary.recordings = recordings.summarize();
     return summary;
 }
 

@@ -9,7 +9,7 @@
 #include "host/plugin.h"
 #include "station/host/station_host.h"
 #include "station/recording/bus_record.h"
-#include "station/recording/recording_set.h"
+#include "station/recording/recording_queue.h"
 #include "station/session/summary.h"
 
 namespace station {
@@ -35,7 +35,7 @@ class MessageListener {
 /// Called on the host's thread. Host and recordings aren't owned and outlive this.
 class MeasurementRecorder {
   public:
-    MeasurementRecorder(StationHost& stationHost, RecordingSet& recordingSet);
+    MeasurementRecorder(StationHost& stationHost, RecordingQueue& recordingQueue);
     ~MeasurementRecorder();
     MeasurementRecorder(const MeasurementRecorder&) = delete;
     MeasurementRecorder& operator=(const MeasurementRecorder&) = delete;
@@ -69,7 +69,7 @@ class MeasurementRecorder {
     void updateRates();
 
     StationHost& host;
-    RecordingSet& recordings;
+    RecordingQueue& recordings;
     MessageListener* listener = nullptr;
     std::vector<std::unique_ptr<Channel>> channels;
     std::optional<std::int64_t> firstStart;  ///< UTC nanoseconds, from the second part on

@@ -3,7 +3,7 @@
 #include <dlfcn.h>
 #include <fmt/format.h>
 
-#include "station/host/plugin_failure.h"
+#include "station/errors.h"
 
 namespace station {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "core/string_helper.h"
 #include "core/trusted_path.h"
-#include "station/host/plugin_failure.h"
+#include "station/errors.h"
 
 namespace station {
 namespace {

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "station/terminal_text.h"
+
 namespace station {
 namespace {
 
@@ -95,10 +97,6 @@ Json toJson(const RecordingSummary& recording) {
     return result;
 }
 
-bool isControl(char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-}
-
 /// A value of up to 64 bytes doesn't fit a line: its head does.
 std::string shortened(const std::string& text, std::size_t most) {
     return text.size() <= most ? text : text.substr(0, most - 2) + "..";
@@ -129,7 +127,7 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
     constexpr std::size_t longestValue = 40;
     const Module& module = summary.modules[position];
     lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
-                                module.type, module.configId, printable(module.serial),
+                                module.type, module.configId, module.serial,
                                 module.connected ? "Connected" : "Not connected") +
                     (module.clock ? clockText(*module.clock) : ""));
     std::size_t silent = 0;
@@ -155,25 +153,10 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
 
 std::string awaitedText(const Summary& summary) {
     return fmt::format("waiting for \"{}\", whose clock leads the measurement",
-                       summary.awaitedLeader);
+                       printable(summary.awaitedLeader));
 }
 
 }  // namespace
-
-std::string printable(std::string text) {
-    std::replace_if(text.begin(), text.end(), isControl, '?');
-    return text;
-}
-
-std::vector<RecordingSummary> summarize(const RecordingSet& recordings) {
-    std::vector<RecordingSummary> summaries;
-    for (const auto& recording : recordings.all()) {
-        summaries.push_back({recording->path(), recording->formatName(),
-                             recording->recordsWritten(), recording->bytesWritten(),
-                             recording->recordsLost(), recording->errorText()});
-    }
-    return summaries;
-}
 
 std::uint64_t Summary::totalFrames() const {
     std::uint64_t total = 0;
@@ -219,8 +202,7 @@ std::string toJson(const Summary& summary) {
     for (const RecordingSummary& recording : summary.recordings) {
         result["recordings"].push_back(toJson(recording));
     }
-    // Names and serial numbers may come from the wire: what isn't UTF-8 is replaced.
-    return result.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+    return toText(result);
 }
 
 std::vector<std::string> toTable(const Summary& summary) {
@@ -241,6 +223,7 @@ std::vector<std::string> toTable(const Summary& summary) {
                                     recording.bytes,
                                     recording.error.empty() ? "" : "  FAILED: " + recording.error));
     }
+    std::transform(lines.begin(), lines.end(), lines.begin(), printable);
     return lines;
 }
 

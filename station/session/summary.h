@@ -31,15 +31,6 @@ struct ChannelSummary {
     std::uint64_t getLost() const { return (counts ? counts->getLost() : 0) + overwritten; }
 };
 
-struct RecordingSummary {
-    std::string path;
-    std::string format;
-    std::uint64_t records = 0;
-    std::uint64_t bytes = 0;
-    std::uint64_t lost = 0;
-    std::string error;  ///< empty: none
-};
-
 /// What a measurement is made of and what has come in so far: the live table and the JSON summary
 /// are two forms of it.
 struct Summary {
@@ -59,8 +50,6 @@ struct Summary {
     std::uint64_t totalLost() const;
 };
 
-/// How the recordings stand.
-std::vector<RecordingSummary> summarize(const RecordingSet& recordings);
 /// UTC as "2026-01-31T12:00:00.123456789Z".
 std::string toIsoText(Summary::Clock::time_point time);
 /// One JSON object, indented, with a line feed at its end.
@@ -68,9 +57,6 @@ std::string toJson(const Summary& summary);
 /// A table of modules and their channels, as lines. Channels that never got a frame are counted in
 /// one line a module.
 std::vector<std::string> toTable(const Summary& summary);
-/// The text without control characters, which would move a terminal's cursor and more: serial
-/// numbers come from the network.
-std::string printable(std::string text);
 /// One line for a log.
 std::string toProgressLine(const Summary& summary);
 

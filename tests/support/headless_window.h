@@ -29,7 +29,6 @@ class GridScreen final : public DrawGridView {
     const CellContent& cell(CellPlace place);
 
     void onColumnsChanged() override { stale = true; }
-    void onRowsChanged() override { stale = true; }
     void onCellsChanged() override { stale = true; }
 
   private:

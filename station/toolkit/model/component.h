@@ -1,16 +1,46 @@
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "core/kvrt_exception.h"
 #include "host/implements.h"
 #include "host/toolkit.h"
-#include "station/toolkit/model/toolkit_failure.h"
 
 namespace station {
+
+// How the station's toolkits fail, and their texts. A toolkit throws inside; `toolkitCall` is at
+// each operation that a plug-in calls.
+
+/// Sets the calling thread's error object to that text (UTF-8) and returns the code.
+HostResult failToolkit(std::uint32_t code, const std::string& text);
+
+/// Runs the body of a toolkit's operation, out of which no exception may come. One becomes its
+/// code, with its text.
+template <typename Body>
+HostResult toolkitCall(const Body& body) {
+    namespace Core = Kestrova::RT::Core;
+    try {
+        body();
+        return HostCode::success;
+    } catch (const Core::KvrtException& failure) {
+        return failToolkit(failure.getCode(), failure.what());
+    } catch (const std::bad_alloc&) {
+        return hostResult(Core::NoMemoryException::classCode);
+    } catch (const std::exception& failure) {
+        return failToolkit(Core::GeneralErrorException::classCode, failure.what());
+    }
+}
+
+/// A new runtime string. Throws `std::bad_alloc`.
+CountedRef<RuntimeString> makeText(const std::string& text);
+/// Empty for null.
+std::string textOf(RuntimeString* string);
 
 /// A handler of the plug-in's has answered a negative code.
 struct HandlerFailure {
@@ -98,6 +128,42 @@ class Component : public Implements<Interface, Bases..., Kestrova::Tessel::IComp
   private:
     EventSlots slots;
     bool detached = false;
+};
+
+/// A button; what presses it is the toolkit's user.
+class IconButton final
+    : public Component<Kestrova::Tessel::IIconButton, Kestrova::Tessel::IControl> {
+  public:
+    IconButton(std::string buttonName, FailureSinkPtr failureSink)
+        : Component(std::move(buttonName), std::move(failureSink)) {}
+
+    void press() { raise(click, "click", nullptr); }
+};
+
+/// A timer; what makes it tick is the toolkit's own. Nobody but the plug-in keeps it.
+class ToolkitTimer : public Component<Kestrova::Tessel::ITimer> {
+  public:
+    HostResult setInterval(std::uint32_t interval) override {
+        return toolkitCall([&] {
+            if (interval == 0) {
+                throw Kestrova::RT::Core::OutOfRangeException("a timer can't tick every 0 ms");
+            }
+            milliseconds = interval;
+            restart();
+        });
+    }
+
+  protected:
+    explicit ToolkitTimer(FailureSinkPtr failureSink)
+        : Component("Timer", std::move(failureSink)) {}
+
+    std::uint32_t getInterval() const { return milliseconds; }
+    void raiseTick() { raise(tick, "tick", nullptr); }
+    /// The next tick comes one interval from now.
+    virtual void restart() = 0;
+
+  private:
+    std::uint32_t milliseconds = defaultMilliseconds;
 };
 
 }  // namespace station

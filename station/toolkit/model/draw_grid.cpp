@@ -30,22 +30,74 @@ class ColumnObject final : public Component<IDrawGridColumn> {
     const std::int32_t column;
 };
 
+void requireRowFrom(std::int32_t first, std::int32_t row, std::int32_t rowCount) {
+    if (row < first || row >= rowCount) {
+        throw Core::OutOfRangeException(
+            fmt::format("there is no row {}, the last is {}", row, rowCount - 1));
+    }
+}
+
 }  // namespace
 
 std::string numberText(double number) {
     return fmt::format("{}", number);
 }
 
-bool isCellType(std::int32_t type) {
+void requireCellType(std::int32_t type) {
     constexpr std::int32_t types[] = {
         CellType::text,   CellType::editText, CellType::number,   CellType::editNumber,
         CellType::toggle, CellType::color,    CellType::comboBox, CellType::groupExpander};
-    return std::find(std::begin(types), std::end(types), type) != std::end(types);
+    if (std::find(std::begin(types), std::end(types), type) == std::end(types)) {
+        throw Core::InvalidValueException(fmt::format("there is no cell type {}", type));
+    }
 }
 
-void requireCellType(std::int32_t type) {
-    if (!isCellType(type)) {
-        throw Core::InvalidValueException(fmt::format("there is no cell type {}", type));
+void DrawGridGroups::take(std::int32_t row, std::size_t group) {
+    requireRowFrom(1, row, rowCount);
+    if (!groupOfRow.try_emplace(row, group).second) {
+        throw Core::AlreadyExistsException(fmt::format("row {} is in a group already", row));
+    }
+}
+
+std::size_t DrawGridGroups::find(const std::string& name) const {
+    const auto found = std::find_if(groups.begin(), groups.end(),
+                                    [&](const auto& group) { return group->label() == name; });
+    return static_cast<std::size_t>(found - groups.begin());
+}
+
+CountedRef<DrawGridGroup> DrawGridGroups::addGroup(const std::string& name, std::int32_t row,
+                                                   bool expanded) {
+    if (find(name) < groups.size()) {
+        throw Core::AlreadyExistsException("there is a group \"" + name + "\" already");
+    }
+    take(row, groups.size());
+    groups.push_back(makeObject<DrawGridGroup>(name, row, expanded, sink));
+    return groups.back();
+}
+
+void DrawGridGroups::addRow(const std::string& groupName, std::int32_t row) {
+    const std::size_t group = find(groupName);
+    if (group == groups.size()) {
+        throw Core::NotFoundException("there is no group \"" + groupName + "\"");
+    }
+    take(row, group);
+}
+
+CountedRef<DrawGridGroup> DrawGridGroups::headedBy(std::int32_t row) const {
+    const auto found = groupOfRow.find(row);
+    const bool isHead = found != groupOfRow.end() && groups[found->second]->getRow() == row;
+    return isHead ? groups[found->second] : nullptr;
+}
+
+bool DrawGridGroups::isHidden(std::int32_t row) const {
+    const auto found = groupOfRow.find(row);
+    return found != groupOfRow.end() && groups[found->second]->getRow() != row &&
+           !groups[found->second]->isExpanded();
+}
+
+void DrawGridGroups::detach() {
+    for (const auto& group : groups) {
+        group->detach();
     }
 }
 
@@ -60,10 +112,7 @@ void DrawGrid::tell(Change change) {
 }
 
 void DrawGrid::requireRow(std::int32_t row) const {
-    if (row < 0 || row >= countRows()) {
-        throw Core::OutOfRangeException(
-            fmt::format("there is no row {}, the last is {}", row, countRows() - 1));
-    }
+    requireRowFrom(0, row, countRows());
 }
 
 void DrawGrid::requireColumn(std::int32_t column) const {
@@ -101,7 +150,6 @@ HostResult DrawGrid::initialise(std::int32_t rows, std::int32_t count) {
         selection.assign(selection.size(), false);
         columns.assign(static_cast<std::size_t>(count), {});
         tell(&DrawGridView::onColumnsChanged);
-        tell(&DrawGridView::onRowsChanged);
     });
 }
 
@@ -129,16 +177,13 @@ void DrawGrid::setFlag(std::int32_t column, std::optional<bool> Column::*flag, b
 }
 
 HostResult DrawGrid::endColumns() {
-    return toolkitCall([&] {
-        tell(&DrawGridView::onColumnsChanged);
-        tell(&DrawGridView::onRowsChanged);
-    });
+    return toolkitCall([&] { tell(&DrawGridView::onColumnsChanged); });
 }
 
 HostResult DrawGrid::setRowCount(std::int32_t rows) {
     return toolkitCall([&] {
         resize(rows);
-        tell(&DrawGridView::onRowsChanged);
+        tell(&DrawGridView::onCellsChanged);
     });
 }
 
@@ -215,7 +260,7 @@ void DrawGrid::toggleGroup(std::int32_t row) {
     if (const auto group = groups.headedBy(row)) {
         group->toggle();
         dropHiddenSelection();
-        tell(&DrawGridView::onRowsChanged);
+        tell(&DrawGridView::onCellsChanged);
     }
 }
 

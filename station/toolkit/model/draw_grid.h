@@ -6,9 +6,7 @@
 #include <vector>
 
 #include "host/toolkit_grid.h"
-#include "station/toolkit/model/component.h"
 #include "station/toolkit/model/draw_grid_args.h"
-#include "station/toolkit/model/draw_grid_groups.h"
 
 namespace station {
 
@@ -16,9 +14,9 @@ namespace station {
 /// these calls.
 class DrawGridView {
   public:
+    /// All of it.
     virtual void onColumnsChanged() = 0;
-    /// Other rows, or others hidden. What is in the cells is out of date too.
-    virtual void onRowsChanged() = 0;
+    /// Which rows there are, which of them are hidden, and what is in the cells.
     virtual void onCellsChanged() = 0;
 
   protected:

@@ -11,7 +11,6 @@ namespace station {
 
 using Kestrova::Tessel::IComponent;
 using Kestrova::Tessel::IControl;
-using Kestrova::Tessel::IControlFactory;
 namespace Core = Kestrova::RT::Core;
 
 ToolkitWindow::ToolkitWindow(FailureSinkPtr failureSink)
@@ -24,15 +23,8 @@ ToolkitWindow::~ToolkitWindow() {
 }
 
 HostResult ToolkitWindow::queryInterface(const InterfaceId& interfaceId, void** result) {
-    if (interfaceId == RuntimeLibrary::id) {
-        return kvRtGetLibrary()->queryInterface(interfaceId, result);
-    }
-    if (interfaceId == IControlFactory::id) {
-        *result = static_cast<IControlFactory*>(this);
-        addRef();
-        return HostCode::success;
-    }
-    return Component::queryInterface(interfaceId, result);
+    return interfaceId == RuntimeLibrary::id ? kvRtGetLibrary()->queryInterface(interfaceId, result)
+                                             : Component::queryInterface(interfaceId, result);
 }
 
 HostResult ToolkitWindow::setXml(RuntimeString* xml) {

@@ -14,15 +14,12 @@ namespace station {
 ///
 /// The plug-in may hold it longer than the station does; so a station `close`s it when the user
 /// does, after it has notified the plug-in.
-class ToolkitWindow
-    : public Component<Kestrova::Tessel::IWindow, Kestrova::Tessel::IContentControl,
-                       Kestrova::Tessel::IParentControl, Kestrova::Tessel::IControl>,
-      public Kestrova::Tessel::IControlFactory {
+class ToolkitWindow : public Component<Kestrova::Tessel::IWindow, Kestrova::Tessel::IContentControl,
+                                       Kestrova::Tessel::IParentControl, Kestrova::Tessel::IControl,
+                                       Kestrova::Tessel::IControlFactory> {
   public:
-    /// Also finds `IControlFactory` and `RuntimeLibrary`.
+    /// Also finds `RuntimeLibrary`.
     HostResult queryInterface(const InterfaceId& interfaceId, void** result) override;
-    std::uint32_t addRef() override { return Component::addRef(); }
-    std::uint32_t release() override { return Component::release(); }
 
     HostResult setXml(RuntimeString* xml) override;
     HostResult findControl(RuntimeString* controlName,

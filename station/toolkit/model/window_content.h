@@ -4,9 +4,7 @@
 #include <vector>
 
 #include "host/counted_ref.h"
-#include "station/toolkit/model/component.h"
 #include "station/toolkit/model/draw_grid.h"
-#include "station/toolkit/model/simple_components.h"
 
 namespace station {
 

@@ -65,11 +65,8 @@ QVariant GridModel::data(const QModelIndex& index, int role) const {
 }
 
 QVariant GridModel::headerData(int section, Qt::Orientation orientation, int role) const {
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole || section < 0 ||
-        section >= columnCount()) {
-        return {};
-    }
-    return titles[static_cast<std::size_t>(section)];
+    return orientation == Qt::Horizontal && role == Qt::DisplayRole ? titles.value(section)
+                                                                    : QVariant();
 }
 
 Qt::ItemFlags GridModel::flags(const QModelIndex& index) const {
@@ -82,7 +79,7 @@ Qt::ItemFlags GridModel::flags(const QModelIndex& index) const {
     return isTyped || opening == index ? always | Qt::ItemIsEditable : always;
 }
 
-void GridModel::describe(std::vector<QString> columnTitles) {
+void GridModel::describe(QStringList columnTitles) {
     beginResetModel();
     titles = std::move(columnTitles);
     shown.clear();
@@ -102,7 +99,7 @@ void GridModel::showRows(const std::vector<std::int32_t>& gridRows) {
         if (at == shown.size() || shown[at].gridRow != wanted) {
             beginInsertRows({}, static_cast<int>(at), static_cast<int>(at));
             shown.insert(shown.begin() + static_cast<std::ptrdiff_t>(at),
-                         {wanted, std::vector<Cell>(titles.size())});
+                         {wanted, std::vector<Cell>(static_cast<std::size_t>(titles.size()))});
             endInsertRows();
         }
         ++at;

@@ -23,7 +23,7 @@ class GridModel final : public QAbstractTableModel {
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
     /// Begins again, without rows.
-    void describe(std::vector<QString> columnTitles);
+    void describe(QStringList columnTitles);
     /// Ascending.
     void showRows(const std::vector<std::int32_t>& gridRows);
     std::int32_t gridRow(const QModelIndex& index) const { return gridRow(index.row()); }
@@ -54,7 +54,7 @@ class GridModel final : public QAbstractTableModel {
     Cell& cell(const QModelIndex& index);
     const Cell& cell(const QModelIndex& index) const;
 
-    std::vector<QString> titles;
+    QStringList titles;
     std::vector<Row> shown;
     std::uint64_t round = 1;
     QPersistentModelIndex opening;

@@ -55,10 +55,6 @@ void GridView::later(Action action) {
 
 void GridView::onColumnsChanged() {
     areColumnsDue = true;
-    catchUpLater();
-}
-
-void GridView::onRowsChanged() {
     onCellsChanged();
 }
 
@@ -93,7 +89,7 @@ void GridView::catchUp() {
 }
 
 void GridView::describeColumns() {
-    std::vector<QString> titles;
+    QStringList titles;
     for (const DrawGrid::Column& column : grid->getColumns()) {
         titles.push_back(QString::fromStdString(column.title));
     }

@@ -37,7 +37,6 @@ class GridView final : public QTableView, private DrawGridView {
 
   private:
     void onColumnsChanged() override;
-    void onRowsChanged() override;
     void onCellsChanged() override;
 
     void catchUpLater();

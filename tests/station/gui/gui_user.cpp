@@ -109,7 +109,7 @@ class User {
 }  // namespace
 
 int main(int argc, char** argv) {
-    StopSignal stop;
+    StopSignal stop(false);
     QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("cmp-station-test");
     MainWindow window({});

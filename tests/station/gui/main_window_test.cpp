@@ -167,7 +167,8 @@ TEST_F(MainWindowTest, ASetupThatCannotBeReadIsToldAndLeavesTheOneThatIsOpen) {
     }
     window->open(QString::fromStdString(file("good.xml")));
     EXPECT_EQ(modules().read({modulesGrid, 1, Type}), "CAN combo") << "in the new windows";
-    EXPECT_THAT(RecentFiles().all(), ElementsAre(QString::fromStdString(file("good.xml"))));
+    EXPECT_THAT(QSettings().value("recentSetups").toStringList(),
+                ElementsAre(QString::fromStdString(file("good.xml"))));
 }
 
 TEST_F(MainWindowTest, AMeasurementRunsAndSaysWhatItLeavesOutAndIsEndedByTheUser) {

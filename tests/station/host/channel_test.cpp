@@ -1,6 +1,5 @@
 #include "bridge/output/sample_bytes.h"
 #include "host/host_error.h"
-#include "station/host/read_channel_list.h"
 #include "station/host/station_channel.h"
 #include "tests/station/host/stand_ins.h"
 #include "tests/support/scripted_document.h"
@@ -130,15 +129,11 @@ TEST_F(Channels, ComeBackWithAllThatTheUserSet) {
     EXPECT_THAT(script.referenceFaults(), IsEmpty());
 }
 
-TEST_F(Channels, ClaimIsForOneMeasurementAndWhatIsReadIsListedOnce) {
+TEST_F(Channels, ClaimIsForOneMeasurement) {
     channel->claim();
     EXPECT_TRUE(channel->claimed());
     channel->beginMeasurement();
     EXPECT_FALSE(channel->claimed());
-    const auto list = makeObject<ReadChannelList>();
-    list->addChannel(channel.get());
-    list->addChannel(channel.get());
-    EXPECT_THAT(list->all(), ElementsAre(channel));
 }
 
 }  // namespace

@@ -16,7 +16,6 @@ using testing::IsEmpty;
 class PluginDrivers : public testing::Test {
   protected:
     PluginDrivers() {
-        options.utcNow = [] { return std::chrono::system_clock::time_point(); };
         makeDriver();
         std::int32_t index = 0;
         CountedRef<HostChannel> mounted;
@@ -28,7 +27,8 @@ class PluginDrivers : public testing::Test {
         plugin = makeObject<FakePlugin>();
         CountedRef<HostObject> object;
         plugin.queryTo(object);
-        driver = std::make_unique<PluginDriver>(object, host, options);
+        driver = std::make_unique<PluginDriver>(
+            object, host, [] { return PluginDriver::SystemClock::time_point(); });
     }
     std::vector<std::string> takeCalls() { return std::exchange(plugin->calls, {}); }
     void poll(int times = 1) {
@@ -61,7 +61,6 @@ class PluginDrivers : public testing::Test {
     }
 
     ManualCounter counter{1'000'000'000, 5'000'000'000};
-    PluginDriverOptions options;
     CountedRef<StationHost> host = makeObject<StationHost>(counter, StationHostOptions{});
     CountedRef<FakePlugin> plugin;
     std::unique_ptr<PluginDriver> driver;
@@ -114,7 +113,7 @@ TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
         return HostCode::success;
     };
     EXPECT_FALSE(driver->isDrained());
-    EXPECT_NEAR(drain(), 0.6 + options.quietSeconds, 0.03);
+    EXPECT_NEAR(drain(), 0.6 + PluginDriver::quietSeconds, 0.03);
     EXPECT_EQ(host->clock().getPosition(), end);
     EXPECT_EQ(channel->getWritten(), 30U);
 }

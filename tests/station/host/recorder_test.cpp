@@ -18,7 +18,6 @@ constexpr std::int64_t second = 1000000000;
 class Recorders : public testing::Test {
   protected:
     Recorders() {
-        recordings.open(folder.path() / "a.log");
         host->data().setStart(at(1000 * second));
         host->clock().start();
     }
@@ -43,7 +42,12 @@ class Recorders : public testing::Test {
         addSample(channel, record.data(), record.size(), time);
     }
     std::vector<std::string> lines() {
-        EXPECT_THAT(recordings.close(), IsEmpty());
+        EXPECT_THAT(queue.flush(), IsEmpty());
+        queue.beginClose();
+        while (!queue.isClosed()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        EXPECT_FALSE(queue.hasLost());
         std::ifstream log(folder.path() / "a.log");
         std::vector<std::string> all;
         for (std::string line; std::getline(log, line);) {
@@ -55,8 +59,12 @@ class Recorders : public testing::Test {
     const TemporaryFolder folder;
     ManualCounter counter{1'000'000'000, 5'000'000'000};
     CountedRef<StationHost> host = makeObject<StationHost>(counter, StationHostOptions{});
-    RecordingSet recordings;
-    MeasurementRecorder recorder{*host, recordings};
+    RecordingQueue queue{[this] {
+        auto recordings = std::make_shared<RecordingSet>();
+        recordings->open(folder.path() / "a.log");
+        return recordings;
+    }()};
+    MeasurementRecorder recorder{*host, queue};
 };
 
 TEST_F(Recorders, EachMessageIsRecordedOnceAlsoInStalls) {

@@ -1,7 +1,6 @@
-#include "station/host/host_failure.h"
+#include "station/host/counted.h"
 
 #include "core/string_helper.h"
-#include "station/host/counted.h"
 
 namespace station {
 namespace {
@@ -10,14 +9,8 @@ class ErrorInfo final : public Counted<HostErrorInfo> {
   public:
     explicit ErrorInfo(std::wstring text) : description(std::move(text)) {}
 
-    HostResult getDescription(std::wstring* result) override {
-        *result = description;
-        return HostCode::success;
-    }
-    HostResult getSource(std::wstring* source) override {
-        *source = L"cmp-station";
-        return HostCode::success;
-    }
+    HostResult getDescription(std::wstring* result) override { return give(result, description); }
+    HostResult getSource(std::wstring* source) override { return give(source, L"cmp-station"); }
 
   private:
     const std::wstring description;

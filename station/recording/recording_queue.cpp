@@ -1,0 +1,269 @@
+#include "station/recording/recording_queue.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <thread>
+#include <utility>
+
+#include "core/mutex.h"
+
+namespace station {
+namespace {
+
+using Clock = RecordingQueue::Clock;
+using namespace std::chrono_literals;
+
+constexpr std::size_t chunkSize = 256 * 1024;  // bytes
+constexpr std::size_t mostSpare = 16;          // chunks
+
+/// In front of each record in a chunk.
+struct EntryHead {
+    std::int64_t utcNanoseconds;
+    std::uint32_t channel;
+    std::uint32_t size;
+};
+
+}  // namespace
+
+/// Messages in their order, and how many of each channel found no room before them.
+struct RecordingQueue::Chunk {
+    Chunk() { bytes.reserve(chunkSize); }
+
+    void append(const EntryHead& head, const void* record) {
+        const std::size_t at = bytes.size();
+        bytes.resize(at + sizeof head + head.size);
+        std::memcpy(bytes.data() + at, &head, sizeof head);
+        std::memcpy(bytes.data() + at + sizeof head, record, head.size);
+        ++messages;
+    }
+    void writeInto(RecordingSet& recordings) const {
+        for (std::size_t channel = 0; channel < dropped.size(); ++channel) {
+            recordings.drop(channel, dropped[channel]);
+        }
+        EntryHead head{};
+        for (std::size_t at = 0; at < bytes.size(); at += sizeof head + head.size) {
+            std::memcpy(&head, bytes.data() + at, sizeof head);
+            recordings.write(head.channel, head.utcNanoseconds, bytes.data() + at + sizeof head,
+                             head.size);
+        }
+    }
+    void clear() {
+        bytes.clear();
+        dropped.clear();
+        messages = 0;
+    }
+
+    std::vector<std::uint8_t> bytes;
+    std::vector<std::uint64_t> dropped;
+    std::uint64_t messages = 0;
+};
+
+struct RecordingQueue::Shared {
+    explicit Shared(std::shared_ptr<RecordingSet> recordingSet)
+        : recordings(std::move(recordingSet)),
+          isOver(recordings->empty()),
+          states(recordings->summarize()) {}
+
+    /// The thread's work, until the end.
+    void run() CMP_EXCLUDES(lock) {
+        while (waitForWork()) {
+            if (present) {
+                present->writeInto(*recordings);
+            } else {
+                publish(recordings->flush());
+            }
+            finishPresent();
+        }
+        publish(isToBeClosed ? recordings->close() : std::vector<std::string>());
+        recordings.reset();
+        const LockGuard guard(lock);
+        isOver = true;
+        changed.notify_all();
+    }
+    /// False at the end. True with a chunk in `present`, or without one to flush.
+    bool waitForWork() CMP_EXCLUDES(lock) {
+        const LockGuard guard(lock);
+        while (waiting.empty() && !isFlushWanted && !isEnding) {
+            changed.wait(lock);
+        }
+        if (!waiting.empty()) {
+            present = std::move(waiting.front());
+            waiting.pop_front();
+            return true;
+        }
+        return std::exchange(isFlushWanted, false);
+    }
+    void finishPresent() CMP_EXCLUDES(lock) {
+        std::vector<RecordingSummary> now = recordings->summarize();
+        const LockGuard guard(lock);
+        states = std::move(now);
+        movedAt = Clock::now();
+        if (!present) {
+            return;
+        }
+        bytes -= chunkSize;
+        messages -= present->messages;
+        if (spare.size() < mostSpare) {
+            present->clear();
+            spare.push_back(std::move(present));
+        }
+        present.reset();
+    }
+    void publish(std::vector<std::string> failures) CMP_EXCLUDES(lock) {
+        std::vector<RecordingSummary> now = recordings->summarize();
+        const LockGuard guard(lock);
+        states = std::move(now);
+        std::move(failures.begin(), failures.end(), std::back_inserter(texts));
+    }
+
+    std::shared_ptr<RecordingSet> recordings;  ///< the thread's own
+    std::unique_ptr<Chunk> present;            ///< the thread's own
+    std::atomic<bool> isToBeClosed{false};     ///< else it is left to the owner
+    mutable Mutex lock;
+    std::condition_variable_any changed;
+    std::deque<std::unique_ptr<Chunk>> waiting CMP_GUARDED_BY(lock);
+    std::vector<std::unique_ptr<Chunk>> spare CMP_GUARDED_BY(lock);
+    std::size_t bytes CMP_GUARDED_BY(lock) = 0;       ///< of chunks that wait or are being written
+    std::uint64_t messages CMP_GUARDED_BY(lock) = 0;  ///< in them
+    Clock::time_point movedAt CMP_GUARDED_BY(lock);
+    bool isFlushWanted CMP_GUARDED_BY(lock) = false;
+    bool isEnding CMP_GUARDED_BY(lock) = false;
+    bool isOver CMP_GUARDED_BY(lock);
+    std::vector<std::string> texts CMP_GUARDED_BY(lock);
+    std::vector<RecordingSummary> states CMP_GUARDED_BY(lock);
+};
+
+RecordingQueue::RecordingQueue(std::shared_ptr<RecordingSet> recordingSet, std::size_t mostWaiting)
+    : shared(std::make_shared<Shared>(std::move(recordingSet))), limit(mostWaiting) {
+    const LockGuard guard(shared->lock);
+    if (!shared->isOver) {
+        current = std::make_unique<Chunk>();
+        std::thread([held = shared] { held->run(); }).detach();
+    }
+}
+
+RecordingQueue::~RecordingQueue() {
+    end();
+    while (!isClosed() && getStalled() < 500ms) {
+        const LockGuard guard(shared->lock);
+        shared->changed.wait_for(shared->lock, 10ms);
+    }
+}
+
+void RecordingQueue::addChannel(const ChannelDescription& channel) {
+    shared->recordings->addChannel(channel);
+    dropped.push_back(0);
+}
+
+void RecordingQueue::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+                           std::size_t size) {
+    if (!current) {
+        return;
+    }
+    if (current->bytes.size() + sizeof(EntryHead) + size > chunkSize && !passOn(false)) {
+        ++dropped[channel];
+        ++droppedInAll;
+        return;
+    }
+    current->append(
+        {utcNanoseconds, static_cast<std::uint32_t>(channel), static_cast<std::uint32_t>(size)},
+        record);
+}
+
+/// Gives the chunk to the thread and takes another one. False where that would be too much.
+bool RecordingQueue::passOn(bool evenIfFull) {
+    const LockGuard guard(shared->lock);
+    if (shared->bytes + chunkSize > limit && !evenIfFull) {
+        return false;
+    }
+    if (std::any_of(dropped.begin(), dropped.end(), [](auto count) { return count != 0; })) {
+        current->dropped = std::exchange(dropped, std::vector<std::uint64_t>(dropped.size()));
+    }
+    if (shared->bytes == 0) {
+        shared->movedAt = Clock::now();
+    }
+    shared->bytes += chunkSize;
+    shared->messages += current->messages;
+    shared->waiting.push_back(std::move(current));
+    shared->changed.notify_all();
+    if (shared->spare.empty()) {
+        current = std::make_unique<Chunk>();
+    } else {
+        current = std::move(shared->spare.back());
+        shared->spare.pop_back();
+    }
+    return true;
+}
+
+std::vector<std::string> RecordingQueue::flush() {
+    if (current && !current->bytes.empty()) {
+        passOn(false);
+    }
+    std::vector<std::string> texts;
+    {
+        const LockGuard guard(shared->lock);
+        shared->isFlushWanted = true;
+        shared->changed.notify_all();
+        texts = std::exchange(shared->texts, {});
+    }
+    if (const std::uint64_t lost = droppedInAll - std::exchange(droppedTold, droppedInAll);
+        lost != 0) {
+        texts.push_back("the disk is too slow: " + std::to_string(lost) +
+                        " messages found no room to wait for it and aren't recorded");
+    }
+    return texts;
+}
+
+void RecordingQueue::beginClose() {
+    shared->isToBeClosed = true;
+    end();
+}
+
+void RecordingQueue::end() {
+    if (current) {
+        passOn(true);
+        current.reset();
+    }
+    const LockGuard guard(shared->lock);
+    if (!shared->isEnding) {
+        shared->isEnding = true;
+        shared->movedAt = Clock::now();
+        shared->changed.notify_all();
+    }
+}
+
+bool RecordingQueue::isClosed() const {
+    const LockGuard guard(shared->lock);
+    return shared->isOver;
+}
+
+Clock::duration RecordingQueue::getStalled() const {
+    const LockGuard guard(shared->lock);
+    return Clock::now() - shared->movedAt;
+}
+
+std::vector<std::string> RecordingQueue::abandon() {
+    std::vector<std::string> texts = flush();
+    const LockGuard guard(shared->lock);
+    droppedInAll += shared->messages;
+    texts.push_back("the disk doesn't answer, the recordings were left as they are: " +
+                    std::to_string(shared->messages) + " messages are missing at their end");
+    return texts;
+}
+
+bool RecordingQueue::hasLost() const {
+    const LockGuard guard(shared->lock);
+    return droppedInAll != 0 ||
+           std::any_of(shared->states.begin(), shared->states.end(),
+                       [](const auto& state) { return state.lost != 0 || !state.error.empty(); });
+}
+
+std::vector<RecordingSummary> RecordingQueue::summarize() const {
+    const LockGuard guard(shared->lock);
+    return shared->states;
+}
+
+}  // namespace station

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "station/recording/recording_set.h"
+
+namespace station {
+
+/// The way of the messages of a measurement into its recordings, which are written on a thread of
+/// their own: a disk that stalls holds up nobody.
+///
+/// What waits is bounded. A message for which there is no room is counted as lost in each recording
+/// that was to have it, and reported.
+///
+/// Called on the host's thread, and none of it waits for the disk but the destructor.
+class RecordingQueue {
+  public:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::size_t defaultLimit = std::size_t{256} << 20U;  // bytes
+
+    /// The recordings belong to the thread from the first `flush` or full chunk on, until
+    /// `isClosed`.
+    explicit RecordingQueue(std::shared_ptr<RecordingSet> recordingSet,
+                            std::size_t mostWaiting = defaultLimit);
+    /// Has the rest written out first, unless the disk takes nothing for half a second: then the
+    /// thread is left to itself. Without `beginClose` the recordings stay open.
+    ~RecordingQueue();
+    RecordingQueue(const RecordingQueue&) = delete;
+    RecordingQueue& operator=(const RecordingQueue&) = delete;
+
+    /// As `RecordingSet::addChannel`, before the first `write`.
+    void addChannel(const ChannelDescription& channel);
+    /// As `Recording::write`.
+    void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+               std::size_t size);
+    /// Has the thread write out what there is. To be called twice a second. Returns what the user
+    /// must know since the last call: recordings that failed, messages that found no room.
+    std::vector<std::string> flush();
+
+    /// Has all that waits written out and the recordings closed; no `write` from now on.
+    void beginClose();
+    bool isClosed() const;
+    /// Since the disk took something last, or was last given something to take.
+    Clock::duration getStalled() const;
+    /// Gives up waiting for the disk; what it hasn't taken counts as lost. Returns what the user
+    /// must know.
+    std::vector<std::string> abandon();
+
+    /// Whether a message of any recording was lost here or by a failure.
+    bool hasLost() const;
+    std::vector<RecordingSummary> summarize() const;
+
+  private:
+    struct Chunk;
+    struct Shared;
+
+    bool passOn(bool evenIfFull);
+    void end();
+
+    const std::shared_ptr<Shared> shared;
+    const std::size_t limit;
+    std::unique_ptr<Chunk> current;      ///< null without recordings
+    std::vector<std::uint64_t> dropped;  ///< by channel, since the last chunk went
+    std::uint64_t droppedTold = 0;
+    std::uint64_t droppedInAll = 0;
+};
+
+}  // namespace station

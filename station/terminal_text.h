@@ -1,0 +1,28 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+
+namespace station {
+
+/// The text as a terminal may show it: serial numbers come from the network and names from files,
+/// and characters in them could move its cursor, change its settings or turn a line around. Control
+/// characters, line breaks, marks of writing direction and what isn't UTF-8 become '?'.
+std::string printable(std::string_view text);
+/// The same for a text of several lines.
+std::string printableLines(std::string_view text);
+
+/// JSON in ASCII, indented, with a line feed at its end. What isn't UTF-8 is replaced.
+std::string toText(const nlohmann::ordered_json& json);
+
+/// At the start of a program: a standard descriptor that is closed would else be that of the next
+/// file that is opened, and texts for the user would go into a recording. Reading and writing there
+/// fail as before.
+void holdStandardDescriptors();
+
+/// Prints what a command is to answer on standard output. Throws `UserError` if that can't be
+/// written. A reader that has gone ends the program by SIGPIPE, as is usual.
+void printResult(std::string_view text);
+
+}  // namespace station

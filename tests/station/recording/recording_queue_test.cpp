@@ -1,0 +1,122 @@
+#include "station/recording/recording_queue.h"
+
+#include "station/recording/candump_recording.h"
+#include "tests/support/temporary_folder.h"
+
+namespace station {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using namespace std::chrono_literals;
+
+/// A log on a disk that takes nothing while it is frozen.
+class FrozenLog final : public CandumpRecording {
+  public:
+    FrozenLog(const std::string& path, std::mutex& disk)
+        : CandumpRecording(path, false), ice(disk) {}
+    void write(std::size_t channel, std::int64_t utc, const void* record,
+               std::size_t size) override {
+        const std::lock_guard guard(ice);
+        CandumpRecording::write(channel, utc, record, size);
+    }
+
+  private:
+    std::mutex& ice;
+};
+
+class RecordingQueueTest : public ::testing::Test {
+  protected:
+    RecordingQueueTest() {
+        auto log = std::make_unique<FrozenLog>(path, disk);
+        recording = log.get();
+        recordings->add(std::move(log));
+        queue = std::make_unique<RecordingQueue>(recordings, limit);
+        for (const char* name : {"A", "B"}) {
+            queue->addChannel({name, BusType::Can});
+        }
+    }
+    /// Messages by turns of both channels, numbered in their identifiers.
+    void write(std::uint32_t count) {
+        for (std::uint32_t end = sent + count; sent < end; ++sent) {
+            std::array<std::uint8_t, 72> record{};
+            std::memcpy(record.data(), &sent, sizeof sent);
+            record[4] = 1;
+            queue->write(sent % 2, sent, record.data(), record.size());
+        }
+    }
+    std::vector<std::string> close() {
+        queue->beginClose();
+        while (!queue->isClosed()) {
+            std::this_thread::sleep_for(1ms);
+        }
+        return queue->flush();
+    }
+    RecordingSummary state() const { return queue->summarize().at(0); }
+
+    static constexpr std::size_t limit = 4 * 256 * 1024;
+    const TemporaryFolder folder;
+    const std::string path = folder.path() / "a.log";
+    std::mutex disk;
+    std::shared_ptr<RecordingSet> recordings = std::make_shared<RecordingSet>();
+    const Recording* recording = nullptr;
+    std::unique_ptr<RecordingQueue> queue;
+    std::uint32_t sent = 0;
+};
+
+TEST_F(RecordingQueueTest, FrozenDiskHoldsUpNobodyAndWhatFindsNoRoomIsCounted) {
+    std::unique_lock frozen(disk);
+    write(5000);
+    EXPECT_THAT(queue->flush(), IsEmpty());
+    write(30000);
+    EXPECT_THAT(queue->flush(), ElementsAre(HasSubstr("found no room")));
+    EXPECT_THAT(queue->flush(), IsEmpty()) << "said already";
+    EXPECT_TRUE(queue->hasLost());
+    frozen.unlock();
+    while (state().records == 0) {
+        std::this_thread::sleep_for(1ms);
+        queue->flush();
+    }
+    const std::uint32_t after = sent;
+    write(100);
+    EXPECT_THAT(close(), IsEmpty());
+    EXPECT_GE(state().records, limit / 100);
+    EXPECT_EQ(state().records + state().lost, sent);
+    // The identifiers rise, and what came when there was room again is there.
+    std::ifstream log(path);
+    std::int64_t last = -1;
+    std::uint64_t lines = 0;
+    for (std::string line; std::getline(log, line); ++lines) {
+        const std::int64_t number = std::stol(line.substr(line.find('#') - 8, 8), nullptr, 16);
+        ASSERT_GT(number, last);
+        ASSERT_EQ(line[line.find(')') + 2], number % 2 == 0 ? 'A' : 'B');
+        last = number;
+        lines += number >= after ? 1000000 : 0;
+    }
+    EXPECT_EQ(lines % 1000000, state().records);
+    EXPECT_EQ(lines / 1000000, 100U);
+}
+
+TEST_F(RecordingQueueTest, DiskThatDoesNotComeBackIsLeftWithItsCount) {
+    std::unique_lock frozen(disk);
+    write(50);
+    queue->beginClose();
+    while (queue->getStalled() < 20ms) {
+    }
+    EXPECT_FALSE(queue->isClosed());
+    EXPECT_FALSE(queue->hasLost());
+    EXPECT_THAT(queue->abandon(), ElementsAre(HasSubstr("50 messages are missing")));
+    EXPECT_TRUE(queue->hasLost());
+    frozen.unlock();
+}
+
+TEST_F(RecordingQueueTest, WithoutAnEndAnEmptyRecordingIsTakenAway) {
+    queue.reset();
+    EXPECT_TRUE(std::filesystem::exists(path));
+    recordings.reset();
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+}  // namespace
+}  // namespace station
