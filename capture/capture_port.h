@@ -9,6 +9,9 @@
 struct CaptureInterface {
     std::string name;
     std::string description;
+    /// The names of the interfaces whose frames it only shows once more, as a bridge does with its
+    /// ports'; none for one that has frames of its own.
+    std::vector<std::string> repeated{};
 };
 
 /// A frame as it was read.
@@ -47,6 +50,21 @@ class CaptureHandle {
     virtual std::uint64_t getDropped() { return 0; }
 };
 
+/// Closes them at once, each on a thread of its own: the system takes some 20 ms for one.
+void closeTogether(std::vector<std::unique_ptr<CaptureHandle>>& handles);
+
+class CaptureMessages;
+
+/// What is to be captured beside the interfaces that were opened at the start.
+struct LateCapture {
+    std::vector<const CaptureHandle*> opened;  ///< these, by the same port
+    std::vector<std::string> selection;        ///< only these, by name; none means all
+    std::int32_t snapLength = 0;
+    bool promiscuous = false;
+    std::int32_t timeoutMs = 0;
+    CaptureMessages* messages = nullptr;  ///< gets what the user must know; outlives the handle
+};
+
 /// The calls that the reader makes to the capture library, so that it also runs on scripted reads.
 /// Where a call fails it puts the library's text into `error`.
 class CapturePort {
@@ -63,6 +81,11 @@ class CapturePort {
     virtual std::unique_ptr<CaptureHandle> openLive(const std::string& name,
                                                     std::int32_t snapLength, bool promiscuous,
                                                     std::int32_t timeoutMs, std::string& error) = 0;
+    /// A handle for the interfaces that appear, come up or can be opened only after the start: it
+    /// opens them as soon as they are there, and its reads give their frames. It leaves out those
+    /// that repeat others, unless they are selected, also those in `opened`: an interface that
+    /// comes to repeat others reads as quiet from then on. Null where there are no such interfaces.
+    virtual std::unique_ptr<CaptureHandle> openLate(const LateCapture&) { return nullptr; }
     /// Network number and mask of an interface, as 32 bits in network order. 0, or -1 on failure.
     virtual std::int32_t lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,
                                    std::string& error) = 0;

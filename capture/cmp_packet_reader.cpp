@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -29,19 +28,14 @@ CmpPacketReader::~CmpPacketReader() {
     closeInterfaces();
 }
 
-/// The system takes some 20 ms for each, but it can do it for all at once.
 void CmpPacketReader::closeInterfaces() {
-    std::vector<std::thread> closers;
+    handles.clear();
+    std::vector<std::unique_ptr<CaptureHandle>> closing;
+    closing.push_back(std::move(late));
     for (PcapInterface& interface : interfaces) {
-        try {
-            closers.emplace_back([&interface] { interface.handle.reset(); });
-        } catch (const std::system_error&) {  // no thread to be had
-            interface.handle.reset();
-        }
+        closing.push_back(std::move(interface.handle));
     }
-    for (std::thread& closer : closers) {
-        closer.join();
-    }
+    closeTogether(closing);
     interfaces.clear();
 }
 
@@ -53,12 +47,25 @@ void CmpPacketReader::openInterfaces() {
     if (port.findAllDevices(found, error) == -1) {
         lastError = listFailed;
         lastErrorText = error;
+        messages.tell("", error);
         return;
     }
     closeInterfaces();
+    messages.clear();
+    for (const std::string& name : selection) {
+        if (std::none_of(found.begin(), found.end(),
+                         [&name](const CaptureInterface& device) { return device.name == name; })) {
+            messages.tell(name,
+                          "there is no interface " + name + "; it is captured when it appears");
+        }
+    }
     for (CaptureInterface& device : found) {
         if (!selection.empty() &&
             std::find(selection.begin(), selection.end(), device.name) == selection.end()) {
+            continue;
+        }
+        if (selection.empty() && !device.repeated.empty()) {
+            messages.tell(device.name, leftOutText(device.name, device.repeated));
             continue;
         }
         PcapInterface opened;
@@ -66,6 +73,7 @@ void CmpPacketReader::openInterfaces() {
         if (!opened.handle) {
             lastError = openFailed;
             lastErrorText = error;
+            messages.tell(device.name, notOpenedText(error));
             continue;
         }
         if (port.lookupNet(device.name, opened.net, opened.mask, error) == -1) {
@@ -75,6 +83,22 @@ void CmpPacketReader::openInterfaces() {
         opened.name = std::move(device.name);
         opened.description = std::move(device.description);
         interfaces.push_back(std::move(opened));
+    }
+    openLate();
+}
+
+void CmpPacketReader::openLate() {
+    for (const PcapInterface& interface : interfaces) {
+        handles.push_back(interface.handle.get());
+    }
+    late = port.openLate({{handles.begin(), handles.end()},
+                          selection,
+                          snapLength,
+                          promiscuous,
+                          readTimeoutMs,
+                          &messages});
+    if (late) {
+        handles.push_back(late.get());
     }
 }
 
@@ -121,7 +145,7 @@ void CmpPacketReader::Run() {
     SetThreadName("cmp-capture");
     while (!IsStopRequested()) {
         readPass();
-        if (interfaces.empty()) {  // no read paces the pass
+        if (handles.empty()) {  // no read paces the pass
             std::this_thread::sleep_for(std::chrono::milliseconds(readTimeoutMs));
         }
         constexpr std::int64_t period = 100'000'000;  // nanoseconds
@@ -139,6 +163,7 @@ void CmpPacketReader::beginCountingDropped() {
     for (PcapInterface& interface : interfaces) {
         interface.droppedBefore = interface.handle->getDropped();
     }
+    lateDroppedBefore = late ? late->getDropped() : 0;
     droppedFrames = 0;
 }
 
@@ -147,7 +172,7 @@ void CmpPacketReader::countDropped() {
     if (!readData) {
         return;
     }
-    std::uint64_t sum = 0;
+    std::uint64_t sum = late ? late->getDropped() - lateDroppedBefore : 0;
     for (const PcapInterface& interface : interfaces) {
         sum += interface.handle->getDropped() - interface.droppedBefore;
     }
@@ -175,8 +200,8 @@ void CmpPacketReader::readPass() {
 /// Reads on until a capture frame comes; false when all interfaces have timed out. A read error
 /// leaves the frame as the last read set it. Foreign frames in plenty don't hold up a stop.
 bool CmpPacketReader::nextFrame(CapturedFrame& frame) {
-    while (interfaceIndex < interfaces.size() && !IsStopRequested()) {
-        const std::int32_t result = interfaces[interfaceIndex].handle->next(frame);
+    while (interfaceIndex < handles.size() && !IsStopRequested()) {
+        const std::int32_t result = handles[interfaceIndex]->next(frame);
         latestDirectory();
         if (result != CaptureHandle::timeout && frame.isCaptureFrame()) {
             return true;

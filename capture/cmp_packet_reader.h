@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "capture/capture_messages.h"
 #include "capture/capture_port.h"
 #include "capture/cmp_devices.h"
 #include "capture/cmp_message.h"
@@ -58,13 +59,17 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     }
     /// By name those that are opened from now on; none means all.
     void selectInterfaces(std::vector<std::string> names) { selection = std::move(names); }
-    /// Opens the selected interfaces of the machine; the former ones are closed. Interfaces
-    /// that can't be opened are passed over, and `getLastError` tells of the last. The thread must
-    /// be stopped.
+    /// Opens the selected interfaces of the machine, or all that don't only repeat others; the
+    /// former ones are closed. Interfaces that can't be opened are passed over, and `getLastError`
+    /// tells of the last; they are captured on when they can be opened, as those that appear later.
+    /// The thread must be stopped.
     void openInterfaces();
     std::int32_t getLastError() const { return lastError; }
     const std::string& getLastErrorText() const { return lastErrorText; }
     const std::vector<PcapInterface>& getInterfaces() const { return interfaces; }
+    /// What became of interfaces since the last call, for the user: those that can't be opened, are
+    /// left out, appear later or go away. Any thread.
+    std::vector<std::string> takeMessages() { return messages.take(); }
 
     /// Data read: stops a running thread, empties the channels and starts.
     void startRead();
@@ -107,6 +112,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     void beginCountingDropped();
     void countDropped();
     void closeInterfaces();
+    void openLate();
     void handOver() { burst.handOver(frameTimeStamp, readAt); }
     void renewDirectory();
     /// The directory, looked at for every message and every read, so that a change of the device
@@ -138,11 +144,15 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     /// sets it: devices come from the user and the setup.
     std::atomic<bool> autoAddDevices{false};
     std::vector<std::string> selection;  ///< names of interfaces; empty: all
+    CaptureMessages messages;
     std::vector<PcapInterface> interfaces;
+    std::unique_ptr<CaptureHandle> late;  ///< all that are opened later; null if the port has none
+    std::uint64_t lateDroppedBefore = 0;  ///< as `PcapInterface::droppedBefore`
+    std::vector<CaptureHandle*> handles;  ///< in the order of a pass: of `interfaces`, and `late`
     std::atomic<std::uint64_t> droppedFrames{0};
 
     // The capture thread's own, during a pass.
-    std::size_t interfaceIndex = 0;   ///< position of the pass in `interfaces`
+    std::size_t interfaceIndex = 0;   ///< position of the pass in `handles`
     std::int64_t readAt = 0;          ///< when the frame was read, nanoseconds on `counter`
     std::int64_t frameTimeStamp = 0;  ///< when it came in, the same
     std::int64_t countedAt = 0;       ///< when the dropped frames were counted, the same

@@ -6,6 +6,8 @@
 
 #include "capture/capture_port.h"
 
+class OpenLinks;
+
 /// Live capture with libpcap on Linux.
 ///
 /// It lists Ethernet interfaces and the loopback, and leaves out libpcap's pseudo-devices and links
@@ -13,7 +15,8 @@
 /// on one that has just been emptied and when another link has a frame, so that links share the
 /// reader and no frame waits for a silent link. Handles may outlive the port; all are opened and
 /// read by one thread at a time, and closed by any. An interface that went away reads as quiet from
-/// then on. A length never exceeds the bytes captured.
+/// then on; one that appears or comes up later is read by the handle of `openLate`. A length never
+/// exceeds the bytes captured.
 ///
 /// An interface has a small receive ring until its first capture frame is read, and a large one
 /// soon after.
@@ -28,9 +31,8 @@ class PcapPort final : public CapturePort {
     std::int32_t lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,
                            std::string& error) override;
 
-  private:
-    struct OpenLinks;
-    class LiveHandle;
+    std::unique_ptr<CaptureHandle> openLate(const LateCapture& wanted) override;
 
-    const std::shared_ptr<OpenLinks> links;
+  private:
+    const std::shared_ptr<OpenLinks> openLinks;
 };

@@ -34,7 +34,8 @@ PcapRing::~PcapRing() {
     pcap_close(handle);
 }
 
-std::unique_ptr<PcapRing> PcapRing::open(const Settings& settings, int bytes, std::string& error) {
+std::unique_ptr<PcapRing> PcapRing::open(const Settings& settings, int bytes, std::int32_t holdMs,
+                                         std::string& error) {
     char text[PCAP_ERRBUF_SIZE] = {};
     pcap* const opened = pcap_create(settings.interface.c_str(), text);
     if (opened == nullptr) {
@@ -44,14 +45,15 @@ std::unique_ptr<PcapRing> PcapRing::open(const Settings& settings, int bytes, st
     std::unique_ptr<PcapRing> ring(new PcapRing(opened));
     pcap_set_snaplen(opened, settings.snapLength);
     pcap_set_promisc(opened, settings.promiscuous ? 1 : 0);
-    pcap_set_timeout(opened, settings.timeoutMs);
+    pcap_set_timeout(opened, holdMs);
     pcap_set_buffer_size(opened, bytes);
     pcap_set_tstamp_precision(opened, PCAP_TSTAMP_PRECISION_NANO);  // else it stays microseconds
     const int result = pcap_activate(opened);
     if (result < 0) {
         const std::string detail = pcap_geterr(opened);
-        error = settings.interface + ": " + pcap_statustostr(result) +
-                (detail.empty() ? "" : " (" + detail + ")");
+        const std::string status = pcap_statustostr(result);
+        error = settings.interface + ": " + status +
+                (detail.empty() || detail == status ? "" : " (" + detail + ")");
         return nullptr;
     }
     if (pcap_setnonblock(opened, 1, text) != 0) {
@@ -90,6 +92,14 @@ std::uint64_t PcapRing::getDropped() const {
 
 int PcapRing::getDescriptor() const {
     return pcap_get_selectable_fd(handle);
+}
+
+int PcapRing::getInterfaceIndex() const {
+    sockaddr_ll address{};
+    socklen_t size = sizeof address;
+    const int result =
+        getsockname(pcap_fileno(handle), reinterpret_cast<sockaddr*>(&address), &size);
+    return result == 0 ? address.sll_ifindex : 0;
 }
 
 bool PcapRing::makeGroup(GroupId& group) {

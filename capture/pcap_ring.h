@@ -25,11 +25,12 @@ class PcapRing {
         std::string interface;
         std::int32_t snapLength = 0;
         bool promiscuous = false;
-        std::int32_t timeoutMs = 0;  ///< how long the system may hold a frame back
     };
 
-    /// Null on failure, with the library's text in `error`.
-    static std::unique_ptr<PcapRing> open(const Settings& settings, int bytes, std::string& error);
+    /// `holdMs` is how long the system may hold a frame back. Null on failure, with the library's
+    /// text in `error`.
+    static std::unique_ptr<PcapRing> open(const Settings& settings, int bytes, std::int32_t holdMs,
+                                          std::string& error);
     ~PcapRing();
     PcapRing(const PcapRing&) = delete;
     PcapRing& operator=(const PcapRing&) = delete;
@@ -43,6 +44,8 @@ class PcapRing {
     /// Frames for which there was no room.
     std::uint64_t getDropped() const;
     int getDescriptor() const;  ///< to wait on
+    /// The system's index of the interface; not positive if it went away.
+    int getInterfaceIndex() const;
 
     /// Makes a group of this ring alone. False where the system has no such groups.
     bool makeGroup(GroupId& group);

@@ -229,7 +229,9 @@ class CaptureStatistics : public HostObject {
     ~CaptureStatistics() = default;
 };
 
-/// Which network interfaces the plug-in captures on. A host that doesn't ask for it gets all.
+/// Which network interfaces the plug-in captures on. A host that doesn't ask for it gets all that
+/// don't only repeat others. They are captured on as soon as they are there and up, also after
+/// event 105.
 class CaptureSelection : public HostObject {
   public:
     static constexpr InterfaceId id{
@@ -238,9 +240,12 @@ class CaptureSelection : public HostObject {
     /// The names of the interfaces that could be captured on. `HostCode::failed` if the system
     /// doesn't tell.
     virtual HostResult getInterfaces(std::vector<std::wstring>* names) = 0;
-    /// The interfaces that event 105 opens from now on; none named means all. A name of no
-    /// interface is passed over.
+    /// The interfaces that event 105 opens from now on; none named means all that don't only
+    /// repeat others. A name of no interface waits for one that appears.
     virtual HostResult selectInterfaces(const wchar_t* const* names, std::uint32_t count) = 0;
+    /// What has become of interfaces since event 105 and since the last call, as sentences for the
+    /// user: which can't be opened, are left out as they only repeat others, appear later, go away.
+    virtual HostResult takeMessages(std::vector<std::wstring>* messages) = 0;
 
   protected:
     ~CaptureSelection() = default;

@@ -125,6 +125,14 @@ HostResult InterfaceChoice::getInterfaces(std::vector<std::wstring>* names) {
     return HostCode::success;
 }
 
+HostResult InterfaceChoice::takeMessages(std::vector<std::wstring>* messages) {
+    messages->clear();
+    for (const std::string& message : core.packetReader.takeMessages()) {
+        messages->push_back(StringHelper::ToWide(message));
+    }
+    return HostCode::success;
+}
+
 HostResult InterfaceChoice::selectInterfaces(const wchar_t* const* names, std::uint32_t count) {
     std::vector<std::string> selection;
     for (std::uint32_t i = 0; i < count; ++i) {

@@ -22,7 +22,8 @@ namespace {
 
 constexpr const char* about =
     R"(Captures on all network interfaces, or on those named, until Ctrl-C, SIGTERM or the end of
---duration.
+--duration. Interfaces that only repeat others, such as bridges, are left out unless they are named;
+those that appear or come up later are captured from then on.
 
 A setup says what is captured, or the modules named here, all of whose channels are used then.
 TYPE is "CAN combo", "LIN combo" or "NeoviFire3"; CONFIGID is decimal or, after 0x, hexadecimal. The

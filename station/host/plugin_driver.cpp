@@ -26,6 +26,14 @@ constexpr std::uint32_t noLeader = 0xFFFFFFFFU;
 /// What a leading clock's origin in the next part refers to: the time of the part before.
 constexpr const wchar_t* ownSourceName = L"cmp-station";
 
+std::vector<std::string> toUtf8(const std::vector<std::wstring>& texts) {
+    std::vector<std::string> result;
+    for (const std::wstring& text : texts) {
+        result.push_back(StringHelper::ToUtf8(text));
+    }
+    return result;
+}
+
 /// The arguments of an event as an array of variants, counted from 0. Keeps the objects in it.
 class Arguments final : public Counted<HostVariantArray> {
   public:
@@ -337,11 +345,13 @@ std::vector<std::string> PluginDriver::getInterfaces() {
     requireSelection();
     std::vector<std::wstring> found;
     call("list the interfaces", [&] { return selection->getInterfaces(&found); });
-    std::vector<std::string> names;
-    for (const std::wstring& name : found) {
-        names.push_back(StringHelper::ToUtf8(name));
-    }
-    return names;
+    return toUtf8(found);
+}
+
+std::vector<std::string> PluginDriver::takeInterfaceMessages() {
+    std::vector<std::wstring> found;
+    return selection && selection->takeMessages(&found) >= 0 ? toUtf8(found)
+                                                             : std::vector<std::string>();
 }
 
 void PluginDriver::selectInterfaces(const std::vector<std::string>& names) {

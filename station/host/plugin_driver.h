@@ -98,6 +98,9 @@ class PluginDriver {
     std::vector<std::string> getInterfaces();
     /// The next measurement captures on these alone; none means all.
     void selectInterfaces(const std::vector<std::string>& names);
+    /// What the plug-in says of network interfaces since the last call, for the user; none if it
+    /// doesn't say.
+    std::vector<std::string> takeInterfaceMessages();
 
     void start();
     /// The periodic call; nothing where no measurement runs.

@@ -14,6 +14,8 @@ constexpr auto flushPeriod = std::chrono::milliseconds(500);
 constexpr auto stallPatience = std::chrono::milliseconds(500);
 /// How often the user is shown messages that the plug-in lost.
 constexpr auto countsPeriod = std::chrono::seconds(1);
+/// So many are kept for the summary: an interface may come and go for days.
+constexpr std::size_t mostInterfaceMessages = 1000;
 
 }  // namespace
 
@@ -66,6 +68,16 @@ void Measurement::read(std::vector<std::string>& texts) {
         texts.push_back(std::move(text));
     }
     readDropped(texts);
+    readInterfaceMessages(texts);
+}
+
+void Measurement::readInterfaceMessages(std::vector<std::string>& texts) {
+    for (std::string& text : session.driver().takeInterfaceMessages()) {
+        if (interfaceMessages.size() < mostInterfaceMessages) {
+            interfaceMessages.push_back(text);
+        }
+        texts.push_back(std::move(text));
+    }
 }
 
 /// Nobody can know whether messages were in them: it counts as a loss.
@@ -146,6 +158,7 @@ Summary Measurement::summarize() {
     }
     Summary summary = recorder.summarize(std::move(modules));
     summary.droppedFrames = droppedTold;
+    summary.interfaceMessages = interfaceMessages;
     summary.awaitedLeader = awaitedLeader();
     return summary;
 }

@@ -33,7 +33,8 @@ class Measurement {
     void setListener(MessageListener* listener) { recorder.setListener(listener); }
     /// Throws `PluginError`.
     void start();
-    /// Returns what the user must know: lost messages, failed recordings.
+    /// Returns what the user must know: lost messages, failed recordings, network interfaces that
+    /// come and go.
     std::vector<std::string> poll(Clock::time_point now);
     /// Marks the end: what was stamped up to now is still waited for.
     void requestStop();
@@ -49,6 +50,7 @@ class Measurement {
   private:
     void read(std::vector<std::string>& texts);
     void readDropped(std::vector<std::string>& texts);
+    void readInterfaceMessages(std::vector<std::string>& texts);
     void readCounts(std::vector<std::string>& texts);
     /// The name of the module whose clock leads, while the measurement waits for it; else empty.
     std::string awaitedLeader();
@@ -59,7 +61,8 @@ class Measurement {
     MeasurementRecorder recorder;
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
-    std::uint64_t droppedTold = 0;  ///< frames
+    std::uint64_t droppedTold = 0;               ///< frames
+    std::vector<std::string> interfaceMessages;  ///< the first of them
     bool stopping = false;
     bool stopped = false;  ///< the plug-in has
     bool leavesStalledDisk = false;

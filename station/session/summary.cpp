@@ -186,6 +186,7 @@ std::string toJson(const Summary& summary) {
                    {"seconds", summary.seconds},
                    {"droppedFrames", summary.droppedFrames},
                    {"lostMessages", summary.totalLost()},
+                   {"interfaceMessages", summary.interfaceMessages},
                    {"modules", Json::array()},
                    {"channels", Json::array()},
                    {"recordings", Json::array()}};

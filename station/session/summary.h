@@ -39,7 +39,8 @@ struct Summary {
     Clock::time_point startTime;      ///< UTC of host time 0
     double seconds = 0.0;             ///< since then
     std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
-    std::string awaitedLeader;        ///< the module for whose clock the start waits; empty: none
+    std::vector<std::string> interfaceMessages;  ///< what became of network interfaces
+    std::string awaitedLeader;  ///< the module for whose clock the start waits; empty: none
     std::vector<Module> modules;
     std::vector<ChannelSummary> channels;
     std::vector<RecordingSummary> recordings;

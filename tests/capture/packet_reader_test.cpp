@@ -80,9 +80,14 @@ TEST_F(PacketReaderTest, StopAbandonsTheRestOfTheFrame) {
 
 TEST_F(PacketReaderTest, DroppedFramesCountFromTheStartOfDataRead) {
     std::atomic<bool> hasRead = false;
+    port.add("late", {});
+    port.interfaces[1].isLate = true;
+    reader.openInterfaces();
     port.interfaces[0].dropped = 5;
+    port.interfaces[1].dropped = 1;
     port.onRead = [&] {
         port.interfaces[0].dropped = 12;
+        port.interfaces[1].dropped = 3;
         hasRead = true;
     };
     reader.startRead();
@@ -90,11 +95,38 @@ TEST_F(PacketReaderTest, DroppedFramesCountFromTheStartOfDataRead) {
         std::this_thread::yield();
     }
     reader.Stop();
-    EXPECT_EQ(reader.getDroppedFrames(), 7U);
+    EXPECT_EQ(reader.getDroppedFrames(), 9U);
     reader.prepareRead(false);
-    EXPECT_EQ(reader.getDroppedFrames(), 7U);
+    EXPECT_EQ(reader.getDroppedFrames(), 9U);
     reader.prepareRead(true);
     EXPECT_EQ(reader.getDroppedFrames(), 0U);
+}
+
+TEST_F(PacketReaderTest, LateInterfacesAreReadLastInAPass) {
+    port.add("late", {frame(2)});
+    port.interfaces[1].isLate = true;
+    reader.openInterfaces();
+    port.calls.clear();
+    read({frame(1)});
+    EXPECT_THAT(port.calls, ElementsAre("if0:1", "if0:0", "late:1", "late:0"));
+    EXPECT_THAT(arrived(), ElementsAre(1, 2));
+    EXPECT_EQ(reader.getInterfaces().size(), 1U);
+}
+
+TEST_F(PacketReaderTest, InterfaceThatRepeatsOthersIsLeftOutUnlessItIsSelected) {
+    port.add("both", {});
+    port.interfaces[1].repeated = {"if0", "if7"};
+    reader.openInterfaces();
+    ASSERT_EQ(reader.getInterfaces().size(), 1U);
+    EXPECT_EQ(reader.getInterfaces()[0].name, "if0");
+    EXPECT_THAT(reader.takeMessages(),
+                ElementsAre("interface both is left out, as it only repeats if0, if7"));
+    reader.selectInterfaces({"none", "both"});
+    reader.openInterfaces();
+    ASSERT_EQ(reader.getInterfaces().size(), 1U);
+    EXPECT_EQ(reader.getInterfaces()[0].name, "both");
+    EXPECT_THAT(reader.takeMessages(),
+                ElementsAre("there is no interface none; it is captured when it appears"));
 }
 
 /// Such an interface never times out, so the pass never ends.
@@ -117,6 +149,8 @@ TEST_F(PacketReaderTest, InterfaceThatCannotBeOpenedIsPassedOver) {
     EXPECT_EQ(reader.getLastError(), 3);
     EXPECT_EQ(reader.getLastErrorText(), "can't open if0");
     ASSERT_EQ(reader.getInterfaces().size(), 1U);
+    EXPECT_THAT(reader.takeMessages(),
+                ElementsAre(testing::StartsWith("can't open if0; the interface isn't captured")));
     const auto& its = reader.getInterfaces()[0];
     EXPECT_EQ(its.name + ' ' + its.description, "good about good");
     EXPECT_EQ(reader.getInterfaces()[0].net, 0U);

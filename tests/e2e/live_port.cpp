@@ -6,6 +6,7 @@
 #include <iostream>
 #include <map>
 
+#include "capture/capture_messages.h"
 #include "capture/pcap_port.h"
 #include "core/performance_counter.h"
 
@@ -30,10 +31,27 @@ bool isStampedOnReceipt(CaptureHandle& loopback) {
     return sentAt <= frame.receivedAt && frame.receivedAt <= clock.getRealNanoseconds();
 }
 
+/// Whether the loopback is opened by itself and read if it is the only one that isn't open yet.
+bool isLateOneRead(PcapPort& port, std::map<std::string, std::unique_ptr<CaptureHandle>>& handles) {
+    handles.erase("lo");
+    CaptureMessages messages;
+    LateCapture wanted{{}, {}, 65536, false, 1, &messages};
+    for (const auto& [name, handle] : handles) {
+        wanted.opened.push_back(handle.get());
+    }
+    const auto late = port.openLate(wanted);
+    std::vector<std::string> told;
+    while (told.empty()) {
+        told = messages.take();
+    }
+    return told == std::vector<std::string>{"interface lo is captured from now on"} &&
+           isStampedOnReceipt(*late);
+}
+
 }  // namespace
 
-/// Prints how many descriptors all interfaces take, whether frames are stamped on receipt, and how
-/// many descriptors are left when the interfaces are closed.
+/// Prints how many descriptors all interfaces take, whether frames are stamped on receipt, whether
+/// an interface is opened later, and how many descriptors are left when the interfaces are closed.
 int main() {
     const auto before = openDescriptors();
     {
@@ -47,6 +65,7 @@ int main() {
         }
         std::cout << openDescriptors() - before << '\n';
         std::cout << isStampedOnReceipt(*handles.at("lo")) << '\n';
+        std::cout << (isLateOneRead(port, handles) ? 1 : 0) << '\n';
     }
     std::cout << openDescriptors() - before << '\n';
 }

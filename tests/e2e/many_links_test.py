@@ -9,7 +9,7 @@ import lab
 import traffic
 from case import RATE, Case, main
 
-NARROW, WIDE = 4, 32  # MiB of ring on an interface without modules' frames and on one with them
+NARROW, WIDE = 3, 32  # MiB of ring on an interface without modules' frames and on one with them
 LINKS = 20
 BUSY = range(8)
 GOING = range(8, 13)  # taken away

@@ -33,7 +33,10 @@ TEST_F(CaptureEventsTest, SelectedInterfacesAloneAreOpened) {
     EXPECT_EQ(port.calls[0].substr(0, 8), "open if1");
     EXPECT_EQ(captureAfter(130), "0 tried, 1 open");
     EXPECT_EQ(selection->selectInterfaces(nullptr, 0), 0);
-    EXPECT_EQ(captureAfter(105), "2 tried, 2 open");
+    port.interfaces[0].openFails = true;
+    EXPECT_EQ(captureAfter(105), "2 tried, 1 open");
+    EXPECT_EQ(selection->takeMessages(&names), 0);
+    EXPECT_THAT(names, testing::ElementsAre(testing::StartsWith(L"can't open if0")));
 }
 
 TEST_F(CaptureEventsTest, FramesReachChannelsOnlyBetweenStartAndEndAndAfterTheClocksAreEnabled) {

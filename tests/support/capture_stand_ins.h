@@ -27,6 +27,8 @@ struct ScriptedInterface {
     bool openFails = false;
     bool netFails = false;
     std::uint64_t dropped = 0;
+    std::vector<std::string> repeated;
+    bool isLate = false;  ///< not listed: what `openLate` gives
 };
 
 class ScriptedPort final : public CapturePort {
@@ -46,9 +48,22 @@ class ScriptedPort final : public CapturePort {
 
     std::int32_t findAllDevices(std::vector<CaptureInterface>& devices, std::string&) override {
         for (const auto& entry : interfaces) {
-            devices.push_back({entry.name, "about " + entry.name});
+            if (!entry.isLate) {
+                devices.push_back({entry.name, "about " + entry.name, entry.repeated});
+            }
         }
         return 0;
+    }
+
+    std::unique_ptr<CaptureHandle> openLate(const LateCapture& wanted) override {
+        const auto place = std::find_if(interfaces.begin(), interfaces.end(),
+                                        [](const auto& entry) { return entry.isLate; });
+        if (place == interfaces.end()) {
+            return nullptr;
+        }
+        calls.push_back("late beside " + std::to_string(wanted.opened.size()));
+        return std::make_unique<Handle>(
+            *this, static_cast<std::size_t>(std::distance(interfaces.begin(), place)));
     }
 
     std::unique_ptr<CaptureHandle> openLive(const std::string& name, std::int32_t snapLength,

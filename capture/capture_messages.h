@@ -1,0 +1,65 @@
+#pragma once
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/mutex.h"
+
+/// Why an interface isn't captured on. `error` names it.
+inline std::string notOpenedText(const std::string& error) {
+    return error + "; the interface isn't captured until it can be opened";
+}
+inline std::string leftOutText(const std::string& name, const std::vector<std::string>& repeated) {
+    std::string text = "interface " + name + " is left out, as it only repeats ";
+    for (const std::string& other : repeated) {
+        text += (&other == &repeated.front() ? "" : ", ") + other;
+    }
+    return text;
+}
+
+/// What the user must know of the network interfaces, as sentences, until somebody asks. Any
+/// thread; nothing is told for a frame.
+class CaptureMessages {
+  public:
+    /// Passes over what was told last about that interface, so that it can be told at each attempt.
+    void tell(const std::string& interface, std::string text) {
+        // A name may hold any bytes.
+        std::replace_if(
+            text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+        const LockGuard guard(lock);
+        std::string& last = latest[interface];
+        if (std::exchange(last, text) == text) {
+            return;
+        }
+        if (waiting.size() < most) {
+            waiting.push_back(text);
+        } else {
+            waiting.back() = "more has happened to the interfaces than can be told";
+        }
+        if (latest.size() > most) {  // interfaces that come and go have names without end
+            latest.clear();
+        }
+    }
+
+    /// Those since the last call.
+    std::vector<std::string> take() {
+        const LockGuard guard(lock);
+        return std::exchange(waiting, {});
+    }
+
+    void clear() {
+        const LockGuard guard(lock);
+        waiting.clear();
+        latest.clear();
+    }
+
+  private:
+    static constexpr std::size_t most = 1000;
+
+    Mutex lock;
+    std::vector<std::string> waiting CMP_GUARDED_BY(lock);
+    std::map<std::string, std::string> latest CMP_GUARDED_BY(lock);  ///< by interface
+};

@@ -1,0 +1,202 @@
+#include "capture/late_handle.h"
+
+#include <algorithm>
+#include <chrono>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// How often the watch looks for interfaces that have ended, and tries again to open the others.
+constexpr auto lookPeriod = 500ms;
+
+}  // namespace
+
+std::unique_ptr<LateHandle> LateHandle::open(const LateCapture& wanted,
+                                             std::shared_ptr<OpenLinks> openLinks) {
+    try {
+        std::unique_ptr<LateHandle> handle(new LateHandle(wanted, std::move(openLinks)));
+        handle->Start();
+        return handle;
+    } catch (const std::system_error& error) {
+        wanted.messages->tell(
+            "", std::string("interfaces that appear later aren't captured: ") + error.what());
+        return nullptr;
+    }
+}
+
+LateHandle::LateHandle(const LateCapture& wanted, std::shared_ptr<OpenLinks> openLinks)
+    : selection(wanted.selection),
+      settings{"", wanted.snapLength, wanted.promiscuous},
+      timeoutMs(wanted.timeoutMs),
+      messages(*wanted.messages),
+      links(std::move(openLinks)) {
+    for (const CaptureHandle* const handle : wanted.opened) {
+        const auto& live = static_cast<const LiveHandle&>(*handle);
+        captured[live.getLink()->index] = {live.getName(), live.getLink()};
+    }
+}
+
+LateHandle::~LateHandle() {
+    RequestStop();
+    events.wake();
+    Stop();
+    std::vector<std::unique_ptr<CaptureHandle>> all;
+    const LockGuard guard(lock);
+    for (Handles* handles : {&reading, &opened, &ended}) {
+        std::move(handles->begin(), handles->end(), std::back_inserter(all));
+    }
+    closeTogether(all);
+}
+
+std::int32_t LateHandle::next(CapturedFrame& frame) {
+    if (hasOpened) {
+        takeOver();
+    }
+    std::int32_t result = nextAtOnce(frame);
+    if (result == timeout && hadNothing) {
+        links->wait(timeoutMs);
+        result = nextAtOnce(frame);
+    }
+    hadNothing = result == timeout;
+    return result;
+}
+
+/// Each is read until it has nothing, as the interfaces of a pass are.
+std::int32_t LateHandle::nextAtOnce(CapturedFrame& frame) {
+    while (position < reading.size()) {
+        LiveHandle& handle = *reading[position];
+        if (handle.nextAtOnce(frame) == gotFrame) {
+            return gotFrame;
+        }
+        if (handle.getLink()->isEnded) {
+            giveBack();
+        } else {
+            ++position;
+        }
+    }
+    position = 0;
+    return timeout;
+}
+
+void LateHandle::takeOver() {
+    const LockGuard guard(lock);
+    for (auto& handle : opened) {
+        handle->enterWaits();
+        reading.push_back(std::move(handle));
+    }
+    opened.clear();
+    hasOpened = false;
+}
+
+void LateHandle::giveBack() {
+    const auto place = reading.begin() + static_cast<std::ptrdiff_t>(position);
+    droppedBefore += (*place)->getDropped();
+    const LockGuard guard(lock);
+    ended.push_back(std::move(*place));
+    reading.erase(place);
+}
+
+std::uint64_t LateHandle::getDropped() {
+    std::uint64_t sum = droppedBefore;
+    for (const auto& handle : reading) {
+        sum += handle->getDropped();
+    }
+    return sum;
+}
+
+void LateHandle::Run() {
+    SetThreadName("cmp-interfaces");
+    bool isDone = look();
+    while (!IsStopRequested()) {
+        const bool hasChanged = events.wait(lookPeriod);
+        closeEnded();
+        const bool hasEnded = std::any_of(captured.begin(), captured.end(), [](const auto& entry) {
+            return entry.second.link->isEnded.load();
+        });
+        if (!IsStopRequested() && (hasChanged || hasEnded || !isDone)) {
+            isDone = look();
+        }
+    }
+}
+
+/// False if there is something to be tried again.
+bool LateHandle::look() {
+    NetworkLinks present;
+    std::string error;
+    if (!readNetworkLinks(present, error)) {
+        messages.tell("", error);
+        return false;
+    }
+    forgetEnded(present);
+    bool isDone = true;
+    for (const auto& [index, link] : present) {
+        const auto place = captured.find(index);
+        if (!link.isEthernet() || IsStopRequested()) {
+            continue;
+        }
+        if (!selection.empty()) {
+            if (std::find(selection.begin(), selection.end(), link.name) == selection.end()) {
+                continue;
+            }
+        } else if (const auto repeated = findRepeated(present, index); !repeated.empty()) {
+            messages.tell(link.name, leftOutText(link.name, repeated));
+            if (place != captured.end()) {
+                place->second.link->isEnded = true;
+                captured.erase(place);
+            }
+            continue;
+        }
+        if (place == captured.end() && link.isUp) {
+            isDone = openLink(link) && isDone;
+        }
+    }
+    return isDone;
+}
+
+void LateHandle::forgetEnded(const NetworkLinks& present) {
+    for (auto entry = captured.begin(); entry != captured.end();) {
+        const auto& [name, link] = entry->second;
+        const bool isGone = present.count(entry->first) == 0;
+        if (isGone) {
+            link->isEnded = true;
+            messages.tell(name, "interface " + name + " went away");
+        } else if (link->isEnded) {
+            messages.tell(name, "interface " + name + " can't be read any more");
+        }
+        entry = isGone || link->isEnded ? captured.erase(entry) : std::next(entry);
+    }
+}
+
+/// True if it is open then.
+bool LateHandle::openLink(const NetworkLink& wanted) {
+    PcapRing::Settings its = settings;
+    its.interface = wanted.name;
+    std::string error;
+    auto handle = LiveHandle::open(its, timeoutMs, links, error);
+    if (!handle) {
+        messages.tell(wanted.name, notOpenedText(error));
+        return false;
+    }
+    // By its name it may be another one meanwhile.
+    const auto& link = handle->getLink();
+    if (!captured.try_emplace(link->index, Captured{wanted.name, link}).second) {
+        return false;
+    }
+    messages.tell(wanted.name, "interface " + wanted.name + " is captured from now on");
+    const LockGuard guard(lock);
+    opened.push_back(std::move(handle));
+    hasOpened = true;
+    return true;
+}
+
+void LateHandle::closeEnded() {
+    Handles closing;
+    {
+        const LockGuard guard(lock);
+        closing.swap(ended);
+    }
+}

@@ -1,0 +1,52 @@
+#include "capture/network_links.h"
+
+#include <linux/if_arp.h>
+
+#include "capture/capture_messages.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr int ether = ARPHRD_ETHER;
+constexpr int tunnel = ARPHRD_TUNNEL;
+
+TEST(NetworkLinksTest, OnlyWhatIsShownByOtherEthernetInterfacesTooIsRepeated) {
+    const NetworkLinks links{
+        {1, {"lo", ARPHRD_LOOPBACK, true, "", 0, 0}}, {2, {"eth1", ether, true, "", 10, 0}},
+        {3, {"eth2", ether, false, "", 10, 0}},       {4, {"eth3", ether, true, "veth", 0, 9}},
+        {5, {"tun0", tunnel, true, "", 13, 0}},       {6, {"eth4", ether, true, "", 13, 0}},
+        {7, {"eth5", ether, true, "", 14, 0}},        {10, {"br0", ether, true, "bridge", 0, 0}},
+        {11, {"br1", ether, true, "bridge", 0, 0}},   {12, {"mac0", ether, true, "macvlan", 0, 4}},
+        {13, {"team0", ether, true, "team", 0, 0}},   {14, {"bond0", ether, true, "bond", 15, 0}},
+        {15, {"br2", ether, true, "bridge", 0, 0}},   {16, {"vlan5", ether, true, "vlan", 0, 4}},
+        {17, {"mac1", ether, true, "macvlan", 0, 0}}, {18, {"vrf0", ether, true, "vrf", 0, 0}},
+    };
+    std::map<std::string, std::vector<std::string>> found;
+    for (const auto& [index, link] : links) {
+        if (const auto repeated = findRepeated(links, index); !repeated.empty()) {
+            found[link.name] = repeated;
+        }
+    }
+    const std::map<std::string, std::vector<std::string>> expected{
+        {"br0", {"eth1", "eth2"}}, {"mac0", {"eth3"}}, {"bond0", {"eth5"}}, {"br2", {"bond0"}}};
+    EXPECT_EQ(found, expected) << "not a bridge without ports, one with other frames, a VLAN, nor "
+                                  "one on an interface elsewhere";
+}
+
+TEST(CaptureMessagesTest, TheSameIsToldOnceAnInterfaceInARowAndTooMuchIsSaid) {
+    CaptureMessages messages;
+    for (const char* const text : {"a fails", "a fails", "a works", "a fails\x1B[\xFF"}) {
+        messages.tell("a", text);
+    }
+    messages.tell("b", "a works");
+    EXPECT_THAT(messages.take(), ElementsAre("a fails", "a works", "a fails?[?", "a works"));
+    for (int i = 0; i < 3000; ++i) {
+        messages.tell(std::to_string(i), "text");
+    }
+    const auto all = messages.take();
+    EXPECT_EQ(all.size(), 1000U);
+    EXPECT_EQ(all.back(), "more has happened to the interfaces than can be told");
+}
+
+}  // namespace

@@ -1,0 +1,125 @@
+"""Interfaces that come, go and repeat each other while the station captures, and stops of it."""
+
+import resource
+import signal
+import subprocess
+import time
+from pathlib import Path
+
+import lab
+import traffic
+from case import FRONT, RATE, Case, main
+
+MODULE = ["CAN combo:5,channels=1"]
+STOP = 0.3  # seconds; what a busy machine may do to a process
+LINKS = 39
+MEGABYTES = 225  # with these and the loopback, one of them busy; all but the heap, which sanitizers blow up
+
+
+def ip(words):
+    subprocess.run(["ip", *words.split()], check=True)
+
+
+def add_link(name, peer):
+    ip(f"link add {name} type veth peer name {peer} netns modules")
+    ip(f"-n modules link set {peer} up")
+
+
+class ChangingInterfaces(Case):
+    def setUp(self):
+        self.told = self.path("told")
+
+    def start(self, *options):
+        with self.told.open("w") as told:
+            self.station = lab.Station(FRONT, "--quiet", *options, stderr=told)
+
+    def wait_for(self, text):
+        lab.wait_until(lambda: text in self.told.read_text(), f'"{text}" is told')
+
+    def expect_all_of(self, *interfaces):
+        """A module on each brings its messages once; returns what was told."""
+        sent = [lab.simulate(MODULE, "--rate", 100, "--duration", 1, interface=name) for name in interfaces]
+        report, _ = self.station.stop()
+        self.assertEqual(sum(channel["frames"] for channel in report["channels"]),
+                         sum(count for one in sent for count in traffic.sent_counts(one).values()))
+        self.assertEqual(report["interfaceMessages"], self.told.read_text().splitlines())
+        return report["interfaceMessages"]
+
+    def test_what_appears_comes_up_or_is_made_again_is_captured_from_then_on(self):
+        add_link("late0", "far0")
+        self.addCleanup(ip, "link del late0")
+        self.start()
+        self.wait_for("late0: That device is not up")
+        ip("link set late0 up")
+        self.wait_for("interface late0 is captured from now on")
+        open_files = Path(f"/proc/{self.station.process.pid}/fd")
+        before = len(list(open_files.iterdir()))
+        for times in (1, 2):
+            add_link("late1", "far1")
+            ip("link set late1 up")
+            lab.wait_until(lambda: self.told.read_text().count("late1 is captured from now on") == times, "it is told")
+            if times == 1:
+                ip("link del late1")
+                self.wait_for("interface late1 went away")
+                lab.wait_until(lambda: len(list(open_files.iterdir())) <= before, "it is closed")
+        self.addCleanup(ip, "link del late1")
+        self.expect_all_of("far0", "far1", "sim0")
+
+    def test_what_cannot_be_opened_is_tried_again(self):
+        self.start()
+        process = self.station.process.pid
+        highest = max(int(path.name) for path in Path(f"/proc/{process}/fd").iterdir())
+        before = resource.prlimit(process, resource.RLIMIT_NOFILE)
+        resource.prlimit(process, resource.RLIMIT_NOFILE, (highest + 2, before[1]))  # one more file
+        add_link("late2", "far2")
+        self.addCleanup(ip, "link del late2")
+        ip("link set late2 up")
+        self.wait_for("late2: ")
+        resource.prlimit(process, resource.RLIMIT_NOFILE, before)
+        self.wait_for("interface late2 is captured from now on")
+        self.expect_all_of("far2")
+
+    def test_what_only_repeats_others_is_left_out(self):
+        ip("link add bridge0 type bridge")
+        self.addCleanup(ip, "link del bridge0")
+        ip("link set bridge0 up")
+        ip("link set veth0 master bridge0")
+        ip("link add link veth1 name upper1 type macvlan mode bridge")
+        self.addCleanup(ip, "link del upper1")
+        ip("link set upper1 up")
+        self.start()
+        told = self.expect_all_of("sim0", "sim1")
+        self.assertIn("interface bridge0 is left out, as it only repeats veth0", told)
+        self.assertIn("interface upper1 is left out, as it only repeats veth1", told)
+
+        self.start("--interface", "bridge0")  # what is named is captured on, and nothing else
+        lab.simulate(MODULE, "--rate", 10, "--duration", 1, interface="sim1")
+        self.assertEqual(self.expect_all_of("sim0"), [])
+
+        ip("link set veth0 nomaster")
+        self.start()
+        ip("link set veth0 master bridge0")
+        self.wait_for("interface bridge0 is left out")
+        self.expect_all_of("sim0")
+
+    def test_a_stop_of_the_process_loses_nothing_and_many_interfaces_take_little_memory(self):
+        for rate in (RATE, 30 * RATE):
+            self.start()
+            simulator = lab.start_simulator(MODULE, "--rate", rate, "--length", 64, "--duration", 4)
+            time.sleep(1.5)
+            for _ in range(3):
+                self.station.process.send_signal(signal.SIGSTOP)
+                time.sleep(STOP)
+                self.station.process.send_signal(signal.SIGCONT)
+                time.sleep(STOP)
+            status = Path(f"/proc/{self.station.process.pid}/status").read_text()
+            sent = lab.finish_simulator(simulator)
+            time.sleep(0.5)
+            report, _ = self.station.stop()
+            self.assertEqual(report["droppedFrames"], 0)
+            self.assertEqual(traffic.count_differences(sent, report), [])
+            self.assertLess(int(status.split("RssFile:")[1].split()[0]) * 1024, MEGABYTES * 1_000_000)
+
+
+if __name__ == "__main__":
+    main(links=LINKS)
