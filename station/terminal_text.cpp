@@ -67,6 +67,11 @@ void holdStandardDescriptors() {
     }
 }
 
+void printMessage(std::string_view text) {
+    const std::string line = "cmp-station: " + printableLines(text) + '\n';
+    [[maybe_unused]] const ssize_t unused = write(STDERR_FILENO, line.data(), line.size());
+}
+
 void printResult(std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());

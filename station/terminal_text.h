@@ -21,6 +21,10 @@ std::string toText(const nlohmann::ordered_json& json);
 /// fail as before.
 void holdStandardDescriptors();
 
+/// Prints a message for the user on standard error, "cmp-station: " in front; that it can't is no
+/// failure.
+void printMessage(std::string_view text);
+
 /// Prints what a command is to answer on standard output. Throws `UserError` if that can't be
 /// written. A reader that has gone ends the program by SIGPIPE, as is usual.
 void printResult(std::string_view text);

@@ -71,13 +71,13 @@ class Progress {
     explicit Progress(bool wanted) : shown(wanted && isatty(STDERR_FILENO) == 1) {}
     ~Progress() {
         if (written) {
-            fmt::print(stderr, "\r\033[K");
+            std::fputs("\r\033[K", stderr);
         }
     }
     void show(double share) {
         const auto now = std::chrono::steady_clock::now();
         if (shown && now - last > std::chrono::milliseconds(200)) {
-            fmt::print(stderr, "\r{:3.0f} %", share * 100);
+            std::fputs(fmt::format("\r{:3.0f} %", share * 100).c_str(), stderr);
             last = now;
             written = true;
         }
@@ -125,7 +125,7 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     convertAll(frames, capture, recordings, !options.quiet, stop);
 
     for (const std::string& failure : recordings.close()) {
-        fmt::print(stderr, "cmp-station: {}\n", printable(failure));
+        printMessage(failure);
     }
     const Summary summary = capture.summarize();
     if (options.json) {

@@ -1,7 +1,4 @@
-#include <fmt/format.h>
-
 #include <csignal>
-#include <cstdio>
 #include <exception>
 
 #include "station/cli/commands.h"
@@ -56,10 +53,10 @@ int main(int argc, char** argv) {
     try {
         return execute(argc, argv);
     } catch (const station::UserError& error) {
-        fmt::print(stderr, "cmp-station: {}\n", station::printableLines(error.what()));
+        station::printMessage(error.what());
         return static_cast<int>(error.getCode());
     } catch (const std::exception& error) {
-        fmt::print(stderr, "cmp-station: {}\n", station::printableLines(error.what()));
+        station::printMessage(error.what());
         return static_cast<int>(station::ExitCode::Failed);
     }
 }

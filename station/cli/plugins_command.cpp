@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 
-#include <unistd.h>
 #include <algorithm>
 #include <filesystem>
 #include <memory>
@@ -10,7 +9,6 @@
 #include "core/trusted_path.h"
 #include "host/plugin.h"
 #include "station/cli/commands.h"
-#include "station/cli/text_writer.h"
 #include "station/errors.h"
 #include "station/session/plugin_module.h"
 #include "station/session/registered_plugins.h"
@@ -148,7 +146,7 @@ ExitCode plugins(const PluginsOptions& options) {
         throw UserError(ExitCode::Unreadable, error.what());
     }
     if (const std::string text = passedOverText(); !text.empty()) {
-        writeText(STDERR_FILENO, printableLines("cmp-station: " + text) + '\n');
+        printMessage(text);
     }
     const auto found = registeredPlugins();
     printResult(options.json ? toJson(found) : printableLines(toTable(found)));

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include "station/errors.h"
 #include "station/terminal_text.h"
@@ -33,8 +32,7 @@ void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary) {
         return;
     }
     for (const std::string& path : recordings.thatRefuse(BusType::Lin)) {
-        fmt::print(stderr, "cmp-station: {} holds CAN only: LIN channels are left out\n",
-                   printable(path));
+        printMessage(fmt::format("{} holds CAN only: LIN channels are left out", path));
     }
 }
 

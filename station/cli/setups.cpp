@@ -1,8 +1,5 @@
 #include "station/cli/setups.h"
 
-#include <unistd.h>
-
-#include "station/cli/text_writer.h"
 #include "station/errors.h"
 #include "station/terminal_text.h"
 
@@ -13,9 +10,7 @@ std::unique_ptr<Session> openSession(const std::string& plugin, const std::strin
     SessionOptions options;
     options.plugin = plugin;
     options.sampleRate = sampleRate;
-    options.onError = [](const std::string& text) {
-        writeText(STDERR_FILENO, printableLines("cmp-station: " + text) + '\n');
-    };
+    options.onError = [](const std::string& text) { printMessage(text); };
     auto session = std::make_unique<Session>(std::move(options));
     if (setup.empty()) {
         return session;

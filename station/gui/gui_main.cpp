@@ -1,15 +1,11 @@
-#include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
 #include <QApplication>
 #include <QTimer>
 #include <csignal>
-#include <cstdio>
 
 #include "station/errors.h"
 #include "station/gui/main_window.h"
 #include "station/stop_signal.h"
-#include "station/terminal_text.h"
 #include "station/terminal_text.h"
 
 #ifndef CMP_VERSION
@@ -76,7 +72,7 @@ int main(int argc, char** argv) {
     try {
         return execute(argc, argv);
     } catch (const std::exception& error) {
-        fmt::print(stderr, "cmp-station-gui: {}\n", error.what());
+        station::printMessage(error.what());
         return static_cast<int>(ExitCode::Failed);
     }
 }

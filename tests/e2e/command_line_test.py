@@ -132,10 +132,10 @@ class CommandLine(Case):
         station.process.send_signal(signal.SIGINT)
         self.assertEqual(station.process.wait(lab.PATIENCE), 0)
         self.expect_complete(sent, json.loads(station.process.stdout.read()), recording)
-        for arguments in (["dump", self.stored], ["convert", self.stored, self.path("b.pcapng")],
-                          ["run", "--json", "--duration", "0.1"]):
-            quoted = " ".join(f"'{word}'" for word in [lab.STATION, *arguments])
-            for output, text in ((">/dev/full", "No space left"), (">&-", "Bad file descriptor")):
+        for output, text in ((">/dev/full", "No space left"), (">&-", "Bad file descriptor")):
+            for arguments in (["dump", self.stored], ["convert", self.stored, self.path(f"{output[-1]}.pcapng")],
+                              ["run", "--json", "--duration", "0.1"]):
+                quoted = " ".join(f"'{word}'" for word in [lab.STATION, *arguments])
                 code, _, errors = lab.call(["sh", "-c", quoted + output])
                 self.assertEqual(code, 1, errors)
                 self.assertIn(f"can't print the result: {text}", errors)
