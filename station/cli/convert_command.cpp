@@ -124,6 +124,9 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     tellWhatIsLeftOut(recordings, capture.summarize());
     convertAll(frames, capture, recordings, !options.quiet, stop);
 
+    for (const std::string& jump : capture.describeJumps()) {
+        printMessage(jump);
+    }
     for (const std::string& failure : recordings.close()) {
         printMessage(failure);
     }

@@ -179,9 +179,18 @@ void showTable(Session& session) {
     printResult(text);
 }
 
+std::unique_ptr<SetupLock> lockSetup(const SetupOptions& options) {
+    try {
+        return std::make_unique<SetupLock>(options.file);
+    } catch (const FileError& error) {
+        throw UserError(ExitCode::Unreadable, error.what());
+    }
+}
+
 /// Opens the file, changes the setup, and writes it again.
 template <typename Change>
 ExitCode edit(const SetupOptions& options, const Change& change) {
+    const auto lock = lockSetup(options);
     const auto session = openSession(options.plugin, options.file);
     change(*session);
     session->save(SetupFile(options.file));
@@ -189,6 +198,7 @@ ExitCode edit(const SetupOptions& options, const Change& change) {
 }
 
 ExitCode createSetup(const SetupOptions& options) {
+    const auto lock = lockSetup(options);
     if (std::filesystem::exists(std::filesystem::symlink_status(options.file))) {
         throw UserError(
             fmt::format("{} is there already; choose another name, or remove it", options.file));

@@ -1,6 +1,12 @@
 #include "station/document/setup_file.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
 
 #include "core/whole_file.h"
 #include "station/document/setup_xml.h"
@@ -19,6 +25,24 @@ std::string quoted(const fs::path& path) {
 }
 
 }  // namespace
+
+/// It is the folder's lock: saving replaces the file itself.
+SetupLock::SetupLock(const fs::path& setup) {
+    std::error_code ignored;
+    const fs::path resolved = fs::canonical(setup, ignored);
+    const fs::path place = fs::absolute(resolved.empty() ? setup : resolved).parent_path();
+    folder = ::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    while (folder >= 0 && ::flock(folder, LOCK_EX) != 0 && errno == EINTR) {
+    }
+    if (folder < 0) {
+        throw FileError("Cannot open the folder of the setup " + quoted(setup) + ": " +
+                        std::generic_category().message(errno) + ". Check its name.");
+    }
+}
+
+SetupLock::~SetupLock() {
+    ::close(folder);
+}
 
 CountedRef<SetupDocument> SetupFile::load() const {
     const std::string failure = "Cannot read the setup " + quoted(path) + ": ";

@@ -10,6 +10,20 @@
 
 namespace station {
 
+/// Keeps other programs that edit setups in the same folder waiting as long as it lives, so that
+/// none saves over another's changes. It waits itself until none of them is at work.
+class SetupLock {
+  public:
+    /// Throws FileError.
+    explicit SetupLock(const std::filesystem::path& setup);
+    ~SetupLock();
+    SetupLock(const SetupLock&) = delete;
+    SetupLock& operator=(const SetupLock&) = delete;
+
+  private:
+    int folder = -1;
+};
+
 /// A setup document on the disk, in the form of setup_xml.h.
 ///
 /// Invariant: at the path there is at any moment, through crash and power cut, a whole file or
@@ -17,7 +31,7 @@ namespace station {
 /// the backup, and what isn't a setup file that this program reads (damaged, of a newer version,
 /// something else) is refused and not overwritten.
 ///
-/// Used on one thread. Of two programs that save at a time, the later one wins.
+/// Used on one thread. Of two programs that save at a time, the later one wins: see `SetupLock`.
 class SetupFile {
   public:
     explicit SetupFile(std::filesystem::path file) : path(std::move(file)) {}

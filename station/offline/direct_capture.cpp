@@ -68,8 +68,8 @@ void DirectCapture::addModule(const Module& option) {
 
 void DirectCapture::addChannels(std::size_t module, const CmpDevice& device) {
     for (const auto& channel : *device.getChannels()) {
-        channel->setName(unusedChannelName(
-            fmt::format("{} 0x{:X}", device.getName(), channel->getInterfaceId())));
+        channel->setName(
+            names.add(fmt::format("{} 0x{:X}", device.getName(), channel->getInterfaceId())));
         channel->getOutput()->setUsed(true);
         Channel entry;
         entry.module = module;
@@ -78,16 +78,6 @@ void DirectCapture::addChannels(std::size_t module, const CmpDevice& device) {
         recordings.addChannel({channel->getName(), entry.bus});
         channels.push_back(std::move(entry));
     }
-}
-
-/// Modules of one type have the same name until the user gives them others.
-std::string DirectCapture::unusedChannelName(const std::string& wanted) const {
-    std::string name = wanted;
-    const auto isTaken = [&](const Channel& other) { return other.channel->getName() == name; };
-    for (int number = 2; std::any_of(channels.begin(), channels.end(), isTaken); ++number) {
-        name = fmt::format("{} ({})", wanted, number);
-    }
-    return name;
 }
 
 void DirectCapture::onSample(std::uint32_t channel, const void* data, std::size_t size,

@@ -11,6 +11,7 @@
 #include "station/offline/pass_through_clock.h"
 #include "station/recording/channel_traffic.h"
 #include "station/recording/recording_set.h"
+#include "station/recording/unique_names.h"
 #include "station/session/module.h"
 #include "station/session/summary.h"
 
@@ -33,6 +34,8 @@ class DirectCapture final : private SampleSink {
     /// second module with the same CM ID, which would get no messages.
     void addModule(const Module& option);
 
+    /// What the user must know of the modules' clocks.
+    std::vector<std::string> describeJumps() const { return clocks.describeJumps(); }
     CmpPacketReader& getReader() { return reader; }
     /// What a host does periodically: moves what has come in into recordings and summary.
     void poll() { reader.flushAll(); }
@@ -48,7 +51,6 @@ class DirectCapture final : private SampleSink {
 
     void onSample(std::uint32_t channel, const void* data, std::size_t size, double time) override;
     void addChannels(std::size_t module, const CmpDevice& device);
-    std::string unusedChannelName(const std::string& wanted) const;
     double secondsSinceStart() const;
     void updateRates();
 
@@ -62,6 +64,7 @@ class DirectCapture final : private SampleSink {
     CmpPacketReader reader;
     std::vector<std::shared_ptr<CmpDevice>> modules;
     std::vector<Channel> channels;  ///< by index of the output
+    UniqueNames names;              ///< modules of one type have the same one until they get others
     double markTime = 0.0;          ///< when the rates were worked out, seconds since the start
 };
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/mutex.h"
 #include "core/performance_counter.h"
@@ -17,6 +17,11 @@ namespace station {
 ///
 /// The first answer is `Wait`: only a device time that is set after it is sure to rest on a
 /// message. That one is anchored to the counter. Nothing is ever discarded.
+///
+/// A time that is more than 10 s off what the counter makes of it is out of line. If the device
+/// time that was set last is there too, the module's clock has jumped, and is anchored again. Else
+/// it is a single wrong stamp, and its message has the moment at which it came in. Both are
+/// counted.
 class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock {
   public:
     using Result = Kestrova::Utils::Kcom::Synchronization::GNSSTimeResult;
@@ -31,20 +36,29 @@ class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GN
     std::string GetDeviceName() const override { return deviceName; }
     std::string GetDisplayName() const override { return deviceName; }
 
+    std::uint64_t getJumps() const { return jumps; }
+    std::uint64_t getWrongStamps() const { return wrongStamps; }
+
   private:
-    enum class State { NotAsked, Asked, Set, Anchored };
+    enum class State { NotAsked, Asked, Set };
+
+    double secondsOfCounter() const;
+    void anchor() CMP_REQUIRES(lock);
 
     const PerformanceCounter& counter;
     const std::int64_t start;
     std::string deviceName;
     Mutex lock;
-    std::atomic<State> state{State::NotAsked};  ///< changed under the lock
+    State state CMP_GUARDED_BY(lock) = State::NotAsked;
     GNSSTime setDevice CMP_GUARDED_BY(lock);
     double setHost CMP_GUARDED_BY(lock) = 0.0;
     // The host's thread only, once anchored.
     bool anchored = false;
     GNSSTime anchorDevice;
     double anchorHost = 0.0;
+    double lead = 0.0;  ///< of the module's time before the counter, lately
+    std::uint64_t jumps = 0;
+    std::uint64_t wrongStamps = 0;
 };
 
 /// The clocks of a run without a host, by id.
@@ -59,11 +73,13 @@ class PassThroughClocks final : public Kestrova::Utils::Kcom::Synchronization::G
     std::shared_ptr<GNSSClock> GetClock(std::uint32_t id) override;
     void RemoveClock(std::shared_ptr<GNSSClock>& clock) override;
     std::uint32_t GetClockId(const std::shared_ptr<GNSSClock>& clock) const override;
+    /// A text for each clock that jumped or had wrong stamps.
+    std::vector<std::string> describeJumps() const;
 
   private:
     const PerformanceCounter& counter;
     const std::int64_t start;
-    std::map<std::uint32_t, std::shared_ptr<GNSSClock>> clocks;
+    std::map<std::uint32_t, std::shared_ptr<PassThroughClock>> clocks;
 };
 
 }  // namespace station

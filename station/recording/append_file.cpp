@@ -82,7 +82,7 @@ void AppendFile::open(bool overwrite) {
     }
     if (status.st_size > 0 && !overwrite) {
         throw openingError(filePath, "the file exists and is not empty",
-                           "Name another file, remove this one, or ask for it to be overwritten.");
+                           "Name another file, or remove this one.");
     }
     if (::ftruncate(fd, 0) != 0) {
         throw openingError(filePath, reasonOf(errno), "Name another file.");

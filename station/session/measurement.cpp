@@ -29,6 +29,7 @@ Measurement::Measurement(Session& measuringSession, std::shared_ptr<RecordingSet
 
 void Measurement::start() {
     session.driver().start();
+    untold = session.findSharedCmIds();
     nextFlush = Clock::now() + flushPeriod;
     nextCounts = Clock::now() + countsPeriod;
 }

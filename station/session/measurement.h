@@ -68,7 +68,7 @@ class Measurement {
     bool leavesStalledDisk = false;
     bool abandoned = false;
     bool lost = false;
-    std::vector<std::string> untold;  ///< as a failure came out of `poll` instead
+    std::vector<std::string> untold;  ///< what the next `poll` is to return
     std::string missedLeader;         ///< the module that was awaited when it ended; empty: none
 };
 

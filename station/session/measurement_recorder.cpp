@@ -134,15 +134,6 @@ MeasurementRecorder::MeasurementRecorder(StationHost& stationHost, RecordingQueu
 
 MeasurementRecorder::~MeasurementRecorder() = default;
 
-std::string MeasurementRecorder::unusedName(const std::string& wanted) const {
-    std::string name = wanted;
-    const auto isTaken = [&](const auto& other) { return other->name == name; };
-    for (int number = 2; std::any_of(channels.begin(), channels.end(), isTaken); ++number) {
-        name = fmt::format("{} ({})", wanted, number);
-    }
-    return name;
-}
-
 void MeasurementRecorder::addChannels(const std::vector<Module>& modules) {
     for (const auto& source : host.channels().all()) {
         const auto type = busOf(*source);
@@ -151,7 +142,7 @@ void MeasurementRecorder::addChannels(const std::vector<Module>& modules) {
         }
         auto channel = std::make_unique<Channel>(*this, source, channels.size());
         channel->bus = *type;
-        channel->name = unusedName(Kestrova::Utils::Kcom::StringHelper::ToUtf8(source->name()));
+        channel->name = names.add(Kestrova::Utils::Kcom::StringHelper::ToUtf8(source->name()));
         const std::int32_t output = source->indices().back();
         for (std::size_t module = 0; module < modules.size(); ++module) {
             for (const auto& bus : modules[module].channels) {

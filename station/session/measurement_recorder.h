@@ -10,6 +10,7 @@
 #include "station/host/station_host.h"
 #include "station/recording/bus_record.h"
 #include "station/recording/recording_queue.h"
+#include "station/recording/unique_names.h"
 #include "station/session/summary.h"
 
 namespace station {
@@ -63,7 +64,6 @@ class MeasurementRecorder {
   private:
     class Channel;
 
-    std::string unusedName(const std::string& wanted) const;
     std::int64_t startNanoseconds() const;
     double secondsSinceStart() const;
     void updateRates();
@@ -71,6 +71,7 @@ class MeasurementRecorder {
     StationHost& host;
     RecordingQueue& recordings;
     MessageListener* listener = nullptr;
+    UniqueNames names;
     std::vector<std::unique_ptr<Channel>> channels;
     std::optional<std::int64_t> firstStart;  ///< UTC nanoseconds, from the second part on
     double markTime = 0.0;  ///< when the rates were worked out, seconds since the start

@@ -6,6 +6,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "core/string_helper.h"
@@ -292,6 +293,22 @@ void Session::requireOwnCmId(std::size_t module) {
                 toUtf8(listed[other].name), toUtf8(listed[module].name), listed[module].cmId));
         }
     }
+}
+
+std::vector<std::string> Session::findSharedCmIds() {
+    refreshModules();
+    std::vector<std::string> texts;
+    std::map<std::uint16_t, std::string> first;
+    for (const ListedModule& module : listed) {
+        const auto [other, isNew] = first.try_emplace(module.cmId, toUtf8(module.name));
+        if (!isNew) {
+            texts.push_back(fmt::format(
+                "\"{}\" gets no messages: \"{}\" has the same CM ID 0x{:X}; give one of them "
+                "another ConfigId",
+                toUtf8(module.name), other->second, module.cmId));
+        }
+    }
+    return texts;
 }
 
 bool Session::needsChannels() {

@@ -67,6 +67,10 @@ class Session {
     /// A second module with the CM ID of another one would get no messages.
     void requireOwnCmId(std::size_t module);
 
+    /// A text for each CM ID that several modules of the setup have: only the first of them gets
+    /// messages.
+    std::vector<std::string> findSharedCmIds();
+
     /// Whether there are modules without channels, or channels without a module.
     bool needsChannels();
     /// Gives each bus a channel of its own and drops those of modules that are gone. New ones are

@@ -41,10 +41,11 @@ TEST_F(PassThroughClocking, WaitsForATimeThatIsSureToRestOnAMessage) {
 TEST_F(PassThroughClocking, RunsOnDeviceTimeAloneOnceAnchored) {
     anchorAt(2, GNSSTime(2300, 604'799));
     expectHostTime(GNSSTime(2300, 604'799), 2);
-    setAt(500, GNSSTime(2300, 0));  // a host clock that runs away
-    clock.GetTime(GNSSTime(2300, 0));
-    setAt(600, GNSSTime(2300, 1));
+    setAt(11, GNSSTime(2301, 0));  // a host clock that runs away
+    expectHostTime(GNSSTime(2301, 0), 3);
+    setAt(20, GNSSTime(2301, 1));
     expectHostTime(GNSSTime(2301, 2.000000001), 5.000000001);
+    EXPECT_EQ(clock.getJumps() + clock.getWrongStamps(), 0U);
 }
 
 TEST_F(PassThroughClocking, HostileJumpsGiveTimesFromZeroOn) {
@@ -57,7 +58,25 @@ TEST_F(PassThroughClocking, HostileJumpsGiveTimesFromZeroOn) {
         EXPECT_TRUE(std::isfinite(result.time));
         EXPECT_GE(result.time, 0.0);
     }
+    EXPECT_EQ(clock.getWrongStamps(), 3U);
     expectHostTime(GNSSTime(2300, 11), 3);
+    EXPECT_EQ(clock.getJumps(), 0U);
+}
+
+TEST_F(PassThroughClocking, WrongStampAffectsItselfAloneAndAJumpGoesOnAtItsCapture) {
+    anchorAt(2, GNSSTime(2300, 10));
+    expectHostTime(GNSSTime(2300, 10), 2);
+    setAt(6, GNSSTime(2300, 14));
+    expectHostTime(GNSSTime(4300, 12), 6);
+    expectHostTime(GNSSTime(2300, 13), 5);
+    for (const std::int32_t week : {2301, 2200}) {  // forward, and back
+        setAt(7, GNSSTime(week, 100));
+        expectHostTime(GNSSTime(week, 99.5), 6.5);
+        setAt(8, GNSSTime(week, 101));
+        expectHostTime(GNSSTime(week, 101), 8);
+    }
+    EXPECT_EQ(clock.getJumps(), 2U);
+    EXPECT_EQ(clock.getWrongStamps(), 1U);
 }
 
 }  // namespace
