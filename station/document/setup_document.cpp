@@ -9,12 +9,6 @@ HostResult failForeign() {
     return fail(HostCode::invalidPointer, "there is no element of this station's documents");
 }
 
-template <typename Values>
-auto findKey(Values& values, const std::wstring& key) {
-    return std::find_if(values.begin(), values.end(),
-                        [&](const auto& value) { return value.key == key; });
-}
-
 }  // namespace
 
 SetupElement::SetupElement(std::wstring name, std::wstring text)
@@ -26,24 +20,30 @@ SetupElement::~SetupElement() {
 }
 
 void SetupElement::setValue(const std::wstring& key, const std::wstring& text) {
-    const auto found = findKey(content.values, key);
-    if (found == content.values.end()) {
+    const auto [place, isNew] = places.try_emplace(key, content.values.size());
+    if (isNew) {
         content.values.push_back({key, text});
     } else {
-        found->text = text;
+        content.values[place->second].text = text;
     }
 }
 
 void SetupElement::dropValue(const std::wstring& key) {
-    const auto found = findKey(content.values, key);
-    if (found != content.values.end()) {
-        content.values.erase(found);
+    const auto found = places.find(key);
+    if (found == places.end()) {
+        return;
+    }
+    const std::size_t dropped = found->second;
+    content.values.erase(content.values.begin() + static_cast<std::ptrdiff_t>(dropped));
+    places.erase(found);
+    for (auto& [other, place] : places) {
+        place -= place > dropped ? 1 : 0;
     }
 }
 
 const std::wstring* SetupElement::findValue(const std::wstring& key) const {
-    const auto found = findKey(content.values, key);
-    return found == content.values.end() ? nullptr : &found->text;
+    const auto found = places.find(key);
+    return found == places.end() ? nullptr : &content.values[found->second].text;
 }
 
 std::size_t SetupElement::depth() const {
@@ -67,6 +67,7 @@ bool SetupElement::isBelow(const SetupElement* other) const {
 CountedRef<SetupElement> SetupElement::copied() const {
     auto copy = makeObject<SetupElement>(content.name, content.text);
     copy->content.values = content.values;
+    copy->places = places;
     for (const auto list : {&Content::attributes, &Content::children}) {
         for (const auto& element : content.*list) {
             (copy->content.*list).push_back(element->copied());

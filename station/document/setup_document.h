@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/host_document.h"
@@ -110,6 +111,7 @@ class SetupElement final : public Counted<HostElement> {
     static HostResult handAt(const List& list, std::int32_t index, HostElement** result);
 
     Content content;
+    std::unordered_map<std::wstring, std::size_t> places;  ///< of `content.values`, by key
     SetupElement* parent = nullptr;
 };
 

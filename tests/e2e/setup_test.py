@@ -67,6 +67,14 @@ class Setups(Case):
         self.setup("remove", path, "1", "Rear")
         self.assertEqual([module["name"] for module in self.shown(path)], ["Doors"])
 
+    def test_commands_on_one_setup_lose_none_of_their_changes(self):
+        path = self.path("a.xml")
+        self.setup("new", path)
+        adding = [lab.spawn([lab.STATION, "setup", "add", str(path), "--type", "CAN combo", "--config-id", str(i)])
+                  for i in range(12)]
+        self.assertEqual([process.wait(lab.PATIENCE) for process in adding], [0] * 12)
+        self.assertEqual(sorted(module["configId"] for module in self.shown(path)), list(range(12)))
+
     def test_wrong_names_tell_what_there_is_and_leave_the_file(self):
         path = self.make()
         text = path.read_text()

@@ -69,6 +69,9 @@ TEST_F(SessionTest, WhatCannotBeSaysWhatThereIs) {
             "no ConfigId 16 for a LIN combo; there are 0 to 15");
     refused([&] { session->addModule(moduleOf("CAN combo", 5)); }, "both listen to CM ID 0x45");
     EXPECT_THROW(session->setName(7, "a"), PluginError);
+    EXPECT_THAT(session->findSharedCmIds(),
+                ElementsAre(HasSubstr("\"Technica CAN combo\" gets no messages: \"Front\"")))
+        << "the refused one, which a plain host may leave";
 }
 
 TEST_F(SessionTest, TwoBusesOfOneOutputStayAsTheSetupHasThem) {
