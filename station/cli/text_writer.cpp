@@ -17,7 +17,8 @@ namespace station {
 namespace {
 
 constexpr std::size_t mostWaiting = 1024 * 1024;  // bytes
-constexpr auto patience = std::chrono::milliseconds(500);
+/// Less than a program that was asked to stop has for it, see `StopSignal`.
+constexpr auto patience = std::chrono::milliseconds(200);
 
 }  // namespace
 

@@ -22,7 +22,7 @@ class TextWriter {
     void write(int descriptor, std::string text);
     /// Whether anything is still to be written.
     bool isBusy() const;
-    /// Waits until all is written, for half a second at most while nothing moves.
+    /// Waits until all is written, for a fifth of a second at most while nothing moves.
     void finish();
 
   private:

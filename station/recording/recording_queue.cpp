@@ -249,7 +249,7 @@ std::vector<std::string> RecordingQueue::abandon() {
     std::vector<std::string> texts = flush();
     const LockGuard guard(shared->lock);
     droppedInAll += shared->messages;
-    texts.push_back("the disk doesn't answer, the recordings were left as they are: " +
+    texts.push_back("the disk doesn't answer, the recordings were left as they are: up to " +
                     std::to_string(shared->messages) + " messages are missing at their end");
     return texts;
 }
