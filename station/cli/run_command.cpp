@@ -40,7 +40,7 @@ Examples:
 constexpr double longestDuration = 1e9;  // seconds
 constexpr double mostWaiting = 1e6;      // megabytes
 
-constexpr std::size_t megabyte = 1U << 20U;
+constexpr double megabyte = 1U << 20U;
 
 struct RunOptions {
     std::string setup;
@@ -50,7 +50,7 @@ struct RunOptions {
     double sampleRate = MasterClock::defaultSampleRate;
     std::vector<std::string> recordings;
     double duration = 0.0;
-    double waitingMegabytes = RecordingQueue::defaultLimit / megabyte;
+    double waitingMegabytes = static_cast<double>(RecordingQueue::defaultLimit) / megabyte;
     bool json = false;
     bool quiet = false;
 };
@@ -140,9 +140,8 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     const auto session = openSession(options.plugin, options.setup, options.sampleRate);
     addModules(*session, options.modules);
     selectInterfaces(session->driver(), options.interfaces);
-    Measurement measurement(
-        *session, recordings,
-        static_cast<std::size_t>(options.waitingMegabytes * static_cast<double>(megabyte)));
+    Measurement measurement(*session, recordings,
+                            static_cast<std::size_t>(options.waitingMegabytes * megabyte));
     tellWhatIsLeftOut(*recordings, measurement.summarize());
     measurement.start();
 

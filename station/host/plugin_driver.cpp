@@ -27,10 +27,8 @@ constexpr std::uint32_t noLeader = 0xFFFFFFFFU;
 constexpr const wchar_t* ownSourceName = L"cmp-station";
 
 std::vector<std::string> toUtf8(const std::vector<std::wstring>& texts) {
-    std::vector<std::string> result;
-    for (const std::wstring& text : texts) {
-        result.push_back(StringHelper::ToUtf8(text));
-    }
+    std::vector<std::string> result(texts.size());
+    std::transform(texts.begin(), texts.end(), result.begin(), StringHelper::ToUtf8);
     return result;
 }
 
@@ -358,10 +356,9 @@ void PluginDriver::selectInterfaces(const std::vector<std::string>& names) {
     requireSelection();
     std::vector<std::wstring> wide(names.size());
     std::transform(names.begin(), names.end(), wide.begin(), StringHelper::ToWide);
-    std::vector<const wchar_t*> given;
-    for (const std::wstring& name : wide) {
-        given.push_back(name.c_str());
-    }
+    std::vector<const wchar_t*> given(wide.size());
+    std::transform(wide.begin(), wide.end(), given.begin(),
+                   [](const std::wstring& name) { return name.c_str(); });
     call("select the interfaces", [&] {
         return selection->selectInterfaces(given.data(), static_cast<std::uint32_t>(given.size()));
     });

@@ -116,7 +116,8 @@ std::size_t StationChannel::sampleBytes() const {
 }
 
 std::size_t StationChannel::samplesOfRoom() const {
-    const std::size_t bytes = type == variantType ? variantBytes : sampleBytes();
+    const std::size_t bytes =
+        std::max<std::size_t>(type == variantType ? variantBytes : sampleBytes(), 1);
     const double wanted = std::ceil(bufferSeconds * static_cast<double>(expectedRate));
     const std::size_t least = (leastBytes + bytes - 1) / bytes;
     const std::size_t most = std::max<std::size_t>(mostBytes / (bytes + sizeof(double)), 1);
