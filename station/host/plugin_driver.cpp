@@ -28,7 +28,8 @@ constexpr const wchar_t* ownSourceName = L"cmp-station";
 
 std::vector<std::string> toUtf8(const std::vector<std::wstring>& texts) {
     std::vector<std::string> result(texts.size());
-    std::transform(texts.begin(), texts.end(), result.begin(), StringHelper::ToUtf8);
+    std::transform(texts.begin(), texts.end(), result.begin(),
+                   [](const std::wstring& text) { return StringHelper::ToUtf8(text); });
     return result;
 }
 
