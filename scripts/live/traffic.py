@@ -141,7 +141,12 @@ def _first_difference(name, sent, there):
 
 
 EXACT = 1e-6  # seconds; what times may be off that are the modules' own
-FITTED = 0.02  # those of a clock that is fitted while the machine is busy
+
+
+def fitted(sent):
+    """What those of a clock that is fitted may be off while the machine is busy: more where frames were
+    sent later than their times say."""
+    return 0.02 + sent["maxLateSeconds"]
 
 
 def time_differences(sent, names, rows, rate, tolerance):
