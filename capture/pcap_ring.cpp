@@ -115,7 +115,7 @@ bool PcapRing::makeGroup(GroupId& group) {
 
 bool PcapRing::joinGroup(GroupId group) {
     using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::seconds patience(1);
+    constexpr std::chrono::seconds longest(1);
     if (!enterGroup(handle, 0, group) || !sendAllTo(Member::First)) {
         return false;
     }
@@ -124,7 +124,7 @@ bool PcapRing::joinGroup(GroupId group) {
         if (read(unused) == CaptureHandle::gotFrame) {
             continue;
         }
-        if (failed || Clock::now() - start > patience) {
+        if (failed || Clock::now() - start > longest) {
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

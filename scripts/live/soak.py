@@ -149,7 +149,8 @@ def check(modules, code, report):
         wrong.append("nothing was delivered")
     if lost != report["lostMessages"]:
         wrong.append(f"{lost} messages of the channels were lost, and {report['lostMessages']} of the station")
-    if code != (1 if lost + dropped else 0):
+    unrecorded = any(recording["lost"] or recording.get("error") for recording in report["recordings"])
+    if code != (1 if lost + dropped or unrecorded else 0):
         wrong.append("the exit code isn't that of the losses")
     return wrong
 

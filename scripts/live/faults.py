@@ -1,0 +1,218 @@
+"""The run of scripts/faults: faults.py [SECONDS [SEED]]
+
+Modules begin, end, restart and jump as in soak.py, two of them with one CM ID, and malformed frames come
+between theirs. Meanwhile interfaces are taken away and made again, the process is stopped for 300 ms, its
+terminal isn't read, one recording's disk is frozen now and then, and another's is full in the end. Then
+each message that was sent has to be told of, channel by channel and recording by recording."""
+
+import contextlib
+import os
+import pty
+import random
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+from collections import Counter
+from pathlib import Path
+
+import lab
+import setups
+import soak
+
+LINKS = 8
+SMALL = 2  # MiB; of the disk that gets full
+FROZEN = 64  # MiB; of the disk that is frozen
+
+
+class Module(soak.Module):
+    """One whose link can be taken away while it is silent."""
+
+    held = False
+
+    def step(self, now):
+        return super().step(now) if self.process or not self.held else self.seconds - now >= soak.LAST_START
+
+
+class Trouble:
+    """Something that is done to the station again and again, and undone `length` seconds later."""
+
+    def __init__(self, draw, pause, length, begin, end):
+        self.draw, self.pause, self.length, self.begin, self.end = draw, pause, length, begin, end
+        self.next = draw.uniform(1, pause)
+        self.is_on = False
+        self.count = 0
+
+    def step(self, now):
+        if now < self.next:
+            return
+        if not self.is_on and self.begin() is not False:
+            self.is_on, self.next = True, now + self.draw.uniform(*self.length)
+            self.count += 1
+        else:
+            self.undo()
+            self.next = now + self.draw.uniform(self.pause / 2, self.pause)
+
+    def undo(self):
+        if self.is_on:
+            self.is_on = False
+            self.end()
+
+
+class Terminal:
+    """What the station shows its messages and its progress on."""
+
+    def __init__(self):
+        self.ours, self.its = pty.openpty()
+        os.set_blocking(self.ours, False)
+        self.is_read, self.text = True, b""
+
+    def stop(self):
+        self.is_read = False
+
+    def read(self):
+        self.is_read = True
+        with contextlib.suppress(BlockingIOError, OSError):
+            while piece := os.read(self.ours, 65536):
+                self.text = (self.text + piece)[-20000:]
+
+
+def make_disk(folder, kind):
+    """A file system of its own, which is frozen or fills up without touching the machine's."""
+    disk = folder / kind
+    disk.mkdir()
+    if kind == "small":
+        command = ["mount", "-t", "tmpfs", "-o", f"size={SMALL}m", "none", disk]
+    else:
+        image = folder / "image"
+        with image.open("wb") as file:
+            file.truncate(FROZEN << 20)
+        subprocess.run(["mkfs.ext4", "-q", image], check=True)
+        command = ["mount", "-o", "loop", image, disk]
+    subprocess.run(command, check=True)
+    return disk
+
+
+def freeze(disk, how):
+    subprocess.run(["fsfreeze", f"--{how}", disk], check=True)
+
+
+def is_captured(interface):
+    index = socket.if_nametoindex(interface)
+    return any(line.split()[4] == str(index) for line in Path("/proc/net/packet").read_text().splitlines()[1:])
+
+
+class Link:
+    """Takes the link of a silent module away and makes it again."""
+
+    def __init__(self, draw, modules):
+        self.draw, self.modules, self.module = draw, modules, None
+        self.is_there = True
+
+    def take_away(self):
+        silent = [module for module in self.modules if not module.process]
+        if not silent or (self.module and self.module.held):
+            return False
+        self.is_there = False
+        self.module = self.draw.choice(silent)
+        self.module.held = True
+        subprocess.run(["ip", "link", "del", self.name()], check=True)
+        return True
+
+    def make_again(self):
+        for words in (["link", "add", self.name(), "type", "veth", "peer", "name", self.module.interface, "netns",
+                       "modules"], ["link", "set", self.name(), "up"],
+                      ["-n", "modules", "link", "set", self.module.interface, "up"]):
+            subprocess.run(["ip", *words], check=True)
+        self.is_there = True
+
+    def release(self):
+        """Lets the module send again when the station listens."""
+        if self.is_there and self.module and is_captured(self.name()):
+            self.module.held = False
+
+    def name(self):
+        return self.module.interface.replace("sim", "veth")
+
+
+def run(folder, seconds, seed):
+    draw = random.Random(seed)
+    modules = [Module(number, seed, seconds) for number in range(LINKS)]
+    modules[-1].type, modules[-1].config_id = modules[-4].type, modules[-4].config_id  # one CM ID twice
+    setup = folder / "faults.xml"
+    setups.make_measured(setup, [f"{m.type}:{m.config_id}:{m.name}" for m in modules[:-1]])
+    frozen, small = make_disk(folder, "frozen"), make_disk(folder, "small")
+    terminal, link = Terminal(), Link(draw, modules[1:])
+    with contextlib.ExitStack() as stack:
+        for disk in (frozen, small):
+            stack.callback(subprocess.run, ["umount", "--lazy", disk], check=True)
+        station = lab.Station(setup=setup, record=[frozen / "a.pcapng", small / "b.log"], stderr=terminal.its)
+        stack.callback(lab.end, station.process)
+        process = station.process
+        troubles = {
+            "stops of the process": Trouble(draw, 8, (0.3, 0.3), lambda: process.send_signal(signal.SIGSTOP),
+                                            lambda: process.send_signal(signal.SIGCONT)),
+            "frozen disks": Trouble(draw, 20, (1, 10), lambda: freeze(frozen, "freeze"),
+                                    lambda: freeze(frozen, "unfreeze")),
+            "stops of the terminal": Trouble(draw, 20, (1, 10), terminal.stop, terminal.read),
+            "links made again": Trouble(draw, 10, (0.1, 3), link.take_away, link.make_again),
+        }
+        for trouble in troubles.values():
+            stack.callback(trouble.undo)
+        start = time.monotonic()
+        while any([module.step(time.monotonic() - start) for module in modules]):
+            for trouble in troubles.values():
+                trouble.step(time.monotonic() - start)
+            link.release()
+            if terminal.is_read:
+                terminal.read()
+            if process.poll() is not None:
+                raise lab.Failure(f"cmp-station ended early: {terminal.text.decode(errors='replace')}")
+            time.sleep(0.02)
+        for trouble in troubles.values():
+            trouble.undo()
+        station.settle()
+        code, report, _ = station.stop_with_any_code()
+        terminal.read()
+    if not report:
+        raise lab.Failure(f"cmp-station ended with {code}: {terminal.text.decode(errors='replace')}")
+    return modules, troubles, code, report
+
+
+def check_recordings(report):
+    """What is wrong with the recordings: each has every message of the channels that it can hold, or counts
+    it as lost."""
+    frames = Counter()
+    for channel in report["channels"]:
+        frames["LIN" if channel["busType"] == "LIN" else "CAN"] += channel["frames"]
+    wrong = []
+    for recording in report["recordings"]:
+        held = frames["CAN"] + (0 if recording["path"].endswith(".log") else frames["LIN"])
+        print(f"  {Path(recording['path']).name}: {recording['records']} of {held} recorded, {recording['lost']} lost"
+              f"{recording.get('error') and '; ' + recording['error'] or ''}")
+        if recording["records"] + recording["lost"] != held:
+            wrong.append(f"{held - recording['records'] - recording['lost']} messages of {recording['path']} are "
+                         "neither recorded nor counted as lost")
+    return wrong
+
+
+def main(seconds=600, seed=None):
+    seed = int(seed) if seed else random.randrange(10**6)
+    print(f"faults: {LINKS} links, {seconds} s, seed {seed}", flush=True)
+    lab.prepare(links=LINKS)
+    with tempfile.TemporaryDirectory() as folder:
+        modules, troubles, code, report = run(Path(folder), int(seconds), seed)
+    print(f"  {sum(m.runs for m in modules)} runs of {len(modules)} modules, {sum(m.jumps for m in modules)} of them "
+          "with a jump; " + ", ".join(f"{trouble.count} {name}" for name, trouble in troubles.items()))
+    wrong = soak.check(modules, code, report) + check_recordings(report)
+    print("  Every message is accounted for." if not wrong else "  THE COUNTS DON'T ADD UP:", *wrong, sep="\n    ")
+    sys.exit(1 if wrong else 0)
+
+
+if __name__ == "__main__":
+    try:
+        main(*sys.argv[1:])
+    except lab.Failure as failure:
+        sys.exit(f"faults: {failure}")
