@@ -61,6 +61,27 @@ bool IdentifierFilter::passes(std::uint32_t identifier) const {
            });
 }
 
+void MessageRing::add(const LiveMessage& message) {
+    if (messages.size() < most) {
+        messages.push_back(message);
+    } else {
+        messages[oldest] = message;
+        oldest = (oldest + 1) % most;
+    }
+}
+
+void MessageRing::clear() {
+    messages.clear();
+    oldest = 0;
+}
+
+std::vector<LiveMessage> MessageRing::inOrder() const {
+    std::vector<LiveMessage> ordered(messages);
+    std::rotate(ordered.begin(), ordered.begin() + static_cast<std::ptrdiff_t>(oldest),
+                ordered.end());
+    return ordered;
+}
+
 void LiveFeed::begin(const Summary& summary) {
     channels.clear();
     for (const ChannelSummary& channel : summary.channels) {
@@ -81,16 +102,46 @@ double LiveFeed::secondsOf(const LiveMessage& message) const {
 }
 
 void LiveFeed::setFilter(IdentifierFilter newFilter) {
+    std::vector<LiveMessage> known = all.inOrder();
+    const std::vector<LiveMessage> passed = passing.inOrder();
+    known.insert(known.end(), passed.begin(), passed.end());
+    for (const LiveChannel& channel : channels) {
+        for (const auto& message : {channel.newest, channel.last}) {
+            if (message) {
+                known.push_back(*message);
+            }
+        }
+    }
+    const auto isEarlier = [](const auto& a, const auto& b) { return a.number < b.number; };
+    const auto isSame = [](const auto& a, const auto& b) { return a.number == b.number; };
+    std::sort(known.begin(), known.end(), isEarlier);
+    known.erase(std::unique(known.begin(), known.end(), isSame), known.end());
+
     filter = std::move(newFilter);
-    clear();
+    passing.clear();
+    for (LiveChannel& channel : channels) {
+        channel.last.reset();
+    }
+    for (const LiveMessage& message : known) {
+        if (filter.passes(message.id)) {
+            show(message);
+        }
+    }
+}
+
+void LiveFeed::show(const LiveMessage& message) {
+    channels[message.channel].last = message;
+    if (!filter.passesAll()) {
+        passing.add(message);
+    }
 }
 
 void LiveFeed::clear() {
     for (LiveChannel& channel : channels) {
         channel = {channel.name, channel.busName, channel.bus};
     }
-    ring.clear();
-    oldest = 0;
+    all.clear();
+    passing.clear();
 }
 
 void LiveFeed::updateRates(Clock::time_point now) {
@@ -106,10 +157,7 @@ void LiveFeed::updateRates(Clock::time_point now) {
 }
 
 std::vector<LiveMessage> LiveFeed::lastMessages() const {
-    std::vector<LiveMessage> messages(ring);
-    std::rotate(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(oldest),
-                messages.end());
-    return messages;
+    return (filter.passesAll() ? all : passing).inOrder();
 }
 
 void LiveFeed::onMessage(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
@@ -119,6 +167,7 @@ void LiveFeed::onMessage(std::size_t channel, std::int64_t utcNanoseconds, const
     }
     LiveChannel& into = channels[channel];
     LiveMessage message;
+    message.number = received++;
     message.channel = channel;
     message.utc = utcNanoseconds;
     const auto take = [&](const auto& decoded) {
@@ -135,16 +184,11 @@ void LiveFeed::onMessage(std::size_t channel, std::int64_t utcNanoseconds, const
     } else {
         return;
     }
-    if (!filter.passes(message.id)) {
-        return;
-    }
     into.traffic.note(utcNanoseconds);
-    into.last = message;
-    if (ring.size() < mostMessages) {
-        ring.push_back(message);
-    } else {
-        ring[oldest] = message;
-        oldest = (oldest + 1) % mostMessages;
+    into.newest = message;
+    all.add(message);
+    if (filter.passes(message.id)) {
+        show(message);
     }
 }
 

@@ -24,6 +24,7 @@ class IdentifierFilter {
     static IdentifierFilter parse(std::string_view text);
 
     bool passes(std::uint32_t identifier) const;
+    bool passesAll() const { return ranges.empty(); }
 
   private:
     std::vector<std::pair<std::uint32_t, std::uint32_t>> ranges;  ///< first and last
@@ -31,8 +32,9 @@ class IdentifierFilter {
 
 /// A message as the live view has it.
 struct LiveMessage {
-    std::size_t channel = 0;  ///< position in `LiveFeed::getChannels`
-    std::int64_t utc = 0;     ///< nanoseconds since 1970
+    std::uint64_t number = 0;  ///< in the order in which they came
+    std::size_t channel = 0;   ///< position in `LiveFeed::getChannels`
+    std::int64_t utc = 0;      ///< nanoseconds since 1970
     std::uint32_t id = 0;
     bool isExtended = false;
     std::size_t length = 0;  ///< data bytes
@@ -43,26 +45,44 @@ struct LiveChannel {
     std::string name;
     std::string busName;
     BusType bus = BusType::Can;
-    ChannelTraffic traffic = {};
-    std::optional<LiveMessage> last = {};
+    ChannelTraffic traffic = {};             ///< of all messages, also those that aren't shown
+    std::optional<LiveMessage> newest = {};  ///< of all
+    std::optional<LiveMessage> last = {};    ///< of those that pass the filter
+};
+
+/// The last messages, up to `most` of them.
+class MessageRing {
+  public:
+    static constexpr std::size_t most = 10000;
+
+    void add(const LiveMessage& message);
+    void clear();
+    /// Oldest first.
+    std::vector<LiveMessage> inOrder() const;
+
+  private:
+    std::vector<LiveMessage> messages;  ///< grows up to `most`
+    std::size_t oldest = 0;             ///< in a full ring
 };
 
 /// What the live view shows: of each channel how many messages came and the last one, and the last
-/// messages of all. It listens to a measurement and takes nothing from it: each message costs a
-/// copy. What the filter holds back isn't counted.
+/// messages. It listens to a measurement and takes nothing from it: each message costs a copy.
 ///
-/// Called on the host's thread.
+/// The filter chooses what is shown and throws nothing away. The last messages of all are kept
+/// beside the last ones that pass, so that another filter has something to choose from, and rare
+/// messages aren't pushed out by frequent ones.
+///
+/// A copy is a picture of what has come so far. Called on the host's thread.
 class LiveFeed final : public MessageListener {
   public:
     using Clock = std::chrono::steady_clock;
-    static constexpr std::size_t mostMessages = 10000;
 
     /// A measurement has started, with the channels of that summary in its order.
     void begin(const Summary& summary);
     /// A clock that leads may move the start of a running measurement.
     void setStart(Summary::Clock::time_point start);
     void setFilter(IdentifierFilter newFilter);
-    /// Forgets what has come.
+    /// Forgets what has come, whether it passes or not.
     void clear();
     /// Works out the rates, if it is time to.
     void updateRates(Clock::time_point now);
@@ -70,18 +90,21 @@ class LiveFeed final : public MessageListener {
     const std::vector<LiveChannel>& getChannels() const { return channels; }
     /// Seconds since the start of the measurement.
     double secondsOf(const LiveMessage& message) const;
-    /// The last ones, oldest first.
+    /// The last ones that pass the filter, oldest first.
     std::vector<LiveMessage> lastMessages() const;
 
     void onMessage(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                    std::size_t size) override;
 
   private:
+    void show(const LiveMessage& message);
+
     IdentifierFilter filter;
     std::vector<LiveChannel> channels;
-    std::vector<LiveMessage> ring;  ///< grows up to `mostMessages`
-    std::size_t oldest = 0;         ///< in a full ring
-    std::int64_t startUtc = 0;      ///< nanoseconds
+    std::uint64_t received = 0;  ///< messages
+    MessageRing all;
+    MessageRing passing;        ///< empty while all pass
+    std::int64_t startUtc = 0;  ///< nanoseconds
     Clock::time_point mark;
 };
 

@@ -17,7 +17,7 @@ QString secondsText(double seconds) {
 }  // namespace
 
 LiveModel::LiveModel(const LiveFeed& liveFeed, QStringList columnTitles, QList<int> numberColumns)
-    : feed(liveFeed), titles(std::move(columnTitles)), numbers(std::move(numberColumns)) {}
+    : feed(&liveFeed), titles(std::move(columnTitles)), numbers(std::move(numberColumns)) {}
 
 int LiveModel::columnCount(const QModelIndex& parent) const {
     return parent.isValid() ? 0 : static_cast<int>(titles.size());
@@ -66,8 +66,8 @@ ChannelModel::ChannelModel(const LiveFeed& liveFeed)
     : LiveModel(liveFeed, {"Channel", "Bus", "Messages", "Rate /s", "Identifier", "Data", "Time s"},
                 {2, 3, 6}) {}
 
-void ChannelModel::update() {
-    take(channels, feed.getChannels());
+void ChannelModel::takeOver() {
+    take(channels, feed->getChannels());
 }
 
 QString ChannelModel::text(std::size_t row, int column) const {
@@ -89,26 +89,26 @@ QString ChannelModel::text(std::size_t row, int column) const {
         case 5:
             return QString::fromStdString(dataText(*channel.last));
         default:
-            return secondsText(feed.secondsOf(*channel.last));
+            return secondsText(feed->secondsOf(*channel.last));
     }
 }
 
 MessageModel::MessageModel(const LiveFeed& liveFeed)
     : LiveModel(liveFeed, {"Time s", "Channel", "Identifier", "Length", "Data"}, {0, 3}) {}
 
-void MessageModel::update() {
-    take(messages, feed.lastMessages());
+void MessageModel::takeOver() {
+    take(messages, feed->lastMessages());
 }
 
 QString MessageModel::text(std::size_t row, int column) const {
     const LiveMessage& message = messages[row];
-    if (message.channel >= feed.getChannels().size()) {
+    if (message.channel >= feed->getChannels().size()) {
         return {};  // of a measurement before
     }
-    const LiveChannel& channel = feed.getChannels()[message.channel];
+    const LiveChannel& channel = feed->getChannels()[message.channel];
     switch (column) {
         case 0:
-            return secondsText(feed.secondsOf(message));
+            return secondsText(feed->secondsOf(message));
         case 1:
             return QString::fromStdString(channel.name);
         case 2:
@@ -156,11 +156,13 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
         tables->setCurrentIndex(index);
         update();
     });
-    connect(pause, &QPushButton::toggled, this, [this] { update(); });
+    connect(pause, &QPushButton::toggled, this, [this](bool isPaused) { setPaused(isPaused); });
     connect(clear, &QPushButton::clicked, this, [this] {
         feed.clear();
-        channelModel.update();
-        messageModel.update();
+        if (held) {
+            held->clear();
+        }
+        update();
     });
     connect(filter, &QLineEdit::textEdited, this, [this] { takeFilter(); });
     connect(filter, &QLineEdit::textChanged, this, [this](const QString& text) {
@@ -168,7 +170,7 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
             takeFilter();
         }
     });
-    connect(&timer, &QTimer::timeout, this, [this] { update(); });
+    connect(&timer, &QTimer::timeout, this, [this] { tick(); });
     constexpr int period = 200;  // milliseconds
     timer.start(period);
 }
@@ -191,19 +193,30 @@ QTableView* LivePanel::makeTable(LiveModel& model, const char* name, const QList
     return table;
 }
 
+/// The models are brought to the present picture before the held one goes.
+void LivePanel::setPaused(bool isPaused) {
+    const auto before = std::exchange(held, isPaused ? std::make_unique<LiveFeed>(feed) : nullptr);
+    channelModel.update(shown());
+    messageModel.update(shown());
+    update();
+}
+
+void LivePanel::tick() {
+    feed.updateRates(LiveFeed::Clock::now());
+    if (isVisible()) {
+        update();
+    }
+}
+
 /// The list follows its end unless the user has scrolled away from it.
 void LivePanel::update() {
-    feed.updateRates(LiveFeed::Clock::now());
-    if (pause->isChecked() || !isVisible()) {
-        return;
-    }
     if (tables->currentWidget() != messages) {
-        channelModel.update();
+        channelModel.update(shown());
         return;
     }
     const QScrollBar* const bar = messages->verticalScrollBar();
     const bool isAtEnd = bar->value() == bar->maximum();
-    messageModel.update();
+    messageModel.update(shown());
     if (isAtEnd) {
         messages->scrollToBottom();
     }
@@ -213,7 +226,12 @@ void LivePanel::takeFilter() {
     QPalette palette;
     QString reason;
     try {
-        feed.setFilter(IdentifierFilter::parse(filter->text().toStdString()));
+        const auto parsed = IdentifierFilter::parse(filter->text().toStdString());
+        feed.setFilter(parsed);
+        if (held) {
+            held->setFilter(parsed);
+        }
+        update();
     } catch (const UserError& error) {  // while it is being typed, too
         palette.setColor(QPalette::Text, Qt::red);
         reason = error.what();

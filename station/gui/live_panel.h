@@ -8,6 +8,7 @@
 #include <QTableView>
 #include <QTimer>
 #include <QWidget>
+#include <memory>
 #include <vector>
 
 #include "station/gui/live_feed.h"
@@ -18,8 +19,11 @@ namespace station {
 /// view knows of them, such as the selection.
 class LiveModel : public QAbstractTableModel {
   public:
-    /// Takes over what the feed has now.
-    virtual void update() = 0;
+    /// Takes over what the feed has now. It isn't owned and stays until the next update.
+    void update(const LiveFeed& from) {
+        feed = &from;
+        takeOver();
+    }
 
     int rowCount(const QModelIndex& parent = {}) const override {
         return parent.isValid() ? 0 : count;
@@ -31,12 +35,14 @@ class LiveModel : public QAbstractTableModel {
   protected:
     LiveModel(const LiveFeed& liveFeed, QStringList columnTitles, QList<int> numberColumns);
 
+    virtual void takeOver() = 0;
+
     virtual QString text(std::size_t row, int column) const = 0;
     /// Puts fresh rows in the place of the present ones.
     template <typename Rows>
     void take(Rows& rows, Rows fresh);
 
-    const LiveFeed& feed;
+    const LiveFeed* feed;
 
   private:
     const QStringList titles;
@@ -49,9 +55,8 @@ class ChannelModel final : public LiveModel {
   public:
     explicit ChannelModel(const LiveFeed& liveFeed);
 
-    void update() override;
-
   private:
+    void takeOver() override;
     QString text(std::size_t row, int column) const override;
 
     std::vector<LiveChannel> channels;
@@ -62,26 +67,32 @@ class MessageModel final : public LiveModel {
   public:
     explicit MessageModel(const LiveFeed& liveFeed);
 
-    void update() override;
-
   private:
+    void takeOver() override;
     QString text(std::size_t row, int column) const override;
 
     std::vector<LiveMessage> messages;
 };
 
 /// What comes in, as the user likes to see it: a row for each channel, or the last messages. It
-/// draws five times a second whatever the traffic, and a pause holds the picture and nothing else.
+/// draws five times a second whatever the traffic. A pause holds the picture, in both forms, while
+/// all goes on behind it; form and filter can be chosen in a held picture as in the present one.
 class LivePanel final : public QWidget {
   public:
     explicit LivePanel(LiveFeed& liveFeed);
 
   private:
     QTableView* makeTable(LiveModel& model, const char* name, const QList<int>& widths);
+    /// What is to be seen: the feed, or its picture from the beginning of the pause.
+    const LiveFeed& shown() const { return held ? *held : feed; }
+    void setPaused(bool isPaused);
+    void tick();
+    /// Draws the form that is to be seen.
     void update();
     void takeFilter();
 
     LiveFeed& feed;
+    std::unique_ptr<LiveFeed> held;  ///< null without a pause
     ChannelModel channelModel;
     MessageModel messageModel;
     QComboBox* mode;

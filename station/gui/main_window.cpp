@@ -55,7 +55,10 @@ MainWindow::MainWindow(WorkspaceOptions options)
       bar(new MeasurementBar(
           [this](const QString& path) { attempt([&] { workspace.start(toPath(path)); }); },
           [this] { attempt([&] { workspace.requestStop(); }); })),
+      lockNotice(new QLabel(Workspace::lockReason)),
       windows(new QSplitter(Qt::Horizontal)) {
+    lockNotice->setObjectName("lockNotice");
+    lockNotice->setWordWrap(true);
     auto* const live = new LivePanel(workspace.getFeed());
     auto* const parts = new QSplitter(Qt::Vertical);
     parts->addWidget(windows);
@@ -64,6 +67,7 @@ MainWindow::MainWindow(WorkspaceOptions options)
     auto* const layout = new QVBoxLayout(content);
     layout->addWidget(bar);
     layout->addWidget(messages);
+    layout->addWidget(lockNotice);
     layout->addWidget(parts, 1);
     setCentralWidget(content);
     makeMenus();
@@ -168,21 +172,52 @@ void MainWindow::open(const QString& path) {
     showState();
 }
 
-bool MainWindow::save(const QString& path) {
-    if (!attempt([&] { workspace.save(toPath(path)); })) {
-        return false;
+void MainWindow::save(const QString& path, Next next) {
+    bool isSaved = false;
+    if (!attempt([&] { isSaved = workspace.save(toPath(path)); })) {
+        return;
+    }
+    if (!isSaved) {
+        askWhoseChanges(path, std::move(next));
+        return;
     }
     noteRecent(path, true);
     fillRecent();
     showState();
-    return true;
+    if (next) {
+        next();
+    }
+}
+
+void MainWindow::askWhoseChanges(const QString& path, Next next) {
+    auto* const box = new QMessageBox(
+        QMessageBox::Warning, windowTitle(),
+        QString("%1 was changed by another program since it was opened or saved here.\n\n"
+                "Keep yours: it is written over, and what it holds now becomes the backup "
+                "(.bak).\nReload: your changes since the last save are lost.")
+            .arg(path),
+        QMessageBox::Cancel, this);
+    box->setTextFormat(Qt::PlainText);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    const auto* const keep = box->addButton("&Keep mine", QMessageBox::AcceptRole);
+    const auto* const reload = box->addButton("&Reload", QMessageBox::DestructiveRole);
+    connect(box, &QMessageBox::buttonClicked, this,
+            [this, keep, reload, path, next = std::move(next)](const QAbstractButton* pressed) {
+                const QObject* const chosen = pressed;
+                if (chosen == keep) {
+                    save(path, next);
+                } else if (chosen == reload) {
+                    whenIdle([this, path] { open(path); });
+                }
+            });
+    box->open();
 }
 
 void MainWindow::saveAndThen(Next next) {
     if (workspace.getPath().empty()) {
         askSavePath(std::move(next));
-    } else if (save(QString::fromStdString(workspace.getPath().string())) && next) {
-        next();
+    } else {
+        save(QString::fromStdString(workspace.getPath().string()), std::move(next));
     }
 }
 
@@ -192,11 +227,7 @@ void MainWindow::askSavePath(Next next) {
     dialog->setAcceptMode(QFileDialog::AcceptSave);
     dialog->setDefaultSuffix("xml");
     connect(dialog, &QFileDialog::fileSelected, this,
-            [this, next = std::move(next)](const QString& path) {
-                if (save(path) && next) {
-                    next();
-                }
-            });
+            [this, next = std::move(next)](const QString& path) { save(path, next); });
     dialog->open();
 }
 
@@ -300,7 +331,9 @@ void MainWindow::showState() {
         bar->setState(!workspace.isMeasuring() ? State::Idle
                       : workspace.isEnding()   ? State::Ending
                                                : State::Running);
-        bar->show(workspace.summarize(), workspace.hasLost());
+        lockNotice->setVisible(workspace.isMeasuring());
+        const Summary& summary = workspace.summarize();
+        bar->show(summary, workspace.hasLost(), workspace.getGaps());
         const auto name = workspace.getPath().filename().string();
         setWindowTitle(QString::fromStdString(name.empty() ? "New setup" : name) +
                        "[*] - cmp-station");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QLabel>
 #include <QMainWindow>
 #include <QMenu>
 #include <QSplitter>
@@ -44,7 +45,10 @@ class MainWindow final : public QMainWindow {
     void showState();
     /// Runs it and tells the user if it throws; whether it didn't.
     bool attempt(const Next& action);
-    bool save(const QString& path);
+    /// Saves, and goes on if that went well.
+    void save(const QString& path, Next next);
+    /// Somebody else has changed the file.
+    void askWhoseChanges(const QString& path, Next next);
     /// Saves under the name that the setup has, or asks for one; then goes on.
     void saveAndThen(Next next);
     void askSavePath(Next next);
@@ -60,6 +64,7 @@ class MainWindow final : public QMainWindow {
     MessageBar* const messages;
     Workspace workspace;
     MeasurementBar* const bar;
+    QLabel* const lockNotice;
     QSplitter* const windows;
     QMenu* recentMenu = nullptr;
     Next afterMeasurement;

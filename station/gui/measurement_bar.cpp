@@ -35,6 +35,19 @@ void setColors(QLabel& label, const QColor& background, const QColor& text) {
     label.setAutoFillBackground(true);
 }
 
+/// The first of them, for there is little room.
+QString gapsText(const std::vector<std::string>& gaps) {
+    if (gaps.empty()) {
+        return "Nothing lost";
+    }
+    constexpr int most = 60;
+    QString text = QString::fromStdString(gaps.front());
+    if (text.size() > most) {
+        text = text.left(most) + "...";
+    }
+    return gaps.size() == 1 ? text : QString("%1 (and %2 more)").arg(text).arg(gaps.size() - 1);
+}
+
 }  // namespace
 
 MeasurementBar::MeasurementBar(std::function<void(const QString&)> onStart,
@@ -56,6 +69,7 @@ MeasurementBar::MeasurementBar(std::function<void(const QString&)> onStart,
     size->setObjectName("recordingSize");
     loss->setObjectName("loss");
     loss->setMargin(4);
+    loss->setTextFormat(Qt::PlainText);
     auto* const layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     for (QWidget* const widget : std::initializer_list<QWidget*>{start, stop, records}) {
@@ -72,7 +86,7 @@ MeasurementBar::MeasurementBar(std::function<void(const QString&)> onStart,
     connect(browse, &QPushButton::clicked, this, [this] { choosePath(); });
     proposeNextRecording();
     setState(State::Idle);
-    show(Summary(), false);
+    show(Summary(), false, {});
 }
 
 void MeasurementBar::setState(State state) {
@@ -84,7 +98,8 @@ void MeasurementBar::setState(State state) {
     browse->setEnabled(isIdle);
 }
 
-void MeasurementBar::show(const Summary& summary, bool hasLost) {
+void MeasurementBar::show(const Summary& summary, bool hasLost,
+                          const std::vector<std::string>& gaps) {
     std::uint64_t bytes = 0;
     std::uint64_t lost = 0;
     bool hasFailed = false;
@@ -102,12 +117,20 @@ void MeasurementBar::show(const Summary& summary, bool hasLost) {
         loss->setText(QString("Recording failed, %1 messages not in it").arg(lost));
     } else {
         const std::uint64_t messages = summary.totalLost();
-        loss->setText(!hasLost        ? QString("Nothing lost")
+        loss->setText(!hasLost        ? gapsText(gaps)
                       : messages == 0 ? QString("Messages lost")
                                       : QString("%1 messages lost").arg(messages));
     }
     const bool isBad = hasLost || hasFailed || lost > 0;
-    setColors(*loss, isBad ? QColor(198, 40, 40) : QColor(200, 230, 201),
+    QStringList all;
+    for (const std::string& gap : gaps) {
+        all.append(QString::fromStdString(gap).toHtmlEscaped());
+    }
+    loss->setToolTip(all.join("<br>"));
+    setColors(*loss,
+              isBad          ? QColor(198, 40, 40)
+              : gaps.empty() ? QColor(200, 230, 201)
+                             : QColor(255, 193, 7),
               isBad ? Qt::white : Qt::black);
 }
 

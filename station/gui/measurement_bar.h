@@ -6,6 +6,8 @@
 #include <QPushButton>
 #include <QWidget>
 #include <functional>
+#include <string>
+#include <vector>
 
 #include "station/session/summary.h"
 
@@ -20,8 +22,9 @@ class MeasurementBar final : public QWidget {
     MeasurementBar(std::function<void(const QString&)> onStart, std::function<void()> onStop);
 
     void setState(State state);
-    /// Shows it in warning colours if something was lost.
-    void show(const Summary& summary, bool hasLost);
+    /// Shows in warning colours that something was lost, and in others that it may lack something:
+    /// `gaps` says what.
+    void show(const Summary& summary, bool hasLost, const std::vector<std::string>& gaps);
     /// Presses start, with what is chosen, or stop.
     void pressStart() { start->click(); }
     void pressStop() { stop->click(); }

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+
 #include "station/permission.h"
 
 namespace station {
@@ -36,7 +38,7 @@ Workspace::Setup::~Setup() {
     }
 }
 
-std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::path& file) const {
+std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::path& path) const {
     const auto onFailure = [tell = options.onMessage](const HandlerFailure& failure) {
         tell(failure.text());
     };
@@ -45,8 +47,8 @@ std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::pa
     fresh->channels = std::make_unique<QtWindow>(onFailure);
     fresh->session = std::make_unique<Session>(
         SessionOptions{options.plugin, options.sampleRate, options.onMessage});
-    if (!file.empty()) {
-        fresh->session->open(SetupFile(file));
+    if (!path.empty()) {
+        fresh->session->open(SetupFile(path));
     }
     PluginDriver& driver = fresh->session->driver();
     driver.showModules(asHostWindow(*fresh->modules));
@@ -54,13 +56,14 @@ std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::pa
     return fresh;
 }
 
-void Workspace::take(std::unique_ptr<Setup> fresh, std::filesystem::path file) {
+void Workspace::take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile) {
     setup = std::move(fresh);
-    path = std::move(file);
+    file = std::move(itsFile);
     savedFingerprint = fingerprint();
     clocksChosen = false;
     feed.begin(Summary());
     summary = Summary();
+    coverage.begin({});
     lost = false;
 }
 
@@ -68,16 +71,19 @@ void Workspace::begin() {
     take(makeSetup({}), {});
 }
 
-void Workspace::open(const std::filesystem::path& file) {
-    take(makeSetup(file), file);
+void Workspace::open(const std::filesystem::path& path) {
+    SharedSetupFile opened(path);
+    take(makeSetup(path), std::move(opened));
 }
 
-void Workspace::save(const std::filesystem::path& file) {
+bool Workspace::save(const std::filesystem::path& path) {
     matchChannels();
-    session().save(SetupFile(file));
-    path = file;
+    if (!file.save(session(), path)) {
+        return false;
+    }
     savedFingerprint = fingerprint();
     clocksChosen = false;
+    return true;
 }
 
 /// What the user can change in the windows; the document also holds what the modules tell.
@@ -102,7 +108,8 @@ void Workspace::chooseClock(std::size_t module, ClockChoice choice) {
 }
 
 /// The plug-in has no channels for a module that was added or got another type until they are made,
-/// which can't be in a measurement. Its window keeps the rows that it was made with.
+/// which can't be in a measurement. Its window keeps the rows that it was made with, and with them
+/// the channels of modules that are gone: these go when it shows others.
 void Workspace::matchChannels() {
     if (isMeasuring()) {
         return;
@@ -111,6 +118,9 @@ void Workspace::matchChannels() {
     if (session().needsChannels()) {
         session().matchChannels();
         driver.showChannels(asHostWindow(*setup->channels));
+        if (session().needsChannels()) {
+            session().matchChannels();
+        }
     } else if (session().host().takeDevicesChanged()) {
         driver.updateDevices();
     }
@@ -122,17 +132,29 @@ void Workspace::tellAll(const std::vector<std::string>& texts) const {
     }
 }
 
-void Workspace::tellLeftOut() const {
-    std::size_t linChannels = 0;
-    for (const ChannelSummary& channel : summary.channels) {
-        linChannels += channel.bus == BusType::Lin ? 1 : 0;
-    }
-    for (const std::string& recording : recordings->thatRefuse(BusType::Lin)) {
-        if (linChannels > 0) {
-            options.onMessage(fmt::format("{} can't hold LIN: {} channels aren't recorded in it",
-                                          recording, linChannels));
+/// Changes in a measurement would silence what is recorded, or have no channels to go to.
+void Workspace::setLocked(bool isLocked) {
+    const QString reason = isLocked ? lockReason : "";
+    setup->modules->setLocked(reason);
+    setup->channels->setLocked(reason);
+}
+
+std::vector<std::string> Workspace::findNotRecorded() const {
+    std::vector<std::string> texts;
+    const auto linChannels =
+        std::count_if(summary.channels.begin(), summary.channels.end(),
+                      [](const auto& channel) { return channel.bus == BusType::Lin; });
+    if (linChannels > 0) {
+        for (const std::string& recording : recordings->thatRefuse(BusType::Lin)) {
+            texts.push_back(fmt::format("{} can't hold LIN: {} channels aren't recorded in it",
+                                        recording, linChannels));
         }
     }
+    return texts;
+}
+
+void Workspace::tellLeftOut() const {
+    tellAll(coverage.getGaps());
     if (summary.channels.empty()) {
         options.onMessage(
             "No channel is used: nothing will be measured. Tick \"Used\" in the "
@@ -154,7 +176,10 @@ void Workspace::start(const std::filesystem::path& recording) {
     measurement = std::move(fresh);
     ending = false;
     lost = false;
-    feed.begin(summarize());
+    setLocked(true);
+    summary = measurement->summarize();
+    feed.begin(summary);
+    coverage.begin(findNotRecorded());
     tellLeftOut();
 }
 
@@ -172,6 +197,10 @@ const Summary& Workspace::summarize() {
     if (measurement) {
         summary = measurement->summarize();
         feed.setStart(summary.startTime);
+        PluginDriver& driver = session().driver();
+        if (driver.isMeasuring()) {
+            tellAll(coverage.look(summary, driver.getChannels()));
+        }
     }
     return summary;
 }
@@ -201,6 +230,7 @@ void Workspace::finish() {
     measurement.reset();
     recordings.reset();
     ending = false;
+    setLocked(false);
 }
 
 }  // namespace station

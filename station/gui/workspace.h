@@ -6,9 +6,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "station/gui/live_feed.h"
+#include "station/session/coverage.h"
 #include "station/session/measurement.h"
+#include "station/session/shared_setup_file.h"
 #include "station/toolkit/qt/qt_window.h"
 
 namespace station {
@@ -21,7 +24,8 @@ struct WorkspaceOptions {
 };
 
 /// What the desktop program works on: one setup in a session, with the plug-in's windows, and the
-/// measurement that may run. It has no looks of its own but those two windows.
+/// measurement that may run; as long as it does, the windows are locked. It has no looks of its own
+/// but those two windows.
 ///
 /// The event loop's thread is the host's thread; the owner calls `tick` every
 /// `Measurement::period`. Operations throw `PluginError`, FileError or UserError with a text for
@@ -37,13 +41,19 @@ class Workspace {
     /// An empty setup. Not in a measurement, as `open`.
     void begin();
     void open(const std::filesystem::path& path);
-    void save(const std::filesystem::path& path);
+    /// As `SharedSetupFile::save`.
+    bool save(const std::filesystem::path& path);
     /// Empty for a setup that has no file yet.
-    const std::filesystem::path& getPath() const { return path; }
+    const std::filesystem::path& getPath() const { return file.getPath(); }
     /// Whether the user has changed anything since.
     bool isModified();
     /// Says how the clock of the module in that row follows the host's. Not in a measurement.
     void chooseClock(std::size_t module, ClockChoice choice);
+
+    /// Shown while the windows are locked.
+    static constexpr const char* lockReason =
+        "Locked in a measurement: stop it to add, remove or change modules or to choose which "
+        "channels are used. Names and colours can be changed.";
 
     /// The plug-in's windows. They are other ones after `begin` and `open`.
     QtWindow& modulesWindow() const { return *setup->modules; }
@@ -59,6 +69,8 @@ class Workspace {
     /// Of the measurement that runs, or of the last one.
     const Summary& summarize();
     bool hasLost() const { return lost; }
+    /// What it may lack all the same, a text each.
+    std::vector<std::string> getGaps() const { return coverage.getGaps(); }
 
     /// Moves the measurement on; without one, makes the channels of modules that were changed.
     void tick(Measurement::Clock::time_point now);
@@ -75,17 +87,19 @@ class Workspace {
         std::unique_ptr<Session> session;
     };
 
-    std::unique_ptr<Setup> makeSetup(const std::filesystem::path& file) const;
-    void take(std::unique_ptr<Setup> fresh, std::filesystem::path file);
+    std::unique_ptr<Setup> makeSetup(const std::filesystem::path& path) const;
+    void take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile);
     std::string fingerprint() const;
     void matchChannels();
+    void setLocked(bool isLocked);
     void tellLeftOut() const;
+    std::vector<std::string> findNotRecorded() const;
     void tellAll(const std::vector<std::string>& texts) const;
     void finish();
 
     const WorkspaceOptions options;
     std::unique_ptr<Setup> setup;
-    std::filesystem::path path;
+    SharedSetupFile file;
     std::string savedFingerprint;
     bool clocksChosen = false;  ///< since the setup was opened or saved
     Measurement::Clock::time_point nextLook;
@@ -94,6 +108,7 @@ class Workspace {
     std::shared_ptr<RecordingSet> recordings;
     std::unique_ptr<Measurement> measurement;
     Summary summary;
+    Coverage coverage;
     bool ending = false;
     bool lost = false;
 };

@@ -171,7 +171,17 @@ void Session::putSection() {
     }
 }
 
+/// What is written for a bus without a channel makes one that nobody has named or chosen when it is
+/// opened.
 void Session::save(const SetupFile& file) {
+    if (needsChannels()) {
+        if (pluginDriver->isMeasuring()) {
+            throw UserError(
+                "The setup can't be saved now: modules were changed in the measurement and have no "
+                "channels yet. Stop the measurement first.");
+        }
+        matchChannels();
+    }
     putSection();
     file.save(*document);
 }

@@ -46,7 +46,8 @@ class Session {
     /// Opens a setup in place of the empty one that a session has. Once. Throws FileError, or
     /// `PluginError` for contents that the plug-in refuses.
     void open(const SetupFile& file);
-    /// Throws as `open`; the file is as it was then.
+    /// Throws as `open`, and `UserError` in a measurement in which modules were changed, for they
+    /// have no channels then; the file is as it was.
     void save(const SetupFile& file);
 
     StationHost& host() { return *stationHost; }

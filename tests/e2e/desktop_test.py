@@ -22,8 +22,8 @@ class DesktopMeasures(Case):
         self.expect_complete(sent, told["report"], recording)
         return told
 
-    def test_modules_may_come_and_go_and_a_closed_window_asks_and_then_closes_a_whole_recording(self):
-        told = self.measure("--edit", display=True)
+    def test_nothing_that_a_user_does_silences_a_recording_and_a_closed_window_asks_and_closes_it_whole(self):
+        told = self.measure("--disturb", display=True)
         self.assertTrue(told["hasAsked"])
 
     def test_a_wish_to_end_closes_the_recording_without_a_question(self):

@@ -1,5 +1,7 @@
 #include "station/toolkit/qt/grid_model.h"
 
+#include <QColor>
+
 namespace station {
 
 namespace CellType = Kestrova::Tessel::CellType;
@@ -56,6 +58,8 @@ QVariant GridModel::data(const QModelIndex& index, int role) const {
             return shows.type == CellType::toggle
                        ? QVariant(shows.checked ? Qt::Checked : Qt::Unchecked)
                        : QVariant();
+        case Qt::ForegroundRole:
+            return locked && isLockable(index) ? QVariant(QColor(Qt::gray)) : QVariant();
         case Qt::TextAlignmentRole:
             return QVariant(Qt::Alignment(isNumber ? Qt::AlignRight : Qt::AlignLeft) |
                             Qt::AlignVCenter);
@@ -69,6 +73,11 @@ QVariant GridModel::headerData(int section, Qt::Orientation orientation, int rol
                                                                     : QVariant();
 }
 
+bool GridModel::isLockable(const QModelIndex& index) const {
+    const std::int32_t type = content(index).type;
+    return type == CellType::toggle || type == CellType::comboBox || type == CellType::editNumber;
+}
+
 Qt::ItemFlags GridModel::flags(const QModelIndex& index) const {
     if (!index.isValid()) {
         return Qt::NoItemFlags;
@@ -76,7 +85,8 @@ Qt::ItemFlags GridModel::flags(const QModelIndex& index) const {
     const std::int32_t type = content(index).type;
     const bool isTyped = type == CellType::editText || type == CellType::editNumber;
     const Qt::ItemFlags always = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
-    return isTyped || opening == index ? always | Qt::ItemIsEditable : always;
+    const bool isEditable = isTyped || opening == index;
+    return isEditable && !(locked && isLockable(index)) ? always | Qt::ItemIsEditable : always;
 }
 
 void GridModel::describe(QStringList columnTitles) {

@@ -38,6 +38,13 @@ class GridModel final : public QAbstractTableModel {
     /// From now on no cell is fresh.
     void outdateAll() { ++round; }
 
+    /// While it is locked, switches, combo boxes and numbers are shown only. Texts and colours can
+    /// be changed all the same: they name things and set nothing up.
+    void setLocked(bool isLocked) { locked = isLocked; }
+    bool isLocked() const { return locked; }
+    /// Whether a lock concerns the cell.
+    bool isLockable(const QModelIndex& index) const;
+
     /// Makes this one cell editable for as long as its combo box is being opened.
     void setOpening(const QModelIndex& index) { opening = index; }
 
@@ -57,6 +64,7 @@ class GridModel final : public QAbstractTableModel {
     QStringList titles;
     std::vector<Row> shown;
     std::uint64_t round = 1;
+    bool locked = false;
     QPersistentModelIndex opening;
 };
 

@@ -12,8 +12,9 @@ namespace CellType = Kestrova::Tessel::CellType;
 GridView::GridView(CountedRef<DrawGrid> drawGrid)
     : grid(std::move(drawGrid)),
       delegate(model, grid, [this](const QModelIndex& index, CellInput input) {
-          later([cell = model.place(index), what = std::move(input)](GridView& self) {
-              if (self.isThere(cell)) {
+          later([cell = model.place(index), isLockable = model.isLockable(index),
+                 what = std::move(input)](GridView& self) {
+              if (self.mayChange(cell, isLockable)) {
                   CountedRef<DrawGrid>(self.grid)->input(cell, what);
               }
           });
@@ -169,9 +170,21 @@ bool GridView::isThere(CellPlace cell) const {
            static_cast<std::size_t>(cell.column) < grid->getColumns().size();
 }
 
+bool GridView::mayChange(CellPlace cell, bool isLockable) const {
+    return isThere(cell) && !(isLockable && model.isLocked());
+}
+
+void GridView::setLocked(bool isLocked) {
+    model.setLocked(isLocked);
+    viewport()->update();
+}
+
 /// Whether a click does something in the cell.
 bool GridView::acts(const QModelIndex& index) const {
     const CellContent& shows = model.content(index);
+    if (model.isLocked() && model.isLockable(index)) {
+        return false;
+    }
     return shows.type == CellType::toggle || shows.type == CellType::comboBox ||
            shows.type == CellType::color ||
            (shows.type == CellType::groupExpander && shows.expander);
@@ -186,7 +199,7 @@ bool GridView::act(const QModelIndex& index) {
     switch (shows.type) {
         case CellType::toggle:
             later([cell, on = !shows.checked](GridView& self) {
-                if (self.isThere(cell)) {
+                if (self.mayChange(cell, true)) {
                     CountedRef<DrawGrid>(self.grid)->switchToggle(cell, on);
                 }
             });
@@ -220,7 +233,7 @@ QItemSelectionModel::SelectionFlags GridView::selectionCommand(const QModelIndex
 void GridView::openComboBox(const QModelIndex& index) {
     later([place = QPersistentModelIndex(index)](GridView& view) {
         const QPointer<GridView> self(&view);
-        if (!place.isValid() || !view.isThere(view.model.place(place))) {
+        if (!place.isValid() || !view.mayChange(view.model.place(place), true)) {
             return;
         }
         QStringList items;
@@ -264,7 +277,11 @@ void GridView::keyPressEvent(QKeyEvent* event) {
     const bool acts =
         key == Qt::Key_Space || key == Qt::Key_F2 || key == Qt::Key_Return || key == Qt::Key_Enter;
     if (isPlain && key == Qt::Key_Delete && onDelete) {
-        later([](GridView& self) { std::function<void()>(self.onDelete)(); });
+        later([](GridView& self) {
+            if (!self.model.isLocked()) {
+                std::function<void()>(self.onDelete)();
+            }
+        });
     } else if (!isPlain || !acts || !index.isValid() || !act(index)) {
         QTableView::keyPressEvent(event);
     }

@@ -23,6 +23,8 @@ class GridView final : public QTableView, private DrawGridView {
 
     /// What Delete does.
     void setOnDelete(std::function<void()> handler) { onDelete = std::move(handler); }
+    /// What a lock concerns see `GridModel::setLocked`; Delete does nothing then.
+    void setLocked(bool isLocked);
     const GridModel& shown() const { return model; }
 
   protected:
@@ -55,6 +57,8 @@ class GridView final : public QTableView, private DrawGridView {
     void openColorDialog(const QModelIndex& index);
     /// Whether there still is such a cell.
     bool isThere(CellPlace cell) const;
+    /// The same, and that the user may change it; he may have begun before the lock.
+    bool mayChange(CellPlace cell, bool isLockable) const;
 
     const CountedRef<DrawGrid> grid;
     GridModel model;

@@ -78,7 +78,8 @@ QWidget* makeButton(const WindowElement& element) {
     auto* const widget = new QToolButton;
     widget->setFocusPolicy(Qt::StrongFocus);
     widget->setAccessibleName(name);
-    widget->setToolTip(name.left(1) + name.mid(1).toLower());
+    widget->setWhatsThis(name.left(1) + name.mid(1).toLower());
+    widget->setToolTip(widget->whatsThis());
     if (icon.isNull()) {
         widget->setText(name);
     } else {
@@ -87,7 +88,11 @@ QWidget* makeButton(const WindowElement& element) {
     // From the event loop, so that the button may go in its own handler.
     QObject::connect(
         widget, &QToolButton::clicked, widget,
-        [button = element.button] { CountedRef<IconButton>(button)->press(); },
+        [button = element.button, widget] {
+            if (widget->isEnabled()) {  // still
+                CountedRef<IconButton>(button)->press();
+            }
+        },
         Qt::QueuedConnection);
     return widget;
 }
@@ -194,6 +199,29 @@ void QtWindow::replaceContent(const WindowElement* content) {
     if (content != nullptr) {
         shown = build(*content, findButton(*content, removeIcon));
         layout()->addWidget(shown);
+        applyLock();
+    }
+}
+
+void QtWindow::setLocked(const QString& reason) {
+    if (std::exchange(lockReason, reason) != reason) {
+        applyLock();
+    }
+}
+
+void QtWindow::applyLock() {
+    if (shown == nullptr) {
+        return;
+    }
+    const bool isFree = lockReason.isEmpty();
+    for (auto* const button : shown->findChildren<QToolButton*>()) {
+        button->setEnabled(isFree);
+        button->setToolTip(isFree ? button->whatsThis() : lockReason);
+    }
+    for (auto* const table : shown->findChildren<QTableView*>()) {
+        if (auto* const view = dynamic_cast<GridView*>(table)) {
+            view->setLocked(!isFree);
+        }
     }
 }
 

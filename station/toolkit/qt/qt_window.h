@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QString>
 #include <QWidget>
 
 #include "station/toolkit/model/toolkit_window.h"
@@ -15,15 +16,21 @@ class QtWindow final : public QWidget {
     explicit QtWindow(FailureSink onFailure, QWidget* parent = nullptr);
     ~QtWindow() override;
 
+    /// From now on the user can look at the window, fold, select, and change names and colours, but
+    /// nothing else; buttons give that text as the reason. Empty: all is free again.
+    void setLocked(const QString& reason);
+
     ToolkitWindow& window() const { return *object; }
 
   private:
     class Object;
 
     void replaceContent(const WindowElement* content);
+    void applyLock();
 
     CountedRef<ToolkitWindow> object;
     QWidget* shown = nullptr;
+    QString lockReason;
 };
 
 }  // namespace station

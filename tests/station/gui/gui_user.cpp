@@ -26,7 +26,7 @@ class User {
     std::string recording;  ///< empty for none
     std::string pictures;   ///< folder, empty for none
     bool withoutQuestion = false;
-    bool edits = false;
+    bool disturbs = false;
     bool wasAsked = false;  ///< whether to stop the measurement
 
     explicit User(MainWindow& mainWindow) : window(mainWindow) {}
@@ -47,8 +47,8 @@ class User {
         ++turn;
         auto* const mode = window.findChild<QComboBox*>("liveMode");
         mode->setCurrentIndex(1 - mode->currentIndex());
-        if (edits) {
-            editModules();
+        if (disturbs) {
+            disturb();
         }
         if (!pictures.empty() && turn == pictureTurn) {
             savePictures(window, pictures);
@@ -63,8 +63,8 @@ class User {
         }
     }
 
-    /// Answers the question that there is: the measurement is to stop, and what `editModules` has
-    /// changed isn't worth keeping.
+    /// Answers the question that there is: the measurement is to stop, and no change is worth
+    /// keeping.
     void answer() {
         const auto* const question = window.findChild<QMessageBox*>();
         if (question == nullptr || !question->isVisible()) {
@@ -84,22 +84,21 @@ class User {
 
   private:
     static constexpr int pictureTurn = 4;
-    enum ModuleColumn { Type = 1, ConfigId = 3 };
-
-    /// One module more, of one type and another, and away again.
-    void editModules() {
-        const QtUser user(window.getWorkspace().modulesWindow());
+    /// All that would silence the measurement.
+    void disturb() {
+        Workspace& workspace = window.getWorkspace();
+        const QtUser modules(workspace.modulesWindow());
+        const QtUser channels(workspace.channelsWindow());
         const char* const grid = "deviceDrawGrid";
-        if (turn % 2 == 1) {
-            user.press("addDeviceButton");
-            const std::int32_t row = user.shownRows(grid).back();
-            user.pick({grid, row, Type}, "CAN combo");
-            user.pick({grid, row, ConfigId}, "E");
-            user.pick({grid, row, Type}, "LIN combo");
-        } else {
-            user.select(grid, {user.shownRows(grid).back()});
-            user.press("removeDeviceButton");
-        }
+        constexpr std::int32_t type = 1;
+        constexpr std::int32_t configId = 3;
+        constexpr std::int32_t used = 2;
+        modules.press("addDeviceButton");
+        modules.pick({grid, 1, type}, "LIN combo");
+        modules.pick({grid, 1, configId}, "E");
+        modules.select(grid, {1});
+        modules.press("removeDeviceButton");
+        channels.toggle({"channelDrawGrid", 2, used});
     }
 
     MainWindow& window;
@@ -119,7 +118,7 @@ int main(int argc, char** argv) {
     app.add_option("--record", user.recording, "The recording");
     app.add_option("--pictures", user.pictures, "A folder for pictures of the windows");
     app.add_flag("--without-question", user.withoutQuestion, "It ends as by a signal");
-    app.add_flag("--edit", user.edits, "Modules come and go while it measures");
+    app.add_flag("--disturb", user.disturbs, "Tries to change modules and channels meanwhile");
     CLI11_PARSE(app, argc, argv);
     window.show();
     user.start();

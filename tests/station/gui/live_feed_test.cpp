@@ -52,13 +52,13 @@ TEST_F(LiveFeedTest, EachChannelShowsItsLastMessageAndTheListAllInOrder) {
     lin(17);
     can(0x18DA00F1, 1, 2'000'000);
     ChannelModel channels(feed);
-    channels.update();
+    channels.update(feed);
     EXPECT_THAT(row(channels, 0),
                 testing::ElementsAre("Front", "", "2", "0", "0x18DA00F1 (ext)", "AB", "0.002000"));
     EXPECT_THAT(row(channels, 1),
                 testing::ElementsAre("Door", "", "1", "0", "17", "0F", "0.000000"));
     MessageModel messages(feed);
-    messages.update();
+    messages.update(feed);
     ASSERT_EQ(messages.rowCount(), 3);
     EXPECT_THAT(row(messages, 0), testing::ElementsAre("0.001500", "Front", "0x100", "2", "AB 00"));
     EXPECT_THAT(row(messages, 1), testing::ElementsAre("0.000000", "Door", "17", "1", "0F"));
@@ -66,21 +66,17 @@ TEST_F(LiveFeedTest, EachChannelShowsItsLastMessageAndTheListAllInOrder) {
 
 TEST_F(LiveFeedTest, TheListHoldsTheLastMessagesAndNoMore) {
     MessageModel messages(feed);
-    const auto total = static_cast<std::int64_t>(LiveFeed::mostMessages) + 3;
+    const auto total = static_cast<std::int64_t>(MessageRing::most) + 3;
     for (std::int64_t i = 0; i < total; ++i) {
         can(1, 0, i * 1000);
         if (i % 4000 == 0) {
-            messages.update();
+            messages.update(feed);
         }
     }
-    messages.update();
-    ASSERT_EQ(messages.rowCount(), static_cast<int>(LiveFeed::mostMessages));
+    messages.update(feed);
+    ASSERT_EQ(messages.rowCount(), static_cast<int>(MessageRing::most));
     EXPECT_EQ(row(messages, 0)[0], "0.000003");
     EXPECT_EQ(row(messages, messages.rowCount() - 1)[0], "0.010002");
-    feed.clear();
-    messages.update();
-    EXPECT_EQ(messages.rowCount(), 0);
-    EXPECT_EQ(feed.getChannels()[0].traffic.getCount(), 0U);
 }
 
 TEST_F(LiveFeedTest, TheRateIsOfTheTimeSinceItWasLastWorkedOut) {
@@ -99,56 +95,116 @@ TEST_F(LiveFeedTest, TheRateIsOfTheTimeSinceItWasLastWorkedOut) {
     EXPECT_EQ(rateAt(4000), 0.0);
 }
 
-TEST_F(LiveFeedTest, ThePanelFollowsTheEndPausesFiltersAndForgets) {
-    LivePanel panel(feed);
-    panel.resize(900, 300);
-    panel.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&panel));
-    auto& mode = *panel.findChild<QComboBox*>("liveMode");
-    auto& pause = *panel.findChild<QPushButton*>("livePause");
-    auto& filter = *panel.findChild<QLineEdit*>("liveFilter");
-    const auto& list = *panel.findChild<QTableView*>("liveMessages");
-    const auto& channels = *panel.findChild<QTableView*>("liveChannels");
+/// The panel with its controls.
+class LivePanelTest : public LiveFeedTest {
+  protected:
+    LivePanelTest() {
+        panel.resize(900, 300);
+        panel.show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(&panel));
+    }
+    template <typename Widget>
+    Widget& get(const char* name) {
+        return *panel.findChild<Widget*>(name);
+    }
+    int rows() { return list.model()->rowCount(); }
+    bool waitForRows(int count) {
+        return QTest::qWaitFor([&] { return rows() == count; });
+    }
+    /// Messages and last identifier, of each channel.
+    std::string overwritten() {
+        const auto& model = *get<QTableView>("liveChannels").model();
+        std::string texts;
+        for (int row = 0; row < model.rowCount(); ++row) {
+            texts += model.index(row, 2).data().toString().toStdString() + ' ' +
+                     model.index(row, 4).data().toString().toStdString() + '|';
+        }
+        return texts;
+    }
+
+    LivePanel panel{feed};
+    QComboBox& mode = get<QComboBox>("liveMode");
+    QPushButton& pause = get<QPushButton>("livePause");
+    QLineEdit& filter = get<QLineEdit>("liveFilter");
+    QTableView& list = get<QTableView>("liveMessages");
+};
+
+TEST_F(LivePanelTest, TheListFollowsItsEndUntilTheUserScrollsAway) {
     QScrollBar& bar = *list.verticalScrollBar();
-    const auto shown = [&] {  // what is switched to is up to date at once
-        mode.setCurrentIndex(0);
-        mode.setCurrentIndex(1);
-        return list.model()->rowCount();
-    };
     for (int i = 0; i < 100; ++i) {
         can(0x100);
     }
-    EXPECT_TRUE(QTest::qWaitFor([&] { return channels.model()->rowCount() == 2; }));
-    EXPECT_EQ(shown(), 100);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return overwritten() == "100 0x100|0 |"; }));
+    mode.setCurrentIndex(1);
+    EXPECT_EQ(rows(), 100) << "up to date at once";
     EXPECT_GT(bar.maximum(), 0);
+    EXPECT_EQ(bar.value(), bar.maximum());
+    can(0x200);
+    EXPECT_TRUE(waitForRows(101));
     EXPECT_EQ(bar.value(), bar.maximum());
     bar.setValue(1);
     can(0x200);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return list.model()->rowCount() == 101; }));
-    EXPECT_EQ(bar.value(), 1) << "the user has scrolled away";
-    QTest::mouseClick(&pause, Qt::LeftButton);
-    can(0x200);
-    EXPECT_EQ(shown(), 101);
-    QTest::mouseClick(&pause, Qt::LeftButton);
-    EXPECT_EQ(list.model()->rowCount(), 102);
-    QTest::keyClicks(&filter, "0x200-");
-    EXPECT_EQ(filter.palette().color(QPalette::Text), QColor(Qt::red));
-    QTest::keyClicks(&filter, "0x201, 17");
-    EXPECT_NE(filter.palette().color(QPalette::Text), QColor(Qt::red));
-    EXPECT_EQ(shown(), 0) << "of the filter before";
-    for (const std::uint32_t id : {0x1FFU, 0x200U, 0x201U, 0x202U}) {
-        can(id);
-    }
-    lin(16);
-    lin(17);
-    EXPECT_EQ(shown(), 3);
-    EXPECT_EQ(feed.getChannels()[0].traffic.getCount(), 2U);
-    EXPECT_EQ(feed.getChannels()[1].traffic.getCount(), 1U);
-    filter.clear();
+    EXPECT_TRUE(waitForRows(102));
+    EXPECT_EQ(bar.value(), 1);
+}
+
+TEST_F(LivePanelTest, TheFilterIsAViewInAPauseTooAndAPauseHoldsInBothForms) {
     can(0x100);
-    EXPECT_EQ(shown(), 1) << "what was held back doesn't come back";
-    QTest::mouseClick(panel.findChild<QPushButton*>("liveClear"), Qt::LeftButton);
-    EXPECT_EQ(list.model()->rowCount(), 0);
+    lin(17);
+    can(0x200);
+    QTest::mouseClick(&pause, Qt::LeftButton);
+    can(0x300);
+    lin(18);
+    QTest::qWait(500);  // the picture would be drawn
+    EXPECT_EQ(overwritten(), "2 0x200|1 17|");
+    mode.setCurrentIndex(1);
+    EXPECT_EQ(rows(), 3) << "not seen before the pause";
+    QTest::keyClicks(&filter, "0x100-");
+    EXPECT_EQ(filter.palette().color(QPalette::Text), QColor(Qt::red));
+    EXPECT_EQ(rows(), 1) << "of the filter before";
+    EXPECT_TRUE(filter.toolTip().contains("no identifier"));
+    QTest::keyClicks(&filter, "0x1FF");
+    EXPECT_NE(filter.palette().color(QPalette::Text), QColor(Qt::red));
+    EXPECT_EQ(rows(), 1);
+    mode.setCurrentIndex(0);
+    EXPECT_EQ(overwritten(), "2 0x100|1 |") << "it counts all";
+    filter.clear();
+    EXPECT_EQ(overwritten(), "2 0x200|1 17|");
+    QTest::mouseClick(&get<QPushButton>("liveClear"), Qt::LeftButton);
+    EXPECT_EQ(overwritten(), "0 |0 |");
+    can(0x100);
+    lin(17);
+    QTest::mouseClick(&pause, Qt::LeftButton);
+    EXPECT_EQ(overwritten(), "1 0x100|1 17|");
+    EXPECT_EQ(rows(), 2) << "in the other form too";
+}
+
+TEST_F(LivePanelTest, AnotherFilterFindsWhatCameAndRareMessagesStay) {
+    mode.setCurrentIndex(1);
+    can(0x100);
+    lin(17);
+    QTest::keyClicks(&filter, "0x100");
+    for (std::size_t i = 0; i < MessageRing::most; ++i) {
+        can(0x300);
+    }
+    can(0x100);
+    EXPECT_TRUE(waitForRows(2)) << "the frequent ones haven't pushed the first one out";
+    QTest::keyClicks(&filter, ",17");
+    EXPECT_EQ(rows(), 3) << "the channel's last one";
+    filter.clear();
+    QTest::keyClicks(&filter, "0x101");
+    EXPECT_EQ(rows(), 0);
+    can(0x101);
+    EXPECT_TRUE(waitForRows(1));
+    filter.clear();
+    EXPECT_EQ(rows(), static_cast<int>(MessageRing::most));
+    mode.setCurrentIndex(0);
+    EXPECT_EQ(overwritten(), "10003 0x101|1 17|");
+    mode.setCurrentIndex(1);
+    QTest::keyClicks(&filter, "17");
+    EXPECT_EQ(rows(), 1);
+    QTest::mouseClick(&get<QPushButton>("liveClear"), Qt::LeftButton);
+    EXPECT_EQ(rows(), 0);
 }
 
 TEST_F(LiveFeedTest, ARecordOfAnotherSizeOrChannelIsPassedOver) {

@@ -10,6 +10,8 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QToolButton>
+#include <regex>
 
 #include "tests/support/qt_bench.h"
 
@@ -76,6 +78,40 @@ class MainWindowTest : public testing::Test {
         }
         return false;
     }
+    /// A network of its own: nothing is captured on the machine's.
+    static void leaveNetwork() {
+        ASSERT_TRUE(::unshare(CLONE_NEWNET) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0)
+            << "the tests need root, or user namespaces";
+    }
+    bool waitUntilOver() {
+        return QTest::qWaitFor([&] { return !workspace().isMeasuring(); }, 60000);
+    }
+    /// With a row for each module.
+    bool waitForChannels(std::size_t rows) {
+        return QTest::qWaitFor([&] { return channels().shownRows(channelsGrid).size() == rows; },
+                               60000);
+    }
+    /// Type, ConfigId, name and used channels of each module in a file, and how many outputs it has
+    /// in all.
+    std::string saved(const char* name) {
+        Session other({PLUGIN_FILE, MasterClock::defaultSampleRate, [](const std::string&) {}});
+        other.open(SetupFile(file(name)));
+        std::string texts;
+        for (const station::Module& module : other.getModules()) {
+            texts += fmt::format("{} {} {}:", module.type, module.configId, module.name);
+            for (const station::Channel& channel : module.channels) {
+                texts += channel.isUsed ? ' ' + channel.name : "";
+            }
+            texts += '|';
+        }
+        const std::regex output("<Output>");
+        const std::string text = contents(file(name));
+        return texts + std::to_string(std::distance(
+                           std::sregex_iterator(text.begin(), text.end(), output), {}));
+    }
+    static std::string contents(const std::string& path) {
+        return (std::stringstream() << std::ifstream(path).rdbuf()).str();
+    }
 
     QTemporaryDir folder;
     std::optional<MainWindow> window;
@@ -85,17 +121,7 @@ TEST_F(MainWindowTest, WhatIsSetUpByHandIsWhatTheSavedSetupSays) {
     addModule("CAN combo", "B");
     addModule("LIN combo", "2");
     EXPECT_TRUE(modules().type({modulesGrid, 2, ModuleName}, "Doors"));
-    const auto channelsOf = [](const std::vector<station::Module>& modules) {
-        std::vector<station::Channel> all;
-        for (const station::Module& module : modules) {
-            all.insert(all.end(), module.channels.begin(), module.channels.end());
-        }
-        return all;
-    };
-    const auto rows = [&] { return channelsOf(workspace().session().getModules()); };
-    const auto hasChannels = [&] { return !workspace().session().needsChannels(); };
-    ASSERT_TRUE(QTest::qWaitFor(hasChannels, 60000));
-    EXPECT_EQ(rows().size(), 7U + 10U);
+    ASSERT_TRUE(waitForChannels(2 + 7 + 10));
     EXPECT_TRUE(channels().toggle({channelsGrid, 3, Used}));
     EXPECT_TRUE(channels().setColor({channelsGrid, 2, Color}, 0x12AB34));
     EXPECT_TRUE(channels().type({channelsGrid, 2, ChannelName}, "Engine"));
@@ -113,27 +139,17 @@ TEST_F(MainWindowTest, WhatIsSetUpByHandIsWhatTheSavedSetupSays) {
     workspace().save(file("bench.xml"));
     EXPECT_FALSE(workspace().isModified());
 
-    Session other({PLUGIN_FILE, MasterClock::defaultSampleRate, [](const std::string&) {}});
-    other.open(SetupFile(file("bench.xml")));
-    std::string saved;
-    for (const station::Module& module : other.getModules()) {
-        saved += fmt::format("{} 0x{:X} {}, ", module.type, module.configId, module.name);
-    }
-    EXPECT_EQ(saved, "CAN combo 0xB Technica CAN combo, LIN combo 0x2 Doors, ");
-    const auto savedRows = channelsOf(other.getModules());
+    EXPECT_EQ(saved("bench.xml"),
+              "CAN combo 11 Technica CAN combo: Technica CAN combo 0x20|LIN combo 2 Doors:|17");
+    window->open(QString::fromStdString(file("bench.xml")));
     const std::vector<ClockChoice> clocks = {{HostGnssDevice::syncModeSoft, false},
                                              {HostGnssDevice::syncModePps, true}};
-    EXPECT_EQ(other.clocks(), clocks);
-    ASSERT_EQ(savedRows.size(), rows().size());
-    EXPECT_EQ(savedRows[0].name, "Engine");
-    EXPECT_EQ(savedRows[0].color, 0x12AB34U);
-    EXPECT_FALSE(savedRows[0].isUsed);
-    EXPECT_TRUE(savedRows[1].isUsed);
-
+    EXPECT_EQ(workspace().session().clocks(), clocks);
+    EXPECT_EQ(channels().read({channelsGrid, 2, ChannelName}), "Engine");
+    EXPECT_EQ(channels().read({channelsGrid, 2, Color}), "12AB34");
     EXPECT_TRUE(modules().select(modulesGrid, {1}));
     EXPECT_TRUE(modules().press("removeDeviceButton"));
-    EXPECT_TRUE(QTest::qWaitFor(hasChannels, 60000));
-    EXPECT_EQ(rows().size(), 10U);
+    EXPECT_TRUE(waitForChannels(1 + 10));
 }
 
 TEST_F(MainWindowTest, ChangesAreNotLostWithoutAQuestion) {
@@ -172,8 +188,7 @@ TEST_F(MainWindowTest, ASetupThatCannotBeReadIsToldAndLeavesTheOneThatIsOpen) {
 }
 
 TEST_F(MainWindowTest, AMeasurementRunsAndSaysWhatItLeavesOutAndIsEndedByTheUser) {
-    ASSERT_TRUE(::unshare(CLONE_NEWNET) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0)
-        << "the tests need root, or user namespaces";
+    leaveNetwork();
     auto& start = *window->findChild<QPushButton*>("start");
     auto& stop = *window->findChild<QPushButton*>("stop");
     auto& path = *window->findChild<QLineEdit*>("recordingPath");
@@ -182,10 +197,9 @@ TEST_F(MainWindowTest, AMeasurementRunsAndSaysWhatItLeavesOutAndIsEndedByTheUser
     EXPECT_THAT(told(), HasSubstr("No channel is used"));
     EXPECT_TRUE(QTest::qWaitFor([&] { return stop.isEnabled() && !start.isEnabled(); }));
     EXPECT_TRUE(choose("S&top"));
-    EXPECT_TRUE(QTest::qWaitFor(isOver, 60000));
+    EXPECT_TRUE(waitUntilOver());
     addModule("LIN combo", "2");
-    ASSERT_TRUE(
-        QTest::qWaitFor([&] { return channels().shownRows(channelsGrid).size() > 1; }, 60000));
+    ASSERT_TRUE(waitForChannels(1 + 10));
     EXPECT_TRUE(channels().toggle({channelsGrid, 2, Used}));
     QTest::mouseClick(window->findChild<QCheckBox*>("records"), Qt::LeftButton);
     path.setText(folder.filePath("no such folder/a.pcapng"));
@@ -195,15 +209,139 @@ TEST_F(MainWindowTest, AMeasurementRunsAndSaysWhatItLeavesOutAndIsEndedByTheUser
     path.setText(folder.filePath("a-9.log"));
     EXPECT_TRUE(choose("&Start"));
     EXPECT_THAT(told(), HasSubstr("can't hold LIN: 1 channels"));
+    const auto& badge = *window->findChild<QLabel*>("loss");
+    const auto shows = [&](const char* text) {
+        return QTest::qWaitFor([&] { return badge.toolTip().contains(text); }, 60000);
+    };
+    EXPECT_TRUE(shows("can't hold LIN")) << badge.text().toStdString();
+    EXPECT_TRUE(shows("isn't heard")) << "the module, which there isn't";
+    EXPECT_THAT(told(), HasSubstr("check its connection and ConfigId"));
     EXPECT_TRUE(choose("&New"));
     EXPECT_TRUE(answer(QMessageBox::RejectRole));
     EXPECT_TRUE(workspace().isMeasuring() && !workspace().isEnding());
     EXPECT_TRUE(choose("&New"));
     EXPECT_TRUE(answer(QMessageBox::AcceptRole));
-    EXPECT_TRUE(QTest::qWaitFor(isOver, 60000));
+    EXPECT_TRUE(waitUntilOver());
+    EXPECT_TRUE(shows("isn't heard")) << "it stays";
     EXPECT_EQ(path.text(), folder.filePath("a-10.log")) << "the next recording's";
     EXPECT_TRUE(answer(QMessageBox::DestructiveRole)) << "of the setup";
     EXPECT_TRUE(workspace().session().getModules().empty());
+}
+
+TEST_F(MainWindowTest, WhatWouldSilenceAMeasurementIsLockedAndTheSetupIsSavedWhole) {
+    leaveNetwork();
+    const auto& notice = *window->findChild<QLabel*>("lockNotice");
+    const auto isUsed = [&] { return channels().read({channelsGrid, 2, Used}) == "Used"; };
+    addModule("LIN combo", "2");
+    ASSERT_TRUE(waitForChannels(1 + 10));
+    EXPECT_TRUE(channels().toggle({channelsGrid, 2, Used}));
+    EXPECT_TRUE(modules().press("addDeviceButton"));
+    workspace().save(file("setup.xml"));
+    EXPECT_FALSE(notice.isVisible());
+    QTest::mouseClick(window->findChild<QPushButton*>("start"), Qt::LeftButton);
+    ASSERT_TRUE(workspace().isMeasuring());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return notice.isVisible(); }));
+    EXPECT_THAT(notice.text().toStdString(), HasSubstr("stop it to"));
+    EXPECT_EQ(window->findChild<QToolButton*>("addDeviceButton")->toolTip(), notice.text());
+    const auto& live = *window->findChild<QTableView*>("liveChannels")->model();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return live.rowCount() == 1; })) << "the used one";
+    for (const char* const type : {"CAN combo", "LIN combo"}) {
+        EXPECT_FALSE(modules().pick({modulesGrid, 1, Type}, type));
+    }
+    EXPECT_FALSE(modules().pick({modulesGrid, 1, ConfigId}, "3"));
+    EXPECT_FALSE(modules().type({modulesGrid, 2, ConfigId}, "7")) << "a number that is typed";
+    modules().press("addDeviceButton");
+    modules().select(modulesGrid, {1});
+    modules().press("removeDeviceButton");
+    QTest::keyClick(modules().view(modulesGrid), Qt::Key_Delete);
+    channels().toggle({channelsGrid, 2, Used});
+    EXPECT_TRUE(isUsed());
+    EXPECT_TRUE(modules().type({modulesGrid, 1, ModuleName}, "Doors"));
+    EXPECT_TRUE(channels().type({channelsGrid, 2, ChannelName}, "Left"));
+    EXPECT_TRUE(choose("&Save"));
+    EXPECT_EQ(saved("setup.xml"), "LIN combo 2 Doors: Left|Unknown 0 :|10");
+    EXPECT_TRUE(choose("S&top"));
+    EXPECT_TRUE(waitUntilOver());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !notice.isVisible(); }));
+    EXPECT_TRUE(channels().toggle({channelsGrid, 2, Used}));
+    EXPECT_FALSE(isUsed());
+    EXPECT_TRUE(modules().press("addDeviceButton"));
+    EXPECT_EQ(modules().shownRows(modulesGrid).size(), 3U);
+}
+
+TEST_F(MainWindowTest, ATypeThatChangesToAndFroBetweenTwoLooksLeavesNothingOfTheOldChannels) {
+    leaveNetwork();
+    addModule("CAN combo", "1");
+    ASSERT_TRUE(waitForChannels(1 + 7));
+    const auto flip = [&] {
+        for (const wchar_t* const type : {L"LIN combo", L"CAN combo"}) {
+            workspace().session().driver().callModules(
+                "", [&](ModuleList& list) { return list.setType(0, type); });
+        }
+    };
+    EXPECT_TRUE(channels().toggle({channelsGrid, 2, Used}));
+    flip();
+    workspace().save(file("setup.xml"));
+    EXPECT_EQ(saved("setup.xml"), "CAN combo 1 Technica CAN combo:|7");
+    EXPECT_TRUE(channels().toggle({channelsGrid, 3, Used})) << "it shows the new ones";
+    flip();
+    EXPECT_TRUE(channels().read({channelsGrid, 3, Used}) != "" && choose("&Start"));
+    EXPECT_TRUE(workspace().summarize().channels.empty());
+    EXPECT_TRUE(choose("S&top"));
+    EXPECT_TRUE(waitUntilOver());
+    workspace().start({});
+    flip();
+    EXPECT_THROW(workspace().save(file("setup.xml")), UserError) << "it has no channels now";
+    EXPECT_EQ(saved("setup.xml"), "CAN combo 1 Technica CAN combo:|7");
+    workspace().requestStop();
+    EXPECT_TRUE(waitUntilOver());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !workspace().session().needsChannels(); }, 60000));
+    EXPECT_TRUE(channels().toggle({channelsGrid, 4, Used}));
+    workspace().start({});
+    EXPECT_EQ(workspace().summarize().channels.size(), 1U) << "of one that is alive";
+}
+
+TEST_F(MainWindowTest, ASetupThatAnotherProgramChangedIsNotWrittenOverUnasked) {
+    const auto save = [&] {
+        EXPECT_TRUE(choose("&Save"));
+        return contents(file("setup.xml"));
+    };
+    const auto changeIt = [&](const char* by) {
+        std::ofstream(file("setup.xml"), std::ios::app) << "<!-- " << by << " -->";
+        return contents(file("setup.xml"));
+    };
+    addModule("CAN combo", "1");
+    workspace().save(file("other.xml"));
+    workspace().save(file("setup.xml"));
+    window->open(QString::fromStdString(file("setup.xml")));
+    addModule("LIN combo", "2");
+    {
+        const SetupLock lock(file("setup.xml"));
+        save();
+        EXPECT_THAT(told(), HasSubstr("another program is changing setups"));
+    }
+    save();
+    EXPECT_EQ(saved("setup.xml"),
+              "CAN combo 1 Technica CAN combo:|LIN combo 2 Technica LIN combo:|17")
+        << "its own changes are no reason to ask";
+    std::string theirs = changeIt("first");
+    EXPECT_EQ(save(), theirs);
+    EXPECT_TRUE(answer(QMessageBox::RejectRole));
+    changeIt("second");
+    EXPECT_FALSE(workspace().save(file("./setup.xml"))) << "the same by another name";
+    theirs = changeIt("third");
+    EXPECT_EQ(save(), theirs) << "again";
+    EXPECT_TRUE(answer(QMessageBox::AcceptRole));
+    EXPECT_EQ(contents(file("setup.xml.bak")), theirs);
+    EXPECT_NE(contents(file("setup.xml")), theirs);
+    EXPECT_TRUE(modules().type({modulesGrid, 1, ModuleName}, "Mine"));
+    std::filesystem::copy_file(file("other.xml"), file("setup.xml"),
+                               std::filesystem::copy_options::overwrite_existing);
+    save();
+    EXPECT_TRUE(answer(QMessageBox::DestructiveRole));
+    EXPECT_EQ(modules().shownRows(modulesGrid).size(), 1U);
+    EXPECT_EQ(modules().read({modulesGrid, 1, ModuleName}), "Technica CAN combo");
+    EXPECT_FALSE(workspace().isModified());
 }
 
 TEST_F(MainWindowTest, MenusHaveTheirUsualKeys) {
@@ -220,18 +358,18 @@ TEST(MeasurementBarTest, TellsTimeSizeAndLosses) {
     const RecordingSummary small{"a", "", 0, 999'949, 0, ""};
     const RecordingSummary lossy{"b", "", 0, 50'000, 3, ""};
     const RecordingSummary failed{"c", "", 0, 0, 0, "disk full"};
-    const auto shown = [&](double seconds, std::vector<RecordingSummary> recordings, bool hasLost) {
+    const auto shown = [&](double seconds, std::vector<RecordingSummary> recordings, bool hasLost,
+                           const std::vector<std::string>& gaps = {}) {
         Summary summary;
         summary.seconds = seconds;
         summary.recordings = std::move(recordings);
-        bar.show(summary, hasLost);
+        bar.show(summary, hasLost, gaps);
         std::string texts;
         for (const char* const name : {"elapsed", "recordingSize", "loss"}) {
             texts += bar.findChild<QLabel*>(name)->text().toStdString() + '|';
         }
-        const bool isRed =
-            bar.findChild<QLabel*>("loss")->palette().color(QPalette::Window).red() == 198;
-        return texts + (isRed ? "red" : "green");
+        const int red = bar.findChild<QLabel*>("loss")->palette().color(QPalette::Window).red();
+        return texts + (red == 198 ? "red" : red == 255 ? "amber" : "green");
     };
     EXPECT_EQ(shown(-1.0, {}, false), "00:00:00.0|not recorded|Nothing lost|green");
     EXPECT_EQ(shown(7199.97, {small}, false), "01:59:59.9|999.9 kB|Nothing lost|green");
@@ -239,7 +377,10 @@ TEST(MeasurementBarTest, TellsTimeSizeAndLosses) {
               "100:00:00.0|1.0 MB|Recording failed, 3 messages not in it|red");
     EXPECT_EQ(shown(61.25, {failed}, false),
               "00:01:01.2|0.0 kB|Recording failed, 0 messages not in it|red");
-    EXPECT_EQ(shown(0.0, {}, true), "00:00:00.0|not recorded|Messages lost|red");
+    EXPECT_EQ(shown(0.0, {}, true, {"a"}), "00:00:00.0|not recorded|Messages lost|red");
+    EXPECT_EQ(shown(0.0, {}, false, {"a <b>"}), "00:00:00.0|not recorded|a <b>|amber");
+    EXPECT_EQ(shown(0.0, {}, false, {std::string(61, 'a'), "b", "c"}),
+              "00:00:00.0|not recorded|" + std::string(60, 'a') + "... (and 2 more)|amber");
 }
 
 TEST_F(MainWindowTest, MessagesStandThereAndAreCountedUntilTheyAreDismissed) {

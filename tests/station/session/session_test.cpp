@@ -1,12 +1,15 @@
 #include "station/session/session.h"
 
+#include "station/session/coverage.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
 
 using namespace station;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::ThrowsMessage;
 
 /// The real plug-in in a session.
@@ -87,6 +90,47 @@ TEST_F(SessionTest, TwoBusesOfOneOutputStayAsTheSetupHasThem) {
     session->open(SetupFile(path));
     EXPECT_THAT(modules(), ElementsAre("Front CAN combo 69: 0 0 2 3 4 5 6"));
     EXPECT_FALSE(session->needsChannels());
+}
+
+TEST(CoverageTest, SilenceAndWhatIsNotRecordedStayKnownUntilTheNextMeasurement) {
+    Summary summary;
+    summary.modules.resize(2);
+    summary.modules[0].name = "Front";
+    summary.modules[1].name = "Spare, of which nothing is measured";
+    summary.modules[0].channels = {{1, "CAN FD", 0, "Engine", true}, {2, "CAN FD", 1, "Seat"}};
+    summary.channels.resize(1);
+    std::vector<ChannelStatistics> statistics(2);
+    statistics[0].output = 0;
+    statistics[1].output = 1;
+    Coverage coverage;
+    const auto look = [&](double seconds, double age) {
+        summary.seconds = seconds;
+        summary.modules[0].clock = summary.modules[1].clock.emplace();
+        summary.modules[0].clock->age = age;
+        return coverage.look(summary, statistics);
+    };
+    coverage.begin({});
+    EXPECT_THAT(look(2.0, -1.0), IsEmpty());
+    EXPECT_THAT(look(2.1, -1.0), ElementsAre(HasSubstr("\"Front\" isn't heard")));
+    EXPECT_THAT(look(2.2, -1.0), IsEmpty()) << "once";
+    EXPECT_THAT(coverage.getGaps(), ElementsAre("\"Front\" isn't heard"));
+    EXPECT_THAT(look(3.0, 0.1), ElementsAre("\"Front\" is heard again"));
+    EXPECT_THAT(coverage.getGaps(), ElementsAre("\"Front\" was silent for a time"));
+    EXPECT_THAT(look(9.0, 2.1), ElementsAre(HasSubstr("\"Front\" has fallen silent")));
+    EXPECT_THAT(coverage.getGaps(), ElementsAre("\"Front\" is silent"));
+
+    coverage.begin({"a.log can't hold LIN"});
+    statistics[0].delivered = statistics[1].delivered = 5;
+    EXPECT_THAT(look(9.0, 1.9), IsEmpty());
+    EXPECT_THAT(coverage.getGaps(), ElementsAre("a.log can't hold LIN")) << "nothing is recorded";
+    summary.recordings.resize(1);
+    summary.interfaceMessages = {"interface br0 is left out, as it only repeats eth0"};
+    look(9.0, 0.0);
+    EXPECT_THAT(coverage.getGaps(),
+                ElementsAre("a.log can't hold LIN", "Not recorded, as not used: Seat"));
+    summary.interfaceMessages.emplace_back("interface eth0 went away");
+    look(9.0, 0.0);
+    EXPECT_THAT(coverage.getGaps(), Contains(HasSubstr("network interface")));
 }
 
 }  // namespace
