@@ -1,10 +1,12 @@
 #include <CLI/CLI.hpp>
 #include <QApplication>
+#include <QLibraryInfo>
 #include <QTimer>
 #include <csignal>
 
 #include "station/errors.h"
 #include "station/gui/main_window.h"
+#include "station/permission.h"
 #include "station/stop_signal.h"
 #include "station/terminal_text.h"
 
@@ -21,8 +23,10 @@ struct Options {
     station::WorkspaceOptions workspace;
 };
 
-int show(int argc, char** argv, const Options& options, station::StopSignal& stop) {
-    QApplication application(argc, argv);
+/// The toolkit sees none of the arguments, as some of its own name code to load.
+int show(char** argv, const Options& options, station::StopSignal& stop) {
+    int programAlone = 1;
+    QApplication application(programAlone, argv);
     QApplication::setApplicationName("cmp-station");
     QApplication::setOrganizationName("cmp-station");
     QApplication::setApplicationVersion(CMP_VERSION);
@@ -62,15 +66,23 @@ int execute(int argc, char** argv) {
     // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     station::StopSignal stop(false);
-    return show(argc, argv, options, stop);
+    return show(argv, options, stop);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     station::holdStandardDescriptors();
+    station::keepRightsToItself();
     try {
+        if (station::guardDesktop()) {
+            // Not from the program's own folder, which need not be where it was installed.
+            QCoreApplication::setLibraryPaths({QLibraryInfo::path(QLibraryInfo::PluginsPath)});
+        }
         return execute(argc, argv);
+    } catch (const station::UserError& error) {
+        station::printMessage(error.what());
+        return static_cast<int>(error.getCode());
     } catch (const std::exception& error) {
         station::printMessage(error.what());
         return static_cast<int>(ExitCode::Failed);

@@ -1,6 +1,7 @@
 #include "station/document/setup_file.h"
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -72,6 +73,38 @@ TEST_F(SetupFileTest, KeepsTheLastGoodFileAsBackupAndAStepBehind) {
     EXPECT_EQ(mode, 0);
     SetupFile(path).save(*SetupFile(path).load());
     EXPECT_EQ(contentOf(backup), first);
+}
+
+TEST_F(SetupFileTest, SavedFileKeepsItsPermissionsAndOwnerAndGivesNobodyMore) {
+    using Row = std::tuple<uid_t, mode_t, uid_t, gid_t, mode_t>;
+    save(L"first");
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    constexpr uid_t other = 12345;
+    constexpr gid_t foreign = 7777;  // in which that one isn't
+    const mode_t mask = umask(0);
+    int number = 0;
+    for (const auto& [saver, mode, owner, owners, expected] :
+         {Row(user, 0640, user, group, 0640), Row(user, 0600, other, other, 0600),
+          Row(other, 0664, user, other, 0664), Row(other, 0664, user, foreign, 0644),
+          Row(other, 0667, user, foreign, 0677)}) {
+        chmod(path.c_str(), mode);
+        if (::chown(path.c_str(), owner, owners) != 0) {
+            continue;  // only root can give files away
+        }
+        chmod(directory.c_str(), 0777);
+        ASSERT_TRUE(setegid(saver == user ? group : other) == 0 && seteuid(saver) == 0);
+        save(std::to_wstring(++number));
+        ASSERT_TRUE(seteuid(user) == 0 && setegid(group) == 0);
+        for (const fs::path& file : {path, backup}) {
+            struct stat now {};
+            ASSERT_EQ(::stat(file.c_str(), &now), 0);
+            EXPECT_EQ(now.st_mode & 07777U, expected) << file << std::oct << mode;
+            EXPECT_EQ(now.st_uid, saver == user ? owner : saver);
+            EXPECT_EQ(now.st_gid, saver == user ? owners : other);
+        }
+    }
+    umask(mask);
 }
 
 TEST_F(SetupFileTest, FileCutAtAnyLengthIsRefusedWithItsPlaceAndNeverOverwritten) {
