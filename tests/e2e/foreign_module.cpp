@@ -2,8 +2,8 @@
 #include <cstdio>
 
 // What a user supplies in the hope that a program with more rights loads it: as a plug-in, as a
-// library of the system, as a part of the window toolkit. It writes down that it was, and with which
-// capabilities.
+// library of the system, as a part of the window toolkit. It writes down that it was, and with
+// which capabilities.
 
 class ForeignModule : public QObject {
     Q_OBJECT
