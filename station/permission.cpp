@@ -110,9 +110,9 @@ void passOnCaptureRight() {
     }
 }
 
-bool guardDesktop() {
+void guardDesktop() {
     if (!hasMoreRightsThanCaller()) {
-        return false;
+        return;
     }
     std::error_code error;
     const std::string reason =
@@ -122,7 +122,6 @@ bool guardDesktop() {
                         "the desktop doesn't run with the right to capture: " + reason);
     }
     reduceEnvironment();
-    return true;
 }
 
 }  // namespace station

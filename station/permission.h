@@ -22,8 +22,8 @@ void keepRightsToItself();
 void passOnCaptureRight();
 
 /// For the desktop, before anything of the window toolkit runs. In a process with more rights than
-/// its caller it throws UserError if others than root could change the program, and leaves of the
-/// environment only what is known to be harmless. Returns whether this is such a process.
-bool guardDesktop();
+/// its caller it throws UserError if others than root could change the program or put libraries
+/// beside it, and leaves of the environment only what is known to be harmless.
+void guardDesktop();
 
 }  // namespace station

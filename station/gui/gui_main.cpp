@@ -1,6 +1,5 @@
 #include <CLI/CLI.hpp>
 #include <QApplication>
-#include <QLibraryInfo>
 #include <QTimer>
 #include <csignal>
 
@@ -23,10 +22,8 @@ struct Options {
     station::WorkspaceOptions workspace;
 };
 
-/// The toolkit sees none of the arguments, as some of its own name code to load.
-int show(char** argv, const Options& options, station::StopSignal& stop) {
-    int programAlone = 1;
-    QApplication application(programAlone, argv);
+int show(int argc, char** argv, const Options& options, station::StopSignal& stop) {
+    QApplication application(argc, argv);
     QApplication::setApplicationName("cmp-station");
     QApplication::setOrganizationName("cmp-station");
     QApplication::setApplicationVersion(CMP_VERSION);
@@ -66,7 +63,7 @@ int execute(int argc, char** argv) {
     // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     station::StopSignal stop(false);
-    return show(argv, options, stop);
+    return show(argc, argv, options, stop);
 }
 
 }  // namespace
@@ -75,10 +72,7 @@ int main(int argc, char** argv) {
     station::holdStandardDescriptors();
     station::keepRightsToItself();
     try {
-        if (station::guardDesktop()) {
-            // Not from the program's own folder, which need not be where it was installed.
-            QCoreApplication::setLibraryPaths({QLibraryInfo::path(QLibraryInfo::PluginsPath)});
-        }
+        station::guardDesktop();
         return execute(argc, argv);
     } catch (const station::UserError& error) {
         station::printMessage(error.what());

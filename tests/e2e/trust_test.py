@@ -159,13 +159,17 @@ class Trust(Case):
             for station, is_loaded in ((PLAIN / "cmp-station", True), (INSTALLED / "cmp-station", False)):
                 result = self.run_as(self.as_user(variables), [station, *command])
                 self.assertEqual(self.was_loaded(), is_loaded, (variables, station, command, result))
+                if not is_loaded and command in (new, ["gui"]):  # the environment isn't followed
+                    self.assertEqual(result[0], 0, (variables, command, result))
                 (HIS / "x.xml").unlink(missing_ok=True)
         # A desktop with a right of its own, which an administrator gave it although he shouldn't.
         gui = copy(lab.BIN / "cmp-station-gui", Path("/run/gui/cmp-station-gui"))
         copy(lab.PLUGIN, gui.parent / "cmp_plugin.so")
         subprocess.run(["setcap", "cap_net_raw+ep", gui], check=True)
-        result = self.run_as(self.as_user({"QT_PLUGIN_PATH": HIS / "parts"}), [gui])
-        self.assertFalse(self.was_loaded(), result)
+        os.link(gui, HIS / "parts/gui")  # beside libraries of his
+        for path, variables, code in ((gui, {"QT_PLUGIN_PATH": HIS / "parts"}, 0), (HIS / "parts/gui", {}, 4)):
+            result = self.run_as(self.as_user(variables), [path])
+            self.assertEqual((self.was_loaded(), result[0]), (False, code), result)
         # The station under another name beside files of his, as where hard links aren't protected.
         for station, is_loaded in ((PLAIN / "cmp-station", True), (INSTALLED / "cmp-station", False)):
             os.link(station, linked)
@@ -217,6 +221,26 @@ class Trust(Case):
             store = HIS / ".local/share/kestrova/registry"
             store.mkdir(parents=True, exist_ok=True)
             self.assertIn(f"{store} isn't looked at", self.run_as(capable, words)[1])
+
+    def test_a_group_of_the_owner_alone_may_write(self):
+        users, groups = Path("/run/passwd"), Path("/run/group")  # the former is /etc/passwd
+        users_before = users.read_text()
+        self.addCleanup(users.write_text, users_before)
+        groups.touch()
+        subprocess.run(["mount", "--bind", groups, "/etc/group"], check=True)
+        self.addCleanup(subprocess.run, ["umount", "/etc/group"], check=True)
+        clone = Path("/run/clone")
+        for name in ("cmp-station", "cmp_plugin.so"):
+            copy(lab.BIN / name, clone / name)
+        give(clone, 5001)
+        subprocess.run(["chmod", "-R", "g+w", clone], check=True)
+        for number, (more_users, group, members, code) in enumerate((
+                ("", "alice", "", 0), ("", "alice", "alice", 0), ("", "alice", "alice,bob", 1), ("", "all", "", 1),
+                ("bob:x:5002:5001::/:\n", "alice", "", 1), ("bob:x:5002:5002::/:\n", "alice", "", 0))):
+            users.write_text(users_before + "alice:x:5001:5001::/:\n" + more_users)
+            groups.write_text(f"root:x:0:\n{group}:x:5001:{members}\n")
+            result = self.run_as([clone / "cmp-station"], ["setup", "new", HIS / f"{number}.xml"])
+            self.assertEqual(result[0], code, (more_users, group, members, result))
 
 
 if __name__ == "__main__":
