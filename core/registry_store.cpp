@@ -162,20 +162,9 @@ RegistryStore RegistryStore::perUser() {
     return RegistryStore(chosen.empty() ? storeInHome(homeInDatabase()) : chosen);
 }
 
-std::vector<fs::path> RegistryStore::passedOverForUser() {
-    std::vector<fs::path> named;
-    if (!isUserOfEnvironment()) {
-        named.push_back(userStoreInEnvironment());
-    }
-    if (hasMoreRightsThanCaller()) {
-        named.push_back(storeInHome(homeInDatabase()));
-    }
-    const fs::path used = perUser().getFolder();
-    named.erase(std::remove_if(named.begin(), named.end(),
-                               [&](const fs::path& path) { return path.empty() || path == used; }),
-                named.end());
-    named.erase(std::unique(named.begin(), named.end()), named.end());
-    return named;
+fs::path RegistryStore::passedOverForUser() {
+    const fs::path named = isUserOfEnvironment() ? fs::path() : userStoreInEnvironment();
+    return named == perUser().getFolder() ? fs::path() : named;
 }
 
 std::string RegistryStore::refusal(const std::string& key) const {

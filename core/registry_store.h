@@ -36,9 +36,8 @@ class RegistryStore {
     /// than its caller, there is no such store: its folder is empty, nothing is in it and `refusal`
     /// says why.
     static RegistryStore perUser();
-    /// The folders that a user may have thought of, by the environment or by the password database,
-    /// and that `perUser` doesn't use.
-    static std::vector<std::filesystem::path> passedOverForUser();
+    /// The folder that the environment names for `perUser` where it isn't used; empty if it is.
+    static std::filesystem::path passedOverForUser();
 
     /// Creates the key if need be and replaces all its values. False if it can't be written.
     bool write(const std::string& key, const Values& values) const;

@@ -97,20 +97,15 @@ std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId,
 }
 
 std::string passedOverText() {
-    std::string folders;
-    for (const auto& folder : RegistryStore::passedOverForUser()) {
-        std::error_code error;
-        if (std::filesystem::exists(folder, error)) {
-            folders += (folders.empty() ? "" : " and in ") + folder.string();
-        }
-    }
-    if (folders.empty()) {
+    const auto folder = RegistryStore::passedOverForUser();
+    std::error_code error;
+    if (folder.empty() || !std::filesystem::exists(folder, error)) {
         return {};
     }
     return fmt::format(
         "what is registered in {} isn't looked at, as this program doesn't run with the rights of "
         "its owner alone. Register the plug-in for all users, or name its file with --plugin FILE",
-        folders);
+        folder.string());
 }
 
 }  // namespace station

@@ -196,8 +196,10 @@ class Trust(Case):
         own = give(copy(lab.PLUGIN, tmp / "own.so"))
         public = copy(lab.PLUGIN, tmp / "public.so")
         guarded = copy(lab.PLUGIN, mine / "mount/guarded.so")
-        root, user, capable = [PLAIN / "cmp-station"], [*self.as_user(), PLAIN / "cmp-station"], \
-            [*self.as_user(), INSTALLED / "cmp-station"]
+        of_group = copy(lab.STATION, Path("/run/setgid/cmp-station"))
+        of_group.chmod(0o2755)
+        root = [PLAIN / "cmp-station"]
+        user, capable, secure = ([*self.as_user(), station] for station in (*root, INSTALLED / "cmp-station", of_group))
         # Root's own clone, another one's beside which lies what a third one could change, and that mended.
         for who, module, told in (
             (root, PLAIN / "cmp_plugin.so", ""), (root, loose, f"chmod go-w '{loose}'"), (root, public, ""),
@@ -207,7 +209,8 @@ class Trust(Case):
             ([clone / "bin/cmp-station"], "", f"chown root '{clone}/bin/cmp_plugin.so'"),
             (user, own, ""), (user, public, ""), (user, theirs, "sudo chown nobody '"),
             (capable, "", ""), (capable, public, ""), (capable, own, f"sudo chown root '{own}'"),
-            (capable, loose, f"sudo chmod go-w '{loose}'"), (capable, guarded, "nosuid"),
+            (secure, own, f"sudo chown root '{own}'"), (capable, loose, f"sudo chmod go-w '{loose}'"),
+            (capable, guarded, "nosuid"),
         ):
             with self.subTest(who=who[-1], module=module):
                 setup = HIS / "y.xml"
@@ -221,6 +224,8 @@ class Trust(Case):
             store = HIS / ".local/share/kestrova/registry"
             store.mkdir(parents=True, exist_ok=True)
             self.assertIn(f"{store} isn't looked at", self.run_as(capable, words)[1])
+        code, errors = self.run_as(capable, ["plugins", "--register", public, "--user"])
+        self.assertEqual((code, "more rights than who started it" in errors), (1, True), errors)
 
     def test_a_group_of_the_owner_alone_may_write(self):
         users, groups = Path("/run/passwd"), Path("/run/group")  # the former is /etc/passwd

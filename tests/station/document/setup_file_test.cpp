@@ -171,6 +171,7 @@ TEST_F(SetupFileTest, FullDiskOrNoPlaceForTheBackupLeavesAllAsItWas) {
 
 TEST_F(SetupFileTest, WriterKilledAtAnyMomentLeavesAWholeFileAndHindersNobody) {
     save(L"first");
+    chmod(path.c_str(), 0600);
     for (int round = 0; round < 30; ++round) {
         const pid_t writer = ::fork();
         if (writer == 0) {
@@ -186,6 +187,9 @@ TEST_F(SetupFileTest, WriterKilledAtAnyMomentLeavesAWholeFileAndHindersNobody) {
         if (fs::exists(backup)) {
             ASSERT_NO_THROW(SetupFile(backup).load());
         }
+    }
+    for (const auto& file : fs::directory_iterator(directory)) {  // also those that it left half
+        EXPECT_EQ(file.status().permissions(), fs::perms{0600}) << file.path();
     }
     const std::string last = contentOf(path);
     std::ofstream(directory / "bench.xml.0badf00d.tmp") << "<Setup versi";
