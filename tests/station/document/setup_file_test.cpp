@@ -188,7 +188,14 @@ TEST_F(SetupFileTest, WriterKilledAtAnyMomentLeavesAWholeFileAndHindersNobody) {
             ASSERT_NO_THROW(SetupFile(backup).load());
         }
     }
-    for (const auto& file : fs::directory_iterator(directory)) {  // also those that it left half
+    const pid_t writer = ::fork();  // which dies with half of it written
+    if (writer == 0) {
+        const rlimit small{16384, RLIM_INFINITY};
+        ::setrlimit(RLIMIT_FSIZE, &small);
+        SetupFile(path).save(*documentNamed(L"large", 100'000));
+    }
+    ::waitpid(writer, nullptr, 0);
+    for (const auto& file : fs::directory_iterator(directory)) {
         EXPECT_EQ(file.status().permissions(), fs::perms{0600}) << file.path();
     }
     const std::string last = contentOf(path);
