@@ -1,7 +1,6 @@
 #include "core/registry_store.h"
 
 #include <pwd.h>
-#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "core/process_rights.h"
 #include "core/string_helper.h"
 #include "core/trusted_path.h"
 #include "core/whole_file.h"
@@ -130,10 +130,6 @@ fs::path homeInDatabase() {
     return known ? fs::path(entry.pw_dir) : fs::path();
 }
 
-bool hasRightsOfFile() {
-    return getauxval(AT_SECURE) != 0;
-}
-
 /// Empty if `home` is no place that can be meant.
 fs::path storeInHome(const fs::path& home) {
     return home.is_absolute() ? home / ".local/share/kestrova/registry" : fs::path();
@@ -145,19 +141,23 @@ fs::path userStoreInEnvironment() {
 }
 
 bool isUserOfEnvironment() {
-    return geteuid() != 0 && !hasRightsOfFile();
+    return geteuid() != 0 && !hasMoreRightsThanCaller();
 }
 
 }  // namespace
 
 RegistryStore RegistryStore::perMachine() {
-    const fs::path chosen = hasRightsOfFile() ? fs::path() : fromEnvironment("KESTROVA_REGISTRY");
+    const fs::path chosen =
+        hasMoreRightsThanCaller() ? fs::path() : fromEnvironment("KESTROVA_REGISTRY");
     std::error_code error;
     return RegistryStore(chosen.empty() ? fs::path("/usr/local/share/kestrova/registry")
                                         : fs::absolute(chosen, error));
 }
 
 RegistryStore RegistryStore::perUser() {
+    if (hasMoreRightsThanCaller()) {
+        return RegistryStore(fs::path());
+    }
     const fs::path chosen = isUserOfEnvironment() ? userStoreInEnvironment() : fs::path();
     return RegistryStore(chosen.empty() ? storeInHome(homeInDatabase()) : chosen);
 }
@@ -168,12 +168,15 @@ fs::path RegistryStore::passedOverForUser() {
 }
 
 std::string RegistryStore::refusal(const std::string& key) const {
-    if (folder.empty()) {
-        return "user " + std::to_string(geteuid()) +
-               " has no home folder in the password database" +
-               (isUserOfEnvironment() ? ", and HOME names none: set it to an absolute path" : "");
+    if (!folder.empty()) {
+        return reasonForDistrust(pathOf(key) / valuesFile);
     }
-    return reasonForDistrust(pathOf(key) / valuesFile);
+    if (hasMoreRightsThanCaller()) {
+        return "this program has more rights than who started it, and uses nothing that a user has "
+               "registered";
+    }
+    return "user " + std::to_string(geteuid()) + " has no home folder in the password database" +
+           (isUserOfEnvironment() ? ", and HOME names none: set it to an absolute path" : "");
 }
 
 fs::path RegistryStore::pathOf(const std::string& key) const {
@@ -187,7 +190,8 @@ fs::path RegistryStore::pathOf(const std::string& key) const {
 
 bool RegistryStore::write(const std::string& key, const Values& values) const {
     const fs::path path = pathOf(key);
-    if (!refusal(key).empty() || !makeFolders(path)) {
+    // Asked again of the folders that were made, for others may have made them meanwhile.
+    if (!refusal(key).empty() || !makeFolders(path) || !refusal(key).empty()) {
         return false;
     }
     std::string text;
@@ -198,10 +202,8 @@ bool RegistryStore::write(const std::string& key, const Values& values) const {
 }
 
 std::optional<RegistryStore::Values> RegistryStore::read(const std::string& key) const {
-    if (!refusal(key).empty()) {
-        return std::nullopt;
-    }
-    std::ifstream file(pathOf(key) / valuesFile);
+    const TrustedPath place(pathOf(key) / valuesFile, TrustedUsers::User);
+    std::ifstream file(place.isFile() ? place.opened() : fs::path());
     if (!file) {
         return std::nullopt;
     }

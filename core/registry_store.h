@@ -27,15 +27,16 @@ class RegistryStore {
     explicit RegistryStore(std::filesystem::path storeFolder) : folder(std::move(storeFolder)) {}
 
     /// Below /usr/local/share, or what KESTROVA_REGISTRY names, where a test or a package keeps its
-    /// own; the former alone in a program that runs with the rights of its file (set-user-id,
-    /// file capabilities).
+    /// own; the former alone in a process with more rights than its caller
+    /// (`hasMoreRightsThanCaller`).
     static RegistryStore perMachine();
     /// Below XDG_DATA_HOME or HOME/.local/share where these are absolute, and else in the home
-    /// folder of the effective user in the password database; that one alone for root and for a
-    /// program with the rights of its file, whose environment may be another user's. Without any of
-    /// these there is no such store: its folder is empty, nothing is in it and `refusal` says why.
+    /// folder of the effective user in the password database; that one alone for root, whose
+    /// environment may be another user's. Without any of these, and in a process with more rights
+    /// than its caller, there is no such store: its folder is empty, nothing is in it and `refusal`
+    /// says why.
     static RegistryStore perUser();
-    /// The folder that the environment names for `perUser` where it isn't followed; empty if it is.
+    /// The folder that the environment names for `perUser` where it isn't used; empty if it is.
     static std::filesystem::path passedOverForUser();
 
     /// Creates the key if need be and replaces all its values. False if it can't be written.

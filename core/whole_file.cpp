@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "core/descriptor.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -20,25 +22,9 @@ namespace fs = std::filesystem;
     throw std::runtime_error(doing + ": " + std::generic_category().message(errno));
 }
 
-/// Owns an open file.
-class Descriptor {
-  public:
-    Descriptor(const fs::path& path, int flags, mode_t mode = 0)
-        : number(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode)) {}
-    ~Descriptor() {
-        if (number >= 0) {
-            ::close(number);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    bool isOpen() const { return number >= 0; }
-    int get() const { return number; }
-
-  private:
-    const int number;
-};
+Descriptor openFile(const fs::path& path, int flags, mode_t mode = 0) {
+    return Descriptor(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode));
+}
 
 fs::path temporaryName(const fs::path& target) {
     std::random_device random;
@@ -66,20 +52,21 @@ void setMode(int file, mode_t mode) {
     }
 }
 
-void takeOwner(int file, const fs::path& model) {
-    struct stat status {};
-    if (::stat(model.c_str(), &status) != 0) {
-        return;
+/// The permissions of `old`, and its owner and group as far as the user may give files away. Where
+/// the group can't be kept, the file's group is one that had no rights of its own on it.
+void takePermissions(int file, const struct stat& old) {
+    mode_t mode = old.st_mode & 0777U;
+    if (::fchown(file, old.st_uid, old.st_gid) != 0 &&
+        ::fchown(file, static_cast<uid_t>(-1), old.st_gid) != 0) {
+        mode = (mode & ~static_cast<mode_t>(S_IRWXG)) | (mode & S_IRWXO) << 3;
     }
-    // Whoever may not give a file away becomes its owner.
-    [[maybe_unused]] const int owner = ::fchown(file, status.st_uid, status.st_gid);
-    setMode(file, status.st_mode & 07777U);
+    setMode(file, mode);
 }
 
 /// A file system that can't sync a directory has nothing to sync.
 void syncDirectory(const fs::path& path) {
     const fs::path parent = path.parent_path();
-    const Descriptor directory(parent.empty() ? "." : parent, O_RDONLY | O_DIRECTORY);
+    const Descriptor directory = openFile(parent.empty() ? "." : parent, O_RDONLY | O_DIRECTORY);
     if (!directory.isOpen() || (::fsync(directory.get()) != 0 && errno != EINVAL)) {
         failNow("bringing its directory to the disk");
     }
@@ -89,7 +76,7 @@ void syncDirectory(const fs::path& path) {
 
 std::optional<std::string> readWholeFile(const fs::path& path) {
     // O_NONBLOCK, so that a pipe is refused below and not waited for.
-    const Descriptor file(path, O_RDONLY | O_NONBLOCK);
+    const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
     struct stat status {};
     if (!file.isOpen() && errno == ENOENT) {
         return std::nullopt;
@@ -116,27 +103,35 @@ std::optional<std::string> readWholeFile(const fs::path& path) {
 }
 
 FileReplacement::FileReplacement(fs::path target, const std::string& text, const fs::path& model)
-    : FileReplacement(std::move(target), text, [&](int file) { takeOwner(file, model); }) {}
+    : FileReplacement(std::move(target)) {
+    struct stat old {};
+    if (::stat(model.c_str(), &old) == 0) {
+        write(text, S_IRUSR | S_IWUSR, [&](int file) { takePermissions(file, old); });
+    } else {
+        constexpr mode_t asOthersMake = 0666;  // less what the process's mask takes away
+        write(text, asOthersMake, [](int) {});
+    }
+}
 
 FileReplacement::FileReplacement(fs::path target, const std::string& text, mode_t permissions)
-    : FileReplacement(std::move(target), text, [&](int file) { setMode(file, permissions); }) {}
+    : FileReplacement(std::move(target)) {
+    write(text, S_IRUSR | S_IWUSR, [&](int file) { setMode(file, permissions); });
+}
 
-FileReplacement::FileReplacement(fs::path target, const std::string& text,
-                                 const std::function<void(int)>& setPermissions)
-    : path(std::move(target)), temporary(temporaryName(path)) {
-    const Descriptor file(temporary, O_WRONLY | O_CREAT | O_EXCL, 0666);
+FileReplacement::FileReplacement(fs::path target)
+    : path(std::move(target)), temporary(temporaryName(path)) {}
+
+/// Nobody may read it who may not read it at its end, so it begins with the fewest permissions.
+void FileReplacement::write(const std::string& text, mode_t first,
+                            const std::function<void(int)>& setPermissions) {
+    const Descriptor file = openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, first);
     if (!file.isOpen()) {
         failNow("creating a file in its directory");
     }
-    try {
-        writeAll(file, text);
-        setPermissions(file.get());
-        if (::fsync(file.get()) != 0) {
-            failNow("bringing it to the disk");
-        }
-    } catch (...) {
-        ::unlink(temporary.c_str());
-        throw;
+    writeAll(file, text);
+    setPermissions(file.get());
+    if (::fsync(file.get()) != 0) {
+        failNow("bringing it to the disk");
     }
 }
 

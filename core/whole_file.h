@@ -19,8 +19,8 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& path);
 /// process that is killed meanwhile may leave a PATH.XXXXXXXX.tmp behind, which disturbs nobody.
 class FileReplacement {
   public:
-    /// The new file gets the permissions of `model`, and its owner as far as the user may, if there
-    /// is such a file.
+    /// The new file gets the permissions of `model`, and its owner and group as far as the user may
+    /// give files away, if there is such a file. Nobody may read it before who may not after.
     FileReplacement(std::filesystem::path target, const std::string& text,
                     const std::filesystem::path& model);
     /// Or with these permissions, whatever the process's mask.
@@ -33,9 +33,10 @@ class FileReplacement {
     void commit();
 
   private:
-    /// `setPermissions` gets the descriptor of the new file.
-    FileReplacement(std::filesystem::path target, const std::string& text,
-                    const std::function<void(int)>& setPermissions);
+    explicit FileReplacement(std::filesystem::path target);
+    /// `setPermissions` gets the descriptor of the new file, which has those of `first`.
+    void write(const std::string& text, mode_t first,
+               const std::function<void(int)>& setPermissions);
 
     const std::filesystem::path path;
     const std::filesystem::path temporary;  // gone when committed

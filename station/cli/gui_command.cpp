@@ -8,14 +8,18 @@
 #include <string>
 #include <vector>
 
+#include "core/trusted_path.h"
 #include "station/cli/commands.h"
+#include "station/permission.h"
 
 namespace station {
 namespace {
 
 constexpr const char* about = R"(Opens the desktop: modules and channels, measurements, live values.
 
-It is a program of its own, cmp-station-gui, beside this one.)";
+It is a program of its own, cmp-station-gui, beside this one. Where this one has the right to
+capture and its user hasn't (setcap), the desktop inherits it, and of the environment only what names
+display, home folder and language.)";
 
 struct GuiOptions {
     std::string setup;
@@ -28,6 +32,10 @@ ExitCode start(const GuiOptions& options) {
     std::error_code error;
     const std::filesystem::path program =
         std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "cmp-station-gui";
+    const TrustedPath file(program, TrustedUsers::UserAndProgram);
+    if (!file.refusal().empty()) {
+        throw UserError(ExitCode::Failed, "the desktop program isn't started: " + file.refusal());
+    }
     std::vector<std::string> words{program.string()};
     const auto add = [&](const char* name, const std::string& value) {
         if (!value.empty()) {
@@ -40,6 +48,7 @@ ExitCode start(const GuiOptions& options) {
     std::vector<char*> arguments(words.size() + 1, nullptr);
     std::transform(words.begin(), words.end(), arguments.begin(),
                    [](std::string& word) { return word.data(); });
+    passOnCaptureRight();
     ::execv(program.c_str(), arguments.data());
     throw UserError(ExitCode::Failed, "can't start the desktop program " + program.string() + ": " +
                                           std::strerror(errno));

@@ -2,6 +2,7 @@
 #include <exception>
 
 #include "station/cli/commands.h"
+#include "station/permission.h"
 #include "station/terminal_text.h"
 
 #ifndef CMP_VERSION
@@ -50,6 +51,7 @@ int execute(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     station::holdStandardDescriptors();
+    station::keepRightsToItself();
     try {
         return execute(argc, argv);
     } catch (const station::UserError& error) {

@@ -1,11 +1,12 @@
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
+#include "core/string_helper.h"
 #include "core/trusted_path.h"
 #include "host/plugin.h"
 #include "station/cli/commands.h"
@@ -24,7 +25,8 @@ constexpr const char* about =
 
 A plug-in is found for this user before all users. Registering for all users needs the right to
 write below /usr/local/share; --user needs none. A plug-in that others than you and root could
-change is neither registered nor loaded.)";
+change is neither registered nor loaded. With a capability of its own (setcap) this program uses
+only what root alone can change, and nothing that is registered for a user.)";
 
 constexpr const char* examples = R"(
 Examples:
@@ -40,12 +42,17 @@ struct PluginsOptions {
     bool json = false;
 };
 
-bool isRegistered(const fs::path& module, bool forUser) {
-    const auto plugins = registeredPlugins();
-    return std::any_of(plugins.begin(), plugins.end(), [&](const RegisteredPlugin& plugin) {
+/// The entry of that file, which may be gone.
+std::optional<RegisteredPlugin> findRegistered(const fs::path& module, bool forUser) {
+    for (RegisteredPlugin& plugin : registeredPlugins()) {
         std::error_code error;
-        return plugin.forUser == forUser && fs::equivalent(plugin.module, module, error);
-    });
+        if (plugin.forUser == forUser && !plugin.module.empty() &&
+            (fs::equivalent(plugin.module, module, error) ||
+             plugin.module == fs::weakly_canonical(fs::absolute(module), error))) {
+            return std::move(plugin);
+        }
+    }
+    return std::nullopt;
 }
 
 RegistryStore storeOf(bool forUser) {
@@ -58,23 +65,36 @@ std::string whereItStands(bool forUser) {
 
 /// The module doesn't tell that it left the store alone.
 void requireStore(bool forUser) {
-    const std::string refusal = storeOf(forUser).refusal("SOFTWARE\\Kestrova\\Plugins");
+    const std::string refusal = storeOf(forUser).refusal(registeredPluginsKey);
     if (!refusal.empty()) {
         throw UserError(ExitCode::Failed, "the registered plug-ins can't be changed: " + refusal);
+    }
+}
+
+/// As long as an entry can hold; what isn't UTF-8 would become an empty one.
+void requireRegistrable(const std::string& path) {
+    constexpr std::size_t longestPath = 2048;
+    const std::wstring text = Kestrova::Utils::Kcom::StringHelper::ToWide(path);
+    if (text.empty() || text.size() > longestPath) {
+        throw UserError(
+            ExitCode::WrongUse,
+            fmt::format("{} can't be registered: its path {}", path,
+                        text.empty() ? "isn't UTF-8" : "is longer than 2048 characters"));
     }
 }
 
 /// The module doesn't tell whether it could write; what is there afterwards does.
 void registerModule(const fs::path& module, bool forUser) {
     requireStore(forUser);
-    const std::string distrust = reasonForDistrust(fs::absolute(module));
-    if (!distrust.empty()) {
+    const TrustedPath file(fs::absolute(module), TrustedUsers::User);
+    if (!file.refusal().empty()) {
         throw UserError(ExitCode::Failed,
                         fmt::format("{} isn't registered, as it would not be loaded: {}",
-                                    module.string(), distrust));
+                                    module.string(), file.refusal()));
     }
-    PluginModule(module).registerPlugin(forUser);
-    if (!isRegistered(module, forUser)) {
+    requireRegistrable(file.isFile() ? file.resolved().string() : module.string());
+    PluginModule(module, TrustedUsers::User).registerPlugin(forUser);
+    if (!findRegistered(module, forUser)) {
         throw UserError(
             ExitCode::Failed,
             fmt::format("{} could not be registered in {}: check the permissions there{}",
@@ -83,10 +103,25 @@ void registerModule(const fs::path& module, bool forUser) {
     }
 }
 
+/// By the module itself, or without it where it is gone or may not be loaded.
+void removeEntry(const RegisteredPlugin& plugin) {
+    try {
+        PluginModule(plugin.module, TrustedUsers::User).unregisterPlugin(plugin.forUser);
+    } catch (const PluginError&) {
+        storeOf(plugin.forUser).remove(fmt::format("{}\\{}", registeredPluginsKey, plugin.key));
+    }
+}
+
 void unregisterModule(const fs::path& module, bool forUser) {
     requireStore(forUser);
-    PluginModule(module).unregisterPlugin(forUser);
-    if (isRegistered(module, forUser)) {
+    const auto plugin = findRegistered(module, forUser);
+    if (!plugin) {
+        throw UserError(ExitCode::Failed,
+                        fmt::format("{} isn't registered {}; \"cmp-station plugins\" lists what is",
+                                    module.string(), forUser ? "for this user" : "for all users"));
+    }
+    removeEntry(*plugin);
+    if (findRegistered(module, forUser)) {
         throw UserError(
             ExitCode::Failed,
             fmt::format("{} is still registered in {}: check the permissions there{}",
@@ -109,7 +144,8 @@ std::string toTable(const std::vector<RegisteredPlugin>& plugins) {
         text += fmt::format("{} {} ({}, {}), for {}\n  {}\n  class {}\n  module {}{}\n",
                             plugin.name, plugin.version, plugin.group, plugin.vendor,
                             plugin.forUser ? "this user" : "all users", plugin.description,
-                            plugin.classId, plugin.module.string(), there ? "" : " (not there)");
+                            plugin.classId, printable(plugin.module.string()),
+                            there ? "" : " (not there)");
         if (!plugin.refusal.empty()) {
             text += fmt::format("  not loaded: {}\n", plugin.refusal);
         }
@@ -159,10 +195,12 @@ void addPluginsCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<PluginsOptions>();
     CLI::App* const command = app.add_subcommand("plugins", about);
     command->footer(examples);
-    auto* const add =
-        command->add_option("--register", options->add, "Register this module")->type_name("FILE");
+    auto* const add = command->add_option("--register", options->add, "Register this module")
+                          ->type_name("FILE")
+                          ->check(notEmpty());
     command->add_option("--unregister", options->remove, "Take this module out")
         ->type_name("FILE")
+        ->check(notEmpty())
         ->excludes(add);
     command->add_flag("--user", options->user, "For this user and not for all");
     command->add_flag("--json", options->json, "List as JSON");

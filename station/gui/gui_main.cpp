@@ -5,6 +5,7 @@
 
 #include "station/errors.h"
 #include "station/gui/main_window.h"
+#include "station/permission.h"
 #include "station/stop_signal.h"
 #include "station/terminal_text.h"
 
@@ -69,8 +70,13 @@ int execute(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     station::holdStandardDescriptors();
+    station::keepRightsToItself();
     try {
+        station::guardDesktop();
         return execute(argc, argv);
+    } catch (const station::UserError& error) {
+        station::printMessage(error.what());
+        return static_cast<int>(error.getCode());
     } catch (const std::exception& error) {
         station::printMessage(error.what());
         return static_cast<int>(ExitCode::Failed);

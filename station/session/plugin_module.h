@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 
+#include "core/trusted_path.h"
 #include "host/counted_ref.h"
 #include "host/plugin.h"
 
@@ -14,7 +15,8 @@ namespace station {
 /// All operations throw `PluginError` with a text for the user.
 class PluginModule {
   public:
-    explicit PluginModule(const std::filesystem::path& file);
+    /// Loads nothing that others than these users could have changed (`TrustedPath`).
+    PluginModule(const std::filesystem::path& file, TrustedUsers trusted);
     ~PluginModule();
     PluginModule(const PluginModule&) = delete;
     PluginModule& operator=(const PluginModule&) = delete;

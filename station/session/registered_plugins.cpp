@@ -11,8 +11,6 @@
 namespace station {
 namespace {
 
-constexpr const char* pluginsKey = "SOFTWARE\\Kestrova\\Plugins";
-
 std::string textOf(const std::optional<RegistryStore::Values>& values, const wchar_t* name) {
     if (values) {
         const auto value = values->find(name);
@@ -26,8 +24,8 @@ std::string textOf(const std::optional<RegistryStore::Values>& values, const wch
 }
 
 void addPlugins(const RegistryStore& store, bool forUser, std::vector<RegisteredPlugin>& plugins) {
-    for (const std::string& key : store.keysBelow(pluginsKey)) {
-        const std::string path = fmt::format("{}\\{}", pluginsKey, key);
+    for (const std::string& key : store.keysBelow(registeredPluginsKey)) {
+        const std::string path = fmt::format("{}\\{}", registeredPluginsKey, key);
         const auto values = store.read(path);
         RegisteredPlugin plugin{forUser,
                                 key,
@@ -68,19 +66,32 @@ std::vector<RegisteredPlugin> registeredPlugins() {
     return plugins;
 }
 
-std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId) {
+std::string missingText(const RegisteredPlugin& plugin) {
+    return fmt::format(
+        "the registered plug-in {0} isn't there any more: register another one, or take it out "
+        "with "
+        "cmp-station plugins --unregister \"{0}\"{1}",
+        plugin.module.string(), plugin.forUser ? " --user" : "");
+}
+
+std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId,
+                                           const std::function<void(const std::string&)>& tell) {
     const std::string wanted = toText(classId);
     for (RegisteredPlugin& plugin : registeredPlugins()) {
-        std::error_code error;
         if (!plugin.refusal.empty() && (plugin.classId.empty() || plugin.classId == wanted)) {
             throw PluginError(fmt::format(
                 "the registered plug-in {} isn't loaded: {}. Change that, or name the "
                 "plug-in's file with --plugin FILE",
                 plugin.module.empty() ? plugin.key : plugin.module.string(), plugin.refusal));
         }
-        if (plugin.classId == wanted && std::filesystem::exists(plugin.module, error)) {
+        if (plugin.classId != wanted) {
+            continue;
+        }
+        std::error_code error;
+        if (std::filesystem::exists(plugin.module, error)) {
             return std::move(plugin);
         }
+        tell(missingText(plugin));
     }
     return std::nullopt;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,15 +27,21 @@ struct RegisteredPlugin {
     std::string refusal;
 };
 
+/// The key below which plug-ins are registered, a key for each.
+inline constexpr const char* registeredPluginsKey = "SOFTWARE\\Kestrova\\Plugins";
+
 /// The identifier as a registry and a setup have it, in braces.
 std::string toText(const InterfaceId& id);
 
 /// All that are registered, this user's before the machine's.
 std::vector<RegisteredPlugin> registeredPlugins();
-/// The first one of that class whose module is there. Throws `PluginError` if that one isn't to be
-/// loaded, or one before it whose class can't be known: what the user has registered isn't
-/// replaced by something else in silence.
-std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId);
+/// For the user, of one whose module is missing.
+std::string missingText(const RegisteredPlugin& plugin);
+/// The first one of that class whose module is there; `tell` gets a text for each before it whose
+/// module is missing. Throws `PluginError` if that one isn't to be loaded, or one before it whose
+/// class can't be known: what the user has registered isn't replaced by something else in silence.
+std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId,
+                                           const std::function<void(const std::string&)>& tell);
 /// Tells the user of a store that the environment names and that isn't looked at because of the
 /// rights of this process (`RegistryStore::perUser`); empty if there is none.
 std::string passedOverText();

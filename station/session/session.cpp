@@ -25,21 +25,26 @@ constexpr const wchar_t* idName = L"id";
 constexpr const wchar_t* settingsName = L"Settings";
 constexpr const wchar_t* channelsName = L"Channels";
 
-fs::path choosePlugin(const SessionOptions& options) {
+/// Loads the plug-in that is named, else the one that is registered, else the one beside the
+/// program.
+std::unique_ptr<PluginModule> loadPlugin(const SessionOptions& options) {
     if (!options.plugin.empty()) {
-        return options.plugin;
+        return std::make_unique<PluginModule>(options.plugin, TrustedUsers::UserAndProgram);
     }
-    const std::string passedOver = passedOverText();
-    if (!passedOver.empty() && options.onError) {
-        options.onError(passedOver);
-    }
-    if (const auto registered = findPlugin(cmpPluginClassId)) {
-        return registered->module;
+    const auto tell = [&](const std::string& text) {
+        if (!text.empty() && options.onError) {
+            options.onError(text);
+        }
+    };
+    tell(passedOverText());
+    if (const auto registered = findPlugin(cmpPluginClassId, tell)) {
+        return std::make_unique<PluginModule>(registered->module, TrustedUsers::User);
     }
     std::error_code error;
-    fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / "cmp_plugin.so";
+    const fs::path beside =
+        fs::read_symlink("/proc/self/exe", error).parent_path() / "cmp_plugin.so";
     if (fs::exists(beside, error)) {
-        return beside;
+        return std::make_unique<PluginModule>(beside, TrustedUsers::UserAndProgram);
     }
     throw PluginError(fmt::format(
         "there is no plug-in: none is registered, and there is no {}; register one with "
@@ -110,14 +115,14 @@ Channel describe(const ListedChannel& listed, StationHost& host) {
 
 }  // namespace
 
-Session::Session(SessionOptions options) : pluginModule(choosePlugin(options)) {
+Session::Session(SessionOptions options) : pluginModule(loadPlugin(options)) {
     StationHostOptions hostOptions;
     hostOptions.sampleRate = options.sampleRate;
     hostOptions.documentFactory = makeObject<SetupDocumentFactory>();
     hostOptions.onError = std::move(options.onError);
     stationHost = makeObject<StationHost>(counter, std::move(hostOptions));
     pluginDriver =
-        std::make_unique<PluginDriver>(pluginModule.create(cmpPluginClassId), stationHost);
+        std::make_unique<PluginDriver>(pluginModule->create(cmpPluginClassId), stationHost);
     pluginDriver->connect();
     document = makeObject<SetupDocument>(false);
     document->SetRootElement(newElement(rootName).get());

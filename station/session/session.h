@@ -94,7 +94,7 @@ class Session {
     void putSection();
 
     const SteadyPerformanceCounter counter;
-    const PluginModule pluginModule;
+    const std::unique_ptr<PluginModule> pluginModule;
     CountedRef<StationHost> stationHost;
     std::unique_ptr<PluginDriver> pluginDriver;
     CountedRef<SetupDocument> document;

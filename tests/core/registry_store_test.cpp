@@ -1,9 +1,13 @@
 #include "core/registry_store.h"
 
+#include <fcntl.h>
+#include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include "core/trusted_path.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
@@ -89,18 +93,20 @@ TEST_F(RegistryStoreTest, WhatOthersCouldChangeIsLeftAloneWithTheReason) {
     fs::create_symlink("loop", folder.path() / "loop");
     EXPECT_EQ(RegistryStore(folder.path() / "loop").refusal(key), "") << "nobody can open it";
     const uid_t user = geteuid();
-    using Row = std::tuple<fs::path, mode_t, uid_t, std::string>;
-    const std::string written = " can be written";
-    const std::string his = " belongs to user 12345, who can change it (\"chown " +
-                            std::string(getpwuid(user)->pw_name) + '"';
-    for (const auto& [place, mode, owner, reason] :
-         {Row(file, 0664, user, written), Row(file, 0646, user, written),
-          Row(file, 01666, user, written), Row(part, 0775, user, written),
-          Row(part, 01777, user, ""), Row(file, 0644, otherUser, his),
-          Row(part, 0755, otherUser, his), Row(absolute, 0755, otherUser, his),
-          Row(linked, 0755, otherUser, his)}) {
+    const gid_t group = getegid();  // in which there is nobody else, or others
+    const bool hasGroup = std::string(getgrgid(group)->gr_name) == getpwuid(user)->pw_name;
+    using Row = std::tuple<fs::path, mode_t, uid_t, gid_t, std::string>;
+    const std::string written = " can be written by others than its owner (\"chmod go-w '";
+    const std::string his = " belongs to user 12345, who can change it";
+    for (const auto& [place, mode, owner, owners, reason] :
+         {Row(file, 0664, user, group, hasGroup ? "" : written),
+          Row(file, 0664, user, otherUser, written), Row(file, 0646, user, group, written),
+          Row(file, 01666, user, group, written), Row(part, 0775, user, otherUser, written),
+          Row(part, 01777, user, otherUser, ""), Row(file, 0644, otherUser, group, his),
+          Row(part, 0755, otherUser, group, his), Row(absolute, 0755, otherUser, group, his),
+          Row(linked, 0755, otherUser, group, his)}) {
         chmod(place.c_str(), mode);
-        if (lchown(place.c_str(), owner, owner) != 0) {
+        if (lchown(place.c_str(), owner, owners) != 0) {
             continue;  // only root can give files away
         }
         const bool good = reason.empty();
@@ -110,9 +116,43 @@ TEST_F(RegistryStoreTest, WhatOthersCouldChangeIsLeftAloneWithTheReason) {
         EXPECT_FALSE(!good && found.remove(key));
         EXPECT_TRUE(seteuid(owner) == 0 && (owner == user || found.refusal(key).empty()));
         EXPECT_TRUE(owner == user || place == part || !found.write(key, {})) << "not his folder";
-        EXPECT_TRUE(seteuid(user) == 0 && lchown(place.c_str(), user, user) == 0);
+        EXPECT_TRUE(seteuid(user) == 0 && lchown(place.c_str(), user, group) == 0);
         chmod(place.c_str(), place == file ? 0644 : 0755);
     }
+}
+
+TEST_F(RegistryStoreTest, WhatIsOpenedIsWhatWasJudgedAndNothingThatComesLater) {
+    const auto look = [&](const fs::path& path) {
+        return TrustedPath(folder.path() / path, TrustedUsers::UserAndProgram);
+    };
+    put("1");
+    fs::create_symlink("SOFTWARE/Maker/../Maker", folder.path() / "a '");
+    const TrustedPath there = look("a '/Part/values");
+    EXPECT_EQ(there.resolved(), file);
+    fs::rename(file, folder.path() / "away");
+    put("2");
+    EXPECT_TRUE(there.isFile() && contentOf(there.opened()) == "1");
+    fs::remove(file);
+    mkfifo((folder.path() / "pipe").c_str(), 0644);
+    for (const char* path : {"a '/Part/values", "a '/Part", "pipe", "away/x", "none/x"}) {
+        EXPECT_FALSE(look(path).isFile() || !look(path).refusal().empty()) << path;
+    }
+    // As the system follows it, this link of /proc leads to a file that has no name any more.
+    const int open = ::open((folder.path() / "away").c_str(), O_RDONLY);
+    fs::remove(folder.path() / "away");
+    EXPECT_FALSE(look("/proc/self/fd/" + std::to_string(open)).isFile());
+    close(open);
+    chmod(folder.path().c_str(), 0757);
+    EXPECT_THAT(look("a '/x").refusal(), testing::HasSubstr("\"chmod go-w '"));
+    chmod(folder.path().c_str(), 0700);
+    // A list by which another user may write shows in the bits of the group.
+    put("");
+    chmod(file.c_str(), 0664);
+    const std::array<std::uint16_t, 22> list = {2,      0,      1,    6, 0xFFFF, 0xFFFF, 2,    6,
+                                                7777,   0,      4,    4, 0xFFFF, 0xFFFF, 0x10, 6,
+                                                0xFFFF, 0xFFFF, 0x20, 4, 0xFFFF, 0xFFFF};
+    ASSERT_EQ(setxattr(file.c_str(), "system.posix_acl_access", &list, sizeof list, 0), 0);
+    EXPECT_THAT(look("SOFTWARE/Maker/Part/values").refusal(), testing::HasSubstr("others"));
 }
 
 TEST(UserStore, EnvironmentIsFollowedByOrdinaryUsersOnlyAndNeverRelative) {

@@ -125,6 +125,42 @@ class Setups(Case):
         self.assertRegex(self.expect(1, "plugins", "--register", lab.PLUGIN, env=variables)[1],
                          re.escape(str(unwritable)))
 
+    def test_odd_files_are_registered_taken_out_or_refused_with_the_reason(self):
+        folder = self.path("odd")
+        folder.mkdir()
+        pipe, library, link = folder / "pipe", lab.BIN / "libkvrtcoretypes-64-1.so", folder / "link"
+        os.mkfifo(pipe)
+        link.symlink_to(lab.PLUGIN)
+        variables = {**os.environ, "KESTROVA_REGISTRY": str(self.path("store"))}
+
+        def plugins(code, *words, **more):
+            output, errors = self.expect(code, "plugins", *words, env=variables, **more)
+            return [plugin["module"] for plugin in json.loads(output) if not plugin["user"]] if output else errors
+
+        for code, path, told in ((2, "", "it is empty"), (3, folder, "it is no file"), (3, pipe, "it is no file"),
+                                 (3, folder / "none", "there is no such file"), (3, library, "is no plug-in"),
+                                 (2, shutil.copy(lab.PLUGIN, folder / "\udcff.so"), "isn't UTF-8")):
+            self.assertIn(told, "".join(self.expect(code, "plugins", "--register", path, env=variables)))
+        for path, module, where in (("cmp_plugin.so", lab.PLUGIN, "/run"), (link, lab.PLUGIN, "/"),
+                                    (shutil.copy(lab.PLUGIN, folder / "a b\n'c\".so"), folder / "a b\n'c\".so", "/")):
+            self.assertEqual(plugins(0, "--json", "--register", path, cwd=where), [str(module)])
+            self.assertIn("isn't registered", plugins(1, "--unregister", library))
+            self.assertEqual(plugins(0, "--json"), [str(module)])
+            self.assertEqual(plugins(0, "--json", "--unregister", path, cwd=where), [])
+        plugins(0, "--json", "--register", module)
+        self.assertIn("a b?'c", self.expect(0, "plugins", env=variables)[0])
+        module.chmod(0o666)
+        self.expect(0, "plugins", "--unregister", lab.PLUGIN, "--user")
+        self.addCleanup(self.expect, 0, "plugins", "--register", lab.PLUGIN, "--user")
+        new = ["setup", "new", self.path("a")]
+        self.assertIn("\"chmod go-w '", self.expect(1, *new, env=variables)[1])
+        self.assertEqual(plugins(0, "--json", "--unregister", module), [])
+        module.chmod(0o644)
+        plugins(0, "--json", "--register", module)
+        module.unlink()
+        self.assertIn("isn't there any more", self.expect(0, *new, env=variables)[1])
+        self.assertEqual(plugins(0, "--json", "--unregister", module), [])
+
     def test_what_another_user_has_registered_is_not_loaded(self):
         his, program = self.path("his"), self.path("program")
         store, module = his / ".local/share/kestrova/registry", his / "plugin.so"

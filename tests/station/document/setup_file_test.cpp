@@ -1,6 +1,7 @@
 #include "station/document/setup_file.h"
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -74,6 +75,38 @@ TEST_F(SetupFileTest, KeepsTheLastGoodFileAsBackupAndAStepBehind) {
     EXPECT_EQ(contentOf(backup), first);
 }
 
+TEST_F(SetupFileTest, SavedFileKeepsItsPermissionsAndOwnerAndGivesNobodyMore) {
+    using Row = std::tuple<uid_t, mode_t, uid_t, gid_t, mode_t>;
+    save(L"first");
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    constexpr uid_t other = 12345;
+    constexpr gid_t foreign = 7777;  // in which that one isn't
+    const mode_t mask = umask(0);
+    int number = 0;
+    for (const auto& [saver, mode, owner, owners, expected] :
+         {Row(user, 0640, user, group, 0640), Row(user, 0600, other, other, 0600),
+          Row(other, 0664, user, other, 0664), Row(other, 0664, user, foreign, 0644),
+          Row(other, 0667, user, foreign, 0677)}) {
+        chmod(path.c_str(), mode);
+        if (::chown(path.c_str(), owner, owners) != 0) {
+            continue;  // only root can give files away
+        }
+        chmod(directory.c_str(), 0777);
+        ASSERT_TRUE(setegid(saver == user ? group : other) == 0 && seteuid(saver) == 0);
+        save(std::to_wstring(++number));
+        ASSERT_TRUE(seteuid(user) == 0 && setegid(group) == 0);
+        for (const fs::path& file : {path, backup}) {
+            struct stat now {};
+            ASSERT_EQ(::stat(file.c_str(), &now), 0);
+            EXPECT_EQ(now.st_mode & 07777U, expected) << file << std::oct << mode;
+            EXPECT_EQ(now.st_uid, saver == user ? owner : saver);
+            EXPECT_EQ(now.st_gid, saver == user ? owners : other);
+        }
+    }
+    umask(mask);
+}
+
 TEST_F(SetupFileTest, FileCutAtAnyLengthIsRefusedWithItsPlaceAndNeverOverwritten) {
     save(L"first");
     save(L"second");
@@ -138,6 +171,7 @@ TEST_F(SetupFileTest, FullDiskOrNoPlaceForTheBackupLeavesAllAsItWas) {
 
 TEST_F(SetupFileTest, WriterKilledAtAnyMomentLeavesAWholeFileAndHindersNobody) {
     save(L"first");
+    chmod(path.c_str(), 0600);
     for (int round = 0; round < 30; ++round) {
         const pid_t writer = ::fork();
         if (writer == 0) {
@@ -153,6 +187,16 @@ TEST_F(SetupFileTest, WriterKilledAtAnyMomentLeavesAWholeFileAndHindersNobody) {
         if (fs::exists(backup)) {
             ASSERT_NO_THROW(SetupFile(backup).load());
         }
+    }
+    const pid_t writer = ::fork();  // which dies with half of it written
+    if (writer == 0) {
+        const rlimit small{16384, RLIM_INFINITY};
+        ::setrlimit(RLIMIT_FSIZE, &small);
+        SetupFile(path).save(*documentNamed(L"large", 100'000));
+    }
+    ::waitpid(writer, nullptr, 0);
+    for (const auto& file : fs::directory_iterator(directory)) {
+        EXPECT_EQ(file.status().permissions(), fs::perms{0600}) << file.path();
     }
     const std::string last = contentOf(path);
     std::ofstream(directory / "bench.xml.0badf00d.tmp") << "<Setup versi";
