@@ -65,6 +65,7 @@ class RecordingQueue {
     const std::shared_ptr<Shared> shared;
     const std::size_t limit;
     std::unique_ptr<Chunk> current;      ///< null without recordings
+    std::vector<std::uint64_t> given;    ///< to `write`, by channel
     std::vector<std::uint64_t> dropped;  ///< by channel, since the last chunk went
     std::uint64_t droppedTold = 0;
     std::uint64_t droppedInAll = 0;

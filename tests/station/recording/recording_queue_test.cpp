@@ -73,6 +73,8 @@ TEST_F(RecordingQueueTest, FrozenDiskHoldsUpNobodyAndWhatFindsNoRoomIsCounted) {
     EXPECT_THAT(queue->flush(), ElementsAre(HasSubstr("found no room")));
     EXPECT_THAT(queue->flush(), IsEmpty()) << "said already";
     EXPECT_TRUE(queue->hasLost());
+    EXPECT_EQ(state().lost, 50U);
+    EXPECT_EQ(state().channels.at(1).lost, 25U);
     frozen.unlock();
     while (state().records == 0) {
         std::this_thread::sleep_for(1ms);
@@ -83,6 +85,9 @@ TEST_F(RecordingQueueTest, FrozenDiskHoldsUpNobodyAndWhatFindsNoRoomIsCounted) {
     EXPECT_THAT(close(), IsEmpty());
     EXPECT_GE(state().records, limit / 100);
     EXPECT_EQ(state().records + state().lost, sent);
+    for (const auto& channel : state().channels) {
+        EXPECT_EQ(channel.records + channel.lost, sent / 2);
+    }
     // The identifiers rise, and what came when there was room again is there.
     std::ifstream log(path);
     std::int64_t last = -1;
