@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <bit>
 #include <chrono>
+#include <utility>
 
 #include "capture/cmp_device.h"
 
-DeviceDirectory::DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& devices)
-    : deviceList(devices) {}
+DeviceDirectory::DeviceDirectory(std::vector<std::shared_ptr<CmpDevice>> devices)
+    : deviceList(std::move(devices)) {}
 
 void DeviceDirectory::makeTable() const {
     constexpr std::size_t cmIds = 0x10000;

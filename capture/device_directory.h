@@ -28,7 +28,7 @@ class DeviceDirectory {
     DeviceDirectory() = default;
     /// `devices` in list order: of two with the same CM ID, or two channels with the same interface
     /// ID in one device, the first gets the messages.
-    explicit DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& devices);
+    explicit DeviceDirectory(std::vector<std::shared_ptr<CmpDevice>> devices);
 
     /// Makes the table of ways, unless it is there; before the first `find`. Any thread.
     void prepare() const {

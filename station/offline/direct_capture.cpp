@@ -67,13 +67,12 @@ void DirectCapture::addModule(const Module& option) {
     if (!option.name.empty()) {
         device->setName(option.name);
     }
-    for (const auto& other : modules) {
-        if (other->getCmId() == device->getCmId()) {
-            throw UserError(
-                fmt::format("\"{}\" and \"{}\" both listen to CM ID 0x{:X}; give them different "
-                            "ConfigIds",
-                            other->getName(), device->getName(), device->getCmId()));
-        }
+    const auto [other, isNew] = moduleOfCmId.try_emplace(device->getCmId(), device);
+    if (!isNew) {
+        throw UserError(
+            fmt::format("\"{}\" and \"{}\" both listen to CM ID 0x{:X}; give them different "
+                        "ConfigIds",
+                        other->second->getName(), device->getName(), device->getCmId()));
     }
     device->createOutputs();
     modules.push_back(device);

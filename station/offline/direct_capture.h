@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -67,6 +68,7 @@ class DirectCapture final : private SampleSink {
     DirectOutputs outputs;
     CmpPacketReader reader;
     std::vector<std::shared_ptr<CmpDevice>> modules;
+    std::map<std::uint16_t, std::shared_ptr<CmpDevice>> moduleOfCmId;
     std::vector<Channel> channels;  ///< by index of the output
     UniqueNames names;              ///< modules of one type have the same one until they get others
     StandingClocks standing;

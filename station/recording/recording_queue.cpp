@@ -181,8 +181,18 @@ void RecordingQueue::write(std::size_t channel, std::int64_t utcNanoseconds, con
         record);
 }
 
+/// From here on the thread says how the recordings do; up to here they have what `addChannel` gave
+/// them.
+void RecordingQueue::handOver() {
+    if (!std::exchange(isHandedOver, true) && current) {
+        const LockGuard guard(shared->lock);
+        shared->states = shared->recordings->summarize();
+    }
+}
+
 /// Gives the chunk to the thread and takes another one. False where that would be too much.
 bool RecordingQueue::passOn(bool evenIfFull) {
+    handOver();
     const LockGuard guard(shared->lock);
     if (shared->bytes + chunkSize > limit && !evenIfFull) {
         return false;
@@ -207,6 +217,7 @@ bool RecordingQueue::passOn(bool evenIfFull) {
 }
 
 std::vector<std::string> RecordingQueue::flush() {
+    handOver();
     if (current && !current->bytes.empty()) {
         passOn(false);
     }
