@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr std::array<std::int32_t, 26> events = {105, 106, 110, 111, 113, 115, 117, 118, 129,
-                                                 130, 131, 133, 134, 136, 154, 156, 157, 158,
-                                                 159, 169, 173, 177, 178, 180, 182, 186};
+constexpr std::array<std::int32_t, 26> eventNumbers = {105, 106, 110, 111, 113, 115, 117, 118, 129,
+                                                       130, 131, 133, 134, 136, 154, 156, 157, 158,
+                                                       159, 169, 173, 177, 178, 180, 182, 186};
 constexpr std::array<const wchar_t*, 4> types = {L"CAN combo", L"LIN combo", L"NeoviFire3",
                                                  L"no type"};
 constexpr std::size_t mostSteps = 64;
@@ -86,7 +86,7 @@ class Life : PluginBench {
     }
 
     void sendEvent() {
-        const std::int32_t number = events[input.byte() % events.size()];
+        const std::int32_t number = eventNumbers[input.byte() % eventNumbers.size()];
         HostVariant value;
         value.type = HostVariantType(input.byte() % 32);
         if (value.type == HostVariantType::Boolean) {

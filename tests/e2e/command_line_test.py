@@ -93,7 +93,7 @@ class CommandLine(Case):
         for path in (recording, frames):
             path.write_text("kept")
         simulate = [lab.SIMULATOR, "--write", frames, "--module", *CAN, "--messages", "9", "--duration"]
-        self.assertIn("--overwrite", self.expect(2, "convert", self.stored, recording)[1])
+        self.assertIn("--overwrite", self.expect(1, "convert", self.stored, recording)[1])
         self.expect(2, "convert", self.stored, recording, "--overwrite", "--module", "CAN box:5")
         self.expect(2, "run", "--record", recording, "--overwrite", "--module", "CAN box:5")
         for words, told in (([*simulate, "1"], "--overwrite"), ([*simulate, "nan", "--overwrite"], "nan")):

@@ -88,7 +88,7 @@ TEST_F(SessionTest, WhatCannotBeSaysWhatThereIs) {
     editSaved("<value key=\"ClockId\">1<", "<value key=\"ClockId\">0<");
     EXPECT_THAT(session->findSharedIds(),
                 Contains(HasSubstr("\"Front\" and \"Doors\" have one clock")));
-    EXPECT_THAT(told, Contains(HasSubstr("setup.xml, line 20: the ClockId 0 is that of line 12")));
+    EXPECT_THAT(told, Contains(HasSubstr("setup.xml, line 21: the ClockId 0 is that of line 13")));
 }
 
 TEST_F(SessionTest, TwoBusesOfOneOutputStayAsTheSetupHasThem) {
