@@ -23,8 +23,8 @@ struct RecordingSummary {
     std::uint64_t records = 0;
     std::uint64_t bytes = 0;
     std::uint64_t lost = 0;
-    std::string error;              ///< empty: none
-    std::vector<Channel> channels;  ///< in the order in which they were added
+    std::string error;                   ///< empty: none
+    std::vector<Channel> channels = {};  ///< in the order in which they were added
 };
 
 /// The recordings of one measurement. Each has all channels that its format can hold. One that
