@@ -161,8 +161,7 @@ void LateHandle::forgetEnded(const NetworkLinks& present) {
     for (auto entry = captured.begin(); entry != captured.end();) {
         const auto& [name, link] = entry->second;
         const bool isGone = present.count(entry->first) == 0;
-        if (isGone) {
-            link->isEnded = true;
+        if (isGone) {  // its handle has still to be read to its end
             messages.tell(name, "interface " + name + " went away");
         } else if (link->isEnded) {
             messages.tell(name, "interface " + name + " can't be read any more");

@@ -30,6 +30,7 @@ constexpr int narrowRing = 3 * 1024 * 1024;
 constexpr std::int32_t narrowTimeoutMs = 32;
 
 constexpr std::uint32_t mostFramesInTurn = 4096;
+/// Of a link that went away frames may be missing for good.
 constexpr auto patience = 1s;
 
 bool isLoopback(const std::string& name) {
@@ -112,10 +113,6 @@ LiveHandle::LiveHandle(PcapRing::Settings ringSettings, std::int32_t readTimeout
 
 LiveHandle::~LiveHandle() {
     leaveWaits();
-    if (opening.valid()) {
-        opening.wait();
-        links->isWidening = false;
-    }
 }
 
 std::int32_t LiveHandle::next(CapturedFrame& frame) {
@@ -151,8 +148,10 @@ std::int32_t LiveHandle::read(CapturedFrame& frame) {
         result = changeRing() ? ring->read(frame) : timeout;
     }
     if (result < 0) {
-        link->isEnded = true;
+        // The block that the system was filling is shown some milliseconds later.
         leaveWaits();
+        failedAt = failedAt.value_or(Clock::now());
+        link->isEnded = ring->isEmptied() || Clock::now() - *failedAt > patience;
         return timeout;
     }
     if (group && result == gotFrame && frame.isCaptureFrame() &&
@@ -165,7 +164,11 @@ std::int32_t LiveHandle::read(CapturedFrame& frame) {
 /// Tried once: where there is no memory for a wide ring, the next frames won't bring it.
 void LiveHandle::widen() {
     try {
-        opening = std::async(std::launch::async, openBeside, settings, *group);
+        opening = std::async(std::launch::async, [this, of = *group] {
+            Ring opened = openBeside(settings, of);
+            links->isWidening = false;
+            return opened;
+        });
     } catch (const std::system_error&) {  // no thread to be had
         links->isWidening = false;
     }
@@ -179,10 +182,8 @@ bool LiveHandle::changeRing() {
             return false;
         }
         wide = opening.get();
-        links->isWidening = false;
         openedAt = Clock::now();
     }
-    // Of a link that went away frames may be missing for good.
     if (!wide || (!ring->isEmptied() && Clock::now() - openedAt < patience)) {
         return false;
     }

@@ -96,8 +96,9 @@ class LiveHandle final : public CaptureHandle {
     std::future<Ring> opening;  ///< of `wide`
     std::future<void> closing;
     Clock::time_point openedAt;
-    bool isWaitedFor = false;         ///< it is among those that a wait looks at
-    std::uint32_t framesInTurn = 0;   ///< since the last timeout
-    std::uint64_t droppedBefore = 0;  ///< by the ring before
+    std::optional<Clock::time_point> failedAt;  ///< the first error of a read
+    bool isWaitedFor = false;                   ///< it is among those that a wait looks at
+    std::uint32_t framesInTurn = 0;             ///< since the last timeout
+    std::uint64_t droppedBefore = 0;            ///< by the ring before
     std::uint64_t dropped = 0;
 };

@@ -60,7 +60,7 @@ def check(sent, report, pcapng, log):
         verdict(f"delivered, by module and channel: {delivered}", traffic.count_differences(sent, report)),
         verdict(f"{pcapng.name}, read by tshark: {len(rows)}, each once, in order",
                 traffic.row_differences(sent, names, rows)
-                + traffic.time_differences(sent, names, rows, RATE, traffic.FITTED)),
+                + traffic.time_differences(sent, names, rows, RATE, traffic.fitted(sent))),
         verdict(f"{log.name} (CAN only), read by python-can: {len(log_rows)}, each once, in order",
                 traffic.row_differences(sent, words, log_rows, log=True)),
         verdict(f"{log.name}, read by tshark: the same",

@@ -123,7 +123,7 @@ def row_differences(sent, names, rows, log=False):
                 continue
             name = names[module["cmId"], channel["interfaceId"]]
             there = [(*row, filled(data) if log else data) for *row, data in sent_on(module, position)]
-            texts += _first_difference(name, there, found.pop(name, []))
+            texts += first_difference(name, there, found.pop(name, []))
     return texts + [f"{name}: {len(there)} messages that nobody sent" for name, there in found.items()]
 
 
@@ -131,18 +131,7 @@ def filled(data):
     return data.ljust(next(length for length in [*range(9), *LONG_LENGTHS] if length >= len(data)), b"\0")
 
 
-def beginning_differences(module, names, rows):
-    """Of a module whose link was taken away, what was captured: from the first message on, without a gap
-    and nothing twice. A text for the first difference on each channel."""
-    texts = []
-    for position, channel in enumerate(module["channels"]):
-        name = names[module["cmId"], channel["interfaceId"]]
-        there = [row[2:] for row in rows if row.name == name]
-        texts += _first_difference(name, list(sent_on(module, position))[:len(there)], there)
-    return texts
-
-
-def _first_difference(name, sent, there):
+def first_difference(name, sent, there):
     if sent == there:
         return []
     at = next((i for i, (a, b) in enumerate(zip(sent, there)) if a != b), min(len(sent), len(there)))
@@ -151,7 +140,12 @@ def _first_difference(name, sent, there):
 
 
 EXACT = 1e-6  # seconds; what times may be off that are the modules' own
-FITTED = 0.02  # those of a clock that is fitted while the machine is busy
+
+
+def fitted(sent):
+    """What those of a clock that is fitted may be off while the machine is busy: more where frames were
+    sent later than their times say."""
+    return 0.02 + sent["maxLateSeconds"]
 
 
 def time_differences(sent, names, rows, rate, tolerance):

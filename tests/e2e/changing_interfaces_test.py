@@ -38,12 +38,18 @@ class ChangingInterfaces(Case):
 
     def expect_all_of(self, *interfaces):
         """A module on each brings its messages once; returns what was told."""
-        sent = [lab.simulate(MODULE, "--rate", 100, "--duration", 1, interface=name) for name in interfaces]
+        report = self.stop_having_all([self.send(name) for name in interfaces])
+        self.assertEqual(report["interfaceMessages"], self.told.read_text().splitlines())
+        return report["interfaceMessages"]
+
+    def send(self, interface):
+        return lab.simulate(MODULE, "--rate", 100, "--duration", 1, interface=interface)
+
+    def stop_having_all(self, sent):
         report, _ = self.station.stop()
         self.assertEqual(sum(channel["frames"] for channel in report["channels"]),
                          sum(count for one in sent for count in traffic.sent_counts(one).values()))
-        self.assertEqual(report["interfaceMessages"], self.told.read_text().splitlines())
-        return report["interfaceMessages"]
+        return report
 
     def test_what_appears_comes_up_or_is_made_again_is_captured_from_then_on(self):
         add_link("late0", "far0")
@@ -64,6 +70,25 @@ class ChangingInterfaces(Case):
                 lab.wait_until(lambda: len(list(open_files.iterdir())) <= before, "it is closed")
         self.addCleanup(ip, "link del late1")
         self.expect_all_of("far0", "far1", "sim0")
+
+    def test_what_waits_when_an_interface_goes_away_is_read(self):
+        for start_first in (False, True):
+            if start_first:
+                self.start()
+            add_link("late3", "far3")
+            ip("link set late3 up")
+            if start_first:
+                self.wait_for("interface late3 is captured from now on")
+            else:
+                self.start()
+            sent = [self.send("far3")]
+            self.station.process.send_signal(signal.SIGSTOP)
+            sent += [self.send("far3")]
+            ip("link del late3")
+            self.station.process.send_signal(signal.SIGCONT)
+            self.wait_for("interface late3 went away")
+            time.sleep(0.5)
+            self.stop_having_all(sent)
 
     def test_what_cannot_be_opened_is_tried_again(self):
         self.start()
