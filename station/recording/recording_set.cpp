@@ -84,13 +84,9 @@ std::vector<RecordingSummary> RecordingSet::summarize() const {
     std::vector<RecordingSummary> summaries;
     for (std::size_t i = 0; i < recordings.size(); ++i) {
         const Recording& recording = *recordings[i];
-        RecordingSummary summary{recording.path(),
-                                 recording.formatName(),
-                                 recording.recordsWritten(),
-                                 recording.bytesWritten(),
-                                 recording.recordsLost(),
-                                 recording.errorText(),
-                                 {}};
+        RecordingSummary summary{recording.path(),           recording.formatName(),
+                                 recording.recordsWritten(), recording.bytesWritten(),
+                                 recording.recordsLost(),    recording.errorText()};
         for (std::size_t at = i; at < handles.size(); at += recordings.size()) {
             if (handles[at] == notHeld) {
                 summary.channels.push_back({});
