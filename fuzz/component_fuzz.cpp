@@ -65,7 +65,7 @@ class Life : PluginBench {
                 load();
                 break;
             case 9:
-                isReading = startMeasurement() == "0";
+                isOpen = isReading = startMeasurement() == "0";
                 break;
             case 10:
                 end();
@@ -97,8 +97,11 @@ class Life : PluginBench {
             value = {};
         }
         const std::string outcome = event(number, value);
+        if (number == 105) {
+            isOpen = outcome == "0";
+        }
         if (number == 105 || number == 130) {
-            isReading = outcome == "0";
+            isReading = isOpen && outcome == "0";
         }
     }
 
@@ -163,7 +166,7 @@ class Life : PluginBench {
 
     void end() {
         const bool wasGood = event(130) == "0";
-        isReading = wasGood;
+        isReading = isOpen && wasGood;
         std::array<ChannelStatistics, 200> channels;
         std::uint32_t count = channels.size();
         require(statistics->getChannels(channels.data(), &count) == HostCode::success,
@@ -178,7 +181,8 @@ class Life : PluginBench {
     Input& input;
     CountedRef<ModuleList> modules;
     CountedRef<CaptureStatistics> statistics;
-    bool isReading = false;
+    bool isOpen = false;     ///< the interfaces
+    bool isReading = false;  ///< the capture thread
 };
 
 }  // namespace
