@@ -1,9 +1,9 @@
 #include "capture/network_links.h"
 
 #include <linux/if.h>
-#include <linux/if_arp.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
+#include <net/if_arp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>

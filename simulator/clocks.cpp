@@ -9,21 +9,20 @@ namespace sim {
 
 namespace {
 
-constexpr std::int64_t second = 1'000'000'000;
 /// A signal that comes just before the sleep is noticed after this time.
-constexpr std::int64_t longestSleep = second / 10;
+constexpr std::int64_t longestSleep = nsPerSecond / 10;
 
 std::int64_t read(clockid_t clock) {
     timespec now{};
     clock_gettime(clock, &now);
-    return now.tv_sec * second + now.tv_nsec;
+    return now.tv_sec * nsPerSecond + now.tv_nsec;
 }
 
 }  // namespace
 
 SystemHostClock::SystemHostClock() {
     // Both of the same moment: of a few tries the one that was interrupted least.
-    std::int64_t least = second;
+    std::int64_t least = nsPerSecond;
     for (int i = 0; i < 20; ++i) {
         const std::int64_t before = read(CLOCK_MONOTONIC);
         const std::int64_t real = read(CLOCK_REALTIME);
@@ -43,17 +42,9 @@ std::int64_t SystemHostClock::elapsed() {
 
 void SystemHostClock::waitUntil(std::int64_t elapsedNs) {
     const std::int64_t until = std::min(elapsedNs, elapsed() + longestSleep) + monotonic;
-    const timespec wake{until / second, until % second};
+    const timespec wake{until / nsPerSecond, until % nsPerSecond};
     clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &wake, nullptr);
 }
-
-namespace {
-
-std::int64_t toNs(double seconds) {
-    return std::llround(seconds * 1e9);
-}
-
-}  // namespace
 
 DeviceClock::DeviceClock(std::int64_t startNs, const ClockSettings& clockSettings,
                          std::uint64_t seed)

@@ -1,10 +1,17 @@
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <random>
 
 namespace sim {
+
+constexpr std::int64_t nsPerSecond = 1'000'000'000;
+
+inline std::int64_t toNs(double seconds) {
+    return std::llround(seconds * 1e9);
+}
 
 /// What the simulator knows of time. Its own clock starts at 0 when the simulation does; all times
 /// are nanoseconds.

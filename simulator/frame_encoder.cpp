@@ -64,7 +64,6 @@ void writeData(std::uint8_t* data, const DataMessage& message) {
 
 namespace {
 
-constexpr std::size_t ethernetHeader = 14;
 constexpr std::size_t tecmpHeader = 12;
 constexpr std::size_t messageHeader = 16;
 constexpr std::size_t asamHeaders = 24;

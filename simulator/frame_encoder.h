@@ -11,6 +11,8 @@
 
 namespace sim {
 
+constexpr std::size_t ethernetHeader = 14;
+
 /// Writes big-endian numbers one after another into a buffer that the caller made large enough:
 /// frame sizes are known from the settings, and are only asserted here.
 class WireWriter {

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <linux/ethtool.h>
+#include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <linux/sockios.h>
 #include <net/if.h>
@@ -78,8 +79,7 @@ std::string refusalFor(const std::string& name, const InterfaceFacts& facts) {
 
 namespace {
 
-constexpr std::size_t ethernetHeader = 14;
-constexpr std::size_t mostAtOnce = 64;
+constexpr std::size_t mostPerCall = 64;
 
 int openSocket() {
     const int socket = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
@@ -99,7 +99,7 @@ int openSocket() {
 PacketSocketSink::PacketSocketSink(const std::string& interfaceName)
     : name(interfaceName), socket(openSocket()) {
     const InterfaceFacts facts = inspectInterface(name);
-    longest = std::min<std::size_t>(facts.mtu + ethernetHeader, 65535);
+    longest = std::min<std::size_t>(facts.mtu + ETH_HLEN, 65535);
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
     address.sll_ifindex = static_cast<int>(if_nametoindex(name.c_str()));
@@ -124,9 +124,9 @@ PacketSocketSink::~PacketSocketSink() {
 }
 
 std::size_t PacketSocketSink::send(std::span<const OutFrame> frames) {
-    std::array<iovec, mostAtOnce> parts;
-    std::array<mmsghdr, mostAtOnce> messages{};
-    const std::size_t count = std::min(frames.size(), mostAtOnce);
+    std::array<iovec, mostPerCall> parts;
+    std::array<mmsghdr, mostPerCall> messages{};
+    const std::size_t count = std::min(frames.size(), mostPerCall);
     for (std::size_t i = 0; i < count; ++i) {
         // The kernel only reads what it is to send.
         parts[i] = {const_cast<std::uint8_t*>(frames[i].bytes.data()), frames[i].bytes.size()};
@@ -146,7 +146,6 @@ std::size_t PacketSocketSink::send(std::span<const OutFrame> frames) {
 
 namespace {
 
-constexpr std::int64_t second = 1'000'000'000;
 constexpr int snapLength = 65535;
 
 }  // namespace
@@ -183,8 +182,8 @@ std::size_t PcapFileSink::send(std::span<const OutFrame> frames) {
     errno = 0;
     for (const OutFrame& frame : frames) {
         pcap_pkthdr header{};
-        header.ts.tv_sec = (start + frame.due) / second;
-        header.ts.tv_usec = (start + frame.due) % second;  // nanoseconds in this format
+        header.ts.tv_sec = (start + frame.due) / nsPerSecond;
+        header.ts.tv_usec = (start + frame.due) % nsPerSecond;  // nanoseconds in this format
         header.caplen = header.len = static_cast<bpf_u_int32>(frame.bytes.size());
         pcap_dump(reinterpret_cast<u_char*>(file), &header, frame.bytes.data());
     }

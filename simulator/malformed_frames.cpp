@@ -5,7 +5,6 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t ethernetHeader = 14;
 constexpr std::size_t addresses = 12;
 constexpr std::uint16_t wrongCounter = 0xFFFF;
 constexpr std::uint8_t wrongByte = 0xFF;

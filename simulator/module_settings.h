@@ -38,7 +38,6 @@ std::span<const ModuleType> moduleTypes();
 /// The type of that name in any mix of upper and lower case, or null.
 const ModuleType* findModuleType(std::string_view name);
 
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
 constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
 
 /// `--length`: data bytes of the messages, both ends included.

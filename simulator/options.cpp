@@ -48,10 +48,6 @@ Exit codes: 0 good, 1 failure while running, 2 wrong use, 4 not allowed to send.
 constexpr std::uint64_t fileRate = 100'000;
 constexpr double longestSeconds = 1e9;
 
-std::int64_t toNs(double seconds) {
-    return std::llround(seconds * 1e9);
-}
-
 /// What CLI11 fills in before it is checked and converted.
 struct Raw {
     std::vector<std::string> modules;

@@ -10,7 +10,7 @@ namespace sim {
 namespace {
 
 constexpr std::size_t batchFrames = 64;
-constexpr std::size_t mostAtOnce = 2;  // a status is two frames
+constexpr std::size_t framesOfStatus = 2;
 /// A sink without room is asked again after this time, and given up after the second.
 constexpr std::int64_t retrySleep = 20'000;
 constexpr std::int64_t patience = 5 * nsPerSecond;
@@ -77,8 +77,8 @@ std::int64_t Simulation::nextDue() {
 }
 
 void Simulation::fillBatch() {
-    const std::size_t most = stampsSending ? mostAtOnce : batchFrames;
-    while (batch.size() + mostAtOnce <= most) {
+    const std::size_t most = stampsSending ? framesOfStatus : batchFrames;
+    while (batch.size() + framesOfStatus <= most) {
         if (malformedOwed >= 1) {
             addMalformed();
             continue;

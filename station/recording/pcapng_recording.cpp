@@ -14,7 +14,7 @@ constexpr std::uint16_t linkTypeLin = 212;
 constexpr std::size_t packetHeader = 8;  // bytes in front of the data, the same for both link types
 constexpr std::size_t packetBlockHeader = 28;
 constexpr std::size_t blockEnd = 4;
-constexpr std::size_t longestName = 1024;
+constexpr std::size_t longestOption = 1024;
 
 std::size_t padded(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
@@ -78,9 +78,9 @@ std::vector<std::uint8_t> sectionHeader() {
     return block;
 }
 
-/// At most `longestName` bytes of a name, cut between characters.
+/// At most `longestOption` bytes of a name, cut between characters.
 std::string boundedName(const std::string& name) {
-    std::size_t end = std::min(name.size(), longestName);
+    std::size_t end = std::min(name.size(), longestOption);
     while (end < name.size() && end > 0 &&
            (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) {
         --end;
