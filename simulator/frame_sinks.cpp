@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "simulator/clocks.h"
 #include "simulator/failure.h"
 
 namespace sim {
