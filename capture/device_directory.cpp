@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <bit>
 #include <chrono>
+#include <utility>
 
 #include "capture/cmp_device.h"
 
-DeviceDirectory::DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& devices)
-    : deviceList(devices) {
+DeviceDirectory::DeviceDirectory(std::vector<std::shared_ptr<CmpDevice>> devices)
+    : deviceList(std::move(devices)) {}
+
+void DeviceDirectory::makeTable() const {
     constexpr std::size_t cmIds = 0x10000;
     if (deviceList.empty()) {
         return;
@@ -34,7 +37,7 @@ DeviceDirectory::DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& 
     }
 }
 
-void DeviceDirectory::insert(std::uint32_t key, Route route) {
+void DeviceDirectory::insert(std::uint32_t key, Route route) const {
     std::size_t i = firstSlot(key);
     while (slots[i].key != Slot::unused && slots[i].key != key) {
         i = (i + 1) & lastSlot;
@@ -51,7 +54,11 @@ CmpDevice* DeviceDirectory::findDevice(std::uint16_t cmId) const {
 DirectoryPublisher::DirectoryPublisher()
     : latest(std::make_shared<const DeviceDirectory>()), current(latest.get()) {}
 
+/// Whoever reads already shall not have to make the table.
 void DirectoryPublisher::publish(std::shared_ptr<const DeviceDirectory> next) {
+    if (inUse.load() != nullptr) {
+        next->prepare();
+    }
     const LockGuard guard(lock);
     current.store(next.get());
     retired.push_back(std::exchange(latest, std::move(next)));
@@ -104,4 +111,5 @@ void DirectoryPublisher::Reader::renew() {
         held = publisher.current.load();
         publisher.inUse.store(held);
     } while (publisher.current.load() != held);
+    held->prepare();
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -12,8 +13,11 @@
 class CmpChannel;
 class CmpDevice;
 
-/// Where the messages of each module and interface go: an immutable picture of the device list,
-/// made again at each change. It keeps what it names alive.
+/// Where the messages of each module and interface go: a picture of the device list, made again at
+/// each change. It keeps what it names alive.
+///
+/// The table of ways is made when a directory is first to be read from, and never changed: while
+/// nobody reads, as when a thousand modules are added one by one, it isn't made over and over.
 class DeviceDirectory {
   public:
     struct Route {
@@ -24,8 +28,12 @@ class DeviceDirectory {
     DeviceDirectory() = default;
     /// `devices` in list order: of two with the same CM ID, or two channels with the same interface
     /// ID in one device, the first gets the messages.
-    explicit DeviceDirectory(const std::vector<std::shared_ptr<CmpDevice>>& devices);
+    explicit DeviceDirectory(std::vector<std::shared_ptr<CmpDevice>> devices);
 
+    /// Makes the table of ways, unless it is there; before the first `find`. Any thread.
+    void prepare() const {
+        std::call_once(prepared, [this] { makeTable(); });
+    }
     /// Costs the same with one device as with many.
     Route find(std::uint16_t cmId, std::uint16_t interfaceId) const {
         const std::uint32_t key = keyOf(cmId, interfaceId);
@@ -57,15 +65,19 @@ class DeviceDirectory {
         constexpr std::uint32_t spread = 0x9E3779B1;  // 2^32 divided by the golden ratio
         return (key * spread) >> shift;
     }
-    void insert(std::uint32_t key, Route route);
+    void makeTable() const;
+    void insert(std::uint32_t key, Route route) const;
 
     std::vector<std::shared_ptr<CmpDevice>> deviceList;
+    mutable std::once_flag prepared;
+    // Made by `prepare`.
     /// Kept alive for the routes, as the devices may have got other channels since.
-    std::vector<std::shared_ptr<const std::vector<std::shared_ptr<CmpChannel>>>> channelLists;
-    std::vector<CmpDevice*> deviceByCmId;  ///< by CM ID; empty without devices
-    std::vector<Slot> slots = std::vector<Slot>(2);
-    std::size_t lastSlot = 1;
-    unsigned shift = 31;
+    mutable std::vector<std::shared_ptr<const std::vector<std::shared_ptr<CmpChannel>>>>
+        channelLists;
+    mutable std::vector<CmpDevice*> deviceByCmId;  ///< by CM ID; empty without devices
+    mutable std::vector<Slot> slots = std::vector<Slot>(2);
+    mutable std::size_t lastSlot = 1;
+    mutable unsigned shift = 31;
 };
 
 /// Hands the directory from the thread that changes the device list to the capture thread.

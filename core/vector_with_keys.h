@@ -34,8 +34,8 @@ class VectorWithKeys {
     /// Keys handed out are 0, 1, 2 and so on.
     VectorWithKeys() = default;
     /// Keys handed out are `first`, `first` + `step` and so on; `step` must not be 0.
-    VectorWithKeys(Key first, Key step) requires CountableKey<Key> : firstKey(first),
-                                                                     keyStep(step) {}
+    VectorWithKeys(Key first, Key step) requires CountableKey<Key>
+        : firstKey(first), keyStep(step), lowestFree(first) {}
 
     /// Appends under the smallest free key, which the returned entry tells.
     Entry& append(Value value) requires CountableKey<Key> {
@@ -48,17 +48,16 @@ class VectorWithKeys {
             return entries[place->second];
         }
         entries.push_back(Entry{key, std::move(value)});
-        rebuildIndex();
+        index.emplace(key, entries.size() - 1);
         return entries.back();
     }
 
     /// The key that the next `append` without a key takes.
     Key freeKey() const requires CountableKey<Key> {
-        Key key = firstKey;
-        while (index.contains(key)) {
-            key = static_cast<Key>(key + keyStep);
+        while (index.contains(lowestFree)) {
+            lowestFree = static_cast<Key>(lowestFree + keyStep);
         }
-        return key;
+        return lowestFree;
     }
 
     /// Null if there is no such key.
@@ -79,6 +78,7 @@ class VectorWithKeys {
     /// Returns the iterator to the entry after the erased one, so that a loop can go on with it.
     iterator erase(const_iterator entry) {
         const auto next = entries.erase(entry);
+        lowestFree = firstKey;
         rebuildIndex();
         return next;
     }
@@ -109,6 +109,7 @@ class VectorWithKeys {
     void clear() {
         entries.clear();
         index.clear();
+        lowestFree = firstKey;
     }
 
     std::size_t size() const { return entries.size(); }
@@ -136,6 +137,7 @@ class VectorWithKeys {
 
     CountedKey firstKey = CountedKey(0);
     CountedKey keyStep = CountedKey(1);
+    mutable CountedKey lowestFree = CountedKey(0);  ///< or below it: all before it are taken
     std::vector<Entry> entries;
     std::unordered_map<Key, std::size_t, Hash> index{initialBuckets};
 };

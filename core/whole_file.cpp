@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -74,7 +75,7 @@ void syncDirectory(const fs::path& path) {
 
 }  // namespace
 
-std::optional<std::string> readWholeFile(const fs::path& path) {
+std::optional<std::string> readWholeFile(const fs::path& path, std::size_t most) {
     // O_NONBLOCK, so that a pipe is refused below and not waited for.
     const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
     struct stat status {};
@@ -91,7 +92,8 @@ std::optional<std::string> readWholeFile(const fs::path& path) {
     std::array<char, 65536> piece;
     for (;;) {
         const ssize_t count = ::read(file.get(), piece.data(), piece.size());
-        if (count == 0) {
+        if (count == 0 || text.size() >= most) {
+            text.resize(std::min(text.size(), most));
             return text;
         }
         if (count > 0) {

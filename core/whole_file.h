@@ -7,9 +7,10 @@
 #include <optional>
 #include <string>
 
-/// What is in the file; nothing if there is none. Throws `std::runtime_error` with the cause if it
-/// can't be read or is no regular file.
-std::optional<std::string> readWholeFile(const std::filesystem::path& path);
+/// What is in the file, as far as `most` bytes; nothing if there is none. Throws
+/// `std::runtime_error` with the cause if it can't be read or is no regular file.
+std::optional<std::string> readWholeFile(const std::filesystem::path& path,
+                                         std::size_t most = std::string::npos);
 
 /// A text on its way to the place of what is at `path`, all or nothing: whoever opens that, also
 /// after a crash or a power cut, finds the whole of the old or of the new. The text goes into a

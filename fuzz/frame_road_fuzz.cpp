@@ -1,21 +1,13 @@
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "capture/frame_decoder.h"
+#include "fuzz/require.h"
 #include "tests/support/capture_bench.h"
 
 // The way of a frame from the network to the outputs, with a device of each type set up. An input
 // is a row of frames, each behind its length in two bytes; the last may be cut off.
 
 namespace {
-
-void require(bool condition, const char* fault) {
-    if (!condition) {
-        std::fprintf(stderr, "%s\n", fault);
-        std::abort();
-    }
-}
 
 std::vector<wire::Bytes> split(const std::uint8_t* data, std::size_t size) {
     std::vector<wire::Bytes> frames;

@@ -205,6 +205,7 @@ struct ClockStatistics {
     double ratePpm = 0.0;     ///< by how much its clock is faster than the host's
     double residual = 0.0;    ///< latest reading minus fitted line, seconds of host time
     double age = -1.0;        ///< seconds since its latest message came in; negative without one
+    double deviceTime = 0.0;  ///< of that message, seconds since 1970
     std::uint64_t jumps = 0;  ///< how often its time jumped, so that the fit began again
 };
 
@@ -212,7 +213,7 @@ struct ClockStatistics {
 class CaptureStatistics : public HostObject {
   public:
     static constexpr InterfaceId id{
-        0x5A1D6C0E, 0x7F42, 0x4B0B, {0x8D, 0x25, 0x1E, 0x93, 0xA6, 0x4C, 0x70, 0xE8}};
+        0x5A1D6C0E, 0x7F42, 0x4B0B, {0x8D, 0x25, 0x1E, 0x93, 0xA6, 0x4C, 0x70, 0xE9}};
 
     /// Frames of any kind that the system received after event 105 and threw away before the
     /// plug-in could read them, as far as was known within the last tenth of a second, or at event

@@ -26,6 +26,10 @@ ChannelStatistics statisticsOf(std::uint32_t module, std::int32_t output,
     return result;
 }
 
+double toSeconds(const DeviceTime& time) {
+    return static_cast<double>(time.seconds) + time.nanoseconds / 1e9;
+}
+
 std::int32_t modeOf(GNSSClockMode mode) {
     switch (mode) {
         case GNSSClockMode::SoftSync:
@@ -51,6 +55,9 @@ ClockStatistics statisticsOf(const CmpDevice& device) {
     result.ratePpm = state.ratePpm;
     result.residual = state.residual;
     result.age = device.getSilence();
+    if (result.age >= 0.0) {
+        result.deviceTime = toSeconds(device.getDeviceNow()) - result.age;
+    }
     result.jumps = state.jumps;
     return result;
 }

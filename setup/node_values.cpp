@@ -1,12 +1,12 @@
 #include "setup/node_values.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <system_error>
 
+#include "core/parse_number.h"
 #include "core/string_helper.h"
 #include "setup/xml_exception.h"
 
@@ -132,17 +132,13 @@ bool TextToBool(const std::string& text) {
     if (lower == "true" || lower == "false") {
         return lower == "true";
     }
-    // `from_chars` knows no locale, but neither white space nor "+" before the number.
-    const char* const end = lower.data() + lower.size();
-    const char* begin =
-        lower.data() + std::min(lower.find_first_not_of(" \t\n\v\f\r"), lower.size());
-    if (end - begin > 1 && *begin == '+' && begin[1] != '-') {
-        ++begin;
+    std::string_view digits = lower;
+    digits.remove_prefix(std::min(digits.find_first_not_of(" \t\n\v\f\r"), digits.size()));
+    if (digits.starts_with('+') && !digits.starts_with("+-")) {
+        digits.remove_prefix(1);
     }
-    double number = 0.0;
-    const auto [stop, error] = std::from_chars(begin, end, number);
-    return error == std::errc() && stop == end &&
-           std::abs(number) > std::numeric_limits<double>::epsilon();
+    const auto number = parseNumber<double>(digits);
+    return number && std::abs(*number) > std::numeric_limits<double>::epsilon();
 }
 
 }  // namespace Kestrova::Utils::Serialization

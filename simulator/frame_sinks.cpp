@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "simulator/clocks.h"
 #include "simulator/failure.h"
 
 namespace sim {
@@ -150,13 +151,21 @@ constexpr int snapLength = 65535;
 
 }  // namespace
 
-PcapFileSink::PcapFileSink(const std::string& path, std::int64_t startUtc)
+PcapFileSink::PcapFileSink(const std::string& path, std::int64_t startUtc, bool overwrite)
     : name(path),
       start(startUtc),
       format(pcap_open_dead_with_tstamp_precision(DLT_EN10MB, snapLength,
                                                   PCAP_TSTAMP_PRECISION_NANO)) {
     if (format == nullptr)
         throw Failure(ExitCode::FailedWhileRunning, "out of memory");
+    struct stat there {};
+    if (!overwrite && path != "-" && stat(path.c_str(), &there) == 0 && S_ISREG(there.st_mode) &&
+        there.st_size > 0) {
+        pcap_close(format);
+        throw Failure(
+            ExitCode::WrongUse,
+            fmt::format("{} is there and not empty; name another file, or give --overwrite", path));
+    }
     file = pcap_dump_open(format, path.c_str());
     if (file == nullptr) {
         const std::string why = pcap_geterr(format);

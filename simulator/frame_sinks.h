@@ -78,9 +78,9 @@ class PacketSocketSink : public FrameSink {
 /// Writes frames into a capture file with nanosecond times, each at the time when it is due.
 class PcapFileSink : public FrameSink {
   public:
-    /// `path`: replaced if it is there; "-" is the standard output. `startUtc`: nanoseconds since
-    /// 1970. Throws `Failure` when the file can't be made.
-    PcapFileSink(const std::string& path, std::int64_t startUtc);
+    /// `path`: "-" is the standard output; a file with content is refused unless `overwrite` is
+    /// set. `startUtc`: nanoseconds since 1970. Throws `Failure` when the file can't be made.
+    PcapFileSink(const std::string& path, std::int64_t startUtc, bool overwrite = false);
     ~PcapFileSink() override;
     PcapFileSink(const PcapFileSink&) = delete;
     PcapFileSink& operator=(const PcapFileSink&) = delete;

@@ -96,7 +96,7 @@ ExitCode run(int argc, char** argv) {
         return simulate(options, clock, sink);
     }
     VirtualHostClock clock;
-    PcapFileSink sink(options.file, clock.startUtc());
+    PcapFileSink sink(options.file, clock.startUtc(), options.overwrite);
     return simulate(options, clock, sink);
 }
 

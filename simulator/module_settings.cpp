@@ -71,10 +71,17 @@ constexpr std::array<std::uint8_t, 16> canFdLengths = {0, 1,  2,  3,  4,  5,  6,
 constexpr unsigned maxLength = 64;
 constexpr unsigned maxLinLength = 8;
 
+/// The whole text as a number.
+template <typename Number, typename... Base>
+bool parseNumber(std::string_view text, Number& value, Base... base) {
+    const auto [end, error] =
+        std::from_chars(text.data(), text.data() + text.size(), value, base...);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
 unsigned parseLength(std::string_view text, std::string_view whole) {
     unsigned value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value > maxLength)
+    if (!parseNumber(text, value) || value > maxLength)
         throw Failure(ExitCode::WrongUse,
                       fmt::format("--length {}: give a number of data bytes from 0 to 64, or a "
                                   "range such as 4-8",
@@ -131,19 +138,11 @@ constexpr std::uint16_t firstCmIdBeyondTecmp = 0x100;
     throw Failure(ExitCode::WrongUse, fmt::format("--module \"{}\": {}", module, why));
 }
 
-template <typename Number>
-bool parseNumber(std::string_view text, Number& value) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
 std::uint16_t parseConfigId(std::string_view text, std::string_view whole) {
     const bool hex = text.starts_with("0x") || text.starts_with("0X");
     const std::string_view digits = hex ? text.substr(2) : text;
     std::uint16_t value = 0;
-    const auto [end, error] =
-        std::from_chars(digits.data(), digits.data() + digits.size(), value, hex ? 16 : 10);
-    if (error != std::errc() || end != digits.data() + digits.size())
+    if (!parseNumber(digits, value, hex ? 16 : 10))
         refuse(whole, "CONFIGID is a number up to 65535, decimal or after 0x");
     return value;
 }

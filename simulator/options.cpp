@@ -57,10 +57,16 @@ struct Raw {
     bool stamp = false;
 };
 
-/// A check whose range is in the option's own description.
+/// A check whose range is in the option's own description. CLI::Range alone lets "nan" pass.
 template <typename Number>
 CLI::Validator within(Number from, Number to) {
-    return CLI::Range(from, to).description("");
+    const auto check = [from, to](const std::string& text) {
+        double number = 0;
+        if (CLI::detail::lexical_cast(text, number) && std::isnan(number))
+            return text + " is no number";
+        return CLI::Range(from, to)(text);
+    };
+    return CLI::Validator(check, "");
 }
 
 void declareWhoAndWhere(CLI::App& app, Options& options, Raw& raw) {
@@ -115,6 +121,8 @@ void declareTraffic(CLI::App& app, TrafficSettings& traffic, Raw& raw) {
 }
 
 void declareFlags(CLI::App& app, Options& options) {
+    app.add_flag("--overwrite", options.overwrite,
+                 "overwrite the file of --write if it is there; without it it is refused");
     app.add_flag("--json", options.json, "print what was sent as one JSON object");
     app.add_flag("--force", options.force, "send on a real network interface too");
     app.add_flag("-v,--verbose", options.verbose,

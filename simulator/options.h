@@ -15,6 +15,7 @@ struct Options {
     TrafficSettings traffic;
     bool json = false;
     bool force = false;
+    bool overwrite = false;  ///< the file, if it is there
     bool verbose = false;
 };
 

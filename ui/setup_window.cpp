@@ -1,8 +1,8 @@
 #include "ui/setup_window.h"
 
-#include <charconv>
 #include <string>
 
+#include "core/parse_number.h"
 #include "core/string_helper.h"
 #include "plugin/cmp_plugin_core.h"
 
@@ -36,13 +36,11 @@ constexpr GridColumn columns[] = {
 };
 
 std::uint64_t toNumber(const std::string& text) {
-    std::uint64_t number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end) {
+    const auto number = parseNumber<std::uint64_t>(text);
+    if (!number) {
         throw Kestrova::RT::Core::ConversionFailedException();
     }
-    return number;
+    return *number;
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 #include "bridge/output/channel_id_text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 #include <system_error>
 
+#include "core/parse_number.h"
 #include "core/string_helper.h"
 
 namespace Kestrova::Utils::Kcom {
@@ -21,13 +21,6 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
         text.remove_prefix(std::min(piece.size() + 1, text.size()));
     }
     return pieces;
-}
-
-std::optional<std::int32_t> toNumber(std::string_view piece) {
-    const char* const end = piece.data() + piece.size();
-    std::int32_t number = 0;
-    const auto [stop, error] = std::from_chars(piece.data(), end, number);
-    return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
 }  // namespace
@@ -54,7 +47,7 @@ std::vector<std::int32_t> ChannelIdText::parse(std::string_view text) {
     }
     std::vector<std::int32_t> indices;
     for (const std::string_view piece : pieces) {
-        const std::optional<std::int32_t> number = toNumber(piece);
+        const std::optional<std::int32_t> number = parseNumber<std::int32_t>(piece);
         if (!number) {
             return {};
         }

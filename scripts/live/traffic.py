@@ -99,6 +99,16 @@ def count_differences(sent, report):
             for key in sorted(counts.keys() | delivered.keys()) if counts.get(key, 0) != delivered[key]]
 
 
+def account_differences(report):
+    """Each message of each channel is in one count, and each that is there in each recording or in its loss; a
+    text for each channel where that doesn't add up."""
+    ends = ("delivered", "beforeStart", "afterEnd", "tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput")
+    return [channel for channel in report["channels"]
+            if channel["queued"] != sum(channel[end] for end in ends)
+            or channel["delivered"] != channel["frames"] + channel["overwritten"]
+            or any(channel["frames"] != there["records"] + there["lost"] for there in channel["recordings"])]
+
+
 def row_differences(sent, names, rows, log=False):
     """Each message in `rows` once, unchanged, and in order on its channel; of a .log those on CAN, their data
     filled up to a length that CAN FD has. `names`: by CM ID and interface ID. A text for the first

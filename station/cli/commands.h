@@ -2,7 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <utf8.h>
+
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <functional>
 #include <string>
 
@@ -14,16 +17,24 @@ namespace station {
 /// What the chosen subcommand does; throws UserError for what the user must know.
 using Command = std::function<ExitCode(StopSignal&)>;
 
-/// A number from `from` to `to`, which "nan" isn't.
+/// A number from `from` to `to`. "nan" isn't, though `CLI::Range` lets it pass.
 inline CLI::Validator within(double from, double to) {
     const auto check = [from, to](const std::string& text) {
         double number = 0.0;
-        const bool isNumber = CLI::detail::lexical_cast(text, number);
-        return isNumber && number >= from && number <= to
+        const bool isNumber = CLI::detail::lexical_cast(text, number) && !std::isnan(number);
+        return isNumber && CLI::Range(from, to)(text).empty()
                    ? std::string()
                    : fmt::format("{} is no number from {} to {}", text, from, to);
     };
     return {check, ""};
+}
+/// A name in another encoding would be none.
+inline CLI::Validator isUtf8() {
+    return {[](const std::string& text) {
+                return std::string(
+                    utf8::is_valid(text.begin(), text.end()) ? "" : "it is not UTF-8 text");
+            },
+            ""};
 }
 /// An empty text is what a shell makes of a variable that isn't set.
 inline CLI::Validator notEmpty() {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "station/cli/commands.h"
+#include "station/cli/live_view.h"
 #include "station/cli/recordings.h"
 #include "station/offline/direct_capture.h"
 #include "station/offline/found_modules.h"
@@ -33,6 +34,7 @@ struct ConvertOptions {
     std::string input;
     std::vector<std::string> outputs;
     std::vector<std::string> modules;
+    bool overwrite = false;
     bool json = false;
     bool quiet = false;
 };
@@ -68,7 +70,7 @@ void refuseInputAsOutput(const ConvertOptions& options) {
 /// One line on a terminal, written over and over.
 class Progress {
   public:
-    explicit Progress(bool wanted) : shown(wanted && isatty(STDERR_FILENO) == 1) {}
+    explicit Progress(bool wanted) : shown(wanted && isTerminal(STDERR_FILENO)) {}
     ~Progress() {
         if (written) {
             std::fputs("\r\033[K", stderr);
@@ -101,6 +103,7 @@ void convertAll(StoredFrames& frames, DirectCapture& capture, RecordingSet& reco
         progress.show(frames.getProgress());
     }
     capture.poll();  // a clock lets its first message wait for a second look
+    capture.end();
 }
 
 ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
@@ -108,7 +111,7 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     const std::vector<Module> modules = chooseModules(options);
     StoredFrames frames(options.input);
     RecordingSet recordings;
-    openRecordings(recordings, options.outputs);
+    openRecordings(recordings, options.outputs, options.overwrite);
     // Messages are stamped before the frame that carries them is captured: what the first frame
     // brings would else lie before host time 0.
     constexpr std::int64_t lead = 2'000'000'000;
@@ -124,8 +127,8 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     tellWhatIsLeftOut(recordings, capture.summarize());
     convertAll(frames, capture, recordings, !options.quiet, stop);
 
-    for (const std::string& jump : capture.describeJumps()) {
-        printMessage(jump);
+    for (const std::string& text : capture.describeClocks()) {
+        printMessage(text);
     }
     for (const std::string& failure : recordings.close()) {
         printMessage(failure);
@@ -142,7 +145,7 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
         throw UserError(ExitCode::Unreadable,
                         frames.getErrorText() + "; what came before is in the recordings");
     }
-    if (recordings.hasFailed()) {
+    if (recordings.hasFailed() || summary.totalLost() != 0) {
         return ExitCode::Failed;
     }
     if (!frames.isAtEnd()) {
@@ -164,8 +167,10 @@ void addConvertCommand(CLI::App& app, Command& chosen) {
         ->required();
     command->add_option("--module", options->modules, "A capture module; may be given again")
         ->type_name("\"TYPE:CONFIGID[:NAME]\"")
+        ->check(isUtf8())
         ->expected(1)
         ->take_all();
+    addOverwriteOption(*command, options->overwrite);
     command->add_flag("--json", options->json, "Print one JSON object on standard output");
     command->add_flag("--quiet", options->quiet, "Print neither progress nor a table");
     command->callback([options, &chosen] {

@@ -26,6 +26,8 @@ Examples:
   cmp-station dump stored.pcap --count 10
   cmp-station dump --interface eth1)";
 
+constexpr double mostMessages = 1e15;
+
 struct DumpOptions {
     std::string file;
     std::string interface;
@@ -160,7 +162,7 @@ void addDumpCommand(CLI::App& app, Command& chosen) {
     source->require_option(1);
     command->add_option("--count", options->count, "End after N messages")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
+        ->check(within(1.0, mostMessages));
     command->callback([options, &chosen] {
         chosen = [options](StopSignal& stop) {
             setPacketTextSink(printResult);

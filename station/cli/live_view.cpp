@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <string_view>
 
 #include "station/terminal_text.h"
 
@@ -31,11 +33,17 @@ Size terminalSize(int descriptor) {
 
 }  // namespace
 
+bool isTerminal(int descriptor) {
+    const char* const kind = std::getenv("TERM");
+    return isatty(descriptor) == 1 && kind != nullptr && *kind != '\0' &&
+           std::string_view(kind) != "dumb";
+}
+
 LiveView::Form LiveView::choose(bool quiet, int descriptor) {
     if (quiet) {
         return Form::Nothing;
     }
-    return isatty(descriptor) == 1 ? Form::Table : Form::Lines;
+    return isTerminal(descriptor) ? Form::Table : Form::Lines;
 }
 
 LiveView::LiveView(Form chosenForm, int tableDescriptor)

@@ -8,6 +8,9 @@
 
 namespace station {
 
+/// Whether the descriptor is a terminal that understands what moves its cursor.
+bool isTerminal(int descriptor);
+
 /// What the user sees while a measurement runs: on a terminal a table, redrawn five times a second;
 /// elsewhere one line a second on standard error; or nothing.
 ///

@@ -18,9 +18,15 @@ void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
         ->take_all();
 }
 
-void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths) {
+void addOverwriteOption(CLI::App& command, bool& overwrites) {
+    command.add_flag("--overwrite", overwrites,
+                     "Overwrite recordings that are there; without it they are refused");
+}
+
+void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,
+                    bool overwrites) {
     for (const std::string& path : paths) {
-        recordings.open(path);
+        recordings.open(path, overwrites);
     }
 }
 

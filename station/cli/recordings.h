@@ -10,8 +10,10 @@
 namespace station {
 
 void addRecordOption(CLI::App& command, std::vector<std::string>& paths);
+void addOverwriteOption(CLI::App& command, bool& overwrites);
 /// Opens all; throws UserError.
-void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths);
+void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,
+                    bool overwrites);
 /// Says on standard error which recordings can't hold all channels.
 void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary);
 

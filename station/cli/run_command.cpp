@@ -51,6 +51,7 @@ struct RunOptions {
     std::vector<std::string> recordings;
     double duration = 0.0;
     double waitingMegabytes = static_cast<double>(RecordingQueue::defaultLimit) / megabyte;
+    bool overwrite = false;
     bool json = false;
     bool quiet = false;
 };
@@ -123,6 +124,14 @@ void selectInterfaces(PluginDriver& driver, const std::vector<std::string>& name
     driver.selectInterfaces(names);
 }
 
+void requireModules(bool areThere, const std::string& otherwise) {
+    if (!areThere) {
+        throw UserError(otherwise +
+                        "; name modules with --module \"TYPE:CONFIGID\", or a setup that has some "
+                        "with --setup FILE");
+    }
+}
+
 void report(const RunOptions& options, const Summary& summary) {
     if (options.json) {
         printResult(toJson(summary));
@@ -134,11 +143,14 @@ void report(const RunOptions& options, const Summary& summary) {
 }
 
 ExitCode run(const RunOptions& options, StopSignal& stop) {
+    requireModules(!options.setup.empty() || !options.modules.empty(),
+                   "there is nothing to capture");
     checkCapturePermission();
     const auto recordings = std::make_shared<RecordingSet>();
-    openRecordings(*recordings, options.recordings);
+    openRecordings(*recordings, options.recordings, options.overwrite);
     const auto session = openSession(options.plugin, options.setup, options.sampleRate);
     addModules(*session, options.modules);
+    requireModules(!session->getModules().empty(), options.setup + " has no modules");
     selectInterfaces(session->driver(), options.interfaces);
     Measurement measurement(*session, recordings,
                             static_cast<std::size_t>(options.waitingMegabytes * megabyte));
@@ -170,6 +182,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
             ->check(notEmpty());
     command->add_option("--module", options->modules, "A capture module; may be given again")
         ->type_name("\"TYPE:CONFIGID[:NAME]\"")
+        ->check(isUtf8())
         ->expected(1)
         ->take_all()
         ->excludes(setup);
@@ -188,6 +201,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         ->type_name("N")
         ->check(within(1.0, MasterClock::highestSampleRate));
     addRecordOption(*command, options->recordings);
+    addOverwriteOption(*command, options->overwrite);
     command
         ->add_option("--duration", options->duration,
                      "End after S seconds, also if a leading clock is still awaited")

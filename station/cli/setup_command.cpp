@@ -1,13 +1,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "core/parse_number.h"
 #include "core/string_helper.h"
 #include "host/host_clock.h"
 #include "station/cli/commands.h"
@@ -62,27 +62,21 @@ std::optional<bool> yesOrNo(const std::optional<std::string>& text) {
 }
 
 std::uint32_t readNumber(const std::string& text, const char* what, std::uint32_t most) {
-    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-    const char* const end = text.data() + text.size();
-    std::uint32_t number = 0;
-    const auto [stop, error] =
-        std::from_chars(text.data() + (hexadecimal ? 2 : 0), end, number, hexadecimal ? 16 : 10);
-    if (error != std::errc() || stop != end || number > most) {
+    const auto number = parseDecimalOrHex<std::uint32_t>(text);
+    if (!number || *number > most) {
         throw UserError(fmt::format("{} must be a number from 0 to {} (0x{:X}), not \"{}\"", what,
                                     most, most, text));
     }
-    return number;
+    return *number;
 }
 
 std::uint32_t readColor(const std::string& text) {
-    const char* const end = text.data() + text.size();
-    std::uint32_t color = 0;
-    const auto [stop, error] = std::from_chars(text.data(), end, color, 16);
-    if (error != std::errc() || stop != end || text.size() != 6) {
+    const auto color = parseNumber<std::uint32_t>(text, 16);
+    if (!color || text.size() != 6) {
         throw UserError(
             fmt::format("a colour is six hexadecimal digits, as in FF8000, not \"{}\"", text));
     }
-    return color;
+    return *color;
 }
 
 /// The module of that name or row, from 0.
@@ -99,11 +93,9 @@ std::size_t findModule(Session& session, const std::string& wanted) {
     if (named.size() == 1) {
         return named.front();
     }
-    std::size_t row = 0;
-    const char* const end = wanted.data() + wanted.size();
-    const auto [stop, error] = std::from_chars(wanted.data(), end, row);
-    if (named.empty() && error == std::errc() && stop == end && row >= 1 && row <= modules.size()) {
-        return row - 1;
+    const auto row = parseNumber<std::size_t>(wanted);
+    if (named.empty() && row && *row >= 1 && *row <= modules.size()) {
+        return *row - 1;
     }
     throw UserError(named.size() > 1 ? fmt::format("there are {} modules \"{}\"; take the row: {}",
                                                    named.size(), wanted, known)
@@ -272,7 +264,7 @@ CLI::App* addAction(CLI::App& setup, const char* name, const char* what, const O
 
 void addModuleOptions(CLI::App& command, SetupOptions& options) {
     command.add_option("--config-id", options.configId, "Its ConfigId")->type_name("N");
-    command.add_option("--name", options.name, "Its name")->type_name("NAME");
+    command.add_option("--name", options.name, "Its name")->type_name("NAME")->check(isUtf8());
 }
 
 void addEditActions(CLI::App& setup, const Options& options, Command& chosen) {
@@ -330,7 +322,7 @@ void addChannelAction(CLI::App& setup, const Options& options, Command& chosen) 
     channel->add_option("INTERFACE", options->interface, "Interface ID, or all")->required();
     channel->add_option("--used", options->used, "Whether its messages are wanted")
         ->check(CLI::IsMember({"yes", "no"}));
-    channel->add_option("--name", options->name, "Its name")->type_name("NAME");
+    channel->add_option("--name", options->name, "Its name")->type_name("NAME")->check(isUtf8());
     channel->add_option("--color", options->color, "Its colour")->type_name("RRGGBB");
     channel->callback([options, channel, &chosen] {
         chosen = [options, channel](StopSignal&) {

@@ -19,10 +19,11 @@ SetupElement::~SetupElement() {
     clear(content.children);
 }
 
-void SetupElement::setValue(const std::wstring& key, const std::wstring& text) {
+void SetupElement::setValue(const std::wstring& key, const std::wstring& text,
+                            std::size_t fileLine) {
     const auto [place, isNew] = places.try_emplace(key, content.values.size());
     if (isNew) {
-        content.values.push_back({key, text});
+        content.values.push_back({key, text, fileLine});
     } else {
         content.values[place->second].text = text;
     }

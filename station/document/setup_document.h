@@ -27,6 +27,7 @@ class SetupElement final : public Counted<HostElement> {
     struct Value {
         std::wstring key;
         std::wstring text;
+        std::size_t line = 0;  ///< in the file that it was read from; 0: none
     };
     struct Content {
         std::wstring name;
@@ -42,10 +43,13 @@ class SetupElement final : public Counted<HostElement> {
     SetupElement(std::wstring name, std::wstring text);
 
     const Content& getContent() const { return content; }
+    /// Where it begins in the file that it was read from; 0: it wasn't.
+    std::size_t getLine() const { return line; }
+    void setLine(std::size_t number) { line = number; }
     /// Whether it has a parent.
     bool isInTree() const { return parent != nullptr; }
     /// Keeps the value under the key, in place of the one that is there.
-    void setValue(const std::wstring& key, const std::wstring& text);
+    void setValue(const std::wstring& key, const std::wstring& text, std::size_t fileLine = 0);
     void dropValue(const std::wstring& key);
     /// Null if there is no value for the key.
     const std::wstring* findValue(const std::wstring& key) const;
@@ -113,6 +117,7 @@ class SetupElement final : public Counted<HostElement> {
     Content content;
     std::unordered_map<std::wstring, std::size_t> places;  ///< of `content.values`, by key
     SetupElement* parent = nullptr;
+    std::size_t line = 0;
 };
 
 /// A setup document of the station: a root and the direction of the work. Elements of one document

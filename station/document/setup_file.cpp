@@ -24,6 +24,16 @@ std::string quoted(const fs::path& path) {
     return '"' + path.string() + '"';
 }
 
+/// The root of a text that is a setup. Throws SetupXmlError.
+CountedRef<SetupElement> parse(const std::string& text) {
+    auto root = fromSetupXml(text);
+    if (root->getContent().name != setupRootName) {
+        throw SetupXmlError(root->getLine(), 1, "this is no setup file: its root isn't <Setup>",
+                            {});
+    }
+    return root;
+}
+
 }  // namespace
 
 /// It is the folder's lock: saving replaces the file itself.
@@ -47,12 +57,12 @@ SetupLock::~SetupLock() {
 CountedRef<SetupDocument> SetupFile::load() const {
     const std::string failure = "Cannot read the setup " + quoted(path) + ": ";
     try {
-        const auto text = readWholeFile(path);
+        const auto text = readWholeFile(path, largestSetupFile + 1);
         if (!text) {
             throw std::runtime_error("there is no such file");
         }
         auto document = makeObject<SetupDocument>(false);
-        document->SetRootElement(fromSetupXml(*text).get());
+        document->SetRootElement(parse(*text).get());
         return document;
     } catch (const SetupXmlError& error) {
         std::error_code ignored;
@@ -74,12 +84,12 @@ void SetupFile::save(const SetupDocument& document) const {
     const std::string text = toSetupXml(*document.getRoot());
     try {
         const fs::path file = target();
-        const auto old = readWholeFile(file);
+        const auto old = readWholeFile(file, largestSetupFile + 1);
         if (old == text) {
             return;
         }
         if (old) {
-            fromSetupXml(*old);
+            parse(*old);
         }
         FileReplacement fresh(file, text, file);
         if (old) {

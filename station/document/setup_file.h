@@ -24,6 +24,10 @@ class SetupLock {
     int folder = -1;
 };
 
+/// The name of the root of a setup: a file with another one is something else, even if its form is
+/// that of a setup.
+inline constexpr const wchar_t* setupRootName = L"Setup";
+
 /// A setup document on the disk, in the form of setup_xml.h.
 ///
 /// Invariant: at the path there is at any moment, through crash and power cut, a whole file or

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 
+#include "core/parse_number.h"
 #include "core/string_helper.h"
 
 namespace station {
@@ -56,17 +56,16 @@ std::string quoted(const std::wstring& text) {
 
 /// Takes the number of a character off the front of `rest`, which goes on behind `\u`.
 std::optional<wchar_t> takeNumbered(std::string_view& rest) {
-    std::uint32_t code = 0;
-    const char* const end = rest.data() + rest.size();
-    if (!rest.starts_with('{')) {
+    const std::size_t close = rest.find('}');
+    if (!rest.starts_with('{') || close == std::string_view::npos) {
         return std::nullopt;
     }
-    const auto [stop, error] = std::from_chars(rest.data() + 1, end, code, hexadecimal);
-    if (error != std::errc() || stop == end || *stop != '}' || code == 0) {
+    const auto code = parseNumber<std::uint32_t>(rest.substr(1, close - 1), hexadecimal);
+    if (!code || *code == 0) {
         return std::nullopt;
     }
-    rest.remove_prefix(static_cast<std::size_t>(stop + 1 - rest.data()));
-    return static_cast<wchar_t>(code);
+    rest.remove_prefix(close + 1);
+    return static_cast<wchar_t>(*code);
 }
 
 /// Takes an escape off the front of `rest`, which goes on behind the backslash.

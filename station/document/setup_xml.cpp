@@ -3,12 +3,12 @@
 #include <utf8.h>
 
 #include <algorithm>
-#include <charconv>
 #include <new>
 #include <pugixml.hpp>
 #include <string_view>
 #include <utility>
 
+#include "core/parse_number.h"
 #include "station/document/setup_text.h"
 
 namespace station {
@@ -26,6 +26,7 @@ class Reader {
     explicit Reader(const std::string& fileText) : text(fileText) {}
 
     CountedRef<SetupElement> read() {
+        requireSize();
         requireCharacters();
         parse();
         const pugi::xml_node root = findRoot();
@@ -51,6 +52,13 @@ class Reader {
                            const std::string& advice = {}) const {
         failAt(static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.offset_debug(), 0)), cause,
                advice);
+    }
+
+    void requireSize() const {
+        if (text.size() > largestSetupFile) {
+            failAt(largestSetupFile, "the file has more than " + std::to_string(largestSetupFile) +
+                                         " bytes, which no setup has");
+        }
     }
 
     /// pugixml takes what comes; here is where a file of another kind is refused.
@@ -117,19 +125,18 @@ class Reader {
             fail(root, "a setup file doesn't begin with <" + std::string(tag) + ">");
         }
         const pugi::xml_attribute attribute = root.attribute("version");
-        const std::string_view digits = attribute.value();
-        unsigned number = 0;
-        const auto [stop, error] =
-            std::from_chars(digits.data(), digits.data() + digits.size(), number);
-        if (error == std::errc::invalid_argument || stop != digits.data() + digits.size() ||
-            (error == std::errc() && number == 0)) {
+        const std::string digits = attribute.value();
+        const bool isNumber =
+            !digits.empty() && digits.find_first_not_of("0123456789") == std::string::npos;
+        const auto number = parseNumber<unsigned>(digits);
+        if (!isNumber || number == 0U) {
             fail(root, "this is no setup file: its root has no attribute version=\"" +
                            std::to_string(setupXmlVersion) + "\"");
         }
-        if (error != std::errc() || number > setupXmlVersion) {
+        if (!number || *number > setupXmlVersion) {
             fail(root,
-                 "its version is " + std::string(digits) +
-                     ", and this program knows versions up to " + std::to_string(setupXmlVersion),
+                 "its version is " + digits + ", and this program knows versions up to " +
+                     std::to_string(setupXmlVersion),
                  "Use a newer program");
         }
         return attribute;
@@ -138,11 +145,36 @@ class Reader {
     CountedRef<SetupElement> readElement(pugi::xml_node node, bool hasName,
                                          std::size_t depth) const {
         requireDepth(node, depth);
+        countNode(node);
         auto element = makeObject<SetupElement>(
             hasName ? requireAttribute(node, "name") : decoded(node, node.name()), readText(node));
+        element->setLine(lineOf(node));
         readAttributes(*element, node, hasName, depth);
         readContent(*element, node, depth);
         return element;
+    }
+
+    void countNode(pugi::xml_node node) const {
+        if (++nodes > mostSetupNodes) {
+            fail(node, "there are more than " + std::to_string(mostSetupNodes) +
+                           " elements and values, which no setup has");
+        }
+    }
+
+    /// Nodes are asked for in their order in the file, more or less: from the last one on it costs
+    /// little.
+    std::size_t lineOf(pugi::xml_node node) const {
+        const auto offset =
+            static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.offset_debug(), 0));
+        if (offset < lineOffset) {
+            lineOffset = 0;
+            lineSeen = 1;
+        }
+        const auto from = text.begin() + static_cast<std::ptrdiff_t>(lineOffset);
+        const auto to = text.begin() + static_cast<std::ptrdiff_t>(std::min(offset, text.size()));
+        lineSeen += static_cast<std::size_t>(std::count(from, to, '\n'));
+        lineOffset = static_cast<std::size_t>(to - text.begin());
+        return lineSeen;
     }
 
     void requireDepth(pugi::xml_node node, std::size_t depth) const {
@@ -158,6 +190,7 @@ class Reader {
         for (const pugi::xml_attribute attribute : node.attributes()) {
             if (attribute != name && attribute != version) {
                 requireDepth(node, depth + 1);
+                countNode(node);
                 const auto read = makeObject<SetupElement>(decoded(node, attribute.name()),
                                                            decoded(node, attribute.value()));
                 attach(element.AddAttribute(read.get()));
@@ -182,6 +215,7 @@ class Reader {
     }
 
     void readValue(SetupElement& element, pugi::xml_node node) const {
+        countNode(node);
         const std::wstring key = requireAttribute(node, "key");
         const bool hasMore = node.first_attribute() != node.last_attribute() ||
                              node.find_child([](pugi::xml_node child) {
@@ -193,7 +227,7 @@ class Reader {
         if (element.findValue(key) != nullptr) {
             fail(node, "the same element has a <value> of this key already");
         }
-        element.setValue(key, readText(node));
+        element.setValue(key, readText(node), lineOf(node));
     }
 
     std::wstring readText(pugi::xml_node node) const {
@@ -207,6 +241,10 @@ class Reader {
     }
 
     std::wstring decoded(pugi::xml_node node, const std::string& fileText) const {
+        if (fileText.size() > longestSetupText) {
+            fail(node, "a text in it has more than " + std::to_string(longestSetupText) +
+                           " bytes, which none of a setup has");
+        }
         if (!utf8::is_valid(fileText.begin(), fileText.end())) {
             fail(node, "a character reference in it names no character");
         }
@@ -231,6 +269,9 @@ class Reader {
     const std::string& text;
     pugi::xml_document file;
     pugi::xml_attribute version;
+    mutable std::size_t nodes = 0;
+    mutable std::size_t lineSeen = 1;  ///< that of `lineOffset`
+    mutable std::size_t lineOffset = 0;
 };
 
 /// pugixml answers with an empty handle, or false, when it is out of memory; a file must not miss

@@ -35,6 +35,11 @@ namespace station {
 /// The version goes up when a file can no longer be read by the programs before it.
 inline constexpr unsigned setupXmlVersion = 1;
 
+/// What no setup is larger than: a file that is was made by mistake, or to make a program busy.
+inline constexpr std::size_t largestSetupFile = std::size_t{64} << 20;  // bytes
+inline constexpr std::size_t mostSetupNodes = 1'000'000;                // elements and values
+inline constexpr std::size_t longestSetupText = std::size_t{1} << 20;   // bytes of a name or value
+
 /// Why a text is no setup file, where, and what to do.
 class SetupXmlError : public std::runtime_error {
   public:

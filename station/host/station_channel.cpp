@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 
+#include "core/parse_number.h"
 #include "core/string_helper.h"
 
 namespace station {
@@ -19,8 +19,10 @@ constexpr std::array<std::int32_t, 15> elementSizes = {
 
 /// Room in the buffers, at the expected rate.
 constexpr double bufferSeconds = 2.0;
+/// Samples a second; no bus has as many.
+constexpr float highestRate = 1e6F;
 constexpr std::size_t leastBytes = std::size_t{64} << 10;
-constexpr std::size_t mostBytes = std::size_t{128} << 20;  // with the times
+constexpr std::size_t mostBytes = std::size_t{8} << 20;  // with the times
 /// What a sample of any size is expected to take.
 constexpr std::size_t variantBytes = 16;
 /// Indices that say whose channel it is.
@@ -60,13 +62,11 @@ class Values {
     template <typename Number>
     Number readNumber(const wchar_t* key, Number present) const {
         const std::string text = StringHelper::ToUtf8(read(key, toText(present)));
-        Number number{};
-        const char* const end = text.data() + text.size();
-        const auto [stop, error] = std::from_chars(text.data(), end, number);
-        if (error != std::errc() || stop != end) {
+        const auto number = parseNumber<Number>(text);
+        if (!number) {
             raise(key, text, "a number");
         }
-        return number;
+        return *number;
     }
 
     bool readFlag(const wchar_t* key, bool present) const {
@@ -172,8 +172,10 @@ HostResult StationChannel::setDataType(std::int32_t newType) {
 }
 
 HostResult StationChannel::setExpectedRate(float samplesPerSecond) {
-    if (!(samplesPerSecond >= 0.0F && std::isfinite(samplesPerSecond))) {
-        return fail(HostCode::invalidArgument, "an expected rate is a number of 0 or above");
+    if (!(samplesPerSecond >= 0.0F && samplesPerSecond <= highestRate)) {
+        return fail(HostCode::invalidArgument,
+                    fmt::format("an expected rate is a number from 0 to {:.0f}, and not {}",
+                                highestRate, samplesPerSecond));
     }
     return putLayout(expectedRate, samplesPerSecond);
 }

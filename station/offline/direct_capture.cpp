@@ -5,6 +5,7 @@
 #include <strings.h>
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include "station/errors.h"
 
@@ -31,6 +32,19 @@ const DeviceTypeInfo& typeByName(const std::string& name) {
     throw UserError(fmt::format("there is no module type \"{}\"; there are: {}", name, known));
 }
 
+ChannelStatistics statisticsOf(const ChannelCounts& counts) {
+    return {.unusable = counts.unusable,
+            .queued = counts.queued,
+            .delivered = counts.delivered,
+            .beforeStart = counts.beforeStart,
+            .afterEnd = counts.afterEnd,
+            .tooOld = counts.tooOld,
+            .tooNew = counts.tooNew,
+            .notPlaced = counts.notPlaced,
+            .leftQueued = counts.leftQueued,
+            .noOutput = counts.noOutput};
+}
+
 }  // namespace
 
 DirectCapture::DirectCapture(CapturePort& port, const PerformanceCounter& performanceCounter,
@@ -53,13 +67,12 @@ void DirectCapture::addModule(const Module& option) {
     if (!option.name.empty()) {
         device->setName(option.name);
     }
-    for (const auto& other : modules) {
-        if (other->getCmId() == device->getCmId()) {
-            throw UserError(
-                fmt::format("\"{}\" and \"{}\" both listen to CM ID 0x{:X}; give them different "
-                            "ConfigIds",
-                            other->getName(), device->getName(), device->getCmId()));
-        }
+    const auto [other, isNew] = moduleOfCmId.try_emplace(device->getCmId(), device);
+    if (!isNew) {
+        throw UserError(
+            fmt::format("\"{}\" and \"{}\" both listen to CM ID 0x{:X}; give them different "
+                        "ConfigIds",
+                        other->second->getName(), device->getName(), device->getCmId()));
     }
     device->createOutputs();
     modules.push_back(device);
@@ -104,6 +117,34 @@ void DirectCapture::updateRates() {
     markTime = now;
 }
 
+void DirectCapture::poll() {
+    reader.flushAll();
+    lookAtClocks();
+}
+
+void DirectCapture::lookAtClocks() {
+    constexpr double period = 0.5;  // seconds
+    const double now = secondsSinceStart();
+    if (std::abs(now - clocksTime) < period) {
+        return;
+    }
+    clocksTime = now;
+    for (std::size_t i = 0; i < modules.size(); ++i) {
+        const double age = modules[i]->getSilence();
+        const DeviceTime time = modules[i]->getDeviceNow();
+        const double latest = static_cast<double>(time.seconds) + time.nanoseconds / 1e9 - age;
+        if (age >= 0.0 && standing.note(i, latest, now - age)) {
+            standingModules.push_back(standingText(modules[i]->getName()));
+        }
+    }
+}
+
+std::vector<std::string> DirectCapture::describeClocks() const {
+    std::vector<std::string> texts = standingModules;
+    std::ranges::move(clocks.describeJumps(), std::back_inserter(texts));
+    return texts;
+}
+
 Summary DirectCapture::summarize() {
     updateRates();
     Summary summary;
@@ -113,6 +154,7 @@ Summary DirectCapture::summarize() {
         summary.modules.push_back({device->getName(), device->getType().name, device->getConfigId(),
                                    device->getCmId(), device->getSerialNumberText(),
                                    device->isConnected()});
+        summary.modules.back().timeStandsStill = standing.isStanding(summary.modules.size() - 1);
     }
     for (const Channel& channel : channels) {
         ChannelSummary entry;
@@ -126,6 +168,7 @@ Summary DirectCapture::summarize() {
         entry.lastTime = static_cast<double>(channel.traffic.getLast()) / nanosecondsPerSecond;
         entry.rate = channel.traffic.getRate();
         entry.lastValue = channel.channel->getLastValueText();
+        entry.counts = statisticsOf(channel.channel->getCounts());
         summary.channels.push_back(std::move(entry));
     }
     summary.recordings = recordings.summarize();

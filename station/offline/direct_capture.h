@@ -2,11 +2,13 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "capture/cmp_packet_reader.h"
+#include "core/standing_clocks.h"
 #include "station/offline/direct_output.h"
 #include "station/offline/pass_through_clock.h"
 #include "station/recording/channel_traffic.h"
@@ -35,10 +37,12 @@ class DirectCapture final : private SampleSink {
     void addModule(const Module& option);
 
     /// What the user must know of the modules' clocks.
-    std::vector<std::string> describeJumps() const { return clocks.describeJumps(); }
+    std::vector<std::string> describeClocks() const;
     CmpPacketReader& getReader() { return reader; }
     /// What a host does periodically: moves what has come in into recordings and summary.
-    void poll() { reader.flushAll(); }
+    void poll();
+    /// After the last `poll`: says of each message that is still queued what becomes of it.
+    void end() { reader.getDevices().endCounting(); }
     Summary summarize();
 
   private:
@@ -53,6 +57,7 @@ class DirectCapture final : private SampleSink {
     void addChannels(std::size_t module, const CmpDevice& device);
     double secondsSinceStart() const;
     void updateRates();
+    void lookAtClocks();
 
     const PerformanceCounter& counter;
     const std::int64_t start;
@@ -63,9 +68,13 @@ class DirectCapture final : private SampleSink {
     DirectOutputs outputs;
     CmpPacketReader reader;
     std::vector<std::shared_ptr<CmpDevice>> modules;
+    std::map<std::uint16_t, std::shared_ptr<CmpDevice>> moduleOfCmId;
     std::vector<Channel> channels;  ///< by index of the output
     UniqueNames names;              ///< modules of one type have the same one until they get others
-    double markTime = 0.0;          ///< when the rates were worked out, seconds since the start
+    StandingClocks standing;
+    std::vector<std::string> standingModules;  ///< texts
+    double clocksTime = 0.0;                   ///< when the clocks were looked at
+    double markTime = 0.0;  ///< when the rates were worked out, seconds since the start
 };
 
 }  // namespace station

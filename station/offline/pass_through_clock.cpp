@@ -56,7 +56,8 @@ void PassThroughClock::anchor() {
 }
 
 std::shared_ptr<PassThroughClocks::GNSSClock> PassThroughClocks::CreateClock() {
-    std::uint32_t id = 0;
+    const bool hasGap = !clocks.empty() && clocks.rbegin()->first >= clocks.size();
+    std::uint32_t id = hasGap ? 0 : static_cast<std::uint32_t>(clocks.size());
     while (clocks.contains(id)) {
         ++id;
     }

@@ -64,8 +64,12 @@ AppendFile::~AppendFile() {
 
 void AppendFile::open(bool overwrite) {
     // O_NONBLOCK, so that the name of a pipe is refused below instead of waiting for its reader.
-    fd = ::open(filePath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
-                0666);
+    constexpr int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    fd = ::open(filePath.c_str(), flags | O_EXCL, 0666);
+    created = fd >= 0;
+    if (!created) {
+        fd = ::open(filePath.c_str(), flags, 0666);
+    }
     struct stat status {};
     if (fd < 0 || ::fstat(fd, &status) != 0) {
         const int errorNumber = errno;
@@ -81,12 +85,11 @@ void AppendFile::open(bool overwrite) {
                            "Name another file.");
     }
     if (status.st_size > 0 && !overwrite) {
-        throw openingError(filePath, "the file exists and is not empty",
-                           "Name another file, or remove this one.");
+        throw openingError(
+            filePath, "the file exists and is not empty",
+            "Name another file, remove this one, or have it overwritten (--overwrite).");
     }
-    if (::ftruncate(fd, 0) != 0) {
-        throw openingError(filePath, reasonOf(errno), "Name another file.");
-    }
+    isToBeEmptied = status.st_size > 0;
 }
 
 void AppendFile::appendHeader(const std::vector<std::uint8_t>& bytes) {
@@ -113,6 +116,7 @@ bool AppendFile::close() {
     if (fd < 0) {
         return !failed();
     }
+    emptyFirst();
     flush();
     if (::fsync(fd) != 0 && !failed()) {
         fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
@@ -125,8 +129,17 @@ bool AppendFile::close() {
     return !failed();
 }
 
+void AppendFile::discard() {
+    used = 0;
+    recordEnds.clear();
+    isToBeEmptied = false;
+}
+
 void AppendFile::drain() {
     std::size_t done = 0;
+    if (used != 0) {
+        emptyFirst();
+    }
     while (isWritable() && done < used) {
         const ssize_t count = ::write(fd, buffer.get() + done, used - done);
         if (count > 0) {
@@ -143,19 +156,36 @@ void AppendFile::drain() {
     recordEnds.clear();
 }
 
+void AppendFile::emptyFirst() {
+    if (std::exchange(isToBeEmptied, false) && ::ftruncate(fd, 0) != 0) {
+        fail(reasonOf(errno) + " when emptying it. Name another file");
+        dropBuffered(recordEnds.begin());
+    }
+}
+
 /// `bytesOut` bytes of the buffer went into the file before writing failed: keeps the whole
 /// records.
 void AppendFile::cutBack(std::size_t bytesOut, int errorNumber) {
-    const auto firstLost = std::upper_bound(recordEnds.begin(), recordEnds.end(), bytesOut);
+    const auto firstLost = std::upper_bound(
+        recordEnds.begin(), recordEnds.end(), bytesOut,
+        [](std::size_t bytes, const RecordEnd& end) { return bytes < end.offset; });
     if (firstLost != recordEnds.begin()) {
-        bytesInFile += *(firstLost - 1);
+        bytesInFile += (firstLost - 1)->offset;
     }
     recordsInFile += static_cast<std::uint64_t>(firstLost - recordEnds.begin());
-    lost += static_cast<std::uint64_t>(recordEnds.end() - firstLost);
+    dropBuffered(firstLost);
     const bool isCut = ::ftruncate(fd, static_cast<off_t>(bytesInFile)) == 0;
     fail(reasonOf(errorNumber) + ". It holds " + std::to_string(recordsInFile) +
          " messages up to here" + (isCut ? "" : ", its last one may be torn") +
          ". Make room or choose another disk, and record again");
+}
+
+/// From there on, what is in the buffer won't get into the file.
+void AppendFile::dropBuffered(std::vector<RecordEnd>::iterator first) {
+    std::for_each(first, recordEnds.end(), [this](const RecordEnd& end) {
+        --channels[end.channel].written;
+        dropRecords(end.channel, 1);
+    });
 }
 
 /// A file that was deleted takes all its records along; one that was moved, replaced or written to
@@ -168,6 +198,9 @@ void AppendFile::checkStillThere() {
         return;
     }
     if (own.st_nlink == 0) {
+        for (Counts& channel : channels) {
+            channel.lost += std::exchange(channel.written, 0);
+        }
         lost += std::exchange(recordsInFile, 0);
         bytesInFile = 0;
         fail("the file was deleted, and its messages with it. Record again");
@@ -179,7 +212,7 @@ void AppendFile::checkStillThere() {
     if (isGone || isOther) {
         fail("the file was moved away or replaced, and holds " + std::to_string(recordsInFile) +
              " messages up to here. Record again");
-    } else if (static_cast<std::uint64_t>(own.st_size) != bytesInFile) {
+    } else if (!isToBeEmptied && static_cast<std::uint64_t>(own.st_size) != bytesInFile) {
         fail("another program changed the file. Record again, to another file");
     }
 }

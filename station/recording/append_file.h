@@ -30,30 +30,42 @@ namespace station {
 class AppendFile {
   public:
     /// Opens `path` for appending, or creates it. A file with content is refused unless `overwrite`
-    /// empties it. Throws FileError.
+    /// is set; it is emptied when the first bytes are written. Throws FileError.
     AppendFile(std::string path, bool overwrite);
     ~AppendFile();  // closes; call close() to learn of errors
 
     AppendFile(const AppendFile&) = delete;
     AppendFile& operator=(const AppendFile&) = delete;
 
-    /// Room for one record of at most `size` bytes (`size` at most `largestPiece`), to be finished
-    /// with endRecord before any other call. Null, and one more record lost, after a failure.
-    std::uint8_t* beginRecord(std::size_t size) {
+    /// What has become of the records of one channel.
+    struct Counts {
+        std::uint64_t written = 0;  ///< in the file or on their way into it
+        std::uint64_t lost = 0;
+    };
+
+    /// One more channel, whose records are counted on their own; they count from 0.
+    void addChannel() { channels.push_back({}); }
+    /// Room for one record of at most `size` bytes (`size` at most `largestPiece`) of a channel, to
+    /// be finished with endRecord before any other call. Null, and one more record lost, after a
+    /// failure.
+    std::uint8_t* beginRecord(std::size_t channel, std::size_t size) {
         if (used + size > bufferSize) {
             drain();
         }
         if (!isWritable()) {
-            ++lost;
+            dropRecords(channel, 1);
             return nullptr;
         }
+        recordChannel = channel;
         return buffer.get() + used;
     }
 
     /// `end` is one behind the last byte put into the room that beginRecord gave.
     void endRecord(const std::uint8_t* end) {
         used = static_cast<std::size_t>(end - buffer.get());
-        recordEnds.push_back(static_cast<std::uint32_t>(used));
+        recordEnds.push_back(
+            {static_cast<std::uint32_t>(used), static_cast<std::uint32_t>(recordChannel)});
+        ++channels[recordChannel].written;
     }
 
     /// Bytes that are no record of their own but needed to read those behind them (at most
@@ -61,8 +73,17 @@ class AppendFile {
     void appendHeader(const std::vector<std::uint8_t>& bytes);
 
     /// Records that the caller can't write, to be counted with the lost ones.
-    void dropRecords(std::uint64_t count) { lost += count; }
-    void dropRecord() { dropRecords(1); }
+    void dropRecords(std::size_t channel, std::uint64_t count) {
+        lost += count;
+        if (channel < channels.size()) {
+            channels[channel].lost += count;
+        }
+    }
+
+    /// Forgets what isn't in the file yet: an existing file stays as it was if none of it is.
+    void discard();
+    /// Whether there was no file before.
+    bool isNew() const { return created; }
 
     /// Hands everything to the operating system and looks whether the file is still at its
     /// path. False when the recording has failed, now or before.
@@ -78,15 +99,23 @@ class AppendFile {
     /// Records in the file or on their way into it; those that a failure took are `recordsLost`.
     std::uint64_t recordsWritten() const { return recordsInFile + recordEnds.size(); }
     std::uint64_t recordsLost() const { return lost; }
+    const std::vector<Counts>& channelCounts() const { return channels; }
     std::uint64_t bytesWritten() const { return bytesInFile + used; }
 
     static constexpr std::size_t largestPiece = 4096;
 
   private:
+    struct RecordEnd {
+        std::uint32_t offset;  ///< in `buffer`
+        std::uint32_t channel;
+    };
+
     bool isWritable() const { return fd >= 0 && !failed(); }
     void open(bool overwrite);
     void drain();
+    void emptyFirst();
     void cutBack(std::size_t bytesOut, int errorNumber);
+    void dropBuffered(std::vector<RecordEnd>::iterator first);
     void checkStillThere();
     void fail(const std::string& reason);
 
@@ -94,9 +123,13 @@ class AppendFile {
 
     const std::string filePath;
     const std::unique_ptr<std::uint8_t[]> buffer;
-    std::vector<std::uint32_t> recordEnds;  // offsets in `buffer`, for cutBack
-    std::size_t used = 0;                   // bytes in `buffer`
+    std::vector<RecordEnd> recordEnds;  // of the records in `buffer`, for cutBack
+    std::vector<Counts> channels;
+    std::size_t recordChannel = 0;  // of the record that was begun
+    std::size_t used = 0;           // bytes in `buffer`
     int fd = -1;
+    bool created = false;
+    bool isToBeEmptied = false;  // before the first bytes are written
     std::uint64_t bytesInFile = 0;
     std::uint64_t recordsInFile = 0;
     std::uint64_t lost = 0;

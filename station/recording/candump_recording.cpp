@@ -90,16 +90,17 @@ std::size_t CandumpRecording::addChannel(const ChannelDescription& channel) {
         name += suffix;
     }
     names.push_back(name);
+    file.addChannel();
     return names.size() - 1;
 }
 
 void CandumpRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                              std::size_t size) {
     if (channel >= names.size() || size != CanRecord::size) {
-        file.dropRecord();
+        file.dropRecords(channel, 1);
         return;
     }
-    std::uint8_t* room = file.beginRecord(longestLine);
+    std::uint8_t* room = file.beginRecord(channel, longestLine);
     if (room == nullptr) {
         return;
     }

@@ -153,7 +153,7 @@ void appendPacket(AppendFile& file, std::size_t channel, std::int64_t utcNanosec
                   const Record& record, void (*put)(Cursor&, const Record&)) {
     const std::size_t captured = packetHeader + record.length;
     const std::size_t total = packetBlockHeader + padded(captured) + blockEnd;
-    std::uint8_t* room = file.beginRecord(total);
+    std::uint8_t* room = file.beginRecord(channel, total);
     if (room == nullptr) {
         return;
     }
@@ -177,7 +177,7 @@ void appendPacket(AppendFile& file, std::size_t channel, std::int64_t utcNanosec
 PcapngRecording::PcapngRecording(const std::string& path, bool overwrite)
     : Recording(path, overwrite) {
     file.appendHeader(sectionHeader());
-    if (!file.flush()) {
+    if (file.isNew() && !file.flush()) {
         throw FileError(file.errorText());
     }
 }
@@ -185,6 +185,7 @@ PcapngRecording::PcapngRecording(const std::string& path, bool overwrite)
 std::size_t PcapngRecording::addChannel(const ChannelDescription& channel) {
     file.appendHeader(interfaceDescription(channel));
     channels.push_back(channel.bus);
+    file.addChannel();
     return channels.size() - 1;
 }
 
@@ -196,7 +197,7 @@ void PcapngRecording::write(std::size_t channel, std::int64_t utcNanoseconds, co
     } else if (isKnown && channels[channel] == BusType::Lin && size == LinRecord::size) {
         appendPacket(file, channel, utcNanoseconds, LinRecord(record), putLin);
     } else {
-        file.dropRecord();
+        file.dropRecords(channel, 1);
     }
 }
 

@@ -18,6 +18,17 @@ char lowerCase(char c) {
 
 }  // namespace
 
+void Recording::cancel() {
+    if (recordsWritten() != 0 || failed()) {
+        return;
+    }
+    file.discard();
+    if (file.isNew()) {
+        std::error_code ignored;
+        std::filesystem::remove(path(), ignored);
+    }
+}
+
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite) {
     std::string ending = std::filesystem::path(path).extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(), lowerCase);

@@ -44,11 +44,15 @@ class Recording {
     virtual void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                        std::size_t size) = 0;
 
-    /// Records that won't come, to be counted with the lost ones.
-    void drop(std::uint64_t count) { file.dropRecords(count); }
+    /// Records of a channel that won't come, to be counted with the lost ones.
+    void drop(std::size_t channel, std::uint64_t count) { file.dropRecords(channel, count); }
 
     /// What was written so far is in the file. False when the recording has failed.
     bool flush() { return file.flush(); }
+
+    /// In place of `close`, if nothing is to be recorded after all: a file that was there before
+    /// is as it was then, and one that wasn't is removed. Does nothing once a record is in it.
+    void cancel();
 
     /// Flushes, waits until the disk has it, and closes. False when the recording has failed.
     bool close() { return file.close(); }
@@ -59,6 +63,8 @@ class Recording {
     std::uint64_t recordsWritten() const { return file.recordsWritten(); }
     std::uint64_t recordsLost() const { return file.recordsLost(); }
     std::uint64_t bytesWritten() const { return file.bytesWritten(); }
+    /// By handle.
+    const std::vector<AppendFile::Counts>& channelCounts() const { return file.channelCounts(); }
 
   protected:
     Recording(const std::string& path, bool overwrite) : file(path, overwrite) {}

@@ -99,7 +99,7 @@ struct RecordingQueue::Shared {
     void finishPresent() CMP_EXCLUDES(lock) {
         std::vector<RecordingSummary> now = recordings->summarize();
         const LockGuard guard(lock);
-        states = std::move(now);
+        take(std::move(now));
         movedAt = Clock::now();
         if (!present) {
             return;
@@ -112,10 +112,15 @@ struct RecordingQueue::Shared {
         }
         present.reset();
     }
+    void take(std::vector<RecordingSummary> now) CMP_REQUIRES(lock) {
+        if (!isAbandoned) {
+            states = std::move(now);
+        }
+    }
     void publish(std::vector<std::string> failures) CMP_EXCLUDES(lock) {
         std::vector<RecordingSummary> now = recordings->summarize();
         const LockGuard guard(lock);
-        states = std::move(now);
+        take(std::move(now));
         std::move(failures.begin(), failures.end(), std::back_inserter(texts));
     }
 
@@ -132,6 +137,7 @@ struct RecordingQueue::Shared {
     bool isFlushWanted CMP_GUARDED_BY(lock) = false;
     bool isEnding CMP_GUARDED_BY(lock) = false;
     bool isOver CMP_GUARDED_BY(lock);
+    bool isAbandoned CMP_GUARDED_BY(lock) = false;  ///< `states` are what was last known
     std::vector<std::string> texts CMP_GUARDED_BY(lock);
     std::vector<RecordingSummary> states CMP_GUARDED_BY(lock);
 };
@@ -156,6 +162,7 @@ RecordingQueue::~RecordingQueue() {
 void RecordingQueue::addChannel(const ChannelDescription& channel) {
     shared->recordings->addChannel(channel);
     dropped.push_back(0);
+    given.push_back(0);
 }
 
 void RecordingQueue::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
@@ -163,6 +170,7 @@ void RecordingQueue::write(std::size_t channel, std::int64_t utcNanoseconds, con
     if (!current) {
         return;
     }
+    ++given[channel];
     if (current->bytes.size() + sizeof(EntryHead) + size > chunkSize && !passOn(false)) {
         ++dropped[channel];
         ++droppedInAll;
@@ -173,8 +181,18 @@ void RecordingQueue::write(std::size_t channel, std::int64_t utcNanoseconds, con
         record);
 }
 
+/// From here on the thread says how the recordings do; up to here they have what `addChannel` gave
+/// them.
+void RecordingQueue::handOver() {
+    if (!std::exchange(isHandedOver, true) && current) {
+        const LockGuard guard(shared->lock);
+        shared->states = shared->recordings->summarize();
+    }
+}
+
 /// Gives the chunk to the thread and takes another one. False where that would be too much.
 bool RecordingQueue::passOn(bool evenIfFull) {
+    handOver();
     const LockGuard guard(shared->lock);
     if (shared->bytes + chunkSize > limit && !evenIfFull) {
         return false;
@@ -199,6 +217,7 @@ bool RecordingQueue::passOn(bool evenIfFull) {
 }
 
 std::vector<std::string> RecordingQueue::flush() {
+    handOver();
     if (current && !current->bytes.empty()) {
         passOn(false);
     }
@@ -249,6 +268,17 @@ std::vector<std::string> RecordingQueue::abandon() {
     std::vector<std::string> texts = flush();
     const LockGuard guard(shared->lock);
     droppedInAll += shared->messages;
+    shared->isAbandoned = true;
+    for (RecordingSummary& state : shared->states) {
+        for (std::size_t i = 0; i < state.channels.size(); ++i) {
+            RecordingSummary::Channel& channel = state.channels[i];
+            const std::uint64_t missing = given[i] - channel.records - channel.lost;
+            if (channel.isHeld) {
+                channel.lost += missing;
+                state.lost += missing;
+            }
+        }
+    }
     texts.push_back("the disk doesn't answer, the recordings were left as they are: up to " +
                     std::to_string(shared->messages) + " messages are missing at their end");
     return texts;

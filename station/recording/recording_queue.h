@@ -59,12 +59,15 @@ class RecordingQueue {
     struct Chunk;
     struct Shared;
 
+    void handOver();
     bool passOn(bool evenIfFull);
     void end();
 
     const std::shared_ptr<Shared> shared;
     const std::size_t limit;
+    bool isHandedOver = false;           ///< the recordings, to the thread
     std::unique_ptr<Chunk> current;      ///< null without recordings
+    std::vector<std::uint64_t> given;    ///< to `write`, by channel
     std::vector<std::uint64_t> dropped;  ///< by channel, since the last chunk went
     std::uint64_t droppedTold = 0;
     std::uint64_t droppedInAll = 0;

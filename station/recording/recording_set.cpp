@@ -1,16 +1,14 @@
 #include "station/recording/recording_set.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 namespace station {
 
 RecordingSet::~RecordingSet() {
     for (const auto& recording : recordings) {
-        if (!closed && recording->recordsWritten() == 0 && !recording->failed()) {
-            std::error_code ignored;
-            std::filesystem::remove(recording->path(), ignored);
+        if (!closed) {
+            recording->cancel();
         }
     }
 }
@@ -41,7 +39,7 @@ void RecordingSet::drop(std::size_t channel, std::uint64_t count) {
     const std::size_t first = channel * recordings.size();
     for (std::size_t i = 0; i < recordings.size(); ++i) {
         if (handles[first + i] != notHeld) {
-            recordings[i]->drop(count);
+            recordings[i]->drop(handles[first + i], count);
         }
     }
 }
@@ -84,10 +82,20 @@ bool RecordingSet::haveAllFailed() const {
 
 std::vector<RecordingSummary> RecordingSet::summarize() const {
     std::vector<RecordingSummary> summaries;
-    for (const auto& recording : recordings) {
-        summaries.push_back({recording->path(), recording->formatName(),
-                             recording->recordsWritten(), recording->bytesWritten(),
-                             recording->recordsLost(), recording->errorText()});
+    for (std::size_t i = 0; i < recordings.size(); ++i) {
+        const Recording& recording = *recordings[i];
+        RecordingSummary summary{recording.path(),           recording.formatName(),
+                                 recording.recordsWritten(), recording.bytesWritten(),
+                                 recording.recordsLost(),    recording.errorText()};
+        for (std::size_t at = i; at < handles.size(); at += recordings.size()) {
+            if (handles[at] == notHeld) {
+                summary.channels.push_back({});
+            } else {
+                const auto& counts = recording.channelCounts()[handles[at]];
+                summary.channels.push_back({true, counts.written, counts.lost});
+            }
+        }
+        summaries.push_back(std::move(summary));
     }
     return summaries;
 }

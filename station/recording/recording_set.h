@@ -11,12 +11,20 @@ namespace station {
 
 /// What has become of one recording so far.
 struct RecordingSummary {
+    /// The messages of one channel.
+    struct Channel {
+        bool isHeld = false;  ///< the format can hold them
+        std::uint64_t records = 0;
+        std::uint64_t lost = 0;
+    };
+
     std::string path;
     std::string format;
     std::uint64_t records = 0;
     std::uint64_t bytes = 0;
     std::uint64_t lost = 0;
-    std::string error;  ///< empty: none
+    std::string error;                   ///< empty: none
+    std::vector<Channel> channels = {};  ///< in the order in which they were added
 };
 
 /// The recordings of one measurement. Each has all channels that its format can hold. One that
@@ -24,14 +32,16 @@ struct RecordingSummary {
 class RecordingSet {
   public:
     RecordingSet() = default;
-    /// Removes what `close` wasn't called for and no message is in: a command that fails before
-    /// it begins leaves no file that would be in the way of the next.
+    /// Cancels what `close` wasn't called for and no message is in: a command that fails before
+    /// it begins leaves no file that would be in the way of the next, and none changed.
     ~RecordingSet();
     RecordingSet(const RecordingSet&) = delete;
     RecordingSet& operator=(const RecordingSet&) = delete;
 
-    /// Opens a file; throws FileError. Before the first channel is added, as the next.
-    void open(const std::string& path) { add(openRecording(path)); }
+    /// As `openRecording`. Before the first channel is added, as the next.
+    void open(const std::string& path, bool overwrite = false) {
+        add(openRecording(path, overwrite));
+    }
     void add(std::unique_ptr<Recording> recording);
     /// The next channel; its number is how many were added before.
     void addChannel(const ChannelDescription& channel);

@@ -29,7 +29,7 @@ Measurement::Measurement(Session& measuringSession, std::shared_ptr<RecordingSet
 
 void Measurement::start() {
     session.driver().start();
-    untold = session.findSharedCmIds();
+    untold = session.findSharedIds();
     nextFlush = Clock::now() + flushPeriod;
     nextCounts = Clock::now() + countsPeriod;
 }
@@ -107,6 +107,18 @@ void Measurement::readCounts(std::vector<std::string>& texts) {
     }
 }
 
+void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& texts) {
+    const double seconds = std::chrono::duration<double>(now.time_since_epoch()).count();
+    const auto clocks = session.driver().getClocks();
+    for (std::size_t i = 0; i < clocks.size(); ++i) {
+        if (clocks[i].age >= 0.0 &&
+            standing.note(i, clocks[i].deviceTime, seconds - clocks[i].age)) {
+            const auto modules = session.getModules();
+            texts.push_back(standingText(i < modules.size() ? modules[i].name : "a module"));
+        }
+    }
+}
+
 std::string Measurement::awaitedLeader() {
     if (!session.driver().isAwaitingLeader()) {
         return {};
@@ -135,6 +147,7 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
         if (stopped || now >= nextCounts) {
             nextCounts = now + countsPeriod;
             readCounts(texts);
+            readClocks(now, texts);
         }
         if (stopped) {
             queue.beginClose();
@@ -156,6 +169,7 @@ Summary Measurement::summarize() {
     const auto clocks = session.driver().getClocks();
     for (std::size_t i = 0; i < std::min(modules.size(), clocks.size()); ++i) {
         modules[i].clock = clocks[i];
+        modules[i].timeStandsStill = standing.isStanding(i);
     }
     Summary summary = recorder.summarize(std::move(modules));
     summary.droppedFrames = droppedTold;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "core/standing_clocks.h"
 #include "station/recording/recording_queue.h"
 #include "station/session/measurement_recorder.h"
 #include "station/session/session.h"
@@ -52,6 +53,7 @@ class Measurement {
     void readDropped(std::vector<std::string>& texts);
     void readInterfaceMessages(std::vector<std::string>& texts);
     void readCounts(std::vector<std::string>& texts);
+    void readClocks(Clock::time_point now, std::vector<std::string>& texts);
     /// The name of the module whose clock leads, while the measurement waits for it; else empty.
     std::string awaitedLeader();
     void takeStep();
@@ -61,6 +63,7 @@ class Measurement {
     MeasurementRecorder recorder;
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
+    StandingClocks standing;
     std::uint64_t droppedTold = 0;               ///< frames
     std::vector<std::string> interfaceMessages;  ///< the first of them
     bool stopping = false;

@@ -47,27 +47,6 @@ ChannelStatistics sumOf(const std::vector<ChannelStatistics>& statistics, std::i
     return sum;
 }
 
-/// What was lost between two looks at a channel's counts, and why; empty for nothing.
-std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now) {
-    struct Reason {
-        std::uint64_t ChannelStatistics::*count;
-        const char* text;
-    };
-    static constexpr Reason reasons[] = {
-        {&ChannelStatistics::tooOld, "came too late to be written"},
-        {&ChannelStatistics::tooNew, "were stamped too far ahead of the measurement"},
-        {&ChannelStatistics::notPlaced, "had a module's clock without relation to the host's time"},
-        {&ChannelStatistics::leftQueued, "were still waiting at the end"},
-        {&ChannelStatistics::noOutput, "had no channel to go to"}};
-    std::vector<std::string> parts;
-    for (const Reason& reason : reasons) {
-        if (const std::uint64_t lost = now.*reason.count - before.*reason.count; lost != 0) {
-            parts.push_back(fmt::format("{} {}", lost, reason.text));
-        }
-    }
-    return fmt::format("{}", fmt::join(parts, ", "));
-}
-
 }  // namespace
 
 std::string toText(const CanRecord& record) {
@@ -105,6 +84,8 @@ class MeasurementRecorder::Channel final : public ChannelSink {
         std::memcpy(lastRecord.data(), sample.data, lastSize);
     }
 
+    std::uint64_t getOverruns() const { return overrunsBefore + source->getOverruns(); }
+
     std::string lastValueText() const {
         if (bus == BusType::Can && lastSize == CanRecord::size) {
             return toText(CanRecord(lastRecord.data()));
@@ -125,6 +106,7 @@ class MeasurementRecorder::Channel final : public ChannelSink {
     ChannelTraffic traffic;
     std::array<std::uint8_t, StationChannel::recordSize> lastRecord = {};
     std::size_t lastSize = 0;
+    std::uint64_t overrunsBefore = 0;  ///< in the parts of the measurement before this one
     std::uint64_t overrunsTold = 0;
     ChannelStatistics counts;
 };
@@ -165,13 +147,16 @@ void MeasurementRecorder::takeNew() {
 
 void MeasurementRecorder::endPart() {
     takeNew();
+    for (const auto& channel : channels) {
+        channel->overrunsBefore = channel->getOverruns();
+    }
     firstStart = startNanoseconds();
 }
 
 std::vector<std::string> MeasurementRecorder::takeOverruns() {
     std::vector<std::string> texts;
     for (const auto& channel : channels) {
-        const std::uint64_t overruns = channel->source->getOverruns();
+        const std::uint64_t overruns = channel->getOverruns();
         if (overruns > channel->overrunsTold) {
             texts.push_back(fmt::format(
                 "channel \"{}\" lost {} messages: they were overwritten before they could be read",
@@ -246,7 +231,7 @@ Summary MeasurementRecorder::summarize(std::vector<Module> modules) {
         entry.rate = channel->traffic.getRate();
         entry.lastValue = channel->lastValueText();
         entry.counts = channel->counts;
-        entry.overwritten = channel->source->getOverruns();
+        entry.overwritten = channel->getOverruns();
         summary.channels.push_back(std::move(entry));
     }
     summary.recordings = recordings.summarize();

@@ -2,8 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
-
+#include "core/parse_number.h"
 #include "station/errors.h"
 
 namespace station {
@@ -31,13 +30,11 @@ Module parseModule(const std::string& text) {
     if (second != std::string::npos) {
         module.name = text.substr(second + 1);
     }
-    const bool hexadecimal = number.starts_with("0x") || number.starts_with("0X");
-    const char* const begin = number.data() + (hexadecimal ? 2 : 0);
-    const char* const end = number.data() + number.size();
-    const auto [stop, error] = std::from_chars(begin, end, module.configId, hexadecimal ? 16 : 10);
-    if (error != std::errc() || stop != end) {
+    const auto configId = parseDecimalOrHex<std::uint16_t>(number);
+    if (!configId) {
         refuse(text, "the ConfigId must be a number from 0 to 65535");
     }
+    module.configId = *configId;
     return module;
 }
 

@@ -29,6 +29,7 @@ struct Module {
     bool connected = false;
     std::optional<ClockStatistics> clock = {};  ///< how it follows the host's, where that is known
     std::vector<Channel> channels = {};
+    bool timeStandsStill = false;  ///< its messages come, but its device time doesn't advance
 };
 
 /// A module as the command line names it: "TYPE:CONFIGID[:NAME]", CONFIGID decimal or hexadecimal

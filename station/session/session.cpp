@@ -10,6 +10,7 @@
 #include <set>
 
 #include "core/string_helper.h"
+#include "station/document/setup_check.h"
 #include "station/session/registered_plugins.h"
 
 namespace station {
@@ -19,7 +20,6 @@ namespace fs = std::filesystem;
 using Kestrova::Utils::Kcom::StringHelper;
 using ElementRef = CountedRef<SetupElement>;
 
-constexpr const wchar_t* rootName = L"Setup";
 constexpr const wchar_t* sectionName = L"Plugin";
 constexpr const wchar_t* idName = L"id";
 constexpr const wchar_t* settingsName = L"Settings";
@@ -125,7 +125,7 @@ Session::Session(SessionOptions options) : pluginModule(loadPlugin(options)) {
         std::make_unique<PluginDriver>(pluginModule->create(cmpPluginClassId), stationHost);
     pluginDriver->connect();
     document = makeObject<SetupDocument>(false);
-    document->SetRootElement(newElement(rootName).get());
+    document->SetRootElement(newElement(setupRootName).get());
     pluginDriver->clearSetup();
 }
 
@@ -134,6 +134,10 @@ void Session::open(const SetupFile& file) {
     const ElementRef section = findSection(*document->getRoot());
     if (!section) {
         return;
+    }
+    for (const std::string& fault : findSetupFaults(*section)) {
+        stationHost->writeError(
+            StringHelper::ToWide(fmt::format("{}, {}", file.getPath().string(), fault)).c_str());
     }
     try {
         // A part that isn't there is empty.
@@ -310,10 +314,11 @@ void Session::requireOwnCmId(std::size_t module) {
     }
 }
 
-std::vector<std::string> Session::findSharedCmIds() {
+std::vector<std::string> Session::findSharedIds() {
     refreshModules();
     std::vector<std::string> texts;
     std::map<std::uint16_t, std::string> first;
+    std::map<std::int32_t, std::string> clockOwners;
     for (const ListedModule& module : listed) {
         const auto [other, isNew] = first.try_emplace(module.cmId, toUtf8(module.name));
         if (!isNew) {
@@ -321,6 +326,14 @@ std::vector<std::string> Session::findSharedCmIds() {
                 "\"{}\" gets no messages: \"{}\" has the same CM ID 0x{:X}; give one of them "
                 "another ConfigId",
                 toUtf8(module.name), other->second, module.cmId));
+        }
+        const auto [owner, isOwn] = clockOwners.try_emplace(module.clock, toUtf8(module.name));
+        if (module.clock >= 0 && !isOwn) {
+            texts.push_back(
+                fmt::format("\"{}\" and \"{}\" have one clock between them, and their times will "
+                            "be wrong: give "
+                            "each a ClockId of its own, or remove one and add it again",
+                            owner->second, toUtf8(module.name)));
         }
     }
     return texts;

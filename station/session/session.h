@@ -68,9 +68,9 @@ class Session {
     /// A second module with the CM ID of another one would get no messages.
     void requireOwnCmId(std::size_t module);
 
-    /// A text for each CM ID that several modules of the setup have: only the first of them gets
-    /// messages.
-    std::vector<std::string> findSharedCmIds();
+    /// A text for each CM ID that several modules of the setup have, as only the first of them gets
+    /// messages, and for each clock, as their times ruin each other's.
+    std::vector<std::string> findSharedIds();
 
     /// Whether there are modules without channels, or channels without a module.
     bool needsChannels();

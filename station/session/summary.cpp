@@ -2,6 +2,7 @@
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -30,6 +31,19 @@ const char* stateText(const ClockStatistics& clock) {
     return !clock.hasTime ? "not heard" : clock.isPlaced ? "following" : "not placed";
 }
 
+/// The messages of a channel in the recordings that can hold them.
+Json toJson(const std::vector<RecordingSummary>& recordings, std::size_t channel) {
+    Json result = Json::array();
+    for (const RecordingSummary& recording : recordings) {
+        if (channel < recording.channels.size() && recording.channels[channel].isHeld) {
+            result.push_back({{"path", recording.path},
+                              {"records", recording.channels[channel].records},
+                              {"lost", recording.channels[channel].lost}});
+        }
+    }
+    return result;
+}
+
 Json toJson(const ClockStatistics& clock) {
     Json result = {{"mode", modeText(clock)}, {"state", stateText(clock)}, {"offset", nullptr},
                    {"ratePpm", nullptr},      {"residual", nullptr},       {"age", nullptr},
@@ -51,6 +65,9 @@ Json toJson(const Module& module) {
                    {"serial", module.serial},     {"connected", module.connected}};
     if (module.clock) {
         result["clock"] = toJson(*module.clock);
+    }
+    if (module.timeStandsStill) {
+        result["timeStandsStill"] = true;
     }
     return result;
 }
@@ -129,7 +146,8 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
     lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
                                 module.type, module.configId, module.serial,
                                 module.connected ? "Connected" : "Not connected") +
-                    (module.clock ? clockText(*module.clock) : ""));
+                    (module.clock ? clockText(*module.clock) : "") +
+                    (module.timeStandsStill ? "  TIME STANDS STILL" : ""));
     std::size_t silent = 0;
     for (const ChannelSummary& channel : summary.channels) {
         if (channel.module != position) {
@@ -144,6 +162,9 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
                         channel.frames, channel.rate,
                         channel.getLost() == 0 ? "" : fmt::format("LOST {}  ", channel.getLost()),
                         shortened(channel.lastValue, longestValue)));
+        if (channel.getLost() != 0) {
+            lines.push_back("    lost: " + channel.describeLoss());
+        }
     }
     if (silent != 0) {
         lines.push_back(
@@ -157,6 +178,42 @@ std::string awaitedText(const Summary& summary) {
 }
 
 }  // namespace
+
+std::string ChannelSummary::describeLoss() const {
+    std::string text = counts ? lossReasons({}, *counts) : "";
+    if (overwritten != 0) {
+        text += fmt::format("{}{} were overwritten before they could be read",
+                            text.empty() ? "" : ", ", overwritten);
+    }
+    return text;
+}
+
+std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now) {
+    struct Reason {
+        std::uint64_t ChannelStatistics::*count;
+        const char* text;
+    };
+    static constexpr Reason reasons[] = {
+        {&ChannelStatistics::tooOld, "came too late to be written"},
+        {&ChannelStatistics::tooNew, "were stamped too far ahead of the measurement"},
+        {&ChannelStatistics::notPlaced, "had a module's clock without relation to the host's time"},
+        {&ChannelStatistics::leftQueued, "were still waiting at the end"},
+        {&ChannelStatistics::noOutput, "had no channel to go to"}};
+    std::vector<std::string> parts;
+    for (const Reason& reason : reasons) {
+        if (const std::uint64_t lost = now.*reason.count - before.*reason.count; lost != 0) {
+            parts.push_back(fmt::format("{} {}", lost, reason.text));
+        }
+    }
+    return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+std::string standingText(const std::string& module) {
+    return fmt::format(
+        "the device time of \"{}\" stands still while its messages come: their times are wrong; "
+        "restart the module, or check its time source",
+        module);
+}
 
 std::uint64_t Summary::totalFrames() const {
     std::uint64_t total = 0;
@@ -197,7 +254,9 @@ std::string toJson(const Summary& summary) {
         result["modules"].push_back(toJson(module));
     }
     for (const ChannelSummary& channel : summary.channels) {
-        result["channels"].push_back(toJson(channel, summary.modules));
+        Json entry = toJson(channel, summary.modules);
+        entry["recordings"] = toJson(summary.recordings, result["channels"].size());
+        result["channels"].push_back(std::move(entry));
     }
     for (const RecordingSummary& recording : summary.recordings) {
         result["recordings"].push_back(toJson(recording));
@@ -210,6 +269,10 @@ std::vector<std::string> toTable(const Summary& summary) {
     lines.push_back(fmt::format("{:.1f} s since {}   {} frames", summary.seconds,
                                 toIsoText(summary.startTime).substr(0, 19) + 'Z',
                                 summary.totalFrames()));
+    if (summary.droppedFrames != 0) {
+        lines.push_back(fmt::format("LOST {} Ethernet frames before they could be read",
+                                    summary.droppedFrames));
+    }
     if (!summary.awaitedLeader.empty()) {
         lines.push_back(awaitedText(summary));
     }
@@ -219,9 +282,10 @@ std::vector<std::string> toTable(const Summary& summary) {
         addModule(summary, i, lines);
     }
     for (const RecordingSummary& recording : summary.recordings) {
-        lines.push_back(fmt::format("{}: {} records, {} bytes{}", recording.path, recording.records,
-                                    recording.bytes,
-                                    recording.error.empty() ? "" : "  FAILED: " + recording.error));
+        lines.push_back(fmt::format(
+            "{}: {} records, {} bytes{}{}", recording.path, recording.records, recording.bytes,
+            recording.lost == 0 ? "" : fmt::format(", LOST {}", recording.lost),
+            recording.error.empty() ? "" : "  FAILED: " + recording.error));
     }
     std::transform(lines.begin(), lines.end(), lines.begin(), printable);
     return lines;

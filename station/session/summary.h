@@ -12,7 +12,10 @@
 
 namespace station {
 
-/// What has come in of one channel's messages so far.
+/// What has become of one channel's messages so far. Once a measurement is over it adds up:
+/// `counts.queued` is `counts.delivered`, what was stamped outside of it, and what was lost;
+/// `counts.delivered` is `frames` and `overwritten`; and of `frames` each recording has or has lost
+/// all.
 struct ChannelSummary {
     std::size_t module = 0;  ///< position in `Summary::modules`
     std::uint16_t interfaceId = 0;
@@ -29,7 +32,15 @@ struct ChannelSummary {
     std::uint64_t overwritten = 0;  ///< messages that were overwritten before they could be read
 
     std::uint64_t getLost() const { return (counts ? counts->getLost() : 0) + overwritten; }
+    /// How many were lost, by cause; empty for none.
+    std::string describeLoss() const;
 };
+
+/// The causes for which the plug-in lost messages between two looks at its counts, with how many
+/// each; empty for none.
+std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now);
+/// What the user is told of a module whose device time doesn't advance.
+std::string standingText(const std::string& module);
 
 /// What a measurement is made of and what has come in so far: the live table and the JSON summary
 /// are two forms of it.

@@ -44,5 +44,6 @@ class Case(unittest.TestCase):
         """All that was sent was counted and is in the recording, once and in order; returns the latter's rows."""
         rows = traffic.read_with_tshark(recording)
         self.assertEqual(traffic.count_differences(sent, report), [])
+        self.assertEqual(traffic.account_differences(report), [])
         self.assertEqual(traffic.row_differences(sent, traffic.names_of(report), rows), [])
         return rows

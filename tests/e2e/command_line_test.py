@@ -65,18 +65,61 @@ class CommandLine(Case):
             (["run", "--module", "CAN combo:65536"], "0 to 65535"),
             (["run", "--module", "CAN combo"], "CAN combo:5:Front"),
             (["run", "--module", "CAN combo:5", "--module", "can COMBO:5:B"], "different ConfigIds"),
+            (["run", "--duration", "1"], "name modules with --module"),
+            (["run", "--setup", self.empty_setup()], "has no modules"),
+            (["run", "--module", "CAN combo:5:\udcff"], "not UTF-8"),
             (["run", "--duration", "0"], "--duration"),
             (["run", "--duration", "nan"], "nan is no number from 0.001 to"),
             (["run", "--setup", ""], "it is empty"),
-            (["run", "--interface", "lo", "--interface", "veth7"], 'no interface "veth7"; there are: '),
-            (["run", "--record", self.path("a.txt")], ".pcapng"),
+            (["run", "--module", *CAN, "--interface", "lo", "--interface", "veth7"], 'no interface "veth7"; there are: '),
+            (["run", "--module", *CAN, "--record", self.path("a.txt")], ".pcapng"),
             (["dump"], "FILE"),
+            (["dump", self.stored, "--count", "0"], "--count"),
+            (["dump", self.stored, "--count", "-1"], "--count"),
             (["convert", self.stored], "OUT"),
             (["convert", self.stored, recording, self.path("b.txt")], ".pcapng"),
             (["convert", self.stored, self.stored], "is the input"),
         ):
             self.assertIn(told, "".join(self.expect(2, *arguments)), arguments)
             self.assertFalse(recording.exists())
+
+    def empty_setup(self):
+        path = self.path("empty.xml")
+        self.expect(0, "setup", "new", path)
+        return path
+
+    def test_what_is_there_is_overwritten_on_request_alone(self):
+        recording, frames = self.path("a.pcapng"), self.path("a.pcap")
+        for path in (recording, frames):
+            path.write_text("kept")
+        simulate = [lab.SIMULATOR, "--write", frames, "--module", *CAN, "--messages", "9", "--duration"]
+        self.assertIn("--overwrite", self.expect(1, "convert", self.stored, recording)[1])
+        self.expect(2, "convert", self.stored, recording, "--overwrite", "--module", "CAN box:5")
+        self.expect(2, "run", "--record", recording, "--overwrite", "--module", "CAN box:5")
+        for words, told in (([*simulate, "1"], "--overwrite"), ([*simulate, "nan", "--overwrite"], "nan")):
+            code, _, errors = lab.call(words)
+            self.assertEqual((code, told in errors), (2, True), errors)
+        self.assertEqual((recording.read_text(), frames.read_text()), ("kept", "kept"))
+        self.expect(0, "convert", self.stored, recording, "--overwrite", "--module", *CAN)
+        self.assertEqual(len(traffic.read_with_tshark(recording)), 1000)
+        self.assertEqual(lab.call([*simulate, "1", "--overwrite"])[0], 0)
+
+    def test_device_time_that_stands_still_is_told(self):
+        stored, sender = self.path("a.pcap"), self.path("send.py")
+        head = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
+        length = len(TWO_MESSAGES)
+        stored.write_bytes(head + b"".join(struct.pack("<IIII", second, 0, length, length) + TWO_MESSAGES
+                                           for second in range(6)))
+        _, errors = self.expect(0, "convert", stored, self.path("a.pcapng"), "--module", *FRONT)
+        self.assertEqual(errors.count('the device time of "Front" stands still'), 1, errors)
+        sender.write_text("import socket, time\nlink = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)\n"
+                          f"link.bind(('sim0', 0))\nfor _ in range(50):\n    link.send({TWO_MESSAGES})\n"
+                          "    time.sleep(0.1)\n")
+        station = lab.Station(FRONT)
+        lab.call(["nsenter", "--net=/run/netns/modules", "python3", str(sender)])
+        _, report, errors = station.stop_with_any_code()
+        self.assertEqual(errors.count('the device time of "Front" stands still'), 1, errors)
+        self.assertTrue(report["modules"][0]["timeStandsStill"])
 
     def test_unreadable_input_is_told(self):
         text, linux_cooked, empty = self.path("a.txt"), self.path("b.pcap"), self.path("c.pcap")
@@ -97,7 +140,7 @@ class CommandLine(Case):
         self.assertEqual(numbers, list(range(len(numbers))))
 
     def test_without_the_right_to_capture_it_says_how_to_get_it(self):
-        for arguments in (["run"], ["dump", "--interface", "lo"]):
+        for arguments in (["run", "--module", *CAN], ["dump", "--interface", "lo"]):
             code, _, errors = lab.call([*NOT_ALLOWED, lab.STATION, *arguments])
             self.assertEqual(code, 4, errors)
             for remedy in ("sudo", "setcap", "group"):
@@ -121,7 +164,7 @@ class CommandLine(Case):
             station, sent = self.record(recording)
             report, _ = station.stop(number=number)
             self.expect_complete(sent, report, recording)
-        output, _ = self.expect(0, "run", "--json", "--duration", "0.5")
+        output, _ = self.expect(0, "run", "--module", *CAN, "--json", "--duration", "0.5")
         self.assertGreaterEqual(json.loads(output)["seconds"], 0.5)
 
     def test_reader_of_the_progress_may_go_and_one_of_the_result_may_not(self):
@@ -134,7 +177,7 @@ class CommandLine(Case):
         self.expect_complete(sent, json.loads(station.process.stdout.read()), recording)
         for output, text in ((">/dev/full", "No space left"), (">&-", "Bad file descriptor")):
             for arguments in (["dump", self.stored], ["convert", self.stored, self.path(f"{output[-1]}.pcapng")],
-                              ["run", "--json", "--duration", "0.1"]):
+                              ["run", "--module", *CAN, "--json", "--duration", "0.1"]):
                 quoted = " ".join(f"'{word}'" for word in [lab.STATION, *arguments])
                 code, _, errors = lab.call(["sh", "-c", quoted + output])
                 self.assertEqual(code, 1, errors)

@@ -118,7 +118,7 @@ class Setups(Case):
         text = self.path("a.so")
         text.write_text("no module")
         self.assertIn("can't load", self.expect(3, "plugins", "--register", text)[1])
-        self.assertIn("can't load", self.expect(1, "run", "--plugin", text)[1])
+        self.assertIn("can't load", self.expect(1, "run", "--module", "CAN combo:5", "--plugin", text)[1])
         unwritable = self.path("file")
         unwritable.touch()
         variables = {**os.environ, "KESTROVA_REGISTRY": str(unwritable)}

@@ -22,8 +22,9 @@ class Terminal(Case):
         self.child, self.terminal = pty.fork()
         if self.child == 0:
             fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", 30, 100, 0, 0))
-            os.execv(lab.STATION, [lab.STATION, "run", *lab.repeat("--module", FRONT), "--record",
-                                   str(self.path("a.pcapng"))])
+            kind = "dumb" if "dumb" in self._testMethodName else "xterm"
+            os.execve(lab.STATION, [lab.STATION, "run", *lab.repeat("--module", FRONT), "--record",
+                                    str(self.path("a.pcapng"))], {**os.environ, "TERM": kind})
         self.addCleanup(lambda: self.child and os.kill(self.child, signal.SIGKILL))
         self.before = termios.tcgetattr(self.terminal)
         self.seen = b""
@@ -58,6 +59,10 @@ class Terminal(Case):
         self.assertNotIn(b"\x1b", left)
         self.assertEqual(termios.tcgetattr(self.terminal), self.before)
         self.assertEqual(len(traffic.read_with_tshark(self.path("a.pcapng"))), sent["dataMessages"])
+
+    def test_dumb_terminal_gets_lines(self):
+        self.read_until(rb"2 s: 0 of 1 modules connected")
+        self.assertNotIn(b"\x1b", self.seen)
 
 
 if __name__ == "__main__":

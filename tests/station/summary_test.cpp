@@ -51,12 +51,19 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     summary.channels[1].counts = {.queued = 21, .delivered = 1, .tooOld = 2, .tooNew = 3};
     summary.channels[1].counts->noOutput = 4;
     summary.channels[1].overwritten = 5;
+    summary.droppedFrames = 6;
+    summary.modules[0].timeStandsStill = true;
+    summary.recordings = {{"a.log", "candump log", 9, 300, 7, "", {{}, {true, 9, 7}}}};
     const auto lines = toTable(summary);
     EXPECT_THAT(
         lines,
         Contains(HasSubstr(
             "soft sync +12.3 ppm, residual 5.0 us, offset 0.000000 s, age 0.25 s, 2 jumps")));
     EXPECT_THAT(lines, Contains(HasSubstr("LOST 14"))) << "though no frame came";
+    EXPECT_THAT(lines, Contains(AllOf(HasSubstr("2 came too late"), HasSubstr("5 were over"))));
+    for (const auto* const text : {"LOST 6 Ethernet", "LOST 7", "TIME STANDS STILL"}) {
+        EXPECT_THAT(lines, Contains(HasSubstr(text)));
+    }
     EXPECT_THAT(toProgressLine(summary), HasSubstr("14 LOST"));
     const auto json = nlohmann::json::parse(toJson(summary));
     EXPECT_EQ(json["lostMessages"], 14);
@@ -66,6 +73,8 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     EXPECT_EQ(channel["tooNew"], 3);
     EXPECT_EQ(channel["noOutput"], 4);
     EXPECT_EQ(channel["overwritten"], 5);
+    EXPECT_EQ(channel["recordings"].dump(), R"([{"lost":7,"path":"a.log","records":9}])");
+    EXPECT_EQ(json["channels"][0]["recordings"].size(), 0U);
     EXPECT_EQ(json["modules"][0]["clock"].dump(),
               R"({"age":0.25,"jumps":2,"mode":"soft sync","offset":0.0,"ratePpm":12.34,)"
               R"("residual":5e-06,"state":"following"})");

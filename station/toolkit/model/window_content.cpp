@@ -3,11 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <map>
 #include <pugixml.hpp>
 #include <set>
 #include <string_view>
+
+#include "core/parse_number.h"
 
 namespace station {
 
@@ -123,12 +124,13 @@ class Reader {
         std::erase(text, ' ');
         GridSize size;
         size.isShare = text.ends_with('%');
-        const char* const end = text.data() + text.size() - (size.isShare ? 1 : 0);
-        const auto [stop, error] = std::from_chars(text.data(), end, size.value);
-        if (error != std::errc() || stop != end || !(size.value >= 0.0 && size.value <= 1e6)) {
+        const auto value = parseNumber<decltype(size.value)>(
+            std::string_view(text).substr(0, text.size() - (size.isShare ? 1 : 0)));
+        if (!value || !(*value >= 0.0 && *value <= 1e6)) {
             fail(node,
                  fmt::format("\"{}\" is no size: write pixels, or percent as \"100%\"", text));
         }
+        size.value = *value;
         return size;
     }
 
@@ -146,13 +148,12 @@ class Reader {
             return least;
         }
         const std::string_view text = found.value();
-        int number = 0;
-        const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-        if (error != std::errc() || stop != text.data() + text.size() || number < least) {
+        const auto number = parseNumber<int>(text);
+        if (!number || *number < least) {
             fail(node,
                  fmt::format("{}=\"{}\" must be a number from {} on", attribute, text, least));
         }
-        return number;
+        return *number;
     }
 
     const std::string& xml;

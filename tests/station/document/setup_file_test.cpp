@@ -128,8 +128,8 @@ TEST_F(SetupFileTest, FileCutAtAnyLengthIsRefusedWithItsPlaceAndNeverOverwritten
 }
 
 TEST_F(SetupFileTest, FileOfAnotherKindIsNotOverwritten) {
-    for (const auto* text :
-         {"notes of mine\n", "<svg version=\"1.1\"/>", "<Setup version=\"2\"/>"}) {
+    for (const auto* text : {"notes of mine\n", "<svg version=\"1.1\"/>", "<html version=\"1\"/>",
+                             "<Setup version=\"2\"/>"}) {
         write(text);
         EXPECT_THAT(saveError(), AllOf(HasSubstr("line 1"), HasSubstr("Move it away"))) << text;
         EXPECT_EQ(contentOf(path), text);

@@ -1,5 +1,6 @@
 #include "station/document/setup_xml.h"
 
+#include "station/document/setup_check.h"
 #include "station/document/setup_text.h"
 
 namespace station {
@@ -67,6 +68,30 @@ TEST(SetupXml, AnyTextAndAnyTreeComeBackTheSameByteForByte) {
     }
 }
 
+std::string repeated(const std::string& text, std::size_t times) {
+    std::string all;
+    while (times-- != 0) {
+        all += text;
+    }
+    return all;
+}
+
+TEST(SetupXml, NumbersThatSeveralHaveOrThatAreNoneAreToldWithTheirLine) {
+    const auto root = fromSetupXml(R"(<Plugin version="1"><List>
+<M Id="0"><value key="Id">69</value>
+<value key="ClockId">-1</value><L><value key="ChId">3</value></L></M>
+<M Id="1"><value key="Id">69</value></M>
+<M Id="1"><value key="ConfigId">x</value><L><value key="ChId">3</value></L></M>
+</List><List><M Id="0"><value key="ConfigId">5</value><value key="Id">69</value></M>
+<M><value key="ConfigId">5</value></M></List></Plugin>)");
+    EXPECT_THAT(findSetupFaults(*root),
+                testing::ElementsAre("line 3: the ClockId \"-1\" is no number from 0 on",
+                                     "line 4: the Id 69 is that of line 2 too",
+                                     "line 5: the Id 1 is that of line 4 too",
+                                     "line 5: the ConfigId \"x\" is no number from 0 on",
+                                     "line 5: the ChId 3 is that of line 3 too"));
+}
+
 TEST(SetupXml, DamageIsToldWithItsPlaceAndCause) {
     using Case = std::tuple<std::string, std::size_t, std::size_t, std::string>;
     const std::string start = "<Setup version='1'>\n";
@@ -93,6 +118,9 @@ TEST(SetupXml, DamageIsToldWithItsPlaceAndCause) {
         {start + "<value key='a'><b/></value>" + end, 2, 2, "nothing else"},
         {start + "<value key='a' b=''/>" + end, 2, 2, "nothing else"},
         {start + "<value key='a'/>\n<value key='a'/>" + end, 3, 2, "already"},
+        {start + "\n<a>" + std::string(longestSetupText + 1, 'x') + "</a>" + end, 3, 2, "1048576"},
+        {start + repeated("<a/>", mostSetupNodes) + end, 2, 3999998, "1000000 elements"},
+        {start + std::string(largestSetupFile, '\n') + end, 67108846, 1, "67108864 bytes"},
     };
     for (const auto& [text, line, column, cause] : cases) {
         const SetupXmlError error = errorOf(text);

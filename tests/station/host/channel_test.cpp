@@ -43,6 +43,8 @@ TEST_F(Channels, WhatTheWriterLapsIsCountedAndTheRestIsRead) {
     EXPECT_EQ(channel->getOverruns(), 7U);
     write(size + 7);
     channel->setExpectedRate(1e6F);  // moves the buffers
+    EXPECT_LE(hostValue(channel, &HostChannel::getBufferSize), 1 << 20);
+    EXPECT_EQ(channel->setExpectedRate(2e9F), HostCode::invalidArgument);
     write(0);
     EXPECT_EQ(channel->getOverruns(), 8U);
     EXPECT_EQ(channel->advanceWritePosition(-1), HostCode::invalidArgument);

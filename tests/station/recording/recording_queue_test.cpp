@@ -83,6 +83,9 @@ TEST_F(RecordingQueueTest, FrozenDiskHoldsUpNobodyAndWhatFindsNoRoomIsCounted) {
     EXPECT_THAT(close(), IsEmpty());
     EXPECT_GE(state().records, limit / 100);
     EXPECT_EQ(state().records + state().lost, sent);
+    for (const auto& channel : state().channels) {
+        EXPECT_EQ(channel.records + channel.lost, sent / 2);
+    }
     // The identifiers rise, and what came when there was room again is there.
     std::ifstream log(path);
     std::int64_t last = -1;
@@ -108,6 +111,8 @@ TEST_F(RecordingQueueTest, DiskThatDoesNotComeBackIsLeftWithItsCount) {
     EXPECT_FALSE(queue->hasLost());
     EXPECT_THAT(queue->abandon(), ElementsAre(HasSubstr("50 messages are missing")));
     EXPECT_TRUE(queue->hasLost());
+    EXPECT_EQ(state().lost, 50U);
+    EXPECT_EQ(state().channels.at(1).lost, 25U);
     frozen.unlock();
 }
 

@@ -108,8 +108,29 @@ TEST_F(Recordings, OpeningErrorsNameTheReasonAndKeepWhatIsThere) {
     recording.reset();
     EXPECT_THAT(openingError(in("a.log")), HasSubstr("not empty"));
     EXPECT_EQ(contentOf(in("a.log")).size(), 20'000 * line.size());
+    recording = openRecording(in("a.log"), true);
+    recording->addChannel({"C", BusType::Can});
+    EXPECT_NE(contentOf(in("a.log")), "") << "until something is written";
+    writeCan(0x123, false, 8);
+    recording->close();
+    EXPECT_EQ(contentOf(in("a.log")), line);
     EXPECT_EQ(openingError(in("a.log"), true), "");
     EXPECT_EQ(contentOf(in("a.log")), "");
+}
+
+TEST_F(Recordings, CancelledOneLeavesWhatWasThere) {
+    for (const auto* const name : {"a.pcapng", "a.log"}) {
+        for (const std::string before : {"", "of another kind"}) {
+            std::ofstream(in(name)) << before;
+            recording = openRecording(in(name), true);
+            recording->addChannel({"C", BusType::Can});
+            recording->cancel();
+            recording.reset();
+            EXPECT_TRUE(std::filesystem::exists(in(name)));
+            EXPECT_EQ(contentOf(in(name)), before);
+        }
+        std::filesystem::remove(in(name));
+    }
 }
 
 }  // namespace

@@ -15,9 +15,20 @@ using ::testing::ThrowsMessage;
 /// The real plug-in in a session.
 class SessionTest : public ::testing::Test {
   protected:
-    static std::unique_ptr<Session> make() {
+    std::unique_ptr<Session> make() {
         return std::make_unique<Session>(
-            SessionOptions{PLUGIN_FILE, MasterClock::defaultSampleRate, {}});
+            SessionOptions{PLUGIN_FILE, MasterClock::defaultSampleRate,
+                           [this](const std::string& text) { told.push_back(text); }});
+    }
+    /// Opens what is saved, with a text in it replaced by another.
+    void editSaved(const std::string& text, const std::string& other) {
+        const auto path = folder.path() / "setup.xml";
+        session->save(SetupFile(path));
+        std::string changed = contentOf(path);
+        changed.replace(changed.find(text), text.size(), other);
+        std::ofstream(path) << changed;
+        session = make();
+        session->open(SetupFile(path));
     }
     static Module moduleOf(const char* type, std::uint16_t configId, const char* name = "") {
         Module module;
@@ -40,6 +51,7 @@ class SessionTest : public ::testing::Test {
     }
 
     const TemporaryFolder folder;
+    std::vector<std::string> told;
     std::unique_ptr<Session> session = make();
 };
 
@@ -72,22 +84,18 @@ TEST_F(SessionTest, WhatCannotBeSaysWhatThereIs) {
             "no ConfigId 16 for a LIN combo; there are 0 to 15");
     refused([&] { session->addModule(moduleOf("CAN combo", 5)); }, "both listen to CM ID 0x45");
     EXPECT_THROW(session->setName(7, "a"), PluginError);
-    EXPECT_THAT(session->findSharedCmIds(),
+    EXPECT_THAT(session->findSharedIds(),
                 ElementsAre(HasSubstr("\"Technica CAN combo\" gets no messages: \"Front\"")))
         << "the refused one, which a plain host may leave";
+    editSaved("<value key=\"ClockId\">1<", "<value key=\"ClockId\">0<");
+    EXPECT_THAT(session->findSharedIds(),
+                Contains(HasSubstr("\"Front\" and \"Doors\" have one clock")));
+    EXPECT_THAT(told, Contains(HasSubstr("setup.xml, line 21: the ClockId 0 is that of line 13")));
 }
 
 TEST_F(SessionTest, TwoBusesOfOneOutputStayAsTheSetupHasThem) {
     session->addModule(moduleOf("CAN combo", 5, "Front"));
-    const auto path = folder.path() / "setup.xml";
-    session->save(SetupFile(path));
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    std::string changed = text.str();
-    changed.replace(changed.find("<value key=\"ChId\">1<"), 20, "<value key=\"ChId\">0<");
-    std::ofstream(path) << changed;
-    session = make();
-    session->open(SetupFile(path));
+    editSaved("<value key=\"ChId\">1<", "<value key=\"ChId\">0<");
     EXPECT_THAT(modules(), ElementsAre("Front CAN combo 69: 0 0 2 3 4 5 6"));
     EXPECT_FALSE(session->needsChannels());
 }
