@@ -54,7 +54,7 @@ StoredFrames::StoredFrames(const std::string& filePath)
 StoredFrames::~StoredFrames() = default;
 
 bool StoredFrames::fetch() {
-    constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+    constexpr std::int64_t perSecond = 1'000'000'000;
     constexpr std::int64_t latestSecond = 9'000'000'000;  // what fits into 64 bits of nanoseconds
     if (atEnd) {
         return false;
@@ -72,7 +72,7 @@ bool StoredFrames::fetch() {
     }
     nextData = bytes;
     nextLength = std::min(header->len, header->caplen);
-    nextTime = std::clamp<std::int64_t>(header->ts.tv_sec, 0, latestSecond) * nanosecondsPerSecond +
+    nextTime = std::clamp<std::int64_t>(header->ts.tv_sec, 0, latestSecond) * perSecond +
                header->ts.tv_usec;
     return true;
 }
