@@ -6,7 +6,7 @@ namespace {
 
 using Kestrova::Utils::Kcom::OutputChannel::OutputChannelImpl;
 
-constexpr std::uint8_t bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
+constexpr std::uint8_t counted[] = {1, 2, 3, 4, 5, 6, 7, 8};
 constexpr void (*operations[])(OutputChannelImpl&, const std::uint8_t*, std::uint64_t) = {
     [](auto& to, auto* data, auto size) { to.setValueRaw(data, size); },
     [](auto& to, auto* data, auto size) { to.setValueRawClamped(data, size); },
@@ -55,21 +55,21 @@ TEST_F(AddDataTest, EachOperationWritesWhatItsSampleTakes) {
         behind->arraySize = 3;
         behind->elementSize = 2;
         behind->writePosition = 1;
-        operations[number](output, bytes, 8);
+        operations[number](output, counted, 8);
         EXPECT_EQ(received(), expected[number]);
     }
     behind->async = hostFalse;
-    EXPECT_EQ(hostCodeOf([&] { output.addAsynchronousSample(bytes, 1, 0.0); }),
+    EXPECT_EQ(hostCodeOf([&] { output.addAsynchronousSample(counted, 1, 0.0); }),
               HostCode::invalidPointer);
     output.attachHostChannel(nullptr);
-    EXPECT_EQ(hostCodeOf([&] { output.setValueRaw(bytes, 1); }), HostCode::invalidPointer);
+    EXPECT_EQ(hostCodeOf([&] { output.setValueRaw(counted, 1); }), HostCode::invalidPointer);
 }
 
 TEST_F(AddDataTest, SetupShowsEachSampleAndWritesThoseOfUsedChannels) {
     for (std::size_t number = 0; number < std::size(operations); ++number) {
         const auto after = [&](HostBool setupMode, HostBool used) {
             attach(setupMode, used);
-            operations[number](output, bytes + number, 2);
+            operations[number](output, counted + number, 2);
             return received();
         };
         const auto written = after(hostFalse, hostTrue);
@@ -78,7 +78,7 @@ TEST_F(AddDataTest, SetupShowsEachSampleAndWritesThoseOfUsedChannels) {
         EXPECT_NE(written, "00 0 @0") << number;
         EXPECT_EQ(after(hostTrue, hostTrue), written) << number;
         EXPECT_EQ(after(hostTrue, hostFalse), "00 0 @0") << number;
-        EXPECT_EQ(output.getLastValue(), bytes[number] * 10.0) << number;
+        EXPECT_EQ(output.getLastValue(), counted[number] * 10.0) << number;
     }
 }
 

@@ -1,5 +1,8 @@
 // What the sanitizers are to leave out in libraries that aren't built with them. Nothing but they
-// calls these. NOLINTBEGIN(bugprone-reserved-identifier)
+// calls these.
+#ifdef __clang__
+#pragma clang diagnostic ignored "-Wreserved-identifier"
+#endif
 
 /// What the D-Bus library keeps when Qt's platform for X looks for a bus.
 extern "C" const char* __lsan_default_suppressions();
@@ -18,5 +21,3 @@ extern "C" const char* __tsan_default_suppressions() {
            "called_from_lib:libglib-2.0.so\n"
            "race:/oneapi/tbb/\n";
 }
-
-// NOLINTEND(bugprone-reserved-identifier)
