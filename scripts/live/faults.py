@@ -6,8 +6,6 @@ terminal isn't read, one recording's disk is frozen now and then, and another's 
 each message that was sent has to be told of, channel by channel and recording by recording."""
 
 import contextlib
-import os
-import pty
 import random
 import signal
 import socket
@@ -59,24 +57,6 @@ class Trouble:
         if self.is_on:
             self.is_on = False
             self.end()
-
-
-class Terminal:
-    """What the station shows its messages and its progress on."""
-
-    def __init__(self):
-        self.ours, self.its = pty.openpty()
-        os.set_blocking(self.ours, False)
-        self.is_read, self.text = True, b""
-
-    def stop(self):
-        self.is_read = False
-
-    def read(self):
-        self.is_read = True
-        with contextlib.suppress(BlockingIOError, OSError):
-            while piece := os.read(self.ours, 65536):
-                self.text = (self.text + piece)[-20000:]
 
 
 def make_disk(folder, kind):
@@ -144,7 +124,7 @@ def run(folder, seconds, seed):
     setup = folder / "faults.xml"
     setups.make_measured(setup, [f"{m.type}:{m.config_id}:{m.name}" for m in modules[:-1]])
     frozen, small = make_disk(folder, "frozen"), make_disk(folder, "small")
-    terminal, link = Terminal(), Link(draw, modules[1:])
+    terminal, link = lab.Terminal(), Link(draw, modules[1:])
     with contextlib.ExitStack() as stack:
         for disk in (frozen, small):
             stack.callback(subprocess.run, ["umount", "--lazy", disk], check=True)

@@ -1,9 +1,11 @@
 """The network and the programs of a live run: a station here, simulated modules in a namespace behind
 veth pairs. Nothing is left behind, for all of it goes with the processes, and they go with this one."""
 
+import contextlib
 import ctypes
 import json
 import os
+import pty
 import shutil
 import signal
 import socket
@@ -162,3 +164,21 @@ class Station:
         self.process.send_signal(number)
         returned, output, errors = self.finish()
         return returned, json.loads(output) if output else {}, errors
+
+
+class Terminal:
+    """What the station shows its messages and its progress on."""
+
+    def __init__(self):
+        self.ours, self.its = pty.openpty()
+        os.set_blocking(self.ours, False)
+        self.is_read, self.text = True, b""
+
+    def stop(self):
+        self.is_read = False
+
+    def read(self):
+        self.is_read = True
+        with contextlib.suppress(BlockingIOError, OSError):
+            while piece := os.read(self.ours, 65536):
+                self.text = (self.text + piece)[-20000:]
