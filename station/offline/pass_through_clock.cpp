@@ -5,54 +5,69 @@
 #include <algorithm>
 #include <cmath>
 
+#include "station/offline/stored_frames.h"
+
 namespace station {
+
+namespace {
+
+constexpr double tolerance = 10.0;  // seconds
+constexpr double nanosecondsInSecond = 1e9;
+
+}  // namespace
+
+bool PassThroughClock::Line::takes(const GNSSTime& deviceTime, double now) {
+    const double present = at(deviceTime) - now;
+    if (std::abs(present - lead) > tolerance) {
+        return false;
+    }
+    lead = present;
+    return true;
+}
 
 void PassThroughClock::SetTime(const GNSSTime deviceTime) {
     const LockGuard guard(lock);
     if (state != State::NotAsked) {
-        setDevice = deviceTime;
-        setHost = secondsOfCounter();
+        set = {deviceTime, secondsOfCounter(), 0.0};
         state = State::Set;
     }
 }
 
 double PassThroughClock::secondsOfCounter() const {
-    return static_cast<double>(counter.getNanoseconds() - start) / 1e9;
+    return static_cast<double>(counter.getNanoseconds() - start) / nanosecondsInSecond;
 }
 
 PassThroughClock::Result PassThroughClock::GetTime(const GNSSTime deviceTime) {
     using Status = Kestrova::Utils::Kcom::Synchronization::GNSSTimeStatus;
-    constexpr double tolerance = 10.0;  // seconds
-    if (!anchored) {
-        const LockGuard guard(lock);
+    const LockGuard guard(lock);
+    if (!line) {
         if (state != State::Set) {
             state = State::Asked;
             return {Status::Wait, 0.0};
         }
-        anchored = true;
-        anchor();
+        line = set;
     }
     const double now = secondsOfCounter();
-    double time = anchorHost + (deviceTime - anchorDevice);
-    if (std::abs(time - now - lead) <= tolerance) {
-        lead = time - now;
-        return {Status::Valid, std::max(0.0, time)};
+    if (line->takes(deviceTime, now)) {
+        wrongStamps += suspect ? 1U : 0U;
+        suspect.reset();
+        return {Status::Valid, std::max(0.0, line->at(deviceTime))};
     }
-    const LockGuard guard(lock);
-    if (std::abs(deviceTime - setDevice) > tolerance) {
-        ++wrongStamps;
-        return {Status::Valid, std::max(0.0, now)};
+    if (former && former->takes(deviceTime, now)) {
+        return {Status::Valid, std::max(0.0, former->at(deviceTime))};
     }
-    ++jumps;
-    anchor();
-    return {Status::Valid, std::max(0.0, anchorHost + (deviceTime - anchorDevice))};
-}
-
-/// To the time that was set last.
-void PassThroughClock::anchor() {
-    anchorDevice = setDevice;
-    anchorHost = setHost;
-    lead = 0.0;
+    if (suspect && suspect->takes(deviceTime, now)) {
+        ++jumps;
+        former = line;
+        line = std::abs(set.at(deviceTime) - now) <= tolerance ? set : suspect;
+        suspect.reset();
+        return {Status::Valid, std::max(0.0, line->at(deviceTime))};
+    }
+    wrongStamps += suspect ? 1U : 0U;
+    // The counter is at the end of the stretch in which it came in, and others in it follow.
+    const double earliest = std::max(0.0, now - stretchNanoseconds / nanosecondsInSecond);
+    suspect = {deviceTime, earliest, earliest - now};
+    return {Status::Valid, earliest};
 }
 
 std::shared_ptr<PassThroughClocks::GNSSClock> PassThroughClocks::CreateClock() {

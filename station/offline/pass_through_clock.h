@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,11 @@ namespace station {
 /// The first answer is `Wait`: only a device time that is set after it is sure to rest on a
 /// message. That one is anchored to the counter. Nothing is ever discarded.
 ///
-/// A time that is more than 10 s off what the counter makes of it is out of line. If the device
-/// time that was set last is there too, the module's clock has jumped, and is anchored again. Else
-/// it is a single wrong stamp, and its message has the moment at which it came in. Both are
+/// A time that is more than 10 s off what the counter makes of it is out of line. Its message has
+/// the moment at which it came in, and nothing else changes, so that a single wrong stamp affects
+/// itself alone. If the next time out of line goes with it, the module's clock has jumped, and is
+/// anchored again. As a channel's messages from before the jump may be asked for after another's
+/// from behind it, those that fit the line before go by that one. Jumps and wrong stamps are
 /// counted.
 class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock {
   public:
@@ -37,26 +40,34 @@ class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GN
     std::string GetDisplayName() const override { return deviceName; }
 
     std::uint64_t getJumps() const { return jumps; }
-    std::uint64_t getWrongStamps() const { return wrongStamps; }
+    std::uint64_t getWrongStamps() const { return wrongStamps + (suspect ? 1U : 0U); }
 
   private:
     enum class State { NotAsked, Asked, Set };
 
+    /// The module's time `device` is the host time `host`, and it runs on as the module's does.
+    struct Line {
+        GNSSTime device;
+        double host = 0.0;
+        double lead = 0.0;  ///< of the module's time before the counter, lately
+
+        double at(const GNSSTime& deviceTime) const { return host + (deviceTime - device); }
+        /// Whether the time is in line, `now` being the counter's.
+        bool takes(const GNSSTime& deviceTime, double now);
+    };
+
     double secondsOfCounter() const;
-    void anchor() CMP_REQUIRES(lock);
 
     const PerformanceCounter& counter;
     const std::int64_t start;
     std::string deviceName;
     Mutex lock;
     State state CMP_GUARDED_BY(lock) = State::NotAsked;
-    GNSSTime setDevice CMP_GUARDED_BY(lock);
-    double setHost CMP_GUARDED_BY(lock) = 0.0;
-    // The host's thread only, once anchored.
-    bool anchored = false;
-    GNSSTime anchorDevice;
-    double anchorHost = 0.0;
-    double lead = 0.0;  ///< of the module's time before the counter, lately
+    Line set CMP_GUARDED_BY(lock);  ///< by the time that was set last
+    // The host's thread only.
+    std::optional<Line> line;
+    std::optional<Line> former;   ///< before the last jump
+    std::optional<Line> suspect;  ///< by the last time, if that was out of line
     std::uint64_t jumps = 0;
     std::uint64_t wrongStamps = 0;
 };

@@ -11,8 +11,7 @@
 namespace station {
 namespace {
 
-/// As long as a host's period, and no more than the processor's caches hold.
-constexpr std::int64_t stretchNanoseconds = 20'000'000;
+/// No more than the processor's caches hold.
 constexpr std::uint32_t stretchMostBytes = 256 * 1024;
 
 class StoredHandle final : public CaptureHandle {

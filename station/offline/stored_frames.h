@@ -11,6 +11,9 @@ struct pcap;
 
 namespace station {
 
+/// Of a file's time, what is read in one pass: as long as a host's period.
+inline constexpr std::int64_t stretchNanoseconds = 20'000'000;
+
 /// The frames of a .pcap or .pcapng file, as the one interface of a capture port, with a
 /// performance counter that shows the time of the frame read last: the capture core runs on a file
 /// as it runs live, and as fast as it can.

@@ -66,17 +66,23 @@ TEST_F(PassThroughClocking, HostileJumpsGiveTimesFromZeroOn) {
 TEST_F(PassThroughClocking, WrongStampAffectsItselfAloneAndAJumpGoesOnAtItsCapture) {
     anchorAt(2, GNSSTime(2300, 10));
     expectHostTime(GNSSTime(2300, 10), 2);
-    setAt(6, GNSSTime(2300, 14));
-    expectHostTime(GNSSTime(4300, 12), 6);
-    expectHostTime(GNSSTime(2300, 13), 5);
+    for (const std::int32_t week : {4300, 1300}) {  // also as the last one of its stretch
+        setAt(6, GNSSTime(week, 12));
+        expectHostTime(GNSSTime(week, 12), 5.98);
+        expectHostTime(GNSSTime(2300, 13), 5);
+    }
+    GNSSTime before(2300, 15);
     for (const std::int32_t week : {2301, 2200}) {  // forward, and back
         setAt(7, GNSSTime(week, 100));
-        expectHostTime(GNSSTime(week, 99.5), 6.5);
+        expectHostTime(GNSSTime(week, 99.5), 6.98);
         setAt(8, GNSSTime(week, 101));
         expectHostTime(GNSSTime(week, 101), 8);
+        expectHostTime(before, 7);  // on another channel
+        expectHostTime(GNSSTime(week, 101.5), 8.5);
+        before = GNSSTime(week, 100);
     }
     EXPECT_EQ(clock.getJumps(), 2U);
-    EXPECT_EQ(clock.getWrongStamps(), 1U);
+    EXPECT_EQ(clock.getWrongStamps(), 2U);
 }
 
 }  // namespace
