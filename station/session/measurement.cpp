@@ -110,11 +110,23 @@ void Measurement::readCounts(std::vector<std::string>& texts) {
 void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& texts) {
     const double seconds = std::chrono::duration<double>(now.time_since_epoch()).count();
     const auto clocks = session.driver().getClocks();
+    jumpsTold.resize(clocks.size());
     for (std::size_t i = 0; i < clocks.size(); ++i) {
+        const auto name = [&] {
+            const auto modules = session.getModules();
+            return i < modules.size() ? modules[i].name : "a module";
+        };
         if (clocks[i].age >= 0.0 &&
             standing.note(i, clocks[i].deviceTime, seconds - clocks[i].age)) {
-            const auto modules = session.getModules();
-            texts.push_back(standingText(i < modules.size() ? modules[i].name : "a module"));
+            texts.push_back(standingText(name()));
+        }
+        // Of a clock that jumps again and again only the doubling of their number is told.
+        if (clocks[i].jumps > 0 && clocks[i].jumps >= 2 * jumpsTold[i]) {
+            texts.push_back(
+                fmt::format("the device time of \"{}\" jumped, or had a wrong value ({} "
+                            "so far)",
+                            name(), clocks[i].jumps));
+            jumpsTold[i] = clocks[i].jumps;
         }
     }
 }

@@ -64,6 +64,7 @@ class Measurement {
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
     StandingClocks standing;
+    std::vector<std::uint64_t> jumpsTold;        ///< by module
     std::uint64_t droppedTold = 0;               ///< frames
     std::vector<std::string> interfaceMessages;  ///< the first of them
     bool stopping = false;

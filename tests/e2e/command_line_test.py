@@ -104,7 +104,7 @@ class CommandLine(Case):
         self.assertEqual(len(traffic.read_with_tshark(recording)), 1000)
         self.assertEqual(lab.call([*simulate, "1", "--overwrite"])[0], 0)
 
-    def test_device_time_that_stands_still_is_told(self):
+    def test_device_time_that_stands_still_or_jumps_is_told(self):
         stored, sender = self.path("a.pcap"), self.path("send.py")
         head = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
         length = len(TWO_MESSAGES)
@@ -120,6 +120,9 @@ class CommandLine(Case):
         _, report, errors = station.stop_with_any_code()
         self.assertEqual(errors.count('the device time of "Front" stands still'), 1, errors)
         self.assertTrue(report["modules"][0]["timeStandsStill"])
+        station = lab.Station(FRONT)
+        lab.simulate(["CAN combo:5,jump=60@0.5"], "--rate", 50, "--duration", 2)
+        self.assertIn('the device time of "Front" jumped, or had a wrong value (1 so far)', station.stop()[1])
 
     def test_unreadable_input_is_told(self):
         text, linux_cooked, empty = self.path("a.txt"), self.path("b.pcap"), self.path("c.pcap")
