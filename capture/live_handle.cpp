@@ -7,8 +7,11 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <new>
 #include <system_error>
 #include <utility>
+
+#include "core/finally.h"
 
 namespace {
 
@@ -165,9 +168,8 @@ std::int32_t LiveHandle::read(CapturedFrame& frame) {
 void LiveHandle::widen() {
     try {
         opening = std::async(std::launch::async, [this, of = *group] {
-            Ring opened = openBeside(settings, of);
-            links->isWidening = false;
-            return opened;
+            const Finally done([this] { links->isWidening = false; });
+            return openBeside(settings, of);
         });
     } catch (const std::system_error&) {  // no thread to be had
         links->isWidening = false;
@@ -181,7 +183,10 @@ bool LiveHandle::changeRing() {
         if (opening.wait_for(0s) != std::future_status::ready) {
             return false;
         }
-        wide = opening.get();
+        try {
+            wide = opening.get();
+        } catch (const std::bad_alloc&) {  // the ring that there is goes on
+        }
         openedAt = Clock::now();
     }
     if (!wide || (!ring->isEmptied() && Clock::now() - openedAt < patience)) {

@@ -127,8 +127,10 @@ class Question {
         return descriptor >= 0 && send(descriptor, &request, sizeof request, 0) == sizeof request;
     }
 
-    /// False on failure, with the reason in `errno`.
+    /// False on failure, with the reason in `errno`: EINTR if the links changed amid the answer, so
+    /// that one may be missing in it.
     bool takeAnswer(NetworkLinks& links) const {
+        bool isTorn = false;
         std::vector<char> buffer(64UL * 1024);  // the system fills 32 KiB at most
         while (true) {
             const ssize_t size = recv(descriptor, buffer.data(), buffer.size(), 0);
@@ -141,8 +143,10 @@ class Question {
             Bytes rest(buffer.data(), static_cast<std::size_t>(size));
             nlmsghdr header{};
             for (Bytes contents; cutRecord(rest, header, contents);) {
+                isTorn = isTorn || (header.nlmsg_flags & NLM_F_DUMP_INTR) != 0;
                 if (header.nlmsg_type == NLMSG_DONE) {
-                    return true;
+                    errno = EINTR;
+                    return !isTorn;
                 }
                 if (header.nlmsg_type == NLMSG_ERROR) {
                     int code = -EIO;
@@ -172,14 +176,20 @@ bool NetworkLink::isEthernet() const {
 }
 
 bool readNetworkLinks(NetworkLinks& links, std::string& error) {
-    links.clear();
-    const Question question;
-    if (!question.ask() || !question.takeAnswer(links)) {
-        error = "the network interfaces can't be listed: " +
-                std::error_code(errno, std::generic_category()).message();
-        return false;
+    constexpr int mostTries = 20;
+    for (int tries = 0; tries < mostTries; ++tries) {
+        links.clear();
+        const Question question;
+        if (question.ask() && question.takeAnswer(links)) {
+            return true;
+        }
+        if (errno != EINTR) {
+            break;
+        }
     }
-    return true;
+    error = "the network interfaces can't be listed: " +
+            std::error_code(errno, std::generic_category()).message();
+    return false;
 }
 
 std::vector<std::string> findRepeated(const NetworkLinks& links, int index) {
