@@ -154,7 +154,10 @@ std::int32_t LiveHandle::read(CapturedFrame& frame) {
         // The block that the system was filling is shown some milliseconds later.
         leaveWaits();
         failedAt = failedAt.value_or(Clock::now());
-        link->isEnded = ring->isEmptied() || Clock::now() - *failedAt > patience;
+        if (ring->isEmptied() || Clock::now() - *failedAt > patience) {
+            getDropped();  // for the last time
+            link->isEnded = true;
+        }
         return timeout;
     }
     if (group && result == gotFrame && frame.isCaptureFrame() &&

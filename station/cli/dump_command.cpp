@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -8,8 +9,8 @@
 
 #include "capture/bus_frame.h"
 #include "capture/frame_decoder.h"
+#include "capture/live_handle.h"
 #include "capture/packet_text.h"
-#include "capture/pcap_port.h"
 #include "station/cli/commands.h"
 #include "station/offline/stored_frames.h"
 #include "station/permission.h"
@@ -129,24 +130,37 @@ ExitCode dumpFile(const DumpOptions& options, StopSignal& stop) {
     return ExitCode::Good;
 }
 
+/// Ends when the interface goes away: one that is made again under its name is another one.
 ExitCode dumpInterface(const DumpOptions& options, StopSignal& stop) {
     constexpr std::int32_t snapLength = 65536;
     constexpr std::int32_t readTimeoutMs = 100;
     checkCapturePermission();
-    PcapPort port;
     std::string error;
-    const auto handle = port.openLive(options.interface, snapLength, true, readTimeoutMs, error);
+    const auto handle = LiveHandle::open({options.interface, snapLength, true}, readTimeoutMs,
+                                         std::make_shared<OpenLinks>(), error);
     if (!handle) {
         throw UserError(ExitCode::Failed, error + "; \"ip link\" lists the interfaces");
     }
+    handle->enterWaits();
+    const std::atomic<bool>& isGone = handle->getLink()->isEnded;
     CapturedFrame frame;
     std::uint64_t left = options.count;
-    while (left > 0 && !stop.isRequested()) {
+    while (left > 0 && !isGone && !stop.isRequested()) {
         if (handle->next(frame) == CaptureHandle::gotFrame) {
             dumpFrame(frame, left);
         }
     }
-    return ExitCode::Good;
+    const std::uint64_t dropped = handle->getDropped();
+    if (dropped != 0) {
+        printMessage(fmt::format(
+            "{} Ethernet frames were lost before they could be read: the output or the machine was "
+            "too slow",
+            dropped));
+    }
+    if (isGone) {
+        printMessage("interface " + options.interface + " went away");
+    }
+    return dropped != 0 || isGone ? ExitCode::Failed : ExitCode::Good;
 }
 
 }  // namespace

@@ -90,6 +90,29 @@ class ChangingInterfaces(Case):
             time.sleep(0.5)
             self.stop_having_all(sent)
 
+    def test_dump_tells_what_was_dropped_and_ends_when_its_interface_goes_away(self):
+        add_link("late4", "far4")
+        ip("link set late4 up")
+        with self.path("out").open("w") as out, self.told.open("w") as told:
+            dump = lab.spawn([lab.STATION, "dump", "--interface", "late4"], stdout=out, stderr=told)
+        self.addCleanup(lab.end, dump)
+
+        def printed():
+            return self.path("out").read_text().count("HEADER\n")
+        lab.wait_until(lambda: self.send("far4") and printed(), "it captures")
+        before = 0
+        while before != (before := printed()):
+            time.sleep(0.8)
+        dump.send_signal(signal.SIGSTOP)
+        sent = lab.simulate(MODULE, "--rate", 200, "--duration", 4, interface="far4")
+        ip("link del late4")
+        dump.send_signal(signal.SIGCONT)
+        self.assertEqual(dump.wait(lab.PATIENCE), 1)
+        dropped, gone = self.told.read_text().splitlines()
+        self.assertEqual(gone, "cmp-station: interface late4 went away")
+        self.assertRegex(dropped, r"^cmp-station: \d+ Ethernet frames were lost before they could be read")
+        self.assertEqual(printed() - before + int(dropped.split()[1]), sent["frames"])
+
     def test_what_cannot_be_opened_is_tried_again(self):
         self.start()
         process = self.station.process.pid
