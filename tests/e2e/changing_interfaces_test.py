@@ -144,6 +144,15 @@ class ChangingInterfaces(Case):
         lab.simulate(MODULE, "--rate", 10, "--duration", 1, interface="sim1")
         self.assertEqual(self.expect_all_of("sim0"), [])
 
+        self.start("--interface", "late5")  # is waited for
+        self.wait_for("there is no interface late5; it is captured when it appears")
+        add_link("late5", "far5")
+        self.addCleanup(ip, "link del late5")
+        ip("link set late5 up")
+        self.wait_for("interface late5 is captured from now on")
+        lab.simulate(MODULE, "--rate", 10, "--duration", 1)
+        self.expect_all_of("far5")
+
         ip("link set veth0 nomaster")
         self.start()
         ip("link set veth0 master bridge0")

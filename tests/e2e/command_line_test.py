@@ -71,7 +71,8 @@ class CommandLine(Case):
             (["run", "--duration", "0"], "--duration"),
             (["run", "--duration", "nan"], "nan is no number from 0.001 to"),
             (["run", "--setup", ""], "it is empty"),
-            (["run", "--module", *CAN, "--interface", "lo", "--interface", "veth7"], 'no interface "veth7"; there are: '),
+            *((["run", "--module", *CAN, "--interface", name], "can't be the name of an interface")
+              for name in ("", "0123456789abcdef", "net/eth0", "eth0 ")),
             (["run", "--module", *CAN, "--record", self.path("a.txt")], ".pcapng"),
             (["dump"], "FILE"),
             (["dump", self.stored, "--count", "0"], "--count"),
