@@ -15,6 +15,9 @@ namespace {
 
 using Kestrova::Utils::Kcom::StringHelper;
 
+constexpr const wchar_t* configIdKey = L"ConfigId";
+constexpr const wchar_t* typeKey = L"DeviceTypeId";
+
 /// A key under which a setup has the number of a thing.
 struct NumberKey {
     const wchar_t* key;
@@ -25,8 +28,8 @@ struct NumberKey {
 constexpr std::array<NumberKey, 5> numberKeys = {{{L"Id", "Id", false, true},
                                                   {L"ClockId", "ClockId", false, true},
                                                   {L"ChId", "ChId", true, true},
-                                                  {L"ConfigId", "ConfigId", false, false},
-                                                  {L"DeviceTypeId", "DeviceTypeId", false, false}}};
+                                                  {configIdKey, "ConfigId", false, true},
+                                                  {typeKey, "DeviceTypeId", false, false}}};
 
 class Check {
   public:
@@ -43,7 +46,7 @@ class Check {
                 }
             }
             for (const auto& value : content.values) {
-                noteValue(places, content.name, value);
+                noteValue(places, content, value);
             }
             look(*child);
         }
@@ -55,14 +58,26 @@ class Check {
     /// By name of the element and key.
     using Places = std::map<std::pair<std::wstring, std::wstring>, Lines>;
 
-    void noteValue(Places& places, const std::wstring& name, const SetupElement::Value& value) {
+    void noteValue(Places& places, const SetupElement::Content& element,
+                   const SetupElement::Value& value) {
         const auto* const known =
             std::find_if(numberKeys.begin(), numberKeys.end(),
                          [&](const NumberKey& number) { return value.key == number.key; });
-        if (known != numberKeys.end()) {
-            note((known->isOfAll ? placesOfAll : places)[{name, value.key}], known->meaning,
-                 known->isUnique, value.text, value.line);
+        if (known == numberKeys.end()) {
+            return;
         }
+        std::wstring key = value.key;
+        if (key == configIdKey) {  // modules of two types may have the same
+            key += typeOf(element);
+        }
+        note((known->isOfAll ? placesOfAll : places)[{element.name, key}], known->meaning,
+             known->isUnique, value.text, value.line);
+    }
+
+    static std::wstring typeOf(const SetupElement::Content& element) {
+        const auto type = std::find_if(element.values.begin(), element.values.end(),
+                                       [](const auto& value) { return value.key == typeKey; });
+        return type != element.values.end() ? type->text : L"";
     }
 
     void note(Lines& lines, const char* meaning, bool isUnique, const std::wstring& text,
