@@ -1,6 +1,7 @@
 #include "station/cli/text_writer.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +20,7 @@ namespace {
 constexpr std::size_t mostWaiting = 1024 * 1024;  // bytes
 /// Less than a program that was asked to stop has for it, see `StopSignal`.
 constexpr auto patience = std::chrono::milliseconds(200);
+constexpr int forever = -1;
 
 }  // namespace
 
@@ -105,7 +107,10 @@ void writeText(int descriptor, const std::string& text) {
     std::string_view rest = text;
     while (!rest.empty()) {
         const ssize_t written = write(descriptor, rest.data(), rest.size());
-        if (written < 0 && errno != EINTR) {
+        if (written < 0 && errno == EAGAIN) {  // another program has set it not to wait
+            pollfd room{descriptor, POLLOUT, 0};
+            poll(&room, 1, forever);
+        } else if (written < 0 && errno != EINTR) {
             return;
         }
         rest.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);

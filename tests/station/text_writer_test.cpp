@@ -1,5 +1,6 @@
 #include "station/cli/text_writer.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@ std::string readAll(int file) {
 TEST(TextWriterTest, PipeThatNobodyReadsHoldsUpNobodyAndWhatIsNotShownIsTold) {
     std::array<int, 2> ends = {};
     ASSERT_EQ(pipe(ends.data()), 0);
+    ASSERT_EQ(fcntl(ends[1], F_SETFL, O_NONBLOCK), 0) << "as another program may have left it";
     constexpr int count = 3000;
     std::string shown;
     std::thread reader;
