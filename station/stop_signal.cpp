@@ -34,6 +34,14 @@ void raise(int event) {
     eventfd_write(event, 1);
 }
 
+/// Or not at all, where it would have to be waited for.
+void writeAtOnce(int descriptor, const char* text) {
+    pollfd output{descriptor, POLLOUT, 0};
+    if (poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0) {
+        [[maybe_unused]] const ssize_t unused = write(descriptor, text, std::strlen(text));
+    }
+}
+
 }  // namespace
 
 StopSignal::StopSignal(bool endsWhoWaits) : endsWaiting(endsWhoWaits) {
@@ -111,13 +119,10 @@ bool StopSignal::waitForSignal(int milliseconds) {
 
 /// Says so where standard error takes it at once.
 void StopSignal::endProgram() {
-    pollfd errors{STDERR_FILENO, POLLOUT, 0};
-    if (poll(&errors, 1, 0) == 1 && (errors.revents & POLLOUT) != 0) {
-        const char* const last = farewell;
-        for (const char* const text : {last != nullptr ? last : "", "ended at once\n"}) {
-            [[maybe_unused]] const ssize_t unused = write(STDERR_FILENO, text, std::strlen(text));
-        }
+    if (const char* const last = farewell; last != nullptr) {
+        writeAtOnce(farewellDescriptor, last);
     }
+    writeAtOnce(STDERR_FILENO, "ended at once\n");
     _exit(static_cast<int>(ExitCode::Failed));
 }
 

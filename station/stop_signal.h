@@ -28,8 +28,11 @@ class StopSignal {
     bool isRequested() { return waitUntil(std::chrono::steady_clock::time_point::min()); }
     /// From now on the program waits for nobody but the system: only a second request ends it.
     void beginCleanUp() { endsWaiting = false; }
-    /// Written to standard error before the program is ended, to restore a terminal. A literal.
-    void setFarewell(const char* text) { farewell = text; }
+    /// Written there before the program is ended, to restore a terminal. A literal, or null.
+    void setFarewell(const char* text, int descriptor) {
+        farewellDescriptor = descriptor;
+        farewell = text;
+    }
 
   private:
     void watch();
@@ -42,6 +45,7 @@ class StopSignal {
     std::atomic<bool> endsWaiting;
     std::atomic<int> looks{0};  ///< how often the program has seen the request
     std::atomic<const char*> farewell{nullptr};
+    std::atomic<int> farewellDescriptor{-1};
     std::thread watcher;
 };
 

@@ -1,11 +1,14 @@
 #include "station/cli/live_view.h"
 
+#include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "station/terminal_text.h"
 
@@ -18,6 +21,9 @@ constexpr const char* home = "\033[H";
 constexpr const char* clearRestOfLine = "\033[K";
 constexpr const char* clearBelow = "\033[J";
 
+constexpr std::size_t mostMessagesShown = 5;  // below the table
+constexpr std::size_t mostMessagesKept = 1000;
+
 struct Size {
     std::size_t rows = 24;
     std::size_t columns = 80;
@@ -29,6 +35,19 @@ Size terminalSize(int descriptor) {
         return {};
     }
     return {size.ws_row, size.ws_col};
+}
+
+/// What fits a line of the terminal, without half a character at its end.
+std::string cut(std::string line, std::size_t bytes) {
+    constexpr unsigned markBits = 0xC0;
+    constexpr unsigned continuation = 0x80;
+    if (line.size() > bytes) {
+        while (bytes > 0 && (static_cast<unsigned char>(line[bytes]) & markBits) == continuation) {
+            --bytes;
+        }
+        line.resize(bytes);
+    }
+    return line;
 }
 
 }  // namespace
@@ -62,7 +81,9 @@ LiveView::~LiveView() {
 void LiveView::end() {
     if (form == Form::Table) {
         writer.write(descriptor, leaveSecondScreen);
-        writer.write(STDERR_FILENO, messages);
+        if (isatty(STDERR_FILENO) == 1) {
+            writer.write(STDERR_FILENO, joinMessages());
+        }
     }
     form = Form::Nothing;
     writer.finish();
@@ -86,26 +107,50 @@ void LiveView::show(const Summary& summary, std::chrono::steady_clock::time_poin
     }
 }
 
-/// What doesn't fit the screen is cut: a line that wraps would move all below it.
+/// What doesn't fit the screen is cut: a line that wraps would move all below it. The messages are
+/// left their place below a long table.
 void LiveView::draw(const Summary& summary) {
     const Size size = terminalSize(descriptor);
+    const std::size_t rows = size.rows - 1;
+    std::vector<std::string> lines = toTable(summary);
+    if (const std::size_t shown = std::min({messages.size(), mostMessagesShown, rows / 2});
+        shown != 0) {
+        lines.resize(std::min(lines.size(), rows - 1 - shown));
+        lines.push_back(fmt::format("messages, the last {} of {}:", shown, countMessages));
+        lines.insert(lines.end(), messages.end() - static_cast<std::ptrdiff_t>(shown),
+                     messages.end());
+    }
+    lines.resize(std::min(lines.size(), rows));
     std::string text = home;
-    std::size_t row = 0;
-    for (const std::string& line : toTable(summary)) {
-        if (++row >= size.rows) {
-            break;
-        }
-        text += line.substr(0, size.columns - 1) + clearRestOfLine + "\r\n";
+    for (const std::string& line : lines) {
+        text += cut(line, size.columns - 1) + clearRestOfLine + "\r\n";
     }
     writer.write(descriptor, text + clearBelow);
 }
 
 void LiveView::tell(const std::string& text) {
-    if (form == Form::Table) {
-        messages += printable(text) + '\n';
-    } else {
-        writer.write(STDERR_FILENO, printable(text) + '\n');
+    std::string line = printable(text);
+    if (form != Form::Table || isatty(STDERR_FILENO) == 0) {
+        writer.write(STDERR_FILENO, line + '\n');
     }
+    if (form == Form::Table) {
+        messages.push_back(std::move(line));
+        ++countMessages;
+        if (messages.size() > mostMessagesKept) {
+            messages.pop_front();
+        }
+    }
+}
+
+std::string LiveView::joinMessages() const {
+    std::string text;
+    if (countMessages > messages.size()) {
+        text = fmt::format("({} earlier messages are left out)\n", countMessages - messages.size());
+    }
+    for (const std::string& line : messages) {
+        text += line + '\n';
+    }
+    return text;
 }
 
 }  // namespace station

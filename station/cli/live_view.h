@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <deque>
 #include <string>
 
 #include "station/cli/text_writer.h"
@@ -15,7 +17,7 @@ bool isTerminal(int descriptor);
 /// elsewhere one line a second on standard error; or nothing.
 ///
 /// The table is drawn on the terminal's second screen, so that what was there before comes back.
-/// Nothing here waits for the terminal while the measurement runs.
+/// The last messages are below it. Nothing here waits for the terminal while the measurement runs.
 class LiveView {
   public:
     enum class Form { Table, Lines, Nothing };
@@ -34,20 +36,23 @@ class LiveView {
     void show(const Summary& summary, std::chrono::steady_clock::time_point now);
     /// What restores the terminal if the program has to end at once: a literal; null for nothing.
     const char* getRestore() const;
-    /// A message for the user, at once and without disturbing the table.
+    /// A message for the user: on standard error at once, unless that is a terminal, whose table it
+    /// would disturb.
     void tell(const std::string& text);
-    /// Leaves the table and prints the messages that came meanwhile; what is printed from now on
-    /// stays on the screen.
+    /// Leaves the table and prints the messages that have not been printed; what is printed from
+    /// now on stays on the screen.
     void end();
 
   private:
     void draw(const Summary& summary);
+    std::string joinMessages() const;
 
     TextWriter writer;
     Form form;
     const int descriptor;
     std::chrono::steady_clock::time_point next;
-    std::string messages;  ///< came while the table was shown
+    std::deque<std::string> messages;  ///< the last that came while the table was shown
+    std::size_t countMessages = 0;     ///< all of them
 };
 
 }  // namespace station

@@ -161,7 +161,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
 
     const int tableDescriptor = options.json ? STDERR_FILENO : STDOUT_FILENO;
     LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
-    stop.setFarewell(view.getRestore());
+    stop.setFarewell(view.getRestore(), tableDescriptor);
     const std::string failure = measure(options, measurement, view, stop);
     view.end();
     report(options, measurement.summarize());

@@ -10,6 +10,7 @@ import struct
 import termios
 import time
 
+import changing_interfaces_test
 import lab
 import traffic
 from case import CAN, FRONT, Case, main
@@ -21,6 +22,8 @@ class Terminal(Case):
     def setUp(self):
         self.child, self.terminal = pty.fork()
         if self.child == 0:
+            if "errors" in self._testMethodName:
+                os.dup2(os.open(self.path("told"), os.O_WRONLY | os.O_CREAT), 2)
             fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", 30, 100, 0, 0))
             kind = "dumb" if "dumb" in self._testMethodName else "xterm"
             os.execve(lab.STATION, [lab.STATION, "run", *lab.repeat("--module", FRONT), "--record",
@@ -44,7 +47,14 @@ class Terminal(Case):
         sent = lab.simulate(CAN, "--rate", 50, "--duration", 2)
         self.read_until(rb"Front  \[CAN combo\]  ConfigId 0x5  serial 100000  Connected")
         self.read_until(rb"Front 0x70 +CAN FD +100 +\d+/s  0x\w+(\(ext\))?: 63 00 00 00 ")
+        for number in range(3):
+            changing_interfaces_test.add_link(f"late{number}", f"far{number}")
+            changing_interfaces_test.ip(f"link set late{number} up")
+            self.read_until(b"late%d is captured from now on" % number)
+            changing_interfaces_test.ip(f"link del late{number}")
+            self.read_until(b"late%d went away" % number)
         screens = self.seen.split(HOME)
+        self.assertEqual((screens[-1].count(b"interface late"), screens[-1].count(b"last 5 of 6")), (5, 1))
         self.assertGreater(len(screens), 5)
         for line in screens[-2].split(b"\x1b[K"):
             self.assertLess(len(line.strip()), 100)  # a line that wraps moves all below it
@@ -56,9 +66,22 @@ class Terminal(Case):
         table, left = self.seen.split(LEAVE)
         self.assertEqual((self.seen.count(ENTER), table.endswith(SHOW_CURSOR)), (1, True))
         self.assertRegex(left, rb"Front 0x10 +CAN FD +100 .*\r\n")  # stays on the screen
+        self.assertEqual(left.count(b"interface late"), 6)
         self.assertNotIn(b"\x1b", left)
         self.assertEqual(termios.tcgetattr(self.terminal), self.before)
         self.assertEqual(len(traffic.read_with_tshark(self.path("a.pcapng"))), sent["dataMessages"])
+
+    def test_table_is_left_and_messages_are_kept_where_errors_go_elsewhere(self):
+        self.read_until(re.escape(HOME))
+        changing_interfaces_test.add_link("late3", "far3")
+        self.addCleanup(changing_interfaces_test.ip, "link del late3")
+        changing_interfaces_test.ip("link set late3 up")
+        self.read_until(b"late3 is captured from now on")
+        os.kill(self.child, signal.SIGTERM)
+        os.kill(self.child, signal.SIGINT)  # ends it at once
+        self.read_until(re.escape(LEAVE))
+        self.assertEqual(self.path("told").read_text(),
+                         "interface late3 is captured from now on\nended at once\n")
 
     def test_dumb_terminal_gets_lines(self):
         self.read_until(rb"2 s: 0 of 1 modules connected")

@@ -15,7 +15,7 @@ class Program {
         id = fork();
         if (id == 0) {
             StopSignal stop(endsWhoWaits);
-            stop.setFarewell("restored ");
+            stop.setFarewell("restored ", ends[1]);
             dup2(ends[1], STDERR_FILENO);
             [[maybe_unused]] const ssize_t ready = write(ends[1], "r", 1);
             work(stop);
