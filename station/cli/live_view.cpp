@@ -102,7 +102,11 @@ void LiveView::show(const Summary& summary, std::chrono::steady_clock::time_poin
         draw(summary);
         next = now + std::chrono::milliseconds(200);
     } else if (form == Form::Lines) {
-        writer.write(STDERR_FILENO, toProgressLine(summary) + '\n');
+        // After a stop that waits for a disk there is nothing new to say.
+        if (const std::string line = toProgressLine(summary); line != lastLine) {
+            writer.write(STDERR_FILENO, line + '\n');
+            lastLine = line;
+        }
         next = std::max(next + std::chrono::seconds(1), now);
     }
 }

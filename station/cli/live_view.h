@@ -53,6 +53,7 @@ class LiveView {
     std::chrono::steady_clock::time_point next;
     std::deque<std::string> messages;  ///< the last that came while the table was shown
     std::size_t countMessages = 0;     ///< all of them
+    std::string lastLine;              ///< of those once a second
 };
 
 }  // namespace station

@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "station/cli/live_view.h"
+
 namespace {
 
 using station::TextWriter;
@@ -59,6 +61,20 @@ TEST(TextWriterTest, PipeThatNobodyReadsHoldsUpNobodyAndWhatIsNotShownIsTold) {
     EXPECT_EQ(next, count);
     EXPECT_GT(notices, 0);
     EXPECT_EQ(line, "last");
+}
+
+TEST(LiveViewTest, ProgressThatHasNotChangedIsNotShownAgain) {
+    testing::internal::CaptureStderr();
+    {
+        station::LiveView view(station::LiveView::Form::Lines, STDOUT_FILENO);
+        station::Summary summary;
+        for (const double seconds : {4.0, 4.1, 5.0}) {  // the second after a stop
+            summary.seconds = seconds;
+            view.show(summary, {});
+        }
+    }
+    const std::string shown = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(shown, testing::MatchesRegex("4 s: [^\n]*\n5 s: [^\n]*\n"));
 }
 
 }  // namespace
