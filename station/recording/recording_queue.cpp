@@ -104,7 +104,7 @@ struct RecordingQueue::Shared {
         if (!present) {
             return;
         }
-        bytes -= chunkSize;
+        bytes -= present->bytes.size();
         messages -= present->messages;
         if (spare.size() < mostSpare) {
             present->clear();
@@ -116,6 +116,10 @@ struct RecordingQueue::Shared {
         if (!isAbandoned) {
             states = std::move(now);
         }
+    }
+    bool isBusy() const CMP_EXCLUDES(lock) {
+        const LockGuard guard(lock);
+        return bytes != 0;
     }
     void publish(std::vector<std::string> failures) CMP_EXCLUDES(lock) {
         std::vector<RecordingSummary> now = recordings->summarize();
@@ -194,7 +198,7 @@ void RecordingQueue::handOver() {
 bool RecordingQueue::passOn(bool evenIfFull) {
     handOver();
     const LockGuard guard(shared->lock);
-    if (shared->bytes + chunkSize > limit && !evenIfFull) {
+    if (shared->bytes + current->bytes.size() > limit && !evenIfFull) {
         return false;
     }
     if (std::any_of(dropped.begin(), dropped.end(), [](auto count) { return count != 0; })) {
@@ -203,7 +207,7 @@ bool RecordingQueue::passOn(bool evenIfFull) {
     if (shared->bytes == 0) {
         shared->movedAt = Clock::now();
     }
-    shared->bytes += chunkSize;
+    shared->bytes += current->bytes.size();
     shared->messages += current->messages;
     shared->waiting.push_back(std::move(current));
     shared->changed.notify_all();
@@ -218,7 +222,9 @@ bool RecordingQueue::passOn(bool evenIfFull) {
 
 std::vector<std::string> RecordingQueue::flush() {
     handOver();
-    if (current && !current->bytes.empty()) {
+    // A thread that has enough to write gets no chunk that could still be filled: each takes up
+    // the memory of a full one.
+    if (current && !current->bytes.empty() && !shared->isBusy()) {
         passOn(false);
     }
     std::vector<std::string> texts;
