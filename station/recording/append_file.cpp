@@ -150,16 +150,17 @@ void AppendFile::drain() {
     }
     if (isWritable()) {
         bytesInFile += used;
-        recordsInFile += recordEnds.size();
+        keepAndDrop(recordEnds.end());
     }
-    used = 0;
-    recordEnds.clear();
+    if (std::exchange(used, 0) != 0 && onProgress) {
+        onProgress();
+    }
 }
 
 void AppendFile::emptyFirst() {
     if (std::exchange(isToBeEmptied, false) && ::ftruncate(fd, 0) != 0) {
         fail(reasonOf(errno) + " when emptying it. Name another file");
-        dropBuffered(recordEnds.begin());
+        keepAndDrop(recordEnds.begin());
     }
 }
 
@@ -172,20 +173,21 @@ void AppendFile::cutBack(std::size_t bytesOut, int errorNumber) {
     if (firstLost != recordEnds.begin()) {
         bytesInFile += (firstLost - 1)->offset;
     }
-    recordsInFile += static_cast<std::uint64_t>(firstLost - recordEnds.begin());
-    dropBuffered(firstLost);
+    keepAndDrop(firstLost);
     const bool isCut = ::ftruncate(fd, static_cast<off_t>(bytesInFile)) == 0;
     fail(reasonOf(errorNumber) + ". It holds " + std::to_string(recordsInFile) +
          " messages up to here" + (isCut ? "" : ", its last one may be torn") +
          ". Make room or choose another disk, and record again");
 }
 
-/// From there on, what is in the buffer won't get into the file.
-void AppendFile::dropBuffered(std::vector<RecordEnd>::iterator first) {
-    std::for_each(first, recordEnds.end(), [this](const RecordEnd& end) {
-        --channels[end.channel].written;
-        dropRecords(end.channel, 1);
-    });
+/// What was in the buffer before `firstLost` is in the file, the rest won't get there.
+void AppendFile::keepAndDrop(std::vector<RecordEnd>::iterator firstLost) {
+    recordsInFile += static_cast<std::uint64_t>(firstLost - recordEnds.begin());
+    std::for_each(recordEnds.begin(), firstLost,
+                  [this](const RecordEnd& end) { ++channels[end.channel].written; });
+    std::for_each(firstLost, recordEnds.end(),
+                  [this](const RecordEnd& end) { dropRecords(end.channel, 1); });
+    recordEnds.clear();
 }
 
 /// A file that was deleted takes all its records along; one that was moved, replaced or written to

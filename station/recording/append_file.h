@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "station/errors.h"
@@ -39,10 +41,12 @@ class AppendFile {
 
     /// What has become of the records of one channel.
     struct Counts {
-        std::uint64_t written = 0;  ///< in the file or on their way into it
+        std::uint64_t written = 0;  ///< in the file; those on their way into it count nowhere
         std::uint64_t lost = 0;
     };
 
+    /// Called each time that the disk has taken something, once it is counted; empty for none.
+    void setOnProgress(std::function<void()> call) { onProgress = std::move(call); }
     /// One more channel, whose records are counted on their own; they count from 0.
     void addChannel() { channels.push_back({}); }
     /// Room for one record of at most `size` bytes (`size` at most `largestPiece`) of a channel, to
@@ -65,7 +69,6 @@ class AppendFile {
         used = static_cast<std::size_t>(end - buffer.get());
         recordEnds.push_back(
             {static_cast<std::uint32_t>(used), static_cast<std::uint32_t>(recordChannel)});
-        ++channels[recordChannel].written;
     }
 
     /// Bytes that are no record of their own but needed to read those behind them (at most
@@ -96,11 +99,13 @@ class AppendFile {
     const std::string& errorText() const { return error; }  // empty unless failed
     const std::string& path() const { return filePath; }
 
-    /// Records in the file or on their way into it; those that a failure took are `recordsLost`.
-    std::uint64_t recordsWritten() const { return recordsInFile + recordEnds.size(); }
+    /// Records in the file; those that a failure took are `recordsLost`.
+    std::uint64_t recordsWritten() const { return recordsInFile; }
+    /// Records on their way into it.
+    std::uint64_t recordsBuffered() const { return recordEnds.size(); }
     std::uint64_t recordsLost() const { return lost; }
     const std::vector<Counts>& channelCounts() const { return channels; }
-    std::uint64_t bytesWritten() const { return bytesInFile + used; }
+    std::uint64_t bytesWritten() const { return bytesInFile; }
 
     static constexpr std::size_t largestPiece = 4096;
 
@@ -115,7 +120,7 @@ class AppendFile {
     void drain();
     void emptyFirst();
     void cutBack(std::size_t bytesOut, int errorNumber);
-    void dropBuffered(std::vector<RecordEnd>::iterator first);
+    void keepAndDrop(std::vector<RecordEnd>::iterator firstLost);
     void checkStillThere();
     void fail(const std::string& reason);
 
@@ -134,6 +139,7 @@ class AppendFile {
     std::uint64_t recordsInFile = 0;
     std::uint64_t lost = 0;
     std::string error;
+    std::function<void()> onProgress;
 };
 
 }  // namespace station

@@ -19,7 +19,7 @@ char lowerCase(char c) {
 }  // namespace
 
 void Recording::cancel() {
-    if (recordsWritten() != 0 || failed()) {
+    if (recordsWritten() + file.recordsBuffered() != 0 || failed()) {
         return;
     }
     file.discard();

@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "station/recording/append_file.h"
 
@@ -44,8 +46,7 @@ class Recording {
     virtual void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                        std::size_t size) = 0;
 
-    /// Records of a channel that won't come, to be counted with the lost ones.
-    void drop(std::size_t channel, std::uint64_t count) { file.dropRecords(channel, count); }
+    void setOnProgress(std::function<void()> call) { file.setOnProgress(std::move(call)); }
 
     /// What was written so far is in the file. False when the recording has failed.
     bool flush() { return file.flush(); }
@@ -59,8 +60,8 @@ class Recording {
 
     const std::string& path() const { return file.path(); }
     bool failed() const { return file.failed(); }
-    const std::string& errorText() const { return file.errorText(); }  // empty unless failed
-    std::uint64_t recordsWritten() const { return file.recordsWritten(); }
+    const std::string& errorText() const { return file.errorText(); }       // empty unless failed
+    std::uint64_t recordsWritten() const { return file.recordsWritten(); }  // are in the file
     std::uint64_t recordsLost() const { return file.recordsLost(); }
     std::uint64_t bytesWritten() const { return file.bytesWritten(); }
     /// By handle.

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
+#include <numeric>
 #include <thread>
 #include <utility>
 
@@ -28,7 +29,7 @@ struct EntryHead {
 
 }  // namespace
 
-/// Messages in their order, and how many of each channel found no room before them.
+/// Messages in their order.
 struct RecordingQueue::Chunk {
     Chunk() { bytes.reserve(chunkSize); }
 
@@ -37,12 +38,8 @@ struct RecordingQueue::Chunk {
         bytes.resize(at + sizeof head + head.size);
         std::memcpy(bytes.data() + at, &head, sizeof head);
         std::memcpy(bytes.data() + at + sizeof head, record, head.size);
-        ++messages;
     }
     void writeInto(RecordingSet& recordings) const {
-        for (std::size_t channel = 0; channel < dropped.size(); ++channel) {
-            recordings.drop(channel, dropped[channel]);
-        }
         EntryHead head{};
         for (std::size_t at = 0; at < bytes.size(); at += sizeof head + head.size) {
             std::memcpy(&head, bytes.data() + at, sizeof head);
@@ -50,15 +47,8 @@ struct RecordingQueue::Chunk {
                              head.size);
         }
     }
-    void clear() {
-        bytes.clear();
-        dropped.clear();
-        messages = 0;
-    }
 
     std::vector<std::uint8_t> bytes;
-    std::vector<std::uint64_t> dropped;
-    std::uint64_t messages = 0;
 };
 
 struct RecordingQueue::Shared {
@@ -72,12 +62,14 @@ struct RecordingQueue::Shared {
         while (waitForWork()) {
             if (present) {
                 present->writeInto(*recordings);
+                publish({});
+                finishPresent();
             } else {
                 publish(recordings->flush());
             }
-            finishPresent();
         }
         publish(isToBeClosed ? recordings->close() : std::vector<std::string>());
+        recordings->setOnProgress({});
         recordings.reset();
         const LockGuard guard(lock);
         isOver = true;
@@ -97,34 +89,26 @@ struct RecordingQueue::Shared {
         return std::exchange(isFlushWanted, false);
     }
     void finishPresent() CMP_EXCLUDES(lock) {
-        std::vector<RecordingSummary> now = recordings->summarize();
         const LockGuard guard(lock);
-        take(std::move(now));
-        movedAt = Clock::now();
-        if (!present) {
-            return;
-        }
         bytes -= present->bytes.size();
-        messages -= present->messages;
         if (spare.size() < mostSpare) {
-            present->clear();
+            present->bytes.clear();
             spare.push_back(std::move(present));
         }
         present.reset();
-    }
-    void take(std::vector<RecordingSummary> now) CMP_REQUIRES(lock) {
-        if (!isAbandoned) {
-            states = std::move(now);
-        }
     }
     bool isBusy() const CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
         return bytes != 0;
     }
+    /// After each step, however small, so that what is known is what is in the files.
     void publish(std::vector<std::string> failures) CMP_EXCLUDES(lock) {
         std::vector<RecordingSummary> now = recordings->summarize();
         const LockGuard guard(lock);
-        take(std::move(now));
+        if (!isAbandoned) {
+            states = std::move(now);
+        }
+        movedAt = Clock::now();
         std::move(failures.begin(), failures.end(), std::back_inserter(texts));
     }
 
@@ -135,13 +119,12 @@ struct RecordingQueue::Shared {
     std::condition_variable_any changed;
     std::deque<std::unique_ptr<Chunk>> waiting CMP_GUARDED_BY(lock);
     std::vector<std::unique_ptr<Chunk>> spare CMP_GUARDED_BY(lock);
-    std::size_t bytes CMP_GUARDED_BY(lock) = 0;       ///< of chunks that wait or are being written
-    std::uint64_t messages CMP_GUARDED_BY(lock) = 0;  ///< in them
+    std::size_t bytes CMP_GUARDED_BY(lock) = 0;  ///< of chunks that wait or are being written
     Clock::time_point movedAt CMP_GUARDED_BY(lock);
     bool isFlushWanted CMP_GUARDED_BY(lock) = false;
     bool isEnding CMP_GUARDED_BY(lock) = false;
     bool isOver CMP_GUARDED_BY(lock);
-    bool isAbandoned CMP_GUARDED_BY(lock) = false;  ///< `states` are what was last known
+    bool isAbandoned CMP_GUARDED_BY(lock) = false;  ///< what isn't in a file by `states` is lost
     std::vector<std::string> texts CMP_GUARDED_BY(lock);
     std::vector<RecordingSummary> states CMP_GUARDED_BY(lock);
 };
@@ -165,8 +148,7 @@ RecordingQueue::~RecordingQueue() {
 
 void RecordingQueue::addChannel(const ChannelDescription& channel) {
     shared->recordings->addChannel(channel);
-    dropped.push_back(0);
-    given.push_back(0);
+    accounts.emplace_back();
 }
 
 void RecordingQueue::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
@@ -174,10 +156,9 @@ void RecordingQueue::write(std::size_t channel, std::int64_t utcNanoseconds, con
     if (!current) {
         return;
     }
-    ++given[channel];
+    ++accounts[channel].given;
     if (current->bytes.size() + sizeof(EntryHead) + size > chunkSize && !passOn(false)) {
-        ++dropped[channel];
-        ++droppedInAll;
+        ++accounts[channel].dropped;
         return;
     }
     current->append(
@@ -189,6 +170,7 @@ void RecordingQueue::write(std::size_t channel, std::int64_t utcNanoseconds, con
 /// them.
 void RecordingQueue::handOver() {
     if (!std::exchange(isHandedOver, true) && current) {
+        shared->recordings->setOnProgress([held = shared.get()] { held->publish({}); });
         const LockGuard guard(shared->lock);
         shared->states = shared->recordings->summarize();
     }
@@ -201,14 +183,10 @@ bool RecordingQueue::passOn(bool evenIfFull) {
     if (shared->bytes + current->bytes.size() > limit && !evenIfFull) {
         return false;
     }
-    if (std::any_of(dropped.begin(), dropped.end(), [](auto count) { return count != 0; })) {
-        current->dropped = std::exchange(dropped, std::vector<std::uint64_t>(dropped.size()));
-    }
     if (shared->bytes == 0) {
         shared->movedAt = Clock::now();
     }
     shared->bytes += current->bytes.size();
-    shared->messages += current->messages;
     shared->waiting.push_back(std::move(current));
     shared->changed.notify_all();
     if (shared->spare.empty()) {
@@ -234,8 +212,8 @@ std::vector<std::string> RecordingQueue::flush() {
         shared->changed.notify_all();
         texts = std::exchange(shared->texts, {});
     }
-    if (const std::uint64_t lost = droppedInAll - std::exchange(droppedTold, droppedInAll);
-        lost != 0) {
+    const std::uint64_t dropped = countDropped();
+    if (const std::uint64_t lost = dropped - std::exchange(droppedTold, dropped); lost != 0) {
         texts.push_back("the disk is too slow: " + std::to_string(lost) +
                         " messages found no room to wait for it and aren't recorded");
     }
@@ -248,10 +226,11 @@ void RecordingQueue::beginClose() {
 }
 
 void RecordingQueue::end() {
-    if (current) {
+    handOver();
+    if (current && !current->bytes.empty()) {
         passOn(true);
-        current.reset();
     }
+    current.reset();
     const LockGuard guard(shared->lock);
     if (!shared->isEnding) {
         shared->isEnding = true;
@@ -272,34 +251,55 @@ Clock::duration RecordingQueue::getStalled() const {
 
 std::vector<std::string> RecordingQueue::abandon() {
     std::vector<std::string> texts = flush();
-    const LockGuard guard(shared->lock);
-    droppedInAll += shared->messages;
-    shared->isAbandoned = true;
-    for (RecordingSummary& state : shared->states) {
-        for (std::size_t i = 0; i < state.channels.size(); ++i) {
-            RecordingSummary::Channel& channel = state.channels[i];
-            const std::uint64_t missing = given[i] - channel.records - channel.lost;
-            if (channel.isHeld) {
-                channel.lost += missing;
-                state.lost += missing;
-            }
-        }
+    const std::vector<RecordingSummary> before = summarize();
+    {
+        const LockGuard guard(shared->lock);
+        shared->isAbandoned = true;
+    }
+    std::uint64_t missing = 0;
+    const std::vector<RecordingSummary> states = summarize();
+    for (std::size_t i = 0; i < states.size(); ++i) {
+        missing = std::max(missing, states[i].lost - before[i].lost);
     }
     texts.push_back("the disk doesn't answer, the recordings were left as they are: up to " +
-                    std::to_string(shared->messages) + " messages are missing at their end");
+                    std::to_string(missing) + " messages are missing at their end");
     return texts;
 }
 
+std::uint64_t RecordingQueue::countDropped() const {
+    return std::accumulate(
+        accounts.begin(), accounts.end(), std::uint64_t{0},
+        [](std::uint64_t sum, const Account& account) { return sum + account.dropped; });
+}
+
 bool RecordingQueue::hasLost() const {
-    const LockGuard guard(shared->lock);
-    return droppedInAll != 0 ||
-           std::any_of(shared->states.begin(), shared->states.end(),
-                       [](const auto& state) { return state.lost != 0 || !state.error.empty(); });
+    const std::vector<RecordingSummary> states = summarize();
+    return countDropped() != 0 || std::any_of(states.begin(), states.end(), [](const auto& state) {
+               return state.lost != 0 || !state.error.empty();
+           });
 }
 
 std::vector<RecordingSummary> RecordingQueue::summarize() const {
-    const LockGuard guard(shared->lock);
-    return shared->states;
+    std::vector<RecordingSummary> states;
+    bool isAbandoned = false;
+    {
+        const LockGuard guard(shared->lock);
+        states = shared->states;
+        isAbandoned = shared->isAbandoned;
+    }
+    for (RecordingSummary& state : states) {
+        for (std::size_t i = 0; i < state.channels.size(); ++i) {
+            RecordingSummary::Channel& channel = state.channels[i];
+            if (channel.isHeld) {
+                const Account& account = accounts[i];
+                const std::uint64_t before = channel.lost;
+                channel.lost =
+                    isAbandoned ? account.given - channel.records : channel.lost + account.dropped;
+                state.lost += channel.lost - before;
+            }
+        }
+    }
+    return states;
 }
 
 }  // namespace station

@@ -47,7 +47,7 @@ class RecordingQueue {
     bool isClosed() const;
     /// Since the disk took something last, or was last given something to take.
     Clock::duration getStalled() const;
-    /// Gives up waiting for the disk; what it hasn't taken counts as lost. Returns what the user
+    /// Gives up waiting for the disk; what isn't in a file counts as lost. Returns what the user
     /// must know.
     std::vector<std::string> abandon();
 
@@ -59,18 +59,23 @@ class RecordingQueue {
     struct Chunk;
     struct Shared;
 
+    /// What has become of the messages of a channel on this side of the thread.
+    struct Account {
+        std::uint64_t given = 0;    ///< to `write`
+        std::uint64_t dropped = 0;  ///< of them: found no room
+    };
+
     void handOver();
     bool passOn(bool evenIfFull);
     void end();
+    std::uint64_t countDropped() const;
 
     const std::shared_ptr<Shared> shared;
     const std::size_t limit;
-    bool isHandedOver = false;           ///< the recordings, to the thread
-    std::unique_ptr<Chunk> current;      ///< null without recordings
-    std::vector<std::uint64_t> given;    ///< to `write`, by channel
-    std::vector<std::uint64_t> dropped;  ///< by channel, since the last chunk went
+    bool isHandedOver = false;       ///< the recordings, to the thread
+    std::unique_ptr<Chunk> current;  ///< null without recordings
+    std::vector<Account> accounts;   ///< by channel
     std::uint64_t droppedTold = 0;
-    std::uint64_t droppedInAll = 0;
 };
 
 }  // namespace station

@@ -25,21 +25,18 @@ void RecordingSet::addChannel(const ChannelDescription& channel) {
     }
 }
 
+void RecordingSet::setOnProgress(const std::function<void()>& call) {
+    for (const auto& recording : recordings) {
+        recording->setOnProgress(call);
+    }
+}
+
 void RecordingSet::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                          std::size_t size) {
     const std::size_t first = channel * recordings.size();
     for (std::size_t i = 0; i < recordings.size(); ++i) {
         if (handles[first + i] != notHeld) {
             recordings[i]->write(handles[first + i], utcNanoseconds, record, size);
-        }
-    }
-}
-
-void RecordingSet::drop(std::size_t channel, std::uint64_t count) {
-    const std::size_t first = channel * recordings.size();
-    for (std::size_t i = 0; i < recordings.size(); ++i) {
-        if (handles[first + i] != notHeld) {
-            recordings[i]->drop(handles[first + i], count);
         }
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,19 +10,19 @@
 
 namespace station {
 
-/// What has become of one recording so far.
+/// What has become of one recording so far. A message on its way into the file counts nowhere yet.
 struct RecordingSummary {
     /// The messages of one channel.
     struct Channel {
-        bool isHeld = false;  ///< the format can hold them
-        std::uint64_t records = 0;
+        bool isHeld = false;        ///< the format can hold them
+        std::uint64_t records = 0;  ///< in the file
         std::uint64_t lost = 0;
     };
 
     std::string path;
     std::string format;
-    std::uint64_t records = 0;
-    std::uint64_t bytes = 0;
+    std::uint64_t records = 0;  ///< in the file
+    std::uint64_t bytes = 0;    ///< in the file
     std::uint64_t lost = 0;
     std::string error;                   ///< empty: none
     std::vector<Channel> channels = {};  ///< in the order in which they were added
@@ -45,10 +46,10 @@ class RecordingSet {
     void add(std::unique_ptr<Recording> recording);
     /// The next channel; its number is how many were added before.
     void addChannel(const ChannelDescription& channel);
+    /// As `AppendFile::setOnProgress`, of any of the recordings that are there.
+    void setOnProgress(const std::function<void()>& call);
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                std::size_t size);
-    /// Messages of a channel that can't be written any more, to be counted with the lost ones.
-    void drop(std::size_t channel, std::uint64_t count);
     /// To be called at least once a second. Returns a text for each recording that has failed since
     /// the last call.
     std::vector<std::string> flush();

@@ -218,18 +218,26 @@ class CommandLine(Case):
         self.expect_complete(sent, report, recording)
 
         recording = disk / "b.pcapng"
-        station = lab.Station(FRONT, record=[recording])
+        station, _ = self.record(recording, seconds=1)
+        while not traffic.read_with_tshark(recording, torn=True):
+            time.sleep(0.1)
         subprocess.run(["fsfreeze", "--freeze", disk], check=True)
         try:
             lab.simulate(CAN, "--rate", 200, "--duration", 1)
             station.process.send_signal(signal.SIGTERM)
             # The system lets the process go only when the disk is back, but it has said all by then.
-            while station.process.stdout.readline() != "}\n":
-                pass
+            output = ""
+            while not output.endswith("\n}\n"):
+                output += station.process.stdout.readline()
+            time.sleep(1)  # it is on its way out and writes nothing more
         finally:
             subprocess.run(["fsfreeze", "--unfreeze", disk], check=True)
         self.assertEqual(station.process.wait(lab.PATIENCE), 1)
         self.assertIn("the disk doesn't answer", station.process.stderr.read())
+        report = json.loads(output)
+        self.assertEqual(traffic.account_differences(report), [])
+        there = len(traffic.read_with_tshark(recording, torn=True))
+        self.assertLessEqual(report["recordings"][0]["records"], there)
 
     def test_killed_run_leaves_a_recording_that_lacks_a_second_at_most(self):
         recording = self.path("a.pcapng")

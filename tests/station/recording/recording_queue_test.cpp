@@ -20,7 +20,9 @@ class FrozenLog final : public CandumpRecording {
                std::size_t size) override {
         const std::lock_guard guard(ice);
         CandumpRecording::write(channel, utc, record, size);
+        ++taken;
     }
+    std::atomic<std::uint32_t> taken{0};  ///< not all of it is in the file
 
   private:
     std::mutex& ice;
@@ -60,7 +62,7 @@ class RecordingQueueTest : public ::testing::Test {
     const std::string path = folder.path() / "a.log";
     std::mutex disk;
     std::shared_ptr<RecordingSet> recordings = std::make_shared<RecordingSet>();
-    const Recording* recording = nullptr;
+    const FrozenLog* recording = nullptr;
     std::unique_ptr<RecordingQueue> queue;
     std::uint32_t sent = 0;
 };
@@ -104,17 +106,31 @@ TEST_F(RecordingQueueTest, FrozenDiskHoldsUpNobodyAndWhatFindsNoRoomIsCounted) {
 }
 
 TEST_F(RecordingQueueTest, DiskThatDoesNotComeBackIsLeftWithItsCount) {
-    std::unique_lock frozen(disk);
     write(50);
+    queue->flush();
+    while (state().records < 50) {
+        std::this_thread::sleep_for(1ms);
+    }
+    constexpr std::uint32_t chunk = 256 * 1024 / (72 + 16);
+    write(chunk + 20);  // the chunk stays in the buffer in front of the file
+    while (recording->taken < 50 + chunk) {
+        std::this_thread::sleep_for(1ms);
+    }
+    std::unique_lock frozen(disk);
     queue->beginClose();
     while (queue->getStalled() < 20ms) {
     }
     EXPECT_FALSE(queue->isClosed());
     EXPECT_FALSE(queue->hasLost());
-    EXPECT_THAT(queue->abandon(), ElementsAre(HasSubstr("50 messages are missing")));
+    const std::string log = contentOf(path);
+    const auto there = static_cast<std::uint64_t>(std::count(log.begin(), log.end(), '\n'));
+    ASSERT_LT(there, 50 + chunk);
+    const std::string missing = std::to_string(sent - there) + " messages are missing";
+    EXPECT_THAT(queue->abandon(), ElementsAre(HasSubstr(missing)));
     EXPECT_TRUE(queue->hasLost());
-    EXPECT_EQ(state().lost, 50U);
-    EXPECT_EQ(state().channels.at(1).lost, 25U);
+    EXPECT_EQ(state().records, there);
+    EXPECT_EQ(state().lost, sent - there);
+    EXPECT_EQ(state().channels.at(1).records + state().channels.at(1).lost, sent / 2);
     frozen.unlock();
 }
 
