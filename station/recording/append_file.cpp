@@ -121,6 +121,7 @@ bool AppendFile::close() {
     if (::fsync(fd) != 0 && !failed()) {
         fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
     }
+    tellProgress();
     // An interrupted close has closed the descriptor all the same.
     if (::close(fd) != 0 && errno != EINTR && !failed()) {
         fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
@@ -152,8 +153,8 @@ void AppendFile::drain() {
         bytesInFile += used;
         keepAndDrop(recordEnds.end());
     }
-    if (std::exchange(used, 0) != 0 && onProgress) {
-        onProgress();
+    if (std::exchange(used, 0) != 0) {
+        tellProgress();
     }
 }
 
@@ -216,6 +217,12 @@ void AppendFile::checkStillThere() {
              " messages up to here. Record again");
     } else if (!isToBeEmptied && static_cast<std::uint64_t>(own.st_size) != bytesInFile) {
         fail("another program changed the file. Record again, to another file");
+    }
+}
+
+void AppendFile::tellProgress() const {
+    if (onProgress) {
+        onProgress();
     }
 }
 

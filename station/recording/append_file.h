@@ -122,9 +122,10 @@ class AppendFile {
     void cutBack(std::size_t bytesOut, int errorNumber);
     void keepAndDrop(std::vector<RecordEnd>::iterator firstLost);
     void checkStillThere();
+    void tellProgress() const;
     void fail(const std::string& reason);
 
-    static constexpr std::size_t bufferSize = 256 * 1024;
+    static constexpr std::size_t bufferSize = 64 * 1024;  // so that also a slow disk gets on
 
     const std::string filePath;
     const std::unique_ptr<std::uint8_t[]> buffer;

@@ -50,6 +50,10 @@ std::vector<std::string> RecordingSet::flush() {
 
 std::vector<std::string> RecordingSet::close() {
     closed = true;
+    // All of it is written before one disk is waited for.
+    for (const auto& recording : recordings) {
+        recording->flush();
+    }
     for (const auto& recording : recordings) {
         recording->close();
     }

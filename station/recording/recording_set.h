@@ -53,7 +53,7 @@ class RecordingSet {
     /// To be called at least once a second. Returns a text for each recording that has failed since
     /// the last call.
     std::vector<std::string> flush();
-    /// The same, and closes all.
+    /// The same, and closes all once each has written what it has.
     std::vector<std::string> close();
 
     bool hasFailed() const;

@@ -170,7 +170,7 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
         std::ranges::move(queue.flush(), std::back_inserter(texts));
     }
     if (stopped && leavesStalledDisk && !isOver() && queue.getStalled() > stallPatience) {
-        abandoned = lost = true;
+        abandoned = true;
         std::ranges::move(queue.abandon(), std::back_inserter(texts));
     }
     return texts;

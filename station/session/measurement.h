@@ -39,7 +39,8 @@ class Measurement {
     std::vector<std::string> poll(Clock::time_point now);
     /// Marks the end: what was stamped up to now is still waited for.
     void requestStop();
-    /// A disk that takes nothing for half a second at the end isn't waited for.
+    /// A disk that takes nothing for half a second at the end isn't waited for. Lost is then what
+    /// isn't in the recordings, not what the disk only hasn't confirmed.
     void leaveStalledDisk() { leavesStalledDisk = true; }
     /// The plug-in has stopped and the recordings are closed.
     bool isOver() const { return stopped && (queue.isClosed() || abandoned); }

@@ -3,6 +3,15 @@
 #include "station/recording/candump_recording.h"
 #include "tests/support/temporary_folder.h"
 
+/// Held by a disk that takes everything and confirms nothing.
+static std::mutex confirmation;
+
+/// In place of the system's, for this program.
+extern "C" int fsync(int) {
+    const std::lock_guard guard(confirmation);
+    return 0;
+}
+
 namespace station {
 namespace {
 
@@ -132,6 +141,17 @@ TEST_F(RecordingQueueTest, DiskThatDoesNotComeBackIsLeftWithItsCount) {
     EXPECT_EQ(state().lost, sent - there);
     EXPECT_EQ(state().channels.at(1).records + state().channels.at(1).lost, sent / 2);
     frozen.unlock();
+}
+
+TEST_F(RecordingQueueTest, DiskThatDoesNotConfirmHasLostNothing) {
+    const std::lock_guard unconfirmed(confirmation);
+    write(50);
+    queue->beginClose();
+    while (state().records < 50 || queue->getStalled() < 20ms) {
+    }
+    EXPECT_FALSE(queue->isClosed());
+    EXPECT_THAT(queue->abandon(), ElementsAre(HasSubstr("hasn't confirmed")));
+    EXPECT_FALSE(queue->hasLost());
 }
 
 TEST_F(RecordingQueueTest, WithoutAnEndAnEmptyRecordingIsTakenAway) {
