@@ -43,6 +43,7 @@ class RecordingQueueTest : public ::testing::Test {
         auto log = std::make_unique<FrozenLog>(path, disk);
         recording = log.get();
         recordings->add(std::move(log));
+        recordings->open(folder.path() / "b.log");
         queue = std::make_unique<RecordingQueue>(recordings, limit);
         for (const char* name : {"A", "B"}) {
             queue->addChannel({name, BusType::Can});
