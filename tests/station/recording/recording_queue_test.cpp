@@ -1,5 +1,7 @@
 #include "station/recording/recording_queue.h"
 
+#include <malloc.h>
+
 #include "station/recording/candump_recording.h"
 #include "tests/support/temporary_folder.h"
 
@@ -78,11 +80,14 @@ class RecordingQueueTest : public ::testing::Test {
 };
 
 TEST_F(RecordingQueueTest, FrozenDiskHoldsUpNobodyAndWhatFindsNoRoomIsCounted) {
+    const auto allocated = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
     std::unique_lock frozen(disk);
+    const std::size_t before = allocated();
     for (int i = 0; i < 100; ++i) {  // two thirds of the limit, in more flushes than it has chunks
         write(80);
         ASSERT_THAT(queue->flush(), IsEmpty());
     }
+    EXPECT_LT(allocated(), before + 2 * limit);
     write(30000);
     EXPECT_THAT(queue->flush(), ElementsAre(HasSubstr("found no room")));
     EXPECT_THAT(queue->flush(), IsEmpty()) << "said already";
