@@ -262,8 +262,8 @@ std::vector<std::string> RecordingQueue::abandon() {
         missing = std::max(missing, states[i].lost - before[i].lost);
     }
     texts.push_back(missing == 0
-                        ? "all messages are in the recordings, but the disk hasn't confirmed yet "
-                          "that it keeps them: leave it connected until it is at rest"
+                        ? "the recordings are written, but the disk hasn't confirmed yet that it "
+                          "keeps them: leave it connected until it is at rest"
                         : "the disk doesn't answer, the recordings were left as they are: up to " +
                               std::to_string(missing) + " messages are missing at their end");
     return texts;
