@@ -22,8 +22,13 @@ struct Options {
     station::WorkspaceOptions workspace;
 };
 
-int show(int argc, char** argv, const Options& options, station::StopSignal& stop) {
-    QApplication application(argc, argv);
+/// The window toolkit gets no word of the command line: it has options of its own, some of which
+/// name code to load, and would look for them in the values of ours.
+int show(const Options& options, station::StopSignal& stop) {
+    char name[] = "cmp-station-gui";
+    char* arguments[] = {name, nullptr};
+    int count = 1;
+    QApplication application(count, arguments);
     QApplication::setApplicationName("cmp-station");
     QApplication::setOrganizationName("cmp-station");
     QApplication::setApplicationVersion(CMP_VERSION);
@@ -63,7 +68,7 @@ int execute(int argc, char** argv) {
     // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     station::StopSignal stop(false);
-    return show(argc, argv, options, stop);
+    return show(options, stop);
 }
 
 }  // namespace
