@@ -76,10 +76,11 @@ class Trust(Case):
         return process
 
     def start_desktop(self, command):
-        """Waits until it has a display."""
+        """Waits until it has a display, and with it the plug-in."""
         process = self.start(command)
         maps = Path(f"/proc/{process.pid}/maps")
-        lab.wait_until(lambda: process.poll() is not None or "libqxcb.so" in maps.read_text(), "the desktop runs")
+        lab.wait_until(lambda: process.poll() is not None or
+                       all(name in maps.read_text() for name in ("libqxcb.so", "cmp_plugin.so")), "the desktop runs")
         return process
 
     def run_as(self, prefix, command):
