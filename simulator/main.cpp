@@ -19,6 +19,10 @@ namespace {
 
 std::atomic<bool> stopRequested = false;
 
+void tell(const std::exception& failure) {
+    fmt::print(stderr, "cmp-sim: {}\n", printable(failure.what()));
+}
+
 void stopOnSignals() {
     struct sigaction action {};
     action.sa_handler = [](int) { stopRequested = true; };
@@ -70,11 +74,14 @@ ExitCode simulate(const Options& options, HostClock& clock, FrameSink& sink) {
     try {
         simulation.run(stopRequested, [&] { progress.onBatch(); });
     } catch (const Failure& failure) {
-        fmt::print(stderr, "cmp-sim: {}\n", failure.what());
+        tell(failure);
         code = failure.code;
     }
     const Report report{options, simulation, clock};
-    const std::string text = options.json ? toJson(report).dump(2) + "\n" : toText(report);
+    const std::string text =
+        options.json
+            ? toJson(report).dump(2, ' ', true, nlohmann::json::error_handler_t::replace) + "\n"
+            : toText(report);
     std::FILE* const out = options.file == "-" ? stderr : stdout;
     if (std::fputs(text.c_str(), out) < 0 || std::fflush(out) != 0)
         return ExitCode::FailedWhileRunning;
@@ -107,10 +114,10 @@ int main(int argc, char** argv) {
     try {
         return static_cast<int>(sim::run(argc, argv));
     } catch (const sim::Failure& failure) {
-        fmt::print(stderr, "cmp-sim: {}\n", failure.what());
+        sim::tell(failure);
         return static_cast<int>(failure.code);
     } catch (const std::exception& failure) {
-        fmt::print(stderr, "cmp-sim: {}\n", failure.what());
+        sim::tell(failure);
         return static_cast<int>(sim::ExitCode::FailedWhileRunning);
     }
 }

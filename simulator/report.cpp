@@ -53,6 +53,16 @@ nlohmann::json toJson(const Report& report) {
     return result;
 }
 
+std::string printable(std::string_view text) {
+    std::string safe;
+    for (const char c : text) {
+        const bool isHarmless = c >= ' ' && c <= '~';
+        safe += isHarmless ? std::string(1, c)
+                           : fmt::format("\\x{:02X}", static_cast<unsigned char>(c));
+    }
+    return safe;
+}
+
 std::string toText(const Report& report) {
     const Totals& totals = report.simulation.totals();
     const double time = seconds(report.clock.elapsed());
@@ -60,7 +70,7 @@ std::string toText(const Report& report) {
         "{} frames ({} bytes) in {:.3f} s on {}: {} data messages, {} status frames, {} "
         "malformed\n",
         totals.frames, totals.bytes, time,
-        report.options.file.empty() ? report.options.interface : report.options.file,
+        printable(report.options.file.empty() ? report.options.interface : report.options.file),
         totals.dataMessages, totals.statusFrames, totals.badFrames);
     for (const SimulatedModule& module : report.simulation.modules()) {
         const ModuleSettings& settings = module.settings();

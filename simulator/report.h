@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <string_view>
 
 #include "simulator/options.h"
 #include "simulator/simulation.h"
@@ -23,6 +24,9 @@ struct Report {
 /// `lengths` that its messages take in turn, `messages`, and `channels` with `interfaceId`, `bus`,
 /// `messages`.
 nlohmann::json toJson(const Report& report);
+
+/// ASCII that moves no cursor; of all else in names and arguments the bytes, as "\x1B".
+std::string printable(std::string_view text);
 
 /// A few lines for a reader.
 std::string toText(const Report& report);

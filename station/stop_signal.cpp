@@ -16,8 +16,6 @@
 namespace station {
 namespace {
 
-constexpr int forever = -1;
-
 bool isIgnored(int number) {
     struct sigaction action {};
     return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
@@ -44,7 +42,7 @@ void writeAtOnce(int descriptor, const char* text) {
 
 }  // namespace
 
-StopSignal::StopSignal(bool endsWhoWaits) : endsWaiting(endsWhoWaits) {
+StopSignal::StopSignal() {
     sigset_t wanted;
     sigemptyset(&wanted);
     sigaddset(&wanted, SIGINT);
@@ -89,22 +87,23 @@ bool StopSignal::waitUntil(std::chrono::steady_clock::time_point moment) {
 }
 
 void StopSignal::watch() {
-    constexpr int patience = 400;  // milliseconds
     if (!waitForSignal(forever)) {
         return;
     }
     raise(request);
     int seen = 0;
+    int waited = 0;
     do {
         seen = looks;
-        if (waitForSignal(endsWaiting ? patience : forever)) {
+        waited = patience;
+        if (waitForSignal(waited)) {
             endProgram();
         }
         pollfd end{destroyed, POLLIN, 0};
         if (poll(&end, 1, 0) == 1) {
             return;
         }
-    } while (looks != seen || !endsWaiting);
+    } while (looks != seen || patience != waited);
     endProgram();
 }
 

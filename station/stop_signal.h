@@ -9,15 +9,14 @@ namespace station {
 /// The request to stop: Ctrl-C, SIGTERM, or a terminal that was closed.
 ///
 /// A program that doesn't look for the request waits for something: a reader, a pipe, a disk. It is
-/// ended then, 0.4 s after the request; after a second request every program is, at once. The exit
-/// code is that of a failure.
+/// ended then, 0.4 s after it last looked; after a second request every program is, at once. The
+/// exit code is that of a failure.
 ///
 /// Made once in `main`, before any thread starts: the threads take over its signal mask, so that
 /// the signals arrive here and nowhere else. SIGPIPE is ignored from then on.
 class StopSignal {
   public:
-    /// `endsWhoWaits`: else only a second request ends the program.
-    explicit StopSignal(bool endsWhoWaits = true);
+    StopSignal();
     ~StopSignal();
     StopSignal(const StopSignal&) = delete;
     StopSignal& operator=(const StopSignal&) = delete;
@@ -27,7 +26,9 @@ class StopSignal {
     bool waitUntil(std::chrono::steady_clock::time_point moment);
     bool isRequested() { return waitUntil(std::chrono::steady_clock::time_point::min()); }
     /// From now on the program waits for nobody but the system: only a second request ends it.
-    void beginCleanUp() { endsWaiting = false; }
+    void beginCleanUp() { patience = forever; }
+    /// For a program that may do more between two looks than most.
+    void setPatience(std::chrono::milliseconds time) { patience = static_cast<int>(time.count()); }
     /// Written there before the program is ended, to restore a terminal. A literal, or null.
     void setFarewell(const char* text, int descriptor) {
         farewellDescriptor = descriptor;
@@ -35,6 +36,8 @@ class StopSignal {
     }
 
   private:
+    static constexpr int forever = -1;
+
     void watch();
     bool waitForSignal(int milliseconds);
     [[noreturn]] void endProgram();
@@ -42,8 +45,8 @@ class StopSignal {
     int signals = -1;
     int request = -1;  ///< readable once the request is there
     int destroyed = -1;
-    std::atomic<bool> endsWaiting;
-    std::atomic<int> looks{0};  ///< how often the program has seen the request
+    std::atomic<int> patience{400};  ///< milliseconds
+    std::atomic<int> looks{0};       ///< how often the program has seen the request
     std::atomic<const char*> farewell{nullptr};
     std::atomic<int> farewellDescriptor{-1};
     std::thread watcher;

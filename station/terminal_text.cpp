@@ -44,6 +44,11 @@ std::string replaceHarmful(std::string_view text, bool keepsLines) {
     return safe;
 }
 
+void printSafe(const std::string& text) {
+    const std::string line = "cmp-station: " + text + '\n';
+    [[maybe_unused]] const ssize_t unused = write(STDERR_FILENO, line.data(), line.size());
+}
+
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -68,8 +73,12 @@ void holdStandardDescriptors() {
 }
 
 void printMessage(std::string_view text) {
-    const std::string line = "cmp-station: " + printableLines(text) + '\n';
-    [[maybe_unused]] const ssize_t unused = write(STDERR_FILENO, line.data(), line.size());
+    printSafe(printable(text));
+}
+
+void printMessage(const UserError& error) {
+    const bool hasLines = error.getCode() == ExitCode::NotAllowed;
+    printSafe(hasLines ? printableLines(error.what()) : printable(error.what()));
 }
 
 void printResult(std::string_view text) {

@@ -6,6 +6,8 @@
 
 namespace station {
 
+class UserError;
+
 /// The text as a terminal may show it: serial numbers come from the network and names from files,
 /// and characters in them could move its cursor, change its settings or turn a line around. Control
 /// characters, line breaks, marks of writing direction and what isn't UTF-8 become '?'.
@@ -21,9 +23,11 @@ std::string toText(const nlohmann::ordered_json& json);
 /// fail as before.
 void holdStandardDescriptors();
 
-/// Prints a message for the user on standard error, "cmp-station: " in front; that it can't is no
-/// failure.
+/// Prints a message for the user on standard error as one line, "cmp-station: " in front: a name in
+/// it can't look like the next message. That it can't be printed is no failure.
 void printMessage(std::string_view text);
+/// The same for what ends a program. How to be allowed to capture takes several lines.
+void printMessage(const UserError& error);
 
 /// Prints what a command is to answer on standard output. Throws `UserError` if that can't be
 /// written. A reader that has gone ends the program by SIGPIPE, as is usual.

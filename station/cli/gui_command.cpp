@@ -36,20 +36,24 @@ ExitCode start(const GuiOptions& options) {
     if (!file.refusal().empty()) {
         throw UserError(ExitCode::Failed, "the desktop program isn't started: " + file.refusal());
     }
+    if (!file.isFile()) {
+        throw UserError(ExitCode::Failed, "the desktop program, " + program.string() +
+                                              ", isn't there: install it beside cmp-station");
+    }
     std::vector<std::string> words{program.string()};
-    const auto add = [&](const char* name, const std::string& value) {
+    const auto add = [&](const char* option, const std::string& value) {
         if (!value.empty()) {
-            words.insert(words.end(), {name, value});
+            words.push_back(option + value);  // one word: a value may look like an option
         }
     };
-    add("--setup", options.setup);
-    add("--plugin", options.plugin);
-    add("--sample-rate", options.sampleRate);
+    add("--setup=", options.setup);
+    add("--plugin=", options.plugin);
+    add("--sample-rate=", options.sampleRate);
     std::vector<char*> arguments(words.size() + 1, nullptr);
     std::transform(words.begin(), words.end(), arguments.begin(),
                    [](std::string& word) { return word.data(); });
     passOnCaptureRight();
-    ::execv(program.c_str(), arguments.data());
+    ::execv(file.resolved().c_str(), arguments.data());
     throw UserError(ExitCode::Failed, "can't start the desktop program " + program.string() + ": " +
                                           std::strerror(errno));
 }

@@ -39,7 +39,11 @@ int execute(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : static_cast<int>(station::ExitCode::WrongUse);
+        if (error.get_exit_code() == 0) {  // it is asked for help
+            return app.exit(error);
+        }
+        throw station::UserError(error.what() +
+                                 std::string("; \"cmp-station --help\" tells how it is used"));
     }
     // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
@@ -55,7 +59,7 @@ int main(int argc, char** argv) {
     try {
         return execute(argc, argv);
     } catch (const station::UserError& error) {
-        station::printMessage(error.what());
+        station::printMessage(error);
         return static_cast<int>(error.getCode());
     } catch (const std::exception& error) {
         station::printMessage(error.what());

@@ -136,18 +136,20 @@ std::string toTable(const std::vector<RegisteredPlugin>& plugins) {
     std::string text;
     for (const RegisteredPlugin& plugin : plugins) {
         if (plugin.classId.empty()) {
-            text += fmt::format("{}: not loaded: {}\n", plugin.key, plugin.refusal);
+            text += fmt::format("{}: not loaded: {}\n", printable(plugin.key),
+                                printable(plugin.refusal));
             continue;
         }
         std::error_code error;
         const bool there = fs::exists(plugin.module, error);
-        text += fmt::format("{} {} ({}, {}), for {}\n  {}\n  class {}\n  module {}{}\n",
-                            plugin.name, plugin.version, plugin.group, plugin.vendor,
-                            plugin.forUser ? "this user" : "all users", plugin.description,
-                            plugin.classId, printable(plugin.module.string()),
-                            there ? "" : " (not there)");
+        text +=
+            fmt::format("{} {} ({}, {}), for {}\n  {}\n  class {}\n  module {}{}\n",
+                        printable(plugin.name), printable(plugin.version), printable(plugin.group),
+                        printable(plugin.vendor), plugin.forUser ? "this user" : "all users",
+                        printable(plugin.description), printable(plugin.classId),
+                        printable(plugin.module.string()), there ? "" : " (not there)");
         if (!plugin.refusal.empty()) {
-            text += fmt::format("  not loaded: {}\n", plugin.refusal);
+            text += fmt::format("  not loaded: {}\n", printable(plugin.refusal));
         }
     }
     return text;
@@ -185,7 +187,7 @@ ExitCode plugins(const PluginsOptions& options) {
         printMessage(text);
     }
     const auto found = registeredPlugins();
-    printResult(options.json ? toJson(found) : printableLines(toTable(found)));
+    printResult(options.json ? toJson(found) : toTable(found));
     return ExitCode::Good;
 }
 

@@ -2,6 +2,7 @@
 #include <QApplication>
 #include <QTimer>
 #include <csignal>
+#include <utility>
 
 #include "station/errors.h"
 #include "station/gui/main_window.h"
@@ -22,8 +23,18 @@ struct Options {
     station::WorkspaceOptions workspace;
 };
 
-int show(int argc, char** argv, const Options& options, station::StopSignal& stop) {
-    QApplication application(argc, argv);
+/// What may lie between two looks at the stop request: a plug-in is loaded, windows are painted
+/// over a slow network. A recording that is being closed is worth that much.
+constexpr auto patience = std::chrono::seconds(2);
+
+/// The window toolkit gets no word of the command line: it has options of its own, some of which
+/// name code to load, and would look for them in the values of ours.
+int show(const Options& options, station::StopSignal& stop) {
+    char name[] = "cmp-station-gui";
+    char* arguments[] = {name, nullptr};
+    int count = 1;
+    QApplication application(count, arguments);  // may wait for a display that doesn't answer
+    stop.setPatience(patience);
     QApplication::setApplicationName("cmp-station");
     QApplication::setOrganizationName("cmp-station");
     QApplication::setApplicationVersion(CMP_VERSION);
@@ -33,9 +44,10 @@ int show(int argc, char** argv, const Options& options, station::StopSignal& sto
     }
     window.show();
     QTimer stopTimer;
+    bool isClosing = false;
     QObject::connect(&stopTimer, &QTimer::timeout, &window, [&] {
-        if (stop.isRequested()) {
-            stopTimer.stop();
+        // Looked for until the end, which shows that it isn't held up.
+        if (stop.isRequested() && !std::exchange(isClosing, true)) {
             window.closeWithoutQuestion();
         }
     });
@@ -57,13 +69,17 @@ int execute(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::WrongUse);
+        if (error.get_exit_code() == 0) {  // it is asked for help
+            return app.exit(error);
+        }
+        throw station::UserError(error.what() +
+                                 std::string("; \"cmp-station gui --help\" tells how it is used"));
     }
     options.workspace.plugin = plugin;
     // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
-    station::StopSignal stop(false);
-    return show(argc, argv, options, stop);
+    station::StopSignal stop;
+    return show(options, stop);
 }
 
 }  // namespace
@@ -75,7 +91,7 @@ int main(int argc, char** argv) {
         station::guardDesktop();
         return execute(argc, argv);
     } catch (const station::UserError& error) {
-        station::printMessage(error.what());
+        station::printMessage(error);
         return static_cast<int>(error.getCode());
     } catch (const std::exception& error) {
         station::printMessage(error.what());

@@ -6,9 +6,10 @@
 #include <QFileInfo>
 #include <QGroupBox>
 #include <QMenuBar>
-#include <QMessageBox>
 #include <QSettings>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <utility>
 
 #include "station/gui/clock_dialog.h"
 
@@ -45,6 +46,23 @@ WorkspaceOptions tellingTo(WorkspaceOptions options, MessageBar& messages) {
 
 std::filesystem::path toPath(const QString& text) {
     return text.toStdString();
+}
+
+/// How many messages the recording that is furthest behind hasn't taken.
+std::uint64_t countMissing(const Summary& summary) {
+    std::uint64_t most = 0;
+    for (const RecordingSummary& recording : summary.recordings) {
+        std::uint64_t missing = 0;
+        const std::size_t count = std::min(recording.channels.size(), summary.channels.size());
+        for (std::size_t i = 0; i < count; ++i) {
+            const RecordingSummary::Channel& channel = recording.channels[i];
+            const std::uint64_t frames = summary.channels[i].frames;
+            missing +=
+                channel.isHeld ? frames - std::min(frames, channel.records + channel.lost) : 0;
+        }
+        most = std::max(most, missing);
+    }
+    return most;
 }
 
 }  // namespace
@@ -272,7 +290,7 @@ void MainWindow::whenIdle(Next next) {
         });
 }
 
-void MainWindow::ask(const QString& text, const QString& button, Next onYes) {
+QMessageBox* MainWindow::ask(const QString& text, const QString& button, Next onYes) {
     auto* const box =
         new QMessageBox(QMessageBox::Question, windowTitle(), text, QMessageBox::Cancel, this);
     box->setAttribute(Qt::WA_DeleteOnClose);
@@ -284,6 +302,29 @@ void MainWindow::ask(const QString& text, const QString& button, Next onYes) {
                 }
             });
     box->open();
+    return box;
+}
+
+void MainWindow::watchDisk(const Summary& summary) {
+    constexpr auto patience = std::chrono::seconds(5);
+    constexpr auto pause = std::chrono::seconds(30);  // until he is asked again
+    std::uint64_t bytes = 0;
+    for (const RecordingSummary& recording : summary.recordings) {
+        bytes += recording.bytes;
+    }
+    const bool isClosing = workspace.isMeasuring() && !workspace.session().driver().isMeasuring();
+    const auto now = Measurement::Clock::now();
+    if (!isClosing || bytes != std::exchange(bytesWritten, bytes)) {
+        nextDiskQuestion = now + patience;
+        delete diskQuestion;
+    } else if (now >= nextDiskQuestion && !diskQuestion) {
+        nextDiskQuestion = now + pause;
+        diskQuestion =
+            ask(QString("The disk takes nothing, so the recordings can't be closed. Leave them as "
+                        "they are? Up to %1 messages are missing at their end then.")
+                    .arg(countMissing(summary)),
+                "&Leave them", [this] { attempt([this] { workspace.requestStop(true); }); });
+    }
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
@@ -334,6 +375,7 @@ void MainWindow::showState() {
         lockNotice->setVisible(workspace.isMeasuring());
         const Summary& summary = workspace.summarize();
         bar->show(summary, workspace.hasLost(), workspace.getGaps());
+        watchDisk(summary);
         const auto name = workspace.getPath().filename().string();
         setWindowTitle(QString::fromStdString(name.empty() ? "New setup" : name) +
                        "[*] - cmp-station");

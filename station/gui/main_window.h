@@ -3,6 +3,8 @@
 #include <QLabel>
 #include <QMainWindow>
 #include <QMenu>
+#include <QMessageBox>
+#include <QPointer>
 #include <QSplitter>
 #include <QTimer>
 #include <functional>
@@ -57,7 +59,9 @@ class MainWindow final : public QMainWindow {
     /// Goes on at once, or when the measurement has been stopped, if the user wants that.
     void whenIdle(Next next);
     void openWhenFree(const QString& path);
-    void ask(const QString& text, const QString& button, Next onYes);
+    QMessageBox* ask(const QString& text, const QString& button, Next onYes);
+    /// A disk that takes nothing would keep the measurement from its end.
+    void watchDisk(const Summary& summary);
     void showClocks();
     void showAbout();
 
@@ -68,6 +72,9 @@ class MainWindow final : public QMainWindow {
     QSplitter* const windows;
     QMenu* recentMenu = nullptr;
     Next afterMeasurement;
+    QPointer<QMessageBox> diskQuestion;
+    Measurement::Clock::time_point nextDiskQuestion;
+    std::uint64_t bytesWritten = 0;  ///< when it was looked at last
     bool wasMeasuring = false;
     bool mayClose = false;
     QTimer pollTimer;

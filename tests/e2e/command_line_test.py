@@ -3,6 +3,7 @@
 import itertools
 import json
 import os
+import re
 import signal
 import struct
 import subprocess
@@ -83,6 +84,28 @@ class CommandLine(Case):
         ):
             self.assertIn(told, "".join(self.expect(2, *arguments)), arguments)
             self.assertFalse(recording.exists())
+
+    def test_no_argument_and_no_name_moves_the_cursor_or_looks_like_a_line_of_its_own(self):
+        hostile = "a\x1b[2J\ncmp-station: b"
+        frames = self.path(hostile)
+        simulate = [lab.SIMULATOR, "--messages", "9", "--module"]
+        for code, lines, words in (
+            (2, (0, 1), [lab.STATION, hostile]), (2, (0, 1), [lab.STATION, "run", "--" + hostile]),
+            (3, (0, 1), [lab.STATION, "setup", "show", hostile]), (2, (0, 1), [lab.BIN / "cmp-station-gui", hostile]),
+            (2, (0, 1), [*simulate, hostile]), (2, (0, 1), [*simulate, *CAN, "--" + hostile]),
+            (0, (2, 0), [*simulate, *CAN, "--write", frames]), (2, (0, 1), [*simulate, *CAN, "--write", frames]),
+        ):
+            returned, *texts = lab.call(words)
+            self.assertEqual((returned, tuple(text.count("\n") for text in texts)), (code, lines), (words, texts))
+            self.assertTrue(all(c.isprintable() for c in "".join(texts).replace("\n", "")), texts)
+        store = self.path("registry")
+        variables = {**os.environ, "KESTROVA_REGISTRY": str(store)}
+        self.expect(0, "plugins", "--register", lab.PLUGIN, env=variables)
+        before = self.expect(0, "plugins", env=variables)[0]
+        for file in store.rglob("values"):
+            file.write_text(re.sub(r"^((Name|Vendor)\ttext\t.*)$", r"\1\\na", file.read_text(), flags=re.M))
+        after = self.expect(0, "plugins", env=variables)[0]
+        self.assertEqual((after.count("\n"), after.count("?a")), (before.count("\n"), 2), after)
 
     def empty_setup(self):
         path = self.path("empty.xml")

@@ -1,8 +1,9 @@
 """The desktop program in a measurement, with a user: what it records doesn't depend on what is looked at."""
 
 import os
-import re
 import signal
+import socket
+import subprocess
 from pathlib import Path
 
 import lab
@@ -30,18 +31,35 @@ class DesktopMeasures(Case):
         told = self.measure("--without-question")
         self.assertFalse(told["hasAsked"])
 
-    def test_the_program_ends_by_a_signal(self):
-        process = lab.spawn([lab.STATION, "gui", "--setup", str(self.path("none.xml"))], stdout=-1, stderr=-1,
-                            env={**os.environ, "QT_QPA_PLATFORM": "offscreen", "HOME": str(self.scratch)})
+    def start(self, **variables):
+        process = lab.spawn([lab.STATION, "gui", "--setup", str(self.path("none.xml"))], stderr=subprocess.PIPE,
+                            env={**os.environ, "HOME": str(self.scratch), **variables})
         self.addCleanup(lab.end, process)
-        proc = Path(f"/proc/{process.pid}")
-        lab.wait_until(lambda: (proc / "exe").readlink().name == "cmp-station-gui", "the desktop runs")
-        signals = re.compile(r"SigBlk:\s*(\w+)")  # blocked, and read from a descriptor
-        lab.wait_until(lambda: int(signals.search((proc / "status").read_text())[1], 16) >> signal.SIGTERM - 1 & 1,
-                       "it listens to signals")
+        return process
+
+    def end(self, process, code):
         process.send_signal(signal.SIGTERM)
         _, errors = process.communicate(timeout=lab.PATIENCE)
-        self.assertEqual(process.returncode, 0, errors)
+        self.assertEqual(process.returncode, code, errors)
+
+    def wait_for_window(self, process):
+        maps = Path(f"/proc/{process.pid}/maps")
+        lab.wait_until(lambda: "cmp_plugin.so" in maps.read_text(), "the desktop runs")
+
+    def test_the_program_ends_by_a_signal_whether_its_display_answers_or_not(self):
+        process = self.start(QT_QPA_PLATFORM="offscreen")
+        self.wait_for_window(process)
+        self.end(process, 0)
+        with socket.create_server(("127.0.0.1", 6099)) as silent:
+            process = self.start(QT_QPA_PLATFORM="xcb", DISPLAY="127.0.0.1:99")
+            with silent.accept()[0]:
+                self.end(process, 1)
+        screen = lab.spawn(["Xvfb", "-displayfd", "1"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        self.addCleanup(lab.end, screen)
+        process = self.start(QT_QPA_PLATFORM="xcb", DISPLAY=f":{screen.stdout.readline().strip()}")
+        self.wait_for_window(process)
+        screen.send_signal(signal.SIGSTOP)
+        self.end(process, 1)
 
 
 if __name__ == "__main__":

@@ -76,10 +76,11 @@ class Trust(Case):
         return process
 
     def start_desktop(self, command):
-        """Waits until it has a display."""
+        """Waits until it has a display, and with it the plug-in."""
         process = self.start(command)
         maps = Path(f"/proc/{process.pid}/maps")
-        lab.wait_until(lambda: process.poll() is not None or "libqxcb.so" in maps.read_text(), "the desktop runs")
+        lab.wait_until(lambda: process.poll() is not None or
+                       all(name in maps.read_text() for name in ("libqxcb.so", "cmp_plugin.so")), "the desktop runs")
         return process
 
     def run_as(self, prefix, command):
@@ -162,6 +163,12 @@ class Trust(Case):
                 if not is_loaded and command in (new, ["gui"]):  # the environment isn't followed
                     self.assertEqual(result[0], 0, (variables, command, result))
                 (HIS / "x.xml").unlink(missing_ok=True)
+        # Values that the window toolkit would take for options of its own.
+        copy(FOREIGN, HIS / "--plugin/part.so")
+        for station in (PLAIN / "cmp-station", INSTALLED / "cmp-station"):
+            result = self.run_as(self.as_user(), [station, "gui", "--setup=-platformpluginpath", "--plugin=-platform",
+                                                  "--sample-rate=1000"])
+            self.assertFalse(self.was_loaded(), (station, result))
         # A desktop with a right of its own, which an administrator gave it although he shouldn't.
         gui = copy(lab.BIN / "cmp-station-gui", Path("/run/gui/cmp-station-gui"))
         copy(lab.PLUGIN, gui.parent / "cmp_plugin.so")
@@ -218,6 +225,9 @@ class Trust(Case):
                 code, errors = self.run_as(who, ["setup", "new", setup, *(["--plugin", module] if module else [])])
                 self.assertEqual((code, setup.exists()), (1, False) if told else (0, True), errors)
                 self.assertIn(told, errors)
+        # A desktop that isn't there is nothing that could be judged, and anybody may put one there.
+        code, errors = self.run_as([*self.as_user(), copy(lab.STATION, tmp / "cmp-station")], ["gui"])
+        self.assertEqual((code, "tmp/cmp-station-gui, isn't there" in errors), (1, True), errors)
         give(clone)
         self.assertEqual(self.run_as([clone / "bin/cmp-station"], ["setup", "new", HIS / "z.xml"])[0], 0)
         for words in (["plugins"], ["setup", "new", HIS / "w.xml"]):

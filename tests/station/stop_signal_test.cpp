@@ -9,12 +9,12 @@ namespace {
 /// A program of its own, which begins with a look at the signal, and what it exits with.
 class Program {
   public:
-    explicit Program(const std::function<void(StopSignal&)>& work, bool endsWhoWaits = true) {
+    explicit Program(const std::function<void(StopSignal&)>& work) {
         std::array<int, 2> ends = {};
         EXPECT_EQ(pipe(ends.data()), 0);
         id = fork();
         if (id == 0) {
-            StopSignal stop(endsWhoWaits);
+            StopSignal stop;
             stop.setFarewell("restored ", ends[1]);
             dup2(ends[1], STDERR_FILENO);
             [[maybe_unused]] const ssize_t ready = write(ends[1], "r", 1);
@@ -80,10 +80,16 @@ TEST(StopSignalTest, SecondRequestEndsAnyProgram) {
     cleaningUp.send(SIGTERM);
     EXPECT_EQ(cleaningUp.exitCode(), 1);
 
-    Program desktop(waitForEver, false);
-    desktop.send(SIGTERM);
-    std::this_thread::sleep_for(std::chrono::seconds(1));
+    Program desktop([](StopSignal& stop) {
+        stop.setPatience(std::chrono::seconds(2));
+        while (!stop.isRequested()) {
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        [[maybe_unused]] const ssize_t alive = write(STDERR_FILENO, "a", 1);
+        waitForEver(stop);
+    });
     desktop.send(SIGHUP);
+    EXPECT_EQ(desktop.readSome(), "a");
     EXPECT_EQ(desktop.exitCode(), 1);
 }
 

@@ -108,7 +108,8 @@ class User {
 }  // namespace
 
 int main(int argc, char** argv) {
-    StopSignal stop(false);
+    StopSignal stop;
+    stop.setPatience(std::chrono::seconds(30));
     QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("cmp-station-test");
     MainWindow window({});

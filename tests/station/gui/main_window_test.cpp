@@ -11,9 +11,22 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
+#include <atomic>
 #include <regex>
 
 #include "tests/support/qt_bench.h"
+
+namespace {
+
+std::atomic<bool> isDiskDead = false;
+
+}  // namespace
+
+/// In place of the system's: what a recording ends with.
+extern "C" int fsync(int /*file*/) {
+    isDiskDead.wait(true);
+    return 0;
+}
 
 namespace {
 
@@ -226,6 +239,27 @@ TEST_F(MainWindowTest, AMeasurementRunsAndSaysWhatItLeavesOutAndIsEndedByTheUser
     EXPECT_EQ(path.text(), folder.filePath("a-10.log")) << "the next recording's";
     EXPECT_TRUE(answer(QMessageBox::DestructiveRole)) << "of the setup";
     EXPECT_TRUE(workspace().session().getModules().empty());
+}
+
+TEST_F(MainWindowTest, ADiskThatDoesNotAnswerIsLeftIfTheUserWantsItWithWhatIsMissing) {
+    leaveNetwork();
+    QTest::mouseClick(window->findChild<QCheckBox*>("records"), Qt::LeftButton);
+    window->findChild<QLineEdit*>("recordingPath")->setText(folder.filePath("a.pcapng"));
+    EXPECT_TRUE(choose("&Start"));
+    isDiskDead = true;
+    window->close();
+    EXPECT_TRUE(answer(QMessageBox::AcceptRole));
+    const auto asks = [&] {
+        const auto* const box = window->findChild<QMessageBox*>();
+        return box != nullptr && box->text().contains("Up to 0 messages");
+    };
+    EXPECT_TRUE(QTest::qWaitFor(asks, 60000));
+    EXPECT_TRUE(workspace().isMeasuring() && window->isVisible());
+    EXPECT_TRUE(answer(QMessageBox::AcceptRole));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !window->isVisible(); }, 60000));
+    EXPECT_THAT(told(), HasSubstr("the disk doesn't answer"));
+    isDiskDead = false;
+    isDiskDead.notify_all();
 }
 
 TEST_F(MainWindowTest, WhatWouldSilenceAMeasurementIsLockedAndTheSetupIsSavedWhole) {
