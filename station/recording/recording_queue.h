@@ -47,8 +47,8 @@ class RecordingQueue {
     bool isClosed() const;
     /// Since the disk took something last, or was last given something to take.
     Clock::duration getStalled() const;
-    /// Gives up waiting for the disk. What isn't in a file counts as lost; what the disk only hasn't
-    /// confirmed doesn't. Returns what the user must know.
+    /// Gives up waiting for the disk. What isn't in a file counts as lost; what the disk only
+    /// hasn't confirmed doesn't. Returns what the user must know.
     std::vector<std::string> abandon();
 
     /// Whether a message of any recording was lost here or by a failure.
