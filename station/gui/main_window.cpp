@@ -319,11 +319,17 @@ void MainWindow::watchDisk(const Summary& summary) {
         delete diskQuestion;
     } else if (now >= nextDiskQuestion && !diskQuestion) {
         nextDiskQuestion = now + pause;
+        const std::uint64_t missing = countMissing(summary);
+        const QString text =
+            missing == 0
+                ? "The recordings are written, but the disk hasn't confirmed yet that it keeps "
+                  "them. Leave them as they are?"
+                : QString(
+                      "The disk takes nothing, so the recordings can't be closed. Leave them "
+                      "as they are? Up to %1 messages are missing at their end then.")
+                      .arg(missing);
         diskQuestion =
-            ask(QString("The disk takes nothing, so the recordings can't be closed. Leave them as "
-                        "they are? Up to %1 messages are missing at their end then.")
-                    .arg(countMissing(summary)),
-                "&Leave them", [this] { attempt([this] { workspace.requestStop(true); }); });
+            ask(text, "&Leave them", [this] { attempt([this] { workspace.requestStop(true); }); });
     }
 }
 

@@ -241,7 +241,7 @@ TEST_F(MainWindowTest, AMeasurementRunsAndSaysWhatItLeavesOutAndIsEndedByTheUser
     EXPECT_TRUE(workspace().session().getModules().empty());
 }
 
-TEST_F(MainWindowTest, ADiskThatDoesNotAnswerIsLeftIfTheUserWantsItWithWhatIsMissing) {
+TEST_F(MainWindowTest, ADiskThatDoesNotConfirmIsLeftIfTheUserWantsIt) {
     leaveNetwork();
     QTest::mouseClick(window->findChild<QCheckBox*>("records"), Qt::LeftButton);
     window->findChild<QLineEdit*>("recordingPath")->setText(folder.filePath("a.pcapng"));
@@ -251,13 +251,13 @@ TEST_F(MainWindowTest, ADiskThatDoesNotAnswerIsLeftIfTheUserWantsItWithWhatIsMis
     EXPECT_TRUE(answer(QMessageBox::AcceptRole));
     const auto asks = [&] {
         const auto* const box = window->findChild<QMessageBox*>();
-        return box != nullptr && box->text().contains("Up to 0 messages");
+        return box != nullptr && box->text().contains("hasn't confirmed");
     };
     EXPECT_TRUE(QTest::qWaitFor(asks, 60000));
     EXPECT_TRUE(workspace().isMeasuring() && window->isVisible());
     EXPECT_TRUE(answer(QMessageBox::AcceptRole));
     EXPECT_TRUE(QTest::qWaitFor([&] { return !window->isVisible(); }, 60000));
-    EXPECT_THAT(told(), HasSubstr("the disk doesn't answer"));
+    EXPECT_THAT(told(), HasSubstr("the disk hasn't confirmed"));
     isDiskDead = false;
     isDiskDead.notify_all();
 }
