@@ -206,12 +206,9 @@ def main(seconds=600, seed=None):
     lab.prepare(links=LINKS)
     with tempfile.TemporaryDirectory() as folder:
         modules, troubles, code, report, files = run(Path(folder), int(seconds), seed)
-    print(f"  {sum(m.runs for m in modules)} runs of {len(modules)} modules, {sum(m.jumps for m in modules)} of them "
-          "with a jump; " + ", ".join(f"{trouble.count} {name}" for name, trouble in troubles.items()))
     wrong = soak.check(modules, code, report) + check_recordings(report, files)
-    wrong += check_troubles(troubles, int(seconds))
-    print("  Every message is accounted for." if not wrong else "  THE COUNTS DON'T ADD UP:", *wrong, sep="\n    ")
-    sys.exit(1 if wrong else 0)
+    soak.finish(modules, "; " + ", ".join(f"{trouble.count} {name}" for name, trouble in troubles.items()),
+                wrong + check_troubles(troubles, int(seconds)))
 
 
 if __name__ == "__main__":

@@ -155,18 +155,22 @@ def check(modules, code, report):
     return wrong
 
 
+def finish(modules, more, wrong):
+    """Prints what the run consisted of and the verdict, and ends the program by it."""
+    print(f"  {sum(m.runs for m in modules)} runs of {len(modules)} modules, {sum(m.jumps for m in modules)} of them "
+          "with a jump" + more)
+    print("  Every message is accounted for." if not wrong else "  THE COUNTS DON'T ADD UP:", *wrong, sep="\n    ")
+    sys.exit(1 if wrong else 0)
+
+
 def main(seconds=600, seed=None):
     seed = seed or random.randrange(10**6)
     print(f"soak: {LINKS} links, {seconds} s, seed {seed}", flush=True)
     lab.prepare(links=LINKS)
     with tempfile.TemporaryDirectory() as folder:
         modules, code, report, errors = run(Path(folder), int(seconds), seed)
-    print(f"  {sum(m.runs for m in modules)} runs of {len(modules)} modules, {sum(m.jumps for m in modules)} of them "
-          "with a jump")
     sys.stdout.write(errors)
-    wrong = check(modules, code, report)
-    print("  Every message is accounted for." if not wrong else "  THE COUNTS DON'T ADD UP:", *wrong, sep="\n    ")
-    sys.exit(1 if wrong else 0)
+    finish(modules, "", check(modules, code, report))
 
 
 if __name__ == "__main__":
