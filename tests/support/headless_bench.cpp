@@ -3,59 +3,121 @@
 #include <fmt/format.h>
 
 using station::CellContent;
-using station::CellPlace;
-using station::GridScreen;
+using station::DrawGrid;
+using station::ToolkitTimer;
 namespace CellType = Kestrova::Tessel::CellType;
 
-template <typename Action>
-auto HeadlessBench::run(const Action& action) const {
-    const auto during = open;
-    const auto keep = [&] {
-        for (const auto& failure : during->takeFailures()) {
-            failures.push_back(static_cast<std::uint32_t>(failure.code));
-        }
-    };
-    if constexpr (std::is_void_v<std::invoke_result_t<Action>>) {
-        action();
-        keep();
-    } else {
-        auto answer = action();
-        keep();
-        return answer;
+class HeadlessBench::Timer final : public ToolkitTimer {
+  public:
+    Timer(std::shared_ptr<Clock> windowClock, station::FailureSinkPtr failureSink)
+        : ToolkitTimer(std::move(failureSink)), clock(std::move(windowClock)) {
+        clock->timers.push_back(this);
+        restart();
     }
-}
+
+    std::uint64_t getDue() const { return due; }
+    void tickNow() {
+        restart();
+        raiseTick();
+    }
+
+  private:
+    ~Timer() override { std::erase(clock->timers, this); }
+
+    void restart() override { due = clock->now + getInterval(); }
+
+    const std::shared_ptr<Clock> clock;
+    std::uint64_t due = 0;  ///< milliseconds
+};
+
+class HeadlessBench::Window final : public station::ToolkitWindow {
+  public:
+    Window(std::shared_ptr<Clock> windowClock, station::FailureSinkPtr failureSink)
+        : ToolkitWindow(std::move(failureSink)), clock(std::move(windowClock)) {}
+
+  private:
+    void onContentChanged() override {}
+    CountedRef<ToolkitTimer> makeTimer() override {
+        return CountedRef<ToolkitTimer>::adopt(new Timer(clock, sink));
+    }
+
+    const std::shared_ptr<Clock> clock;
+};
+
+HeadlessBench::HeadlessBench()
+    : open(makeObject<Window>(clock, std::make_shared<const station::FailureSink>(
+                                         [list = failures](const station::HandlerFailure& failure) {
+                                             list->push_back(
+                                                 static_cast<std::uint32_t>(failure.code));
+                                         }))) {}
 
 void HeadlessBench::closeWindow() {
-    if (open) {
-        const auto closing = std::exchange(open, {});
+    if (const auto closing = std::exchange(open, {}); closing) {
         closing->close();
     }
 }
 
+CountedRef<DrawGrid> HeadlessBench::find(const std::string& grid) const {
+    const auto* const content = open ? open->getContent() : nullptr;
+    const auto* const found = content != nullptr ? content->find(grid) : nullptr;
+    return found != nullptr ? found->grid : CountedRef<DrawGrid>();
+}
+
 std::vector<std::string> HeadlessBench::titles(const std::string& grid) const {
     std::vector<std::string> titles;
-    for (const auto& column : open->findScreen(grid)->getGrid().getColumns()) {
+    for (const auto& column : find(grid)->getColumns()) {
         titles.push_back(column.title);
     }
     return titles;
 }
 
+HeadlessBench::Rows HeadlessBench::look(const std::string& grid) const {
+    Rows rows;
+    const auto shown = find(grid);
+    if (!shown) {
+        return rows;
+    }
+    shown->askGroups();
+    // A handler may change the grid while it is asked.
+    for (std::int32_t row = 1; row < shown->countRows(); ++row) {
+        for (std::int32_t column = 0;
+             row < shown->countRows() && shown->isShown(row) &&
+             column < static_cast<std::int32_t>(shown->getColumns().size());
+             ++column) {
+            rows[row].push_back(shown->askCell({row, column}));
+        }
+    }
+    return rows;
+}
+
 std::vector<std::int32_t> HeadlessBench::shownRows(const std::string& grid) const {
-    const auto screen = open->findScreen(grid);
-    return run([&] { return screen ? screen->shownRows() : std::vector<std::int32_t>(); });
+    std::vector<std::int32_t> shown;
+    for (const auto& [row, cells] : look(grid)) {
+        shown.push_back(row);
+    }
+    return shown;
 }
 
 std::optional<CellContent> HeadlessBench::look(const Cell& cell) const {
-    const auto rows = shownRows(cell.grid);
-    if (std::find(rows.begin(), rows.end(), cell.row) == rows.end()) {
-        return {};
-    }
-    return open->findScreen(cell.grid)->cell({cell.row, cell.column});
+    const Rows rows = look(cell.grid);
+    const auto row = rows.find(cell.row);
+    const auto column = static_cast<std::size_t>(cell.column);
+    return row != rows.end() && column < row->second.size() ? std::optional(row->second[column])
+                                                            : std::nullopt;
 }
 
-bool HeadlessBench::isOfType(const Cell& cell, std::initializer_list<std::int32_t> types) const {
+bool HeadlessBench::input(const Cell& cell, std::initializer_list<std::int32_t> types,
+                          const station::CellInput& what) const {
     const auto content = look(cell);
-    return content && std::find(types.begin(), types.end(), content->type) != types.end();
+    if (!content || std::find(types.begin(), types.end(), content->type) == types.end()) {
+        return false;
+    }
+    if (content->type == CellType::toggle) {
+        find(cell.grid)->switchToggle({cell.row, cell.column}, !content->checked);
+    } else {
+        find(cell.grid)->input({cell.row, cell.column}, what);
+    }
+    return true;
 }
 
 std::string HeadlessBench::read(const Cell& cell) const {
@@ -70,7 +132,7 @@ std::string HeadlessBench::read(const Cell& cell) const {
         case CellType::color:
             return fmt::format("{:06X}", content->color);
         case CellType::groupExpander: {
-            const auto group = open->findScreen(cell.grid)->getGrid().groupHeadedBy(cell.row);
+            const auto group = find(cell.grid)->groupHeadedBy(cell.row);
             return !content->expander || !group ? "" : group->isExpanded() ? "-" : "+";
         }
         default:
@@ -79,11 +141,10 @@ std::string HeadlessBench::read(const Cell& cell) const {
 }
 
 std::vector<std::string> HeadlessBench::offers(const Cell& cell) const {
-    if (!isOfType(cell, {CellType::comboBox})) {
-        return {};
-    }
-    const auto screen = open->findScreen(cell.grid);
-    return run([&] { return screen->getGrid().askComboItems({cell.row, cell.column}); });
+    const auto content = look(cell);
+    return content && content->type == CellType::comboBox
+               ? find(cell.grid)->askComboItems({cell.row, cell.column})
+               : std::vector<std::string>();
 }
 
 bool HeadlessBench::press(const std::string& button) const {
@@ -92,69 +153,61 @@ bool HeadlessBench::press(const std::string& button) const {
     if (found == nullptr || !found->button) {
         return false;
     }
-    const CountedRef<station::IconButton> pressed(found->button);
-    run([&] { pressed->press(); });
+    const auto pressed = found->button;
+    pressed->press();
     return true;
 }
 
 bool HeadlessBench::type(const Cell& cell, const std::string& text) const {
-    const bool isTyped = isOfType(cell, {CellType::editText, CellType::editNumber});
-    if (isTyped) {
-        const auto screen = open->findScreen(cell.grid);
-        run([&] { screen->getGrid().input({cell.row, cell.column}, {text, 0, 0}); });
-    }
-    return isTyped;
+    return input(cell, {CellType::editText, CellType::editNumber}, {text, 0, 0});
 }
 
 bool HeadlessBench::pick(const Cell& cell, const std::string& item) const {
     const auto items = offers(cell);
     const auto found = std::find(items.begin(), items.end(), item);
-    if (found == items.end()) {
-        return false;
-    }
-    const auto screen = open->findScreen(cell.grid);
     const auto index = static_cast<std::int32_t>(found - items.begin());
-    run([&] { screen->getGrid().input({cell.row, cell.column}, {item, 0, index}); });
-    return true;
+    return found != items.end() && input(cell, {CellType::comboBox}, {item, 0, index});
 }
 
 bool HeadlessBench::toggle(const Cell& cell) const {
-    const bool isSwitch = isOfType(cell, {CellType::toggle});
-    if (isSwitch) {
-        const auto screen = open->findScreen(cell.grid);
-        const bool on = !look(cell)->checked;
-        run([&] { screen->getGrid().switchToggle({cell.row, cell.column}, on); });
-    }
-    return isSwitch;
+    return input(cell, {CellType::toggle}, {});
 }
 
 bool HeadlessBench::setColor(const Cell& cell, std::uint32_t color) const {
-    const bool isColored = isOfType(cell, {CellType::color});
-    if (isColored) {
-        const auto screen = open->findScreen(cell.grid);
-        run([&] { screen->getGrid().input({cell.row, cell.column}, {"", color, 0}); });
-    }
-    return isColored;
+    return input(cell, {CellType::color}, {"", color, 0});
 }
 
 bool HeadlessBench::fold(const std::string& grid, std::int32_t row) const {
-    const auto screen = open->findScreen(grid);
-    const auto columns = static_cast<std::int32_t>(screen->getGrid().getColumns().size());
-    for (std::int32_t column = 0; column < columns; ++column) {
-        const auto content = look({grid, row, column});
-        if (content && content->type == CellType::groupExpander && content->expander) {
-            run([&] { screen->getGrid().toggleGroup(row); });
-            return true;
-        }
+    const auto rows = look(grid);
+    const auto found = rows.find(row);
+    const bool isHead = found != rows.end() &&
+                        std::any_of(found->second.begin(), found->second.end(), [](const auto& c) {
+                            return c.type == CellType::groupExpander && c.expander;
+                        });
+    if (isHead) {
+        find(grid)->toggleGroup(row);
     }
-    return false;
+    return isHead;
 }
 
 bool HeadlessBench::select(const std::string& grid, const std::vector<std::int32_t>& rows) const {
-    open->findScreen(grid)->getGrid().select(rows);
+    find(grid)->select(rows);
     return true;
 }
 
 void HeadlessBench::passTime(std::uint32_t milliseconds) {
-    run([&] { open->passTime(milliseconds); });
+    const auto during = clock;
+    const std::uint64_t end = during->now + milliseconds;
+    while (true) {
+        const auto first = std::min_element(
+            during->timers.begin(), during->timers.end(),
+            [](const auto* one, const auto* other) { return one->getDue() < other->getDue(); });
+        if (first == during->timers.end() || (*first)->getDue() > end) {
+            break;
+        }
+        const CountedRef<Timer> timer(*first);
+        during->now = timer->getDue();
+        timer->tickNow();
+    }
+    during->now = end;
 }

@@ -1,12 +1,13 @@
 #pragma once
 
-#include "tests/support/headless_window.h"
+#include "station/toolkit/model/toolkit_window.h"
 #include "tests/support/toolkit_bench.h"
 
-/// A user of a window that nobody sees, in a time that passes when told.
+/// A window that nobody sees, with a user, in a time that passes when told.
 class HeadlessBench final : public ToolkitBench {
   public:
     static std::unique_ptr<ToolkitBench> make() { return std::make_unique<HeadlessBench>(); }
+    HeadlessBench();
     ~HeadlessBench() override { closeWindow(); }
 
     Kestrova::Tessel::IWindow* window() override { return open.get(); }
@@ -22,17 +23,32 @@ class HeadlessBench final : public ToolkitBench {
     bool setColor(const Cell& cell, std::uint32_t color) const override;
     bool fold(const std::string& grid, std::int32_t row) const override;
     bool select(const std::string& grid, const std::vector<std::int32_t>& rows) const override;
+    /// In the order of the timers' times. A plug-in that makes timers in a tick can't hold it up
+    /// for ever: what is due after `milliseconds` waits.
     void passTime(std::uint32_t milliseconds) override;
-    std::vector<std::uint32_t> takeFailures() override { return std::exchange(failures, {}); }
+    std::vector<std::uint32_t> takeFailures() override { return std::exchange(*failures, {}); }
 
   private:
-    /// What the cell shows; nothing for one that isn't on the screen.
-    std::optional<station::CellContent> look(const Cell& cell) const;
-    bool isOfType(const Cell& cell, std::initializer_list<std::int32_t> types) const;
-    /// Runs `action`, which may close the window, and keeps what failed in it.
-    template <typename Action>
-    auto run(const Action& action) const;
+    using Rows = std::map<std::int32_t, std::vector<station::CellContent>>;
+    class Timer;
+    class Window;
+    /// The time, and the timers that there are, which leave by themselves.
+    struct Clock {
+        std::uint64_t now = 0;  ///< milliseconds
+        std::vector<Timer*> timers;
+    };
 
-    CountedRef<station::HeadlessWindow> open = station::HeadlessWindow::make();
-    mutable std::vector<std::uint32_t> failures;
+    /// Null for a name that is no grid's.
+    CountedRef<station::DrawGrid> find(const std::string& grid) const;
+    /// Asks for the cells of the rows that are shown.
+    Rows look(const std::string& grid) const;
+    std::optional<station::CellContent> look(const Cell& cell) const;
+    /// False, without an input, for a cell that isn't of one of the types.
+    bool input(const Cell& cell, std::initializer_list<std::int32_t> types,
+               const station::CellInput& what) const;
+
+    const std::shared_ptr<Clock> clock = std::make_shared<Clock>();
+    const std::shared_ptr<std::vector<std::uint32_t>> failures =
+        std::make_shared<std::vector<std::uint32_t>>();
+    CountedRef<station::ToolkitWindow> open;
 };
