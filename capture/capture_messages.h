@@ -24,28 +24,19 @@ inline std::string leftOutText(const std::string& name, const std::vector<std::s
 /// thread; nothing is told for a frame.
 class CaptureMessages {
   public:
+    struct Message {
+        std::string text;
+        bool isHarmless = false;  ///< no frame can be missing by it
+    };
+
     /// Passes over what was told last about that interface, so that it can be told at each attempt.
-    void tell(const std::string& interface, std::string text) {
-        // A name may hold any bytes.
-        std::replace_if(
-            text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
-        const LockGuard guard(lock);
-        std::string& last = latest[interface];
-        if (std::exchange(last, text) == text) {
-            return;
-        }
-        if (waiting.size() < most) {
-            waiting.push_back(text);
-        } else {
-            waiting.back() = "more has happened to the interfaces than can be told";
-        }
-        if (latest.size() > most) {  // interfaces that come and go have names without end
-            latest.clear();
-        }
+    void tell(const std::string& interface, std::string text) { add(interface, {std::move(text)}); }
+    void tellHarmless(const std::string& interface, std::string text) {
+        add(interface, {std::move(text), true});
     }
 
     /// Those since the last call.
-    std::vector<std::string> take() {
+    std::vector<Message> take() {
         const LockGuard guard(lock);
         return std::exchange(waiting, {});
     }
@@ -59,7 +50,27 @@ class CaptureMessages {
   private:
     static constexpr std::size_t most = 1000;
 
+    void add(const std::string& interface, Message message) {
+        std::string& text = message.text;
+        // A name may hold any bytes.
+        std::replace_if(
+            text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+        const LockGuard guard(lock);
+        std::string& last = latest[interface];
+        if (std::exchange(last, text) == text) {
+            return;
+        }
+        if (waiting.size() < most) {
+            waiting.push_back(std::move(message));
+        } else {
+            waiting.back() = {"more has happened to the interfaces than can be told"};
+        }
+        if (latest.size() > most) {  // interfaces that come and go have names without end
+            latest.clear();
+        }
+    }
+
     Mutex lock;
-    std::vector<std::string> waiting CMP_GUARDED_BY(lock);
+    std::vector<Message> waiting CMP_GUARDED_BY(lock);
     std::map<std::string, std::string> latest CMP_GUARDED_BY(lock);  ///< by interface
 };

@@ -65,7 +65,7 @@ void CmpPacketReader::openInterfaces() {
             continue;
         }
         if (selection.empty() && !device.repeated.empty()) {
-            messages.tell(device.name, leftOutText(device.name, device.repeated));
+            messages.tellHarmless(device.name, leftOutText(device.name, device.repeated));
             continue;
         }
         PcapInterface opened;

@@ -69,7 +69,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     const std::vector<PcapInterface>& getInterfaces() const { return interfaces; }
     /// What became of interfaces since the last call, for the user: those that can't be opened, are
     /// left out, appear later or go away. Any thread.
-    std::vector<std::string> takeMessages() { return messages.take(); }
+    std::vector<CaptureMessages::Message> takeMessages() { return messages.take(); }
 
     /// Data read: stops a running thread, empties the channels and starts.
     void startRead();

@@ -132,18 +132,25 @@ bool LateHandle::look() {
         return false;
     }
     forgetEnded(present);
+    // First those that others repeat: one that can't be opened keeps what repeats it.
+    const bool isDone = openMissing(present, false);
+    return openMissing(present, true) && isDone;
+}
+
+bool LateHandle::openMissing(const NetworkLinks& present, bool repeatOthers) {
     bool isDone = true;
     for (const auto& [index, link] : present) {
-        const auto place = captured.find(index);
-        if (!link.isEthernet() || IsStopRequested()) {
+        if (!link.isEthernet() || IsStopRequested() ||
+            ::findRepeated(present, index).empty() == repeatOthers) {
             continue;
         }
+        const auto place = captured.find(index);
         if (!selection.empty()) {
             if (std::find(selection.begin(), selection.end(), link.name) == selection.end()) {
                 continue;
             }
         } else if (const auto repeated = findRepeated(present, index); !repeated.empty()) {
-            messages.tell(link.name, leftOutText(link.name, repeated));
+            messages.tellHarmless(link.name, leftOutText(link.name, repeated));
             if (place != captured.end()) {
                 place->second.link->isEnded = true;
                 captured.erase(place);
@@ -155,6 +162,10 @@ bool LateHandle::look() {
         }
     }
     return isDone;
+}
+
+std::vector<std::string> LateHandle::findRepeated(const NetworkLinks& present, int index) const {
+    return ::findRepeated(present, index, [this](int other) { return captured.count(other) != 0; });
 }
 
 void LateHandle::forgetEnded(const NetworkLinks& present) {

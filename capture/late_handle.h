@@ -44,6 +44,8 @@ class LateHandle final : public CaptureHandle, private Kestrova::Utils::Threadin
 
     // The watch.
     bool look();
+    bool openMissing(const NetworkLinks& present, bool repeatOthers);
+    std::vector<std::string> findRepeated(const NetworkLinks& present, int index) const;
     void forgetEnded(const NetworkLinks& present);
     bool openLink(const NetworkLink& wanted);
     void closeEnded();

@@ -192,7 +192,8 @@ bool readNetworkLinks(NetworkLinks& links, std::string& error) {
     return false;
 }
 
-std::vector<std::string> findRepeated(const NetworkLinks& links, int index) {
+std::vector<std::string> findRepeated(const NetworkLinks& links, int index,
+                                      const std::function<bool(int)>& isCaptured) {
     const NetworkLink& upper = links.at(index);
     std::vector<int> below;
     if (isOneOf(upper.kind, {"bridge", "bond", "team"})) {
@@ -207,7 +208,9 @@ std::vector<std::string> findRepeated(const NetworkLinks& links, int index) {
     std::vector<std::string> names;
     for (const int other : below) {
         const auto place = links.find(other);
-        if (place == links.end() || !place->second.isEthernet()) {
+        if (place == links.end() || !place->second.isEthernet() ||
+            (place->second.isUp && !isCaptured(other) &&
+             findRepeated(links, other, isCaptured).empty())) {
             return {};
         }
         names.push_back(place->second.name);

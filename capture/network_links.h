@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -26,8 +27,11 @@ bool readNetworkLinks(NetworkLinks& links, std::string& error);
 
 /// The names of those whose frames the interface shows once more, as a bridge does with its ports';
 /// none if it also has frames that no other Ethernet interface shows. A VLAN's interface is none of
-/// those: what it shows untagged is tagged below.
-std::vector<std::string> findRepeated(const NetworkLinks& links, int index);
+/// those: what it shows untagged is tagged below. None, too, if one of those is up and neither
+/// captured on nor shows only what is.
+std::vector<std::string> findRepeated(
+    const NetworkLinks& links, int index,
+    const std::function<bool(int)>& isCaptured = [](int) { return true; });
 
 /// Waits until an interface is made, taken away or changed. One thread uses it, but for `wake`.
 class LinkEvents {

@@ -230,6 +230,12 @@ class CaptureStatistics : public HostObject {
     ~CaptureStatistics() = default;
 };
 
+/// What has become of a network interface.
+struct InterfaceMessage {
+    std::wstring text;                ///< a sentence for the user
+    HostBool isHarmless = hostFalse;  ///< no frame can be missing by it
+};
+
 /// Which network interfaces the plug-in captures on. A host that doesn't ask for it gets all that
 /// don't only repeat others. They are captured on as soon as they are there and up, also after
 /// event 105.
@@ -244,9 +250,9 @@ class CaptureSelection : public HostObject {
     /// The interfaces that event 105 opens from now on; none named means all that don't only
     /// repeat others. A name of no interface waits for one that appears.
     virtual HostResult selectInterfaces(const wchar_t* const* names, std::uint32_t count) = 0;
-    /// What has become of interfaces since event 105 and since the last call, as sentences for the
-    /// user: which can't be opened, are left out as they only repeat others, appear later, go away.
-    virtual HostResult takeMessages(std::vector<std::wstring>* messages) = 0;
+    /// What has become of interfaces since event 105 and since the last call: which can't be
+    /// opened, are left out as they only repeat others, appear later, go away.
+    virtual HostResult takeMessages(std::vector<InterfaceMessage>* messages) = 0;
 
   protected:
     ~CaptureSelection() = default;

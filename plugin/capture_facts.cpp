@@ -132,10 +132,10 @@ HostResult InterfaceChoice::getInterfaces(std::vector<std::wstring>* names) {
     return HostCode::success;
 }
 
-HostResult InterfaceChoice::takeMessages(std::vector<std::wstring>* messages) {
+HostResult InterfaceChoice::takeMessages(std::vector<InterfaceMessage>* messages) {
     messages->clear();
-    for (const std::string& message : core.packetReader.takeMessages()) {
-        messages->push_back(StringHelper::ToWide(message));
+    for (const auto& message : core.packetReader.takeMessages()) {
+        messages->push_back({StringHelper::ToWide(message.text), toHostBool(message.isHarmless)});
     }
     return HostCode::success;
 }

@@ -30,7 +30,7 @@ class InterfaceChoice final : public PluginPart<CaptureSelection> {
 
     HostResult getInterfaces(std::vector<std::wstring>* names) override;
     HostResult selectInterfaces(const wchar_t* const* names, std::uint32_t count) override;
-    HostResult takeMessages(std::vector<std::wstring>* messages) override;
+    HostResult takeMessages(std::vector<InterfaceMessage>* messages) override;
 
   private:
     CmpPluginCore& core;

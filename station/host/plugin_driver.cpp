@@ -347,10 +347,12 @@ std::vector<std::string> PluginDriver::getInterfaces() {
     return toUtf8(found);
 }
 
-std::vector<std::string> PluginDriver::takeInterfaceMessages() {
-    std::vector<std::wstring> found;
-    return selection && selection->takeMessages(&found) >= 0 ? toUtf8(found)
-                                                             : std::vector<std::string>();
+std::vector<InterfaceMessage> PluginDriver::takeInterfaceMessages() {
+    std::vector<InterfaceMessage> found;
+    if (selection) {
+        selection->takeMessages(&found);
+    }
+    return found;
 }
 
 void PluginDriver::selectInterfaces(const std::vector<std::string>& names) {

@@ -100,7 +100,7 @@ class PluginDriver {
     void selectInterfaces(const std::vector<std::string>& names);
     /// What the plug-in says of network interfaces since the last call, for the user; none if it
     /// doesn't say.
-    std::vector<std::string> takeInterfaceMessages();
+    std::vector<InterfaceMessage> takeInterfaceMessages();
 
     void start();
     /// The periodic call; nothing where no measurement runs.

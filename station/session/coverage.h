@@ -37,7 +37,7 @@ class Coverage {
     std::vector<std::string> left;  ///< out of recordings
     std::vector<Watched> modules;
     std::vector<std::string> unused;  ///< channels that aren't used, and get messages
-    bool haveInterfacesChanged = false;
+    bool hasInterfaceGap = false;
 };
 
 }  // namespace station

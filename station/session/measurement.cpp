@@ -6,8 +6,12 @@
 #include <iterator>
 #include <utility>
 
+#include "core/string_helper.h"
+
 namespace station {
 namespace {
+
+using Kestrova::Utils::Kcom::StringHelper;
 
 constexpr auto flushPeriod = std::chrono::milliseconds(500);
 /// How long a disk may take nothing before it isn't waited for.
@@ -73,7 +77,9 @@ void Measurement::read(std::vector<std::string>& texts) {
 }
 
 void Measurement::readInterfaceMessages(std::vector<std::string>& texts) {
-    for (std::string& text : session.driver().takeInterfaceMessages()) {
+    for (const InterfaceMessage& message : session.driver().takeInterfaceMessages()) {
+        std::string text = StringHelper::ToUtf8(message.text);
+        hasInterfaceGap = hasInterfaceGap || message.isHarmless == hostFalse;
         if (interfaceMessages.size() < mostInterfaceMessages) {
             interfaceMessages.push_back(text);
         }
@@ -186,6 +192,7 @@ Summary Measurement::summarize() {
     Summary summary = recorder.summarize(std::move(modules));
     summary.droppedFrames = droppedTold;
     summary.interfaceMessages = interfaceMessages;
+    summary.hasInterfaceGap = hasInterfaceGap;
     summary.awaitedLeader = awaitedLeader();
     return summary;
 }

@@ -68,6 +68,7 @@ class Measurement {
     std::vector<std::uint64_t> jumpsTold;        ///< by module
     std::uint64_t droppedTold = 0;               ///< frames
     std::vector<std::string> interfaceMessages;  ///< the first of them
+    bool hasInterfaceGap = false;
     bool stopping = false;
     bool stopped = false;  ///< the plug-in has
     bool leavesStalledDisk = false;

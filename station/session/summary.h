@@ -51,6 +51,7 @@ struct Summary {
     double seconds = 0.0;             ///< since then
     std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
     std::vector<std::string> interfaceMessages;  ///< what became of network interfaces
+    bool hasInterfaceGap = false;                ///< one of them wasn't captured on for a time
     std::string awaitedLeader;  ///< the module for whose clock the start waits; empty: none
     std::vector<Module> modules;
     std::vector<ChannelSummary> channels;
