@@ -34,8 +34,9 @@ Measurement::Measurement(Session& measuringSession, std::shared_ptr<RecordingSet
 void Measurement::start() {
     session.driver().start();
     untold = session.findSharedIds();
-    nextFlush = Clock::now() + flushPeriod;
-    nextCounts = Clock::now() + countsPeriod;
+    lastStep = Clock::now();
+    nextFlush = lastStep + flushPeriod;
+    nextCounts = lastStep + countsPeriod;
 }
 
 void Measurement::requestStop() {
@@ -152,6 +153,8 @@ std::string Measurement::awaitedLeader() {
 std::vector<std::string> Measurement::poll(Clock::time_point now) {
     std::vector<std::string> texts = std::exchange(untold, {});
     if (!stopped) {
+        longestPause = std::max<std::chrono::duration<double>>(longestPause,
+                                                               now - std::exchange(lastStep, now));
         try {
             takeStep();
         } catch (...) {
@@ -191,6 +194,7 @@ Summary Measurement::summarize() {
     }
     Summary summary = recorder.summarize(std::move(modules));
     summary.droppedFrames = droppedTold;
+    summary.longestPause = longestPause.count();
     summary.interfaceMessages = interfaceMessages;
     summary.hasInterfaceGap = hasInterfaceGap;
     summary.awaitedLeader = awaitedLeader();

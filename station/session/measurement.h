@@ -62,6 +62,8 @@ class Measurement {
     Session& session;
     RecordingQueue queue;
     MeasurementRecorder recorder;
+    Clock::time_point lastStep;
+    std::chrono::duration<double> longestPause{};  ///< between two steps
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
     StandingClocks standing;

@@ -241,6 +241,7 @@ std::string toIsoText(Summary::Clock::time_point time) {
 std::string toJson(const Summary& summary) {
     Json result = {{"startTime", toIsoText(summary.startTime)},
                    {"seconds", summary.seconds},
+                   {"longestPause", summary.longestPause},
                    {"droppedFrames", summary.droppedFrames},
                    {"lostMessages", summary.totalLost()},
                    {"interfaceMessages", summary.interfaceMessages},

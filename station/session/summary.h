@@ -47,8 +47,9 @@ std::string standingText(const std::string& module);
 struct Summary {
     using Clock = std::chrono::system_clock;
 
-    Clock::time_point startTime;      ///< UTC of host time 0
-    double seconds = 0.0;             ///< since then
+    Clock::time_point startTime;  ///< UTC of host time 0
+    double seconds = 0.0;         ///< since then
+    double longestPause = 0.0;    ///< between two calls of the plug-in's periodic work, in seconds
     std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
     std::vector<std::string> interfaceMessages;  ///< what became of network interfaces
     bool hasInterfaceGap = false;                ///< one of them wasn't captured on for a time

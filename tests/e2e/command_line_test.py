@@ -239,6 +239,7 @@ class CommandLine(Case):
         subprocess.run(["fsfreeze", "--unfreeze", disk], check=True)
         report, _ = station.stop()
         self.expect_complete(sent, report, recording)
+        self.assertLess(report["longestPause"], 1.5, "the host's thread waited for the disk")
 
         recording = disk / "b.pcapng"
         station, _ = self.record(recording, seconds=1)
