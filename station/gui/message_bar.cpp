@@ -4,6 +4,8 @@
 #include <QPushButton>
 #include <algorithm>
 
+#include "station/terminal_text.h"
+
 namespace station {
 
 MessageBar::MessageBar() : label(new QLabel) {
@@ -26,7 +28,10 @@ MessageBar::MessageBar() : label(new QLabel) {
     hide();
 }
 
-void MessageBar::tell(const QString& text) {
+void MessageBar::tell(const QString& message) {
+    // A name in it can't look like the next message.
+    const QString text =
+        QString::fromStdString(printableLines(message.toStdString())).replace('\n', ' ');
     constexpr std::size_t most = 4;
     const auto same = std::find_if(entries.begin(), entries.end(),
                                    [&](const Entry& entry) { return entry.text == text; });

@@ -13,7 +13,7 @@ class MessageBar final : public QFrame {
   public:
     MessageBar();
 
-    void tell(const QString& text);
+    void tell(const QString& message);
     void dismiss();
 
   private:
