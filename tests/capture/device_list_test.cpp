@@ -20,16 +20,14 @@ class DeviceListTest : public ::testing::Test, protected CaptureBench {
         return result;
     }
     static std::shared_ptr<Node> document() { return makeSetupTree("Setup"); }
-    static std::shared_ptr<Node> savedDevices(const CmpPacketReader& from) {
+    static std::shared_ptr<Node> saved(const CmpPacketReader& from,
+                                       void (CmpPacketReader::*save)(Node&) const) {
         auto node = document();
-        from.saveDevices(*node);
+        (from.*save)(*node);
         return node;
     }
-    static std::shared_ptr<Node> savedChannels(const CmpPacketReader& from) {
-        auto node = document();
-        from.saveChannels(*node);
-        return node;
-    }
+    static constexpr auto saveDevices = &CmpPacketReader::saveDevices;
+    static constexpr auto saveChannels = &CmpPacketReader::saveChannels;
 };
 
 TEST_F(DeviceListTest, KeyOfARemovedDeviceStaysTakenOnlyWhileFrozen) {
@@ -71,8 +69,8 @@ TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
     devices.list()[3]->setName("");
     devices.list()[0]->setName("front");
     devices.moveUp(2);
-    const auto node = savedDevices(reader);
-    const auto channels = savedChannels(reader);
+    const auto node = saved(reader, saveDevices);
+    const auto channels = saved(reader, saveChannels);
     EXPECT_THAT(toText(*node), HasSubstr("Device\n      @Id \"0\"\n      Id = 65\n"));
     EXPECT_THAT(toText(*node), HasSubstr("SerialNumber = "));
     EXPECT_THAT(toText(*channels), HasSubstr("Device\n      @Id \"0\"\n      Channels\n"
@@ -83,8 +81,8 @@ TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
     other.manager.reload();
     other.reader.loadDevices(*node);
     other.reader.loadChannels(*channels);
-    EXPECT_EQ(toText(*savedDevices(other.reader)), toText(*node));
-    EXPECT_EQ(toText(*savedChannels(other.reader)), toText(*channels));
+    EXPECT_EQ(toText(*saved(other.reader, saveDevices)), toText(*node));
+    EXPECT_EQ(toText(*saved(other.reader, saveChannels)), toText(*channels));
     EXPECT_EQ(other.manager.liveClocks(), 4);
     EXPECT_EQ(clockOf(*other.devices.list()[0]).deviceName, "front");
     other.reader.releaseOutputs();
@@ -117,7 +115,7 @@ TEST_F(DeviceListTest, ValuesThatCannotBeReadLeaveTheDefaults) {
 /// A host may answer a sample with a change of the setup.
 TEST_F(DeviceListTest, WhatIsRemovedDuringAFlushLivesUntilItsEnd) {
     read({wire::tecmpData(0x41, {{0x10, 0, wire::can(1, {})}, {0x20, 0, wire::can(1, {})}})});
-    clockOf(*devices.list()[0]).onGetTime = [this] {
+    factory.channels[0]->onAdd = [this] {
         devices.list()[0]->setTypeById(DeviceTypeInfo::linComboId);
         devices.clear();
     };

@@ -143,8 +143,6 @@ class FakeClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock
     std::deque<Result> script;
     GNSSTime lastAsked;
     std::string deviceName;
-    /// Called once, before the next answer; may be empty.
-    std::function<void()> onGetTime;
     /// Gives the answers in place of the script; may be empty.
     std::function<Result(GNSSTime)> answers;
     std::shared_ptr<GNSSClock> real;  ///< gets the times too; may be null
@@ -161,9 +159,6 @@ class FakeClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock
         return lastSet;
     }
     Result GetTime(const GNSSTime deviceTime) override {
-        if (const auto action = std::exchange(onGetTime, nullptr)) {
-            action();
-        }
         lastAsked = deviceTime;
         if (answers) {
             return answers(deviceTime);
