@@ -71,10 +71,11 @@ TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
     devices.moveUp(2);
     const auto node = saved(reader, saveDevices);
     const auto channels = saved(reader, saveChannels);
-    EXPECT_THAT(toText(*node), HasSubstr("Device\n      @Id \"0\"\n      Id = 65\n"));
-    EXPECT_THAT(toText(*node), HasSubstr("SerialNumber = "));
-    EXPECT_THAT(toText(*channels), HasSubstr("Device\n      @Id \"0\"\n      Channels\n"
-                                             "        Channel\n          ChId = 0\n"));
+    EXPECT_THAT(toText(*node), HasSubstr("Device Id=\"0\">\n      <value key=\"Id\">65<"));
+    EXPECT_THAT(toText(*node), HasSubstr("<value key=\"SerialNumber\">"));
+    EXPECT_THAT(toText(*channels),
+                HasSubstr("Device Id=\"0\">\n      <Channels>\n        <Channel>\n"
+                          "          <value key=\"ChId\">0<"));
 
     CaptureBench other;
     other.addOneOfEach();  // the clocks and outputs that their owners have loaded before

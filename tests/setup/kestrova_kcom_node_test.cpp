@@ -121,7 +121,8 @@ TEST_F(KestrovaKcomNodeTest, OnlyTheNodeItselfIsRemovedFromTheChildren) {
     document.root->addNewAttribute(L"b", L"");
     NodePtr attribute = root->FindAttribute("b");
     NodePtr child = root->GetChild(0);
-    const auto removeAll = [&] {
+    const std::string removed = ", Element.RemoveAttribute(HostElement), ";
+    const std::string calls = host.callsOf([&] {
         root->RemoveAttribute("b");
         root->RemoveChild("b");
         root->RemoveChild("c");
@@ -129,13 +130,11 @@ TEST_F(KestrovaKcomNodeTest, OnlyTheNodeItselfIsRemovedFromTheChildren) {
         root->RemoveChild(0);
         root->RemoveAttribute(attribute);
         root->RemoveChild(child);
-    };
-    const std::string removed = ", Element.RemoveAttribute(HostElement), ";
-    EXPECT_EQ(host.callsOf(removeAll),
-              "Element.FindChild(\"b\")" + removed + "Element.FindChild(\"b\")" + removed +
-                  "Element.FindChild(\"c\"), Element.GetAttribute(0)" + removed +
-                  "Element.GetAttribute(0)" + removed +
-                  "Element.RemoveAttribute(HostElement), Element.RemoveChild(HostElement)");
+    });
+    EXPECT_EQ(calls, "Element.FindChild(\"b\")" + removed + "Element.FindChild(\"b\")" + removed +
+                         "Element.FindChild(\"c\"), Element.GetAttribute(0)" + removed +
+                         "Element.GetAttribute(0)" + removed +
+                         "Element.RemoveAttribute(HostElement), Element.RemoveChild(HostElement)");
     EXPECT_FALSE(attribute || child);
     EXPECT_EQ(document.root->asText(), "Root @b=\"\"\n  b\n");
 }

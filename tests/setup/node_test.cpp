@@ -22,10 +22,8 @@ using NodeValues = NodeTest;
 TEST_F(NodeTest, MissingChildIsADummyAllTheWayDown) {
     const auto dummy = root->GetChild("a");
     EXPECT_TRUE(dummy->IsDummy() && dummy->GetChild("b")->IsDummy() && dummy->Clone()->IsDummy());
-    std::string result;
     dummy->WriteValue("Key", "lost", "");
-    dummy->ReadValue("Key", result, "default");
-    EXPECT_EQ(result, "default");
+    EXPECT_EQ(ReadWithDefault(*dummy, "Key", "default"), "default");
     EXPECT_EQ(root->FindChild("a"), nullptr);
     root->GetOrAddChild("a");
     EXPECT_FALSE(root->GetOrAddChild("a")->IsDummy());
@@ -37,7 +35,7 @@ TEST_F(NodeTest, OpenChildFollowsTheDirectionOfTheDocument) {
     root->OpenChild("a")->SetWriting(false);
     EXPECT_FALSE(root->OpenChild("a")->IsDummy());
     EXPECT_TRUE(root->OpenChild("b")->IsDummy());
-    EXPECT_EQ(toText(*root), "Root\n  a\n  a\n");
+    EXPECT_EQ(toText(*root), "<Root version=\"1\">\n  <a />\n  <a />\n</Root>\n");
 }
 
 TEST_F(NodeTest, CloneSharesNothingWithTheOriginal) {
@@ -46,8 +44,10 @@ TEST_F(NodeTest, CloneSharesNothingWithTheOriginal) {
     const auto clone = root->Clone();
     root->ClearChildren();
     root->ClearAttributes();
-    EXPECT_EQ(toText(*root), "Root\n");
-    EXPECT_EQ(toText(*clone), "Root\n  @Id \"0\"\n  Child\n    Key = 1\n");
+    EXPECT_EQ(toText(*root), "<Root version=\"1\" />\n");
+    EXPECT_EQ(toText(*clone),
+              "<Root version=\"1\" Id=\"0\">\n  <Child>\n    <value key=\"Key\">1</value>\n"
+              "  </Child>\n</Root>\n");
     EXPECT_EQ(clone->GetChild("Child")->GetParent()->GetName(), "Root");
     EXPECT_EQ(clone->GetParent(), nullptr);
 }
@@ -73,8 +73,10 @@ TEST_F(NodeValues, OnlyForcedWritesSurviveADefault) {
     WriteWithDefault(*root, "G", true, true);
     WriteWithDefault(*root, "H", false, true);
     EXPECT_EQ(toText(*root),
-              "Root\n  A = 65535\n  B = -7\n  C = 18446744073709551615\n  D = \n  F = 0\n"
-              "  H = False\n");
+              "<Root version=\"1\">\n  <value key=\"A\">65535</value>\n"
+              "  <value key=\"B\">-7</value>\n  <value key=\"C\">18446744073709551615</value>\n"
+              "  <value key=\"D\" />\n  <value key=\"F\">0</value>\n"
+              "  <value key=\"H\">False</value>\n</Root>\n");
 }
 
 TEST_F(NodeValues, NumbersAreReadAsFarAsTheirDigitsGo) {

@@ -22,13 +22,12 @@ class ScriptedValueList final : public Scripted<HostValueList> {
 
     SCRIPTED_COUNT(getCount, items)
     HostResult getItem(std::int32_t position, HostValueItem** item) override {
-        return hand(
-            "getItem", item, [&] { return elementAt(items, position); }, position);
+        return hand({"getItem", position}, item, [&] { return elementAt(items, position); });
     }
     SCRIPTED_OBJECT(addItem, HostValueItem, items.emplace_back(&script.make<ScriptedValueItem>()))
     HostResult removeItem(std::int32_t position) override {
         std::erase(items, elementAt(items, position));
-        return call("removeItem", position);
+        return call({"removeItem", position});
     }
 
   private:
@@ -54,10 +53,10 @@ class ScriptedAxisInfo final : public Scripted<HostAxisInfo> {
     SCRIPTED_TAKE(setStart, double)
     SCRIPTED_TAKE(setStep, double)
     HostResult setNumericValue(std::int32_t position, double value) override {
-        return call("setNumericValue", position, value);
+        return call({"setNumericValue", position, value});
     }
     HostResult setTextValue(std::int32_t position, const wchar_t* text) override {
-        return call("setTextValue", position, text);
+        return call({"setTextValue", position, text});
     }
     SCRIPTED_OBJECT(getDisplay, HostAxisDisplay, &display)
 
@@ -73,16 +72,15 @@ class ScriptedArrayInfo final : public Scripted<HostArrayInfo> {
     SCRIPTED_TAKE(setFlag, HostBool)
     SCRIPTED_ATTRIBUTE(DimensionCount, std::int32_t, std::int32_t)
     HostResult getDimensionSize(std::int32_t dimension, std::int32_t* elements) override {
-        return get("getDimensionSize", elements, sizes[dimension], dimension);
+        return get({"getDimensionSize", dimension}, elements, sizes[dimension]);
     }
     HostResult setDimensionSize(std::int32_t dimension, std::int32_t elements) override {
         sizes[dimension] = elements;
-        return call("setDimensionSize", dimension, elements);
+        return call({"setDimensionSize", dimension, elements});
     }
     SCRIPTED_CALL(commitDimensions)
     HostResult getAxis(std::int32_t dimension, HostAxisInfo** out) override {
-        return hand(
-            "getAxis", out, [&] { return &axis; }, dimension);
+        return hand({"getAxis", dimension}, out, [&] { return &axis; });
     }
 
   private:
@@ -95,14 +93,12 @@ class ScriptedPropertySet final : public Scripted<HostPropertySet> {
     using Scripted::Scripted;
 
     HostResult getItem(const wchar_t* name, HostDocument** document) override {
-        return hand(
-            "getItem", document, [&] { return items[orEmpty(name)]; }, name);
+        return hand({"getItem", name}, document, [&] { return items[orEmpty(name)]; });
     }
     HostResult addItem(const wchar_t* name, HostDocument** document) override {
-        const auto add = [&] {
+        return hand({"addItem", name}, document, [&] {
             return items[orEmpty(name)] = &script.make<ScriptedDocument>(true, orEmpty(name));
-        };
-        return hand("addItem", document, add, name);
+        });
     }
 
     std::map<std::wstring, ScriptedDocument*> items;
@@ -175,7 +171,7 @@ class ScriptedChannel final : public Scripted<HostChannel> {
                 color = static_cast<std::uint32_t>(std::stoul(own->findValue(L"Color")->second));
             }
         };
-        return act("persistSetup", persist, document, element, saving);
+        return act({"persistSetup", document, element, saving}, persist);
     }
 
     SCRIPTED_READ(isArray, HostBool, array, hostFalse)
@@ -195,8 +191,8 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     SCRIPTED_READ(getElementSize, std::int32_t, elementSize, 1)
     SCRIPTED_READ(getWritePosition, std::int32_t, writePosition, 0)
     HostResult advanceWritePosition(std::int32_t samples) override {
-        const auto advance = [&] { writePosition = (writePosition + samples) % bufferSize; };
-        return act("advanceWritePosition", advance, samples);
+        return act({"advanceWritePosition", samples},
+                   [&] { writePosition = (writePosition + samples) % bufferSize; });
     }
     SCRIPTED_READ(getRateDivider, std::int32_t, rateDivider, 1)
     SCRIPTED_WRITER(setWriteOffset, std::int64_t, writeOffset)
@@ -207,11 +203,11 @@ class ScriptedChannel final : public Scripted<HostChannel> {
             return HostCode::invalidArgument;
         }
         const std::vector<std::uint8_t> bytes(start, start + size);
-        return act(
-            "addVariantValue", [&] { variantSamples.emplace_back(seconds, bytes); }, seconds);
+        return act({"addVariantValue", seconds},
+                   [&] { variantSamples.emplace_back(seconds, bytes); });
     }
     HostResult scaleValue(double raw, double* scaled) override {
-        return get("scaleValue", scaled, raw * scale + offset, raw);
+        return get({"scaleValue", raw}, scaled, raw * scale + offset);
     }
     SCRIPTED_READ(getScale, double, scale, 1.0)
     SCRIPTED_READ(getOffset, double, offset, 0.0)

@@ -27,7 +27,7 @@ class ScriptedGnssDeviceList final : public Scripted<HostGnssDeviceList> {
     SCRIPTED_COUNT(getCount, infos)
     /// Throws for an index outside the list.
     HostResult getInfo(std::int32_t index, HostGnssDeviceInfo* info) override {
-        return get("getInfo", info, infos.at(static_cast<std::size_t>(index)), index);
+        return get({"getInfo", index}, info, infos.at(static_cast<std::size_t>(index)));
     }
     SCRIPTED_OBJECT(createDevice, HostGnssDevice,
                     devices.emplace_back(&script.make<ScriptedGnssDevice>()))
@@ -48,8 +48,7 @@ class ScriptedGnssDeviceCollection final : public Scripted<HostGnssDeviceCollect
     using Scripted::Scripted;
 
     HostResult open(const wchar_t* name, HostGnssDeviceHandle** out) override {
-        return hand(
-            "open", out, [&] { return &handle; }, name);
+        return hand({"open", name}, out, [&] { return &handle; });
     }
 
   private:

@@ -17,17 +17,15 @@ class ScriptedElement final : public Scripted<HostElement> {
     SCRIPTED_WRITER(SetText, const wchar_t*, text)
     HostResult AddChild(HostElement* child) override { return append("AddChild", children, child); }
     HostResult RemoveChild(HostElement* child) override {
-        return act(
-            "RemoveChild", [&] { std::erase(children, child); }, child);
+        return act({"RemoveChild", child}, [&] { std::erase(children, child); });
     }
     SCRIPTED_CALL(ClearChildren)
     HostResult FindChild(const wchar_t* wanted, HostElement** child) override {
-        const auto search = [&] { return firstOf(children, orEmpty(wanted)); };
-        return hand("FindChild", child, search, wanted);
+        return hand({"FindChild", wanted}, child,
+                    [&] { return firstOf(children, orEmpty(wanted)); });
     }
     HostResult GetChild(std::int32_t index, HostElement** child) override {
-        const auto search = [&] { return elementAt(children, index); };
-        return hand("GetChild", child, search, index);
+        return hand({"GetChild", index}, child, [&] { return elementAt(children, index); });
     }
     SCRIPTED_COUNT(GetChildCount, children)
     SCRIPTED_OBJECT(Clone, HostElement, nullptr)
@@ -37,12 +35,12 @@ class ScriptedElement final : public Scripted<HostElement> {
     }
     SCRIPTED_TAKE(RemoveAttribute, HostElement*)
     HostResult FindAttribute(const wchar_t* wanted, HostElement** attribute) override {
-        const auto search = [&] { return firstOf(attributes, orEmpty(wanted)); };
-        return hand("FindAttribute", attribute, search, wanted);
+        return hand({"FindAttribute", wanted}, attribute,
+                    [&] { return firstOf(attributes, orEmpty(wanted)); });
     }
     HostResult GetAttribute(std::int32_t index, HostElement** attribute) override {
-        const auto search = [&] { return elementAt(attributes, index); };
-        return hand("GetAttribute", attribute, search, index);
+        return hand({"GetAttribute", index}, attribute,
+                    [&] { return elementAt(attributes, index); });
     }
     SCRIPTED_COUNT(GetAttributeCount, attributes)
     SCRIPTED_CALL(ClearAttributes)
@@ -99,8 +97,7 @@ class ScriptedElement final : public Scripted<HostElement> {
     }
     HostResult append(const char* operation, Elements& list, HostElement* element) {
         auto& added = dynamic_cast<ScriptedElement&>(*element);
-        return act(
-            operation, [&] { list.push_back(&added); }, element);
+        return act({operation, element}, [&] { list.push_back(&added); });
     }
 };
 
@@ -117,10 +114,8 @@ class ScriptedDocument final : public Scripted<HostDocument> {
         return set("SetRootElement", root, dynamic_cast<ScriptedElement*>(element));
     }
     HostResult CreateElement(const wchar_t* name, const wchar_t* text, HostElement** out) override {
-        const auto create = [&] {
-            return &script.make<ScriptedElement>(orEmpty(name), orEmpty(text));
-        };
-        return hand("CreateElement", out, create, name, text);
+        return hand({"CreateElement", name, text}, out,
+                    [&] { return &script.make<ScriptedElement>(orEmpty(name), orEmpty(text)); });
     }
     HostResult WriteValue(HostElement* element, const wchar_t* key, const wchar_t* value,
                           const wchar_t* defaultValue) override {
@@ -131,20 +126,18 @@ class ScriptedDocument final : public Scripted<HostDocument> {
                 values.emplace_back(orEmpty(key), orEmpty(value));
             }
         };
-        return act("WriteValue", write, element, key, value, defaultValue);
+        return act({"WriteValue", element, key, value, defaultValue}, write);
     }
     HostResult ReadValue(HostElement* element, const wchar_t* key, std::wstring* value,
                          const wchar_t* defaultValue) override {
         auto& place = dynamic_cast<ScriptedElement&>(*element);
         const auto found = place.findValue(orEmpty(key));
-        return get("ReadValue", value,
-                   found == place.values.end() ? orEmpty(defaultValue) : found->second, element,
-                   key, defaultValue);
+        return get({"ReadValue", element, key, defaultValue}, value,
+                   found == place.values.end() ? orEmpty(defaultValue) : found->second);
     }
     SCRIPTED_READER(GetMode, std::int32_t, mode)
     HostResult SetMode(HostBool writing) override {
-        return act(
-            "SetMode", [&] { mode = isTrue(writing) ? modeWriting : 0; }, writing);
+        return act({"SetMode", writing}, [&] { mode = isTrue(writing) ? modeWriting : 0; });
     }
 
     ScriptedElement* root;
@@ -156,7 +149,7 @@ class ScriptedDocumentFactory final : public Scripted<HostDocumentFactory> {
     using Scripted::Scripted;
 
     HostResult createDocument(HostBool writing, HostDocument** document) override {
-        const auto create = [&] { return &script.make<ScriptedDocument>(isTrue(writing)); };
-        return hand("createDocument", document, create, writing);
+        return hand({"createDocument", writing}, document,
+                    [&] { return &script.make<ScriptedDocument>(isTrue(writing)); });
     }
 };

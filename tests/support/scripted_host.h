@@ -46,18 +46,18 @@ class ScriptedPluginGroup final : public Scripted<HostPluginGroup> {
             }
             return found;
         };
-        return hand("mountChannels", channel, mount, pluginId, number, given);
+        return hand({"mountChannels", pluginId, number, given}, channel, mount);
     }
     /// Fails for a channel that isn't mounted.
     HostResult unmountChannel(HostChannel* channel) override {
-        const HostResult code = call("unmountChannel", channel);
+        const HostResult code = call({"unmountChannel", channel});
         return code < 0 || std::erase(mounted, channel) != 0 ? code : HostCode::invalidArgument;
     }
     HostResult setChannelGroupName(const wchar_t* pluginId, std::int32_t number,
                                    const std::int32_t* indices, const wchar_t* name) override {
         const std::vector<std::int32_t> given(indices, indices + number);
-        const auto keep = [&] { groupNames[given] = orEmpty(name); };
-        return act("setChannelGroupName", keep, pluginId, number, given, name);
+        return act({"setChannelGroupName", pluginId, number, given, name},
+                   [&] { groupNames[given] = orEmpty(name); });
     }
 
     std::vector<ScriptedChannel*> mounted;
@@ -78,8 +78,8 @@ class ScriptedChannelGroups final : public Scripted<HostChannelGroups> {
     using Scripted::Scripted;
 
     HostResult getGroup(std::int32_t index, HostObject** group) override {
-        const auto find = [&] { return index == pluginGroupIndex ? &pluginGroup : nullptr; };
-        return hand("getGroup", group, find, index);
+        return hand({"getGroup", index}, group,
+                    [&] { return index == pluginGroupIndex ? &pluginGroup : nullptr; });
     }
 
     ScriptedPluginGroup& pluginGroup = script.make<ScriptedPluginGroup>();
@@ -91,8 +91,8 @@ class ScriptedData final : public Scripted<HostData> {
 
     SCRIPTED_READ(getSampleRate, double, sampleRate, 1000.0)
     HostResult getBufferState(std::int32_t* size, std::int32_t* place) override {
-        const auto give = [&] { std::tie(*size, *place) = std::pair(bufferSize, position); };
-        return act("getBufferState", give);
+        return act("getBufferState",
+                   [&] { std::tie(*size, *place) = std::pair(bufferSize, position); });
     }
     SCRIPTED_READ(getWrapCount, std::int32_t, wrapCount, 0)
     SCRIPTED_READ(getHistoryDepth, std::int32_t, historyDepth, 1000)
@@ -108,7 +108,7 @@ class ScriptedData final : public Scripted<HostData> {
             auto* const found = findByIndices(groups.pluginGroup.mounted, wanted);
             return found != nullptr ? found : findByIndices(otherChannels, wanted);
         };
-        return hand("findChannel", channel, find, wanted);
+        return hand({"findChannel", wanted}, channel, find);
     }
     SCRIPTED_OBJECT(getChannelGroups, HostChannelGroups, &groups)
     SCRIPTED_READ(getValueA, double, valueA, 0.0)
@@ -134,8 +134,7 @@ class ScriptedApp final : public Scripted<HostApp> {
         return act("getVersionTriple", [&] { *first = *second = *third = 1; });
     }
     HostResult writeError(const wchar_t* text) override {
-        return act(
-            "writeError", [&] { errors.push_back(orEmpty(text)); }, text);
+        return act({"writeError", text}, [&] { errors.push_back(orEmpty(text)); });
     }
     SCRIPTED_OBJECT(getData, HostData, &data)
     SCRIPTED_READ(isSetupMode, HostBool, setupMode, hostFalse)

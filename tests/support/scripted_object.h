@@ -45,6 +45,18 @@ inline std::wstring orEmpty(const wchar_t* text) {
     return text == nullptr ? L"" : text;
 }
 
+/// A call as it is listed: the operation and its arguments, if they are to be told.
+struct ScriptedCall {
+    template <typename... Arguments>
+    ScriptedCall(const char* nameOfOperation, const Arguments&... values)
+        : operation(nameOfOperation) {
+        ((arguments += (arguments.empty() ? "" : ", ") + scripted_text::tell(values)), ...);
+    }
+
+    std::string operation;
+    std::string arguments;
+};
+
 /// A scripted object of one interface, with the three operations of every host object and what the
 /// others are made of.
 template <typename Interface>
@@ -68,42 +80,36 @@ class Scripted : public Interface, public ScriptedObject {
 
   protected:
     /// An operation that gives nothing.
-    template <typename... Arguments>
-    HostResult call(const char* operation, const Arguments&... arguments) {
-        return enter(operation, false, arguments...);
+    HostResult call(const ScriptedCall& made) {
+        return script.enter(kind + "::" + made.operation, made.arguments, false);
     }
     /// An operation that does `action`, unless it meets with a fault.
-    template <typename Action, typename... Arguments>
-    HostResult act(const char* operation, const Action& action, const Arguments&... arguments) {
-        const HostResult code = call(operation, arguments...);
+    template <typename Action>
+    HostResult act(const ScriptedCall& made, const Action& action) {
+        const HostResult code = call(made);
         if (code >= 0) {
             action();
         }
         return code;
     }
     /// An operation that gives `value`.
-    template <typename T, typename Value, typename... Arguments>
-    HostResult get(const char* operation, T* out, const Value& value,
-                   const Arguments&... arguments) {
-        return act(
-            operation, [&] { *out = value; }, arguments...);
+    template <typename T, typename Value>
+    HostResult get(const ScriptedCall& made, T* out, const Value& value) {
+        return act(made, [&] { *out = value; });
     }
     /// An operation that stores its one argument.
     template <typename T, typename Value>
     HostResult set(const char* operation, T& field, const Value& value) {
-        return act(
-            operation, [&] { field = value; }, value);
+        return act({operation, value}, [&] { field = value; });
     }
     HostResult set(const char* operation, std::wstring& field, const wchar_t* value) {
-        return act(
-            operation, [&] { field = orEmpty(value); }, value);
+        return act({operation, value}, [&] { field = orEmpty(value); });
     }
     /// An operation that hands over what `find` gives, a pointer to a host object or null. `find`
     /// isn't called in a call that meets with a fault.
-    template <typename T, typename Find, typename... Arguments>
-    HostResult hand(const char* operation, T** out, const Find& find,
-                    const Arguments&... arguments) {
-        const HostResult fault = enter(operation, true, arguments...);
+    template <typename T, typename Find>
+    HostResult hand(const ScriptedCall& made, T** out, const Find& find) {
+        const HostResult fault = script.enter(kind + "::" + made.operation, made.arguments, true);
         if (fault < 0) {
             return fault;
         }
@@ -115,14 +121,6 @@ class Scripted : public Interface, public ScriptedObject {
     }
 
     CallScript& script;
-
-  private:
-    template <typename... Arguments>
-    HostResult enter(const char* operation, bool handsObject, const Arguments&... arguments) {
-        std::string text;
-        ((text += (text.empty() ? "" : ", ") + scripted_text::tell(arguments)), ...);
-        return script.enter(kind + "::" + operation, text, handsObject);
-    }
 };
 
 template <typename T>
@@ -138,7 +136,7 @@ std::string scripted_text::tell(T* object) requires std::derived_from<T, HostObj
     }
 #define SCRIPTED_TAKE(operation, Type)          \
     HostResult operation(Type value) override { \
-        return call(#operation, value);         \
+        return call({#operation, value});       \
     }
 /// A reader, and below a writer, of a value that a test can see and set; the field with its value
 /// at the beginning; and all three.

@@ -14,13 +14,13 @@ class ScriptedVariantArray final : public Scripted<HostVariantArray> {
 
     HostResult getBounds(std::int32_t* first, std::int32_t* last) override {
         const std::int32_t end = firstIndexOfArray + static_cast<std::int32_t>(elements.size());
-        const auto give = [&] { std::tie(*first, *last) = std::pair(firstIndexOfArray, end - 1); };
-        return act("getBounds", give);
+        return act("getBounds",
+                   [&] { std::tie(*first, *last) = std::pair(firstIndexOfArray, end - 1); });
     }
     /// Throws for an index outside the bounds.
     HostResult getElement(std::int32_t index, HostVariant* element) override {
         const auto place = static_cast<std::size_t>(index - firstIndexOfArray);
-        return get("getElement", element, elements.at(place), index);
+        return get({"getElement", index}, element, elements.at(place));
     }
     SCRIPTED_OBJECT(copy, HostVariantArray,
                     &script.make<ScriptedVariantArray>(elements, firstIndexOfArray))

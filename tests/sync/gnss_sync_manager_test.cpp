@@ -172,7 +172,9 @@ TEST_F(GNSSSyncManagerTest, SetupKeepsIdsOrderModesAndSources) {
     makeClock(7, hostTrue);  // an unknown mode is saved as soft sync, and loaded without a source
     const auto setup = saved();
     const std::string text = toText(*setup);
-    EXPECT_THAT(text, testing::MatchesRegex(".*\"1\".*12.*True.*\"2\".*12.*\"0\".*True\n"));
+    const std::string loaded =
+        text.substr(0, text.find("0\">")) + "0\" />\n  </GNSSSyncManager>\n</root>\n";
+    EXPECT_THAT(text, testing::MatchesRegex(".*\"1\".*12.*True.*\"2\".*12.*\"0\".*True.*"));
     const auto add = [&](const char* id, const char* mode) {
         const auto clock = setup->GetChild("GNSSSyncManager")->AddChild("GNSSClock");
         clock->AddAttribute("Id", id);
@@ -182,11 +184,11 @@ TEST_F(GNSSSyncManagerTest, SetupKeepsIdsOrderModesAndSources) {
     add("2", "2");
     manager.Load(*setup);
     EXPECT_TRUE(manager.HasMaster());
-    EXPECT_EQ(toText(*saved()) + "      ClockSource = True\n", text);
+    EXPECT_EQ(toText(*saved()), loaded);
     add("5", "abc");
     EXPECT_THROW(manager.Load(*setup), Serialization::XmlException);
     EXPECT_FALSE(manager.HasMaster());
-    EXPECT_EQ(toText(*saved()) + "      ClockSource = True\n", text) << "those before it stay";
+    EXPECT_EQ(toText(*saved()), loaded) << "those before it stay";
     setup->ClearChildren();
     manager.Load(*setup);
     EXPECT_EQ(manager.GetClockId(manager.GetClock(1)), 0U) << "there were none";

@@ -57,15 +57,13 @@ TEST_F(SoftSyncTest, RefusedReadingsChangeNothing) {
     EXPECT_NEAR(slope(), 2.0, rounding) << "a refused reading is in the sums";
 }
 
-TEST_F(SoftSyncTest, LineHealsAfterReadingsAtOneSlaveTime) {
+TEST_F(SoftSyncTest, UprightLineHealsAndFlatOneHasNoInverse) {
     update({{7.0, 1.0}, {7.0, 1.0}, {7.0, 1.0}});
     EXPECT_FALSE(std::isfinite(offset()));
     sync.Update(9.0, 2.0);
     EXPECT_NEAR(slope(), 2.0, rounding);
     EXPECT_NEAR(offset(), 5.0, rounding);
-}
-
-TEST_F(SoftSyncTest, FlatLineHasNoInverse) {
+    sync.Initialize();
     update({{5.0, 1.0}, {5.0, 2.0}, {5.0, 3.0}});
     EXPECT_EQ(sync.SlaveToMaster(9.0), 5.0);
     EXPECT_EQ(sync.MasterToSlave(5.0), -1.0);
