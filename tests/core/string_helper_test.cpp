@@ -4,13 +4,19 @@ namespace {
 
 using Kestrova::Utils::Kcom::StringHelper;
 
-TEST(StringHelper, TextSurvivesTheWayToWideAndBackUpToItsFirstNul) {
+TEST(StringHelper, TextSurvivesTheWayToWideAndBackUpToItsFirstNulUnlessItIsNone) {
     const std::string text = "K\xC3\xBChler \xE2\x82\xAC \xF0\x9F\x9A\x97";
     EXPECT_EQ(StringHelper::ToWide(text), L"K\u00FChler \u20AC \U0001F697");
     EXPECT_EQ(StringHelper::ToUtf8(StringHelper::ToWide(text)), text);
     EXPECT_EQ(StringHelper::ToWide(std::string_view("ab\0c\xFF", 5)), L"ab");
     EXPECT_EQ(StringHelper::ToUtf8(std::wstring(L"ab\0c", 4)), "ab");
     EXPECT_EQ(StringHelper::ToUtf8(static_cast<const wchar_t*>(nullptr)), "");
+    for (const auto* noUtf8 : {"cut \xE2\x82", "\xC0\xAF", "a\xFFz", "\xED\xA0\x80"}) {
+        EXPECT_EQ(StringHelper::ToWide(noUtf8), L"");
+    }
+    const std::wstring noText = {L'a', static_cast<wchar_t>(0x110000),
+                                 static_cast<wchar_t>(0xD800)};
+    EXPECT_EQ(StringHelper::ToUtf8(noText), "a\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
 TEST(StringHelper, NumbersAreNeverGrouped) {
@@ -23,17 +29,6 @@ TEST(StringHelper, NumbersAreNeverGrouped) {
     EXPECT_EQ(numbers.thousands_sep(), '\0');
     EXPECT_THAT([] { StringHelper::MakeLocale("nowhere"); },
                 testing::ThrowsMessage<std::runtime_error>("bad locale name"));
-}
-
-TEST(StringHelper, InvalidUtf8GivesAnEmptyText) {
-    for (const auto* text : {"cut \xE2\x82", "\xC0\xAF", "a\xFFz", "\xED\xA0\x80"}) {
-        EXPECT_EQ(StringHelper::ToWide(text), L"");
-    }
-}
-
-TEST(StringHelper, WideValuesThatAreNoCodePointAreMarked) {
-    const std::wstring wide = {L'a', static_cast<wchar_t>(0x110000), static_cast<wchar_t>(0xD800)};
-    EXPECT_EQ(StringHelper::ToUtf8(wide), "a\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
 }  // namespace

@@ -14,45 +14,27 @@ std::string contentOf(const List& list) {
     return content;
 }
 
-class VectorWithKeysTest : public ::testing::Test {
-  protected:
-    VectorWithKeysTest() {
-        for (const auto* value : {"a", "b", "c"}) {
-            list.append(value);
-        }
-    }
-
+TEST(VectorWithKeysTest, IndexFollowsEntriesThatMoveAndTheSmallestFreeKeyComesLast) {
     List list;
-};
-
-TEST_F(VectorWithKeysTest, IndexFollowsEntriesThatMove) {
+    for (const auto* value : {"a", "b", "c"}) {
+        list.append(value);
+    }
+    EXPECT_EQ(contentOf(list), "0a 1b 2c ");
+    EXPECT_FALSE(list.swapPositions(0, 3) || list.eraseAt(3) || list.eraseKey(7));
+    EXPECT_THROW(list.at(3), std::out_of_range);
+    EXPECT_EQ(list.append(1, "again").value, "b") << "a taken key keeps its entry";
     EXPECT_TRUE(list.swapPositions(0, 2));
     EXPECT_EQ(contentOf(list), "2c 1b 0a ");
-    EXPECT_TRUE(list.eraseAt(0));
-    EXPECT_EQ(contentOf(list), "1b 0a ");
-    const auto next = list.erase(list.begin());
-    EXPECT_EQ(next->value, "a");
-    EXPECT_EQ(contentOf(list), "0a ");
-    EXPECT_EQ(list.find(1), nullptr);
-}
-
-TEST_F(VectorWithKeysTest, SmallestFreeKeyIsHandedOutAndComesLast) {
     EXPECT_TRUE(list.eraseKey(1));
     EXPECT_EQ(list.append("d").key, 1U);
-    EXPECT_EQ(contentOf(list), "0a 2c 1d ");
+    EXPECT_EQ(contentOf(list), "2c 0a 1d ");
+    EXPECT_EQ(list.erase(list.begin())->value, "a");
+    EXPECT_EQ(contentOf(list), "0a 1d ");
+    EXPECT_EQ(list.find(2), nullptr);
     list = List(10, 5);
     list.append("a");
     list.append("b");
     EXPECT_EQ(contentOf(list), "10a 15b ");
-}
-
-TEST_F(VectorWithKeysTest, PlacesAndKeysThatAreNotThereChangeNothing) {
-    EXPECT_FALSE(list.swapPositions(0, 3));
-    EXPECT_FALSE(list.eraseAt(3));
-    EXPECT_FALSE(list.eraseKey(7));
-    EXPECT_THROW(list.at(3), std::out_of_range);
-    EXPECT_EQ(list.append(1, "again").value, "b") << "a taken key keeps its entry";
-    EXPECT_EQ(contentOf(list), "0a 1b 2c ");
 }
 
 }  // namespace
