@@ -56,14 +56,13 @@ class ScriptedPort final : public CapturePort {
     }
 
     std::unique_ptr<CaptureHandle> openLate(const LateCapture& wanted) override {
-        const auto place = std::find_if(interfaces.begin(), interfaces.end(),
-                                        [](const auto& entry) { return entry.isLate; });
-        if (place == interfaces.end()) {
-            return nullptr;
+        for (std::size_t i = 0; i < interfaces.size(); ++i) {
+            if (interfaces[i].isLate) {
+                calls.push_back("late beside " + std::to_string(wanted.opened.size()));
+                return std::make_unique<Handle>(*this, i);
+            }
         }
-        calls.push_back("late beside " + std::to_string(wanted.opened.size()));
-        return std::make_unique<Handle>(
-            *this, static_cast<std::size_t>(std::distance(interfaces.begin(), place)));
+        return nullptr;
     }
 
     std::unique_ptr<CaptureHandle> openLive(const std::string& name, std::int32_t snapLength,
@@ -118,9 +117,7 @@ class ScriptedPort final : public CapturePort {
             if (read.result == gotFrame) {
                 // A block of its own, exactly as long as the frame: a read beyond it is seen.
                 held = std::make_unique<std::uint8_t[]>(read.frame.size());
-                if (!read.frame.empty()) {
-                    std::memcpy(held.get(), read.frame.data(), read.frame.size());
-                }
+                std::copy(read.frame.begin(), read.frame.end(), held.get());
                 frame = {held.get(), static_cast<std::uint32_t>(read.frame.size()),
                          read.receivedAt};
             }
@@ -185,31 +182,26 @@ class FakeSyncManager final : public Kestrova::Utils::Kcom::Synchronization::GNS
 
     std::vector<std::shared_ptr<FakeClock>> clocks;  ///< by id; null when removed
     std::atomic<int> foreignCalls = 0;  ///< made on another thread than that of the construction
-    std::function<void(FakeClock&)> onCreate;  ///< may be empty
+    std::function<void(FakeClock&)> onCreate = [](FakeClock&) {};
 
     std::shared_ptr<GNSSClock> CreateClock() override {
         noteThread();
-        auto place = std::find(clocks.begin(), clocks.end(), nullptr);
-        if (place == clocks.end()) {
-            place = clocks.insert(place, nullptr);
-        }
-        return *place = makeClock();
+        const auto place = std::find(clocks.begin(), clocks.end(), nullptr);
+        return place == clocks.end() ? clocks.emplace_back(makeClock()) : *place = makeClock();
     }
     std::shared_ptr<GNSSClock> GetClock(std::uint32_t id) override {
         return id < clocks.size() && clocks[id] ? clocks[id] : CreateClock();
     }
     void RemoveClock(std::shared_ptr<GNSSClock>& clock) override {
         noteThread();
-        const std::uint32_t id = GetClockId(clock);
-        if (id != unknownClockId) {
+        if (const std::uint32_t id = GetClockId(clock); id != unknownClockId) {
             clocks[id].reset();
             clock.reset();
         }
     }
     std::uint32_t GetClockId(const std::shared_ptr<GNSSClock>& clock) const override {
-        const auto place = std::find(clocks.begin(), clocks.end(), clock);
-        return place == clocks.end() ? unknownClockId
-                                     : static_cast<std::uint32_t>(place - clocks.begin());
+        const auto place = std::find(clocks.begin(), clocks.end(), clock) - clocks.begin();
+        return place == std::ssize(clocks) ? unknownClockId : static_cast<std::uint32_t>(place);
     }
     /// Has a new clock for each id that is in use, as a manager that reads its setup.
     void reload() {
@@ -224,9 +216,7 @@ class FakeSyncManager final : public Kestrova::Utils::Kcom::Synchronization::GNS
   private:
     std::shared_ptr<FakeClock> makeClock() const {
         auto clock = std::make_shared<FakeClock>();
-        if (onCreate) {
-            onCreate(*clock);
-        }
+        onCreate(*clock);
         return clock;
     }
     void noteThread() { foreignCalls += std::this_thread::get_id() != ownThread ? 1 : 0; }
@@ -243,7 +233,6 @@ class FakeOutput final : public Kestrova::Utils::Kcom::OutputChannel::PlainOutpu
     };
 
     std::uint32_t index = 0;
-    Kestrova::Utils::Kcom::OutputChannel::OutputChannelType type;
     std::string name;
     bool used = true;
     std::vector<Sample> samples;
@@ -288,11 +277,9 @@ class FakeOutputFactory final : public Kestrova::Utils::Kcom::OutputChannel::Out
 
     std::vector<std::shared_ptr<FakeOutput>> channels;
 
-    std::shared_ptr<OutputChannel> createChannel(OutputChannelType type,
-                                                 const Init& init) override {
+    std::shared_ptr<OutputChannel> createChannel(OutputChannelType, const Init& init) override {
         auto channel = std::make_shared<FakeOutput>();
         channel->index = static_cast<std::uint32_t>(channels.size());
-        channel->type = type;
         channels.push_back(channel);
         if (init) {
             init(channel);
