@@ -5,9 +5,9 @@
 namespace {
 
 constexpr std::uint32_t unknown = 65535;
-constexpr std::uint32_t linCombo = 0;
-constexpr std::uint32_t canCombo = 1;
-constexpr std::uint32_t neoviFire3 = 2;
+constexpr std::uint32_t lin = 0;
+constexpr std::uint32_t can = 1;
+constexpr std::uint32_t neovi = 2;
 
 class DeviceTest : public ::testing::Test, protected CaptureBench {
   protected:
@@ -16,48 +16,39 @@ class DeviceTest : public ::testing::Test, protected CaptureBench {
         read({wire::tecmp(1, 1, {{0, seconds * 1000000000, wire::cmStatus(0x41, serial, text)}})});
     }
 
-    CmpDevice& device = add(canCombo, 1);
+    CmpDevice& device = add(can, 1);
 };
 
 TEST_F(DeviceTest, ConfigIdIsPartOfTheCmIdAndItsLowByteOutlastsTheType) {
-    const struct {
-        std::uint32_t from, to;
-        std::uint16_t set, cmId;
-        const char* configId;
-    } cases[] = {{canCombo, canCombo, 15, 0x4F, "0xF"},
-                 {canCombo, canCombo, 0x123, 0x123, "0x3"},
-                 {linCombo, linCombo, 2, 0x32, "0x2"},
-                 {linCombo, linCombo, 16, 16, "0x0"},
-                 {neoviFire3, neoviFire3, 7, 7, "0x7"},
-                 {neoviFire3, neoviFire3, 0x1AB, 0x1AB, "0x1AB"},
-                 {unknown, unknown, 5, 5, "0x5"},
-                 {canCombo, linCombo, 5, 0x35, "0x5"},
-                 {linCombo, canCombo, 15, 0x4F, "0xF"},
-                 {canCombo, 7, 5, 5, "0x5"},
-                 {neoviFire3, canCombo, 0x1A7, 0xE7, "0x7"},
-                 {neoviFire3, linCombo, 0xF0, 0x120, "0x0"}};
-    for (const auto& row : cases) {
+    const std::tuple<std::uint32_t, std::uint16_t, std::uint32_t, int, const char*> cases[] = {
+        {can, 15, can, 0x4F, "0xF"},      {can, 0x123, can, 0x123, "0x3"},
+        {lin, 2, lin, 0x32, "0x2"},       {lin, 16, lin, 16, "0x0"},
+        {neovi, 7, neovi, 7, "0x7"},      {neovi, 0x1AB, neovi, 0x1AB, "0x1AB"},
+        {unknown, 5, unknown, 5, "0x5"},  {can, 5, lin, 0x35, "0x5"},
+        {lin, 15, can, 0x4F, "0xF"},      {can, 5, 7, 5, "0x5"},
+        {neovi, 0x1A7, can, 0xE7, "0x7"}, {neovi, 0xF0, lin, 0x120, "0x0"}};
+    for (const auto& [from, configId, to, cmId, text] : cases) {
         const auto fresh = devices.add();
         EXPECT_EQ(fresh->getCmId(), 0x40);
-        fresh->setTypeById(row.from);
-        fresh->setConfigId(row.set);
-        fresh->setTypeById(row.to);
-        EXPECT_EQ(fresh->getCmId(), row.cmId) << row.from << " to " << row.to;
-        EXPECT_EQ(fresh->getConfigIdText(), row.configId) << row.from << " to " << row.to;
+        fresh->setTypeById(from);
+        fresh->setConfigId(configId);
+        fresh->setTypeById(to);
+        EXPECT_EQ(fresh->getCmId(), cmId) << from << " to " << to;
+        EXPECT_EQ(fresh->getConfigIdText(), text) << from << " to " << to;
         const auto other = devices.add();
-        other->setTypeById(row.to);
-        other->setCmId(row.cmId);
-        EXPECT_EQ(other->getCmId(), row.cmId) << row.from << " to " << row.to;
+        other->setTypeById(to);
+        other->setCmId(static_cast<std::uint16_t>(cmId));
+        EXPECT_EQ(other->getCmId(), cmId) << from << " to " << to;
     }
 }
 
 TEST_F(DeviceTest, NewTypeKeepsTheUsersName) {
     EXPECT_EQ(device.getName(), "Technica CAN combo");
-    device.setTypeById(linCombo);
+    device.setTypeById(lin);
     EXPECT_EQ(device.getName(), "Technica LIN combo");
     device.setName("front");
     EXPECT_EQ(clockOf(device).deviceName, "front");
-    device.setTypeById(neoviFire3);
+    device.setTypeById(neovi);
     EXPECT_EQ(device.getName(), "front");
 }
 

@@ -26,8 +26,8 @@ class DispatchTest : public ::testing::Test, protected CaptureBench {
     CmpDevice& linCombo = add(DeviceTypeInfo::linComboId, 2);
 };
 
-TEST_F(DispatchTest, MessageOfAnUnknownModuleOrInterfaceIsDropped) {
-    add(DeviceTypeInfo::canComboId, 1);  // a second 0x41, which gets nothing
+TEST_F(DispatchTest, MessageGoesToTheFirstModuleOfItsCmIdAndToNoneThatIsUnknown) {
+    const CmpDevice& second = add(DeviceTypeInfo::canComboId, 1);
     add(DeviceTypeInfo::neoviFire3Id, 7);
     read({wire::tecmpData(0x42, {{0x10, 9000000000, can(1, {})}}), statusOf(0x42, 9000000000),
           wire::tecmpData(7, {{10, 5000000000, can(1, {})}, {1, 6000000000, can(1, {})}}),
@@ -35,13 +35,17 @@ TEST_F(DispatchTest, MessageOfAnUnknownModuleOrInterfaceIsDropped) {
           wire::tecmp(0x41, 4, {{0x10, 9000000000, can(1, {})}})});
     EXPECT_EQ(canCombo.getDeviceNow(), (DeviceTime{4, 0})) << "unknown interface, known module";
     EXPECT_EQ(devices.findByCmId(0x42), nullptr) << "added by its status";
+    EXPECT_EQ(devices.findByCmId(0x41).get(), &canCombo);
+    EXPECT_TRUE(devices.moveUp(2) && devices.moveDown(0));
+    read({wire::tecmpData(0x41, {{0x10, 0, can(1, {})}})});
+    EXPECT_EQ(devices.findByCmId(0x41).get(), &second);
     reader.flushAll();
     std::vector<std::size_t> reached;
     for (std::size_t i = 0; i < factory.channels.size(); ++i) {
         reached.resize(reached.size() + factory.channels[i]->samples.size(), i);
     }
     // Outputs are 7 CAN, 10 LIN, 7 CAN, and 20 of a NeoviFire3, of which two listen on 1.
-    EXPECT_THAT(reached, ElementsAre(0, 24));
+    EXPECT_THAT(reached, ElementsAre(0, 17, 24));
 }
 
 TEST_F(DispatchTest, AsamDataTakeTheShapeOfACanMessage) {

@@ -142,12 +142,8 @@ class FakeClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock
     std::string deviceName;
     /// Gives the answers in place of the script; may be empty.
     std::function<Result(GNSSTime)> answers;
-    std::shared_ptr<GNSSClock> real;  ///< gets the times too; may be null
 
     void SetTime(const GNSSTime deviceTime) override {
-        if (real) {
-            real->SetTime(deviceTime);
-        }
         const std::lock_guard guard(lock);
         lastSet = deviceTime;
     }
