@@ -11,9 +11,6 @@ namespace {
 using namespace Kestrova::Utils::Kcom;
 using OutputChannel::OutputChannelImpl;
 using OutputChannel::ValueLabel;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
 
 class OutputChannelTest : public BridgeTest {
   protected:
@@ -80,14 +77,14 @@ TEST_F(OutputChannelTest, LabelsAreFoundByValueAndByPlace) {
     channel.addValueLabel(odd);
     channel.setValueLabel(on);
     channel.setValueLabel(added);
-    EXPECT_THAT(channel.getValueLabels(), ElementsAre(off, on, odd, added));
+    EXPECT_THAT(channel.getValueLabels(), testing::ElementsAre(off, on, odd, added));
     const auto found = channel.getValueLabel(1), none = channel.getValueLabel(2);
     EXPECT_EQ(std::tie(found.found, found.text, found.color), std::tuple(true, on.text, 2));
     EXPECT_EQ(std::tie(none.found, none.text, none.color), std::tuple(false, "", 0xFFFFFF));
     channel.removeValueLabel(0);
     channel.replaceValueLabelAt(2, off);
     channel.removeValueLabelAt(0);
-    EXPECT_THAT(channel.getValueLabels(), ElementsAre(odd, off));
+    EXPECT_THAT(channel.getValueLabels(), testing::ElementsAre(odd, off));
     EXPECT_THROW(channel.removeValueLabelAt(2), std::out_of_range);
     channel.clearValueLabels();
     EXPECT_EQ(channel.getValueLabelCount(), 0);
@@ -108,11 +105,12 @@ TEST_F(OutputChannelTest, AxesAreWrittenToTheirCommittedDimensions) {
     texts.setValue(1, "\xC3\xA4");
     texts.setLabelA("A");
     texts.setLabelB("B");
-    EXPECT_THAT(callsOf([&] { channel.setAxis(texts); }),
-                EndsWith("Flag(false), DimensionCount(1), DimensionSize(0, 2), commitDimensions, "
-                         "getAxis(0), AxisType(0), LabelB(\"B\"), LabelA(\"A\"), Style(3), "
-                         "getDisplay, Value(0), getDisplay, Flag(false), TextValue(0, \"\"), "
-                         "TextValue(1, \"\xC3\xA4\")"));
+    EXPECT_THAT(
+        callsOf([&] { channel.setAxis(texts); }),
+        testing::EndsWith("Flag(false), DimensionCount(1), DimensionSize(0, 2), commitDimensions, "
+                          "getAxis(0), AxisType(0), LabelB(\"B\"), LabelA(\"A\"), Style(3), "
+                          "getDisplay, Value(0), getDisplay, Flag(false), TextValue(0, \"\"), "
+                          "TextValue(1, \"\xC3\xA4\")"));
     EXPECT_EQ(shape(), std::tuple(true, 1, 2, 1));
     AxisPropertiesFloat numbers;
     numbers.setSize(1);
@@ -142,7 +140,7 @@ TEST_F(OutputChannelTest, AxesAreWrittenToTheirCommittedDimensions) {
     struct Unknown final : AxisPropertiesAxisValues<int> {
         std::int32_t getAxisType() const override { return 3; }
     };
-    EXPECT_THAT(callsOf([&] { channel.setAxis(Unknown()); }), HasSubstr("AxisType(0)"));
+    EXPECT_THAT(callsOf([&] { channel.setAxis(Unknown()); }), testing::HasSubstr("AxisType(0)"));
 }
 
 TEST_F(OutputChannelTest, PropertiesAreTreesByName) {

@@ -6,11 +6,8 @@
 
 namespace {
 
-using Kestrova::Utils::Serialization::Node;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using ::testing::ThrowsMessage;
 
 constexpr auto notified = "App.getData, Data.notifyChannelsChanged";
 
@@ -102,8 +99,8 @@ TEST_F(OutputFactoryTest, BatchIsToldOnceAtItsEnd) {
     EXPECT_EQ(endedAt(0), notified);
     factory.beginMultipleMount();
     EXPECT_EQ(endedAt(0), "") << "no change";
-    EXPECT_THAT([&] { factory.endMultipleMount(); },
-                ThrowsMessage<std::runtime_error>("endMultipleMount called too many times"));
+    EXPECT_THAT([&] { factory.endMultipleMount(); }, testing::ThrowsMessage<std::runtime_error>(
+                                                         "endMultipleMount called too many times"));
     factory.beginMultipleMount();
     EXPECT_THAT(host.callsOf([&] { create(); }), HasSubstr(notified)) << "the depth is 0 again";
 }
@@ -233,9 +230,9 @@ TEST_F(OutputSetupTest, FixedChannelsAreFoundByTheIndicesInTheSetup) {
 TEST_F(OutputSetupTest, SettingsOfAnotherChannelAreTakenOver) {
     const auto channel = create();
     const auto& place = describe(*document.root, L"other").addNew(L"Index", L"8:0;99");
-    std::shared_ptr<Node> node = nodeOver(document);
-    EXPECT_THAT(host.callsOf([&] { channel->applySetup(node); }),
-                EndsWith("allocateBuffers(true), App.getData, Data.notifyChannelsChanged"));
+    EXPECT_THAT(
+        host.callsOf([&] { channel->applySetup(nodeOver(document)); }),
+        testing::EndsWith("allocateBuffers(true), App.getData, Data.notifyChannelsChanged"));
     EXPECT_EQ(place.text, L"8:0;0") << "the host would look for the other channel";
     EXPECT_TRUE(channel->isAutomaticName() && channel->isAutomaticUnit() &&
                 channel->isAutomaticColor());

@@ -8,7 +8,6 @@ namespace {
 using namespace Kestrova::Utils::Kcom;
 using OutputChannel::sampleValue;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 TEST(ChannelIdTextTest, IndicesComeBackFromTheirText) {
     EXPECT_EQ(ChannelIdText::format({7}), "7");
@@ -21,7 +20,7 @@ TEST(ChannelIdTextTest, IndicesComeBackFromTheirText) {
     EXPECT_THAT(ChannelIdText::parse("1:;2;;-3;"), ElementsAre(1, 2, -3));
     EXPECT_THAT(ChannelIdText::parse(":1;2"), ElementsAre(1, 2));
     for (const char* text : {"", ":", ";", "a", "1:2:3", "1;2:3", "1:2;x", "1:2147483648", "1 2"}) {
-        EXPECT_THAT(ChannelIdText::parse(text), IsEmpty()) << text;
+        EXPECT_THAT(ChannelIdText::parse(text), testing::IsEmpty()) << text;
     }
 }
 

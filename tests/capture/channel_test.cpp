@@ -9,7 +9,6 @@
 
 namespace {
 
-using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
@@ -144,7 +143,7 @@ TEST_F(ChannelTest, EachFateHasItsCount) {
     canBus.endCounting(clock);
     EXPECT_THAT(counts(), ElementsAre(1, 14, 2, 1, 1, 3, 2, 2, 2, 1));
     canBus.beginCounting();
-    EXPECT_THAT(counts(), Each(0));
+    EXPECT_THAT(counts(), testing::Each(0));
 }
 
 TEST_F(ChannelTest, OutputsAreDescribedAndNotUsedYet) {

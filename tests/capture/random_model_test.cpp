@@ -233,6 +233,7 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
     }
 
     void run() {
+        constexpr std::uint32_t waits[] = {1, 2, 20, 100'000};
         const std::uint64_t seed = fromEnvironment("CMP_MODEL_SEED", 1);
         const std::uint64_t count = fromEnvironment("CMP_MODEL_SAMPLES", 200'000);
         random.seed(static_cast<unsigned>(seed));
@@ -240,7 +241,18 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
         add(DeviceTypeInfo::canComboId, 1);
         restart();
         for (std::uint64_t step = 0; sent < count && !HasFailure(); ++step) {
-            takeStep();
+            const std::uint32_t action = pick(200);
+            if (action < 60) {
+                send();
+            } else if (action < 190) {
+                flush();
+            } else if (action < 197) {
+                changeSomething();
+            } else if (action == 197) {
+                waitOneIn = waits[pick(4)];
+            } else {
+                pick(8) == 0 ? reload() : restart();
+            }
             EXPECT_FALSE(HasFailure()) << "seed " << seed << ", step " << step;
         }
         restart();
@@ -254,21 +266,6 @@ class RandomModel : public ::testing::Test, protected CaptureBench {
         devices.clear();
         EXPECT_EQ(manager.liveClocks(), 0);
         EXPECT_EQ(manager.foreignCalls, 0) << "clocks are made and removed on the host's thread";
-    }
-    void takeStep() {
-        constexpr std::uint32_t waits[] = {1, 2, 20, 100'000};
-        const std::uint32_t action = pick(200);
-        if (action < 60) {
-            send();
-        } else if (action < 190) {
-            flush();
-        } else if (action < 197) {
-            changeSomething();
-        } else if (action == 197) {
-            waitOneIn = waits[pick(4)];
-        } else {
-            pick(8) == 0 ? reload() : restart();
-        }
     }
 
     std::minstd_rand random;

@@ -160,7 +160,7 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     HostResult persistSetup(HostDocument* document, HostElement* element,
                             HostBool saving) override {
         auto& place = dynamic_cast<ScriptedElement&>(*element);
-        const auto persist = [&] {
+        return act({"persistSetup", document, element, saving}, [&] {
             if (isTrue(saving)) {
                 auto& own = place.addNew(L"OutputChannel");
                 own.values = {{L"Name", name}, {L"Unit", unit}, {L"Color", std::to_wstring(color)}};
@@ -170,8 +170,7 @@ class ScriptedChannel final : public Scripted<HostChannel> {
                 unit = own->findValue(L"Unit")->second;
                 color = static_cast<std::uint32_t>(std::stoul(own->findValue(L"Color")->second));
             }
-        };
-        return act({"persistSetup", document, element, saving}, persist);
+        });
     }
 
     SCRIPTED_READ(isArray, HostBool, array, hostFalse)

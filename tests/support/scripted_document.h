@@ -120,13 +120,12 @@ class ScriptedDocument final : public Scripted<HostDocument> {
     HostResult WriteValue(HostElement* element, const wchar_t* key, const wchar_t* value,
                           const wchar_t* defaultValue) override {
         auto& values = dynamic_cast<ScriptedElement&>(*element).values;
-        const auto write = [&] {
+        return act({"WriteValue", element, key, value, defaultValue}, [&] {
             std::erase_if(values, [&](const auto& entry) { return entry.first == orEmpty(key); });
             if (orEmpty(value) != orEmpty(defaultValue)) {
                 values.emplace_back(orEmpty(key), orEmpty(value));
             }
-        };
-        return act({"WriteValue", element, key, value, defaultValue}, write);
+        });
     }
     HostResult ReadValue(HostElement* element, const wchar_t* key, std::wstring* value,
                          const wchar_t* defaultValue) override {

@@ -36,7 +36,7 @@ class ScriptedPluginGroup final : public Scripted<HostPluginGroup> {
     HostResult mountChannels(const wchar_t* pluginId, std::int32_t number,
                              const std::int32_t* indices, HostChannel** channel) override {
         const std::vector<std::int32_t> given(indices, indices + number);
-        const auto mount = [&] {
+        return hand({"mountChannels", pluginId, number, given}, channel, [&] {
             std::vector<std::int32_t> whole = {HostChannelGroups::pluginGroupIndex, 0};
             whole.insert(whole.end(), given.begin(), given.end());
             ScriptedChannel* found = findByIndices(mounted, whole);
@@ -45,8 +45,7 @@ class ScriptedPluginGroup final : public Scripted<HostPluginGroup> {
                 mounted.push_back(found);
             }
             return found;
-        };
-        return hand({"mountChannels", pluginId, number, given}, channel, mount);
+        });
     }
     /// Fails for a channel that isn't mounted.
     HostResult unmountChannel(HostChannel* channel) override {
@@ -104,11 +103,10 @@ class ScriptedData final : public Scripted<HostData> {
     HostResult findChannel(const std::int32_t* indices, std::int32_t number,
                            HostChannel** channel) override {
         const std::vector<std::int32_t> wanted(indices, indices + number);
-        const auto find = [&] {
+        return hand({"findChannel", wanted}, channel, [&] {
             auto* const found = findByIndices(groups.pluginGroup.mounted, wanted);
             return found != nullptr ? found : findByIndices(otherChannels, wanted);
-        };
-        return hand({"findChannel", wanted}, channel, find);
+        });
     }
     SCRIPTED_OBJECT(getChannelGroups, HostChannelGroups, &groups)
     SCRIPTED_READ(getValueA, double, valueA, 0.0)
