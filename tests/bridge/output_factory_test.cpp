@@ -230,8 +230,9 @@ TEST_F(OutputSetupTest, FixedChannelsAreFoundByTheIndicesInTheSetup) {
 TEST_F(OutputSetupTest, SettingsOfAnotherChannelAreTakenOver) {
     const auto channel = create();
     const auto& place = describe(*document.root, L"other").addNew(L"Index", L"8:0;99");
+    std::shared_ptr<Kestrova::Utils::Serialization::Node> node = nodeOver(document);
     EXPECT_THAT(
-        host.callsOf([&] { channel->applySetup(nodeOver(document)); }),
+        host.callsOf([&] { channel->applySetup(node); }),
         testing::EndsWith("allocateBuffers(true), App.getData, Data.notifyChannelsChanged"));
     EXPECT_EQ(place.text, L"8:0;0") << "the host would look for the other channel";
     EXPECT_TRUE(channel->isAutomaticName() && channel->isAutomaticUnit() &&
