@@ -101,13 +101,11 @@ TEST(SequenceLockedTest, NothingIsReadHalfWritten) {
         }
         done = true;
     });
-    bool whole = true;
     while (!done) {
         const auto value = latest.load();
-        whole = whole && std::count(value.begin(), value.end(), value[0]) == 19;
+        EXPECT_EQ(std::count(value.begin(), value.end(), value[0]), 19);
     }
     writer.join();
-    EXPECT_TRUE(whole);
 }
 
 }  // namespace

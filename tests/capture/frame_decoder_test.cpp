@@ -1,5 +1,7 @@
 #include "capture/frame_decoder.h"
 
+#include <span>
+
 #include "capture/packet_text.h"
 #include "tests/support/sample_frames.h"
 
@@ -13,7 +15,7 @@ struct Field {
     std::uint64_t decoded;
 };
 
-void expectFields(const Bytes& bytes, std::initializer_list<Field> fields) {
+void expectFields(const Bytes& bytes, std::span<const Field> fields) {
     for (const Field& field : fields) {
         std::uint64_t onWire = 0;
         for (std::size_t i = 0; i < field.width; ++i) {
@@ -51,28 +53,23 @@ TEST(FrameDecoderTest, EachHeaderFieldStandsAtItsPlace) {
     Parser tecmp = countingFrame({{14, 0}, {38, 0}, {39, 20}});
     ASSERT_EQ(tecmp.next(), 0);
     const CmpHeader& t = tecmp.header;
-    expectFields(tecmp.frame, {{14, 2, t.cmId},
-                               {16, 2, t.counter},
-                               {18, 1, t.version},
-                               {19, 1, t.messageType},
-                               {20, 2, t.dataType},
-                               {22, 2, t.reserved},
-                               {24, 2, t.deviceFlags},
-                               {26, 4, t.channelId},
-                               {30, 8, t.timestamp},
-                               {38, 2, t.dataLength},
-                               {40, 2, t.dataFlags}});
+    const Field tecmpFields[] = {{14, 2, t.cmId},        {16, 2, t.counter},   {18, 1, t.version},
+                                 {19, 1, t.messageType}, {20, 2, t.dataType},  {22, 2, t.reserved},
+                                 {24, 2, t.deviceFlags}, {26, 4, t.channelId}, {30, 8, t.timestamp},
+                                 {38, 2, t.dataLength},  {40, 2, t.dataFlags}};
+    expectFields(tecmp.frame, tecmpFields);
     EXPECT_FALSE(t.isAsam);
     EXPECT_EQ(tecmp.payloadAt(), 42);
 
     Parser asam = countingFrame({{18, 1}, {36, 0}, {37, 20}});
     ASSERT_EQ(asam.next(), 0);
     const CmpHeader& a = asam.header;
-    expectFields(asam.frame, {{16, 2, a.cmId},
-                              {20, 2, a.counter},
-                              {22, 8, a.timestamp},
-                              {30, 4, a.channelId},
-                              {36, 2, a.dataLength}});
+    const Field asamFields[] = {{16, 2, a.cmId},
+                                {20, 2, a.counter},
+                                {22, 8, a.timestamp},
+                                {30, 4, a.channelId},
+                                {36, 2, a.dataLength}};
+    expectFields(asam.frame, asamFields);
     EXPECT_TRUE(a.isAsam);
     EXPECT_EQ(asam.payloadAt(), 38);
 }
@@ -156,17 +153,12 @@ TEST(FrameDecoderTest, EachFieldOfAModuleStatusStandsAtItsPlace) {
     header.dataLength = 85;
     CmStatus s;
     ASSERT_EQ(decodeCmStatus(header, payload.data(), s), 0);
-    expectFields(payload, {{0, 1, s.vendorId},
-                           {1, 1, s.cmVersion},
-                           {2, 1, s.cmType},
-                           {3, 1, s.reserved},
-                           {4, 2, s.vendorDataLength},
-                           {6, 2, s.cmId},
-                           {8, 4, s.serialNumber},
-                           {12, 1, s.vendorData12[0]},
-                           {20, 4, s.vendorData20},
-                           {24, 8, s.vendorData24},
-                           {34, 1, s.vendorData32[2]}});
+    const Field fields[] = {
+        {0, 1, s.vendorId},      {1, 1, s.cmVersion},        {2, 1, s.cmType},
+        {3, 1, s.reserved},      {4, 2, s.vendorDataLength}, {6, 2, s.cmId},
+        {8, 4, s.serialNumber},  {12, 1, s.vendorData12[0]}, {20, 4, s.vendorData20},
+        {24, 8, s.vendorData24}, {34, 1, s.vendorData32[2]}};
+    expectFields(payload, fields);
     EXPECT_EQ(std::memcmp(s.serialText, &payload[35], 49) | s.serialText[49], 0);
     header.dataLength = 84;
     EXPECT_EQ(decodeCmStatus(header, payload.data(), s), 22);
@@ -187,13 +179,14 @@ TEST(FrameDecoderTest, RecordsOfABusStatusFollowAtTheirStride) {
             Bytes carried = payload;
             carried.resize(at + stride);
             carried.resize(at + 16);  // with zeros for what the message doesn't carry
-            expectFields(carried, {{6, 2, s.cmId},
-                                   {8, 4, s.serialNumber},
-                                   {at, 4, s.interfaceId},
-                                   {at + 4, 4, s.messageCount},
-                                   {at + 8, 4, s.errorCount},
-                                   {at + 13, 1, s.vendorData24[1]},
-                                   {at + 14, 2, s.vendorData26}});
+            const Field fields[] = {{6, 2, s.cmId},
+                                    {8, 4, s.serialNumber},
+                                    {at, 4, s.interfaceId},
+                                    {at + 4, 4, s.messageCount},
+                                    {at + 8, 4, s.errorCount},
+                                    {at + 13, 1, s.vendorData24[1]},
+                                    {at + 14, 2, s.vendorData26}};
+            expectFields(carried, fields);
         }
         EXPECT_EQ(decodeBusStatus(header, payload.data(), &offset, s), 120) << stride;
         header.dataLength = 27;
