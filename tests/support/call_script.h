@@ -42,12 +42,8 @@ class ScriptedObject {
 /// faults that a test has ordered.
 ///
 /// The objects answer as well-behaved ones do until a test orders a fault. A query for an interface
-/// isn't a call in this sense.
-///
-///     for (std::size_t number = 1; host.script.faultsMet() == number - 1; ++number) {
-///         host.script.failCall(number, HostCode::failed);  // in turn, until none is left
-///         ...
-///     }
+/// isn't a call in this sense. To have each call fail in turn, raise the number of `failCall` for
+/// as long as `faultsMet` goes up.
 ///
 /// Callable from any thread, but for `make`.
 class CallScript {

@@ -7,33 +7,6 @@
 #include "tests/support/scripted_document.h"
 #include "tests/support/scripted_object.h"
 
-class ScriptedValueItem final : public Scripted<HostValueItem> {
-  public:
-    using Scripted::Scripted;
-
-    SCRIPTED_ATTRIBUTE(Value, std::int32_t, std::int32_t)
-    SCRIPTED_ATTRIBUTE(Text, std::wstring, const wchar_t*)
-    SCRIPTED_ATTRIBUTE(Color, std::int32_t, std::int32_t)
-};
-
-class ScriptedValueList final : public Scripted<HostValueList> {
-  public:
-    using Scripted::Scripted;
-
-    SCRIPTED_COUNT(getCount, items)
-    HostResult getItem(std::int32_t position, HostValueItem** item) override {
-        return hand({"getItem", position}, item, [&] { return elementAt(items, position); });
-    }
-    SCRIPTED_OBJECT(addItem, HostValueItem, items.emplace_back(&script.make<ScriptedValueItem>()))
-    HostResult removeItem(std::int32_t position) override {
-        std::erase(items, elementAt(items, position));
-        return call({"removeItem", position});
-    }
-
-  private:
-    std::vector<ScriptedValueItem*> items;
-};
-
 class ScriptedAxisDisplay final : public Scripted<HostAxisDisplay> {
   public:
     using Scripted::Scripted;
@@ -88,20 +61,17 @@ class ScriptedArrayInfo final : public Scripted<HostArrayInfo> {
     ScriptedAxisInfo& axis = script.make<ScriptedAxisInfo>();
 };
 
+/// Has no documents.
 class ScriptedPropertySet final : public Scripted<HostPropertySet> {
   public:
     using Scripted::Scripted;
 
     HostResult getItem(const wchar_t* name, HostDocument** document) override {
-        return hand({"getItem", name}, document, [&] { return items[orEmpty(name)]; });
+        return hand({"getItem", name}, document, [] { return nullptr; });
     }
     HostResult addItem(const wchar_t* name, HostDocument** document) override {
-        return hand({"addItem", name}, document, [&] {
-            return items[orEmpty(name)] = &script.make<ScriptedDocument>(true, orEmpty(name));
-        });
+        return hand({"addItem", name}, document, [] { return nullptr; });
     }
-
-    std::map<std::wstring, ScriptedDocument*> items;
 };
 
 class ScriptedChannelExt final : public Scripted<HostChannelExt> {
@@ -118,9 +88,9 @@ class ScriptedChannelExt final : public Scripted<HostChannelExt> {
 };
 
 /// A channel with buffers of `bufferSize` samples, which are there whether they were allocated or
-/// not and grow with the sizes that a test sets. `persistSetup` keeps name, unit and colour as
-/// values of a child "OutputChannel", which also has a child "Index" with the indices as text; it
-/// does so behind the list of calls.
+/// not and grow with the sizes that a test sets. It has no value labels. `persistSetup` keeps name,
+/// unit and colour as values of a child "OutputChannel", which also has a child "Index" with the
+/// indices as text; it does so behind the list of calls.
 class ScriptedChannel final : public Scripted<HostChannel> {
   public:
     explicit ScriptedChannel(CallScript& callScript,
@@ -155,7 +125,7 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     SCRIPTED_PROPERTY(Color, std::uint32_t, std::uint32_t, color, 0)
     SCRIPTED_FLAG(Used, used)
     SCRIPTED_ATTRIBUTE(ExpectedRate, float, float)
-    SCRIPTED_OBJECT(getValueList, HostValueList, &valueList)
+    SCRIPTED_OBJECT(getValueList, HostValueList, nullptr)
     SCRIPTED_OBJECT(getPropertySet, HostPropertySet, &propertySet)
     HostResult persistSetup(HostDocument* document, HostElement* element,
                             HostBool saving) override {
@@ -265,5 +235,4 @@ class ScriptedChannel final : public Scripted<HostChannel> {
     std::vector<std::uint8_t> data;
     std::vector<double> times;
     ScriptedArrayInfo& arrayInfo = script.make<ScriptedArrayInfo>();
-    ScriptedValueList& valueList = script.make<ScriptedValueList>();
 };
