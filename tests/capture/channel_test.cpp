@@ -12,6 +12,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
+using ::testing::Pair;
 using wire::Bytes;
 constexpr auto Valid = FakeClock::Status::Valid;
 constexpr auto Wait = FakeClock::Status::Wait;
@@ -93,6 +94,24 @@ TEST_F(ChannelTest, PayloadIsTakenOnlyIfItsDataAreAllThereAndFit) {
         record.resize(5);
         EXPECT_EQ(record, head);
     }
+}
+
+TEST_F(ChannelTest, HostTimeNeverGoesBackNorDoesAFailedWriteLoseASample) {
+    queue({1, 2, 3});
+    outputOf(canBus).failAt = 1;
+    EXPECT_THROW(flush(canBus, {{Valid, 5.0}, {Valid, 9.0}}), std::runtime_error);
+    flush(canBus, {{Valid, 4.9}});
+    queue({9});
+    canBus.reset();  // drops what waits and what was handed over, but not the time
+    queue({4, 5});
+    flush(canBus, {{Valid, 1.0}});
+    canBus.resetLastTime();
+    flush(canBus, {{Valid, 1.0}});
+    std::vector<std::pair<int, double>> written;
+    for (const auto& sample : outputOf(canBus).samples) {
+        written.emplace_back(sample.bytes[0], sample.time);
+    }
+    EXPECT_THAT(written, ElementsAre(Pair(1, 5.0), Pair(2, 5.0), Pair(4, 5.0), Pair(5, 1.0)));
 }
 
 TEST_F(ChannelTest, LongQueueKeepsItsOrderAndGivesItsMemoryBack) {

@@ -75,17 +75,13 @@ TEST(FrameDecoderTest, EachHeaderFieldStandsAtItsPlace) {
 }
 
 TEST(FrameDecoderTest, FrameThatHoldsNoMessageIsRefused) {
-    const struct {
-        std::uint16_t etherType;
-        std::uint8_t dataLength;
-        std::size_t size;
-        std::int32_t result;
-    } cases[] = {{0x99FE, 8, 41, 120}, {0x99FE, 0, 42, 120}, {0x99FE, 1, 42, 22},
-                 {0x99FE, 8, 49, 22},  {0x0800, 8, 60, 22},  {0x8100, 0, 45, 120}};
-    for (const auto& row : cases) {
-        Parser parser{wire::tecmp(0x41, 3, {{0, 0, Bytes(row.dataLength)}}, row.etherType)};
-        parser.frame.resize(row.size);
-        EXPECT_EQ(parser.next(), row.result) << row.etherType << ", " << row.size << " bytes";
+    const std::tuple<std::uint16_t, std::size_t, std::size_t, std::int32_t> cases[] = {
+        {0x99FE, 8, 41, 120}, {0x99FE, 0, 42, 120}, {0x99FE, 1, 42, 22},
+        {0x99FE, 8, 49, 22},  {0x0800, 8, 60, 22},  {0x8100, 0, 45, 120}};
+    for (const auto& [etherType, dataLength, size, result] : cases) {
+        Parser parser{wire::tecmp(0x41, 3, {{0, 0, Bytes(dataLength)}}, etherType)};
+        parser.frame.resize(size);
+        EXPECT_EQ(parser.next(), result) << etherType << ", " << size << " bytes";
     }
 }
 
