@@ -151,6 +151,7 @@ TEST_F(SoftSyncRun, ConvertsToWithinAMicrosecondAtAnyRateAlsoInTheNextMeasuremen
 }
 
 TEST_F(SoftSyncRun, JumpOfASecondBeginsTheFitAgainAndItemsOfBothSidesGetTheirTimes) {
+    host.data.historyDepth = 10000;
     begin();
     for (const double step : {0.9, 1.1, -1.1, -5.0, 60.0, -60.0, 2e9}) {
         run(10.0);
@@ -165,6 +166,8 @@ TEST_F(SoftSyncRun, JumpOfASecondBeginsTheFitAgainAndItemsOfBothSidesGetTheirTim
             EXPECT_EQ(result.status, Valid) << step;
             EXPECT_NEAR(result.time, due, accuracy) << step;
             EXPECT_LT(errorAt(0.2 * tick), accuracy) << step;
+            run(0.5);
+            EXPECT_NEAR(clock->GetTime(before).time, due, accuracy) << step;
         }
         run(1.5);
         EXPECT_LT(errorAt(0.0), accuracy) << step;
