@@ -55,9 +55,10 @@ TEST_F(PacketReaderTest, WhatCameInIsSeenBeforeThePassEnds) {
         seen.push_back(arrived());
         counter.count += 1;  // a millisecond, half of the longest burst
     };
-    Bytes foreign = frame(4);
-    foreign[13] = 0xFF;
-    read({frame(1), frame(2), frame(3), foreign, wire::tecmp(0x41, 3, {}, 0x20FE)});
+    const Bytes other = wire::tecmp(0x41, 3, {{0x10, 4, wire::can(4, {})}}, 0x2090);
+    Bytes nearly = frame(5);
+    nearly[13] = 0xFF;
+    read({frame(1), frame(2), frame(3), other, nearly});
     EXPECT_THAT(seen, ElementsAre(ElementsAre(), ElementsAre(), ElementsAre(1, 2), ElementsAre(),
                                   ElementsAre(3), ElementsAre()));
 }
