@@ -4,6 +4,7 @@ import os
 import tempfile
 import unittest
 from pathlib import Path
+from subprocess import PIPE
 
 import lab
 import traffic
@@ -33,6 +34,19 @@ class Case(unittest.TestCase):
     def path(self, name):
         """A file of this test's own in the scratch folder."""
         return self.scratch / f"{self._testMethodName}-{name}"
+
+    def add_link(self, name, up=True):
+        """A link between late0 here and far0 where the modules are, for example; at the end of the test it goes."""
+        lab.add_link(name, name.replace("late", "far"))
+        if up:
+            lab.ip(f"link set {name} up")
+        self.addCleanup(lab.call, ["ip", "link", "del", name])  # it may be gone already
+
+    def start(self, command, **options):
+        """A program that runs until it ends or the test does."""
+        process = lab.spawn([str(word) for word in command], stdout=PIPE, stderr=PIPE, **options)
+        self.addCleanup(lab.end, process)
+        return process
 
     def expect(self, code, *arguments, **options):
         """Runs cmp-station to its end; returns its output and its messages."""
