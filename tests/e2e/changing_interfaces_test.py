@@ -19,9 +19,9 @@ class ChangingInterfaces(Case):
     def setUp(self):
         self.told = self.path("told")
 
-    def capture(self, *options, **more):
+    def capture(self, *options):
         with self.told.open("w") as told:
-            self.station = lab.Station(FRONT, "--quiet", *options, stderr=told, **more)
+            self.station = lab.Station(FRONT, "--quiet", *options, stderr=told)
 
     def stop_process(self):
         self.station.process.send_signal(signal.SIGSTOP)
@@ -148,8 +148,7 @@ class ChangingInterfaces(Case):
 
     def test_a_stop_of_the_process_loses_nothing_and_many_interfaces_take_little_memory(self):
         for rate in (RATE, 30 * RATE):
-            recording = self.path(f"{rate}.pcapng")
-            self.capture(record=[recording])
+            self.capture()
             simulator = lab.start_simulator(MODULE, "--rate", rate, "--length", 64, "--duration", 4)
             time.sleep(1.5)
             for _ in range(3):
@@ -162,10 +161,7 @@ class ChangingInterfaces(Case):
             time.sleep(0.5)
             report, _ = self.station.stop()
             self.assertEqual(report["droppedFrames"], 0)
-            rows = self.expect_complete(sent, report, recording)
-            # By when each frame was received, and not read.
-            self.assertEqual(traffic.time_differences(sent, traffic.names_of(report), rows, rate,
-                                                      traffic.fitted(sent)), [])
+            self.assertEqual(traffic.count_differences(sent, report), [])
             self.assertLess(int(status.split("RssFile:")[1].split()[0]) * 1024, MEGABYTES * 1_000_000)
 
 

@@ -1,12 +1,15 @@
-"""What is lost, and counted, before messages reach their channels."""
+"""What is lost and counted before messages reach their channels, and when frames came in."""
 
 import signal
+import sys
 import time
 
 import lab
 import setups
 import traffic
 from case import CAN, FRONT, RATE, Case, main
+
+LIVE_PORT = sys.argv.pop(1)
 
 
 class Losses(Case):
@@ -62,6 +65,9 @@ class Losses(Case):
         report, errors = silent.stop(code=1)
         self.assertIn('the measurement never began: "Leads"', errors)
         self.assertEqual(report["lostMessages"], sum(channel["notPlaced"] for channel in report["channels"]))
+
+    def test_frames_are_stamped_on_receipt(self):
+        self.assertEqual(lab.call([LIVE_PORT])[0], 0)
 
 
 if __name__ == "__main__":
