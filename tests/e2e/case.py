@@ -3,6 +3,7 @@
 import os
 import tempfile
 import unittest
+from collections import defaultdict
 from pathlib import Path
 from subprocess import PIPE
 
@@ -53,6 +54,14 @@ class Case(unittest.TestCase):
         returned, output, errors = lab.call([lab.STATION, *map(str, arguments)], **options)
         self.assertEqual(returned, code, errors)
         return output, errors
+
+    def expect_no_gap(self, rows):
+        """Of each channel there are the first message and those behind it, once and in order."""
+        numbers = defaultdict(list)
+        for row in rows:
+            numbers[row.name].append(int.from_bytes(row.data[:4], "little"))
+        for there in numbers.values():
+            self.assertEqual(there, list(range(len(there))))
 
     def expect_complete(self, sent, report, recording):
         """All that was sent was counted and is in the recording, once and in order; returns the latter's rows."""

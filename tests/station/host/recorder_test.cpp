@@ -27,10 +27,7 @@ class Recorders : public testing::Test {
     }
     /// A CAN channel in use.
     CountedRef<StationChannel> mount() {
-        const std::int32_t index = 0;
-        CountedRef<HostChannel> mounted;
-        host->channels().mountChannels(L"{id}", 1, &index, mounted.out());
-        const auto channel = host->channels().all().back();
+        const auto channel = mountChannel(*host);
         channel->setDataType(14);
         channel->setAsync(hostTrue);
         channel->setUsed(hostTrue);
@@ -111,14 +108,10 @@ TEST_F(Recorders, UtcGoesOnAcrossPartsAndNeverBack) {
 TEST_F(Recorders, WhatThePluginLostIsToldOncePerChannelWithItsReasons) {
     const auto channel = mount();
     recorder.addChannels({});
-    ChannelStatistics lossless{.output = channel->indices().back(), .queued = 9, .delivered = 5};
-    lossless.beforeStart = 3;
-    lossless.afterEnd = 1;
+    const std::int32_t output = channel->indices().back();
+    const ChannelStatistics lossless{.output = output, .beforeStart = 3, .afterEnd = 1};
     EXPECT_THAT(recorder.takeCounts({lossless}), IsEmpty());
-    ChannelStatistics lossy = lossless;
-    lossy.tooOld = 2;
-    lossy.tooNew = 3;
-    lossy.notPlaced = 4;
+    ChannelStatistics lossy{.output = output, .tooOld = 2, .tooNew = 3, .notPlaced = 4};
     lossy.leftQueued = 5;
     lossy.noOutput = 6;
     ChannelStatistics other = lossy;
