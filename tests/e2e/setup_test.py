@@ -88,7 +88,7 @@ class Setups(Case):
         text = path.read_text()
         for words, told in (
             (["add", path, "--type", "CAN box"], "LIN combo, CAN combo, NeoviFire3"),
-            (["add", path, "--type", "CAN combo", "--config-id", "5"], "both listen to CM ID 0x45; give them different ConfigIds"),
+            (["add", path, "--type", "CAN combo", "--config-id", "5"], "both listen to CM ID 0x45"),
             (["set", path, "Front", "--config-id", "16"], "no ConfigId 16 for a CAN combo; there are 0 to 15"),
             (["set", path, "Side", "--name", "a"], '1 "Front", 2 "Doors", 3 "Rear"'),
             (["set", path, "4", "--name", "a"], '3 "Rear"'),
