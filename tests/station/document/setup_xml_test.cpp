@@ -93,7 +93,8 @@ TEST(SetupXml, DamageIsToldWithItsPlaceAndCause) {
     const std::string start = "<Setup version='1'>\n";
     const std::string end = "</Setup>";
     const std::string nul(1, '\0');
-    const std::string many = fmt::format("{}", fmt::join(std::vector<std::string_view>(mostSetupNodes, "<a/>"), ""));
+    const std::string many =
+        fmt::format("{}", fmt::join(std::vector<std::string_view>(mostSetupNodes, "<a/>"), ""));
     const std::vector<Case> cases = {
         {"", 1, 1, "empty"},
         {" \n", 2, 1, "no element"},
