@@ -72,25 +72,6 @@ std::uint32_t Plugin::release() {
     return outer->release();
 }
 
-HostResult Plugin::getTypeInfoCount(std::uint32_t* count) {
-    *count = 0;
-    return HostCode::success;
-}
-
-HostResult Plugin::getTypeInfo(std::uint32_t, std::uint32_t, HostObject**) {
-    return HostCode::notImplemented;
-}
-
-HostResult Plugin::getIdsOfNames(const wchar_t* const*, std::uint32_t, std::uint32_t,
-                                 std::int32_t*) {
-    return HostCode::notImplemented;
-}
-
-HostResult Plugin::invoke(std::int32_t, std::uint32_t, std::uint16_t, const HostVariant*,
-                          std::uint32_t, HostVariant*) {
-    return HostCode::notImplemented;
-}
-
 /// What is connected when the version is refused stays so: the host then only lets go of the
 /// object.
 HostResult Plugin::onConnectHost(HostApp* hostApp) {
@@ -192,21 +173,6 @@ bool Plugin::hasActiveChannels() {
     return inputManager.hasActiveChannels() || outputFactory.hasActiveChannels();
 }
 
-HostResult Plugin::position14(void*, std::uint16_t* answer) {
-    *answer = 1;
-    return HostCode::success;
-}
-
-HostResult Plugin::position17(std::uint16_t* answer) {
-    *answer = 1;
-    return HostCode::success;
-}
-
-HostResult Plugin::position29(std::int32_t* answer) {
-    *answer = 7;
-    return HostCode::success;
-}
-
 HostResult Plugin::position32(std::uint16_t* hasMaster) {
     *hasMaster = core.syncManager.HasMaster() ? 1 : 0;
     return HostCode::success;
@@ -214,10 +180,5 @@ HostResult Plugin::position32(std::uint16_t* hasMaster) {
 
 HostResult Plugin::position33(std::uint32_t* low, std::uint32_t* high) {
     core.syncManager.GetMasterSampleCount(*low, *high);
-    return HostCode::success;
-}
-
-HostResult Plugin::position38(void*, std::uint16_t* answer) {
-    *answer = 1;
     return HostCode::success;
 }

@@ -5,7 +5,7 @@
 #include "host/counted_ref.h"
 #include "host/host_app.h"
 #include "host/host_plugin_group.h"
-#include "host/plugin.h"
+#include "host/plugin_positions.h"
 #include "plugin/capture_facts.h"
 #include "plugin/cmp_plugin_core.h"
 #include "plugin/counted_object.h"
@@ -20,7 +20,9 @@
 /// in its middle goes to the host as it is.
 ///
 /// The object may be a part of another one (`outer`), whose count and interfaces then are its own.
-class Plugin final : public IPlugin3, public IPlugin4, private CountedObject {
+class Plugin final : public PluginPositions,
+                     public WithoutLateBinding<IPlugin4>,
+                     private CountedObject {
   public:
     /// A new object with one reference, of its own network and clock. `outer` is null or outlives
     /// it. The result answers for the object itself also where it is a part of another.
@@ -33,14 +35,6 @@ class Plugin final : public IPlugin3, public IPlugin4, private CountedObject {
     std::uint32_t addRef() override;
     std::uint32_t release() override;
 
-    HostResult getTypeInfoCount(std::uint32_t* count) override;
-    HostResult getTypeInfo(std::uint32_t index, std::uint32_t locale, HostObject** info) override;
-    HostResult getIdsOfNames(const wchar_t* const* names, std::uint32_t count, std::uint32_t locale,
-                             std::int32_t* ids) override;
-    HostResult invoke(std::int32_t operationId, std::uint32_t locale, std::uint16_t flags,
-                      const HostVariant* arguments, std::uint32_t count,
-                      HostVariant* result) override;
-
     HostResult onConnectHost(HostApp* hostApp) override;
     HostResult onStartAcquisition() override;
     HostResult onPrepareAcquisition() override;
@@ -48,39 +42,8 @@ class Plugin final : public IPlugin3, public IPlugin4, private CountedObject {
     HostResult onClearSetup() override;
     HostResult onDisconnectChannels() override;
 
-    HostResult position3() override { return HostCode::success; }
-    HostResult position5() override { return HostCode::success; }
-    HostResult position7() override { return HostCode::success; }
-    HostResult position8() override { return HostCode::success; }
-    HostResult position9() override { return HostCode::success; }
-    HostResult position10() override { return HostCode::success; }
-    HostResult position11() override { return HostCode::success; }
-    HostResult position14(void* untouched, std::uint16_t* answer) override;
-    HostResult position15() override { return HostCode::success; }
-    HostResult position16() override { return HostCode::success; }
-    HostResult position17(std::uint16_t* answer) override;
-    HostResult position18() override { return HostCode::success; }
-    HostResult position19() override { return HostCode::success; }
-    HostResult position20() override { return onStartAcquisition(); }
-    HostResult position21() override { return HostCode::success; }
-    HostResult position22() override { return HostCode::success; }
-    HostResult position23() override { return HostCode::success; }
-    HostResult position24() override { return HostCode::success; }
-    HostResult position25() override { return HostCode::success; }
-    HostResult position26() override { return HostCode::success; }
-    HostResult position27() override { return HostCode::success; }
-    HostResult position28() override { return HostCode::success; }
-    HostResult position29(std::int32_t* answer) override;
-    HostResult position30() override { return onGetData(); }
-    HostResult position31() override { return HostCode::success; }
     HostResult position32(std::uint16_t* hasMaster) override;
     HostResult position33(std::uint32_t* low, std::uint32_t* high) override;
-    HostResult position34() override { return HostCode::success; }
-    HostResult position35() override { return HostCode::success; }
-    HostResult position36() override { return HostCode::success; }
-    HostResult position37() override { return HostCode::success; }
-    HostResult position38(void* untouched, std::uint16_t* answer) override;
-    HostResult position39() override { return HostCode::success; }
 
     HostResult onEvent(std::int32_t event, const HostVariant& input, HostVariant* result) override;
 

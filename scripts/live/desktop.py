@@ -3,7 +3,7 @@
 import json
 import os
 import signal
-from subprocess import DEVNULL, PIPE
+from subprocess import PIPE
 
 import lab
 import setups
@@ -21,17 +21,12 @@ class Desktop(lab.Station):
         command += map(str, options)
         variables = {**os.environ, "QT_QPA_PLATFORM": "offscreen", "QT_LOGGING_RULES": "*=false"}
         if display:
-            variables.update(QT_QPA_PLATFORM="xcb", DISPLAY=self.open_display())
+            self.screen, name = lab.start_display()
+            variables.update(QT_QPA_PLATFORM="xcb", DISPLAY=name)
         self.process = lab.spawn(command, stdout=PIPE, stderr=PIPE, env=variables)
         lab.wait_until(lambda: self.process.poll() is not None or self.is_capturing(), "it measures")
         if self.process.poll() is not None:
             raise lab.Failure(f"gui-user ended with {self.process.returncode}: {self.finish()}")
-
-    def open_display(self):
-        """A screen in memory, which goes with this process."""
-        self.screen = lab.spawn(["Xvfb", "-displayfd", "1", "-screen", "0", "1600x1000x24"], stdout=PIPE,
-                                stderr=DEVNULL)
-        return f":{self.screen.stdout.readline().strip()}"
 
     def stop(self, code=0, number=signal.SIGINT):
         """Closes the window; returns what `gui-user` prints, and its messages."""

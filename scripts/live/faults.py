@@ -21,8 +21,8 @@ import setups
 import soak
 
 LINKS = 8
-SMALL = 2  # MiB; of the disk that gets full
-FROZEN = 64  # MiB; of the disk that is frozen
+SMALL = "2M"  # of the disk that gets full
+FROZEN = "64M"  # of the disk that is frozen
 
 
 class Module(soak.Module):
@@ -59,26 +59,6 @@ class Trouble:
             self.end()
 
 
-def make_disk(folder, kind):
-    """A file system of its own, which is frozen or fills up without touching the machine's."""
-    disk = folder / kind
-    disk.mkdir()
-    if kind == "small":
-        command = ["mount", "-t", "tmpfs", "-o", f"size={SMALL}m", "none", disk]
-    else:
-        image = folder / "image"
-        with image.open("wb") as file:
-            file.truncate(FROZEN << 20)
-        subprocess.run(["mkfs.ext4", "-q", image], check=True)
-        command = ["mount", "-o", "loop", image, disk]
-    subprocess.run(command, check=True)
-    return disk
-
-
-def freeze(disk, how):
-    subprocess.run(["fsfreeze", f"--{how}", disk], check=True)
-
-
 def is_captured(interface):
     index = socket.if_nametoindex(interface)
     return any(line.split()[4] == str(index) for line in Path("/proc/net/packet").read_text().splitlines()[1:])
@@ -98,14 +78,12 @@ class Link:
         self.is_there = False
         self.module = self.draw.choice(silent)
         self.module.held = True
-        subprocess.run(["ip", "link", "del", self.name()], check=True)
+        lab.ip(f"link del {self.name()}")
         return True
 
     def make_again(self):
-        for words in (["link", "add", self.name(), "type", "veth", "peer", "name", self.module.interface, "netns",
-                       "modules"], ["link", "set", self.name(), "up"],
-                      ["-n", "modules", "link", "set", self.module.interface, "up"]):
-            subprocess.run(["ip", *words], check=True)
+        lab.add_link(self.name(), self.module.interface)
+        lab.ip(f"link set {self.name()} up")
         self.is_there = True
 
     def release(self):
@@ -123,19 +101,18 @@ def run(folder, seconds, seed):
     modules[-1].type, modules[-1].config_id = modules[-4].type, modules[-4].config_id  # one CM ID twice
     setup = folder / "faults.xml"
     setups.make_measured(setup, [f"{m.type}:{m.config_id}:{m.name}" for m in modules[:-1]])
-    frozen, small = make_disk(folder, "frozen"), make_disk(folder, "small")
+    frozen, small = lab.mount(folder / "frozen", FROZEN, "ext4"), lab.mount(folder / "small", SMALL)
     terminal, link = lab.Terminal(), Link(draw, modules[1:])
     with contextlib.ExitStack() as stack:
         for disk in (frozen, small):
-            stack.callback(subprocess.run, ["umount", "--lazy", disk], check=True)
+            stack.callback(lab.run, "umount", "--lazy", disk)
         station = lab.Station(setup=setup, record=[frozen / "a.pcapng", small / "b.log"], stderr=terminal.its)
         stack.callback(lab.end, station.process)
         process = station.process
         troubles = {
             "stops of the process": Trouble(draw, 8, (0.3, 0.3), lambda: process.send_signal(signal.SIGSTOP),
                                             lambda: process.send_signal(signal.SIGCONT)),
-            "frozen disks": Trouble(draw, 20, (1, 10), lambda: freeze(frozen, "freeze"),
-                                    lambda: freeze(frozen, "unfreeze")),
+            "frozen disks": Trouble(draw, 20, (1, 10), lambda: lab.freeze(frozen), lambda: lab.thaw(frozen)),
             "stops of the terminal": Trouble(draw, 20, (1, 10), terminal.stop, terminal.read),
             "links made again": Trouble(draw, 10, (0.1, 3), link.take_away, link.make_again),
         }
@@ -155,10 +132,9 @@ def run(folder, seconds, seed):
             trouble.undo()
         station.settle()
         if draw.random() < 0.5:  # the end comes when the disk doesn't answer
-            freeze(frozen, "freeze")
-            process.send_signal(signal.SIGTERM)
-            time.sleep(3)
-            freeze(frozen, "unfreeze")
+            with lab.frozen(frozen):
+                process.send_signal(signal.SIGTERM)
+                time.sleep(3)
         code, report, _ = station.stop_with_any_code()
         terminal.read()
         files = {recording["path"]: count_records(recording["path"]) for recording in report.get("recordings", [])}

@@ -56,6 +56,11 @@ def prepare(links=1):
     os.environ["XDG_DATA_HOME"] = "/run/home/.local/share"
 
 
+def with_store(folder):
+    """Variables of a program for which the plug-ins of all users are registered there."""
+    return {**os.environ, "KESTROVA_REGISTRY": str(folder)}
+
+
 def register(folder):
     """Registers the plug-in for this user; from now on nothing else is found."""
     os.environ["KESTROVA_REGISTRY"] = str(folder)
@@ -96,6 +101,65 @@ def wait_until(condition, what):
         if time.monotonic() > end:
             raise Failure(f"waited in vain until {what}")
         time.sleep(0.01)
+
+
+def wait_until_loaded(process, *libraries):
+    """Waits until it has these; it may also end."""
+    maps = Path(f"/proc/{process.pid}/maps")
+    wait_until(lambda: process.poll() is not None or all(name in maps.read_text() for name in libraries),
+               f"{', '.join(libraries)} are loaded")
+
+
+def run(*command):
+    """Runs a tool of the system, which must succeed."""
+    subprocess.run([str(word) for word in command], check=True)
+
+
+def ip(words):
+    run("ip", *words.split())
+
+
+def add_link(name, peer):
+    """A veth pair: `name` here, still down, and its peer where the modules are."""
+    ip(f"link add {name} type veth peer name {peer} netns modules")
+    ip(f"-n modules link set {peer} up")
+
+
+def mount(disk, size, kind="tmpfs"):
+    """A file system of its own, "tmpfs" or "ext4", which fills up or is frozen without touching the machine's."""
+    disk.mkdir()
+    if kind == "tmpfs":
+        run("mount", "-t", kind, "-o", f"size={size}", "none", disk)
+    else:
+        image = disk.with_suffix(".image")
+        run("truncate", "-s", size, image)
+        run(f"mkfs.{kind}", "-q", image)
+        run("mount", "-o", "loop", image, disk)
+    return disk
+
+
+def freeze(disk):
+    run("fsfreeze", "--freeze", disk)
+
+
+def thaw(disk):
+    run("fsfreeze", "--unfreeze", disk)
+
+
+@contextlib.contextmanager
+def frozen(disk):
+    freeze(disk)
+    try:
+        yield
+    finally:
+        thaw(disk)
+
+
+def start_display():
+    """A screen in memory: its process, and its name."""
+    screen = spawn(["Xvfb", "-ac", "-displayfd", "1", "-screen", "0", "1600x1000x24"], stdout=subprocess.PIPE,
+                   stderr=subprocess.DEVNULL)
+    return screen, f":{screen.stdout.readline().strip()}"
 
 
 def start_simulator(modules, *options, interface="sim0"):

@@ -25,7 +25,7 @@ struct Module {
     std::string type;
     std::uint16_t configId = 0;
     std::uint16_t cmId = 0;
-    std::string serial;
+    std::string serial = {};
     bool connected = false;
     std::optional<ClockStatistics> clock = {};  ///< how it follows the host's, where that is known
     std::vector<Channel> channels = {};

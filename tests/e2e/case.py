@@ -3,7 +3,9 @@
 import os
 import tempfile
 import unittest
+from collections import defaultdict
 from pathlib import Path
+from subprocess import PIPE
 
 import lab
 import traffic
@@ -34,11 +36,32 @@ class Case(unittest.TestCase):
         """A file of this test's own in the scratch folder."""
         return self.scratch / f"{self._testMethodName}-{name}"
 
+    def add_link(self, name, up=True):
+        """A link between late0 here and far0 where the modules are, for example; at the end of the test it goes."""
+        lab.add_link(name, name.replace("late", "far"))
+        if up:
+            lab.ip(f"link set {name} up")
+        self.addCleanup(lab.call, ["ip", "link", "del", name])  # it may be gone already
+
+    def start(self, command, **options):
+        """A program that runs until it ends or the test does."""
+        process = lab.spawn([str(word) for word in command], stdout=PIPE, stderr=PIPE, **options)
+        self.addCleanup(lab.end, process)
+        return process
+
     def expect(self, code, *arguments, **options):
         """Runs cmp-station to its end; returns its output and its messages."""
         returned, output, errors = lab.call([lab.STATION, *map(str, arguments)], **options)
         self.assertEqual(returned, code, errors)
         return output, errors
+
+    def expect_no_gap(self, rows):
+        """Of each channel there are the first message and those behind it, once and in order."""
+        numbers = defaultdict(list)
+        for row in rows:
+            numbers[row.name].append(int.from_bytes(row.data[:4], "little"))
+        for there in numbers.values():
+            self.assertEqual(there, list(range(len(there))))
 
     def expect_complete(self, sent, report, recording):
         """All that was sent was counted and is in the recording, once and in order; returns the latter's rows."""

@@ -1,8 +1,8 @@
-"""Interfaces that come, go and repeat each other while the station captures, and stops of it."""
+"""Many interfaces, which come, go, repeat each other and begin to carry frames, and stops of the station."""
 
+import functools
 import resource
 import signal
-import subprocess
 import time
 from pathlib import Path
 
@@ -14,24 +14,38 @@ MODULE = ["CAN combo:5,channels=1"]
 STOP = 0.3  # seconds; what a busy machine may do to a process
 LINKS = 39
 MEGABYTES = 225  # with these and the loopback, one of them busy; all but the heap, which sanitizers blow up
+NARROW, WIDE = 3, 32  # MiB of ring on an interface without modules' frames and on one with them
+BUSY = range(2, 10)
+GOING = range(10, 15)  # taken away
+# Seconds after they began. Growing takes some 50 ms: before, meanwhile and after, and one that has carried much.
+AGES = [0, 0.02, 0.04, 0.06, 1]
 
 
-def ip(words):
-    subprocess.run(["ip", *words.split()], check=True)
+def ring_memory(station):
+    """MiB of receive rings in the process."""
+    maps = Path(f"/proc/{station.process.pid}/maps").read_text().splitlines()
+    areas = [line.split()[0].split("-") for line in maps if "socket:" in line]
+    return sum(int(end, 16) - int(start, 16) for start, end in areas) >> 20
 
 
-def add_link(name, peer):
-    ip(f"link add {name} type veth peer name {peer} netns modules")
-    ip(f"-n modules link set {peer} up")
+def is_receiving(link):
+    devices = Path("/proc/self/net/dev").read_text().splitlines()
+    return any(int(line.split()[1]) > 0 for line in devices if f"veth{link}:" in line)
 
 
 class ChangingInterfaces(Case):
     def setUp(self):
         self.told = self.path("told")
 
-    def start(self, *options):
+    def capture(self, *options):
         with self.told.open("w") as told:
             self.station = lab.Station(FRONT, "--quiet", *options, stderr=told)
+
+    def stop_process(self):
+        self.station.process.send_signal(signal.SIGSTOP)
+
+    def continue_process(self):
+        self.station.process.send_signal(signal.SIGCONT)
 
     def wait_for(self, text):
         lab.wait_until(lambda: text in self.told.read_text(), f'"{text}" is told')
@@ -52,47 +66,42 @@ class ChangingInterfaces(Case):
         return report
 
     def test_what_appears_comes_up_or_is_made_again_is_captured_from_then_on(self):
-        add_link("late0", "far0")
-        self.addCleanup(ip, "link del late0")
-        self.start()
+        self.add_link("late0", up=False)
+        self.capture()
         self.wait_for("late0: That device is not up")
-        ip("link set late0 up")
+        lab.ip("link set late0 up")
         self.wait_for("interface late0 is captured from now on")
         open_files = Path(f"/proc/{self.station.process.pid}/fd")
         before = len(list(open_files.iterdir()))
         for times in (1, 2):
-            add_link("late1", "far1")
-            ip("link set late1 up")
+            self.add_link("late1")
             lab.wait_until(lambda: self.told.read_text().count("late1 is captured from now on") == times, "it is told")
             if times == 1:
-                ip("link del late1")
+                lab.ip("link del late1")
                 self.wait_for("interface late1 went away")
                 lab.wait_until(lambda: len(list(open_files.iterdir())) <= before, "it is closed")
-        self.addCleanup(ip, "link del late1")
         self.expect_all_of("far0", "far1", "sim0")
 
     def test_what_waits_when_an_interface_goes_away_is_read(self):
-        for start_first in (False, True):
-            if start_first:
-                self.start()
-            add_link("late3", "far3")
-            ip("link set late3 up")
-            if start_first:
+        for is_late in (False, True):
+            if is_late:
+                self.capture()
+            self.add_link("late3")
+            if is_late:
                 self.wait_for("interface late3 is captured from now on")
             else:
-                self.start()
+                self.capture()
             sent = [self.send("far3")]
-            self.station.process.send_signal(signal.SIGSTOP)
+            self.stop_process()
             sent += [self.send("far3")]
-            ip("link del late3")
-            self.station.process.send_signal(signal.SIGCONT)
+            lab.ip("link del late3")
+            self.continue_process()
             self.wait_for("interface late3 went away")
             time.sleep(0.5)
             self.stop_having_all(sent)
 
     def test_dump_tells_what_was_dropped_and_ends_when_its_interface_goes_away(self):
-        add_link("late4", "far4")
-        ip("link set late4 up")
+        self.add_link("late4")
         with self.path("out").open("w") as out, self.told.open("w") as told:
             dump = lab.spawn([lab.STATION, "dump", "--interface", "late4"], stdout=out, stderr=told)
         self.addCleanup(lab.end, dump)
@@ -105,7 +114,7 @@ class ChangingInterfaces(Case):
             time.sleep(0.8)
         dump.send_signal(signal.SIGSTOP)
         sent = lab.simulate(MODULE, "--rate", 200, "--duration", 4, interface="far4")
-        ip("link del late4")
+        lab.ip("link del late4")
         dump.send_signal(signal.SIGCONT)
         self.assertEqual(dump.wait(lab.PATIENCE), 1)
         dropped, gone = self.told.read_text().splitlines()
@@ -114,60 +123,56 @@ class ChangingInterfaces(Case):
         self.assertEqual(printed() - before + int(dropped.split()[1]), sent["frames"])
 
     def test_what_cannot_be_opened_is_tried_again(self):
-        self.start()
+        self.capture()
         process = self.station.process.pid
         highest = max(int(path.name) for path in Path(f"/proc/{process}/fd").iterdir())
         before = resource.prlimit(process, resource.RLIMIT_NOFILE)
         resource.prlimit(process, resource.RLIMIT_NOFILE, (highest + 2, before[1]))  # one more file
-        add_link("late2", "far2")
-        self.addCleanup(ip, "link del late2")
-        ip("link set late2 up")
+        self.add_link("late2")
         self.wait_for("late2: ")
         resource.prlimit(process, resource.RLIMIT_NOFILE, before)
         self.wait_for("interface late2 is captured from now on")
         self.expect_all_of("far2")
 
     def test_what_only_repeats_others_is_left_out(self):
-        ip("link add bridge0 type bridge")
-        self.addCleanup(ip, "link del bridge0")
-        ip("link set bridge0 up")
-        ip("link set veth0 master bridge0")
-        ip("link add link veth1 name upper1 type macvlan mode bridge")
-        self.addCleanup(ip, "link del upper1")
-        ip("link set upper1 up")
-        self.start()
+        lab.ip("link add bridge0 type bridge")
+        self.addCleanup(lab.ip, "link del bridge0")
+        lab.ip("link set bridge0 up")
+        lab.ip("link set veth0 master bridge0")
+        lab.ip("link add link veth1 name upper1 type macvlan mode bridge")
+        self.addCleanup(lab.ip, "link del upper1")
+        lab.ip("link set upper1 up")
+        self.capture()
         told = self.expect_all_of("sim0", "sim1")
         self.assertIn("interface bridge0 is left out, as it only repeats veth0", told)
         self.assertIn("interface upper1 is left out, as it only repeats veth1", told)
 
-        self.start("--interface", "bridge0")  # what is named is captured on, and nothing else
-        lab.simulate(MODULE, "--rate", 10, "--duration", 1, interface="sim1")
+        self.capture("--interface", "bridge0")  # what is named is captured on, and nothing else
+        self.send("sim1")
         self.assertEqual(self.expect_all_of("sim0"), [])
 
-        self.start("--interface", "late5")  # is waited for
+        self.capture("--interface", "veth0", "--interface", "late5")  # is waited for
         self.wait_for("there is no interface late5; it is captured when it appears")
-        add_link("late5", "far5")
-        self.addCleanup(ip, "link del late5")
-        ip("link set late5 up")
+        self.add_link("late5")
         self.wait_for("interface late5 is captured from now on")
-        lab.simulate(MODULE, "--rate", 10, "--duration", 1)
-        self.expect_all_of("far5")
+        self.send("sim1")
+        self.expect_all_of("far5", "sim0")
 
-        ip("link set veth0 nomaster")
-        self.start()
-        ip("link set veth0 master bridge0")
+        lab.ip("link set veth0 nomaster")
+        self.capture()
+        lab.ip("link set veth0 master bridge0")
         self.wait_for("interface bridge0 is left out")
         self.expect_all_of("sim0")
 
     def test_a_stop_of_the_process_loses_nothing_and_many_interfaces_take_little_memory(self):
         for rate in (RATE, 30 * RATE):
-            self.start()
+            self.capture()
             simulator = lab.start_simulator(MODULE, "--rate", rate, "--length", 64, "--duration", 4)
             time.sleep(1.5)
             for _ in range(3):
-                self.station.process.send_signal(signal.SIGSTOP)
+                self.stop_process()
                 time.sleep(STOP)
-                self.station.process.send_signal(signal.SIGCONT)
+                self.continue_process()
                 time.sleep(STOP)
             status = Path(f"/proc/{self.station.process.pid}/status").read_text()
             sent = lab.finish_simulator(simulator)
@@ -176,6 +181,33 @@ class ChangingInterfaces(Case):
             self.assertEqual(report["droppedFrames"], 0)
             self.assertEqual(traffic.count_differences(sent, report), [])
             self.assertLess(int(status.split("RssFile:")[1].split()[0]) * 1024, MEGABYTES * 1_000_000)
+
+    def test_links_that_begin_at_once_lose_nothing_and_silent_ones_stay_small(self):
+        recording = self.path("a.pcapng")
+        station = lab.Station([f"CAN combo:{link + 1}:Module {link}" for link in (*BUSY, *GOING)], record=[recording])
+        self.assertEqual(ring_memory(station), WIDE + LINKS * NARROW)  # the first is the loopback's
+        going, busy = ([lab.start_simulator([f"CAN combo:{link + 1},channels=2"], "--rate", RATE, "--duration", seconds,
+                                            interface=f"sim{link}") for link in links]
+                       for links, seconds in ((GOING, 60), (BUSY, 3)))
+        for link, age in zip(GOING, AGES):
+            lab.wait_until(functools.partial(is_receiving, link), "there are frames")
+            time.sleep(age)
+            lab.ip(f"link del veth{link}")
+        for simulator in going:
+            lab.finish_simulator(simulator, code=1)
+        sent = {"modules": [module for simulator in busy for module in lab.finish_simulator(simulator)["modules"]]}
+        station.settle()
+        # On a busy machine some end before it is their turn to get a wide ring.
+        least = 2 * WIDE + (LINKS - 1) * NARROW
+        whole = [least + more * (WIDE - NARROW) for more in range(len(BUSY) + len(GOING))]
+        lab.wait_until(lambda: ring_memory(station) in whole, "those with modules have wide rings, and no others")
+        report, _ = station.stop()
+        rows = {False: [], True: []}
+        for row in traffic.read_with_tshark(recording):
+            rows[int(row.name.split()[1]) in BUSY].append(row)
+        self.assertEqual(traffic.row_differences(sent, traffic.names_of(report), rows[True]), [])
+        self.assertGreater(len(rows[False]), 0)
+        self.expect_no_gap(rows[False])
 
 
 if __name__ == "__main__":

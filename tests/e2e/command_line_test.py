@@ -1,12 +1,10 @@
 """What users meet on the command line: exit codes and messages, files and disks that fail, ways to end."""
 
-import itertools
 import json
 import os
 import re
 import signal
 import struct
-import subprocess
 import time
 
 import lab
@@ -34,6 +32,22 @@ Time: {}
 """
 TWO_TEXTS = [TEXT.format(10, 16, "1.        5", "98 DA 01 F1 03 AA BB 0C C5 C5", "0x18DA01F1(ext): AA BB 0C"),
              TEXT.format(9, 32, "0.        0", "00 00 01 23 02 01 02 C5 C5", "0x123: 01 02")]
+# Sends that frame for five seconds, its times always the same.
+STANDS_STILL = f"""
+import socket, time
+link = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
+link.bind(("sim0", 0))
+for _ in range(50):
+    link.send({TWO_MESSAGES})
+    time.sleep(0.1)
+"""
+
+
+def pcap(*seconds, link_type=1):
+    """A capture file that holds the frame at each of these seconds."""
+    length = len(TWO_MESSAGES)
+    head = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, link_type)
+    return head + b"".join(struct.pack("<IIII", second, 0, length, length) + TWO_MESSAGES for second in seconds)
 
 
 class CommandLine(Case):
@@ -41,8 +55,8 @@ class CommandLine(Case):
     def setUpClass(cls):
         super().setUpClass()
         cls.stored = cls.scratch / "stored.pcap"
-        subprocess.run([lab.SIMULATOR, "--write", cls.stored, "--module", "CAN combo:5,channels=1", "--messages",
-                        "1000", "--status", "0"], check=True, stdout=subprocess.DEVNULL)
+        lab.call([lab.SIMULATOR, "--write", cls.stored, "--module", "CAN combo:5,channels=1", "--messages", "1000",
+                  "--status", "0"])
 
     def record(self, *recordings, seconds=1):
         """A station that has recorded what a simulator has sent, and the latter's report."""
@@ -99,7 +113,7 @@ class CommandLine(Case):
             self.assertEqual((returned, tuple(text.count("\n") for text in texts)), (code, lines), (words, texts))
             self.assertTrue(all(c.isprintable() for c in "".join(texts).replace("\n", "")), texts)
         store = self.path("registry")
-        variables = {**os.environ, "KESTROVA_REGISTRY": str(store)}
+        variables = lab.with_store(store)
         self.expect(0, "plugins", "--register", lab.PLUGIN, env=variables)
         before = self.expect(0, "plugins", env=variables)[0]
         for file in store.rglob("values"):
@@ -113,13 +127,15 @@ class CommandLine(Case):
         return path
 
     def test_what_is_there_is_overwritten_on_request_alone(self):
-        recording, frames = self.path("a.pcapng"), self.path("a.pcap")
+        recording, frames, empty = self.path("a.pcapng"), self.path("a.pcap"), self.path("a.log")
+        empty.touch()
         for path in (recording, frames):
             path.write_text("kept")
         simulate = [lab.SIMULATOR, "--write", frames, "--module", *CAN, "--messages", "9", "--duration"]
         self.assertIn("--overwrite", self.expect(1, "convert", self.stored, recording)[1])
         self.expect(2, "convert", self.stored, recording, "--overwrite", "--module", "CAN box:5")
-        self.expect(2, "run", "--record", recording, "--overwrite", "--module", "CAN box:5")
+        self.expect(2, "run", "--record", recording, "--record", empty, "--overwrite", "--module", "CAN box:5")
+        self.assertEqual(empty.read_text(), "")
         for words, told in (([*simulate, "1"], "--overwrite"), ([*simulate, "nan", "--overwrite"], "nan")):
             code, _, errors = lab.call(words)
             self.assertEqual((code, told in errors), (2, True), errors)
@@ -129,20 +145,14 @@ class CommandLine(Case):
         self.assertEqual(lab.call([*simulate, "1", "--overwrite"])[0], 0)
 
     def test_device_time_that_stands_still_or_jumps_is_told(self):
-        stored, sender = self.path("a.pcap"), self.path("send.py")
-        head = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
-        length = len(TWO_MESSAGES)
-        stored.write_bytes(head + b"".join(struct.pack("<IIII", second, 0, length, length) + TWO_MESSAGES
-                                           for second in range(6)))
+        stored, text = self.path("a.pcap"), 'the device time of "Front" stands still'
+        stored.write_bytes(pcap(*range(6)))
         _, errors = self.expect(0, "convert", stored, self.path("a.pcapng"), "--module", *FRONT)
-        self.assertEqual(errors.count('the device time of "Front" stands still'), 1, errors)
-        sender.write_text("import socket, time\nlink = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)\n"
-                          f"link.bind(('sim0', 0))\nfor _ in range(50):\n    link.send({TWO_MESSAGES})\n"
-                          "    time.sleep(0.1)\n")
+        self.assertEqual(errors.count(text), 1, errors)
         station = lab.Station(FRONT)
-        lab.call(["nsenter", "--net=/run/netns/modules", "python3", str(sender)])
+        lab.call(["nsenter", "--net=/run/netns/modules", "python3", "-c", STANDS_STILL])
         _, report, errors = station.stop_with_any_code()
-        self.assertEqual(errors.count('the device time of "Front" stands still'), 1, errors)
+        self.assertEqual(errors.count(text), 1, errors)
         self.assertTrue(report["modules"][0]["timeStandsStill"])
         station = lab.Station(FRONT)
         lab.simulate(["CAN combo:5,jump=60@0.5"], "--rate", 50, "--duration", 2)
@@ -151,7 +161,7 @@ class CommandLine(Case):
     def test_unreadable_input_is_told(self):
         text, linux_cooked, empty = self.path("a.txt"), self.path("b.pcap"), self.path("c.pcap")
         text.write_text("no capture file, but a long text that might be one")
-        linux_cooked.write_bytes(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 113))
+        linux_cooked.write_bytes(pcap(link_type=113))
         empty.touch()
         for path in (text, linux_cooked, empty, self.path("missing")):
             for command in (["dump", path], ["convert", path, self.path("out.pcapng"), "--module", *CAN]):
@@ -162,9 +172,9 @@ class CommandLine(Case):
         torn.write_bytes(self.stored.read_bytes()[:self.stored.stat().st_size // 2])
         _, errors = self.expect(3, "convert", torn, recording, "--module", *FRONT)
         self.assertIn("what came before is in the recordings", errors)
-        numbers = [int.from_bytes(row.data[:4], "little") for row in traffic.read_with_tshark(recording)]
-        self.assertIn(len(numbers), range(450, 550))
-        self.assertEqual(numbers, list(range(len(numbers))))
+        rows = traffic.read_with_tshark(recording)
+        self.assertIn(len(rows), range(450, 550))
+        self.expect_no_gap(rows)
 
     def test_without_the_right_to_capture_it_says_how_to_get_it(self):
         for arguments in (["run", "--module", *CAN], ["dump", "--interface", "lo"]):
@@ -173,33 +183,25 @@ class CommandLine(Case):
             for remedy in ("sudo", "setcap", "group"):
                 self.assertIn(remedy, errors)
 
+    def mount(self, *options):
+        disk = lab.mount(self.path("disk"), *options)
+        self.addCleanup(lab.run, "umount", disk)
+        return disk
+
     def test_full_disk_ends_one_recording_and_no_other(self):
-        disk = self.path("disk")
-        disk.mkdir()
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "none", disk], check=True)
-        self.addCleanup(subprocess.run, ["umount", disk], check=True)
-        full, whole = disk / "a.pcapng", self.path("a.pcapng")
+        full, whole = self.mount("64k") / "a.pcapng", self.path("a.pcapng")
         station, sent = self.record(full, whole, seconds=5)
-        report, errors = station.stop(code=1)
+        report, errors = station.stop(code=1, number=signal.SIGTERM)
         self.assertIn(f'Recording to "{full}" ended: No space left on device', errors)
         self.expect_complete(sent, report, whole)
         self.assertEqual(len(traffic.read_with_tshark(full)), report["recordings"][0]["records"])
-
-    def test_sigterm_hang_up_and_duration_end_it_well(self):
-        for number in (signal.SIGTERM, signal.SIGHUP):
-            recording = self.path(f"{number}.pcapng")
-            station, sent = self.record(recording)
-            report, _ = station.stop(number=number)
-            self.expect_complete(sent, report, recording)
-        output, _ = self.expect(0, "run", "--module", *CAN, "--json", "--duration", "0.5")
-        self.assertGreaterEqual(json.loads(output)["seconds"], 0.5)
 
     def test_reader_of_the_progress_may_go_and_one_of_the_result_may_not(self):
         recording = self.path("a.pcapng")
         station = lab.Station(FRONT, record=[recording])
         station.process.stderr.close()
         sent = lab.simulate(CAN, "--rate", 50, "--duration", 2)
-        station.process.send_signal(signal.SIGINT)
+        station.process.send_signal(signal.SIGHUP)
         self.assertEqual(station.process.wait(lab.PATIENCE), 0)
         self.expect_complete(sent, json.loads(station.process.stdout.read()), recording)
         for output, text in ((">/dev/full", "No space left"), (">&-", "Bad file descriptor")):
@@ -209,55 +211,42 @@ class CommandLine(Case):
                 code, _, errors = lab.call(["sh", "-c", quoted + output])
                 self.assertEqual(code, 1, errors)
                 self.assertIn(f"can't print the result: {text}", errors)
-        dump = lab.spawn([lab.STATION, "dump", self.stored], stdout=subprocess.PIPE)
+        dump = self.start([lab.STATION, "dump", self.stored])
         self.assertEqual(dump.stdout.readline(), "HEADER\n")
         dump.stdout.close()
         self.assertEqual(dump.wait(lab.PATIENCE), -signal.SIGPIPE)
 
     def test_closed_standard_descriptors_do_not_become_a_recording(self):
         recording = self.path("a.pcapng")
-        station = lab.spawn(["sh", "-c", f"exec '{lab.STATION}' run --module '{FRONT[0]}' --duration 4"
-                             f" --record '{recording}' <&- >&- 2>&-"])
+        station = self.start(["sh", "-c", f"exec '{lab.STATION}' run --module '{FRONT[0]}' --duration 4"
+                              f" --record '{recording}' <&- >&- 2>&-"])
         time.sleep(1)
         sent = lab.simulate(CAN, "--rate", 50, "--duration", 1)
         self.assertEqual(station.wait(lab.PATIENCE), 1)  # for the table at its end
         self.assertEqual(len(traffic.read_with_tshark(recording)), sent["dataMessages"])
 
     def test_frozen_disk_holds_up_neither_the_messages_nor_the_end(self):
-        image, disk = self.path("image"), self.path("disk")
-        disk.mkdir()
-        with open(image, "wb") as file:
-            file.truncate(16 << 20)
-        subprocess.run(["mkfs.ext4", "-q", image], check=True)
-        if subprocess.run(["mount", "-o", "loop", image, disk], check=False).returncode:
-            self.skipTest("no loop device to be had")
-        self.addCleanup(subprocess.run, ["umount", disk], check=True)
+        disk = self.mount("16M", "ext4")
         recording = disk / "a.pcapng"
         station = lab.Station(FRONT, record=[recording])
-        subprocess.run(["fsfreeze", "--freeze", disk], check=True)
-        sent = lab.simulate(CAN, "--rate", 200, "--duration", 3)
-        subprocess.run(["fsfreeze", "--unfreeze", disk], check=True)
+        with lab.frozen(disk):
+            sent = lab.simulate(CAN, "--rate", 200, "--duration", 3)
         report, _ = station.stop()
         self.expect_complete(sent, report, recording)
         self.assertLess(report["longestPause"], 1.5, "the host's thread waited for the disk")
 
         recording = disk / "b.pcapng"
-        station, _ = self.record(recording, seconds=1)
-        while not traffic.read_with_tshark(recording, torn=True):
-            time.sleep(0.1)
-        subprocess.run(["fsfreeze", "--freeze", disk], check=True)
-        try:
+        station, _ = self.record(recording)
+        process = station.process
+        lab.wait_until(lambda: traffic.read_with_tshark(recording, torn=True), "something is on the disk")
+        with lab.frozen(disk):
             lab.simulate(CAN, "--rate", 200, "--duration", 1)
-            station.process.send_signal(signal.SIGTERM)
+            process.send_signal(signal.SIGTERM)
             # The system lets the process go only when the disk is back, but it has said all by then.
-            output = ""
-            while not output.endswith("\n}\n"):
-                output += station.process.stdout.readline()
+            output = "".join(iter(process.stdout.readline, "}\n")) + "}"
             time.sleep(1)  # it is on its way out and writes nothing more
-        finally:
-            subprocess.run(["fsfreeze", "--unfreeze", disk], check=True)
-        self.assertEqual(station.process.wait(lab.PATIENCE), 1)
-        self.assertIn("the disk doesn't answer", station.process.stderr.read())
+        self.assertEqual(process.wait(lab.PATIENCE), 1)
+        self.assertIn("the disk doesn't answer", process.stderr.read())
         report = json.loads(output)
         self.assertEqual(traffic.account_differences(report), [])
         there = len(traffic.read_with_tshark(recording, torn=True))
@@ -274,17 +263,14 @@ class CommandLine(Case):
         lab.end(simulator)
         rows = traffic.read_with_tshark(recording, torn=True)
         self.assertLess(killed - rows[-1].time, 2 * 10**9)  # one, and one for a busy machine
-        for _, there in itertools.groupby(sorted(rows, key=lambda row: row.name), lambda row: row.name):
-            numbers = [int.from_bytes(row.data[:4], "little") for row in there]
-            self.assertEqual(numbers, list(range(len(numbers))))
+        self.expect_no_gap(rows)
 
     def test_dump_prints_each_message(self):
         stored = self.path("a.pcap")
-        stored.write_bytes(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1) +
-                           struct.pack("<IIII", 0, 0, len(TWO_MESSAGES), len(TWO_MESSAGES)) + TWO_MESSAGES)
+        stored.write_bytes(pcap(0))
         self.assertEqual(self.expect(0, "dump", stored)[0], "".join(TWO_TEXTS))
         self.assertEqual(self.expect(0, "dump", stored, "--count", "1")[0], TWO_TEXTS[0])
-        dump = lab.spawn([lab.STATION, "dump", "--interface", "veth0", "--count", "3"], stdout=subprocess.PIPE)
+        dump = self.start([lab.STATION, "dump", "--interface", "veth0", "--count", "3"])
         simulator = lab.start_simulator(CAN, "--rate", 10, "--duration", 60)
         output, _ = dump.communicate(timeout=lab.PATIENCE)
         lab.end(simulator)

@@ -3,8 +3,6 @@
 import os
 import signal
 import socket
-import subprocess
-from pathlib import Path
 
 import lab
 from case import MODULES, NAMES, RATE, Case, main
@@ -31,35 +29,29 @@ class DesktopMeasures(Case):
         told = self.measure("--without-question")
         self.assertFalse(told["hasAsked"])
 
-    def start(self, **variables):
-        process = lab.spawn([lab.STATION, "gui", "--setup", str(self.path("none.xml"))], stderr=subprocess.PIPE,
-                            env={**os.environ, "HOME": str(self.scratch), **variables})
-        self.addCleanup(lab.end, process)
-        return process
-
-    def end(self, process, code):
-        process.send_signal(signal.SIGTERM)
-        _, errors = process.communicate(timeout=lab.PATIENCE)
-        self.assertEqual(process.returncode, code, errors)
-
-    def wait_for_window(self, process):
-        maps = Path(f"/proc/{process.pid}/maps")
-        lab.wait_until(lambda: "cmp_plugin.so" in maps.read_text(), "the desktop runs")
-
     def test_the_program_ends_by_a_signal_whether_its_display_answers_or_not(self):
-        process = self.start(QT_QPA_PLATFORM="offscreen")
-        self.wait_for_window(process)
-        self.end(process, 0)
+        def start(**variables):
+            return self.start([lab.STATION, "gui", "--setup", self.path("none.xml")],
+                              env={**os.environ, "HOME": str(self.scratch), **variables})
+
+        def end(process, code):
+            process.send_signal(signal.SIGTERM)
+            _, errors = process.communicate(timeout=lab.PATIENCE)
+            self.assertEqual(process.returncode, code, errors)
+
+        process = start(QT_QPA_PLATFORM="offscreen")
+        lab.wait_until_loaded(process, "cmp_plugin.so")
+        end(process, 0)
         with socket.create_server(("127.0.0.1", 6099)) as silent:
-            process = self.start(QT_QPA_PLATFORM="xcb", DISPLAY="127.0.0.1:99")
+            process = start(QT_QPA_PLATFORM="xcb", DISPLAY="127.0.0.1:99")
             with silent.accept()[0]:
-                self.end(process, 1)
-        screen = lab.spawn(["Xvfb", "-displayfd", "1"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+                end(process, 1)
+        screen, name = lab.start_display()
         self.addCleanup(lab.end, screen)
-        process = self.start(QT_QPA_PLATFORM="xcb", DISPLAY=f":{screen.stdout.readline().strip()}")
-        self.wait_for_window(process)
+        process = start(QT_QPA_PLATFORM="xcb", DISPLAY=name)
+        lab.wait_until_loaded(process, "cmp_plugin.so")
         screen.send_signal(signal.SIGSTOP)
-        self.end(process, 1)
+        end(process, 1)
 
 
 if __name__ == "__main__":

@@ -2,9 +2,7 @@
 
 import json
 import os
-import re
 import shutil
-import subprocess
 from pathlib import Path
 
 import lab
@@ -30,6 +28,16 @@ class Setups(Case):
         path = self.path("a.xml")
         setups.make_demo(path)
         return path
+
+    def plugins(self, *words, code=0, **options):
+        """What is listed, or else what is told."""
+        output, errors = self.expect(code, "plugins", *words, **options)
+        return json.loads(output) if output.startswith("[") else output + errors
+
+    def unregister(self):
+        """The plug-in that this user has, until the end of the test."""
+        self.plugins("--unregister", lab.PLUGIN, "--user")
+        self.addCleanup(self.plugins, "--register", lab.PLUGIN, "--user")
 
     def test_demo_is_built_from_nothing(self):
         self.assertEqual(self.make().read_text(), EXAMPLE.read_text())
@@ -80,8 +88,8 @@ class Setups(Case):
         text = path.read_text()
         for words, told in (
             (["add", path, "--type", "CAN box"], "LIN combo, CAN combo, NeoviFire3"),
-            (["add", path, "--type", "CAN combo", "--config-id", "5"], "different ConfigIds"),
-            (["set", path, "Front", "--config-id", "16"], "0 to 15"),
+            (["add", path, "--type", "CAN combo", "--config-id", "5"], "both listen to CM ID 0x45"),
+            (["set", path, "Front", "--config-id", "16"], "no ConfigId 16 for a CAN combo; there are 0 to 15"),
             (["set", path, "Side", "--name", "a"], '1 "Front", 2 "Doors", 3 "Rear"'),
             (["set", path, "4", "--name", "a"], '3 "Rear"'),
             (["set", path, "Front", "--clock-source", "yes"], "--sync pps"),
@@ -108,22 +116,16 @@ class Setups(Case):
         self.assertNotEqual(Path(f"{path}.bak").read_text(), text)
 
     def test_plugins_lists_what_is_registered(self):
-        listed = json.loads(self.expect(0, "plugins", "--json")[0])
-        self.assertEqual([(plugin["name"], plugin["group"], plugin["module"], plugin["user"]) for plugin in listed],
-                         [("CMP", "Automotive bus", lab.PLUGIN, True)])
-        self.expect(0, "plugins", "--register", lab.PLUGIN)
-        self.assertEqual([plugin["user"] for plugin in json.loads(self.expect(0, "plugins", "--json")[0])],
-                         [True, False])
-        self.expect(0, "plugins", "--unregister", lab.PLUGIN)
+        self.assertEqual([(plugin["name"], plugin["group"], plugin["module"], plugin["user"])
+                          for plugin in self.plugins("--json")], [("CMP", "Automotive bus", lab.PLUGIN, True)])
+        self.plugins("--register", lab.PLUGIN)
+        self.assertEqual([plugin["user"] for plugin in self.plugins("--json")], [True, False])
+        self.plugins("--unregister", lab.PLUGIN)
         text = self.path("a.so")
         text.write_text("no module")
-        self.assertIn("can't load", self.expect(3, "plugins", "--register", text)[1])
+        self.assertIn("can't load", self.plugins("--register", text, code=3))
         self.assertIn("can't load", self.expect(1, "run", "--module", "CAN combo:5", "--plugin", text)[1])
-        unwritable = self.path("file")
-        unwritable.touch()
-        variables = {**os.environ, "KESTROVA_REGISTRY": str(unwritable)}
-        self.assertRegex(self.expect(1, "plugins", "--register", lab.PLUGIN, env=variables)[1],
-                         re.escape(str(unwritable)))
+        self.assertIn(str(text), self.plugins("--register", lab.PLUGIN, code=1, env=lab.with_store(text)))
 
     def test_odd_files_are_registered_taken_out_or_refused_with_the_reason(self):
         folder = self.path("odd")
@@ -131,57 +133,49 @@ class Setups(Case):
         pipe, library, link = folder / "pipe", lab.BIN / "libkvrtcoretypes-64-1.so", folder / "link"
         os.mkfifo(pipe)
         link.symlink_to(lab.PLUGIN)
-        variables = {**os.environ, "KESTROVA_REGISTRY": str(self.path("store"))}
-
-        def plugins(code, *words, **more):
-            output, errors = self.expect(code, "plugins", *words, env=variables, **more)
-            return [plugin["module"] for plugin in json.loads(output) if not plugin["user"]] if output else errors
-
+        store = {"env": lab.with_store(self.path("store"))}
         for code, path, told in ((2, "", "it is empty"), (3, folder, "it is no file"), (3, pipe, "it is no file"),
                                  (3, folder / "none", "there is no such file"), (3, library, "is no plug-in"),
                                  (2, shutil.copy(lab.PLUGIN, folder / "\udcff.so"), "isn't UTF-8")):
-            self.assertIn(told, "".join(self.expect(code, "plugins", "--register", path, env=variables)))
+            self.assertIn(told, self.plugins("--register", path, code=code, **store))
+
+        def expect_listed(modules, *words, **options):
+            listed = self.plugins("--json", *words, **store, **options)
+            self.assertEqual([plugin["module"] for plugin in listed if not plugin["user"]], modules)
+
         for path, module, where in (("cmp_plugin.so", lab.PLUGIN, "/run"), (link, lab.PLUGIN, "/"),
                                     (shutil.copy(lab.PLUGIN, folder / "a b\n'c\".so"), folder / "a b\n'c\".so", "/")):
-            self.assertEqual(plugins(0, "--json", "--register", path, cwd=where), [str(module)])
-            self.assertIn("isn't registered", plugins(1, "--unregister", library))
-            self.assertEqual(plugins(0, "--json"), [str(module)])
-            self.assertEqual(plugins(0, "--json", "--unregister", path, cwd=where), [])
-        plugins(0, "--json", "--register", module)
-        self.assertIn("a b?'c", self.expect(0, "plugins", env=variables)[0])
+            expect_listed([str(module)], "--register", path, cwd=where)
+            self.assertIn("isn't registered", self.plugins("--unregister", library, code=1, **store))
+            expect_listed([str(module)])
+            expect_listed([], "--unregister", path, cwd=where)
+        expect_listed([str(module)], "--register", module)
+        self.assertIn("a b?'c", self.plugins(**store))
         module.chmod(0o666)
-        self.expect(0, "plugins", "--unregister", lab.PLUGIN, "--user")
-        self.addCleanup(self.expect, 0, "plugins", "--register", lab.PLUGIN, "--user")
+        self.unregister()
         new = ["setup", "new", self.path("a")]
-        self.assertIn("\"chmod go-w '", self.expect(1, *new, env=variables)[1])
-        self.assertEqual(plugins(0, "--json", "--unregister", module), [])
+        self.assertIn("\"chmod go-w '", self.expect(1, *new, **store)[1])
+        expect_listed([], "--unregister", module)
         module.chmod(0o644)
-        plugins(0, "--json", "--register", module)
+        expect_listed([str(module)], "--register", module)
         module.unlink()
-        self.assertIn("isn't there any more", self.expect(0, *new, env=variables)[1])
-        self.assertEqual(plugins(0, "--json", "--unregister", module), [])
+        self.assertIn("isn't there any more", self.expect(0, *new, **store)[1])
+        expect_listed([], "--unregister", module)
 
     def test_what_another_user_has_registered_is_not_loaded(self):
-        his, program = self.path("his"), self.path("program")
+        his = self.path("his")
         store, module = his / ".local/share/kestrova/registry", his / "plugin.so"
         his.mkdir()
         shutil.copy(lab.PLUGIN, module)
-        machines = [{**os.environ, "KESTROVA_REGISTRY": str(path)} for path in (store, self.path("own"))]
+        machines = [lab.with_store(path) for path in (store, self.path("own"))]
         for variables in machines:  # for all users; the second is our own and names his module
-            self.expect(0, "plugins", "--register", module, env=variables)
+            self.plugins("--register", module, env=variables)
         module.write_text("fails to load")
-        if subprocess.run(["chown", "-fR", "12345", his]).returncode:
-            self.skipTest("there is no other user in this user namespace")
-        # His home folder, as su and sudo may leave it, and a program that runs with the rights of its file.
+        lab.run("chown", "-R", "12345", his)
+        # His home folder, as su and sudo may leave it.
         home = {**os.environ, "HOME": str(his), "XDG_DATA_HOME": ""}
         self.assertIn(f"{store} isn't looked at", self.expect(0, "setup", "new", self.path("a"), env=home)[1])
-        shutil.copy(lab.STATION, program)
-        program.chmod(0o4755)
-        self.scratch.chmod(0o755)
-        run = lab.call(["setpriv", "--reuid=12345", "--clear-groups", program, "plugins"], env=machines[1])
-        self.assertEqual((run[0], str(module) in run[1]), (0, False), run)
-        self.expect(0, "plugins", "--unregister", lab.PLUGIN, "--user")
-        self.addCleanup(self.expect, 0, "plugins", "--register", lab.PLUGIN, "--user")
+        self.unregister()
         for variables in machines:
             for code, *words in ((1, "setup", "new", self.path("b")), (1, "run", "--module", "CAN combo:5"),
                                  (1, "plugins", "--register", module), (0, "plugins")):

@@ -10,7 +10,6 @@ import struct
 import termios
 import time
 
-import changing_interfaces_test
 import lab
 import traffic
 from case import CAN, FRONT, Case, main
@@ -48,10 +47,9 @@ class Terminal(Case):
         self.read_until(rb"Front  \[CAN combo\]  ConfigId 0x5  serial 100000  Connected")
         self.read_until(rb"Front 0x70 +CAN FD +100 +\d+/s  0x\w+(\(ext\))?: 63 00 00 00 ")
         for number in range(3):
-            changing_interfaces_test.add_link(f"late{number}", f"far{number}")
-            changing_interfaces_test.ip(f"link set late{number} up")
+            self.add_link(f"late{number}")
             self.read_until(b"late%d is captured from now on" % number)
-            changing_interfaces_test.ip(f"link del late{number}")
+            lab.ip(f"link del late{number}")
             self.read_until(b"late%d went away" % number)
         screens = self.seen.split(HOME)
         self.assertEqual((screens[-1].count(b"interface late"), screens[-1].count(b"last 5 of 6")), (5, 1))
@@ -73,9 +71,7 @@ class Terminal(Case):
 
     def test_table_is_left_and_messages_are_kept_where_errors_go_elsewhere(self):
         self.read_until(re.escape(HOME))
-        changing_interfaces_test.add_link("late3", "far3")
-        self.addCleanup(changing_interfaces_test.ip, "link del late3")
-        changing_interfaces_test.ip("link set late3 up")
+        self.add_link("late3")
         self.read_until(b"late3 is captured from now on")
         os.kill(self.child, signal.SIGTERM)
         os.kill(self.child, signal.SIGINT)  # ends it at once

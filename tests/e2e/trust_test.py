@@ -4,7 +4,6 @@ import os
 import re
 import shutil
 import signal
-import subprocess
 import sys
 from pathlib import Path
 
@@ -33,12 +32,12 @@ def install(folder, gui="cmp-station-gui"):
     station = copy(lab.BIN / "cmp-station", folder / "cmp-station")
     os.chown(station, 0, GROUP)
     station.chmod(0o750)
-    subprocess.run(["setcap", "cap_net_raw+ep", station], check=True)
+    lab.run("setcap", "cap_net_raw+ep", station)
     return station
 
 
 def give(path, owner=USER):
-    subprocess.run(["chown", "-hR", f"{owner}:{owner}", path], check=True)
+    lab.run("chown", "-hR", f"{owner}:{owner}", path)
     return path
 
 
@@ -49,47 +48,33 @@ class Trust(Case):
         TRACE.parent.mkdir()
         TRACE.parent.chmod(0o777)
         HIS.mkdir()
-        try:
-            give(HIS)
-        except subprocess.CalledProcessError:
-            cls.skipTest(cls, "there is no other user in this user namespace")
+        give(HIS)
         install(INSTALLED)
-        code, _, errors = lab.call([lab.STATION, "plugins", "--register", lab.PLUGIN],
-                                   env={**os.environ, "KESTROVA_REGISTRY": "/run/template"})
-        assert code == 0, errors
+        lab.run("env", "KESTROVA_REGISTRY=/run/template", lab.STATION, "plugins", "--register", lab.PLUGIN)
         for name in ("cmp-station", "cmp-station-gui", "cmp_plugin.so"):
             copy(lab.BIN / name, PLAIN / name)
-        cls.screen = lab.spawn(["Xvfb", "-ac", "-displayfd", "1", "-screen", "0", "1600x1000x24"],
-                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        cls.addClassCleanup(lab.end, cls.screen)
-        cls.variables = {"DISPLAY": f":{cls.screen.stdout.readline().strip()}", "HOME": HIS, "LC_ALL": "C.UTF-8",
-                         "QT_QPA_PLATFORM": "xcb"}
+        screen, name = lab.start_display()
+        cls.addClassCleanup(lab.end, screen)
+        cls.variables = {"DISPLAY": name, "HOME": HIS, "LC_ALL": "C.UTF-8", "QT_QPA_PLATFORM": "xcb"}
 
     def as_user(self, variables=()):
         """In front of a command of the ordinary user."""
         variables = {**self.variables, **dict(variables)}
         return [*SETPRIV, "env", "-i", *(f"{name}={value}" for name, value in variables.items())]
 
-    def start(self, command):
-        process = lab.spawn([str(word) for word in command], stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=HIS)
-        self.addCleanup(lab.end, process)
-        return process
-
     def start_desktop(self, command):
         """Waits until it has a display, and with it the plug-in."""
-        process = self.start(command)
-        maps = Path(f"/proc/{process.pid}/maps")
-        lab.wait_until(lambda: process.poll() is not None or
-                       all(name in maps.read_text() for name in ("libqxcb.so", "cmp_plugin.so")), "the desktop runs")
+        process = self.start(command, cwd=HIS)
+        lab.wait_until_loaded(process, "libqxcb.so", "cmp_plugin.so")
         return process
 
     def run_as(self, prefix, command):
         """Its exit code and messages; a desktop is ended when it has shown its window."""
-        if str(command[-1]).endswith("gui") or "gui" in command:
+        if any(str(word).endswith("gui") for word in command):
             process = self.start_desktop([*prefix, *command])
             process.send_signal(signal.SIGTERM)
         else:
-            process = self.start([*prefix, *command])
+            process = self.start([*prefix, *command], cwd=HIS)
         errors = process.communicate(timeout=lab.PATIENCE)[1]
         return process.returncode, errors
 
@@ -99,13 +84,6 @@ class Trust(Case):
         TRACE.unlink(missing_ok=True)
         self.assertEqual(set(re.findall(r"Cap(?:Prm|Eff|Amb):\s*(\w+)", text)) - {"0" * 16}, set(), text)
         return text != ""
-
-    def register(self, store, module):
-        """What this user has put into a store."""
-        shutil.copytree("/run/template", store)
-        for file in store.rglob("values"):
-            file.write_text(file.read_text().replace(lab.PLUGIN, str(module)))
-        give(HIS)
 
     def test_a_user_of_the_group_captures_with_station_and_desktop(self):
         recording, setup = HIS / "a.pcapng", HIS / "a.xml"
@@ -120,7 +98,7 @@ class Trust(Case):
         self.expect_complete(sent, station.stop()[0], recording)
 
         measuring = lab.Station.__new__(lab.Station)
-        measuring.process = self.start([*self.as_user(), desktop, "gui", "--setup", setup])
+        measuring.process = self.start([*self.as_user(), desktop, "gui", "--setup", setup], cwd=HIS)
         lab.wait_until(lambda: measuring.process.poll() is not None or measuring.is_capturing(), "it captures")
         sent = lab.simulate(CAN, "--rate", RATE, "--duration", 1)
         self.assertEqual(traffic.count_differences(sent, measuring.stop()[0]["report"]), [])
@@ -142,7 +120,10 @@ class Trust(Case):
         for path in (module, part):
             copy(FOREIGN, path)
         for name in ("data/kestrova", "home/.local/share/kestrova", "store"):
-            self.register(HIS / name / "registry", module)
+            store = shutil.copytree("/run/template", HIS / name / "registry")
+            for file in store.rglob("values"):
+                file.write_text(file.read_text().replace(lab.PLUGIN, str(module)))
+        give(HIS)
         program = HIS / "cmp-station-gui"
         program.write_text(f"#!/bin/sh\ncat /proc/self/status >{TRACE}\n")
         program.chmod(0o755)
@@ -155,43 +136,37 @@ class Trust(Case):
                 ({"QT_PLUGIN_PATH": HIS / "parts"}, ["gui"]),
                 ({"HOME": HIS / "home"}, ["gui"]), ({}, ["gui", "--plugin", module]),
                 ({"DBUS_SESSION_BUS_ADDRESS": hook}, ["gui"])]
-        linked = HIS / "cmp-station"
-        for variables, command in ways:
-            for station, is_loaded in ((PLAIN / "cmp-station", True), (INSTALLED / "cmp-station", False)):
-                result = self.run_as(self.as_user(variables), [station, *command])
-                self.assertEqual(self.was_loaded(), is_loaded, (variables, station, command, result))
-                if not is_loaded and command in (new, ["gui"]):  # the environment isn't followed
-                    self.assertEqual(result[0], 0, (variables, command, result))
-                (HIS / "x.xml").unlink(missing_ok=True)
-        # Values that the window toolkit would take for options of its own.
         copy(FOREIGN, HIS / "--plugin/part.so")
-        for station in (PLAIN / "cmp-station", INSTALLED / "cmp-station"):
-            result = self.run_as(self.as_user(), [station, "gui", "--setup=-platformpluginpath", "--plugin=-platform",
-                                                  "--sample-rate=1000"])
-            self.assertFalse(self.was_loaded(), (station, result))
+        # Values that the window toolkit would take for options of its own.
+        toolkit = ["gui", "--setup=-platformpluginpath", "--plugin=-platform", "--sample-rate=1000"]
+        linked = HIS / "cmp-station"  # beside files of his, as where hard links aren't protected
+        for station, is_plain in ((PLAIN / "cmp-station", True), (INSTALLED / "cmp-station", False)):
+            os.link(station, linked)
+            for program, variables, command in (*((station, *way) for way in ways), (linked, {}, new),
+                                                (linked, {}, ["gui"]), (station, {}, toolkit)):
+                result = self.run_as(self.as_user(variables), [program, *command])
+                is_loaded = is_plain and command != toolkit
+                self.assertEqual(self.was_loaded(), is_loaded, (variables, program, command, result))
+                if not is_plain and program == station and command in (new, ["gui"]):
+                    self.assertEqual(result[0], 0, (variables, command, result))  # the environment isn't followed
+                (HIS / "x.xml").unlink(missing_ok=True)
+            linked.unlink()
         # A desktop with a right of its own, which an administrator gave it although he shouldn't.
         gui = copy(lab.BIN / "cmp-station-gui", Path("/run/gui/cmp-station-gui"))
         copy(lab.PLUGIN, gui.parent / "cmp_plugin.so")
-        subprocess.run(["setcap", "cap_net_raw+ep", gui], check=True)
+        lab.run("setcap", "cap_net_raw+ep", gui)
         os.link(gui, HIS / "parts/gui")  # beside libraries of his
         for path, variables, code in ((gui, {"QT_PLUGIN_PATH": HIS / "parts"}, 0), (HIS / "parts/gui", {}, 4)):
             result = self.run_as(self.as_user(variables), [path])
             self.assertEqual((self.was_loaded(), result[0]), (False, code), result)
-        # The station under another name beside files of his, as where hard links aren't protected.
-        for station, is_loaded in ((PLAIN / "cmp-station", True), (INSTALLED / "cmp-station", False)):
-            os.link(station, linked)
-            for command in (new, ["gui"]):
-                result = self.run_as(self.as_user(), [linked, *command])
-                self.assertEqual(self.was_loaded(), is_loaded, (station, command, result))
-            linked.unlink()
 
     def test_what_others_could_change_is_refused_with_the_command_that_mends_it(self):
         tmp, mine = Path("/run/tmp"), Path("/run/mine")
         for path in (tmp, mine, mine / "mount"):
             path.mkdir()
         tmp.chmod(0o1777)
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "nosuid,mode=755", "none", mine / "mount"], check=True)
-        self.addCleanup(subprocess.run, ["umount", mine / "mount"], check=True)
+        lab.run("mount", "-t", "tmpfs", "-o", "nosuid,mode=755", "none", mine / "mount")
+        self.addCleanup(lab.run, "umount", mine / "mount")
         clone = give(copy(lab.BIN / "cmp-station", HIS / "clone/bin/cmp-station").parent.parent)
         give(copy(lab.PLUGIN, clone / "bin/cmp_plugin.so"), 12345)
         loose, theirs = copy(lab.PLUGIN, mine / "loose.so"), give(copy(lab.PLUGIN, mine / "it's.so"), 12345)
@@ -205,15 +180,14 @@ class Trust(Case):
         guarded = copy(lab.PLUGIN, mine / "mount/guarded.so")
         of_group = copy(lab.STATION, Path("/run/setgid/cmp-station"))
         of_group.chmod(0o2755)
-        root = [PLAIN / "cmp-station"]
+        root, his_clone = [PLAIN / "cmp-station"], [clone / "bin/cmp-station"]  # with a plug-in of a third one
         user, capable, secure = ([*self.as_user(), station] for station in (*root, INSTALLED / "cmp-station", of_group))
-        # Root's own clone, another one's beside which lies what a third one could change, and that mended.
         for who, module, told in (
             (root, PLAIN / "cmp_plugin.so", ""), (root, loose, f"chmod go-w '{loose}'"), (root, public, ""),
             (root, theirs, "chown root '/run/mine/it'\\''s.so'"), (root, link, f"chown -h root '{link}'"),
             (root, own, f"chown root '{own}'"), (root, guarded, ""),
-            ([clone / "bin/cmp-station"], own, ""), ([clone / "bin/cmp-station"], theirs, "chown root"),
-            ([clone / "bin/cmp-station"], "", f"chown root '{clone}/bin/cmp_plugin.so'"),
+            (his_clone, own, ""), (his_clone, theirs, "chown root"),
+            (his_clone, "", f"chown root '{clone}/bin/cmp_plugin.so'"),
             (user, own, ""), (user, public, ""), (user, theirs, "sudo chown nobody '"),
             (capable, "", ""), (capable, public, ""), (capable, own, f"sudo chown root '{own}'"),
             (secure, own, f"sudo chown root '{own}'"), (capable, loose, f"sudo chmod go-w '{loose}'"),
@@ -229,7 +203,7 @@ class Trust(Case):
         code, errors = self.run_as([*self.as_user(), copy(lab.STATION, tmp / "cmp-station")], ["gui"])
         self.assertEqual((code, "tmp/cmp-station-gui, isn't there" in errors), (1, True), errors)
         give(clone)
-        self.assertEqual(self.run_as([clone / "bin/cmp-station"], ["setup", "new", HIS / "z.xml"])[0], 0)
+        self.assertEqual(self.run_as(his_clone, ["setup", "new", HIS / "z.xml"])[0], 0)
         for words in (["plugins"], ["setup", "new", HIS / "w.xml"]):
             store = HIS / ".local/share/kestrova/registry"
             store.mkdir(parents=True, exist_ok=True)
@@ -242,13 +216,13 @@ class Trust(Case):
         users_before = users.read_text()
         self.addCleanup(users.write_text, users_before)
         groups.touch()
-        subprocess.run(["mount", "--bind", groups, "/etc/group"], check=True)
-        self.addCleanup(subprocess.run, ["umount", "/etc/group"], check=True)
+        lab.run("mount", "--bind", groups, "/etc/group")
+        self.addCleanup(lab.run, "umount", "/etc/group")
         clone = Path("/run/clone")
         for name in ("cmp-station", "cmp_plugin.so"):
             copy(lab.BIN / name, clone / name)
         give(clone, 5001)
-        subprocess.run(["chmod", "-R", "g+w", clone], check=True)
+        lab.run("chmod", "-R", "g+w", clone)
         for number, (more_users, group, members, code) in enumerate((
                 ("", "alice", "", 0), ("", "alice", "alice", 0), ("", "alice", "alice,bob", 1), ("", "all", "", 1),
                 ("bob:x:5002:5001::/:\n", "alice", "", 1), ("bob:x:5002:5002::/:\n", "alice", "", 0))):

@@ -1,96 +1,71 @@
 #include "station/stop_signal.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace station {
 namespace {
 
-/// A program of its own, which begins with a look at the signal, and what it exits with.
-class Program {
-  public:
-    explicit Program(const std::function<void(StopSignal&)>& work) {
-        std::array<int, 2> ends = {};
-        EXPECT_EQ(pipe(ends.data()), 0);
-        id = fork();
-        if (id == 0) {
-            StopSignal stop;
-            stop.setFarewell("restored ", ends[1]);
-            dup2(ends[1], STDERR_FILENO);
-            [[maybe_unused]] const ssize_t ready = write(ends[1], "r", 1);
-            work(stop);
-            _exit(7);
-        }
-        close(ends[1]);
-        errors = ends[0];
-        EXPECT_EQ(readSome(), "r");
-    }
-    void send(int number) const { kill(id, number); }
-    int exitCode() {
-        int status = 0;
-        waitpid(id, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    std::string readSome() const {
-        std::array<char, 100> bytes = {};
-        return std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(
-                                             read(errors, bytes.data(), 100), 0)));
-    }
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using testing::ExitedWithCode;
 
-  private:
-    pid_t id = 0;
-    int errors = -1;
-};
+/// The work of a program of its own, which is sent a signal.
+using Work = std::function<void(StopSignal&)>;
 
-void waitForEver(StopSignal&) {
+[[noreturn]] void run(int signal, const Work& work) {
+    StopSignal stop;
+    stop.setFarewell("restored, ", STDERR_FILENO);
+    kill(getpid(), signal);
+    work(stop);
+    _exit(7);
+}
+
+void look(StopSignal& stop) {
+    while (!stop.isRequested()) {
+    }
+}
+
+void say(const char* text) {
+    [[maybe_unused]] const ssize_t size = write(STDERR_FILENO, text, std::strlen(text));
+}
+
+void waitForEver() {
     for (;;) {
         pause();
     }
 }
 
 TEST(StopSignalTest, ProgramThatLooksEndsItselfAndOneThatWaitsIsEnded) {
-    Program looking([](StopSignal& stop) {
-        while (!stop.isRequested()) {
-        }
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-        while (std::chrono::steady_clock::now() < end) {  // its work goes on for a while
+    const Work looking = [](StopSignal& stop) {
+        look(stop);
+        const auto end = steady_clock::now() + seconds(1);
+        while (steady_clock::now() < end) {  // its work goes on for a while
             stop.waitUntil(end);
         }
-    });
-    looking.send(SIGTERM);
-    EXPECT_EQ(looking.exitCode(), 7);
-
-    Program waiting(waitForEver);
-    waiting.send(SIGINT);
-    EXPECT_EQ(waiting.exitCode(), 1);
-    EXPECT_EQ(waiting.readSome(), "restored ended at once\n");
+    };
+    EXPECT_EXIT(run(SIGTERM, looking), ExitedWithCode(7), "^$");
+    const Work waiting = [](StopSignal&) { waitForEver(); };
+    EXPECT_EXIT(run(SIGINT, waiting), ExitedWithCode(1), "^restored, ended at once\n$");
+    const Work patient = [](StopSignal& stop) {
+        stop.setPatience(seconds(2));
+        look(stop);
+        std::this_thread::sleep_for(seconds(1));
+        say("alive, ");
+        waitForEver();
+    };
+    EXPECT_EXIT(run(SIGHUP, patient), ExitedWithCode(1), "^alive, restored, ended at once\n$");
 }
 
 TEST(StopSignalTest, SecondRequestEndsAnyProgram) {
-    Program cleaningUp([](StopSignal& stop) {
-        while (!stop.isRequested()) {
-        }
+    const Work cleaningUp = [](StopSignal& stop) {
+        look(stop);
         stop.beginCleanUp();
-        std::this_thread::sleep_for(std::chrono::seconds(1));
-        [[maybe_unused]] const ssize_t clean = write(STDERR_FILENO, "c", 1);
-        waitForEver(stop);
-    });
-    cleaningUp.send(SIGTERM);
-    EXPECT_EQ(cleaningUp.readSome(), "c");
-    cleaningUp.send(SIGTERM);
-    EXPECT_EQ(cleaningUp.exitCode(), 1);
-
-    Program desktop([](StopSignal& stop) {
-        stop.setPatience(std::chrono::seconds(2));
-        while (!stop.isRequested()) {
-        }
-        std::this_thread::sleep_for(std::chrono::seconds(1));
-        [[maybe_unused]] const ssize_t alive = write(STDERR_FILENO, "a", 1);
-        waitForEver(stop);
-    });
-    desktop.send(SIGHUP);
-    EXPECT_EQ(desktop.readSome(), "a");
-    EXPECT_EQ(desktop.exitCode(), 1);
+        std::this_thread::sleep_for(seconds(1));
+        say("clean, ");
+        kill(getpid(), SIGTERM);
+        waitForEver();
+    };
+    EXPECT_EXIT(run(SIGTERM, cleaningUp), ExitedWithCode(1), "^clean, restored, ended at once\n$");
 }
 
 }  // namespace

@@ -24,13 +24,6 @@ Summary summaryOfOneModule(const std::string& name, const std::string& serial) {
     return summary;
 }
 
-TEST(Summary, NamesThatAreNoUtf8StillMakeJson) {
-    const auto json = nlohmann::json::parse(toJson(summaryOfOneModule("\xC3(\xFF", "a\"\x1B\n")));
-    EXPECT_EQ(json["modules"][0]["name"], "\uFFFD(\uFFFD");
-    EXPECT_EQ(json["modules"][0]["serial"], "a\"\x1B\n");
-    EXPECT_EQ(json["channels"][0]["name"], "\uFFFD(\uFFFD 0x10");
-}
-
 TEST(Summary, TableShowsNoControlCharactersOfTheNetworkAndCountsSilentChannels) {
     const auto lines = toTable(summaryOfOneModule("Front", "S\x1B[2J\r\n\x7F"));
     EXPECT_THAT(lines, Contains(AllOf(HasSubstr("serial S?[2J???"), HasSubstr("Connected"))));
@@ -40,7 +33,7 @@ TEST(Summary, TableShowsNoControlCharactersOfTheNetworkAndCountsSilentChannels) 
 }
 
 TEST(Summary, LossesAndClocksAreInEachForm) {
-    Summary summary = summaryOfOneModule("Front", "1");
+    Summary summary = summaryOfOneModule("Front", "a\"\n\xFF");
     summary.modules[0].clock = ClockStatistics{.mode = ClockStatistics::softSync,
                                                .hasTime = true,
                                                .isPlaced = true,
@@ -67,14 +60,14 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     EXPECT_THAT(toProgressLine(summary), HasSubstr("14 LOST"));
     const auto json = nlohmann::json::parse(toJson(summary));
     EXPECT_EQ(json["lostMessages"], 14);
-    const auto& channel = json["channels"][1];
-    EXPECT_EQ(channel["queued"], 21);
-    EXPECT_EQ(channel["tooOld"], 2);
-    EXPECT_EQ(channel["tooNew"], 3);
-    EXPECT_EQ(channel["noOutput"], 4);
-    EXPECT_EQ(channel["overwritten"], 5);
-    EXPECT_EQ(channel["recordings"].dump(), R"([{"lost":7,"path":"a.log","records":9}])");
+    EXPECT_EQ(json["modules"][0]["serial"], "a\"\n\uFFFD");
     EXPECT_EQ(json["channels"][0]["recordings"].size(), 0U);
+    EXPECT_EQ(json["channels"][1].dump(),
+              R"({"afterEnd":0,"beforeStart":0,"busType":"CAN FD","delivered":1,"firstTime":null,)"
+              R"("frames":0,"interfaceId":32,"lastTime":null,"leftQueued":0,"module":"Front",)"
+              R"("name":"Front","noOutput":4,"notPlaced":0,"overwritten":5,"queued":21,)"
+              R"("recordings":[{"lost":7,"path":"a.log","records":9}],"tooNew":3,"tooOld":2,)"
+              R"("unusable":0})");
     EXPECT_EQ(json["modules"][0]["clock"].dump(),
               R"({"age":0.25,"jumps":2,"mode":"soft sync","offset":0.0,"ratePpm":12.34,)"
               R"("residual":5e-06,"state":"following"})");

@@ -5,19 +5,11 @@
 #include <unistd.h>
 
 #include "station/cli/live_view.h"
+#include "tests/support/temporary_folder.h"
 
 namespace {
 
 using station::TextWriter;
-
-std::string readAll(int file) {
-    std::string text;
-    std::array<char, 4096> part;
-    for (ssize_t size = 1; size > 0; text.append(part.data(), static_cast<std::size_t>(size))) {
-        size = std::max<ssize_t>(read(file, part.data(), part.size()), 0);
-    }
-    return text;
-}
 
 TEST(TextWriterTest, PipeThatNobodyReadsHoldsUpNobodyAndWhatIsNotShownIsTold) {
     std::array<int, 2> ends = {};
@@ -35,7 +27,7 @@ TEST(TextWriterTest, PipeThatNobodyReadsHoldsUpNobodyAndWhatIsNotShownIsTold) {
         { const TextWriter other; }  // ends at once, and the first one soon
         writer.finish();
         EXPECT_TRUE(writer.isBusy());
-        reader = std::thread([&] { shown = readAll(ends[0]); });
+        reader = std::thread([&] { shown = contentOf("/dev/fd/" + std::to_string(ends[0])); });
         while (writer.isBusy()) {
             writer.finish();
         }

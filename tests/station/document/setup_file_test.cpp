@@ -32,9 +32,13 @@ class SetupFileTest : public ::testing::Test {
     void write(const std::string& text) const {
         std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
     }
-    std::size_t filesThere() const {
-        return static_cast<std::size_t>(
-            std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
+    std::ptrdiff_t filesThere() const {
+        return std::distance(fs::directory_iterator(directory), fs::directory_iterator());
+    }
+    /// Of what this process writes from now on; a signal that isn't ignored ends it there.
+    static void limitFileSizes(rlim_t bytes) {
+        const rlimit limit{bytes, RLIM_INFINITY};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
     }
 
     template <typename Action>
@@ -61,13 +65,13 @@ class SetupFileTest : public ::testing::Test {
 
 TEST_F(SetupFileTest, KeepsTheLastGoodFileAsBackupAndAStepBehind) {
     save(L"first");
-    EXPECT_EQ(filesThere(), 1U);
+    EXPECT_EQ(filesThere(), 1);
     const std::string first = contentOf(path);
     save(L"second");
     save(L"second");
     EXPECT_EQ(load(), L"second");
     EXPECT_EQ(contentOf(backup), first);
-    EXPECT_EQ(filesThere(), 2U);
+    EXPECT_EQ(filesThere(), 2);
     std::int32_t mode = 1;
     SetupFile(path).load()->GetMode(&mode);
     EXPECT_EQ(mode, 0);
@@ -124,7 +128,7 @@ TEST_F(SetupFileTest, FileCutAtAnyLengthIsRefusedWithItsPlaceAndNeverOverwritten
     }
     write(good.substr(0, good.size() - 1));  // without the last line feed
     EXPECT_EQ(load(), L"second");
-    EXPECT_EQ(filesThere(), 2U);
+    EXPECT_EQ(filesThere(), 2);
 }
 
 TEST_F(SetupFileTest, FileOfAnotherKindIsNotOverwritten) {
@@ -151,13 +155,10 @@ TEST_F(SetupFileTest, FullDiskOrNoPlaceForTheBackupLeavesAllAsItWas) {
     const std::string good = contentOf(path);
     const std::string kept = contentOf(backup);
     const auto before = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    ::getrlimit(RLIMIT_FSIZE, &limit);
-    const rlimit small{16384, limit.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &small);
+    limitFileSizes(16384);
     const std::string error =
         errorOf([&] { SetupFile(path).save(*documentNamed(L"large", 100'000)); });
-    ::setrlimit(RLIMIT_FSIZE, &limit);
+    limitFileSizes(RLIM_INFINITY);
     std::signal(SIGXFSZ, before);
     EXPECT_THAT(error, AllOf(HasSubstr("File too large"), HasSubstr("Make room")));
     EXPECT_EQ(contentOf(path), good);
@@ -166,7 +167,7 @@ TEST_F(SetupFileTest, FullDiskOrNoPlaceForTheBackupLeavesAllAsItWas) {
     fs::create_directory(backup);  // nowhere to put the backup
     EXPECT_THAT(saveError(), HasSubstr("Is a directory"));
     EXPECT_EQ(contentOf(path), good);
-    EXPECT_EQ(filesThere(), 2U);
+    EXPECT_EQ(filesThere(), 2);
 }
 
 TEST_F(SetupFileTest, WriterKilledAtAnyMomentLeavesAWholeFileAndHindersNobody) {
@@ -190,8 +191,7 @@ TEST_F(SetupFileTest, WriterKilledAtAnyMomentLeavesAWholeFileAndHindersNobody) {
     }
     const pid_t writer = ::fork();  // which dies with half of it written
     if (writer == 0) {
-        const rlimit small{16384, RLIM_INFINITY};
-        ::setrlimit(RLIMIT_FSIZE, &small);
+        limitFileSizes(16384);
         SetupFile(path).save(*documentNamed(L"large", 100'000));
     }
     ::waitpid(writer, nullptr, 0);

@@ -48,7 +48,10 @@ TEST_F(Channels, WhatTheWriterLapsIsCountedAndTheRestIsRead) {
     write(0);
     EXPECT_EQ(channel->getOverruns(), 8U);
     EXPECT_EQ(channel->advanceWritePosition(-1), HostCode::invalidArgument);
+    channel->claim();
+    EXPECT_TRUE(channel->claimed());
     channel->beginMeasurement();
+    EXPECT_FALSE(channel->claimed());
     EXPECT_EQ(channel->getOverruns(), 0U);
     EXPECT_EQ(channel->getWritten(), 0U);
 }
@@ -129,13 +132,6 @@ TEST_F(Channels, ComeBackWithAllThatTheUserSet) {
     persist(*other, hostTrue);
     EXPECT_EQ(element.asText(), saved);
     EXPECT_THAT(script.referenceFaults(), IsEmpty());
-}
-
-TEST_F(Channels, ClaimIsForOneMeasurement) {
-    channel->claim();
-    EXPECT_TRUE(channel->claimed());
-    channel->beginMeasurement();
-    EXPECT_FALSE(channel->claimed());
 }
 
 }  // namespace

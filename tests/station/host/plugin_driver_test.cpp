@@ -15,13 +15,7 @@ using testing::IsEmpty;
 
 class PluginDrivers : public testing::Test {
   protected:
-    PluginDrivers() {
-        makeDriver();
-        std::int32_t index = 0;
-        CountedRef<HostChannel> mounted;
-        host->channels().mountChannels(L"{id}", 1, &index, mounted.out());
-        channel = host->channels().all().front();
-    }
+    PluginDrivers() { makeDriver(); }
     void makeDriver() {
         driver.reset();
         plugin = makeObject<FakePlugin>();
@@ -64,7 +58,7 @@ class PluginDrivers : public testing::Test {
     CountedRef<StationHost> host = makeObject<StationHost>(counter, StationHostOptions{});
     CountedRef<FakePlugin> plugin;
     std::unique_ptr<PluginDriver> driver;
-    CountedRef<StationChannel> channel;
+    CountedRef<StationChannel> channel = mountChannel(*host);
     CallScript script;
     ScriptedDocument& document = script.make<ScriptedDocument>(false);
     ScriptedElement& element = script.make<ScriptedElement>(L"Station");

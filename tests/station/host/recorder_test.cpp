@@ -11,7 +11,6 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 constexpr std::int64_t second = 1000000000;
 
@@ -20,45 +19,34 @@ class Recorders : public testing::Test {
     Recorders() {
         host->data().setStart(at(1000 * second));
         host->clock().start();
+        channel->setDataType(14);
+        channel->setAsync(hostTrue);
+        channel->setUsed(hostTrue);
+        channel->setName(L"C");
+        recorder.addChannels({});
     }
 
     static StationData::SystemClock::time_point at(std::int64_t nanoseconds) {
         return StationData::SystemClock::time_point(std::chrono::nanoseconds(nanoseconds));
     }
-    /// A CAN channel in use.
-    CountedRef<StationChannel> mount() {
-        const std::int32_t index = 0;
-        CountedRef<HostChannel> mounted;
-        host->channels().mountChannels(L"{id}", 1, &index, mounted.out());
-        const auto channel = host->channels().all().back();
-        channel->setDataType(14);
-        channel->setAsync(hostTrue);
-        channel->setUsed(hostTrue);
-        channel->setName(L"C");
-        return channel;
-    }
-    static void add(StationChannel& channel, std::uint8_t id, double time) {
+    void add(std::uint8_t id, double time) {
         std::array<std::uint8_t, 72> record{id, 1, 0, 0, 0, 0, 0, 2, 0xAB, id};
-        addSample(channel, record.data(), record.size(), time);
+        addSample(*channel, record.data(), record.size(), time);
     }
-    std::vector<std::string> lines() {
+    std::string recorded() {
         EXPECT_THAT(queue.flush(), IsEmpty());
         queue.beginClose();
         while (!queue.isClosed()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         EXPECT_FALSE(queue.hasLost());
-        std::ifstream log(folder.path() / "a.log");
-        std::vector<std::string> all;
-        for (std::string line; std::getline(log, line);) {
-            all.push_back(line);
-        }
-        return all;
+        return contentOf(folder.path() / "a.log");
     }
 
     const TemporaryFolder folder;
     ManualCounter counter{1'000'000'000, 5'000'000'000};
     CountedRef<StationHost> host = makeObject<StationHost>(counter, StationHostOptions{});
+    const CountedRef<StationChannel> channel = mountChannel(*host);  ///< for CAN, and in use
     RecordingQueue queue{[this] {
         auto recordings = std::make_shared<RecordingSet>();
         recordings->open(folder.path() / "a.log");
@@ -68,57 +56,44 @@ class Recorders : public testing::Test {
 };
 
 TEST_F(Recorders, EachMessageIsRecordedOnceAlsoInStalls) {
-    const auto channel = mount();
-    recorder.addChannels({});
     std::minstd_rand random(3);
     int written = 0;
+    std::string lines;
     while (written < 10000) {
         // Up to several times the room between two calls.
         for (auto burst = random() % 4000; burst > 0; --burst) {
-            add(*channel, 5, written++ * 1e-6);
+            add(5, written * 1e-6);
+            lines += fmt::format("(0000001000.{:06}) C 105#AB05\n", written++);
         }
         recorder.takeNew();
     }
     EXPECT_THAT(recorder.takeOverruns(), IsEmpty());
-    const auto all = lines();
-    ASSERT_THAT(all, SizeIs(written));
-    for (int i = 0; i < written; ++i) {
-        ASSERT_EQ(all[static_cast<std::size_t>(i)],
-                  fmt::format("(0000001000.{:06}) C 105#AB05", i));
-    }
+    EXPECT_TRUE(recorded() == lines);
 }
 
 TEST_F(Recorders, UtcGoesOnAcrossPartsAndNeverBack) {
-    const auto channel = mount();
-    recorder.addChannels({});
-    add(*channel, 1, 50.0);
+    add(1, 50.0);
     recorder.endPart();
     host->data().setStart(at(1049 * second));
     host->clock().startNextPart(49.0);
-    add(*channel, 2, 0.9999);
-    add(*channel, 3, 3.0);
+    add(2, 0.9999);
+    add(3, 3.0);
     recorder.takeNew();
     counter.pass(60.0);
     const Summary summary = recorder.summarize({});
     EXPECT_EQ(summary.startTime, at(1000 * second));
     EXPECT_EQ(summary.channels[0].lastTime, 52.0);
     EXPECT_EQ(summary.seconds, 60.0);
-    EXPECT_THAT(lines(),
-                ElementsAre("(0000001050.000000) C 101#AB01", "(0000001050.000000) C 102#AB02",
-                            "(0000001052.000000) C 103#AB03"));
+    EXPECT_EQ(recorded(),
+              "(0000001050.000000) C 101#AB01\n(0000001050.000000) C 102#AB02\n"
+              "(0000001052.000000) C 103#AB03\n");
 }
 
 TEST_F(Recorders, WhatThePluginLostIsToldOncePerChannelWithItsReasons) {
-    const auto channel = mount();
-    recorder.addChannels({});
-    ChannelStatistics lossless{.output = channel->indices().back(), .queued = 9, .delivered = 5};
-    lossless.beforeStart = 3;
-    lossless.afterEnd = 1;
+    const std::int32_t output = channel->indices().back();
+    const ChannelStatistics lossless{.output = output, .beforeStart = 3, .afterEnd = 1};
     EXPECT_THAT(recorder.takeCounts({lossless}), IsEmpty());
-    ChannelStatistics lossy = lossless;
-    lossy.tooOld = 2;
-    lossy.tooNew = 3;
-    lossy.notPlaced = 4;
+    ChannelStatistics lossy{.output = output, .tooOld = 2, .tooNew = 3, .notPlaced = 4};
     lossy.leftQueued = 5;
     lossy.noOutput = 6;
     ChannelStatistics other = lossy;

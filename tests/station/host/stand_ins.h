@@ -1,9 +1,16 @@
 #pragma once
 
-#include "station/host/station_channel.h"
+#include "station/host/station_host.h"
 #include "tests/support/manual_counter.h"
 
 namespace station {
+
+inline CountedRef<StationChannel> mountChannel(StationHost& host) {
+    const std::int32_t index = 0;
+    CountedRef<HostChannel> mounted;
+    host.channels().mountChannels(L"{id}", 1, &index, mounted.out());
+    return host.channels().all().back();
+}
 
 /// Adds a sample as a plug-in does: at the write position of the buffers.
 inline void addSample(StationChannel& channel, const void* sample, std::size_t size, double time) {

@@ -160,12 +160,5 @@ TEST_F(RecordingQueueTest, DiskThatDoesNotConfirmHasLostNothing) {
     EXPECT_FALSE(queue->hasLost());
 }
 
-TEST_F(RecordingQueueTest, WithoutAnEndAnEmptyRecordingIsTakenAway) {
-    queue.reset();
-    EXPECT_TRUE(std::filesystem::exists(path));
-    recordings.reset();
-    EXPECT_FALSE(std::filesystem::exists(path));
-}
-
 }  // namespace
 }  // namespace station

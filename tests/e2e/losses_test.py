@@ -1,4 +1,4 @@
-"""Silent interfaces beside a busy one, and what is lost and counted."""
+"""What is lost and counted before messages reach their channels, and when frames came in."""
 
 import signal
 import sys
@@ -10,23 +10,9 @@ import traffic
 from case import CAN, FRONT, RATE, Case, main
 
 LIVE_PORT = sys.argv.pop(1)
-INTERFACES = 5  # the loopback, one busy pair, three silent ones
-STOP_LIMIT = 5  # seconds; who waits for a packet on a silent link waits for ever
 
 
-class Interfaces(Case):
-    def test_end_waits_for_no_packet_with_and_without_traffic(self):
-        for modules in ([], CAN):
-            station = lab.Station(FRONT, "--quiet")
-            simulators = [lab.start_simulator([module], "--rate", RATE, "--duration", 20) for module in modules]
-            time.sleep(0.3)
-            start = time.monotonic()
-            station.stop()
-            self.assertLess(time.monotonic() - start, STOP_LIMIT)
-            for simulator in simulators:
-                simulator.terminate()
-                lab.finish_simulator(simulator)
-
+class Losses(Case):
     def test_frames_that_the_system_drops_are_told(self):
         station = lab.Station(FRONT)
         station.process.send_signal(signal.SIGSTOP)
@@ -80,11 +66,9 @@ class Interfaces(Case):
         self.assertIn('the measurement never began: "Leads"', errors)
         self.assertEqual(report["lostMessages"], sum(channel["notPlaced"] for channel in report["channels"]))
 
-    def test_frames_are_stamped_on_receipt_and_closed_interfaces_leave_no_descriptor(self):
-        taken, is_stamped, is_opened_late, left = map(int, lab.call([LIVE_PORT])[1].split())
-        self.assertGreaterEqual(taken, INTERFACES)
-        self.assertEqual((is_stamped, is_opened_late, left), (1, 1, 0))
+    def test_frames_are_stamped_on_receipt(self):
+        self.assertEqual(lab.call([LIVE_PORT])[0], 0)
 
 
 if __name__ == "__main__":
-    main(links=INTERFACES - 1)
+    main()
