@@ -16,8 +16,8 @@ constexpr double nanosecondsInSecond = 1e9;
 
 }  // namespace
 
-bool PassThroughClock::Line::takes(const GNSSTime& deviceTime, double now) {
-    const double present = at(deviceTime) - now;
+bool PassThroughClock::Line::takes(double position, double now) {
+    const double present = position - now;
     if (std::abs(present - lead) > tolerance) {
         return false;
     }
@@ -48,15 +48,16 @@ PassThroughClock::Result PassThroughClock::GetTime(const GNSSTime deviceTime) {
         line = set;
     }
     const double now = secondsOfCounter();
-    if (line->takes(deviceTime, now)) {
+    const double position = line->at(deviceTime);
+    if (line->takes(position, now)) {
         wrongStamps += suspect ? 1U : 0U;
         suspect.reset();
-        return {Status::Valid, std::max(0.0, line->at(deviceTime))};
+        return {Status::Valid, std::max(0.0, position)};
     }
-    if (former && former->takes(deviceTime, now)) {
+    if (former && former->takes(former->at(deviceTime), now)) {
         return {Status::Valid, std::max(0.0, former->at(deviceTime))};
     }
-    if (suspect && suspect->takes(deviceTime, now)) {
+    if (suspect && suspect->takes(suspect->at(deviceTime), now)) {
         ++jumps;
         former = line;
         line = std::abs(set.at(deviceTime) - now) <= tolerance ? set : suspect;

@@ -52,8 +52,8 @@ class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GN
         double lead = 0.0;  ///< of the module's time before the counter, lately
 
         double at(const GNSSTime& deviceTime) const { return host + (deviceTime - device); }
-        /// Whether the time is in line, `now` being the counter's.
-        bool takes(const GNSSTime& deviceTime, double now);
+        /// Whether a time that `at` gave is in line, `now` being the counter's.
+        bool takes(double position, double now);
     };
 
     double secondsOfCounter() const;
