@@ -22,9 +22,13 @@ bool setOption(pcap* handle, int option, const void* value, std::size_t size) {
                       static_cast<socklen_t>(size)) == 0;
 }
 
+/// Of frames that leave by the interface the group gets none: PACKET_FANOUT_FLAG_IGNORE_OUTGOING,
+/// which older headers lack and older kernels pass over.
+constexpr std::uint32_t ignoreOutgoing = 0x4000;
+
 /// A filter program decides for the group: it gives the number of the member for each frame.
 bool enterGroup(pcap* handle, std::uint32_t flags, PcapRing::GroupId group) {
-    const std::uint32_t argument = (PACKET_FANOUT_CBPF | flags) << 16U | group;
+    const std::uint32_t argument = (PACKET_FANOUT_CBPF | ignoreOutgoing | flags) << 16U | group;
     return setOption(handle, PACKET_FANOUT, &argument, sizeof argument);
 }
 
@@ -56,6 +60,9 @@ std::unique_ptr<PcapRing> PcapRing::open(const Settings& settings, int bytes, st
                 (detail.empty() || detail == status ? "" : " (" + detail + ")");
         return nullptr;
     }
+    // A bridge sends what comes in by one of its ports out by the others.
+    const int yes = 1;
+    setOption(opened, PACKET_IGNORE_OUTGOING, &yes, sizeof yes);
     if (pcap_setnonblock(opened, 1, text) != 0) {
         error = text;
         return nullptr;

@@ -138,13 +138,14 @@ class ChangingInterfaces(Case):
         lab.ip("link add bridge0 type bridge")
         self.addCleanup(lab.ip, "link del bridge0")
         lab.ip("link set bridge0 up")
-        lab.ip("link set veth0 master bridge0")
+        for port in ("veth0", "veth2"):  # it sends out by one what comes in by the other
+            lab.ip(f"link set {port} master bridge0")
         lab.ip("link add link veth1 name upper1 type macvlan mode bridge")
         self.addCleanup(lab.ip, "link del upper1")
         lab.ip("link set upper1 up")
         self.capture()
         told = self.expect_all_of("sim0", "sim1")
-        self.assertIn("interface bridge0 is left out, as it only repeats veth0", told)
+        self.assertIn("interface bridge0 is left out, as it only repeats veth0, veth2", told)
         self.assertIn("interface upper1 is left out, as it only repeats veth1", told)
 
         self.capture("--interface", "bridge0")  # what is named is captured on, and nothing else
