@@ -11,18 +11,13 @@ namespace station {
 
 namespace {
 
-constexpr double tolerance = 10.0;  // seconds
+constexpr double tolerance = 0.5;  // seconds
 constexpr double nanosecondsInSecond = 1e9;
 
 }  // namespace
 
-bool PassThroughClock::Line::takes(double position, double now) {
-    const double present = position - now;
-    if (std::abs(present - lead) > tolerance) {
-        return false;
-    }
-    lead = present;
-    return true;
+bool PassThroughClock::Line::takes(double position, double now) const {
+    return std::abs(position - now - lead) <= tolerance;
 }
 
 void PassThroughClock::SetTime(const GNSSTime deviceTime) {
@@ -46,15 +41,19 @@ PassThroughClock::Result PassThroughClock::GetTime(const GNSSTime deviceTime) {
             return {Status::Wait, 0.0};
         }
         line = set;
+        latest = set.host;
     }
     const double now = secondsOfCounter();
     const double position = line->at(deviceTime);
-    if (line->takes(position, now)) {
+    if (line->takes(position, now) || std::abs(position - latest) <= tolerance) {
+        line->follow(position, now);
+        latest = position;
         wrongStamps += suspect ? 1U : 0U;
         suspect.reset();
         return {Status::Valid, std::max(0.0, position)};
     }
     if (former && former->takes(former->at(deviceTime), now)) {
+        former->follow(former->at(deviceTime), now);
         return {Status::Valid, std::max(0.0, former->at(deviceTime))};
     }
     if (suspect && suspect->takes(suspect->at(deviceTime), now)) {
@@ -62,7 +61,8 @@ PassThroughClock::Result PassThroughClock::GetTime(const GNSSTime deviceTime) {
         former = line;
         line = std::abs(set.at(deviceTime) - now) <= tolerance ? set : suspect;
         suspect.reset();
-        return {Status::Valid, std::max(0.0, line->at(deviceTime))};
+        latest = line->at(deviceTime);
+        return {Status::Valid, std::max(0.0, latest)};
     }
     wrongStamps += suspect ? 1U : 0U;
     // The counter is at the end of the stretch in which it came in, and others in it follow.

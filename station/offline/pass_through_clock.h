@@ -19,8 +19,9 @@ namespace station {
 /// The first answer is `Wait`: only a device time that is set after it is sure to rest on a
 /// message. That one is anchored to the counter. Nothing is ever discarded.
 ///
-/// A time that is more than 10 s off what the counter makes of it is out of line. Its message has
-/// the moment at which it came in, and nothing else changes, so that a single wrong stamp affects
+/// A time that is more than half a second off what the counter makes of it, and off the time before
+/// it, is out of line. (A counter that was set alone leaves all in line.) Its message has the
+/// moment at which it came in, and nothing else changes, so that a single wrong stamp affects
 /// itself alone. If the next time out of line goes with it, the module's clock has jumped, and is
 /// anchored again. As a channel's messages from before the jump may be asked for after another's
 /// from behind it, those that fit the line before go by that one. Jumps and wrong stamps are
@@ -53,7 +54,8 @@ class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GN
 
         double at(const GNSSTime& deviceTime) const { return host + (deviceTime - device); }
         /// Whether a time that `at` gave is in line, `now` being the counter's.
-        bool takes(double position, double now);
+        bool takes(double position, double now) const;
+        void follow(double position, double now) { lead = position - now; }
     };
 
     double secondsOfCounter() const;
@@ -66,6 +68,7 @@ class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GN
     Line set CMP_GUARDED_BY(lock);  ///< by the time that was set last
     // The host's thread only.
     std::optional<Line> line;
+    double latest = 0.0;          ///< host time of the latest in `line`
     std::optional<Line> former;   ///< before the last jump
     std::optional<Line> suspect;  ///< by the last time, if that was out of line
     std::uint64_t jumps = 0;
