@@ -4,11 +4,14 @@
 #include <map>
 
 /// What became of the messages of one channel since data read was started. At the end of data read
-/// `queued` is the sum of all that follow it.
+/// `queued` is the sum of all that follow it, but for `raised`.
 struct ChannelCounts {
     std::uint64_t unusable = 0;   ///< never queued: the payload holds no whole message that fits
     std::uint64_t queued = 0;     ///< messages that came in
     std::uint64_t delivered = 0;  ///< written to the output channel
+    /// Of the delivered: those that got the time of the one before, as their own was more than a
+    /// millisecond earlier.
+    std::uint64_t raised = 0;
 
     // No loss: stamped outside of the measurement.
     std::uint64_t beforeStart = 0;  ///< and before all that was delivered
@@ -25,6 +28,7 @@ struct ChannelCounts {
         unusable += other.unusable;
         queued += other.queued;
         delivered += other.delivered;
+        raised += other.raised;
         beforeStart += other.beforeStart;
         afterEnd += other.afterEnd;
         tooOld += other.tooOld;

@@ -141,12 +141,16 @@ class FrameChannel : public CmpChannel {
     using Status = Kestrova::Utils::Kcom::Synchronization::GNSSTimeStatus;
     using Reason = Kestrova::Utils::Kcom::Synchronization::GNSSTimeReason;
 
+    /// By so much the times of two messages in a row may go back, in seconds: a fitted line moves.
+    static constexpr double largestStep = 1e-3;
+
     void write(OutputChannel& target, const Frame& frame, double hostTime) {
         const std::uint32_t starts = timeResets;
         const double time = std::max(lastTime, hostTime);
         (target.*addSample)(&frame, sizeof(Frame), time);
         if (timeResets == starts) {
             lastTime = time;
+            counts.raised += time - hostTime > largestStep ? 1U : 0U;
         }
     }
 

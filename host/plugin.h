@@ -165,7 +165,7 @@ inline constexpr std::int32_t endOfSetup = 186;
 }  // namespace PluginEvent
 
 /// What became of the messages of one bus since event 105. While data is read some may still be
-/// queued; from event 130 on `queued` is the sum of all fields behind it.
+/// queued; from event 130 on `queued` is the sum of all fields behind it, but for `raised`.
 struct ChannelStatistics {
     /// The module was removed, or has another type now.
     static constexpr std::uint32_t goneModule = 0xFFFFFFFF;
@@ -175,6 +175,8 @@ struct ChannelStatistics {
     std::uint64_t unusable = 0;   ///< not queued: a payload that holds no whole message that fits
     std::uint64_t queued = 0;     ///< messages that came in
     std::uint64_t delivered = 0;  ///< given to the host's channel, whether it is used or not
+    /// Of the delivered: with the time of the one before, as their own was more than 1 ms earlier.
+    std::uint64_t raised = 0;
     // No loss: stamped outside of the measurement. Stamps of a clock that has jumped there are
     // losses, too old or too new.
     std::uint64_t beforeStart = 0;

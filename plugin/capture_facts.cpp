@@ -16,6 +16,7 @@ ChannelStatistics statisticsOf(std::uint32_t module, std::int32_t output,
     result.unusable = counts.unusable;
     result.queued = counts.queued;
     result.delivered = counts.delivered;
+    result.raised = counts.raised;
     result.beforeStart = counts.beforeStart;
     result.afterEnd = counts.afterEnd;
     result.tooOld = counts.tooOld;

@@ -36,6 +36,7 @@ ChannelStatistics statisticsOf(const ChannelCounts& counts) {
     return {.unusable = counts.unusable,
             .queued = counts.queued,
             .delivered = counts.delivered,
+            .raised = counts.raised,
             .beforeStart = counts.beforeStart,
             .afterEnd = counts.afterEnd,
             .tooOld = counts.tooOld,

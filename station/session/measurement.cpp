@@ -101,10 +101,8 @@ void Measurement::readDropped(std::vector<std::string>& texts) {
 }
 
 void Measurement::readCounts(std::vector<std::string>& texts) {
-    for (std::string& text : recorder.takeCounts(session.driver().getChannels())) {
-        lost = true;
-        texts.push_back(std::move(text));
-    }
+    std::ranges::move(recorder.takeCounts(session.driver().getChannels(), lost),
+                      std::back_inserter(texts));
     if (!missedLeader.empty()) {
         lost = true;
         texts.push_back(

@@ -31,11 +31,12 @@ std::optional<BusType> busOf(const StationChannel& channel) {
 /// Of all buses that write to this output: a setup may name one twice.
 ChannelStatistics sumOf(const std::vector<ChannelStatistics>& statistics, std::int32_t output) {
     static constexpr std::uint64_t ChannelStatistics::*counts[] = {
-        &ChannelStatistics::unusable,   &ChannelStatistics::queued,
-        &ChannelStatistics::delivered,  &ChannelStatistics::beforeStart,
-        &ChannelStatistics::afterEnd,   &ChannelStatistics::tooOld,
-        &ChannelStatistics::tooNew,     &ChannelStatistics::notPlaced,
-        &ChannelStatistics::leftQueued, &ChannelStatistics::noOutput};
+        &ChannelStatistics::unusable,    &ChannelStatistics::queued,
+        &ChannelStatistics::delivered,   &ChannelStatistics::raised,
+        &ChannelStatistics::beforeStart, &ChannelStatistics::afterEnd,
+        &ChannelStatistics::tooOld,      &ChannelStatistics::tooNew,
+        &ChannelStatistics::notPlaced,   &ChannelStatistics::leftQueued,
+        &ChannelStatistics::noOutput};
     ChannelStatistics sum;
     for (const ChannelStatistics& entry : statistics) {
         if (entry.output == output) {
@@ -168,12 +169,19 @@ std::vector<std::string> MeasurementRecorder::takeOverruns() {
 }
 
 std::vector<std::string> MeasurementRecorder::takeCounts(
-    const std::vector<ChannelStatistics>& statistics) {
+    const std::vector<ChannelStatistics>& statistics, bool& hasLost) {
     std::vector<std::string> texts;
     for (const auto& channel : channels) {
         const ChannelStatistics now = sumOf(statistics, channel->source->indices().back());
         const std::string reasons = lossReasons(channel->counts, now);
+        if (const auto raised = now.raised - channel->counts.raised; raised != 0) {
+            texts.push_back(fmt::format(
+                "channel \"{}\": {} messages have the time of the one before, as their own was "
+                "earlier: the module's clock went back, or a time of it was wrong",
+                channel->name, raised));
+        }
         if (!reasons.empty()) {
+            hasLost = true;
             texts.push_back(fmt::format("channel \"{}\" lost {} messages: {}", channel->name,
                                         now.getLost() - channel->counts.getLost(), reasons));
         }

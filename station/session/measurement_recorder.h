@@ -54,8 +54,9 @@ class MeasurementRecorder {
     /// overwritten before they could be read.
     std::vector<std::string> takeOverruns();
     /// Keeps what the plug-in counts for the summary. Returns a text for each channel of which the
-    /// plug-in lost messages since the last call.
-    std::vector<std::string> takeCounts(const std::vector<ChannelStatistics>& statistics);
+    /// plug-in lost messages since the last call, which sets `hasLost`, or gave them another time.
+    std::vector<std::string> takeCounts(const std::vector<ChannelStatistics>& statistics,
+                                        bool& hasLost);
 
     /// Times count from the start of the first part. A channel without an owner among the modules
     /// goes to a module without a name behind them.

@@ -90,6 +90,7 @@ Json toJson(const ChannelSummary& channel, const std::vector<Module>& modules) {
     const ChannelStatistics& counts = *channel.counts;
     result.update({{"queued", counts.queued},
                    {"delivered", counts.delivered},
+                   {"raised", counts.raised},
                    {"beforeStart", counts.beforeStart},
                    {"afterEnd", counts.afterEnd},
                    {"tooOld", counts.tooOld},
@@ -153,7 +154,8 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
         if (channel.module != position) {
             continue;
         }
-        if (channel.frames == 0 && channel.getLost() == 0) {
+        if (channel.frames == 0 && channel.getLost() == 0 &&
+            (!channel.counts || channel.counts->unusable == 0)) {
             ++silent;
             continue;
         }
@@ -164,6 +166,16 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
                         shortened(channel.lastValue, longestValue)));
         if (channel.getLost() != 0) {
             lines.push_back("    lost: " + channel.describeLoss());
+        }
+        if (channel.counts && channel.counts->unusable != 0) {
+            lines.push_back(
+                fmt::format("    not delivered: {} whose contents are no message of this bus",
+                            channel.counts->unusable));
+        }
+        if (channel.counts && channel.counts->raised != 0) {
+            lines.push_back(
+                fmt::format("    with the time of the one before, as their own was earlier: {}",
+                            channel.counts->raised));
         }
     }
     if (silent != 0) {

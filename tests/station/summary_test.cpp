@@ -41,7 +41,8 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
                                                .residual = 5e-6,
                                                .age = 0.25,
                                                .jumps = 2};
-    summary.channels[1].counts = {.queued = 21, .delivered = 1, .tooOld = 2, .tooNew = 3};
+    summary.channels[1].counts = {
+        .unusable = 8, .queued = 21, .delivered = 1, .raised = 6, .tooOld = 2, .tooNew = 3};
     summary.channels[1].counts->noOutput = 4;
     summary.channels[1].overwritten = 5;
     summary.droppedFrames = 6;
@@ -54,7 +55,8 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
             "soft sync +12.3 ppm, residual 5.0 us, offset 0.000000 s, age 0.25 s, 2 jumps")));
     EXPECT_THAT(lines, Contains(HasSubstr("LOST 14"))) << "though no frame came";
     EXPECT_THAT(lines, Contains(AllOf(HasSubstr("2 came too late"), HasSubstr("5 were over"))));
-    for (const auto* const text : {"LOST 6 Ethernet", "LOST 7", "TIME STANDS STILL"}) {
+    for (const auto* const text :
+         {"LOST 6 Ethernet", "LOST 7", "TIME STANDS STILL", "not delivered: 8", "was earlier: 6"}) {
         EXPECT_THAT(lines, Contains(HasSubstr(text)));
     }
     EXPECT_THAT(toProgressLine(summary), HasSubstr("14 LOST"));
@@ -65,9 +67,9 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     EXPECT_EQ(json["channels"][1].dump(),
               R"({"afterEnd":0,"beforeStart":0,"busType":"CAN FD","delivered":1,"firstTime":null,)"
               R"("frames":0,"interfaceId":32,"lastTime":null,"leftQueued":0,"module":"Front",)"
-              R"("name":"Front","noOutput":4,"notPlaced":0,"overwritten":5,"queued":21,)"
+              R"("name":"Front","noOutput":4,"notPlaced":0,"overwritten":5,"queued":21,"raised":6,)"
               R"("recordings":[{"lost":7,"path":"a.log","records":9}],"tooNew":3,"tooOld":2,)"
-              R"("unusable":0})");
+              R"("unusable":8})");
     EXPECT_EQ(json["modules"][0]["clock"].dump(),
               R"({"age":0.25,"jumps":2,"mode":"soft sync","offset":0.0,"ratePpm":12.34,)"
               R"("residual":5e-06,"state":"following"})");

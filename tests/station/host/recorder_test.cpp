@@ -92,17 +92,23 @@ TEST_F(Recorders, UtcGoesOnAcrossPartsAndNeverBack) {
 TEST_F(Recorders, WhatThePluginLostIsToldOncePerChannelWithItsReasons) {
     const std::int32_t output = channel->indices().back();
     const ChannelStatistics lossless{.output = output, .beforeStart = 3, .afterEnd = 1};
-    EXPECT_THAT(recorder.takeCounts({lossless}), IsEmpty());
+    bool hasLost = false;
+    EXPECT_THAT(recorder.takeCounts({lossless}, hasLost), IsEmpty());
     ChannelStatistics lossy{.output = output, .tooOld = 2, .tooNew = 3, .notPlaced = 4};
     lossy.leftQueued = 5;
     lossy.noOutput = 6;
     ChannelStatistics other = lossy;
     other.output = 77;
-    EXPECT_THAT(recorder.takeCounts({other, lossy}),
+    ChannelStatistics late = lossless;
+    late.raised = 7;
+    EXPECT_THAT(recorder.takeCounts({late}, hasLost), ElementsAre(HasSubstr("7 messages have")));
+    EXPECT_FALSE(hasLost);
+    EXPECT_THAT(recorder.takeCounts({other, lossy}, hasLost),
                 ElementsAre(AllOf(HasSubstr("\"C\" lost 20 messages: 2 came too late"),
                                   HasSubstr("3 were stamped"), HasSubstr("4 had"),
                                   HasSubstr("5 were still"), HasSubstr("6 had no channel"))));
-    EXPECT_THAT(recorder.takeCounts({lossy}), IsEmpty()) << "told already";
+    EXPECT_TRUE(hasLost);
+    EXPECT_THAT(recorder.takeCounts({lossy}, hasLost), IsEmpty()) << "told already";
     EXPECT_EQ(recorder.summarize({}).totalLost(), 20U);
 }
 
