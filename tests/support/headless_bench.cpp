@@ -99,11 +99,14 @@ std::vector<std::int32_t> HeadlessBench::shownRows(const std::string& grid) cons
 }
 
 std::optional<CellContent> HeadlessBench::look(const Cell& cell) const {
-    const Rows rows = look(cell.grid);
-    const auto row = rows.find(cell.row);
-    const auto column = static_cast<std::size_t>(cell.column);
-    return row != rows.end() && column < row->second.size() ? std::optional(row->second[column])
-                                                            : std::nullopt;
+    const auto shown = find(cell.grid);
+    if (shown) {
+        shown->askGroups();
+    }
+    return shown && shown->isShown(cell.row) && cell.column >= 0 &&
+                   cell.column < static_cast<std::int32_t>(shown->getColumns().size())
+               ? std::optional(shown->askCell({cell.row, cell.column}))
+               : std::nullopt;
 }
 
 bool HeadlessBench::input(const Cell& cell, std::initializer_list<std::int32_t> types,
