@@ -41,8 +41,9 @@ class Recordings(Case):
             rows = self.expect_complete(self.sent, report, pcapng)
             self.assertEqual(traffic.time_differences(self.sent, traffic.names_of(report), rows, RATE, tolerance), [])
             self.assertEqual({row.bus for row in rows}, {"CAN", "CANFD", "LIN"})
-            self.assertEqual([(m["type"], m["configId"], m["serial"]) for m in report["modules"]],
-                             [(m["type"], m["configId"], str(m["serial"])) for m in self.sent["modules"]])
+        # In the converted one; a live module that has said nothing for two seconds has no serial number.
+        self.assertEqual([(m["type"], m["configId"], m["serial"]) for m in report["modules"]],
+                         [(m["type"], m["configId"], str(m["serial"])) for m in self.sent["modules"]])
 
     def test_python_can_and_tshark_read_from_a_log_the_can_messages_that_were_sent(self):
         for report, pcapng, log, _ in self.runs:
