@@ -9,7 +9,8 @@ CmpDevices::CmpDevices(GNSSSyncManager* manager, OutputFactory* factory,
     : DeviceContainer("CmpDevices", "CmpDevice"),
       syncManager(manager),
       outputFactory(factory),
-      counter(performanceCounter) {}
+      counter(performanceCounter),
+      directory([this] { return list(); }) {}
 
 CmpDevices::~CmpDevices() = default;
 
@@ -29,10 +30,7 @@ std::shared_ptr<CmpDevice> CmpDevices::createNew() {
 }
 
 void CmpDevices::publishDirectory() {
-    {
-        const LockGuard guard(listLock);
-        directory.publish(std::make_shared<const DeviceDirectory>(listLocked()));
-    }
+    directory.publish();
     directory.releaseReplaced();
     ++changes;
 }

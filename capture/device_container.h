@@ -95,10 +95,11 @@ class DeviceContainer {
 
     /// Appends a device that was loaded, under the smallest free key.
     void appendLoaded(T device) {
-        change([&](auto& all) {
-            all.append(std::move(device));
-            return true;
-        });
+        {
+            const LockGuard guard(listLock);
+            items.append(std::move(device));
+        }
+        onItemsChanged();
     }
 
     std::vector<T> listLocked() const CMP_REQUIRES(listLock) {

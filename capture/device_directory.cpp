@@ -51,17 +51,33 @@ CmpDevice* DeviceDirectory::findDevice(std::uint16_t cmId) const {
     return deviceByCmId.empty() ? nullptr : deviceByCmId[cmId];
 }
 
-DirectoryPublisher::DirectoryPublisher()
-    : latest(std::make_shared<const DeviceDirectory>()), current(latest.get()) {}
-
-/// Whoever reads already shall not have to make the table.
-void DirectoryPublisher::publish(std::shared_ptr<const DeviceDirectory> next) {
-    if (inUse.load() != nullptr) {
-        next->prepare();
-    }
+/// Whoever reads already shall not have to make the directory. One who begins to just now finds
+/// none, or that his isn't the current one any more. The devices are asked for with the lock held,
+/// so that an older list never replaces a newer one.
+void DirectoryPublisher::publish() {
     const LockGuard guard(lock);
+    auto next = inUse.load() != nullptr ? make() : nullptr;
     current.store(next.get());
-    retired.push_back(std::exchange(latest, std::move(next)));
+    std::swap(latest, next);
+    if (next) {
+        retired.push_back(std::move(next));
+    }
+}
+
+std::shared_ptr<const DeviceDirectory> DirectoryPublisher::make() const {
+    auto made = std::make_shared<const DeviceDirectory>(source());
+    if (inUse.load() != nullptr) {
+        made->prepare();
+    }
+    return made;
+}
+
+const std::shared_ptr<const DeviceDirectory>& DirectoryPublisher::requireLatest() {
+    if (!latest) {
+        latest = make();
+        current.store(latest.get());
+    }
+    return latest;
 }
 
 void DirectoryPublisher::releaseReplaced() {
@@ -90,9 +106,9 @@ DirectoryPublisher::DirectoryList DirectoryPublisher::takeUnused() {
     return unused;
 }
 
-std::shared_ptr<const DeviceDirectory> DirectoryPublisher::snapshot() const {
+std::shared_ptr<const DeviceDirectory> DirectoryPublisher::snapshot() {
     const LockGuard guard(lock);
-    return latest;
+    return requireLatest();
 }
 
 DirectoryPublisher::Reader::Reader(DirectoryPublisher& source) : publisher(source) {
@@ -109,6 +125,10 @@ DirectoryPublisher::Reader::~Reader() {
 void DirectoryPublisher::Reader::renew() {
     do {
         held = publisher.current.load();
+        if (held == nullptr) {  // no share is taken in it: it must not be let go of here
+            const LockGuard guard(publisher.lock);
+            held = publisher.requireLatest().get();
+        }
         publisher.inUse.store(held);
     } while (publisher.current.load() != held);
     held->prepare();

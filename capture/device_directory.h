@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -82,23 +83,30 @@ class DeviceDirectory {
 
 /// Hands the directory from the thread that changes the device list to the capture thread.
 ///
-/// The capture thread looks at one pointer a message and never waits. It tells which directory it
-/// uses; `releaseReplaced` comes back only when that isn't an old one any more. So what a change
-/// took out, devices, channels, clocks and outputs, is destroyed on the thread that made the
-/// change, and not while the capture thread is at work on it.
+/// The capture thread looks at one pointer a message and never waits for a directory while it
+/// reads. It tells which one it uses; `releaseReplaced` comes back only when that isn't an old one
+/// any more. So what a change took out, devices, channels, clocks and outputs, is destroyed on the
+/// thread that made the change, and not while the capture thread is at work on it.
+///
+/// While nobody reads, a change only drops the directory, and the next one to ask for it makes it:
+/// else setting up n modules would make n directories of up to n modules each.
 class DirectoryPublisher {
   public:
-    DirectoryPublisher();
+    using DeviceList = std::vector<std::shared_ptr<CmpDevice>>;
 
-    /// Replaces the directory.
-    void publish(std::shared_ptr<const DeviceDirectory> next) CMP_EXCLUDES(lock);
+    /// `deviceSource` gives the devices as they are now, on any thread.
+    explicit DirectoryPublisher(std::function<DeviceList()> deviceSource)
+        : source(std::move(deviceSource)) {}
+
+    /// Replaces the directory, as the devices have changed.
+    void publish() CMP_EXCLUDES(lock);
     /// Waits until the capture thread has let go of what was replaced, which takes it one read at
     /// most, and drops it; not to be called with a lock held that the capture thread may take. On
     /// the capture thread itself, which can't wait for itself, what is in use is kept for a later
     /// call.
     void releaseReplaced() CMP_EXCLUDES(lock);
     /// The directory as it is, for any thread.
-    std::shared_ptr<const DeviceDirectory> snapshot() const CMP_EXCLUDES(lock);
+    std::shared_ptr<const DeviceDirectory> snapshot() CMP_EXCLUDES(lock);
 
     /// The capture thread's view, between the start and the end of its run.
     class Reader {
@@ -124,13 +132,16 @@ class DirectoryPublisher {
   private:
     using DirectoryList = std::vector<std::shared_ptr<const DeviceDirectory>>;
 
+    std::shared_ptr<const DeviceDirectory> make() const CMP_REQUIRES(lock);
+    const std::shared_ptr<const DeviceDirectory>& requireLatest() CMP_REQUIRES(lock);
     /// Takes those of `retired` that the capture thread doesn't use.
     DirectoryList takeUnused() CMP_REQUIRES(lock);
 
-    mutable Mutex lock;
-    std::shared_ptr<const DeviceDirectory> latest CMP_GUARDED_BY(lock);
+    const std::function<DeviceList()> source;
+    Mutex lock;
+    std::shared_ptr<const DeviceDirectory> latest CMP_GUARDED_BY(lock);  ///< null: to be made
     DirectoryList retired CMP_GUARDED_BY(lock);
-    std::atomic<const DeviceDirectory*> current;         ///< what `latest` points at
-    std::atomic<const DeviceDirectory*> inUse{nullptr};  ///< what the capture thread looks at
+    std::atomic<const DeviceDirectory*> current{nullptr};  ///< what `latest` points at
+    std::atomic<const DeviceDirectory*> inUse{nullptr};    ///< what the capture thread looks at
     std::atomic<std::thread::id> readerThread{};
 };

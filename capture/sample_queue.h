@@ -94,9 +94,9 @@ class SampleQueue {
     /// Host's thread, with the capture thread stopped. May come amid a flush, see `getClears`.
     void clear() {
         while (first.get() != last) {
-            first = std::move(first->next);
+            first = std::move(nextOf(first));
         }
-        start = finish = 0;
+        start = finish = last != nullptr ? 0 : blockCells;
         handOver();
         takenOver = dropped = appended;
         ++clears;
@@ -148,9 +148,13 @@ class SampleQueue {
         } else {
             block = new Block;
         }
-        last->next.reset(block);
+        (last != nullptr ? last->next : firstMade).reset(block);
         last = block;
         finish = 0;
+    }
+
+    std::unique_ptr<Block>& nextOf(const std::unique_ptr<Block>& block) {
+        return block ? block->next : firstMade;
     }
 
     /// Host's thread. Where nothing was taken over behind it, there may be no next block yet.
@@ -160,8 +164,11 @@ class SampleQueue {
         }
     }
     [[gnu::noinline]] void leaveBlock() {
-        std::unique_ptr<Block> block = std::exchange(first, std::move(first->next));
+        std::unique_ptr<Block> block = std::exchange(first, std::move(nextOf(first)));
         start = 0;
+        if (!block) {
+            return;
+        }
         std::atomic<Block*>& slot = spares[nextGiven % spareBlocks];
         if (slot.load(std::memory_order_acquire) == nullptr) {
             slot.store(block.release(), std::memory_order_release);
@@ -173,16 +180,19 @@ class SampleQueue {
     static constexpr std::size_t apart = 64;
 
     // The host's thread's own.
-    alignas(apart) std::unique_ptr<Block> first = std::unique_ptr<Block>(new Block);
-    std::size_t start = 0;  ///< the front's cell in `first`
+    alignas(apart) std::unique_ptr<Block> first;
+    std::size_t start = blockCells;  ///< the front's cell in `first`
     std::uint64_t takenOver = 0;
     std::uint64_t dropped = 0;
     std::size_t nextGiven = 0;
     std::uint32_t clears = 0;
 
     // The capture thread's own, but for what is atomic.
-    alignas(apart) Block* last = first.get();
-    std::size_t finish = 0;  ///< behind the last sample, in `last`
+    alignas(apart) Block* last = nullptr;
+    std::size_t finish = blockCells;  ///< behind the last sample, in `last`
+    /// Stands in for the `next` of a block before the first: a channel that gets no messages, as
+    /// most do, needs no block.
+    std::unique_ptr<Block> firstMade;
     std::uint64_t appended = 0;
     std::size_t nextTaken = 0;
     std::atomic<std::uint64_t> handedOver{0};  ///< how many samples, ever

@@ -48,6 +48,15 @@ TEST_F(DeviceListTest, KeyOfARemovedDeviceStaysTakenOnlyWhileFrozen) {
     EXPECT_THAT(devices.keys(), ElementsAre(0, 3, 1, 5, 2));
 }
 
+TEST_F(DeviceListTest, DirectoryIsMadeOnlyForThoseWhoAsk) {
+    int made = 0;
+    DirectoryPublisher publisher([&] { return ++made, DirectoryPublisher::DeviceList(); });
+    publisher.publish();
+    const DirectoryPublisher::Reader reader(publisher);
+    publisher.publish();
+    EXPECT_EQ(made, 2);
+}
+
 TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
     devices.list()[3]->setName("");
     devices.list()[0]->setName("front");
