@@ -1,13 +1,19 @@
 #include "station/offline/found_modules.h"
 
+#include <fmt/format.h>
+
 #include <set>
 
 #include "capture/device_types.h"
 #include "capture/frame_decoder.h"
+#include "station/errors.h"
 #include "station/offline/stored_frames.h"
 
 namespace station {
 namespace {
+
+/// Each takes tens of kilobytes. No network has so many, but a damaged file may name any CM ID.
+constexpr std::size_t mostModules = 4096;
 
 Module moduleOfCmId(std::uint16_t cmId, bool isAsam) {
     constexpr std::uint16_t configIdMask = 0x0F;
@@ -31,7 +37,7 @@ std::vector<Module> findModules(const std::string& path) {
     std::set<std::uint16_t> seen;
     CmpHeader header;
     CapturedFrame frame;
-    while (!frames.isAtEnd()) {
+    while (!frames.isAtEnd() && modules.size() <= mostModules) {
         if (frames.next(frame) != CaptureHandle::gotFrame) {
             continue;
         }
@@ -49,6 +55,12 @@ std::vector<Module> findModules(const std::string& path) {
                 modules.push_back(moduleOfCmId(status.cmId, header.isAsam));
             }
         }
+    }
+    if (modules.size() > mostModules) {
+        throw UserError(fmt::format(
+            "there are status messages of more than {} capture modules in {}; name those that are "
+            "wanted with --module \"TYPE:CONFIGID\"",
+            mostModules, path));
     }
     return modules;
 }
