@@ -4,11 +4,17 @@
 
 namespace station {
 
-CountedRef<StationChannel> ChannelList::find(const std::vector<std::int32_t>& indices) const {
-    const auto found = std::find_if(channels.begin(), channels.end(), [&](const auto& channel) {
-        return channel->indices() == indices;
-    });
-    return found == channels.end() ? CountedRef<StationChannel>() : *found;
+CountedRef<StationChannel> ChannelList::find(const std::vector<std::int32_t>& indices) {
+    if (!isIndexed || movesSeen != *environment.moves) {
+        byIndices.clear();
+        for (const auto& channel : channels) {
+            byIndices.try_emplace(channel->indices(), channel);
+        }
+        isIndexed = true;
+        movesSeen = *environment.moves;
+    }
+    const auto found = byIndices.find(indices);
+    return found == byIndices.end() ? CountedRef<StationChannel>() : found->second;
 }
 
 void ChannelList::beginMeasurement() {
@@ -46,6 +52,7 @@ HostResult ChannelList::mountChannels(const wchar_t* pluginId, std::int32_t coun
         if (!mounted) {
             mounted = makeObject<StationChannel>(place, environment);
             channels.push_back(mounted);
+            byIndices.try_emplace(place, mounted);
         }
         return handOver(mounted, channel);
     });
@@ -58,6 +65,8 @@ HostResult ChannelList::unmountChannel(HostChannel* channel) {
         return fail(HostCode::invalidArgument, "the channel isn't in the list of channels");
     }
     channels.erase(found);
+    byIndices.clear();
+    isIndexed = false;
     return HostCode::success;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,7 @@ class ChannelList final : public Counted<HostPluginGroup> {
 
     const std::vector<CountedRef<StationChannel>>& all() const { return channels; }
     /// Empty if there is none.
-    CountedRef<StationChannel> find(const std::vector<std::int32_t>& indices) const;
+    CountedRef<StationChannel> find(const std::vector<std::int32_t>& indices);
 
     /// Makes all buffers ready and empties them.
     void beginMeasurement();
@@ -40,6 +41,10 @@ class ChannelList final : public Counted<HostPluginGroup> {
 
     const ChannelEnvironment environment;
     std::vector<CountedRef<StationChannel>> channels;
+    /// Made when a channel is looked for: of several with the same indices, the first.
+    std::map<std::vector<std::int32_t>, CountedRef<StationChannel>> byIndices;
+    bool isIndexed = false;
+    std::uint64_t movesSeen = 0;          ///< when the channels were indexed
     std::vector<std::wstring> pluginIds;  ///< by the plug-in's number
 };
 

@@ -160,6 +160,7 @@ HostResult StationChannel::setIndices(const std::int32_t* values, std::int32_t c
         }
         place.resize(std::min(place.size(), ownerIndices));
         place.insert(place.end(), values, values + count);
+        ++*environment.moves;
         return HostCode::success;
     });
 }

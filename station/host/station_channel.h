@@ -2,6 +2,7 @@
 
 #include <array>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +18,8 @@ namespace station {
 struct ChannelEnvironment {
     double acquisitionRate = 1000.0;  ///< samples a second
     CountedRef<HostDocumentFactory> documentFactory;
+    /// How often one of them has got other indices.
+    std::shared_ptr<std::uint64_t> moves = std::make_shared<std::uint64_t>(0);
 };
 
 /// An interface of a channel with its text attribute, an operation that two of them have.

@@ -93,14 +93,10 @@ std::string toUtf8(const std::wstring& text) {
     return StringHelper::ToUtf8(text);
 }
 
-/// The host's channel with that last index, or null.
+/// The host's channel of the plug-in's output, or null.
 StationChannel* findChannel(StationHost& host, std::int32_t output) {
-    for (const auto& channel : host.channels().all()) {
-        if (channel->indices().back() == output) {
-            return channel.get();
-        }
-    }
-    return nullptr;
+    constexpr std::int32_t firstPlugin = 0;  // there is no other
+    return host.channels().find({HostChannelGroups::pluginGroupIndex, firstPlugin, output}).get();
 }
 
 Channel describe(const ListedChannel& listed, StationHost& host) {

@@ -64,6 +64,14 @@ class PluginDrivers : public testing::Test {
     ScriptedElement& element = script.make<ScriptedElement>(L"Station");
 };
 
+TEST_F(PluginDrivers, ChannelsAreFoundByTheIndicesThatTheyHave) {
+    const std::int32_t other = 4;
+    channel->setIndices(&other, 1);
+    EXPECT_TRUE(host->channels().find({8, 0, 4}) && !host->channels().find({8, 0, 0}));
+    host->channels().unmountChannel(channel.get());
+    EXPECT_FALSE(host->channels().find({8, 0, 4}));
+}
+
 TEST_F(PluginDrivers, CallsComeInTheirOrder) {
     driver->connect();
     driver->loadSettings(document, element);
