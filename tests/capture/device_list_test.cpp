@@ -52,7 +52,8 @@ TEST_F(DeviceListTest, DirectoryIsMadeOnlyForThoseWhoAsk) {
     int made = 0;
     DirectoryPublisher publisher([&] { return ++made, DirectoryPublisher::DeviceList(); });
     publisher.publish();
-    const DirectoryPublisher::Reader reader(publisher);
+    publisher.publish();
+    const DirectoryPublisher::Reader captureThread(publisher);
     publisher.publish();
     EXPECT_EQ(made, 2);
 }

@@ -65,8 +65,7 @@ class PluginDrivers : public testing::Test {
 };
 
 TEST_F(PluginDrivers, ChannelsAreFoundByTheIndicesThatTheyHave) {
-    const std::int32_t other = 4;
-    channel->setIndices(&other, 1);
+    channel->setIndices(std::vector<std::int32_t>{4}.data(), 1);
     EXPECT_TRUE(host->channels().find({8, 0, 4}) && !host->channels().find({8, 0, 0}));
     host->channels().unmountChannel(channel.get());
     EXPECT_FALSE(host->channels().find({8, 0, 4}));
