@@ -2,12 +2,15 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "core/standard_descriptors.h"
 #include "simulator/failure.h"
 #include "simulator/frame_sinks.h"
 #include "simulator/options.h"
@@ -20,7 +23,8 @@ namespace {
 std::atomic<bool> stopRequested = false;
 
 void tell(const std::exception& failure) {
-    fmt::print(stderr, "cmp-sim: {}\n", printable(failure.what()));
+    const std::string line = fmt::format("cmp-sim: {}\n", printable(failure.what()));
+    std::fputs(line.c_str(), stderr);  // it may be closed, of which fmt::print would throw
 }
 
 void stopOnSignals() {
@@ -29,6 +33,8 @@ void stopOnSignals() {
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    // A file that outgrows a limit on file sizes is to fail like one on a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 void checkInterface(const Options& options) {
@@ -84,7 +90,8 @@ ExitCode simulate(const Options& options, HostClock& clock, FrameSink& sink) {
             : toText(report);
     std::FILE* const out = options.file == "-" ? stderr : stdout;
     if (std::fputs(text.c_str(), out) < 0 || std::fflush(out) != 0)
-        return ExitCode::FailedWhileRunning;
+        throw Failure(ExitCode::FailedWhileRunning,
+                      fmt::format("can't print the report: {}", std::strerror(errno)));
     return code;
 }
 
@@ -111,6 +118,7 @@ ExitCode run(int argc, char** argv) {
 }  // namespace sim
 
 int main(int argc, char** argv) {
+    holdStandardDescriptors();
     try {
         return static_cast<int>(sim::run(argc, argv));
     } catch (const sim::Failure& failure) {

@@ -1,6 +1,5 @@
 #include "station/terminal_text.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 #include <utf8.h>
@@ -61,15 +60,6 @@ std::string printableLines(std::string_view text) {
 
 std::string toText(const nlohmann::ordered_json& json) {
     return json.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + '\n';
-}
-
-void holdStandardDescriptors() {
-    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(descriptor, F_GETFD) < 0) {  // the lowest that is free is what it gets
-            [[maybe_unused]] const int unused =
-                open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-        }
-    }
 }
 
 void printMessage(std::string_view text) {

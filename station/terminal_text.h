@@ -18,11 +18,6 @@ std::string printableLines(std::string_view text);
 /// JSON in ASCII, indented, with a line feed at its end. What isn't UTF-8 is replaced.
 std::string toText(const nlohmann::ordered_json& json);
 
-/// At the start of a program: a standard descriptor that is closed would else be that of the next
-/// file that is opened, and texts for the user would go into a recording. Reading and writing there
-/// fail as before.
-void holdStandardDescriptors();
-
 /// Prints a message for the user on standard error as one line, "cmp-station: " in front: a name in
 /// it can't look like the next message. That it can't be printed is no failure.
 void printMessage(std::string_view text);

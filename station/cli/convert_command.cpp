@@ -47,6 +47,14 @@ std::vector<Module> chooseModules(const ConvertOptions& options) {
     if (!modules.empty()) {
         return modules;
     }
+    std::error_code ignored;
+    if (options.input == "-" ||
+        std::filesystem::is_other(std::filesystem::status(options.input, ignored))) {
+        throw UserError(
+            fmt::format("{} is no file that can be read twice, first for the modules in it; name a "
+                        "file, or the modules with --module \"TYPE:CONFIGID\"",
+                        options.input));
+    }
     modules = findModules(options.input);
     if (modules.empty()) {
         throw UserError(
@@ -130,6 +138,10 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     for (const std::string& text : capture.describeClocks()) {
         printMessage(text);
     }
+    const std::string cut = frames.getCutText();
+    if (!cut.empty()) {
+        printMessage(cut);
+    }
     for (const std::string& failure : recordings.close()) {
         printMessage(failure);
     }
@@ -145,7 +157,7 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
         throw UserError(ExitCode::Unreadable,
                         frames.getErrorText() + "; what came before is in the recordings");
     }
-    if (recordings.hasFailed() || summary.totalLost() != 0) {
+    if (recordings.hasFailed() || summary.totalLost() != 0 || !cut.empty()) {
         return ExitCode::Failed;
     }
     if (!frames.isAtEnd()) {

@@ -124,10 +124,14 @@ ExitCode dumpFile(const DumpOptions& options, StopSignal& stop) {
             dumpFrame(frame, left);
         }
     }
+    const std::string cut = frames.getCutText();
+    if (!cut.empty()) {
+        printMessage(cut);
+    }
     if (!frames.getErrorText().empty()) {
         throw UserError(ExitCode::Unreadable, frames.getErrorText());
     }
-    return ExitCode::Good;
+    return cut.empty() ? ExitCode::Good : ExitCode::Failed;
 }
 
 /// Ends when the interface goes away: one that is made again under its name is another one.

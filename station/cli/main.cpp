@@ -1,6 +1,7 @@
 #include <csignal>
 #include <exception>
 
+#include "core/standard_descriptors.h"
 #include "station/cli/commands.h"
 #include "station/permission.h"
 #include "station/terminal_text.h"
@@ -54,7 +55,7 @@ int execute(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    station::holdStandardDescriptors();
+    holdStandardDescriptors();
     station::keepRightsToItself();
     try {
         return execute(argc, argv);

@@ -77,11 +77,8 @@ std::string measure(const RunOptions& options, Measurement& measurement, LiveVie
                          : Clock::time_point::max();
     auto nextPoll = start + Measurement::period;
     while (!measurement.isOver()) {
-        const bool isAsked = stop.waitUntil(std::min(nextPoll, end));
-        if (isAsked) {
+        if (stop.waitUntil(std::min(nextPoll, end)) || Clock::now() >= end) {
             measurement.leaveStalledDisk();
-        }
-        if (isAsked || Clock::now() >= end) {
             measurement.requestStop();
             std::this_thread::sleep_until(nextPoll);
         }
@@ -162,6 +159,12 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     const int tableDescriptor = options.json ? STDERR_FILENO : STDOUT_FILENO;
     LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
     stop.setFarewell(view.getRestore(), tableDescriptor);
+    if (measurement.summarize().channels.empty()) {
+        view.tell(
+            fmt::format("{}\"cmp-station setup channel {} MODULE all --used yes\" uses those "
+                        "of a module",
+                        noChannelIsUsed, options.setup));
+    }
     const std::string failure = measure(options, measurement, view, stop);
     view.end();
     report(options, measurement.summarize());

@@ -173,7 +173,10 @@ void showTable(Session& session) {
 
 std::unique_ptr<SetupLock> lockSetup(const SetupOptions& options) {
     try {
-        return std::make_unique<SetupLock>(options.file);
+        return std::make_unique<SetupLock>(options.file, [](const std::filesystem::path& folder) {
+            printMessage(fmt::format("waiting until another program has changed the setups in {}",
+                                     folder.string()));
+        });
     } catch (const FileError& error) {
         throw UserError(ExitCode::Unreadable, error.what());
     }

@@ -37,11 +37,14 @@ CountedRef<SetupElement> parse(const std::string& text) {
 }  // namespace
 
 /// It is the folder's lock: saving replaces the file itself.
-SetupLock::SetupLock(const fs::path& setup) {
+SetupLock::SetupLock(const fs::path& setup, const std::function<void(const fs::path&)>& onWait) {
     std::error_code ignored;
     const fs::path resolved = fs::canonical(setup, ignored);
     const fs::path place = fs::absolute(resolved.empty() ? setup : resolved).parent_path();
     folder = ::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (onWait && folder >= 0 && ::flock(folder, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        onWait(place);
+    }
     while (folder >= 0 && ::flock(folder, LOCK_EX) != 0 && errno == EINTR) {
     }
     if (folder < 0) {

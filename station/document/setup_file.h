@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -14,8 +15,9 @@ namespace station {
 /// none saves over another's changes. It waits itself until none of them is at work.
 class SetupLock {
   public:
-    /// Throws FileError.
-    explicit SetupLock(const std::filesystem::path& setup);
+    /// `onWait` gets the folder before this waits. Throws FileError.
+    explicit SetupLock(const std::filesystem::path& setup,
+                       const std::function<void(const std::filesystem::path&)>& onWait = {});
     ~SetupLock();
     SetupLock(const SetupLock&) = delete;
     SetupLock& operator=(const SetupLock&) = delete;

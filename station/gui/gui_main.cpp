@@ -4,6 +4,7 @@
 #include <csignal>
 #include <utility>
 
+#include "core/standard_descriptors.h"
 #include "station/errors.h"
 #include "station/gui/main_window.h"
 #include "station/permission.h"
@@ -85,7 +86,7 @@ int execute(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    station::holdStandardDescriptors();
+    holdStandardDescriptors();
     station::keepRightsToItself();
     try {
         station::guardDesktop();

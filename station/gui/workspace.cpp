@@ -156,9 +156,8 @@ std::vector<std::string> Workspace::findNotRecorded() const {
 void Workspace::tellLeftOut() const {
     tellAll(coverage.getGaps());
     if (summary.channels.empty()) {
-        options.onMessage(
-            "No channel is used: nothing will be measured. Tick \"Used\" in the "
-            "window of channels.");
+        options.onMessage(std::string(noChannelIsUsed) +
+                          "Tick \"Used\" in the window of channels.");
     }
 }
 

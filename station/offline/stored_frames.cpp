@@ -71,6 +71,7 @@ bool StoredFrames::fetch() {
     }
     nextData = bytes;
     nextLength = std::min(header->len, header->caplen);
+    isNextCut = header->caplen < header->len;
     nextTime = std::clamp<std::int64_t>(header->ts.tv_sec, 0, latestSecond) * perSecond +
                header->ts.tv_usec;
     return true;
@@ -94,7 +95,20 @@ std::int32_t StoredFrames::next(CapturedFrame& frame) {
     time = nextTime;
     frame = {nextData, nextLength, nextTime};
     nextData = nullptr;
+    constexpr std::uint32_t ethernetHeaderSize = 14;  // of less, nobody knows whose it was
+    if (isNextCut && (nextLength < ethernetHeaderSize || frame.isCaptureFrame())) {
+        ++cutFrames;
+    }
     return CaptureHandle::gotFrame;
+}
+
+std::string StoredFrames::getCutText() const {
+    return cutFrames == 0
+               ? ""
+               : fmt::format(
+                     "{} Ethernet frames were cut when they were stored, and messages in "
+                     "them are missing; capture with a snap length that takes whole frames",
+                     cutFrames);
 }
 
 double StoredFrames::getProgress() const {

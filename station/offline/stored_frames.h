@@ -29,6 +29,8 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
     bool isAtEnd() const { return atEnd; }
     /// Why reading ended before the file did; empty if it didn't.
     const std::string& getErrorText() const { return errorText; }
+    /// What is missing because frames of capture modules were stored in part; empty if none was.
+    std::string getCutText() const;
     /// Nanoseconds since 1970 of the first frame; 0 without one.
     std::int64_t getFirstTime() const { return firstTime; }
     /// How much of the file was read, 0.0 to 1.0.
@@ -59,11 +61,13 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
     std::int64_t firstTime = 0;
     std::int64_t time = 0;
     bool atEnd = false;
+    std::uint64_t cutFrames = 0;
 
     // The frame that was read ahead, unless `atEnd`.
     const std::uint8_t* nextData = nullptr;
     std::uint32_t nextLength = 0;
     std::int64_t nextTime = 0;
+    bool isNextCut = false;
 
     // The stretch that a pass may read.
     bool stretchOpen = false;

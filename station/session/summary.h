@@ -12,6 +12,9 @@
 
 namespace station {
 
+/// What the user is told then; how to use one follows, and depends on the program.
+inline constexpr const char* noChannelIsUsed = "No channel is used: nothing will be measured. ";
+
 /// What has become of one channel's messages so far. Once a measurement is over it adds up:
 /// `counts.queued` is `counts.delivered`, what was stamped outside of it, and what was lost;
 /// `counts.delivered` is `frames` and `overwritten`; and of `frames` each recording has or has lost

@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import select
 import signal
 import struct
 import time
@@ -43,11 +44,11 @@ for _ in range(50):
 """
 
 
-def pcap(*seconds, link_type=1):
-    """A capture file that holds the frame at each of these seconds."""
+def pcap(*seconds, link_type=1, kept=len(TWO_MESSAGES)):
+    """A capture file that holds the frame, or so much of it, at each of these seconds."""
     length = len(TWO_MESSAGES)
     head = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, link_type)
-    return head + b"".join(struct.pack("<IIII", second, 0, length, length) + TWO_MESSAGES for second in seconds)
+    return head + b"".join(struct.pack("<IIII", second, 0, kept, length) + TWO_MESSAGES[:kept] for second in seconds)
 
 
 class CommandLine(Case):
@@ -95,6 +96,7 @@ class CommandLine(Case):
             (["convert", self.stored], "OUT"),
             (["convert", self.stored, recording, self.path("b.txt")], ".pcapng"),
             (["convert", self.stored, self.stored], "is the input"),
+            *((["convert", pipe, recording], "no file that can be read twice") for pipe in ("/dev/stdin", "-")),
         ):
             self.assertIn(told, "".join(self.expect(2, *arguments)), arguments)
             self.assertFalse(recording.exists())
@@ -140,7 +142,8 @@ class CommandLine(Case):
             code, _, errors = lab.call(words)
             self.assertEqual((code, told in errors), (2, True), errors)
         self.assertEqual((recording.read_text(), frames.read_text()), ("kept", "kept"))
-        self.expect(0, "convert", self.stored, recording, "--overwrite", "--module", *CAN)
+        convert = f"'{lab.STATION}' convert - '{recording}' --overwrite --module '{CAN[0]}'"
+        self.assertEqual(lab.call(["sh", "-c", f"cat '{self.stored}' | {convert}"])[0], 0)
         self.assertEqual(len(traffic.read_with_tshark(recording)), 1000)
         self.assertEqual(lab.call([*simulate, "1", "--overwrite"])[0], 0)
 
@@ -175,6 +178,12 @@ class CommandLine(Case):
         rows = traffic.read_with_tshark(recording)
         self.assertIn(len(rows), range(450, 550))
         self.expect_no_gap(rows)
+
+    def test_frames_that_were_stored_in_part_are_told(self):
+        stored = self.path("a.pcap")
+        stored.write_bytes(pcap(0, 1, kept=60))
+        for words in (["dump", stored], ["convert", stored, self.path("a.pcapng"), "--module", *FRONT]):
+            self.assertIn("2 Ethernet frames were cut", self.expect(1, *words)[1])
 
     def test_without_the_right_to_capture_it_says_how_to_get_it(self):
         for arguments in (["run", "--module", *CAN], ["dump", "--interface", "lo"]):
@@ -224,6 +233,13 @@ class CommandLine(Case):
         sent = lab.simulate(CAN, "--rate", 50, "--duration", 1)
         self.assertEqual(station.wait(lab.PATIENCE), 1)  # for the table at its end
         self.assertEqual(len(traffic.read_with_tshark(recording)), sent["dataMessages"])
+        simulate, frames = f"'{lab.SIMULATOR}' --module '{CAN[0]}' --messages 99 --write", self.path("b.pcap")
+        for limit, closed, told in (("", "", ""), ("", "<&- >&- 2>&-", ""), ("", ">&-", "can't print the report"),
+                                    ("ulimit -f 1;", "", "File too large")):
+            code, _, errors = lab.call(["sh", "-c", f"{limit} exec {simulate} {frames} --overwrite {closed}"])
+            self.assertEqual((code, told in errors), (1 if limit + closed else 0, True), errors)
+            expected = expected if limit + closed else frames.read_bytes()
+            self.assertEqual(limit or frames.read_bytes(), limit or expected)
 
     def test_frozen_disk_holds_up_neither_the_messages_nor_the_end(self):
         disk = self.mount("16M", "ext4")
@@ -235,22 +251,24 @@ class CommandLine(Case):
         self.expect_complete(sent, report, recording)
         self.assertLess(report["longestPause"], 1.5, "the host's thread waited for the disk")
 
-        recording = disk / "b.pcapng"
-        station, _ = self.record(recording)
-        process = station.process
-        lab.wait_until(lambda: traffic.read_with_tshark(recording, torn=True), "something is on the disk")
-        with lab.frozen(disk):
-            lab.simulate(CAN, "--rate", 200, "--duration", 1)
-            process.send_signal(signal.SIGTERM)
-            # The system lets the process go only when the disk is back, but it has said all by then.
-            output = "".join(iter(process.stdout.readline, "}\n")) + "}"
-            time.sleep(1)  # it is on its way out and writes nothing more
-        self.assertEqual(process.wait(lab.PATIENCE), 1)
-        self.assertIn("the disk doesn't answer", process.stderr.read())
-        report = json.loads(output)
-        self.assertEqual(traffic.account_differences(report), [])
-        there = len(traffic.read_with_tshark(recording, torn=True))
-        self.assertLessEqual(report["recordings"][0]["records"], there)
+        self.addCleanup(lab.end, lab.start_simulator(CAN, "--rate", 200, "--duration", 120))
+        for recording, *limit in ((disk / "b.pcapng",), (disk / "c.pcapng", "--duration", 15)):
+            station = lab.Station(FRONT, *limit, record=[recording])
+            process = station.process
+            lab.wait_until(lambda: traffic.read_with_tshark(recording, torn=True), "something is on the disk")
+            with lab.frozen(disk):
+                time.sleep(1)
+                process.send_signal(0 if limit else signal.SIGTERM)
+                # The system lets the process go only when the disk is back, but it has said all by then.
+                self.assertTrue(select.select([process.stdout], [], [], lab.PATIENCE)[0])
+                output = "".join(iter(process.stdout.readline, "}\n")) + "}"
+                time.sleep(1)  # it is on its way out and writes nothing more
+            self.assertEqual(process.wait(lab.PATIENCE), 1)
+            self.assertIn("the disk doesn't answer", process.stderr.read())
+            report = json.loads(output)
+            self.assertEqual(traffic.account_differences(report), [])
+            there = len(traffic.read_with_tshark(recording, torn=True))
+            self.assertLessEqual(report["recordings"][0]["records"], there)
 
     def test_killed_run_leaves_a_recording_that_lacks_a_second_at_most(self):
         recording = self.path("a.pcapng")

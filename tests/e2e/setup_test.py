@@ -1,8 +1,11 @@
 """Setup files made on the command line, what is registered, and a run by a setup."""
 
+import fcntl
 import json
 import os
+import select
 import shutil
+import signal
 from pathlib import Path
 
 import lab
@@ -78,10 +81,26 @@ class Setups(Case):
     def test_commands_on_one_setup_lose_none_of_their_changes(self):
         path = self.path("a.xml")
         self.setup("new", path)
-        adding = [lab.spawn([lab.STATION, "setup", "add", str(path), "--type", "CAN combo", "--config-id", str(i)])
+        adding = [lab.spawn([lab.STATION, "setup", "add", str(path), "--type", "CAN combo", "--config-id", str(i)],
+                            stderr=-3)
                   for i in range(12)]
         self.assertEqual([process.wait(lab.PATIENCE) for process in adding], [0] * 12)
         self.assertEqual(sorted(module["configId"] for module in self.shown(path)), list(range(12)))
+        lock = os.open(self.scratch, os.O_RDONLY)
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        waiting = [self.start([lab.STATION, "setup", "remove", path, "1"]) for _ in range(2)]
+        for process in waiting:
+            self.assertTrue(select.select([process.stderr], [], [], lab.PATIENCE)[0])
+            self.assertIn(f"waiting until another program has changed the setups in {self.scratch}\n",
+                          process.stderr.readline())
+        waiting[0].send_signal(signal.SIGINT)
+        self.assertEqual(waiting[0].wait(lab.PATIENCE), 1)
+        os.close(lock)
+        self.assertEqual((waiting[1].wait(lab.PATIENCE), len(self.shown(path))), (0, 11))
+        run = ["run", "--setup", path, "--duration", "0.1"]
+        self.assertIn("No channel is used", self.expect(0, *run)[1])
+        self.setup("channel", path, "2", "0x10", "--used", "yes")
+        self.assertNotIn("No channel is used", self.expect(0, *run)[1])
 
     def test_wrong_names_tell_what_there_is_and_leave_the_file(self):
         path = self.make()

@@ -72,12 +72,14 @@ TEST_F(StoredFrameFiles, HostileTimesAndLengthsLoseNoFrame) {
            {5, 0, 60, 20},
            {4, 0, 10, most},
            {6, 0, 0, 0},
+           {6, 0, 14, 60},
            {most, 0, 60, 60}});
     StoredFrames frames(path);
     readAll(frames);
     std::erase(letters, ' ');
-    EXPECT_EQ(letters, "ABCD-F");
-    EXPECT_THAT(lengths, ElementsAre(60, 60, 20, 10, 0, 60));
+    EXPECT_EQ(letters, "ABCD-FG");
+    EXPECT_THAT(lengths, ElementsAre(60, 60, 20, 10, 0, 14, 60));
+    EXPECT_THAT(frames.getCutText(), testing::StartsWith("1 ")) << "that of another protocol isn't";
 }
 
 }  // namespace
