@@ -174,11 +174,11 @@ std::vector<std::string> MeasurementRecorder::takeCounts(
     for (const auto& channel : channels) {
         const ChannelStatistics now = sumOf(statistics, channel->source->indices().back());
         const std::string reasons = lossReasons(channel->counts, now);
-        if (const auto raised = now.raised - channel->counts.raised; raised != 0) {
+        if (now.raised > channel->counts.raised) {
             texts.push_back(fmt::format(
                 "channel \"{}\": {} messages have the time of the one before, as their own was "
                 "earlier: the module's clock went back, or a time of it was wrong",
-                channel->name, raised));
+                channel->name, now.raised - channel->counts.raised));
         }
         if (!reasons.empty()) {
             hasLost = true;
