@@ -65,9 +65,7 @@ void DirectCapture::addModule(const Module& option) {
     const auto device = reader.getDevices().add();
     device->setTypeById(type.typeId);
     device->setConfigId(option.configId);
-    if (!option.name.empty()) {
-        device->setName(option.name);
-    }
+    device->setName(option.name.empty() ? device->getName() : option.name);
     const auto [other, isNew] = moduleOfCmId.try_emplace(device->getCmId(), device);
     if (!isNew) {
         throw UserError(
@@ -143,6 +141,11 @@ void DirectCapture::lookAtClocks() {
 std::vector<std::string> DirectCapture::describeClocks() const {
     std::vector<std::string> texts = standingModules;
     std::ranges::move(clocks.describeJumps(), std::back_inserter(texts));
+    for (const Channel& entry : channels) {
+        if (const auto raised = entry.channel->getCounts().raised; raised != 0) {
+            texts.push_back(raisedText(entry.channel->getName(), raised));
+        }
+    }
     return texts;
 }
 

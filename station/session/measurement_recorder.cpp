@@ -175,10 +175,7 @@ std::vector<std::string> MeasurementRecorder::takeCounts(
         const ChannelStatistics now = sumOf(statistics, channel->source->indices().back());
         const std::string reasons = lossReasons(channel->counts, now);
         if (now.raised > channel->counts.raised) {
-            texts.push_back(fmt::format(
-                "channel \"{}\": {} messages have the time of the one before, as their own was "
-                "earlier: the module's clock went back, or a time of it was wrong",
-                channel->name, now.raised - channel->counts.raised));
+            texts.push_back(raisedText(channel->name, now.raised - channel->counts.raised));
         }
         if (!reasons.empty()) {
             hasLost = true;

@@ -220,6 +220,14 @@ std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics
     return fmt::format("{}", fmt::join(parts, ", "));
 }
 
+std::string raisedText(const std::string& channel, std::uint64_t messages) {
+    return fmt::format(
+        "channel \"{}\": {} messages have the time of the one before, as their own was earlier: "
+        "the "
+        "module's clock went back, or a time of it was wrong",
+        channel, messages);
+}
+
 std::string standingText(const std::string& module) {
     return fmt::format(
         "the device time of \"{}\" stands still while its messages come: their times are wrong; "

@@ -42,6 +42,8 @@ struct ChannelSummary {
 /// The causes for which the plug-in lost messages between two looks at its counts, with how many
 /// each; empty for none.
 std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now);
+/// What the user is told of messages that got the time of the one before.
+std::string raisedText(const std::string& channel, std::uint64_t messages);
 /// What the user is told of a module whose device time doesn't advance.
 std::string standingText(const std::string& module);
 
