@@ -4,10 +4,10 @@
 
 namespace {
 
-constexpr std::uint32_t unknown = 65535;
-constexpr std::uint32_t lin = 0;
-constexpr std::uint32_t can = 1;
-constexpr std::uint32_t neovi = 2;
+constexpr std::uint32_t unknownType = 65535;
+constexpr std::uint32_t linType = 0;
+constexpr std::uint32_t canType = 1;
+constexpr std::uint32_t neoviType = 2;
 
 class DeviceTest : public ::testing::Test, protected CaptureBench {
   protected:
@@ -16,17 +16,17 @@ class DeviceTest : public ::testing::Test, protected CaptureBench {
         read({wire::tecmp(1, 1, {{0, seconds * 1000000000, wire::cmStatus(0x41, serial, text)}})});
     }
 
-    CmpDevice& device = add(can, 1);
+    CmpDevice& device = add(canType, 1);
 };
 
 TEST_F(DeviceTest, ConfigIdIsPartOfTheCmIdAndItsLowByteOutlastsTheType) {
     const std::tuple<std::uint32_t, std::uint16_t, std::uint32_t, int, const char*> cases[] = {
-        {can, 15, can, 0x4F, "0xF"},      {can, 0x123, can, 0x123, "0x3"},
-        {lin, 2, lin, 0x32, "0x2"},       {lin, 16, lin, 16, "0x0"},
-        {neovi, 7, neovi, 7, "0x7"},      {neovi, 0x1AB, neovi, 0x1AB, "0x1AB"},
-        {unknown, 5, unknown, 5, "0x5"},  {can, 5, lin, 0x35, "0x5"},
-        {lin, 15, can, 0x4F, "0xF"},      {can, 5, 7, 5, "0x5"},
-        {neovi, 0x1A7, can, 0xE7, "0x7"}, {neovi, 0xF0, lin, 0x120, "0x0"}};
+        {canType, 15, canType, 0x4F, "0xF"},      {canType, 0x123, canType, 0x123, "0x3"},
+        {linType, 2, linType, 0x32, "0x2"},       {linType, 16, linType, 16, "0x0"},
+        {neoviType, 7, neoviType, 7, "0x7"},      {neoviType, 0x1AB, neoviType, 0x1AB, "0x1AB"},
+        {unknownType, 5, unknownType, 5, "0x5"},  {canType, 5, linType, 0x35, "0x5"},
+        {linType, 15, canType, 0x4F, "0xF"},      {canType, 5, 7, 5, "0x5"},
+        {neoviType, 0x1A7, canType, 0xE7, "0x7"}, {neoviType, 0xF0, linType, 0x120, "0x0"}};
     for (const auto& [from, configId, to, cmId, text] : cases) {
         const auto fresh = devices.add();
         EXPECT_EQ(fresh->getCmId(), 0x40);
@@ -44,11 +44,11 @@ TEST_F(DeviceTest, ConfigIdIsPartOfTheCmIdAndItsLowByteOutlastsTheType) {
 
 TEST_F(DeviceTest, NewTypeKeepsTheUsersName) {
     EXPECT_EQ(device.getName(), "Technica CAN combo");
-    device.setTypeById(lin);
+    device.setTypeById(linType);
     EXPECT_EQ(device.getName(), "Technica LIN combo");
     device.setName("front");
     EXPECT_EQ(clockOf(device).deviceName, "front");
-    device.setTypeById(neovi);
+    device.setTypeById(neoviType);
     EXPECT_EQ(device.getName(), "front");
 }
 
