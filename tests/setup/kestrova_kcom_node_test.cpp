@@ -2,7 +2,7 @@
 
 #include "host/host_error.h"
 #include "setup/node_values.h"
-#include "tests/setup/xml_code.h"
+#include "setup/xml_exception.h"
 #include "tests/support/scripted_host.h"
 
 namespace {
@@ -13,6 +13,17 @@ using Serialization::Node;
 using testing::Each;
 using testing::ElementsAre;
 using NodePtr = std::shared_ptr<Node>;
+
+/// The code of the `XmlException` that `action` raises; -1 if it raises none.
+template <typename Action>
+std::int32_t codeOf(Action action) {
+    try {
+        action();
+    } catch (const Serialization::XmlException& error) {
+        return error.GetCode();
+    }
+    return -1;
+}
 
 class KestrovaKcomNodeTest : public ::testing::Test {
   protected:

@@ -1,5 +1,5 @@
 #include "setup/node_values.h"
-#include "tests/setup/xml_code.h"
+#include "setup/xml_exception.h"
 #include "tests/support/setup_tree.h"
 
 namespace {
@@ -28,14 +28,6 @@ TEST_F(NodeTest, MissingChildIsADummyAllTheWayDown) {
     root->GetOrAddChild("a");
     EXPECT_FALSE(root->GetOrAddChild("a")->IsDummy());
     EXPECT_EQ(root->GetChildCount(), 1);
-}
-
-TEST_F(NodeTest, OpenChildFollowsTheDirectionOfTheDocument) {
-    root->OpenChild("a");
-    root->OpenChild("a")->SetWriting(false);
-    EXPECT_FALSE(root->OpenChild("a")->IsDummy());
-    EXPECT_TRUE(root->OpenChild("b")->IsDummy());
-    EXPECT_EQ(toText(*root), "<Root version=\"1\">\n  <a />\n  <a />\n</Root>\n");
 }
 
 TEST_F(NodeTest, CloneSharesNothingWithTheOriginal) {
@@ -97,15 +89,6 @@ TEST_F(NodeValues, MissingKeyGivesTheDefault) {
     EXPECT_EQ(ReadValueAs<std::int32_t>(*root, "A") + ReadValueAs<std::int64_t>(*root, "A"), 0);
     EXPECT_EQ(ReadValueAs<std::uint32_t>(*root, "A") + ReadValueAs<std::uint64_t>(*root, "A"), 0U);
     EXPECT_EQ(ReadValueAs<std::string>(*root, "A"), "");
-}
-
-TEST_F(NodeValues, BadNumbersAreErrorsWithTheirCode) {
-    for (const auto* text : {"abc", "", "-", " x1"}) {
-        EXPECT_EQ(codeOf([&] { read<std::int32_t>(text); }), 0) << text;
-    }
-    const std::string nines(23, '9');
-    EXPECT_EQ(codeOf([&] { read<std::int32_t>(nines); }), 4);
-    EXPECT_EQ(codeOf([&] { read<std::uint64_t>(nines); }), 4);
 }
 
 TEST_F(NodeValues, BooleansTakeWordsAndNumbersAndNeverThrow) {
