@@ -136,25 +136,77 @@ void AppendFile::discard() {
     isToBeEmptied = false;
 }
 
-void AppendFile::drain() {
+std::size_t AppendFile::writeOut(const std::uint8_t* bytes, std::size_t size, int& errorNumber) {
     std::size_t done = 0;
-    if (used != 0) {
-        emptyFirst();
-    }
-    while (isWritable() && done < used) {
-        const ssize_t count = ::write(fd, buffer.get() + done, used - done);
+    while (done < size) {
+        const ssize_t count = ::write(fd, bytes + done, size - done);
         if (count > 0) {
             done += static_cast<std::size_t>(count);
         } else if (count == 0 || errno != EINTR) {
-            cutBack(done, count == 0 ? ENOSPC : errno);
+            errorNumber = count == 0 ? ENOSPC : errno;
+            break;
         }
     }
-    if (isWritable()) {
-        bytesInFile += used;
-        keepAndDrop(recordEnds.end());
+    return done;
+}
+
+void AppendFile::drain() {
+    if (used == 0) {
+        return;
     }
-    if (std::exchange(used, 0) != 0) {
-        tellProgress();
+    emptyFirst();
+    if (isWritable()) {
+        int errorNumber = 0;
+        const std::size_t done = writeOut(buffer.get(), used, errorNumber);
+        if (done == used) {
+            bytesInFile += used;
+            keepAndDrop(recordEnds.end());
+        } else {
+            cutBack(done, errorNumber);
+        }
+    }
+    used = 0;
+    tellProgress();
+}
+
+void AppendFile::appendBlock(const std::vector<std::uint8_t>& bytes,
+                             const std::vector<std::uint32_t>& channelsOfRecords) {
+    drain();
+    emptyFirst();
+    for (const std::uint32_t channel : channelsOfRecords) {
+        recordEnds.push_back({static_cast<std::uint32_t>(bytes.size()), channel});
+    }
+    if (!isWritable()) {
+        keepAndDrop(recordEnds.begin());
+        return;
+    }
+    int errorNumber = 0;
+    const std::size_t done = writeOut(bytes.data(), bytes.size(), errorNumber);
+    if (done == bytes.size()) {
+        bytesInFile += done;
+        keepAndDrop(recordEnds.end());
+    } else {
+        cutBack(done, errorNumber);
+    }
+    tellProgress();
+}
+
+void AppendFile::patch(std::uint64_t offset, const std::vector<std::uint8_t>& bytes) {
+    if (isWritable()) {
+        drain();
+    }
+    if (!isWritable()) {
+        return;
+    }
+    // A descriptor that appends does so wherever it is told to write.
+    const int flags = ::fcntl(fd, F_GETFL);
+    ::fcntl(fd, F_SETFL, flags & ~O_APPEND);
+    const ssize_t count = ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    const int errorNumber = errno;
+    ::fcntl(fd, F_SETFL, flags);
+    if (count != static_cast<ssize_t>(bytes.size())) {
+        fail(reasonOf(count < 0 ? errorNumber : ENOSPC) +
+             " when completing its header. Its messages are in it; have it repaired");
     }
 }
 

@@ -75,6 +75,15 @@ class AppendFile {
     /// `largestPiece`).
     void appendHeader(const std::vector<std::uint8_t>& bytes);
 
+    /// Several records in one piece of any size, as a format that compresses them has it, by the
+    /// channel of each. Where it doesn't go in as a whole, all of them are lost.
+    void appendBlock(const std::vector<std::uint8_t>& bytes,
+                     const std::vector<std::uint32_t>& channelsOfRecords);
+
+    /// Replaces bytes that are in the file already: the counts in a header, when the recording
+    /// ends. What is in the buffer is written out first. Nothing after a failure.
+    void patch(std::uint64_t offset, const std::vector<std::uint8_t>& bytes);
+
     /// Records that the caller can't write, to be counted with the lost ones.
     void dropRecords(std::size_t channel, std::uint64_t count) {
         lost += count;
@@ -119,6 +128,8 @@ class AppendFile {
     void open(bool overwrite);
     void drain();
     void emptyFirst();
+    /// How many of the bytes went into the file: fewer only with the reason in `errorNumber`.
+    std::size_t writeOut(const std::uint8_t* bytes, std::size_t size, int& errorNumber);
     void cutBack(std::size_t bytesOut, int errorNumber);
     void keepAndDrop(std::vector<RecordEnd>::iterator firstLost);
     void checkStillThere();

@@ -1,7 +1,10 @@
 #include "station/recording/recording.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 #include "station/errors.h"
 
@@ -16,6 +19,22 @@ char lowerCase(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+template <class Format>
+std::unique_ptr<Recording> openAs(const std::string& path, bool overwrite) {
+    return std::make_unique<Format>(path, overwrite);
+}
+
+struct Format {
+    const char* ending;
+    const char* what;
+    std::unique_ptr<Recording> (*open)(const std::string& path, bool overwrite);
+};
+
+constexpr Format formats[] = {
+    {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
+    {".log", "candump lines, CAN and CAN FD only", openAs<CandumpRecording>},
+};
+
 }  // namespace
 
 void Recording::cancel() {
@@ -29,18 +48,26 @@ void Recording::cancel() {
     }
 }
 
+bool Recording::close() {
+    writePending();
+    if (!std::exchange(isCompleted, true)) {
+        complete();
+    }
+    return file.close();
+}
+
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite) {
     std::string ending = std::filesystem::path(path).extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(), lowerCase);
-    if (ending == ".pcapng") {
-        return std::make_unique<PcapngRecording>(path, overwrite);
+    std::string known;
+    for (const Format& format : formats) {
+        if (ending == format.ending) {
+            return format.open(path, overwrite);
+        }
+        known += fmt::format("{}{} ({})", known.empty() ? "" : ", ", format.ending, format.what);
     }
-    if (ending == ".log") {
-        return std::make_unique<CandumpRecording>(path, overwrite);
-    }
-    throw UserError("Cannot record to \"" + path +
-                    "\": its ending names no format. Use .pcapng (CAN, CAN FD and LIN) "
-                    "or .log (candump lines, CAN and CAN FD only).");
+    throw UserError("Cannot record to \"" + path + "\": its ending names no format. There are " +
+                    known + ".");
 }
 
 }  // namespace station

@@ -49,14 +49,17 @@ class Recording {
     void setOnProgress(std::function<void()> call) { file.setOnProgress(std::move(call)); }
 
     /// What was written so far is in the file. False when the recording has failed.
-    bool flush() { return file.flush(); }
+    bool flush() {
+        writePending();
+        return file.flush();
+    }
 
     /// In place of `close`, if nothing is to be recorded after all: a file that was there before
     /// is as it was then, and one that wasn't is removed. Does nothing once a record is in it.
     void cancel();
 
     /// Flushes, waits until the disk has it, and closes. False when the recording has failed.
-    bool close() { return file.close(); }
+    bool close();
 
     const std::string& path() const { return file.path(); }
     bool failed() const { return file.failed(); }
@@ -70,7 +73,16 @@ class Recording {
   protected:
     Recording(const std::string& path, bool overwrite) : file(path, overwrite) {}
 
+    /// Gives `file` what the format keeps back until there is enough of it: a container of
+    /// compressed records.
+    virtual void writePending() {}
+    /// Completes the file once all records are in it: the counts in its header.
+    virtual void complete() {}
+
     AppendFile file;
+
+  private:
+    bool isCompleted = false;
 };
 
 /// Opens a recording in the format that the ending of `path` names: ".pcapng" or ".log", in any

@@ -90,7 +90,7 @@ TEST_F(Recordings, LyingLengthsAndSizesReadNothingOutsideTheRecord) {
 TEST_F(Recordings, OpeningErrorsNameTheReasonAndKeepWhatIsThere) {
     EXPECT_THAT(openingError(in("none/a.log")), HasSubstr("none/a.log\": No such file"));
     EXPECT_THROW(openRecording(in("log")), UserError);
-    EXPECT_THAT(openingError(in("a.asc")), HasSubstr(".pcapng (CAN, CAN FD and LIN)"));
+    EXPECT_THAT(openingError(in("a.txt")), HasSubstr(".pcapng (Wireshark, all buses)"));
     std::filesystem::create_directory(in("d.log"));
     EXPECT_THAT(openingError(in("d.log")), HasSubstr("directory"));
     ASSERT_EQ(::mkfifo(in("p.log").c_str(), 0600), 0);

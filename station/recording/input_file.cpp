@@ -1,0 +1,84 @@
+#include "station/recording/input_file.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "station/errors.h"
+
+namespace station {
+namespace {
+
+constexpr std::size_t windowBytes = 1U << 20U;
+
+std::string reasonOf(int errorNumber) {
+    return std::generic_category().message(errorNumber);
+}
+
+UserError unreadable(const std::string& path, const std::string& reason) {
+    return UserError(ExitCode::Unreadable, fmt::format("can't read {}: {}", path, reason));
+}
+
+}  // namespace
+
+InputFile::InputFile(std::string path) : filePath(std::move(path)) {
+    // O_NONBLOCK, so that the name of a pipe is refused below instead of waiting for its writer.
+    fd = ::open(filePath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    struct stat status {};
+    if (fd < 0 || ::fstat(fd, &status) != 0) {
+        const int errorNumber = errno;
+        if (fd >= 0) {
+            ::close(fd);
+        }
+        throw unreadable(filePath, reasonOf(errorNumber));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        ::close(fd);
+        throw unreadable(filePath, "it is not a regular file");
+    }
+    fileSize = static_cast<std::uint64_t>(status.st_size);
+}
+
+InputFile::~InputFile() {
+    ::close(fd);
+}
+
+std::span<const std::uint8_t> InputFile::view(std::uint64_t offset, std::size_t size) {
+    if (offset < windowStart || offset + size > windowStart + windowSize) {
+        fill(offset, std::max(size, windowBytes));
+    }
+    const std::uint64_t from = std::min<std::uint64_t>(offset - windowStart, windowSize);
+    return {window.data() + from, std::min<std::size_t>(size, windowSize - from)};
+}
+
+void InputFile::fill(std::uint64_t offset, std::size_t size) {
+    windowStart = offset;
+    windowSize = 0;
+    if (offset >= fileSize) {
+        return;
+    }
+    size = static_cast<std::size_t>(std::min<std::uint64_t>(size, fileSize - offset));
+    window.resize(std::max(window.size(), size));
+    while (windowSize < size) {
+        const ssize_t count = ::pread(fd, window.data() + windowSize, size - windowSize,
+                                      static_cast<off_t>(offset + windowSize));
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            errorText = fmt::format("{} can't be read on: {}", filePath, reasonOf(errno));
+        }
+        if (count <= 0) {
+            return;
+        }
+        windowSize += static_cast<std::size_t>(count);
+    }
+}
+
+}  // namespace station

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace station {
+
+/// A file that is read in pieces, mostly one behind the other. It may end anywhere, also earlier
+/// than it did when it was opened.
+class InputFile {
+  public:
+    /// Throws UserError (unreadable) if it can't be opened or isn't a regular file.
+    explicit InputFile(std::string path);
+    ~InputFile();
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
+
+    /// The bytes at `offset`, fewer than `size` only where the file ends or can't be read on (then
+    /// `getErrorText` says why). They are there until the next call.
+    std::span<const std::uint8_t> view(std::uint64_t offset, std::size_t size);
+
+    std::uint64_t getSize() const { return fileSize; }
+    const std::string& getPath() const { return filePath; }
+    const std::string& getErrorText() const { return errorText; }  ///< empty: none
+
+  private:
+    void fill(std::uint64_t offset, std::size_t size);
+
+    const std::string filePath;
+    int fd = -1;
+    std::uint64_t fileSize = 0;
+    std::vector<std::uint8_t> window;
+    std::uint64_t windowStart = 0;
+    std::size_t windowSize = 0;  ///< bytes in `window` that are the file's
+    std::string errorText;
+};
+
+}  // namespace station
