@@ -4,6 +4,7 @@ read them, which know nothing of the programs here."""
 import re
 import subprocess
 from collections import defaultdict
+from itertools import pairwise
 from typing import NamedTuple
 
 EXTENDED = 0x80000000
@@ -110,13 +111,14 @@ def account_differences(report):
 
 
 def row_differences(sent, names, rows, log=False):
-    """Each message in `rows` once, unchanged, and in order on its channel; of a .log those on CAN, their data
-    filled up to a length that CAN FD has. `names`: by CM ID and interface ID. A text for the first
-    difference on each channel."""
+    """Each message in `rows` once, unchanged, and in order on its channel, and all in the order of time; of a
+    .log those on CAN, their data filled up to a length that CAN FD has. `names`: by CM ID and interface ID. A
+    text for the first difference on each channel."""
     found = defaultdict(list)
     for row in rows:
         found[row.name].append(row[2:])
-    texts = []
+    texts = [f"{row.name}: {before.time - row.time} ns behind the time of {before.name} in front of it"
+             for before, row in pairwise(rows) if row.time < before.time][:1]
     for module in sent["modules"]:
         for position, channel in enumerate(module["channels"]):
             if channel["bus"] == "LIN" and log:

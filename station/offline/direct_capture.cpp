@@ -97,7 +97,15 @@ void DirectCapture::onSample(std::uint32_t channel, const void* data, std::size_
     Channel& entry = channels[channel];
     const std::int64_t sinceStart = std::llround(time * nanosecondsPerSecond);
     entry.traffic.note(sinceStart);
-    recordings.write(channel, startUtcNanoseconds + sinceStart, data, size);
+    const std::int64_t utc = startUtcNanoseconds + sinceStart;
+    horizon.note(utc);
+    merge.add({utc, channel, static_cast<std::uint32_t>(size)}, data);
+}
+
+void DirectCapture::record(std::int64_t before) {
+    merge.release(before, [this](const TimeMerge::Head& head, const std::uint8_t* bytes) {
+        recordings.write(head.channel, head.utcNanoseconds, bytes, head.size);
+    });
 }
 
 double DirectCapture::secondsSinceStart() const {
@@ -118,7 +126,13 @@ void DirectCapture::updateRates() {
 
 void DirectCapture::poll() {
     reader.flushAll();
+    record(horizon.step(startUtcNanoseconds + counter.getNanoseconds() - start));
     lookAtClocks();
+}
+
+void DirectCapture::end() {
+    record(TimeMerge::all);
+    reader.getDevices().endCounting();
 }
 
 void DirectCapture::lookAtClocks() {
@@ -141,6 +155,9 @@ void DirectCapture::lookAtClocks() {
 std::vector<std::string> DirectCapture::describeClocks() const {
     std::vector<std::string> texts = standingModules;
     std::ranges::move(clocks.describeJumps(), std::back_inserter(texts));
+    if (merge.getLate() != 0) {
+        texts.push_back(lateText(merge.getLate()));
+    }
     for (const Channel& entry : channels) {
         if (const auto raised = entry.channel->getCounts().raised; raised != 0) {
             texts.push_back(raisedText(entry.channel->getName(), raised));
@@ -175,6 +192,7 @@ Summary DirectCapture::summarize() {
         entry.counts = statisticsOf(channel.channel->getCounts());
         summary.channels.push_back(std::move(entry));
     }
+    summary.outOfOrder = merge.getLate();
     summary.recordings = recordings.summarize();
     return summary;
 }

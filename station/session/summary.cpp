@@ -264,6 +264,7 @@ std::string toJson(const Summary& summary) {
                    {"longestPause", summary.longestPause},
                    {"droppedFrames", summary.droppedFrames},
                    {"lostMessages", summary.totalLost()},
+                   {"outOfOrder", summary.outOfOrder},
                    {"interfaceMessages", summary.interfaceMessages},
                    {"modules", Json::array()},
                    {"channels", Json::array()},

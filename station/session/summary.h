@@ -56,6 +56,7 @@ struct Summary {
     double seconds = 0.0;         ///< since then
     double longestPause = 0.0;    ///< between two calls of the plug-in's periodic work, in seconds
     std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
+    std::uint64_t outOfOrder = 0;     ///< messages that came in behind later ones in the recordings
     std::vector<std::string> interfaceMessages;  ///< what became of network interfaces
     bool hasInterfaceGap = false;                ///< one of them wasn't captured on for a time
     std::string awaitedLeader;  ///< the module for whose clock the start waits; empty: none
