@@ -101,8 +101,12 @@ def count_differences(sent, report):
 
 
 def account_differences(report):
-    """Each message of each channel is in one count, and each that is there in each recording or in its loss; a
-    text for each channel where that doesn't add up."""
+    """Each data message that was read is in one count, all channels being used; each message of each channel is in
+    one count, and each that is there in each recording or in its loss. What doesn't add up."""
+    messages = report["messages"]
+    told = messages["empty"] + messages["unknownModule"] + messages["unknownChannel"]
+    if messages["data"] != told + sum(channel["queued"] + channel["unusable"] for channel in report["channels"]):
+        return [messages]
     ends = ("delivered", "beforeStart", "afterEnd", "tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput")
     return [channel for channel in report["channels"]
             if channel["queued"] != sum(channel[end] for end in ends)

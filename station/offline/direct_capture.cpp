@@ -7,10 +7,13 @@
 #include <cmath>
 #include <iterator>
 
+#include "core/string_helper.h"
 #include "station/errors.h"
 
 namespace station {
 namespace {
+
+using Kestrova::Utils::Kcom::StringHelper;
 
 constexpr double nanosecondsPerSecond = 1e9;
 
@@ -44,6 +47,21 @@ ChannelStatistics statisticsOf(const ChannelCounts& counts) {
             .notPlaced = counts.notPlaced,
             .leftQueued = counts.leftQueued,
             .noOutput = counts.noOutput};
+}
+
+MessageStatistics statisticsOf(const MessageCounts& counts) {
+    MessageStatistics result;
+    result.data = counts.data;
+    result.moduleStatus = counts.moduleStatus;
+    result.busStatus = counts.busStatus;
+    result.other = counts.other;
+    result.empty = counts.empty;
+    result.unknownModule = counts.unknownModule;
+    result.unknownChannel = counts.unknownChannel;
+    for (std::size_t i = 0; i < counts.unknown.size(); ++i) {
+        result.unknown[i] = {counts.unknown[i].cmId, counts.unknown[i].messages};
+    }
+    return result;
 }
 
 }  // namespace
@@ -132,6 +150,7 @@ void DirectCapture::poll() {
 
 void DirectCapture::end() {
     record(TimeMerge::all);
+    reader.publishCounts();
     reader.getDevices().endCounting();
 }
 
@@ -171,10 +190,16 @@ Summary DirectCapture::summarize() {
     Summary summary;
     summary.startTime = startUtc;
     summary.seconds = secondsSinceStart();
+    for (const auto& [name, frames] : reader.getFrameCounts()) {
+        summary.interfaces.push_back({StringHelper::ToWide(name), frames.kept, frames.foreign,
+                                      frames.malformed, frames.dropped});
+    }
+    summary.messages = statisticsOf(reader.getMessageCounts());
     for (const auto& device : modules) {
         summary.modules.push_back({device->getName(), device->getType().name, device->getConfigId(),
                                    device->getCmId(), device->getSerialNumberText(),
                                    device->isConnected()});
+        summary.modules.back().frames = {device->getFrames(), device->getSequenceGaps()};
         summary.modules.back().timeStandsStill = standing.isStanding(summary.modules.size() - 1);
     }
     for (const Channel& channel : channels) {
