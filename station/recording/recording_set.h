@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "station/recording/recording.h"
+#include "station/recording/recording_series.h"
 
 namespace station {
 
@@ -20,11 +20,13 @@ struct RecordingSummary {
     };
 
     std::string path;
+    std::string partPath;  ///< of the file that is written, or was last
+    std::size_t parts = 1;
     std::string format;
     std::uint64_t records = 0;  ///< in the file
     std::uint64_t bytes = 0;    ///< in the file
     std::uint64_t lost = 0;
-    std::string error;                   ///< empty: none
+    std::string error;                   ///< the last; empty: none
     std::vector<Channel> channels = {};  ///< in the order in which they were added
 };
 
@@ -32,7 +34,7 @@ struct RecordingSummary {
 std::string lateText(std::uint64_t messages);
 
 /// The recordings of one measurement. Each has all channels that its format can hold. One that
-/// fails is closed and reported; the others go on. Called on one thread at a time.
+/// fails is reported; the others go on. Called on one thread at a time.
 class RecordingSet {
   public:
     RecordingSet() = default;
@@ -43,18 +45,22 @@ class RecordingSet {
     RecordingSet& operator=(const RecordingSet&) = delete;
 
     /// As `openRecording`. Before the first channel is added, as the next.
-    void open(const std::string& path, bool overwrite = false) {
-        add(openRecording(path, overwrite));
+    void open(const std::string& path, bool overwrite = false, const PartRules& rules = {}) {
+        recordings.push_back(std::make_unique<RecordingSeries>(path, overwrite, rules));
     }
-    void add(std::unique_ptr<Recording> recording);
+    void add(std::unique_ptr<Recording> recording) {
+        recordings.push_back(std::make_unique<RecordingSeries>(std::move(recording)));
+    }
     /// The next channel; its number is how many were added before.
     void addChannel(const ChannelDescription& channel);
     /// As `AppendFile::setOnProgress`, of any of the recordings that are there.
     void setOnProgress(const std::function<void()>& call);
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                std::size_t size);
-    /// To be called at least once a second. Returns a text for each recording that has failed since
-    /// the last call.
+    /// The next message of each goes into another part.
+    void endParts();
+    /// To be called at least once a second. Returns a text for each recording that has failed, or
+    /// goes on, since the last call.
     std::vector<std::string> flush();
     /// The same, and closes all once each has written what it has.
     std::vector<std::string> close();
@@ -69,11 +75,10 @@ class RecordingSet {
   private:
     static constexpr std::size_t notHeld = static_cast<std::size_t>(-1);
 
-    std::vector<std::string> newFailures();
+    std::vector<std::string> takeTexts();
 
-    std::vector<std::unique_ptr<Recording>> recordings;
+    std::vector<std::unique_ptr<RecordingSeries>> recordings;
     std::vector<std::size_t> handles;  ///< by channel, and in it by recording; `notHeld`: not in it
-    std::vector<bool> reported;        ///< by recording: its failure was returned
     bool closed = false;
 };
 
