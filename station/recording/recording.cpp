@@ -8,7 +8,9 @@
 
 #include "station/errors.h"
 
+#include "station/recording/asc_recording.h"
 #include "station/recording/candump_recording.h"
+#include "station/recording/csv_recording.h"
 #include "station/recording/pcapng_recording.h"
 
 namespace station {
@@ -33,6 +35,8 @@ struct Format {
 constexpr Format formats[] = {
     {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
     {".log", "candump lines, CAN and CAN FD only", openAs<CandumpRecording>},
+    {".asc", "text lines, all buses", openAs<AscRecording>},
+    {".csv", "a table, all buses", openAs<CsvRecording>},
 };
 
 }  // namespace

@@ -85,9 +85,10 @@ class Recording {
     bool isCompleted = false;
 };
 
-/// Opens a recording in the format that the ending of `path` names: ".pcapng" or ".log", in any
-/// case. Throws UserError, or FileError when the file can't be written: directory missing,
-/// no permission, already there with content and not to be overwritten, or in use by a recording.
+/// Opens a recording in the format that the ending of `path` names, in any case: ".pcapng", ".log",
+/// ".asc" or ".csv". Throws UserError, or FileError when the file can't be written: directory
+/// missing, no permission, already there with content and not to be overwritten, or in use by a
+/// recording.
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite = false);
 
 }  // namespace station
