@@ -262,7 +262,7 @@ bool AscReader::readFd(Words words, RecordedMessage& message) {
     const auto length = parseNumber<std::size_t>(words.next());
     DataBytes data;
     // A length of 0 with another code is how a remote frame looks.
-    if (!hasDirection || !identifier || !hasBits || !code || *code > 15 || !length ||
+    if (!hasDirection || !identifier || !hasBits || !code || !length ||
         *length > CanFrame::mostData || (*length == 0 && *code != 0) ||
         !readData(words, *length, data) || !choose(message, BusType::Can, number)) {
         return false;
