@@ -317,8 +317,7 @@ void addConvertCommand(CLI::App& app, Command& chosen) {
         ->add_option("IN", options->input,
                      "Stored frames (.pcap, .pcapng) or a recording (.pcapng, .log, .asc, .csv)")
         ->required();
-    command
-        ->add_option("OUT", options->outputs, "Recordings: .pcapng, .log (CAN only), .asc or .csv")
+    command->add_option("OUT", options->outputs, "Recordings: " + describeRecordingFormats())
         ->required();
     command->add_option("--module", options->modules, "A capture module; may be given again")
         ->type_name("\"TYPE:CONFIGID[:NAME]\"")

@@ -12,7 +12,7 @@ namespace station {
 void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
     command
         .add_option("--record", paths,
-                    "Record into FILE: .pcapng, .log (CAN only), .asc or .csv; may be given again")
+                    "Record into FILE: " + describeRecordingFormats() + "; may be given again")
         ->type_name("FILE")
         ->expected(1)
         ->take_all();

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "capture/packet_text.h"
-#include "station/recording/bus_record.h"
 
 namespace station {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/bus_record.h"
+#include "station/recording/bus_record.h"
 #include "station/recording/channel_traffic.h"
 #include "station/recording/message_reader.h"
 #include "station/recording/recording_set.h"
