@@ -1,10 +1,9 @@
 #include "station/recording/asc_reader.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
 #include <ctime>
 #include <limits>
 #include <optional>
@@ -124,10 +123,11 @@ void AscReader::readComment(Words words) {
         }
     } else if (what == "channel") {
         const std::string_view bus = words.next();
-        const auto number = parseNumber<std::uint32_t>(words.next());
-        if (names.size() < ChannelIndex::mostChannels && number && (bus == "CAN" || bus == "LIN")) {
-            const std::string_view name = words.getRest().substr(0, ChannelIndex::longestName);
-            names[fmt::format("{} {}", bus, *number)] = unescaped(name);
+        const std::string_view number = words.next();
+        RecordedMessage none;
+        if (bus == "CAN" || bus == "LIN") {
+            choose(none, bus == "CAN" ? BusType::Can : BusType::Lin, number,
+                   unescaped(words.getRest()));
         }
     }
 }
@@ -196,8 +196,9 @@ bool AscReader::readEvent(std::string_view line, RecordedMessage& message) {
     return isMessage;
 }
 
-/// `number` as a channel's, without zeros in front.
-bool AscReader::choose(RecordedMessage& message, BusType bus, std::string_view number) {
+/// Where it isn't there yet, the channel gets `name`.
+bool AscReader::choose(RecordedMessage& message, BusType bus, std::string_view number,
+                       std::string_view name) {
     std::array<char, 16> text{};
     const std::string_view busName = bus == BusType::Can ? "CAN " : "LIN ";
     const auto value = parseNumber<std::uint32_t>(number);
@@ -208,8 +209,7 @@ bool AscReader::choose(RecordedMessage& message, BusType bus, std::string_view n
     char* const end =
         std::to_chars(text.data() + busName.size(), text.data() + text.size(), *value).ptr;
     const std::string_view key(text.data(), static_cast<std::size_t>(end - text.data()));
-    const auto named = names.find(key);
-    return chooseChannel(message, key, named == names.end() ? key : named->second, bus);
+    return chooseChannel(message, key, name.empty() ? key : name, bus);
 }
 
 std::optional<AscReader::Identifier> AscReader::readIdentifier(std::string_view word) const {

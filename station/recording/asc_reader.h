@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,9 +18,9 @@ namespace station {
 /// The date is a local time without a zone, and is read as this machine's. A comment "// start N ns
 /// UTC" behind the line "Begin Triggerblock" is exact, and goes before it.
 ///
-/// Channels are "CAN 1", "LIN 1" unless a comment "// channel CAN 1 Front" names them. Lines with a
-/// time that are no message (error and remote frames, statistics, other buses) are skipped and
-/// counted, but for that of the start of the measurement.
+/// Channels are "CAN 1", "LIN 1" unless a comment "// channel CAN 1 Front" names them in front.
+/// Lines with a time that are no message (error and remote frames, statistics, other buses) are
+/// skipped and counted, but for that of the start of the measurement.
 class AscReader : public TextReader {
   public:
     explicit AscReader(const std::string& path) : TextReader(path) {}
@@ -42,15 +41,15 @@ class AscReader : public TextReader {
     bool readFd(Words words, RecordedMessage& message);
     bool readLin(std::string_view number, Words words, RecordedMessage& message);
     std::optional<Identifier> readIdentifier(std::string_view word) const;
-    bool choose(RecordedMessage& message, BusType bus, std::string_view number);
+    bool choose(RecordedMessage& message, BusType bus, std::string_view number,
+                std::string_view name = {});
     bool readData(Words& words, std::size_t count, DataBytes& data) const;
 
     int base = 16;
     bool isRelative = false;  ///< times are those since the line before
     bool hasHeader = false;
-    std::int64_t start = 0;                                 ///< nanoseconds UTC
-    std::int64_t time = 0;                                  ///< of the line before
-    std::map<std::string, std::string, std::less<>> names;  ///< by "CAN 1"
+    std::int64_t start = 0;  ///< nanoseconds UTC
+    std::int64_t time = 0;   ///< of the line before
 };
 
 }  // namespace station
