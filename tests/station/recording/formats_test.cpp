@@ -204,12 +204,10 @@ TEST_P(Formats, DamagedBytesReadNothingOutside) {
             can(0, start + 5'000, 0x123, true, 12)});
     const std::string whole = contentOf(path);
     for (std::size_t i = 0; i < whole.size(); ++i) {
-        for (const char damage : {'\xFF', '\0', '\n', '9'}) {
-            std::string bytes = whole;
-            bytes[i] = damage;
-            put(bytes);
-            EXPECT_LE(read(path).messages.size(), 4U) << i;
-        }
+        std::string bytes = whole;
+        bytes[i] = std::array{'\xFF', '\0', '\n', '9', '"'}[i % 5];
+        put(bytes);
+        EXPECT_LE(read(path).messages.size(), 4U) << i;
     }
 }
 
