@@ -211,6 +211,53 @@ TEST_P(Formats, DamagedBytesReadNothingOutside) {
     }
 }
 
+void setZone(const char* zone) {
+    ASSERT_EQ(::setenv("TZ", zone, 1), 0);
+    ::tzset();
+}
+
+TEST(AscRecordingTest, LinesAreThoseOfTheFormatAndTimesDontHangOnTheReadersZone) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path() / "a.asc";
+    setZone("XYZ-5:30");
+    const auto recording = openRecording(path);
+    for (const auto& channel : {ChannelDescription{"Front", BusType::Can},
+                                {"A\\\n", BusType::Lin},
+                                {"Rear", BusType::Lin}}) {
+        recording->addChannel(channel);
+    }
+    for (const Message& message :
+         {can(0, start, 0x1A2, true, 2), can(0, start, 0x1A2, false, 9),
+          lin(1, start, 0x22, 1, 0x6F), lin(2, start - 2'000'000'000, 0x22, 2, 0x01)}) {
+        recording->write(message.channel, message.time, message.record.data(),
+                         message.record.size());
+    }
+    recording->close();
+    setZone("XYZ+7");
+    EXPECT_EQ(read(path).messages.at(0).time, start - 789);
+    ::unsetenv("TZ");
+    ::tzset();
+    EXPECT_EQ(contentOf(path), R"(date Wed Nov 15 03:43:19.000 am 2023
+base hex  timestamps absolute
+internal events logged
+Begin Triggerblock Wed Nov 15 03:43:19.000 am 2023
+// start 1699999999000000000 ns UTC, zone UTC+05:30
+// channel CAN 1 Front
+// channel LIN 1 A\\\n
+// channel LIN 2 Rear
+   0.000000 Start of measurement
+   1.123456 1  1A2x            Rx   d 2 F2 F3
+   1.123456 CANFD   1 Rx   1A2                                        0 0 9 12 F9 FA FB FC FD FE FF 00 01 00 00 00        0    0     1000        0        0        0        0        0
+   1.123456 Li 22              Rx     1 90  checksum = 6F   header time =   0, full time =   0  CSM = classic
+End TriggerBlock
+Begin Triggerblock Wed Nov 15 03:43:17.000 am 2023
+// start 1699999997000000000 ns UTC, zone UTC+05:30
+   0.000000 Start of measurement
+   1.123456 L2 22              Rx     2 90 91  checksum = 01   header time =   0, full time =   0
+End TriggerBlock
+)");
+}
+
 INSTANTIATE_TEST_SUITE_P(All, Formats, testing::ValuesIn(formats),
                          [](const auto& entry) { return std::string(entry.param.ending + 1); });
 
