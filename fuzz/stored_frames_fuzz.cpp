@@ -1,9 +1,7 @@
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <string>
 
+#include "fuzz/memory_file.h"
 #include "fuzz/require.h"
 #include "station/errors.h"
 #include "station/offline/direct_capture.h"
@@ -16,24 +14,6 @@
 namespace {
 
 using namespace station;
-
-/// A file without a name on the disk.
-class MemoryFile {
-  public:
-    MemoryFile(const std::uint8_t* data, std::size_t size)
-        : descriptor(::memfd_create("stored", MFD_CLOEXEC)) {
-        require(descriptor >= 0 && ::write(descriptor, data, size) == static_cast<ssize_t>(size),
-                "there is no memory for a file");
-    }
-    ~MemoryFile() { ::close(descriptor); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
-
-  private:
-    const int descriptor;
-};
 
 void addModules(DirectCapture& capture, const std::vector<Module>& modules) {
     for (const Module& module : modules) {

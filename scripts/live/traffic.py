@@ -1,9 +1,11 @@
 """What a simulator sent, message by message, against what stands in recordings: as tshark and python-can
 read them, which know nothing of the programs here."""
 
+import csv
 import re
 import subprocess
 from collections import defaultdict
+from datetime import datetime
 from itertools import pairwise
 from typing import NamedTuple
 
@@ -41,14 +43,30 @@ def _row(name, time, bus, extended, can_identifier, lin_identifier, data):
     return Row(name, int(seconds) * 10**9 + int(fraction), bus, identifier, bytes.fromhex(data))
 
 
-def read_with_python_can(path):
+def read_with_python_can(path, channels=None):
+    """The rows of a .log or .asc; the latter has numbers from 1 for `channels`."""
     import can
 
+    asc = str(path).endswith(".asc")
+    reader = can.ASCReader(str(path), relative_timestamp=False) if asc else can.CanutilsLogReader(str(path))
     return [
-        Row(m.channel, round(m.timestamp * 1e6) * 1000, "CANFD" if m.is_fd else "CAN",
-            m.arbitration_id | (EXTENDED if m.is_extended_id else 0), bytes(m.data))
-        for m in can.CanutilsLogReader(str(path))
+        Row(channels[m.channel] if channels else m.channel, round(m.timestamp * 1e6) * 1000,
+            "CANFD" if m.is_fd else "CAN", m.arbitration_id | (EXTENDED if m.is_extended_id else 0), bytes(m.data))
+        for m in reader
     ]
+
+
+def read_csv(path):
+    rows = []
+    with open(path, newline="") as file:
+        for line in csv.DictReader(file):
+            seconds, fraction = line["time"].rstrip("Z").split(".")
+            time = int(datetime.fromisoformat(seconds + "+00:00").timestamp()) * 10**9 + int(fraction)
+            data = bytes.fromhex(line["data"])
+            assert len(data) == int(line["length"]) and (line["checksum"] != "") == (line["bus"] == "LIN"), line
+            rows.append(Row(line["channel"], time, line["bus"].replace(" ", ""),
+                            int(line["id"], 0) | (EXTENDED if line["extended"] == "1" else 0), data))
+    return rows
 
 
 def word_of(name):

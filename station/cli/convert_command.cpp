@@ -1,7 +1,9 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -13,27 +15,39 @@
 #include "station/cli/recordings.h"
 #include "station/offline/direct_capture.h"
 #include "station/offline/found_modules.h"
+#include "station/offline/message_copy.h"
 #include "station/offline/stored_frames.h"
+#include "station/recording/message_filter.h"
+#include "station/recording/message_reader.h"
 #include "station/terminal_text.h"
 
 namespace station {
 namespace {
 
 constexpr const char* about =
-    R"(Turns stored frames (.pcap, .pcapng) into recordings (.pcapng, .log).
+    R"(Turns stored frames (.pcap, .pcapng) or recordings (.pcapng, .log, .asc, .csv) into recordings.
 
-Without --module the modules are taken from the status messages in the file. A module's times run on
-its own clock from the moment at which its first message was captured.)";
+What IN is follows from its contents. Of stored frames the modules are taken from the status messages
+in the file, unless --module names them. A module's times run on its own clock from the moment at which
+its first message was captured. Messages of a recording keep their times.
+
+A file that is torn is converted up to its last whole record.)";
 
 constexpr const char* examples = R"(
 Examples:
   cmp-station convert stored.pcap drive.pcapng drive.log
-  cmp-station convert stored.pcapng drive.pcapng --module "CAN combo:5:Front")";
+  cmp-station convert stored.pcapng drive.pcapng --module "CAN combo:5:Front"
+  cmp-station convert drive.pcapng part.asc --from 60 --to 90 --channel "Front 0x11"
+  cmp-station convert drive.asc part.csv --id 0x100-0x1FF --id 0x7DF)";
 
 struct ConvertOptions {
     std::string input;
     std::vector<std::string> outputs;
     std::vector<std::string> modules;
+    std::string from;
+    std::string to;
+    std::vector<std::string> channels;
+    std::vector<std::string> identifiers;
     bool overwrite = false;
     bool json = false;
     bool quiet = false;
@@ -75,7 +89,7 @@ void refuseInputAsOutput(const ConvertOptions& options) {
     }
 }
 
-/// One line on a terminal, written over and over.
+/// How far it has got and how fast, in one line on a terminal that is written over and over.
 class Progress {
   public:
     explicit Progress(bool wanted) : shown(wanted && isTerminal(STDERR_FILENO)) {}
@@ -84,22 +98,87 @@ class Progress {
             std::fputs("\r\033[K", stderr);
         }
     }
-    void show(double share) {
-        const auto now = std::chrono::steady_clock::now();
+    /// `messages` up to now.
+    void show(double share, std::uint64_t messages) {
+        const auto now = Clock::now();
         if (shown && now - last > std::chrono::milliseconds(200)) {
-            std::fputs(fmt::format("\r{:3.0f} %", share * 100).c_str(), stderr);
+            const std::chrono::duration<double> passed = now - start;
+            std::fputs(fmt::format("\r{:3.0f} %  {:.0f} messages/s\033[K", share * 100,
+                                   static_cast<double>(messages) / passed.count())
+                           .c_str(),
+                       stderr);
             last = now;
             written = true;
         }
     }
 
   private:
+    using Clock = std::chrono::steady_clock;
     const bool shown;
     bool written = false;
-    std::chrono::steady_clock::time_point last;
+    const Clock::time_point start = Clock::now();
+    Clock::time_point last;
 };
 
-void convertAll(StoredFrames& frames, DirectCapture& capture, RecordingSet& recordings,
+/// What isn't given in `options` lets all pass.
+MessageFilter::Options readFilter(const ConvertOptions& options) {
+    MessageFilter::Options wanted;
+    if (!options.from.empty()) {
+        wanted.from = parseMoment(options.from);
+    }
+    if (!options.to.empty()) {
+        wanted.to = parseMoment(options.to);
+    }
+    wanted.channels = options.channels;
+    for (const std::string& text : options.identifiers) {
+        wanted.identifiers.push_back(parseIdentifiers(text).value());
+    }
+    return wanted;
+}
+
+/// How reading ended, whatever was read.
+struct Ending {
+    bool isAtEnd = false;   ///< of the file
+    bool isCut = false;     ///< records in it were stored in part
+    std::string errorText;  ///< why the rest couldn't be read
+    Summary summary;
+};
+
+/// What the user and the shell are answered once the recordings are closed.
+ExitCode finish(const ConvertOptions& options, RecordingSet& recordings,
+                const MessageFilter& filter, const Ending& ending) {
+    if (options.json) {
+        printResult(toJson(ending.summary));
+    } else if (!options.quiet) {
+        for (const std::string& line : toTable(ending.summary)) {
+            printResult(line + '\n');
+        }
+    }
+    if (!ending.errorText.empty()) {
+        throw UserError(ExitCode::Unreadable,
+                        ending.errorText + "; what came before is in the recordings");
+    }
+    if (recordings.hasFailed() || ending.summary.totalLost() != 0 || ending.isCut) {
+        return ExitCode::Failed;
+    }
+    if (!ending.isAtEnd) {
+        throw UserError(
+            ExitCode::Failed,
+            "stopped before the end of the file; what came before is in the recordings");
+    }
+    if (const auto unknown = filter.getUnknownChannels(); !unknown.empty()) {
+        throw UserError(fmt::format("no channel is named \"{}\"", fmt::join(unknown, "\", \"")));
+    }
+    return ExitCode::Good;
+}
+
+void closeRecordings(RecordingSet& recordings) {
+    for (const std::string& failure : recordings.close()) {
+        printMessage(failure);
+    }
+}
+
+void captureAll(StoredFrames& frames, DirectCapture& capture, RecordingSet& recordings,
                 bool showProgress, StopSignal& stop) {
     Progress progress(showProgress);
     CmpPacketReader& reader = capture.getReader();
@@ -108,17 +187,15 @@ void convertAll(StoredFrames& frames, DirectCapture& capture, RecordingSet& reco
     while (!frames.isAtEnd() && !stop.isRequested() && !recordings.haveAllFailed()) {
         reader.readPass();
         capture.poll();
-        progress.show(frames.getProgress());
+        progress.show(frames.getProgress(), recordings.getCount());
     }
     capture.poll();  // a clock lets its first message wait for a second look
     capture.end();
 }
 
-ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
-    refuseInputAsOutput(options);
+Ending convertFrames(const ConvertOptions& options, RecordingSet& recordings, StopSignal& stop) {
     const std::vector<Module> modules = chooseModules(options);
     StoredFrames frames(options.input);
-    RecordingSet recordings;
     openRecordings(recordings, options.outputs, options.overwrite);
     // Messages are stamped before the frame that carries them is captured: what the first frame
     // brings would else lie before host time 0.
@@ -133,7 +210,7 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
         capture.addModule(module);
     }
     tellWhatIsLeftOut(recordings, capture.summarize());
-    convertAll(frames, capture, recordings, !options.quiet, stop);
+    captureAll(frames, capture, recordings, !options.quiet, stop);
 
     for (const std::string& text : capture.describeClocks()) {
         printMessage(text);
@@ -142,30 +219,96 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     if (!cut.empty()) {
         printMessage(cut);
     }
-    for (const std::string& failure : recordings.close()) {
-        printMessage(failure);
+    closeRecordings(recordings);
+    return {frames.isAtEnd(), !cut.empty(), frames.getErrorText(), capture.summarize()};
+}
+
+Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
+                       RecordingSet& recordings, StopSignal& stop) {
+    if (!options.modules.empty()) {
+        throw UserError(fmt::format(
+            "{} holds messages and no frames of modules; leave out --module", options.input));
     }
-    const Summary summary = capture.summarize();
-    if (options.json) {
-        printResult(toJson(summary));
-    } else if (!options.quiet) {
-        for (const std::string& line : toTable(summary)) {
-            printResult(line + '\n');
+    openRecordings(recordings, options.outputs, options.overwrite);
+    MessageCopy copy(reader, recordings);
+    bool isMore = true;
+    {
+        Progress progress(!options.quiet);
+        while (isMore && !stop.isRequested() && !recordings.haveAllFailed()) {
+            isMore = copy.poll();
+            progress.show(reader.getProgress(), recordings.getCount());
         }
     }
-    if (!frames.getErrorText().empty()) {
-        throw UserError(ExitCode::Unreadable,
-                        frames.getErrorText() + "; what came before is in the recordings");
+    copy.end();
+    closeRecordings(recordings);
+    if (copy.getLate() != 0) {
+        printMessage(lateText(copy.getLate()));
     }
-    if (recordings.hasFailed() || summary.totalLost() != 0 || !cut.empty()) {
-        return ExitCode::Failed;
+    if (reader.getSkipped() != 0) {
+        printMessage(
+            fmt::format("{} records in {} are no CAN, CAN FD or LIN messages (errors, "
+                        "remote frames, others) and were left out",
+                        reader.getSkipped(), options.input));
     }
-    if (!frames.isAtEnd()) {
-        throw UserError(
-            ExitCode::Failed,
-            "stopped before the end of the file; what came before is in the recordings");
+    Ending ending{!isMore, false, reader.getErrorText(), copy.summarize()};
+    tellWhatIsLeftOut(recordings, ending.summary);
+    return ending;
+}
+
+ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
+    refuseInputAsOutput(options);
+    const MessageFilter::Options wanted = readFilter(options);
+    MessageFilter filter(wanted);
+    RecordingSet recordings;
+    if (!wanted.isEmpty()) {
+        recordings.setFilter(&filter);
     }
-    return ExitCode::Good;
+    std::error_code ignored;
+    const auto reader = std::filesystem::is_regular_file(options.input, ignored)
+                            ? openMessages(options.input)
+                            : nullptr;
+    const Ending ending = reader ? convertMessages(options, *reader, recordings, stop)
+                                 : convertFrames(options, recordings, stop);
+    return finish(options, recordings, filter, ending);
+}
+
+void addFilterOptions(CLI::App& command, ConvertOptions& options) {
+    const auto isMoment = [](const std::string& text) {
+        return std::string(parseMoment(text) ? ""
+                                             : text +
+                                                   " is no time; give seconds since the first "
+                                                   "message, or UTC as 2023-11-14T22:13:20Z");
+    };
+    const auto areIdentifiers = [](const std::string& text) {
+        return std::string(parseIdentifiers(text) ? ""
+                                                  : text +
+                                                        " is no identifier, and no range of them "
+                                                        "as 0x100-0x1FF");
+    };
+    command
+        .add_option("--from", options.from,
+                    "Leave out what was before TIME: UTC as 2023-11-14T22:13:20.5Z, or seconds "
+                    "since the first message")
+        ->type_name("TIME")
+        ->check(CLI::Validator(isMoment, ""));
+    command.add_option("--to", options.to, "Leave out what was at TIME or later")
+        ->type_name("TIME")
+        ->check(CLI::Validator(isMoment, ""));
+    command
+        .add_option("--channel", options.channels,
+                    "Take messages of the channel NAME only; may be given again")
+        ->type_name("NAME")
+        ->check(isUtf8())
+        ->expected(1)
+        ->take_all();
+    command
+        .add_option("--id", options.identifiers,
+                    "Take messages with this identifier only, or of a range (0x100-0x1FF); may be "
+                    "given again")
+        ->type_name("ID")
+        ->check(CLI::Validator(areIdentifiers, ""))
+        ->expected(1)
+        ->take_all();
 }
 
 }  // namespace
@@ -174,14 +317,18 @@ void addConvertCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<ConvertOptions>();
     CLI::App* const command = app.add_subcommand("convert", about);
     command->footer(examples);
-    command->add_option("IN", options->input, "Stored frames, .pcap or .pcapng")->required();
-    command->add_option("OUT", options->outputs, "Recordings, .pcapng or .log (CAN only)")
+    command
+        ->add_option("IN", options->input,
+                     "Stored frames (.pcap, .pcapng) or a recording (.pcapng, .log, .asc, .csv)")
+        ->required();
+    command->add_option("OUT", options->outputs, "Recordings: " + describeRecordingFormats())
         ->required();
     command->add_option("--module", options->modules, "A capture module; may be given again")
         ->type_name("\"TYPE:CONFIGID[:NAME]\"")
         ->check(isUtf8())
         ->expected(1)
         ->take_all();
+    addFilterOptions(*command, *options);
     addOverwriteOption(*command, options->overwrite);
     command->add_flag("--json", options->json, "Print one JSON object on standard output");
     command->add_flag("--quiet", options->quiet, "Print neither progress nor a table");

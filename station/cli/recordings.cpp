@@ -56,7 +56,7 @@ std::uint64_t parseAmount(const char* option, const std::string& text,
 void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
     command
         .add_option("--record", paths,
-                    "Record into FILE, a .pcapng, or a .log (CAN only); may be given again")
+                    "Record into FILE: " + describeRecordingFormats() + "; may be given again")
         ->type_name("FILE")
         ->expected(1)
         ->take_all();

@@ -9,6 +9,8 @@
 #include <QRegularExpression>
 #include <cmath>
 
+#include "station/recording/recording.h"
+
 namespace station {
 namespace {
 
@@ -64,7 +66,8 @@ MeasurementBar::MeasurementBar(std::function<void(const QString&)> onStart,
     stop->setObjectName("stop");
     records->setObjectName("records");
     path->setObjectName("recordingPath");
-    path->setToolTip("Its ending names the format: .pcapng, or .log for candump lines (CAN only)");
+    path->setToolTip(
+        QString::fromStdString("Its ending names the format: " + describeRecordingFormats()));
     elapsed->setObjectName("elapsed");
     size->setObjectName("recordingSize");
     loss->setObjectName("loss");
@@ -135,9 +138,13 @@ void MeasurementBar::show(const Summary& summary, bool hasLost,
 }
 
 void MeasurementBar::choosePath() {
-    const QString chosen = QFileDialog::getSaveFileName(this, "Record to", path->text(),
-                                                        "pcapng (*.pcapng);;candump lines (*.log)",
-                                                        nullptr, QFileDialog::DontConfirmOverwrite);
+    QStringList filters;
+    for (const RecordingFormat& format : getRecordingFormats()) {
+        filters << QString("%1 (*%2)").arg(format.what, format.ending);
+    }
+    const QString chosen =
+        QFileDialog::getSaveFileName(this, "Record to", path->text(), filters.join(";;"), nullptr,
+                                     QFileDialog::DontConfirmOverwrite);
     if (!chosen.isEmpty()) {
         path->setText(chosen);
         records->setChecked(true);

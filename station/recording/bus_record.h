@@ -31,6 +31,20 @@ struct CanRecord {
     }
 
     bool isFd() const { return length > mostClassicData; }
+    /// The data length code. Of a length that no CAN FD frame has (9, 10, 11, 13, ...) that of the
+    /// next one that there is.
+    std::uint8_t getLengthCode() const {
+        std::uint8_t code = 0;
+        while (lengthOfCode[code] < length) {
+            ++code;
+        }
+        return code;
+    }
+    /// The length of that code; `data` is zero behind the data bytes.
+    std::size_t getFilledLength() const { return lengthOfCode[getLengthCode()]; }
+
+    static constexpr std::uint8_t lengthOfCode[] = {0, 1,  2,  3,  4,  5,  6,  7,
+                                                    8, 12, 16, 20, 24, 32, 48, 64};
 
     std::uint32_t id;
     bool extended;
@@ -49,6 +63,34 @@ struct LinRecord {
         length = std::min<std::size_t>(bytes[offsetof(LinFrame, length)], mostData);
         data = bytes + offsetof(LinFrame, data);
         checksum = bytes[offsetof(LinFrame, checksum)];
+    }
+
+    enum class ChecksumModel { Unknown, Classic, Enhanced };  ///< numbered as pcapng has them
+
+    /// The identifier with its two parity bits: P0 over bits 0, 1, 2, 4; P1, inverted, over 1, 3,
+    /// 4, 5.
+    std::uint32_t getProtectedId() const {
+        const std::uint32_t p0 = (id ^ (id >> 1) ^ (id >> 2) ^ (id >> 4)) & 1U;
+        const std::uint32_t p1 = ~((id >> 1) ^ (id >> 3) ^ (id >> 4) ^ (id >> 5)) & 1U;
+        return id | p0 << 6 | p1 << 7;
+    }
+
+    /// Which of LIN's two checksums the frame carries: that over the data or that over the
+    /// protected identifier too. They can't coincide.
+    ChecksumModel getChecksumModel() const {
+        std::uint32_t sum = 0;
+        for (std::size_t i = 0; i < length; ++i) {
+            sum += data[i];
+        }
+        const auto matches = [&](std::uint32_t total) {
+            while (total > 0xFFU) {
+                total = (total & 0xFFU) + (total >> 8);
+            }
+            return (total ^ 0xFFU) == checksum;
+        };
+        return matches(sum)                      ? ChecksumModel::Classic
+               : matches(sum + getProtectedId()) ? ChecksumModel::Enhanced
+                                                 : ChecksumModel::Unknown;
     }
 
     std::uint32_t id;

@@ -1,10 +1,9 @@
 #include "station/recording/candump_recording.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 
 #include "station/recording/bus_record.h"
+#include "station/recording/text_cursor.h"
 
 namespace station {
 
@@ -13,7 +12,6 @@ namespace {
 constexpr std::size_t longestName = 15;
 constexpr std::size_t longestLine =
     256;  // 18 of time, 15 of name, 8 + 3 of id, 128 of data, blanks
-constexpr char digits[] = "0123456789ABCDEF";
 
 bool isWordCharacter(char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
@@ -35,44 +33,6 @@ std::string oneWord(const std::string& name) {
 std::string lastCharacters(const std::string& word, std::size_t count) {
     return word.size() > count ? word.substr(word.size() - count) : word;
 }
-
-std::size_t fdLength(std::size_t length) {
-    constexpr std::array<std::size_t, 7> lengths = {12, 16, 20, 24, 32, 48, 64};
-    return *std::lower_bound(lengths.begin(), lengths.end() - 1, length);
-}
-
-/// Writes text one behind the other; the caller has made room.
-class LineCursor {
-  public:
-    explicit LineCursor(std::uint8_t* start) : at(start) {}
-
-    void put(char c) { *at++ = static_cast<std::uint8_t>(c); }
-    void put(const std::string& text) {
-        std::memcpy(at, text.data(), text.size());
-        at += text.size();
-    }
-    void putDecimal(std::uint64_t value, int width) { putNumber<10>(value, width); }
-    void putHex(std::uint32_t value, int width) { putNumber<16>(value, width); }
-    void putHexBytes(const std::uint8_t* bytes, std::size_t count) {
-        for (std::size_t i = 0; i < count; ++i) {
-            put(digits[bytes[i] >> 4]);
-            put(digits[bytes[i] & 0xFU]);
-        }
-    }
-    std::uint8_t* position() const { return at; }
-
-  private:
-    template <unsigned Base>
-    void putNumber(std::uint64_t value, int width) {
-        for (int i = width - 1; i >= 0; --i) {
-            at[i] = static_cast<std::uint8_t>(digits[value % Base]);
-            value /= Base;
-        }
-        at += width;
-    }
-
-    std::uint8_t* at;
-};
 
 }  // namespace
 
@@ -121,7 +81,7 @@ void CandumpRecording::write(std::size_t channel, std::int64_t utcNanoseconds, c
         line.put('#');
         line.put('0');  // bit rate switch and error state aren't in the record
     }
-    line.putHexBytes(can.data, can.isFd() ? fdLength(can.length) : can.length);
+    line.putHexBytes(can.data, can.getFilledLength());
     line.put('\n');
     file.endRecord(line.position());
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "station/recording/bounded_name.h"
 #include "station/recording/bus_record.h"
 
 namespace station {
@@ -78,19 +79,9 @@ std::vector<std::uint8_t> sectionHeader() {
     return block;
 }
 
-/// At most `longestOption` bytes of a name, cut between characters.
-std::string boundedName(const std::string& name) {
-    std::size_t end = std::min(name.size(), longestOption);
-    while (end < name.size() && end > 0 &&
-           (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) {
-        --end;
-    }
-    return name.substr(0, end);
-}
-
 std::vector<std::uint8_t> interfaceDescription(const ChannelDescription& channel) {
     const bool isCan = channel.bus == BusType::Can;
-    const std::string name = boundedName(channel.name);
+    const std::string name = boundedName(channel.name, longestOption);
     const std::size_t total = 16 + 4 + padded(name.size()) + 8 + 4 + blockEnd;
     std::vector<std::uint8_t> block(total);
     Cursor cursor(block.data());
@@ -130,29 +121,6 @@ std::vector<std::uint8_t> interfaceStatistics(std::size_t channel, std::uint64_t
     return block;
 }
 
-/// The identifier with its two parity bits: P0 over bits 0, 1, 2, 4; P1, inverted, over 1, 3, 4, 5.
-std::uint32_t protectedId(std::uint32_t id) {
-    const std::uint32_t p0 = (id ^ (id >> 1) ^ (id >> 2) ^ (id >> 4)) & 1U;
-    const std::uint32_t p1 = ~((id >> 1) ^ (id >> 3) ^ (id >> 4) ^ (id >> 5)) & 1U;
-    return id | p0 << 6 | p1 << 7;
-}
-
-/// Which of LIN's two checksums the frame carries: 1 classic (over the data), 2 enhanced (over the
-/// protected identifier too), 0 neither. They can't coincide.
-std::uint32_t checksumType(const LinRecord& lin, std::uint32_t pid) {
-    std::uint32_t sum = 0;
-    for (std::size_t i = 0; i < lin.length; ++i) {
-        sum += lin.data[i];
-    }
-    const auto matches = [&](std::uint32_t total) {
-        while (total > 0xFFU) {
-            total = (total & 0xFFU) + (total >> 8);
-        }
-        return (total ^ 0xFFU) == lin.checksum;
-    };
-    return matches(sum) ? 1 : matches(sum + pid) ? 2 : 0;
-}
-
 void putCan(Cursor& cursor, const CanRecord& can) {
     cursor.putBigEndian32(can.id | (can.extended ? 0x80000000U : 0U));
     cursor.put8(can.length);
@@ -162,9 +130,9 @@ void putCan(Cursor& cursor, const CanRecord& can) {
 }
 
 void putLin(Cursor& cursor, const LinRecord& lin) {
-    const std::uint32_t pid = protectedId(lin.id);
+    const std::uint32_t pid = lin.getProtectedId();
     cursor.put32(1);  // revision and three reserved bytes
-    cursor.put8(lin.length << 4 | checksumType(lin, pid));
+    cursor.put8(lin.length << 4 | static_cast<unsigned>(lin.getChecksumModel()));
     cursor.put8(pid);
     cursor.put8(lin.checksum);
     cursor.put8(0);

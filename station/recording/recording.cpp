@@ -8,7 +8,9 @@
 
 #include "station/errors.h"
 
+#include "station/recording/asc_recording.h"
 #include "station/recording/candump_recording.h"
+#include "station/recording/csv_recording.h"
 #include "station/recording/pcapng_recording.h"
 
 namespace station {
@@ -33,6 +35,8 @@ struct Format {
 constexpr Format formats[] = {
     {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
     {".log", "candump lines, CAN and CAN FD only", openAs<CandumpRecording>},
+    {".asc", "text lines, all buses", openAs<AscRecording>},
+    {".csv", "a table, all buses", openAs<CsvRecording>},
 };
 
 }  // namespace
@@ -59,15 +63,29 @@ bool Recording::close() {
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite) {
     std::string ending = std::filesystem::path(path).extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(), lowerCase);
-    std::string known;
-    for (const Format& format : formats) {
-        if (ending == format.ending) {
-            return format.open(path, overwrite);
+    for (const Format& entry : formats) {
+        if (ending == entry.ending) {
+            return entry.open(path, overwrite);
         }
-        known += fmt::format("{}{} ({})", known.empty() ? "" : ", ", format.ending, format.what);
     }
     throw UserError("Cannot record to \"" + path + "\": its ending names no format. There are " +
-                    known + ".");
+                    describeRecordingFormats() + ".");
+}
+
+std::vector<RecordingFormat> getRecordingFormats() {
+    std::vector<RecordingFormat> all;
+    for (const Format& entry : formats) {
+        all.push_back({entry.ending, entry.what});
+    }
+    return all;
+}
+
+std::string describeRecordingFormats() {
+    std::string text;
+    for (const auto& [ending, what] : getRecordingFormats()) {
+        text += fmt::format("{}{} ({})", text.empty() ? "" : ", ", ending, what);
+    }
+    return text;
 }
 
 }  // namespace station

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "station/recording/append_file.h"
 
@@ -85,9 +86,19 @@ class Recording {
     bool isCompleted = false;
 };
 
-/// Opens a recording in the format that the ending of `path` names: ".pcapng" or ".log", in any
-/// case. Throws UserError, or FileError when the file can't be written: directory missing,
-/// no permission, already there with content and not to be overwritten, or in use by a recording.
+struct RecordingFormat {
+    const char* ending;  ///< ".pcapng"
+    const char* what;    ///< for people
+};
+
+/// All that can be written.
+std::vector<RecordingFormat> getRecordingFormats();
+/// ".pcapng (Wireshark, all buses), .log (...)"
+std::string describeRecordingFormats();
+
+/// Opens a recording in the format that the ending of `path` names, in any case. Throws UserError,
+/// or FileError when the file can't be written: directory missing, no permission, already there
+/// with content and not to be overwritten, or in use by a recording.
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite = false);
 
 }  // namespace station

@@ -25,6 +25,10 @@ void RecordingSet::addChannel(const ChannelDescription& channel) {
         handles.push_back(recording->accepts(channel.bus) ? recording->addChannel(channel)
                                                           : notHeld);
     }
+    leftOut.push_back(0);
+    if (filter != nullptr) {
+        filter->addChannel(channel);
+    }
 }
 
 void RecordingSet::setOnProgress(const std::function<void()>& call) {
@@ -35,6 +39,11 @@ void RecordingSet::setOnProgress(const std::function<void()>& call) {
 
 void RecordingSet::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                          std::size_t size) {
+    ++count;
+    if (filter != nullptr && !filter->passes(channel, utcNanoseconds, record, size)) {
+        ++leftOut[channel];
+        return;
+    }
     const std::size_t first = channel * recordings.size();
     for (std::size_t i = 0; i < recordings.size(); ++i) {
         if (handles[first + i] != notHeld) {
@@ -106,7 +115,8 @@ std::vector<RecordingSummary> RecordingSet::summarize() const {
                 summary.channels.push_back({});
             } else {
                 const auto& counts = channelCounts[handles[at]];
-                summary.channels.push_back({true, counts.written, counts.lost});
+                summary.channels.push_back(
+                    {true, counts.written, counts.lost, leftOut[summary.channels.size()]});
             }
         }
         summaries.push_back(std::move(summary));

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "station/recording/message_filter.h"
 #include "station/recording/recording_series.h"
 
 namespace station {
@@ -17,6 +18,7 @@ struct RecordingSummary {
         bool isHeld = false;        ///< the format can hold them
         std::uint64_t records = 0;  ///< in the file
         std::uint64_t lost = 0;
+        std::uint64_t leftOut = 0;  ///< not asked for
     };
 
     std::string path;
@@ -51,12 +53,17 @@ class RecordingSet {
     void add(std::unique_ptr<Recording> recording) {
         recordings.push_back(std::make_unique<RecordingSeries>(std::move(recording)));
     }
+    /// Only what passes is written. Before the first channel is added; it isn't owned and outlives
+    /// this.
+    void setFilter(MessageFilter* wanted) { filter = wanted; }
     /// The next channel; its number is how many were added before.
     void addChannel(const ChannelDescription& channel);
     /// As `AppendFile::setOnProgress`, of any of the recordings that are there.
     void setOnProgress(const std::function<void()>& call);
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                std::size_t size);
+    /// Messages that `write` was given so far.
+    std::uint64_t getCount() const { return count; }
     /// The next message of each goes into another part.
     void endParts();
     /// To be called at least once a second. Returns a text for each recording that has failed, or
@@ -79,6 +86,9 @@ class RecordingSet {
 
     std::vector<std::unique_ptr<RecordingSeries>> recordings;
     std::vector<std::size_t> handles;  ///< by channel, and in it by recording; `notHeld`: not in it
+    MessageFilter* filter = nullptr;   ///< null: none
+    std::vector<std::uint64_t> leftOut;  ///< by channel, by the filter
+    std::uint64_t count = 0;
     bool closed = false;
 };
 

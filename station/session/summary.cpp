@@ -38,9 +38,12 @@ Json toJson(const std::vector<RecordingSummary>& recordings, std::size_t channel
     Json result = Json::array();
     for (const RecordingSummary& recording : recordings) {
         if (channel < recording.channels.size() && recording.channels[channel].isHeld) {
-            result.push_back({{"path", recording.path},
-                              {"records", recording.channels[channel].records},
-                              {"lost", recording.channels[channel].lost}});
+            const RecordingSummary::Channel& there = recording.channels[channel];
+            result.push_back(
+                {{"path", recording.path}, {"records", there.records}, {"lost", there.lost}});
+            if (there.leftOut != 0) {
+                result.back()["leftOut"] = there.leftOut;
+            }
         }
     }
     return result;
@@ -123,8 +126,9 @@ void addTraffic(const Summary& summary, std::vector<std::string>& lines) {
 }
 
 Json toJson(const ChannelSummary& channel, const std::vector<Module>& modules) {
-    Json result = {{"module", modules.at(channel.module).name},
-                   {"interfaceId", channel.interfaceId},
+    const bool hasModule = channel.module != ChannelSummary::noModule;
+    Json result = {{"module", hasModule ? Json(modules.at(channel.module).name) : Json()},
+                   {"interfaceId", hasModule ? Json(channel.interfaceId) : Json()},
                    {"busType", channel.busName},
                    {"name", channel.name},
                    {"frames", channel.frames},
@@ -195,17 +199,12 @@ std::string clockText(const ClockStatistics& clock) {
     return text;
 }
 
-void addModule(const Summary& summary, std::size_t position, std::vector<std::string>& lines) {
+/// Those of one module, or of none.
+void addChannels(const Summary& summary, std::size_t module, std::vector<std::string>& lines) {
     constexpr std::size_t longestValue = 40;
-    const Module& module = summary.modules[position];
-    lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
-                                module.type, module.configId, module.serial,
-                                module.connected ? "Connected" : "Not connected") +
-                    (module.clock ? clockText(*module.clock) : "") +
-                    (module.timeStandsStill ? "  TIME STANDS STILL" : ""));
     std::size_t silent = 0;
     for (const ChannelSummary& channel : summary.channels) {
-        if (channel.module != position) {
+        if (channel.module != module) {
             continue;
         }
         if (channel.frames == 0 && channel.getLost() == 0 &&
@@ -236,6 +235,16 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
         lines.push_back(
             fmt::format("  ({} channel{} without frames)", silent, silent == 1 ? "" : "s"));
     }
+}
+
+void addModule(const Summary& summary, std::size_t position, std::vector<std::string>& lines) {
+    const Module& module = summary.modules[position];
+    lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
+                                module.type, module.configId, module.serial,
+                                module.connected ? "Connected" : "Not connected") +
+                    (module.clock ? clockText(*module.clock) : "") +
+                    (module.timeStandsStill ? "  TIME STANDS STILL" : ""));
+    addChannels(summary, position, lines);
 }
 
 std::string awaitedText(const Summary& summary) {
@@ -389,6 +398,7 @@ std::vector<std::string> toTable(const Summary& summary) {
     for (std::size_t i = 0; i < summary.modules.size(); ++i) {
         addModule(summary, i, lines);
     }
+    addChannels(summary, ChannelSummary::noModule, lines);
     addTraffic(summary, lines);
     for (const RecordingSummary& recording : summary.recordings) {
         lines.push_back(fmt::format(

@@ -20,7 +20,9 @@ inline constexpr const char* noChannelIsUsed = "No channel is used: nothing will
 /// `counts.delivered` is `frames` and `overwritten`; and of `frames` each recording has or has lost
 /// all.
 struct ChannelSummary {
-    std::size_t module = 0;  ///< position in `Summary::modules`
+    static constexpr std::size_t noModule = static_cast<std::size_t>(-1);
+
+    std::size_t module = 0;  ///< position in `Summary::modules`, or `noModule`
     std::uint16_t interfaceId = 0;
     BusType bus = BusType::Can;
     std::string busName;

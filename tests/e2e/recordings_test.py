@@ -1,7 +1,9 @@
 """Recordings of live and of stored frames, as tshark and python-can read them, against what was sent."""
 
 import json
+import os
 import signal
+import subprocess
 import time
 
 import lab
@@ -15,8 +17,11 @@ class Recordings(Case):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
+        os.environ["TZ"] = "XYZ-5:30"  # .asc has local times
+        time.tzset()
         live, converted = ([cls.scratch / f"{name}.pcapng", cls.scratch / f"{name}.log"]
                            for name in ("live", "converted"))
+        cls.asc, cls.csv = cls.scratch / "converted.asc", cls.scratch / "converted.csv"
         wire = cls.scratch / "wire.pcapng"
         station = lab.Station(NAMES, record=live)
         store = lab.spawn(["dumpcap", "-q", "-i", "veth0", "-B", "64", "-w", str(wire)], stderr=-3)
@@ -29,7 +34,8 @@ class Recordings(Case):
         store.send_signal(signal.SIGINT)
         store.wait(lab.PATIENCE)
         # Without names of the modules: their messages tell which they are.
-        code, output, errors = lab.call([lab.STATION, "convert", "--quiet", "--json", wire, *converted])
+        code, output, errors = lab.call([lab.STATION, "convert", "--quiet", "--json", wire, *converted,
+                                        cls.asc, cls.csv])
         assert code == 0, errors
         cls.runs = ((report, *live, traffic.fitted(cls.sent)),
                     (json.loads(output), *converted, traffic.EXACT))
@@ -53,6 +59,82 @@ class Recordings(Case):
             self.assertEqual(traffic.read_with_tshark(log), [row._replace(name="") for row in rows])
             times = [row.time // 1000 * 1000 for row in traffic.read_with_tshark(pcapng) if row.bus != "LIN"]
             self.assertEqual([row.time for row in rows], times)
+
+    def expect_rows(self, rows, names, log=False, resolution=1):
+        """Those of the converted .pcapng, as far as another format keeps them."""
+        there = [row._replace(name=names.get(row.name, row.name), time=row.time // resolution * resolution)
+                 for row in traffic.read_with_tshark(self.runs[1][1]) if row.bus != "LIN" or not log]
+        if resolution != 1:
+            there = [row._replace(data=traffic.filled(row.data)) if row.bus != "LIN" else row for row in there]
+        self.assertEqual(traffic.first_difference("recording", there, rows), [])
+
+    def convert(self, source, ending=".pcapng", *options):
+        """The recording that comes of it, and the report."""
+        recording = self.path(source.name + ending)
+        output, errors = self.expect(0, "convert", "--json", source, recording, *options)
+        self.assertEqual(errors, "")
+        return recording, json.loads(output)
+
+    def test_every_format_is_read_by_a_program_that_is_not_ours(self):
+        can = [channel["name"] for channel in self.runs[1][0]["channels"] if channel["busType"] != "LIN"]
+        self.expect_rows(traffic.read_csv(self.csv), {})
+        self.expect_rows(traffic.read_with_python_can(self.asc, can), {}, log=True, resolution=1000)
+        # It reads the date in English only.
+        lab.call(["localedef", "-i", "en_US", "-f", "ISO-8859-1", self.scratch / "en_US"])
+        log = self.path("asc2log.log")
+        subprocess.run(["asc2log", "-I", self.asc, "-O", log], check=True, env={**os.environ, "LOCPATH": self.scratch})
+        numbers = {name: f"can{number}" for number, name in enumerate(can)}
+        rows = traffic.read_with_python_can(log)
+        # It doesn't initialise whether it is summer: its times may be an hour off.
+        hour = 3600 * 10**9
+        early = hour if rows[0].time <= traffic.read_with_python_can(self.asc)[0].time - hour else 0
+        self.expect_rows([row._replace(time=row.time + early) for row in rows], numbers, log=True, resolution=1000)
+
+    def test_convert_reads_every_format_and_those_of_other_programs(self):
+        _, pcapng, log, _ = self.runs[1]
+        names = traffic.names_of(self.runs[1][0]).values()
+        words = {name: traffic.word_of(name) for name in names}
+        for source, words, is_log, resolution in ((pcapng, {}, False, 1), (self.csv, {}, False, 1),
+                                                  (self.asc, {}, False, 1000), (log, words, True, 1000)):
+            recording, report = self.convert(source)
+            self.expect_rows(traffic.read_with_tshark(recording), words, is_log, resolution)
+            self.assertEqual([channel for channel in report["channels"] if channel["frames"] != sum(
+                there["records"] for there in channel["recordings"])], [])
+        ordered, other = self.path("ordered.log"), self.path("log2asc.asc")
+        ordered.write_text("".join(sorted(log.read_text().splitlines(keepends=True))))
+        there = traffic.read_with_python_can(ordered)
+        channels = list(dict.fromkeys(row.name for row in there))
+        subprocess.run(["log2asc", "-I", ordered, "-O", other, *channels], check=True)
+        rows = traffic.read_with_tshark(self.convert(other)[0])
+        # Its date has no fraction of a second.
+        shift = there[0].time - rows[0].time
+        self.assertLess(shift, 10**9)
+        self.assertEqual(traffic.first_difference("log2asc", [
+            row._replace(name=f"CAN {channels.index(row.name) + 1}", time=row.time - shift) for row in there], rows), [])
+
+    def test_convert_takes_what_is_asked_for_alone(self):
+        _, pcapng, log, _ = self.runs[1]
+        wire = self.scratch / "wire.pcapng"
+        rows = traffic.read_with_tshark(pcapng)
+        name = rows[0].name
+        moment = rows[len(rows) // 2].time
+        text = time.strftime("%Y-%m-%dT%H:%M:%S", time.gmtime(moment // 10**9)) + f".{moment % 10**9:09}Z"
+        wanted = [row for row in rows if row.name == name and row.time < moment
+                  and 0x100 <= row.identifier & ~traffic.EXTENDED <= 0x7FF]
+        self.assertTrue(wanted)
+        for source in (pcapng, wire):
+            recording, report = self.convert(source, ".part.pcapng", "--to", text, "--channel", name, "--id",
+                                             "0x100-0x7FF")
+            self.assertEqual(traffic.first_difference("part", wanted, traffic.read_with_tshark(recording)), [])
+            self.assertEqual([channel for channel in report["channels"] if channel["frames"] != sum(
+                there["records"] + there.get("leftOut", 0) for there in channel["recordings"])], [])
+        _, errors = self.expect(2, "convert", pcapng, self.path("b.csv"), "--quiet", "--channel", "none such")
+        self.assertIn("none such", errors)
+        torn = self.path("torn.log")
+        torn.write_bytes(log.read_bytes()[:-5])
+        _, errors = self.expect(3, "convert", "--quiet", torn, self.path("c.csv"))
+        self.assertRegex(errors, r"ends within a line; \d+ bytes of it were left")
+        self.assertEqual(len(traffic.read_csv(self.path("c.csv"))), len(log.read_text().splitlines()) - 1)
 
 
 if __name__ == "__main__":

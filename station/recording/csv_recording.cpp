@@ -1,0 +1,124 @@
+#include "station/recording/csv_recording.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "station/recording/bounded_name.h"
+#include "station/recording/bus_record.h"
+#include "station/recording/text_cursor.h"
+
+namespace station {
+
+namespace {
+
+constexpr std::uint64_t perSecond = 1'000'000'000;
+constexpr std::uint64_t secondsPerDay = 86'400;
+constexpr std::size_t longestRest = 300;  // 3 * 64 of data, and what is around it but the name
+
+std::string quoted(const std::string& name) {
+    if (name.find_first_of(",\"\r\n") == std::string::npos) {
+        return name;
+    }
+    std::string text = "\"";
+    for (const char c : name) {
+        text.append(c == '"' ? 2 : 1, c);
+    }
+    return text + '"';
+}
+
+void putHexNumber(LineCursor& line, std::uint32_t value) {
+    line.put("0x");
+    line.putHex(value);
+}
+
+void putLengthAndData(LineCursor& line, const std::uint8_t* data, std::size_t length) {
+    line.putDecimal(length);
+    line.put(',');
+    for (std::size_t i = 0; i < length; ++i) {
+        if (i != 0) {
+            line.put(' ');
+        }
+        line.putHexByte(data[i]);
+    }
+    line.put(',');
+}
+
+void putCan(LineCursor& line, const CanRecord& can) {
+    line.put(can.isFd() ? ",CAN FD," : ",CAN,");
+    putHexNumber(line, can.id);
+    line.put(can.extended ? ",1," : ",0,");
+    putLengthAndData(line, can.data, can.length);
+}
+
+void putLin(LineCursor& line, const LinRecord& lin) {
+    line.put(",LIN,");
+    putHexNumber(line, lin.id);
+    line.put(",0,");
+    putLengthAndData(line, lin.data, lin.length);
+    line.put("0x");
+    line.putHexByte(lin.checksum);
+}
+
+}  // namespace
+
+CsvRecording::CsvRecording(const std::string& path, bool overwrite) : Recording(path, overwrite) {
+    const std::string_view line = columns;
+    file.appendHeader({line.begin(), line.end()});
+    if (file.isNew() && !file.flush()) {
+        throw FileError(file.errorText());
+    }
+}
+
+std::size_t CsvRecording::addChannel(const ChannelDescription& channel) {
+    channels.push_back({channel.bus, quoted(boundedName(channel.name, longestName))});
+    file.addChannel();
+    return channels.size() - 1;
+}
+
+void CsvRecording::updateDay(std::int64_t newDay) {
+    const std::chrono::year_month_day date{std::chrono::sys_days(std::chrono::days(newDay))};
+    day = newDay;
+    dayText = fmt::format("{:04}-{:02}-{:02}T", static_cast<int>(date.year()),
+                          static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
+}
+
+void CsvRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+                         std::size_t size) {
+    if (channel >= channels.size() ||
+        size != (channels[channel].bus == BusType::Can ? CanRecord::size : LinRecord::size)) {
+        file.dropRecords(channel, 1);
+        return;
+    }
+    const std::string& name = channels[channel].field;
+    std::uint8_t* const room = file.beginRecord(channel, name.size() + longestRest);
+    if (room == nullptr) {
+        return;
+    }
+    const auto time = static_cast<std::uint64_t>(std::max<std::int64_t>(utcNanoseconds, 0));
+    const std::uint64_t second = time / perSecond;
+    if (const auto itsDay = static_cast<std::int64_t>(second / secondsPerDay); itsDay != day) {
+        updateDay(itsDay);
+    }
+    LineCursor line(room);
+    line.put(dayText);
+    line.putDecimal(second / 3'600 % 24, 2);
+    line.put(':');
+    line.putDecimal(second / 60 % 60, 2);
+    line.put(':');
+    line.putDecimal(second % 60, 2);
+    line.put('.');
+    line.putDecimal(time % perSecond, 9);
+    line.put("Z,");
+    line.put(name);
+    if (channels[channel].bus == BusType::Can) {
+        putCan(line, CanRecord(record));
+    } else {
+        putLin(line, LinRecord(record));
+    }
+    line.put('\n');
+    file.endRecord(line.position());
+}
+
+}  // namespace station

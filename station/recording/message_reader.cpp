@@ -1,0 +1,68 @@
+#include "station/recording/message_reader.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <string_view>
+
+#include "station/recording/asc_reader.h"
+#include "station/recording/candump_reader.h"
+#include "station/recording/csv_reader.h"
+#include "station/recording/input_file.h"
+#include "station/recording/pcapng_reader.h"
+
+namespace station {
+
+namespace {
+
+template <class Reader>
+std::unique_ptr<MessageReader> openAs(const std::string& path) {
+    return std::make_unique<Reader>(path);
+}
+
+struct Format {
+    std::string_view firstBytes;
+    std::string_view ending;
+    std::unique_ptr<MessageReader> (*open)(const std::string& path);  ///< null: not for messages
+};
+
+using namespace std::string_view_literals;
+constexpr Format formats[] = {
+    {"\x0A\x0D\x0D\x0A", ".pcapng", openPcapng},
+    {"(", ".log", openAs<CandumpReader>},
+    {"date ", ".asc", openAs<AscReader>},
+    {"time,channel,", ".csv", openAs<CsvReader>},
+};
+
+bool isText(std::string_view bytes) {
+    return std::ranges::none_of(bytes, [](unsigned char c) {
+        constexpr unsigned char firstPrintable = 0x20;
+        return c < firstPrintable && c != '\t' && c != '\r' && c != '\n';
+    });
+}
+
+}  // namespace
+
+std::unique_ptr<MessageReader> openMessages(const std::string& path) {
+    constexpr std::size_t headSize = 64;
+    InputFile file(path);
+    const auto bytes = file.view(0, headSize);
+    const std::string_view head(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    for (const Format& format : formats) {
+        if (head.starts_with(format.firstBytes)) {
+            return format.open(path);
+        }
+    }
+    // Also when it is shorter than the first bytes of its format.
+    std::string ending = std::filesystem::path(path).extension().string();
+    std::ranges::transform(ending, ending.begin(), [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    });
+    for (const Format& format : formats) {
+        if (ending == format.ending && isText(head)) {
+            return format.open(path);
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace station
