@@ -8,6 +8,7 @@
 
 #include "station/errors.h"
 
+#include "station/recording/blf_recording.h"
 #include "station/recording/candump_recording.h"
 #include "station/recording/pcapng_recording.h"
 
@@ -32,16 +33,19 @@ struct Format {
 
 constexpr Format formats[] = {
     {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
+    {".blf", "compressed, all buses", openAs<BlfRecording>},
     {".log", "candump lines, CAN and CAN FD only", openAs<CandumpRecording>},
 };
 
 }  // namespace
 
 void Recording::cancel() {
+    writePending();
     if (recordsWritten() + file.recordsBuffered() != 0 || failed()) {
         return;
     }
     file.discard();
+    isCompleted = true;
     if (file.isNew()) {
         std::error_code ignored;
         std::filesystem::remove(path(), ignored);
