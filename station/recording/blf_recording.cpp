@@ -85,10 +85,10 @@ void fillLin(std::uint8_t* content, const LinRecord& lin) {
 }  // namespace
 
 BlfRecording::BlfRecording(const std::string& path, bool overwrite) : Recording(path, overwrite) {
-    for (Container* container : {&filled, &packed}) {
-        container->objects.resize(containerSize);
-        container->channelsOfRecords.reserve(containerSize /
-                                             (blf::object::content + blf::can::contentSize));
+    for (Container& each : containers) {
+        each.objects.resize(containerSize);
+        each.channelsOfRecords.reserve(containerSize /
+                                       (blf::object::content + blf::can::contentSize));
     }
     uncompressedSize = blf::file_header::size;
     file.appendHeader(header());
@@ -146,7 +146,7 @@ void BlfRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
         fillLin(content, LinRecord(record));
     }
     blf::put16(content, static_cast<std::uint32_t>(channel + 1));  // the same place in all of them
-    filled.channelsOfRecords.push_back(static_cast<std::uint32_t>(channel));
+    containers[current].channelsOfRecords.push_back(static_cast<std::uint32_t>(channel));
 }
 
 /// Of the first message.
@@ -170,9 +170,10 @@ void BlfRecording::putText(std::uint32_t source, std::uint32_t details, std::str
 /// Its content, which is zero. All sizes are multiples of 4, so that there is no filling.
 std::uint8_t* BlfRecording::putObject(blf::Type type, std::size_t contentSize) {
     const std::size_t size = blf::object::content + contentSize;
-    if (filled.used + size > containerSize) {
+    if (containers[current].used + size > containerSize) {
         passOn();
     }
+    Container& filled = containers[current];
     std::uint8_t* at = filled.objects.data() + filled.used;
     filled.used += size;
     ++filled.count;
@@ -188,19 +189,20 @@ std::uint8_t* BlfRecording::putObject(blf::Type type, std::size_t contentSize) {
     return at + blf::object::content;
 }
 
-/// Has the full container compressed, and goes on in the other.
+/// Has the full container compressed, and goes on in the one that was passed on first.
 void BlfRecording::passOn() {
-    finishPacked();
-    std::swap(filled, packed);
-    packed.packed.assign(blf::container::content, 0);
-    isPacking = true;
-    compressor.begin({packed.objects.data(), packed.used}, packed.packed);
+    Container& full = containers[current];
+    full.packed.assign(blf::container::content, 0);
+    full.isPacking = true;
+    full.compressor.begin({full.objects.data(), full.used}, full.packed);
+    current = (current + 1) % containers.size();
+    finish(containers[current]);
 }
 
-void BlfRecording::finishPacked() {
-    if (std::exchange(isPacking, false)) {
-        compressor.wait();
-        append(packed);
+void BlfRecording::finish(Container& block) {
+    if (std::exchange(block.isPacking, false)) {
+        block.compressor.wait();
+        append(block);
     }
 }
 
@@ -230,24 +232,28 @@ void BlfRecording::append(Container& block) {
     block.channelsOfRecords.clear();
 }
 
-void BlfRecording::appendFilled() {
-    finishPacked();
+void BlfRecording::appendAll() {
+    for (std::size_t i = 1; i < containers.size(); ++i) {
+        finish(containers[(current + i) % containers.size()]);
+    }
+    Container& filled = containers[current];
     if (filled.count != 0) {
         filled.packed.assign(blf::container::content, 0);
-        compressor.compress({filled.objects.data(), filled.used}, filled.packed);
+        filled.compressor.compress({filled.objects.data(), filled.used}, filled.packed);
         append(filled);
     }
 }
 
 /// Names alone wait: a file that is to be overwritten stays until there is a message.
 void BlfRecording::writePending() {
-    if (isPacking || !filled.channelsOfRecords.empty()) {
-        appendFilled();
+    if (std::any_of(containers.begin(), containers.end(),
+                    [](const Container& block) { return !block.channelsOfRecords.empty(); })) {
+        appendAll();
     }
 }
 
 void BlfRecording::complete() {
-    appendFilled();
+    appendAll();
     file.patch(0, header());
 }
 

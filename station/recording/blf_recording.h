@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -56,22 +57,22 @@ class BlfRecording : public Recording {
         std::uint32_t count = 0;
         std::vector<std::uint32_t> channelsOfRecords;
         std::vector<std::uint8_t> packed;
+        BlockCompressor compressor;
+        bool isPacking = false;  ///< all else is the compressor's then
     };
 
     void putText(std::uint32_t source, std::uint32_t details, std::string_view text);
     std::uint8_t* putObject(blf::Type type, std::size_t contentSize);
     void begin(std::uint64_t utcNanoseconds);
     void passOn();
-    void finishPacked();
-    void append(Container& container);
-    void appendFilled();
+    void finish(Container& block);
+    void append(Container& block);
+    void appendAll();
     std::vector<std::uint8_t> header() const;
 
     std::vector<BusType> channels;
-    BlockCompressor compressor;
-    Container filled;
-    Container packed;  ///< the compressor's while `isPacking`
-    bool isPacking = false;
+    std::array<Container, 2> containers;  ///< a ring
+    std::size_t current = 0;              ///< the one that is being filled
 
     bool hasStart = false;
     bool isStartInFile = false;
