@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 /// The layout of a .blf file, little-endian throughout, as tshark and python-can take it.
 ///
@@ -153,6 +154,10 @@ inline constexpr std::size_t mostChannel = 255;
 ///     cmp-station: channel 300 CAN NAME
 inline constexpr char startComment[] = "cmp-station: start ";
 inline constexpr char channelComment[] = "cmp-station: channel ";
+
+inline bool hasMark(const std::uint8_t* at, const char* mark) {
+    return std::memcmp(at, mark, markSize) == 0;
+}
 
 inline void put16(std::uint8_t* at, std::uint32_t value) {
     at[0] = static_cast<std::uint8_t>(value);

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <ctime>
 #include <limits>
-#include <new>
 #include <utility>
 
 #include "station/recording/blf_format.h"
@@ -15,45 +14,7 @@
 namespace station {
 namespace {
 
-constexpr std::size_t mostInBlock = std::size_t{16} << 20U;  // bytes
-constexpr std::size_t mostInObject = 64 * 1024;  // of those that are read; a text is the longest
-constexpr std::size_t smallestRoom = 256 * 1024;
 constexpr std::int64_t perMillisecond = 1'000'000;
-
-bool hasMark(const std::uint8_t* at, const char* mark) {
-    return std::memcmp(at, mark, blf::markSize) == 0;
-}
-
-bool isWithin(std::uint32_t type, blf::Type first, blf::Type last) {
-    return type >= static_cast<std::uint32_t>(first) && type <= static_cast<std::uint32_t>(last);
-}
-
-bool isError(std::uint32_t type) {
-    return isWithin(type, blf::Type::LinErrorFirst, blf::Type::LinErrorLast) ||
-           isWithin(type, blf::Type::LinError2First, blf::Type::LinError2Last) ||
-           isWithin(type, blf::Type::CanError, blf::Type::CanError) ||
-           isWithin(type, blf::Type::CanErrorExtended, blf::Type::CanErrorExtended) ||
-           isWithin(type, blf::Type::CanFdError64, blf::Type::CanFdError64);
-}
-
-bool isText(std::uint32_t type) {
-    return isWithin(type, blf::Type::Text, blf::Type::Text);
-}
-
-bool isRead(std::uint32_t type) {
-    switch (static_cast<blf::Type>(type)) {
-        case blf::Type::Can:
-        case blf::Type::Can2:
-        case blf::Type::CanFd:
-        case blf::Type::CanFd64:
-        case blf::Type::Lin:
-        case blf::Type::Lin2:
-        case blf::Type::Text:
-            return true;
-        default:
-            return false;
-    }
-}
 
 /// False for none that there is.
 bool readDate(const std::uint8_t* at, std::tm& date, std::int64_t& milliseconds) {
@@ -108,220 +69,33 @@ void fillLin(RecordedMessage& message, std::uint8_t id, std::span<const std::uin
 
 }  // namespace
 
-BlfReader::BlfReader(std::unique_ptr<InputFile> inputFile) : file(std::move(inputFile)) {
-    if (::inflateInit(&inflater) != Z_OK) {
-        throw std::bad_alloc();
-    }
-    readHeader();
-}
-
-BlfReader::~BlfReader() {
-    ::inflateEnd(&inflater);
-}
-
-void BlfReader::readHeader() {
-    const Bytes bytes = file->view(0, blf::file_header::leastSize);
-    if (bytes.size() < blf::file_header::leastSize) {
-        stop("it ends within its header");
-        return;
-    }
-    position = std::max<std::uint64_t>(blf::get32(&bytes[blf::file_header::ownSize]), bytes.size());
-    statedFileSize = blf::get64(&bytes[blf::file_header::fileSize]);
+BlfReader::BlfReader(std::unique_ptr<InputFile> inputFile) : objects(std::move(inputFile)) {
+    const Bytes header = objects.getFileHeader();
     std::tm date{};
     std::int64_t milliseconds = 0;
-    if (readDate(&bytes[blf::file_header::start], date, milliseconds)) {
+    if (readDate(&header[blf::file_header::start], date, milliseconds)) {
         std::tm asUtc = date;
         startLocalMs = ::timegm(&asUtc) * 1000 + milliseconds;
         start = std::max<std::int64_t>(::mktime(&date) * 1000 + milliseconds, 0) * perMillisecond;
     }
 }
 
-double BlfReader::getProgress() const {
-    return std::min(1.0, static_cast<double>(position) /
-                             static_cast<double>(std::max<std::uint64_t>(file->getSize(), 1)));
-}
-
-bool BlfReader::stop(const std::string& reason) {
-    isOver = true;
-    const std::uint64_t from = std::min(presentBlock, file->getSize());
-    errorText = fmt::format("{} can't be read to its end: {}; {} bytes are left", file->getPath(),
-                            reason, file->getSize() - from);
-    return false;
-}
-
 bool BlfReader::next(RecordedMessage& message) {
-    while (!isOver) {
-        const Bytes object = nextObject();
-        if (!object.empty() && take(object, message)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-/// The next object of a type that is read; it is there until the next call. Empty where there is
-/// none.
-BlfReader::Bytes BlfReader::nextObject() {
     for (;;) {
-        const std::uint64_t passed = std::min<std::uint64_t>(toPassOver, used - at);
-        at += passed;
-        toPassOver -= passed;
-        while (used - at >= blf::object::baseSize && !hasMark(&objects[at], blf::objectMark)) {
-            if (++filling > blf::mostFilling) {
-                stop("there is no object where one should be");
-                return {};
-            }
-            ++at;
+        const Bytes object = objects.next();
+        skipped = unusable + objects.getPassedOver();
+        if (object.empty()) {
+            errorText = objects.getErrorText();
+            return false;
         }
-        if (used - at >= blf::object::baseSize) {
-            const std::size_t size = blf::get32(&objects[at + blf::object::size]);
-            const std::uint32_t type = blf::get32(&objects[at + blf::object::type]);
-            if (size < blf::object::baseSize) {
-                stop("an object is shorter than its header");
-                return {};
-            }
-            if (!isRead(type) || size > mostInObject) {
-                skipped += isError(type) || (isRead(type) && !isText(type)) ? 1 : 0;
-                toPassOver = size;
-                filling = 0;
-                continue;
-            }
-            if (used - at >= size) {
-                const Bytes object(&objects[at], size);
-                at += size;
-                filling = 0;
-                return object;
-            }
-        }
-        if (!readBlock()) {
-            return {};
-        }
-    }
-}
-
-/// Reads the next container, or object that is in none, behind the objects that there are.
-bool BlfReader::readBlock() {
-    if (!findBlock()) {
-        return false;
-    }
-    const Bytes head = file->view(position, blf::container::content);
-    const std::uint32_t size = blf::get32(&head[blf::object::size]);
-    const bool isContainer =
-        blf::get32(&head[blf::object::type]) == static_cast<std::uint32_t>(blf::Type::Container);
-    if (size < (isContainer ? blf::container::content : blf::object::baseSize)) {
-        return stop("an object is shorter than its header");
-    }
-    if (size > file->getSize() - position) {
-        return stop("its end is cut off");
-    }
-    position += size;
-    if (!isContainer && size > mostInObject) {
-        return true;
-    }
-    if (size > mostInBlock) {
-        return stop("a container has more than 16 MiB");
-    }
-    const Bytes block = file->view(presentBlock, size);
-    if (block.size() < size) {
-        return stop(file->getErrorText().empty() ? "its end is cut off" : file->getErrorText());
-    }
-    if (!isContainer) {
-        return append(block);
-    }
-    const Bytes content = block.subspan(blf::container::content);
-    switch (blf::get16(&block[blf::container::method])) {
-        case blf::container::stored:
-            return append(content);
-        case blf::container::zlib:
-            return inflateInto(content);
-        default:
-            return stop("a container is compressed in a way that isn't known");
-    }
-}
-
-/// Goes over filling. False at the end.
-bool BlfReader::findBlock() {
-    presentBlock = position;
-    const Bytes bytes = file->view(position, blf::mostFilling + blf::container::content);
-    for (std::size_t i = 0; i + blf::container::content <= bytes.size(); ++i) {
-        if (hasMark(&bytes[i], blf::objectMark)) {
-            position += i;
-            presentBlock = position;
+        if (take(object, message)) {
             return true;
         }
     }
-    if (bytes.size() < blf::mostFilling + blf::container::content) {
-        return endFile(bytes);
-    }
-    return stop("there is no object where one should be");
-}
-
-bool BlfReader::endFile(Bytes rest) {
-    const auto isFilling = [](Bytes bytes) {
-        return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0; });
-    };
-    if (!file->getErrorText().empty()) {
-        return stop(file->getErrorText());
-    }
-    if (!isFilling(rest) || position > file->getSize()) {
-        return stop("its end is cut off");
-    }
-    if (toPassOver != 0 || !isFilling(Bytes(objects.data() + at, used - at))) {
-        return stop("its last object is cut off");
-    }
-    if (statedFileSize > file->getSize()) {
-        return stop(
-            fmt::format("it had {} bytes once and has {} now", statedFileSize, file->getSize()));
-    }
-    isOver = true;
-    return false;
-}
-
-/// For more behind the objects that are still to be read.
-void BlfReader::makeRoom() {
-    if (at != 0) {
-        std::memmove(objects.data(), objects.data() + at, used - at);
-        used -= std::exchange(at, 0);
-    }
-}
-
-bool BlfReader::append(Bytes bytes) {
-    makeRoom();
-    objects.resize(std::max(objects.size(), used + bytes.size()));
-    std::copy(bytes.begin(), bytes.end(), objects.begin() + static_cast<std::ptrdiff_t>(used));
-    used += bytes.size();
-    return true;
-}
-
-bool BlfReader::inflateInto(Bytes compressed) {
-    makeRoom();
-    const std::size_t front = used;
-    ::inflateReset(&inflater);
-    inflater.next_in = const_cast<Bytef*>(compressed.data());  // of a C library that only reads it
-    inflater.avail_in = static_cast<uInt>(compressed.size());
-    int result = Z_OK;
-    while (result == Z_OK) {
-        if (used - front > mostInBlock) {
-            return stop("a container has more than 16 MiB");
-        }
-        if (objects.size() - used < smallestRoom) {
-            objects.resize(2 * objects.size() + smallestRoom);
-        }
-        const std::size_t room = objects.size() - used;
-        inflater.next_out = objects.data() + used;
-        inflater.avail_out = static_cast<uInt>(room);
-        result = ::inflate(&inflater, Z_NO_FLUSH);
-        used += room - inflater.avail_out;
-    }
-    if (result != Z_STREAM_END) {
-        used = front;
-        return stop("a container is damaged");
-    }
-    return true;
 }
 
 bool BlfReader::skip() {
-    ++skipped;
+    ++unusable;
     return false;
 }
 
@@ -497,7 +271,7 @@ std::size_t BlfReader::placeOf(BusType bus, std::size_t number) {
 std::unique_ptr<MessageReader> openBlf(const std::string& path) {
     auto file = std::make_unique<InputFile>(path);
     const auto mark = file->view(0, blf::markSize);
-    if (mark.size() < blf::markSize || !hasMark(mark.data(), blf::fileMark)) {
+    if (mark.size() < blf::markSize || !blf::hasMark(mark.data(), blf::fileMark)) {
         return nullptr;
     }
     return std::make_unique<BlfReader>(std::move(file));
