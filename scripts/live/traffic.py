@@ -23,7 +23,7 @@ class Row(NamedTuple):
 
 
 def read_with_tshark(path, torn=False):
-    """The rows of a .pcapng or .log; the latter's have no names there."""
+    """The rows of a .pcapng, .blf or .log; those of a .log have no names there, and in a .blf CAN FD is CAN."""
     fields = ("frame.interface_name", "frame.time_epoch", "_ws.col.Protocol", "can.flags.xtd", "can.id",
               "lin.frame_id", "data.data")
     command = ["tshark", "-n", "-r", str(path), "-T", "fields", "-E", "separator=|"]
@@ -42,12 +42,13 @@ def _row(name, time, bus, extended, can_identifier, lin_identifier, data):
 
 
 def read_with_python_can(path):
+    """The rows of a .log, or of a .blf: those have the channel's number for a name, from 0 on."""
     import can
 
     return [
         Row(m.channel, round(m.timestamp * 1e6) * 1000, "CANFD" if m.is_fd else "CAN",
             m.arbitration_id | (EXTENDED if m.is_extended_id else 0), bytes(m.data))
-        for m in can.CanutilsLogReader(str(path))
+        for m in can.LogReader(str(path))
     ]
 
 

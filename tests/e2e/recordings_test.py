@@ -15,7 +15,7 @@ class Recordings(Case):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        live, converted = ([cls.scratch / f"{name}.pcapng", cls.scratch / f"{name}.log"]
+        live, converted = ([cls.scratch / (name + ending) for ending in (".pcapng", ".log", ".blf")]
                            for name in ("live", "converted"))
         wire = cls.scratch / "wire.pcapng"
         station = lab.Station(NAMES, record=live)
@@ -37,7 +37,7 @@ class Recordings(Case):
     def test_tshark_reads_from_pcapng_what_was_sent_and_nothing_malformed(self):
         self.assertEqual(set(traffic.sent_counts(self.sent).values()), {2 * RATE})
         self.assertGreater(self.sent["badFrames"], self.sent["frames"] * 0.19)
-        for report, pcapng, _, tolerance in self.runs:
+        for report, pcapng, _, _, tolerance in self.runs:
             rows = self.expect_complete(self.sent, report, pcapng)
             self.assertEqual(traffic.time_differences(self.sent, traffic.names_of(report), rows, RATE, tolerance), [])
             self.assertEqual({row.bus for row in rows}, {"CAN", "CANFD", "LIN"})
@@ -46,13 +46,26 @@ class Recordings(Case):
                          [(m["type"], m["configId"], str(m["serial"])) for m in self.sent["modules"]])
 
     def test_python_can_and_tshark_read_from_a_log_the_can_messages_that_were_sent(self):
-        for report, pcapng, log, _ in self.runs:
+        for report, pcapng, log, _, _ in self.runs:
             words = {key: traffic.word_of(name) for key, name in traffic.names_of(report).items()}
             rows = traffic.read_with_python_can(log)
             self.assertEqual(traffic.row_differences(self.sent, words, rows, log=True), [])
             self.assertEqual(traffic.read_with_tshark(log), [row._replace(name="") for row in rows])
             times = [row.time // 1000 * 1000 for row in traffic.read_with_tshark(pcapng) if row.bus != "LIN"]
             self.assertEqual([row.time for row in rows], times)
+
+    def test_tshark_and_python_can_read_from_a_blf_what_is_in_the_pcapng(self):
+        for report, pcapng, _, blf, _ in self.runs:
+            rows = traffic.read_with_tshark(pcapng)
+            self.assertEqual(traffic.read_with_tshark(blf),
+                             [row._replace(bus=row.bus.replace("FD", "")) for row in rows])
+            names = [channel["name"] for channel in report["channels"]]
+            with_can = [row for row in rows if row.bus != "LIN"]
+            there = traffic.read_with_python_can(blf)
+            # Its times are floating-point numbers.
+            self.assertLessEqual(max(abs(a.time - b.time) for a, b in zip(there, with_can)), 1000)
+            self.assertEqual([row._replace(name=names[row.name], time=0) for row in there],
+                             [row._replace(time=0) for row in with_can])
 
 
 if __name__ == "__main__":
