@@ -12,7 +12,7 @@ namespace station {
 void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
     command
         .add_option("--record", paths,
-                    "Record into FILE, a .pcapng, or a .log (CAN only); may be given again")
+                    "Record into FILE, a .pcapng, a .blf, or a .log (CAN only); may be given again")
         ->type_name("FILE")
         ->expected(1)
         ->take_all();
