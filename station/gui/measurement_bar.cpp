@@ -64,7 +64,8 @@ MeasurementBar::MeasurementBar(std::function<void(const QString&)> onStart,
     stop->setObjectName("stop");
     records->setObjectName("records");
     path->setObjectName("recordingPath");
-    path->setToolTip("Its ending names the format: .pcapng, .blf, or .log for candump lines (CAN only)");
+    path->setToolTip(
+        "Its ending names the format: .pcapng, .blf, or .log for candump lines (CAN only)");
     elapsed->setObjectName("elapsed");
     size->setObjectName("recordingSize");
     loss->setObjectName("loss");
@@ -135,9 +136,9 @@ void MeasurementBar::show(const Summary& summary, bool hasLost,
 }
 
 void MeasurementBar::choosePath() {
-    const QString chosen = QFileDialog::getSaveFileName(this, "Record to", path->text(),
-                                                        "pcapng (*.pcapng);;blf (*.blf);;candump lines (*.log)",
-                                                        nullptr, QFileDialog::DontConfirmOverwrite);
+    const QString chosen = QFileDialog::getSaveFileName(
+        this, "Record to", path->text(), "pcapng (*.pcapng);;blf (*.blf);;candump lines (*.log)",
+        nullptr, QFileDialog::DontConfirmOverwrite);
     if (!chosen.isEmpty()) {
         path->setText(chosen);
         records->setChecked(true);
