@@ -16,9 +16,9 @@ namespace {
 
 constexpr std::size_t containerSize = 128 * 1024;
 constexpr std::size_t longestChannelName = 1024;
-constexpr std::uint64_t second = 1'000'000'000;  // blf::nanoseconds
-constexpr std::uint64_t millisecond = 1'000'000;
-constexpr std::uint64_t mostLate = 10 * second;
+constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
+constexpr std::uint64_t nanosecondsPerMillisecond = 1'000'000;
+constexpr std::uint64_t mostLate = 10 * nanosecondsPerSecond;
 
 /// CAN FD's code of the shortest length that holds so many bytes.
 std::uint8_t fdCode(std::size_t length) {
@@ -28,7 +28,7 @@ std::uint8_t fdCode(std::size_t length) {
 }
 
 void putDate(std::uint8_t* at, std::uint64_t utcNanoseconds) {
-    const auto seconds = static_cast<std::time_t>(utcNanoseconds / second);
+    const auto seconds = static_cast<std::time_t>(utcNanoseconds / nanosecondsPerSecond);
     std::tm local{};
     ::localtime_r(&seconds, &local);
     const std::array<int, 7> parts = {local.tm_year + 1900, local.tm_mon + 1, local.tm_wday,
@@ -37,7 +37,8 @@ void putDate(std::uint8_t* at, std::uint64_t utcNanoseconds) {
     for (std::size_t i = 0; i < parts.size(); ++i) {
         blf::put16(at + 2 * i, static_cast<std::uint32_t>(parts[i]));
     }
-    blf::put16(at + 14, static_cast<std::uint32_t>(utcNanoseconds % second / millisecond));
+    blf::put16(at + 14, static_cast<std::uint32_t>(utcNanoseconds % nanosecondsPerSecond /
+                                                   nanosecondsPerMillisecond));
 }
 
 void putMark(std::uint8_t* at, const char* mark) {
@@ -152,9 +153,12 @@ void BlfRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
 /// Of the first message.
 void BlfRecording::begin(std::uint64_t utcNanoseconds) {
     hasStart = true;
-    start = utcNanoseconds < mostLate ? 0 : (utcNanoseconds - mostLate) / second * second;
+    start = utcNanoseconds < mostLate
+                ? 0
+                : (utcNanoseconds - mostLate) / nanosecondsPerSecond * nanosecondsPerSecond;
     putText(blf::text::comment, 0,
-            fmt::format("{}{} ms since 1970 UTC", blf::startComment, start / millisecond));
+            fmt::format("{}{} ms since 1970 UTC", blf::startComment,
+                        start / nanosecondsPerMillisecond));
 }
 
 void BlfRecording::putText(std::uint32_t source, std::uint32_t details, std::string_view content) {

@@ -6,12 +6,12 @@
 #include "station/recording/blf_recording.h"
 #include "tests/support/temporary_folder.h"
 
-namespace station {
+namespace station::blf_test {  // apart from the names of other formats' tests
 namespace {
 
 using testing::HasSubstr;
 
-constexpr std::int64_t time = 1'700'000'000'123'456'789;
+constexpr std::int64_t firstTime = 1'700'000'000'123'456'789;
 
 struct Message {
     std::string name;
@@ -100,7 +100,7 @@ class Blf : public testing::Test {
     std::string writeContainers() {
         add("C");
         for (std::int64_t i = 0; i < 12; ++i) {
-            write(0, time + i, can(0x100, static_cast<std::size_t>(i)));
+            write(0, firstTime + i, can(0x100, static_cast<std::size_t>(i)));
             if (i % 3 == 2) {
                 recording->flush();
             }
@@ -144,13 +144,13 @@ TEST_F(Blf, WhatWasWrittenIsReadWithItsNamesAndTimesInAnyZone) {
 
 TEST_F(Blf, AFileWhoseWriterWasKilledIsReadUpToItsLastFlush) {
     add("C");
-    write(0, time, can(1, 8));
-    write(0, time - 9'999'999'999, can(2, 8));
+    write(0, firstTime, can(1, 8));
+    write(0, firstTime - 9'999'999'999, can(2, 8));
     recording->flush();
     std::filesystem::copy_file(path, folder.path() / "killed.blf");
     EXPECT_EQ(read(folder.path() / "killed.blf").messages, written);
     // Before the file's start there is no time.
-    recording->write(0, time - 11'000'000'000, written[0].record.data(), sizeof(CanFrame));
+    recording->write(0, firstTime - 11'000'000'000, written[0].record.data(), sizeof(CanFrame));
     ASSERT_TRUE(recording->close());
     EXPECT_EQ(read(path).messages, written);
     EXPECT_EQ(recording->recordsLost(), 1U);
@@ -206,7 +206,7 @@ TEST_F(Blf, AFullDiskLosesWholeContainersAndCountsThem) {
     add("C");
     std::minstd_rand random;
     for (std::uint32_t i = 0; i < 40'000; ++i) {
-        write(0, time + i, can(static_cast<std::uint32_t>(random() & 0x7FFU), i % 9));
+        write(0, firstTime + i, can(static_cast<std::uint32_t>(random() & 0x7FFU), i % 9));
     }
     EXPECT_FALSE(recording->close());
     ::setrlimit(RLIMIT_FSIZE, &before);
@@ -224,7 +224,7 @@ TEST_F(Blf, CancelledItLeavesWhatWasThereUnlessThereIsAMessage) {
         open(true);
         add("C");
         if (isMessage) {
-            write(0, time, can(1, 1));
+            write(0, firstTime, can(1, 1));
         }
         recording->cancel();
         recording.reset();
@@ -348,4 +348,4 @@ TEST_F(Foreign, HostileSizesEndReadingWithoutGreatMemory) {
 }
 
 }  // namespace
-}  // namespace station
+}  // namespace station::blf_test
