@@ -138,9 +138,6 @@ bool BlfObjects::readBlock() {
     if (size < (isContainer ? blf::container::content : blf::object::baseSize)) {
         return stop("an object is shorter than its header");
     }
-    if (size > file->getSize() - position) {
-        return stop("its end is cut off");
-    }
     position += size;
     if (!isContainer && size > mostInObject) {
         return true;
