@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "station/recording/asc_reader.h"
+#include "station/recording/blf_reader.h"
 #include "station/recording/candump_reader.h"
 #include "station/recording/csv_reader.h"
 #include "station/recording/input_file.h"
@@ -27,9 +28,8 @@ struct Format {
 
 using namespace std::string_view_literals;
 constexpr Format formats[] = {
-    {"\x0A\x0D\x0D\x0A", ".pcapng", openPcapng},
-    {"(", ".log", openAs<CandumpReader>},
-    {"date ", ".asc", openAs<AscReader>},
+    {"\x0A\x0D\x0D\x0A", ".pcapng", openPcapng},  {"LOGG", ".blf", openBlf},
+    {"(", ".log", openAs<CandumpReader>},         {"date ", ".asc", openAs<AscReader>},
     {"time,channel,", ".csv", openAs<CsvReader>},
 };
 
