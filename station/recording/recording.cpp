@@ -9,6 +9,7 @@
 #include "station/errors.h"
 
 #include "station/recording/candump_recording.h"
+#include "station/recording/mf4_recording.h"
 #include "station/recording/pcapng_recording.h"
 
 namespace station {
@@ -33,6 +34,7 @@ struct Format {
 constexpr Format formats[] = {
     {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
     {".log", "candump lines, CAN and CAN FD only", openAs<CandumpRecording>},
+    {".mf4", "MDF 4 bus logging, all buses", openAs<Mf4Recording>},
 };
 
 }  // namespace
