@@ -12,8 +12,6 @@
 
 namespace station {
 
-using namespace mf4;
-
 namespace {
 
 constexpr std::size_t mostDataGroups = 100;  // with bus messages; each has a window on the file
@@ -31,36 +29,36 @@ std::int64_t sumWithin(std::int64_t a, std::int64_t b) {
 
 /// A data group whose messages are read.
 struct Mf4Reader::Stream {
-    Stream(const std::string& path, Budget& budget, std::uint64_t block, bool isOpenEnd)
+    Stream(const std::string& path, mf4::Budget& budget, std::uint64_t block, bool isOpenEnd)
         : data(path, budget, block, isOpenEnd) {}
 
-    DataBytes data;
+    mf4::DataBytes data;
     std::size_t idSize = 0;  ///< 0: all records are of the one group
-    std::unordered_map<std::uint64_t, Group> groups;
+    std::unordered_map<std::uint64_t, mf4::Group> groups;
     RecordedMessage head;  ///< the next one, if there is any
     bool hasHead = false;
 };
 
 Mf4Reader::Mf4Reader(const std::string& path)
     : filePath(path), fileSize(InputFile(path).getSize()), budget(fileSize) {
-    Input input(path, budget);
-    const std::span<const std::uint8_t> identification = input.view(0, identificationSize);
-    Block header;
-    if (identification.size() < identificationSize) {
+    mf4::Input input(path, budget);
+    const std::span<const std::uint8_t> identification = input.view(0, mf4::identificationSize);
+    mf4::Block header;
+    if (identification.size() < mf4::identificationSize) {
         note("it ends within its header");
         return;
     }
-    const auto flags = load<std::uint16_t>(identification.data() + unfinalizedFlagsAt);
-    const bool isUnfinalized = std::memcmp(identification.data(), unfinalizedFile, 8) == 0 &&
-                               (flags & lastDataLengthMissing) != 0;
-    if (!input.read(headerBlock, "HD", 6, 8, header)) {
+    const auto flags = mf4::load<std::uint16_t>(identification.data() + mf4::unfinalizedFlagsAt);
+    const bool isUnfinalized = std::memcmp(identification.data(), mf4::unfinalizedFile, 8) == 0 &&
+                               (flags & mf4::lastDataLengthMissing) != 0;
+    if (!input.read(mf4::headerBlock, "HD", 6, 8, header)) {
         note("it ends within its header, or it is damaged");
         return;
     }
-    start = load<std::uint64_t>(header.fields.data());
-    std::vector<Block> dataGroups;
+    start = mf4::load<std::uint64_t>(header.fields.data());
+    std::vector<mf4::Block> dataGroups;
     for (std::uint64_t next = header.links[0]; next != 0;) {
-        Block dataGroup;
+        mf4::Block dataGroup;
         if (!input.read(next, "DG", 4, 8, dataGroup)) {
             note(budget.blocks == 0 ? "its blocks are too many" : "a data group isn't whole");
             break;
@@ -69,10 +67,10 @@ Mf4Reader::Mf4Reader(const std::string& path)
         dataGroups.push_back(std::move(dataGroup));
     }
     std::uint64_t last = 0;
-    for (const Block& dataGroup : dataGroups) {
+    for (const mf4::Block& dataGroup : dataGroups) {
         last = std::max(last, dataGroup.links[2]);
     }
-    for (const Block& dataGroup : dataGroups) {
+    for (const mf4::Block& dataGroup : dataGroups) {
         openStream(input, dataGroup, isUnfinalized && dataGroup.links[2] == last);
     }
     for (const auto& stream : streams) {
@@ -82,17 +80,17 @@ Mf4Reader::Mf4Reader(const std::string& path)
 
 Mf4Reader::~Mf4Reader() = default;
 
-void Mf4Reader::openStream(Input& input, const Block& dataGroup, bool isOpenEnd) {
+void Mf4Reader::openStream(mf4::Input& input, const mf4::Block& dataGroup, bool isOpenEnd) {
     auto stream = std::make_unique<Stream>(filePath, budget, dataGroup.links[2], isOpenEnd);
     stream->idSize = dataGroup.fields[0];
     bool isOfBus = false;
     for (std::uint64_t next = dataGroup.links[1]; next != 0;) {
-        Group group;
+        mf4::Group group;
         next = readGroup(input, next, group);
         if (group.isUnreadable) {
             note("the data of some frames aren't in their records, which isn't read");
         }
-        isOfBus = isOfBus || group.isRead() || group.kind == Group::Kind::Skipped;
+        isOfBus = isOfBus || group.isRead() || group.kind == mf4::Group::Kind::Skipped;
         stream->groups.emplace(stream->idSize == 0 ? 0 : group.recordId, group);
     }
     if (budget.blocks == 0) {
@@ -127,7 +125,7 @@ void Mf4Reader::advance(Stream& stream) {
         if (found == stream.groups.end()) {
             return end(stream, stream.idSize, "it has a record of no known group");
         }
-        const Group& group = found->second;
+        const mf4::Group& group = found->second;
         bytesRead += stream.idSize + group.recordSize;
         if (group.recordSize + stream.idSize == 0) {
             return end(stream, 0, "its records have no size");
@@ -135,9 +133,9 @@ void Mf4Reader::advance(Stream& stream) {
         if (!group.isRead()) {
             std::uint64_t size = group.recordSize;
             std::uint64_t taken = stream.idSize;
-            if (group.kind == Group::Kind::Variable) {
+            if (group.kind == mf4::Group::Kind::Variable) {
                 const std::span<const std::uint8_t> length = stream.data.take(4);
-                size = length.empty() ? 0 : load<std::uint32_t>(length.data());
+                size = length.empty() ? 0 : mf4::load<std::uint32_t>(length.data());
                 taken += length.size();
                 bytesRead += length.size() + size;
                 if (length.empty()) {
@@ -147,7 +145,7 @@ void Mf4Reader::advance(Stream& stream) {
             if (!stream.data.skip(size)) {
                 return end(stream, taken);
             }
-            skipped += group.kind == Group::Kind::Skipped ? 1 : 0;
+            skipped += group.kind == mf4::Group::Kind::Skipped ? 1 : 0;
             continue;
         }
         const std::span<const std::uint8_t> record = stream.data.take(group.recordSize);
@@ -156,18 +154,18 @@ void Mf4Reader::advance(Stream& stream) {
         }
         const std::uint64_t number =
             group.busChannel.isThere() ? group.busChannel.number(record) : 0;
-        if (group.kind == Group::Kind::Names) {
+        if (group.kind == mf4::Group::Kind::Names) {
             const std::span<const std::uint8_t> text =
                 record.subspan(group.name.at, group.name.bits / 8);
-            channelOf(group.busType.number(record) == linBus ? BusType::Lin : BusType::Can, number,
-                      std::string(text.begin(), std::find(text.begin(), text.end(), 0)));
+            channelOf(group.busType.number(record) == mf4::linBus ? BusType::Lin : BusType::Can,
+                      number, std::string(text.begin(), std::find(text.begin(), text.end(), 0)));
             continue;
         }
         group.decode(record, stream.head);
         stream.head.utcNanoseconds =
             sumWithin(static_cast<std::int64_t>(start), stream.head.utcNanoseconds);
-        stream.head.channel =
-            channelOf(group.kind == Group::Kind::Can ? BusType::Can : BusType::Lin, number, {});
+        stream.head.channel = channelOf(
+            group.kind == mf4::Group::Kind::Can ? BusType::Can : BusType::Lin, number, {});
         stream.hasHead = true;
         return;
     }
@@ -233,7 +231,7 @@ std::unique_ptr<MessageReader> openMf4(const std::string& path) {
     InputFile file(path);
     const std::span<const std::uint8_t> bytes = file.view(0, 16);
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    if (!text.starts_with(finalizedFile) && !text.starts_with(unfinalizedFile)) {
+    if (!text.starts_with(mf4::finalizedFile) && !text.starts_with(mf4::unfinalizedFile)) {
         return nullptr;
     }
     if (text.size() > 8 && text[8] != '4') {

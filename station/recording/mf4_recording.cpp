@@ -29,7 +29,7 @@ constexpr std::size_t historyTimeAt = blockHeaderSize + 2 * linkSize;
 constexpr std::size_t cyclesAt = blockHeaderSize + 6 * linkSize + 8;
 constexpr std::size_t dataLinkAt = blockHeaderSize + 2 * linkSize;
 
-enum GroupIndex : std::size_t { classicCan, flexibleCan, lin, names };
+enum GroupIndex : std::size_t { classicCan, flexibleCan, linFrames, channelNames };
 
 struct Member {
     const char* name;
@@ -58,7 +58,7 @@ constexpr Member linMembers[] = {{"BusChannel", 8, 8},
 constexpr Member nameMembers[] = {
     {"BusChannel", 0, 8}, {"BusType", 1, 8}, {"Name", 2, nameSize * 8, textUtf8}};
 
-struct Group {
+struct GroupLayout {
     const char* frame;        ///< name of the structure, and in front of its members'
     const char* acquisition;  ///< what tells groups of one frame apart
     std::uint8_t bus;         ///< 0: no bus event
@@ -67,7 +67,7 @@ struct Group {
     std::uint32_t recordSize() const { return members.back().at + members.back().bits / 8; }
 };
 
-constexpr std::array<Group, Mf4Recording::groupCount> groups = {{
+constexpr std::array<GroupLayout, Mf4Recording::groupCount> groups = {{
     {"CAN_DataFrame", "CAN_DataFrame", canBus, canMembers},
     {"CAN_DataFrame", "CAN_DataFrame (FD)", canBus, fdMembers},
     {"LIN_Frame", "LIN_Frame", linBus, linMembers},
@@ -170,7 +170,7 @@ std::uint64_t addMaster(Blocks& blocks, std::uint64_t next) {
 }
 
 std::uint64_t addGroup(Blocks& blocks, std::uint64_t next, std::size_t index) {
-    const Group& group = groups[index];
+    const GroupLayout& group = groups[index];
     const bool isBusEvent = group.bus != 0;
     const std::uint32_t channelFlags = isBusEvent ? busEventChannel : 0;
     std::uint64_t first = 0;
@@ -255,9 +255,8 @@ std::uint8_t lengthCode(std::size_t length) {
 }  // namespace
 }  // namespace mf4
 
-using namespace mf4;
-
 Mf4Recording::Mf4Recording(const std::string& path, bool overwrite) : Recording(path, overwrite) {
+    using namespace mf4;
     append(identification(false));
     Blocks blocks(headerBlock);
     blocks.add("HD", {0, 0, 0, 0, 0, 0}, Fields().zeros(32));
@@ -284,6 +283,7 @@ Mf4Recording::Mf4Recording(const std::string& path, bool overwrite) : Recording(
 }
 
 std::size_t Mf4Recording::addChannel(const ChannelDescription& channel) {
+    using namespace mf4;
     if (channels.size() == mostChannels) {
         throw FileError(
             fmt::format("Cannot record channel \"{}\" to \"{}\": .mf4 holds {} "
@@ -293,16 +293,17 @@ std::size_t Mf4Recording::addChannel(const ChannelDescription& channel) {
     channels.push_back(channel);
     file.addChannel();
     Fields record;
-    record.put(recordId(names)).put(static_cast<std::uint8_t>(channels.size()));
+    record.put(recordId(channelNames)).put(static_cast<std::uint8_t>(channels.size()));
     record.put<std::uint8_t>(channel.bus == BusType::Can ? canBus : linBus).zeros(nameSize);
     std::memcpy(record.bytes.data() + 3, channel.name.data(), boundedSize(channel.name));
     append(record.bytes);
-    ++cycles[names];
+    ++cycles[channelNames];
     return channels.size() - 1;
 }
 
 void Mf4Recording::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                          std::size_t size) {
+    using namespace mf4;
     const bool isKnown = channel < channels.size();
     if (isKnown && channels[channel].bus == BusType::Can && size == CanRecord::size) {
         const CanRecord can(record);
@@ -324,7 +325,7 @@ void Mf4Recording::write(std::size_t channel, std::int64_t utcNanoseconds, const
         file.endRecord(at + 20 + room);
     } else if (isKnown && channels[channel].bus == BusType::Lin && size == LinRecord::size) {
         const LinRecord frame(record);
-        std::uint8_t* at = begin(lin, channel, utcNanoseconds);
+        std::uint8_t* at = begin(linFrames, channel, utcNanoseconds);
         if (at == nullptr) {
             return;
         }
@@ -345,6 +346,7 @@ void Mf4Recording::write(std::size_t channel, std::int64_t utcNanoseconds, const
 /// written.
 std::uint8_t* Mf4Recording::begin(std::size_t group, std::size_t channel,
                                   std::int64_t utcNanoseconds) {
+    using namespace mf4;
     const std::int64_t time = std::max<std::int64_t>(utcNanoseconds, 0);
     if (!hasStart) {
         setStart(time);
@@ -361,6 +363,7 @@ std::uint8_t* Mf4Recording::begin(std::size_t group, std::size_t channel,
 }
 
 void Mf4Recording::setStart(std::int64_t utcNanoseconds) {
+    using namespace mf4;
     hasStart = true;
     start = utcNanoseconds / nanosecondsPerSecond * nanosecondsPerSecond;
     patchNumber(headerBlock + headerStartAt, static_cast<std::uint64_t>(start));
@@ -368,6 +371,7 @@ void Mf4Recording::setStart(std::int64_t utcNanoseconds) {
 }
 
 void Mf4Recording::complete() {
+    using namespace mf4;
     if (!file.flush()) {
         return;
     }
@@ -383,6 +387,7 @@ void Mf4Recording::complete() {
 
 /// Appends the HD comment behind the records, which end at `end`. Returns its offset.
 std::uint64_t Mf4Recording::appendComment(std::uint64_t end) {
+    using namespace mf4;
     std::string text =
         fmt::format("<HDcomment xmlns=\"{}\"><TX>Recorded by cmp-station.</TX><common_properties>",
                     xmlNamespace);
@@ -408,6 +413,7 @@ void Mf4Recording::append(const std::vector<std::uint8_t>& bytes) {
 }
 
 void Mf4Recording::patchNumber(std::uint64_t offset, std::uint64_t value) {
+    using namespace mf4;
     std::vector<std::uint8_t> bytes(sizeof value);
     store(bytes.data(), value);
     file.patch(offset, bytes);
