@@ -59,7 +59,7 @@ bool isInside(const Field& field, bool isNumber, std::uint64_t recordSize) {
     const std::uint64_t bits = std::uint64_t{field.bit} + field.bits;
     const bool fits = field.at + (bits + 7) / 8 <= recordSize && field.bits > 0;
     return fits && (isNumber ? field.bit < 8 && bits <= 64 && field.type <= floatBig
-                             : field.bit == 0 && field.bits % 8 == 0 && field.type > floatBig);
+                             : field.bit == 0 && field.type > floatBig);
 }
 
 void readTime(Input& input, const Channel& channel, std::uint64_t recordSize, TimeField& time) {

@@ -1,5 +1,7 @@
 #include "station/recording/mf4_input.h"
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -14,6 +16,9 @@ constexpr std::uint64_t windowBytes = 1U << 20U;  // that InputFile reads at onc
 constexpr std::uint64_t backwards = windowBytes / 4;
 constexpr std::size_t longestText = 256;
 constexpr std::uint64_t mostBlocks = 200'000;
+constexpr std::uint64_t packedHeaderSize = 48;  // of a DZ block, without links
+constexpr std::uint64_t mostPacked = 64U << 20U;
+constexpr std::uint64_t mostExpansion = 1032;  // of a byte by zlib
 
 }  // namespace
 
@@ -88,7 +93,7 @@ std::span<const std::uint8_t> DataBytes::takeAcross(std::size_t size) {
     joined.clear();
     for (;;) {
         const std::size_t wanted = std::min<std::uint64_t>(size - joined.size(), end - position);
-        const std::span<const std::uint8_t> bytes = input.view(position, wanted);
+        const std::span<const std::uint8_t> bytes = view(position, wanted);
         joined.insert(joined.end(), bytes.begin(), bytes.end());
         position += bytes.size();
         if (joined.size() == size) {
@@ -167,6 +172,10 @@ bool DataBytes::open(std::uint64_t block) {
         return false;
     }
     budget.data -= length;
+    isUnpacked = kind == "DZ";
+    if (isUnpacked) {
+        return unpack(block, length);
+    }
     if (kind == "DT") {
         position = block + blockHeaderSize;
         end = block + length;
@@ -180,9 +189,40 @@ bool DataBytes::open(std::uint64_t block) {
         linksLeft = kind == "DL" ? linkCount - 1 : 0;
         return false;
     }
-    errorText = kind == "DZ" ? "its data are compressed, which isn't read: have them unpacked"
-                             : "a data block is of a kind that isn't read (" + kind + ")";
+    errorText = "a data block is of a kind that isn't read (" + kind + ")";
     return false;
+}
+
+/// The data of a DZ block into `unpacked`.
+bool DataBytes::unpack(std::uint64_t block, std::uint64_t length) {
+    errorText = "a compressed data block is damaged";
+    position = end = 0;
+    const std::span<const std::uint8_t> bytes = input.view(block, std::min(length, mostPacked));
+    if (bytes.size() < packedHeaderSize || std::memcmp(&bytes[24], "DT", 2) != 0) {
+        return false;
+    }
+    const bool isTransposed = bytes[26] == 1;
+    const std::uint64_t columns = load<std::uint32_t>(&bytes[28]);
+    const auto size = load<std::uint64_t>(&bytes[32]);
+    const auto packedSize = load<std::uint64_t>(&bytes[40]);
+    if (bytes[26] > 1 || packedSize > bytes.size() - packedHeaderSize || size > mostPacked ||
+        size > packedSize * mostExpansion || (isTransposed && columns == 0)) {
+        return false;
+    }
+    std::vector<std::uint8_t> plain(size);
+    uLongf plainSize = plain.size();
+    const auto* packed = bytes.data() + packedHeaderSize;
+    if (uncompress(plain.data(), &plainSize, packed, packedSize) != Z_OK || plainSize != size) {
+        return false;
+    }
+    errorText.clear();
+    end = size;
+    unpacked = plain;
+    const std::uint64_t rows = isTransposed ? size / columns : 0;
+    for (std::uint64_t i = 0; i < rows * columns; ++i) {
+        unpacked[i % rows * columns + i / rows] = plain[i];
+    }
+    return true;
 }
 
 }  // namespace station::mf4

@@ -52,8 +52,8 @@ class Input {
     std::uint64_t windowEnd = 0;
 };
 
-/// What the data blocks of one data group hold, as one sequence of bytes: a DT, or those that a
-/// list of DL blocks names.
+/// What the data blocks of one data group hold, as one sequence of bytes: a DT or DZ (compressed),
+/// or those that a list of DL blocks names.
 class DataBytes {
   public:
     /// `block` may be 0: no data. `isOpenEnd`: a DT there goes on to the end of the file.
@@ -63,7 +63,7 @@ class DataBytes {
     /// call.
     std::span<const std::uint8_t> take(std::size_t size) {
         if (size <= end - position) {
-            const std::span<const std::uint8_t> bytes = input.view(position, size);
+            const std::span<const std::uint8_t> bytes = view(position, size);
             if (bytes.size() == size) {
                 position += size;
                 return bytes;
@@ -83,9 +83,15 @@ class DataBytes {
   private:
     static constexpr std::size_t linksAtOnce = 4096;
 
+    /// Of the present block.
+    std::span<const std::uint8_t> view(std::uint64_t from, std::size_t size) {
+        return isUnpacked ? std::span<const std::uint8_t>(unpacked).subspan(from, size)
+                          : input.view(from, size);
+    }
     std::span<const std::uint8_t> takeAcross(std::size_t size);
     bool openNext();
     bool open(std::uint64_t block);
+    bool unpack(std::uint64_t block, std::uint64_t length);
 
     Input input;
     const std::uint64_t openEndBlock;  ///< 0: none
@@ -94,7 +100,9 @@ class DataBytes {
     std::size_t link = 0;
     std::uint64_t linksOffset = 0;  ///< of the list's links that weren't read
     std::uint64_t linksLeft = 0;
-    std::uint64_t position = 0;  ///< in the present block
+    bool isUnpacked = false;  ///< the present block is in `unpacked`, not in the file
+    std::vector<std::uint8_t> unpacked;
+    std::uint64_t position = 0;  ///< in the file or in `unpacked`
     std::uint64_t end = 0;
     std::uint64_t left = 0;
     std::uint64_t missing = 0;

@@ -14,7 +14,7 @@
 namespace station {
 
 /// Reads the bus logging of MDF 4 files: ours (`Mf4Recording` has the layout), and those of others
-/// with data blocks that aren't compressed, sorted or not, finalised or not. Of an unfinalised one
+/// in data blocks, compressed ones too, sorted or not, finalised or not. Of an unfinalised one
 /// the data go on to the end of the file.
 ///
 /// Read are CAN_DataFrame and LIN_Frame with ID, DataBytes in the record and DataLength or DLC;
