@@ -12,6 +12,7 @@
 #include "station/recording/blf_recording.h"
 #include "station/recording/candump_recording.h"
 #include "station/recording/csv_recording.h"
+#include "station/recording/mf4_recording.h"
 #include "station/recording/pcapng_recording.h"
 
 namespace station {
@@ -37,6 +38,7 @@ constexpr Format formats[] = {
     {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
     {".blf", "compressed, all buses", openAs<BlfRecording>},
     {".log", "candump lines, CAN and CAN FD only", openAs<CandumpRecording>},
+    {".mf4", "MDF 4 bus logging, all buses", openAs<Mf4Recording>},
     {".asc", "text lines, all buses", openAs<AscRecording>},
     {".csv", "a table, all buses", openAs<CsvRecording>},
 };

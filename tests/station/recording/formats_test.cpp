@@ -25,11 +25,10 @@ struct Format {
     bool hasEarlyTimes = true;  ///< long before the first message
 };
 
-constexpr Format formats[] = {{".pcapng", 1, true, true, true},
-                              {".blf", 1, true, true, true, false, false},
-                              {".log", 1000, false, false, false, true},
-                              {".asc", 1000, true, true, false, true},
-                              {".csv", 1, true, true, true, true}};
+constexpr Format formats[] = {
+    {".pcapng", 1, true, true, true},        {".blf", 1, true, true, true, false, false},
+    {".mf4", 1, true, true, true},           {".log", 1000, false, false, false, true},
+    {".asc", 1000, true, true, false, true}, {".csv", 1, true, true, true, true}};
 
 struct Message {
     std::size_t channel = 0;
@@ -83,7 +82,12 @@ struct Contents {
 
 Contents read(const std::string& path) {
     Contents contents;
-    const auto reader = openMessages(path);
+    std::unique_ptr<MessageReader> reader;
+    try {
+        reader = openMessages(path);
+    } catch (const UserError& error) {
+        EXPECT_EQ(error.getCode(), ExitCode::Unreadable);
+    }
     if (!reader) {
         contents.error = "null";
         return contents;
