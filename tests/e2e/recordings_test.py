@@ -19,7 +19,8 @@ class Recordings(Case):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        os.environ["TZ"] = "XYZ-5:30"  # .asc has local times
+        # .asc has local times, and asc2log reads them in the afternoon only.
+        os.environ["TZ"] = f"XYZ{time.gmtime().tm_hour - 15:+d}:30"
         time.tzset()
         live, converted = ([cls.scratch / (name + ending) for ending in (".pcapng", ".log", ".blf", ".mf4")]
                            for name in ("live", "converted"))
