@@ -286,6 +286,9 @@ void CmpDevice::forgetHeard() {
 }
 
 void CmpDevice::beginCounting() {
+    sequence = {};
+    frameCount = 0;
+    gapCount = 0;
     const auto all = getChannels();
     for (const auto& channel : *all) {
         channel->beginCounting();

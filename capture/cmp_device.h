@@ -12,6 +12,7 @@
 #include "capture/cmp_message.h"
 #include "capture/device_types.h"
 #include "capture/sequence_locked.h"
+#include "capture/traffic_counts.h"
 #include "core/mutex.h"
 #include "core/performance_counter.h"
 #include "setup/node.h"
@@ -86,6 +87,15 @@ class CmpDevice {
     void setLatestTime(const DeviceTime& time, std::int64_t timeStamp, bool isDataRead = true) {
         latestTime.store({time.seconds, time.nanoseconds, timeStamp, isDataRead ? 1 : 0});
     }
+    /// Capture thread: the sequence counter of one of the device's frames.
+    void noteCounter(std::uint16_t counter) {
+        sequence.note(counter);
+        frameCount.store(sequence.frames, std::memory_order_relaxed);
+        gapCount.store(sequence.gaps, std::memory_order_relaxed);
+    }
+    /// Since data read was started. Any thread.
+    std::uint64_t getFrames() const { return frameCount.load(std::memory_order_relaxed); }
+    std::uint64_t getSequenceGaps() const { return gapCount.load(std::memory_order_relaxed); }
     /// Gives the clock the device's time as it is now, if the device was heard in this data read: a
     /// clock that starts shall not start with the time of a module that is gone, nor before the
     /// interfaces are open. Both threads.
@@ -137,6 +147,9 @@ class CmpDevice {
         std::int64_t isHeard = 0;  ///< whether it came in this data read: 1 or 0
     };
     SequenceLocked<LatestTime> latestTime;
+    SequenceCounts sequence;  ///< the capture thread's own
+    std::atomic<std::uint64_t> frameCount{0};
+    std::atomic<std::uint64_t> gapCount{0};
 
     mutable Mutex timeLock;
     DeviceTime publishedTime CMP_GUARDED_BY(timeLock);

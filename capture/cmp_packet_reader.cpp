@@ -29,7 +29,7 @@ CmpPacketReader::~CmpPacketReader() {
 }
 
 void CmpPacketReader::closeInterfaces() {
-    handles.clear();
+    sources.clear();
     std::vector<std::unique_ptr<CaptureHandle>> closing;
     closing.push_back(std::move(late));
     for (PcapInterface& interface : interfaces) {
@@ -88,29 +88,28 @@ void CmpPacketReader::openInterfaces() {
 }
 
 void CmpPacketReader::openLate() {
+    std::vector<const CaptureHandle*> opened;
     for (const PcapInterface& interface : interfaces) {
-        handles.push_back(interface.handle.get());
+        opened.push_back(interface.handle.get());
+        sources.push_back({interface.handle.get()});
     }
-    late = port.openLate({{handles.begin(), handles.end()},
-                          selection,
-                          snapLength,
-                          promiscuous,
-                          readTimeoutMs,
-                          &messages});
+    late = port.openLate(
+        {std::move(opened), selection, snapLength, promiscuous, readTimeoutMs, &messages});
     if (late) {
-        handles.push_back(late.get());
+        sources.push_back({late.get()});
     }
+    publishedFrames = std::vector<SequenceLocked<FrameCounts>>(sources.size());
 }
 
 void CmpPacketReader::prepareRead(bool deliverData) {
     devices.endCounting();
     devices.forgetHeard();
     resetChannels();
+    readData.exchange(deliverData);
     if (deliverData) {
         devices.beginCounting();
-        beginCountingDropped();
+        beginCounting();
     }
-    readData.exchange(deliverData);
     autoAddDevices.exchange(false);
 }
 
@@ -145,38 +144,52 @@ void CmpPacketReader::Run() {
     SetThreadName("cmp-capture");
     while (!IsStopRequested()) {
         readPass();
-        if (handles.empty()) {  // no read paces the pass
+        if (sources.empty()) {  // no read paces the pass
             std::this_thread::sleep_for(std::chrono::milliseconds(readTimeoutMs));
         }
         constexpr std::int64_t period = 100'000'000;  // nanoseconds
         if (const std::int64_t now = counter.getNanoseconds(); now - countedAt >= period) {
             countedAt = now;
-            countDropped();
+            publishCounts();
         }
     }
-    countDropped();
+    publishCounts();
 }
 
 /// While the first interfaces wait for the last to be opened, nobody reads them: what they drop
 /// until then was stamped before the measurement.
-void CmpPacketReader::beginCountingDropped() {
-    for (PcapInterface& interface : interfaces) {
-        interface.droppedBefore = interface.handle->getDropped();
+void CmpPacketReader::beginCounting() {
+    for (Source& source : sources) {
+        source.droppedBefore = source.handle->getDropped();
+        source.counts = {};
     }
-    lateDroppedBefore = late ? late->getDropped() : 0;
-    droppedFrames = 0;
+    messageCounts = {};
+    publishCounts();
 }
 
-/// In data read only: what is dropped later is no loss of the measurement.
-void CmpPacketReader::countDropped() {
+/// In data read only: what comes later is no part of the measurement.
+void CmpPacketReader::publishCounts() {
     if (!readData) {
         return;
     }
-    std::uint64_t sum = late ? late->getDropped() - lateDroppedBefore : 0;
-    for (const PcapInterface& interface : interfaces) {
-        sum += interface.handle->getDropped() - interface.droppedBefore;
+    std::uint64_t dropped = 0;
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+        Source& source = sources[i];
+        source.counts.dropped = source.handle->getDropped() - source.droppedBefore;
+        dropped += source.counts.dropped;
+        publishedFrames[i].store(source.counts);
     }
-    droppedFrames = sum;
+    publishedMessages.store(messageCounts);
+    droppedFrames = dropped;
+}
+
+std::vector<CmpPacketReader::InterfaceFrames> CmpPacketReader::getFrameCounts() const {
+    std::vector<InterfaceFrames> frames;
+    for (std::size_t i = 0; i < publishedFrames.size(); ++i) {
+        frames.push_back(
+            {i < interfaces.size() ? interfaces[i].name : "", publishedFrames[i].load()});
+    }
+    return frames;
 }
 
 /// An interface is drained before the next is looked at, and the pass ends when the last has timed
@@ -184,7 +197,7 @@ void CmpPacketReader::countDropped() {
 void CmpPacketReader::readPass() {
     DirectoryPublisher::Reader reader(devices.getDirectory());
     directory = &reader;
-    interfaceIndex = 0;
+    sourceIndex = 0;
     CmpHeader header;
     CapturedFrame frame;
     receiveClock.synchronize();
@@ -200,15 +213,19 @@ void CmpPacketReader::readPass() {
 /// Reads on until a capture frame comes; false when all interfaces have timed out. A read error
 /// leaves the frame as the last read set it. Foreign frames in plenty don't hold up a stop.
 bool CmpPacketReader::nextFrame(CapturedFrame& frame) {
-    while (interfaceIndex < handles.size() && !IsStopRequested()) {
-        const std::int32_t result = handles[interfaceIndex]->next(frame);
+    while (sourceIndex < sources.size() && !IsStopRequested()) {
+        Source& source = sources[sourceIndex];
+        const std::int32_t result = source.handle->next(frame);
         latestDirectory();
         if (result != CaptureHandle::timeout && frame.isCaptureFrame()) {
+            ++source.counts.kept;
             return true;
         }
         handOver();
         if (result == CaptureHandle::timeout) {
-            ++interfaceIndex;
+            ++sourceIndex;
+        } else if (result == CaptureHandle::gotFrame) {
+            ++source.counts.foreign;
         }
     }
     return false;
@@ -219,9 +236,21 @@ void CmpPacketReader::readMessages(const CapturedFrame& frame, CmpHeader& header
     const std::uint8_t* payload = nullptr;
     const auto frameLength = static_cast<std::int32_t>(frame.length);
     std::int32_t result = parseFrame(frame.data, frameLength, &offset, header, payload);
+    if (result == DecodeResult::ok) {
+        if (CmpDevice* const device = latestDirectory().findDevice(header.cmId)) {
+            device->noteCounter(header.counter);
+        }
+    }
     while (result == DecodeResult::ok && !IsStopRequested()) {
         onMessage(header, payload);
         result = parseNextMessage(frame.data, frameLength, offset, header, payload);
+    }
+    if (result == DecodeResult::invalid) {
+        // The decoder refuses the bus status of ASAM CMP, which has another form.
+        const bool isAsam = frame.data[14] != 0;
+        ++(isAsam && header.messageType == MessageType::busStatus
+               ? messageCounts.other
+               : sources[sourceIndex].counts.malformed);
     }
     burst.endFrame(frameTimeStamp, readAt);
 }
@@ -238,15 +267,19 @@ void CmpPacketReader::onMessage(const CmpHeader& header, const std::uint8_t* pay
     const DeviceTime time = splitTimestamp(header.timestamp);
     switch (header.messageType) {
         case MessageType::cmStatus:
+            ++messageCounts.moduleStatus;
             onCmStatusMessage(time, header, payload);
             break;
         case MessageType::busStatus:
+            ++messageCounts.busStatus;
             onBusStatusMessage(header, payload);
             break;
         case MessageType::data:
+            ++messageCounts.data;
             onDataMessage(time, header, payload);
             break;
         default:
+            ++messageCounts.other;
             break;
     }
 }
@@ -301,14 +334,21 @@ void CmpPacketReader::onDataMessage(const DeviceTime& time, const CmpHeader& hea
 
 void CmpPacketReader::onData(const DeviceTime& time, const CmpHeader& header,
                              const std::uint8_t* payload, std::uint32_t length) {
-    if (!readData || length == 0) {
+    if (length == 0) {
+        ++messageCounts.empty;
+        return;
+    }
+    if (!readData) {
         return;
     }
     const auto interfaceId = static_cast<std::uint16_t>(header.channelId);
     const DeviceDirectory::Route route = latestDirectory().find(header.cmId, interfaceId);
-    if (route.device != nullptr) {
-        burst.add(route, time, payload, length);
+    if (route.device == nullptr) {
+        messageCounts.addUnknownModule(header.cmId);
+        return;
     }
+    messageCounts.unknownChannel += route.channel == nullptr ? 1 : 0;
+    burst.add(route, time, payload, length);
 }
 
 void CmpPacketReader::onPassEnd() {

@@ -13,6 +13,8 @@
 #include "capture/cmp_message.h"
 #include "capture/message_burst.h"
 #include "capture/receive_clock.h"
+#include "capture/sequence_locked.h"
+#include "capture/traffic_counts.h"
 #include "core/performance_counter.h"
 #include "core/thread_ex.h"
 
@@ -23,7 +25,6 @@ struct PcapInterface {
     std::uint32_t mask = 0;
     std::string name;
     std::string description;
-    std::uint64_t droppedBefore = 0;  ///< frames dropped before the thread started
     std::int32_t status = 0;
     std::string statusText;
 };
@@ -87,10 +88,20 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     void prepareRead(bool deliverData);
     /// Reads every interface until it times out, once round. The capture thread.
     void readPass();
+    /// Makes what was counted up to now visible. The capture thread.
+    void publishCounts();
 
     /// Frames of any kind that the system threw away since the last start of data read, as they
     /// weren't read in time. Any thread.
     std::uint64_t getDroppedFrames() const { return droppedFrames; }
+    /// What was read since the last start of data read, as it was known within the last tenth of a
+    /// second, or when the thread was stopped. Host's thread.
+    MessageCounts getMessageCounts() const { return publishedMessages.load(); }
+    struct InterfaceFrames {
+        std::string name;  ///< empty for all that were opened later
+        FrameCounts frames;
+    };
+    std::vector<InterfaceFrames> getFrameCounts() const;
 
     CmpDevices& getDevices() { return devices; }
     void resetChannels() { devices.resetChannels(); }
@@ -109,8 +120,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     bool nextFrame(CapturedFrame& frame);
     void readMessages(const CapturedFrame& frame, CmpHeader& header);
     void onPassEnd();
-    void beginCountingDropped();
-    void countDropped();
+    void beginCounting();
     void closeInterfaces();
     void openLate();
     void handOver() { burst.handOver(frameTimeStamp, readAt); }
@@ -147,15 +157,23 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     CaptureMessages messages;
     std::vector<PcapInterface> interfaces;
     std::unique_ptr<CaptureHandle> late;  ///< all that are opened later; null if the port has none
-    std::uint64_t lateDroppedBefore = 0;  ///< as `PcapInterface::droppedBefore`
-    std::vector<CaptureHandle*> handles;  ///< in the order of a pass: of `interfaces`, and `late`
+    /// What a pass reads, in its order: the handles of `interfaces`, and `late`.
+    struct Source {
+        CaptureHandle* handle = nullptr;
+        std::uint64_t droppedBefore = 0;  ///< before data read was started
+        FrameCounts counts = {};          ///< the capture thread's own
+    };
+    std::vector<Source> sources;
+    std::vector<SequenceLocked<FrameCounts>> publishedFrames;  ///< by source
+    SequenceLocked<MessageCounts> publishedMessages;
     std::atomic<std::uint64_t> droppedFrames{0};
 
     // The capture thread's own, during a pass.
-    std::size_t interfaceIndex = 0;   ///< position of the pass in `handles`
+    std::size_t sourceIndex = 0;      ///< position of the pass in `sources`
     std::int64_t readAt = 0;          ///< when the frame was read, nanoseconds on `counter`
     std::int64_t frameTimeStamp = 0;  ///< when it came in, the same
-    std::int64_t countedAt = 0;       ///< when the dropped frames were counted, the same
+    std::int64_t countedAt = 0;       ///< when the counts were published, the same
+    MessageCounts messageCounts;
     ReceiveClock receiveClock;
     DirectoryPublisher::Reader* directory = nullptr;
     MessageBurst burst;

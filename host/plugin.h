@@ -232,6 +232,59 @@ class CaptureStatistics : public HostObject {
     ~CaptureStatistics() = default;
 };
 
+/// What was read from a network interface since event 105.
+struct InterfaceStatistics {
+    std::wstring name;            ///< empty for all together that were opened later
+    std::uint64_t kept = 0;       ///< frames of EtherType 0x99FE
+    std::uint64_t foreign = 0;    ///< all others
+    std::uint64_t malformed = 0;  ///< of the kept: those that couldn't be decoded to their end
+    std::uint64_t dropped = 0;    ///< by the system, before they could be read
+};
+
+/// The messages in the kept frames since event 105. Each data message is in one of the last three
+/// counts, or in `queued` or `unusable` of one channel.
+struct MessageStatistics {
+    /// A CM ID that no module has, and how many data messages had it.
+    struct Unknown {
+        std::uint16_t cmId = 0;
+        std::uint64_t messages = 0;
+    };
+    static constexpr std::size_t mostUnknown = 8;
+
+    std::uint64_t data = 0;
+    std::uint64_t moduleStatus = 0;
+    std::uint64_t busStatus = 0;
+    std::uint64_t other = 0;           ///< of types that aren't evaluated
+    std::uint64_t empty = 0;           ///< data messages that hold no CAN message
+    std::uint64_t unknownModule = 0;   ///< data messages whose CM ID no module has
+    std::uint64_t unknownChannel = 0;  ///< whose interface the module doesn't have
+    Unknown unknown[mostUnknown];  ///< the first CM IDs of `unknownModule`; no messages: no entry
+};
+
+/// The frames of a module since event 105.
+struct ModuleStatistics {
+    std::uint64_t frames = 0;
+    /// Whose sequence counter isn't the successor of the one before: frames may be missing on the
+    /// way, or the module has several counters.
+    std::uint64_t sequenceGaps = 0;
+};
+
+/// What the plug-in read from the network, as it was known within the last tenth of a second, or at
+/// event 130. A host may ask; nothing depends on it.
+class CaptureTraffic : public HostObject {
+  public:
+    static constexpr InterfaceId id{
+        0x3F08B1C6, 0x91DE, 0x4A57, {0xB2, 0x6C, 0x0E, 0x58, 0xD7, 0x13, 0xA9, 0x44}};
+
+    virtual HostResult getInterfaces(std::vector<InterfaceStatistics>* interfaces) = 0;
+    virtual HostResult getMessages(MessageStatistics* messages) = 0;
+    /// One for each module.
+    virtual HostResult getModules(std::vector<ModuleStatistics>* modules) = 0;
+
+  protected:
+    ~CaptureTraffic() = default;
+};
+
 /// What has become of a network interface.
 struct InterfaceMessage {
     std::wstring text;                ///< a sentence for the user

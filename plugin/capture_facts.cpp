@@ -1,5 +1,8 @@
 #include "plugin/capture_facts.h"
 
+#include <algorithm>
+#include <array>
+
 #include "core/string_helper.h"
 
 namespace {
@@ -116,6 +119,34 @@ HostResult CaptureFacts::getClocks(ClockStatistics* clocks, std::uint32_t* count
             statistics.isLeading = core.syncManager.IsMaster(device->getClock());
             return statistics;
         });
+    }
+    return HostCode::success;
+}
+
+HostResult TrafficFacts::getInterfaces(std::vector<InterfaceStatistics>* interfaces) {
+    interfaces->clear();
+    for (const auto& [name, frames] : core.packetReader.getFrameCounts()) {
+        interfaces->push_back({StringHelper::ToWide(name), frames.kept, frames.foreign,
+                               frames.malformed, frames.dropped});
+    }
+    return HostCode::success;
+}
+
+HostResult TrafficFacts::getMessages(MessageStatistics* messages) {
+    const MessageCounts counts = core.packetReader.getMessageCounts();
+    static_assert(std::tuple_size_v<decltype(counts.unknown)> == MessageStatistics::mostUnknown);
+    *messages = {counts.data,  counts.moduleStatus,  counts.busStatus,     counts.other,
+                 counts.empty, counts.unknownModule, counts.unknownChannel, {}};
+    std::ranges::transform(counts.unknown, messages->unknown, [](const auto& entry) {
+        return MessageStatistics::Unknown{entry.cmId, entry.messages};
+    });
+    return HostCode::success;
+}
+
+HostResult TrafficFacts::getModules(std::vector<ModuleStatistics>* modules) {
+    modules->clear();
+    for (const auto& device : core.packetReader.getDevices().list()) {
+        modules->push_back({device->getFrames(), device->getSequenceGaps()});
     }
     return HostCode::success;
 }

@@ -22,6 +22,20 @@ class CaptureFacts final : public PluginPart<CaptureStatistics> {
     CmpPluginCore& core;
 };
 
+/// What the plug-in reads from the network, the same way.
+class TrafficFacts final : public PluginPart<CaptureTraffic> {
+  public:
+    TrafficFacts(HostObject& plugin, CmpPluginCore& pluginCore)
+        : PluginPart(plugin), core(pluginCore) {}
+
+    HostResult getInterfaces(std::vector<InterfaceStatistics>* interfaces) override;
+    HostResult getMessages(MessageStatistics* messages) override;
+    HostResult getModules(std::vector<ModuleStatistics>* modules) override;
+
+  private:
+    CmpPluginCore& core;
+};
+
 /// The network interfaces, as hosts may choose among them.
 class InterfaceChoice final : public PluginPart<CaptureSelection> {
   public:

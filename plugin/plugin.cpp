@@ -24,6 +24,7 @@ Plugin::Plugin(HostObject* outerObject, CapturePort& port, const PerformanceCoun
       outer(outerObject != nullptr ? outerObject : &inner),
       core(inputManager, outputFactory, port, counter),
       facts(static_cast<IPlugin3&>(*this), core),
+      traffic(static_cast<IPlugin3&>(*this), core),
       interfaces(static_cast<IPlugin3&>(*this), core),
       modules(static_cast<IPlugin3&>(*this), core) {}
 
@@ -40,6 +41,8 @@ HostResult Plugin::Inner::queryInterface(const InterfaceId& interfaceId, void** 
         *result = static_cast<IPlugin4*>(&plugin);
     } else if (interfaceId == CaptureStatistics::id) {
         *result = static_cast<CaptureStatistics*>(&plugin.facts);
+    } else if (interfaceId == CaptureTraffic::id) {
+        *result = static_cast<CaptureTraffic*>(&plugin.traffic);
     } else if (interfaceId == CaptureSelection::id) {
         *result = static_cast<CaptureSelection*>(&plugin.interfaces);
     } else if (interfaceId == ModuleList::id) {

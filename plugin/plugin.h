@@ -79,6 +79,7 @@ class Plugin final : public PluginPositions,
     OutputFactoryImpl outputFactory;
     CmpPluginCore core;
     CaptureFacts facts;
+    TrafficFacts traffic;
     InterfaceChoice interfaces;
     ModuleOperations modules;
 };

@@ -6,6 +6,7 @@ import re
 import subprocess
 from collections import defaultdict
 from datetime import datetime
+from itertools import pairwise
 from typing import NamedTuple
 
 EXTENDED = 0x80000000
@@ -118,8 +119,12 @@ def count_differences(sent, report):
 
 
 def account_differences(report):
-    """Each message of each channel is in one count, and each that is there in each recording or in its loss; a
-    text for each channel where that doesn't add up."""
+    """Each data message that was read is in one count, all channels being used; each message of each channel is in
+    one count, and each that is there in each recording or in its loss. What doesn't add up."""
+    messages = report["messages"]
+    told = messages["empty"] + messages["unknownModule"] + messages["unknownChannel"]
+    if messages["data"] != told + sum(channel["queued"] + channel["unusable"] for channel in report["channels"]):
+        return [messages]
     ends = ("delivered", "beforeStart", "afterEnd", "tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput")
     return [channel for channel in report["channels"]
             if channel["queued"] != sum(channel[end] for end in ends)
@@ -128,13 +133,14 @@ def account_differences(report):
 
 
 def row_differences(sent, names, rows, log=False):
-    """Each message in `rows` once, unchanged, and in order on its channel; of a .log those on CAN, their data
-    filled up to a length that CAN FD has. `names`: by CM ID and interface ID. A text for the first
-    difference on each channel."""
+    """Each message in `rows` once, unchanged, and in order on its channel, and all in the order of time; of a
+    .log those on CAN, their data filled up to a length that CAN FD has. `names`: by CM ID and interface ID. A
+    text for the first difference on each channel."""
     found = defaultdict(list)
     for row in rows:
         found[row.name].append(row[2:])
-    texts = []
+    texts = [f"{row.name}: {before.time - row.time} ns behind the time of {before.name} in front of it"
+             for before, row in pairwise(rows) if row.time < before.time][:1]
     for module in sent["modules"]:
         for position, channel in enumerate(module["channels"]):
             if channel["bus"] == "LIN" and log:

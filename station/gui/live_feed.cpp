@@ -157,7 +157,12 @@ void LiveFeed::updateRates(Clock::time_point now) {
 }
 
 std::vector<LiveMessage> LiveFeed::lastMessages() const {
-    return (filter.passesAll() ? all : passing).inOrder();
+    std::vector<LiveMessage> messages = (filter.passesAll() ? all : passing).inOrder();
+    // They came channel by channel, and late where one's clock is behind.
+    std::ranges::stable_sort(messages, {}, [](const LiveMessage& message) {
+        return std::pair(message.utc, message.channel);
+    });
+    return messages;
 }
 
 void LiveFeed::onMessage(std::size_t channel, std::int64_t utcNanoseconds, const void* record,

@@ -90,7 +90,7 @@ class LiveFeed final : public MessageListener {
     const std::vector<LiveChannel>& getChannels() const { return channels; }
     /// Seconds since the start of the measurement.
     double secondsOf(const LiveMessage& message) const;
-    /// The last ones that pass the filter, oldest first.
+    /// The last ones that came and pass the filter, in the order of their times.
     std::vector<LiveMessage> lastMessages() const;
 
     void onMessage(std::size_t channel, std::int64_t utcNanoseconds, const void* record,

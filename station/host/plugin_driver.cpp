@@ -179,6 +179,7 @@ void PluginDriver::connect() {
     call(step, [&] { return object.queryTo(plugin); });
     call(step, [&] { return object.queryTo(events); });
     object.queryTo(statistics);
+    object.queryTo(traffic);
     object.queryTo(selection);
     object.queryTo(modules);
     call(step, [&] { return plugin->onConnectHost(host.get()); });
@@ -370,6 +371,16 @@ void PluginDriver::selectInterfaces(const std::vector<std::string>& names) {
 std::uint64_t PluginDriver::getDroppedFrames() const {
     // While the leader is awaited the measurement hasn't begun.
     return awaitsLeader ? 0 : countDroppedFrames() - droppedBefore;
+}
+
+PluginDriver::Traffic PluginDriver::getTraffic() const {
+    Traffic found;
+    if (traffic) {
+        traffic->getInterfaces(&found.interfaces);
+        traffic->getMessages(&found.messages);
+        traffic->getModules(&found.modules);
+    }
+    return found;
 }
 
 std::uint64_t PluginDriver::countDroppedFrames() const {

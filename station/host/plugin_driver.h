@@ -129,6 +129,14 @@ class PluginDriver {
         return readAll(&CaptureStatistics::getClocks);
     }
 
+    /// What was read from the network; nothing if the plug-in can't tell.
+    struct Traffic {
+        std::vector<InterfaceStatistics> interfaces;
+        MessageStatistics messages;
+        std::vector<ModuleStatistics> modules;
+    };
+    Traffic getTraffic() const;
+
   private:
     /// `Connecting` is left for `Ready` only: a plug-in whose connection failed gets no more calls.
     enum class State { New, Connecting, Ready, Running, Ending };
@@ -164,6 +172,7 @@ class PluginDriver {
     CountedRef<IPlugin3> plugin;
     CountedRef<IPlugin4> events;
     CountedRef<CaptureStatistics> statistics;  ///< empty if the plug-in has none
+    CountedRef<CaptureTraffic> traffic;        ///< the same
     CountedRef<CaptureSelection> selection;    ///< the same
     CountedRef<ModuleList> modules;            ///< the same
     State state = State::New;

@@ -7,10 +7,13 @@
 #include <cmath>
 #include <iterator>
 
+#include "core/string_helper.h"
 #include "station/errors.h"
 
 namespace station {
 namespace {
+
+using Kestrova::Utils::Kcom::StringHelper;
 
 constexpr double nanosecondsPerSecond = 1e9;
 
@@ -44,6 +47,21 @@ ChannelStatistics statisticsOf(const ChannelCounts& counts) {
             .notPlaced = counts.notPlaced,
             .leftQueued = counts.leftQueued,
             .noOutput = counts.noOutput};
+}
+
+MessageStatistics statisticsOf(const MessageCounts& counts) {
+    MessageStatistics result;
+    result.data = counts.data;
+    result.moduleStatus = counts.moduleStatus;
+    result.busStatus = counts.busStatus;
+    result.other = counts.other;
+    result.empty = counts.empty;
+    result.unknownModule = counts.unknownModule;
+    result.unknownChannel = counts.unknownChannel;
+    for (std::size_t i = 0; i < counts.unknown.size(); ++i) {
+        result.unknown[i] = {counts.unknown[i].cmId, counts.unknown[i].messages};
+    }
+    return result;
 }
 
 }  // namespace
@@ -97,7 +115,15 @@ void DirectCapture::onSample(std::uint32_t channel, const void* data, std::size_
     Channel& entry = channels[channel];
     const std::int64_t sinceStart = std::llround(time * nanosecondsPerSecond);
     entry.traffic.note(sinceStart);
-    recordings.write(channel, startUtcNanoseconds + sinceStart, data, size);
+    const std::int64_t utc = startUtcNanoseconds + sinceStart;
+    horizon.note(utc);
+    merge.add({utc, channel, static_cast<std::uint32_t>(size)}, data);
+}
+
+void DirectCapture::record(std::int64_t before) {
+    merge.release(before, [this](const TimeMerge::Head& head, const std::uint8_t* bytes) {
+        recordings.write(head.channel, head.utcNanoseconds, bytes, head.size);
+    });
 }
 
 double DirectCapture::secondsSinceStart() const {
@@ -118,7 +144,14 @@ void DirectCapture::updateRates() {
 
 void DirectCapture::poll() {
     reader.flushAll();
+    record(horizon.step(startUtcNanoseconds + counter.getNanoseconds() - start));
     lookAtClocks();
+}
+
+void DirectCapture::end() {
+    record(TimeMerge::all);
+    reader.publishCounts();
+    reader.getDevices().endCounting();
 }
 
 void DirectCapture::lookAtClocks() {
@@ -141,6 +174,9 @@ void DirectCapture::lookAtClocks() {
 std::vector<std::string> DirectCapture::describeClocks() const {
     std::vector<std::string> texts = standingModules;
     std::ranges::move(clocks.describeJumps(), std::back_inserter(texts));
+    if (merge.getLate() != 0) {
+        texts.push_back(lateText(merge.getLate()));
+    }
     for (const Channel& entry : channels) {
         if (const auto raised = entry.channel->getCounts().raised; raised != 0) {
             texts.push_back(raisedText(entry.channel->getName(), raised));
@@ -154,10 +190,16 @@ Summary DirectCapture::summarize() {
     Summary summary;
     summary.startTime = startUtc;
     summary.seconds = secondsSinceStart();
+    for (const auto& [name, frames] : reader.getFrameCounts()) {
+        summary.interfaces.push_back({StringHelper::ToWide(name), frames.kept, frames.foreign,
+                                      frames.malformed, frames.dropped});
+    }
+    summary.messages = statisticsOf(reader.getMessageCounts());
     for (const auto& device : modules) {
         summary.modules.push_back({device->getName(), device->getType().name, device->getConfigId(),
                                    device->getCmId(), device->getSerialNumberText(),
                                    device->isConnected()});
+        summary.modules.back().frames = {device->getFrames(), device->getSequenceGaps()};
         summary.modules.back().timeStandsStill = standing.isStanding(summary.modules.size() - 1);
     }
     for (const Channel& channel : channels) {
@@ -175,6 +217,7 @@ Summary DirectCapture::summarize() {
         entry.counts = statisticsOf(channel.channel->getCounts());
         summary.channels.push_back(std::move(entry));
     }
+    summary.outOfOrder = merge.getLate();
     summary.recordings = recordings.summarize();
     return summary;
 }

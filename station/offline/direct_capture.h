@@ -12,7 +12,9 @@
 #include "station/offline/direct_output.h"
 #include "station/offline/pass_through_clock.h"
 #include "station/recording/channel_traffic.h"
+#include "station/recording/horizon.h"
 #include "station/recording/recording_set.h"
+#include "station/recording/time_merge.h"
 #include "station/recording/unique_names.h"
 #include "station/session/module.h"
 #include "station/session/summary.h"
@@ -39,10 +41,12 @@ class DirectCapture final : private SampleSink {
     /// What the user must know of the modules' clocks.
     std::vector<std::string> describeClocks() const;
     CmpPacketReader& getReader() { return reader; }
-    /// What a host does periodically: moves what has come in into recordings and summary.
+    /// What a host does periodically: moves what has come in into the summary and, in the order of
+    /// time, into the recordings.
     void poll();
-    /// After the last `poll`: says of each message that is still queued what becomes of it.
-    void end() { reader.getDevices().endCounting(); }
+    /// After the last `poll`: the recordings get the rest, and of each message that is still queued
+    /// is said what becomes of it.
+    void end();
     Summary summarize();
 
   private:
@@ -53,6 +57,7 @@ class DirectCapture final : private SampleSink {
         ChannelTraffic traffic;
     };
 
+    void record(std::int64_t before);
     void onSample(std::uint32_t channel, const void* data, std::size_t size, double time) override;
     void addChannels(std::size_t module, const CmpDevice& device);
     double secondsSinceStart() const;
@@ -64,6 +69,8 @@ class DirectCapture final : private SampleSink {
     const Summary::Clock::time_point startUtc;
     const std::int64_t startUtcNanoseconds;
     RecordingSet& recordings;
+    TimeMerge merge;
+    Horizon horizon{50'000'000};  ///< a module collects messages for a frame
     PassThroughClocks clocks;
     DirectOutputs outputs;
     CmpPacketReader reader;

@@ -97,6 +97,30 @@ std::vector<std::uint8_t> interfaceDescription(const ChannelDescription& channel
     return block;
 }
 
+/// At the end of a channel: how many of its messages came for this file, and how many of them were
+/// lost.
+std::vector<std::uint8_t> interfaceStatistics(std::size_t channel, std::uint64_t time,
+                                              const AppendFile::Counts& counts) {
+    constexpr std::size_t total = 20 + 2 * 12 + 4 + blockEnd;
+    std::vector<std::uint8_t> block(total);
+    Cursor cursor(block.data());
+    cursor.put32(5);
+    cursor.put32(total);
+    cursor.put32(channel);
+    cursor.put32(time >> 32);
+    cursor.put32(time);
+    for (const auto& [option, count] :
+         {std::pair(4, counts.written + counts.lost), std::pair(5, counts.lost)}) {
+        cursor.put16(static_cast<std::uint64_t>(option));
+        cursor.put16(sizeof count);
+        cursor.put32(count);
+        cursor.put32(count >> 32);
+    }
+    cursor.put32(0);  // end of options
+    cursor.put32(total);
+    return block;
+}
+
 void putCan(Cursor& cursor, const CanRecord& can) {
     cursor.putBigEndian32(can.id | (can.extended ? 0x80000000U : 0U));
     cursor.put8(can.length);
@@ -159,6 +183,7 @@ std::size_t PcapngRecording::addChannel(const ChannelDescription& channel) {
 
 void PcapngRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                             std::size_t size) {
+    latest = std::max(latest, utcNanoseconds);
     const bool isKnown = channel < channels.size();
     if (isKnown && channels[channel] == BusType::Can && size == CanRecord::size) {
         appendPacket(file, channel, utcNanoseconds, CanRecord(record), putCan);
@@ -166,6 +191,14 @@ void PcapngRecording::write(std::size_t channel, std::int64_t utcNanoseconds, co
         appendPacket(file, channel, utcNanoseconds, LinRecord(record), putLin);
     } else {
         file.dropRecords(channel, 1);
+    }
+}
+
+void PcapngRecording::complete() {
+    file.flush();  // only what is in the file is counted
+    for (std::size_t channel = 0; channel < channels.size(); ++channel) {
+        file.appendHeader(interfaceStatistics(channel, static_cast<std::uint64_t>(latest),
+                                              file.channelCounts()[channel]));
     }
 }
 

@@ -21,6 +21,9 @@ namespace station {
 /// data. Frames over 8 bytes carry the FD flag (0x04), by which readers show them as CAN FD. LIN
 /// (link type 212): revision 1, three zero bytes, length (4 bits), message type 0 (2 bits),
 /// checksum type (2 bits), protected identifier with its parity computed, checksum, errors 0, data.
+///
+/// At its end there is an interface statistics block for each channel: received are the messages
+/// that came for this file, dropped those of them that were lost.
 class PcapngRecording : public Recording {
   public:
     PcapngRecording(const std::string& path, bool overwrite);
@@ -31,8 +34,12 @@ class PcapngRecording : public Recording {
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                std::size_t size) override;
 
+  protected:
+    void complete() override;
+
   private:
     std::vector<BusType> channels;
+    std::int64_t latest = 0;  ///< time of a message
 };
 
 }  // namespace station

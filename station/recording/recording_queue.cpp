@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <cstring>
 #include <deque>
+#include <limits>
 #include <numeric>
 #include <thread>
 #include <utility>
 
 #include "core/mutex.h"
+#include "station/recording/time_merge.h"
 
 namespace station {
 namespace {
@@ -17,43 +18,15 @@ namespace {
 using Clock = RecordingQueue::Clock;
 using namespace std::chrono_literals;
 
-constexpr std::size_t chunkSize = 256 * 1024;  // bytes
-constexpr std::size_t mostSpare = 16;          // chunks
-
-/// In front of each record in a chunk.
-struct EntryHead {
-    std::int64_t utcNanoseconds;
-    std::uint32_t channel;
-    std::uint32_t size;
-};
+constexpr std::size_t mostSpare = 16;  // chunks
+constexpr std::int64_t nothing = std::numeric_limits<std::int64_t>::min();
 
 }  // namespace
 
-/// Messages in their order.
-struct RecordingQueue::Chunk {
-    Chunk() { bytes.reserve(chunkSize); }
-
-    void append(const EntryHead& head, const void* record) {
-        const std::size_t at = bytes.size();
-        bytes.resize(at + sizeof head + head.size);
-        std::memcpy(bytes.data() + at, &head, sizeof head);
-        std::memcpy(bytes.data() + at + sizeof head, record, head.size);
-    }
-    void writeInto(RecordingSet& recordings) const {
-        EntryHead head{};
-        for (std::size_t at = 0; at < bytes.size(); at += sizeof head + head.size) {
-            std::memcpy(&head, bytes.data() + at, sizeof head);
-            recordings.write(head.channel, head.utcNanoseconds, bytes.data() + at + sizeof head,
-                             head.size);
-        }
-    }
-
-    std::vector<std::uint8_t> bytes;
-};
-
 struct RecordingQueue::Shared {
-    explicit Shared(std::shared_ptr<RecordingSet> recordingSet)
+    Shared(std::shared_ptr<RecordingSet> recordingSet, std::size_t mostWaiting)
         : recordings(std::move(recordingSet)),
+          limit(mostWaiting),
           isOver(recordings->empty()),
           states(recordings->summarize()) {}
 
@@ -61,13 +34,17 @@ struct RecordingQueue::Shared {
     void run() CMP_EXCLUDES(lock) {
         while (waitForWork()) {
             if (present) {
-                present->writeInto(*recordings);
+                const std::int64_t horizon = present->horizon;
+                merge.take(std::move(present));
+                write(horizon);
                 publish({});
-                finishPresent();
+                givenBack();
             } else {
+                write(presentHorizon);
                 publish(recordings->flush());
             }
         }
+        write(TimeMerge::all);
         publish(isToBeClosed ? recordings->close() : std::vector<std::string>());
         recordings->setOnProgress({});
         recordings.reset();
@@ -78,28 +55,41 @@ struct RecordingQueue::Shared {
     /// False at the end. True with a chunk in `present`, or without one to flush.
     bool waitForWork() CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
+        isWriting = false;
         while (waiting.empty() && !isFlushWanted && !isEnding) {
             changed.wait(lock);
         }
         if (!waiting.empty()) {
             present = std::move(waiting.front());
             waiting.pop_front();
+            waitingBytes -= present->getUsed();
+            heldBytes += present->getUsed();
+            isWriting = true;
             return true;
         }
+        presentHorizon = flushHorizon;
         return std::exchange(isFlushWanted, false);
     }
-    void finishPresent() CMP_EXCLUDES(lock) {
+    /// What is older than that, or everything if too much is held back: better out of order than
+    /// not at all.
+    void write(std::int64_t horizon) {
+        merge.release(merge.getHeldBytes() > limit / 2 ? TimeMerge::all : horizon,
+                      [this](const MessageChunk::Head& head, const std::uint8_t* record) {
+                          recordings->write(head.channel, head.utcNanoseconds, record, head.size);
+                      });
+    }
+    void givenBack() CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
-        bytes -= present->bytes.size();
-        if (spare.size() < mostSpare) {
-            present->bytes.clear();
-            spare.push_back(std::move(present));
+        heldBytes = merge.getHeldBytes();
+        while (auto chunk = merge.takeSpare()) {
+            if (spare.size() < mostSpare) {
+                spare.push_back(std::move(chunk));
+            }
         }
-        present.reset();
     }
     bool isBusy() const CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
-        return bytes != 0;
+        return isWriting || !waiting.empty();
     }
     /// After each step, however small, so that what is known is what is in the files.
     void publish(std::vector<std::string> failures) CMP_EXCLUDES(lock) {
@@ -108,18 +98,26 @@ struct RecordingQueue::Shared {
         if (!isAbandoned) {
             states = std::move(now);
         }
+        late = merge.getLate();
         movedAt = Clock::now();
         std::move(failures.begin(), failures.end(), std::back_inserter(texts));
     }
 
     std::shared_ptr<RecordingSet> recordings;  ///< the thread's own
-    std::unique_ptr<Chunk> present;            ///< the thread's own
-    std::atomic<bool> isToBeClosed{false};     ///< else it is left to the owner
+    const std::size_t limit;
+    std::unique_ptr<MessageChunk> present;  ///< the thread's own
+    std::int64_t presentHorizon = nothing;  ///< the same, for a flush
+    TimeMerge merge;                        ///< the same
+    std::atomic<bool> isToBeClosed{false};  ///< else it is left to the owner
     mutable Mutex lock;
     std::condition_variable_any changed;
-    std::deque<std::unique_ptr<Chunk>> waiting CMP_GUARDED_BY(lock);
-    std::vector<std::unique_ptr<Chunk>> spare CMP_GUARDED_BY(lock);
-    std::size_t bytes CMP_GUARDED_BY(lock) = 0;  ///< of chunks that wait or are being written
+    std::deque<std::unique_ptr<MessageChunk>> waiting CMP_GUARDED_BY(lock);
+    std::vector<std::unique_ptr<MessageChunk>> spare CMP_GUARDED_BY(lock);
+    std::size_t waitingBytes CMP_GUARDED_BY(lock) = 0;
+    std::size_t heldBytes CMP_GUARDED_BY(lock) = 0;  ///< of chunks that the thread has
+    std::int64_t flushHorizon CMP_GUARDED_BY(lock) = nothing;
+    std::uint64_t late CMP_GUARDED_BY(lock) = 0;
+    bool isWriting CMP_GUARDED_BY(lock) = false;
     Clock::time_point movedAt CMP_GUARDED_BY(lock);
     bool isFlushWanted CMP_GUARDED_BY(lock) = false;
     bool isEnding CMP_GUARDED_BY(lock) = false;
@@ -130,10 +128,10 @@ struct RecordingQueue::Shared {
 };
 
 RecordingQueue::RecordingQueue(std::shared_ptr<RecordingSet> recordingSet, std::size_t mostWaiting)
-    : shared(std::make_shared<Shared>(std::move(recordingSet))), limit(mostWaiting) {
+    : shared(std::make_shared<Shared>(std::move(recordingSet), mostWaiting)) {
     const LockGuard guard(shared->lock);
     if (!shared->isOver) {
-        current = std::make_unique<Chunk>();
+        current = std::make_unique<MessageChunk>();
         std::thread([held = shared] { held->run(); }).detach();
     }
 }
@@ -157,7 +155,7 @@ void RecordingQueue::write(std::size_t channel, std::int64_t utcNanoseconds, con
         return;
     }
     ++accounts[channel].given;
-    if (current->bytes.size() + sizeof(EntryHead) + size > chunkSize && !passOn(false)) {
+    if (!current->hasRoomFor(size) && !passOn(false)) {
         ++accounts[channel].dropped;
         return;
     }
@@ -180,17 +178,19 @@ void RecordingQueue::handOver() {
 bool RecordingQueue::passOn(bool evenIfFull) {
     handOver();
     const LockGuard guard(shared->lock);
-    if (shared->bytes + current->bytes.size() > limit && !evenIfFull) {
+    if (shared->waitingBytes + shared->heldBytes + current->getUsed() > shared->limit &&
+        !evenIfFull) {
         return false;
     }
-    if (shared->bytes == 0) {
+    if (!shared->isWriting && shared->waiting.empty()) {
         shared->movedAt = Clock::now();
     }
-    shared->bytes += current->bytes.size();
+    current->horizon = latestHorizon;
+    shared->waitingBytes += current->getUsed();
     shared->waiting.push_back(std::move(current));
     shared->changed.notify_all();
     if (shared->spare.empty()) {
-        current = std::make_unique<Chunk>();
+        current = std::make_unique<MessageChunk>();
     } else {
         current = std::move(shared->spare.back());
         shared->spare.pop_back();
@@ -202,13 +202,16 @@ std::vector<std::string> RecordingQueue::flush() {
     handOver();
     // A thread that has enough to write gets no chunk that could still be filled: each takes up
     // the memory of a full one.
-    if (current && !current->bytes.empty() && !shared->isBusy()) {
+    if (current && !current->isEmpty() && !shared->isBusy()) {
         passOn(false);
     }
     std::vector<std::string> texts;
     {
         const LockGuard guard(shared->lock);
         shared->isFlushWanted = true;
+        if (!current || current->isEmpty()) {
+            shared->flushHorizon = latestHorizon;
+        }
         shared->changed.notify_all();
         texts = std::exchange(shared->texts, {});
     }
@@ -216,6 +219,10 @@ std::vector<std::string> RecordingQueue::flush() {
     if (const std::uint64_t lost = dropped - std::exchange(droppedTold, dropped); lost != 0) {
         texts.push_back("the disk is too slow: " + std::to_string(lost) +
                         " messages found no room to wait for it and aren't recorded");
+    }
+    const std::uint64_t late = getLate();
+    if (const std::uint64_t count = late - std::exchange(lateTold, late); count != 0) {
+        texts.push_back(lateText(count));
     }
     return texts;
 }
@@ -227,7 +234,7 @@ void RecordingQueue::beginClose() {
 
 void RecordingQueue::end() {
     handOver();
-    if (current && !current->bytes.empty()) {
+    if (current && !current->isEmpty()) {
         passOn(true);
     }
     current.reset();
@@ -273,6 +280,11 @@ std::uint64_t RecordingQueue::countDropped() const {
     return std::accumulate(
         accounts.begin(), accounts.end(), std::uint64_t{0},
         [](std::uint64_t sum, const Account& account) { return sum + account.dropped; });
+}
+
+std::uint64_t RecordingQueue::getLate() const {
+    const LockGuard guard(shared->lock);
+    return shared->late;
 }
 
 bool RecordingQueue::hasLost() const {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,6 +11,8 @@
 #include "station/recording/recording_set.h"
 
 namespace station {
+
+class MessageChunk;
 
 /// The way of the messages of a measurement into its recordings, which are written on a thread of
 /// their own: a disk that stalls holds up nobody.
@@ -35,9 +38,14 @@ class RecordingQueue {
 
     /// As `RecordingSet::addChannel`, before the first `write`.
     void addChannel(const ChannelDescription& channel);
-    /// As `Recording::write`.
+    /// As `Recording::write`. The recordings get the messages in the order of their times.
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                std::size_t size);
+    /// Nothing that is written from now on is expected to be older. Until this is said a message
+    /// is held back.
+    void setHorizon(std::int64_t utcNanoseconds) { latestHorizon = utcNanoseconds; }
+    /// How many messages came in behind it and are behind a later one in the recordings.
+    std::uint64_t getLate() const;
     /// Has the thread write out what there is. To be called twice a second. Returns what the user
     /// must know since the last call: recordings that failed, messages that found no room.
     std::vector<std::string> flush();
@@ -56,7 +64,6 @@ class RecordingQueue {
     std::vector<RecordingSummary> summarize() const;
 
   private:
-    struct Chunk;
     struct Shared;
 
     /// What has become of the messages of a channel on this side of the thread.
@@ -71,11 +78,12 @@ class RecordingQueue {
     std::uint64_t countDropped() const;
 
     const std::shared_ptr<Shared> shared;
-    const std::size_t limit;
-    bool isHandedOver = false;       ///< the recordings, to the thread
-    std::unique_ptr<Chunk> current;  ///< null without recordings
-    std::vector<Account> accounts;   ///< by channel
+    bool isHandedOver = false;              ///< the recordings, to the thread
+    std::unique_ptr<MessageChunk> current;  ///< null without recordings
+    std::vector<Account> accounts;          ///< by channel
+    std::int64_t latestHorizon = std::numeric_limits<std::int64_t>::min();
     std::uint64_t droppedTold = 0;
+    std::uint64_t lateTold = 0;
 };
 
 }  // namespace station

@@ -5,6 +5,12 @@
 
 namespace station {
 
+std::string lateText(std::uint64_t messages) {
+    return std::to_string(messages) +
+           " messages came in after later ones had been recorded: the recordings aren't in the "
+           "order of time there";
+}
+
 RecordingSet::~RecordingSet() {
     for (const auto& recording : recordings) {
         if (!closed) {

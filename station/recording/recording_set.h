@@ -30,6 +30,9 @@ struct RecordingSummary {
     std::vector<Channel> channels = {};  ///< in the order in which they were added
 };
 
+/// What the user is told of messages that aren't where their time has them.
+std::string lateText(std::uint64_t messages);
+
 /// The recordings of one measurement. Each has all channels that its format can hold. One that
 /// fails is closed and reported; the others go on. Called on one thread at a time.
 class RecordingSet {

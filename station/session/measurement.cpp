@@ -190,7 +190,13 @@ Summary Measurement::summarize() {
         modules[i].clock = clocks[i];
         modules[i].timeStandsStill = standing.isStanding(i);
     }
+    auto [interfaces, messages, frames] = session.driver().getTraffic();
+    for (std::size_t i = 0; i < std::min(modules.size(), frames.size()); ++i) {
+        modules[i].frames = frames[i];
+    }
     Summary summary = recorder.summarize(std::move(modules));
+    summary.interfaces = std::move(interfaces);
+    summary.messages = messages;
     summary.droppedFrames = droppedTold;
     summary.longestPause = longestPause.count();
     summary.interfaceMessages = interfaceMessages;

@@ -77,6 +77,7 @@ class MeasurementRecorder::Channel final : public ChannelSink {
         const std::int64_t utc = recorder.host.data().getStartNanoseconds() +
                                  std::llround(sample.time * nanosecondsPerSecond);
         traffic.note(traffic.getCount() == 0 ? utc : std::max(traffic.getLast(), utc));
+        recorder.horizon.note(traffic.getLast());
         recorder.recordings.write(number, traffic.getLast(), sample.data, sample.size);
         if (recorder.listener != nullptr) {
             recorder.listener->onMessage(number, traffic.getLast(), sample.data, sample.size);
@@ -144,6 +145,9 @@ void MeasurementRecorder::takeNew() {
     for (const auto& channel : channels) {
         channel->takeNew();
     }
+    const double reached = host.clock().getPositionSeconds();
+    recordings.setHorizon(horizon.step(host.data().getStartNanoseconds() +
+                                       std::llround(reached * nanosecondsPerSecond)));
 }
 
 void MeasurementRecorder::endPart() {
@@ -239,6 +243,7 @@ Summary MeasurementRecorder::summarize(std::vector<Module> modules) {
         entry.overwritten = channel->getOverruns();
         summary.channels.push_back(std::move(entry));
     }
+    summary.outOfOrder = recordings.getLate();
     summary.recordings = recordings.summarize();
     return summary;
 }

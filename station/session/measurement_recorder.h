@@ -9,6 +9,7 @@
 #include "host/plugin.h"
 #include "station/host/station_host.h"
 #include "station/recording/bus_record.h"
+#include "station/recording/horizon.h"
 #include "station/recording/recording_queue.h"
 #include "station/recording/unique_names.h"
 #include "station/session/summary.h"
@@ -46,7 +47,8 @@ class MeasurementRecorder {
     void addChannels(const std::vector<Module>& modules);
     /// Null for none; not owned.
     void setListener(MessageListener* messageListener) { listener = messageListener; }
-    /// After each periodic call.
+    /// After each periodic call. The recordings get what lies some calls back, in the order of
+    /// time.
     void takeNew();
     /// Before the next part of the measurement begins.
     void endPart();
@@ -74,6 +76,9 @@ class MeasurementRecorder {
     MessageListener* listener = nullptr;
     UniqueNames names;
     std::vector<std::unique_ptr<Channel>> channels;
+    /// The first for what is under way in the network and the system, the second for a process that
+    /// was held up for longer.
+    Horizon horizon{10'000'000, 5};
     std::optional<std::int64_t> firstStart;  ///< UTC nanoseconds, from the second part on
     double markTime = 0.0;  ///< when the rates were worked out, seconds since the start
 };

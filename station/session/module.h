@@ -29,6 +29,7 @@ struct Module {
     bool connected = false;
     std::optional<ClockStatistics> clock = {};  ///< how it follows the host's, where that is known
     std::vector<Channel> channels = {};
+    std::optional<ModuleStatistics> frames = {};  ///< where that is known
     bool timeStandsStill = false;  ///< its messages come, but its device time doesn't advance
 };
 

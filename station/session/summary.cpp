@@ -7,12 +7,14 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "core/string_helper.h"
 #include "station/terminal_text.h"
 
 namespace station {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using Kestrova::Utils::Kcom::StringHelper;
 
 const char* modeText(const ClockStatistics& clock) {
     switch (clock.mode) {
@@ -72,7 +74,55 @@ Json toJson(const Module& module) {
     if (module.timeStandsStill) {
         result["timeStandsStill"] = true;
     }
+    if (module.frames) {
+        result["captureFrames"] = module.frames->frames;
+        result["sequenceGaps"] = module.frames->sequenceGaps;
+    }
     return result;
+}
+
+Json toJson(const InterfaceStatistics& interface) {
+    return {{"name", StringHelper::ToUtf8(interface.name)},
+            {"received", interface.kept + interface.foreign + interface.dropped},
+            {"kept", interface.kept},
+            {"foreign", interface.foreign},
+            {"dropped", interface.dropped},
+            {"malformed", interface.malformed}};
+}
+
+Json toJson(const MessageStatistics& messages) {
+    Json result = {{"data", messages.data},
+                   {"moduleStatus", messages.moduleStatus},
+                   {"busStatus", messages.busStatus},
+                   {"other", messages.other},
+                   {"empty", messages.empty},
+                   {"unknownModule", messages.unknownModule},
+                   {"unknownChannel", messages.unknownChannel},
+                   {"unknownCmIds", Json::array()}};
+    for (const auto& entry : messages.unknown) {
+        if (entry.messages != 0) {
+            result["unknownCmIds"].push_back({{"cmId", entry.cmId}, {"messages", entry.messages}});
+        }
+    }
+    return result;
+}
+
+/// Of what came from the network, what the user may have to look after.
+void addTraffic(const Summary& summary, std::vector<std::string>& lines) {
+    for (const InterfaceStatistics& interface : summary.interfaces) {
+        if (interface.kept != 0 || interface.dropped != 0) {
+            lines.push_back(fmt::format(
+                "{}: {} capture frames, {} others{}{}",
+                interface.name.empty() ? "interfaces that appeared later"
+                                       : StringHelper::ToUtf8(interface.name),
+                interface.kept, interface.foreign,
+                interface.malformed == 0 ? "" : fmt::format(", {} malformed", interface.malformed),
+                interface.dropped == 0 ? "" : fmt::format(", LOST {}", interface.dropped)));
+        }
+    }
+    if (const std::string unknown = describeUnknown(summary.messages); !unknown.empty()) {
+        lines.push_back("for no channel: " + unknown);
+    }
 }
 
 Json toJson(const ChannelSummary& channel, const std::vector<Module>& modules) {
@@ -209,6 +259,33 @@ std::string ChannelSummary::describeLoss() const {
     return text;
 }
 
+std::string describeUnknown(const MessageStatistics& messages) {
+    std::vector<std::string> parts;
+    if (messages.unknownModule != 0) {
+        std::vector<std::string> ids;
+        std::uint64_t others = messages.unknownModule;
+        for (const auto& entry : messages.unknown) {
+            if (entry.messages != 0) {
+                ids.push_back(fmt::format("0x{:X}: {}", entry.cmId, entry.messages));
+                others -= entry.messages;
+            }
+        }
+        if (others != 0) {
+            ids.push_back(fmt::format("others: {}", others));
+        }
+        parts.push_back(fmt::format("{} of CM IDs that no module has ({})", messages.unknownModule,
+                                    fmt::join(ids, ", ")));
+    }
+    if (messages.unknownChannel != 0) {
+        parts.push_back(fmt::format("{} of interfaces that their module doesn't have",
+                                    messages.unknownChannel));
+    }
+    if (messages.empty != 0) {
+        parts.push_back(fmt::format("{} that hold no CAN message", messages.empty));
+    }
+    return fmt::format("{}", fmt::join(parts, ", "));
+}
+
 std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now) {
     struct Reason {
         std::uint64_t ChannelStatistics::*count;
@@ -273,12 +350,18 @@ std::string toJson(const Summary& summary) {
                    {"longestPause", summary.longestPause},
                    {"droppedFrames", summary.droppedFrames},
                    {"lostMessages", summary.totalLost()},
+                   {"outOfOrder", summary.outOfOrder},
                    {"interfaceMessages", summary.interfaceMessages},
                    {"modules", Json::array()},
                    {"channels", Json::array()},
                    {"recordings", Json::array()}};
     if (!summary.awaitedLeader.empty()) {
         result["awaitedLeader"] = summary.awaitedLeader;
+    }
+    result["messages"] = toJson(summary.messages);
+    result["interfaces"] = Json::array();
+    for (const InterfaceStatistics& interface : summary.interfaces) {
+        result["interfaces"].push_back(toJson(interface));
     }
     for (const Module& module : summary.modules) {
         result["modules"].push_back(toJson(module));
@@ -312,6 +395,7 @@ std::vector<std::string> toTable(const Summary& summary) {
         addModule(summary, i, lines);
     }
     addChannels(summary, ChannelSummary::noModule, lines);
+    addTraffic(summary, lines);
     for (const RecordingSummary& recording : summary.recordings) {
         lines.push_back(fmt::format(
             "{}: {} records, {} bytes{}{}", recording.path, recording.records, recording.bytes,

@@ -49,6 +49,9 @@ std::string raisedText(const std::string& channel, std::uint64_t messages);
 /// What the user is told of a module whose device time doesn't advance.
 std::string standingText(const std::string& module);
 
+/// The messages that came for no channel, with the CM IDs that no module has; empty for none.
+std::string describeUnknown(const MessageStatistics& messages);
+
 /// What a measurement is made of and what has come in so far: the live table and the JSON summary
 /// are two forms of it.
 struct Summary {
@@ -58,9 +61,12 @@ struct Summary {
     double seconds = 0.0;         ///< since then
     double longestPause = 0.0;    ///< between two calls of the plug-in's periodic work, in seconds
     std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
+    std::uint64_t outOfOrder = 0;     ///< messages that came in behind later ones in the recordings
     std::vector<std::string> interfaceMessages;  ///< what became of network interfaces
     bool hasInterfaceGap = false;                ///< one of them wasn't captured on for a time
     std::string awaitedLeader;  ///< the module for whose clock the start waits; empty: none
+    std::vector<InterfaceStatistics> interfaces;  ///< none without a host around the core
+    MessageStatistics messages;
     std::vector<Module> modules;
     std::vector<ChannelSummary> channels;
     std::vector<RecordingSummary> recordings;

@@ -100,6 +100,55 @@ TEST_F(StatisticsTest, CountsOutlastTheModule) {
     EXPECT_EQ(counts(), "0 -1: 0 0 0 0 0 0 0 0 0 0") << "of the new measurement";
 }
 
+TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
+    const wire::Bytes payload = wire::can(1, {1});
+    equip({DeviceTypeInfo::canComboId});
+    EXPECT_EQ(startMeasurement(), "0");
+    const auto push = [this](wire::Bytes frame, std::uint8_t number) {
+        frame[16] = 0;
+        frame[17] = number;
+        feed.push(std::move(frame));
+    };
+    push(wire::tecmpData(0x41, {{0x10, 1, payload}, {0x99, 2, payload}, {0x20, 3, {1, 2}}}), 7);
+    push(wire::tecmp(0x41, 1, {{0, 4, wire::cmStatus(0x41, 1)}}), 8);
+    push(wire::tecmp(0x41, 2, {{0, 5, {1}}, {0, 6, {1}}}), 10);
+    push(wire::tecmp(0x41, 9, {{0, 7, {1}}}), 11);
+    for (std::uint16_t cmId = 0x60; cmId < 0x6A; ++cmId) {  // two more than are kept apart
+        push(wire::tecmpData(cmId, {{0x10, 8, payload}, {0x10, 9, payload}}), 0);
+    }
+    wire::Bytes cut = wire::tecmpData(0x41, {{0x10, 10, payload}, {0x10, 11, payload}});
+    cut.pop_back();
+    push(cut, 12);
+    feed.push(wire::asam(0x41, 1, 1, {0x10, 12, wire::Bytes(20)}));
+    feed.push(wire::asam(0x41, 3, 2, {0x10, 13, wire::Bytes(20)}));
+    feed.push(wire::ethernet(0x0800));
+    EXPECT_TRUE(feed.drain());
+    EXPECT_EQ(event(130), "0");
+
+    CountedRef<CaptureTraffic> traffic;
+    object.queryTo(traffic);
+    MessageStatistics m;
+    EXPECT_EQ(traffic->getMessages(&m), 0);
+    EXPECT_THAT((std::vector{m.data, m.moduleStatus, m.busStatus, m.other, m.empty, m.unknownModule,
+                             m.unknownChannel}),
+                testing::ElementsAre(25, 1, 2, 2, 1, 20, 1));
+    EXPECT_THAT((std::vector{m.unknown[0].cmId, m.unknown[7].cmId}),
+                testing::ElementsAre(0x60, 0x67));
+    EXPECT_EQ(m.unknown[7].messages, 2U);
+    EXPECT_EQ(counts(0, 7), "0 0: 0 2 0 0 0 0 0 2 0 0");
+    EXPECT_EQ(counts(1, 7), "0 1: 1 0 0 0 0 0 0 0 0 0");
+    std::vector<InterfaceStatistics> interfaces;
+    EXPECT_EQ(traffic->getInterfaces(&interfaces), 0);
+    ASSERT_EQ(interfaces.size(), 1U);
+    const InterfaceStatistics& i = interfaces[0];
+    EXPECT_THAT((std::vector{i.kept, i.foreign, i.malformed, i.dropped}),
+                testing::ElementsAre(17, 1, 1, 0));
+    std::vector<ModuleStatistics> modules;
+    EXPECT_EQ(traffic->getModules(&modules), 0);
+    EXPECT_EQ(modules.at(0).sequenceGaps, 2U) << "9 is missing, and that of ASAM CMP is another";
+    EXPECT_EQ(modules.at(0).frames, 6U);
+}
+
 TEST_F(StatisticsTest, LeadingClockCountsFromAWholeSecond) {
     equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId}, true);
     EXPECT_EQ(startMeasurement(), "0");

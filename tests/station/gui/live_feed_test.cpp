@@ -60,8 +60,8 @@ TEST_F(LiveFeedTest, EachChannelShowsItsLastMessageAndTheListAllInOrder) {
     MessageModel messages(feed);
     messages.update(feed);
     ASSERT_EQ(messages.rowCount(), 3);
-    EXPECT_THAT(row(messages, 0), testing::ElementsAre("0.001500", "Front", "0x100", "2", "AB 00"));
-    EXPECT_THAT(row(messages, 1), testing::ElementsAre("0.000000", "Door", "17", "1", "0F"));
+    EXPECT_THAT(row(messages, 0), testing::ElementsAre("0.000000", "Door", "17", "1", "0F"));
+    EXPECT_THAT(row(messages, 1), testing::ElementsAre("0.001500", "Front", "0x100", "2", "AB 00"));
 }
 
 TEST_F(LiveFeedTest, TheListHoldsTheLastMessagesAndNoMore) {

@@ -57,8 +57,10 @@ class RecordingQueueTest : public ::testing::Test {
             std::array<std::uint8_t, 72> record{};
             std::memcpy(record.data(), &sent, sizeof sent);
             record[4] = 1;
+            queue->setHorizon(sent);
             queue->write(sent % 2, sent, record.data(), record.size());
         }
+        queue->setHorizon(sent);
     }
     std::vector<std::string> close() {
         queue->beginClose();

@@ -85,6 +85,10 @@ TEST_F(Recordings, LyingLengthsAndSizesReadNothingOutsideTheRecord) {
     recording->write(0, time, lin->data(), lin->size() - 1);
     recording->write(0, time, lin->data(), lin->size());
     EXPECT_EQ(added().size(), 28U + 8U + 8U + 4U);
+    EXPECT_TRUE(recording->close());
+    const std::string end = contentOf(recording->path()).substr(seen);
+    ASSERT_EQ(end.size(), 52U) << "the channel's counts";
+    EXPECT_EQ(std::pair(end[24], end[36]), std::pair('\2', '\1')) << "came, lost";
 }
 
 TEST_F(Recordings, OpeningErrorsNameTheReasonAndKeepWhatIsThere) {

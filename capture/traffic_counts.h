@@ -1,0 +1,58 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+/// What was read from one interface since data read was started.
+struct FrameCounts {
+    std::uint64_t kept = 0;       ///< EtherType 0x99FE
+    std::uint64_t foreign = 0;    ///< all others
+    std::uint64_t malformed = 0;  ///< of the kept: those that couldn't be decoded to their end
+    std::uint64_t dropped = 0;    ///< by the system, before they could be read
+};
+
+/// What became of the messages in the kept frames, as far as they were decoded. A data message that
+/// isn't counted here as one that nobody gets is in the counts of its channel.
+struct MessageCounts {
+    /// A CM ID that no module has, and how many data messages had it.
+    struct Unknown {
+        std::uint16_t cmId = 0;
+        std::uint64_t messages = 0;
+    };
+
+    std::uint64_t data = 0;
+    std::uint64_t moduleStatus = 0;
+    std::uint64_t busStatus = 0;
+    std::uint64_t other = 0;              ///< of a type that isn't evaluated
+    std::uint64_t empty = 0;              ///< data messages that hold no CAN message
+    std::uint64_t unknownModule = 0;      ///< data messages whose CM ID no module has
+    std::uint64_t unknownChannel = 0;     ///< whose interface the module doesn't have
+    std::array<Unknown, 8> unknown = {};  ///< the first CM IDs of `unknownModule`
+
+    void addUnknownModule(std::uint16_t cmId) {
+        ++unknownModule;
+        const auto place = std::ranges::find_if(unknown, [cmId](const Unknown& entry) {
+            return entry.messages == 0 || entry.cmId == cmId;
+        });
+        if (place != unknown.end()) {
+            place->cmId = cmId;
+            ++place->messages;
+        }
+    }
+};
+
+/// Frames of one module, and what its sequence counter says: a hint only, as a module may have
+/// several counters.
+struct SequenceCounts {
+    std::uint64_t frames = 0;
+    std::uint64_t gaps = 0;  ///< frames whose counter isn't the successor of the one before
+    std::uint16_t last = 0;
+
+    void note(std::uint16_t counter) {
+        gaps += frames != 0 && counter != static_cast<std::uint16_t>(last + 1) ? 1 : 0;
+        ++frames;
+        last = counter;
+    }
+};
