@@ -82,9 +82,8 @@ void PcapngReader::stop(const std::string& reason) {
 
 /// The block at `position`, and on to the next. False at the end, and where it can't be read.
 bool PcapngReader::readBlock(Block& block) {
-    const std::uint64_t left = file.getSize() - position;
     constexpr std::size_t least = 12;
-    if (left == 0 && position != 0) {
+    if (position == file.getSize() && position != 0) {
         return false;
     }
     const auto head = file.view(position, least);
@@ -110,15 +109,14 @@ bool PcapngReader::readBlock(Block& block) {
         stop(fmt::format("the block at {} has no possible length", position));
         return false;
     }
-    if (block.size > left) {
-        stop("it ends within a block");
-        return false;
-    }
     const std::uint64_t tailAt = position + block.size - blockTail;
     const bool isShort = block.size <= longestBody;
     const auto whole = isShort ? file.view(position, block.size) : file.view(tailAt, blockTail);
-    if (whole.size() < (isShort ? block.size : blockTail) ||
-        get32(whole, whole.size() - blockTail) != block.size) {
+    if (whole.size() < (isShort ? block.size : blockTail)) {
+        stop(file.getErrorText().empty() ? "it ends within a block" : file.getErrorText());
+        return false;
+    }
+    if (get32(whole, whole.size() - blockTail) != block.size) {
         stop(fmt::format("the block at {} has another length at its end", position));
         return false;
     }
