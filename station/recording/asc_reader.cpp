@@ -138,10 +138,8 @@ void AscReader::readHeader(std::string_view line) {
     const std::string_view word = words.next();
     if (word == "//") {
         readComment(words);
-    } else if (equals(word, "date")) {
-        hasHeader = true;
-        setStart(words.getRest());
-    } else if (equals(word, "begin") && equals(words.next(), "triggerblock")) {
+    } else if (equals(word, "date") ||
+               (equals(word, "begin") && equals(words.next(), "triggerblock"))) {
         hasHeader = true;
         setStart(words.getRest());
     } else if (equals(word, "base")) {

@@ -29,15 +29,14 @@ std::string escaped(const std::string& name) {
     return text;
 }
 
-/// Local time as "Tue Nov 14 10:13:20.000 pm 2023", in English whatever the locale.
+/// Local time as "Tue Nov 14 22:13:19.000 2023", in English whatever the locale.
 std::string dateText(const std::tm& local) {
     static constexpr const char* days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
     static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    return fmt::format("{} {} {:02} {:02}:{:02}:{:02}.000 {} {}", days[local.tm_wday],
-                       months[local.tm_mon], local.tm_mday, (local.tm_hour + 11) % 12 + 1,
-                       local.tm_min, local.tm_sec, local.tm_hour < 12 ? "am" : "pm",
-                       local.tm_year + 1900);
+    return fmt::format("{} {} {:02} {:02}:{:02}:{:02}.000 {}", days[local.tm_wday],
+                       months[local.tm_mon], local.tm_mday, local.tm_hour, local.tm_min,
+                       local.tm_sec, local.tm_year + 1900);
 }
 
 std::string zoneText(long secondsEast) {

@@ -221,10 +221,10 @@ TEST(AscRecordingTest, LinesAreThoseOfTheFormatAndTimesDontHangOnTheReadersZone)
     EXPECT_EQ(read(path).messages.at(0).time, start - 789);
     ::unsetenv("TZ");
     ::tzset();
-    EXPECT_EQ(contentOf(path), R"(date Wed Nov 15 03:43:19.000 am 2023
+    EXPECT_EQ(contentOf(path), R"(date Wed Nov 15 03:43:19.000 2023
 base hex  timestamps absolute
 internal events logged
-Begin Triggerblock Wed Nov 15 03:43:19.000 am 2023
+Begin Triggerblock Wed Nov 15 03:43:19.000 2023
 // start 1699999999000000000 ns UTC, zone UTC+05:30
 // channel CAN 1 Front
 // channel LIN 1 A\\\n
@@ -234,7 +234,7 @@ Begin Triggerblock Wed Nov 15 03:43:19.000 am 2023
    1.123456 CANFD   1 Rx   1A2                                        0 0 9 12 F9 FA FB FC FD FE FF 00 01 00 00 00        0    0     1000        0        0        0        0        0
    1.123456 Li 22              Rx     1 90  checksum = 6F   header time =   0, full time =   0  CSM = classic
 End TriggerBlock
-Begin Triggerblock Wed Nov 15 03:43:17.000 am 2023
+Begin Triggerblock Wed Nov 15 03:43:17.000 2023
 // start 1699999997000000000 ns UTC, zone UTC+05:30
    0.000000 Start of measurement
    1.123456 L2 22              Rx     2 90 91  checksum = 01   header time =   0, full time =   0
