@@ -134,21 +134,22 @@ TEST_F(ForeignRecordings, AscLinesOfOtherPrograms) {
     ::tzset();
     for (const char* date : {"Tue Nov 14 10:13:20.250 pm 2023", "Die Nov 14 22:13:20.250 2023"}) {
         EXPECT_THAT(
-            read("a.asc",
-                 std::string("date ") + date +
-                     "\nbase dec  timestamps relative\nno internal events logged\n"
-                     "   0.5000 2  291x            Rx   d 2 171 205 Length = 1 ID = 291x\n"
-                     "   0.2500 CANFD   1 Tx  291  Name of it 1 0 9 12 1 2 3\n"
-                     "   0.2500 CANFD   1 Tx  291  Name 1 0 9 12 1 2 3 4 5 6 7 8 9 0 1 2 0 0\n"
-                     "   0.0000 L7 17 Tx 1 18 checksum = 19\n"
-                     "   0.0000 1  ErrorFrame\n"
-                     "   0.0000 1  291             Rx   r 2\n"
-                     "   0.0000 1  Statistic: D 0 R 0\n"),
+            read(
+                "a.asc",
+                std::string("date ") + date +
+                    "\nbase dec  timestamps relative\nno internal events logged\n"
+                    "   0.5000 2  291x            Rx   d 2 171 205 Length = 1 ID = 291x\n"
+                    "   0.2500 CANFD   1 Tx  291  Name of it 1 0 9 12 1 2 3\n"
+                    "   0.2500 CANFD   1 Tx  291  Name 1 0 9 12 1 2 3 4 5 6 7 8 9 0 1 2 0 0\n"
+                    "   0.0000 L7 17 Tx 1 18 checksum = 19\n"
+                    "   0.0000 1  ErrorFrame\n"
+                    "   0.0000 1  291             Rx   r 0\n   0.0000 CANFD   1 Rx  291  0 0 8  0\n"
+                    "   0.0000 1  Statistic: D 0 R 0\n"),
             ElementsAre("CAN CAN 2 1699992800750000000 123x#abcd",
                         "CAN CAN 1 1699992801250000000 123#010203040506070809000102",
                         "LIN LIN 7 1699992801250000000 11#12 13"))
             << date;
-        EXPECT_EQ(there.skipped, 4U);
+        EXPECT_EQ(there.skipped, 5U);
     }
     EXPECT_THAT(read("b.asc",
                      "date Mit Dez 31 11:00:00 2025\nbase hex  timestamps absolute\n"
@@ -157,6 +158,21 @@ TEST_F(ForeignRecordings, AscLinesOfOtherPrograms) {
                 ElementsAre("CAN CAN 1 1685484001500000000 7ff#0102030405060708"));
     ::unsetenv("TZ");
     ::tzset();
+}
+
+TEST_F(ForeignRecordings, TablesThatAnotherProgramStoredAgain) {
+    EXPECT_THAT(
+        read("a.csv",
+             "time,channel,bus,id,extended,length,data,checksum\r\n"
+             "\"2023-11-14 22:13:20.5\",\"A\",\"CAN\",\"291\",\"1\",\"1\",\"AB\",\"\"\r\n"
+             "2023-11-14T22:13:20Z,B,LIN,0x11,0,0,,19\n"
+             "2023-11-14T22:13:20Z,B,LIN,0x40,0,0,,19\n"
+             "2023-11-14T22:13:20Z,B,LIN,0x11,0,0,,\n"
+             "2023-11-14T22:13:20Z,A,CAN,0x11,0,2,01,\n"
+             "2023-11-14T22:13:20Z,A,CAN,0x11,0,1,01,,\n"
+             "2023-11-14T22:13:20Z,A,FlexRay,0x11,0,1,01,\n"),
+        ElementsAre("CAN A 1700000000500000000 123x#ab", "LIN B 1700000000000000000 11# 13"));
+    EXPECT_EQ(there.skipped, 5U);
 }
 
 TEST_F(ForeignRecordings, WhatIsNoRecordingOrTooMuchIsSaid) {
