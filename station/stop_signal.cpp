@@ -87,7 +87,12 @@ bool StopSignal::waitUntil(std::chrono::steady_clock::time_point moment) {
 }
 
 void StopSignal::watch() {
-    if (!waitForSignal(forever)) {
+    int signal = 0;
+    do {
+        signal = waitForSignal(forever);
+        hadHangup = hadHangup || signal == SIGHUP;
+    } while (signal == SIGHUP && keepsHangups);
+    if (signal == 0) {
         return;
     }
     raise(request);
@@ -96,7 +101,7 @@ void StopSignal::watch() {
     do {
         seen = looks;
         waited = patience;
-        if (waitForSignal(waited)) {
+        if (waitForSignal(waited) != 0) {
             endProgram();
         }
         pollfd end{destroyed, POLLIN, 0};
@@ -107,13 +112,13 @@ void StopSignal::watch() {
     endProgram();
 }
 
-/// False after that time, and when the object goes.
-bool StopSignal::waitForSignal(int milliseconds) {
+/// Its number; 0 after that time, and when the object goes.
+int StopSignal::waitForSignal(int milliseconds) {
     pollfd watched[] = {{signals, POLLIN, 0}, {destroyed, POLLIN, 0}};
     while (poll(watched, std::size(watched), milliseconds) < 0) {
     }
     signalfd_siginfo info{};
-    return read(signals, &info, sizeof info) == sizeof info;
+    return read(signals, &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
 }
 
 /// Says so where standard error takes it at once.

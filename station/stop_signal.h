@@ -25,6 +25,10 @@ class StopSignal {
     /// true.
     bool waitUntil(std::chrono::steady_clock::time_point moment);
     bool isRequested() { return waitUntil(std::chrono::steady_clock::time_point::min()); }
+    /// From now on SIGHUP asks for no stop; `takeHangup` tells whether one came since the last
+    /// call.
+    void keepHangups() { keepsHangups = true; }
+    bool takeHangup() { return hadHangup.exchange(false); }
     /// From now on the program waits for nobody but the system: only a second request ends it.
     void beginCleanUp() { patience = forever; }
     /// For a program that may do more between two looks than most.
@@ -39,14 +43,16 @@ class StopSignal {
     static constexpr int forever = -1;
 
     void watch();
-    bool waitForSignal(int milliseconds);
+    int waitForSignal(int milliseconds);
     [[noreturn]] void endProgram();
 
     int signals = -1;
     int request = -1;  ///< readable once the request is there
     int destroyed = -1;
     std::atomic<int> patience{400};  ///< milliseconds
-    std::atomic<int> looks{0};       ///< how often the program has seen the request
+    std::atomic<bool> keepsHangups{false};
+    std::atomic<bool> hadHangup{false};
+    std::atomic<int> looks{0};  ///< how often the program has seen the request
     std::atomic<const char*> farewell{nullptr};
     std::atomic<int> farewellDescriptor{-1};
     std::thread watcher;

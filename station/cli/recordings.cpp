@@ -3,11 +3,55 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
+#include <span>
+#include <string_view>
 
+#include "station/cli/commands.h"
 #include "station/errors.h"
 #include "station/terminal_text.h"
 
 namespace station {
+namespace {
+
+constexpr double mostKept = 1e6;  // files
+
+struct Unit {
+    std::string_view name;
+    double amount;
+};
+constexpr Unit sizeUnits[] = {{"kB", 1e3}, {"MB", 1e6}, {"GB", 1e9}, {"TB", 1e12}, {"B", 1.0}};
+constexpr Unit timeUnits[] = {  // nanoseconds
+    {"min", 60e9},
+    {"s", 1e9},
+    {"h", 3600e9},
+    {"d", 86400e9}};
+constexpr Unit countUnits[] = {{"", 1.0}};
+
+/// A number above 0 and one of the units, at least 1 in all.
+std::uint64_t parseAmount(const char* option, const std::string& text,
+                          std::span<const Unit> units) {
+    constexpr double most = 1e18;
+    double number = 0.0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, failure] = std::from_chars(text.data(), end, number);
+    const std::string_view unit(rest, static_cast<std::size_t>(end - rest));
+    const auto found = std::ranges::find(units, unit, &Unit::name);
+    if (failure == std::errc() && found != units.end()) {
+        const double amount = number * found->amount;
+        if (amount >= 1.0 && amount <= most) {
+            return static_cast<std::uint64_t>(amount);
+        }
+    }
+    std::string known;
+    for (const Unit& each : units) {
+        known += (known.empty() ? "" : ", ") + std::string(each.name);
+    }
+    throw UserError(fmt::format("{}: \"{}\" is no amount; write a number{}", option, text,
+                                known.empty() ? "" : " and one of " + known));
+}
+
+}  // namespace
 
 void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
     command
@@ -23,10 +67,57 @@ void addOverwriteOption(CLI::App& command, bool& overwrites) {
                      "Overwrite recordings that are there; without it they are refused");
 }
 
+void addPartOptions(CLI::App& command, PartOptions& options) {
+    command
+        .add_option("--rotate", options.rotate,
+                    "Record into one file after the other, each up to size=2GB, time=1h or count=N "
+                    "messages; may be given again. SIGHUP begins another one at once")
+        ->type_name("RULE")
+        ->expected(1)
+        ->take_all();
+    command
+        .add_option("--keep", options.keep,
+                    "Of these files keep the newest N, and remove the others")
+        ->type_name("N")
+        ->check(within(1, mostKept));
+    command
+        .add_option("--min-free", options.minFree,
+                    "Record nothing while less than SIZE, such as 2GB, is free on the disk")
+        ->type_name("SIZE");
+}
+
+PartRules parsePartRules(const PartOptions& options) {
+    PartRules rules;
+    rules.goesOn = true;
+    rules.keep = options.keep;
+    for (const std::string& rule : options.rotate) {
+        const std::string name = rule.substr(0, rule.find('='));
+        const std::string amount = rule.substr(std::min(name.size() + 1, rule.size()));
+        if (name == "size") {
+            rules.bytes = parseAmount("--rotate", amount, sizeUnits);
+        } else if (name == "time") {
+            rules.nanoseconds =
+                static_cast<std::int64_t>(parseAmount("--rotate", amount, timeUnits));
+        } else if (name == "count") {
+            rules.records = parseAmount("--rotate", amount, countUnits);
+        } else {
+            throw UserError(fmt::format(
+                "--rotate: \"{}\" is no rule; there are size=2GB, time=1h and count=N", rule));
+        }
+    }
+    if (!options.minFree.empty()) {
+        rules.leastFreeBytes = parseAmount("--min-free", options.minFree, sizeUnits);
+    }
+    if (rules.keep != 0 && !rules.isRotating()) {
+        throw UserError("--keep is for recordings in several files: say when with --rotate");
+    }
+    return rules;
+}
+
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,
-                    bool overwrites) {
+                    bool overwrites, const PartRules& rules) {
     for (const std::string& path : paths) {
-        recordings.open(path, overwrites);
+        recordings.open(path, overwrites, rules);
     }
 }
 

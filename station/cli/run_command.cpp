@@ -49,6 +49,7 @@ struct RunOptions {
     std::string plugin;
     double sampleRate = MasterClock::defaultSampleRate;
     std::vector<std::string> recordings;
+    PartOptions parts;
     double duration = 0.0;
     double waitingMegabytes = static_cast<double>(RecordingQueue::defaultLimit) / megabyte;
     bool overwrite = false;
@@ -81,6 +82,9 @@ std::string measure(const RunOptions& options, Measurement& measurement, LiveVie
             measurement.leaveStalledDisk();
             measurement.requestStop();
             std::this_thread::sleep_until(nextPoll);
+        }
+        if (stop.takeHangup()) {
+            measurement.endParts();
         }
         const auto now = Clock::now();
         nextPoll = std::max(nextPoll + Measurement::period, now);
@@ -146,7 +150,8 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
                    "there is nothing to capture");
     checkCapturePermission();
     const auto recordings = std::make_shared<RecordingSet>();
-    openRecordings(*recordings, options.recordings, options.overwrite);
+    openRecordings(*recordings, options.recordings, options.overwrite,
+                   parsePartRules(options.parts));
     const auto session = openSession(options.plugin, options.setup, options.sampleRate);
     addModules(*session, options.modules);
     requireModules(!session->getModules().empty(), options.setup + " has no modules");
@@ -158,6 +163,9 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
 
     const int tableDescriptor = options.json ? STDERR_FILENO : STDOUT_FILENO;
     LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
+    if (!options.recordings.empty() && !isTerminal(STDOUT_FILENO) && !isTerminal(STDERR_FILENO)) {
+        stop.keepHangups();
+    }
     stop.setFarewell(view.getRestore(), tableDescriptor);
     if (measurement.summarize().channels.empty()) {
         view.tell(
@@ -208,6 +216,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         ->check(within(1.0, MasterClock::highestSampleRate));
     addRecordOption(*command, options->recordings);
     addOverwriteOption(*command, options->overwrite);
+    addPartOptions(*command, options->parts);
     command
         ->add_option("--duration", options->duration,
                      "End after S seconds, also if a leading clock is still awaited")

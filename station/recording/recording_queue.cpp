@@ -41,6 +41,9 @@ struct RecordingQueue::Shared {
                 givenBack();
             } else {
                 write(presentHorizon);
+                if (isPartToEnd.exchange(false)) {
+                    recordings->endParts();
+                }
                 publish(recordings->flush());
             }
         }
@@ -109,6 +112,7 @@ struct RecordingQueue::Shared {
     std::int64_t presentHorizon = nothing;  ///< the same, for a flush
     TimeMerge merge;                        ///< the same
     std::atomic<bool> isToBeClosed{false};  ///< else it is left to the owner
+    std::atomic<bool> isPartToEnd{false};
     mutable Mutex lock;
     std::condition_variable_any changed;
     std::deque<std::unique_ptr<MessageChunk>> waiting CMP_GUARDED_BY(lock);
@@ -225,6 +229,10 @@ std::vector<std::string> RecordingQueue::flush() {
         texts.push_back(lateText(count));
     }
     return texts;
+}
+
+void RecordingQueue::endParts() {
+    shared->isPartToEnd = true;
 }
 
 void RecordingQueue::beginClose() {

@@ -44,6 +44,8 @@ class RecordingQueue {
     /// Nothing that is written from now on is expected to be older. Until this is said a message
     /// is held back.
     void setHorizon(std::int64_t utcNanoseconds) { latestHorizon = utcNanoseconds; }
+    /// What is written from now on, or came in shortly before, goes into other parts.
+    void endParts();
     /// How many messages came in behind it and are behind a later one in the recordings.
     std::uint64_t getLate() const;
     /// Has the thread write out what there is. To be called twice a second. Returns what the user

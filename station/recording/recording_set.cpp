@@ -1,6 +1,7 @@
 #include "station/recording/recording_set.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace station {
@@ -17,11 +18,6 @@ RecordingSet::~RecordingSet() {
             recording->cancel();
         }
     }
-}
-
-void RecordingSet::add(std::unique_ptr<Recording> recording) {
-    recordings.push_back(std::move(recording));
-    reported.push_back(false);
 }
 
 void RecordingSet::addChannel(const ChannelDescription& channel) {
@@ -57,31 +53,36 @@ void RecordingSet::write(std::size_t channel, std::int64_t utcNanoseconds, const
 }
 
 std::vector<std::string> RecordingSet::flush() {
+    const auto now = RecordingSeries::Clock::now();
     for (const auto& recording : recordings) {
-        recording->flush();
+        recording->flush(now);
     }
-    return newFailures();
+    return takeTexts();
+}
+
+void RecordingSet::endParts() {
+    for (const auto& recording : recordings) {
+        recording->endPart();
+    }
 }
 
 std::vector<std::string> RecordingSet::close() {
     closed = true;
     // All of it is written before one disk is waited for.
+    const auto now = RecordingSeries::Clock::now();
     for (const auto& recording : recordings) {
-        recording->flush();
+        recording->flush(now);
     }
     for (const auto& recording : recordings) {
         recording->close();
     }
-    return newFailures();
+    return takeTexts();
 }
 
-std::vector<std::string> RecordingSet::newFailures() {
+std::vector<std::string> RecordingSet::takeTexts() {
     std::vector<std::string> texts;
-    for (std::size_t i = 0; i < recordings.size(); ++i) {
-        if (recordings[i]->failed() && !reported[i]) {
-            reported[i] = true;
-            texts.push_back(recordings[i]->errorText());
-        }
+    for (const auto& recording : recordings) {
+        std::ranges::move(recording->takeTexts(), std::back_inserter(texts));
     }
     return texts;
 }
@@ -99,15 +100,21 @@ bool RecordingSet::haveAllFailed() const {
 std::vector<RecordingSummary> RecordingSet::summarize() const {
     std::vector<RecordingSummary> summaries;
     for (std::size_t i = 0; i < recordings.size(); ++i) {
-        const Recording& recording = *recordings[i];
-        RecordingSummary summary{recording.path(),           recording.formatName(),
-                                 recording.recordsWritten(), recording.bytesWritten(),
-                                 recording.recordsLost(),    recording.errorText()};
+        const RecordingSeries& recording = *recordings[i];
+        const auto channelCounts = recording.channelCounts();
+        RecordingSummary summary{.path = recording.path(),
+                                 .partPath = recording.getPartPath(),
+                                 .parts = recording.getPartCount(),
+                                 .format = recording.formatName(),
+                                 .records = recording.recordsWritten(),
+                                 .bytes = recording.bytesWritten(),
+                                 .lost = recording.recordsLost(),
+                                 .error = recording.errorText()};
         for (std::size_t at = i; at < handles.size(); at += recordings.size()) {
             if (handles[at] == notHeld) {
                 summary.channels.push_back({});
             } else {
-                const auto& counts = recording.channelCounts()[handles[at]];
+                const auto& counts = channelCounts[handles[at]];
                 summary.channels.push_back(
                     {true, counts.written, counts.lost, leftOut[summary.channels.size()]});
             }

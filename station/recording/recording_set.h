@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "station/recording/message_filter.h"
-#include "station/recording/recording.h"
+#include "station/recording/recording_series.h"
 
 namespace station {
 
@@ -22,11 +22,13 @@ struct RecordingSummary {
     };
 
     std::string path;
+    std::string partPath;  ///< of the file that is written, or was last
+    std::size_t parts = 1;
     std::string format;
     std::uint64_t records = 0;  ///< in the file
     std::uint64_t bytes = 0;    ///< in the file
     std::uint64_t lost = 0;
-    std::string error;                   ///< empty: none
+    std::string error;                   ///< the last; empty: none
     std::vector<Channel> channels = {};  ///< in the order in which they were added
 };
 
@@ -34,7 +36,7 @@ struct RecordingSummary {
 std::string lateText(std::uint64_t messages);
 
 /// The recordings of one measurement. Each has all channels that its format can hold. One that
-/// fails is closed and reported; the others go on. Called on one thread at a time.
+/// fails is reported; the others go on. Called on one thread at a time.
 class RecordingSet {
   public:
     RecordingSet() = default;
@@ -45,10 +47,12 @@ class RecordingSet {
     RecordingSet& operator=(const RecordingSet&) = delete;
 
     /// As `openRecording`. Before the first channel is added, as the next.
-    void open(const std::string& path, bool overwrite = false) {
-        add(openRecording(path, overwrite));
+    void open(const std::string& path, bool overwrite = false, const PartRules& rules = {}) {
+        recordings.push_back(std::make_unique<RecordingSeries>(path, overwrite, rules));
     }
-    void add(std::unique_ptr<Recording> recording);
+    void add(std::unique_ptr<Recording> recording) {
+        recordings.push_back(std::make_unique<RecordingSeries>(std::move(recording)));
+    }
     /// Only what passes is written. Before the first channel is added; it isn't owned and outlives
     /// this.
     void setFilter(MessageFilter* wanted) { filter = wanted; }
@@ -60,8 +64,10 @@ class RecordingSet {
                std::size_t size);
     /// Messages that `write` was given so far.
     std::uint64_t getCount() const { return count; }
-    /// To be called at least once a second. Returns a text for each recording that has failed since
-    /// the last call.
+    /// The next message of each goes into another part.
+    void endParts();
+    /// To be called at least once a second. Returns a text for each recording that has failed, or
+    /// goes on, since the last call.
     std::vector<std::string> flush();
     /// The same, and closes all once each has written what it has.
     std::vector<std::string> close();
@@ -76,11 +82,10 @@ class RecordingSet {
   private:
     static constexpr std::size_t notHeld = static_cast<std::size_t>(-1);
 
-    std::vector<std::string> newFailures();
+    std::vector<std::string> takeTexts();
 
-    std::vector<std::unique_ptr<Recording>> recordings;
+    std::vector<std::unique_ptr<RecordingSeries>> recordings;
     std::vector<std::size_t> handles;  ///< by channel, and in it by recording; `notHeld`: not in it
-    std::vector<bool> reported;        ///< by recording: its failure was returned
     MessageFilter* filter = nullptr;   ///< null: none
     std::vector<std::uint64_t> leftOut;  ///< by channel, by the filter
     std::uint64_t count = 0;

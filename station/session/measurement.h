@@ -37,6 +37,8 @@ class Measurement {
     /// Returns what the user must know: lost messages, failed recordings, network interfaces that
     /// come and go.
     std::vector<std::string> poll(Clock::time_point now);
+    /// Each recording goes on in another file.
+    void endParts() { queue.endParts(); }
     /// Marks the end: what was stamped up to now is still waited for.
     void requestStop();
     /// A disk that takes nothing for half a second at the end isn't waited for. Lost is then what

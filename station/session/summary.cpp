@@ -163,6 +163,10 @@ Json toJson(const RecordingSummary& recording) {
                    {"records", recording.records},
                    {"bytes", recording.bytes},
                    {"lost", recording.lost}};
+    if (recording.parts != 1) {
+        result["parts"] = recording.parts;
+        result["part"] = recording.partPath;
+    }
     if (!recording.error.empty()) {
         result["error"] = recording.error;
     }
@@ -398,7 +402,8 @@ std::vector<std::string> toTable(const Summary& summary) {
     addTraffic(summary, lines);
     for (const RecordingSummary& recording : summary.recordings) {
         lines.push_back(fmt::format(
-            "{}: {} records, {} bytes{}{}", recording.path, recording.records, recording.bytes,
+            "{}: {} records, {} bytes{}{}{}", recording.path, recording.records, recording.bytes,
+            recording.parts == 1 ? "" : fmt::format(", {} parts", recording.parts),
             recording.lost == 0 ? "" : fmt::format(", LOST {}", recording.lost),
             recording.error.empty() ? "" : "  FAILED: " + recording.error));
     }

@@ -169,7 +169,7 @@ TEST_F(ForeignRecordings, TablesThatAnotherProgramStoredAgain) {
              "2023-11-14T22:13:20Z,B,LIN,0x40,0,0,,19\n"
              "2023-11-14T22:13:20Z,B,LIN,0x11,0,0,,\n"
              "2023-11-14T22:13:20Z,A,CAN,0x11,0,2,01,\n"
-             "2023-11-14T22:13:20Z,A,CAN,0x11,0,1,01,,\n"
+             "2023-11-14T22:13:20Z,A,CAN,0x11,0,1,01,,x\n"
              "2023-11-14T22:13:20Z,A,FlexRay,0x11,0,1,01,\n"),
         ElementsAre("CAN A 1700000000500000000 123x#ab", "LIN B 1700000000000000000 11# 13"));
     EXPECT_EQ(there.skipped, 5U);

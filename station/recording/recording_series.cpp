@@ -1,0 +1,233 @@
+#include "station/recording/recording_series.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <numeric>
+#include <utility>
+
+namespace station {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto retryPeriod = 1s;
+/// What a disk must have more than the user wants left before a part is begun: else one part after
+/// the other would begin and end.
+constexpr std::uint64_t roomToGoOn = std::uint64_t{16} << 20U;
+
+std::string sessionNow() {
+    return fmt::format("{:%Y%m%dT%H%M%SZ}", fmt::gmtime(std::time(nullptr)));
+}
+
+}  // namespace
+
+RecordingSeries::RecordingSeries(std::string path, bool overwrite, PartRules partRules)
+    : wantedPath(std::move(path)), rules(partRules), session(sessionNow()) {
+    openPart(overwrite);
+    format = part->formatName();
+    acceptsBus[0] = part->accepts(BusType::Can);
+    acceptsBus[1] = part->accepts(BusType::Lin);
+}
+
+RecordingSeries::RecordingSeries(std::unique_ptr<Recording> recording)
+    : wantedPath(recording->path()),
+      format(recording->formatName()),
+      acceptsBus{recording->accepts(BusType::Can), recording->accepts(BusType::Lin)},
+      part(std::move(recording)),
+      partPath(wantedPath),
+      partNumber(1) {}
+
+std::string RecordingSeries::pathOf(std::size_t number) const {
+    if (number == 1 && !rules.isRotating()) {
+        return wantedPath;
+    }
+    const std::filesystem::path whole(wantedPath);
+    return whole.parent_path() / fmt::format("{}-{}-{:04}{}", whole.stem().string(), session,
+                                             number, whole.extension().string());
+}
+
+void RecordingSeries::openPart(bool overwrite) {
+    const std::string next = pathOf(partNumber + 1);
+    std::unique_ptr<Recording> opened = openRecording(next, overwrite);
+    opened->setOnProgress(onProgress);
+    for (const ChannelDescription& channel : channels) {
+        opened->addChannel(channel);
+    }
+    part = std::move(opened);
+    partPath = next;
+    ++partNumber;
+    partRecords = 0;
+    isPartToEnd = false;
+}
+
+std::size_t RecordingSeries::addChannel(const ChannelDescription& channel) {
+    channels.push_back(channel);
+    countsBefore.emplace_back();
+    return part->addChannel(channel);
+}
+
+void RecordingSeries::setOnProgress(std::function<void()> call) {
+    onProgress = std::move(call);
+    if (part) {
+        part->setOnProgress(onProgress);
+    }
+}
+
+void RecordingSeries::cancel() {
+    if (part && partNumber == 1) {
+        part->cancel();
+    }
+}
+
+void RecordingSeries::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+                            std::size_t size) {
+    if (part && partRecords != 0 && isPartFull(utcNanoseconds)) {
+        leavePart();
+        try {
+            openPart(false);
+        } catch (const std::runtime_error& failure) {
+            error = failure.what();
+            noteFailure();
+        }
+    }
+    if (!part) {
+        ++(channel < countsBefore.size() ? countsBefore[channel].lost : lostOfNoChannel);
+        return;
+    }
+    if (partRecords++ == 0) {
+        partStart = utcNanoseconds;
+    }
+    part->write(channel, utcNanoseconds, record, size);
+}
+
+bool RecordingSeries::isPartFull(std::int64_t utcNanoseconds) const {
+    return isPartToEnd || (rules.records != 0 && partRecords >= rules.records) ||
+           (rules.bytes != 0 && part->bytesWritten() >= rules.bytes) ||
+           (rules.nanoseconds != 0 && utcNanoseconds - partStart >= rules.nanoseconds);
+}
+
+/// Closes it; its counts stay.
+void RecordingSeries::leavePart() {
+    if (!part->close()) {
+        error = part->errorText();
+        noteFailure();
+    }
+    for (std::size_t i = 0; i < countsBefore.size(); ++i) {
+        const Counts& counts = part->channelCounts()[i];
+        countsBefore[i].written += counts.written;
+        countsBefore[i].lost += counts.lost;
+    }
+    bytesBefore += part->bytesWritten();
+    std::uint64_t ofChannels = 0;
+    for (const Counts& counts : part->channelCounts()) {
+        ofChannels += counts.lost;
+    }
+    lostOfNoChannel += part->recordsLost() - ofChannels;
+    part.reset();
+    kept.push_back(partPath);
+    dropOldParts();
+}
+
+/// The one that is written next is among those kept.
+void RecordingSeries::dropOldParts() {
+    while (rules.keep != 0 && kept.size() >= rules.keep) {
+        std::error_code failure;
+        std::filesystem::remove(kept.front(), failure);
+        if (failure) {
+            texts.push_back(
+                fmt::format("{} can't be removed: {}", kept.front(), failure.message()));
+        }
+        kept.pop_front();
+    }
+}
+
+void RecordingSeries::noteFailure() {
+    if (!std::exchange(isFailureTold, true)) {
+        texts.push_back(rules.goesOn
+                            ? error + " It goes on in another file as soon as that is possible."
+                            : error);
+    }
+}
+
+void RecordingSeries::flush(Clock::time_point now) {
+    if (part && !part->flush()) {
+        error = part->errorText();
+        noteFailure();
+        if (rules.goesOn) {
+            leavePart();
+            lastTry = now;
+        }
+    } else if (part && !hasRoom(0)) {
+        error = fmt::format(
+            "Recording to \"{}\" paused: less is free on its disk than is to be left (--min-free). "
+            "Make room.",
+            partPath);
+        noteFailure();
+        leavePart();
+        lastTry = now;
+    }
+    if (!part) {
+        tryToGoOn(now);
+    }
+}
+
+void RecordingSeries::tryToGoOn(Clock::time_point now) {
+    if (!(rules.goesOn || rules.leastFreeBytes != 0) || now - lastTry < retryPeriod) {
+        return;
+    }
+    lastTry = now;
+    if (!hasRoom(roomToGoOn)) {
+        return;
+    }
+    try {
+        openPart(false);
+    } catch (const std::runtime_error&) {
+        return;  // its reason is the one that was told, or follows from it
+    }
+    isFailureTold = false;
+    texts.push_back(fmt::format("Recording goes on, in \"{}\".", partPath));
+}
+
+/// Whether so much more is free than is to be left. A disk that can't be asked has room.
+bool RecordingSeries::hasRoom(std::uint64_t more) const {
+    if (rules.leastFreeBytes == 0 && more == 0) {
+        return true;
+    }
+    std::error_code failure;
+    const auto folder = std::filesystem::path(wantedPath).parent_path();
+    const auto space = std::filesystem::space(folder.empty() ? "." : folder, failure);
+    return failure || space.available >= rules.leastFreeBytes + more;
+}
+
+void RecordingSeries::close() {
+    if (part && !part->close()) {
+        error = part->errorText();
+        noteFailure();
+    }
+}
+
+std::uint64_t RecordingSeries::total(std::uint64_t Counts::*count) const {
+    const std::vector<Counts> counts = channelCounts();
+    return std::accumulate(
+        counts.begin(), counts.end(), std::uint64_t{0},
+        [count](std::uint64_t sum, const Counts& channel) { return sum + channel.*count; });
+}
+
+std::uint64_t RecordingSeries::bytesWritten() const {
+    return bytesBefore + (part ? part->bytesWritten() : 0);
+}
+
+std::vector<RecordingSeries::Counts> RecordingSeries::channelCounts() const {
+    std::vector<Counts> counts = countsBefore;
+    for (std::size_t i = 0; part && i < counts.size(); ++i) {
+        counts[i].written += part->channelCounts()[i].written;
+        counts[i].lost += part->channelCounts()[i].lost;
+    }
+    return counts;
+}
+
+}  // namespace station
