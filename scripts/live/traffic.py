@@ -25,7 +25,7 @@ class Row(NamedTuple):
 
 
 def read_with_tshark(path, torn=False):
-    """The rows of a .pcapng or .log; the latter's have no names there."""
+    """The rows of a .pcapng, .blf or .log; those of a .log have no names there, and in a .blf CAN FD is CAN."""
     fields = ("frame.interface_name", "frame.time_epoch", "_ws.col.Protocol", "can.flags.xtd", "can.id",
               "lin.frame_id", "data.data")
     command = ["tshark", "-n", "-r", str(path), "-T", "fields", "-E", "separator=|"]
@@ -44,11 +44,12 @@ def _row(name, time, bus, extended, can_identifier, lin_identifier, data):
 
 
 def read_with_python_can(path, channels=None):
-    """The rows of a .log or .asc; the latter has numbers from 1 for `channels`."""
+    """The rows of a .log, .asc or .blf. The last two have numbers for names, from 1 and 0 on; `channels` are names by
+    those of an .asc."""
     import can
 
     asc = str(path).endswith(".asc")
-    reader = can.ASCReader(str(path), relative_timestamp=False) if asc else can.CanutilsLogReader(str(path))
+    reader = can.ASCReader(str(path), relative_timestamp=False) if asc else can.LogReader(str(path))
     return [
         Row(channels[m.channel] if channels else m.channel, round(m.timestamp * 1e6) * 1000,
             "CANFD" if m.is_fd else "CAN", m.arbitration_id | (EXTENDED if m.is_extended_id else 0), bytes(m.data))

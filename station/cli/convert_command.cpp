@@ -239,7 +239,11 @@ Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
             progress.show(reader.getProgress(), recordings.getCount());
         }
     }
+    copy.end();
     closeRecordings(recordings);
+    if (copy.getLate() != 0) {
+        printMessage(lateText(copy.getLate()));
+    }
     if (reader.getSkipped() != 0) {
         printMessage(
             fmt::format("{} records in {} are no CAN, CAN FD or LIN messages (errors, "

@@ -45,14 +45,25 @@ bool MessageCopy::poll() {
         if (!isThere) {
             return false;
         }
+        message.utcNanoseconds = std::min(message.utcNanoseconds, TimeMerge::all - 1);
         Channel& channel = channels[message.channel];
         channel.traffic.note(message.utcNanoseconds);
         std::memcpy(channel.last.data(), message.record.data(), message.size);
         channel.isFd |= message.size == CanRecord::size && CanRecord(message.record.data()).isFd();
-        recordings.write(message.channel, message.utcNanoseconds, message.record.data(),
-                         message.size);
+        newest = std::max(newest, message.utcNanoseconds);
+        horizon.note(message.utcNanoseconds);
+        merge.add({message.utcNanoseconds, static_cast<std::uint32_t>(message.channel),
+                   static_cast<std::uint32_t>(message.size)},
+                  message.record.data());
     }
+    record(horizon.step(newest));
     return true;
+}
+
+void MessageCopy::record(std::int64_t before) {
+    merge.release(before, [this](const TimeMerge::Head& head, const std::uint8_t* bytes) {
+        recordings.write(head.channel, head.utcNanoseconds, bytes, head.size);
+    });
 }
 
 Summary MessageCopy::summarize() const {
@@ -92,6 +103,7 @@ Summary MessageCopy::summarize() const {
         }
         summary.channels.push_back(std::move(entry));
     }
+    summary.outOfOrder = merge.getLate();
     summary.recordings = recordings.summarize();
     return summary;
 }

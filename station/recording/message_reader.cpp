@@ -5,9 +5,11 @@
 #include <string_view>
 
 #include "station/recording/asc_reader.h"
+#include "station/recording/blf_reader.h"
 #include "station/recording/candump_reader.h"
 #include "station/recording/csv_reader.h"
 #include "station/recording/input_file.h"
+#include "station/recording/mf4_reader.h"
 #include "station/recording/pcapng_reader.h"
 
 namespace station {
@@ -28,6 +30,9 @@ struct Format {
 using namespace std::string_view_literals;
 constexpr Format formats[] = {
     {"\x0A\x0D\x0D\x0A", ".pcapng", openPcapng},
+    {"LOGG", ".blf", openBlf},
+    {"MDF     ", ".mf4", openMf4},
+    {"UnFinMF ", ".mf4", openMf4},
     {"(", ".log", openAs<CandumpReader>},
     {"date ", ".asc", openAs<AscReader>},
     {"time,channel,", ".csv", openAs<CsvReader>},

@@ -9,8 +9,10 @@
 #include "station/errors.h"
 
 #include "station/recording/asc_recording.h"
+#include "station/recording/blf_recording.h"
 #include "station/recording/candump_recording.h"
 #include "station/recording/csv_recording.h"
+#include "station/recording/mf4_recording.h"
 #include "station/recording/pcapng_recording.h"
 
 namespace station {
@@ -34,7 +36,9 @@ struct Format {
 
 constexpr Format formats[] = {
     {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
+    {".blf", "compressed, all buses", openAs<BlfRecording>},
     {".log", "candump lines, CAN and CAN FD only", openAs<CandumpRecording>},
+    {".mf4", "MDF 4 bus logging, all buses", openAs<Mf4Recording>},
     {".asc", "text lines, all buses", openAs<AscRecording>},
     {".csv", "a table, all buses", openAs<CsvRecording>},
 };
@@ -42,10 +46,12 @@ constexpr Format formats[] = {
 }  // namespace
 
 void Recording::cancel() {
+    writePending();
     if (recordsWritten() + file.recordsBuffered() != 0 || failed()) {
         return;
     }
     file.discard();
+    isCompleted = true;
     if (file.isNew()) {
         std::error_code ignored;
         std::filesystem::remove(path(), ignored);

@@ -1,4 +1,5 @@
-"""Recordings of live and of stored frames, as tshark and python-can read them, against what was sent."""
+"""Recordings of live and of stored frames, as tshark, python-can and a reader here read them, against what was
+sent."""
 
 import json
 import os
@@ -9,6 +10,7 @@ import time
 import lab
 import traffic
 from case import MODULES, NAMES, RATE, Case, main
+from mf4_reader import Mf4
 
 
 class Recordings(Case):
@@ -19,9 +21,10 @@ class Recordings(Case):
         super().setUpClass()
         os.environ["TZ"] = "XYZ-5:30"  # .asc has local times
         time.tzset()
-        live, converted = ([cls.scratch / f"{name}.pcapng", cls.scratch / f"{name}.log"]
+        live, converted = ([cls.scratch / (name + ending) for ending in (".pcapng", ".log", ".blf", ".mf4")]
                            for name in ("live", "converted"))
         cls.asc, cls.csv = cls.scratch / "converted.asc", cls.scratch / "converted.csv"
+        cls.killed = cls.scratch / "killed.mf4"
         wire = cls.scratch / "wire.pcapng"
         station = lab.Station(NAMES, record=live)
         store = lab.spawn(["dumpcap", "-q", "-i", "veth0", "-B", "64", "-w", str(wire)], stderr=-3)
@@ -30,6 +33,7 @@ class Recordings(Case):
         cls.sent = lab.simulate(MODULES, "--rate", RATE, "--duration", 2, "--bad", 0.2, "--length", "0-64",
                                 "--per-frame", 5)
         station.settle()
+        cls.killed.write_bytes(live[-1].read_bytes())  # what would be there without its end
         report, _ = station.stop()
         store.send_signal(signal.SIGINT)
         store.wait(lab.PATIENCE)
@@ -43,7 +47,7 @@ class Recordings(Case):
     def test_tshark_reads_from_pcapng_what_was_sent_and_nothing_malformed(self):
         self.assertEqual(set(traffic.sent_counts(self.sent).values()), {2 * RATE})
         self.assertGreater(self.sent["badFrames"], self.sent["frames"] * 0.19)
-        for report, pcapng, _, tolerance in self.runs:
+        for report, pcapng, _, _, _, tolerance in self.runs:
             rows = self.expect_complete(self.sent, report, pcapng)
             self.assertEqual(traffic.time_differences(self.sent, traffic.names_of(report), rows, RATE, tolerance), [])
             self.assertEqual({row.bus for row in rows}, {"CAN", "CANFD", "LIN"})
@@ -52,7 +56,7 @@ class Recordings(Case):
                          [(m["type"], m["configId"], str(m["serial"])) for m in self.sent["modules"]])
 
     def test_python_can_and_tshark_read_from_a_log_the_can_messages_that_were_sent(self):
-        for report, pcapng, log, _ in self.runs:
+        for report, pcapng, log, *_ in self.runs:
             words = {key: traffic.word_of(name) for key, name in traffic.names_of(report).items()}
             rows = traffic.read_with_python_can(log)
             self.assertEqual(traffic.row_differences(self.sent, words, rows, log=True), [])
@@ -91,7 +95,7 @@ class Recordings(Case):
         self.expect_rows([row._replace(time=row.time + early) for row in rows], numbers, log=True, resolution=1000)
 
     def test_convert_reads_every_format_and_those_of_other_programs(self):
-        _, pcapng, log, _ = self.runs[1]
+        _, pcapng, log, *_ = self.runs[1]
         names = traffic.names_of(self.runs[1][0]).values()
         words = {name: traffic.word_of(name) for name in names}
         for source, words, is_log, resolution in ((pcapng, {}, False, 1), (self.csv, {}, False, 1),
@@ -113,7 +117,7 @@ class Recordings(Case):
             row._replace(name=f"CAN {channels.index(row.name) + 1}", time=row.time - shift) for row in there], rows), [])
 
     def test_convert_takes_what_is_asked_for_alone(self):
-        _, pcapng, log, _ = self.runs[1]
+        _, pcapng, log, *_ = self.runs[1]
         wire = self.scratch / "wire.pcapng"
         rows = traffic.read_with_tshark(pcapng)
         name = next(row.name for row in rows if row.bus != "LIN")
@@ -135,6 +139,29 @@ class Recordings(Case):
         _, errors = self.expect(3, "convert", "--quiet", torn, self.path("c.csv"))
         self.assertRegex(errors, r"ends within a line; \d+ bytes of it were left")
         self.assertEqual(len(traffic.read_csv(self.path("c.csv"))), len(log.read_text().splitlines()) - 1)
+    def test_tshark_and_python_can_read_from_a_blf_what_is_in_the_pcapng(self):
+        for report, pcapng, _, blf, *_ in self.runs:
+            rows = traffic.read_with_tshark(pcapng)
+            self.assertEqual(traffic.read_with_tshark(blf),
+                             [row._replace(bus=row.bus.replace("FD", "")) for row in rows])
+            names = [channel["name"] for channel in report["channels"]]
+            with_can = [row for row in rows if row.bus != "LIN"]
+            there = traffic.read_with_python_can(blf)
+            # Its times are floating-point numbers.
+            self.assertLessEqual(max(abs(a.time - b.time) for a, b in zip(there, with_can)), 1000)
+            self.assertEqual([row._replace(name=names[row.name], time=0) for row in there],
+                             [row._replace(time=0) for row in with_can])
+
+    def test_mf4_has_the_messages_of_pcapng_also_without_its_end(self):
+        for report, pcapng, _, _, mf4, _ in self.runs:
+            read = Mf4(mf4)
+            self.assertTrue(read.finalized)
+            self.assertEqual(read.rows, traffic.read_with_tshark(pcapng))
+            self.assertEqual(sorted(read.names.values()), sorted(channel["name"] for channel in report["channels"]))
+        live = Mf4(self.runs[0][4]).rows
+        self.assertEqual({len(row.data) for row in live} & {0, 8, 12, 20, 48, 64}, {0, 8, 12, 20, 48, 64})
+        self.assertFalse(Mf4(self.killed).finalized)
+        self.assertEqual(Mf4(self.killed).rows, live)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/bus_record.h"
+#include "station/errors.h"
 #include "station/recording/message_reader.h"
 
 #include "tests/support/test.h"
@@ -40,7 +41,12 @@ struct Contents {
 };
 
 inline Contents readBack(const std::string& path) {
-    const auto reader = openMessages(path);
+    std::unique_ptr<MessageReader> reader;
+    try {
+        reader = openMessages(path);
+    } catch (const UserError& error) {
+        EXPECT_EQ(error.getCode(), ExitCode::Unreadable);
+    }
     Contents contents{!reader, {}, 0, ""};
     if (reader) {
         RecordedMessage message;

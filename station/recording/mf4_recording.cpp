@@ -1,0 +1,422 @@
+#include "station/recording/mf4_recording.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <initializer_list>
+#include <span>
+
+#include "station/errors.h"
+#include "station/recording/bus_record.h"
+#include "station/recording/mf4_format.h"
+
+namespace station {
+namespace mf4 {
+namespace {
+
+constexpr char xmlNamespace[] = "http://www.asam.net/mdf/v4";
+constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+constexpr std::uint32_t busEventChannel = 0x400;
+constexpr std::size_t mostChannels = 255;
+
+// Places of fields behind a block's start.
+constexpr std::size_t lengthAt = 8;
+constexpr std::size_t headerCommentAt = blockHeaderSize + 5 * linkSize;
+constexpr std::size_t headerStartAt = blockHeaderSize + 6 * linkSize;
+constexpr std::size_t historyTimeAt = blockHeaderSize + 2 * linkSize;
+constexpr std::size_t cyclesAt = blockHeaderSize + 6 * linkSize + 8;
+constexpr std::size_t dataLinkAt = blockHeaderSize + 2 * linkSize;
+
+enum GroupIndex : std::size_t { classicCan, flexibleCan, linFrames, channelNames };
+
+struct Member {
+    const char* name;
+    std::uint32_t at;  ///< byte in the record behind its identifier
+    std::uint32_t bits;
+    DataType type = unsignedLittle;
+};
+
+constexpr Member canMembers[] = {{"BusChannel", 8, 8},  {"ID", 9, 29},
+                                 {"IDE", 13, 1},        {"DLC", 14, 4},
+                                 {"DataLength", 15, 8}, {"Dir", 16, 1},
+                                 {"EDL", 17, 1},        {"BRS", 18, 1},
+                                 {"ESI", 19, 1},        {"DataBytes", 20, 64, byteArray}};
+constexpr Member fdMembers[] = {{"BusChannel", 8, 8},  {"ID", 9, 29},
+                                {"IDE", 13, 1},        {"DLC", 14, 4},
+                                {"DataLength", 15, 8}, {"Dir", 16, 1},
+                                {"EDL", 17, 1},        {"BRS", 18, 1},
+                                {"ESI", 19, 1},        {"DataBytes", 20, 512, byteArray}};
+constexpr Member linMembers[] = {{"BusChannel", 8, 8},
+                                 {"ID", 9, 6},
+                                 {"Dir", 10, 1},
+                                 {"ReceivedDataByteCount", 11, 8},
+                                 {"DataLength", 12, 8},
+                                 {"Checksum", 13, 8},
+                                 {"DataBytes", 14, 64, byteArray}};
+constexpr Member nameMembers[] = {
+    {"BusChannel", 0, 8}, {"BusType", 1, 8}, {"Name", 2, nameSize * 8, textUtf8}};
+
+struct GroupLayout {
+    const char* frame;        ///< name of the structure, and in front of its members'
+    const char* acquisition;  ///< what tells groups of one frame apart
+    std::uint8_t bus;         ///< 0: no bus event
+    std::span<const Member> members;
+
+    std::uint32_t recordSize() const { return members.back().at + members.back().bits / 8; }
+};
+
+constexpr std::array<GroupLayout, Mf4Recording::groupCount> groups = {{
+    {"CAN_DataFrame", "CAN_DataFrame", canBus, canMembers},
+    {"CAN_DataFrame", "CAN_DataFrame (FD)", canBus, fdMembers},
+    {"LIN_Frame", "LIN_Frame", linBus, linMembers},
+    {namesGroup, namesGroup, 0, nameMembers},
+}};
+constexpr std::uint32_t timeSize = 8;
+
+std::uint8_t recordId(std::size_t group) {
+    return static_cast<std::uint8_t>(group + 1);
+}
+
+/// The fields of a block behind its links.
+class Fields {
+  public:
+    template <typename T>
+    Fields& put(T value) {
+        bytes.resize(bytes.size() + sizeof(T));
+        store(bytes.data() + bytes.size() - sizeof(T), value);
+        return *this;
+    }
+    Fields& zeros(std::size_t count) {
+        bytes.resize(bytes.size() + count);
+        return *this;
+    }
+    std::vector<std::uint8_t> bytes;
+};
+
+/// A file's blocks from `fileOffset` on, each behind those that it links to.
+class Blocks {
+  public:
+    explicit Blocks(std::uint64_t fileOffset) : offset(fileOffset) {}
+
+    /// Returns the block's offset in the file. Its length is made a multiple of 8.
+    std::uint64_t add(const char* id, std::initializer_list<std::uint64_t> links,
+                      const Fields& fields) {
+        const std::size_t at = bytes.size();
+        const std::size_t linksEnd = at + blockHeaderSize + links.size() * linkSize;
+        bytes.resize((linksEnd + fields.bytes.size() + 7) / 8 * 8);
+        std::memcpy(&bytes[at], "##", 2);
+        std::memcpy(&bytes[at + 2], id, 2);
+        store<std::uint64_t>(&bytes[at + lengthAt], bytes.size() - at);
+        store<std::uint64_t>(&bytes[at + 16], links.size());
+        std::size_t link = at + blockHeaderSize;
+        for (const std::uint64_t target : links) {
+            store(&bytes[link], target);
+            link += linkSize;
+        }
+        std::copy(fields.bytes.begin(), fields.bytes.end(),
+                  bytes.begin() + static_cast<std::ptrdiff_t>(linksEnd));
+        return offset + at;
+    }
+
+    std::uint64_t addText(const char* id, const std::string& text) {
+        Fields fields;
+        fields.bytes.assign(text.begin(), text.end());
+        return add(id, {}, fields.zeros(1));
+    }
+
+    void setLink(std::uint64_t place, std::uint64_t target) {
+        store(&bytes[place - offset], target);
+    }
+
+    std::vector<std::uint8_t> bytes;
+
+  private:
+    const std::uint64_t offset;
+};
+
+std::uint64_t addChannelBlock(Blocks& blocks, std::uint64_t next, std::uint64_t composition,
+                              const std::string& name, ChannelType type, const Member& member,
+                              std::uint32_t flags, std::uint64_t conversion = 0,
+                              std::uint64_t unit = 0) {
+    const std::uint64_t text = blocks.addText("TX", name);
+    return blocks.add("CN", {next, composition, text, 0, conversion, 0, unit, 0},
+                      Fields()
+                          .put<std::uint8_t>(type)
+                          .put<std::uint8_t>(type == master ? 1 : 0)  // of time
+                          .put<std::uint8_t>(member.type)
+                          .put<std::uint8_t>(0)  // bit in the byte
+                          .put(member.at)
+                          .put(member.bits)
+                          .put(flags)
+                          .zeros(8)     // invalidation bit; precision; attachments
+                          .zeros(48));  // ranges
+}
+
+std::uint64_t addMaster(Blocks& blocks, std::uint64_t next) {
+    const std::uint64_t unit = blocks.addText("TX", "s");
+    const std::uint64_t conversion = blocks.add("CC", {0, unit, 0, 0},
+                                                Fields()
+                                                    .put<std::uint8_t>(1)  // linear
+                                                    .zeros(3)              // precision, flags
+                                                    .put<std::uint16_t>(0)
+                                                    .put<std::uint16_t>(2)
+                                                    .zeros(16)  // range
+                                                    .put(std::bit_cast<std::uint64_t>(0.0))
+                                                    .put(std::bit_cast<std::uint64_t>(1e-9)));
+    return addChannelBlock(blocks, next, 0, "Timestamp", master, {"", 0, 64, signedLittle}, 0,
+                           conversion, unit);
+}
+
+std::uint64_t addGroup(Blocks& blocks, std::uint64_t next, std::size_t index) {
+    const GroupLayout& group = groups[index];
+    const bool isBusEvent = group.bus != 0;
+    const std::uint32_t channelFlags = isBusEvent ? busEventChannel : 0;
+    std::uint64_t first = 0;
+    for (std::size_t i = group.members.size(); i-- > 0;) {
+        const Member& member = group.members[i];
+        first = addChannelBlock(blocks, first, 0, std::string(group.frame) + '.' + member.name,
+                                fixedLength, member, channelFlags);
+    }
+    std::uint64_t source = 0;
+    if (isBusEvent) {
+        const std::uint32_t bits = (group.recordSize() - timeSize) * 8;
+        first = addChannelBlock(blocks, 0, first, group.frame, fixedLength,
+                                {"", timeSize, bits, byteArray}, channelFlags);
+        first = addMaster(blocks, first);
+        const std::uint64_t name = blocks.addText("TX", group.bus == canBus ? "CAN" : "LIN");
+        source = blocks.add("SI", {name, name, 0},
+                            Fields().put<std::uint8_t>(2).put(group.bus).zeros(6));
+    }
+    const std::uint64_t acquisition = blocks.addText("TX", group.acquisition);
+    return blocks.add("CG", {next, first, acquisition, source, 0, 0},
+                      Fields()
+                          .put<std::uint64_t>(recordId(index))
+                          .put<std::uint64_t>(0)  // cycle count
+                          .put<std::uint16_t>(isBusEvent ? busEvent | plainBusEvent : 0)
+                          .put<std::uint16_t>('.')
+                          .zeros(4)
+                          .put(group.recordSize())
+                          .zeros(4));  // no invalidation bytes
+}
+
+std::vector<std::uint8_t> identification(bool isFinalized) {
+    const std::string text =
+        std::string(isFinalized ? finalizedFile : unfinalizedFile) + "4.11    " + "cmp-stat";
+    Fields fields;
+    fields.bytes.assign(text.begin(), text.end());
+    fields.zeros(4).put<std::uint16_t>(411).zeros(30);
+    fields.put<std::uint16_t>(isFinalized ? 0 : cycleCountsMissing | lastDataLengthMissing);
+    return fields.zeros(2).bytes;
+}
+
+/// The text within XML. Characters that XML can't have become blanks.
+std::string escaped(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        switch (c) {
+            case '<':
+                result += "&lt;";
+                break;
+            case '>':
+                result += "&gt;";
+                break;
+            case '&':
+                result += "&amp;";
+                break;
+            default:
+                result += static_cast<unsigned char>(c) < 0x20U ? ' ' : c;
+        }
+    }
+    return result;
+}
+
+/// How many bytes of a name a record has, cut between characters.
+std::size_t boundedSize(const std::string& name) {
+    std::size_t end = std::min(name.size(), nameSize);
+    while (end < name.size() && end > 0 &&
+           (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) {
+        --end;
+    }
+    return end;
+}
+
+/// The code of the shortest CAN FD frame that holds so many bytes.
+std::uint8_t lengthCode(std::size_t length) {
+    constexpr std::array<std::size_t, 7> lengths = {12, 16, 20, 24, 32, 48, 64};
+    if (length <= 8) {
+        return static_cast<std::uint8_t>(length);
+    }
+    const auto* longEnough = std::lower_bound(lengths.begin(), lengths.end(), length);
+    return static_cast<std::uint8_t>(9 + (longEnough - lengths.begin()));
+}
+
+}  // namespace
+}  // namespace mf4
+
+Mf4Recording::Mf4Recording(const std::string& path, bool overwrite) : Recording(path, overwrite) {
+    using namespace mf4;
+    append(identification(false));
+    Blocks blocks(headerBlock);
+    blocks.add("HD", {0, 0, 0, 0, 0, 0}, Fields().zeros(32));
+    const std::uint64_t comment = blocks.addText(
+        "MD", fmt::format("<FHcomment xmlns=\"{}\"><TX>Recorded.</TX><tool_id>cmp-station</tool_id>"
+                          "<tool_vendor>Kestrova</tool_vendor><tool_version>0.1</tool_version>"
+                          "</FHcomment>",
+                          xmlNamespace));
+    historyBlock = blocks.add("FH", {0, comment}, Fields().zeros(16));
+    std::uint64_t next = 0;
+    for (std::size_t i = groupCount; i-- > 0;) {
+        next = groupBlocks[i] = addGroup(blocks, next, i);
+    }
+    const std::uint64_t dataGroup =
+        blocks.add("DG", {0, next, 0, 0}, Fields().put<std::uint8_t>(1).zeros(7));
+    dataBlock = blocks.add("DT", {}, {});
+    blocks.setLink(dataGroup + dataLinkAt, dataBlock);
+    blocks.setLink(headerBlock + blockHeaderSize, dataGroup);
+    blocks.setLink(headerBlock + blockHeaderSize + linkSize, historyBlock);
+    append(blocks.bytes);
+    if (file.isNew() && !file.flush()) {
+        throw FileError(file.errorText());
+    }
+}
+
+std::size_t Mf4Recording::addChannel(const ChannelDescription& channel) {
+    using namespace mf4;
+    if (channels.size() == mostChannels) {
+        throw FileError(
+            fmt::format("Cannot record channel \"{}\" to \"{}\": .mf4 holds {} "
+                        "channels. Record to a .pcapng file too.",
+                        channel.name, path(), mostChannels));
+    }
+    channels.push_back(channel);
+    file.addChannel();
+    Fields record;
+    record.put(recordId(channelNames)).put(static_cast<std::uint8_t>(channels.size()));
+    record.put<std::uint8_t>(channel.bus == BusType::Can ? canBus : linBus).zeros(nameSize);
+    std::memcpy(record.bytes.data() + 3, channel.name.data(), boundedSize(channel.name));
+    append(record.bytes);
+    ++cycles[channelNames];
+    return channels.size() - 1;
+}
+
+void Mf4Recording::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+                         std::size_t size) {
+    using namespace mf4;
+    const bool isKnown = channel < channels.size();
+    if (isKnown && channels[channel].bus == BusType::Can && size == CanRecord::size) {
+        const CanRecord can(record);
+        const std::size_t room = can.isFd() ? CanRecord::mostData : CanRecord::mostClassicData;
+        std::uint8_t* at = begin(can.isFd() ? flexibleCan : classicCan, channel, utcNanoseconds);
+        if (at == nullptr) {
+            return;
+        }
+        store(at + 9, can.id);
+        at[13] = can.extended ? 1 : 0;
+        at[14] = lengthCode(can.length);
+        at[15] = static_cast<std::uint8_t>(can.length);
+        at[16] = 0;  // received
+        at[17] = can.isFd() ? 1 : 0;
+        at[18] = 0;  // bit rate switch and error state aren't in the record
+        at[19] = 0;
+        std::memcpy(at + 20, can.data, can.length);
+        std::memset(at + 20 + can.length, 0, room - can.length);
+        file.endRecord(at + 20 + room);
+    } else if (isKnown && channels[channel].bus == BusType::Lin && size == LinRecord::size) {
+        const LinRecord frame(record);
+        std::uint8_t* at = begin(linFrames, channel, utcNanoseconds);
+        if (at == nullptr) {
+            return;
+        }
+        at[9] = static_cast<std::uint8_t>(frame.id);
+        at[10] = 0;  // received
+        at[11] = static_cast<std::uint8_t>(frame.length);
+        at[12] = static_cast<std::uint8_t>(frame.length);
+        at[13] = frame.checksum;
+        std::memcpy(at + 14, frame.data, frame.length);
+        std::memset(at + 14 + frame.length, 0, LinRecord::mostData - frame.length);
+        file.endRecord(at + 14 + LinRecord::mostData);
+    } else {
+        file.dropRecords(channel, 1);
+    }
+}
+
+/// The room behind the record's identifier, with time and BusChannel in it; null if it can't be
+/// written.
+std::uint8_t* Mf4Recording::begin(std::size_t group, std::size_t channel,
+                                  std::int64_t utcNanoseconds) {
+    using namespace mf4;
+    const std::int64_t time = std::max<std::int64_t>(utcNanoseconds, 0);
+    if (!hasStart) {
+        setStart(time);
+    }
+    std::uint8_t* room = file.beginRecord(channel, 1 + groups[group].recordSize());
+    if (room == nullptr) {
+        return nullptr;
+    }
+    ++cycles[group];
+    *room++ = recordId(group);
+    store(room, time - start);
+    room[timeSize] = static_cast<std::uint8_t>(channel + 1);
+    return room;
+}
+
+void Mf4Recording::setStart(std::int64_t utcNanoseconds) {
+    using namespace mf4;
+    hasStart = true;
+    start = utcNanoseconds / nanosecondsPerSecond * nanosecondsPerSecond;
+    patchNumber(headerBlock + headerStartAt, static_cast<std::uint64_t>(start));
+    patchNumber(historyBlock + historyTimeAt, static_cast<std::uint64_t>(start));
+}
+
+void Mf4Recording::complete() {
+    using namespace mf4;
+    if (!file.flush()) {
+        return;
+    }
+    const std::uint64_t end = file.bytesWritten();
+    const std::uint64_t comment = appendComment(end);
+    patchNumber(dataBlock + lengthAt, end - dataBlock);
+    for (std::size_t i = 0; i < groupCount; ++i) {
+        patchNumber(groupBlocks[i] + cyclesAt, cycles[i]);
+    }
+    patchNumber(headerBlock + headerCommentAt, comment);
+    file.patch(0, identification(true));
+}
+
+/// Appends the HD comment behind the records, which end at `end`. Returns its offset.
+std::uint64_t Mf4Recording::appendComment(std::uint64_t end) {
+    using namespace mf4;
+    std::string text =
+        fmt::format("<HDcomment xmlns=\"{}\"><TX>Recorded by cmp-station.</TX><common_properties>",
+                    xmlNamespace);
+    for (std::size_t i = 0; i < channels.size(); ++i) {
+        text += fmt::format("<e name=\"BusChannel.{}\">{}</e>", i + 1, escaped(channels[i].name));
+    }
+    text += "</common_properties></HDcomment>";
+    const std::uint64_t begin = (end + 7) / 8 * 8;
+    append(std::vector<std::uint8_t>(begin - end));
+    Blocks blocks(begin);
+    const std::uint64_t comment = blocks.addText("MD", text);
+    append(blocks.bytes);
+    return comment;
+}
+
+void Mf4Recording::append(const std::vector<std::uint8_t>& bytes) {
+    constexpr auto piece = static_cast<std::ptrdiff_t>(AppendFile::largestPiece);
+    for (auto from = bytes.begin(); from != bytes.end();) {
+        const auto to = from + std::min<std::ptrdiff_t>(piece, bytes.end() - from);
+        file.appendHeader({from, to});
+        from = to;
+    }
+}
+
+void Mf4Recording::patchNumber(std::uint64_t offset, std::uint64_t value) {
+    using namespace mf4;
+    std::vector<std::uint8_t> bytes(sizeof value);
+    store(bytes.data(), value);
+    file.patch(offset, bytes);
+}
+
+}  // namespace station
