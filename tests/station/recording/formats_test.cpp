@@ -3,7 +3,7 @@
 #include "tests/station/recording/read_back.h"
 #include "tests/support/temporary_folder.h"
 
-namespace station {
+namespace station::every_format {
 namespace {
 
 using testing::HasSubstr;
@@ -122,7 +122,9 @@ TEST_P(Formats, TornAnywhereItIsReadUpToItsLastWholeRecord) {
         recordAll({can(0, start, 0x123, false, 3), lin(1, start + 1'000, 0x11, 2, 0x12),
                    can(0, start + 5'000, 0x123, true, 12), can(2, start + 9'000, 0x123, true, 0)});
     const std::string whole = contentOf(path);
-    for (std::size_t size = whole.size() + 1; size-- > 0;) {
+    const std::size_t step = 1 + whole.size() / 2000;
+    for (std::size_t cut = 0; cut <= whole.size(); cut += step) {
+        const std::size_t size = whole.size() - cut;
         std::ofstream(path, std::ios::binary) << whole.substr(0, size);
         const Contents there = readBack(path);
         ASSERT_LE(there.messages.size(), expected.size()) << size;
@@ -132,7 +134,7 @@ TEST_P(Formats, TornAnywhereItIsReadUpToItsLastWholeRecord) {
         if (GetParam().isText && size > 0 && (whole[size - 1] != '\n' || !there.error.empty())) {
             EXPECT_THAT(there.error, HasSubstr(" bytes of it were left")) << size;
         }
-        ASSERT_TRUE(size != whole.size() || expected.size() >= 3) << there.error;
+        ASSERT_TRUE(cut != 0 || expected.size() >= 3) << there.error;
     }
 }
 
@@ -186,4 +188,4 @@ INSTANTIATE_TEST_SUITE_P(All, Formats, testing::ValuesIn(formats),
                          [](const auto& entry) { return std::string(entry.param.ending + 1); });
 
 }  // namespace
-}  // namespace station
+}  // namespace station::every_format
