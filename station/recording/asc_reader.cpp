@@ -15,9 +15,9 @@ namespace station {
 
 namespace {
 
-constexpr std::int64_t perSecond = 1'000'000'000;
+constexpr std::int64_t secondOfDate = 1'000'000'000;
 
-bool equals(std::string_view a, std::string_view b) {
+bool isWord(std::string_view a, std::string_view b) {
     return std::ranges::equal(
         a, b, [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
@@ -29,7 +29,7 @@ std::optional<int> monthOf(std::string_view word) {
     static constexpr std::pair<const char*, int> german[] = {
         {"M\xC3\xA4r", 2}, {"M\xE4r", 2}, {"Mrz", 2}, {"Mai", 4}, {"Okt", 9}, {"Dez", 11}};
     for (std::size_t i = 0; i < english.size(); ++i) {
-        if (word.size() >= 3 && equals(word.substr(0, 3), english[i])) {
+        if (word.size() >= 3 && isWord(word.substr(0, 3), english[i])) {
             return static_cast<int>(i);
         }
     }
@@ -49,8 +49,8 @@ std::optional<std::int64_t> parseDate(std::string_view text) {
     const auto day = parseNumber<int>(words.next());
     const std::string_view clock = words.next();
     std::string_view word = words.next();
-    const bool isMorning = equals(word, "am");
-    const bool isAfternoon = equals(word, "pm");
+    const bool isMorning = isWord(word, "am");
+    const bool isAfternoon = isWord(word, "pm");
     if (isMorning || isAfternoon) {
         word = words.next();
     }
@@ -78,11 +78,12 @@ std::optional<std::int64_t> parseDate(std::string_view text) {
     local.tm_sec = *second;
     local.tm_isdst = -1;
     const std::time_t seconds = std::mktime(&local);
-    return seconds < 0 ? std::nullopt
-                       : std::optional(static_cast<std::int64_t>(seconds) * perSecond + *fraction);
+    return seconds < 0
+               ? std::nullopt
+               : std::optional(static_cast<std::int64_t>(seconds) * secondOfDate + *fraction);
 }
 
-std::string unescaped(std::string_view text) {
+std::string unescapedFromAsc(std::string_view text) {
     std::string name;
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '\\' && i + 1 < text.size()) {
@@ -96,10 +97,10 @@ std::string unescaped(std::string_view text) {
 }
 
 bool isDirection(std::string_view word) {
-    return equals(word, "Rx") || equals(word, "Tx");
+    return isWord(word, "Rx") || isWord(word, "Tx");
 }
 
-std::int64_t sum(std::int64_t a, std::int64_t b) {
+std::int64_t boundedSum(std::int64_t a, std::int64_t b) {
     std::int64_t total = 0;
     return __builtin_add_overflow(a, b, &total) ? std::numeric_limits<std::int64_t>::max() : total;
 }
@@ -127,7 +128,7 @@ void AscReader::readComment(Words words) {
         RecordedMessage none;
         if (bus == "CAN" || bus == "LIN") {
             choose(none, bus == "CAN" ? BusType::Can : BusType::Lin, number,
-                   unescaped(words.getRest()));
+                   unescapedFromAsc(words.getRest()));
         }
     }
 }
@@ -138,17 +139,15 @@ void AscReader::readHeader(std::string_view line) {
     const std::string_view word = words.next();
     if (word == "//") {
         readComment(words);
-    } else if (equals(word, "date")) {
+    } else if (isWord(word, "date") ||
+               (isWord(word, "begin") && isWord(words.next(), "triggerblock"))) {
         hasHeader = true;
         setStart(words.getRest());
-    } else if (equals(word, "begin") && equals(words.next(), "triggerblock")) {
+    } else if (isWord(word, "base")) {
         hasHeader = true;
-        setStart(words.getRest());
-    } else if (equals(word, "base")) {
-        hasHeader = true;
-        base = equals(words.next(), "dec") ? 10 : 16;
+        base = isWord(words.next(), "dec") ? 10 : 16;
         words.next();
-        isRelative = equals(words.next(), "relative");
+        isRelative = isWord(words.next(), "relative");
     }
 }
 
@@ -179,16 +178,16 @@ bool AscReader::readEvent(std::string_view line, RecordedMessage& message) {
         ++skipped;
         return false;
     }
-    time = sum(isRelative ? time : start, *offset);
+    time = boundedSum(isRelative ? time : start, *offset);
     message.utcNanoseconds = time;
-    if (equals(kind, "Start")) {
+    if (isWord(kind, "Start")) {
         return false;
     }
     bool isMessage = false;
-    if (equals(kind, "CANFD")) {
+    if (isWord(kind, "CANFD")) {
         isMessage = readFd(words, message);
     } else if (kind.starts_with('L') || kind.starts_with('l')) {
-        isMessage = readLin(equals(kind, "Li") ? "1" : kind.substr(1), words, message);
+        isMessage = readLin(isWord(kind, "Li") ? "1" : kind.substr(1), words, message);
     } else {
         isMessage = readClassic(kind, words, message);
     }
@@ -234,7 +233,7 @@ bool AscReader::readData(Words& words, std::size_t count, DataBytes& data) const
 bool AscReader::readClassic(std::string_view number, Words words, RecordedMessage& message) {
     constexpr std::size_t mostData = 8;
     const auto identifier = readIdentifier(words.next());
-    if (!identifier || !isDirection(words.next()) || !equals(words.next(), "d")) {
+    if (!identifier || !isDirection(words.next()) || !isWord(words.next(), "d")) {
         return false;
     }
     const auto code = parseNumber<std::size_t>(words.next(), base);
@@ -279,7 +278,7 @@ bool AscReader::readLin(std::string_view number, Words words, RecordedMessage& m
     DataBytes data;
     if (!frame || *frame > LinFrame::identifierMask || !hasDirection || !length ||
         *length > LinFrame::mostData || !readData(words, *length, data) ||
-        !equals(words.next(), "checksum") || words.next() != "=") {
+        !isWord(words.next(), "checksum") || words.next() != "=") {
         return false;
     }
     const auto checksum = parseNumber<std::uint8_t>(words.next(), base);

@@ -13,12 +13,12 @@ namespace station {
 
 namespace {
 
-constexpr std::int64_t perSecond = 1'000'000'000;
-constexpr std::size_t longestName = 200;
-constexpr std::size_t longestLine = 512;  // 3 * 64 of data, and what is around it below 200
+constexpr std::int64_t ascSecond = 1'000'000'000;
+constexpr std::size_t longestAscName = 200;
+constexpr std::size_t longestAscLine = 512;  // 3 * 64 of data, and what is around it below 200
 
 /// The name on one line.
-std::string escaped(const std::string& name) {
+std::string escapedForAsc(const std::string& name) {
     std::string text;
     for (const char c : name) {
         if (c == '\n' || c == '\r' || c == '\\') {
@@ -29,15 +29,14 @@ std::string escaped(const std::string& name) {
     return text;
 }
 
-/// Local time as "Tue Nov 14 10:13:20.000 pm 2023", in English whatever the locale.
+/// Local time as "Tue Nov 14 22:13:19.000 2023", in English whatever the locale.
 std::string dateText(const std::tm& local) {
     static constexpr const char* days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
     static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    return fmt::format("{} {} {:02} {:02}:{:02}:{:02}.000 {} {}", days[local.tm_wday],
-                       months[local.tm_mon], local.tm_mday, (local.tm_hour + 11) % 12 + 1,
-                       local.tm_min, local.tm_sec, local.tm_hour < 12 ? "am" : "pm",
-                       local.tm_year + 1900);
+    return fmt::format("{} {} {:02} {:02}:{:02}:{:02}.000 {}", days[local.tm_wday],
+                       months[local.tm_mon], local.tm_mday, local.tm_hour, local.tm_min,
+                       local.tm_sec, local.tm_year + 1900);
 }
 
 std::string zoneText(long secondsEast) {
@@ -59,25 +58,25 @@ void putColumn(LineCursor& line, const std::uint8_t* from, std::ptrdiff_t width)
     } while (line.position() - from < width);
 }
 
-void putIdentifier(LineCursor& line, const CanRecord& can) {
+void putAscIdentifier(LineCursor& line, const CanRecord& can) {
     line.putHex(can.id);
     if (can.extended) {
         line.put('x');
     }
 }
 
-void putClassic(LineCursor& line, const CanRecord& can) {
+void putAscClassic(LineCursor& line, const CanRecord& can) {
     const std::uint8_t* const from = line.position();
-    putIdentifier(line, can);
+    putAscIdentifier(line, can);
     putColumn(line, from, 16);
     line.put("Rx   d ");
     line.putDecimal(can.length);
     putSpacedBytes(line, can.data, can.length);
 }
 
-void putFd(LineCursor& line, const CanRecord& can) {
+void putAscFd(LineCursor& line, const CanRecord& can) {
     const std::uint8_t* const from = line.position();
-    putIdentifier(line, can);
+    putAscIdentifier(line, can);
     putColumn(line, from, 43);  // the second column is for a message's symbolic name
     line.put("0 0 ");
     line.putHex(can.getLengthCode());
@@ -87,7 +86,7 @@ void putFd(LineCursor& line, const CanRecord& can) {
     line.put("        0    0     1000        0        0        0        0        0");
 }
 
-void putLin(LineCursor& line, const LinRecord& lin) {
+void putAscLin(LineCursor& line, const LinRecord& lin) {
     const std::uint8_t* const from = line.position();
     line.putHex(lin.id);
     putColumn(line, from, 16);
@@ -116,7 +115,7 @@ std::size_t AscRecording::addChannel(const ChannelDescription& channel) {
                                            : fmt::format("L{}", number);
     channels.push_back({channel.bus, number, word,
                         fmt::format("// channel {} {} {}\n", isCan ? "CAN" : "LIN", number,
-                                    escaped(boundedName(channel.name, longestName)))});
+                                    escapedForAsc(boundedName(channel.name, longestAscName)))});
     file.addChannel();
     if (start) {
         appendText(channels.back().comment);
@@ -130,8 +129,8 @@ void AscRecording::appendText(const std::string& text) {
 
 void AscRecording::beginBlock(std::int64_t firstTime) {
     const bool isFirst = !start;
-    const std::int64_t second = std::max<std::int64_t>(firstTime / perSecond - 1, 0);
-    start = second * perSecond;
+    const std::int64_t second = std::max<std::int64_t>(firstTime / ascSecond - 1, 0);
+    start = second * ascSecond;
     const std::time_t time = second;
     std::tm local{};
     ::localtime_r(&time, &local);
@@ -161,24 +160,24 @@ void AscRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
     if (!start || time < *start) {
         beginBlock(time);
     }
-    std::uint8_t* const room = file.beginRecord(channel, longestLine);
+    std::uint8_t* const room = file.beginRecord(channel, longestAscLine);
     if (room == nullptr) {
         return;
     }
     const auto offset = static_cast<std::uint64_t>(time - *start);
-    const std::uint64_t seconds = offset / perSecond;
+    const std::uint64_t seconds = offset / ascSecond;
     LineCursor line(room);
     for (std::uint64_t width = 1000; width > 1 && seconds < width; width /= 10) {
         line.put(' ');
     }
     line.putDecimal(seconds);
     line.put('.');
-    line.putDecimal(offset % perSecond / 1'000, 6);
+    line.putDecimal(offset % ascSecond / 1'000, 6);
     line.put(' ');
     if (channels[channel].bus == BusType::Lin) {
         line.put(channels[channel].word);
         line.put(' ');
-        putLin(line, LinRecord(record));
+        putAscLin(line, LinRecord(record));
     } else if (const CanRecord can(record); can.isFd()) {
         line.put("CANFD ");
         for (std::size_t i = channels[channel].word.size(); i < 3; ++i) {
@@ -186,11 +185,11 @@ void AscRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
         }
         line.put(channels[channel].word);
         line.put(" Rx   ");
-        putFd(line, can);
+        putAscFd(line, can);
     } else {
         line.put(channels[channel].word);
         line.put("  ");
-        putClassic(line, can);
+        putAscClassic(line, can);
     }
     line.put('\n');
     file.endRecord(line.position());

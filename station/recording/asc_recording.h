@@ -12,10 +12,10 @@ namespace station {
 
 /// A recording in the text lines of the bench's older tools, which python-can and can-utils read:
 ///
-///     date Tue Nov 14 10:13:19.000 pm 2023
+///     date Tue Nov 14 22:13:19.000 2023
 ///     base hex  timestamps absolute
 ///     internal events logged
-///     Begin Triggerblock Tue Nov 14 10:13:19.000 pm 2023
+///     Begin Triggerblock Tue Nov 14 22:13:19.000 2023
 ///     // start 1699999999000000000 ns UTC, zone UTC+00:00
 ///     // channel CAN 1 Front
 ///        0.000000 Start of measurement
@@ -25,8 +25,9 @@ namespace station {
 ///     End TriggerBlock
 ///
 /// Times are seconds since the start line, rounded down to six digits: asc2log takes no more. The
-/// start line has the local time without a zone, as its readers expect; the comment behind it has
-/// the zone, and the same moment so that nothing is left to guess. Messages may come out of order:
+/// start line has the local time without a zone, as its readers expect, and 24 hours, for asc2log
+/// doesn't know "am"; the comment behind it has the zone, and the same moment so that nothing is
+/// left to guess. Messages may come out of order:
 /// the start is a whole second, at least one before the first message, and a message from before
 /// it ends the block and begins another with an earlier start. (python-can takes the times from
 /// there; asc2log knows the first start alone.)

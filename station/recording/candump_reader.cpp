@@ -7,11 +7,11 @@ namespace station {
 
 namespace {
 
-constexpr std::uint32_t errorFlag = 0x20000000;
-constexpr std::uint32_t identifierMask = 0x1FFFFFFF;
+constexpr std::uint32_t candumpErrorFlag = 0x20000000;
+constexpr std::uint32_t candumpIdentifierMask = 0x1FFFFFFF;
 
 /// "DEADBEEF", "DE.AD.BE.EF", and both with "_9" behind them.
-bool readData(std::string_view text, std::size_t most, DataBytes& data) {
+bool readCandumpData(std::string_view text, std::size_t most, DataBytes& data) {
     text = text.substr(0, text.find('_'));
     while (!text.empty()) {
         if (!data.addHex(text.substr(0, 2)) || data.get().size() > most) {
@@ -26,7 +26,7 @@ bool readData(std::string_view text, std::size_t most, DataBytes& data) {
 }
 
 /// "1A2#DEADBEEF", "1A2##0DEADBEEF"; false if it is no message with data.
-bool readFrame(std::string_view frame, RecordedMessage& message) {
+bool readCandumpFrame(std::string_view frame, RecordedMessage& message) {
     const std::size_t mark = frame.find('#');
     if (mark != 3 && mark != 8) {
         return false;
@@ -39,8 +39,9 @@ bool readFrame(std::string_view frame, RecordedMessage& message) {
     }
     constexpr std::size_t mostClassic = 8;
     DataBytes data;
-    if (!word || (*word & errorFlag) != 0 || *word > (identifierMask | errorFlag) ||
-        !readData(text, isFd ? CanFrame::mostData : mostClassic, data)) {
+    if (!word || (*word & candumpErrorFlag) != 0 ||
+        *word > (candumpIdentifierMask | candumpErrorFlag) ||
+        !readCandumpData(text, isFd ? CanFrame::mostData : mostClassic, data)) {
         return false;
     }
     setCanRecord(message, *word, mark == 8, data.get());
@@ -64,7 +65,7 @@ bool CandumpReader::read(std::string_view line, RecordedMessage& message,
     }
     hasLines = true;
     message.utcNanoseconds = *nanoseconds;
-    return readFrame(frame, message);
+    return readCandumpFrame(frame, message);
 }
 
 bool CandumpReader::next(RecordedMessage& message) {

@@ -12,8 +12,8 @@ namespace station {
 
 namespace {
 
-constexpr std::size_t fieldCount = 8;
-using Fields = std::array<std::string_view, fieldCount>;
+constexpr std::size_t csvFieldCount = 8;
+using CsvFields = std::array<std::string_view, csvFieldCount>;
 
 /// The next field with its quotation marks, and behind it its comma.
 std::string_view takeField(std::string_view& rest) {
@@ -26,7 +26,7 @@ std::string_view takeField(std::string_view& rest) {
     return field;
 }
 
-std::string unquoted(std::string_view field) {
+std::string unquotedFromCsv(std::string_view field) {
     if (field.size() < 2 || field.front() != '"' || field.back() != '"') {
         return std::string(field);
     }
@@ -41,12 +41,12 @@ std::string unquoted(std::string_view field) {
 }
 
 /// A field that needs no quotation marks may have them all the same.
-std::string_view plain(std::string_view field) {
+std::string_view withoutQuotes(std::string_view field) {
     const bool isQuoted = field.size() >= 2 && field.front() == '"' && field.back() == '"';
     return isQuoted ? field.substr(1, field.size() - 2) : field;
 }
 
-bool readData(std::string_view length, std::string_view text, DataBytes& data) {
+bool readCsvData(std::string_view length, std::string_view text, DataBytes& data) {
     Words words(text);
     for (std::string_view word = words.next(); !word.empty(); word = words.next()) {
         if (!data.addHex(word)) {
@@ -59,13 +59,13 @@ bool readData(std::string_view length, std::string_view text, DataBytes& data) {
 }  // namespace
 
 bool CsvReader::read(std::string_view line, RecordedMessage& message) {
-    Fields fields;
+    CsvFields fields;
     for (std::string_view& field : fields) {
         field = takeField(line);
     }
-    for (std::size_t i = 0; i < fieldCount; ++i) {
+    for (std::size_t i = 0; i < csvFieldCount; ++i) {
         if (i != 1) {
-            fields[i] = plain(fields[i]);
+            fields[i] = withoutQuotes(fields[i]);
         }
     }
     const auto& [time, channel, bus, id, extended, length, bytes, checksum] = fields;
@@ -73,7 +73,7 @@ bool CsvReader::read(std::string_view line, RecordedMessage& message) {
     const auto identifier = parseDecimalOrHex<std::uint32_t>(id);
     DataBytes data;
     if (!nanoseconds || !identifier || *identifier > CanFrame::identifierMask ||
-        !readData(length, bytes, data) || !line.empty()) {
+        !readCsvData(length, bytes, data) || !line.empty()) {
         ++skipped;
         return false;
     }
@@ -95,7 +95,7 @@ bool CsvReader::read(std::string_view line, RecordedMessage& message) {
 bool CsvReader::choose(RecordedMessage& message, std::string_view field, BusType bus) {
     // One bus may have a channel of the same name as another.
     scratch.assign(bus == BusType::Can ? "C" : "L").append(field);
-    return chooseChannel(message, scratch, isKnown(scratch) ? "" : unquoted(field), bus);
+    return chooseChannel(message, scratch, isKnown(scratch) ? "" : unquotedFromCsv(field), bus);
 }
 
 bool CsvReader::next(RecordedMessage& message) {

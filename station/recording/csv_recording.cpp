@@ -13,11 +13,11 @@ namespace station {
 
 namespace {
 
-constexpr std::uint64_t perSecond = 1'000'000'000;
+constexpr std::uint64_t csvSecond = 1'000'000'000;
 constexpr std::uint64_t secondsPerDay = 86'400;
-constexpr std::size_t longestRest = 300;  // 3 * 64 of data, and what is around it but the name
+constexpr std::size_t longestCsvRest = 300;  // 3 * 64 of data, and what is around it but the name
 
-std::string quoted(const std::string& name) {
+std::string quotedForCsv(const std::string& name) {
     if (name.find_first_of(",\"\r\n") == std::string::npos) {
         return name;
     }
@@ -45,14 +45,14 @@ void putLengthAndData(LineCursor& line, const std::uint8_t* data, std::size_t le
     line.put(',');
 }
 
-void putCan(LineCursor& line, const CanRecord& can) {
+void putCsvCan(LineCursor& line, const CanRecord& can) {
     line.put(can.isFd() ? ",CAN FD," : ",CAN,");
     putHexNumber(line, can.id);
     line.put(can.extended ? ",1," : ",0,");
     putLengthAndData(line, can.data, can.length);
 }
 
-void putLin(LineCursor& line, const LinRecord& lin) {
+void putCsvLin(LineCursor& line, const LinRecord& lin) {
     line.put(",LIN,");
     putHexNumber(line, lin.id);
     line.put(",0,");
@@ -72,7 +72,7 @@ CsvRecording::CsvRecording(const std::string& path, bool overwrite) : Recording(
 }
 
 std::size_t CsvRecording::addChannel(const ChannelDescription& channel) {
-    channels.push_back({channel.bus, quoted(boundedName(channel.name, longestName))});
+    channels.push_back({channel.bus, quotedForCsv(boundedName(channel.name, longestName))});
     file.addChannel();
     return channels.size() - 1;
 }
@@ -92,12 +92,12 @@ void CsvRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
         return;
     }
     const std::string& name = channels[channel].field;
-    std::uint8_t* const room = file.beginRecord(channel, name.size() + longestRest);
+    std::uint8_t* const room = file.beginRecord(channel, name.size() + longestCsvRest);
     if (room == nullptr) {
         return;
     }
     const auto time = static_cast<std::uint64_t>(std::max<std::int64_t>(utcNanoseconds, 0));
-    const std::uint64_t second = time / perSecond;
+    const std::uint64_t second = time / csvSecond;
     if (const auto itsDay = static_cast<std::int64_t>(second / secondsPerDay); itsDay != day) {
         updateDay(itsDay);
     }
@@ -109,13 +109,13 @@ void CsvRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
     line.put(':');
     line.putDecimal(second % 60, 2);
     line.put('.');
-    line.putDecimal(time % perSecond, 9);
+    line.putDecimal(time % csvSecond, 9);
     line.put("Z,");
     line.put(name);
     if (channels[channel].bus == BusType::Can) {
-        putCan(line, CanRecord(record));
+        putCsvCan(line, CanRecord(record));
     } else {
-        putLin(line, LinRecord(record));
+        putCsvLin(line, LinRecord(record));
     }
     line.put('\n');
     file.endRecord(line.position());

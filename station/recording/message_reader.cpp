@@ -17,28 +17,28 @@ namespace station {
 namespace {
 
 template <class Reader>
-std::unique_ptr<MessageReader> openAs(const std::string& path) {
+std::unique_ptr<MessageReader> openWith(const std::string& path) {
     return std::make_unique<Reader>(path);
 }
 
-struct Format {
+struct ReadableFormat {
     std::string_view firstBytes;
     std::string_view ending;
     std::unique_ptr<MessageReader> (*open)(const std::string& path);  ///< null: not for messages
 };
 
 using namespace std::string_view_literals;
-constexpr Format formats[] = {
+constexpr ReadableFormat readableFormats[] = {
     {"\x0A\x0D\x0D\x0A", ".pcapng", openPcapng},
     {"LOGG", ".blf", openBlf},
     {"MDF     ", ".mf4", openMf4},
     {"UnFinMF ", ".mf4", openMf4},
-    {"(", ".log", openAs<CandumpReader>},
-    {"date ", ".asc", openAs<AscReader>},
-    {"time,channel,", ".csv", openAs<CsvReader>},
+    {"(", ".log", openWith<CandumpReader>},
+    {"date ", ".asc", openWith<AscReader>},
+    {"time,channel,", ".csv", openWith<CsvReader>},
 };
 
-bool isText(std::string_view bytes) {
+bool isPlainText(std::string_view bytes) {
     return std::ranges::none_of(bytes, [](unsigned char c) {
         constexpr unsigned char firstPrintable = 0x20;
         return c < firstPrintable && c != '\t' && c != '\r' && c != '\n';
@@ -52,7 +52,7 @@ std::unique_ptr<MessageReader> openMessages(const std::string& path) {
     InputFile file(path);
     const auto bytes = file.view(0, headSize);
     const std::string_view head(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    for (const Format& format : formats) {
+    for (const ReadableFormat& format : readableFormats) {
         if (head.starts_with(format.firstBytes)) {
             return format.open(path);
         }
@@ -62,8 +62,8 @@ std::unique_ptr<MessageReader> openMessages(const std::string& path) {
     std::ranges::transform(ending, ending.begin(), [](char c) {
         return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     });
-    for (const Format& format : formats) {
-        if (ending == format.ending && isText(head)) {
+    for (const ReadableFormat& format : readableFormats) {
+        if (ending == format.ending && isPlainText(head)) {
             return format.open(path);
         }
     }

@@ -12,20 +12,20 @@ namespace station {
 
 namespace {
 
-constexpr std::uint32_t sectionHeader = 0x0A0D0D0A;
-constexpr std::uint32_t interfaceDescription = 1;
-constexpr std::uint32_t packetBlock = 2;
-constexpr std::uint32_t simplePacket = 3;
-constexpr std::uint32_t enhancedPacket = 6;
-constexpr std::uint32_t linkTypeCan = 227;
-constexpr std::uint32_t linkTypeLin = 212;
-constexpr std::size_t blockHead = 8;
-constexpr std::size_t blockTail = 4;
-constexpr std::size_t packetHead = 8;
-constexpr std::size_t longestBody = 64 * 1024;
+constexpr std::uint32_t sectionHeaderType = 0x0A0D0D0A;
+constexpr std::uint32_t interfaceType = 1;
+constexpr std::uint32_t oldPacketType = 2;
+constexpr std::uint32_t simplePacketType = 3;
+constexpr std::uint32_t enhancedPacketType = 6;
+constexpr std::uint32_t canLinkType = 227;
+constexpr std::uint32_t linLinkType = 212;
+constexpr std::size_t blockHeadSize = 8;
+constexpr std::size_t blockTailSize = 4;
+constexpr std::size_t packetHeadSize = 8;
+constexpr std::size_t longestBlock = 64 * 1024;
 
 /// `count` units of 10^-n or, with the top bit, 2^-n seconds.
-std::int64_t toNanoseconds(std::uint64_t count, std::uint8_t resolution,
+std::int64_t nanosecondsOf(std::uint64_t count, std::uint8_t resolution,
                            std::int64_t offsetSeconds) {
     using Wide = __int128;
     constexpr unsigned top = 0x80;
@@ -49,7 +49,7 @@ std::int64_t toNanoseconds(std::uint64_t count, std::uint8_t resolution,
         std::clamp<Wide>(time, 0, std::numeric_limits<std::int64_t>::max()));
 }
 
-std::size_t padded(std::size_t size) {
+std::size_t withPadding(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
 }
 
@@ -82,9 +82,8 @@ void PcapngReader::stop(const std::string& reason) {
 
 /// The block at `position`, and on to the next. False at the end, and where it can't be read.
 bool PcapngReader::readBlock(Block& block) {
-    const std::uint64_t left = file.getSize() - position;
     constexpr std::size_t least = 12;
-    if (left == 0 && position != 0) {
+    if (position == file.getSize() && position != 0) {
         return false;
     }
     const auto head = file.view(position, least);
@@ -92,10 +91,10 @@ bool PcapngReader::readBlock(Block& block) {
         stop(file.getErrorText().empty() ? "it ends within a block" : file.getErrorText());
         return false;
     }
-    if (get32(head, 0) == sectionHeader) {  // the same in both byte orders
+    if (get32(head, 0) == sectionHeaderType) {  // the same in both byte orders
         constexpr std::uint8_t magic = 0x1A;
-        isBigEndian = head[blockHead] == magic;
-        if (get32(head, blockHead) != 0x1A2B3C4D) {
+        isBigEndian = head[blockHeadSize] == magic;
+        if (get32(head, blockHeadSize) != 0x1A2B3C4D) {
             stop("a section begins without its byte order");
             return false;
         }
@@ -110,19 +109,18 @@ bool PcapngReader::readBlock(Block& block) {
         stop(fmt::format("the block at {} has no possible length", position));
         return false;
     }
-    if (block.size > left) {
-        stop("it ends within a block");
+    const std::uint64_t tailAt = position + block.size - blockTailSize;
+    const bool isShort = block.size <= longestBlock;
+    const auto whole = isShort ? file.view(position, block.size) : file.view(tailAt, blockTailSize);
+    if (whole.size() < (isShort ? block.size : blockTailSize)) {
+        stop(file.getErrorText().empty() ? "it ends within a block" : file.getErrorText());
         return false;
     }
-    const std::uint64_t tailAt = position + block.size - blockTail;
-    const bool isShort = block.size <= longestBody;
-    const auto whole = isShort ? file.view(position, block.size) : file.view(tailAt, blockTail);
-    if (whole.size() < (isShort ? block.size : blockTail) ||
-        get32(whole, whole.size() - blockTail) != block.size) {
+    if (get32(whole, whole.size() - blockTailSize) != block.size) {
         stop(fmt::format("the block at {} has another length at its end", position));
         return false;
     }
-    block.body = isShort ? whole.subspan(blockHead, block.size - blockHead - blockTail)
+    block.body = isShort ? whole.subspan(blockHeadSize, block.size - blockHeadSize - blockTailSize)
                          : block.body.first(0);
     position += block.size;
     return true;
@@ -131,19 +129,19 @@ bool PcapngReader::readBlock(Block& block) {
 bool PcapngReader::next(RecordedMessage& message) {
     Block block;
     while (errorText.empty() && readBlock(block)) {
-        if (block.type == sectionHeader) {
+        if (block.type == sectionHeaderType) {
             interfaces.clear();
             names = std::make_unique<UniqueNames>();
-        } else if (block.type == interfaceDescription) {
+        } else if (block.type == interfaceType) {
             if (!addInterface(block)) {
                 position = block.start;
                 stop(fmt::format("the interface at {} is beyond the {} that can be read, or cut",
                                  position, ChannelIndex::mostChannels));
             }
-        } else if (block.type == enhancedPacket && readPacket(block, message)) {
+        } else if (block.type == enhancedPacketType && readPacket(block, message)) {
             return true;
-        } else if (block.type == enhancedPacket || block.type == simplePacket ||
-                   block.type == packetBlock) {
+        } else if (block.type == enhancedPacketType || block.type == simplePacketType ||
+                   block.type == oldPacketType) {
             ++skipped;
         }
     }
@@ -159,8 +157,8 @@ bool PcapngReader::addInterface(const Block& block) {
     interface.linkType = get16(block.body, 0);
     std::string name;
     readOptions(block.body.subspan(fixed), interface, name);
-    if (interface.linkType == linkTypeCan || interface.linkType == linkTypeLin) {
-        const bool isCan = interface.linkType == linkTypeCan;
+    if (interface.linkType == canLinkType || interface.linkType == linLinkType) {
+        const bool isCan = interface.linkType == canLinkType;
         name = names->add(name.empty() ? (isCan ? "CAN" : "LIN") : name);
         const std::string key = (isCan ? "C" : "L") + name;
         interface.channel = index.find(key);
@@ -196,7 +194,7 @@ void PcapngReader::readOptions(std::span<const std::uint8_t> options, Interface&
             interface.offset =
                 static_cast<std::int64_t>(high << 32U | get32(value, isBigEndian ? 4 : 0));
         }
-        options = options.subspan(std::min(options.size(), head + padded(size)));
+        options = options.subspan(std::min(options.size(), head + withPadding(size)));
     }
 }
 
@@ -208,16 +206,16 @@ bool PcapngReader::readPacket(const Block& block, RecordedMessage& message) {
     const std::uint32_t number = get32(block.body, 0);
     const std::uint32_t captured = get32(block.body, 12);
     if (number >= interfaces.size() || captured > block.body.size() - fixed ||
-        captured < packetHead) {
+        captured < packetHeadSize) {
         return false;
     }
     const Interface& interface = interfaces[number];
     const std::uint64_t time = std::uint64_t{get32(block.body, 4)} << 32U | get32(block.body, 8);
     message.channel = interface.channel;
-    message.utcNanoseconds = toNanoseconds(time, interface.resolution, interface.offset);
+    message.utcNanoseconds = nanosecondsOf(time, interface.resolution, interface.offset);
     const auto packet = block.body.subspan(fixed, captured);
-    return (interface.linkType == linkTypeCan && readCan(packet, message)) ||
-           (interface.linkType == linkTypeLin && readLin(packet, message));
+    return (interface.linkType == canLinkType && readCan(packet, message)) ||
+           (interface.linkType == linLinkType && readLin(packet, message));
 }
 
 bool PcapngReader::readCan(std::span<const std::uint8_t> packet, RecordedMessage& message) const {
@@ -229,10 +227,10 @@ bool PcapngReader::readCan(std::span<const std::uint8_t> packet, RecordedMessage
     }
     const std::size_t length = packet[4];
     if ((word & remoteOrError) != 0 || length > CanFrame::mostData ||
-        length > packet.size() - packetHead) {
+        length > packet.size() - packetHeadSize) {
         return false;
     }
-    setCanRecord(message, word, (word & extended) != 0, packet.subspan(packetHead, length));
+    setCanRecord(message, word, (word & extended) != 0, packet.subspan(packetHeadSize, length));
     return true;
 }
 
@@ -242,10 +240,10 @@ bool PcapngReader::readLin(std::span<const std::uint8_t> packet, RecordedMessage
     const bool isFrame = (packet[4] >> 2U & 3U) == 0;
     const bool hasErrors = packet[7] != 0;
     if (packet[0] != revision || !isFrame || hasErrors || length > LinFrame::mostData ||
-        length > packet.size() - packetHead) {
+        length > packet.size() - packetHeadSize) {
         return false;
     }
-    setLinRecord(message, packet[5], packet[6], packet.subspan(packetHead, length));
+    setLinRecord(message, packet[5], packet[6], packet.subspan(packetHeadSize, length));
     return true;
 }
 
@@ -253,11 +251,11 @@ bool PcapngReader::isForOtherPackets(const std::string& path) {
     PcapngReader reader(path);
     Block block;
     while (reader.readBlock(block)) {
-        if (block.type == interfaceDescription && block.body.size() >= 2) {
+        if (block.type == interfaceType && block.body.size() >= 2) {
             const std::uint16_t linkType = reader.get16(block.body, 0);
-            return linkType != linkTypeCan && linkType != linkTypeLin;
+            return linkType != canLinkType && linkType != linLinkType;
         }
-        if (block.type == enhancedPacket) {
+        if (block.type == enhancedPacketType) {
             return false;
         }
     }

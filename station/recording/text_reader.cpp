@@ -9,7 +9,7 @@ namespace station {
 
 namespace {
 
-constexpr std::size_t longestLine = 64 * 1024;
+constexpr std::size_t longestTextLine = 64 * 1024;
 
 /// Bytes up to the line break, which `bytes` may not have: then `npos`.
 std::size_t lengthOfLine(std::string_view bytes, bool withQuotes) {
@@ -34,15 +34,15 @@ std::size_t lengthOfLine(std::string_view bytes, bool withQuotes) {
 
 bool TextReader::findLine(std::string_view& line, bool withQuotes) {
     const std::uint64_t left = file.getSize() - position;
-    const auto bytes =
-        file.view(position, static_cast<std::size_t>(std::min<std::uint64_t>(left, longestLine)));
+    const auto bytes = file.view(
+        position, static_cast<std::size_t>(std::min<std::uint64_t>(left, longestTextLine)));
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     const std::size_t length = lengthOfLine(text, withQuotes);
     lineStart = position;
     if (length == std::string_view::npos) {
         if (!file.getErrorText().empty()) {
             stop(file.getErrorText());
-        } else if (left > longestLine) {
+        } else if (left > longestTextLine) {
             stop(fmt::format("line {} is longer than any of this format", lineNumber + 1));
         } else if (left != 0) {
             stop("it ends within a line");

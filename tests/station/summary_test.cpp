@@ -47,7 +47,7 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     summary.channels[1].overwritten = 5;
     summary.droppedFrames = 6;
     summary.modules[0].timeStandsStill = true;
-    summary.recordings = {{"a.log", "candump log", 9, 300, 7, "", {{}, {true, 9, 7}}}};
+    summary.recordings = {{"a.log", "a.log", 1, "candump log", 9, 300, 7, "", {{}, {true, 9, 7}}}};
     const auto lines = toTable(summary);
     EXPECT_THAT(
         lines,

@@ -1,7 +1,6 @@
-#include "host/bus_record.h"
 #include "station/recording/message_filter.h"
-#include "station/recording/message_reader.h"
 
+#include "tests/station/recording/read_back.h"
 #include "tests/support/temporary_folder.h"
 
 namespace station {
@@ -49,45 +48,15 @@ class Blocks {
 
 class ForeignRecordings : public testing::Test {
   protected:
-    /// Each message as "NAME TIME ID#DATA", an extended identifier with "x" and LIN with its
-    /// checksum behind it.
     std::vector<std::string> read(const std::string& name, const std::string& bytes) {
         const std::string path = folder.path() / name;
         std::ofstream(path, std::ios::binary) << bytes;
-        std::vector<std::string> texts;
-        const auto reader = openMessages(path);
-        isNull = !reader;
-        RecordedMessage message;
-        while (reader && reader->next(message)) {
-            const ChannelDescription& channel = reader->getChannels().at(message.channel);
-            texts.push_back(channel.name + ' ' + std::to_string(message.utcNanoseconds) + ' ' +
-                            textOf(message, channel.bus));
-        }
-        skipped = reader ? reader->getSkipped() : 0;
-        error = reader ? reader->getErrorText() : "";
-        return texts;
-    }
-    static std::string textOf(const RecordedMessage& message, BusType bus) {
-        CanFrame can;
-        LinFrame lin;
-        const bool isCan = bus == BusType::Can;
-        std::memcpy(isCan ? static_cast<void*>(&can) : &lin, message.record.data(), message.size);
-        std::ostringstream text;
-        text << std::hex << (isCan ? can.id : lin.id) << (can.extended != 0 ? "x" : "") << '#';
-        for (int i = 0; i < (isCan ? can.length : lin.length); ++i) {
-            text << (isCan ? can.data[i] : lin.data[i]) / 16
-                 << (isCan ? can.data[i] : lin.data[i]) % 16;
-        }
-        if (!isCan) {
-            text << ' ' << static_cast<int>(lin.checksum);
-        }
-        return text.str();
+        there = readBack(path);
+        return there.messages;
     }
 
     const TemporaryFolder folder;
-    bool isNull = false;
-    std::uint64_t skipped = 0;
-    std::string error;
+    Contents there;
 };
 
 TEST_F(ForeignRecordings, PcapngOfSeveralSectionsInBothByteOrders) {
@@ -121,13 +90,14 @@ TEST_F(ForeignRecordings, PcapngOfSeveralSectionsInBothByteOrders) {
         bytes += to.block(3, to.number(12, 4) + can) + to.block(2, to.number(0, 20) + can) +
                  to.block(0xBAD, std::string(100'000, 'x'));
     }
-    const std::vector<std::string> once = {"A 1700000000000001000 123x#abcd",
-                                           "LIN 1001500976562 12#1122 5a", "A (2) 1234 123x#abcd"};
+    const std::vector<std::string> once = {"CAN A 1700000000000001000 123x#abcd",
+                                           "LIN LIN 1001500976562 12#1122 5a",
+                                           "CAN A (2) 1234 123x#abcd"};
     std::vector<std::string> twice = once;
     twice.insert(twice.end(), once.begin(), once.end());
     EXPECT_EQ(read("a.pcapng", bytes), twice);
-    EXPECT_EQ(skipped, 2U * 10U);
-    EXPECT_EQ(error, "");
+    EXPECT_EQ(there.skipped, 2U * 10U);
+    EXPECT_EQ(there.error, "");
 
     // What comes behind a block whose lengths make no sense can't be found.
     const Blocks to(false);
@@ -135,7 +105,7 @@ TEST_F(ForeignRecordings, PcapngOfSeveralSectionsInBothByteOrders) {
         EXPECT_EQ(read("b.pcapng", bytes + to.number(7, 4) + to.number(size, 4) + to.number(0, 4) +
                                        to.number(16, 4) + to.packet(0, 0, can)),
                   twice);
-        EXPECT_THAT(error, HasSubstr("60 bytes of it were left")) << size;
+        EXPECT_THAT(there.error, HasSubstr("60 bytes of it were left")) << size;
     }
 }
 
@@ -152,11 +122,11 @@ TEST_F(ForeignRecordings, CandumpLinesOfOtherPrograms) {
                      "(9999999999999.000001) can0 123#01\n"
                      "nonsense\n"
                      "(2.000000) can0 123#\n"),
-                ElementsAre("can0 1700000000100000000 123#dead",
-                            "can0 1700000000123456789 123x#0102030405060708",
-                            "vcan1 1700000000000001000 7ff#ab", "can0 2000000000 123#"));
-    EXPECT_EQ(skipped, 6U);
-    EXPECT_EQ(error, "");
+                ElementsAre("CAN can0 1700000000100000000 123#dead",
+                            "CAN can0 1700000000123456789 123x#0102030405060708",
+                            "CAN vcan1 1700000000000001000 7ff#ab", "CAN can0 2000000000 123#"));
+    EXPECT_EQ(there.skipped, 6U);
+    EXPECT_EQ(there.error, "");
 }
 
 TEST_F(ForeignRecordings, AscLinesOfOtherPrograms) {
@@ -164,93 +134,97 @@ TEST_F(ForeignRecordings, AscLinesOfOtherPrograms) {
     ::tzset();
     for (const char* date : {"Tue Nov 14 10:13:20.250 pm 2023", "Die Nov 14 22:13:20.250 2023"}) {
         EXPECT_THAT(
-            read("a.asc",
-                 std::string("date ") + date +
-                     "\nbase dec  timestamps relative\nno internal events logged\n"
-                     "   0.5000 2  291x            Rx   d 2 171 205 Length = 1 ID = 291x\n"
-                     "   0.2500 CANFD   1 Tx  291  Name of it 1 0 9 12 1 2 3\n"
-                     "   0.2500 CANFD   1 Tx  291  Name 1 0 9 12 1 2 3 4 5 6 7 8 9 0 1 2 0 0\n"
-                     "   0.0000 L7 17 Tx 1 18 checksum = 19\n"
-                     "   0.0000 1  ErrorFrame\n"
-                     "   0.0000 1  291             Rx   r 2\n"
-                     "   0.0000 1  Statistic: D 0 R 0\n"),
-            ElementsAre("CAN 2 1699992800750000000 123x#abcd",
-                        "CAN 1 1699992801250000000 123#010203040506070809000102",
-                        "LIN 7 1699992801250000000 11#12 13"))
+            read(
+                "a.asc",
+                std::string("date ") + date +
+                    "\nbase dec  timestamps relative\nno internal events logged\n"
+                    "   0.5000 2  291x            Rx   d 2 171 205 Length = 1 ID = 291x\n"
+                    "   0.2500 CANFD   1 Tx  291  Name of it 1 0 9 12 1 2 3\n"
+                    "   0.2500 CANFD   1 Tx  291  Name 1 0 9 12 1 2 3 4 5 6 7 8 9 0 1 2 0 0\n"
+                    "   0.0000 L7 17 Tx 1 18 checksum = 19\n"
+                    "   0.0000 1  ErrorFrame\n"
+                    "   0.0000 1  291             Rx   r 0\n   0.0000 CANFD   1 Rx  291  0 0 8  0\n"
+                    "   0.0000 1  Statistic: D 0 R 0\n"),
+            ElementsAre("CAN CAN 2 1699992800750000000 123x#abcd",
+                        "CAN CAN 1 1699992801250000000 123#010203040506070809000102",
+                        "LIN LIN 7 1699992801250000000 11#12 13"))
             << date;
-        EXPECT_EQ(skipped, 4U);
+        EXPECT_EQ(there.skipped, 5U);
     }
     EXPECT_THAT(read("b.asc",
                      "date Mit Dez 31 11:00:00 2025\nbase hex  timestamps absolute\n"
                      "Begin Triggerblock Mit Mai 31 12:00:00 am 2023\n"
                      "  1.5 1  7ff Rx d f 01 02 03 04 05 06 07 08\n"),
-                ElementsAre("CAN 1 1685484001500000000 7ff#0102030405060708"));
+                ElementsAre("CAN CAN 1 1685484001500000000 7ff#0102030405060708"));
     ::unsetenv("TZ");
     ::tzset();
+}
+
+TEST_F(ForeignRecordings, TablesThatAnotherProgramStoredAgain) {
+    EXPECT_THAT(
+        read("a.csv",
+             "time,channel,bus,id,extended,length,data,checksum\r\n"
+             "\"2023-11-14 22:13:20.5\",\"A\",\"CAN\",\"291\",\"1\",\"1\",\"AB\",\"\"\r\n"
+             "2023-11-14T22:13:20Z,B,LIN,0x11,0,0,,19\n"
+             "2023-11-14T22:13:20Z,B,LIN,0x40,0,0,,19\n"
+             "2023-11-14T22:13:20Z,B,LIN,0x11,0,0,,\n"
+             "2023-11-14T22:13:20Z,A,CAN,0x11,0,2,01,\n"
+             "2023-11-14T22:13:20Z,A,CAN,0x11,0,1,01,,x\n"
+             "2023-11-14T22:13:20Z,A,FlexRay,0x11,0,1,01,\n"),
+        ElementsAre("CAN A 1700000000500000000 123x#ab", "LIN B 1700000000000000000 11# 13"));
+    EXPECT_EQ(there.skipped, 5U);
 }
 
 TEST_F(ForeignRecordings, WhatIsNoRecordingOrTooMuchIsSaid) {
     const Blocks to(false);
     read("a.pcapng", to.section() + to.interface(1) + to.interface(227));
-    EXPECT_TRUE(isNull) << "Ethernet frames";
+    EXPECT_TRUE(there.isNull) << "Ethernet frames";
     read("a.log", std::string("\xD4\xC3\xB2\xA1\2\0\4\0", 8));
-    EXPECT_TRUE(isNull) << "Ethernet frames under a strange name";
+    EXPECT_TRUE(there.isNull) << "Ethernet frames under a strange name";
     for (const char* name : {"a.log", "a.asc", "a.csv"}) {
         EXPECT_TRUE(read(name, "1.0 some text\nand more of it\n").empty());
-        EXPECT_THAT(error, HasSubstr("29 bytes of it were left")) << name;
+        EXPECT_THAT(there.error, HasSubstr("29 bytes of it were left")) << name;
         EXPECT_TRUE(read(name, "").empty());
-        EXPECT_EQ(error, "");
+        EXPECT_EQ(there.error, "");
     }
+    read("c.pcapng", "");
+    EXPECT_THAT(there.error, HasSubstr("ends within a block"));
     std::string many;
     for (int i = 0; i < 4'097; ++i) {
         many += "(1.000000) can" + std::to_string(i) + " 123#\n";
     }
     EXPECT_EQ(read("b.log", many + "(1.000000) can0 123#\n").size(), 4'096U);
-    EXPECT_THAT(error, HasSubstr("beyond the 4096"));
+    EXPECT_THAT(there.error, HasSubstr("beyond the 4096"));
     EXPECT_EQ(read("c.log", "(1.000000) can0 123#\n" + std::string(70'000, '(') + '\n').size(), 1U);
-    EXPECT_THAT(error, HasSubstr("70001 bytes of it were left"));
+    EXPECT_THAT(there.error, HasSubstr("70001 bytes of it were left"));
     std::string interfaces = to.section();
     for (int i = 0; i < 4'097; ++i) {
         interfaces += to.interface(227);
     }
     read("b.pcapng", interfaces);
-    EXPECT_THAT(error, HasSubstr("beyond the 4096"));
+    EXPECT_THAT(there.error, HasSubstr("beyond the 4096"));
 }
 
 TEST(MessageFilterTest, TimesChannelsAndIdentifiersArePartsOfOneQuestion) {
     constexpr std::int64_t second = 1'000'000'000;
     constexpr std::int64_t first = 1'700'000'000 * second;
     struct Case {
-        const char* from;
-        const char* to;
-        const char* channel;
-        const char* identifiers;
+        MessageFilter::Options options;
         std::vector<int> passing;  ///< of the messages below
+        std::size_t unknown = 0;
     };
     const Case cases[] = {
-        {"", "", "", "", {0, 1, 2, 3}},
-        {"1", "2.5", "", "", {1, 2}},
-        {"2023-11-14T22:13:21Z", "2023-11-14 22:13:22.5", "", "", {1, 2}},
-        {"", "2", "B", "", {1}},
-        {"1.000000001", "", "", "0x100-0x1FE", {3}},
-        {"", "", "", "511", {0, 2}},
-        {"", "", "", "17", {1}},
+        {{}, {0, 1, 2, 3}},
+        {{parseMoment("1"), parseMoment("3"), {}, {}}, {1, 2}},
+        {{parseMoment("2023-11-14T22:13:21Z"), parseMoment("2023-11-14 22:13:22.5"), {}, {}},
+         {1, 2}},
+        {{{}, parseMoment("2"), {"B", "C"}, {}}, {1}, 1},
+        {{parseMoment("1.000000001"), {}, {}, {parseIdentifiers("0x100-0x1FE").value()}}, {3}},
+        {{{}, {}, {}, {parseIdentifiers("511").value()}}, {0, 2}},
+        {{{}, {}, {}, {parseIdentifiers("17").value(), {0x100, 0x100}}}, {1, 3}},
     };
     for (const Case& test : cases) {
-        MessageFilter::Options options;
-        if (*test.from != '\0') {
-            options.from = parseMoment(test.from).value();
-        }
-        if (*test.to != '\0') {
-            options.to = parseMoment(test.to).value();
-        }
-        if (*test.channel != '\0') {
-            options.channels = {test.channel, "C"};
-        }
-        if (*test.identifiers != '\0') {
-            options.identifiers = {parseIdentifiers(test.identifiers).value()};
-        }
-        MessageFilter filter(options);
+        MessageFilter filter(test.options);
         filter.addChannel({"A", BusType::Can});
         filter.addChannel({"B", BusType::Lin});
         CanFrame can;
@@ -264,8 +238,8 @@ TEST(MessageFilterTest, TimesChannelsAndIdentifiersArePartsOfOneQuestion) {
                 passing.push_back(i);
             }
         }
-        EXPECT_EQ(passing, test.passing) << test.from << ' ' << test.identifiers;
-        EXPECT_EQ(filter.getUnknownChannels().size(), *test.channel != '\0' ? 1U : 0U);
+        EXPECT_EQ(passing, test.passing) << &test - cases;
+        EXPECT_EQ(filter.getUnknownChannels().size(), test.unknown);
     }
     for (const char* text :
          {"", "-1", "1e3", "2023-11-31T00:00:00Z", "2023-11-30T24:00:00Z", "nan"}) {

@@ -6,7 +6,7 @@
 
 #include "tests/support/temporary_folder.h"
 
-namespace station {
+namespace station::mf4_files {
 namespace {
 
 using testing::HasSubstr;
@@ -280,4 +280,4 @@ TEST_F(Mf4Files, OfOtherProgramsAreReadSortedOrNotAndMergedByTime) {
 }
 
 }  // namespace
-}  // namespace station
+}  // namespace station::mf4_files

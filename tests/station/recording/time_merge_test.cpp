@@ -4,7 +4,7 @@
 
 #include "station/recording/horizon.h"
 
-namespace station {
+namespace station::time_order {
 namespace {
 
 using Message = std::tuple<std::int64_t, std::uint32_t, std::uint32_t>;  // time, channel, number
@@ -97,4 +97,4 @@ TEST(HorizonTest, StaysBehindByTheLongestDelayOfLate) {
 }
 
 }  // namespace
-}  // namespace station
+}  // namespace station::time_order
