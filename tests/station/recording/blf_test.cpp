@@ -298,7 +298,7 @@ TEST_F(Foreign, AWrongByteMakesNothingElseBeRead) {
     // Not compressed, so that no checksum is in front; the sanitizers see what is read outside.
     const std::string bytes = header() + container(allKinds(), false);
     for (std::size_t at = 4; at < bytes.size(); ++at) {
-        for (const int wrong : {0x01, 0x10, 0x80, 0xFF}) {
+        for (const int wrong : {0x10, 0xFF}) {
             std::string damaged = bytes;
             damaged[at] = static_cast<char>(damaged[at] ^ wrong);
             rewrite(damaged);
