@@ -84,9 +84,11 @@ void Mf4Reader::openStream(mf4::Input& input, const mf4::Block& dataGroup, bool 
     auto stream = std::make_unique<Stream>(filePath, budget, dataGroup.links[2], isOpenEnd);
     stream->idSize = dataGroup.fields[0];
     bool isOfBus = false;
+    std::size_t groupCount = 0;
     for (std::uint64_t next = dataGroup.links[1]; next != 0;) {
         mf4::Group group;
         next = readGroup(input, next, group);
+        ++groupCount;
         if (group.isUnreadable) {
             note("the data of some frames aren't in their records, which isn't read");
         }
@@ -99,9 +101,10 @@ void Mf4Reader::openStream(mf4::Input& input, const mf4::Block& dataGroup, bool 
     if (!isOfBus) {
         return;
     }
-    if (stream->idSize > 8 || streams.size() == mostDataGroups) {
-        note(stream->idSize > 8 ? "a data group has records that can't be told apart"
-                                : "it has too many data groups");
+    const bool isAmbiguous = stream->idSize > 8 || (stream->idSize == 0 && groupCount > 1);
+    if (isAmbiguous || streams.size() == mostDataGroups) {
+        note(isAmbiguous ? "a data group has records that can't be told apart"
+                         : "it has too many data groups");
         return;
     }
     streams.push_back(std::move(stream));
