@@ -165,8 +165,8 @@ void Mf4Reader::advance(Stream& stream) {
             continue;
         }
         group.decode(record, stream.head);
-        stream.head.utcNanoseconds =
-            sumWithin(static_cast<std::int64_t>(start), stream.head.utcNanoseconds);
+        stream.head.utcNanoseconds = std::max<std::int64_t>(
+            sumWithin(static_cast<std::int64_t>(start), stream.head.utcNanoseconds), 0);
         stream.head.channel = channelOf(
             group.kind == mf4::Group::Kind::Can ? BusType::Can : BusType::Lin, number, {});
         stream.hasHead = true;
