@@ -7,7 +7,6 @@
 #include <limits>
 #include <string_view>
 
-#include "station/errors.h"
 #include "station/recording/mf4_format.h"
 
 namespace station {
@@ -46,6 +45,11 @@ Mf4Reader::Mf4Reader(const std::string& path)
     mf4::Block header;
     if (identification.size() < mf4::identificationSize) {
         note("it ends within its header");
+        return;
+    }
+    const std::string version(identification.begin() + 8, identification.begin() + 12);
+    if (version[0] != '4') {
+        note(fmt::format("it is an MDF of version {}, those of version 4 are read", version));
         return;
     }
     const auto flags = mf4::load<std::uint16_t>(identification.data() + mf4::unfinalizedFlagsAt);
@@ -232,16 +236,10 @@ void Mf4Reader::note(const std::string& text) {
 
 std::unique_ptr<MessageReader> openMf4(const std::string& path) {
     InputFile file(path);
-    const std::span<const std::uint8_t> bytes = file.view(0, 16);
+    const std::span<const std::uint8_t> bytes = file.view(0, 8);
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (!text.starts_with(mf4::finalizedFile) && !text.starts_with(mf4::unfinalizedFile)) {
         return nullptr;
-    }
-    if (text.size() > 8 && text[8] != '4') {
-        throw UserError(ExitCode::Unreadable,
-                        fmt::format("can't read {}: it is an MDF of version {}; those of version 4 "
-                                    "are read",
-                                    path, text.substr(8, 4)));
     }
     return std::make_unique<Mf4Reader>(path);
 }
