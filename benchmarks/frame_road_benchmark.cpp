@@ -7,6 +7,7 @@
 #include <pcap/pcap.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -19,13 +20,13 @@
 #include <vector>
 
 #include "benchmarks/component_road.h"
+#include "benchmarks/plain_clocks.h"
 #include "benchmarks/stored_traffic.h"
 #include "benchmarks/timing.h"
 #include "bridge/output/plain_output_channel.h"
 #include "capture/cmp_packet_reader.h"
-#include "station/offline/direct_output.h"
-#include "station/offline/pass_through_clock.h"
 #include "station/offline/stored_frames.h"
+#include "station/recording/time_merge.h"
 
 namespace {
 
@@ -133,10 +134,7 @@ void runInSlices(AnyRoad& road, Best& aMessage) {
 class Road {
   public:
     Road(const std::string& path, std::uint32_t modules)
-        : frames(path),
-          rings(modules),
-          clocks(frames, frames.getFirstTime()),
-          reader(&clocks, &rings, frames, frames) {
+        : frames(path), rings(modules), reader(&clocks, &rings, frames, frames) {
         for (std::uint32_t i = 0; i < modules; ++i) {
             const auto device = reader.getDevices().add();
             device->setTypeById(DeviceTypeInfo::neoviFire3Id);
@@ -197,7 +195,7 @@ class Road {
   private:
     station::StoredFrames frames;
     HostRings rings;
-    station::PassThroughClocks clocks;
+    PlainClocks clocks;
     CmpPacketReader reader;
 };
 
@@ -296,6 +294,40 @@ void idleCalls(const std::string& path, Best& call) {
     }
 }
 
+/// The messages of 64 channels into the order of time, as they come out of a pass: channel by
+/// channel, some each, `together` of them in a row without one of another channel between.
+void mergeChannels(std::uint32_t together, Best& aMessage) {
+    constexpr std::uint32_t channels = 64;
+    constexpr std::uint32_t runs = 16;
+    constexpr int passes = 50;
+    const std::array<std::uint8_t, 72> record{};
+    station::TimeMerge merge;
+    std::int64_t passStart = 0;
+    std::uint64_t bytes = 0;
+    StopWatch watch;
+    for (int pass = 0; pass < passes; ++pass) {
+        for (std::uint32_t channel = 0; channel < channels; ++channel) {
+            for (std::uint32_t run = 0; run < runs; ++run) {
+                for (std::uint32_t i = 0; i < together; ++i) {
+                    merge.add({passStart + (run * channels + channel) * together + i, channel,
+                               sizeof record},
+                              record.data());
+                }
+            }
+        }
+        const std::int64_t length = std::int64_t{channels} * runs * together;
+        merge.release(passStart, [&bytes](const auto& head, const std::uint8_t* data) {
+            bytes += head.size + data[0];
+        });
+        passStart += length;
+        aMessage.add(watch.lap(), static_cast<std::uint64_t>(length));
+    }
+    if (bytes != sizeof record * static_cast<std::uint64_t>(passStart) / passes * (passes - 1)) {
+        fmt::print("LOST in the merge\n");
+        std::exit(1);
+    }
+}
+
 void runOnTwoThreads(Case& entry) {
     Road road(entry.path, entry.traffic.modules);
     checkDelivered(entry, road.runOnTwoThreads(entry.twoThreads));
@@ -353,6 +385,8 @@ int main() {
     }
     Best pair;
     Best idleCall;
+    Best mergeOne;
+    Best mergeForty;
     for (int round = 0; round < rounds; ++round) {
         lockPairs(pair);
         for (Case& entry : cases) {
@@ -362,6 +396,8 @@ int main() {
         runThroughComponent(one);
         runThroughComponent(forty);
         idleCalls(one.path, idleCall);
+        mergeChannels(1, mergeOne);
+        mergeChannels(40, mergeForty);
         for (int turn = 0; turn < 2; ++turn) {
             runOnOneThread(forty);
             runOnTwoThreads(forty);
@@ -388,6 +424,10 @@ int main() {
     atMost("40 messages a frame, through the component: (it - the way) / LP",
            (forty.component.get() - forty.way.get()) / lp, 1.3);
     atMost("periodic call with 64 idle channels / LP", idleCall.get() / lp, 640);
+    atMost("order of time of 64 channels, with the copy / LP, 1 message in a row",
+           mergeOne.get() / lp, 1.5);
+    atMost("order of time of 64 channels, with the copy / LP, 40 messages in a row",
+           mergeForty.get() / lp, 1.5);
     atMost("allocations a message in steady state", allocationsPerMessage(directory), 0.0);
     for (const Case& entry : cases) {
         unlink(entry.path.c_str());

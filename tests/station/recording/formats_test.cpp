@@ -19,6 +19,10 @@ struct Format {
     bool hasEarlyTimes = true;  ///< long before the first message
 };
 
+void PrintTo(const Format& format, std::ostream* out) {
+    *out << format.ending;
+}
+
 constexpr Format formats[] = {{".pcapng", 1, true},        {".blf", 1, true, false, false},
                               {".mf4", 1, true},           {".log", 1000, false, true},
                               {".asc", 1000, false, true}, {".csv", 1, true, true}};
