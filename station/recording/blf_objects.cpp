@@ -232,8 +232,7 @@ bool BlfObjects::inflateInto(Bytes compressed) {
         if (objects.size() - used < smallestRoom) {
             objects.resize(2 * objects.size() + smallestRoom);
         }
-        const std::size_t room =
-            std::min(objects.size() - used, mostInBlock + 1 - (used - front));
+        const std::size_t room = std::min(objects.size() - used, mostInBlock + 1 - (used - front));
         inflater.next_out = objects.data() + used;
         inflater.avail_out = static_cast<uInt>(room);
         result = ::inflate(&inflater, Z_NO_FLUSH);

@@ -7,7 +7,6 @@
 #include <limits>
 #include <string_view>
 
-#include "station/errors.h"
 #include "station/recording/mf4_format.h"
 
 namespace station {
@@ -48,6 +47,11 @@ Mf4Reader::Mf4Reader(const std::string& path)
         note("it ends within its header");
         return;
     }
+    const std::string version(identification.begin() + 8, identification.begin() + 12);
+    if (version[0] != '4') {
+        note(fmt::format("it is an MDF of version {}, those of version 4 are read", version));
+        return;
+    }
     const auto flags = mf4::load<std::uint16_t>(identification.data() + mf4::unfinalizedFlagsAt);
     const bool isUnfinalized = std::memcmp(identification.data(), mf4::unfinalizedFile, 8) == 0 &&
                                (flags & mf4::lastDataLengthMissing) != 0;
@@ -84,9 +88,11 @@ void Mf4Reader::openStream(mf4::Input& input, const mf4::Block& dataGroup, bool 
     auto stream = std::make_unique<Stream>(filePath, budget, dataGroup.links[2], isOpenEnd);
     stream->idSize = dataGroup.fields[0];
     bool isOfBus = false;
+    std::size_t groupCount = 0;
     for (std::uint64_t next = dataGroup.links[1]; next != 0;) {
         mf4::Group group;
         next = readGroup(input, next, group);
+        ++groupCount;
         if (group.isUnreadable) {
             note("the data of some frames aren't in their records, which isn't read");
         }
@@ -99,9 +105,10 @@ void Mf4Reader::openStream(mf4::Input& input, const mf4::Block& dataGroup, bool 
     if (!isOfBus) {
         return;
     }
-    if (stream->idSize > 8 || streams.size() == mostDataGroups) {
-        note(stream->idSize > 8 ? "a data group has records that can't be told apart"
-                                : "it has too many data groups");
+    const bool isAmbiguous = stream->idSize > 8 || (stream->idSize == 0 && groupCount > 1);
+    if (isAmbiguous || streams.size() == mostDataGroups) {
+        note(isAmbiguous ? "a data group has records that can't be told apart"
+                         : "it has too many data groups");
         return;
     }
     streams.push_back(std::move(stream));
@@ -162,8 +169,8 @@ void Mf4Reader::advance(Stream& stream) {
             continue;
         }
         group.decode(record, stream.head);
-        stream.head.utcNanoseconds =
-            sumWithin(static_cast<std::int64_t>(start), stream.head.utcNanoseconds);
+        stream.head.utcNanoseconds = std::max<std::int64_t>(
+            sumWithin(static_cast<std::int64_t>(start), stream.head.utcNanoseconds), 0);
         stream.head.channel = channelOf(
             group.kind == mf4::Group::Kind::Can ? BusType::Can : BusType::Lin, number, {});
         stream.hasHead = true;
@@ -229,16 +236,10 @@ void Mf4Reader::note(const std::string& text) {
 
 std::unique_ptr<MessageReader> openMf4(const std::string& path) {
     InputFile file(path);
-    const std::span<const std::uint8_t> bytes = file.view(0, 16);
+    const std::span<const std::uint8_t> bytes = file.view(0, 8);
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (!text.starts_with(mf4::finalizedFile) && !text.starts_with(mf4::unfinalizedFile)) {
         return nullptr;
-    }
-    if (text.size() > 8 && text[8] != '4') {
-        throw UserError(ExitCode::Unreadable,
-                        fmt::format("can't read {}: it is an MDF of version {}; those of version 4 "
-                                    "are read",
-                                    path, text.substr(8, 4)));
     }
     return std::make_unique<Mf4Reader>(path);
 }

@@ -28,7 +28,7 @@ namespace station {
 /// "CAN 1".
 class Mf4Reader final : public MessageReader {
   public:
-    /// `path` is an MDF 4 file. Throws UserError (unreadable).
+    /// `path` is an MDF file. Throws UserError (unreadable).
     explicit Mf4Reader(const std::string& path);
     ~Mf4Reader() override;
 
@@ -53,7 +53,8 @@ class Mf4Reader final : public MessageReader {
     std::uint64_t bytesRead = 0;
 };
 
-/// Null if the file is no MDF. Throws UserError (unreadable), also for one of a version before 4.
+/// Null if the file is no MDF; of one before version 4 no message is read. Throws UserError
+/// (unreadable).
 std::unique_ptr<MessageReader> openMf4(const std::string& path);
 
 }  // namespace station

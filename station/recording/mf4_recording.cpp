@@ -392,7 +392,12 @@ std::uint64_t Mf4Recording::appendComment(std::uint64_t end) {
         fmt::format("<HDcomment xmlns=\"{}\"><TX>Recorded by cmp-station.</TX><common_properties>",
                     xmlNamespace);
     for (std::size_t i = 0; i < channels.size(); ++i) {
-        text += fmt::format("<e name=\"BusChannel.{}\">{}</e>", i + 1, escaped(channels[i].name));
+        const AppendFile::Counts& counts = file.channelCounts()[i];
+        text += fmt::format(
+            "<e name=\"BusChannel.{0}\">{1}</e>"
+            "<e name=\"BusChannel.{0}.Recorded\" type=\"integer\">{2}</e>"
+            "<e name=\"BusChannel.{0}.Lost\" type=\"integer\">{3}</e>",
+            i + 1, escaped(channels[i].name), counts.written, counts.lost);
     }
     text += "</common_properties></HDcomment>";
     const std::uint64_t begin = (end + 7) / 8 * 8;

@@ -55,7 +55,8 @@ namespace station {
 /// channel that is, is told by a record of group 4 (BusChannel, BusType as in sources, Name as
 /// UTF-8 of up to 254 bytes), put where the channel is added, before its first message, so that a
 /// channel may be added at any time and a file without an end has all names. At the end they are
-/// repeated in the HD comment, as `<e name="BusChannel.1">NAME</e>`.
+/// repeated in the HD comment, as `<e name="BusChannel.1">NAME</e>`, with the counts of messages
+/// that are in the file (`BusChannel.1.Recorded`) and that came for it and were lost (`.Lost`).
 ///
 /// At the end the counts and the length are filled in, and the ID last: killed before that, the
 /// file is an unfinalised one, which readers read, and `cmp-station convert` writes as a finalised.

@@ -3,6 +3,7 @@ error here. Of one data group; finalised or not."""
 
 import re
 import struct
+from collections import Counter
 
 from traffic import EXTENDED, Row
 
@@ -85,6 +86,10 @@ class Mf4:
         if self.finalized:
             told = re.findall(r'<e name="BusChannel\.(\d+)">(.*?)</e>', header.text(5, "MD"))
             need({int(number): name for number, name in told} == self.names, told)
+            told = re.findall(r'<e name="BusChannel\.(\d+)\.Recorded" type="integer">(\d+)</e>', header.text(5, "MD"))
+            counts = Counter(row.name for row in self.rows)
+            need({self.names[int(number)]: int(count) for number, count in told} ==
+                 {name: counts[name] for name in self.names.values()}, told)
 
     def _group(self, block):
         identifier, cycles, flags, separator, _, size, invalid = block.fields("2Q 2H 3I")

@@ -140,6 +140,7 @@ class Recordings(Case):
         _, errors = self.expect(3, "convert", "--quiet", torn, self.path("c.csv"))
         self.assertRegex(errors, r"ends within a line; \d+ bytes of it were left")
         self.assertEqual(len(traffic.read_csv(self.path("c.csv"))), len(log.read_text().splitlines()) - 1)
+
     def test_tshark_and_python_can_read_from_a_blf_what_is_in_the_pcapng(self):
         for report, pcapng, _, blf, *_ in self.runs:
             rows = traffic.read_with_tshark(pcapng)

@@ -389,9 +389,11 @@ TEST_F(MainWindowTest, MenusHaveTheirUsualKeys) {
 
 TEST(MeasurementBarTest, TellsTimeSizeAndLosses) {
     MeasurementBar bar({}, {});
-    const RecordingSummary small{"a", "", 0, 999'949, 0, ""};
-    const RecordingSummary lossy{"b", "", 0, 50'000, 3, ""};
-    const RecordingSummary failed{"c", "", 0, 0, 0, "disk full"};
+    RecordingSummary small, lossy, failed;
+    small.bytes = 999'949;
+    lossy.bytes = 50'000;
+    lossy.lost = 3;
+    failed.error = "disk full";
     const auto shown = [&](double seconds, std::vector<RecordingSummary> recordings, bool hasLost,
                            const std::vector<std::string>& gaps = {}) {
         Summary summary;

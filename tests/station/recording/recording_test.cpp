@@ -11,7 +11,7 @@ using testing::HasSubstr;
 using CanBytes = std::array<std::uint8_t, 72>;
 using LinBytes = std::array<std::uint8_t, 13>;
 
-constexpr std::int64_t time = 1'700'000'000'123'456'999;
+constexpr std::int64_t messageTime = 1'700'000'000'123'456'999;
 const std::string line = "(1700000000.123456) C 123#0001020304050607\n";
 
 class Recordings : public testing::Test {
@@ -27,7 +27,7 @@ class Recordings : public testing::Test {
     }
     void writeCan() {
         const CanBytes record{0x23, 1, 0, 0, 0, 0, 0, 8, 0, 1, 2, 3, 4, 5, 6, 7};
-        recording->write(0, time, record.data(), record.size());
+        recording->write(0, messageTime, record.data(), record.size());
     }
     /// What the file gained since the last call.
     std::string added() {
@@ -72,18 +72,18 @@ TEST_F(Recordings, LyingLengthsAndSizesReadNothingOutsideTheRecord) {
     for (const auto& [name, canSize] : {std::pair("a.pcapng", 104U), std::pair("a.log", 157U)}) {
         openWithChannel(name);
         added();
-        recording->write(0, time, can->data(), can->size());
+        recording->write(0, messageTime, can->data(), can->size());
         EXPECT_EQ(added().size(), canSize);
-        recording->write(0, time, lin->data(), lin->size());
-        recording->write(1, time, can->data(), can->size());
+        recording->write(0, messageTime, lin->data(), lin->size());
+        recording->write(1, messageTime, can->data(), can->size());
         EXPECT_EQ(added(), "");
         EXPECT_EQ(recording->recordsLost(), 2U);
     }
     open("b.pcapng");
     recording->addChannel({"L", BusType::Lin});
     added();
-    recording->write(0, time, lin->data(), lin->size() - 1);
-    recording->write(0, time, lin->data(), lin->size());
+    recording->write(0, messageTime, lin->data(), lin->size() - 1);
+    recording->write(0, messageTime, lin->data(), lin->size());
     EXPECT_EQ(added().size(), 28U + 8U + 8U + 4U);
     EXPECT_TRUE(recording->close());
     const std::string end = contentOf(recording->path()).substr(seen);
