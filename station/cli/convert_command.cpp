@@ -25,7 +25,7 @@ namespace station {
 namespace {
 
 constexpr const char* about =
-    R"(Turns stored frames (.pcap, .pcapng) or recordings (.pcapng, .log, .asc, .csv) into recordings.
+    R"(Turns stored frames (.pcap, .pcapng) or recordings of any format into others.
 
 What IN is follows from its contents. Of stored frames the modules are taken from the status messages
 in the file, unless --module names them. A module's times run on its own clock from the moment at which
@@ -318,8 +318,9 @@ void addConvertCommand(CLI::App& app, Command& chosen) {
     CLI::App* const command = app.add_subcommand("convert", about);
     command->footer(examples);
     command
-        ->add_option("IN", options->input,
-                     "Stored frames (.pcap, .pcapng) or a recording (.pcapng, .log, .asc, .csv)")
+        ->add_option(
+            "IN", options->input,
+            "Stored frames (.pcap, .pcapng) or a recording: .pcapng, .blf, .mf4, .log, .asc, .csv")
         ->required();
     command->add_option("OUT", options->outputs, "Recordings: " + describeRecordingFormats())
         ->required();
