@@ -135,7 +135,7 @@ HostResult TrafficFacts::getInterfaces(std::vector<InterfaceStatistics>* interfa
 HostResult TrafficFacts::getMessages(MessageStatistics* messages) {
     const MessageCounts counts = core.packetReader.getMessageCounts();
     static_assert(std::tuple_size_v<decltype(counts.unknown)> == MessageStatistics::mostUnknown);
-    *messages = {counts.data,  counts.moduleStatus,  counts.busStatus,     counts.other,
+    *messages = {counts.data,  counts.moduleStatus,  counts.busStatus,      counts.other,
                  counts.empty, counts.unknownModule, counts.unknownChannel, {}};
     std::ranges::transform(counts.unknown, messages->unknown, [](const auto& entry) {
         return MessageStatistics::Unknown{entry.cmId, entry.messages};
