@@ -17,7 +17,8 @@ class Blocks {
     std::string number(std::uint64_t value, std::size_t size) const {
         std::string bytes;
         for (std::size_t i = 0; i < size; ++i) {
-            bytes += static_cast<char>(value >> 8 * (isBigEndian ? size - 1 - i : i));
+            const std::size_t place = isBigEndian ? size - 1 - i : i;
+            bytes += static_cast<char>(place < sizeof value ? value >> 8 * place : 0);
         }
         return bytes;
     }
