@@ -5,6 +5,7 @@ import os
 import random
 import re
 import select
+import shutil
 import signal
 import struct
 import time
@@ -206,6 +207,25 @@ class CommandLine(Case):
         self.assertIn(f'Recording to "{full}" ended: No space left on device', errors)
         self.expect_complete(sent, report, whole)
         self.assertEqual(len(traffic.read_with_tshark(full)), report["recordings"][0]["records"])
+
+    def test_recording_goes_on_when_its_disk_has_room_again(self):
+        disk = self.mount("40m")
+        filler = disk / "filler"
+        filler.write_bytes(bytes(shutil.disk_usage(disk).free - 100_000))
+        station = lab.Station(FRONT, record=[disk / "a.pcapng"])
+        simulator = lab.start_simulator(CAN, "--rate", 200, "--duration", 7)
+        lab.wait_until(lambda: shutil.disk_usage(disk).free == 0, "the disk is full")
+        time.sleep(1)
+        filler.unlink()
+        sent = lab.finish_simulator(simulator)
+        report, errors = station.stop(code=1)
+        self.assertIn("Recording goes on, in", errors)
+        self.assertEqual(traffic.account_differences(report), [])
+        rows = [traffic.read_with_tshark(part) for part in sorted(disk.glob("a*.pcapng"), key=lambda part: len(part.name))]
+        recording = report["recordings"][0]
+        self.assertEqual(list(map(len, rows)), [recording["records"] - len(rows[-1]), len(rows[-1])])
+        self.assertEqual(recording["records"] + recording["lost"], sent["dataMessages"])
+        self.assertTrue(rows[0] and rows[-1])
 
     def test_hangup_begins_another_part_and_no_message_is_between_them(self):
         station = lab.Station(FRONT, "--rotate", "time=1h", "--record", self.path("a.pcapng"))
