@@ -83,17 +83,20 @@ void checkCapturePermission(const char* program) {
     const std::string folder =
         std::filesystem::read_symlink("/proc/self/exe", error).parent_path().string();
     const bool isDesktop = std::string_view(program) != "cmp-station";
+    const bool isInstalled = folder.rfind("/usr/", 0) == 0;
+    const std::string place = isInstalled ? folder : "/usr/local/lib/cmp";
     throw UserError(
         ExitCode::NotAllowed,
         "not allowed to capture. Do one of these:\n"
         "  run it with sudo;\n"
         "  give cmp-station the right, where root alone can write (the desktop gets it from "
-        "\"cmp-station gui\"):\n"
-        "    cd \"" +
-            folder +
-            "\" && sudo install -D -t /usr/local/lib/cmp cmp-station cmp-station-gui "
-            "cmp_plugin.so\n"
-            "    sudo setcap cap_net_raw+ep /usr/local/lib/cmp/cmp-station\n"
+        "\"cmp-station gui\"):\n" +
+            (isInstalled ? std::string()
+                         : "    cd \"" + folder + "\" && sudo install -D -t " + place +
+                               " cmp-station cmp-station-gui cmp_plugin.so "
+                               "libkvrtcoretypes-64-1.so\n") +
+            "    sudo setcap cap_net_raw+ep " + place +
+            "/cmp-station\n"
             "  join the group that may run it with that right, where the administrator has set one "
             "up" +
             (isDesktop ? ", and start it with \"cmp-station gui\"" : ""));

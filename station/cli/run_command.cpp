@@ -12,6 +12,7 @@
 #include "station/cli/commands.h"
 #include "station/cli/live_view.h"
 #include "station/cli/recordings.h"
+#include "station/cli/service_manager.h"
 #include "station/cli/setups.h"
 #include "station/permission.h"
 #include "station/session/measurement.h"
@@ -71,6 +72,7 @@ void tellAll(LiveView& view, const std::vector<std::string>& texts) {
 std::string measure(const RunOptions& options, Measurement& measurement, LiveView& view,
                     StopSignal& stop) {
     std::string failure;
+    ServiceManager manager;
     const auto start = Clock::now();
     const auto end = options.duration > 0.0
                          ? start + std::chrono::duration_cast<Clock::duration>(
@@ -90,6 +92,7 @@ std::string measure(const RunOptions& options, Measurement& measurement, LiveVie
         nextPoll = std::max(nextPoll + Measurement::period, now);
         try {
             tellAll(view, measurement.poll(now));
+            manager.tellMeasuring(now);
         } catch (const PluginError& error) {
             failure = error.what();
         }
@@ -97,6 +100,7 @@ std::string measure(const RunOptions& options, Measurement& measurement, LiveVie
             view.show(measurement.summarize(), now);
         }
     }
+    manager.tellStopping();
     return failure;
 }
 

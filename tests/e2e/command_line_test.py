@@ -7,6 +7,7 @@ import re
 import select
 import shutil
 import signal
+import socket
 import struct
 import time
 
@@ -187,6 +188,23 @@ class CommandLine(Case):
         stored.write_bytes(pcap(0, 1, kept=60))
         for words in (["dump", stored], ["convert", stored, self.path("a.pcapng"), "--module", *FRONT]):
             self.assertIn("2 Ethernet frames were cut", self.expect(1, *words)[1])
+
+    def test_a_service_manager_is_told_of_start_life_and_end_and_not_waited_for(self):
+        for name, watchdog in ((str(self.path("socket")), {}), ("@station", {"WATCHDOG_PID": "1"}), ("@none", {})):
+            variables = {**os.environ, "NOTIFY_SOCKET": name, "WATCHDOG_USEC": "100", **watchdog}
+            with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+                if name == "@none":
+                    self.assertIn(name, self.expect(0, "run", "--module", *CAN, "--duration", 0.1, env=variables)[1])
+                    continue
+                manager.bind(name.replace("@", "\0"))
+                # It reads nothing before the end, and has no room for all.
+                self.expect(0, "run", "--module", *CAN, "--duration", 1, env=variables)
+                manager.settimeout(0)
+                self.assertIn(b"READY=1\n", manager.recv(100))
+                if watchdog:
+                    self.assertIn(b"STOPPING=1\n", manager.recv(100))
+                else:
+                    self.assertEqual({manager.recv(100) for _ in range(5)}, {b"WATCHDOG=1"})
 
     def test_without_the_right_to_capture_it_says_how_to_get_it(self):
         for arguments in (["run", "--module", *CAN], ["dump", "--interface", "lo"]):

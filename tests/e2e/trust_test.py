@@ -16,6 +16,7 @@ USER, GROUP = 65534, 4242  # an ordinary user, and the group that may capture
 SETPRIV = ["setpriv", f"--reuid={USER}", f"--regid={USER}", f"--groups={GROUP}"]
 FOREIGN = sys.argv.pop(1)
 TRACE = Path("/run/trace/foreign")  # where it writes that it was loaded
+RUNTIME = Path("/usr/local/lib/cmp/libkvrtcoretypes-64-1.so")
 INSTALLED, PLAIN, HIS = Path("/run/installed"), Path("/run/plain"), Path("/run/his")
 
 
@@ -49,6 +50,9 @@ class Trust(Case):
         TRACE.parent.chmod(0o777)
         HIS.mkdir()
         give(HIS)
+        # A station with the right takes its runtime library from there.
+        lab.run("mount", "-t", "tmpfs", "-o", "mode=755", "none", RUNTIME.parent.parent)
+        copy(lab.BIN / RUNTIME.name, RUNTIME)
         install(INSTALLED)
         lab.run("env", "KESTROVA_REGISTRY=/run/template", lab.STATION, "plugins", "--register", lab.PLUGIN)
         for name in ("cmp-station", "cmp-station-gui", "cmp_plugin.so"):
@@ -95,6 +99,7 @@ class Trust(Case):
         station = lab.Station(FRONT, prefix=self.as_user(), record=[recording])
         sent = lab.simulate(CAN, "--rate", RATE, "--duration", 1)
         station.settle()
+        self.assertIn(f"{RUNTIME}\n", Path(f"/proc/{station.process.pid}/maps").read_text())
         self.expect_complete(sent, station.stop()[0], recording)
 
         measuring = lab.Station.__new__(lab.Station)
