@@ -155,8 +155,18 @@ def recordings():
     return sorted((ROOT / STATE[1:]).iterdir())
 
 
+def simulate():
+    """How many messages were sent; after a time in which a station takes them in."""
+    sent = json.loads(run("nsenter", "--net=/run/netns/modules", "chroot", ROOT, "cmp-sim", "--interface", "modules0",
+                          "--module", "CAN combo:5", "--duration", "3", "--json"))
+    size = None
+    while size != (size := sum(path.stat().st_size for path in recordings())):
+        time.sleep(1)
+    return sent["dataMessages"]
+
+
 def measure(system):
-    """The service records what the simulator sends; returns the recording."""
+    """The service records what the simulator sends, and begins another file when it is asked to."""
     for words in (["new", SETUP], ["add", SETUP, "--type", "CAN combo", "--config-id", "5", "--name", "Front"],
                   ["channel", SETUP, "Front", "all", "--used", "yes"]):
         system.run("cmp-station", "setup", *words)
@@ -165,23 +175,19 @@ def measure(system):
     status = system.status(system.show("MainPID"))
     expect(set(re.findall(r"Cap(?:Prm|Eff|Bnd):\s*(\w+)", status)) == {f"{1 << 13:016x}"}
            and "NoNewPrivs:\t1" in status, "it has the right to capture, and can't get another")
-    sent = json.loads(run("nsenter", "--net=/run/netns/modules", "chroot", ROOT, "cmp-sim", "--interface", "modules0",
-                          "--module", "CAN combo:5", "--duration", "3", "--json"))
-    recording, = recordings()
-    size = None
-    while size != (size := recording.stat().st_size):
-        time.sleep(1)
+    count = simulate()
+    system.run("systemctl", "reload", SERVICE)
+    count += simulate()
     system.run("systemctl", "stop", SERVICE)
     log = system.run("journalctl", "--unit", SERVICE, "--output=cat", "--identifier=record-service",
                      "--identifier=cmp-station")
     expect(system.show("Result") == "success", "it ends without a loss")
-    rows = run("tshark", "-r", recording, "-T", "fields", "-e", "frame.number").splitlines()
-    count = sent["dataMessages"]
-    expect(len(rows) == count > 0, f"tshark reads all {count} messages of {recording.name}")
+    rows = [len(run("tshark", "-r", path, "-T", "fields", "-e", "frame.number").splitlines()) for path in recordings()]
+    names = " and ".join(path.name for path in recordings())
+    expect(len(rows) == 2 and sum(rows) == count and 0 not in rows, f"tshark reads all {count} messages, in {names}")
     account = json.loads(log[log.index("{"):])
     expect(sum(channel["delivered"] for channel in account["channels"]) == count, "the journal has their account")
-    expect(recording.stat().st_mode & 0o777 == 0o640, "its group may read the recording, others may not")
-    return recording
+    expect({path.stat().st_mode & 0o777 for path in recordings()} == {0o640}, "its group may read them, others may not")
 
 
 def hang(system):
@@ -189,6 +195,7 @@ def hang(system):
     changed.parent.mkdir(parents=True)
     changed.write_text("[Service]\nWatchdogSec=3\nRestartSec=1\n")
     system.run("systemctl", "daemon-reload")
+    time.sleep(1)  # files are named after the second
     system.run("systemctl", "start", SERVICE)
     time.sleep(8)
     expect(system.show("NRestarts") == "0", "it feeds the watchdog")
@@ -217,12 +224,14 @@ def use_as_a_user(system):
     loaded = set(re.findall(r"\S*(?:kvrtcoretypes|cmp_plugin)\S*", maps.read_text()))
     station.kill()
     station.wait()
-    expect(loaded == {f"{ROOT}{PLUGIN}", f"{ROOT}{RUNTIME}"}, "with setcap members of the group capture, with the package's libraries")
+    expect(loaded == {f"{ROOT}{PLUGIN}", f"{ROOT}{RUNTIME}"},
+           "with setcap members of the group capture, with the package's libraries")
     told = system.run("env", "QT_QPA_PLATFORM=offscreen", "/usr/lib/cmp/cmp-station-gui", "--help")
     expect("--setup" in told, "the desktop's program starts")
 
 
 def upgrade(system):
+    time.sleep(1)  # files are named after the second
     system.run("systemctl", "enable", "--now", SERVICE)
     process = system.show("MainPID")
     system.install()
@@ -246,7 +255,7 @@ def main():
         expect(system.registered() == [PLUGIN], "installed, and the plug-in is registered for all users")
         expect(system.show("UnitFileState") == "disabled" and system.show("ActiveState") == "inactive",
                "the service waits for a setup")
-        recording = measure(system)
+        measure(system)
         hang(system)
         use_as_a_user(system)
         upgrade(system)
@@ -254,13 +263,13 @@ def main():
         system.run("dpkg", "--remove", "cmp-capture-desktop", "cmp-capture")
         expect(system.show("ActiveState") in ("inactive", "failed"), "removed, the service has ended")
         left = {path for path in files() - before if not path.startswith((STATE, "/etc/cmp-station"))}
-        expect(left == {"/etc/systemd/system/multi-user.target.wants/" + SERVICE} and recording.exists(),
+        expect(left == {"/etc/systemd/system/multi-user.target.wants/" + SERVICE} and recordings(),
                "there are left settings and recordings, and that it is enabled")
         system.run("dpkg", "--purge", "cmp-capture-desktop", "cmp-capture")
         there = {STATE, *(f"{STATE}/{path.name}" for path in recordings())}
-        expect(files() - before == there and before <= files() and recording.exists(),
+        expect(files() - before == there and before <= files() and len(there) > 1,
                f"purged, there are left {len(there) - 1} recordings")
-        expect(recording.stat().st_uid == recording.stat().st_gid == 0 and accounts() == known,
+        expect({(path.stat().st_uid, path.stat().st_gid) for path in recordings()} == {(0, 0)} and accounts() == known,
                "they are root's, and the user is gone")
 
 
