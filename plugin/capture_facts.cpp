@@ -126,6 +126,10 @@ HostResult CaptureFacts::getClocks(ClockStatistics* clocks, std::uint32_t* count
 HostResult TrafficFacts::getInterfaces(std::vector<InterfaceStatistics>* interfaces) {
     interfaces->clear();
     for (const auto& [name, frames] : core.packetReader.getFrameCounts()) {
+        const bool isUnused = name.empty() && frames.kept + frames.foreign + frames.dropped == 0;
+        if (isUnused) {
+            continue;
+        }
         interfaces->push_back({StringHelper::ToWide(name), frames.kept, frames.foreign,
                                frames.malformed, frames.dropped});
     }

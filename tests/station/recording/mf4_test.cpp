@@ -173,7 +173,8 @@ TEST_F(Mf4Files, CutAtAnyByteTheyGiveTheMessagesBeforeItAndSayHowManyBytesTheyLe
         EXPECT_EQ(reader->getChannels().size(), 3U);
     }
     std::size_t before = 0;
-    for (std::size_t size = 0; size < finalized.size(); ++size) {
+    const std::size_t records = finalized.find("##DT");
+    for (std::size_t size = 0; size < finalized.size(); size += size < records ? 17 : 1) {
         const std::string& whole = size < unfinalized.size() ? unfinalized : finalized;
         const std::vector<Message> messages = read(whole.substr(0, size));
         ASSERT_LE(messages.size(), written.size());
