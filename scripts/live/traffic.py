@@ -120,10 +120,10 @@ def count_differences(sent, report):
 
 
 def account_differences(report):
-    """Each data message that was read is in one count, all channels being used; each message of each channel is in
+    """Each data message that was read is in one count; each message of each channel is in
     one count, and each that is there in each recording or in its loss. What doesn't add up."""
     messages = report["messages"]
-    told = messages["empty"] + messages["unknownModule"] + messages["unknownChannel"]
+    told = sum(messages[kind] for kind in ("empty", "unknownModule", "unknownChannel", "unusedChannel"))
     if messages["data"] != told + sum(channel["queued"] + channel["unusable"] for channel in report["channels"]):
         return [messages]
     ends = ("delivered", "beforeStart", "afterEnd", "tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput")

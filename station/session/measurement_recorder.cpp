@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <span>
 
 #include "core/string_helper.h"
@@ -175,6 +176,10 @@ std::vector<std::string> MeasurementRecorder::takeOverruns() {
 std::vector<std::string> MeasurementRecorder::takeCounts(
     const std::vector<ChannelStatistics>& statistics, bool& hasLost) {
     std::vector<std::string> texts;
+    unused = std::accumulate(statistics.begin(), statistics.end(), std::uint64_t{0},
+                             [](std::uint64_t sum, const ChannelStatistics& entry) {
+                                 return sum + entry.queued + entry.unusable;
+                             });
     for (const auto& channel : channels) {
         const ChannelStatistics now = sumOf(statistics, channel->source->indices().back());
         const std::string reasons = lossReasons(channel->counts, now);
@@ -187,6 +192,7 @@ std::vector<std::string> MeasurementRecorder::takeCounts(
                                         now.getLost() - channel->counts.getLost(), reasons));
         }
         channel->counts = now;
+        unused -= now.queued + now.unusable;
     }
     return texts;
 }
@@ -243,6 +249,7 @@ Summary MeasurementRecorder::summarize(std::vector<Module> modules) {
         entry.overwritten = channel->getOverruns();
         summary.channels.push_back(std::move(entry));
     }
+    summary.unused = unused;
     summary.outOfOrder = recordings.getLate();
     summary.recordings = recordings.summarize();
     return summary;

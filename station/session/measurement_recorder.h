@@ -80,6 +80,7 @@ class MeasurementRecorder {
     /// was held up for longer.
     Horizon horizon{10'000'000, 5};
     std::optional<std::int64_t> firstStart;  ///< UTC nanoseconds, from the second part on
+    std::uint64_t unused = 0;                ///< messages of channels that aren't used
     double markTime = 0.0;  ///< when the rates were worked out, seconds since the start
 };
 

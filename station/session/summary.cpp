@@ -363,6 +363,7 @@ std::string toJson(const Summary& summary) {
         result["awaitedLeader"] = summary.awaitedLeader;
     }
     result["messages"] = toJson(summary.messages);
+    result["messages"]["unusedChannel"] = summary.unused;
     result["interfaces"] = Json::array();
     for (const InterfaceStatistics& interface : summary.interfaces) {
         result["interfaces"].push_back(toJson(interface));

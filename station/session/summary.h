@@ -67,6 +67,7 @@ struct Summary {
     std::string awaitedLeader;  ///< the module for whose clock the start waits; empty: none
     std::vector<InterfaceStatistics> interfaces;  ///< none without a host around the core
     MessageStatistics messages;
+    std::uint64_t unused = 0;  ///< data messages of channels that aren't used
     std::vector<Module> modules;
     std::vector<ChannelSummary> channels;
     std::vector<RecordingSummary> recordings;
