@@ -180,7 +180,7 @@ TEST_F(StatisticsTest, ClocksTellHowTheyFollow) {
     const ClockStatistics heard = clock(0);
     EXPECT_TRUE(heard.hasTime && heard.isPlaced);
     EXPECT_NEAR(heard.offset, gnss_arithmetic::weekEpochUnixSeconds + 100.0, 0.02);
-    EXPECT_NEAR(heard.ratePpm, 1000.0, 200.0);
+    EXPECT_NEAR(heard.ratePpm, 1000.0, 500.0);  // a look at the counter moves it by a millisecond
     EXPECT_NEAR(heard.age, 0.25, 0.01);
     EXPECT_EQ(heard.jumps, 0U);
     EXPECT_FALSE(clock(1).hasTime);
