@@ -14,6 +14,7 @@ import sys
 import tempfile
 import time
 from collections import Counter
+from itertools import pairwise
 from pathlib import Path
 
 import lab
@@ -137,18 +138,20 @@ def run(folder, seconds, seed):
                 time.sleep(3)
         code, report, _ = station.stop_with_any_code()
         terminal.read()
-        files = {recording["path"]: count_records(recording["path"]) for recording in report.get("recordings", [])}
+        files = {recording["path"]: look_at(recording["path"]) for recording in report.get("recordings", [])}
     if not report:
         raise lab.Failure(f"cmp-station ended with {code}: {terminal.text.decode(errors='replace')}")
     return modules, troubles, code, report, files
 
 
-def count_records(path):
-    """Messages in a recording, by other programs than the station."""
+def look_at(path):
+    """Messages in a recording, by other programs than the station, and whether they are in the order of time."""
     if path.endswith(".log"):
-        return len(Path(path).read_text().splitlines())
-    told = subprocess.run(["capinfos", "-M", "-c", path], check=False, capture_output=True, text=True)
-    return int(told.stdout.split()[-1])
+        lines = Path(path).read_text().splitlines()
+        return len(lines), all(a.split(")")[0] <= b.split(")")[0] for a, b in pairwise(lines))
+    told = subprocess.run(["capinfos", "-M", "-c", "-o", path], check=False, capture_output=True, text=True)
+    *_, count, _, _, _, is_ordered = told.stdout.split()
+    return int(count), is_ordered == "True"
 
 
 def check_recordings(report, files):
@@ -160,7 +163,7 @@ def check_recordings(report, files):
     wrong = []
     for recording in report["recordings"]:
         held = frames["CAN"] + (0 if recording["path"].endswith(".log") else frames["LIN"])
-        there = files[recording["path"]]
+        there, is_ordered = files[recording["path"]]
         print(f"  {Path(recording['path']).name}: {there} of {held} in it, {recording['lost']} counted as lost"
               f"{recording.get('error') and '; ' + recording['error'] or ''}")
         # A disk that is given up may still take some when it comes back.
@@ -168,6 +171,8 @@ def check_recordings(report, files):
         if not is_counted or recording["records"] + recording["lost"] != held:
             wrong.append(f"{recording['path']} has {there} messages: the station says {recording['records']}, and "
                          f"{recording['lost']} lost of {held}")
+        if not is_ordered and not report["outOfOrder"]:
+            wrong.append(f"{recording['path']} isn't in the order of time")
     return wrong
 
 

@@ -142,7 +142,7 @@ def check(modules, code, report):
     missing, dropped = total["sent"] - total["queued"], report["droppedFrames"]
     lost = sum(total[name] for name in ("overwritten", *DISCARDED))
     print(f"  not queued: {missing}; frames that the system dropped: {dropped}; messages lost, as the station says: "
-          f"{report['lostMessages']}; it ended with {code}")
+          f"{report['lostMessages']}; behind later ones in the recordings: {report['outOfOrder']}; it ended with {code}")
     if missing > dropped:  # a frame holds one message, or is a status
         wrong.append(f"{missing} messages were not queued, and only {dropped} frames dropped")
     if total["delivered"] == 0:
