@@ -27,6 +27,12 @@ std::string sessionNow() {
 
 RecordingSeries::RecordingSeries(std::string path, bool overwrite, PartRules partRules)
     : wantedPath(std::move(path)), rules(partRules), session(sessionNow()) {
+    // Another one may have begun in the same second.
+    constexpr int most = 1000;
+    const std::string second = session;
+    for (int n = 2; rules.isRotating() && std::filesystem::exists(pathOf(1)) && n < most; ++n) {
+        session = fmt::format("{}-{}", second, n);
+    }
     openPart(overwrite);
     format = part->formatName();
     acceptsBus[0] = part->accepts(BusType::Can);

@@ -92,7 +92,7 @@ class RecordingSeries {
 
     const std::string wantedPath;
     const PartRules rules;
-    const std::string session;
+    std::string session;
     std::string format;
     bool acceptsBus[2] = {};
     std::function<void()> onProgress;
