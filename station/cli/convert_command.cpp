@@ -147,13 +147,7 @@ struct Ending {
 /// What the user and the shell are answered once the recordings are closed.
 ExitCode finish(const ConvertOptions& options, RecordingSet& recordings,
                 const MessageFilter& filter, const Ending& ending) {
-    if (options.json) {
-        printResult(toJson(ending.summary));
-    } else if (!options.quiet) {
-        for (const std::string& line : toTable(ending.summary)) {
-            printResult(line + '\n');
-        }
-    }
+    printReport(ending.summary, options.outputs, options.json, options.quiet);
     if (!ending.errorText.empty()) {
         throw UserError(ExitCode::Unreadable,
                         ending.errorText + "; what came before is in the recordings");
@@ -257,6 +251,7 @@ Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
 
 ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     refuseInputAsOutput(options);
+    takesStandardOutput(options.outputs, options.json);
     const MessageFilter::Options wanted = readFilter(options);
     MessageFilter filter(wanted);
     RecordingSet recordings;

@@ -56,7 +56,8 @@ std::uint64_t parseAmount(const char* option, const std::string& text,
 void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
     command
         .add_option("--record", paths,
-                    "Record into FILE: " + describeRecordingFormats() + "; may be given again")
+                    "Record into FILE: " + describeRecordingFormats() +
+                        ", or - for .pcapng on standard output; may be given again")
         ->type_name("FILE")
         ->expected(1)
         ->take_all();
@@ -116,8 +117,38 @@ PartRules parsePartRules(const PartOptions& options) {
 
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,
                     bool overwrites, const PartRules& rules) {
+    if (std::ranges::count(paths, AppendFile::standardOutput) > 1) {
+        throw UserError("standard output (-) can take one recording only");
+    }
     for (const std::string& path : paths) {
         recordings.open(path, overwrites, rules);
+    }
+}
+
+bool takesStandardOutput(const std::vector<std::string>& paths, bool json) {
+    const bool takes = std::ranges::find(paths, AppendFile::standardOutput) != paths.end();
+    if (takes && json) {
+        throw UserError(
+            "--json prints on standard output, which the recording (-) takes: record into a file, "
+            "or "
+            "leave out --json");
+    }
+    return takes;
+}
+
+void printReport(const Summary& summary, const std::vector<std::string>& recordings, bool json,
+                 bool quiet) {
+    const bool isTaken = takesStandardOutput(recordings, json);
+    if (json) {
+        printResult(toJson(summary));
+        return;
+    }
+    for (const std::string& line : quiet ? std::vector<std::string>() : toTable(summary)) {
+        if (isTaken) {
+            fmt::print(stderr, "{}\n", line);
+        } else {
+            printResult(line + '\n');
+        }
     }
 }
 

@@ -23,7 +23,15 @@ PartRules parsePartRules(const PartOptions& options);
 /// Opens all; throws UserError.
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,
                     bool overwrites, const PartRules& rules = {});
+/// Whether one of them goes to standard output, which then takes nothing else. Throws UserError if
+/// JSON is to go there too.
+bool takesStandardOutput(const std::vector<std::string>& paths, bool json);
 /// Says on standard error which recordings can't hold all channels.
 void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary);
+
+/// What is printed at the end: JSON, or a table unless `quiet`, on standard error if recordings
+/// take standard output.
+void printReport(const Summary& summary, const std::vector<std::string>& recordings, bool json,
+                 bool quiet);
 
 }  // namespace station

@@ -36,6 +36,7 @@ Examples:
   cmp-station run --module "CAN combo:5:Front" --module "LIN combo:2"
   cmp-station run --module "NeoviFire3:7" --record drive.pcapng --record drive.log --duration 60
   cmp-station run --module "CAN combo:5" --interface eth1 --interface eth2
+  cmp-station run --module "CAN combo:5" --record - | tshark -r -
   cmp-station run --module "CAN combo:5" --json --quiet --duration 10)";
 
 constexpr double longestDuration = 1e9;  // seconds
@@ -139,19 +140,10 @@ void requireModules(bool areThere, const std::string& otherwise) {
     }
 }
 
-void report(const RunOptions& options, const Summary& summary) {
-    if (options.json) {
-        printResult(toJson(summary));
-    } else if (!options.quiet) {
-        for (const std::string& line : toTable(summary)) {
-            printResult(line + '\n');
-        }
-    }
-}
-
 ExitCode run(const RunOptions& options, StopSignal& stop) {
     requireModules(!options.setup.empty() || !options.modules.empty(),
                    "there is nothing to capture");
+    const bool isPiped = takesStandardOutput(options.recordings, options.json);
     checkCapturePermission();
     const auto recordings = std::make_shared<RecordingSet>();
     openRecordings(*recordings, options.recordings, options.overwrite,
@@ -165,7 +157,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     tellWhatIsLeftOut(*recordings, measurement.summarize());
     measurement.start();
 
-    const int tableDescriptor = options.json ? STDERR_FILENO : STDOUT_FILENO;
+    const int tableDescriptor = options.json || isPiped ? STDERR_FILENO : STDOUT_FILENO;
     LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
     if (!options.recordings.empty() && !isTerminal(STDOUT_FILENO) && !isTerminal(STDERR_FILENO)) {
         stop.keepHangups();
@@ -179,7 +171,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     }
     const std::string failure = measure(options, measurement, view, stop);
     view.end();
-    report(options, measurement.summarize());
+    printReport(measurement.summarize(), options.recordings, options.json, options.quiet);
     stop.beginCleanUp();
     if (!failure.empty()) {
         throw UserError(ExitCode::Failed, failure);

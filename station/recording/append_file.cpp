@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -62,8 +63,33 @@ AppendFile::~AppendFile() {
     close();
 }
 
+void AppendFile::openStream() {
+    if (filePath == standardOutput) {
+        fd = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    } else {
+        fd = ::open(filePath.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+        if (fd < 0 && errno == ENXIO) {
+            throw openingError(filePath, "nobody reads from this pipe", "Start its reader first.");
+        }
+    }
+    if (fd < 0) {
+        const int errorNumber = errno;
+        throw openingError(filePath, reasonOf(errorNumber), openingAdvice(errorNumber));
+    }
+    if (::isatty(fd) != 0) {
+        throw openingError(filePath, "it is a terminal", "Pipe it into a program, or a file.");
+    }
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+}
+
 void AppendFile::open(bool overwrite) {
-    // O_NONBLOCK, so that the name of a pipe is refused below instead of waiting for its reader.
+    std::error_code ignored;
+    isStream = filePath == standardOutput || std::filesystem::is_fifo(filePath, ignored);
+    if (isStream) {
+        openStream();
+        return;
+    }
+    // O_NONBLOCK, so that what becomes a pipe meanwhile is refused below and not waited for.
     constexpr int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     fd = ::open(filePath.c_str(), flags | O_EXCL, 0666);
     created = fd >= 0;
@@ -106,7 +132,7 @@ bool AppendFile::flush() {
     if (isWritable()) {
         drain();
     }
-    if (isWritable()) {
+    if (isWritable() && !isStream) {
         checkStillThere();
     }
     return !failed();
@@ -118,7 +144,7 @@ bool AppendFile::close() {
     }
     emptyFirst();
     flush();
-    if (::fsync(fd) != 0 && !failed()) {
+    if (!isStream && ::fsync(fd) != 0 && !failed()) {
         fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
     }
     tellProgress();
@@ -195,7 +221,7 @@ void AppendFile::patch(std::uint64_t offset, const std::vector<std::uint8_t>& by
     if (isWritable()) {
         drain();
     }
-    if (!isWritable()) {
+    if (!isWritable() || isStream) {
         return;
     }
     // A descriptor that appends does so wherever it is told to write.
@@ -227,6 +253,11 @@ void AppendFile::cutBack(std::size_t bytesOut, int errorNumber) {
         bytesInFile += (firstLost - 1)->offset;
     }
     keepAndDrop(firstLost);
+    if (isStream) {
+        fail((errorNumber == EPIPE ? "its reader has gone away" : reasonOf(errorNumber)) +
+             ", after " + std::to_string(recordsInFile) + " messages");
+        return;
+    }
     const bool isCut = ::ftruncate(fd, static_cast<off_t>(bytesInFile)) == 0;
     fail(reasonOf(errorNumber) + ". It holds " + std::to_string(recordsInFile) +
          " messages up to here" + (isCut ? "" : ", its last one may be torn") +

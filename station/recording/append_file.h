@@ -27,10 +27,15 @@ namespace station {
 /// and says that the file is cut short; a candump reader stops at the last line or shows it
 /// shortened.
 ///
+/// "-" is the standard output, and a named pipe is written while it is read: there nothing can be
+/// cut back, locked or looked at again, and a reader that is slow holds up the thread.
+///
 /// The first failure ends the recording and stays: its text is kept, later records are counted as
 /// lost, and nothing is thrown, for a full disk must not stop the capture or another recording.
 class AppendFile {
   public:
+    static constexpr const char* standardOutput = "-";
+
     /// Opens `path` for appending, or creates it. A file with content is refused unless `overwrite`
     /// is set; it is emptied when the first bytes are written. Throws FileError.
     AppendFile(std::string path, bool overwrite);
@@ -81,7 +86,8 @@ class AppendFile {
                      const std::vector<std::uint32_t>& channelsOfRecords);
 
     /// Replaces bytes that are in the file already: the counts in a header, when the recording
-    /// ends. What is in the buffer is written out first. Nothing after a failure.
+    /// ends; in a stream, nothing. What is in the buffer is written out first. Nothing after a
+    /// failure.
     void patch(std::uint64_t offset, const std::vector<std::uint8_t>& bytes);
 
     /// Records that the caller can't write, to be counted with the lost ones.
@@ -126,6 +132,7 @@ class AppendFile {
 
     bool isWritable() const { return fd >= 0 && !failed(); }
     void open(bool overwrite);
+    void openStream();
     void drain();
     void emptyFirst();
     /// How many of the bytes went into the file: fewer only with the reason in `errorNumber`.
@@ -146,6 +153,7 @@ class AppendFile {
     std::size_t used = 0;           // bytes in `buffer`
     int fd = -1;
     bool created = false;
+    bool isStream = false;       // standard output or a pipe
     bool isToBeEmptied = false;  // before the first bytes are written
     std::uint64_t bytesInFile = 0;
     std::uint64_t recordsInFile = 0;

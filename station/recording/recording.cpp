@@ -67,7 +67,9 @@ bool Recording::close() {
 }
 
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite) {
-    std::string ending = std::filesystem::path(path).extension().string();
+    std::string ending = path == AppendFile::standardOutput
+                             ? ".pcapng"
+                             : std::filesystem::path(path).extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(), lowerCase);
     for (const Format& entry : formats) {
         if (ending == entry.ending) {

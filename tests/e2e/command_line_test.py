@@ -10,6 +10,7 @@ import signal
 import socket
 import struct
 import time
+from subprocess import PIPE
 
 import lab
 import traffic
@@ -244,6 +245,29 @@ class CommandLine(Case):
         self.assertEqual(list(map(len, rows)), [recording["records"] - len(rows[-1]), len(rows[-1])])
         self.assertEqual(recording["records"] + recording["lost"], sent["dataMessages"])
         self.assertTrue(rows[0] and rows[-1])
+
+    def test_standard_output_takes_a_recording_until_its_reader_goes(self):
+        recording, piped = self.path("a.pcapng"), self.path("piped.pcapng")
+        reading, writing = os.pipe()
+        station = lab.spawn([lab.STATION, "run", "--module", *FRONT, "--record", "-", "--record", str(recording)],
+                            stdout=writing, stderr=PIPE)
+        os.close(writing)
+        lab.wait_until(recording.exists, "it records")
+        time.sleep(1)
+        sent = lab.simulate(CAN, "--rate", 50, "--duration", 2)
+        time.sleep(1.5)
+        piped.write_bytes(os.read(reading, 1 << 20))
+        rows = traffic.read_with_tshark(piped, torn=True)
+        self.assertEqual(len(rows), sent["dataMessages"])
+        os.close(reading)
+        lab.simulate(CAN, "--rate", 50, "--duration", 1)
+        time.sleep(1)
+        station.send_signal(signal.SIGTERM)
+        _, errors = station.communicate(timeout=lab.PATIENCE)
+        self.assertEqual(station.returncode, 1, errors)
+        self.assertIn("its reader has gone away, after 700 messages", errors)
+        whole = traffic.read_with_tshark(recording)
+        self.assertEqual((whole[:len(rows)], len(whole)), (rows, 1050))
 
     def test_hangup_begins_another_part_and_no_message_is_between_them(self):
         station = lab.Station(FRONT, "--rotate", "time=1h", "--record", self.path("a.pcapng"))
