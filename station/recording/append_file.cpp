@@ -63,6 +63,11 @@ AppendFile::~AppendFile() {
     close();
 }
 
+bool AppendFile::isStreamPath(const std::string& path) {
+    std::error_code ignored;
+    return path == standardOutput || std::filesystem::is_fifo(path, ignored);
+}
+
 void AppendFile::openStream() {
     if (filePath == standardOutput) {
         fd = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -83,8 +88,7 @@ void AppendFile::openStream() {
 }
 
 void AppendFile::open(bool overwrite) {
-    std::error_code ignored;
-    isStream = filePath == standardOutput || std::filesystem::is_fifo(filePath, ignored);
+    isStream = isStreamPath(filePath);
     if (isStream) {
         openStream();
         return;

@@ -35,6 +35,8 @@ namespace station {
 class AppendFile {
   public:
     static constexpr const char* standardOutput = "-";
+    /// Whether that is standard output, or a named pipe.
+    static bool isStreamPath(const std::string& path);
 
     /// Opens `path` for appending, or creates it. A file with content is refused unless `overwrite`
     /// is set; it is emptied when the first bytes are written. Throws FileError.

@@ -51,9 +51,9 @@ namespace station {
 /// and each group's records keep one size; what is behind DataLength is 0. Each member has bytes
 /// of its own, in the order of the channels, so that a structure can be read as a whole too.
 ///
-/// BusChannel counts from 1, over all buses, in the order in which channels are added. Which
-/// channel that is, is told by a record of group 4 (BusChannel, BusType as in sources, Name as
-/// UTF-8 of up to 254 bytes), put where the channel is added, before its first message, so that a
+/// BusChannel counts from 1, over all buses, in the order in which channels are added. A record of
+/// group 4 names the channel (BusChannel, BusType as in sources, Name as UTF-8 of up to 254 bytes).
+/// It is put where the channel is added, before its first message, so that a
 /// channel may be added at any time and a file without an end has all names. At the end they are
 /// repeated in the HD comment, as `<e name="BusChannel.1">NAME</e>`, with the counts of messages
 /// that are in the file (`BusChannel.1.Recorded`) and that came for it and were lost (`.Lost`).

@@ -19,12 +19,6 @@ constexpr auto retryPeriod = 1s;
 /// the other would begin and end.
 constexpr std::uint64_t roomToGoOn = std::uint64_t{16} << 20U;
 
-/// What has no other file to go on in.
-bool isStream(const std::string& path) {
-    std::error_code ignored;
-    return path == AppendFile::standardOutput || std::filesystem::is_fifo(path, ignored);
-}
-
 std::string sessionNow() {
     return fmt::format("{:%Y%m%dT%H%M%SZ}", fmt::gmtime(std::time(nullptr)));
 }
@@ -33,7 +27,8 @@ std::string sessionNow() {
 
 RecordingSeries::RecordingSeries(std::string path, bool overwrite, PartRules partRules)
     : wantedPath(std::move(path)),
-      rules(isStream(wantedPath) ? PartRules() : partRules),
+      // A stream has no other file to go on in.
+      rules(AppendFile::isStreamPath(wantedPath) ? PartRules() : partRules),
       session(sessionNow()) {
     // Another one may have begun in the same second.
     constexpr int most = 1000;
