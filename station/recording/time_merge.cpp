@@ -1,20 +1,9 @@
 #include "station/recording/time_merge.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace station {
-
-void TimeMerge::Queue::pop() {
-    constexpr std::size_t many = 64;
-    ++first;
-    if (first == runs.size()) {
-        runs.clear();
-        first = 0;
-    } else if (first >= many && first * 2 >= runs.size()) {
-        runs.erase(runs.begin(), runs.begin() + static_cast<std::ptrdiff_t>(first));
-        first = 0;
-    }
-}
 
 void TimeMerge::take(std::unique_ptr<MessageChunk> chunk) {
     if (chunk->isEmpty()) {
@@ -22,24 +11,6 @@ void TimeMerge::take(std::unique_ptr<MessageChunk> chunk) {
         return;
     }
     heldBytes += chunk->getUsed();
-    const std::uint8_t* const end = chunk->end();
-    for (const std::uint8_t* at = chunk->begin(); at != end;) {
-        const std::uint8_t* const start = at;
-        Head head = headAt(at);
-        const std::uint32_t channel = head.channel;
-        while (head.channel == channel) {
-            at += sizeof(Head) + head.size;
-            if (at == end) {
-                break;
-            }
-            head = headAt(at);
-        }
-        if (channel >= queues.size()) {
-            queues.resize(channel + 1);
-        }
-        queues[channel].runs.push_back({start, at, chunk.get()});
-        ++chunk->runsLeft;
-    }
     held.push_back(std::move(chunk));
 }
 
@@ -65,69 +36,117 @@ void TimeMerge::add(const Head& head, const void* record) {
     current->append(head, record);
 }
 
-void TimeMerge::begin(std::int64_t horizon) {
-    if (current) {
+/// Puts what is to be given out into `batch`, in the order in which it came. A chunk is looked at
+/// once, and none before those that came before it.
+void TimeMerge::collect(std::int64_t horizon) {
+    if (current && current->earliest < horizon) {
         take(std::exchange(current, nullptr));
     }
-    heap.clear();
-    for (std::uint32_t channel = 0; channel < queues.size(); ++channel) {
-        Queue& queue = queues[channel];
-        if (!queue.isEmpty()) {
-            const std::int64_t time = headAt(queue.front().at).utcNanoseconds;
-            if (time < horizon) {
-                heap.push_back({time, channel});
-            }
+    batch.clear();
+    std::size_t kept = 0;
+    for (const Waiting& message : waiting) {
+        if (message.entry.time < horizon) {
+            batch.push_back(message.entry);
+            --message.chunk->waiting;
+        } else {
+            waiting[kept++] = message;
         }
     }
-    for (std::size_t place = heap.size() / 2; place > 0; --place) {
-        sift(place - 1);
+    waiting.resize(kept);
+    const auto end =
+        std::find_if(held.rbegin(), held.rend() - static_cast<std::ptrdiff_t>(lookedAt),
+                     [horizon](const std::unique_ptr<MessageChunk>& chunk) {
+                         return chunk->earliest < horizon;
+                     });
+    for (const auto last = static_cast<std::size_t>(held.rend() - end); lookedAt < last;
+         ++lookedAt) {
+        collect(*held[lookedAt], horizon);
     }
 }
 
-void TimeMerge::sift(std::size_t place) {
-    const std::size_t size = heap.size();
-    if (place >= size) {
-        return;
-    }
-    const Next moved = heap[place];
-    for (std::size_t child = 2 * place + 1; child < size; child = 2 * place + 1) {
-        if (child + 1 < size && heap[child + 1].isBefore(heap[child])) {
-            ++child;
+void TimeMerge::collect(MessageChunk& chunk, std::int64_t horizon) {
+    for (const std::uint8_t* at = chunk.begin(); at != chunk.end();) {
+        const Head head = headAt(at);
+        if (head.utcNanoseconds < horizon) {
+            batch.push_back({head.utcNanoseconds, at});
+        } else {
+            waiting.push_back({{head.utcNanoseconds, at}, &chunk});
+            ++chunk.waiting;
         }
-        if (!heap[child].isBefore(moved)) {
-            break;
+        at += sizeof(Head) + head.size;
+    }
+}
+
+/// Messages come at times that lie alike: spread over as many places as there are messages, each is
+/// next to its own. Where they aren't alike, comparing them all is right too, and slower.
+void TimeMerge::sort() {
+    bool isSorted = true;
+    std::int64_t first = all;
+    std::int64_t last = std::numeric_limits<std::int64_t>::min();
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        isSorted = isSorted && (i == 0 || !batch[i].isBefore(batch[i - 1]));
+        first = std::min(first, batch[i].time);
+        last = std::max(last, batch[i].time);
+    }
+    if (!isSorted && !spread(first, last)) {
+        std::ranges::stable_sort(batch,
+                                 [](const Entry& a, const Entry& b) { return a.isBefore(b); });
+    }
+}
+
+/// False if it would take too long, and the batch isn't in order yet; those of one time and channel
+/// are as they were.
+bool TimeMerge::spread(std::int64_t first, std::int64_t last) {
+    constexpr std::size_t mostMoves = 8;  // for each message
+    const double perPlace = static_cast<double>(batch.size()) /
+                            (static_cast<double>(last) - static_cast<double>(first) + 1.0);
+    const auto placeOf = [=](const Entry& entry) {
+        return static_cast<std::size_t>(static_cast<double>(static_cast<std::uint64_t>(entry.time) -
+                                                            static_cast<std::uint64_t>(first)) *
+                                        perPlace);
+    };
+    places.assign(batch.size() + 2, 0);
+    for (const Entry& entry : batch) {
+        ++places[placeOf(entry) + 1];
+    }
+    for (std::size_t i = 1; i < places.size(); ++i) {
+        places[i] += places[i - 1];
+    }
+    spreadBatch.resize(batch.size());
+    for (const Entry& entry : batch) {
+        spreadBatch[places[placeOf(entry)]++] = entry;
+    }
+    batch.swap(spreadBatch);
+
+    std::size_t movesLeft = mostMoves * batch.size();
+    for (std::size_t i = 1; i < batch.size() && movesLeft > 0; ++i) {
+        const Entry entry = batch[i];
+        std::size_t place = i;
+        for (; place > 0 && movesLeft > 0 && entry.isBefore(batch[place - 1]); --place) {
+            batch[place] = batch[place - 1];
+            --movesLeft;
         }
-        heap[place] = heap[child];
-        place = child;
+        batch[place] = entry;
     }
-    heap[place] = moved;
+    return movesLeft > 0;
 }
 
-TimeMerge::Next TimeMerge::getSecond() const {
-    if (heap.size() < 2) {
-        return {all, 0};
-    }
-    return heap.size() > 2 && heap[2].isBefore(heap[1]) ? heap[2] : heap[1];
-}
-
-void TimeMerge::finishRun(Queue& queue) {
-    --queue.front().chunk->runsLeft;
-    queue.pop();
-}
-
-void TimeMerge::endRelease() {
+void TimeMerge::dropChunks() {
     constexpr std::size_t mostSpare = 16;
-    std::erase_if(held, [&](std::unique_ptr<MessageChunk>& chunk) {
-        if (chunk->runsLeft != 0) {
-            return false;
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < held.size(); ++i) {
+        if (i >= lookedAt || held[i]->waiting != 0) {
+            held[kept++].swap(held[i]);
+            continue;
         }
-        heldBytes -= chunk->getUsed();
+        heldBytes -= held[i]->getUsed();
         if (spare.size() < mostSpare) {
-            chunk->clear();
-            spare.push_back(std::move(chunk));
+            held[i]->clear();
+            spare.push_back(std::move(held[i]));
         }
-        return true;
-    });
+    }
+    lookedAt -= held.size() - kept;
+    held.resize(kept);
 }
 
 }  // namespace station

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <utility>
 #include <vector>
 
 namespace station {
@@ -31,12 +30,16 @@ class MessageChunk {
         std::memcpy(bytes.get() + used, &head, sizeof head);
         std::memcpy(bytes.get() + used + sizeof head, record, head.size);
         used += sizeof head + head.size;
+        earliest = std::min(earliest, head.utcNanoseconds);
     }
     bool isEmpty() const { return used == 0; }
     std::size_t getUsed() const { return used; }
     const std::uint8_t* begin() const { return bytes.get(); }
     const std::uint8_t* end() const { return bytes.get() + used; }
-    void clear() { used = 0; }
+    void clear() {
+        used = 0;
+        earliest = std::numeric_limits<std::int64_t>::max();
+    }
 
     /// What comes behind this chunk is expected not to be older.
     std::int64_t horizon = std::numeric_limits<std::int64_t>::min();
@@ -46,11 +49,12 @@ class MessageChunk {
 
     const std::unique_ptr<std::uint8_t[]> bytes = std::make_unique<std::uint8_t[]>(mostBytes);
     std::size_t used = 0;
-    std::size_t runsLeft = 0;  ///< in a `TimeMerge`: those that weren't given out
+    std::int64_t earliest = std::numeric_limits<std::int64_t>::max();
+    std::size_t waiting = 0;  ///< in a `TimeMerge`: messages that were looked at and held back
 };
 
 /// Brings the messages of many channels into the order of their times; those of one time go by
-/// channel. Those of one channel stay in the order in which they came.
+/// channel, and of one channel in the order in which they came.
 ///
 /// What comes in behind the horizon up to which messages were given out already is given out as
 /// soon as can be, and counted. In a steady flow nothing is allocated.
@@ -81,29 +85,19 @@ class TimeMerge {
     std::uint64_t getLate() const { return late; }
 
   private:
-    /// Messages of one channel that lie one behind the other.
-    struct Run {
-        const std::uint8_t* at;
-        const std::uint8_t* end;
-        MessageChunk* chunk;
-    };
-    /// The runs of one channel.
-    struct Queue {
-        std::vector<Run> runs;
-        std::size_t first = 0;
-
-        bool isEmpty() const { return first == runs.size(); }
-        Run& front() { return runs[first]; }
-        void pop();
-    };
-    /// Where a channel's next message comes in the order.
-    struct Next {
+    /// A message of a chunk, by its time and its head.
+    struct Entry {
         std::int64_t time;
-        std::uint32_t channel;
+        const std::uint8_t* at;
 
-        bool isBefore(const Next& other) const {
-            return time != other.time ? time < other.time : channel < other.channel;
+        bool isBefore(const Entry& other) const {
+            return time != other.time ? time < other.time
+                                      : headAt(at).channel < headAt(other.at).channel;
         }
+    };
+    struct Waiting {
+        Entry entry;
+        MessageChunk* chunk;
     };
 
     static Head headAt(const std::uint8_t* at) {
@@ -111,18 +105,23 @@ class TimeMerge {
         std::memcpy(&head, at, sizeof head);
         return head;
     }
-    void begin(std::int64_t horizon);
-    void sift(std::size_t place);
-    /// Which channel comes after the first one, and when.
-    Next getSecond() const;
-    void finishRun(Queue& queue);
-    void endRelease();
+    void collect(std::int64_t horizon);
+    void collect(MessageChunk& chunk, std::int64_t horizon);
+    void sort();
+    bool spread(std::int64_t first, std::int64_t last);
+    void dropChunks();
 
-    std::vector<Queue> queues;  ///< by channel
-    std::vector<std::unique_ptr<MessageChunk>> held;
+    std::vector<std::unique_ptr<MessageChunk>> held;  ///< in the order in which they came
+    std::size_t lookedAt = 0;                         ///< so many of them, the first
+    std::vector<Waiting> waiting;                     ///< messages of those that are held back
     std::vector<std::unique_ptr<MessageChunk>> spare;
     std::unique_ptr<MessageChunk> current;  ///< of `add`
-    std::vector<Next> heap;                 ///< the earliest is in front
+
+    // Of one release.
+    std::vector<Entry> batch;
+    std::vector<Entry> spreadBatch;
+    std::vector<std::uint32_t> places;
+
     std::size_t heldBytes = 0;
     std::int64_t latest = std::numeric_limits<std::int64_t>::min();
     std::uint64_t late = 0;
@@ -130,40 +129,20 @@ class TimeMerge {
 
 template <typename Sink>
 void TimeMerge::release(std::int64_t horizon, Sink&& sink) {
-    begin(horizon);
-    while (!heap.empty()) {
-        Queue& queue = queues[heap[0].channel];
-        // As long as the channel comes first, nothing needs to be compared but the next time.
-        const Next second = getSecond();
-        const std::int64_t limit = second.channel > heap[0].channel && second.time < horizon
-                                       ? second.time + 1
-                                       : std::min(second.time, horizon);
-        std::int64_t time = heap[0].time;
-        bool isLeft = true;
-        do {
-            Run& run = queue.front();
-            const Head head = headAt(run.at);
-            late += time < latest ? 1 : 0;
-            latest = std::max(latest, time);
-            sink(head, run.at + sizeof(Head));
-            run.at += sizeof(Head) + head.size;
-            if (run.at == run.end) {
-                finishRun(queue);
-                isLeft = !queue.isEmpty();
-            }
-            if (isLeft) {
-                time = headAt(queue.front().at).utcNanoseconds;
-            }
-        } while (isLeft && time < limit);
-        if (isLeft && time < horizon) {
-            heap[0].time = time;
-        } else {
-            heap[0] = heap.back();
-            heap.pop_back();
+    constexpr std::size_t ahead = 8;  // records that are on their way from memory
+    collect(horizon);
+    sort();
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        if (i + ahead < batch.size()) {
+            __builtin_prefetch(batch[i + ahead].at);
+            __builtin_prefetch(batch[i + ahead].at + 64);
         }
-        sift(0);
+        const Entry entry = batch[i];
+        late += entry.time < latest ? 1 : 0;
+        latest = std::max(latest, entry.time);
+        sink(headAt(entry.at), entry.at + sizeof(Head));
     }
-    endRelease();
+    dropChunks();
 }
 
 }  // namespace station
