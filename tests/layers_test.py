@@ -8,7 +8,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 ROW = re.compile(r"\| `([^`]+)` \| (.*)\|")
-INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
+INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
+CODE = (".h", ".hpp", ".inl", ".cpp", ".cc", ".c")
 
 
 def read_rules(root):
@@ -22,13 +23,17 @@ def find_violations(root):
     """A text for each include that isn't allowed, and for each file that no row is for."""
     rules = read_rules(root)
     texts = []
-    for folder in sorted({row.split("/")[0] for row in rules}):
+    folders = sorted({row.split("/")[0] for row in rules})
+    for folder in folders:
         for file in sorted((root / folder).rglob("*")):
-            if file.suffix not in (".h", ".cpp"):
+            if file.suffix not in CODE:
                 continue
             name = file.relative_to(root).as_posix()
             row = next((row for row in rules if name.startswith(row)), None)
-            for included in INCLUDE.findall(file.read_text()):
+            for quoted, bracketed in INCLUDE.findall(file.read_text()):
+                if bracketed and bracketed.split("/")[0] not in folders:
+                    continue  # of the system
+                included = quoted or bracketed
                 if row is None or not is_allowed(included, rules[row], rules):
                     texts.append(f"{name} may not include {included}")
     return texts
@@ -47,6 +52,8 @@ class Layers(unittest.TestCase):
     def test_wrong_includes_are_found(self):
         wrong = [
             ("core/a.h", "host/host_app.h"),
+            ("core/b.hpp", "host/host_app.h"),
+            ("capture/a.inl", "host/plugin.h"),
             ("capture/frame_decoder.cpp", "core/mutex.h"),
             ("capture/cmp_device.cpp", "host/host_app.h"),
             ("bridge/output/a.cpp", "bridge/input/input_channel.h"),
@@ -60,7 +67,8 @@ class Layers(unittest.TestCase):
             (root / "docs/layers.md").write_text((ROOT / "docs/layers.md").read_text())
             for name, included in wrong:
                 (root / name).parent.mkdir(parents=True, exist_ok=True)
-                (root / name).write_text(f'#pragma once\n#include <string>\n#include "{included}"\n')
+                line = f"#include <{included}>" if "a.cpp" in name else f'#include "{included}"'
+                (root / name).write_text(f"#pragma once\n#include <string>\n{line}\n")
             self.assertEqual(find_violations(root),
                              [f"{name} may not include {included}" for name, included in sorted(wrong)])
 

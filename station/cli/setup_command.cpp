@@ -216,14 +216,14 @@ void addModule(Session& session, const SetupOptions& options) {
 
 void changeModule(Session& session, std::size_t module, const CLI::App& command,
                   const SetupOptions& options) {
+    if (command.count("--name") > 0) {  // first: channels that are made are named after it
+        session.setName(module, options.name);
+    }
     if (command.count("--type") > 0) {
         session.setType(module, options.type);
     }
     if (command.count("--config-id") > 0) {
         session.setConfigId(module, readConfigId(options));
-    }
-    if (command.count("--name") > 0) {
-        session.setName(module, options.name);
     }
     session.requireOwnCmId(module);
 }
