@@ -204,6 +204,7 @@ void CmpPacketReader::readPass() {
     while (nextFrame(frame) && !IsStopRequested()) {
         readAt = counter.getNanoseconds();
         frameTimeStamp = receiveClock.toCounter(frame.receivedAt, readAt);
+        passOn(frame);
         readMessages(frame, header);
     }
     onPassEnd();
@@ -216,7 +217,7 @@ bool CmpPacketReader::nextFrame(CapturedFrame& frame) {
     while (sourceIndex < sources.size() && !IsStopRequested()) {
         Source& source = sources[sourceIndex];
         const std::int32_t result = source.handle->next(frame);
-        latestDirectory();
+        renewIfReplaced();
         if (result != CaptureHandle::timeout && frame.isCaptureFrame()) {
             ++source.counts.kept;
             return true;
@@ -229,6 +230,17 @@ bool CmpPacketReader::nextFrame(CapturedFrame& frame) {
         }
     }
     return false;
+}
+
+void CmpPacketReader::passOn(const CapturedFrame& frame) {
+    FrameSink* const sink = frameSink.load(std::memory_order_relaxed);
+    if (sink == nullptr || !readData) {
+        return;
+    }
+    sink->onFrame(static_cast<std::uint32_t>(sourceIndex),
+                  frame.receivedAt != CapturedFrame::notStamped ? frame.receivedAt
+                                                                : counter.getRealNanoseconds(),
+                  frame.data, frame.length);
 }
 
 void CmpPacketReader::readMessages(const CapturedFrame& frame, CmpHeader& header) {

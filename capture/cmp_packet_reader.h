@@ -15,6 +15,7 @@
 #include "capture/receive_clock.h"
 #include "capture/sequence_locked.h"
 #include "capture/traffic_counts.h"
+#include "core/frame_sink.h"
 #include "core/performance_counter.h"
 #include "core/thread_ex.h"
 
@@ -102,6 +103,9 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
         FrameCounts frames;
     };
     std::vector<InterfaceFrames> getFrameCounts() const;
+    /// Gets the capture frames of data read, `source` being their place in `getFrameCounts`; null
+    /// for none. It isn't owned. The thread must be stopped, or read no data.
+    void setFrameSink(FrameSink* sink) { frameSink = sink; }
 
     CmpDevices& getDevices() { return devices; }
     void resetChannels() { devices.resetChannels(); }
@@ -118,6 +122,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     void Run() override;
 
     bool nextFrame(CapturedFrame& frame);
+    void passOn(const CapturedFrame& frame);
     void readMessages(const CapturedFrame& frame, CmpHeader& header);
     void onPassEnd();
     void beginCounting();
@@ -125,12 +130,14 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     void openLate();
     void handOver() { burst.handOver(frameTimeStamp, readAt); }
     void renewDirectory();
-    /// The directory, looked at for every message and every read, so that a change of the device
-    /// list needn't wait.
-    const DeviceDirectory& latestDirectory() {
+    /// For every message and every read, so that a change of the device list needn't wait.
+    void renewIfReplaced() {
         if (directory->isReplaced()) {
             renewDirectory();
         }
+    }
+    const DeviceDirectory& latestDirectory() {
+        renewIfReplaced();
         return directory->get();
     }
 
@@ -167,6 +174,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     std::vector<SequenceLocked<FrameCounts>> publishedFrames;  ///< by source
     SequenceLocked<MessageCounts> publishedMessages;
     std::atomic<std::uint64_t> droppedFrames{0};
+    std::atomic<FrameSink*> frameSink{nullptr};
 
     // The capture thread's own, during a pass.
     std::size_t sourceIndex = 0;      ///< position of the pass in `sources`

@@ -5,11 +5,14 @@
 #include "fuzz/require.h"
 #include "station/errors.h"
 #include "station/offline/direct_capture.h"
+#include "station/offline/fitted_clocks.h"
 #include "station/offline/found_modules.h"
+#include "station/offline/pass_through_clock.h"
 #include "station/offline/stored_frames.h"
 
 // A file of stored frames, .pcap or .pcapng, on its way through `convert`, with a module of each
-// type beside those that are found in it. At the end each message is in one count.
+// type beside those that are found in it, by either kind of clocks. At the end each message is in
+// one count.
 
 namespace {
 
@@ -34,24 +37,19 @@ void requireAccount(const Summary& summary) {
     }
 }
 
+template <class Clocks>
 void convert(const std::string& path) {
     std::vector<Module> modules = findModules(path);
     modules.resize(std::min<std::size_t>(modules.size(), 8));
     StoredFrames frames(path);
     RecordingSet recordings;
     const std::int64_t start = frames.getFirstTime() - 2'000'000'000;
-    DirectCapture capture(frames, frames, start, {}, recordings);
+    Clocks clocks(frames, start);
+    DirectCapture capture(frames, frames, clocks, start, {}, recordings);
     addModules(capture, modules);
     addModules(capture, {parseModule("CAN combo:1"), parseModule("LIN combo:2"),
                          parseModule("NeoviFire3:7")});
-    capture.getReader().openInterfaces();
-    capture.getReader().prepareRead(true);
-    while (!frames.isAtEnd()) {
-        capture.getReader().readPass();
-        capture.poll();
-    }
-    capture.poll();
-    capture.end();
+    captureStored(frames, capture, [] { return true; });
     capture.describeClocks();
     const Summary summary = capture.summarize();
     requireAccount(summary);
@@ -64,7 +62,8 @@ void convert(const std::string& path) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const MemoryFile file(data, size);
     try {
-        convert(file.path());
+        convert<PassThroughClocks>(file.path());
+        convert<FittedClocks>(file.path());
     } catch (const station::UserError&) {  // no frames in it
     }
     return 0;

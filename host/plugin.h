@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "core/frame_sink.h"
 #include "host/host_object.h"
 
 class HostApp;
@@ -283,6 +284,23 @@ class CaptureTraffic : public HostObject {
 
   protected:
     ~CaptureTraffic() = default;
+};
+
+/// The frames of EtherType 0x99FE themselves, as they are read. A host may ask; nothing depends on it.
+class CaptureFrames : public HostObject {
+  public:
+    static constexpr InterfaceId id{
+        0xD26A4F90, 0x3B7E, 0x49C1, {0x8A, 0x15, 0x6F, 0xC2, 0x70, 0x9D, 0x3E, 0xB8}};
+
+    /// Gets each frame from the next event 105 to the event 130 behind it; null for none. Not
+    /// between these two events. It isn't owned.
+    virtual HostResult setSink(FrameSink* sink) = 0;
+    /// By the numbers that the sink gets, from event 105 on: the names of the interfaces. The one
+    /// without a name is all together that are opened later.
+    virtual HostResult getSources(std::vector<std::wstring>* names) = 0;
+
+  protected:
+    ~CaptureFrames() = default;
 };
 
 /// What has become of a network interface.

@@ -155,6 +155,19 @@ HostResult TrafficFacts::getModules(std::vector<ModuleStatistics>* modules) {
     return HostCode::success;
 }
 
+HostResult FrameTap::setSink(FrameSink* sink) {
+    core.packetReader.setFrameSink(sink);
+    return HostCode::success;
+}
+
+HostResult FrameTap::getSources(std::vector<std::wstring>* names) {
+    names->clear();
+    for (const auto& source : core.packetReader.getFrameCounts()) {
+        names->push_back(StringHelper::ToWide(source.name));
+    }
+    return HostCode::success;
+}
+
 HostResult InterfaceChoice::getInterfaces(std::vector<std::wstring>* names) {
     std::vector<CaptureInterface> found;
     std::string error;

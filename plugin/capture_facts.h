@@ -36,6 +36,19 @@ class TrafficFacts final : public PluginPart<CaptureTraffic> {
     CmpPluginCore& core;
 };
 
+/// The frames themselves, for hosts that want them.
+class FrameTap final : public PluginPart<CaptureFrames> {
+  public:
+    FrameTap(HostObject& plugin, CmpPluginCore& pluginCore)
+        : PluginPart(plugin), core(pluginCore) {}
+
+    HostResult setSink(FrameSink* sink) override;
+    HostResult getSources(std::vector<std::wstring>* names) override;
+
+  private:
+    CmpPluginCore& core;
+};
+
 /// The network interfaces, as hosts may choose among them.
 class InterfaceChoice final : public PluginPart<CaptureSelection> {
   public:

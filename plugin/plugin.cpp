@@ -25,6 +25,7 @@ Plugin::Plugin(HostObject* outerObject, CapturePort& port, const PerformanceCoun
       core(inputManager, outputFactory, port, counter),
       facts(static_cast<IPlugin3&>(*this), core),
       traffic(static_cast<IPlugin3&>(*this), core),
+      frames(static_cast<IPlugin3&>(*this), core),
       interfaces(static_cast<IPlugin3&>(*this), core),
       modules(static_cast<IPlugin3&>(*this), core) {}
 
@@ -43,6 +44,8 @@ HostResult Plugin::Inner::queryInterface(const InterfaceId& interfaceId, void** 
         *result = static_cast<CaptureStatistics*>(&plugin.facts);
     } else if (interfaceId == CaptureTraffic::id) {
         *result = static_cast<CaptureTraffic*>(&plugin.traffic);
+    } else if (interfaceId == CaptureFrames::id) {
+        *result = static_cast<CaptureFrames*>(&plugin.frames);
     } else if (interfaceId == CaptureSelection::id) {
         *result = static_cast<CaptureSelection*>(&plugin.interfaces);
     } else if (interfaceId == ModuleList::id) {

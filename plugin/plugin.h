@@ -80,6 +80,7 @@ class Plugin final : public PluginPositions,
     CmpPluginCore core;
     CaptureFacts facts;
     TrafficFacts traffic;
+    FrameTap frames;
     InterfaceChoice interfaces;
     ModuleOperations modules;
 };

@@ -14,8 +14,10 @@
 #include "station/cli/live_view.h"
 #include "station/cli/recordings.h"
 #include "station/offline/direct_capture.h"
+#include "station/offline/fitted_clocks.h"
 #include "station/offline/found_modules.h"
 #include "station/offline/message_copy.h"
+#include "station/offline/pass_through_clock.h"
 #include "station/offline/stored_frames.h"
 #include "station/recording/message_filter.h"
 #include "station/recording/message_reader.h"
@@ -29,7 +31,8 @@ constexpr const char* about =
 
 What IN is follows from its contents. Of stored frames the modules are taken from the status messages
 in the file, unless --module names them. A module's times run on its own clock from the moment at which
-its first message was captured. Messages of a recording keep their times.
+its first message was captured, or with --clock soft as in a measurement, where the moments at which
+the frames were captured count too. Messages of a recording keep their times.
 
 A file that is torn is converted up to its last whole record.)";
 
@@ -37,13 +40,18 @@ constexpr const char* examples = R"(
 Examples:
   cmp-station convert stored.pcap drive.pcapng drive.log
   cmp-station convert stored.pcapng drive.pcapng --module "CAN combo:5:Front"
+  cmp-station convert evidence.pcapng drive.mf4 --clock soft
   cmp-station convert drive.pcapng part.asc --from 60 --to 90 --channel "Front 0x11"
   cmp-station convert drive.asc part.csv --id 0x100-0x1FF --id 0x7DF)";
+
+constexpr const char* deviceClock = "device";
+constexpr const char* softClock = "soft";
 
 struct ConvertOptions {
     std::string input;
     std::vector<std::string> outputs;
     std::vector<std::string> modules;
+    std::string clock = deviceClock;
     std::string from;
     std::string to;
     std::vector<std::string> channels;
@@ -172,19 +180,12 @@ void closeRecordings(RecordingSet& recordings) {
     }
 }
 
-void captureAll(StoredFrames& frames, DirectCapture& capture, RecordingSet& recordings,
-                bool showProgress, StopSignal& stop) {
-    Progress progress(showProgress);
-    CmpPacketReader& reader = capture.getReader();
-    reader.openInterfaces();
-    reader.prepareRead(true);
-    while (!frames.isAtEnd() && !stop.isRequested() && !recordings.haveAllFailed()) {
-        reader.readPass();
-        capture.poll();
-        progress.show(frames.getProgress(), recordings.getCount());
+std::unique_ptr<OfflineClocks> makeClocks(const ConvertOptions& options,
+                                          const PerformanceCounter& counter, std::int64_t start) {
+    if (options.clock == softClock) {
+        return std::make_unique<FittedClocks>(counter, start);
     }
-    capture.poll();  // a clock lets its first message wait for a second look
-    capture.end();
+    return std::make_unique<PassThroughClocks>(counter, start);
 }
 
 Ending convertFrames(const ConvertOptions& options, RecordingSet& recordings, StopSignal& stop) {
@@ -195,8 +196,9 @@ Ending convertFrames(const ConvertOptions& options, RecordingSet& recordings, St
     // brings would else lie before host time 0.
     constexpr std::int64_t lead = 2'000'000'000;
     const std::int64_t start = frames.getFirstTime() - lead;
+    const std::unique_ptr<OfflineClocks> clocks = makeClocks(options, frames, start);
     DirectCapture capture(
-        frames, frames, start,
+        frames, frames, *clocks, start,
         Summary::Clock::time_point(
             std::chrono::duration_cast<Summary::Clock::duration>(std::chrono::nanoseconds(start))),
         recordings);
@@ -204,7 +206,13 @@ Ending convertFrames(const ConvertOptions& options, RecordingSet& recordings, St
         capture.addModule(module);
     }
     tellWhatIsLeftOut(recordings, capture.summarize());
-    captureAll(frames, capture, recordings, !options.quiet, stop);
+    {
+        Progress progress(!options.quiet);
+        captureStored(frames, capture, [&] {
+            progress.show(frames.getProgress(), recordings.getCount());
+            return !stop.isRequested() && !recordings.haveAllFailed();
+        });
+    }
 
     for (const std::string& text : capture.describeClocks()) {
         printMessage(text);
@@ -219,9 +227,10 @@ Ending convertFrames(const ConvertOptions& options, RecordingSet& recordings, St
 
 Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
                        RecordingSet& recordings, StopSignal& stop) {
-    if (!options.modules.empty()) {
-        throw UserError(fmt::format(
-            "{} holds messages and no frames of modules; leave out --module", options.input));
+    if (!options.modules.empty() || options.clock != deviceClock) {
+        throw UserError(fmt::format("{} holds messages and no frames of modules; leave out {}",
+                                    options.input,
+                                    options.modules.empty() ? "--clock" : "--module"));
     }
     openRecordings(recordings, options.outputs, options.overwrite);
     MessageCopy copy(reader, recordings);
@@ -324,6 +333,12 @@ void addConvertCommand(CLI::App& app, Command& chosen) {
         ->check(isUtf8())
         ->expected(1)
         ->take_all();
+    command
+        ->add_option("--clock", options->clock,
+                     "Of stored frames: times by each module's own clock (device, the default), or "
+                     "by the clock that a measurement fits to it (soft)")
+        ->type_name("device|soft")
+        ->check(CLI::IsMember({deviceClock, softClock}));
     addFilterOptions(*command, *options);
     addOverwriteOption(*command, options->overwrite);
     command->add_flag("--json", options->json, "Print one JSON object on standard output");

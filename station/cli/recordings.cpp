@@ -117,23 +117,23 @@ PartRules parsePartRules(const PartOptions& options) {
 
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,
                     bool overwrites, const PartRules& rules) {
-    if (std::ranges::count(paths, AppendFile::standardOutput) > 1) {
-        throw UserError("standard output (-) can take one recording only");
-    }
     for (const std::string& path : paths) {
         recordings.open(path, overwrites, rules);
     }
 }
 
 bool takesStandardOutput(const std::vector<std::string>& paths, bool json) {
-    const bool takes = std::ranges::find(paths, AppendFile::standardOutput) != paths.end();
-    if (takes && json) {
+    const auto taking = std::ranges::count(paths, AppendFile::standardOutput);
+    if (taking > 1) {
+        throw UserError("standard output (-) can take one recording only");
+    }
+    if (taking == 1 && json) {
         throw UserError(
             "--json prints on standard output, which the recording (-) takes: record into a file, "
             "or "
             "leave out --json");
     }
-    return takes;
+    return taking == 1;
 }
 
 void printReport(const Summary& summary, const std::vector<std::string>& recordings, bool json,

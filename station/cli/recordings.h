@@ -24,7 +24,7 @@ PartRules parsePartRules(const PartOptions& options);
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,
                     bool overwrites, const PartRules& rules = {});
 /// Whether one of them goes to standard output, which then takes nothing else. Throws UserError if
-/// JSON is to go there too.
+/// another one or JSON is to go there too.
 bool takesStandardOutput(const std::vector<std::string>& paths, bool json);
 /// Says on standard error which recordings can't hold all channels.
 void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary);

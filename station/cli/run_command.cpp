@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -37,6 +38,7 @@ Examples:
   cmp-station run --module "NeoviFire3:7" --record drive.pcapng --record drive.log --duration 60
   cmp-station run --module "CAN combo:5" --interface eth1 --interface eth2
   cmp-station run --module "CAN combo:5" --record - | tshark -r -
+  cmp-station run --setup bench.xml --record-raw evidence.pcapng
   cmp-station run --module "CAN combo:5" --json --quiet --duration 10)";
 
 constexpr double longestDuration = 1e9;  // seconds
@@ -51,6 +53,7 @@ struct RunOptions {
     std::string plugin;
     double sampleRate = MasterClock::defaultSampleRate;
     std::vector<std::string> recordings;
+    std::vector<std::string> frameRecordings;
     PartOptions parts;
     double duration = 0.0;
     double waitingMegabytes = static_cast<double>(RecordingQueue::defaultLimit) / megabyte;
@@ -143,11 +146,17 @@ void requireModules(bool areThere, const std::string& otherwise) {
 ExitCode run(const RunOptions& options, StopSignal& stop) {
     requireModules(!options.setup.empty() || !options.modules.empty(),
                    "there is nothing to capture");
-    const bool isPiped = takesStandardOutput(options.recordings, options.json);
+    std::vector<std::string> allRecordings = options.recordings;
+    std::ranges::copy(options.frameRecordings, std::back_inserter(allRecordings));
+    const bool isPiped = takesStandardOutput(allRecordings, options.json);
     checkCapturePermission();
     const auto recordings = std::make_shared<RecordingSet>();
-    openRecordings(*recordings, options.recordings, options.overwrite,
-                   parsePartRules(options.parts));
+    const PartRules rules = parsePartRules(options.parts);
+    openRecordings(*recordings, options.recordings, options.overwrite, rules);
+    const auto frameRecordings = std::make_shared<RecordingSet>();
+    for (const std::string& path : options.frameRecordings) {
+        frameRecordings->openForFrames(path, options.overwrite, rules);
+    }
     const auto session = openSession(options.plugin, options.setup, options.sampleRate);
     addModules(*session, options.modules);
     requireModules(!session->getModules().empty(), options.setup + " has no modules");
@@ -155,11 +164,14 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     Measurement measurement(*session, recordings,
                             static_cast<std::size_t>(options.waitingMegabytes * megabyte));
     tellWhatIsLeftOut(*recordings, measurement.summarize());
+    if (!frameRecordings->empty()) {
+        measurement.recordFrames(frameRecordings);
+    }
     measurement.start();
 
     const int tableDescriptor = options.json || isPiped ? STDERR_FILENO : STDOUT_FILENO;
     LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
-    if (!options.recordings.empty() && !isTerminal(STDOUT_FILENO) && !isTerminal(STDERR_FILENO)) {
+    if (!allRecordings.empty() && !isTerminal(STDOUT_FILENO) && !isTerminal(STDERR_FILENO)) {
         stop.keepHangups();
     }
     stop.setFarewell(view.getRestore(), tableDescriptor);
@@ -171,7 +183,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     }
     const std::string failure = measure(options, measurement, view, stop);
     view.end();
-    printReport(measurement.summarize(), options.recordings, options.json, options.quiet);
+    printReport(measurement.summarize(), allRecordings, options.json, options.quiet);
     stop.beginCleanUp();
     if (!failure.empty()) {
         throw UserError(ExitCode::Failed, failure);
@@ -211,6 +223,13 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         ->type_name("N")
         ->check(within(1.0, MasterClock::highestSampleRate));
     addRecordOption(*command, options->recordings);
+    command
+        ->add_option("--record-raw", options->frameRecordings,
+                     "Record the frames of EtherType 0x99FE into FILE (.pcapng), as they were "
+                     "captured; \"convert\" makes recordings of them. May be given again")
+        ->type_name("FILE")
+        ->expected(1)
+        ->take_all();
     addOverwriteOption(*command, options->overwrite);
     addPartOptions(*command, options->parts);
     command

@@ -181,6 +181,7 @@ void PluginDriver::connect() {
     object.queryTo(statistics);
     object.queryTo(traffic);
     object.queryTo(selection);
+    object.queryTo(frames);
     object.queryTo(modules);
     call(step, [&] { return plugin->onConnectHost(host.get()); });
     state = State::Ready;
@@ -383,12 +384,29 @@ PluginDriver::Traffic PluginDriver::getTraffic() const {
     return found;
 }
 
-std::uint64_t PluginDriver::countDroppedFrames() const {
-    std::uint64_t frames = 0;
-    if (statistics && statistics->getDroppedFrames(&frames) < 0) {
-        frames = 0;
+void PluginDriver::setFrameSink(FrameSink* sink) {
+    requireConnection();
+    if (!frames) {
+        throw PluginError("the plug-in doesn't give the frames that it reads");
     }
-    return frames;
+    call("take a sink for frames", [&] { return frames->setSink(sink); });
+}
+
+std::vector<std::string> PluginDriver::getFrameSources() {
+    requireConnection();
+    std::vector<std::wstring> wide;
+    if (frames) {
+        call("name its interfaces", [&] { return frames->getSources(&wide); });
+    }
+    return toUtf8(wide);
+}
+
+std::uint64_t PluginDriver::countDroppedFrames() const {
+    std::uint64_t dropped = 0;
+    if (statistics && statistics->getDroppedFrames(&dropped) < 0) {
+        dropped = 0;
+    }
+    return dropped;
 }
 
 void PluginDriver::endPart() {

@@ -137,6 +137,12 @@ class PluginDriver {
     };
     Traffic getTraffic() const;
 
+    /// Gets the frames of the next measurements as `CaptureFrames` says; null for none. Not while
+    /// one runs.
+    void setFrameSink(FrameSink* sink);
+    /// The names of the interfaces by the numbers that it gets; in a measurement.
+    std::vector<std::string> getFrameSources();
+
   private:
     /// `Connecting` is left for `Ready` only: a plug-in whose connection failed gets no more calls.
     enum class State { New, Connecting, Ready, Running, Ending };
@@ -174,6 +180,7 @@ class PluginDriver {
     CountedRef<CaptureStatistics> statistics;  ///< empty if the plug-in has none
     CountedRef<CaptureTraffic> traffic;        ///< the same
     CountedRef<CaptureSelection> selection;    ///< the same
+    CountedRef<CaptureFrames> frames;          ///< the same
     CountedRef<ModuleList> modules;            ///< the same
     State state = State::New;
     bool awaitsLeader = false;

@@ -67,16 +67,16 @@ MessageStatistics statisticsOf(const MessageCounts& counts) {
 }  // namespace
 
 DirectCapture::DirectCapture(CapturePort& port, const PerformanceCounter& performanceCounter,
-                             std::int64_t startNanoseconds, Summary::Clock::time_point startTime,
-                             RecordingSet& recordingSet)
+                             OfflineClocks& offlineClocks, std::int64_t startNanoseconds,
+                             Summary::Clock::time_point startTime, RecordingSet& recordingSet)
     : counter(performanceCounter),
       start(startNanoseconds),
       startUtc(startTime),
       startUtcNanoseconds(std::chrono::nanoseconds(startTime.time_since_epoch()).count()),
       recordings(recordingSet),
-      clocks(performanceCounter, startNanoseconds),
+      clocks(offlineClocks),
       outputs(*this),
-      reader(&clocks, &outputs, port, performanceCounter) {}
+      reader(&clocks.getManager(), &outputs, port, performanceCounter) {}
 
 void DirectCapture::addModule(const Module& option) {
     const DeviceTypeInfo& type = typeByName(option.type);
@@ -92,6 +92,7 @@ void DirectCapture::addModule(const Module& option) {
                         other->second->getName(), device->getName(), device->getCmId()));
     }
     device->createOutputs();
+    clocks.addClock(device->getClock(), device->getName());
     modules.push_back(device);
     addChannels(modules.size() - 1, *device);
 }
@@ -142,8 +143,16 @@ void DirectCapture::updateRates() {
     markTime = now;
 }
 
+void DirectCapture::begin() {
+    reader.openInterfaces();
+    clocks.begin();
+    reader.prepareRead(true);
+}
+
 void DirectCapture::poll() {
-    reader.flushAll();
+    reader.takeOver();
+    clocks.tick();
+    reader.flushTakenOver();
     record(horizon.step(startUtcNanoseconds + counter.getNanoseconds() - start));
     lookAtClocks();
 }
@@ -220,6 +229,21 @@ Summary DirectCapture::summarize() {
     summary.outOfOrder = merge.getLate();
     summary.recordings = recordings.summarize();
     return summary;
+}
+
+void captureStored(StoredFrames& frames, DirectCapture& capture,
+                   const std::function<bool()>& goOn) {
+    capture.begin();
+    for (bool isToGoOn = true; isToGoOn && !frames.isAtEnd(); isToGoOn = goOn()) {
+        capture.readPass();
+        capture.poll();
+    }
+    capture.poll();  // a clock lets its first message wait for a second look
+    for (std::int64_t passed = 0; passed < capture.getTail(); passed += stretchNanoseconds) {
+        frames.passTime(stretchNanoseconds);
+        capture.poll();
+    }
+    capture.end();
 }
 
 }  // namespace station

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -10,7 +11,8 @@
 #include "capture/cmp_packet_reader.h"
 #include "core/standing_clocks.h"
 #include "station/offline/direct_output.h"
-#include "station/offline/pass_through_clock.h"
+#include "station/offline/offline_clocks.h"
+#include "station/offline/stored_frames.h"
 #include "station/recording/channel_traffic.h"
 #include "station/recording/horizon.h"
 #include "station/recording/recording_set.h"
@@ -24,14 +26,14 @@ namespace station {
 /// The capture core with modules of its own, whose samples go straight into recordings and a
 /// summary: a measurement without a host around it.
 ///
-/// Used on one thread, the host's; `getReader` starts and stops the capture thread.
+/// Used on one thread, which does the work of the capture thread too.
 class DirectCapture final : private SampleSink {
   public:
-    /// Host time 0 is `startNanoseconds` on the counter and `startTime` in UTC. Port, counter and
-    /// recordings aren't owned and outlive this.
+    /// Host time 0 is `startNanoseconds` on the counter and `startTime` in UTC. Port, counter,
+    /// clocks and recordings aren't owned and outlive this.
     DirectCapture(CapturePort& port, const PerformanceCounter& performanceCounter,
-                  std::int64_t startNanoseconds, Summary::Clock::time_point startTime,
-                  RecordingSet& recordingSet);
+                  OfflineClocks& offlineClocks, std::int64_t startNanoseconds,
+                  Summary::Clock::time_point startTime, RecordingSet& recordingSet);
 
     /// Sets up a module with all its channels used and named after module and interface. To be
     /// called before the reader starts. Throws UserError for a type that doesn't exist and for a
@@ -40,10 +42,15 @@ class DirectCapture final : private SampleSink {
 
     /// What the user must know of the modules' clocks.
     std::vector<std::string> describeClocks() const;
-    CmpPacketReader& getReader() { return reader; }
+    /// When all modules are there, before the first frame is read.
+    void begin();
+    /// Reads as the capture thread does, once round.
+    void readPass() { reader.readPass(); }
     /// What a host does periodically: moves what has come in into the summary and, in the order of
     /// time, into the recordings.
     void poll();
+    /// For how long after the last frame, in nanoseconds, `poll` has to be called.
+    std::int64_t getTail() const { return clocks.getTail(); }
     /// After the last `poll`: the recordings get the rest, and of each message that is still queued
     /// is said what becomes of it.
     void end();
@@ -71,7 +78,7 @@ class DirectCapture final : private SampleSink {
     RecordingSet& recordings;
     TimeMerge merge;
     Horizon horizon{50'000'000};  ///< a module collects messages for a frame
-    PassThroughClocks clocks;
+    OfflineClocks& clocks;
     DirectOutputs outputs;
     CmpPacketReader reader;
     std::vector<std::shared_ptr<CmpDevice>> modules;
@@ -83,5 +90,8 @@ class DirectCapture final : private SampleSink {
     double clocksTime = 0.0;                   ///< when the clocks were looked at
     double markTime = 0.0;  ///< when the rates were worked out, seconds since the start
 };
+
+/// The whole of a file. `goOn` is called after each stretch of it; false ends it there.
+void captureStored(StoredFrames& frames, DirectCapture& capture, const std::function<bool()>& goOn);
 
 }  // namespace station

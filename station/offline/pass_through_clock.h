@@ -9,7 +9,7 @@
 
 #include "core/mutex.h"
 #include "core/performance_counter.h"
-#include "sync/gnss_sync_manager.h"
+#include "station/offline/offline_clocks.h"
 
 namespace station {
 
@@ -75,20 +75,19 @@ class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GN
     std::uint64_t wrongStamps = 0;
 };
 
-/// The clocks of a run without a host, by id.
-class PassThroughClocks final : public Kestrova::Utils::Kcom::Synchronization::GNSSSyncManager {
+/// The same, by id.
+class PassThroughClocks final : public OfflineClocks,
+                                private Kestrova::Utils::Kcom::Synchronization::GNSSSyncManager {
   public:
-    using GNSSClock = Kestrova::Utils::Kcom::Synchronization::GNSSClock;
-
     PassThroughClocks(const PerformanceCounter& performanceCounter, std::int64_t startNanoseconds)
         : counter(performanceCounter), start(startNanoseconds) {}
 
+    OfflineClocks::GNSSSyncManager& getManager() override { return *this; }
     std::shared_ptr<GNSSClock> CreateClock() override;
     std::shared_ptr<GNSSClock> GetClock(std::uint32_t id) override;
     void RemoveClock(std::shared_ptr<GNSSClock>& clock) override;
     std::uint32_t GetClockId(const std::shared_ptr<GNSSClock>& clock) const override;
-    /// A text for each clock that jumped or had wrong stamps.
-    std::vector<std::string> describeJumps() const;
+    std::vector<std::string> describeJumps() const override;
 
   private:
     const PerformanceCounter& counter;

@@ -48,6 +48,8 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
     std::int32_t lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,
                            std::string& error) override;
 
+    /// The counter goes on without a frame.
+    void passTime(std::int64_t nanoseconds) { time += nanoseconds; }
     /// Reads the next frame as a `CaptureHandle` does.
     std::int32_t next(CapturedFrame& frame);
 

@@ -12,6 +12,8 @@ namespace {
 
 constexpr std::uint16_t linkTypeCan = 227;
 constexpr std::uint16_t linkTypeLin = 212;
+constexpr std::uint16_t linkTypeEthernet = 1;
+constexpr std::size_t longestFrame = 65536;
 constexpr std::size_t packetHeader = 8;  // bytes in front of the data, the same for both link types
 constexpr std::size_t packetBlockHeader = 28;
 constexpr std::size_t blockEnd = 4;
@@ -27,20 +29,9 @@ class Cursor {
     explicit Cursor(std::uint8_t* start) : at(start) {}
 
     void put8(std::uint64_t value) { *at++ = static_cast<std::uint8_t>(value); }
-    void put16(std::uint64_t value) {
-        put8(value);
-        put8(value >> 8);
-    }
-    void put32(std::uint64_t value) {
-        put16(value);
-        put16(value >> 16);
-    }
-    void putBigEndian32(std::uint32_t value) {
-        put8(value >> 24);
-        put8(value >> 16);
-        put8(value >> 8);
-        put8(value);
-    }
+    void put16(std::uint64_t value) { put<2>(value); }
+    void put32(std::uint64_t value) { put<4>(value); }
+    void putBigEndian32(std::uint32_t value) { put32(__builtin_bswap32(value)); }
     void putZeros(std::size_t count) {
         std::memset(at, 0, count);
         at += count;
@@ -58,6 +49,16 @@ class Cursor {
     std::uint8_t* position() const { return at; }
 
   private:
+    /// By way of an array of its own, which the compiler makes one store of.
+    template <std::size_t size>
+    void put(std::uint64_t value) {
+        std::uint8_t bytes[size];
+        for (std::size_t i = 0; i < size; ++i) {
+            bytes[i] = static_cast<std::uint8_t>(value >> (8 * i));
+        }
+        putBytes(bytes, size);
+    }
+
     std::uint8_t* at;
 };
 
@@ -79,17 +80,33 @@ std::vector<std::uint8_t> sectionHeader() {
     return block;
 }
 
+struct Link {
+    std::uint16_t type;
+    std::size_t longestPacket;
+};
+
+Link linkOf(BusType bus) {
+    switch (bus) {
+        case BusType::Lin:
+            return {linkTypeLin, packetHeader + LinRecord::mostData};
+        case BusType::Ethernet:
+            return {linkTypeEthernet, longestFrame};
+        default:
+            return {linkTypeCan, packetHeader + CanRecord::mostData};
+    }
+}
+
 std::vector<std::uint8_t> interfaceDescription(const ChannelDescription& channel) {
-    const bool isCan = channel.bus == BusType::Can;
+    const auto [linkType, longestPacket] = linkOf(channel.bus);
     const std::string name = boundedName(channel.name, longestOption);
     const std::size_t total = 16 + 4 + padded(name.size()) + 8 + 4 + blockEnd;
     std::vector<std::uint8_t> block(total);
     Cursor cursor(block.data());
     cursor.put32(1);
     cursor.put32(total);
-    cursor.put16(isCan ? linkTypeCan : linkTypeLin);
+    cursor.put16(linkType);
     cursor.put16(0);
-    cursor.put32(packetHeader + (isCan ? CanRecord::mostData : LinRecord::mostData));
+    cursor.put32(longestPacket);
     cursor.putOption(2, name);
     cursor.putOption(9, "\x09");  // times in 10^-9 s
     cursor.put32(0);              // end of options
@@ -129,6 +146,26 @@ void putCan(Cursor& cursor, const CanRecord& can) {
     cursor.putBytes(can.data, can.length);
 }
 
+/// An Ethernet frame.
+struct Frame {
+    const void* bytes;
+    std::size_t size;
+};
+
+std::size_t sizeOf(const CanRecord& can) {
+    return packetHeader + can.length;
+}
+std::size_t sizeOf(const LinRecord& lin) {
+    return packetHeader + lin.length;
+}
+std::size_t sizeOf(const Frame& frame) {
+    return frame.size;
+}
+
+void putFrame(Cursor& cursor, const Frame& frame) {
+    cursor.putBytes(frame.bytes, frame.size);
+}
+
 void putLin(Cursor& cursor, const LinRecord& lin) {
     const std::uint32_t pid = lin.getProtectedId();
     cursor.put32(1);  // revision and three reserved bytes
@@ -139,11 +176,11 @@ void putLin(Cursor& cursor, const LinRecord& lin) {
     cursor.putBytes(lin.data, lin.length);
 }
 
-/// Appends the packet block of one message; `put` writes its header and data.
+/// Appends the packet block of one message or frame; `put` writes its `sizeOf` bytes.
 template <typename Record>
 void appendPacket(AppendFile& file, std::size_t channel, std::int64_t utcNanoseconds,
                   const Record& record, void (*put)(Cursor&, const Record&)) {
-    const std::size_t captured = packetHeader + record.length;
+    const std::size_t captured = sizeOf(record);
     const std::size_t total = packetBlockHeader + padded(captured) + blockEnd;
     std::uint8_t* room = file.beginRecord(channel, total);
     if (room == nullptr) {
@@ -166,8 +203,8 @@ void appendPacket(AppendFile& file, std::size_t channel, std::int64_t utcNanosec
 
 }  // namespace
 
-PcapngRecording::PcapngRecording(const std::string& path, bool overwrite)
-    : Recording(path, overwrite) {
+PcapngRecording::PcapngRecording(const std::string& path, bool overwrite, Contents contents)
+    : Recording(path, overwrite), what(contents) {
     file.appendHeader(sectionHeader());
     if (file.isNew() && !file.flush()) {
         throw FileError(file.errorText());
@@ -189,6 +226,8 @@ void PcapngRecording::write(std::size_t channel, std::int64_t utcNanoseconds, co
         appendPacket(file, channel, utcNanoseconds, CanRecord(record), putCan);
     } else if (isKnown && channels[channel] == BusType::Lin && size == LinRecord::size) {
         appendPacket(file, channel, utcNanoseconds, LinRecord(record), putLin);
+    } else if (isKnown && channels[channel] == BusType::Ethernet && size <= longestFrame) {
+        appendPacket(file, channel, utcNanoseconds, Frame{record, size}, putFrame);
     } else {
         file.dropRecords(channel, 1);
     }

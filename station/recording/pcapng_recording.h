@@ -22,14 +22,22 @@ namespace station {
 /// (link type 212): revision 1, three zero bytes, length (4 bits), message type 0 (2 bits),
 /// checksum type (2 bits), protected identifier with its parity computed, checksum, errors 0, data.
 ///
+/// A recording of Ethernet frames (link type 1) has an interface block for each network interface,
+/// and the frames as they are.
+///
 /// At its end there is an interface statistics block for each channel: received are the messages
 /// that came for this file, dropped those of them that were lost.
 class PcapngRecording : public Recording {
   public:
-    PcapngRecording(const std::string& path, bool overwrite);
+    enum class Contents { Messages, Frames };
+
+    PcapngRecording(const std::string& path, bool overwrite,
+                    Contents contents = Contents::Messages);
 
     const char* formatName() const override { return "pcapng"; }
-    bool accepts(BusType) const override { return true; }
+    bool accepts(BusType bus) const override {
+        return (bus == BusType::Ethernet) == (what == Contents::Frames);
+    }
     std::size_t addChannel(const ChannelDescription& channel) override;
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                std::size_t size) override;
@@ -38,6 +46,7 @@ class PcapngRecording : public Recording {
     void complete() override;
 
   private:
+    const Contents what;
     std::vector<BusType> channels;
     std::int64_t latest = 0;  ///< time of a message
 };

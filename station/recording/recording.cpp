@@ -23,6 +23,15 @@ char lowerCase(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+/// In lower case; ".pcapng" for standard output.
+std::string endingOf(const std::string& path) {
+    std::string ending = path == AppendFile::standardOutput
+                             ? ".pcapng"
+                             : std::filesystem::path(path).extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(), lowerCase);
+    return ending;
+}
+
 template <class Format>
 std::unique_ptr<Recording> openAs(const std::string& path, bool overwrite) {
     return std::make_unique<Format>(path, overwrite);
@@ -66,11 +75,16 @@ bool Recording::close() {
     return file.close();
 }
 
+std::unique_ptr<Recording> openFrameRecording(const std::string& path, bool overwrite) {
+    if (endingOf(path) != ".pcapng") {
+        throw UserError("Cannot record frames to \"" + path +
+                        "\": that is done in .pcapng files only.");
+    }
+    return std::make_unique<PcapngRecording>(path, overwrite, PcapngRecording::Contents::Frames);
+}
+
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite) {
-    std::string ending = path == AppendFile::standardOutput
-                             ? ".pcapng"
-                             : std::filesystem::path(path).extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(), lowerCase);
+    const std::string ending = endingOf(path);
     for (const Format& entry : formats) {
         if (ending == entry.ending) {
             return entry.open(path, overwrite);

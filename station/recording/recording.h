@@ -12,7 +12,7 @@
 
 namespace station {
 
-enum class BusType { Can, Lin };
+enum class BusType { Can, Lin, Ethernet };
 
 struct ChannelDescription {
     std::string name;  // UTF-8, may contain blanks
@@ -41,9 +41,9 @@ class Recording {
     /// FileError for a bus that the format doesn't accept.
     virtual std::size_t addChannel(const ChannelDescription& channel) = 0;
 
-    /// Appends one record as the channel's bus has it (CanRecord, LinRecord); a time before 1970
-    /// counts as 0. Never throws: a record that can't be written, after a failure or for its size
-    /// or handle, is counted in recordsLost.
+    /// Appends one record as the channel's bus has it (CanRecord, LinRecord, an Ethernet frame); a
+    /// time before 1970 counts as 0. Never throws: a record that can't be written, after a failure
+    /// or for its size or handle, is counted in recordsLost.
     virtual void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                        std::size_t size) = 0;
 
@@ -100,5 +100,7 @@ std::string describeRecordingFormats();
 /// or FileError when the file can't be written: directory missing, no permission, already there
 /// with content and not to be overwritten, or in use by a recording.
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite = false);
+/// The same for a recording of Ethernet frames, which is .pcapng always.
+std::unique_ptr<Recording> openFrameRecording(const std::string& path, bool overwrite = false);
 
 }  // namespace station

@@ -25,10 +25,12 @@ std::string sessionNow() {
 
 }  // namespace
 
-RecordingSeries::RecordingSeries(std::string path, bool overwrite, PartRules partRules)
+RecordingSeries::RecordingSeries(std::string path, bool overwrite, PartRules partRules,
+                                 Open openNext)
     : wantedPath(std::move(path)),
       // A stream has no other file to go on in.
       rules(AppendFile::isStreamPath(wantedPath) ? PartRules() : partRules),
+      open(openNext),
       session(sessionNow()) {
     // Another one may have begun in the same second.
     constexpr int most = 1000;
@@ -37,18 +39,23 @@ RecordingSeries::RecordingSeries(std::string path, bool overwrite, PartRules par
         session = fmt::format("{}-{}", second, n);
     }
     openPart(overwrite);
-    format = part->formatName();
-    acceptsBus[0] = part->accepts(BusType::Can);
-    acceptsBus[1] = part->accepts(BusType::Lin);
+    noteFormat();
 }
 
 RecordingSeries::RecordingSeries(std::unique_ptr<Recording> recording)
     : wantedPath(recording->path()),
-      format(recording->formatName()),
-      acceptsBus{recording->accepts(BusType::Can), recording->accepts(BusType::Lin)},
       part(std::move(recording)),
       partPath(wantedPath),
-      partNumber(1) {}
+      partNumber(1) {
+    noteFormat();
+}
+
+void RecordingSeries::noteFormat() {
+    format = part->formatName();
+    for (const BusType bus : {BusType::Can, BusType::Lin, BusType::Ethernet}) {
+        acceptsBus[static_cast<std::size_t>(bus)] = part->accepts(bus);
+    }
+}
 
 std::string RecordingSeries::pathOf(std::size_t number) const {
     if (number == 1 && !rules.isRotating()) {
@@ -61,7 +68,7 @@ std::string RecordingSeries::pathOf(std::size_t number) const {
 
 void RecordingSeries::openPart(bool overwrite) {
     const std::string next = pathOf(partNumber + 1);
-    std::unique_ptr<Recording> opened = openRecording(next, overwrite);
+    std::unique_ptr<Recording> opened = open(next, overwrite);
     opened->setOnProgress(onProgress);
     for (const ChannelDescription& channel : channels) {
         opened->addChannel(channel);

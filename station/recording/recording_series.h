@@ -41,13 +41,16 @@ class RecordingSeries {
     using Clock = std::chrono::steady_clock;
     using Counts = AppendFile::Counts;
 
-    /// Opens the first part; throws as `openRecording`.
-    RecordingSeries(std::string path, bool overwrite, PartRules rules);
+    using Open = std::unique_ptr<Recording> (*)(const std::string& path, bool overwrite);
+
+    /// Opens the first part by `openNext`, as all others; throws as that.
+    RecordingSeries(std::string path, bool overwrite, PartRules rules,
+                    Open openNext = openRecording);
     /// That file alone.
     explicit RecordingSeries(std::unique_ptr<Recording> recording);
 
     std::string formatName() const { return format; }
-    bool accepts(BusType bus) const { return acceptsBus[bus == BusType::Lin ? 1 : 0]; }
+    bool accepts(BusType bus) const { return acceptsBus[static_cast<std::size_t>(bus)]; }
     /// As those of `Recording`.
     std::size_t addChannel(const ChannelDescription& channel);
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
@@ -81,6 +84,7 @@ class RecordingSeries {
 
   private:
     std::string pathOf(std::size_t number) const;
+    void noteFormat();
     void openPart(bool overwrite);
     void leavePart();
     bool isPartFull(std::int64_t utcNanoseconds) const;
@@ -92,9 +96,10 @@ class RecordingSeries {
 
     const std::string wantedPath;
     const PartRules rules;
+    const Open open = openRecording;
     std::string session;
     std::string format;
-    bool acceptsBus[2] = {};
+    bool acceptsBus[3] = {};  ///< by BusType
     std::function<void()> onProgress;
 
     std::unique_ptr<Recording> part;  ///< null: none can be written

@@ -30,6 +30,7 @@ struct RecordingSummary {
     std::uint64_t lost = 0;
     std::string error;                   ///< the last; empty: none
     std::vector<Channel> channels = {};  ///< in the order in which they were added
+    bool holdsFrames = false;            ///< of Ethernet, and no messages
 };
 
 /// What the user is told of messages that aren't where their time has them.
@@ -49,6 +50,11 @@ class RecordingSet {
     /// As `openRecording`. Before the first channel is added, as the next.
     void open(const std::string& path, bool overwrite = false, const PartRules& rules = {}) {
         recordings.push_back(std::make_unique<RecordingSeries>(path, overwrite, rules));
+    }
+    /// The same, for Ethernet frames.
+    void openForFrames(const std::string& path, bool overwrite, const PartRules& rules) {
+        recordings.push_back(
+            std::make_unique<RecordingSeries>(path, overwrite, rules, openFrameRecording));
     }
     void add(std::unique_ptr<Recording> recording) {
         recordings.push_back(std::make_unique<RecordingSeries>(std::move(recording)));

@@ -26,17 +26,41 @@ constexpr std::size_t mostInterfaceMessages = 1000;
 Measurement::Measurement(Session& measuringSession, std::shared_ptr<RecordingSet> recordingSet,
                          std::size_t mostWaiting)
     : session(measuringSession),
+      mostWaitingBytes(mostWaiting),
       queue(std::move(recordingSet), mostWaiting),
       recorder(measuringSession.host(), queue) {
     recorder.addChannels(session.getModules());
 }
 
+void Measurement::recordFrames(std::shared_ptr<RecordingSet> frameRecordings) {
+    frameRecorder = std::make_unique<FrameRecorder>(session.driver(), std::move(frameRecordings),
+                                                    mostWaitingBytes);
+    queues.push_back(&frameRecorder->getQueue());
+}
+
 void Measurement::start() {
     session.driver().start();
+    if (frameRecorder) {
+        frameRecorder->begin();
+    }
     untold = session.findSharedIds();
     lastStep = Clock::now();
     nextFlush = lastStep + flushPeriod;
     nextCounts = lastStep + countsPeriod;
+}
+
+void Measurement::endParts() {
+    for (RecordingQueue* const each : queues) {
+        each->endParts();
+    }
+}
+
+bool Measurement::isOver() const {
+    return stopped && (abandoned || std::ranges::all_of(queues, &RecordingQueue::isClosed));
+}
+
+bool Measurement::hasLost() const {
+    return lost || std::ranges::any_of(queues, &RecordingQueue::hasLost);
 }
 
 void Measurement::requestStop() {
@@ -73,8 +97,22 @@ void Measurement::read(std::vector<std::string>& texts) {
         lost = true;
         texts.push_back(std::move(text));
     }
+    readFrames(texts);
     readDropped(texts);
     readInterfaceMessages(texts);
+}
+
+void Measurement::readFrames(std::vector<std::string>& texts) {
+    if (!frameRecorder) {
+        return;
+    }
+    frameRecorder->takeNew();
+    const std::uint64_t all = frameRecorder->getLost();
+    if (const std::uint64_t now = all - std::exchange(framesLostTold, all); now != 0) {
+        lost = true;
+        texts.push_back(fmt::format(
+            "{} Ethernet frames aren't recorded: they found no room to wait for it", now));
+    }
 }
 
 void Measurement::readInterfaceMessages(std::vector<std::string>& texts) {
@@ -159,7 +197,7 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
             stopped = true;
             read(untold);
             readCounts(untold);
-            queue.beginClose();
+            beginClose();
             throw;
         }
         read(texts);
@@ -169,18 +207,41 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
             readClocks(now, texts);
         }
         if (stopped) {
-            queue.beginClose();
+            beginClose();
         }
     }
     if (stopped || now >= nextFlush) {
         nextFlush = now + flushPeriod;
-        std::ranges::move(queue.flush(), std::back_inserter(texts));
+        for (RecordingQueue* const each : queues) {
+            std::ranges::move(each->flush(), std::back_inserter(texts));
+        }
     }
-    if (stopped && leavesStalledDisk && !isOver() && queue.getStalled() > stallPatience) {
-        abandoned = true;
-        std::ranges::move(queue.abandon(), std::back_inserter(texts));
+    if (stopped && leavesStalledDisk && !isOver()) {
+        leaveStalled(texts);
     }
     return texts;
+}
+
+void Measurement::beginClose() {
+    for (RecordingQueue* const each : queues) {
+        each->beginClose();
+    }
+}
+
+/// Once each that isn't closed is stalled.
+void Measurement::leaveStalled(std::vector<std::string>& texts) {
+    const auto isStalled = [](const RecordingQueue* each) {
+        return each->isClosed() || each->getStalled() > stallPatience;
+    };
+    if (!std::ranges::all_of(queues, isStalled)) {
+        return;
+    }
+    abandoned = true;
+    for (RecordingQueue* const each : queues) {
+        if (!each->isClosed()) {
+            std::ranges::move(each->abandon(), std::back_inserter(texts));
+        }
+    }
 }
 
 Summary Measurement::summarize() {
@@ -197,6 +258,10 @@ Summary Measurement::summarize() {
     Summary summary = recorder.summarize(std::move(modules));
     summary.interfaces = std::move(interfaces);
     summary.messages = messages;
+    if (frameRecorder) {
+        std::ranges::move(frameRecorder->summarize(), std::back_inserter(summary.recordings));
+        summary.outOfOrder += frameRecorder->getQueue().getLate();
+    }
     summary.droppedFrames = droppedTold;
     summary.longestPause = longestPause.count();
     summary.interfaceMessages = interfaceMessages;

@@ -7,6 +7,7 @@
 
 #include "core/standing_clocks.h"
 #include "station/recording/recording_queue.h"
+#include "station/session/frame_recorder.h"
 #include "station/session/measurement_recorder.h"
 #include "station/session/session.h"
 
@@ -26,10 +27,12 @@ class Measurement {
     using Clock = std::chrono::steady_clock;
     static constexpr auto period = std::chrono::milliseconds(20);
 
-    /// `mostWaiting`: bytes of messages that may wait for the disk.
+    /// `mostWaiting`: bytes of messages that may wait for the disk, and the same of frames.
     Measurement(Session& measuringSession, std::shared_ptr<RecordingSet> recordingSet,
                 std::size_t mostWaiting = RecordingQueue::defaultLimit);
 
+    /// The frames themselves are recorded too. Before the start.
+    void recordFrames(std::shared_ptr<RecordingSet> frameRecordings);
     /// Null for none; not owned.
     void setListener(MessageListener* listener) { recorder.setListener(listener); }
     /// Throws `PluginError`.
@@ -38,21 +41,22 @@ class Measurement {
     /// come and go.
     std::vector<std::string> poll(Clock::time_point now);
     /// Each recording goes on in another file.
-    void endParts() { queue.endParts(); }
+    void endParts();
     /// Marks the end: what was stamped up to now is still waited for.
     void requestStop();
     /// A disk that takes nothing for half a second at the end isn't waited for. Lost is then what
     /// isn't in the recordings, not what the disk only hasn't confirmed.
     void leaveStalledDisk() { leavesStalledDisk = true; }
     /// The plug-in has stopped and the recordings are closed.
-    bool isOver() const { return stopped && (queue.isClosed() || abandoned); }
+    bool isOver() const;
     /// Whether messages were lost by any cause that is known, or a recording failed.
-    bool hasLost() const { return lost || queue.hasLost(); }
+    bool hasLost() const;
 
     Summary summarize();
 
   private:
     void read(std::vector<std::string>& texts);
+    void readFrames(std::vector<std::string>& texts);
     void readDropped(std::vector<std::string>& texts);
     void readInterfaceMessages(std::vector<std::string>& texts);
     void readCounts(std::vector<std::string>& texts);
@@ -60,10 +64,16 @@ class Measurement {
     /// The name of the module whose clock leads, while the measurement waits for it; else empty.
     std::string awaitedLeader();
     void takeStep();
+    void beginClose();
+    void leaveStalled(std::vector<std::string>& texts);
 
     Session& session;
+    const std::size_t mostWaitingBytes;
     RecordingQueue queue;
     MeasurementRecorder recorder;
+    std::unique_ptr<FrameRecorder> frameRecorder;  ///< null: no frames are recorded
+    std::vector<RecordingQueue*> queues{&queue};   ///< all there are
+    std::uint64_t framesLostTold = 0;
     Clock::time_point lastStep;
     std::chrono::duration<double> longestPause{};  ///< between two steps
     Clock::time_point nextFlush;

@@ -113,8 +113,7 @@ void addTraffic(const Summary& summary, std::vector<std::string>& lines) {
         if (interface.kept != 0 || interface.dropped != 0) {
             lines.push_back(fmt::format(
                 "{}: {} capture frames, {} others{}{}",
-                interface.name.empty() ? "interfaces that appeared later"
-                                       : StringHelper::ToUtf8(interface.name),
+                interface.name.empty() ? laterInterfaces : StringHelper::ToUtf8(interface.name),
                 interface.kept, interface.foreign,
                 interface.malformed == 0 ? "" : fmt::format(", {} malformed", interface.malformed),
                 interface.dropped == 0 ? "" : fmt::format(", LOST {}", interface.dropped)));
@@ -163,6 +162,9 @@ Json toJson(const RecordingSummary& recording) {
                    {"records", recording.records},
                    {"bytes", recording.bytes},
                    {"lost", recording.lost}};
+    if (recording.holdsFrames) {
+        result["contents"] = "frames";
+    }
     if (recording.parts != 1) {
         result["parts"] = recording.parts;
         result["part"] = recording.partPath;
@@ -402,11 +404,12 @@ std::vector<std::string> toTable(const Summary& summary) {
     addChannels(summary, ChannelSummary::noModule, lines);
     addTraffic(summary, lines);
     for (const RecordingSummary& recording : summary.recordings) {
-        lines.push_back(fmt::format(
-            "{}: {} records, {} bytes{}{}{}", recording.path, recording.records, recording.bytes,
-            recording.parts == 1 ? "" : fmt::format(", {} parts", recording.parts),
-            recording.lost == 0 ? "" : fmt::format(", LOST {}", recording.lost),
-            recording.error.empty() ? "" : "  FAILED: " + recording.error));
+        lines.push_back(
+            fmt::format("{}: {} {}, {} bytes{}{}{}", recording.path, recording.records,
+                        recording.holdsFrames ? "frames" : "records", recording.bytes,
+                        recording.parts == 1 ? "" : fmt::format(", {} parts", recording.parts),
+                        recording.lost == 0 ? "" : fmt::format(", LOST {}", recording.lost),
+                        recording.error.empty() ? "" : "  FAILED: " + recording.error));
     }
     std::transform(lines.begin(), lines.end(), lines.begin(), printable);
     return lines;

@@ -49,6 +49,9 @@ std::string raisedText(const std::string& channel, std::uint64_t messages);
 /// What the user is told of a module whose device time doesn't advance.
 std::string standingText(const std::string& module);
 
+/// In place of a name: all interfaces together that were opened later.
+inline constexpr const char* laterInterfaces = "interfaces that appeared later";
+
 /// The messages that came for no channel, with the CM IDs that no module has; empty for none.
 std::string describeUnknown(const MessageStatistics& messages);
 

@@ -3,6 +3,7 @@ sent."""
 
 import json
 import os
+import re
 import signal
 import subprocess
 import time
@@ -25,8 +26,9 @@ class Recordings(Case):
                            for name in ("live", "converted"))
         cls.asc, cls.csv = cls.scratch / "converted.asc", cls.scratch / "converted.csv"
         cls.killed = cls.scratch / "killed.mf4"
-        wire = cls.scratch / "wire.pcapng"
-        station = lab.Station(NAMES, record=live)
+        wire, cls.raw = cls.scratch / "wire.pcapng", cls.scratch / "raw.pcapng"
+        cls.wire = wire
+        station = lab.Station(NAMES, "--record-raw", cls.raw, record=live)
         store = lab.spawn(["dumpcap", "-q", "-i", "veth0", "-B", "64", "-w", str(wire)], stderr=-3)
         lab.wait_until(lambda: wire.exists() and wire.stat().st_size, "frames are stored")
         time.sleep(1)
@@ -63,6 +65,19 @@ class Recordings(Case):
             self.assertEqual(traffic.read_with_tshark(log), [row._replace(name="") for row in rows])
             times = [row.time // 1000 * 1000 for row in traffic.read_with_tshark(pcapng) if row.bus != "LIN"]
             self.assertEqual([row.time for row in rows], times)
+
+    def test_recorded_frames_are_those_of_the_wire_and_make_the_recording_of_the_run(self):
+        live_report, live, *_, tolerance = self.runs[0]
+        wire, raw = (lab.call(["tshark", "-r", path, "-Y", "eth.type==0x99fe", "-o", "frame.generate_md5_hash:TRUE",
+                               "-T", "fields", "-e", "frame.time_epoch", "-e", "frame.md5_hash"])[1].splitlines()
+                     for path in (self.wire, self.raw))
+        micro = re.compile(r"(\.\d{6})\d+")
+        self.assertEqual([micro.sub(r"\1", line) for line in raw], [micro.sub(r"\1", line) for line in wire])
+        described = next(entry for entry in live_report["recordings"] if entry["path"] == str(self.raw))
+        self.assertEqual((described["records"], described["lost"], described["contents"]), (len(wire), 0, "frames"))
+        soft, report = self.convert(self.raw, ".soft.pcapng", "--clock", "soft")
+        rows = self.expect_complete(self.sent, report, soft)
+        self.assertEqual(traffic.time_differences(self.sent, traffic.names_of(report), rows, RATE, tolerance), [])
 
     def expect_rows(self, rows, names, log=False, resolution=1):
         """Those of the converted .pcapng, as far as another format keeps them."""
