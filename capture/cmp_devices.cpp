@@ -1,5 +1,6 @@
 #include "capture/cmp_devices.h"
 
+#include "capture/freed_memory.h"
 #include "core/string_helper.h"
 
 using Kestrova::Utils::Kcom::StringHelper;
@@ -114,6 +115,7 @@ void CmpDevices::flushTakenOver() {
     for (const auto& device : held->getDevices()) {
         device->flushChannels();
     }
+    FreedMemory::giveBack();
 }
 
 std::shared_ptr<CmpDevices::Node> CmpDevices::addItemNode(Node& list, std::size_t position) const {

@@ -12,6 +12,7 @@
 
 #include "capture/bus_frame.h"
 #include "capture/cmp_message.h"
+#include "capture/freed_memory.h"
 
 /// The samples of one channel, each a time and the host's record, on their way from the capture
 /// thread to the host's thread.
@@ -173,6 +174,8 @@ class SampleQueue {
         if (slot.load(std::memory_order_acquire) == nullptr) {
             slot.store(block.release(), std::memory_order_release);
             ++nextGiven;
+        } else {
+            FreedMemory::note(sizeof(Block));
         }
     }
 
