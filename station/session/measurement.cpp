@@ -87,6 +87,7 @@ void Measurement::takeStep() {
         stopped = true;
     } else {
         recorder.endPart();
+        noteJumps();
         driver.startNextPart();
     }
 }
@@ -152,7 +153,7 @@ void Measurement::readCounts(std::vector<std::string>& texts) {
 
 void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& texts) {
     const double seconds = std::chrono::duration<double>(now.time_since_epoch()).count();
-    const auto clocks = session.driver().getClocks();
+    const auto clocks = getClocks();
     jumpsTold.resize(clocks.size());
     for (std::size_t i = 0; i < clocks.size(); ++i) {
         const auto name = [&] {
@@ -172,6 +173,21 @@ void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& te
             jumpsTold[i] = clocks[i].jumps;
         }
     }
+}
+
+/// With the jumps of all parts; the plug-in's clocks begin to count again with each.
+std::vector<ClockStatistics> Measurement::getClocks() const {
+    std::vector<ClockStatistics> clocks = session.driver().getClocks();
+    for (std::size_t i = 0; i < std::min(clocks.size(), jumpsBefore.size()); ++i) {
+        clocks[i].jumps += jumpsBefore[i];
+    }
+    return clocks;
+}
+
+void Measurement::noteJumps() {
+    const std::vector<ClockStatistics> clocks = getClocks();
+    jumpsBefore.resize(clocks.size());
+    std::ranges::transform(clocks, jumpsBefore.begin(), &ClockStatistics::jumps);
 }
 
 std::string Measurement::awaitedLeader() {
@@ -246,7 +262,7 @@ void Measurement::leaveStalled(std::vector<std::string>& texts) {
 
 Summary Measurement::summarize() {
     std::vector<Module> modules = session.getModules();
-    const auto clocks = session.driver().getClocks();
+    const auto clocks = getClocks();
     for (std::size_t i = 0; i < std::min(modules.size(), clocks.size()); ++i) {
         modules[i].clock = clocks[i];
         modules[i].timeStandsStill = standing.isStanding(i);

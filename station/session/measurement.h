@@ -61,9 +61,11 @@ class Measurement {
     void readInterfaceMessages(std::vector<std::string>& texts);
     void readCounts(std::vector<std::string>& texts);
     void readClocks(Clock::time_point now, std::vector<std::string>& texts);
+    std::vector<ClockStatistics> getClocks() const;
     /// The name of the module whose clock leads, while the measurement waits for it; else empty.
     std::string awaitedLeader();
     void takeStep();
+    void noteJumps();
     void beginClose();
     void leaveStalled(std::vector<std::string>& texts);
 
@@ -79,6 +81,7 @@ class Measurement {
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
     StandingClocks standing;
+    std::vector<std::uint64_t> jumpsBefore;      ///< by module, in the parts before this one
     std::vector<std::uint64_t> jumpsTold;        ///< by module
     std::uint64_t droppedTold = 0;               ///< frames
     std::vector<std::string> interfaceMessages;  ///< the first of them
