@@ -42,7 +42,7 @@ void convert(const std::string& path) {
     std::vector<Module> modules = findModules(path);
     modules.resize(std::min<std::size_t>(modules.size(), 8));
     StoredFrames frames(path);
-    RecordingSet recordings;
+    RecordingQueue recordings(std::make_shared<RecordingSet>());
     const std::int64_t start = frames.getFirstTime() - 2'000'000'000;
     Clocks clocks(frames, start);
     DirectCapture capture(frames, frames, clocks, start, {}, recordings);

@@ -174,12 +174,6 @@ ExitCode finish(const ConvertOptions& options, RecordingSet& recordings,
     return ExitCode::Good;
 }
 
-void closeRecordings(RecordingSet& recordings) {
-    for (const std::string& failure : recordings.close()) {
-        printMessage(failure);
-    }
-}
-
 std::unique_ptr<OfflineClocks> makeClocks(const ConvertOptions& options,
                                           const PerformanceCounter& counter, std::int64_t start) {
     if (options.clock == softClock) {
@@ -188,10 +182,14 @@ std::unique_ptr<OfflineClocks> makeClocks(const ConvertOptions& options,
     return std::make_unique<PassThroughClocks>(counter, start);
 }
 
-Ending convertFrames(const ConvertOptions& options, RecordingSet& recordings, StopSignal& stop) {
+/// Reads on one thread and writes on another.
+Ending convertFrames(const ConvertOptions& options, const std::shared_ptr<RecordingSet>& recordings,
+                     StopSignal& stop) {
+    constexpr std::size_t mostWaiting = std::size_t{16} << 20U;
     const std::vector<Module> modules = chooseModules(options);
     StoredFrames frames(options.input);
-    openRecordings(recordings, options.outputs, options.overwrite);
+    openRecordings(*recordings, options.outputs, options.overwrite);
+    RecordingQueue queue(recordings, mostWaiting, RecordingQueue::WhenFull::Wait);
     // Messages are stamped before the frame that carries them is captured: what the first frame
     // brings would else lie before host time 0.
     constexpr std::int64_t lead = 2'000'000'000;
@@ -201,17 +199,22 @@ Ending convertFrames(const ConvertOptions& options, RecordingSet& recordings, St
         frames, frames, *clocks, start,
         Summary::Clock::time_point(
             std::chrono::duration_cast<Summary::Clock::duration>(std::chrono::nanoseconds(start))),
-        recordings);
+        queue);
     for (const Module& module : modules) {
         capture.addModule(module);
     }
-    tellWhatIsLeftOut(recordings, capture.summarize());
+    tellWhatIsLeftOut(*recordings, capture.summarize());
     {
         Progress progress(!options.quiet);
         captureStored(frames, capture, [&] {
-            progress.show(frames.getProgress(), recordings.getCount());
-            return !stop.isRequested() && !recordings.haveAllFailed();
+            progress.show(frames.getProgress(), capture.getCount());
+            return !stop.isRequested() && !queue.haveAllFailed();
         });
+        queue.beginClose();
+        queue.waitClosed();
+    }
+    for (const std::string& text : queue.flush()) {
+        printMessage(text);
     }
 
     for (const std::string& text : capture.describeClocks()) {
@@ -221,7 +224,6 @@ Ending convertFrames(const ConvertOptions& options, RecordingSet& recordings, St
     if (!cut.empty()) {
         printMessage(cut);
     }
-    closeRecordings(recordings);
     return {frames.isAtEnd(), !cut.empty(), frames.getErrorText(), capture.summarize()};
 }
 
@@ -243,7 +245,9 @@ Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
         }
     }
     copy.end();
-    closeRecordings(recordings);
+    for (const std::string& failure : recordings.close()) {
+        printMessage(failure);
+    }
     if (copy.getLate() != 0) {
         printMessage(lateText(copy.getLate()));
     }
@@ -262,18 +266,18 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     refuseInputAsOutput(options);
     takesStandardOutput(options.outputs, options.json);
     const MessageFilter::Options wanted = readFilter(options);
-    MessageFilter filter(wanted);
-    RecordingSet recordings;
+    const auto filter = std::make_shared<MessageFilter>(wanted);
+    const auto recordings = std::make_shared<RecordingSet>();
     if (!wanted.isEmpty()) {
-        recordings.setFilter(&filter);
+        recordings->setFilter(filter);
     }
     std::error_code ignored;
     const auto reader = std::filesystem::is_regular_file(options.input, ignored)
                             ? openMessages(options.input)
                             : nullptr;
-    const Ending ending = reader ? convertMessages(options, *reader, recordings, stop)
+    const Ending ending = reader ? convertMessages(options, *reader, *recordings, stop)
                                  : convertFrames(options, recordings, stop);
-    return finish(options, recordings, filter, ending);
+    return finish(options, *recordings, *filter, ending);
 }
 
 void addFilterOptions(CLI::App& command, ConvertOptions& options) {

@@ -68,12 +68,12 @@ MessageStatistics statisticsOf(const MessageCounts& counts) {
 
 DirectCapture::DirectCapture(CapturePort& port, const PerformanceCounter& performanceCounter,
                              OfflineClocks& offlineClocks, std::int64_t startNanoseconds,
-                             Summary::Clock::time_point startTime, RecordingSet& recordingSet)
+                             Summary::Clock::time_point startTime, RecordingQueue& recordingQueue)
     : counter(performanceCounter),
       start(startNanoseconds),
       startUtc(startTime),
       startUtcNanoseconds(std::chrono::nanoseconds(startTime.time_since_epoch()).count()),
-      recordings(recordingSet),
+      recordings(recordingQueue),
       clocks(offlineClocks),
       outputs(*this),
       reader(&clocks.getManager(), &outputs, port, performanceCounter) {}
@@ -118,13 +118,8 @@ void DirectCapture::onSample(std::uint32_t channel, const void* data, std::size_
     entry.traffic.note(sinceStart);
     const std::int64_t utc = startUtcNanoseconds + sinceStart;
     horizon.note(utc);
-    merge.add({utc, channel, static_cast<std::uint32_t>(size)}, data);
-}
-
-void DirectCapture::record(std::int64_t before) {
-    merge.release(before, [this](const TimeMerge::Head& head, const std::uint8_t* bytes) {
-        recordings.write(head.channel, head.utcNanoseconds, bytes, head.size);
-    });
+    ++count;
+    recordings.write(channel, utc, data, size);
 }
 
 double DirectCapture::secondsSinceStart() const {
@@ -153,12 +148,11 @@ void DirectCapture::poll() {
     reader.takeOver();
     clocks.tick();
     reader.flushTakenOver();
-    record(horizon.step(startUtcNanoseconds + counter.getNanoseconds() - start));
+    recordings.setHorizon(horizon.step(startUtcNanoseconds + counter.getNanoseconds() - start));
     lookAtClocks();
 }
 
 void DirectCapture::end() {
-    record(TimeMerge::all);
     reader.publishCounts();
     reader.getDevices().endCounting();
 }
@@ -183,9 +177,6 @@ void DirectCapture::lookAtClocks() {
 std::vector<std::string> DirectCapture::describeClocks() const {
     std::vector<std::string> texts = standingModules;
     std::ranges::move(clocks.describeJumps(), std::back_inserter(texts));
-    if (merge.getLate() != 0) {
-        texts.push_back(lateText(merge.getLate()));
-    }
     for (const Channel& entry : channels) {
         if (const auto raised = entry.channel->getCounts().raised; raised != 0) {
             texts.push_back(raisedText(entry.channel->getName(), raised));
@@ -226,7 +217,7 @@ Summary DirectCapture::summarize() {
         entry.counts = statisticsOf(channel.channel->getCounts());
         summary.channels.push_back(std::move(entry));
     }
-    summary.outOfOrder = merge.getLate();
+    summary.outOfOrder = recordings.getLate();
     summary.recordings = recordings.summarize();
     return summary;
 }

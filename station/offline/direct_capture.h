@@ -15,8 +15,7 @@
 #include "station/offline/stored_frames.h"
 #include "station/recording/channel_traffic.h"
 #include "station/recording/horizon.h"
-#include "station/recording/recording_set.h"
-#include "station/recording/time_merge.h"
+#include "station/recording/recording_queue.h"
 #include "station/recording/unique_names.h"
 #include "station/session/module.h"
 #include "station/session/summary.h"
@@ -30,10 +29,10 @@ namespace station {
 class DirectCapture final : private SampleSink {
   public:
     /// Host time 0 is `startNanoseconds` on the counter and `startTime` in UTC. Port, counter,
-    /// clocks and recordings aren't owned and outlive this.
+    /// clocks and recordings aren't owned and outlive this; the recordings are left to be closed.
     DirectCapture(CapturePort& port, const PerformanceCounter& performanceCounter,
                   OfflineClocks& offlineClocks, std::int64_t startNanoseconds,
-                  Summary::Clock::time_point startTime, RecordingSet& recordingSet);
+                  Summary::Clock::time_point startTime, RecordingQueue& recordingQueue);
 
     /// Sets up a module with all its channels used and named after module and interface. To be
     /// called before the reader starts. Throws UserError for a type that doesn't exist and for a
@@ -51,10 +50,11 @@ class DirectCapture final : private SampleSink {
     void poll();
     /// For how long after the last frame, in nanoseconds, `poll` has to be called.
     std::int64_t getTail() const { return clocks.getTail(); }
-    /// After the last `poll`: the recordings get the rest, and of each message that is still queued
-    /// is said what becomes of it.
+    /// After the last `poll`: of each message that is still queued is said what becomes of it.
     void end();
     Summary summarize();
+    /// Messages that came out so far.
+    std::uint64_t getCount() const { return count; }
 
   private:
     struct Channel {
@@ -64,7 +64,6 @@ class DirectCapture final : private SampleSink {
         ChannelTraffic traffic;
     };
 
-    void record(std::int64_t before);
     void onSample(std::uint32_t channel, const void* data, std::size_t size, double time) override;
     void addChannels(std::size_t module, const CmpDevice& device);
     double secondsSinceStart() const;
@@ -75,8 +74,7 @@ class DirectCapture final : private SampleSink {
     const std::int64_t start;
     const Summary::Clock::time_point startUtc;
     const std::int64_t startUtcNanoseconds;
-    RecordingSet& recordings;
-    TimeMerge merge;
+    RecordingQueue& recordings;
     Horizon horizon{50'000'000};  ///< a module collects messages for a frame
     OfflineClocks& clocks;
     DirectOutputs outputs;
@@ -84,6 +82,7 @@ class DirectCapture final : private SampleSink {
     std::vector<std::shared_ptr<CmpDevice>> modules;
     std::map<std::uint16_t, std::shared_ptr<CmpDevice>> moduleOfCmId;
     std::vector<Channel> channels;  ///< by index of the output
+    std::uint64_t count = 0;        ///< messages that came out
     UniqueNames names;              ///< modules of one type have the same one until they get others
     StandingClocks standing;
     std::vector<std::string> standingModules;  ///< texts

@@ -24,9 +24,10 @@ constexpr std::int64_t nothing = std::numeric_limits<std::int64_t>::min();
 }  // namespace
 
 struct RecordingQueue::Shared {
-    Shared(std::shared_ptr<RecordingSet> recordingSet, std::size_t mostWaiting)
+    Shared(std::shared_ptr<RecordingSet> recordingSet, std::size_t mostWaiting, WhenFull whenFull)
         : recordings(std::move(recordingSet)),
           limit(mostWaiting),
+          isWaitedFor(whenFull == WhenFull::Wait),
           isOver(recordings->empty()),
           states(recordings->summarize()) {}
 
@@ -76,19 +77,24 @@ struct RecordingQueue::Shared {
     /// What is older than that, or everything if too much is held back: better out of order than
     /// not at all.
     void write(std::int64_t horizon) {
-        merge.release(merge.getHeldBytes() > limit / 2 ? TimeMerge::all : horizon,
+        const bool isTooMuch = !isWaitedFor && merge.getHeldBytes() > limit / 2;
+        merge.release(isTooMuch ? TimeMerge::all : horizon,
                       [this](const MessageChunk::Head& head, const std::uint8_t* record) {
                           recordings->write(head.channel, head.utcNanoseconds, record, head.size);
                       });
     }
     void givenBack() CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
+        changed.notify_all();
         heldBytes = merge.getHeldBytes();
         while (auto chunk = merge.takeSpare()) {
             if (spare.size() < mostSpare) {
                 spare.push_back(std::move(chunk));
             }
         }
+    }
+    bool hasRoomFor(std::size_t bytes) const CMP_REQUIRES(lock) {
+        return waitingBytes + (isWaitedFor ? 0 : heldBytes) + bytes <= limit;
     }
     bool isBusy() const CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
@@ -97,6 +103,7 @@ struct RecordingQueue::Shared {
     /// After each step, however small, so that what is known is what is in the files.
     void publish(std::vector<std::string> failures) CMP_EXCLUDES(lock) {
         std::vector<RecordingSummary> now = recordings->summarize();
+        haveAllFailed = recordings->haveAllFailed();
         const LockGuard guard(lock);
         if (!isAbandoned) {
             states = std::move(now);
@@ -108,11 +115,13 @@ struct RecordingQueue::Shared {
 
     std::shared_ptr<RecordingSet> recordings;  ///< the thread's own
     const std::size_t limit;
+    const bool isWaitedFor;                 ///< there is room at some time, whatever is held back
     std::unique_ptr<MessageChunk> present;  ///< the thread's own
     std::int64_t presentHorizon = nothing;  ///< the same, for a flush
     TimeMerge merge;                        ///< the same
     std::atomic<bool> isToBeClosed{false};  ///< else it is left to the owner
     std::atomic<bool> isPartToEnd{false};
+    std::atomic<bool> haveAllFailed{false};
     mutable Mutex lock;
     std::condition_variable_any changed;
     std::deque<std::unique_ptr<MessageChunk>> waiting CMP_GUARDED_BY(lock);
@@ -131,8 +140,9 @@ struct RecordingQueue::Shared {
     std::vector<RecordingSummary> states CMP_GUARDED_BY(lock);
 };
 
-RecordingQueue::RecordingQueue(std::shared_ptr<RecordingSet> recordingSet, std::size_t mostWaiting)
-    : shared(std::make_shared<Shared>(std::move(recordingSet), mostWaiting)) {
+RecordingQueue::RecordingQueue(std::shared_ptr<RecordingSet> recordingSet, std::size_t mostWaiting,
+                               WhenFull whenFull)
+    : shared(std::make_shared<Shared>(std::move(recordingSet), mostWaiting, whenFull)) {
     const LockGuard guard(shared->lock);
     if (!shared->isOver) {
         current = std::make_unique<MessageChunk>();
@@ -182,9 +192,11 @@ void RecordingQueue::handOver() {
 bool RecordingQueue::passOn(bool evenIfFull) {
     handOver();
     const LockGuard guard(shared->lock);
-    if (shared->waitingBytes + shared->heldBytes + current->getUsed() > shared->limit &&
-        !evenIfFull) {
-        return false;
+    while (!evenIfFull && !shared->hasRoomFor(current->getUsed())) {
+        if (!shared->isWaitedFor) {
+            return false;
+        }
+        shared->changed.wait(shared->lock);
     }
     if (!shared->isWriting && shared->waiting.empty()) {
         shared->movedAt = Clock::now();
@@ -251,6 +263,17 @@ void RecordingQueue::end() {
         shared->isEnding = true;
         shared->movedAt = Clock::now();
         shared->changed.notify_all();
+    }
+}
+
+bool RecordingQueue::haveAllFailed() const {
+    return shared->haveAllFailed;
+}
+
+void RecordingQueue::waitClosed() {
+    const LockGuard guard(shared->lock);
+    while (!shared->isOver) {
+        shared->changed.wait(shared->lock);
     }
 }
 

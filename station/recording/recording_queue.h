@@ -18,18 +18,23 @@ class MessageChunk;
 /// their own: a disk that stalls holds up nobody.
 ///
 /// What waits is bounded. A message for which there is no room is counted as lost in each recording
-/// that was to have it, and reported.
+/// that was to have it, and reported; or `write` waits, where nothing runs on meanwhile.
 ///
-/// Called on the host's thread, and none of it waits for the disk but the destructor.
+/// Called on the host's thread, and none of it waits for the disk but the destructor, `waitClosed`,
+/// and such a `write`.
 class RecordingQueue {
   public:
     using Clock = std::chrono::steady_clock;
     static constexpr std::size_t defaultLimit = std::size_t{256} << 20U;  // bytes
 
+    /// With `Wait`, what is held back for the order of time doesn't count.
+    enum class WhenFull { Lose, Wait };
+
     /// The recordings belong to the thread from the first `flush` or full chunk on, until
     /// `isClosed`.
     explicit RecordingQueue(std::shared_ptr<RecordingSet> recordingSet,
-                            std::size_t mostWaiting = defaultLimit);
+                            std::size_t mostWaiting = defaultLimit,
+                            WhenFull whenFull = WhenFull::Lose);
     /// Has the rest written out first, unless the disk takes nothing for half a second: then the
     /// thread is left to itself. Without `beginClose` the recordings stay open.
     ~RecordingQueue();
@@ -55,6 +60,7 @@ class RecordingQueue {
     /// Has all that waits written out and the recordings closed; no `write` from now on.
     void beginClose();
     bool isClosed() const;
+    void waitClosed();
     /// Since the disk took something last, or was last given something to take.
     Clock::duration getStalled() const;
     /// Gives up waiting for the disk. What isn't in a file counts as lost; what the disk only
@@ -63,6 +69,8 @@ class RecordingQueue {
 
     /// Whether a message of any recording was lost here or by a failure.
     bool hasLost() const;
+    /// Whether there is no recording that still takes messages, though there were some.
+    bool haveAllFailed() const;
     std::vector<RecordingSummary> summarize() const;
 
   private:

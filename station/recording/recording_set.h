@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "station/recording/message_filter.h"
@@ -59,9 +60,8 @@ class RecordingSet {
     void add(std::unique_ptr<Recording> recording) {
         recordings.push_back(std::make_unique<RecordingSeries>(std::move(recording)));
     }
-    /// Only what passes is written. Before the first channel is added; it isn't owned and outlives
-    /// this.
-    void setFilter(MessageFilter* wanted) { filter = wanted; }
+    /// Only what passes is written. Before the first channel is added.
+    void setFilter(std::shared_ptr<MessageFilter> wanted) { filter = std::move(wanted); }
     /// The next channel; its number is how many were added before.
     void addChannel(const ChannelDescription& channel);
     /// As `AppendFile::setOnProgress`, of any of the recordings that are there.
@@ -92,8 +92,8 @@ class RecordingSet {
 
     std::vector<std::unique_ptr<RecordingSeries>> recordings;
     std::vector<std::size_t> handles;  ///< by channel, and in it by recording; `notHeld`: not in it
-    MessageFilter* filter = nullptr;   ///< null: none
-    std::vector<std::uint64_t> leftOut;  ///< by channel, by the filter
+    std::shared_ptr<MessageFilter> filter;  ///< null: none
+    std::vector<std::uint64_t> leftOut;     ///< by channel, by the filter
     std::uint64_t count = 0;
     bool closed = false;
 };
