@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <deque>
 #include <fstream>
 #include <vector>
@@ -177,6 +179,10 @@ void TrustedPath::walk(const fs::path& path, const std::vector<uid_t>& users) {
         const bool fromRoot = name == "/";
         Descriptor next(::openat(at.get(), name.c_str(), looksOnly));
         struct stat facts {};
+        if (!next.isOpen() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+            reason = '"' + path.string() + "\" can't be looked at: " + std::strerror(errno);
+            return;
+        }
         if (!next.isOpen() || ::fstat(next.get(), &facts) != 0) {
             return;  // there is nothing
         }
