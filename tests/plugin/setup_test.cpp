@@ -153,6 +153,22 @@ TEST_F(SetupEventTest, InputsOfASetupFollowTheHostAndAreSavedAgain) {
     EXPECT_THAT(host.callsOf([&] { plugin->onGetData(); }),
                 testing::StartsWith("App.isSetupMode, App.getData, Data.getBufferState"));
     EXPECT_THAT(savedSettings(), HasSubstr("GNSSClock @Id=\"0\""));
+
+    const auto isKept = [&](std::int32_t number, const HostVariant& with = {}) {
+        EXPECT_EQ(setup(document, false), "0");
+        EXPECT_EQ(event(number, with), "0");
+        return saved().find("Index=\"4") != std::string::npos;
+    };
+    EXPECT_FALSE(isKept(111));
+    EXPECT_FALSE(isKept(133));
+    EXPECT_FALSE(isKept(186));
+    EXPECT_TRUE(isKept(131));
+    EXPECT_FALSE(isKept(131, variantOf(&source)));
+    EXPECT_TRUE(isKept(129));
+    EXPECT_EQ(setup(document, false), "0");
+    host.data.otherChannels.clear();
+    EXPECT_EQ(event(129), "0");
+    EXPECT_THAT(saved(), testing::Not(HasSubstr("Index=\"4"))) << "the host has it no more";
 }
 
 }  // namespace
