@@ -1,6 +1,8 @@
 #include <malloc.h>
 
+#include <algorithm>
 #include <bit>
+#include <numeric>
 
 #include "capture/cmp_channel_canfd.h"
 #include "capture/cmp_channel_lin.h"
@@ -135,6 +137,15 @@ TEST_F(ChannelTest, LongQueueKeepsItsOrderAndGivesItsMemoryBack) {
         EXPECT_EQ(given - taken, hasWaiting ? 1U : 0U);
         EXPECT_LT(memory(), before + (1U << 20)) << "a bounded part is kept";
     }
+}
+
+TEST(ChannelCountsTest, EachIsAddedToItsOwn) {
+    std::array<std::uint64_t, sizeof(ChannelCounts) / 8> numbers;
+    std::iota(numbers.begin(), numbers.end(), 1U);
+    auto sum = std::bit_cast<ChannelCounts>(numbers);
+    sum += sum;
+    std::ranges::transform(numbers, numbers.begin(), [](auto number) { return 2 * number; });
+    EXPECT_EQ(std::bit_cast<decltype(numbers)>(sum), numbers);
 }
 
 TEST_F(ChannelTest, EachFateHasItsCount) {
