@@ -19,6 +19,7 @@ CLEAN, SCRATCH, *PACKAGES = map(Path, sys.argv[1:])
 ROOT = SCRATCH / "root"
 PLUGIN = "/usr/lib/cmp/cmp_plugin.so"
 RUNTIME = "/usr/lib/cmp/libkvrtcoretypes-64-1.so"
+METRICS = "/usr/lib/cmp/cmp_metrics.so"
 SETUP = "/etc/cmp-station/setup.xml"
 STATE = "/var/lib/cmp-station"
 SERVICE = "cmp-station.service"
@@ -212,7 +213,7 @@ def use_as_a_user(system):
 
     def command(group):
         return ["setpriv", "--reuid=65534", "--regid=65534", f"--groups={group}", "sh", "-c",
-                f'cd /tmp && exec {program} run --module "CAN combo:5" --quiet --duration 60']
+                f'cd /tmp && exec {program} run --module "CAN combo:5" --quiet --duration 60 --metrics 9464']
 
     system.run(*command("cmp-station"), code=4)
     system.run("dpkg-statoverride", "--update", "--add", "root", "cmp-station", "0750", program)
@@ -221,10 +222,10 @@ def use_as_a_user(system):
     station = subprocess.Popen(["chroot", str(ROOT), *command("cmp-station")])
     maps = Path(f"/proc/{station.pid}/maps")
     wait_until(lambda: PLUGIN in maps.read_text() or station.poll() is not None, "the plug-in is loaded")
-    loaded = set(re.findall(r"\S*(?:kvrtcoretypes|cmp_plugin)\S*", maps.read_text()))
+    loaded = set(re.findall(r"\S*(?:kvrtcoretypes|cmp_plugin|cmp_metrics)\S*", maps.read_text()))
     station.kill()
     station.wait()
-    expect(loaded == {f"{ROOT}{PLUGIN}", f"{ROOT}{RUNTIME}"},
+    expect(loaded == {f"{ROOT}{PLUGIN}", f"{ROOT}{RUNTIME}", f"{ROOT}{METRICS}"},
            "with setcap members of the group capture, with the package's libraries")
     told = system.run("env", "QT_QPA_PLATFORM=offscreen", "/usr/lib/cmp/cmp-station-gui", "--help")
     expect("--setup" in told, "the desktop's program starts")

@@ -15,6 +15,7 @@
 #include "station/cli/recordings.h"
 #include "station/cli/service_manager.h"
 #include "station/cli/setups.h"
+#include "station/metrics/metrics_module.h"
 #include "station/permission.h"
 #include "station/session/measurement.h"
 #include "station/terminal_text.h"
@@ -39,12 +40,15 @@ Examples:
   cmp-station run --module "CAN combo:5" --interface eth1 --interface eth2
   cmp-station run --module "CAN combo:5" --record - | tshark -r -
   cmp-station run --setup bench.xml --record-raw evidence.pcapng
+  cmp-station run --setup bench.xml --metrics 9464
   cmp-station run --module "CAN combo:5" --json --quiet --duration 10)";
 
 constexpr double longestDuration = 1e9;  // seconds
 constexpr double mostWaiting = 1e6;      // megabytes
 
 constexpr double megabyte = 1U << 20U;
+
+constexpr auto metricsPeriod = std::chrono::milliseconds(500);
 
 struct RunOptions {
     std::string setup;
@@ -56,6 +60,7 @@ struct RunOptions {
     std::vector<std::string> frameRecordings;
     PartOptions parts;
     double duration = 0.0;
+    std::string metrics;  ///< empty: no page
     double waitingMegabytes = static_cast<double>(RecordingQueue::defaultLimit) / megabyte;
     bool overwrite = false;
     bool json = false;
@@ -74,7 +79,7 @@ void tellAll(LiveView& view, const std::vector<std::string>& texts) {
 /// Returns why the plug-in failed, empty if it didn't: what came before it is recorded and shown
 /// all the same.
 std::string measure(const RunOptions& options, Measurement& measurement, LiveView& view,
-                    StopSignal& stop) {
+                    MetricsPage* page, StopSignal& stop) {
     std::string failure;
     ServiceManager manager;
     const auto start = Clock::now();
@@ -83,6 +88,7 @@ std::string measure(const RunOptions& options, Measurement& measurement, LiveVie
                                        std::chrono::duration<double>(options.duration))
                          : Clock::time_point::max();
     auto nextPoll = start + Measurement::period;
+    auto nextMetrics = start;
     while (!measurement.isOver()) {
         if (stop.waitUntil(std::min(nextPoll, end)) || Clock::now() >= end) {
             measurement.leaveStalledDisk();
@@ -102,6 +108,10 @@ std::string measure(const RunOptions& options, Measurement& measurement, LiveVie
         }
         if (view.isDue(now)) {
             view.show(measurement.summarize(), now);
+        }
+        if (page != nullptr && now >= nextMetrics) {
+            page->show(std::make_shared<Summary>(measurement.summarize()));
+            nextMetrics = now + metricsPeriod;
         }
     }
     manager.tellStopping();
@@ -149,6 +159,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     std::vector<std::string> allRecordings = options.recordings;
     std::ranges::copy(options.frameRecordings, std::back_inserter(allRecordings));
     const bool isPiped = takesStandardOutput(allRecordings, options.json);
+    const auto page = options.metrics.empty() ? nullptr : openMetricsPage(options.metrics);
     checkCapturePermission();
     const auto recordings = std::make_shared<RecordingSet>();
     const PartRules rules = parsePartRules(options.parts);
@@ -167,6 +178,9 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     if (!frameRecordings->empty()) {
         measurement.recordFrames(frameRecordings);
     }
+    if (page) {
+        page->show(std::make_shared<Summary>(measurement.summarize()));
+    }
     measurement.start();
 
     const int tableDescriptor = options.json || isPiped ? STDERR_FILENO : STDOUT_FILENO;
@@ -181,7 +195,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
                         "of a module",
                         noChannelIsUsed, options.setup));
     }
-    const std::string failure = measure(options, measurement, view, stop);
+    const std::string failure = measure(options, measurement, view, page.get(), stop);
     view.end();
     printReport(measurement.summarize(), allRecordings, options.json, options.quiet);
     stop.beginCleanUp();
@@ -242,6 +256,12 @@ void addRunCommand(CLI::App& app, Command& chosen) {
                      "Megabytes of messages that may wait for a slow disk, 256 by default")
         ->type_name("MB")
         ->check(within(1.0, mostWaiting));
+    command
+        ->add_option("--metrics", options->metrics,
+                     "Show the counts as a page for Prometheus, http://ADDRESS:PORT/metrics; "
+                     "without an address on the loopback interface")
+        ->type_name("[ADDRESS:]PORT")
+        ->check(notEmpty());
     command->add_flag("--json", options->json,
                       "At the end print one JSON object on standard output");
     command->add_flag("--quiet", options->quiet,

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "station/errors.h"
+#include "station/session/loaded_module.h"
 
 namespace station {
 namespace {
@@ -19,29 +20,10 @@ void check(HostResult result, const std::filesystem::path& path, const char* wha
     }
 }
 
-/// By the name without links, as the module itself is to know where it is.
-void* load(const TrustedPath& file, const std::filesystem::path& path) {
-    const auto fail = [&](const std::string& cause) {
-        throw PluginError(fmt::format("can't load the plug-in {}: {}", path.string(), cause));
-    };
-    std::error_code error;
-    if (!file.refusal().empty()) {
-        fail(file.refusal());
-    }
-    if (!file.isFile()) {
-        fail(std::filesystem::exists(path, error) ? "it is no file" : "there is no such file");
-    }
-    void* const handle = ::dlopen(file.resolved().c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) {
-        fail(::dlerror());
-    }
-    return handle;
-}
-
 }  // namespace
 
 PluginModule::PluginModule(const std::filesystem::path& file, TrustedUsers trusted)
-    : path(file), handle(load(TrustedPath(std::filesystem::absolute(file), trusted), file)) {}
+    : path(file), handle(loadModule(file, trusted, "plug-in")) {}
 
 PluginModule::~PluginModule() {
     const auto canUnloadNow = reinterpret_cast<CanUnloadNow>(::dlsym(handle, "DllCanUnloadNow"));

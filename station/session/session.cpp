@@ -11,6 +11,7 @@
 
 #include "core/string_helper.h"
 #include "station/document/setup_check.h"
+#include "station/session/loaded_module.h"
 #include "station/session/registered_plugins.h"
 
 namespace station {
@@ -41,8 +42,7 @@ std::unique_ptr<PluginModule> loadPlugin(const SessionOptions& options) {
         return std::make_unique<PluginModule>(registered->module, TrustedUsers::User);
     }
     std::error_code error;
-    const fs::path beside =
-        fs::read_symlink("/proc/self/exe", error).parent_path() / "cmp_plugin.so";
+    const fs::path beside = programFolder() / "cmp_plugin.so";
     if (fs::exists(beside, error)) {
         return std::make_unique<PluginModule>(beside, TrustedUsers::UserAndProgram);
     }

@@ -92,6 +92,8 @@ class CommandLine(Case):
             (["run", "--duration", "0"], "--duration"),
             (["run", "--duration", "nan"], "nan is no number from 0.001 to"),
             (["run", "--setup", ""], "it is empty"),
+            *((["run", "--module", *CAN, "--record", recording, "--metrics", where], "--metrics")
+              for where in ("0", "65536", "localhost:80", "127.1:80", "[::1]:80", ":80", "80s", "")),
             *((["run", "--module", *CAN, "--interface", name], "can't be the name of an interface")
               for name in ("", "0123456789abcdef", "net/eth0", "eth0 ")),
             (["run", "--module", *CAN, "--record", self.path("a.txt")], ".pcapng"),

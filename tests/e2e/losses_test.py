@@ -1,7 +1,11 @@
 """What is lost and counted before messages reach their channels, and when frames came in."""
 
+import contextlib
+import http.client
 import re
+import resource
 import signal
+import socket
 import sys
 import time
 from pathlib import Path
@@ -12,6 +16,40 @@ import traffic
 from case import CAN, FRONT, RATE, Case, main
 
 LIVE_PORT = sys.argv.pop(1)
+PAGE = ("127.0.0.1", 9464)
+
+
+def read_page():
+    """The samples of the metrics page, by name and by what is between the braces."""
+    connection = http.client.HTTPConnection(*PAGE, timeout=lab.PATIENCE)
+    with contextlib.closing(connection):
+        connection.request("GET", "/metrics")
+        lines = connection.getresponse().read().decode().splitlines()
+    return {(match[1], match[2]): float(match[3])
+            for line in lines if (match := re.fullmatch(r"cmp_(\w+?)(?:_total)?(?:\{(.*)\})? (\S+)", line))}
+
+
+def expected_samples(report):
+    """What it must have of a measurement into which nothing comes any more."""
+    def snake_case(name):
+        return re.sub("[A-Z]", lambda letter: "_" + letter[0].lower(), name)
+
+    messages = report["messages"]
+    samples = {("messages", f'kind="{snake_case(kind)}"'): messages[kind]
+               for kind in ("data", "moduleStatus", "busStatus", "other")}
+    samples |= {("messages_left_out", f'reason="{snake_case(reason)}"'): messages[reason]
+                for reason in ("empty", "unknownModule", "unknownChannel", "unusedChannel")}
+    samples |= {("interface_frames", f'interface="{interface["name"]}",fate="{fate}"'): interface[fate]
+                for interface in report["interfaces"] if interface["name"] for fate in ("kept", "foreign", "dropped")}
+    for channel in report["channels"]:
+        name, module = (text.replace("\\", "\\\\").replace('"', '\\"') for text in (channel["name"], channel["module"]))
+        labels = f'channel="{name}",module="{module}",bus="{channel["busType"]}"'
+        samples |= {(f"channel_messages_{count}", labels): channel[key]
+                    for count, key in (("queued", "queued"), ("delivered", "delivered"), ("read", "frames"))}
+        samples["channel_messages_discarded", labels + ',reason="too_old"'] = channel["tooOld"]
+    for recording in report["recordings"]:
+        samples["recording_records_written", f'recording="{recording["path"]}",format="pcapng",contents="messages"'] = recording["records"]
+    return samples
 
 
 class Losses(Case):
@@ -79,6 +117,49 @@ class Losses(Case):
         report, errors = silent.stop(code=1)
         self.assertIn('the measurement never began: "Leads"', errors)
         self.assertEqual(report["lostMessages"], sum(channel["notPlaced"] for channel in report["channels"]))
+
+    def test_metrics_page_has_the_account_and_none_of_its_readers_holds_up_anything(self):
+        self.assertNotIn("prometheus", lab.call(["ldd", lab.STATION])[1])
+        station = lab.Station(['CAN combo:5:Fr"ont\\'], "--interface", "veth0", "--metrics", PAGE[1],
+                              record=[self.path("a.pcapng")])
+        descriptors = Path(f"/proc/{station.process.pid}/fd")
+        before = len(list(descriptors.iterdir()))
+        resource.setrlimit(resource.RLIMIT_NOFILE, (4096, 4096))
+        readers = [socket.socket() for _ in range(2000)]
+        for number, reader in enumerate(readers):
+            self.addCleanup(reader.close)
+            reader.setblocking(False)
+            reader.connect_ex(PAGE)
+            if number % 2:
+                with contextlib.suppress(OSError):  # there is no room for it
+                    reader.send(b"GET /metrics HTTP/1.1\r\n\r\n")
+        simulator = lab.start_simulator([*CAN, "CAN combo:6"], "--rate", RATE, "--bad", 0.1)
+        time.sleep(2)
+        self.assertLess(len(list(descriptors.iterdir())), before + 64)
+        for reader in readers[8:]:
+            reader.close()
+
+        def count(name):
+            return sum(value for key, value in read_page().items() if key[0] == name)
+
+        for least in (0, count("channel_messages_delivered")):
+            lab.wait_until(lambda: count("channel_messages_delivered") > least, "messages are on the page")
+        simulator.send_signal(signal.SIGINT)
+        sent = traffic.sent_counts(lab.finish_simulator(simulator))
+        wanted = sum(number for (module, _), number in sent.items() if module == 0x45)
+        lab.wait_until(lambda: count("recording_records_written") == count("channel_messages_queued") == wanted,
+                       "all messages are on the page")
+        other = self.path("b.pcapng")
+        _, errors = self.expect(1, "run", "--module", *CAN, "--record", other, "--metrics", "127.0.0.1:9464")
+        self.assertIn("127.0.0.1:9464: Address already in use", errors)
+        self.assertFalse(other.exists())
+        time.sleep(1)
+        page = read_page()
+        report, _ = station.stop()
+        self.assertEqual([(key, value, page.get(key)) for key, value in expected_samples(report).items()
+                          if page.get(key) != value], [])
+        self.assertEqual(traffic.account_differences(report), [])
+        self.assertLess(report["longestPause"], 1.5)
 
     def test_frames_are_stamped_on_receipt(self):
         self.assertEqual(lab.call([LIVE_PORT])[0], 0)

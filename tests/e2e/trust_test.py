@@ -17,6 +17,7 @@ SETPRIV = ["setpriv", f"--reuid={USER}", f"--regid={USER}", f"--groups={GROUP}"]
 FOREIGN = sys.argv.pop(1)
 TRACE = Path("/run/trace/foreign")  # where it writes that it was loaded
 RUNTIME = Path("/usr/local/lib/cmp/libkvrtcoretypes-64-1.so")
+METRICS = RUNTIME.parent / "cmp_metrics.so"
 INSTALLED, PLAIN, HIS = Path("/run/installed"), Path("/run/plain"), Path("/run/his")
 
 
@@ -53,6 +54,7 @@ class Trust(Case):
         # A station with the right takes its runtime library from there.
         lab.run("mount", "-t", "tmpfs", "-o", "mode=755", "none", RUNTIME.parent.parent)
         copy(lab.BIN / RUNTIME.name, RUNTIME)
+        copy(lab.BIN / METRICS.name, METRICS)
         install(INSTALLED)
         lab.run("env", "KESTROVA_REGISTRY=/run/template", lab.STATION, "plugins", "--register", lab.PLUGIN)
         for name in ("cmp-station", "cmp-station-gui", "cmp_plugin.so"):
@@ -96,10 +98,11 @@ class Trust(Case):
         desktop = install(Path("/run/desktop"), gui="gui-user")  # which is the desktop with somebody before it
         self.addCleanup(setattr, lab, "STATION", lab.STATION)
         lab.STATION = str(INSTALLED / "cmp-station")
-        station = lab.Station(FRONT, prefix=self.as_user(), record=[recording])
+        station = lab.Station(FRONT, "--metrics", 9464, prefix=self.as_user(), record=[recording])
         sent = lab.simulate(CAN, "--rate", RATE, "--duration", 1)
         station.settle()
-        self.assertIn(f"{RUNTIME}\n", Path(f"/proc/{station.process.pid}/maps").read_text())
+        maps = Path(f"/proc/{station.process.pid}/maps").read_text()
+        self.assertTrue(f"{RUNTIME}\n" in maps and f"{METRICS}\n" in maps, maps)
         self.expect_complete(sent, station.stop()[0], recording)
 
         measuring = lab.Station.__new__(lab.Station)
@@ -122,7 +125,7 @@ class Trust(Case):
 
     def test_nothing_that_a_user_supplies_runs_with_the_right(self):
         module, part = HIS / "cmp_plugin.so", HIS / "parts/platforms/libqxcb.so"
-        for path in (module, part):
+        for path in (module, part, HIS / METRICS.name):
             copy(FOREIGN, path)
         for name in ("data/kestrova", "home/.local/share/kestrova", "store"):
             store = shutil.copytree("/run/template", HIS / name / "registry")
@@ -142,13 +145,14 @@ class Trust(Case):
                 ({"HOME": HIS / "home"}, ["gui"]), ({}, ["gui", "--plugin", module]),
                 ({"DBUS_SESSION_BUS_ADDRESS": hook}, ["gui"])]
         copy(FOREIGN, HIS / "--plugin/part.so")
+        page = ["run", "--module", *CAN, "--metrics", "9464"]
         # Values that the window toolkit would take for options of its own.
         toolkit = ["gui", "--setup=-platformpluginpath", "--plugin=-platform", "--sample-rate=1000"]
         linked = HIS / "cmp-station"  # beside files of his, as where hard links aren't protected
         for station, is_plain in ((PLAIN / "cmp-station", True), (INSTALLED / "cmp-station", False)):
             os.link(station, linked)
             for program, variables, command in (*((station, *way) for way in ways), (linked, {}, new),
-                                                (linked, {}, ["gui"]), (station, {}, toolkit)):
+                                                (linked, {}, ["gui"]), (linked, {}, page), (station, {}, toolkit)):
                 result = self.run_as(self.as_user(variables), [program, *command])
                 is_loaded = is_plain and command != toolkit
                 self.assertEqual(self.was_loaded(), is_loaded, (variables, program, command, result))

@@ -1,0 +1,79 @@
+#include <prometheus/collectable.h>
+#include <prometheus/exposer.h>
+
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include "core/mutex.h"
+#include "station/metrics/metric_families.h"
+#include "station/metrics/metrics_page.h"
+
+namespace station {
+namespace {
+
+/// Of the HTTP server. A reader that sends or takes nothing has a thread for two seconds; those for
+/// which there is none wait, some with a descriptor here and the others in the system.
+const std::vector<std::string>& serverOptions() {
+    static const std::vector<std::string> options = {
+        "num_threads",    "4",  "request_timeout_ms", "2000", "connection_queue",  "16",
+        "listen_backlog", "64", "max_request_size",   "8192", "enable_keep_alive", "no"};
+    return options;
+}
+
+class LatestSummary final : public prometheus::Collectable {
+  public:
+    void set(std::shared_ptr<const Summary> summary) CMP_EXCLUDES(lock) {
+        const LockGuard guard(lock);
+        latest.swap(summary);
+    }
+    /// On a thread of the server.
+    std::vector<prometheus::MetricFamily> Collect() const override CMP_EXCLUDES(lock) {
+        const std::shared_ptr<const Summary> summary = get();
+        return summary ? toMetricFamilies(*summary) : std::vector<prometheus::MetricFamily>();
+    }
+
+  private:
+    std::shared_ptr<const Summary> get() const CMP_EXCLUDES(lock) {
+        const LockGuard guard(lock);
+        return latest;
+    }
+
+    mutable Mutex lock;
+    std::shared_ptr<const Summary> latest CMP_GUARDED_BY(lock);
+};
+
+std::vector<std::string> optionsFor(const std::string& address) {
+    std::vector<std::string> options = serverOptions();
+    options.insert(options.end(), {"listening_ports", address});
+    return options;
+}
+
+class PrometheusPage final : public MetricsPage {
+  public:
+    explicit PrometheusPage(const std::string& address) : server(optionsFor(address)) {
+        server.RegisterCollectable(latest);
+    }
+    void show(std::shared_ptr<const Summary> summary) override { latest->set(std::move(summary)); }
+
+  private:
+    const std::shared_ptr<LatestSummary> latest = std::make_shared<LatestSummary>();
+    prometheus::Exposer server;
+};
+
+}  // namespace
+}  // namespace station
+
+extern "C" station::MetricsPage* openMetricsPage(const char* version, const std::string& address,
+                                                 std::string& failure) {
+    if (std::string(version) != CMP_VERSION) {
+        failure = "it is of version " CMP_VERSION ", and the program of another one";
+        return nullptr;
+    }
+    try {
+        return new station::PrometheusPage(address);
+    } catch (const std::exception& error) {
+        failure = error.what();
+        return nullptr;
+    }
+}
