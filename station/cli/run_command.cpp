@@ -162,7 +162,8 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     const auto page = options.metrics.empty() ? nullptr : openMetricsPage(options.metrics);
     checkCapturePermission();
     const auto recordings = std::make_shared<RecordingSet>();
-    const PartRules rules = parsePartRules(options.parts);
+    PartRules rules = parsePartRules(options.parts);
+    rules.session = newSession(allRecordings, rules);
     openRecordings(*recordings, options.recordings, options.overwrite, rules);
     const auto frameRecordings = std::make_shared<RecordingSet>();
     for (const std::string& path : options.frameRecordings) {

@@ -166,7 +166,9 @@ void Workspace::start(const std::filesystem::path& recording) {
     matchChannels();
     auto files = std::make_shared<RecordingSet>();
     if (!recording.empty()) {
-        files->open(recording.string());
+        PartRules rules;
+        rules.session = newSession({recording.string()}, rules);
+        files->open(recording.string(), false, rules);
     }
     auto fresh = std::make_unique<Measurement>(session(), files);
     fresh->start();

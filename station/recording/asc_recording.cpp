@@ -142,6 +142,9 @@ void AscRecording::beginBlock(std::int64_t firstTime) {
     appendText(fmt::format("Begin Triggerblock {}\n// start {} ns UTC, zone {}\n", date, *start,
                            zoneText(local.tm_gmtoff)));
     if (isFirst) {
+        if (!origin.empty()) {
+            appendText(fmt::format("// {}\n", origin));
+        }
         for (const Channel& channel : channels) {
             appendText(channel.comment);
         }

@@ -43,7 +43,8 @@ namespace station {
 /// end the line.
 class AscRecording : public Recording {
   public:
-    AscRecording(const std::string& path, bool overwrite) : Recording(path, overwrite) {}
+    AscRecording(const std::string& path, bool overwrite, std::string originText = {})
+        : Recording(path, overwrite), origin(std::move(originText)) {}
 
     const char* formatName() const override { return "ASC"; }
     bool accepts(BusType) const override { return true; }
@@ -65,6 +66,7 @@ class AscRecording : public Recording {
     void beginBlock(std::int64_t firstTime);
     void appendText(const std::string& text);
 
+    const std::string origin;
     std::vector<Channel> channels;
     std::optional<std::int64_t> start;  ///< of the present block, nanoseconds UTC; none yet
 };

@@ -152,6 +152,9 @@ inline constexpr std::size_t mostChannel = 255;
 /// or the name of a channel, where the text that other programs read can't hold it:
 ///
 ///     cmp-station: channel 300 CAN NAME
+///
+/// or the origin of the messages, for people.
+inline constexpr char originComment[] = "cmp-station: ";
 inline constexpr char startComment[] = "cmp-station: start ";
 inline constexpr char channelComment[] = "cmp-station: channel ";
 

@@ -85,13 +85,17 @@ void fillLin(std::uint8_t* content, const LinRecord& lin) {
 
 }  // namespace
 
-BlfRecording::BlfRecording(const std::string& path, bool overwrite) : Recording(path, overwrite) {
+BlfRecording::BlfRecording(const std::string& path, bool overwrite, const std::string& origin)
+    : Recording(path, overwrite) {
     for (Container& each : containers) {
         each.objects.resize(containerSize);
         each.channelsOfRecords.reserve(containerSize /
                                        (blf::object::content + blf::can::contentSize));
     }
     uncompressedSize = blf::file_header::size;
+    if (!origin.empty()) {
+        putText(blf::text::comment, 0, blf::originComment + origin);
+    }
     file.appendHeader(header());
     if (file.isNew() && !file.flush()) {
         throw FileError(file.errorText());

@@ -36,7 +36,7 @@ namespace station {
 /// the end in the header are completed by `close`. No reader needs them.
 class BlfRecording : public Recording {
   public:
-    BlfRecording(const std::string& path, bool overwrite);
+    BlfRecording(const std::string& path, bool overwrite, const std::string& origin = {});
     ~BlfRecording() override;
 
     const char* formatName() const override { return "blf"; }

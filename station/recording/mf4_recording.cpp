@@ -255,16 +255,19 @@ std::uint8_t lengthCode(std::size_t length) {
 }  // namespace
 }  // namespace mf4
 
-Mf4Recording::Mf4Recording(const std::string& path, bool overwrite) : Recording(path, overwrite) {
+Mf4Recording::Mf4Recording(const std::string& path, bool overwrite, const std::string& originText)
+    : Recording(path, overwrite),
+      origin(originText.empty() ? "" : " From " + mf4::escaped(originText) + ".") {
     using namespace mf4;
     append(identification(false));
     Blocks blocks(headerBlock);
     blocks.add("HD", {0, 0, 0, 0, 0, 0}, Fields().zeros(32));
     const std::uint64_t comment = blocks.addText(
-        "MD", fmt::format("<FHcomment xmlns=\"{}\"><TX>Recorded.</TX><tool_id>cmp-station</tool_id>"
-                          "<tool_vendor>Kestrova</tool_vendor><tool_version>0.1</tool_version>"
-                          "</FHcomment>",
-                          xmlNamespace));
+        "MD",
+        fmt::format("<FHcomment xmlns=\"{}\"><TX>Recorded.{}</TX><tool_id>cmp-station</tool_id>"
+                    "<tool_vendor>Kestrova</tool_vendor><tool_version>0.1</tool_version>"
+                    "</FHcomment>",
+                    xmlNamespace, origin));
     historyBlock = blocks.add("FH", {0, comment}, Fields().zeros(16));
     std::uint64_t next = 0;
     for (std::size_t i = groupCount; i-- > 0;) {
@@ -388,9 +391,9 @@ void Mf4Recording::complete() {
 /// Appends the HD comment behind the records, which end at `end`. Returns its offset.
 std::uint64_t Mf4Recording::appendComment(std::uint64_t end) {
     using namespace mf4;
-    std::string text =
-        fmt::format("<HDcomment xmlns=\"{}\"><TX>Recorded by cmp-station.</TX><common_properties>",
-                    xmlNamespace);
+    std::string text = fmt::format(
+        "<HDcomment xmlns=\"{}\"><TX>Recorded by cmp-station.{}</TX><common_properties>",
+        xmlNamespace, origin);
     for (std::size_t i = 0; i < channels.size(); ++i) {
         const AppendFile::Counts& counts = file.channelCounts()[i];
         text += fmt::format(

@@ -62,7 +62,7 @@ namespace station {
 /// file is an unfinalised one, which readers read, and `cmp-station convert` writes as a finalised.
 class Mf4Recording : public Recording {
   public:
-    Mf4Recording(const std::string& path, bool overwrite);
+    Mf4Recording(const std::string& path, bool overwrite, const std::string& originText = {});
 
     const char* formatName() const override { return "MDF 4"; }
     bool accepts(BusType) const override { return true; }
@@ -83,6 +83,7 @@ class Mf4Recording : public Recording {
     void append(const std::vector<std::uint8_t>& bytes);
     void patchNumber(std::uint64_t offset, std::uint64_t value);
 
+    const std::string origin;  ///< a sentence behind another one, escaped; or empty
     std::vector<ChannelDescription> channels;
     std::array<std::uint64_t, groupCount> groupBlocks = {};
     std::array<std::uint64_t, groupCount> cycles = {};

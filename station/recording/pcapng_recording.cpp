@@ -62,9 +62,10 @@ class Cursor {
     std::uint8_t* at;
 };
 
-std::vector<std::uint8_t> sectionHeader() {
+std::vector<std::uint8_t> sectionHeader(const std::string& comment) {
     const std::string application = "cmp-station";
-    const std::size_t total = 24 + 4 + padded(application.size()) + 4 + blockEnd;
+    const std::size_t commentOption = comment.empty() ? 0 : 4 + padded(comment.size());
+    const std::size_t total = 24 + commentOption + 4 + padded(application.size()) + 4 + blockEnd;
     std::vector<std::uint8_t> block(total);
     Cursor cursor(block.data());
     cursor.put32(0x0A0D0D0A);
@@ -74,6 +75,9 @@ std::vector<std::uint8_t> sectionHeader() {
     cursor.put16(0);
     cursor.put32(0xFFFFFFFF);  // 64 bits of unknown length: the section ends with the file
     cursor.put32(0xFFFFFFFF);
+    if (!comment.empty()) {
+        cursor.putOption(1, comment);
+    }
     cursor.putOption(4, application);
     cursor.put32(0);  // end of options
     cursor.put32(total);
@@ -203,9 +207,10 @@ void appendPacket(AppendFile& file, std::size_t channel, std::int64_t utcNanosec
 
 }  // namespace
 
-PcapngRecording::PcapngRecording(const std::string& path, bool overwrite, Contents contents)
+PcapngRecording::PcapngRecording(const std::string& path, bool overwrite, const std::string& origin,
+                                 Contents contents)
     : Recording(path, overwrite), what(contents) {
-    file.appendHeader(sectionHeader());
+    file.appendHeader(sectionHeader(origin));
     if (file.isNew() && !file.flush()) {
         throw FileError(file.errorText());
     }

@@ -26,12 +26,13 @@ namespace station {
 /// and the frames as they are.
 ///
 /// At its end there is an interface statistics block for each channel: received are the messages
-/// that came for this file, dropped those of them that were lost.
+/// that came for this file, dropped those of them that were lost. The section has the origin as its
+/// comment.
 class PcapngRecording : public Recording {
   public:
     enum class Contents { Messages, Frames };
 
-    PcapngRecording(const std::string& path, bool overwrite,
+    PcapngRecording(const std::string& path, bool overwrite, const std::string& origin = {},
                     Contents contents = Contents::Messages);
 
     const char* formatName() const override { return "pcapng"; }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <type_traits>
 #include <utility>
 
 #include "station/errors.h"
@@ -33,14 +34,20 @@ std::string endingOf(const std::string& path) {
 }
 
 template <class Format>
-std::unique_ptr<Recording> openAs(const std::string& path, bool overwrite) {
-    return std::make_unique<Format>(path, overwrite);
+std::unique_ptr<Recording> openAs(const std::string& path, bool overwrite,
+                                  const std::string& origin) {
+    if constexpr (std::is_constructible_v<Format, std::string, bool, std::string>) {
+        return std::make_unique<Format>(path, overwrite, origin);
+    } else {
+        return std::make_unique<Format>(path, overwrite);
+    }
 }
 
 struct Format {
     const char* ending;
     const char* what;
-    std::unique_ptr<Recording> (*open)(const std::string& path, bool overwrite);
+    std::unique_ptr<Recording> (*open)(const std::string& path, bool overwrite,
+                                       const std::string& origin);
 };
 
 constexpr Format formats[] = {
@@ -75,19 +82,22 @@ bool Recording::close() {
     return file.close();
 }
 
-std::unique_ptr<Recording> openFrameRecording(const std::string& path, bool overwrite) {
+std::unique_ptr<Recording> openFrameRecording(const std::string& path, bool overwrite,
+                                              const std::string& origin) {
     if (endingOf(path) != ".pcapng") {
         throw UserError("Cannot record frames to \"" + path +
                         "\": that is done in .pcapng files only.");
     }
-    return std::make_unique<PcapngRecording>(path, overwrite, PcapngRecording::Contents::Frames);
+    return std::make_unique<PcapngRecording>(path, overwrite, origin,
+                                             PcapngRecording::Contents::Frames);
 }
 
-std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite) {
+std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite,
+                                         const std::string& origin) {
     const std::string ending = endingOf(path);
     for (const Format& entry : formats) {
         if (ending == entry.ending) {
-            return entry.open(path, overwrite);
+            return entry.open(path, overwrite, origin);
         }
     }
     throw UserError("Cannot record to \"" + path + "\": its ending names no format. There are " +

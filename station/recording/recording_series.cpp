@@ -19,25 +19,39 @@ constexpr auto retryPeriod = 1s;
 /// the other would begin and end.
 constexpr std::uint64_t roomToGoOn = std::uint64_t{16} << 20U;
 
-std::string sessionNow() {
-    return fmt::format("{:%Y%m%dT%H%M%SZ}", fmt::gmtime(std::time(nullptr)));
+/// A stream has no other file to go on in.
+PartRules rulesFor(const std::string& path, const PartRules& rules) {
+    return AppendFile::isStreamPath(path) ? PartRules{.session = rules.session} : rules;
+}
+
+std::string partPathOf(const std::string& path, const std::string& session, std::size_t number) {
+    const std::filesystem::path whole(path);
+    return whole.parent_path() / fmt::format("{}-{}-{:04}{}", whole.stem().string(), session,
+                                             number, whole.extension().string());
 }
 
 }  // namespace
 
+std::string newSession(const std::vector<std::string>& paths, const PartRules& rules) {
+    constexpr int most = 1000;
+    const std::string second = fmt::format("{:%Y%m%dT%H%M%SZ}", fmt::gmtime(std::time(nullptr)));
+    std::string session = second;
+    const auto isTaken = [&](const std::string& path) {
+        return rulesFor(path, rules).isRotating() &&
+               std::filesystem::exists(partPathOf(path, session, 1));
+    };
+    for (int n = 2; std::ranges::any_of(paths, isTaken) && n < most; ++n) {
+        session = fmt::format("{}-{}", second, n);
+    }
+    return session;
+}
+
 RecordingSeries::RecordingSeries(std::string path, bool overwrite, PartRules partRules,
                                  Open openNext)
     : wantedPath(std::move(path)),
-      // A stream has no other file to go on in.
-      rules(AppendFile::isStreamPath(wantedPath) ? PartRules() : partRules),
+      rules(rulesFor(wantedPath, partRules)),
       open(openNext),
-      session(sessionNow()) {
-    // Another one may have begun in the same second.
-    constexpr int most = 1000;
-    const std::string second = session;
-    for (int n = 2; rules.isRotating() && std::filesystem::exists(pathOf(1)) && n < most; ++n) {
-        session = fmt::format("{}-{}", second, n);
-    }
+      session(rules.session.empty() ? newSession({wantedPath}, rules) : rules.session) {
     openPart(overwrite);
     noteFormat();
 }
@@ -61,14 +75,14 @@ std::string RecordingSeries::pathOf(std::size_t number) const {
     if (number == 1 && !rules.isRotating()) {
         return wantedPath;
     }
-    const std::filesystem::path whole(wantedPath);
-    return whole.parent_path() / fmt::format("{}-{}-{:04}{}", whole.stem().string(), session,
-                                             number, whole.extension().string());
+    return partPathOf(wantedPath, session, number);
 }
 
 void RecordingSeries::openPart(bool overwrite) {
     const std::string next = pathOf(partNumber + 1);
-    std::unique_ptr<Recording> opened = open(next, overwrite);
+    std::unique_ptr<Recording> opened = open(
+        next, overwrite,
+        rules.session.empty() ? "" : fmt::format("session {}, part {}", session, partNumber + 1));
     opened->setOnProgress(onProgress);
     for (const ChannelDescription& channel : channels) {
         opened->addChannel(channel);

@@ -21,16 +21,23 @@ struct PartRules {
     std::size_t keep = 0;              ///< so many of the files are kept, the newest; 0: all
     std::uint64_t leastFreeBytes = 0;  ///< nothing is written while the disk has less
     bool goesOn = false;               ///< after a failure, in another file
+    /// That of the measurement (`newSession`), for names of parts and for headers. Empty: headers
+    /// have none.
+    std::string session = {};
 
     /// Whether there is to be more than one part in any case.
     bool isRotating() const { return bytes != 0 || nanoseconds != 0 || records != 0; }
 };
 
+/// An identifier for the measurement that is recorded into these: the second of UTC, and a number
+/// where another one has begun in it.
+std::string newSession(const std::vector<std::string>& paths, const PartRules& rules);
+
 /// One recording of a measurement: a file, or one file after the other.
 ///
 /// The parts of a recording to "drive.log" that goes by rules are "drive-SESSION-0001.log" and so
-/// on, SESSION being the second of UTC at which it began. Else the first part is "drive.log". Each
-/// has all channels in front.
+/// on, SESSION being the identifier of the measurement. Else the first part is "drive.log". Each
+/// has all channels in front, and session and number in its header if the rules have a session.
 ///
 /// A recording that fails, as its disk is full or its directory is gone, goes on in another part
 /// when that is possible again; what comes in meanwhile is lost and counted.
@@ -41,7 +48,8 @@ class RecordingSeries {
     using Clock = std::chrono::steady_clock;
     using Counts = AppendFile::Counts;
 
-    using Open = std::unique_ptr<Recording> (*)(const std::string& path, bool overwrite);
+    using Open = std::unique_ptr<Recording> (*)(const std::string& path, bool overwrite,
+                                                const std::string& origin);
 
     /// Opens the first part by `openNext`, as all others; throws as that.
     RecordingSeries(std::string path, bool overwrite, PartRules rules,
@@ -97,7 +105,7 @@ class RecordingSeries {
     const std::string wantedPath;
     const PartRules rules;
     const Open open = openRecording;
-    std::string session;
+    const std::string session;
     std::string format;
     bool acceptsBus[3] = {};  ///< by BusType
     std::function<void()> onProgress;

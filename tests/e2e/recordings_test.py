@@ -175,6 +175,8 @@ class Recordings(Case):
             self.assertTrue(read.finalized)
             self.assertEqual(read.rows, traffic.read_with_tshark(pcapng))
             self.assertEqual(sorted(read.names.values()), sorted(channel["name"] for channel in report["channels"]))
+        sessions = [re.search(rb"session (\w+), part 1\W", path.read_bytes())[1] for path in self.runs[0][1:5:3]]
+        self.assertEqual(*sessions)
         live = Mf4(self.runs[0][4]).rows
         self.assertEqual({len(row.data) for row in live} & {0, 8, 12, 20, 48, 64}, {0, 8, 12, 20, 48, 64})
         self.assertFalse(Mf4(self.killed).finalized)

@@ -70,7 +70,7 @@ class Blf : public testing::Test {
     }
     void open(bool overwrite = false) {
         recording.reset();
-        recording = openRecording(path, overwrite);
+        recording = openRecording(path, overwrite, "session 2");
         written.clear();
         names.clear();
     }
@@ -120,8 +120,9 @@ TEST_F(Blf, WhatWasWrittenIsReadWithItsNamesAndTimesInAnyZone) {
     EXPECT_EQ(recording->recordsWritten(), written.size());
     const std::string bytes = contentOf(path);
     EXPECT_EQ(blf::get64(bytesAt(bytes, blf::file_header::fileSize)), bytes.size());
-    // With a text for each of the first 255 channels, a comment for the rest, and two more.
-    EXPECT_EQ(blf::get32(bytesAt(bytes, blf::file_header::objects)), written.size() + 301 + 2);
+    // With a text for each of the first 255 channels, a comment for the rest, two more, and two of
+    // the file.
+    EXPECT_EQ(blf::get32(bytesAt(bytes, blf::file_header::objects)), written.size() + 301 + 3);
     zone("CET-1CEST,M3.5.0,M10.5.0/3");
     const Content content = read(path);
     EXPECT_TRUE(content.messages == written);

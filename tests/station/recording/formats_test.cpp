@@ -1,5 +1,7 @@
 #include "station/recording/recording.h"
 
+#include <regex>
+
 #include "tests/station/recording/read_back.h"
 #include "tests/support/temporary_folder.h"
 
@@ -17,15 +19,17 @@ struct Format {
     bool hasOddLengths;       ///< of CAN FD, that no frame has
     bool isText = false;
     bool hasEarlyTimes = true;  ///< long before the first message
+    bool hasOrigin = false;     ///< where it can be seen in the file
 };
 
 void PrintTo(const Format& format, std::ostream* out) {
     *out << format.ending;
 }
 
-constexpr Format formats[] = {{".pcapng", 1, true},        {".blf", 1, true, false, false},
-                              {".mf4", 1, true},           {".log", 1000, false, true},
-                              {".asc", 1000, false, true}, {".csv", 1, true, true}};
+constexpr Format formats[] = {
+    {".pcapng", 1, true, false, true, true}, {".blf", 1, true, false, false},
+    {".mf4", 1, true, false, true, true},    {".log", 1000, false, true},
+    {".asc", 1000, false, true, true, true}, {".csv", 1, true, true}};
 
 struct Message {
     std::size_t channel = 0;
@@ -65,7 +69,7 @@ std::vector<std::string> record(const std::string& path, std::int64_t resolution
     const ChannelDescription channels[] = {{"Front", BusType::Can},
                                            {"D\xC3\xB6\"ors\", \\n 1\r\n2", BusType::Lin},
                                            {"Rear", BusType::Can}};
-    const auto recording = openRecording(path, true);
+    const auto recording = openRecording(path, true, "session <2>");
     std::map<std::size_t, std::size_t> handles;
     for (std::size_t i = 0; i < std::size(channels); ++i) {
         if (recording->accepts(channels[i].bus)) {
@@ -115,6 +119,8 @@ TEST_P(Formats, EveryKindOfMessageIsReadAsItWasWritten) {
     const Contents there = readBack(path);
     EXPECT_EQ(there.messages, expected);
     EXPECT_EQ(there.error, "");
+    EXPECT_EQ(std::regex_search(contentOf(path), std::regex("session (<|&lt;)2(>|&gt;)")),
+              GetParam().hasOrigin);
     EXPECT_EQ(there.skipped, 0U);
     std::vector<std::string> filled = recordAll({can(0, start, 1, false, 21)});
     filled[0] += GetParam().hasOddLengths ? "" : "000000";
