@@ -18,6 +18,7 @@ constexpr std::size_t packetHeader = 8;  // bytes in front of the data, the same
 constexpr std::size_t packetBlockHeader = 28;
 constexpr std::size_t blockEnd = 4;
 constexpr std::size_t longestOption = 1024;
+constexpr std::size_t longestComment = 3000;
 
 std::size_t padded(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
@@ -118,11 +119,26 @@ std::vector<std::uint8_t> interfaceDescription(const ChannelDescription& channel
     return block;
 }
 
+/// Each line as a comment of its own: readers cut long ones.
+std::vector<std::uint8_t> commentOptions(const std::string& lines) {
+    std::vector<std::uint8_t> options;
+    for (std::size_t from = 0; from < lines.size();) {
+        const std::string line = lines.substr(from, lines.find('\n', from) - from);
+        from += line.size() + 1;
+        const std::size_t at = options.size();
+        options.resize(at + 4 + padded(line.size()));
+        Cursor(options.data() + at).putOption(1, line);
+    }
+    return options;
+}
+
 /// At the end of a channel: how many of its messages came for this file, and how many of them were
 /// lost.
 std::vector<std::uint8_t> interfaceStatistics(std::size_t channel, std::uint64_t time,
-                                              const AppendFile::Counts& counts) {
-    constexpr std::size_t total = 20 + 2 * 12 + 4 + blockEnd;
+                                              const AppendFile::Counts& counts,
+                                              const std::string& lines) {
+    const std::vector<std::uint8_t> comments = commentOptions(lines);
+    const std::size_t total = 20 + comments.size() + 2 * 12 + 4 + blockEnd;
     std::vector<std::uint8_t> block(total);
     Cursor cursor(block.data());
     cursor.put32(5);
@@ -130,6 +146,9 @@ std::vector<std::uint8_t> interfaceStatistics(std::size_t channel, std::uint64_t
     cursor.put32(channel);
     cursor.put32(time >> 32);
     cursor.put32(time);
+    if (!comments.empty()) {
+        cursor.putBytes(comments.data(), comments.size());
+    }
     for (const auto& [option, count] :
          {std::pair(4, counts.written + counts.lost), std::pair(5, counts.lost)}) {
         cursor.put16(static_cast<std::uint64_t>(option));
@@ -241,8 +260,13 @@ void PcapngRecording::write(std::size_t channel, std::int64_t utcNanoseconds, co
 void PcapngRecording::complete() {
     file.flush();  // only what is in the file is counted
     for (std::size_t channel = 0; channel < channels.size(); ++channel) {
+        std::string comment = channel < account.channels.size() ? account.channels[channel] : "";
+        if (channel == 0 && !account.run.empty()) {
+            comment += (comment.empty() ? "" : "\n") + account.run;
+        }
         file.appendHeader(interfaceStatistics(channel, static_cast<std::uint64_t>(latest),
-                                              file.channelCounts()[channel]));
+                                              file.channelCounts()[channel],
+                                              boundedName(comment, longestComment)));
     }
 }
 

@@ -27,7 +27,8 @@ namespace station {
 ///
 /// At its end there is an interface statistics block for each channel: received are the messages
 /// that came for this file, dropped those of them that were lost. The section has the origin as its
-/// comment.
+/// comment, each interface statistics block what else is known of its channel, and the first of
+/// them what is known of all of the measurement.
 class PcapngRecording : public Recording {
   public:
     enum class Contents { Messages, Frames };

@@ -19,6 +19,13 @@ struct ChannelDescription {
     BusType bus;
 };
 
+/// What is counted of a measurement outside of its recordings, as lines of text for a format that
+/// has a place for them at its end. Of each text some 3,000 bytes are kept.
+struct RecordingAccount {
+    std::string run;                    ///< of all of it; empty: nothing is known
+    std::vector<std::string> channels;  ///< by channel
+};
+
 /// A recording in one file, written message by message while a measurement runs.
 ///
 /// Called on one thread at a time. It sees bytes and times, nothing of modules or clocks. What is
@@ -47,6 +54,8 @@ class Recording {
     virtual void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                        std::size_t size) = 0;
 
+    /// The latest before `close` counts; its channels by handle.
+    void setAccount(RecordingAccount latest) { account = std::move(latest); }
     void setOnProgress(std::function<void()> call) { file.setOnProgress(std::move(call)); }
 
     /// What was written so far is in the file. False when the recording has failed.
@@ -81,6 +90,7 @@ class Recording {
     virtual void complete() {}
 
     AppendFile file;
+    RecordingAccount account;
 
   private:
     bool isCompleted = false;

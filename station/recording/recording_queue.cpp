@@ -6,6 +6,7 @@
 #include <deque>
 #include <limits>
 #include <numeric>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -41,6 +42,7 @@ struct RecordingQueue::Shared {
                 publish({});
                 givenBack();
             } else {
+                takeAccount();
                 write(presentHorizon);
                 if (isPartToEnd.exchange(false)) {
                     recordings->endParts();
@@ -48,6 +50,7 @@ struct RecordingQueue::Shared {
                 publish(recordings->flush());
             }
         }
+        takeAccount();
         write(TimeMerge::all);
         publish(isToBeClosed ? recordings->close() : std::vector<std::string>());
         recordings->setOnProgress({});
@@ -82,6 +85,16 @@ struct RecordingQueue::Shared {
                       [this](const MessageChunk::Head& head, const std::uint8_t* record) {
                           recordings->write(head.channel, head.utcNanoseconds, record, head.size);
                       });
+    }
+    void takeAccount() CMP_EXCLUDES(lock) {
+        std::optional<RecordingAccount> latest;
+        {
+            const LockGuard guard(lock);
+            latest.swap(account);
+        }
+        if (latest) {
+            recordings->setAccount(*latest);
+        }
     }
     void givenBack() CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
@@ -136,6 +149,7 @@ struct RecordingQueue::Shared {
     bool isEnding CMP_GUARDED_BY(lock) = false;
     bool isOver CMP_GUARDED_BY(lock);
     bool isAbandoned CMP_GUARDED_BY(lock) = false;  ///< what isn't in a file by `states` is lost
+    std::optional<RecordingAccount> account CMP_GUARDED_BY(lock);  ///< not taken yet
     std::vector<std::string> texts CMP_GUARDED_BY(lock);
     std::vector<RecordingSummary> states CMP_GUARDED_BY(lock);
 };
@@ -241,6 +255,11 @@ std::vector<std::string> RecordingQueue::flush() {
         texts.push_back(lateText(count));
     }
     return texts;
+}
+
+void RecordingQueue::setAccount(RecordingAccount account) {
+    const LockGuard guard(shared->lock);
+    shared->account = std::move(account);
 }
 
 void RecordingQueue::endParts() {

@@ -49,6 +49,8 @@ class RecordingQueue {
     /// Nothing that is written from now on is expected to be older. Until this is said a message
     /// is held back.
     void setHorizon(std::int64_t utcNanoseconds) { latestHorizon = utcNanoseconds; }
+    /// For the end of each part that is ended from the next `flush` on, and of the last one.
+    void setAccount(RecordingAccount account);
     /// What is written from now on, or came in shortly before, goes into other parts.
     void endParts();
     /// How many messages came in behind it and are behind a later one in the recordings.

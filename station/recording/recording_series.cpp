@@ -140,12 +140,17 @@ bool RecordingSeries::isPartFull(std::int64_t utcNanoseconds) const {
            (rules.nanoseconds != 0 && utcNanoseconds - partStart >= rules.nanoseconds);
 }
 
-/// Closes it; its counts stay.
-void RecordingSeries::leavePart() {
+void RecordingSeries::closePart() {
+    part->setAccount(account);
     if (!part->close()) {
         error = part->errorText();
         noteFailure();
     }
+}
+
+/// Closes it; its counts stay.
+void RecordingSeries::leavePart() {
+    closePart();
     for (std::size_t i = 0; i < countsBefore.size(); ++i) {
         const Counts& counts = part->channelCounts()[i];
         countsBefore[i].written += counts.written;
@@ -234,9 +239,8 @@ bool RecordingSeries::hasRoom(std::uint64_t more) const {
 }
 
 void RecordingSeries::close() {
-    if (part && !part->close()) {
-        error = part->errorText();
-        noteFailure();
+    if (part) {
+        closePart();
     }
 }
 

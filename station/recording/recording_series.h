@@ -66,6 +66,8 @@ class RecordingSeries {
     void setOnProgress(std::function<void()> call);
     void cancel();
 
+    /// What is known now, for the end of each part; channels by handle.
+    void setAccount(RecordingAccount latest) { account = std::move(latest); }
     /// Looks after the parts too.
     void flush(Clock::time_point now);
     void close();
@@ -94,6 +96,7 @@ class RecordingSeries {
     std::string pathOf(std::size_t number) const;
     void noteFormat();
     void openPart(bool overwrite);
+    void closePart();
     void leavePart();
     bool isPartFull(std::int64_t utcNanoseconds) const;
     void noteFailure();
@@ -124,6 +127,7 @@ class RecordingSeries {
     std::uint64_t bytesBefore = 0;
     std::uint64_t lostOfNoChannel = 0;
     std::list<std::string> kept;  ///< paths of the parts before
+    RecordingAccount account;
     std::string error;
     std::vector<std::string> texts;
 };

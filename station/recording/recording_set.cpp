@@ -52,6 +52,18 @@ void RecordingSet::write(std::size_t channel, std::int64_t utcNanoseconds, const
     }
 }
 
+void RecordingSet::setAccount(const RecordingAccount& account) {
+    for (std::size_t i = 0; i < recordings.size(); ++i) {
+        RecordingAccount own{account.run, {}};
+        for (std::size_t channel = 0; channel < account.channels.size(); ++channel) {
+            if (handles.at(channel * recordings.size() + i) != notHeld) {
+                own.channels.push_back(account.channels[channel]);
+            }
+        }
+        recordings[i]->setAccount(std::move(own));
+    }
+}
+
 std::vector<std::string> RecordingSet::flush() {
     const auto now = RecordingSeries::Clock::now();
     for (const auto& recording : recordings) {

@@ -70,6 +70,8 @@ class RecordingSet {
                std::size_t size);
     /// Messages that `write` was given so far.
     std::uint64_t getCount() const { return count; }
+    /// As `Recording::setAccount`, with the channels by their numbers here.
+    void setAccount(const RecordingAccount& account);
     /// The next message of each goes into another part.
     void endParts();
     /// To be called at least once a second. Returns a text for each recording that has failed, or

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/string_helper.h"
+#include "station/session/account_text.h"
 
 namespace station {
 namespace {
@@ -221,6 +222,7 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
             nextCounts = now + countsPeriod;
             readCounts(texts);
             readClocks(now, texts);
+            giveAccount();
         }
         if (stopped) {
             beginClose();
@@ -236,6 +238,18 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
         leaveStalled(texts);
     }
     return texts;
+}
+
+/// To the recordings, for their ends.
+void Measurement::giveAccount() {
+    if (std::ranges::all_of(queues, &RecordingQueue::isClosed)) {
+        return;  // there are none
+    }
+    RecordingAccount account = toAccount(summarize());
+    if (frameRecorder) {
+        frameRecorder->getQueue().setAccount({account.run, {}});
+    }
+    queue.setAccount(std::move(account));
 }
 
 void Measurement::beginClose() {

@@ -66,6 +66,7 @@ class Measurement {
     std::string awaitedLeader();
     void takeStep();
     void noteJumps();
+    void giveAccount();
     void beginClose();
     void leaveStalled(std::vector<std::string>& texts);
 

@@ -283,6 +283,7 @@ class CommandLine(Case):
         self.assertTrue(len(rows) == report["recordings"][0]["parts"] == 2 and all(rows))
         for number, part in enumerate(parts, 1):
             self.assertIn(f"session {part.name.split('-')[-2]}, part {number}", lab.call(["capinfos", part])[1])
+            self.assertIn(b"s after its start:", part.read_bytes()[-3000:])
         self.assertEqual(traffic.row_differences(sent, traffic.names_of(report), sum(rows, [])), [])
 
     def test_reader_of_the_progress_may_go_and_one_of_the_result_may_not(self):

@@ -17,6 +17,13 @@ from case import CAN, FRONT, RATE, Case, main
 
 LIVE_PORT = sys.argv.pop(1)
 PAGE = ("127.0.0.1", 9464)
+COUNTS = ("queued", "delivered", "beforeStart", "afterEnd", "tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput",
+          "overwritten", "raised", "unusable")  # as the end of a .pcapng has them
+
+
+def words(name, between=" "):
+    """Those of a name such as "tooOld"."""
+    return re.sub("[A-Z]", lambda letter: between + letter[0].lower(), name)
 
 
 def read_page():
@@ -31,13 +38,10 @@ def read_page():
 
 def expected_samples(report):
     """What it must have of a measurement into which nothing comes any more."""
-    def snake_case(name):
-        return re.sub("[A-Z]", lambda letter: "_" + letter[0].lower(), name)
-
     messages = report["messages"]
-    samples = {("messages", f'kind="{snake_case(kind)}"'): messages[kind]
+    samples = {("messages", f'kind="{words(kind, "_")}"'): messages[kind]
                for kind in ("data", "moduleStatus", "busStatus", "other")}
-    samples |= {("messages_left_out", f'reason="{snake_case(reason)}"'): messages[reason]
+    samples |= {("messages_left_out", f'reason="{words(reason, "_")}"'): messages[reason]
                 for reason in ("empty", "unknownModule", "unknownChannel", "unusedChannel")}
     samples |= {("interface_frames", f'interface="{interface["name"]}",fate="{fate}"'): interface[fate]
                 for interface in report["interfaces"] if interface["name"] for fate in ("kept", "foreign", "dropped")}
@@ -63,7 +67,8 @@ class Losses(Case):
         self.assertIn(f"{report['droppedFrames']} Ethernet frames were lost", errors)
 
     def test_what_the_clocks_discard_is_counted_to_the_message(self):
-        station = lab.Station(FRONT)
+        recording = self.path("a.pcapng")
+        station = lab.Station(FRONT, record=[recording])
         # Modules of one CM ID, more than a clock can tell apart.
         rivals = [lab.start_simulator([f"CAN combo:5,offset={offset}"], "--rate", 100, "--duration", 3)
                   for offset in (-60, 900, 3600)]
@@ -72,7 +77,10 @@ class Losses(Case):
         time.sleep(1)
         report, errors = station.stop(code=1)
         counts = [traffic.sent_counts(one) for one in sent]
+        account = recording.read_bytes()[-10_000:]
+        self.assertIn(f"unknown module {report['messages']['unknownModule']}, unknown channel ".encode(), account)
         for channel in report["channels"]:
+            self.assertIn(", ".join(f"{words(count)} {channel[count]}" for count in COUNTS).encode(), account)
             key = (0x45, channel["interfaceId"])
             lost = sum(channel[kind] for kind in ("tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput"))
             self.assertGreater(lost, 0)
