@@ -10,6 +10,7 @@ import signal
 import socket
 import struct
 import time
+from pathlib import Path
 from subprocess import PIPE
 
 import lab
@@ -300,6 +301,19 @@ class CommandLine(Case):
         self.assertEqual(dump.stdout.readline(), "HEADER\n")
         dump.stdout.close()
         self.assertEqual(dump.wait(lab.PATIENCE), -signal.SIGPIPE)
+
+    def test_program_whose_error_nobody_reads_ends_by_a_signal(self):
+        _, writing = os.pipe()
+        os.set_blocking(writing, False)
+        os.write(writing, bytes(1 << 20))
+        os.set_blocking(writing, True)
+        for words in (["setup", "show", "/none.xml"], ["run", "--module", "CAN combo:99"],
+                      ["gui", "--sample-rate", "junk"]):
+            station = lab.spawn([lab.STATION, *words], stderr=writing)
+            self.addCleanup(lab.end, station)
+            lab.wait_until(lambda: "pipe_write" in Path(f"/proc/{station.pid}/wchan").read_text(), "it waits")
+            station.terminate()
+            self.assertEqual(station.wait(lab.PATIENCE), -signal.SIGTERM)
 
     def test_closed_standard_descriptors_do_not_become_a_recording(self):
         recording = self.path("a.pcapng")
