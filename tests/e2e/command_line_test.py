@@ -297,6 +297,13 @@ class CommandLine(Case):
                 code, _, errors = lab.call(["sh", "-c", quoted + output])
                 self.assertEqual(code, 1, errors)
                 self.assertIn(f"can't print the result: {text}", errors)
+        reading, writing = os.pipe()
+        os.set_blocking(writing, False)  # as another program may have left it
+        dump = lab.spawn([lab.STATION, "dump", self.stored], stdout=writing)
+        os.close(writing)
+        time.sleep(1)
+        with open(reading, encoding="utf-8") as slow:
+            self.assertEqual((slow.read(), dump.wait(lab.PATIENCE)), (self.expect(0, "dump", self.stored)[0], 0))
         dump = self.start([lab.STATION, "dump", self.stored])
         self.assertEqual(dump.stdout.readline(), "HEADER\n")
         dump.stdout.close()
