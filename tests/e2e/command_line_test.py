@@ -294,9 +294,9 @@ class CommandLine(Case):
             for arguments in (["dump", self.stored], ["convert", self.stored, self.path(f"{output[-1]}.pcapng")],
                               ["run", "--module", *CAN, "--json", "--duration", "0.1"]):
                 quoted = " ".join(f"'{word}'" for word in [lab.STATION, *arguments])
-                code, _, errors = lab.call(["sh", "-c", quoted + output])
-                self.assertEqual(code, 1, errors)
-                self.assertIn(f"can't print the result: {text}", errors)
+                self.expect_unprinted(text, quoted + output)
+        for words in ("cmp-station --help", "cmp-sim --version", "cmp-station-gui --help"):
+            self.expect_unprinted("No space left", f"'{lab.BIN}'/{words} >/dev/full")
         reading, writing = os.pipe()
         os.set_blocking(writing, False)  # as another program may have left it
         dump = lab.spawn([lab.STATION, "dump", self.stored], stdout=writing)
@@ -308,6 +308,10 @@ class CommandLine(Case):
         self.assertEqual(dump.stdout.readline(), "HEADER\n")
         dump.stdout.close()
         self.assertEqual(dump.wait(lab.PATIENCE), -signal.SIGPIPE)
+
+    def expect_unprinted(self, text, command):
+        code, _, errors = lab.call(["sh", "-c", command])
+        self.assertEqual((code, f"can't print the result: {text}" in errors), (1, True), errors)
 
     def test_program_whose_error_nobody_reads_ends_by_a_signal(self):
         _, writing = os.pipe()
