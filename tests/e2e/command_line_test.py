@@ -4,6 +4,7 @@ import json
 import os
 import random
 import re
+import resource
 import select
 import shutil
 import signal
@@ -214,6 +215,30 @@ class CommandLine(Case):
             self.assertEqual(code, 4, errors)
             for remedy in ("sudo", "setcap", "group"):
                 self.assertIn(remedy, errors)
+
+    def test_processor_time_grows_with_the_input_and_not_with_its_square(self):
+        demo = (Path(__file__).parents[2] / "examples" / "demo.xml").read_text()
+        path = self.path("many")
+        show, convert = ["setup", "show", path], ["convert", "--overwrite", path, self.path("out.pcapng")]
+
+        def make(text, count):
+            names = [text.format(number) for number in range(count)]
+            if text.startswith("<"):
+                path.write_text(demo.replace("</OutputList>", "".join(names) + "</OutputList>"))
+            else:
+                lab.call([lab.SIMULATOR, "--write", path, "--overwrite", "--messages", "9",
+                          *lab.repeat("--module", names)])
+
+        for text, count, words in (('<Output><value key="Id">9{}</value></Output>', 2000, show),
+                                   ('<value key="{}" />', 40000, show),
+                                   ("NeoviFire3:{},channels=1", 250, convert)):
+            spent = []
+            for factor in (1, 4):
+                make(text, factor * count)
+                before = resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime
+                self.expect(0, *words)
+                spent.append(resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime - before)
+            self.assertLess(spent[1], 8 * spent[0], words)
 
     def mount(self, *options):
         disk = lab.mount(self.path("disk"), *options)
