@@ -190,6 +190,20 @@ void Measurement::noteJumps() {
     std::ranges::transform(clocks, jumpsBefore.begin(), &ClockStatistics::jumps);
 }
 
+void Measurement::readSequences(std::vector<std::string>& texts) {
+    const auto frames = session.driver().getTraffic().modules;
+    const auto modules = session.getModules();
+    sequencesTold.resize(frames.size());
+    for (std::size_t i = 0; i < std::min(frames.size(), modules.size()); ++i) {
+        ModuleStatistics& told = sequencesTold[i];
+        if ((frames[i].sequenceGaps != 0 && told.sequenceGaps == 0) ||
+            (frames[i].missingFrames != 0 && told.missingFrames == 0)) {
+            texts.push_back(sequenceText(modules[i].name, frames[i]));
+            told = frames[i];
+        }
+    }
+}
+
 std::string Measurement::awaitedLeader() {
     if (!session.driver().isAwaitingLeader()) {
         return {};
@@ -221,6 +235,7 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
             nextCounts = now + countsPeriod;
             readCounts(texts);
             readClocks(now, texts);
+            readSequences(texts);
         }
         if (stopped) {
             beginClose();

@@ -77,6 +77,7 @@ Json toJson(const Module& module) {
     if (module.frames) {
         result["captureFrames"] = module.frames->frames;
         result["sequenceGaps"] = module.frames->sequenceGaps;
+        result["missingFrames"] = module.frames->missingFrames;
     }
     return result;
 }
@@ -201,6 +202,13 @@ std::string clockText(const ClockStatistics& clock) {
     return text;
 }
 
+/// "1 gap, 20 frames missing".
+std::string gapsText(const ModuleStatistics& frames) {
+    return fmt::format(
+        "{} gap{}{}", frames.sequenceGaps, frames.sequenceGaps == 1 ? "" : "s",
+        frames.missingFrames == 0 ? "" : fmt::format(", {} frames missing", frames.missingFrames));
+}
+
 /// Those of one module, or of none.
 void addChannels(const Summary& summary, std::size_t module, std::vector<std::string>& lines) {
     constexpr std::size_t longestValue = 40;
@@ -245,6 +253,9 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
                                 module.type, module.configId, module.serial,
                                 module.connected ? "Connected" : "Not connected") +
                     (module.clock ? clockText(*module.clock) : "") +
+                    (module.frames && module.frames->sequenceGaps != 0
+                         ? "  sequence counter: " + gapsText(*module.frames)
+                         : "") +
                     (module.timeStandsStill ? "  TIME STANDS STILL" : ""));
     addChannels(summary, position, lines);
 }
@@ -318,6 +329,14 @@ std::string raisedText(const std::string& channel, std::uint64_t messages) {
         "the "
         "module's clock went back, or a time of it was wrong",
         channel, messages);
+}
+
+std::string sequenceText(const std::string& module, const ModuleStatistics& frames) {
+    return fmt::format("the sequence counter of \"{}\" isn't continuous ({}): {}", module,
+                       gapsText(frames),
+                       frames.missingFrames == 0
+                           ? "the module was restarted, or frames were lost on the way"
+                           : "frames were lost on the way, or the module has several counters");
 }
 
 std::string standingText(const std::string& module) {

@@ -46,6 +46,8 @@ struct ChannelSummary {
 std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now);
 /// What the user is told of messages that got the time of the one before.
 std::string raisedText(const std::string& channel, std::uint64_t messages);
+/// What the user is told of gaps in a module's sequence counter: a hint, nothing that is known.
+std::string sequenceText(const std::string& module, const ModuleStatistics& frames);
 /// What the user is told of a module whose device time doesn't advance.
 std::string standingText(const std::string& module);
 

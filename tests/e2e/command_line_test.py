@@ -40,13 +40,13 @@ Time: {}
 """
 TWO_TEXTS = [TEXT.format(10, 16, "1.        5", "98 DA 01 F1 03 AA BB 0C C5 C5", "0x18DA01F1(ext): AA BB 0C"),
              TEXT.format(9, 32, "0.        0", "00 00 01 23 02 01 02 C5 C5", "0x123: 01 02")]
-# Sends that frame for five seconds, its times always the same.
+# Sends that frame for five seconds, its times always the same, two others missing after each.
 STANDS_STILL = f"""
 import socket, time
 link = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
 link.bind(("sim0", 0))
-for _ in range(50):
-    link.send({TWO_MESSAGES})
+for number in range(50):
+    link.send({TWO_MESSAGES[:16]} + bytes([0, 3 * number]) + {TWO_MESSAGES[18:]})
     time.sleep(0.1)
 """
 
@@ -154,7 +154,7 @@ class CommandLine(Case):
         self.assertEqual(len(traffic.read_with_tshark(recording)), 1000)
         self.assertEqual(lab.call([*simulate, "1", "--overwrite"])[0], 0)
 
-    def test_device_time_that_stands_still_or_jumps_is_told(self):
+    def test_device_time_that_stands_still_or_jumps_and_missing_frames_are_told(self):
         stored, text = self.path("a.pcap"), 'the device time of "Front" stands still'
         stored.write_bytes(pcap(*range(6)))
         _, errors = self.expect(0, "convert", stored, self.path("a.pcapng"), "--module", *FRONT)
@@ -162,8 +162,9 @@ class CommandLine(Case):
         station = lab.Station(FRONT)
         lab.call(["nsenter", "--net=/run/netns/modules", "python3", "-c", STANDS_STILL])
         _, report, errors = station.stop_with_any_code()
-        self.assertEqual(errors.count(text), 1, errors)
+        self.assertEqual((errors.count(text), errors.count("isn't continuous")), (1, 1), errors)
         self.assertTrue(report["modules"][0]["timeStandsStill"])
+        self.assertEqual(report["modules"][0]["missingFrames"], 98)
         station = lab.Station(FRONT)
         lab.simulate(["CAN combo:5,jump=60@0.5"], "--rate", 50, "--duration", 2)
         self.assertIn('the device time of "Front" jumped, or had a wrong value (1 so far)', station.stop()[1])
