@@ -166,10 +166,7 @@ void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& te
         }
         // Of a clock that jumps again and again only the doubling of their number is told.
         if (clocks[i].jumps > 0 && clocks[i].jumps >= 2 * jumpsTold[i]) {
-            texts.push_back(
-                fmt::format("the device time of \"{}\" jumped, or had a wrong value ({} "
-                            "so far)",
-                            name(), clocks[i].jumps));
+            texts.push_back(jumpsText(name(), clocks[i].jumps));
             jumpsTold[i] = clocks[i].jumps;
         }
     }

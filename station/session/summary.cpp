@@ -113,9 +113,8 @@ void addTraffic(const Summary& summary, std::vector<std::string>& lines) {
     for (const InterfaceStatistics& interface : summary.interfaces) {
         if (interface.kept != 0 || interface.dropped != 0) {
             lines.push_back(fmt::format(
-                "{}: {} capture frames, {} others{}{}",
-                interface.name.empty() ? laterInterfaces : StringHelper::ToUtf8(interface.name),
-                interface.kept, interface.foreign,
+                "{}: {} capture frames, {} others{}{}", nameOf(interface), interface.kept,
+                interface.foreign,
                 interface.malformed == 0 ? "" : fmt::format(", {} malformed", interface.malformed),
                 interface.dropped == 0 ? "" : fmt::format(", LOST {}", interface.dropped)));
         }
@@ -227,18 +226,8 @@ void addChannels(const Summary& summary, std::size_t module, std::vector<std::st
                         channel.frames, channel.rate,
                         channel.getLost() == 0 ? "" : fmt::format("LOST {}  ", channel.getLost()),
                         shortened(channel.lastValue, longestValue)));
-        if (channel.getLost() != 0) {
-            lines.push_back("    lost: " + channel.describeLoss());
-        }
-        if (channel.counts && channel.counts->unusable != 0) {
-            lines.push_back(
-                fmt::format("    not delivered: {} whose contents are no message of this bus",
-                            channel.counts->unusable));
-        }
-        if (channel.counts && channel.counts->raised != 0) {
-            lines.push_back(
-                fmt::format("    with the time of the one before, as their own was earlier: {}",
-                            channel.counts->raised));
+        for (const std::string& text : channel.describeAccount()) {
+            lines.push_back("    " + text);
         }
     }
     if (silent != 0) {
@@ -274,6 +263,26 @@ std::string ChannelSummary::describeLoss() const {
                             text.empty() ? "" : ", ", overwritten);
     }
     return text;
+}
+
+std::vector<std::string> ChannelSummary::describeAccount() const {
+    std::vector<std::string> texts;
+    if (getLost() != 0) {
+        texts.push_back("lost: " + describeLoss());
+    }
+    if (counts && counts->unusable != 0) {
+        texts.push_back(fmt::format("not delivered: {} whose contents are no message of this bus",
+                                    counts->unusable));
+    }
+    if (counts && counts->raised != 0) {
+        texts.push_back(fmt::format("with the time of the one before, as their own was earlier: {}",
+                                    counts->raised));
+    }
+    return texts;
+}
+
+std::string nameOf(const InterfaceStatistics& interface) {
+    return interface.name.empty() ? laterInterfaces : StringHelper::ToUtf8(interface.name);
 }
 
 std::string describeUnknown(const MessageStatistics& messages) {
@@ -329,6 +338,18 @@ std::string raisedText(const std::string& channel, std::uint64_t messages) {
         "the "
         "module's clock went back, or a time of it was wrong",
         channel, messages);
+}
+
+std::string unusableText(const std::string& channel, std::uint64_t messages) {
+    return fmt::format(
+        "channel \"{}\": {} messages aren't delivered, as their contents are no message of this "
+        "bus",
+        channel, messages);
+}
+
+std::string jumpsText(const std::string& module, std::uint64_t jumps) {
+    return fmt::format("the device time of \"{}\" jumped, or had a wrong value ({} so far)", module,
+                       jumps);
 }
 
 std::string sequenceText(const std::string& module, const ModuleStatistics& frames) {

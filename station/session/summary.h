@@ -39,6 +39,8 @@ struct ChannelSummary {
     std::uint64_t getLost() const { return (counts ? counts->getLost() : 0) + overwritten; }
     /// How many were lost, by cause; empty for none.
     std::string describeLoss() const;
+    /// A text for each kind of messages that were lost, can't be delivered or got another time.
+    std::vector<std::string> describeAccount() const;
 };
 
 /// The causes for which the plug-in lost messages between two looks at its counts, with how many
@@ -46,6 +48,10 @@ struct ChannelSummary {
 std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now);
 /// What the user is told of messages that got the time of the one before.
 std::string raisedText(const std::string& channel, std::uint64_t messages);
+/// What the user is told of messages that came for a channel and can't be one of its bus.
+std::string unusableText(const std::string& channel, std::uint64_t messages);
+/// What the user is told of a module whose device time jumps.
+std::string jumpsText(const std::string& module, std::uint64_t jumps);
 /// What the user is told of gaps in a module's sequence counter: a hint, nothing that is known.
 std::string sequenceText(const std::string& module, const ModuleStatistics& frames);
 /// What the user is told of a module whose device time doesn't advance.
@@ -54,6 +60,8 @@ std::string standingText(const std::string& module);
 /// In place of a name: all interfaces together that were opened later.
 inline constexpr const char* laterInterfaces = "interfaces that appeared later";
 
+/// For the user.
+std::string nameOf(const InterfaceStatistics& interface);
 /// The messages that came for no channel, with the CM IDs that no module has; empty for none.
 std::string describeUnknown(const MessageStatistics& messages);
 

@@ -128,4 +128,29 @@ TEST(CoverageTest, SilenceAndWhatIsNotRecordedStayKnownUntilTheNextMeasurement) 
     EXPECT_THAT(coverage.getGaps(), Contains(HasSubstr("network interface")));
 }
 
+TEST(CoverageTest, WhateverMayBeMissingOrWrongIsAGap) {
+    Summary summary;
+    summary.modules.resize(1);
+    summary.channels.resize(1);
+    summary.interfaces.resize(1);
+    Coverage coverage;
+    coverage.note(summary);
+    EXPECT_THAT(coverage.getGaps(), IsEmpty());
+    summary.modules[0].timeStandsStill = true;
+    coverage.note(summary);
+    summary.modules[0].timeStandsStill = false;
+    summary.modules[0].frames = {9, 1, 2};
+    summary.modules[0].clock.emplace().jumps = 3;
+    summary.channels[0].counts = {.unusable = 4, .raised = 5};
+    summary.interfaces[0].malformed = 6;
+    coverage.note(summary);
+    std::vector<testing::Matcher<std::string>> texts;
+    for (const auto* const text :
+         {"1 gap, 2 frames missing", "stands still", "(3 so far)", "4 messages aren't delivered",
+          "5 messages have the time", "6 malformed frames came in on interfaces that"}) {
+        texts.emplace_back(HasSubstr(text));
+    }
+    EXPECT_THAT(coverage.getGaps(), testing::ElementsAreArray(texts));
+}
+
 }  // namespace
