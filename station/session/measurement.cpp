@@ -122,6 +122,8 @@ void Measurement::readInterfaceMessages(std::vector<std::string>& texts) {
         hasInterfaceGap = hasInterfaceGap || message.isHarmless == hostFalse;
         if (interfaceMessages.size() < mostInterfaceMessages) {
             interfaceMessages.push_back(text);
+        } else {
+            ++interfaceMessagesLeftOut;
         }
         texts.push_back(std::move(text));
     }
@@ -293,6 +295,7 @@ Summary Measurement::summarize() {
     summary.droppedFrames = droppedTold;
     summary.longestPause = longestPause.count();
     summary.interfaceMessages = interfaceMessages;
+    summary.interfaceMessagesLeftOut = interfaceMessagesLeftOut;
     summary.hasInterfaceGap = hasInterfaceGap;
     summary.awaitedLeader = awaitedLeader();
     return summary;

@@ -87,6 +87,7 @@ class Measurement {
     std::vector<ModuleStatistics> sequencesTold;
     std::uint64_t droppedTold = 0;               ///< frames
     std::vector<std::string> interfaceMessages;  ///< the first of them
+    std::uint64_t interfaceMessagesLeftOut = 0;
     bool hasInterfaceGap = false;
     bool stopping = false;
     bool stopped = false;  ///< the plug-in has

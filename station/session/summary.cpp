@@ -398,6 +398,7 @@ std::string toJson(const Summary& summary) {
                    {"lostMessages", summary.totalLost()},
                    {"outOfOrder", summary.outOfOrder},
                    {"interfaceMessages", summary.interfaceMessages},
+                   {"interfaceMessagesLeftOut", summary.interfaceMessagesLeftOut},
                    {"modules", Json::array()},
                    {"channels", Json::array()},
                    {"recordings", Json::array()}};

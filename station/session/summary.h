@@ -76,6 +76,7 @@ struct Summary {
     std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
     std::uint64_t outOfOrder = 0;     ///< messages that came in behind later ones in the recordings
     std::vector<std::string> interfaceMessages;  ///< what became of network interfaces
+    std::uint64_t interfaceMessagesLeftOut = 0;  ///< after so many that no more are kept
     bool hasInterfaceGap = false;                ///< one of them wasn't captured on for a time
     std::string awaitedLeader;  ///< the module for whose clock the start waits; empty: none
     std::vector<InterfaceStatistics> interfaces;  ///< none without a host around the core

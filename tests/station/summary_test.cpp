@@ -46,6 +46,7 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     summary.channels[1].counts->noOutput = 4;
     summary.channels[1].overwritten = 5;
     summary.droppedFrames = 6;
+    summary.interfaceMessagesLeftOut = 3;
     summary.modules[0].timeStandsStill = true;
     summary.modules[0].frames = {80, 1, 20};
     summary.recordings = {{"a.log", "a.log", 1, "candump log", 9, 300, 7, "", {{}, {true, 9, 7}}}};
@@ -64,6 +65,7 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     EXPECT_THAT(toProgressLine(summary), HasSubstr("14 LOST"));
     const auto json = nlohmann::json::parse(toJson(summary));
     EXPECT_EQ(json["lostMessages"], 14);
+    EXPECT_EQ(json["interfaceMessagesLeftOut"], 3);
     EXPECT_EQ(json["modules"][0]["serial"], "a\"\n\uFFFD");
     EXPECT_EQ(json["channels"][0]["recordings"].size(), 0U);
     EXPECT_EQ(json["channels"][1].dump(),
