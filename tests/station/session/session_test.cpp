@@ -81,6 +81,24 @@ TEST_F(SessionTest, SharedIdsAreTold) {
     EXPECT_THAT(told, Contains(HasSubstr("setup.xml, line 21: the ClockId 0 is that of line 13")));
 }
 
+TEST_F(SessionTest, ModulesThatThePluginCannotHaveAreToldWithTheirLine) {
+    using Case = std::tuple<const char*, const char*, const char*>;
+    for (const auto& [text, other, expected] :
+         {Case{"TypeId\">2<", "TypeId\">9<",
+               "line 21: there is no type of module with the DeviceTypeId 9"},
+          Case{"ConfigId\">5<", "ConfigId\">16<",
+               "line 14: a CAN combo can't have the ConfigId 16"},
+          Case{"ConfigId\">7<", "ConfigId\">69<",
+               "line 18: the module has the CM ID 0x45, as that of line 10"}}) {
+        session = make();
+        session->addModule(moduleOf("CAN combo", 5));
+        session->addModule(moduleOf("NeoviFire3", 7));
+        told.clear();
+        editSaved(text, other);
+        EXPECT_THAT(told, ElementsAre(HasSubstr(expected)));
+    }
+}
+
 TEST_F(SessionTest, TwoBusesOfOneOutputStayAsTheSetupHasThem) {
     session->addModule(moduleOf("CAN combo", 5, "Front"));
     editSaved("<value key=\"ChId\">1<", "<value key=\"ChId\">0<");
