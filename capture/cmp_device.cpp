@@ -289,6 +289,7 @@ void CmpDevice::beginCounting() {
     sequence = {};
     frameCount = 0;
     gapCount = 0;
+    missingCount = 0;
     const auto all = getChannels();
     for (const auto& channel : *all) {
         channel->beginCounting();

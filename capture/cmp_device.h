@@ -92,10 +92,12 @@ class CmpDevice {
         sequence.note(counter);
         frameCount.store(sequence.frames, std::memory_order_relaxed);
         gapCount.store(sequence.gaps, std::memory_order_relaxed);
+        missingCount.store(sequence.missing, std::memory_order_relaxed);
     }
     /// Since data read was started. Any thread.
     std::uint64_t getFrames() const { return frameCount.load(std::memory_order_relaxed); }
     std::uint64_t getSequenceGaps() const { return gapCount.load(std::memory_order_relaxed); }
+    std::uint64_t getMissingFrames() const { return missingCount.load(std::memory_order_relaxed); }
     /// Gives the clock the device's time as it is now, if the device was heard in this data read: a
     /// clock that starts shall not start with the time of a module that is gone, nor before the
     /// interfaces are open. Both threads.
@@ -150,6 +152,7 @@ class CmpDevice {
     SequenceCounts sequence;  ///< the capture thread's own
     std::atomic<std::uint64_t> frameCount{0};
     std::atomic<std::uint64_t> gapCount{0};
+    std::atomic<std::uint64_t> missingCount{0};
 
     mutable Mutex timeLock;
     DeviceTime publishedTime CMP_GUARDED_BY(timeLock);

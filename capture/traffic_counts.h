@@ -46,12 +46,20 @@ struct MessageCounts {
 /// Frames of one module, and what its sequence counter says: a hint only, as a module may have
 /// several counters.
 struct SequenceCounts {
+    /// What skips more is another counter, or a module that was restarted.
+    static constexpr std::uint16_t mostMissing = 1000;
+
     std::uint64_t frames = 0;
-    std::uint64_t gaps = 0;  ///< frames whose counter isn't the successor of the one before
+    std::uint64_t gaps = 0;     ///< frames whose counter isn't the successor of the one before
+    std::uint64_t missing = 0;  ///< frames that the gaps have skipped
     std::uint16_t last = 0;
 
     void note(std::uint16_t counter) {
-        gaps += frames != 0 && counter != static_cast<std::uint16_t>(last + 1) ? 1 : 0;
+        const auto skipped = static_cast<std::uint16_t>(counter - last - 1);
+        if (frames != 0 && skipped != 0) {
+            ++gaps;
+            missing += skipped <= mostMissing ? skipped : 0;
+        }
         ++frames;
         last = counter;
     }

@@ -17,7 +17,8 @@ concept CountableKey = std::integral<Key> && !std::same_as<Key, bool>;
 ///
 /// Invariant: the index holds each entry's key with its place in `entries`. It is built again at
 /// every change, as changes come from a user's hand and entries are few; so a change costs time
-/// proportional to the number of entries, a look-up by key is constant.
+/// proportional to the number of entries, a look-up by key is constant. What goes together is
+/// erased by one `eraseIf`.
 ///
 /// A change invalidates iterators, references and pointers to entries. Not synchronised.
 template <typename Key, typename Value, typename Hash = std::hash<Key>>
@@ -94,6 +95,14 @@ class VectorWithKeys {
         }
         erase(entries.cbegin() + static_cast<std::ptrdiff_t>(position));
         return true;
+    }
+
+    /// Erases the entries that `isToGo`, which must not throw.
+    template <typename Predicate>
+    void eraseIf(Predicate isToGo) {
+        std::erase_if(entries, std::move(isToGo));
+        lowestFree = firstKey;
+        rebuildIndex();
     }
 
     /// Exchanges the places of two entries; each keeps its key. Whether both positions exist.

@@ -268,6 +268,9 @@ struct ModuleStatistics {
     /// Whose sequence counter isn't the successor of the one before: frames may be missing on the
     /// way, or the module has several counters.
     std::uint64_t sequenceGaps = 0;
+    /// So many frames the counter has skipped in those gaps, but for those that are longer than a
+    /// thousand: a module that was restarted isn't a loss of as many.
+    std::uint64_t missingFrames = 0;
 };
 
 /// What the plug-in read from the network, as it was known within the last tenth of a second, or at

@@ -150,7 +150,8 @@ HostResult TrafficFacts::getMessages(MessageStatistics* messages) {
 HostResult TrafficFacts::getModules(std::vector<ModuleStatistics>* modules) {
     modules->clear();
     for (const auto& device : core.packetReader.getDevices().list()) {
-        modules->push_back({device->getFrames(), device->getSequenceGaps()});
+        modules->push_back(
+            {device->getFrames(), device->getSequenceGaps(), device->getMissingFrames()});
     }
     return HostCode::success;
 }

@@ -73,6 +73,12 @@ class Progress {
     std::int64_t next = nsPerSecond;
 };
 
+void print(const std::string& text, const char* what, std::FILE* out) {
+    if (std::fputs(text.c_str(), out) < 0 || std::fflush(out) != 0)
+        throw Failure(ExitCode::FailedWhileRunning,
+                      fmt::format("can't print the {}: {}", what, std::strerror(errno)));
+}
+
 ExitCode simulate(const Options& options, HostClock& clock, FrameSink& sink) {
     Simulation simulation(options.modules, options.traffic, clock, sink);
     Progress progress(options, simulation, clock);
@@ -88,17 +94,14 @@ ExitCode simulate(const Options& options, HostClock& clock, FrameSink& sink) {
         options.json
             ? toJson(report).dump(2, ' ', true, nlohmann::json::error_handler_t::replace) + "\n"
             : toText(report);
-    std::FILE* const out = options.file == "-" ? stderr : stdout;
-    if (std::fputs(text.c_str(), out) < 0 || std::fflush(out) != 0)
-        throw Failure(ExitCode::FailedWhileRunning,
-                      fmt::format("can't print the report: {}", std::strerror(errno)));
+    print(text, "report", options.file == "-" ? stderr : stdout);
     return code;
 }
 
 ExitCode run(int argc, char** argv) {
     const ParsedOptions parsed = parseOptions(argc, argv);
     if (parsed.done) {
-        std::fputs(parsed.text.c_str(), stdout);
+        print(parsed.text, "result", stdout);
         return ExitCode::Good;
     }
     const Options& options = parsed.options;

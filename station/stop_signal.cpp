@@ -50,7 +50,7 @@ StopSignal::StopSignal() {
     if (!isIgnored(SIGHUP)) {  // nohup has it ignored
         sigaddset(&wanted, SIGHUP);
     }
-    orThrow(-pthread_sigmask(SIG_BLOCK, &wanted, nullptr));
+    orThrow(-pthread_sigmask(SIG_BLOCK, &wanted, &maskBefore));
     signals = orThrow(signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK));
     request = orThrow(eventfd(0, EFD_CLOEXEC));
     destroyed = orThrow(eventfd(0, EFD_CLOEXEC));
@@ -62,10 +62,18 @@ StopSignal::StopSignal() {
 }
 
 StopSignal::~StopSignal() {
-    raise(destroyed);
-    watcher.join();
+    letGo();
     for (const int descriptor : {signals, request, destroyed}) {
         close(descriptor);
+    }
+}
+
+/// The mask comes last: a second request that came meanwhile ends the program, as it should.
+void StopSignal::letGo() {
+    if (watcher.joinable()) {
+        raise(destroyed);
+        watcher.join();
+        pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <thread>
 
 namespace station {
@@ -20,6 +21,11 @@ class StopSignal {
     ~StopSignal();
     StopSignal(const StopSignal&) = delete;
     StopSignal& operator=(const StopSignal&) = delete;
+
+    /// From now on the signals have their usual effect on this thread, as before and as after the
+    /// end of this object: what is still done then, or a program that takes the place of this one,
+    /// is ended by the first. Once more is nothing.
+    void letGo();
 
     /// Waits until `moment` or until the request is there; answers whether it is. Once true, always
     /// true.
@@ -46,6 +52,7 @@ class StopSignal {
     int waitForSignal(int milliseconds);
     [[noreturn]] void endProgram();
 
+    sigset_t maskBefore{};
     int signals = -1;
     int request = -1;  ///< readable once the request is there
     int destroyed = -1;

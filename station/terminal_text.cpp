@@ -1,6 +1,7 @@
 #include "station/terminal_text.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <unistd.h>
 #include <utf8.h>
 
@@ -45,7 +46,7 @@ std::string replaceHarmful(std::string_view text, bool keepsLines) {
 
 void printSafe(const std::string& text) {
     const std::string line = "cmp-station: " + text + '\n';
-    [[maybe_unused]] const ssize_t unused = write(STDERR_FILENO, line.data(), line.size());
+    writeAll(STDERR_FILENO, line);
 }
 
 }  // namespace
@@ -71,18 +72,31 @@ void printMessage(const UserError& error) {
     printSafe(hasLines ? printableLines(error.what()) : printable(error.what()));
 }
 
-void printResult(std::string_view text) {
+int writeAll(int descriptor, std::string_view text) {
     while (!text.empty()) {
-        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+        const ssize_t written = write(descriptor, text.data(), text.size());
         if (written >= 0) {
             text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno == EPIPE) {
-            std::signal(SIGPIPE, SIG_DFL);
-            std::raise(SIGPIPE);
+        } else if (errno == EAGAIN) {
+            constexpr int forever = -1;
+            pollfd room{descriptor, POLLOUT, 0};
+            poll(&room, 1, forever);
         } else if (errno != EINTR) {
-            throw UserError(ExitCode::Failed,
-                            fmt::format("can't print the result: {}", std::strerror(errno)));
+            return errno;
         }
+    }
+    return 0;
+}
+
+void printResult(std::string_view text) {
+    const int error = writeAll(STDOUT_FILENO, text);
+    if (error == EPIPE) {
+        std::signal(SIGPIPE, SIG_DFL);
+        std::raise(SIGPIPE);
+    }
+    if (error != 0) {
+        throw UserError(ExitCode::Failed,
+                        fmt::format("can't print the result: {}", std::strerror(error)));
     }
 }
 

@@ -18,6 +18,10 @@ std::string printableLines(std::string_view text);
 /// JSON in ASCII, indented, with a line feed at its end. What isn't UTF-8 is replaced.
 std::string toText(const nlohmann::ordered_json& json);
 
+/// Writes the whole text and waits for its reader, also where another program has set the
+/// descriptor not to wait. Returns 0, or `errno` of what keeps it from being written.
+int writeAll(int descriptor, std::string_view text);
+
 /// Prints a message for the user on standard error as one line, "cmp-station: " in front: a name in
 /// it can't look like the next message. That it can't be printed is no failure.
 void printMessage(std::string_view text);

@@ -227,14 +227,13 @@ void OutputFactoryImpl::loadSetup(const std::shared_ptr<Node>& node) {
 void OutputFactoryImpl::endLoadSetup() {
     requireState(LoadState::Loading);
     if (!isChannelSetFixed()) {
-        for (auto entry = channels.begin(); entry != channels.end();) {
-            if (entry->value.use_count() == 1) {
-                unmount(*entry->value);
-                entry = channels.erase(entry);
-            } else {
-                ++entry;
+        const auto isStale = [](const auto& entry) { return entry.value.use_count() == 1; };
+        for (const auto& entry : channels) {
+            if (isStale(entry)) {
+                unmount(*entry.value);
             }
         }
+        channels.eraseIf(isStale);  // together: a setup may have any number of them
     }
     loadState = LoadState::Idle;
 }

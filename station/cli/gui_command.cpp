@@ -28,7 +28,7 @@ struct GuiOptions {
 };
 
 /// Becomes the desktop program.
-ExitCode start(const GuiOptions& options) {
+ExitCode start(const GuiOptions& options, StopSignal& stop) {
     std::error_code error;
     const std::filesystem::path program =
         std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "cmp-station-gui";
@@ -53,6 +53,7 @@ ExitCode start(const GuiOptions& options) {
     std::transform(words.begin(), words.end(), arguments.begin(),
                    [](std::string& word) { return word.data(); });
     passOnCaptureRight();
+    stop.letGo();
     ::execv(file.resolved().c_str(), arguments.data());
     throw UserError(ExitCode::Failed, "can't start the desktop program " + program.string() + ": " +
                                           std::strerror(errno));
@@ -69,8 +70,9 @@ void addGuiCommand(CLI::App& app, Command& chosen) {
         ->add_option("--sample-rate", options->sampleRate,
                      "Samples a second of the acquisition, 1000 by default")
         ->type_name("N");
-    command->callback(
-        [options, &chosen] { chosen = [options](StopSignal&) { return start(*options); }; });
+    command->callback([options, &chosen] {
+        chosen = [options](StopSignal& stop) { return start(*options, stop); };
+    });
 }
 
 }  // namespace station

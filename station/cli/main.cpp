@@ -1,5 +1,6 @@
 #include <csignal>
 #include <exception>
+#include <sstream>
 
 #include "core/standard_descriptors.h"
 #include "station/cli/commands.h"
@@ -41,7 +42,10 @@ int execute(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {  // it is asked for help
-            return app.exit(error);
+            std::ostringstream answer;
+            app.exit(error, answer, answer);
+            station::printResult(answer.str());
+            return 0;
         }
         throw station::UserError(error.what() +
                                  std::string("; \"cmp-station --help\" tells how it is used"));

@@ -1,18 +1,15 @@
 #include "station/cli/text_writer.h"
 
 #include <fmt/format.h>
-#include <poll.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <string_view>
 #include <thread>
 #include <utility>
 
 #include "core/mutex.h"
+#include "station/terminal_text.h"
 
 namespace station {
 namespace {
@@ -20,7 +17,6 @@ namespace {
 constexpr std::size_t mostWaiting = 1024 * 1024;  // bytes
 /// Less than a program that was asked to stop has for it, see `StopSignal`.
 constexpr auto patience = std::chrono::milliseconds(200);
-constexpr int forever = -1;
 
 }  // namespace
 
@@ -48,7 +44,7 @@ struct TextWriter::Shared {
     /// The thread's work, until `isEnded` and all is written.
     void run() CMP_EXCLUDES(lock) {
         while (waitForText()) {
-            writeText(current.descriptor, current.text);
+            writeAll(current.descriptor, current.text);  // a reader that has gone is passed over
             const LockGuard guard(lock);
             bytes -= current.text.size();
             changed.notify_all();
@@ -100,20 +96,6 @@ void TextWriter::finish() {
     const LockGuard guard(shared->lock);
     while (shared->bytes != 0 &&
            shared->changed.wait_for(shared->lock, patience) == std::cv_status::no_timeout) {
-    }
-}
-
-void writeText(int descriptor, const std::string& text) {
-    std::string_view rest = text;
-    while (!rest.empty()) {
-        const ssize_t written = write(descriptor, rest.data(), rest.size());
-        if (written < 0 && errno == EAGAIN) {  // another program has set it not to wait
-            pollfd room{descriptor, POLLOUT, 0};
-            poll(&room, 1, forever);
-        } else if (written < 0 && errno != EINTR) {
-            return;
-        }
-        rest.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
     }
 }
 

@@ -30,7 +30,4 @@ class TextWriter {
     const std::shared_ptr<Shared> shared;
 };
 
-/// Writes the whole text, and waits for its reader; an output whose reader has gone is passed over.
-void writeText(int descriptor, const std::string& text);
-
 }  // namespace station

@@ -17,6 +17,9 @@ using Kestrova::Utils::Kcom::StringHelper;
 
 constexpr const wchar_t* configIdKey = L"ConfigId";
 constexpr const wchar_t* typeKey = L"DeviceTypeId";
+/// A module whose type the user hasn't chosen yet, which is also what becomes of any other number.
+constexpr const wchar_t* noType = L"Unknown";
+constexpr const wchar_t* noTypeId = L"65535";
 
 /// A key under which a setup has the number of a thing.
 struct NumberKey {
@@ -30,6 +33,26 @@ constexpr std::array<NumberKey, 5> numberKeys = {{{L"Id", "Id", false, true},
                                                   {L"ChId", "ChId", true, true},
                                                   {configIdKey, "ConfigId", false, true},
                                                   {typeKey, "DeviceTypeId", false, false}}};
+
+/// Null if there is none.
+const SetupElement::Value* valueOf(const SetupElement::Content& element, const wchar_t* key) {
+    const auto value = std::find_if(element.values.begin(), element.values.end(),
+                                    [key](const auto& entry) { return entry.key == key; });
+    return value != element.values.end() ? &*value : nullptr;
+}
+
+/// The modules of the plug-in's settings, in their order.
+std::vector<const SetupElement*> modulesOf(const SetupElement& settings) {
+    std::vector<const SetupElement*> found;
+    for (const auto& list : settings.getContent().children) {
+        for (const auto& module : list->getContent().children) {
+            if (list->getContent().name == L"CmpDevices") {
+                found.push_back(module.get());
+            }
+        }
+    }
+    return found;
+}
 
 class Check {
   public:
@@ -75,9 +98,8 @@ class Check {
     }
 
     static std::wstring typeOf(const SetupElement::Content& element) {
-        const auto type = std::find_if(element.values.begin(), element.values.end(),
-                                       [](const auto& value) { return value.key == typeKey; });
-        return type != element.values.end() ? type->text : L"";
+        const auto* const type = valueOf(element, typeKey);
+        return type != nullptr ? type->text : L"";
     }
 
     void note(Lines& lines, const char* meaning, bool isUnique, const std::wstring& text,
@@ -103,6 +125,40 @@ std::vector<std::string> findSetupFaults(const SetupElement& section) {
     Check check;
     check.look(section);
     return std::move(check.faults);
+}
+
+std::vector<std::string> findModuleFaults(const SetupElement& settings,
+                                          const std::vector<ListedModule>& modules) {
+    std::vector<std::string> faults;
+    const auto elements = modulesOf(settings);
+    std::map<std::uint16_t, std::size_t> first;  // place by CM ID
+    for (std::size_t i = 0; i < std::min(elements.size(), modules.size()); ++i) {
+        const ListedModule& module = modules[i];
+        const auto* const type = valueOf(elements[i]->getContent(), typeKey);
+        const auto* const configId = valueOf(elements[i]->getContent(), configIdKey);
+        if (type != nullptr && module.type == noType && type->text != noTypeId) {
+            faults.push_back(
+                fmt::format("line {}: there is no type of module with the DeviceTypeId {}",
+                            type->line, StringHelper::ToUtf8(type->text)));
+            continue;
+        }
+        const auto number = configId == nullptr
+                                ? std::nullopt
+                                : parseNumber<std::uint32_t>(StringHelper::ToUtf8(configId->text));
+        if (number && *number != module.configId) {
+            faults.push_back(fmt::format("line {}: a {} can't have the ConfigId {}", configId->line,
+                                         StringHelper::ToUtf8(module.type), *number));
+            continue;
+        }
+        const auto [other, isNew] = first.try_emplace(module.cmId, i);
+        if (!isNew && modules[other->second].type != module.type) {
+            faults.push_back(fmt::format(
+                "line {}: the module has the CM ID 0x{:X}, as that of line {} has: it gets no "
+                "messages",
+                elements[i]->getLine(), module.cmId, elements[other->second]->getLine()));
+        }
+    }
+    return faults;
 }
 
 }  // namespace station

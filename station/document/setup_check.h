@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "host/module_list.h"
 #include "station/document/setup_document.h"
 
 namespace station {
@@ -13,5 +14,11 @@ namespace station {
 ///
 /// A sentence each, beginning with "line N: ".
 std::vector<std::string> findSetupFaults(const SetupElement& section);
+
+/// The same for what only the plug-in knows: a type that it doesn't have, a ConfigId that the type
+/// can't have, and modules of two types with one CM ID. `settings` is what it has loaded, `modules`
+/// are those that it has since.
+std::vector<std::string> findModuleFaults(const SetupElement& settings,
+                                          const std::vector<ListedModule>& modules);
 
 }  // namespace station

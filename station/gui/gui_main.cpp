@@ -2,6 +2,7 @@
 #include <QApplication>
 #include <QTimer>
 #include <csignal>
+#include <sstream>
 #include <utility>
 
 #include "core/standard_descriptors.h"
@@ -71,7 +72,10 @@ int execute(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {  // it is asked for help
-            return app.exit(error);
+            std::ostringstream answer;
+            app.exit(error, answer, answer);
+            station::printResult(answer.str());
+            return 0;
         }
         throw station::UserError(error.what() +
                                  std::string("; \"cmp-station gui --help\" tells how it is used"));

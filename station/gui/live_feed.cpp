@@ -97,6 +97,13 @@ void LiveFeed::setStart(Summary::Clock::time_point start) {
         std::chrono::duration_cast<std::chrono::nanoseconds>(start.time_since_epoch()).count();
 }
 
+void LiveFeed::setAccounts(const Summary& summary) {
+    for (std::size_t i = 0; i < std::min(channels.size(), summary.channels.size()); ++i) {
+        channels[i].lost = summary.channels[i].getLost();
+        channels[i].account = summary.channels[i].describeAccount();
+    }
+}
+
 double LiveFeed::secondsOf(const LiveMessage& message) const {
     return static_cast<double>(message.utc - startUtc) / nanosecondsPerSecond;
 }

@@ -48,6 +48,8 @@ struct LiveChannel {
     ChannelTraffic traffic = {};             ///< of all messages, also those that aren't shown
     std::optional<LiveMessage> newest = {};  ///< of all
     std::optional<LiveMessage> last = {};    ///< of those that pass the filter
+    std::uint64_t lost = 0;                  ///< messages
+    std::vector<std::string> account = {};   ///< of these, and of others that aren't as they should
 };
 
 /// The last messages, up to `most` of them.
@@ -81,6 +83,8 @@ class LiveFeed final : public MessageListener {
     void begin(const Summary& summary);
     /// A clock that leads may move the start of a running measurement.
     void setStart(Summary::Clock::time_point start);
+    /// What the measurement knows by now of messages that are missing or have another time.
+    void setAccounts(const Summary& summary);
     void setFilter(IdentifierFilter newFilter);
     /// Forgets what has come, whether it passes or not.
     void clear();

@@ -8,6 +8,8 @@
 namespace station {
 namespace {
 
+constexpr int lostColumn = 7;  // of the channels
+
 /// To the microsecond.
 QString secondsText(double seconds) {
     constexpr int decimals = 6;
@@ -34,6 +36,9 @@ QVariant LiveModel::data(const QModelIndex& index, int role) const {
     }
     if (role == Qt::DisplayRole) {
         return text(static_cast<std::size_t>(index.row()), index.column());
+    }
+    if (role == Qt::ToolTipRole) {
+        return toolTip(static_cast<std::size_t>(index.row()), index.column());
     }
     if (role == Qt::TextAlignmentRole && numbers.contains(index.column())) {
         return QVariant(Qt::AlignRight | Qt::AlignVCenter);
@@ -63,8 +68,9 @@ void LiveModel::take(Rows& rows, Rows fresh) {
 }
 
 ChannelModel::ChannelModel(const LiveFeed& liveFeed)
-    : LiveModel(liveFeed, {"Channel", "Bus", "Messages", "Rate /s", "Identifier", "Data", "Time s"},
-                {2, 3, 6}) {}
+    : LiveModel(liveFeed,
+                {"Channel", "Bus", "Messages", "Rate /s", "Identifier", "Data", "Time s", "Lost"},
+                {2, 3, 6, lostColumn}) {}
 
 void ChannelModel::takeOver() {
     take(channels, feed->getChannels());
@@ -72,6 +78,9 @@ void ChannelModel::takeOver() {
 
 QString ChannelModel::text(std::size_t row, int column) const {
     const LiveChannel& channel = channels[row];
+    if (column == lostColumn) {
+        return channel.account.empty() ? QString() : QString::number(channel.lost);
+    }
     if (column > 3 && !channel.last) {
         return {};
     }
@@ -91,6 +100,14 @@ QString ChannelModel::text(std::size_t row, int column) const {
         default:
             return secondsText(feed->secondsOf(*channel.last));
     }
+}
+
+QString ChannelModel::toolTip(std::size_t row, int column) const {
+    QStringList lines;
+    for (const std::string& text : channels[row].account) {
+        lines.append(QString::fromStdString(text));
+    }
+    return column == lostColumn ? lines.join('\n') : QString();
 }
 
 MessageModel::MessageModel(const LiveFeed& liveFeed)
@@ -148,7 +165,8 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addLayout(bar);
     layout->addWidget(tables);
-    tables->addWidget(makeTable(channelModel, "liveChannels", {200, 70, 90, 80, 120, 320, 110}));
+    tables->addWidget(
+        makeTable(channelModel, "liveChannels", {200, 70, 90, 80, 120, 280, 110, 60}));
     messages = makeTable(messageModel, "liveMessages", {110, 200, 120, 60, 500});
     tables->addWidget(messages);
 

@@ -38,6 +38,7 @@ class LiveModel : public QAbstractTableModel {
     virtual void takeOver() = 0;
 
     virtual QString text(std::size_t row, int column) const = 0;
+    virtual QString toolTip(std::size_t, int) const { return {}; }
     /// Puts fresh rows in the place of the present ones.
     template <typename Rows>
     void take(Rows& rows, Rows fresh);
@@ -58,6 +59,7 @@ class ChannelModel final : public LiveModel {
   private:
     void takeOver() override;
     QString text(std::size_t row, int column) const override;
+    QString toolTip(std::size_t row, int column) const override;
 
     std::vector<LiveChannel> channels;
 };

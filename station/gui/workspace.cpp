@@ -201,7 +201,10 @@ const Summary& Workspace::summarize() {
         PluginDriver& driver = session().driver();
         if (driver.isMeasuring()) {
             tellAll(coverage.look(summary, driver.getChannels()));
+        } else {
+            coverage.note(summary);
         }
+        feed.setAccounts(summary);
     }
     return summary;
 }

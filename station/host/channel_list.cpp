@@ -4,10 +4,26 @@
 
 namespace station {
 
+const std::vector<CountedRef<StationChannel>>& ChannelList::all() const {
+    closeGaps();
+    return channels;
+}
+
+void ChannelList::closeGaps() const {
+    if (hasGaps) {
+        std::erase(channels, nullptr);
+        places.clear();
+        for (const auto& channel : channels) {
+            places.emplace(channel.get(), places.size());
+        }
+        hasGaps = false;
+    }
+}
+
 CountedRef<StationChannel> ChannelList::find(const std::vector<std::int32_t>& indices) {
     if (!isIndexed || movesSeen != *environment.moves) {
         byIndices.clear();
-        for (const auto& channel : channels) {
+        for (const auto& channel : all()) {
             byIndices.try_emplace(channel->indices(), channel);
         }
         isIndexed = true;
@@ -18,14 +34,14 @@ CountedRef<StationChannel> ChannelList::find(const std::vector<std::int32_t>& in
 }
 
 void ChannelList::beginMeasurement() {
-    for (const auto& channel : channels) {
+    for (const auto& channel : all()) {
         channel->beginMeasurement();
     }
 }
 
 std::uint64_t ChannelList::getWritten() const {
     std::uint64_t total = 0;
-    for (const auto& channel : channels) {
+    for (const auto& channel : all()) {
         total += channel->getWritten();
     }
     return total;
@@ -51,6 +67,7 @@ HostResult ChannelList::mountChannels(const wchar_t* pluginId, std::int32_t coun
         auto mounted = find(place);
         if (!mounted) {
             mounted = makeObject<StationChannel>(place, environment);
+            places.emplace(mounted.get(), channels.size());
             channels.push_back(mounted);
             byIndices.try_emplace(place, mounted);
         }
@@ -59,12 +76,13 @@ HostResult ChannelList::mountChannels(const wchar_t* pluginId, std::int32_t coun
 }
 
 HostResult ChannelList::unmountChannel(HostChannel* channel) {
-    const auto found = std::find_if(channels.begin(), channels.end(),
-                                    [&](const auto& mounted) { return mounted.get() == channel; });
-    if (found == channels.end()) {
+    const auto found = places.find(channel);
+    if (found == places.end()) {
         return fail(HostCode::invalidArgument, "the channel isn't in the list of channels");
     }
-    channels.erase(found);
+    channels[found->second] = nullptr;
+    places.erase(found);
+    hasGaps = true;
     byIndices.clear();
     isIndexed = false;
     return HostCode::success;

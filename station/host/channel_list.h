@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/host_plugin_group.h"
@@ -17,7 +18,7 @@ class ChannelList final : public Counted<HostPluginGroup> {
   public:
     explicit ChannelList(ChannelEnvironment surroundings) : environment(std::move(surroundings)) {}
 
-    const std::vector<CountedRef<StationChannel>>& all() const { return channels; }
+    const std::vector<CountedRef<StationChannel>>& all() const;
     /// Empty if there is none.
     CountedRef<StationChannel> find(const std::vector<std::int32_t>& indices);
 
@@ -39,8 +40,13 @@ class ChannelList final : public Counted<HostPluginGroup> {
     std::vector<std::int32_t> placeOf(const wchar_t* pluginId, std::int32_t count,
                                       const std::int32_t* indices);
 
+    void closeGaps() const;
+
     const ChannelEnvironment environment;
-    std::vector<CountedRef<StationChannel>> channels;
+    /// An unmounted one leaves a gap, for the next who looks to close: many may go at once.
+    mutable std::vector<CountedRef<StationChannel>> channels;
+    mutable std::unordered_map<const HostChannel*, std::size_t> places;  ///< in `channels`
+    mutable bool hasGaps = false;
     /// Made when a channel is looked for: of several with the same indices, the first.
     std::map<std::vector<std::int32_t>, CountedRef<StationChannel>> byIndices;
     bool isIndexed = false;

@@ -199,7 +199,8 @@ Summary DirectCapture::summarize() {
         summary.modules.push_back({device->getName(), device->getType().name, device->getConfigId(),
                                    device->getCmId(), device->getSerialNumberText(),
                                    device->isConnected()});
-        summary.modules.back().frames = {device->getFrames(), device->getSequenceGaps()};
+        summary.modules.back().frames = {device->getFrames(), device->getSequenceGaps(),
+                                         device->getMissingFrames()};
         summary.modules.back().timeStandsStill = standing.isStanding(summary.modules.size() - 1);
     }
     for (const Channel& channel : channels) {

@@ -23,10 +23,42 @@ void Coverage::begin(std::vector<std::string> notRecorded) {
     left = std::move(notRecorded);
 }
 
+void Coverage::note(const Summary& summary) {
+    modules.resize(std::max(modules.size(), summary.modules.size()));
+    doubts.clear();
+    for (std::size_t i = 0; i < summary.modules.size(); ++i) {
+        const Module& module = summary.modules[i];
+        if (module.frames && module.frames->sequenceGaps != 0) {
+            doubts.push_back(sequenceText(module.name, *module.frames));
+        }
+        modules[i].hasStood = modules[i].hasStood || module.timeStandsStill;
+        if (modules[i].hasStood) {
+            doubts.push_back(standingText(module.name));
+        }
+        if (module.clock && module.clock->jumps != 0) {
+            doubts.push_back(jumpsText(module.name, module.clock->jumps));
+        }
+    }
+    for (const ChannelSummary& channel : summary.channels) {
+        if (channel.counts && channel.counts->unusable != 0) {
+            doubts.push_back(unusableText(channel.name, channel.counts->unusable));
+        }
+        if (channel.counts && channel.counts->raised != 0) {
+            doubts.push_back(raisedText(channel.name, channel.counts->raised));
+        }
+    }
+    for (const InterfaceStatistics& interface : summary.interfaces) {
+        if (interface.malformed != 0) {
+            doubts.push_back(fmt::format("{} malformed frames came in on {}", interface.malformed,
+                                         nameOf(interface)));
+        }
+    }
+}
+
 std::vector<std::string> Coverage::look(const Summary& summary,
                                         const std::vector<ChannelStatistics>& statistics) {
     std::vector<std::string> news;
-    modules.resize(std::max(modules.size(), summary.modules.size()));
+    note(summary);
     for (std::size_t i = 0; i < summary.modules.size(); ++i) {
         if (!isMeasured(summary, i) || !summary.modules[i].clock) {
             continue;
@@ -86,6 +118,7 @@ std::vector<std::string> Coverage::getGaps() const {
     if (hasInterfaceGap) {
         gaps.emplace_back("A network interface wasn't captured on all the time");
     }
+    gaps.insert(gaps.end(), doubts.begin(), doubts.end());
     gaps.insert(gaps.end(), left.begin(), left.end());
     if (!unused.empty()) {
         gaps.push_back(fmt::format("Not recorded, as not used: {}", fmt::join(unused, ", ")));

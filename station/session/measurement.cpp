@@ -123,6 +123,8 @@ void Measurement::readInterfaceMessages(std::vector<std::string>& texts) {
         hasInterfaceGap = hasInterfaceGap || message.isHarmless == hostFalse;
         if (interfaceMessages.size() < mostInterfaceMessages) {
             interfaceMessages.push_back(text);
+        } else {
+            ++interfaceMessagesLeftOut;
         }
         texts.push_back(std::move(text));
     }
@@ -167,10 +169,7 @@ void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& te
         }
         // Of a clock that jumps again and again only the doubling of their number is told.
         if (clocks[i].jumps > 0 && clocks[i].jumps >= 2 * jumpsTold[i]) {
-            texts.push_back(
-                fmt::format("the device time of \"{}\" jumped, or had a wrong value ({} "
-                            "so far)",
-                            name(), clocks[i].jumps));
+            texts.push_back(jumpsText(name(), clocks[i].jumps));
             jumpsTold[i] = clocks[i].jumps;
         }
     }
@@ -189,6 +188,20 @@ void Measurement::noteJumps() {
     const std::vector<ClockStatistics> clocks = getClocks();
     jumpsBefore.resize(clocks.size());
     std::ranges::transform(clocks, jumpsBefore.begin(), &ClockStatistics::jumps);
+}
+
+void Measurement::readSequences(std::vector<std::string>& texts) {
+    const auto frames = session.driver().getTraffic().modules;
+    const auto modules = session.getModules();
+    sequencesTold.resize(frames.size());
+    for (std::size_t i = 0; i < std::min(frames.size(), modules.size()); ++i) {
+        ModuleStatistics& told = sequencesTold[i];
+        if ((frames[i].sequenceGaps != 0 && told.sequenceGaps == 0) ||
+            (frames[i].missingFrames != 0 && told.missingFrames == 0)) {
+            texts.push_back(sequenceText(modules[i].name, frames[i]));
+            told = frames[i];
+        }
+    }
 }
 
 std::string Measurement::awaitedLeader() {
@@ -222,6 +235,7 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
             nextCounts = now + countsPeriod;
             readCounts(texts);
             readClocks(now, texts);
+            readSequences(texts);
             giveAccount();
         }
         if (stopped) {
@@ -295,6 +309,7 @@ Summary Measurement::summarize() {
     summary.droppedFrames = droppedTold;
     summary.longestPause = longestPause.count();
     summary.interfaceMessages = interfaceMessages;
+    summary.interfaceMessagesLeftOut = interfaceMessagesLeftOut;
     summary.hasInterfaceGap = hasInterfaceGap;
     summary.awaitedLeader = awaitedLeader();
     return summary;

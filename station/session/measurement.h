@@ -62,6 +62,7 @@ class Measurement {
     void readCounts(std::vector<std::string>& texts);
     void readClocks(Clock::time_point now, std::vector<std::string>& texts);
     std::vector<ClockStatistics> getClocks() const;
+    void readSequences(std::vector<std::string>& texts);
     /// The name of the module whose clock leads, while the measurement waits for it; else empty.
     std::string awaitedLeader();
     void takeStep();
@@ -82,10 +83,12 @@ class Measurement {
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
     StandingClocks standing;
-    std::vector<std::uint64_t> jumpsBefore;      ///< by module, in the parts before this one
-    std::vector<std::uint64_t> jumpsTold;        ///< by module
+    std::vector<std::uint64_t> jumpsBefore;  ///< by module, in the parts before this one
+    std::vector<std::uint64_t> jumpsTold;    ///< by module
+    std::vector<ModuleStatistics> sequencesTold;
     std::uint64_t droppedTold = 0;               ///< frames
     std::vector<std::string> interfaceMessages;  ///< the first of them
+    std::uint64_t interfaceMessagesLeftOut = 0;
     bool hasInterfaceGap = false;
     bool stopping = false;
     bool stopped = false;  ///< the plug-in has

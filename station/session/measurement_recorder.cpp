@@ -186,6 +186,9 @@ std::vector<std::string> MeasurementRecorder::takeCounts(
         if (now.raised > channel->counts.raised) {
             texts.push_back(raisedText(channel->name, now.raised - channel->counts.raised));
         }
+        if (now.unusable != 0 && channel->counts.unusable == 0) {
+            texts.push_back(unusableText(channel->name, now.unusable));
+        }
         if (!reasons.empty()) {
             hasLost = true;
             texts.push_back(fmt::format("channel \"{}\" lost {} messages: {}", channel->name,

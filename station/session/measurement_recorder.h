@@ -56,7 +56,8 @@ class MeasurementRecorder {
     /// overwritten before they could be read.
     std::vector<std::string> takeOverruns();
     /// Keeps what the plug-in counts for the summary. Returns a text for each channel of which the
-    /// plug-in lost messages since the last call, which sets `hasLost`, or gave them another time.
+    /// plug-in lost messages since the last call, which sets `hasLost`, or gave them another time,
+    /// and for the first that it can't deliver.
     std::vector<std::string> takeCounts(const std::vector<ChannelStatistics>& statistics,
                                         bool& hasLost);
 

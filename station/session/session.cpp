@@ -131,10 +131,14 @@ void Session::open(const SetupFile& file) {
     if (!section) {
         return;
     }
-    for (const std::string& fault : findSetupFaults(*section)) {
-        stationHost->writeError(
-            StringHelper::ToWide(fmt::format("{}, {}", file.getPath().string(), fault)).c_str());
-    }
+    const auto tell = [&](const std::vector<std::string>& faults) {
+        for (const std::string& fault : faults) {
+            stationHost->writeError(
+                StringHelper::ToWide(fmt::format("{}, {}", file.getPath().string(), fault))
+                    .c_str());
+        }
+    };
+    tell(findSetupFaults(*section));
     try {
         // A part that isn't there is empty.
         ElementRef settings = childOf(*section, settingsName);
@@ -144,6 +148,8 @@ void Session::open(const SetupFile& file) {
         pluginDriver->loadSettings(*document, *settings);
         pluginDriver->loadSetup(*document, *channels);
         pluginDriver->updateDevices();
+        refreshModules();
+        tell(findModuleFaults(*settings, listed));
     } catch (const PluginError& error) {
         throw PluginError(
             fmt::format("Cannot load the setup \"{}\": {}", file.getPath().string(), error.what()));

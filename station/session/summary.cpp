@@ -77,6 +77,7 @@ Json toJson(const Module& module) {
     if (module.frames) {
         result["captureFrames"] = module.frames->frames;
         result["sequenceGaps"] = module.frames->sequenceGaps;
+        result["missingFrames"] = module.frames->missingFrames;
     }
     return result;
 }
@@ -112,9 +113,8 @@ void addTraffic(const Summary& summary, std::vector<std::string>& lines) {
     for (const InterfaceStatistics& interface : summary.interfaces) {
         if (interface.kept != 0 || interface.dropped != 0) {
             lines.push_back(fmt::format(
-                "{}: {} capture frames, {} others{}{}",
-                interface.name.empty() ? laterInterfaces : StringHelper::ToUtf8(interface.name),
-                interface.kept, interface.foreign,
+                "{}: {} capture frames, {} others{}{}", nameOf(interface), interface.kept,
+                interface.foreign,
                 interface.malformed == 0 ? "" : fmt::format(", {} malformed", interface.malformed),
                 interface.dropped == 0 ? "" : fmt::format(", LOST {}", interface.dropped)));
         }
@@ -201,6 +201,13 @@ std::string clockText(const ClockStatistics& clock) {
     return text;
 }
 
+/// "1 gap, 20 frames missing".
+std::string gapsText(const ModuleStatistics& frames) {
+    return fmt::format(
+        "{} gap{}{}", frames.sequenceGaps, frames.sequenceGaps == 1 ? "" : "s",
+        frames.missingFrames == 0 ? "" : fmt::format(", {} frames missing", frames.missingFrames));
+}
+
 /// Those of one module, or of none.
 void addChannels(const Summary& summary, std::size_t module, std::vector<std::string>& lines) {
     constexpr std::size_t longestValue = 40;
@@ -219,18 +226,8 @@ void addChannels(const Summary& summary, std::size_t module, std::vector<std::st
                         channel.frames, channel.rate,
                         channel.getLost() == 0 ? "" : fmt::format("LOST {}  ", channel.getLost()),
                         shortened(channel.lastValue, longestValue)));
-        if (channel.getLost() != 0) {
-            lines.push_back("    lost: " + channel.describeLoss());
-        }
-        if (channel.counts && channel.counts->unusable != 0) {
-            lines.push_back(
-                fmt::format("    not delivered: {} whose contents are no message of this bus",
-                            channel.counts->unusable));
-        }
-        if (channel.counts && channel.counts->raised != 0) {
-            lines.push_back(
-                fmt::format("    with the time of the one before, as their own was earlier: {}",
-                            channel.counts->raised));
+        for (const std::string& text : channel.describeAccount()) {
+            lines.push_back("    " + text);
         }
     }
     if (silent != 0) {
@@ -245,6 +242,9 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
                                 module.type, module.configId, module.serial,
                                 module.connected ? "Connected" : "Not connected") +
                     (module.clock ? clockText(*module.clock) : "") +
+                    (module.frames && module.frames->sequenceGaps != 0
+                         ? "  sequence counter: " + gapsText(*module.frames)
+                         : "") +
                     (module.timeStandsStill ? "  TIME STANDS STILL" : ""));
     addChannels(summary, position, lines);
 }
@@ -263,6 +263,26 @@ std::string ChannelSummary::describeLoss() const {
                             text.empty() ? "" : ", ", overwritten);
     }
     return text;
+}
+
+std::vector<std::string> ChannelSummary::describeAccount() const {
+    std::vector<std::string> texts;
+    if (getLost() != 0) {
+        texts.push_back("lost: " + describeLoss());
+    }
+    if (counts && counts->unusable != 0) {
+        texts.push_back(fmt::format("not delivered: {} whose contents are no message of this bus",
+                                    counts->unusable));
+    }
+    if (counts && counts->raised != 0) {
+        texts.push_back(fmt::format("with the time of the one before, as their own was earlier: {}",
+                                    counts->raised));
+    }
+    return texts;
+}
+
+std::string nameOf(const InterfaceStatistics& interface) {
+    return interface.name.empty() ? laterInterfaces : StringHelper::ToUtf8(interface.name);
 }
 
 std::string describeUnknown(const MessageStatistics& messages) {
@@ -320,6 +340,26 @@ std::string raisedText(const std::string& channel, std::uint64_t messages) {
         channel, messages);
 }
 
+std::string unusableText(const std::string& channel, std::uint64_t messages) {
+    return fmt::format(
+        "channel \"{}\": {} messages aren't delivered, as their contents are no message of this "
+        "bus",
+        channel, messages);
+}
+
+std::string jumpsText(const std::string& module, std::uint64_t jumps) {
+    return fmt::format("the device time of \"{}\" jumped, or had a wrong value ({} so far)", module,
+                       jumps);
+}
+
+std::string sequenceText(const std::string& module, const ModuleStatistics& frames) {
+    return fmt::format("the sequence counter of \"{}\" isn't continuous ({}): {}", module,
+                       gapsText(frames),
+                       frames.missingFrames == 0
+                           ? "the module was restarted, or frames were lost on the way"
+                           : "frames were lost on the way, or the module has several counters");
+}
+
 std::string standingText(const std::string& module) {
     return fmt::format(
         "the device time of \"{}\" stands still while its messages come: their times are wrong; "
@@ -358,6 +398,7 @@ std::string toJson(const Summary& summary) {
                    {"lostMessages", summary.totalLost()},
                    {"outOfOrder", summary.outOfOrder},
                    {"interfaceMessages", summary.interfaceMessages},
+                   {"interfaceMessagesLeftOut", summary.interfaceMessagesLeftOut},
                    {"modules", Json::array()},
                    {"channels", Json::array()},
                    {"recordings", Json::array()}};

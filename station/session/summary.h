@@ -39,6 +39,8 @@ struct ChannelSummary {
     std::uint64_t getLost() const { return (counts ? counts->getLost() : 0) + overwritten; }
     /// How many were lost, by cause; empty for none.
     std::string describeLoss() const;
+    /// A text for each kind of messages that were lost, can't be delivered or got another time.
+    std::vector<std::string> describeAccount() const;
 };
 
 /// The causes for which the plug-in lost messages between two looks at its counts, with how many
@@ -46,12 +48,20 @@ struct ChannelSummary {
 std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now);
 /// What the user is told of messages that got the time of the one before.
 std::string raisedText(const std::string& channel, std::uint64_t messages);
+/// What the user is told of messages that came for a channel and can't be one of its bus.
+std::string unusableText(const std::string& channel, std::uint64_t messages);
+/// What the user is told of a module whose device time jumps.
+std::string jumpsText(const std::string& module, std::uint64_t jumps);
+/// What the user is told of gaps in a module's sequence counter: a hint, nothing that is known.
+std::string sequenceText(const std::string& module, const ModuleStatistics& frames);
 /// What the user is told of a module whose device time doesn't advance.
 std::string standingText(const std::string& module);
 
 /// In place of a name: all interfaces together that were opened later.
 inline constexpr const char* laterInterfaces = "interfaces that appeared later";
 
+/// For the user.
+std::string nameOf(const InterfaceStatistics& interface);
 /// The messages that came for no channel, with the CM IDs that no module has; empty for none.
 std::string describeUnknown(const MessageStatistics& messages);
 
@@ -66,6 +76,7 @@ struct Summary {
     std::uint64_t droppedFrames = 0;  ///< that the system threw away before they could be read
     std::uint64_t outOfOrder = 0;     ///< messages that came in behind later ones in the recordings
     std::vector<std::string> interfaceMessages;  ///< what became of network interfaces
+    std::uint64_t interfaceMessagesLeftOut = 0;  ///< after so many that no more are kept
     bool hasInterfaceGap = false;                ///< one of them wasn't captured on for a time
     std::string awaitedLeader;  ///< the module for whose clock the start waits; empty: none
     std::vector<InterfaceStatistics> interfaces;  ///< none without a host around the core

@@ -35,6 +35,9 @@ TEST(VectorWithKeysTest, IndexFollowsEntriesThatMoveAndTheSmallestFreeKeyComesLa
     list.append("a");
     list.append("b");
     EXPECT_EQ(contentOf(list), "10a 15b ");
+    list.eraseIf([](const auto& entry) { return entry.value == "a"; });
+    EXPECT_EQ(contentOf(list), "15b ");
+    EXPECT_EQ(list.append("c").key, 10U);
 }
 
 }  // namespace

@@ -4,12 +4,14 @@ import json
 import os
 import random
 import re
+import resource
 import select
 import shutil
 import signal
 import socket
 import struct
 import time
+from pathlib import Path
 from subprocess import PIPE
 
 import lab
@@ -38,13 +40,13 @@ Time: {}
 """
 TWO_TEXTS = [TEXT.format(10, 16, "1.        5", "98 DA 01 F1 03 AA BB 0C C5 C5", "0x18DA01F1(ext): AA BB 0C"),
              TEXT.format(9, 32, "0.        0", "00 00 01 23 02 01 02 C5 C5", "0x123: 01 02")]
-# Sends that frame for five seconds, its times always the same.
+# Sends that frame for five seconds, its times always the same, two others missing after each.
 STANDS_STILL = f"""
 import socket, time
 link = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
 link.bind(("sim0", 0))
-for _ in range(50):
-    link.send({TWO_MESSAGES})
+for number in range(50):
+    link.send({TWO_MESSAGES[:16]} + bytes([0, 3 * number]) + {TWO_MESSAGES[18:]})
     time.sleep(0.1)
 """
 
@@ -154,7 +156,7 @@ class CommandLine(Case):
         self.assertEqual(len(traffic.read_with_tshark(recording)), 1000)
         self.assertEqual(lab.call([*simulate, "1", "--overwrite"])[0], 0)
 
-    def test_device_time_that_stands_still_or_jumps_is_told(self):
+    def test_device_time_that_stands_still_or_jumps_and_missing_frames_are_told(self):
         stored, text = self.path("a.pcap"), 'the device time of "Front" stands still'
         stored.write_bytes(pcap(*range(6)))
         _, errors = self.expect(0, "convert", stored, self.path("a.pcapng"), "--module", *FRONT)
@@ -162,8 +164,9 @@ class CommandLine(Case):
         station = lab.Station(FRONT)
         lab.call(["nsenter", "--net=/run/netns/modules", "python3", "-c", STANDS_STILL])
         _, report, errors = station.stop_with_any_code()
-        self.assertEqual(errors.count(text), 1, errors)
+        self.assertEqual((errors.count(text), errors.count("isn't continuous")), (1, 1), errors)
         self.assertTrue(report["modules"][0]["timeStandsStill"])
+        self.assertEqual(report["modules"][0]["missingFrames"], 98)
         station = lab.Station(FRONT)
         lab.simulate(["CAN combo:5,jump=60@0.5"], "--rate", 50, "--duration", 2)
         self.assertIn('the device time of "Front" jumped, or had a wrong value (1 so far)', station.stop()[1])
@@ -215,6 +218,30 @@ class CommandLine(Case):
             self.assertEqual(code, 4, errors)
             for remedy in ("sudo", "setcap", "group"):
                 self.assertIn(remedy, errors)
+
+    def test_processor_time_grows_with_the_input_and_not_with_its_square(self):
+        demo = (Path(__file__).parents[2] / "examples" / "demo.xml").read_text()
+        path = self.path("many")
+        show, convert = ["setup", "show", path], ["convert", "--overwrite", path, self.path("out.pcapng")]
+
+        def make(text, count):
+            names = [text.format(number) for number in range(count)]
+            if text.startswith("<"):
+                path.write_text(demo.replace("</OutputList>", "".join(names) + "</OutputList>"))
+            else:
+                lab.call([lab.SIMULATOR, "--write", path, "--overwrite", "--messages", "9",
+                          *lab.repeat("--module", names)])
+
+        for text, count, words in (('<Output><value key="Id">9{}</value></Output>', 2000, show),
+                                   ('<value key="{}" />', 40000, show),
+                                   ("NeoviFire3:{},channels=1", 250, convert)):
+            spent = []
+            for factor in (1, 4):
+                make(text, factor * count)
+                before = resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime
+                self.expect(0, *words)
+                spent.append(resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime - before)
+            self.assertLess(spent[1], 8 * spent[0], words)
 
     def mount(self, *options):
         disk = lab.mount(self.path("disk"), *options)
@@ -298,13 +325,37 @@ class CommandLine(Case):
             for arguments in (["dump", self.stored], ["convert", self.stored, self.path(f"{output[-1]}.pcapng")],
                               ["run", "--module", *CAN, "--json", "--duration", "0.1"]):
                 quoted = " ".join(f"'{word}'" for word in [lab.STATION, *arguments])
-                code, _, errors = lab.call(["sh", "-c", quoted + output])
-                self.assertEqual(code, 1, errors)
-                self.assertIn(f"can't print the result: {text}", errors)
+                self.expect_unprinted(text, quoted + output)
+        for words in ("cmp-station --help", "cmp-sim --version", "cmp-station-gui --help"):
+            self.expect_unprinted("No space left", f"'{lab.BIN}'/{words} >/dev/full")
+        reading, writing = os.pipe()
+        os.set_blocking(writing, False)  # as another program may have left it
+        dump = lab.spawn([lab.STATION, "dump", self.stored], stdout=writing)
+        os.close(writing)
+        time.sleep(1)
+        with open(reading, encoding="utf-8") as slow:
+            self.assertEqual((slow.read(), dump.wait(lab.PATIENCE)), (self.expect(0, "dump", self.stored)[0], 0))
         dump = self.start([lab.STATION, "dump", self.stored])
         self.assertEqual(dump.stdout.readline(), "HEADER\n")
         dump.stdout.close()
         self.assertEqual(dump.wait(lab.PATIENCE), -signal.SIGPIPE)
+
+    def expect_unprinted(self, text, command):
+        code, _, errors = lab.call(["sh", "-c", command])
+        self.assertEqual((code, f"can't print the result: {text}" in errors), (1, True), errors)
+
+    def test_program_whose_error_nobody_reads_ends_by_a_signal(self):
+        _, writing = os.pipe()
+        os.set_blocking(writing, False)
+        os.write(writing, bytes(1 << 20))
+        os.set_blocking(writing, True)
+        for words in (["setup", "show", "/none.xml"], ["run", "--module", "CAN combo:99"],
+                      ["gui", "--sample-rate", "junk"]):
+            station = lab.spawn([lab.STATION, *words], stderr=writing)
+            self.addCleanup(lab.end, station)
+            lab.wait_until(lambda: "pipe_write" in Path(f"/proc/{station.pid}/wchan").read_text(), "it waits")
+            station.terminate()
+            self.assertEqual(station.wait(lab.PATIENCE), -signal.SIGTERM)
 
     def test_closed_standard_descriptors_do_not_become_a_recording(self):
         recording = self.path("a.pcapng")

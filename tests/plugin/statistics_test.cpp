@@ -118,9 +118,9 @@ TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
     }
     wire::Bytes cut = wire::tecmpData(0x41, {{0x10, 10, payload}, {0x10, 11, payload}});
     cut.pop_back();
-    push(cut, 12);
     feed.push(wire::asam(0x41, 1, 1, {0x10, 12, wire::Bytes(20)}));
     feed.push(wire::asam(0x41, 3, 2, {0x10, 13, wire::Bytes(20)}));
+    push(cut, 12);
     feed.push(wire::ethernet(0x0800));
     EXPECT_TRUE(feed.drain());
     EXPECT_EQ(event(130), "0");
@@ -145,7 +145,8 @@ TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
                 testing::ElementsAre(17, 1, 1, 0));
     std::vector<ModuleStatistics> modules;
     EXPECT_EQ(traffic->getModules(&modules), 0);
-    EXPECT_EQ(modules.at(0).sequenceGaps, 2U) << "9 is missing, and that of ASAM CMP is another";
+    EXPECT_EQ(modules.at(0).sequenceGaps, 3U) << "9 is missing, and that of ASAM CMP is another";
+    EXPECT_EQ(modules.at(0).missingFrames, 247U) << "a counter that goes back skips no thousands";
     EXPECT_EQ(modules.at(0).frames, 6U);
 }
 

@@ -46,7 +46,9 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     summary.channels[1].counts->noOutput = 4;
     summary.channels[1].overwritten = 5;
     summary.droppedFrames = 6;
+    summary.interfaceMessagesLeftOut = 3;
     summary.modules[0].timeStandsStill = true;
+    summary.modules[0].frames = {80, 1, 20};
     summary.recordings = {{"a.log", "a.log", 1, "candump log", 9, 300, 7, "", {{}, {true, 9, 7}}}};
     const auto lines = toTable(summary);
     EXPECT_THAT(
@@ -56,12 +58,14 @@ TEST(Summary, LossesAndClocksAreInEachForm) {
     EXPECT_THAT(lines, Contains(HasSubstr("LOST 14"))) << "though no frame came";
     EXPECT_THAT(lines, Contains(AllOf(HasSubstr("2 came too late"), HasSubstr("5 were over"))));
     for (const auto* const text :
-         {"LOST 6 Ethernet", "LOST 7", "TIME STANDS STILL", "not delivered: 8", "was earlier: 6"}) {
+         {"sequence counter: 1 gap, 20 frames missing", "LOST 6 Ethernet", "LOST 7",
+          "TIME STANDS STILL", "not delivered: 8", "was earlier: 6"}) {
         EXPECT_THAT(lines, Contains(HasSubstr(text)));
     }
     EXPECT_THAT(toProgressLine(summary), HasSubstr("14 LOST"));
     const auto json = nlohmann::json::parse(toJson(summary));
     EXPECT_EQ(json["lostMessages"], 14);
+    EXPECT_EQ(json["interfaceMessagesLeftOut"], 3);
     EXPECT_EQ(json["modules"][0]["serial"], "a\"\n\uFFFD");
     EXPECT_EQ(json["channels"][0]["recordings"].size(), 0U);
     EXPECT_EQ(json["channels"][1].dump(),

@@ -53,10 +53,17 @@ TEST_F(LiveFeedTest, EachChannelShowsItsLastMessageAndTheListAllInOrder) {
     can(0x18DA00F1, 1, 2'000'000);
     ChannelModel channels(feed);
     channels.update(feed);
-    EXPECT_THAT(row(channels, 0),
-                testing::ElementsAre("Front", "", "2", "0", "0x18DA00F1 (ext)", "AB", "0.002000"));
+    EXPECT_THAT(row(channels, 0), testing::ElementsAre("Front", "", "2", "0", "0x18DA00F1 (ext)",
+                                                       "AB", "0.002000", ""));
+    Summary summary;
+    summary.channels.resize(2);
+    summary.channels[1].counts = {.unusable = 5, .tooOld = 3};
+    feed.setAccounts(summary);
+    channels.update(feed);
     EXPECT_THAT(row(channels, 1),
-                testing::ElementsAre("Door", "", "1", "0", "17", "0F", "0.000000"));
+                testing::ElementsAre("Door", "", "1", "0", "17", "0F", "0.000000", "3"));
+    EXPECT_THAT(channels.data(channels.index(1, 7), Qt::ToolTipRole).toString().toStdString(),
+                testing::MatchesRegex("lost: 3 came too late.*\nnot delivered: 5 .*"));
     MessageModel messages(feed);
     messages.update(feed);
     ASSERT_EQ(messages.rowCount(), 3);

@@ -67,7 +67,9 @@ class PluginDrivers : public testing::Test {
 TEST_F(PluginDrivers, ChannelsAreFoundByTheIndicesThatTheyHave) {
     channel->setIndices(std::vector<std::int32_t>{4}.data(), 1);
     EXPECT_TRUE(host->channels().find({8, 0, 4}) && !host->channels().find({8, 0, 0}));
+    const auto behind = mountChannel(*host);
     host->channels().unmountChannel(channel.get());
+    EXPECT_THAT(host->channels().all(), testing::ElementsAre(behind));
     EXPECT_FALSE(host->channels().find({8, 0, 4}));
 }
 

@@ -101,7 +101,11 @@ TEST_F(Recorders, WhatThePluginLostIsToldOncePerChannelWithItsReasons) {
     other.output = 77;
     ChannelStatistics late = lossless;
     late.raised = 7;
-    EXPECT_THAT(recorder.takeCounts({late}, hasLost), ElementsAre(HasSubstr("7 messages have")));
+    late.unusable = 8;
+    EXPECT_THAT(recorder.takeCounts({late}, hasLost),
+                ElementsAre(HasSubstr("7 messages have"), HasSubstr("8 messages aren't")));
+    late.unusable = 9;
+    EXPECT_THAT(recorder.takeCounts({late}, hasLost), IsEmpty()) << "when first seen";
     EXPECT_FALSE(hasLost);
     EXPECT_THAT(recorder.takeCounts({other, lossy}, hasLost),
                 ElementsAre(AllOf(HasSubstr("\"C\" lost 20 messages: 2 came too late"),

@@ -81,6 +81,24 @@ TEST_F(SessionTest, SharedIdsAreTold) {
     EXPECT_THAT(told, Contains(HasSubstr("setup.xml, line 21: the ClockId 0 is that of line 13")));
 }
 
+TEST_F(SessionTest, ModulesThatThePluginCannotHaveAreToldWithTheirLine) {
+    using Case = std::tuple<const char*, const char*, const char*>;
+    for (const auto& [text, other, expected] :
+         {Case{"TypeId\">2<", "TypeId\">9<",
+               "line 21: there is no type of module with the DeviceTypeId 9"},
+          Case{"ConfigId\">5<", "ConfigId\">16<",
+               "line 14: a CAN combo can't have the ConfigId 16"},
+          Case{"ConfigId\">7<", "ConfigId\">69<",
+               "line 18: the module has the CM ID 0x45, as that of line 10"}}) {
+        session = make();
+        session->addModule(moduleOf("CAN combo", 5));
+        session->addModule(moduleOf("NeoviFire3", 7));
+        told.clear();
+        editSaved(text, other);
+        EXPECT_THAT(told, ElementsAre(HasSubstr(expected)));
+    }
+}
+
 TEST_F(SessionTest, TwoBusesOfOneOutputStayAsTheSetupHasThem) {
     session->addModule(moduleOf("CAN combo", 5, "Front"));
     editSaved("<value key=\"ChId\">1<", "<value key=\"ChId\">0<");
@@ -126,6 +144,31 @@ TEST(CoverageTest, SilenceAndWhatIsNotRecordedStayKnownUntilTheNextMeasurement) 
     summary.hasInterfaceGap = true;
     look(9.0, 0.0);
     EXPECT_THAT(coverage.getGaps(), Contains(HasSubstr("network interface")));
+}
+
+TEST(CoverageTest, WhateverMayBeMissingOrWrongIsAGap) {
+    Summary summary;
+    summary.modules.resize(1);
+    summary.channels.resize(1);
+    summary.interfaces.resize(1);
+    Coverage coverage;
+    coverage.note(summary);
+    EXPECT_THAT(coverage.getGaps(), IsEmpty());
+    summary.modules[0].timeStandsStill = true;
+    coverage.note(summary);
+    summary.modules[0].timeStandsStill = false;
+    summary.modules[0].frames = {9, 1, 2};
+    summary.modules[0].clock.emplace().jumps = 3;
+    summary.channels[0].counts = {.unusable = 4, .raised = 5};
+    summary.interfaces[0].malformed = 6;
+    coverage.note(summary);
+    std::vector<testing::Matcher<std::string>> texts;
+    for (const auto* const text :
+         {"1 gap, 2 frames missing", "stands still", "(3 so far)", "4 messages aren't delivered",
+          "5 messages have the time", "6 malformed frames came in on interfaces that"}) {
+        texts.emplace_back(HasSubstr(text));
+    }
+    EXPECT_THAT(coverage.getGaps(), testing::ElementsAreArray(texts));
 }
 
 }  // namespace
