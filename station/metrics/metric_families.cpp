@@ -165,6 +165,8 @@ class Page {
         Family gaps =
             counter("cmp_module_sequence_gaps_total",
                     "Frames whose sequence counter isn't the successor of the one before.");
+        Family missing = counter("cmp_module_missing_frames_total",
+                                 "Frames that are missing in the gaps whose length is known.");
         for (std::size_t i = 0; i < summary.modules.size(); ++i) {
             const Module& module = summary.modules[i];
             if (module.type.empty()) {
@@ -182,6 +184,7 @@ class Page {
             if (module.frames) {
                 frames.add(labels, module.frames->frames);
                 gaps.add(labels, module.frames->sequenceGaps);
+                missing.add(labels, module.frames->missingFrames);
             }
         }
     }
