@@ -79,17 +79,26 @@ class Link:
         self.is_there = False
         self.module = self.draw.choice(silent)
         self.module.held = True
-        lab.ip(f"link del {self.name()}")
+        self.end()
         return True
 
     def make_again(self):
-        lab.add_link(self.name(), self.module.interface)
+        self.begin()
         lab.ip(f"link set {self.name()} up")
         self.is_there = True
 
+    def end(self):
+        lab.ip(f"link del {self.name()}")
+
+    def begin(self):
+        lab.add_link(self.name(), self.module.interface)
+
+    def is_captured(self):
+        return is_captured(self.name())
+
     def release(self):
         """Lets the module send again when the station listens."""
-        if self.is_there and self.module and is_captured(self.name()):
+        if self.is_there and self.module and self.module.held and self.is_captured():
             self.module.held = False
 
     def name(self):

@@ -21,6 +21,7 @@ LINKS = 22
 CHANNELS = 3  # of each module
 NEVER_QUIET = 5000  # messages a second, in frames of one
 TYPES = ["CAN combo", "LIN combo", "NeoviFire3"]
+RATES = [1, 10, 50, 200]  # of the others
 JUMPS = [0.05, 0.3, 0.9, 1.1, 5, 60]  # seconds, both ways
 DISCARDED = ["tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput"]
 FATES = ["delivered", *DISCARDED, "beforeStart", "afterEnd"]
@@ -41,6 +42,10 @@ class Module:
         self.sent = Counter()
         self.runs = self.jumps = 0
 
+    def load(self):
+        """Channels that send in the next run, and how many messages a second on each."""
+        return (1, NEVER_QUIET) if self.busy else (CHANNELS, self.random.choice(RATES))
+
     def options(self, rest):
         """Of the next run, which may last `rest` seconds; and how long it is."""
         draw = self.random
@@ -53,8 +58,7 @@ class Module:
         if self.busy or draw.random() < 0.6:
             self.jumps += 1
             clock += f",jump={draw.choice(JUMPS) * draw.choice([1, -1])}@{draw.uniform(0, duration):.3f}"
-        channels = 1 if self.busy else CHANNELS
-        rate = NEVER_QUIET if self.busy else draw.choice([1, 10, 50, 200])
+        channels, rate = self.load()
         self.terminates = draw.random() < 0.3
         return duration, [f"{self.type}:{self.config_id},channels={channels},{clock}"], [
             "--rate", rate, "--seed", draw.randrange(10**6), "--duration", duration + 60 * self.terminates,
