@@ -15,6 +15,7 @@
 #include "station/cli/recordings.h"
 #include "station/cli/service_manager.h"
 #include "station/cli/setups.h"
+#include "station/cli/waiting.h"
 #include "station/metrics/metrics_module.h"
 #include "station/permission.h"
 #include "station/session/measurement.h"
@@ -41,6 +42,7 @@ Examples:
   cmp-station run --module "CAN combo:5" --record - | tshark -r -
   cmp-station run --setup bench.xml --record-raw evidence.pcapng
   cmp-station run --setup bench.xml --metrics 9464
+  cmp-station run --setup bench.xml --interface eth1 --wait --record drive.pcapng --duration 60
   cmp-station run --module "CAN combo:5" --json --quiet --duration 10)";
 
 constexpr double longestDuration = 1e9;  // seconds
@@ -62,6 +64,7 @@ struct RunOptions {
     double duration = 0.0;
     std::string metrics;  ///< empty: no page
     double waitingMegabytes = static_cast<double>(RecordingQueue::defaultLimit) / megabyte;
+    bool waits = false;
     bool overwrite = false;
     bool json = false;
     bool quiet = false;
@@ -79,9 +82,8 @@ void tellAll(LiveView& view, const std::vector<std::string>& texts) {
 /// Returns why the plug-in failed, empty if it didn't: what came before it is recorded and shown
 /// all the same.
 std::string measure(const RunOptions& options, Measurement& measurement, LiveView& view,
-                    MetricsPage* page, StopSignal& stop) {
+                    MetricsPage* page, ServiceManager& manager, StopSignal& stop) {
     std::string failure;
-    ServiceManager manager;
     const auto start = Clock::now();
     const auto end = options.duration > 0.0
                          ? start + std::chrono::duration_cast<Clock::duration>(
@@ -102,7 +104,7 @@ std::string measure(const RunOptions& options, Measurement& measurement, LiveVie
         nextPoll = std::max(nextPoll + Measurement::period, now);
         try {
             tellAll(view, measurement.poll(now));
-            manager.tellMeasuring(now);
+            manager.tellAlive(now, "Measuring");
         } catch (const PluginError& error) {
             failure = error.what();
         }
@@ -153,26 +155,64 @@ void requireModules(bool areThere, const std::string& otherwise) {
     }
 }
 
+std::vector<std::string> allRecordings(const RunOptions& options) {
+    std::vector<std::string> all = options.recordings;
+    std::ranges::copy(options.frameRecordings, std::back_inserter(all));
+    return all;
+}
+
+/// A session begins with it.
+void openAll(const RunOptions& options, PartRules rules, RecordingSet& messages,
+             RecordingSet& frames) {
+    rules.session = newSession(allRecordings(options), rules);
+    openRecordings(messages, options.recordings, options.overwrite, rules);
+    for (const std::string& path : options.frameRecordings) {
+        frames.openForFrames(path, options.overwrite, rules);
+    }
+}
+
+/// Throws what `openAll` would throw, and leaves everything as it is. A pipe isn't tried: its
+/// reader would take that for its end.
+void tryAll(RunOptions options, const PartRules& rules) {
+    for (auto* const paths : {&options.recordings, &options.frameRecordings}) {
+        std::erase_if(*paths, [](const std::string& path) {
+            return path != AppendFile::standardOutput && AppendFile::isStreamPath(path);
+        });
+    }
+    RecordingSet messages;
+    RecordingSet frames;
+    openAll(options, rules, messages, frames);
+}
+
 ExitCode run(const RunOptions& options, StopSignal& stop) {
     requireModules(!options.setup.empty() || !options.modules.empty(),
                    "there is nothing to capture");
-    std::vector<std::string> allRecordings = options.recordings;
-    std::ranges::copy(options.frameRecordings, std::back_inserter(allRecordings));
-    const bool isPiped = takesStandardOutput(allRecordings, options.json);
+    const std::vector<std::string> paths = allRecordings(options);
+    const bool isPiped = takesStandardOutput(paths, options.json);
     const auto page = options.metrics.empty() ? nullptr : openMetricsPage(options.metrics);
     checkCapturePermission();
     const auto recordings = std::make_shared<RecordingSet>();
-    PartRules rules = parsePartRules(options.parts);
-    rules.session = newSession(allRecordings, rules);
-    openRecordings(*recordings, options.recordings, options.overwrite, rules);
+    const PartRules rules = parsePartRules(options.parts);
     const auto frameRecordings = std::make_shared<RecordingSet>();
-    for (const std::string& path : options.frameRecordings) {
-        frameRecordings->openForFrames(path, options.overwrite, rules);
+    if (options.waits) {
+        tryAll(options, rules);
+    } else {
+        openAll(options, rules, *recordings, *frameRecordings);
     }
     const auto session = openSession(options.plugin, options.setup, options.sampleRate);
     addModules(*session, options.modules);
     requireModules(!session->getModules().empty(), options.setup + " has no modules");
     selectInterfaces(session->driver(), options.interfaces);
+    if (!paths.empty() && !isTerminal(STDOUT_FILENO) && !isTerminal(STDERR_FILENO)) {
+        stop.keepHangups();
+    }
+    ServiceManager manager;
+    if (options.waits) {
+        if (!waitForModule(*session, options.interfaces, manager, stop)) {
+            return ExitCode::Good;
+        }
+        openAll(options, rules, *recordings, *frameRecordings);
+    }
     Measurement measurement(*session, recordings,
                             static_cast<std::size_t>(options.waitingMegabytes * megabyte));
     tellWhatIsLeftOut(*recordings, measurement.summarize());
@@ -186,9 +226,6 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
 
     const int tableDescriptor = options.json || isPiped ? STDERR_FILENO : STDOUT_FILENO;
     LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
-    if (!allRecordings.empty() && !isTerminal(STDOUT_FILENO) && !isTerminal(STDERR_FILENO)) {
-        stop.keepHangups();
-    }
     stop.setFarewell(view.getRestore(), tableDescriptor);
     if (measurement.summarize().channels.empty()) {
         view.tell(
@@ -196,9 +233,9 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
                         "of a module",
                         noChannelIsUsed, options.setup));
     }
-    const std::string failure = measure(options, measurement, view, page.get(), stop);
+    const std::string failure = measure(options, measurement, view, page.get(), manager, stop);
     view.end();
-    printReport(measurement.summarize(), allRecordings, options.json, options.quiet);
+    printReport(measurement.summarize(), paths, options.json, options.quiet);
     stop.beginCleanUp();
     if (!failure.empty()) {
         throw UserError(ExitCode::Failed, failure);
@@ -252,6 +289,9 @@ void addRunCommand(CLI::App& app, Command& chosen) {
                      "End after S seconds, also if a leading clock is still awaited")
         ->type_name("S")
         ->check(within(0.001, longestDuration));
+    command->add_flag("--wait", options->waits,
+                      "Begin when a module is heard; an interface may also appear then. Nothing is "
+                      "recorded if it is ended before");
     command
         ->add_option("--waiting", options->waitingMegabytes,
                      "Megabytes of messages that may wait for a slow disk, 256 by default")

@@ -85,12 +85,12 @@ bool ServiceManager::send(std::string_view text) {
     return ::send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL) >= 0;
 }
 
-void ServiceManager::tellMeasuring(Clock::time_point now) {
+void ServiceManager::tellAlive(Clock::time_point now, std::string_view status) {
     if (!socket.isOpen()) {
         return;
     }
-    if (!isStartTold) {
-        isStartTold = send("READY=1\nSTATUS=Measuring");
+    if (status != statusTold && send(fmt::format("READY=1\nSTATUS={}", status))) {
+        statusTold = status;
     }
     if (feedingPeriod != Clock::duration::zero() && now >= nextFeeding && send("WATCHDOG=1")) {
         nextFeeding = now + feedingPeriod;

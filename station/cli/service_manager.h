@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 #include <string_view>
 
 #include "core/descriptor.h"
@@ -19,9 +20,10 @@ class ServiceManager {
     /// Reads the environment. A socket that can't be reached is reported to the user.
     ServiceManager();
 
-    /// To be called as often as the measuring loop turns: reports the start the first time, then
-    /// feeds the watchdog, if there is one, twice in its time.
-    void tellMeasuring(Clock::time_point now);
+    /// To be called as often as the measuring loop turns: reports that the program has started, and
+    /// what it does whenever that is another thing, and feeds the watchdog, if there is one, twice
+    /// in its time.
+    void tellAlive(Clock::time_point now, std::string_view status);
     /// That the program is about to end, which may take a while with a slow disk.
     void tellStopping();
 
@@ -31,7 +33,7 @@ class ServiceManager {
     Descriptor socket;                ///< closed if there is no manager
     Clock::duration feedingPeriod{};  ///< zero without a watchdog
     Clock::time_point nextFeeding{};
-    bool isStartTold = false;
+    std::string statusTold;
 };
 
 }  // namespace station

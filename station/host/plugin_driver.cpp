@@ -242,6 +242,13 @@ void PluginDriver::updateDevices() {
                static_cast<HostGnssDeviceCollection*>(&host->gnssPlaces()));
 }
 
+/// The interfaces are opened as for a measurement, and read for the modules' status alone.
+void PluginDriver::listen() {
+    const char* const step = "listen to its modules";
+    sendEvent(step, PluginEvent::startCapture);
+    sendEvent(step, PluginEvent::startSetupRead);
+}
+
 void PluginDriver::start() {
     requireConnection();
     const char* const step = "start the measurement";

@@ -18,6 +18,7 @@ namespace station {
 ///
 ///     connect
 ///     loadSettings, loadSetup, updateDevices        (or clearSetup)
+///     listen                                        (or not)
 ///     start
 ///         poll ... poll                             every 20 ms or so
 ///         endPart, poll ... until isDrained
@@ -101,6 +102,9 @@ class PluginDriver {
     /// What the plug-in says of network interfaces since the last call, for the user; none if it
     /// doesn't say.
     std::vector<InterfaceMessage> takeInterfaceMessages();
+
+    /// From now on `ModuleState::isConnected` tells which modules are heard, before a measurement.
+    void listen();
 
     void start();
     /// The periodic call; nothing where no measurement runs.

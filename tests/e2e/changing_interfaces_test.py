@@ -1,6 +1,7 @@
 """Many interfaces, which come, go, repeat each other and begin to carry frames, and stops of the station."""
 
 import functools
+import json
 import resource
 import signal
 import time
@@ -81,6 +82,26 @@ class ChangingInterfaces(Case):
                 self.wait_for("interface late1 went away")
                 lab.wait_until(lambda: len(list(open_files.iterdir())) <= before, "it is closed")
         self.expect_all_of("far0", "far1", "sim0")
+
+    def test_a_run_that_waits_begins_with_the_first_module_on_its_interface(self):
+        recording = self.path("a.pcapng")
+        self.capture("--wait", "--interface", "late5", "--record", recording, "--duration", 2)
+        self.wait_for('waiting until "Front" is heard on late5\n')
+        self.send("sim0")
+        self.station.process.send_signal(signal.SIGHUP)
+        self.assertFalse(recording.exists())
+        self.add_link("late5")
+        self.addCleanup(lab.end, lab.start_simulator(MODULE, "--rate", 100, "--duration", 60, interface="far5"))
+        code, output, _ = self.station.finish()
+        frames = sum(channel["frames"] for channel in json.loads(output)["channels"])
+        self.assertEqual((code, len(traffic.read_with_tshark(recording))), (0, frames))
+        self.assertGreater(frames, 50)
+        self.expect(1, "run", "--module", *FRONT, "--wait", "--record", recording)
+        for number in (signal.SIGINT, signal.SIGTERM):
+            recording.unlink(missing_ok=True)
+            self.capture("--wait", "--interface", "late6", "--record", recording)
+            self.assertEqual(self.station.stop_with_any_code(number)[:2], (0, {}))
+            self.assertFalse(recording.exists())
 
     def test_what_waits_when_an_interface_goes_away_is_read(self):
         for is_late in (False, True):

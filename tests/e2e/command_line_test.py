@@ -211,6 +211,9 @@ class CommandLine(Case):
                     self.assertIn(b"STOPPING=1\n", manager.recv(100))
                 else:
                     self.assertEqual({manager.recv(100) for _ in range(5)}, {b"WATCHDOG=1"})
+                    self.start([lab.STATION, "run", "--module", *CAN, "--wait"], env=variables)
+                    manager.settimeout(lab.PATIENCE)
+                    lab.wait_until(lambda: b"READY=1\nSTATUS=waiting" in manager.recv(100), "it waits")
 
     def test_without_the_right_to_capture_it_says_how_to_get_it(self):
         for arguments in (["run", "--module", *CAN], ["dump", "--interface", "lo"]):
