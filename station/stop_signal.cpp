@@ -110,7 +110,10 @@ void StopSignal::watch() {
         seen = looks;
         waited = patience;
         if (waitForSignal(waited) != 0) {
-            endProgram();
+            if (!keepsSecond || hadSecond.exchange(true)) {
+                endProgram();
+            }
+            ++looks;
         }
         pollfd end{destroyed, POLLIN, 0};
         if (poll(&end, 1, 0) == 1) {

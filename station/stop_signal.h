@@ -37,6 +37,9 @@ class StopSignal {
     bool takeHangup() { return hadHangup.exchange(false); }
     /// From now on the program waits for nobody but the system: only a second request ends it.
     void beginCleanUp() { patience = forever; }
+    /// From now on the program looks for a second request too, and only a third one ends it.
+    void keepSecond() { keepsSecond = true; }
+    bool isRequestedTwice() const { return hadSecond; }
     /// For a program that may do more between two looks than most.
     void setPatience(std::chrono::milliseconds time) { patience = static_cast<int>(time.count()); }
     /// Written there before the program is ended, to restore a terminal. A literal, or null.
@@ -59,6 +62,8 @@ class StopSignal {
     std::atomic<int> patience{400};  ///< milliseconds
     std::atomic<bool> keepsHangups{false};
     std::atomic<bool> hadHangup{false};
+    std::atomic<bool> keepsSecond{false};
+    std::atomic<bool> hadSecond{false};
     std::atomic<int> looks{0};  ///< how often the program has seen the request
     std::atomic<const char*> farewell{nullptr};
     std::atomic<int> farewellDescriptor{-1};

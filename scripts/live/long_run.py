@@ -1,6 +1,6 @@
 """The run of scripts/soak: long_run.py [SECONDS [SEED]]
 
-What happens to a station in weeks, in little time: recordings in parts of ten seconds of which few are kept, a
+What happens to a station in weeks, in little time: recordings in parts of ten seconds, compressed, of which few are kept, a
 hangup for another part now and then, modules that begin, end, restart and jump as in soak.py, interfaces that go
 down and come up, and a setup that is saved while the run has it open. A link is made to each part, so that it can
 be read in the end although the station has removed it."""
@@ -69,13 +69,16 @@ class Parts:
 
     def look(self):
         for path in self.recorded.iterdir():
-            if not (link := self.kept / path.name).exists():
-                os.link(path, link)
+            if path.suffix != ".tmp" and not (link := self.kept / path.name).exists():
+                with contextlib.suppress(FileNotFoundError):
+                    os.link(path, link)
 
     def of(self, recording):
-        """Those of the recording to that path; and of them those that the station has left."""
+        """Those of the recording to that path, compressed if they were; and of them those that the station has left."""
         name = f"{recording.stem}-*{recording.suffix}"
-        return sorted(self.kept.glob(name)), sorted(self.kept / path.name for path in self.recorded.glob(name))
+        compressed = [path.with_name(path.name + ".zst") for path in sorted(self.kept.glob(name))]
+        return ([path if path.exists() else path.with_suffix("") for path in compressed],
+                sorted(self.kept / path.name for path in self.recorded.glob(name + "*")))
 
 
 class Levels:
@@ -124,15 +127,15 @@ def run(folder, seconds, seed):
     setup, told, parts = folder / "soak.xml", folder / "told", Parts(folder)
     make_setup(setup, modules)
     with contextlib.ExitStack() as stack:
-        station = lab.Station((), "--quiet", "--rotate", f"time={PART}s", "--keep", KEEP, setup=setup,
-                              record=[parts.recorded / f"bench{ending}" for ending in ENDINGS],
-                              stderr=stack.enter_context(told.open("w")))
+        options = ["--quiet", "--rotate", f"time={PART}s", "--keep", KEEP, "--compress", "zstd"]
+        station = lab.Station((), *options, setup=setup, stderr=stack.enter_context(told.open("w")),
+                              record=[parts.recorded / f"bench{ending}" for ending in ENDINGS])
         process = station.process
         stack.callback(lab.end, process)
         link, levels = Link(draw, modules[1:], told), Levels(process.pid)
         at_once = (0, 0)
         troubles = {
-            "interfaces down and up": faults.Trouble(draw, 12, (0.1, 3), link.take_away, link.make_again),
+            "interfaces down and up": faults.Trouble(draw, 3, (0.1, 3), link.take_away, link.make_again),
             "setups saved": faults.Trouble(draw, 15, at_once, lambda: save_setup(setup, draw), lambda: None),
             "hangups": faults.Trouble(draw, 25, at_once, lambda: process.send_signal(signal.SIGHUP), lambda: None),
         }
@@ -178,6 +181,9 @@ def check_recording(recording, report, parts):
         wrong.append(f"{path.name}: {len(all_parts)} parts instead of {recording.get('parts', 1)}")
     if left != all_parts[-KEEP:]:
         wrong.append(f"{path.name}: of its parts {[part.name for part in left]} are there instead of the last {KEEP}")
+    unlike = [part.name for part in all_parts if part.suffix != ".zst"]
+    if len(unlike) > len(all_parts) // 2 or set(unlike) & {part.name for part in left}:
+        wrong.append(f"{path.name}: these parts were not compressed: {unlike}")
     told = Counter({channel["name"]: there["records"] for channel in report["channels"]
                     for there in channel["recordings"] if there["path"] == recording["path"]})
     if told.total() != recording["records"]:

@@ -82,6 +82,12 @@ void addPartOptions(CLI::App& command, PartOptions& options) {
         ->type_name("N")
         ->check(within(1, mostKept));
     command
+        .add_option("--compress", options.compression,
+                    "Compress each of these files once it is closed, as FILE.zst; convert reads "
+                    "those too")
+        ->type_name("zstd")
+        ->check(CLI::IsMember({"zstd"}).description(""));
+    command
         .add_option("--min-free", options.minFree,
                     "Record nothing while less than SIZE, such as 2GB, is free on the disk")
         ->type_name("SIZE");
@@ -111,6 +117,13 @@ PartRules parsePartRules(const PartOptions& options) {
     }
     if (rules.keep != 0 && !rules.isRotating()) {
         throw UserError("--keep is for recordings in several files: say when with --rotate");
+    }
+    if (!options.compression.empty()) {
+        if (!rules.isRotating()) {
+            throw UserError(
+                "--compress is for recordings in several files: say when with --rotate");
+        }
+        rules.compressor = std::make_shared<PartCompressor>();
     }
     return rules;
 }

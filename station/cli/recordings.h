@@ -16,9 +16,10 @@ struct PartOptions {
     std::vector<std::string> rotate;
     std::size_t keep = 0;
     std::string minFree;
+    std::string compression;
 };
 void addPartOptions(CLI::App& command, PartOptions& options);
-/// Throws UserError.
+/// With a compressor, if parts are to be compressed. Throws UserError.
 PartRules parsePartRules(const PartOptions& options);
 /// Opens all; throws UserError.
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,

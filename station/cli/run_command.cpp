@@ -236,6 +236,9 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     const std::string failure = measure(options, measurement, view, page.get(), manager, stop);
     view.end();
     printReport(measurement.summarize(), paths, options.json, options.quiet);
+    if (rules.compressor) {
+        waitForCompression(*rules.compressor, options.quiet, stop);
+    }
     stop.beginCleanUp();
     if (!failure.empty()) {
         throw UserError(ExitCode::Failed, failure);

@@ -3,10 +3,15 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <thread>
 
 #include "core/string_helper.h"
+#include "station/cli/live_view.h"
 #include "station/terminal_text.h"
 
 namespace station {
@@ -54,6 +59,40 @@ bool waitForModule(Session& session, const std::vector<std::string>& interfaces,
     }
     stop.takeHangup();  // there is no file yet that could be ended
     return true;
+}
+
+void waitForCompression(PartCompressor& compressor, bool quiet, StopSignal& stop) {
+    constexpr auto period = std::chrono::milliseconds(50);
+    const bool isShown = !quiet && isTerminal(STDERR_FILENO);
+    const bool wasRequested = stop.isRequested();
+    stop.keepSecond();
+    stop.beginCleanUp();
+    bool isStopped = false;
+    std::string line;
+    while (const auto progress = compressor.getProgress()) {
+        isStopped = wasRequested ? stop.isRequestedTwice() : stop.isRequested();
+        if (isStopped) {
+            break;
+        }
+        const std::string text = fmt::format(
+            "\rcompressing {}: {:3.0f} %{}\033[K", printable(progress->path), progress->share * 100,
+            progress->waiting == 0 ? "" : fmt::format(", {} more", progress->waiting));
+        if (isShown && text != line) {
+            std::fputs(text.c_str(), stderr);
+            line = text;
+        }
+        std::this_thread::sleep_for(period);
+    }
+    compressor.cancel();
+    if (!line.empty()) {
+        std::fputs("\r\033[K", stderr);
+    }
+    for (const std::string& text : compressor.takeTexts()) {
+        printMessage(text);
+    }
+    if (isStopped) {
+        printMessage("stopped: what isn't compressed stays as it is");
+    }
 }
 
 }  // namespace station

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -43,6 +44,12 @@ InputFile::InputFile(std::string path) : filePath(std::move(path)) {
         throw unreadable(filePath, "it is not a regular file");
     }
     fileSize = static_cast<std::uint64_t>(status.st_size);
+    std::array<std::uint8_t, ZstdInput::markSize> mark{};
+    if (::pread(fd, mark.data(), mark.size(), 0) > 0 && ZstdInput::isMark(mark)) {
+        compressed = std::make_unique<ZstdInput>(fd, fileSize);
+        fileSize = compressed->getSize();
+        errorText = fileSize == 0 ? compressed->getEndText() : "";
+    }
 }
 
 InputFile::~InputFile() {
@@ -58,13 +65,21 @@ std::span<const std::uint8_t> InputFile::view(std::uint64_t offset, std::size_t 
 }
 
 void InputFile::fill(std::uint64_t offset, std::size_t size) {
+    // What is there already isn't read again, as that can be costly in a compressed file.
+    const std::size_t kept = offset < windowStart || offset - windowStart > windowSize
+                                 ? 0
+                                 : windowSize - static_cast<std::size_t>(offset - windowStart);
+    std::copy(window.begin() + static_cast<std::ptrdiff_t>(windowSize - kept),
+              window.begin() + static_cast<std::ptrdiff_t>(windowSize), window.begin());
     windowStart = offset;
-    windowSize = 0;
-    if (offset >= fileSize) {
+    windowSize = kept;
+    size = static_cast<std::size_t>(
+        std::min<std::uint64_t>(size, fileSize - std::min(offset, fileSize)));
+    window.resize(std::max(window.size(), size));
+    if (compressed) {
+        fillCompressed(size);
         return;
     }
-    size = static_cast<std::size_t>(std::min<std::uint64_t>(size, fileSize - offset));
-    window.resize(std::max(window.size(), size));
     while (windowSize < size) {
         const ssize_t count = ::pread(fd, window.data() + windowSize, size - windowSize,
                                       static_cast<off_t>(offset + windowSize));
@@ -78,6 +93,18 @@ void InputFile::fill(std::uint64_t offset, std::size_t size) {
             return;
         }
         windowSize += static_cast<std::size_t>(count);
+    }
+}
+
+void InputFile::fillCompressed(std::size_t size) {
+    if (windowSize < size) {
+        windowSize += compressed->read(windowStart + windowSize,
+                                       {window.data() + windowSize, size - windowSize});
+    }
+    if (windowSize < size && !compressed->getErrorText().empty()) {
+        errorText = fmt::format("{} can't be read on: {}", filePath, compressed->getErrorText());
+    } else if (windowStart + windowSize == fileSize) {
+        errorText = compressed->getEndText();
     }
 }
 

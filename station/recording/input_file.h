@@ -2,14 +2,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "station/recording/zstd_input.h"
+
 namespace station {
 
 /// A file that is read in pieces, mostly one behind the other. It may end anywhere, also earlier
-/// than it did when it was opened.
+/// than it did when it was opened. One that is compressed with zstd is read as what it holds.
 class InputFile {
   public:
     /// Throws UserError (unreadable) if it can't be opened or isn't a regular file.
@@ -28,10 +31,12 @@ class InputFile {
 
   private:
     void fill(std::uint64_t offset, std::size_t size);
+    void fillCompressed(std::size_t size);
 
     const std::string filePath;
     int fd = -1;
     std::uint64_t fileSize = 0;
+    std::unique_ptr<ZstdInput> compressed;  ///< null: it isn't
     std::vector<std::uint8_t> window;
     std::uint64_t windowStart = 0;
     std::size_t windowSize = 0;  ///< bytes in `window` that are the file's

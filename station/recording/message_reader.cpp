@@ -38,6 +38,13 @@ constexpr ReadableFormat readableFormats[] = {
     {"time,channel,", ".csv", openWith<CsvReader>},
 };
 
+std::string lowerCase(std::string text) {
+    std::ranges::transform(text, text.begin(), [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    });
+    return text;
+}
+
 bool isPlainText(std::string_view bytes) {
     return std::ranges::none_of(bytes, [](unsigned char c) {
         constexpr unsigned char firstPrintable = 0x20;
@@ -58,10 +65,11 @@ std::unique_ptr<MessageReader> openMessages(const std::string& path) {
         }
     }
     // Also when it is shorter than the first bytes of its format.
-    std::string ending = std::filesystem::path(path).extension().string();
-    std::ranges::transform(ending, ending.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
+    std::filesystem::path name(path);
+    if (lowerCase(name.extension().string()) == ".zst") {
+        name = name.stem();
+    }
+    const std::string ending = lowerCase(name.extension().string());
     for (const ReadableFormat& format : readableFormats) {
         if (ending == format.ending && isPlainText(head)) {
             return format.open(path);

@@ -83,7 +83,7 @@ void PcapngReader::stop(const std::string& reason) {
 /// The block at `position`, and on to the next. False at the end, and where it can't be read.
 bool PcapngReader::readBlock(Block& block) {
     constexpr std::size_t least = 12;
-    if (position == file.getSize() && position != 0) {
+    if (position == file.getSize() && position != 0 && file.getErrorText().empty()) {
         return false;
     }
     const auto head = file.view(position, least);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
+#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -52,6 +53,9 @@ RecordingSeries::RecordingSeries(std::string path, bool overwrite, PartRules par
       rules(rulesFor(wantedPath, partRules)),
       open(openNext),
       session(rules.session.empty() ? newSession({wantedPath}, rules) : rules.session) {
+    if (rules.compressor) {
+        PartCompressor::removeLeftovers(wantedPath);
+    }
     openPart(overwrite);
     noteFormat();
 }
@@ -145,6 +149,8 @@ void RecordingSeries::closePart() {
     if (!part->close()) {
         error = part->errorText();
         noteFailure();
+    } else if (rules.compressor) {
+        rules.compressor->add(partPath);
     }
 }
 
@@ -171,7 +177,11 @@ void RecordingSeries::leavePart() {
 void RecordingSeries::dropOldParts() {
     while (rules.keep != 0 && kept.size() >= rules.keep) {
         std::error_code failure;
-        std::filesystem::remove(kept.front(), failure);
+        if (rules.compressor) {
+            failure = rules.compressor->remove(kept.front());
+        } else {
+            std::filesystem::remove(kept.front(), failure);
+        }
         if (failure) {
             texts.push_back(
                 fmt::format("{} can't be removed: {}", kept.front(), failure.message()));
@@ -242,6 +252,14 @@ void RecordingSeries::close() {
     if (part) {
         closePart();
     }
+}
+
+std::vector<std::string> RecordingSeries::takeTexts() {
+    std::vector<std::string> all = std::exchange(texts, {});
+    if (rules.compressor) {
+        std::ranges::move(rules.compressor->takeTexts(), std::back_inserter(all));
+    }
+    return all;
 }
 
 std::uint64_t RecordingSeries::total(std::uint64_t Counts::*count) const {

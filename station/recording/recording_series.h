@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "station/recording/part_compressor.h"
 #include "station/recording/recording.h"
 
 namespace station {
@@ -24,6 +25,8 @@ struct PartRules {
     /// That of the measurement (`newSession`), for names of parts and for headers. Empty: headers
     /// have none.
     std::string session = {};
+    /// Gets the parts that are closed; null: they stay as they are.
+    std::shared_ptr<PartCompressor> compressor = {};
 
     /// Whether there is to be more than one part in any case.
     bool isRotating() const { return bytes != 0 || nanoseconds != 0 || records != 0; }
@@ -38,6 +41,7 @@ std::string newSession(const std::vector<std::string>& paths, const PartRules& r
 /// The parts of a recording to "drive.log" that goes by rules are "drive-SESSION-0001.log" and so
 /// on, SESSION being the identifier of the measurement. Else the first part is "drive.log". Each
 /// has all channels in front, and session and number in its header if the rules have a session.
+/// Those that are closed may be compressed: "drive-SESSION-0001.log.zst".
 ///
 /// A recording that fails, as its disk is full or its directory is gone, goes on in another part
 /// when that is possible again; what comes in meanwhile is lost and counted.
@@ -75,7 +79,7 @@ class RecordingSeries {
     void endPart() { isPartToEnd = true; }
 
     /// What the user must know since the last call: failures, and that it goes on.
-    std::vector<std::string> takeTexts() { return std::exchange(texts, {}); }
+    std::vector<std::string> takeTexts();
     /// Nothing is written at the moment.
     bool failed() const { return !part || part->failed(); }
     const std::string& path() const { return wantedPath; }
@@ -98,6 +102,7 @@ class RecordingSeries {
     void openPart(bool overwrite);
     void closePart();
     void leavePart();
+    void closePart();
     bool isPartFull(std::int64_t utcNanoseconds) const;
     void noteFailure();
     void tryToGoOn(Clock::time_point now);

@@ -69,5 +69,21 @@ TEST(StopSignalTest, SecondRequestEndsAnyProgram) {
     EXPECT_EXIT(run(SIGTERM, cleaningUp), ExitedWithCode(1), "^clean, restored, ended at once\n$");
 }
 
+TEST(StopSignalTest, SecondRequestIsToldWhereItIsKeptAndTheThirdEndsTheProgram) {
+    const Work keeping = [](StopSignal& stop) {
+        stop.keepSecond();
+        look(stop);
+        stop.beginCleanUp();
+        kill(getpid(), SIGTERM);
+        while (!stop.isRequestedTwice()) {
+        }
+        std::this_thread::sleep_for(seconds(1));
+        say("twice, ");
+        kill(getpid(), SIGTERM);
+        waitForEver();
+    };
+    EXPECT_EXIT(run(SIGTERM, keeping), ExitedWithCode(1), "^twice, restored, ended at once\n$");
+}
+
 }  // namespace
 }  // namespace station
