@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "station/errors.h"
+#include "station/offline/compressed_stream.h"
 
 namespace station {
 namespace {
@@ -28,8 +29,15 @@ class StoredHandle final : public CaptureHandle {
 StoredFrames::StoredFrames(const std::string& filePath)
     : path(filePath), file(nullptr, pcap_close) {
     char text[PCAP_ERRBUF_SIZE] = {};
-    file.reset(
-        pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, text));
+    constexpr u_int precision = PCAP_TSTAMP_PRECISION_NANO;
+    if (std::FILE* const compressed = openCompressedStream(path); compressed == nullptr) {
+        file.reset(pcap_open_offline_with_tstamp_precision(path.c_str(), precision, text));
+    } else {
+        file.reset(pcap_fopen_offline_with_tstamp_precision(compressed, precision, text));
+        if (!file) {
+            std::fclose(compressed);
+        }
+    }
     if (!file) {
         throw UserError(ExitCode::Unreadable, fmt::format("can't read {}: {}", path, text));
     }

@@ -26,6 +26,7 @@ class InputFile {
     std::span<const std::uint8_t> view(std::uint64_t offset, std::size_t size);
 
     std::uint64_t getSize() const { return fileSize; }
+    bool isCompressed() const { return compressed != nullptr; }
     const std::string& getPath() const { return filePath; }
     const std::string& getErrorText() const { return errorText; }  ///< empty: none
 

@@ -1,5 +1,7 @@
 #include "station/offline/stored_frames.h"
 
+#include <zstd.h>
+
 #include "tests/support/temporary_folder.h"
 
 namespace station {
@@ -63,6 +65,21 @@ TEST_F(StoredFrameFiles, PassesEndNowAndThenAndEveryFrameIsReadOnceAtItsTime) {
     readAll(many);
     EXPECT_GT(std::erase(letters, ' '), 2U);
     EXPECT_EQ(letters, "ABCDEFGHIJKLMNOPQRST");
+}
+
+TEST_F(StoredFrameFiles, CompressedOnesAreReadAsOthersUpToWhereTheyAreTorn) {
+    write(std::vector<Stored>(20, {7, 0, 60, 60}));
+    const std::string plain = contentOf(path);
+    std::string packed(ZSTD_compressBound(plain.size()), '\0');
+    packed.resize(ZSTD_compress(packed.data(), packed.size(), plain.data(), plain.size(), 3));
+    for (const bool isTorn : {false, true}) {  // within a second frame, which has no whole block
+        std::ofstream(path) << packed << (isTorn ? packed.substr(0, packed.size() - 9) : "");
+        StoredFrames frames(path);
+        readAll(frames);
+        std::erase(letters, ' ');
+        EXPECT_EQ(letters, "ABCDEFGHIJKLMNOPQRST");
+        EXPECT_EQ(frames.getErrorText().empty(), !isTorn);
+    }
 }
 
 TEST_F(StoredFrameFiles, HostileTimesAndLengthsLoseNoFrame) {
