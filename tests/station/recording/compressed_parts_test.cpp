@@ -86,10 +86,10 @@ class CompressedParts : public testing::Test {
 };
 
 TEST_F(CompressedParts, AreReadAtAnyOffsetWhateverTheirFrames) {
-    const std::string a = lines(40'000), b = lines(100);
-    const std::string all = a + b + b + a;
-    const std::string frames = frame(a) + frame("") + passedOver("abc") + frame(b) +
-                               frame(b, false) + frame("", false) + frame(a, false);
+    const std::string a = lines(40'000), b = lines(100), repeated(900, '\n');
+    const std::string all = a + repeated + b + b + a;
+    const std::string frames = frame(a) + frame("") + frame(repeated) + passedOver("abc") +
+                               frame(b) + frame(b, false) + frame("", false) + frame(a, false);
     for (const std::string& packed : {frames, frame(all), frame(all, false)}) {
         InputFile file(put("a.log.zst", packed));
         ASSERT_EQ(file.getSize(), all.size());
