@@ -102,7 +102,6 @@ class RecordingSeries {
     void openPart(bool overwrite);
     void closePart();
     void leavePart();
-    void closePart();
     bool isPartFull(std::int64_t utcNanoseconds) const;
     void noteFailure();
     void tryToGoOn(Clock::time_point now);
