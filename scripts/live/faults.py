@@ -1,12 +1,14 @@
 """The run of scripts/faults: faults.py [SECONDS [SEED]]
 
 Modules begin, end, restart and jump as in soak.py, two of them with one CM ID, and malformed frames come
-between theirs. Meanwhile interfaces are taken away and made again, the process is stopped for 300 ms, its
-terminal isn't read, one recording's disk is frozen now and then, and another's is full in the end. Then
-each message that was sent has to be told of, channel by channel and recording by recording."""
+between theirs. Meanwhile interfaces are taken away and made again, one is put into a bridge, the process is
+stopped for 300 ms, its terminal isn't read, one recording's disk is frozen now and then, and another's gets
+full, has room again, and is full in the end. Then each message that was sent has to be told of, once, channel
+by channel and recording by recording."""
 
 import contextlib
 import random
+import shutil
 import signal
 import socket
 import subprocess
@@ -23,6 +25,7 @@ import soak
 
 LINKS = 8
 SMALL = "2M"  # of the disk that gets full
+FILLER = 1 << 20  # bytes of it that are given back
 FROZEN = "64M"  # of the disk that is frozen
 
 
@@ -105,6 +108,13 @@ class Link:
         return self.module.interface.replace("sim", "veth")
 
 
+def begin_bridge():
+    """Over a link that is never taken away: each of its frames passes both."""
+    lab.ip("link add bridge0 type bridge")
+    lab.ip("link set veth0 master bridge0")
+    lab.ip("link set bridge0 up")
+
+
 def run(folder, seconds, seed):
     draw = random.Random(seed)
     modules = [Module(number, seed, seconds) for number in range(LINKS)]
@@ -112,6 +122,8 @@ def run(folder, seconds, seed):
     setup = folder / "faults.xml"
     setups.make_measured(setup, [f"{m.type}:{m.config_id}:{m.name}" for m in modules[:-1]])
     frozen, small = lab.mount(folder / "frozen", FROZEN, "ext4"), lab.mount(folder / "small", SMALL)
+    filler = small / "filler"
+    filler.write_bytes(bytes(FILLER))
     terminal, link = lab.Terminal(), Link(draw, modules[1:])
     with contextlib.ExitStack() as stack:
         for disk in (frozen, small):
@@ -124,6 +136,7 @@ def run(folder, seconds, seed):
                                             lambda: process.send_signal(signal.SIGCONT)),
             "frozen disks": Trouble(draw, 20, (1, 10), lambda: lab.freeze(frozen), lambda: lab.thaw(frozen)),
             "stops of the terminal": Trouble(draw, 20, (1, 10), terminal.stop, terminal.read),
+            "bridges": Trouble(draw, 15, (1, 10), begin_bridge, lambda: lab.ip("link del bridge0")),
             "links made again": Trouble(draw, 10, (0.1, 3), link.take_away, link.make_again),
         }
         for trouble in troubles.values():
@@ -133,6 +146,8 @@ def run(folder, seconds, seed):
             for trouble in troubles.values():
                 trouble.step(time.monotonic() - start)
             link.release()
+            if filler.exists() and shutil.disk_usage(small).free == 0:
+                filler.unlink()
             if terminal.is_read:
                 terminal.read()
             if process.poll() is not None:
@@ -156,7 +171,8 @@ def run(folder, seconds, seed):
 def look_at(path):
     """Messages in a recording, by other programs than the station, and whether they are in the order of time."""
     if path.endswith(".log"):
-        lines = Path(path).read_text().splitlines()
+        parts = sorted(Path(path).parent.glob("b*.log"), key=lambda part: (len(part.name), part.name))
+        lines = [line for part in parts for line in part.read_text().splitlines()]
         return len(lines), all(a.split(")")[0] <= b.split(")")[0] for a, b in pairwise(lines))
     told = subprocess.run(["capinfos", "-M", "-c", "-o", path], check=False, capture_output=True, text=True)
     *_, count, _, _, _, is_ordered = told.stdout.split()
@@ -180,6 +196,8 @@ def check_recordings(report, files):
         if not is_counted or recording["records"] + recording["lost"] != held:
             wrong.append(f"{recording['path']} has {there} messages: the station says {recording['records']}, and "
                          f"{recording['lost']} lost of {held}")
+        if recording["path"].endswith(".log") and recording["parts"] == 1:
+            wrong.append(f"{recording['path']} didn't go on when its disk had room again")
         if not is_ordered and not report["outOfOrder"]:
             wrong.append(f"{recording['path']} isn't in the order of time")
     return wrong
