@@ -47,7 +47,7 @@ std::string newSession(const std::vector<std::string>& paths, const PartRules& r
     return session;
 }
 
-RecordingSeries::RecordingSeries(std::string path, bool overwrite, PartRules partRules,
+RecordingSeries::RecordingSeries(std::string path, bool overwrite, const PartRules& partRules,
                                  Open openNext)
     : wantedPath(std::move(path)),
       rules(rulesFor(wantedPath, partRules)),

@@ -56,7 +56,7 @@ class RecordingSeries {
                                                 const std::string& origin);
 
     /// Opens the first part by `openNext`, as all others; throws as that.
-    RecordingSeries(std::string path, bool overwrite, PartRules rules,
+    RecordingSeries(std::string path, bool overwrite, const PartRules& rules,
                     Open openNext = openRecording);
     /// That file alone.
     explicit RecordingSeries(std::unique_ptr<Recording> recording);
