@@ -53,8 +53,8 @@ class ModuleList : public HostObject {
     virtual HostResult removeModule(std::uint32_t position) = 0;
     /// Replaces the module's channels, if it is another type than before.
     virtual HostResult setType(std::uint32_t position, const wchar_t* type) = 0;
-    /// Up to 15 for a type whose CM IDs are a range of 16; for others it is the CM ID. (In the window
-    /// a number up to 15 replaces the last digit of such a CM ID alone.)
+    /// Up to 15 for a type whose CM IDs are a range of 16; for others it is the CM ID. (In the
+    /// window a number up to 15 replaces the last digit of such a CM ID alone.)
     virtual HostResult setConfigId(std::uint32_t position, std::uint16_t configId) = 0;
     virtual HostResult setName(std::uint32_t position, const wchar_t* name) = 0;
 

@@ -289,7 +289,8 @@ class CaptureTraffic : public HostObject {
     ~CaptureTraffic() = default;
 };
 
-/// The frames of EtherType 0x99FE themselves, as they are read. A host may ask; nothing depends on it.
+/// The frames of EtherType 0x99FE themselves, as they are read. A host may ask; nothing depends on
+/// it.
 class CaptureFrames : public HostObject {
   public:
     static constexpr InterfaceId id{
