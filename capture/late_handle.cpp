@@ -132,6 +132,7 @@ bool LateHandle::look() {
         return false;
     }
     forgetEnded(present);
+    tellUpAndDown(present);
     // First those that others repeat: one that can't be opened keeps what repeats it.
     const bool isDone = openMissing(present, false);
     return openMissing(present, true) && isDone;
@@ -170,7 +171,8 @@ std::vector<std::string> LateHandle::findRepeated(const NetworkLinks& present, i
 
 void LateHandle::forgetEnded(const NetworkLinks& present) {
     for (auto entry = captured.begin(); entry != captured.end();) {
-        const auto& [name, link] = entry->second;
+        const std::string& name = entry->second.name;
+        const auto& link = entry->second.link;
         const bool isGone = present.count(entry->first) == 0;
         if (isGone) {  // its handle has still to be read to its end
             messages.tell(name, "interface " + name + " went away");
@@ -178,6 +180,20 @@ void LateHandle::forgetEnded(const NetworkLinks& present) {
             messages.tell(name, "interface " + name + " can't be read any more");
         }
         entry = isGone || link->isEnded ? captured.erase(entry) : std::next(entry);
+    }
+}
+
+/// One that is down stays open: it is read on when it is up again.
+void LateHandle::tellUpAndDown(const NetworkLinks& present) {
+    for (auto& [index, entry] : captured) {
+        const bool isUp = present.at(index).isUp;
+        if (isUp && !entry.isUp) {
+            messages.tellHarmless(entry.name, "interface " + entry.name + " is up again");
+        } else if (!isUp && entry.isUp) {
+            messages.tell(entry.name, "interface " + entry.name +
+                                          " went down: nothing comes in until it is up again");
+        }
+        entry.isUp = isUp;
     }
 }
 

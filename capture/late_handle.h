@@ -47,6 +47,7 @@ class LateHandle final : public CaptureHandle, private Kestrova::Utils::Threadin
     bool openMissing(const NetworkLinks& present, bool repeatOthers);
     std::vector<std::string> findRepeated(const NetworkLinks& present, int index) const;
     void forgetEnded(const NetworkLinks& present);
+    void tellUpAndDown(const NetworkLinks& present);
     bool openLink(const NetworkLink& wanted);
     void closeEnded();
 
@@ -61,6 +62,7 @@ class LateHandle final : public CaptureHandle, private Kestrova::Utils::Threadin
     struct Captured {
         std::string name;
         std::shared_ptr<LiveLink> link;
+        bool isUp = true;
     };
     std::map<int, Captured> captured;  ///< by index: those that are open, at the start or later
     LinkEvents events;

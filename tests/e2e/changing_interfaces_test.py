@@ -73,6 +73,9 @@ class ChangingInterfaces(Case):
         self.wait_for("late0: That device is not up")
         lab.ip("link set late0 up")
         self.wait_for("interface late0 is captured from now on")
+        for state, text in (("down", "late0 went down: nothing comes in"), ("up", "late0 is up again")):
+            lab.ip(f"link set late0 {state}")
+            self.wait_for(text)
         open_files = Path(f"/proc/{self.station.process.pid}/fd")
         before = len(list(open_files.iterdir()))
         for times in (1, 2):
