@@ -133,15 +133,16 @@ def account_differences(report):
             or any(channel["frames"] != there["records"] + there["lost"] for there in channel["recordings"])]
 
 
-def row_differences(sent, names, rows, log=False):
-    """Each message in `rows` once, unchanged, and in order on its channel, and all in the order of time; of a
-    .log those on CAN, their data filled up to a length that CAN FD has. `names`: by CM ID and interface ID. A
-    text for the first difference on each channel."""
+def row_differences(sent, names, rows, log=False, late=0):
+    """Each message in `rows` once, unchanged, and in order on its channel, and all in the order of time but for
+    so many as came in late; of a .log those on CAN, their data filled up to a length that CAN FD has. `names`: by
+    CM ID and interface ID. A text for the first difference on each channel."""
     found = defaultdict(list)
     for row in rows:
         found[row.name].append(row[2:])
-    texts = [f"{row.name}: {before.time - row.time} ns behind the time of {before.name} in front of it"
-             for before, row in pairwise(rows) if row.time < before.time][:1]
+    behind = [f"{row.name}: {before.time - row.time} ns behind the time of {before.name} in front of it"
+              for before, row in pairwise(rows) if row.time < before.time]
+    texts = behind[:1] if len(behind) > late else []
     for module in sent["modules"]:
         for position, channel in enumerate(module["channels"]):
             if channel["bus"] == "LIN" and log:

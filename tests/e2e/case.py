@@ -68,5 +68,11 @@ class Case(unittest.TestCase):
         rows = traffic.read_with_tshark(recording)
         self.assertEqual(traffic.count_differences(sent, report), [])
         self.assertEqual(traffic.account_differences(report), [])
-        self.assertEqual(traffic.row_differences(sent, traffic.names_of(report), rows), [])
+        self.expect_rows_of(sent, report, rows)
         return rows
+
+    def expect_rows_of(self, sent, report, rows, names=None, log=False):
+        """In the order of time, too, but for the few that the report says came in late, on a machine too busy."""
+        late = report["outOfOrder"]
+        self.assertLessEqual(late, len(rows) // 50)
+        self.assertEqual(traffic.row_differences(sent, names or traffic.names_of(report), rows, log, late), [])

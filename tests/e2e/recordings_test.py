@@ -61,7 +61,7 @@ class Recordings(Case):
         for report, pcapng, log, *_ in self.runs:
             words = {key: traffic.word_of(name) for key, name in traffic.names_of(report).items()}
             rows = traffic.read_with_python_can(log)
-            self.assertEqual(traffic.row_differences(self.sent, words, rows, log=True), [])
+            self.expect_rows_of(self.sent, report, rows, words, log=True)
             self.assertEqual(traffic.read_with_tshark(log), [row._replace(name="") for row in rows])
             times = [row.time // 1000 * 1000 for row in traffic.read_with_tshark(pcapng) if row.bus != "LIN"]
             self.assertEqual([row.time for row in rows], times)
