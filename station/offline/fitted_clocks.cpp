@@ -31,10 +31,9 @@ void FittedClocks::begin() {
 
 /// The counter shows nothing before the first frame was read.
 void FittedClocks::tick() {
-    constexpr double nanosecondsPerSecond = 1e9;
+    constexpr double perSecond = 1e9;
     if (!isRunning) {
-        host->clock().start(static_cast<double>(counter.getNanoseconds() - start) /
-                            nanosecondsPerSecond);
+        host->clock().start(static_cast<double>(counter.getNanoseconds() - start) / perSecond);
         isRunning = true;
     }
     host->clock().movePosition();

@@ -132,7 +132,7 @@ bool TimeMerge::spread(std::int64_t first, std::int64_t last) {
 }
 
 void TimeMerge::dropChunks() {
-    constexpr std::size_t mostSpare = 16;
+    constexpr std::size_t mostKept = 16;
     std::size_t kept = 0;
     for (std::size_t i = 0; i < held.size(); ++i) {
         if (i >= lookedAt || held[i]->waiting != 0) {
@@ -140,7 +140,7 @@ void TimeMerge::dropChunks() {
             continue;
         }
         heldBytes -= held[i]->getUsed();
-        if (spare.size() < mostSpare) {
+        if (spare.size() < mostKept) {
             held[i]->clear();
             spare.push_back(std::move(held[i]));
         }
