@@ -2,6 +2,7 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -146,9 +147,9 @@ MessageFilter::Options readFilter(const ConvertOptions& options) {
 
 /// How reading ended, whatever was read.
 struct Ending {
-    bool isAtEnd = false;   ///< of the file
-    bool isCut = false;     ///< records in it were stored in part
-    std::string errorText;  ///< why the rest couldn't be read
+    bool isAtEnd = false;       ///< of the file
+    bool isIncomplete = false;  ///< records in it were stored in part, or have no place in time
+    std::string errorText;      ///< why the rest couldn't be read
     Summary summary;
 };
 
@@ -160,7 +161,10 @@ ExitCode finish(const ConvertOptions& options, RecordingSet& recordings,
         throw UserError(ExitCode::Unreadable,
                         ending.errorText + "; what came before is in the recordings");
     }
-    if (recordings.hasFailed() || ending.summary.totalLost() != 0 || ending.isCut) {
+    const bool hasLost = std::ranges::any_of(
+        ending.summary.recordings, [](const RecordingSummary& each) { return each.lost != 0; });
+    if (recordings.hasFailed() || hasLost || ending.summary.totalLost() != 0 ||
+        ending.isIncomplete) {
         return ExitCode::Failed;
     }
     if (!ending.isAtEnd) {
@@ -224,7 +228,8 @@ Ending convertFrames(const ConvertOptions& options, const std::shared_ptr<Record
     if (!cut.empty()) {
         printMessage(cut);
     }
-    return {frames.isAtEnd(), !cut.empty(), frames.getErrorText(), capture.summarize()};
+    return {frames.isAtEnd(), !cut.empty() || capture.countOutside() != 0, frames.getErrorText(),
+            capture.summarize()};
 }
 
 Ending convertMessages(const ConvertOptions& options, MessageReader& reader,

@@ -182,7 +182,23 @@ std::vector<std::string> DirectCapture::describeClocks() const {
             texts.push_back(raisedText(entry.channel->getName(), raised));
         }
     }
+    if (const std::uint64_t outside = countOutside(); outside != 0) {
+        texts.push_back(
+            fmt::format("{} messages aren't in the recordings: by the clocks that were fitted they "
+                        "lie before the capture of the first frame, or long after that of those "
+                        "around; --clock device takes them",
+                        outside));
+    }
     return texts;
+}
+
+std::uint64_t DirectCapture::countOutside() const {
+    std::uint64_t outside = 0;
+    for (const Channel& entry : channels) {
+        const ChannelCounts counts = entry.channel->getCounts();
+        outside += counts.beforeStart + counts.afterEnd;
+    }
+    return outside;
 }
 
 Summary DirectCapture::summarize() {

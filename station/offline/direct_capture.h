@@ -39,6 +39,8 @@ class DirectCapture final : private SampleSink {
     /// second module with the same CM ID, which would get no messages.
     void addModule(const Module& option);
 
+    /// Messages in the file that have no place in its time, which in a measurement is no loss.
+    std::uint64_t countOutside() const;
     /// What the user must know of the modules' clocks.
     std::vector<std::string> describeClocks() const;
     /// When all modules are there, before the first frame is read.

@@ -55,6 +55,7 @@ StoredFrames::StoredFrames(const std::string& filePath)
     if (fetch()) {
         firstTime = nextTime;
         time = nextTime;
+        latestTime = std::max(latestTime, time);
     }
 }
 

@@ -48,8 +48,8 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
     std::int32_t lookupNet(const std::string& name, std::uint32_t& net, std::uint32_t& mask,
                            std::string& error) override;
 
-    /// The counter goes on without a frame.
-    void passTime(std::int64_t nanoseconds) { time += nanoseconds; }
+    /// The counter goes on without a frame, from the latest moment that it has shown.
+    void passTime(std::int64_t nanoseconds) { time = latestTime += nanoseconds; }
     /// Reads the next frame as a `CaptureHandle` does.
     std::int32_t next(CapturedFrame& frame);
 
@@ -62,6 +62,7 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
     std::string errorText;
     std::int64_t firstTime = 0;
     std::int64_t time = 0;
+    std::int64_t latestTime = 0;
     bool atEnd = false;
     std::uint64_t cutFrames = 0;
 

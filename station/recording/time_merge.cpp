@@ -98,14 +98,18 @@ void TimeMerge::sort() {
 /// are as they were.
 bool TimeMerge::spread(std::int64_t first, std::int64_t last) {
     constexpr std::size_t mostMoves = 8;  // for each message
-    const double perPlace = static_cast<double>(batch.size()) /
-                            (static_cast<double>(last) - static_cast<double>(first) + 1.0);
-    const auto placeOf = [=](const Entry& entry) {
-        return static_cast<std::size_t>(static_cast<double>(static_cast<std::uint64_t>(entry.time) -
-                                                            static_cast<std::uint64_t>(first)) *
-                                        perPlace);
+    // The difference is taken before it becomes a floating-point number, which has no room for a
+    // nanosecond of today.
+    const auto sinceFirst = [first](std::int64_t time) {
+        return static_cast<double>(static_cast<std::uint64_t>(time) -
+                                   static_cast<std::uint64_t>(first));
     };
-    places.assign(batch.size() + 2, 0);
+    const std::size_t lastPlace = batch.size() - 1;
+    const double perPlace = static_cast<double>(lastPlace) / std::max(sinceFirst(last), 1.0);
+    const auto placeOf = [&](const Entry& entry) {
+        return std::min(static_cast<std::size_t>(sinceFirst(entry.time) * perPlace), lastPlace);
+    };
+    places.assign(batch.size() + 1, 0);
     for (const Entry& entry : batch) {
         ++places[placeOf(entry) + 1];
     }

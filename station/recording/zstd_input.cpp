@@ -224,8 +224,10 @@ bool ZstdInput::decode(std::span<std::uint8_t> to, std::size_t& done, bool isOfO
         const bool hasMoved = compressed.pos != from || output.pos != before;
         next.packed = inputStart + compressed.pos;
         if (ZSTD_isError(result) != 0) {
-            errorText =
-                fmt::format("its compressed data are damaged ({})", ZSTD_getErrorName(result));
+            errorText = fmt::format(
+                "its compressed data are damaged ({}), and the last 4 MB in front of "
+                "that may be wrong",
+                ZSTD_getErrorName(result));
             isGood = false;
             break;
         }

@@ -38,7 +38,7 @@ class TimeMergeTest : public ::testing::Test {
 TEST_F(TimeMergeTest, ManyChannelsComeOutByTimeAndThenByChannel) {
     constexpr std::uint32_t channels = 37;
     std::vector<std::int64_t> times(channels);
-    std::int64_t horizon = 0;
+    std::int64_t horizon = 1'700'000'000'000'000'131;  // what floating-point numbers don't resolve
     std::size_t mostHeld = 0;
     for (int step = 0; step < 2000; ++step) {
         for (std::uint32_t channel = 0; channel < channels; ++channel) {
