@@ -55,7 +55,6 @@ StoredFrames::StoredFrames(const std::string& filePath)
     if (fetch()) {
         firstTime = nextTime;
         time = nextTime;
-        latestTime = std::max(latestTime, time);
     }
 }
 
@@ -102,6 +101,7 @@ std::int32_t StoredFrames::next(CapturedFrame& frame) {
     }
     stretchBytes += nextLength;
     time = nextTime;
+    latestTime = std::max(latestTime, time);
     frame = {nextData, nextLength, nextTime};
     nextData = nullptr;
     constexpr std::uint32_t ethernetHeaderSize = 14;  // of less, nobody knows whose it was
