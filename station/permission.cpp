@@ -93,7 +93,7 @@ void checkCapturePermission(const char* program) {
         "\"cmp-station gui\"):\n" +
             (isInstalled ? std::string()
                          : "    cd \"" + folder + "\" && sudo install -D -t " + place +
-                               " cmp-station cmp-station-gui cmp_plugin.so "
+                               " cmp-station cmp-station-gui cmp_plugin.so cmp_metrics.so "
                                "libkvrtcoretypes-64-1.so\n") +
             "    sudo setcap cap_net_raw+ep " + place +
             "/cmp-station\n"

@@ -209,6 +209,10 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     ServiceManager manager;
     if (options.waits) {
         if (!waitForModule(*session, options.interfaces, manager, stop)) {
+            if (options.json) {
+                printResult("{\"heard\": false}\n");
+            }
+            stop.beginCleanUp();
             return ExitCode::Good;
         }
         openAll(options, rules, *recordings, *frameRecordings);

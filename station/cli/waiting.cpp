@@ -12,6 +12,7 @@
 
 #include "core/string_helper.h"
 #include "station/cli/live_view.h"
+#include "station/cli/text_writer.h"
 #include "station/terminal_text.h"
 
 namespace station {
@@ -31,11 +32,16 @@ bool isAnyHeard(const std::vector<Module>& modules) {
     return std::ranges::any_of(modules, &Module::connected);
 }
 
+/// As `printMessage`, but a reader who doesn't read holds up nothing.
+void tell(TextWriter& writer, const std::string& text) {
+    writer.write(STDERR_FILENO, "cmp-station: " + printable(text) + '\n');
+}
+
 /// That an interface appears is what may be waited for.
-void tellFailures(PluginDriver& driver) {
+void tellFailures(PluginDriver& driver, TextWriter& writer) {
     for (const InterfaceMessage& message : driver.takeInterfaceMessages()) {
         if (message.isHarmless == hostFalse) {
-            printMessage(StringHelper::ToUtf8(message.text));
+            tell(writer, StringHelper::ToUtf8(message.text));
         }
     }
 }
@@ -46,12 +52,13 @@ bool waitForModule(Session& session, const std::vector<std::string>& interfaces,
                    ServiceManager& manager, StopSignal& stop) {
     constexpr auto period = std::chrono::milliseconds(50);
     const std::string awaited = printable(describeAwaited(session.getModules(), interfaces));
-    printMessage(awaited);
+    TextWriter writer;
+    tell(writer, awaited);
     session.driver().listen();
     while (!isAnyHeard(session.getModules())) {
         const auto now = ServiceManager::Clock::now();
         manager.tellAlive(now, awaited);
-        tellFailures(session.driver());
+        tellFailures(session.driver(), writer);
         if (stop.waitUntil(now + period)) {
             manager.tellStopping();
             return false;

@@ -104,7 +104,7 @@ class ChangingInterfaces(Case):
         for number in (signal.SIGINT, signal.SIGTERM):
             recording.unlink(missing_ok=True)
             self.capture("--wait", "--interface", "late6", "--record", recording)
-            self.assertEqual(self.station.stop_with_any_code(number)[:2], (0, {}))
+            self.assertEqual(self.station.stop_with_any_code(number)[:2], (0, {"heard": False}))
             self.assertFalse(recording.exists())
 
     def test_what_waits_when_an_interface_goes_away_is_read(self):
