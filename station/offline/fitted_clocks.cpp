@@ -20,8 +20,8 @@ FittedClocks::FittedClocks(const PerformanceCounter& performanceCounter,
     manager.SetHost(host.get());
 }
 
-void FittedClocks::addClock(std::shared_ptr<GNSSClock> clock, const std::string& module) {
-    clocks.emplace_back(std::move(clock), module);
+void FittedClocks::addClock(const std::shared_ptr<GNSSClock>& clock, const std::string& module) {
+    clocks.emplace_back(clock, module);
 }
 
 void FittedClocks::begin() {

@@ -22,7 +22,7 @@ class FittedClocks final : public OfflineClocks {
     FittedClocks(const PerformanceCounter& performanceCounter, std::int64_t startNanoseconds);
 
     GNSSSyncManager& getManager() override { return manager; }
-    void addClock(std::shared_ptr<GNSSClock> clock, const std::string& module) override;
+    void addClock(const std::shared_ptr<GNSSClock>& clock, const std::string& module) override;
     void begin() override;
     void tick() override;
     /// The position has to pass the last messages, as at the end of a live measurement.

@@ -24,7 +24,7 @@ class OfflineClocks {
     /// Where the modules get them.
     virtual GNSSSyncManager& getManager() = 0;
     /// Which module got one.
-    virtual void addClock(std::shared_ptr<GNSSClock>, const std::string& /*module*/) {}
+    virtual void addClock(const std::shared_ptr<GNSSClock>&, const std::string& /*module*/) {}
     /// When the modules have them, before the first frame is read.
     virtual void begin() {}
     /// After each stretch of frames, between the taking over of its messages and their flush.
