@@ -49,7 +49,7 @@ void convert(const std::string& path) {
     addModules(capture, modules);
     addModules(capture, {parseModule("CAN combo:1"), parseModule("LIN combo:2"),
                          parseModule("NeoviFire3:7")});
-    captureStored(frames, capture, [] { return true; });
+    capture.run(frames, [] { return true; });
     capture.describeClocks();
     const Summary summary = capture.summarize();
     requireAccount(summary);

@@ -210,7 +210,7 @@ Ending convertFrames(const ConvertOptions& options, const std::shared_ptr<Record
     tellWhatIsLeftOut(*recordings, capture.summarize());
     {
         Progress progress(!options.quiet);
-        captureStored(frames, capture, [&] {
+        capture.run(frames, [&] {
             progress.show(frames.getProgress(), capture.getCount());
             return !stop.isRequested() && !queue.haveAllFailed();
         });

@@ -92,7 +92,7 @@ void DirectCapture::addModule(const Module& option) {
                         other->second->getName(), device->getName(), device->getCmId()));
     }
     device->createOutputs();
-    clocks.addClock(device->getClock(), device->getName());
+    clocks.addClock(device->getClock());
     modules.push_back(device);
     addChannels(modules.size() - 1, *device);
 }
@@ -138,10 +138,21 @@ void DirectCapture::updateRates() {
     markTime = now;
 }
 
-void DirectCapture::begin() {
+void DirectCapture::run(StoredFrames& frames, const std::function<bool()>& goOn) {
     reader.openInterfaces();
     clocks.begin();
     reader.prepareRead(true);
+    for (bool isToGoOn = true; isToGoOn && !frames.isAtEnd(); isToGoOn = goOn()) {
+        reader.readPass();
+        poll();
+    }
+    poll();  // a clock lets its first message wait for a second look
+    for (std::int64_t passed = 0; passed < clocks.getTail(); passed += stretchNanoseconds) {
+        frames.passTime(stretchNanoseconds);
+        poll();
+    }
+    reader.publishCounts();
+    reader.getDevices().endCounting();
 }
 
 void DirectCapture::poll() {
@@ -150,11 +161,6 @@ void DirectCapture::poll() {
     reader.flushTakenOver();
     recordings.setHorizon(horizon.step(startUtcNanoseconds + counter.getNanoseconds() - start));
     lookAtClocks();
-}
-
-void DirectCapture::end() {
-    reader.publishCounts();
-    reader.getDevices().endCounting();
 }
 
 void DirectCapture::lookAtClocks() {
@@ -237,21 +243,6 @@ Summary DirectCapture::summarize() {
     summary.outOfOrder = recordings.getLate();
     summary.recordings = recordings.summarize();
     return summary;
-}
-
-void captureStored(StoredFrames& frames, DirectCapture& capture,
-                   const std::function<bool()>& goOn) {
-    capture.begin();
-    for (bool isToGoOn = true; isToGoOn && !frames.isAtEnd(); isToGoOn = goOn()) {
-        capture.readPass();
-        capture.poll();
-    }
-    capture.poll();  // a clock lets its first message wait for a second look
-    for (std::int64_t passed = 0; passed < capture.getTail(); passed += stretchNanoseconds) {
-        frames.passTime(stretchNanoseconds);
-        capture.poll();
-    }
-    capture.end();
 }
 
 }  // namespace station

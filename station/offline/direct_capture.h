@@ -43,17 +43,9 @@ class DirectCapture final : private SampleSink {
     std::uint64_t countOutside() const;
     /// What the user must know of the modules' clocks.
     std::vector<std::string> describeClocks() const;
-    /// When all modules are there, before the first frame is read.
-    void begin();
-    /// Reads as the capture thread does, once round.
-    void readPass() { reader.readPass(); }
-    /// What a host does periodically: moves what has come in into the summary and, in the order of
-    /// time, into the recordings.
-    void poll();
-    /// For how long after the last frame, in nanoseconds, `poll` has to be called.
-    std::int64_t getTail() const { return clocks.getTail(); }
-    /// After the last `poll`: of each message that is still queued is said what becomes of it.
-    void end();
+    /// The whole of the file that the port reads, when all modules are there. `goOn` is called
+    /// after each stretch of it; false ends it there.
+    void run(StoredFrames& frames, const std::function<bool()>& goOn);
     Summary summarize();
     /// Messages that came out so far.
     std::uint64_t getCount() const { return count; }
@@ -66,6 +58,8 @@ class DirectCapture final : private SampleSink {
         ChannelTraffic traffic;
     };
 
+    /// What a host does periodically: moves what has come in into the summary and the recordings.
+    void poll();
     void onSample(std::uint32_t channel, const void* data, std::size_t size, double time) override;
     void addChannels(std::size_t module, const CmpDevice& device);
     double secondsSinceStart() const;
@@ -91,8 +85,5 @@ class DirectCapture final : private SampleSink {
     double clocksTime = 0.0;                   ///< when the clocks were looked at
     double markTime = 0.0;  ///< when the rates were worked out, seconds since the start
 };
-
-/// The whole of a file. `goOn` is called after each stretch of it; false ends it there.
-void captureStored(StoredFrames& frames, DirectCapture& capture, const std::function<bool()>& goOn);
 
 }  // namespace station

@@ -20,10 +20,6 @@ FittedClocks::FittedClocks(const PerformanceCounter& performanceCounter,
     manager.SetHost(host.get());
 }
 
-void FittedClocks::addClock(const std::shared_ptr<GNSSClock>& clock, const std::string& module) {
-    clocks.emplace_back(clock, module);
-}
-
 void FittedClocks::begin() {
     manager.RestartWithHold();
     manager.EnableClocks();
@@ -42,11 +38,11 @@ void FittedClocks::tick() {
 
 std::vector<std::string> FittedClocks::describeJumps() const {
     std::vector<std::string> texts;
-    for (const auto& [clock, module] : clocks) {
+    for (const auto& clock : clocks) {
         if (const std::uint64_t jumps = clock->GetState().jumps; jumps != 0) {
             texts.push_back(
                 fmt::format("the device time of \"{}\" jumped, or had a wrong value ({} times)",
-                            module, jumps));
+                            clock->GetDeviceName(), jumps));
         }
     }
     return texts;

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "core/performance_counter.h"
@@ -22,7 +21,7 @@ class FittedClocks final : public OfflineClocks {
     FittedClocks(const PerformanceCounter& performanceCounter, std::int64_t startNanoseconds);
 
     GNSSSyncManager& getManager() override { return manager; }
-    void addClock(const std::shared_ptr<GNSSClock>& clock, const std::string& module) override;
+    void addClock(const std::shared_ptr<GNSSClock>& clock) override { clocks.push_back(clock); }
     void begin() override;
     void tick() override;
     /// The position has to pass the last messages, as at the end of a live measurement.
@@ -50,7 +49,7 @@ class FittedClocks final : public OfflineClocks {
     const std::int64_t start;
     CountedRef<StationHost> host;
     Kestrova::Utils::Kcom::Synchronization::GNSSSyncManagerImpl manager;
-    std::vector<std::pair<std::shared_ptr<GNSSClock>, std::string>> clocks;
+    std::vector<std::shared_ptr<GNSSClock>> clocks;
     bool isRunning = false;
 };
 

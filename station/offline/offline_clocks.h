@@ -23,8 +23,8 @@ class OfflineClocks {
 
     /// Where the modules get them.
     virtual GNSSSyncManager& getManager() = 0;
-    /// Which module got one.
-    virtual void addClock(const std::shared_ptr<GNSSClock>&, const std::string& /*module*/) {}
+    /// One that a module has got, and that has its name.
+    virtual void addClock(const std::shared_ptr<GNSSClock>&) {}
     /// When the modules have them, before the first frame is read.
     virtual void begin() {}
     /// After each stretch of frames, between the taking over of its messages and their flush.
