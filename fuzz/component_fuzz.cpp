@@ -1,7 +1,7 @@
 #include "fuzz/input.h"
 #include "fuzz/require.h"
 #include "host/module_list.h"
-#include "tests/plugin/plugin_bench.h"
+#include "tests/plugin/plugin_rig.h"
 
 // The whole component with its real clocks, at a host whose calls, answers and network come from
 // the input: a row of steps. Whatever a host does, nothing crashes, no reference is lost, and at
@@ -17,7 +17,7 @@ constexpr std::array<const wchar_t*, 4> types = {L"CAN combo", L"LIN combo", L"N
 constexpr std::size_t mostSteps = 64;
 constexpr std::size_t mostModules = 6;
 
-class Life : PluginBench {
+class Life : PluginRig {
   public:
     explicit Life(Input& steps) : input(steps) {
         equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId}, input.byte() % 2 != 0);

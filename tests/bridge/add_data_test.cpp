@@ -1,6 +1,6 @@
 #include "bridge/output/add_data.h"
 
-#include "tests/bridge/bridge_bench.h"
+#include "tests/bridge/bridge_rig.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <regex>
 
 #include "bridge/output/channel_id_text.h"
-#include "tests/bridge/bridge_bench.h"
+#include "tests/bridge/bridge_rig.h"
 
 namespace {
 

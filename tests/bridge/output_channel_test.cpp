@@ -6,7 +6,7 @@
 #include "bridge/output/axis_properties.h"
 #include "station/document/setup_document.h"
 #include "station/host/station_channel.h"
-#include "tests/bridge/bridge_bench.h"
+#include "tests/bridge/bridge_rig.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "bridge/output/color_palette.h"
 #include "setup/xml_exception.h"
-#include "tests/bridge/bridge_bench.h"
+#include "tests/bridge/bridge_rig.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "capture/cmp_channel_canfd.h"
 #include "capture/cmp_channel_lin.h"
-#include "tests/support/capture_bench.h"
+#include "tests/support/capture_rig.h"
 #include "tests/support/sample_frames.h"
 
 namespace {
@@ -131,7 +131,7 @@ TEST_F(ChannelTest, LongQueueKeepsItsOrderAndGivesItsMemoryBack) {
               std::deque<FakeClock::Result>(given - taken - (hasWaiting ? 1 : 0), {Valid, 1.0}));
         for (const auto& sample : std::exchange(outputOf(canBus).samples, {})) {
             ASSERT_EQ(std::memcmp(sample.bytes.data(), &taken, 4), 0) << taken;
-            ASSERT_TRUE(CaptureBench::isWholeRecord(sample)) << taken;
+            ASSERT_TRUE(CaptureRig::isWholeRecord(sample)) << taken;
             ++taken;
         }
         EXPECT_EQ(given - taken, hasWaiting ? 1U : 0U);

@@ -1,4 +1,4 @@
-#include "tests/support/capture_bench.h"
+#include "tests/support/capture_rig.h"
 #include "tests/support/setup_tree.h"
 
 namespace {
@@ -8,7 +8,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 /// Starts with a device of each type: 0x41, 0x32, 7 and 5.
-class DeviceListTest : public ::testing::Test, protected CaptureBench {
+class DeviceListTest : public ::testing::Test, protected CaptureRig {
   protected:
     DeviceListTest() { addOneOfEach(); }
 
@@ -71,7 +71,7 @@ TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
                 HasSubstr("Device Id=\"0\">\n      <Channels>\n        <Channel>\n"
                           "          <value key=\"ChId\">0<"));
 
-    CaptureBench other;
+    CaptureRig other;
     other.addOneOfEach();  // the clocks and outputs that their owners have loaded before
     other.manager.reload();
     other.reader.loadDevices(*node);
@@ -133,16 +133,16 @@ TEST_F(DeviceListTest, HostMayCallBackWhileItTakesASample) {
         {[](auto& its) { its.getDevices().resetLastTimes(); }, {1, 2}, 3.0, 2},
     };
     for (const auto& row : cases) {
-        CaptureBench bench;
-        const CmpDevice& device = bench.add(DeviceTypeInfo::canComboId, 1);
+        CaptureRig rig;
+        const CmpDevice& device = rig.add(DeviceTypeInfo::canComboId, 1);
         const auto channel = device.findChannel(0x10);
         const auto output = std::static_pointer_cast<FakeOutput>(channel->getOutput());
-        output->onAdd = [&] { row.action(bench.reader); };
+        output->onAdd = [&] { row.action(rig.reader); };
         clockOf(device).script = {{FakeClock::Status::Valid, 9.0}, {FakeClock::Status::Valid, 3.0}};
-        bench.read(
+        rig.read(
             {wire::tecmpData(0x41, {{0x10, 0, wire::can(1, {})}, {0x10, 0, wire::can(2, {})}})});
-        bench.reader.flushAll();
-        bench.reader.flushAll();
+        rig.reader.flushAll();
+        rig.reader.flushAll();
         std::vector<int> written;
         for (const auto& sample : output->samples) {
             written.push_back(sample.bytes[0]);

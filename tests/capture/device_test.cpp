@@ -1,6 +1,6 @@
 #include "capture/cmp_device.h"
 
-#include "tests/support/capture_bench.h"
+#include "tests/support/capture_rig.h"
 
 namespace {
 
@@ -9,7 +9,7 @@ constexpr std::uint32_t linType = 0;
 constexpr std::uint32_t canType = 1;
 constexpr std::uint32_t neoviType = 2;
 
-class DeviceTest : public ::testing::Test, protected CaptureBench {
+class DeviceTest : public ::testing::Test, protected CaptureRig {
   protected:
     /// A status with the device time `seconds` comes in.
     void giveStatus(std::uint64_t seconds, std::uint32_t serial, const std::string& text = {}) {

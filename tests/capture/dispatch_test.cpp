@@ -1,4 +1,4 @@
-#include "tests/support/capture_bench.h"
+#include "tests/support/capture_rig.h"
 
 namespace {
 
@@ -7,7 +7,7 @@ using wire::Bytes;
 using wire::can;
 
 /// Frames in at the port, samples out at the outputs: a CAN combo 0x41 and a LIN combo 0x32.
-class DispatchTest : public ::testing::Test, protected CaptureBench {
+class DispatchTest : public ::testing::Test, protected CaptureRig {
   protected:
     /// The first `size` bytes of each record that a channel brought.
     std::vector<Bytes> records(const CmpDevice& device, std::uint16_t interfaceId, int size = 12) {

@@ -1,4 +1,4 @@
-#include "tests/support/capture_bench.h"
+#include "tests/support/capture_rig.h"
 #include "tests/support/sample_frames.h"
 
 // Broken frames on the whole way from the port to the outputs. The port gives each frame in a block
@@ -9,8 +9,8 @@ namespace {
 using wire::Bytes;
 using wire::SampleFrame;
 
-struct HostileBench : CaptureBench {
-    HostileBench() { addOneOfEach(); }
+struct HostileRig : CaptureRig {
+    HostileRig() { addOneOfEach(); }
 
     /// Counts the samples that came out since the last call. Each must be a whole record.
     std::size_t takeSamples() {
@@ -40,15 +40,15 @@ struct HostileBench : CaptureBench {
 
 TEST(HostileFramesTest, CutFrameBringsWhatLiesWhollyInside) {
     for (const SampleFrame& sample : wire::sampleFrames()) {
-        HostileBench bench;
+        HostileRig rig;
         for (std::size_t size = 0; size <= sample.bytes.size(); ++size) {
             Bytes cut = sample.bytes;
             cut.resize(size);
-            bench.read({cut});
+            rig.read({cut});
             const auto& ends = sample.effectEnds;
             const auto inside = std::count_if(ends.begin(), ends.end(),
                                               [size](std::size_t end) { return end <= size; });
-            EXPECT_EQ(bench.takeSamples() + bench.countStatuses(), inside)
+            EXPECT_EQ(rig.takeSamples() + rig.countStatuses(), inside)
                 << sample.name << " cut at " << size;
         }
     }
@@ -57,9 +57,9 @@ TEST(HostileFramesTest, CutFrameBringsWhatLiesWhollyInside) {
 TEST(HostileFramesTest, BrokenByteBringsNoMoreThanTheFrameCanHold) {
     constexpr std::size_t smallestMessage = 16 + 3;
     for (const SampleFrame& sample : wire::sampleFrames()) {
-        HostileBench bench;
-        bench.read({sample.bytes});
-        const bool isData = bench.takeSamples() != 0;
+        HostileRig rig;
+        rig.read({sample.bytes});
+        const bool isData = rig.takeSamples() != 0;
         std::size_t delivered = 0;
         for (std::size_t at = 0; at < sample.bytes.size(); ++at) {
             std::vector<Bytes> broken(10, sample.bytes);
@@ -68,13 +68,13 @@ TEST(HostileFramesTest, BrokenByteBringsNoMoreThanTheFrameCanHold) {
             }
             broken[8][at] = 0x00;
             broken[9][at] = 0xFF;
-            bench.read(broken);
-            const std::size_t samples = bench.takeSamples();
+            rig.read(broken);
+            const std::size_t samples = rig.takeSamples();
             EXPECT_LE(samples, broken.size() * (sample.bytes.size() / smallestMessage))
                 << sample.name << " at " << at;
             delivered += samples;
         }
-        for (const auto& device : bench.devices.list()) {
+        for (const auto& device : rig.devices.list()) {
             EXPECT_LE(device->getSerialNumberText().size(), 50U) << sample.name;
         }
         EXPECT_EQ(delivered != 0, isData) << sample.name;

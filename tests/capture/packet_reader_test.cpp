@@ -1,13 +1,13 @@
 #include "capture/cmp_packet_reader.h"
 
-#include "tests/support/capture_bench.h"
+#include "tests/support/capture_rig.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using wire::Bytes;
 
-class PacketReaderTest : public ::testing::Test, protected CaptureBench {
+class PacketReaderTest : public ::testing::Test, protected CaptureRig {
   protected:
     static Bytes frame(std::uint8_t number) {
         return wire::tecmpData(0x41, {{0x10, number, wire::can(number, {})}});

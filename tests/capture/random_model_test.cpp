@@ -1,6 +1,6 @@
 #include <numeric>
 
-#include "tests/support/capture_bench.h"
+#include "tests/support/capture_rig.h"
 #include "tests/support/setup_tree.h"
 
 namespace {
@@ -24,7 +24,7 @@ std::uint64_t fromEnvironment(const char* name, std::uint64_t otherwise) {
 ///
 /// One module, 0x41, always stays: of it nothing is lost on the way to the queues. The others are
 /// named after their ConfigIds, 8 to 15. CMP_MODEL_SAMPLES and CMP_MODEL_SEED make other runs.
-class RandomModel : public ::testing::Test, protected CaptureBench {
+class RandomModel : public ::testing::Test, protected CaptureRig {
   protected:
     static constexpr std::uint32_t mostMessages = 5;  ///< of a frame
     struct Model {

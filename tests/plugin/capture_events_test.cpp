@@ -1,6 +1,6 @@
 #include <malloc.h>
 
-#include "tests/plugin/plugin_bench.h"
+#include "tests/plugin/plugin_rig.h"
 
 namespace {
 

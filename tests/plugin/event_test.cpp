@@ -1,7 +1,7 @@
 #include <tuple>
 
 #include "plugin/identity.h"
-#include "tests/plugin/plugin_bench.h"
+#include "tests/plugin/plugin_rig.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tests/plugin/plugin_bench.h"
+#include "tests/plugin/plugin_rig.h"
 
 namespace {
 
@@ -7,7 +7,7 @@ static_assert(!std::is_base_of_v<std::exception, HostCallException>);
 static_assert(!std::is_base_of_v<std::exception, HostArrayException>);
 
 /// A plug-in's whole life at a host, step by step, in which a call of the host goes wrong.
-class FailingHost : public PluginBench {
+class FailingHost : public PluginRig {
   public:
     FailingHost() {
         host.gnssDevices.infos = {{1, L"satellites"}};
@@ -90,21 +90,21 @@ class FailingHost : public PluginBench {
 
 /// Whether a call in a life has met the fault: a failure, or an object that isn't handed over.
 bool livesAgainAfter(std::size_t number, bool isNull) {
-    FailingHost bench;
-    auto& script = bench.host.script;
+    FailingHost rig;
+    auto& script = rig.host.script;
     script.failCall(number, isNull ? CallScript::noObject : HostCode::failed);
-    const std::string outcome = bench.live();
+    const std::string outcome = rig.live();
     const bool met = script.faultsMet() != 0;
     const std::string last = script.calls().back();
     const bool isGeneral = !isNull || last == "HostVariantArray::copy()";
     if (outcome != "0" || (met && !isNull)) {
         EXPECT_EQ(outcome, isGeneral ? "call 80004005" : "call 80004003")
-            << number << ' ' << bench.stepReached << ' ' << last;
+            << number << ' ' << rig.stepReached << ' ' << last;
         EXPECT_TRUE(met);
     }
-    bench.recover();
-    EXPECT_EQ(bench.live(), "0") << number << ' ' << bench.stepReached;
-    EXPECT_EQ(bench.delivered, 1) << number;
+    rig.recover();
+    EXPECT_EQ(rig.live(), "0") << number << ' ' << rig.stepReached;
+    EXPECT_EQ(rig.delivered, 1) << number;
     return met;
 }
 

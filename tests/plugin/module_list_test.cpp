@@ -1,6 +1,6 @@
 #include "host/module_list.h"
 
-#include "tests/plugin/plugin_bench.h"
+#include "tests/plugin/plugin_rig.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ class ModuleListTest : public PluginTest {
 TEST_F(ModuleListTest, OperationsDoWhatTheWindowsDo) {
     std::vector<std::wstring> types;
     EXPECT_EQ(list->getTypes(&types), 0);
-    EXPECT_EQ(types.size(), deviceTypes().size());
+    EXPECT_EQ(types.size() + 1, deviceTypes().size()) << "all but Unknown";
     EXPECT_TRUE(changes([&] { return list->addModule(L"LIN combo"); }));
     EXPECT_TRUE(changes([&] { return list->addModule(L"NeoviFire3"); }));
     EXPECT_TRUE(changes([&] { return list->setConfigId(0, 15); }));
@@ -69,6 +69,7 @@ TEST_F(ModuleListTest, OperationsDoWhatTheWindowsDo) {
 
     EXPECT_FALSE(changes([&] { return list->addModule(L"can combo"); }));
     EXPECT_FALSE(changes([&] { return list->addModule(nullptr); }));
+    EXPECT_FALSE(changes([&] { return list->addModule(L"Unknown"); }));
     EXPECT_FALSE(changes([&] { return list->setConfigId(0, 16); }));
     EXPECT_FALSE(changes([&] { return list->setType(0, L""); }));
     EXPECT_FALSE(changes([&] { return list->setName(0, nullptr); }));

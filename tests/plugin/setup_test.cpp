@@ -1,4 +1,4 @@
-#include "tests/plugin/plugin_bench.h"
+#include "tests/plugin/plugin_rig.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "tests/support/wire_frames.h"
 
-/// One frame of each kind, for the devices of `CaptureBench::addOneOfEach`.
+/// One frame of each kind, for the devices of `CaptureRig::addOneOfEach`.
 namespace wire {
 
 struct SampleFrame {

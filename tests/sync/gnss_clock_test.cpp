@@ -1,10 +1,10 @@
-#include "tests/sync/sync_bench.h"
+#include "tests/sync/sync_rig.h"
 
 namespace Kestrova::Utils::Kcom::Synchronization {
 namespace {
 
 using enum GNSSTimeStatus;
-using GNSSClockTest = SyncBench;
+using GNSSClockTest = SyncRig;
 
 TEST_F(GNSSClockTest, ItemWaitsUntilAllIsInPlace) {
     GNSSClockSwitchable& clock = makeClock(pps);
@@ -98,7 +98,7 @@ TEST_F(GNSSClockTest, CaptureThreadSetsTheTimeWhileTheHostReplacesTheStrategy) {
 
 /// A module with a rate of its own and a host that reads both clocks without noise. The module's
 /// time is set a millisecond before each tick, as from the capture thread.
-class SoftSyncRun : public SyncBench {
+class SoftSyncRun : public SyncRig {
   protected:
     static constexpr double tick = 0.01;
     static constexpr double accuracy = 1e-6;

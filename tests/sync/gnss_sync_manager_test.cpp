@@ -1,14 +1,14 @@
 #include "host/host_error.h"
 #include "setup/xml_exception.h"
 #include "tests/support/setup_tree.h"
-#include "tests/sync/sync_bench.h"
+#include "tests/sync/sync_rig.h"
 
 namespace Kestrova::Utils::Kcom::Synchronization {
 namespace {
 
 using enum GNSSTimeStatus;
 
-class GNSSSyncManagerTest : public SyncBench {
+class GNSSSyncManagerTest : public SyncRig {
   protected:
     void tickAt(std::int32_t position) {
         host.data.position = position;

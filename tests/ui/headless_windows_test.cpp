@@ -1,7 +1,7 @@
-#include "tests/support/headless_bench.h"
-#include "tests/ui/window_bench.h"
+#include "tests/support/headless_rig.h"
+#include "tests/ui/window_rig.h"
 
 INSTANTIATE_TEST_SUITE_P(Headless, SettingsWindowTest,
-                         testing::Values(MakeToolkitBench{"headless", &HeadlessBench::make}));
+                         testing::Values(MakeToolkitRig{"headless", &HeadlessRig::make}));
 INSTANTIATE_TEST_SUITE_P(Headless, SetupWindowTest,
-                         testing::Values(MakeToolkitBench{"headless", &HeadlessBench::make}));
+                         testing::Values(MakeToolkitRig{"headless", &HeadlessRig::make}));

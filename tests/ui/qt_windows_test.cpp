@@ -1,7 +1,6 @@
-#include "tests/support/qt_bench.h"
-#include "tests/ui/window_bench.h"
+#include "tests/support/qt_rig.h"
+#include "tests/ui/window_rig.h"
 
 INSTANTIATE_TEST_SUITE_P(Qt, SettingsWindowTest,
-                         testing::Values(MakeToolkitBench{"Qt", &QtBench::make}));
-INSTANTIATE_TEST_SUITE_P(Qt, SetupWindowTest,
-                         testing::Values(MakeToolkitBench{"Qt", &QtBench::make}));
+                         testing::Values(MakeToolkitRig{"Qt", &QtRig::make}));
+INSTANTIATE_TEST_SUITE_P(Qt, SetupWindowTest, testing::Values(MakeToolkitRig{"Qt", &QtRig::make}));

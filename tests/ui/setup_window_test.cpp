@@ -1,4 +1,4 @@
-#include "tests/ui/window_bench.h"
+#include "tests/ui/window_rig.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;

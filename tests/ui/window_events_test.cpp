@@ -1,7 +1,7 @@
 #include "plugin/plugin.h"
-#include "tests/support/headless_bench.h"
+#include "tests/support/headless_rig.h"
 #include "tests/support/scripted_variants.h"
-#include "tests/ui/window_bench.h"
+#include "tests/ui/window_rig.h"
 
 namespace {
 
@@ -28,21 +28,21 @@ class WindowEventsTest : public testing::Test {
         return events->onEvent(event, variantOf(input), nullptr);
     }
     /// Whether the plug-in is behind the window's button.
-    static bool adds(HeadlessBench& bench) {
-        const std::size_t before = bench.shownRows("deviceDrawGrid").size();
-        bench.press("addDeviceButton");
-        return bench.shownRows("deviceDrawGrid").size() == before + 1;
+    static bool adds(HeadlessRig& rig) {
+        const std::size_t before = rig.shownRows("deviceDrawGrid").size();
+        rig.press("addDeviceButton");
+        return rig.shownRows("deviceDrawGrid").size() == before + 1;
     }
-    static bool showsChannels(HeadlessBench& bench) {
-        return !bench.read({"channelDrawGrid", 1, 5}).empty();
+    static bool showsChannels(HeadlessRig& rig) {
+        return !rig.read({"channelDrawGrid", 1, 5}).empty();
     }
 
     HandlerCount handlers;
     ScriptedHost host;
     ManualCounter counter;
     ScriptedPort port;
-    HeadlessBench first;
-    HeadlessBench second;
+    HeadlessRig first;
+    HeadlessRig second;
     CountedRef<HostObject> object;
     CountedRef<IPlugin4> events;
 };
@@ -51,13 +51,13 @@ TEST_F(WindowEventsTest, EachWindowIsMadeAndClosedByItsEvents) {
     EXPECT_EQ(send(settings, first.window()), HostCode::success);
     EXPECT_TRUE(adds(first));
     for (const auto& [open, close] : {std::pair{179, 180}, {185, 186}}) {
-        HeadlessBench bench;
-        EXPECT_EQ(send(open, bench.window()), HostCode::success);
-        EXPECT_TRUE(showsChannels(bench));
+        HeadlessRig rig;
+        EXPECT_EQ(send(open, rig.window()), HostCode::success);
+        EXPECT_TRUE(showsChannels(rig));
         EXPECT_EQ(send(close), HostCode::success);
-        bench.passTime(150);
-        KVDrawGrid(hostWindow(bench.window()), "channelDrawGrid").refresh();
-        EXPECT_FALSE(showsChannels(bench));
+        rig.passTime(150);
+        KVDrawGrid(hostWindow(rig.window()), "channelDrawGrid").refresh();
+        EXPECT_FALSE(showsChannels(rig));
         EXPECT_EQ(send(close), HostCode::success) << "there is none any more";
     }
     EXPECT_TRUE(adds(first));

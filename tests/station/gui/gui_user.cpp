@@ -10,7 +10,7 @@
 #include "benchmarks/desktop_pictures.h"
 #include "benchmarks/latency_probe.h"
 #include "station/stop_signal.h"
-#include "tests/support/qt_bench.h"
+#include "tests/support/qt_rig.h"
 
 // The desktop program with a user for a live run: opens a setup, measures, looks at the live view
 // in both forms, closes the window on Ctrl-C and answers its question. At the end it prints one

@@ -14,7 +14,7 @@
 #include <atomic>
 #include <regex>
 
-#include "tests/support/qt_bench.h"
+#include "tests/support/qt_rig.h"
 
 namespace {
 

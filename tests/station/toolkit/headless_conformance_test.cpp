@@ -1,7 +1,7 @@
 #include "tests/station/toolkit/toolkit_conformance.h"
-#include "tests/support/headless_bench.h"
+#include "tests/support/headless_rig.h"
 
 INSTANTIATE_TEST_SUITE_P(Headless, ToolkitConformance,
-                         testing::Values(MakeToolkitBench{"headless", &HeadlessBench::make}));
+                         testing::Values(MakeToolkitRig{"headless", &HeadlessRig::make}));
 INSTANTIATE_TEST_SUITE_P(Headless, GroupedGrid,
-                         testing::Values(MakeToolkitBench{"headless", &HeadlessBench::make}));
+                         testing::Values(MakeToolkitRig{"headless", &HeadlessRig::make}));

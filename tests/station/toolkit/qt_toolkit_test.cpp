@@ -6,7 +6,7 @@
 #include <QToolButton>
 
 #include "tests/station/toolkit/toolkit_conformance.h"
-#include "tests/support/qt_bench.h"
+#include "tests/support/qt_rig.h"
 #include "ui/resource.h"
 
 using namespace Kestrova::Tessel;
@@ -15,7 +15,7 @@ using station::GridView;
 /// What only a screen, a mouse and a keyboard can show.
 class QtToolkit : public ToolkitConformance {
   protected:
-    QtBench& qt() { return static_cast<QtBench&>(*bench); }
+    QtRig& qt() { return static_cast<QtRig&>(*rig); }
     GridView& view() { return *qt().view("grid"); }
     QModelIndex at(std::int32_t row, std::int32_t column) {
         return qt().show({"grid", row, column});
@@ -48,7 +48,7 @@ class QtToolkit : public ToolkitConformance {
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Qt, QtToolkit, testing::Values(MakeToolkitBench{"Qt", &QtBench::make}));
+INSTANTIATE_TEST_SUITE_P(Qt, QtToolkit, testing::Values(MakeToolkitRig{"Qt", &QtRig::make}));
 
 TEST_P(QtToolkit, ATextBeingTypedIsNotDisturbedByARefreshOrAnotherRowCount) {
     describe(3, {CellType::editText});
@@ -217,8 +217,8 @@ TEST_P(QtToolkit, TheWindowMayBeDeletedInAHandlerWhileATextIsBeingTyped) {
         const auto close = [this](const auto&) {
             window = {};
             grid = {};
-            if (bench->window() != nullptr) {
-                bench->closeWindow();
+            if (rig->window() != nullptr) {
+                rig->closeWindow();
             }
         };
         const Timer timer{ControlFactory(window)};
@@ -229,7 +229,7 @@ TEST_P(QtToolkit, TheWindowMayBeDeletedInAHandlerWhileATextIsBeingTyped) {
             on(grid.cellInput(), close);
             QTest::keyClick(line, Qt::Key_Return);
         }
-        EXPECT_TRUE(QTest::qWaitFor([this] { return bench->window() == nullptr; }));
+        EXPECT_TRUE(QTest::qWaitFor([this] { return rig->window() == nullptr; }));
         QtUser::settle();
     }
 }

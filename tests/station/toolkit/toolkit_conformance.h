@@ -1,15 +1,15 @@
 #pragma once
 
 #include "station/runtime/runtime_exports.h"
-#include "tests/support/toolkit_bench.h"
+#include "tests/support/toolkit_rig.h"
 #include "ui/controls.h"
 #include "ui/event_args.h"
 
-/// What every toolkit must do. A test program instantiates the suite with its toolkit's bench; the
+/// What every toolkit must do. A test program instantiates the suite with its toolkit's rig; the
 /// tests are in toolkit_conformance_test.cpp.
 ///
 /// At the end of each test no handler is left alive.
-class ToolkitConformance : public testing::TestWithParam<MakeToolkitBench> {
+class ToolkitConformance : public testing::TestWithParam<MakeToolkitRig> {
   protected:
     static constexpr const char* xml =
         "<Window Name='w' Background='white'><CaptionPanel Title='T'>"
@@ -22,14 +22,14 @@ class ToolkitConformance : public testing::TestWithParam<MakeToolkitBench> {
     ToolkitConformance() { open(); }
     ~ToolkitConformance() override {
         window = {};
-        bench.reset();
+        rig.reset();
         grid = {};
         EXPECT_EQ(kvRtTrackedCount(), handlersBefore);
     }
 
     void open() {
-        bench = GetParam()();
-        window = Kestrova::Tessel::hostWindow(bench->window());
+        rig = GetParam()();
+        window = Kestrova::Tessel::hostWindow(rig->window());
         window.setXml(xml);
         grid = Kestrova::Tessel::KVDrawGrid(window, "grid");
     }
@@ -62,7 +62,7 @@ class ToolkitConformance : public testing::TestWithParam<MakeToolkitBench> {
     }
 
     const std::size_t handlersBefore = kvRtTrackedCount();
-    std::unique_ptr<ToolkitBench> bench;
+    std::unique_ptr<ToolkitRig> rig;
     Kestrova::Tessel::WindowPtr window;
     Kestrova::Tessel::KVDrawGrid grid;
     std::uint64_t lastKey = 0;

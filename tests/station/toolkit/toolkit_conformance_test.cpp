@@ -32,7 +32,7 @@ TEST_P(ToolkitConformance, XmlThatIsNoneLeavesTheContentAsItWas) {
     int clicks = 0;
     const IconButton button(window, "add");
     on(button.click(), [&](const auto&) { ++clicks; });
-    EXPECT_TRUE(bench->press("add"));
+    EXPECT_TRUE(rig->press("add"));
     EXPECT_EQ(clicks, 1);
 }
 
@@ -54,11 +54,11 @@ TEST_P(ToolkitConformance, CellsAreAskedForAndShownByTheirType) {
     });
     std::vector<std::string> shown;
     for (std::int32_t column = 0; column < 8; ++column) {
-        shown.push_back(bench->read({"grid", 1, column}));
+        shown.push_back(rig->read({"grid", 1, column}));
     }
     EXPECT_THAT(shown, ElementsAre("text", "text", "12", "0.5", "text", "00FF80", "text", "0.5"));
     EXPECT_EQ(asked.count({0, 0}), 0U) << "the header was asked for";
-    EXPECT_THAT(bench->titles("grid"), testing::Contains("Column 7"));
+    EXPECT_THAT(rig->titles("grid"), testing::Contains("Column 7"));
 }
 
 TEST_P(ToolkitConformance, InputArrivesWithItsCellAndTheCellIsAskedForAnew) {
@@ -81,16 +81,16 @@ TEST_P(ToolkitConformance, InputArrivesWithItsCellAndTheCellIsAskedForAnew) {
         value = args.getChecked() ? "on" : "off";
     });
 
-    EXPECT_TRUE(bench->type({"grid", 2, 0}, "Gr\xC3\xBC\xC3\x9F"));
-    EXPECT_EQ(cell + " " + bench->read({"grid", 2, 0}), "2/0 Gr\xC3\xBC\xC3\x9F,0,0");
-    EXPECT_TRUE(bench->type({"grid", 1, 1}, "no number"));
+    EXPECT_TRUE(rig->type({"grid", 2, 0}, "Gr\xC3\xBC\xC3\x9F"));
+    EXPECT_EQ(cell + " " + rig->read({"grid", 2, 0}), "2/0 Gr\xC3\xBC\xC3\x9F,0,0");
+    EXPECT_TRUE(rig->type({"grid", 1, 1}, "no number"));
     EXPECT_EQ(cell + " " + value, "1/1 no number,0,0");
-    EXPECT_THAT(bench->offers({"grid", 3, 2}), ElementsAre("zero", "one of 3"));
-    EXPECT_TRUE(bench->pick({"grid", 3, 2}, "one of 3"));
+    EXPECT_THAT(rig->offers({"grid", 3, 2}), ElementsAre("zero", "one of 3"));
+    EXPECT_TRUE(rig->pick({"grid", 3, 2}, "one of 3"));
     EXPECT_EQ(cell + " " + value, "3/2 one of 3,1,0");
-    EXPECT_TRUE(bench->setColor({"grid", 1, 3}, 0x000010));
+    EXPECT_TRUE(rig->setColor({"grid", 1, 3}, 0x000010));
     EXPECT_EQ(cell + " " + value, "1/3 ,0,16");
-    EXPECT_TRUE(bench->toggle({"grid", 2, 4}));
+    EXPECT_TRUE(rig->toggle({"grid", 2, 4}));
     EXPECT_EQ(cell + " " + value, "2/4 on");
 }
 
@@ -106,15 +106,15 @@ TEST_P(ToolkitConformance, AUserCanDoWhatTheTypeOfTheCellAllowsAndNothingElse) {
     for (std::int32_t column = 0; column < static_cast<std::int32_t>(types.size()); ++column) {
         const std::int32_t type = types[static_cast<std::size_t>(column)];
         const bool typed = type == CellType::editText || type == CellType::editNumber;
-        EXPECT_EQ(bench->type({"grid", 1, column}, "a"), typed) << type;
-        EXPECT_EQ(bench->pick({"grid", 1, column}, "a"), type == CellType::comboBox) << type;
-        EXPECT_EQ(bench->toggle({"grid", 1, column}), type == CellType::toggle) << type;
-        EXPECT_EQ(bench->setColor({"grid", 1, column}, 1), type == CellType::color) << type;
+        EXPECT_EQ(rig->type({"grid", 1, column}, "a"), typed) << type;
+        EXPECT_EQ(rig->pick({"grid", 1, column}, "a"), type == CellType::comboBox) << type;
+        EXPECT_EQ(rig->toggle({"grid", 1, column}), type == CellType::toggle) << type;
+        EXPECT_EQ(rig->setColor({"grid", 1, column}, 1), type == CellType::color) << type;
     }
     EXPECT_EQ(events, 5);
-    EXPECT_FALSE(bench->pick({"grid", 1, 6}, "b"));
-    EXPECT_FALSE(bench->type({"grid", 2, 1}, "a"));
-    EXPECT_FALSE(bench->fold("grid", 1));
+    EXPECT_FALSE(rig->pick({"grid", 1, 6}, "b"));
+    EXPECT_FALSE(rig->type({"grid", 2, 1}, "a"));
+    EXPECT_FALSE(rig->fold("grid", 1));
     EXPECT_EQ(events, 5);
 }
 
@@ -122,7 +122,7 @@ TEST_P(ToolkitConformance, AUserCanDoWhatTheTypeOfTheCellAllowsAndNothingElse) {
 
 TEST_P(ToolkitConformance, TheSelectionIsTheUsersUntilTheNumberOfRowsChanges) {
     describe(3, {CellType::text});
-    EXPECT_TRUE(bench->select("grid", {1, 3}));
+    EXPECT_TRUE(rig->select("grid", {1, 3}));
     grid.refresh();
     grid.setRowCount(4);
     EXPECT_FALSE(grid.isRowSelected(0));
@@ -131,9 +131,9 @@ TEST_P(ToolkitConformance, TheSelectionIsTheUsersUntilTheNumberOfRowsChanges) {
     EXPECT_TRUE(grid.isRowSelected(3));
     grid.setRowCount(5);
     EXPECT_FALSE(grid.isRowSelected(1));
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4));
+    EXPECT_THAT(rig->shownRows("grid"), ElementsAre(1, 2, 3, 4));
     grid.setRowCount(1);
-    EXPECT_THAT(bench->shownRows("grid"), IsEmpty());
+    EXPECT_THAT(rig->shownRows("grid"), IsEmpty());
 }
 
 TEST_P(ToolkitConformance, WhatIsOutsideTheGridIsAFailureWithItsReason) {
@@ -151,37 +151,37 @@ TEST_P(ToolkitConformance, WhatIsOutsideTheGridIsAFailureWithItsReason) {
 // Groups.
 
 TEST_P(GroupedGrid, AFoldedGroupHidesItsRowsAndOnlyANewRowCountAsksForTheGroupsAgain) {
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
+    EXPECT_THAT(rig->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
     const int before = timesAsked;
-    EXPECT_EQ(bench->read({"grid", 1, 0}), "-");
-    EXPECT_TRUE(bench->select("grid", {2, 5}));
-    EXPECT_TRUE(bench->fold("grid", 1));
+    EXPECT_EQ(rig->read({"grid", 1, 0}), "-");
+    EXPECT_TRUE(rig->select("grid", {2, 5}));
+    EXPECT_TRUE(rig->fold("grid", 1));
     EXPECT_EQ(changed, "a");
     asked.clear();
     grid.refresh();
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 4, 5));
+    EXPECT_THAT(rig->shownRows("grid"), ElementsAre(1, 4, 5));
     EXPECT_THAT(asked, testing::Not(testing::Contains(2)));
-    EXPECT_EQ(bench->read({"grid", 1, 0}), "+");
+    EXPECT_EQ(rig->read({"grid", 1, 0}), "+");
     EXPECT_FALSE(grid.isRowSelected(2));
     EXPECT_TRUE(grid.isRowSelected(5));
-    EXPECT_FALSE(bench->fold("grid", 5));
-    EXPECT_FALSE(bench->fold("grid", 3)) << "it is hidden";
-    EXPECT_TRUE(bench->fold("grid", 1));
+    EXPECT_FALSE(rig->fold("grid", 5));
+    EXPECT_FALSE(rig->fold("grid", 3)) << "it is hidden";
+    EXPECT_TRUE(rig->fold("grid", 1));
     EXPECT_EQ(changed, "aa");
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
+    EXPECT_THAT(rig->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
     EXPECT_EQ(timesAsked, before);
     firstExpanded = false;
     grid.setRowCount(6);
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 4, 5));
+    EXPECT_THAT(rig->shownRows("grid"), ElementsAre(1, 4, 5));
     EXPECT_EQ(timesAsked, before + 1);
-    EXPECT_TRUE(bench->fold("grid", 1));
+    EXPECT_TRUE(rig->fold("grid", 1));
     EXPECT_EQ(changed, "aaa");
-    EXPECT_THAT(bench->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
+    EXPECT_THAT(rig->shownRows("grid"), ElementsAre(1, 2, 3, 4, 5));
 }
 
 TEST_P(GroupedGrid, AClosedWindowLetsGoOfAllHandlersAndRaisesNothingWhileThePluginHoldsIt) {
-    bench->shownRows("grid");
-    bench->closeWindow();
+    rig->shownRows("grid");
+    rig->closeWindow();
     EXPECT_EQ(kvRtTrackedCount(), handlersBefore) << "those of the groups, too";
     asked.clear();
     grid.refresh();
@@ -204,12 +204,12 @@ TEST_P(ToolkitConformance, AHandlerThatFailsIsToldAndTheOthersAreCalled) {
         throw std::runtime_error("any");
     });
     on(button.click(), [&](const auto&) { called += "3"; });
-    EXPECT_TRUE(bench->press("add"));
+    EXPECT_TRUE(rig->press("add"));
     EXPECT_EQ(called, "123");
-    EXPECT_THAT(bench->takeFailures(), ElementsAre(0x80000006U, 0x80000014U));
-    EXPECT_TRUE(bench->press("remove"));
-    EXPECT_THAT(bench->takeFailures(), IsEmpty());
-    EXPECT_FALSE(bench->press("grid"));
+    EXPECT_THAT(rig->takeFailures(), ElementsAre(0x80000006U, 0x80000014U));
+    EXPECT_TRUE(rig->press("remove"));
+    EXPECT_THAT(rig->takeFailures(), IsEmpty());
+    EXPECT_FALSE(rig->press("grid"));
 }
 
 TEST_P(ToolkitConformance, AnEqualHandlerIsTheOneToUnsubscribe) {
@@ -221,7 +221,7 @@ TEST_P(ToolkitConformance, AnEqualHandlerIsTheOneToUnsubscribe) {
     button.click().subscribe(other);
     const auto equal = makeObject<EventHandlerImpl<IconButton, NoArgs>>(button.runtime(), one);
     button.call(&IComponent::unsubscribe, IIconButton::click, equal.get());
-    EXPECT_TRUE(bench->press("add"));
+    EXPECT_TRUE(rig->press("add"));
     EXPECT_EQ(calls, 10);
     const auto unsubscribe = [&](std::int32_t slot, IEventHandler* handler) {
         button.call(&IComponent::unsubscribe, slot, handler);
@@ -240,8 +240,8 @@ TEST_P(ToolkitConformance, AnEqualHandlerIsTheOneToUnsubscribe) {
 TEST_P(ToolkitConformance, AHandlerMayReplaceTheContentThatItBelongsTo) {
     const IconButton button(window, "add");
     on(button.click(), [this](const auto&) { window.setXml(xml); });
-    EXPECT_TRUE(bench->press("add"));
-    EXPECT_TRUE(bench->press("add")) << "the new button";
+    EXPECT_TRUE(rig->press("add"));
+    EXPECT_TRUE(rig->press("add")) << "the new button";
     describe(1, {CellType::editText});
     grid = KVDrawGrid(window, "grid");
     describe(1, {CellType::editText});
@@ -249,8 +249,8 @@ TEST_P(ToolkitConformance, AHandlerMayReplaceTheContentThatItBelongsTo) {
         window.setXml("<Window/>");
         grid = {};
     });
-    EXPECT_TRUE(bench->type({"grid", 1, 0}, "x"));
-    EXPECT_FALSE(bench->press("add"));
+    EXPECT_TRUE(rig->type({"grid", 1, 0}, "x"));
+    EXPECT_FALSE(rig->press("add"));
 }
 
 TEST_P(ToolkitConformance, AHandlerMayCloseItsWindow) {
@@ -258,10 +258,10 @@ TEST_P(ToolkitConformance, AHandlerMayCloseItsWindow) {
     on(button.click(), [this](const auto&) {
         window = {};
         grid = {};
-        bench->closeWindow();
+        rig->closeWindow();
     });
-    EXPECT_TRUE(bench->press("add"));
-    EXPECT_EQ(bench->window(), nullptr);
+    EXPECT_TRUE(rig->press("add"));
+    EXPECT_EQ(rig->window(), nullptr);
 }
 
 // Timers.
@@ -276,7 +276,7 @@ TEST_P(ToolkitConformance, ATimerTicksUntilItsLastReferenceGoesAlsoInATick) {
         }
     });
     expectFailure<OutOfRangeException>([&] { timer->setInterval(0); }, "");
-    bench->passTime(200);
+    rig->passTime(200);
     EXPECT_EQ(ticks, 2);
     expectFailure<NotFoundException>([&] { ControlFactory(window).create("Clock", ""); }, "Timer");
 }

@@ -1,11 +1,11 @@
-#include "benchmarks/component_road.h"
+#include "benchmarks/component_path.h"
 
 #include "plugin/identity.h"
 #include "station/document/setup_document.h"
 #include "ui/settings_window.h"
 #include "ui/setup_window.h"
 
-ComponentRoad::ComponentRoad(const std::string& path, const std::vector<std::uint32_t>& moduleTypes)
+ComponentPath::ComponentPath(const std::string& path, const std::vector<std::uint32_t>& moduleTypes)
     : frames(path), counter(frames), core(inputs, outputs, frames, counter) {
     station::StationHostOptions options;
     options.sampleRate = station::MasterClock::highestSampleRate;  // so that the last message is in
@@ -35,7 +35,7 @@ ComponentRoad::ComponentRoad(const std::string& path, const std::vector<std::uin
     core.syncManager.EnableClocks();
 }
 
-void ComponentRoad::poll() {
+void ComponentPath::poll() {
     inputs.update();
     core.packetReader.takeOver();
     core.syncManager.Tick();
@@ -43,7 +43,7 @@ void ComponentRoad::poll() {
     outputs.alignToAcquisition();
 }
 
-void ComponentRoad::pass() {
+void ComponentPath::pass() {
     constexpr int settlingPasses = 3;
     core.packetReader.readPass();
     if (++passes > settlingPasses) {
@@ -52,7 +52,7 @@ void ComponentRoad::pass() {
     poll();
 }
 
-std::uint64_t ComponentRoad::countBeforeStart() {
+std::uint64_t ComponentPath::countBeforeStart() {
     std::uint64_t sum = 0;
     for (const auto& device : core.packetReader.getDevices().list()) {
         for (const auto& channel : *device->getChannels()) {
@@ -62,7 +62,7 @@ std::uint64_t ComponentRoad::countBeforeStart() {
     return sum;
 }
 
-void ComponentRoad::finish() {
+void ComponentPath::finish() {
     constexpr std::uint64_t oneMillisecond = 1'000'000;
     counter.passBy(oneMillisecond);
     host->clock().movePosition();

@@ -31,7 +31,7 @@ class ToolkitUser {
 
 /// A toolkit under test with its user. Every toolkit of the station has one, and passes the same
 /// tests with it.
-class ToolkitBench : public virtual ToolkitUser {
+class ToolkitRig : public virtual ToolkitUser {
   public:
     /// The window object for the plug-in; null after `closeWindow`. Not to be called in a handler
     /// that has closed it.
@@ -46,12 +46,12 @@ class ToolkitBench : public virtual ToolkitUser {
 };
 
 /// The parameter of a suite that runs on each toolkit.
-struct MakeToolkitBench {
+struct MakeToolkitRig {
     const char* name;
-    std::unique_ptr<ToolkitBench> (*make)();
+    std::unique_ptr<ToolkitRig> (*make)();
 
-    std::unique_ptr<ToolkitBench> operator()() const { return make(); }
-    friend std::ostream& operator<<(std::ostream& stream, const MakeToolkitBench& toolkit) {
+    std::unique_ptr<ToolkitRig> operator()() const { return make(); }
+    friend std::ostream& operator<<(std::ostream& stream, const MakeToolkitRig& toolkit) {
         return stream << toolkit.name;
     }
 };

@@ -5,7 +5,7 @@
 
 #include "station/toolkit/qt/grid_view.h"
 #include "station/toolkit/qt/qt_window.h"
-#include "tests/support/toolkit_bench.h"
+#include "tests/support/toolkit_rig.h"
 
 /// A user in front of a real window, with a mouse and a keyboard: all that he does goes through
 /// events of Qt's.
@@ -41,11 +41,11 @@ class QtUser : public virtual ToolkitUser {
     bool isOfType(const Cell& cell, std::int32_t type) const;
 };
 
-class QtBench final : public ToolkitBench, public QtUser {
+class QtRig final : public ToolkitRig, public QtUser {
   public:
-    static std::unique_ptr<ToolkitBench> make() { return std::make_unique<QtBench>(); }
-    QtBench();
-    ~QtBench() override;
+    static std::unique_ptr<ToolkitRig> make() { return std::make_unique<QtRig>(); }
+    QtRig();
+    ~QtRig() override;
 
     station::QtWindow* place() const { return widget; }
 

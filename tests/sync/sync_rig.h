@@ -7,12 +7,12 @@
 namespace Kestrova::Utils::Kcom::Synchronization {
 
 /// A manager under a scripted host.
-class SyncBench : public testing::Test {
+class SyncRig : public testing::Test {
   protected:
     static constexpr std::int32_t soft = HostGnssDevice::syncModeSoft;
     static constexpr std::int32_t pps = HostGnssDevice::syncModePps;
 
-    SyncBench() {
+    SyncRig() {
         counter.onCount = [this] {
             counter.count += 50;
         };  // as on a computer, a look takes a moment

@@ -11,10 +11,10 @@
 /// The whole way over one file through the component and the station: from the stored frame over
 /// the fitted clocks and the bridge into the station's channel buffers, where nobody reads. Capture
 /// and host in turn on one thread, with the file's own time.
-class ComponentRoad {
+class ComponentPath {
   public:
     /// One module of each of these types, with CM IDs from 1 up, all channels used.
-    ComponentRoad(const std::string& path, const std::vector<std::uint32_t>& moduleTypes);
+    ComponentPath(const std::string& path, const std::vector<std::uint32_t>& moduleTypes);
 
     bool isAtEnd() const { return frames.isAtEnd(); }
     /// Reads a stretch of the file and moves it on. In the first few passes the clocks learn the

@@ -2,7 +2,7 @@
 
 #include "capture/frame_decoder.h"
 #include "fuzz/require.h"
-#include "tests/support/capture_bench.h"
+#include "tests/support/capture_rig.h"
 
 // The way of a frame from the network to the outputs, with a device of each type set up. An input
 // is a row of frames, each behind its length in two bytes; the last may be cut off.
@@ -35,9 +35,9 @@ void decode(const wire::Bytes& frame) {
     }
 }
 
-class Road : CaptureBench {
+class DataPath : CaptureRig {
   public:
-    Road() { addOneOfEach(); }
+    DataPath() { addOneOfEach(); }
 
     void run(const std::vector<wire::Bytes>& frames) {
         reader.prepareRead(true);
@@ -65,11 +65,11 @@ class Road : CaptureBench {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static Road road;
+    static DataPath dataPath;
     const std::vector<wire::Bytes> frames = split(data, size);
     for (const wire::Bytes& frame : frames) {
         decode(frame);
     }
-    road.run(frames);
+    dataPath.run(frames);
     return 0;
 }

@@ -6,7 +6,7 @@
 #include "tests/support/capture_stand_ins.h"
 #include "tests/support/sample_frames.h"
 #include "tests/support/scripted_host.h"
-#include "tests/support/toolkit_bench.h"
+#include "tests/support/toolkit_rig.h"
 #include "ui/settings_window.h"
 #include "ui/setup_window.h"
 
@@ -20,7 +20,7 @@ struct HandlerCount {
 
 /// The inner part of the plug-in at a scripted host, with a user in front of a window, on each
 /// toolkit.
-class WindowTest : public testing::TestWithParam<MakeToolkitBench> {
+class WindowTest : public testing::TestWithParam<MakeToolkitRig> {
   protected:
     WindowTest() {
         port.add("if0", {});
@@ -36,7 +36,7 @@ class WindowTest : public testing::TestWithParam<MakeToolkitBench> {
     }
 
     void openSettings() { openSettingsIn(*user); }
-    void openSettingsIn(ToolkitBench& place) {
+    void openSettingsIn(ToolkitRig& place) {
         settings = Kestrova::Tessel::KVWindow::make<SettingsWindow>(
             Kestrova::Tessel::hostWindow(place.window()), core);
     }
@@ -92,7 +92,7 @@ class WindowTest : public testing::TestWithParam<MakeToolkitBench> {
     OutputFactoryImpl outputs;
     CmpPluginCore core{inputs, outputs, port, counter};
     CmpDevices& devices = core.packetReader.getDevices();
-    std::unique_ptr<ToolkitBench> user = GetParam()();
+    std::unique_ptr<ToolkitRig> user = GetParam()();
     std::shared_ptr<SetupWindow> setup;
     std::shared_ptr<SettingsWindow> settings;
 };

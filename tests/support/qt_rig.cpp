@@ -1,4 +1,4 @@
-#include "tests/support/qt_bench.h"
+#include "tests/support/qt_rig.h"
 
 #include <QColorDialog>
 #include <QComboBox>
@@ -190,7 +190,7 @@ bool QtUser::select(const std::string& grid, const std::vector<std::int32_t>& ro
     });
 }
 
-QtBench::QtBench()
+QtRig::QtRig()
     : widget(new QtWindow([this](const HandlerFailure& failure) {
           failures.push_back(static_cast<std::uint32_t>(failure.code));
       })) {
@@ -202,12 +202,12 @@ QtBench::QtBench()
     EXPECT_TRUE(QTest::qWaitForWindowExposed(widget));
 }
 
-QtBench::~QtBench() {
+QtRig::~QtRig() {
     delete widget;
     QtUser::settle();
 }
 
-std::vector<std::string> QtBench::titles(const std::string& grid) const {
+std::vector<std::string> QtRig::titles(const std::string& grid) const {
     std::vector<std::string> titles;
     const GridView* const shown = view(grid);
     for (int column = 0; shown != nullptr && column < shown->shown().columnCount(); ++column) {
@@ -217,7 +217,7 @@ std::vector<std::string> QtBench::titles(const std::string& grid) const {
     return titles;
 }
 
-void QtBench::passTime(std::uint32_t milliseconds) {
+void QtRig::passTime(std::uint32_t milliseconds) {
     QTest::qWait(static_cast<int>(milliseconds + milliseconds / 2));  // timers may be a little late
     QtUser::settle();
 }

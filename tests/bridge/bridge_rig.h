@@ -5,7 +5,7 @@
 #include "tests/support/scripted_host.h"
 
 /// A factory at a scripted host.
-struct BridgeBench {
+struct BridgeRig {
     using Factory = Kestrova::Utils::Kcom::OutputChannel::OutputFactoryImpl;
     using Channel = std::shared_ptr<Kestrova::Utils::Kcom::OutputChannel::OutputChannel>;
     using Type = Kestrova::Utils::Kcom::OutputChannel::OutputChannelType;
@@ -17,7 +17,7 @@ struct BridgeBench {
     CountedRef<HostApp> app{&host.app};
     Factory factory;
 
-    BridgeBench() {
+    BridgeRig() {
         factory.attachHost(app, std::make_shared<std::wstring>(L"{id}"), &host.groupOfPlugins);
     }
 
@@ -29,4 +29,4 @@ struct BridgeBench {
     }
 };
 
-class BridgeTest : public ::testing::Test, protected BridgeBench {};
+class BridgeTest : public ::testing::Test, protected BridgeRig {};

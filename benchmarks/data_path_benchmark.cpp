@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "benchmarks/component_road.h"
+#include "benchmarks/component_path.h"
 #include "benchmarks/plain_clocks.h"
 #include "benchmarks/stored_traffic.h"
 #include "benchmarks/timing.h"
@@ -115,25 +115,25 @@ class HostRings final : public Kestrova::Utils::Kcom::OutputChannel::OutputFacto
 
 /// Goes over a file to its end. The first slice isn't measured: in it the queues grow, and the
 /// clocks let the samples wait. From then on each pass delivers what it read.
-template <typename AnyRoad>
-void runInSlices(AnyRoad& road, Best& aMessage) {
+template <typename AnyPath>
+void runInSlices(AnyPath& dataPath, Best& aMessage) {
     constexpr int passes = 4;
-    for (bool first = true; !road.isAtEnd(); first = false) {
-        const std::uint64_t before = road.count();
+    for (bool first = true; !dataPath.isAtEnd(); first = false) {
+        const std::uint64_t before = dataPath.count();
         StopWatch watch;
         for (int pass = 0; pass < passes; ++pass) {
-            road.pass();
+            dataPath.pass();
         }
-        if (!first && !road.isAtEnd()) {
-            aMessage.add(watch.lap(), road.count() - before);
+        if (!first && !dataPath.isAtEnd()) {
+            aMessage.add(watch.lap(), dataPath.count() - before);
         }
     }
 }
 
 /// The whole way over one file.
-class Road {
+class DataPath {
   public:
-    Road(const std::string& path, std::uint32_t modules)
+    DataPath(const std::string& path, std::uint32_t modules)
         : frames(path), rings(modules), reader(&clocks, &rings, frames, frames) {
         for (std::uint32_t i = 0; i < modules; ++i) {
             const auto device = reader.getDevices().add();
@@ -258,37 +258,37 @@ void checkDelivered(const Case& entry, std::uint64_t delivered) {
 }
 
 void runInSlicesToTheEnd(Case& entry) {
-    Road road(entry.path, entry.traffic.modules);
-    checkDelivered(entry, road.runInSlicesToTheEnd(entry.way));
+    DataPath dataPath(entry.path, entry.traffic.modules);
+    checkDelivered(entry, dataPath.runInSlicesToTheEnd(entry.way));
 }
 
 void runOnOneThread(Case& entry) {
-    Road road(entry.path, entry.traffic.modules);
-    checkDelivered(entry, road.runOnOneThread(entry.wholeWay));
+    DataPath dataPath(entry.path, entry.traffic.modules);
+    checkDelivered(entry, dataPath.runOnOneThread(entry.wholeWay));
 }
 
 void runThroughComponent(Case& entry) {
-    ComponentRoad road(entry.path, std::vector<std::uint32_t>(entry.traffic.modules,
-                                                              DeviceTypeInfo::neoviFire3Id));
-    runInSlices(road, entry.component);
-    road.finish();
-    checkDelivered(entry, road.count() + road.countBeforeStart());
+    ComponentPath dataPath(entry.path, std::vector<std::uint32_t>(entry.traffic.modules,
+                                                                  DeviceTypeInfo::neoviFire3Id));
+    runInSlices(dataPath, entry.component);
+    dataPath.finish();
+    checkDelivered(entry, dataPath.count() + dataPath.countBeforeStart());
 }
 
 /// A periodic call with nothing to deliver, of a plug-in with 64 channels.
 void idleCalls(const std::string& path, Best& call) {
     using Type = DeviceTypeInfo;
-    ComponentRoad road(path, {Type::neoviFire3Id, Type::neoviFire3Id, Type::linComboId,
-                              Type::canComboId, Type::canComboId});
-    for (int pass = 0; pass < 8 && !road.isAtEnd(); ++pass) {
-        road.pass();
+    ComponentPath dataPath(path, {Type::neoviFire3Id, Type::neoviFire3Id, Type::linComboId,
+                                  Type::canComboId, Type::canComboId});
+    for (int pass = 0; pass < 8 && !dataPath.isAtEnd(); ++pass) {
+        dataPath.pass();
     }
     constexpr int slices = 50;
     constexpr int calls = 100;
     StopWatch watch;
     for (int slice = 0; slice < slices; ++slice) {
         for (int i = 0; i < calls; ++i) {
-            road.poll();
+            dataPath.poll();
         }
         call.add(watch.lap(), calls);
     }
@@ -329,8 +329,8 @@ void mergeChannels(std::uint32_t together, Best& aMessage) {
 }
 
 void runOnTwoThreads(Case& entry) {
-    Road road(entry.path, entry.traffic.modules);
-    checkDelivered(entry, road.runOnTwoThreads(entry.twoThreads));
+    DataPath dataPath(entry.path, entry.traffic.modules);
+    checkDelivered(entry, dataPath.runOnTwoThreads(entry.twoThreads));
 }
 
 /// What a second file of the same kind costs in allocations, beyond what a short one costs.
@@ -338,10 +338,10 @@ double allocationsPerMessage(const std::string& directory) {
     const auto count = [&](std::uint32_t messages) {
         const std::string path = directory + "/allocations.pcap";
         writeTraffic(path, {1, 40, messages});
-        Road road(path, 1);
+        DataPath dataPath(path, 1);
         const std::uint64_t before = allocations;
         Best unused;
-        road.runInSlicesToTheEnd(unused);
+        dataPath.runInSlicesToTheEnd(unused);
         return allocations - before;
     };
     constexpr std::uint32_t few = 400'000;
@@ -368,7 +368,7 @@ void atMost(const char* what, double value, double limit) {
 
 int main() {
     constexpr int rounds = 15;
-    char pattern[] = "/tmp/frame-road-XXXXXX";
+    char pattern[] = "/tmp/data-path-XXXXXX";
     const std::string directory = mkdtemp(pattern);
     std::vector<Case> cases = {{directory + "/1x1.pcap", {1, 1, 800'000}},
                                {directory + "/8x1.pcap", {8, 1, 800'000}},

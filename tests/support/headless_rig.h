@@ -1,14 +1,14 @@
 #pragma once
 
 #include "station/toolkit/model/toolkit_window.h"
-#include "tests/support/toolkit_bench.h"
+#include "tests/support/toolkit_rig.h"
 
 /// A window that nobody sees, with a user, in a time that passes when told.
-class HeadlessBench final : public ToolkitBench {
+class HeadlessRig final : public ToolkitRig {
   public:
-    static std::unique_ptr<ToolkitBench> make() { return std::make_unique<HeadlessBench>(); }
-    HeadlessBench();
-    ~HeadlessBench() override { closeWindow(); }
+    static std::unique_ptr<ToolkitRig> make() { return std::make_unique<HeadlessRig>(); }
+    HeadlessRig();
+    ~HeadlessRig() override { closeWindow(); }
 
     Kestrova::Tessel::IWindow* window() override { return open.get(); }
     void closeWindow() override;

@@ -1,4 +1,4 @@
-#include "tests/support/headless_bench.h"
+#include "tests/support/headless_rig.h"
 
 #include <fmt/format.h>
 
@@ -7,7 +7,7 @@ using station::DrawGrid;
 using station::ToolkitTimer;
 namespace CellType = Kestrova::Tessel::CellType;
 
-class HeadlessBench::Timer final : public ToolkitTimer {
+class HeadlessRig::Timer final : public ToolkitTimer {
   public:
     Timer(std::shared_ptr<Clock> windowClock, station::FailureSinkPtr failureSink)
         : ToolkitTimer(std::move(failureSink)), clock(std::move(windowClock)) {
@@ -30,7 +30,7 @@ class HeadlessBench::Timer final : public ToolkitTimer {
     std::uint64_t due = 0;  ///< milliseconds
 };
 
-class HeadlessBench::Window final : public station::ToolkitWindow {
+class HeadlessRig::Window final : public station::ToolkitWindow {
   public:
     Window(std::shared_ptr<Clock> windowClock, station::FailureSinkPtr failureSink)
         : ToolkitWindow(std::move(failureSink)), clock(std::move(windowClock)) {}
@@ -44,26 +44,26 @@ class HeadlessBench::Window final : public station::ToolkitWindow {
     const std::shared_ptr<Clock> clock;
 };
 
-HeadlessBench::HeadlessBench()
+HeadlessRig::HeadlessRig()
     : open(makeObject<Window>(clock, std::make_shared<const station::FailureSink>(
                                          [list = failures](const station::HandlerFailure& failure) {
                                              list->push_back(
                                                  static_cast<std::uint32_t>(failure.code));
                                          }))) {}
 
-void HeadlessBench::closeWindow() {
+void HeadlessRig::closeWindow() {
     if (const auto closing = std::exchange(open, {}); closing) {
         closing->close();
     }
 }
 
-CountedRef<DrawGrid> HeadlessBench::find(const std::string& grid) const {
+CountedRef<DrawGrid> HeadlessRig::find(const std::string& grid) const {
     const auto* const content = open ? open->getContent() : nullptr;
     const auto* const found = content != nullptr ? content->find(grid) : nullptr;
     return found != nullptr ? found->grid : CountedRef<DrawGrid>();
 }
 
-std::vector<std::string> HeadlessBench::titles(const std::string& grid) const {
+std::vector<std::string> HeadlessRig::titles(const std::string& grid) const {
     std::vector<std::string> titles;
     for (const auto& column : find(grid)->getColumns()) {
         titles.push_back(column.title);
@@ -71,7 +71,7 @@ std::vector<std::string> HeadlessBench::titles(const std::string& grid) const {
     return titles;
 }
 
-HeadlessBench::Rows HeadlessBench::look(const std::string& grid) const {
+HeadlessRig::Rows HeadlessRig::look(const std::string& grid) const {
     Rows rows;
     const auto shown = find(grid);
     if (!shown) {
@@ -90,7 +90,7 @@ HeadlessBench::Rows HeadlessBench::look(const std::string& grid) const {
     return rows;
 }
 
-std::vector<std::int32_t> HeadlessBench::shownRows(const std::string& grid) const {
+std::vector<std::int32_t> HeadlessRig::shownRows(const std::string& grid) const {
     std::vector<std::int32_t> shown;
     for (const auto& [row, cells] : look(grid)) {
         shown.push_back(row);
@@ -98,7 +98,7 @@ std::vector<std::int32_t> HeadlessBench::shownRows(const std::string& grid) cons
     return shown;
 }
 
-std::optional<CellContent> HeadlessBench::look(const Cell& cell) const {
+std::optional<CellContent> HeadlessRig::look(const Cell& cell) const {
     const auto shown = find(cell.grid);
     if (shown) {
         shown->askGroups();
@@ -109,8 +109,8 @@ std::optional<CellContent> HeadlessBench::look(const Cell& cell) const {
                : std::nullopt;
 }
 
-bool HeadlessBench::input(const Cell& cell, std::initializer_list<std::int32_t> types,
-                          const station::CellInput& what) const {
+bool HeadlessRig::input(const Cell& cell, std::initializer_list<std::int32_t> types,
+                        const station::CellInput& what) const {
     const auto content = look(cell);
     if (!content || std::find(types.begin(), types.end(), content->type) == types.end()) {
         return false;
@@ -123,7 +123,7 @@ bool HeadlessBench::input(const Cell& cell, std::initializer_list<std::int32_t> 
     return true;
 }
 
-std::string HeadlessBench::read(const Cell& cell) const {
+std::string HeadlessRig::read(const Cell& cell) const {
     const auto content = look(cell);
     if (!content) {
         return "no such cell";
@@ -143,14 +143,14 @@ std::string HeadlessBench::read(const Cell& cell) const {
     }
 }
 
-std::vector<std::string> HeadlessBench::offers(const Cell& cell) const {
+std::vector<std::string> HeadlessRig::offers(const Cell& cell) const {
     const auto content = look(cell);
     return content && content->type == CellType::comboBox
                ? find(cell.grid)->askComboItems({cell.row, cell.column})
                : std::vector<std::string>();
 }
 
-bool HeadlessBench::press(const std::string& button) const {
+bool HeadlessRig::press(const std::string& button) const {
     const auto* const content = open->getContent();
     const auto* const found = content != nullptr ? content->find(button) : nullptr;
     if (found == nullptr || !found->button) {
@@ -161,26 +161,26 @@ bool HeadlessBench::press(const std::string& button) const {
     return true;
 }
 
-bool HeadlessBench::type(const Cell& cell, const std::string& text) const {
+bool HeadlessRig::type(const Cell& cell, const std::string& text) const {
     return input(cell, {CellType::editText, CellType::editNumber}, {text, 0, 0});
 }
 
-bool HeadlessBench::pick(const Cell& cell, const std::string& item) const {
+bool HeadlessRig::pick(const Cell& cell, const std::string& item) const {
     const auto items = offers(cell);
     const auto found = std::find(items.begin(), items.end(), item);
     const auto index = static_cast<std::int32_t>(found - items.begin());
     return found != items.end() && input(cell, {CellType::comboBox}, {item, 0, index});
 }
 
-bool HeadlessBench::toggle(const Cell& cell) const {
+bool HeadlessRig::toggle(const Cell& cell) const {
     return input(cell, {CellType::toggle}, {});
 }
 
-bool HeadlessBench::setColor(const Cell& cell, std::uint32_t color) const {
+bool HeadlessRig::setColor(const Cell& cell, std::uint32_t color) const {
     return input(cell, {CellType::color}, {"", color, 0});
 }
 
-bool HeadlessBench::fold(const std::string& grid, std::int32_t row) const {
+bool HeadlessRig::fold(const std::string& grid, std::int32_t row) const {
     const auto rows = look(grid);
     const auto found = rows.find(row);
     const bool isHead = found != rows.end() &&
@@ -193,12 +193,12 @@ bool HeadlessBench::fold(const std::string& grid, std::int32_t row) const {
     return isHead;
 }
 
-bool HeadlessBench::select(const std::string& grid, const std::vector<std::int32_t>& rows) const {
+bool HeadlessRig::select(const std::string& grid, const std::vector<std::int32_t>& rows) const {
     find(grid)->select(rows);
     return true;
 }
 
-void HeadlessBench::passTime(std::uint32_t milliseconds) {
+void HeadlessRig::passTime(std::uint32_t milliseconds) {
     const auto during = clock;
     const std::uint64_t end = during->now + milliseconds;
     while (true) {

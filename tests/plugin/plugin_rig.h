@@ -84,23 +84,23 @@ std::string outcomeOf(Action action) {
 ///
 /// Modules run on a pulse per second in week 0 and follow the host's start time: the device time of
 /// `canFrame` is the host's, in seconds.
-class PluginBench {
+class PluginRig {
   public:
     using Document = ScriptedDocument;
 
-    PluginBench() {
+    PluginRig() {
         port.add("if0", {});
         port.interfaces[0].endless = std::ref(feed);
         host.data.startTime = GNSSTime().ToDayCount();
         makePlugin();
     }
-    ~PluginBench() {
+    ~PluginRig() {
         dropPlugin();
         EXPECT_EQ(port.openHandles, 0);
         EXPECT_EQ(CountedObject::count(), 0U);
     }
-    PluginBench(const PluginBench&) = delete;
-    PluginBench& operator=(const PluginBench&) = delete;
+    PluginRig(const PluginRig&) = delete;
+    PluginRig& operator=(const PluginRig&) = delete;
 
     /// A new plug-in object in place of the present one.
     void makePlugin() {
@@ -208,4 +208,4 @@ class PluginBench {
     CountedRef<IPlugin4> events;
 };
 
-class PluginTest : public testing::Test, protected PluginBench {};
+class PluginTest : public testing::Test, protected PluginRig {};

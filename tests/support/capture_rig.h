@@ -6,7 +6,7 @@
 
 /// The capture side on scripted reads, all on the caller's thread: frames go in at an interface and
 /// come out as samples of the output stand-ins. Data read is on.
-struct CaptureBench {
+struct CaptureRig {
     ManualCounter counter;
     ScriptedPort port;
     FakeSyncManager manager;
@@ -14,7 +14,7 @@ struct CaptureBench {
     CmpPacketReader reader{&manager, &factory, port, counter};
     CmpDevices& devices = reader.getDevices();
 
-    CaptureBench() {
+    CaptureRig() {
         port.add("if0", {});
         reader.openInterfaces();
         reader.prepareRead(true);
