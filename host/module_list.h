@@ -45,7 +45,8 @@ class ModuleList : public HostObject {
     virtual HostResult getModules(std::vector<ListedModule>* modules) = 0;
     /// One for each module. They change by themselves.
     virtual HostResult getStates(std::vector<ModuleState>* states) = 0;
-    /// The types that there are, in the order in which a user is offered them.
+    /// The types that a module can have, in the order in which a user is offered them; in the
+    /// windows a new one is "Unknown", and has no channels, until it gets one of them.
     virtual HostResult getTypes(std::vector<std::wstring>* types) = 0;
 
     /// Adds a module of that type, with ConfigId 0, at the end.

@@ -8,11 +8,15 @@ using Kestrova::Utils::Kcom::StringHelper;
 
 namespace {
 
+bool isChoice(const DeviceTypeInfo& type) {
+    return type.typeId != DeviceTypeInfo::unknownId;
+}
+
 /// Null for a type that there isn't.
 const DeviceTypeInfo* findType(const wchar_t* name) {
     const auto types = deviceTypes();
     const auto found = std::find_if(types.begin(), types.end(), [&](const DeviceTypeInfo& type) {
-        return name != nullptr && StringHelper::ToWide(type.name) == name;
+        return name != nullptr && isChoice(type) && StringHelper::ToWide(type.name) == name;
     });
     return found == types.end() ? nullptr : &*found;
 }
@@ -65,7 +69,9 @@ HostResult ModuleOperations::getStates(std::vector<ModuleState>* states) {
 HostResult ModuleOperations::getTypes(std::vector<std::wstring>* types) {
     types->clear();
     for (const DeviceTypeInfo& type : deviceTypes()) {
-        types->push_back(StringHelper::ToWide(type.name));
+        if (isChoice(type)) {
+            types->push_back(StringHelper::ToWide(type.name));
+        }
     }
     return HostCode::success;
 }

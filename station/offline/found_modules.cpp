@@ -45,10 +45,12 @@ std::vector<Module> findModules(const std::string& path) {
         const std::uint8_t* payload = nullptr;
         while (parseFrame(frame.data, static_cast<std::int32_t>(frame.length), &offset, header,
                           payload) == DecodeResult::ok) {
+            if (header.messageType != MessageType::cmStatus) {
+                break;  // all messages of a frame are of one type
+            }
             CmStatus status;
             status.cmId = header.cmId;
-            if (header.messageType != MessageType::cmStatus ||
-                (!header.isAsam && decodeCmStatus(header, payload, status) != DecodeResult::ok)) {
+            if (!header.isAsam && decodeCmStatus(header, payload, status) != DecodeResult::ok) {
                 continue;
             }
             if (seen.insert(status.cmId).second) {

@@ -21,7 +21,6 @@ bool PassThroughClock::Line::takes(double position, double now) const {
 }
 
 void PassThroughClock::SetTime(const GNSSTime deviceTime) {
-    const LockGuard guard(lock);
     if (state != State::NotAsked) {
         set = {deviceTime, secondsOfCounter(), 0.0};
         state = State::Set;
@@ -34,7 +33,6 @@ double PassThroughClock::secondsOfCounter() const {
 
 PassThroughClock::Result PassThroughClock::GetTime(const GNSSTime deviceTime) {
     using Status = Kestrova::Utils::Kcom::Synchronization::GNSSTimeStatus;
-    const LockGuard guard(lock);
     if (!line) {
         if (state != State::Set) {
             state = State::Asked;

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "core/mutex.h"
 #include "core/performance_counter.h"
 #include "station/offline/offline_clocks.h"
 
@@ -26,6 +25,8 @@ namespace station {
 /// anchored again. As a channel's messages from before the jump may be asked for after another's
 /// from behind it, those that fit the line before go by that one. Jumps and wrong stamps are
 /// counted.
+///
+/// Used on one thread, as all clocks of stored frames.
 class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GNSSClock {
   public:
     using Result = Kestrova::Utils::Kcom::Synchronization::GNSSTimeResult;
@@ -63,10 +64,8 @@ class PassThroughClock final : public Kestrova::Utils::Kcom::Synchronization::GN
     const PerformanceCounter& counter;
     const std::int64_t start;
     std::string deviceName;
-    Mutex lock;
-    State state CMP_GUARDED_BY(lock) = State::NotAsked;
-    Line set CMP_GUARDED_BY(lock);  ///< by the time that was set last
-    // The host's thread only.
+    State state = State::NotAsked;
+    Line set;  ///< by the time that was set last
     std::optional<Line> line;
     double latest = 0.0;          ///< host time of the latest in `line`
     std::optional<Line> former;   ///< before the last jump

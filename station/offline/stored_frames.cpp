@@ -15,6 +15,22 @@ namespace {
 /// No more than the processor's caches hold.
 constexpr std::uint32_t stretchMostBytes = 256 * 1024;
 
+/// Null for standard input, and for what can't be opened: libpcap says why.
+std::FILE* openStream(const std::string& path) {
+    if (path == "-") {
+        return nullptr;
+    }
+    std::FILE* stream = openCompressedStream(path);
+    if (stream == nullptr) {
+        stream = std::fopen(path.c_str(), "rbe");
+    }
+    if (stream != nullptr) {
+        constexpr std::size_t bufferSize = 256 * 1024;  // by default 4096: a system call for each
+        static_cast<void>(std::setvbuf(stream, nullptr, _IOFBF, bufferSize));
+    }
+    return stream;
+}
+
 class StoredHandle final : public CaptureHandle {
   public:
     explicit StoredHandle(StoredFrames& storedFrames) : frames(storedFrames) {}
@@ -30,12 +46,12 @@ StoredFrames::StoredFrames(const std::string& filePath)
     : path(filePath), file(nullptr, pcap_close) {
     char text[PCAP_ERRBUF_SIZE] = {};
     constexpr u_int precision = PCAP_TSTAMP_PRECISION_NANO;
-    if (std::FILE* const compressed = openCompressedStream(path); compressed == nullptr) {
+    if (std::FILE* const opened = openStream(path); opened == nullptr) {
         file.reset(pcap_open_offline_with_tstamp_precision(path.c_str(), precision, text));
     } else {
-        file.reset(pcap_fopen_offline_with_tstamp_precision(compressed, precision, text));
+        file.reset(pcap_fopen_offline_with_tstamp_precision(opened, precision, text));
         if (!file) {
-            std::fclose(compressed);
+            std::fclose(opened);
         }
     }
     if (!file) {

@@ -191,6 +191,7 @@ void AppendFile::drain() {
         if (done == used) {
             bytesInFile += used;
             keepAndDrop(recordEnds.end());
+            beginWriteback();
         } else {
             cutBack(done, errorNumber);
         }
@@ -215,10 +216,23 @@ void AppendFile::appendBlock(const std::vector<std::uint8_t>& bytes,
     if (done == bytes.size()) {
         bytesInFile += done;
         keepAndDrop(recordEnds.end());
+        beginWriteback();
     } else {
         cutBack(done, errorNumber);
     }
     tellProgress();
+}
+
+/// Has the disk take what is in the file meanwhile, so that there is little left to wait for when
+/// it is closed.
+void AppendFile::beginWriteback() {
+    constexpr std::uint64_t piece = 8U << 20U;
+    if (!isStream && bytesInFile - writebackBegun >= piece) {
+        ::sync_file_range(fd, static_cast<off64_t>(writebackBegun),
+                          static_cast<off64_t>(bytesInFile - writebackBegun),
+                          SYNC_FILE_RANGE_WRITE);
+        writebackBegun = bytesInFile;
+    }
 }
 
 void AppendFile::patch(std::uint64_t offset, const std::vector<std::uint8_t>& bytes) {

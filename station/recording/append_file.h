@@ -141,6 +141,7 @@ class AppendFile {
     std::size_t writeOut(const std::uint8_t* bytes, std::size_t size, int& errorNumber);
     void cutBack(std::size_t bytesOut, int errorNumber);
     void keepAndDrop(std::vector<RecordEnd>::iterator firstLost);
+    void beginWriteback();
     void checkStillThere();
     void tellProgress() const;
     void fail(const std::string& reason);
@@ -158,6 +159,7 @@ class AppendFile {
     bool isStream = false;       // standard output or a pipe
     bool isToBeEmptied = false;  // before the first bytes are written
     std::uint64_t bytesInFile = 0;
+    std::uint64_t writebackBegun = 0;  ///< the disk was asked to take the file up to here
     std::uint64_t recordsInFile = 0;
     std::uint64_t lost = 0;
     std::string error;

@@ -4,12 +4,15 @@
 #include <system_error>
 
 namespace station {
+namespace {
 
-BlockCompressor::BlockCompressor() {
-    constexpr int windowBits = 15;
-    constexpr int memoryLevel = 9;  // the fastest
-    if (::deflateInit2(&stream, Z_BEST_SPEED, Z_DEFLATED, windowBits, memoryLevel,
-                       Z_DEFAULT_STRATEGY) != Z_OK) {
+constexpr int fastestLevel = 1;
+
+}  // namespace
+
+BlockCompressor::BlockCompressor()
+    : compressor(::libdeflate_alloc_compressor(fastestLevel), ::libdeflate_free_compressor) {
+    if (!compressor) {
         throw std::bad_alloc();
     }
 }
@@ -23,19 +26,13 @@ BlockCompressor::~BlockCompressor() {
         }
         thread.join();
     }
-    ::deflateEnd(&stream);
 }
 
 void BlockCompressor::compress(std::span<const std::uint8_t> from, std::vector<std::uint8_t>& to) {
     const std::size_t front = to.size();
-    ::deflateReset(&stream);
-    to.resize(front + ::deflateBound(&stream, from.size()));
-    stream.next_in = const_cast<Bytef*>(from.data());  // of a C library that only reads it
-    stream.avail_in = static_cast<uInt>(from.size());
-    stream.next_out = to.data() + front;
-    stream.avail_out = static_cast<uInt>(to.size() - front);
-    ::deflate(&stream, Z_FINISH);  // ends at once, for there is room
-    to.resize(to.size() - stream.avail_out);
+    to.resize(front + ::libdeflate_zlib_compress_bound(compressor.get(), from.size()));
+    to.resize(front + ::libdeflate_zlib_compress(compressor.get(), from.data(), from.size(),
+                                                 to.data() + front, to.size() - front));
 }
 
 void BlockCompressor::begin(std::span<const std::uint8_t> from, std::vector<std::uint8_t>& to) {

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <zlib.h>
+#include <libdeflate.h>
 
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <thread>
 #include <vector>
@@ -13,11 +14,11 @@
 
 namespace station {
 
-/// Compresses blocks with zlib at its fastest level, on a thread of its own: one block, while the
-/// caller fills the next. That is what a conversion needs, which has no other thread, and a live
-/// run whose recordings share one.
+/// Compresses blocks into zlib's format at the fastest level, on a thread of its own: one block,
+/// while the caller fills the next. That is what a conversion needs, which has no other thread, and
+/// a live run whose recordings share one.
 ///
-/// Called on one thread at a time. Of the two threads one has the blocks and zlib's state: the
+/// Called on one thread at a time. Of the two threads one has the blocks and the compressor: the
 /// other from `begin` to `wait`.
 class BlockCompressor {
   public:
@@ -36,7 +37,7 @@ class BlockCompressor {
   private:
     void run() CMP_EXCLUDES(lock);
 
-    z_stream stream{};
+    const std::unique_ptr<libdeflate_compressor, void (*)(libdeflate_compressor*)> compressor;
     std::span<const std::uint8_t> source;
     std::vector<std::uint8_t>* target = nullptr;
 

@@ -34,7 +34,10 @@ struct CanRecord {
     /// The data length code. Of a length that no CAN FD frame has (9, 10, 11, 13, ...) that of the
     /// next one that there is.
     std::uint8_t getLengthCode() const {
-        std::uint8_t code = 0;
+        if (!isFd()) {
+            return static_cast<std::uint8_t>(length);
+        }
+        std::uint8_t code = mostClassicData;
         while (lengthOfCode[code] < length) {
             ++code;
         }

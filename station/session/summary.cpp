@@ -203,9 +203,11 @@ std::string clockText(const ClockStatistics& clock) {
 
 /// "1 gap, 20 frames missing".
 std::string gapsText(const ModuleStatistics& frames) {
-    return fmt::format(
-        "{} gap{}{}", frames.sequenceGaps, frames.sequenceGaps == 1 ? "" : "s",
-        frames.missingFrames == 0 ? "" : fmt::format(", {} frames missing", frames.missingFrames));
+    return fmt::format("{} gap{}{}", frames.sequenceGaps, frames.sequenceGaps == 1 ? "" : "s",
+                       frames.missingFrames == 0
+                           ? ""
+                           : fmt::format(", {} frame{} missing", frames.missingFrames,
+                                         frames.missingFrames == 1 ? "" : "s"));
 }
 
 /// Those of one module, or of none.
