@@ -56,7 +56,7 @@ void CmpPacketReader::openInterfaces() {
         if (std::none_of(found.begin(), found.end(),
                          [&name](const CaptureInterface& device) { return device.name == name; })) {
             messages.tell(name,
-                          "there is no interface " + name + "; it is captured when it appears");
+                          "there is no Ethernet interface " + name + "; it is captured when it appears");
         }
     }
     for (CaptureInterface& device : found) {

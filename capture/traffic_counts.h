@@ -51,16 +51,26 @@ struct SequenceCounts {
 
     std::uint64_t frames = 0;
     std::uint64_t gaps = 0;     ///< frames whose counter isn't the successor of the one before
-    std::uint64_t missing = 0;  ///< frames that the gaps have skipped
-    std::uint16_t last = 0;
+    std::uint64_t missing = 0;  ///< frames that the gaps have skipped, and that didn't come later
+    std::uint16_t last = 0;     ///< the counter of the latest frame
+    std::uint16_t late = 0;     ///< that of a frame that came behind a later one
 
     void note(std::uint16_t counter) {
         const auto skipped = static_cast<std::uint16_t>(counter - last - 1);
-        if (frames != 0 && skipped != 0) {
-            ++gaps;
-            missing += skipped <= mostMissing ? skipped : 0;
+        if (frames++ == 0 || skipped == 0) {
+            last = counter;
+            return;
         }
-        ++frames;
-        last = counter;
+        ++gaps;
+        const auto back = static_cast<std::uint16_t>(last - counter);
+        if (back > mostMissing) {
+            missing += skipped <= mostMissing ? skipped : 0;
+            last = counter;
+        } else if (counter == static_cast<std::uint16_t>(late + 1)) {  // it counts on from there
+            last = counter;
+        } else {
+            missing -= back != 0 && missing != 0 ? 1 : 0;
+            late = counter;
+        }
     }
 };

@@ -358,7 +358,7 @@ std::string sequenceText(const std::string& module, const ModuleStatistics& fram
     return fmt::format("the sequence counter of \"{}\" isn't continuous ({}): {}", module,
                        gapsText(frames),
                        frames.missingFrames == 0
-                           ? "the module was restarted, or frames were lost on the way"
+                           ? "the module was restarted, or frames came twice or in another order"
                            : "frames were lost on the way, or the module has several counters");
 }
 

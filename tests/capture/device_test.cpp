@@ -90,6 +90,25 @@ TEST_F(DeviceTest, DeviceTimeRunsOnOnTheCounter) {
     }
 }
 
+TEST(SequenceCountsTest, WhatComesLateOrTwiceIsNotMissing) {
+    struct Case {
+        std::vector<std::uint16_t> counters;
+        std::uint64_t gaps;
+        std::uint64_t missing;
+    };
+    for (const auto& [counters, gaps, missing] :
+         {Case{{65534, 65535, 0, 1}, 0, 0}, Case{{65534, 2, 3}, 1, 3}, Case{{5, 7, 6, 8}, 2, 0},
+          Case{{5, 9, 9, 7, 10}, 3, 2}, Case{{700, 0, 1, 2, 4}, 3, 1},
+          Case{{3, 5, 2000, 2001}, 2, 1}}) {
+        SequenceCounts counts;
+        for (const std::uint16_t counter : counters) {
+            counts.note(counter);
+        }
+        EXPECT_EQ(std::pair(counts.gaps, counts.missing), std::pair(gaps, missing))
+            << testing::PrintToString(counters);
+    }
+}
+
 TEST(SequenceLockedTest, NothingIsReadHalfWritten) {
     SequenceLocked<std::array<std::int32_t, 19>> latest;
     std::atomic<bool> done = false;

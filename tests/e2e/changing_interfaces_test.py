@@ -178,7 +178,7 @@ class ChangingInterfaces(Case):
         self.assertEqual(self.expect_all_of("sim0"), [])
 
         self.capture("--interface", "veth0", "--interface", "late5")  # is waited for
-        self.wait_for("there is no interface late5; it is captured when it appears")
+        self.wait_for("there is no Ethernet interface late5; it is captured when it appears")
         self.add_link("late5")
         self.wait_for("interface late5 is captured from now on")
         self.send("sim1")
