@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 /// Notices modules whose messages keep coming while their device time doesn't advance: no message
@@ -19,9 +20,10 @@ class StandingClocks {
         }
         Clock& clock = clocks[module];
         const double passed = arrival - clock.arrival;
-        if (!clock.isKnown || passed < 0.0 ||
+        const double pause = arrival - std::exchange(clock.latest, arrival);
+        if (!clock.isKnown || passed < 0.0 || pause > longestPause ||
             std::abs(deviceTime - clock.deviceTime) > leastAdvance * passed + precision) {
-            clock = {deviceTime, arrival, true, false};
+            clock = {deviceTime, arrival, arrival, true, false};
             return false;
         }
         const bool wasStanding = clock.isStanding;
@@ -34,12 +36,14 @@ class StandingClocks {
 
   private:
     static constexpr double patience = 2.0;      ///< seconds
+    static constexpr double longestPause = 5.0;  ///< longer ones are a moment that was set
     static constexpr double leastAdvance = 0.1;  ///< seconds of the device in a second
     static constexpr double precision = 1e-3;    ///< of the times given, in seconds
 
     struct Clock {
         double deviceTime = 0.0;  ///< when it advanced last
         double arrival = 0.0;
+        double latest = 0.0;  ///< arrival of the latest message that was looked at
         bool isKnown = false;
         bool isStanding = false;
     };
