@@ -1,11 +1,5 @@
-#include <csignal>
-#include <exception>
-#include <sstream>
-
-#include "core/standard_descriptors.h"
 #include "station/cli/commands.h"
-#include "station/permission.h"
-#include "station/terminal_text.h"
+#include "station/program.h"
 
 #ifndef CMP_VERSION
 #define CMP_VERSION "unknown"
@@ -25,7 +19,7 @@ Examples:
 Exit codes: 0 good, 1 failure or loss while running, 2 wrong use, 3 unreadable input,
 4 not allowed to capture.)";
 
-int execute(int argc, char** argv) {
+station::ExitCode execute(int argc, char** argv) {
     CLI::App app{"Receives CAN, CAN FD and LIN traffic from Ethernet capture modules.",
                  "cmp-station"};
     app.set_version_flag("--version", "cmp-station " CMP_VERSION);
@@ -38,36 +32,15 @@ int execute(int argc, char** argv) {
     station::addGuiCommand(app, command);
     station::addPluginsCommand(app, command);
     station::addSetupCommand(app, command);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {  // it is asked for help
-            std::ostringstream answer;
-            app.exit(error, answer, answer);
-            station::printResult(answer.str());
-            return 0;
-        }
-        throw station::UserError(error.what() +
-                                 std::string("; \"cmp-station --help\" tells how it is used"));
+    if (!station::readCommandLine(app, argc, argv, "cmp-station --help")) {
+        return station::ExitCode::Good;
     }
-    // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
-    std::signal(SIGXFSZ, SIG_IGN);
     station::StopSignal stop;
-    return static_cast<int>(command(stop));
+    return command(stop);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    holdStandardDescriptors();
-    station::keepRightsToItself();
-    try {
-        return execute(argc, argv);
-    } catch (const station::UserError& error) {
-        station::printMessage(error);
-        return static_cast<int>(error.getCode());
-    } catch (const std::exception& error) {
-        station::printMessage(error.what());
-        return static_cast<int>(station::ExitCode::Failed);
-    }
+    return station::runProgram([&] { return execute(argc, argv); });
 }

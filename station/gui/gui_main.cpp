@@ -1,16 +1,12 @@
 #include <CLI/CLI.hpp>
 #include <QApplication>
 #include <QTimer>
-#include <csignal>
-#include <sstream>
 #include <utility>
 
-#include "core/standard_descriptors.h"
-#include "station/errors.h"
 #include "station/gui/main_window.h"
 #include "station/permission.h"
+#include "station/program.h"
 #include "station/stop_signal.h"
-#include "station/terminal_text.h"
 
 #ifndef CMP_VERSION
 #define CMP_VERSION "unknown"
@@ -31,7 +27,7 @@ constexpr auto patience = std::chrono::seconds(2);
 
 /// The window toolkit gets no word of the command line: it has options of its own, some of which
 /// name code to load, and would look for them in the values of ours.
-int show(const Options& options, station::StopSignal& stop) {
+ExitCode show(const Options& options, station::StopSignal& stop) {
     char name[] = "cmp-station-gui";
     char* arguments[] = {name, nullptr};
     int count = 1;
@@ -55,10 +51,11 @@ int show(const Options& options, station::StopSignal& stop) {
     });
     constexpr int period = 100;  // milliseconds
     stopTimer.start(period);
-    return QApplication::exec();
+    return static_cast<ExitCode>(QApplication::exec());
 }
 
-int execute(int argc, char** argv) {
+ExitCode execute(int argc, char** argv) {
+    station::guardDesktop();
     CLI::App app{"The desktop of cmp-station; \"cmp-station gui\" starts it.", "cmp-station-gui"};
     Options options;
     std::string plugin;
@@ -68,21 +65,10 @@ int execute(int argc, char** argv) {
                    "Samples a second of the acquisition, 1000 by default")
         ->type_name("N")
         ->check(CLI::Range(1.0, station::MasterClock::highestSampleRate).description(""));
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {  // it is asked for help
-            std::ostringstream answer;
-            app.exit(error, answer, answer);
-            station::printResult(answer.str());
-            return 0;
-        }
-        throw station::UserError(error.what() +
-                                 std::string("; \"cmp-station gui --help\" tells how it is used"));
+    if (!station::readCommandLine(app, argc, argv, "cmp-station gui --help")) {
+        return ExitCode::Good;
     }
     options.workspace.plugin = plugin;
-    // A recording that outgrows a limit on file sizes is to fail like one on a full disk.
-    std::signal(SIGXFSZ, SIG_IGN);
     station::StopSignal stop;
     return show(options, stop);
 }
@@ -90,16 +76,5 @@ int execute(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    holdStandardDescriptors();
-    station::keepRightsToItself();
-    try {
-        station::guardDesktop();
-        return execute(argc, argv);
-    } catch (const station::UserError& error) {
-        station::printMessage(error);
-        return static_cast<int>(error.getCode());
-    } catch (const std::exception& error) {
-        station::printMessage(error.what());
-        return static_cast<int>(ExitCode::Failed);
-    }
+    return station::runProgram([&] { return execute(argc, argv); });
 }
