@@ -16,12 +16,13 @@ namespace {
 constexpr std::uint32_t stretchMostBytes = 256 * 1024;
 
 /// Null for standard input, and for what can't be opened: libpcap says why.
-std::FILE* openStream(const std::string& path) {
+std::FILE* openStream(const std::string& path, bool& isCompressed) {
     if (path == "-") {
         return nullptr;
     }
     std::FILE* stream = openCompressedStream(path);
-    if (stream == nullptr) {
+    isCompressed = stream != nullptr;
+    if (!isCompressed) {
         stream = std::fopen(path.c_str(), "rbe");
     }
     if (stream != nullptr) {
@@ -46,7 +47,7 @@ StoredFrames::StoredFrames(const std::string& filePath)
     : path(filePath), file(nullptr, pcap_close) {
     char text[PCAP_ERRBUF_SIZE] = {};
     constexpr u_int precision = PCAP_TSTAMP_PRECISION_NANO;
-    if (std::FILE* const opened = openStream(path); opened == nullptr) {
+    if (std::FILE* const opened = openStream(path, isCompressed); opened == nullptr) {
         file.reset(pcap_open_offline_with_tstamp_precision(path.c_str(), precision, text));
     } else {
         file.reset(pcap_fopen_offline_with_tstamp_precision(opened, precision, text));
@@ -88,8 +89,10 @@ bool StoredFrames::fetch() {
     if (result != 1) {
         atEnd = true;
         if (result == PCAP_ERROR) {
-            errorText =
-                fmt::format("{} can't be read to its end: {}", path, pcap_geterr(file.get()));
+            errorText = fmt::format("{} can't be read to its end: {}", path,
+                                    isCompressed && std::ferror(pcap_file(file.get())) != 0
+                                        ? "what is compressed in it is torn or damaged"
+                                        : pcap_geterr(file.get()));
         }
         return false;
     }

@@ -58,6 +58,7 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
 
     const std::string path;
     std::unique_ptr<pcap, void (*)(pcap*)> file;
+    bool isCompressed = false;
     std::int64_t fileSize = 0;
     std::string errorText;
     std::int64_t firstTime = 0;
