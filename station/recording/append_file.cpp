@@ -250,7 +250,7 @@ void AppendFile::patch(std::uint64_t offset, const std::vector<std::uint8_t>& by
     ::fcntl(fd, F_SETFL, flags);
     if (count != static_cast<ssize_t>(bytes.size())) {
         fail(reasonOf(count < 0 ? errorNumber : ENOSPC) +
-             " when completing its header. Its messages are in it; have it repaired");
+             " when completing its header. Its records are in it; have it repaired");
     }
 }
 
@@ -273,12 +273,12 @@ void AppendFile::cutBack(std::size_t bytesOut, int errorNumber) {
     keepAndDrop(firstLost);
     if (isStream) {
         fail((errorNumber == EPIPE ? "its reader has gone away" : reasonOf(errorNumber)) +
-             ", after " + std::to_string(recordsInFile) + " messages");
+             ", after " + std::to_string(recordsInFile) + " records");
         return;
     }
     const bool isCut = ::ftruncate(fd, static_cast<off_t>(bytesInFile)) == 0;
     fail(reasonOf(errorNumber) + ". It holds " + std::to_string(recordsInFile) +
-         " messages up to here" + (isCut ? "" : ", its last one may be torn") +
+         " records up to here" + (isCut ? "" : ", its last one may be torn") +
          ". Make room or choose another disk, and record again");
 }
 
@@ -307,7 +307,7 @@ void AppendFile::checkStillThere() {
         }
         lost += std::exchange(recordsInFile, 0);
         bytesInFile = 0;
-        fail("the file was deleted, and its messages with it. Record again");
+        fail("the file was deleted, and its records with it. Record again");
         return;
     }
     const bool isNamed = ::stat(filePath.c_str(), &named) == 0;
@@ -315,7 +315,7 @@ void AppendFile::checkStillThere() {
     const bool isOther = isNamed && (named.st_dev != own.st_dev || named.st_ino != own.st_ino);
     if (isGone || isOther) {
         fail("the file was moved away or replaced, and holds " + std::to_string(recordsInFile) +
-             " messages up to here. Record again");
+             " records up to here. Record again");
     } else if (!isToBeEmptied && static_cast<std::uint64_t>(own.st_size) != bytesInFile) {
         fail("another program changed the file. Record again, to another file");
     }

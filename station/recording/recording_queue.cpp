@@ -248,7 +248,7 @@ std::vector<std::string> RecordingQueue::flush() {
     const std::uint64_t dropped = countDropped();
     if (const std::uint64_t lost = dropped - std::exchange(droppedTold, dropped); lost != 0) {
         texts.push_back("the disk is too slow: " + std::to_string(lost) +
-                        " messages found no room to wait for it and aren't recorded");
+                        " records found no room to wait for it and are lost");
     }
     const std::uint64_t late = getLate();
     if (const std::uint64_t count = late - std::exchange(lateTold, late); count != 0) {
@@ -322,7 +322,7 @@ std::vector<std::string> RecordingQueue::abandon() {
                         ? "the recordings are written, but the disk hasn't confirmed yet that it "
                           "keeps them: leave it connected until it is at rest"
                         : "the disk doesn't answer, the recordings were left as they are: up to " +
-                              std::to_string(missing) + " messages are missing at their end");
+                              std::to_string(missing) + " records are missing at their end");
     return texts;
 }
 

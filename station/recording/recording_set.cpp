@@ -8,7 +8,7 @@ namespace station {
 
 std::string lateText(std::uint64_t messages) {
     return std::to_string(messages) +
-           " messages came in after later ones had been recorded: the recordings aren't in the "
+           " records came in after later ones had been recorded: the recordings aren't in the "
            "order of time there";
 }
 
