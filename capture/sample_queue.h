@@ -125,8 +125,9 @@ class SampleQueue {
     static constexpr std::size_t headerCells = cellsOf(sizeof(Header));
     static constexpr std::size_t frameCells = cellsOf(sizeof(Frame));
 
-    /// Four kilobytes, some 120 usual messages.
-    static constexpr std::size_t blockCells = 256;
+    /// A kilobyte, some 30 usual messages: so the blocks that the channels of 64 modules write into
+    /// stay within a processor's cache.
+    static constexpr std::size_t blockCells = 64;
     struct Block {
         std::unique_ptr<Block> next;
         std::array<Cell, blockCells> cells;
@@ -134,7 +135,7 @@ class SampleQueue {
     /// Where the last sample of a block may begin: a record is made whole before it is known how
     /// much of it is used.
     static constexpr std::size_t lastStart = blockCells - headerCells - frameCells;
-    /// Blocks kept for the capture thread, a quarter of a megabyte.
+    /// Blocks kept for the capture thread, 64 kilobytes.
     static constexpr std::size_t spareBlocks = 64;
 
     const Header& front() const { return *reinterpret_cast<const Header*>(&first->cells[start]); }

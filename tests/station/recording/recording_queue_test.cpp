@@ -142,7 +142,7 @@ TEST_F(RecordingQueueTest, DiskThatDoesNotComeBackIsLeftWithItsCount) {
     const std::string log = contentOf(path);
     const auto there = static_cast<std::uint64_t>(std::count(log.begin(), log.end(), '\n'));
     ASSERT_LT(there, 50 + chunk);
-    const std::string missing = std::to_string(sent - there) + " messages are missing";
+    const std::string missing = std::to_string(sent - there) + " records are missing";
     EXPECT_THAT(queue->abandon(), ElementsAre(HasSubstr(missing)));
     EXPECT_TRUE(queue->hasLost());
     EXPECT_EQ(state().records, there);
