@@ -6,7 +6,9 @@ stopped for 300 ms, its terminal isn't read, one recording's disk is frozen now 
 full, has room again, and is full in the end. Then each message that was sent has to be told of, once, channel
 by channel and recording by recording."""
 
+import concurrent.futures
 import contextlib
+import json
 import random
 import shutil
 import signal
@@ -160,11 +162,16 @@ def run(folder, seconds, seed):
         for trouble in troubles.values():
             trouble.undo()
         station.settle()
-        if draw.random() < 0.5:  # the end comes when the disk doesn't answer
-            with lab.frozen(frozen):
-                process.send_signal(signal.SIGTERM)
-                time.sleep(3)
-        code, report, _ = station.stop_with_any_code()
+        with concurrent.futures.ThreadPoolExecutor(1) as reader:
+            ended = reader.submit(station.finish)  # a long report is read as it comes
+            if draw.random() < 0.5:  # the end comes when the disk doesn't answer
+                with lab.frozen(frozen):
+                    process.send_signal(signal.SIGTERM)
+                    time.sleep(3)
+            else:
+                process.send_signal(signal.SIGINT)
+            code, output, _ = ended.result()
+        report = json.loads(output) if output else {}
         terminal.read()
         files = {recording["path"]: look_at(recording["path"]) for recording in report.get("recordings", [])}
     if not report:
