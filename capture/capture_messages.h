@@ -30,8 +30,10 @@ class CaptureMessages {
     };
 
     /// Passes over what was told last about that interface, so that it can be told at each attempt.
-    void tell(const std::string& interface, std::string text) { add(interface, {std::move(text)}); }
-    void tellHarmless(const std::string& interface, std::string text) {
+    void report(const std::string& interface, std::string text) {
+        add(interface, {std::move(text)});
+    }
+    void reportHarmless(const std::string& interface, std::string text) {
         add(interface, {std::move(text), true});
     }
 

@@ -47,7 +47,7 @@ void CmpPacketReader::openInterfaces() {
     if (port.findAllDevices(found, error) == -1) {
         lastError = listFailed;
         lastErrorText = error;
-        messages.tell("", error);
+        messages.report("", error);
         return;
     }
     closeInterfaces();
@@ -55,8 +55,8 @@ void CmpPacketReader::openInterfaces() {
     for (const std::string& name : selection) {
         if (std::none_of(found.begin(), found.end(),
                          [&name](const CaptureInterface& device) { return device.name == name; })) {
-            messages.tell(name,
-                          "there is no Ethernet interface " + name + "; it is captured when it appears");
+            messages.report(name, "there is no Ethernet interface " + name +
+                                      "; it is captured when it appears");
         }
     }
     for (CaptureInterface& device : found) {
@@ -65,7 +65,7 @@ void CmpPacketReader::openInterfaces() {
             continue;
         }
         if (selection.empty() && !device.repeated.empty()) {
-            messages.tellHarmless(device.name, leftOutText(device.name, device.repeated));
+            messages.reportHarmless(device.name, leftOutText(device.name, device.repeated));
             continue;
         }
         PcapInterface opened;
@@ -73,7 +73,7 @@ void CmpPacketReader::openInterfaces() {
         if (!opened.handle) {
             lastError = openFailed;
             lastErrorText = error;
-            messages.tell(device.name, notOpenedText(error));
+            messages.report(device.name, notOpenedText(error));
             continue;
         }
         if (port.lookupNet(device.name, opened.net, opened.mask, error) == -1) {

@@ -22,7 +22,7 @@ std::unique_ptr<LateHandle> LateHandle::open(const LateCapture& wanted,
         handle->Start();
         return handle;
     } catch (const std::system_error& error) {
-        wanted.messages->tell(
+        wanted.messages->report(
             "", std::string("interfaces that appear later aren't captured: ") + error.what());
         return nullptr;
     }
@@ -128,11 +128,11 @@ bool LateHandle::look() {
     NetworkLinks present;
     std::string error;
     if (!readNetworkLinks(present, error)) {
-        messages.tell("", error);
+        messages.report("", error);
         return false;
     }
     forgetEnded(present);
-    tellUpAndDown(present);
+    reportUpAndDown(present);
     // First those that others repeat: one that can't be opened keeps what repeats it.
     const bool isDone = openMissing(present, false);
     return openMissing(present, true) && isDone;
@@ -151,7 +151,7 @@ bool LateHandle::openMissing(const NetworkLinks& present, bool repeatOthers) {
                 continue;
             }
         } else if (const auto repeated = findRepeated(present, index); !repeated.empty()) {
-            messages.tellHarmless(link.name, leftOutText(link.name, repeated));
+            messages.reportHarmless(link.name, leftOutText(link.name, repeated));
             if (place != captured.end()) {
                 place->second.link->isEnded = true;
                 captured.erase(place);
@@ -175,23 +175,23 @@ void LateHandle::forgetEnded(const NetworkLinks& present) {
         const auto& link = entry->second.link;
         const bool isGone = present.count(entry->first) == 0;
         if (isGone) {  // its handle has still to be read to its end
-            messages.tell(name, "interface " + name + " went away");
+            messages.report(name, "interface " + name + " went away");
         } else if (link->isEnded) {
-            messages.tell(name, "interface " + name + " can't be read any more");
+            messages.report(name, "interface " + name + " can't be read any more");
         }
         entry = isGone || link->isEnded ? captured.erase(entry) : std::next(entry);
     }
 }
 
 /// One that is down stays open: it is read on when it is up again.
-void LateHandle::tellUpAndDown(const NetworkLinks& present) {
+void LateHandle::reportUpAndDown(const NetworkLinks& present) {
     for (auto& [index, entry] : captured) {
         const bool isUp = present.at(index).isUp;
         if (isUp && !entry.isUp) {
-            messages.tellHarmless(entry.name, "interface " + entry.name + " is up again");
+            messages.reportHarmless(entry.name, "interface " + entry.name + " is up again");
         } else if (!isUp && entry.isUp) {
-            messages.tell(entry.name, "interface " + entry.name +
-                                          " went down: nothing comes in until it is up again");
+            messages.report(entry.name, "interface " + entry.name +
+                                            " went down: nothing comes in until it is up again");
         }
         entry.isUp = isUp;
     }
@@ -204,7 +204,7 @@ bool LateHandle::openLink(const NetworkLink& wanted) {
     std::string error;
     auto handle = LiveHandle::open(its, timeoutMs, links, error);
     if (!handle) {
-        messages.tell(wanted.name, notOpenedText(error));
+        messages.report(wanted.name, notOpenedText(error));
         return false;
     }
     // By its name it may be another one meanwhile.
@@ -212,7 +212,7 @@ bool LateHandle::openLink(const NetworkLink& wanted) {
     if (!captured.try_emplace(link->index, Captured{wanted.name, link}).second) {
         return false;
     }
-    messages.tell(wanted.name, "interface " + wanted.name + " is captured from now on");
+    messages.report(wanted.name, "interface " + wanted.name + " is captured from now on");
     const LockGuard guard(lock);
     opened.push_back(std::move(handle));
     hasOpened = true;

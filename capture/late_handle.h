@@ -47,7 +47,7 @@ class LateHandle final : public CaptureHandle, private Kestrova::Utils::Threadin
     bool openMissing(const NetworkLinks& present, bool repeatOthers);
     std::vector<std::string> findRepeated(const NetworkLinks& present, int index) const;
     void forgetEnded(const NetworkLinks& present);
-    void tellUpAndDown(const NetworkLinks& present);
+    void reportUpAndDown(const NetworkLinks& present);
     bool openLink(const NetworkLink& wanted);
     void closeEnded();
 

@@ -22,7 +22,7 @@ namespace {
 
 std::atomic<bool> stopRequested = false;
 
-void tell(const std::exception& failure) {
+void reportFailure(const std::exception& failure) {
     const std::string line = fmt::format("cmp-sim: {}\n", printable(failure.what()));
     std::fputs(line.c_str(), stderr);  // it may be closed, of which fmt::print would throw
 }
@@ -86,7 +86,7 @@ ExitCode simulate(const Options& options, HostClock& clock, FrameSink& sink) {
     try {
         simulation.run(stopRequested, [&] { progress.onBatch(); });
     } catch (const Failure& failure) {
-        tell(failure);
+        reportFailure(failure);
         code = failure.code;
     }
     const Report report{options, simulation, clock};
@@ -125,10 +125,10 @@ int main(int argc, char** argv) {
     try {
         return static_cast<int>(sim::run(argc, argv));
     } catch (const sim::Failure& failure) {
-        sim::tell(failure);
+        sim::reportFailure(failure);
         return static_cast<int>(failure.code);
     } catch (const std::exception& failure) {
-        sim::tell(failure);
+        sim::reportFailure(failure);
         return static_cast<int>(sim::ExitCode::FailedWhileRunning);
     }
 }

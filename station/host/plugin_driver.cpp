@@ -205,13 +205,13 @@ void PluginDriver::persist(const char* step, std::int32_t event, HostDocument& d
 
 void PluginDriver::loadSetup(HostDocument& document, HostElement& element) {
     persist("load its setup", PluginEvent::setup, document, element, false);
-    tellNewChannels();
+    announceNewChannels();
 }
 
 void PluginDriver::clearSetup() {
     requireConnection();
     call("begin a new setup", [&] { return plugin->onClearSetup(); });
-    tellNewChannels();
+    announceNewChannels();
 }
 
 void PluginDriver::callModules(const char* step,
@@ -225,10 +225,10 @@ void PluginDriver::callModules(const char* step,
 
 void PluginDriver::matchOutputs() {
     callModules("make its channels", [](ModuleList& list) { return list.matchOutputs(); });
-    tellNewChannels();
+    announceNewChannels();
 }
 
-void PluginDriver::tellNewChannels() {
+void PluginDriver::announceNewChannels() {
     const char* const step = "look at the new channels";
     host->data().takeChannelsChanged();
     sendEvent(step, PluginEvent::channelsCameOrWent);
@@ -253,7 +253,7 @@ void PluginDriver::start() {
     requireConnection();
     const char* const step = "start the measurement";
     if (host->data().takeChannelsChanged()) {
-        tellNewChannels();
+        announceNewChannels();
     }
     host->clock().reset();
     host->gnssDevices().setOwnSource({});

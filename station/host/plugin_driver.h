@@ -162,7 +162,7 @@ class PluginDriver {
     template <class Entry>
     std::vector<Entry> readAll(HostResult (CaptureStatistics::*read)(Entry*, std::uint32_t*)) const;
     /// Says that the list of channels is another one, for the channels that the plug-in reads.
-    void tellNewChannels();
+    void announceNewChannels();
     void persist(const char* step, std::int32_t event, HostDocument& document, HostElement& element,
                  bool saving);
     void stopQuietly() noexcept;

@@ -42,16 +42,16 @@ TEST(NetworkLinksTest, OnlyWhatIsShownByOtherEthernetInterfacesTooIsRepeated) {
 TEST(CaptureMessagesTest, TheSameIsToldOnceAnInterfaceInARowAndTooMuchIsSaid) {
     CaptureMessages messages;
     for (const char* const text : {"a fails", "a fails", "a works", "a fails\x1B[\xFF"}) {
-        messages.tell("a", text);
+        messages.report("a", text);
     }
-    messages.tell("b", "a works");
+    messages.report("b", "a works");
     std::vector<std::string> texts;
     for (const auto& message : messages.take()) {
         texts.push_back(message.text);
     }
     EXPECT_THAT(texts, ElementsAre("a fails", "a works", "a fails?[?", "a works"));
     for (int i = 0; i < 3000; ++i) {
-        messages.tell(std::to_string(i), "text");
+        messages.report(std::to_string(i), "text");
     }
     const auto all = messages.take();
     EXPECT_EQ(all.size(), 1000U);
