@@ -4,7 +4,8 @@ import re
 import subprocess
 from dataclasses import dataclass, field
 
-SECTION = re.compile(r"^\s*(Positionals|Options|Subcommands):$")
+GROUPS = ("Options", "Stream", "NATS")  # of options
+SECTION = re.compile(rf"^\s*(Positionals|{'|'.join(GROUPS)}|Subcommands):$")
 ENTRY = re.compile(r"^ {2,4}([^\s\[].*?)(?: {2,}(\S.*))?$")
 FOOTER = re.compile(r"^(?!\[)\S")
 
@@ -48,7 +49,7 @@ class Command:
 
     @property
     def options(self):
-        return self.sections.get("Options", [])
+        return [entry for group in GROUPS for entry in self.sections.get(group, [])]
 
     @property
     def positionals(self):

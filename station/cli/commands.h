@@ -44,10 +44,13 @@ inline CLI::Validator notEmpty() {
 
 /// Each adds one subcommand and, when that is chosen, sets `chosen`.
 void addRunCommand(CLI::App& app, Command& chosen);
+void addCollectCommand(CLI::App& app, Command& chosen);
 void addConvertCommand(CLI::App& app, Command& chosen);
 void addDumpCommand(CLI::App& app, Command& chosen);
+void addFleetCommand(CLI::App& app, Command& chosen);
 void addGuiCommand(CLI::App& app, Command& chosen);
 void addPluginsCommand(CLI::App& app, Command& chosen);
 void addSetupCommand(CLI::App& app, Command& chosen);
+void addStreamCommand(CLI::App& app, Command& chosen);
 
 }  // namespace station

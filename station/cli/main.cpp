@@ -29,9 +29,12 @@ station::ExitCode execute(int argc, char** argv) {
     station::addRunCommand(app, command);
     station::addConvertCommand(app, command);
     station::addDumpCommand(app, command);
+    station::addCollectCommand(app, command);
+    station::addFleetCommand(app, command);
     station::addGuiCommand(app, command);
     station::addPluginsCommand(app, command);
     station::addSetupCommand(app, command);
+    station::addStreamCommand(app, command);
     if (!station::readCommandLine(app, argc, argv, "cmp-station --help")) {
         return station::ExitCode::Good;
     }

@@ -20,8 +20,17 @@ struct Unit {
     std::string_view name;
     double amount;
 };
-constexpr Unit sizeUnits[] = {{"kB", 1e3}, {"MB", 1e6}, {"GB", 1e9}, {"TB", 1e12}, {"B", 1.0}};
+constexpr Unit sizeUnits[] = {{"kB", 1e3},
+                              {"MB", 1e6},
+                              {"GB", 1e9},
+                              {"TB", 1e12},
+                              {"KiB", 1024.0},
+                              {"MiB", 1024.0 * 1024.0},
+                              {"GiB", 1073741824.0},
+                              {"TiB", 1099511627776.0},
+                              {"B", 1.0}};
 constexpr Unit timeUnits[] = {  // nanoseconds
+    {"ms", 1e6},
     {"min", 60e9},
     {"s", 1e9},
     {"h", 3600e9},
@@ -52,6 +61,14 @@ std::uint64_t parseAmount(const char* option, const std::string& text,
 }
 
 }  // namespace
+
+std::uint64_t parseSize(const char* option, const std::string& text) {
+    return parseAmount(option, text, sizeUnits);
+}
+
+std::int64_t parseTime(const char* option, const std::string& text) {
+    return static_cast<std::int64_t>(parseAmount(option, text, timeUnits));
+}
 
 void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
     command
@@ -101,10 +118,9 @@ PartRules parsePartRules(const PartOptions& options) {
         const std::string name = rule.substr(0, rule.find('='));
         const std::string amount = rule.substr(std::min(name.size() + 1, rule.size()));
         if (name == "size") {
-            rules.bytes = parseAmount("--rotate", amount, sizeUnits);
+            rules.bytes = parseSize("--rotate", amount);
         } else if (name == "time") {
-            rules.nanoseconds =
-                static_cast<std::int64_t>(parseAmount("--rotate", amount, timeUnits));
+            rules.nanoseconds = parseTime("--rotate", amount);
         } else if (name == "count") {
             rules.records = parseAmount("--rotate", amount, countUnits);
         } else {
@@ -113,7 +129,7 @@ PartRules parsePartRules(const PartOptions& options) {
         }
     }
     if (!options.minFree.empty()) {
-        rules.leastFreeBytes = parseAmount("--min-free", options.minFree, sizeUnits);
+        rules.leastFreeBytes = parseSize("--min-free", options.minFree);
     }
     if (rules.keep != 0 && !rules.isRotating()) {
         throw UserError("--keep is for recordings in several files: say when with --rotate");

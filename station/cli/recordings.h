@@ -9,6 +9,11 @@
 
 namespace station {
 
+/// A number and a unit: bytes of "2GB" or "256KiB", nanoseconds of "1h" or "200ms". Throw
+/// UserError.
+std::uint64_t parseSize(const char* option, const std::string& text);
+std::int64_t parseTime(const char* option, const std::string& text);
+
 void addRecordOption(CLI::App& command, std::vector<std::string>& paths);
 void addOverwriteOption(CLI::App& command, bool& overwrites);
 /// When recordings go on in other files, as the command line has it.

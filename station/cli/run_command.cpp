@@ -15,6 +15,7 @@
 #include "station/cli/recordings.h"
 #include "station/cli/service_manager.h"
 #include "station/cli/setups.h"
+#include "station/cli/streaming.h"
 #include "station/cli/waiting.h"
 #include "station/metrics/metrics_module.h"
 #include "station/permission.h"
@@ -42,6 +43,7 @@ Examples:
   cmp-station run --module "CAN combo:5" --record - | tshark -r -
   cmp-station run --setup bench.xml --record-raw evidence.pcapng
   cmp-station run --setup bench.xml --metrics 9464
+  cmp-station run --setup bench.xml --stream nats://broker:4222 --station bench-7
   cmp-station run --setup bench.xml --interface eth1 --wait --record drive.pcapng --duration 60
   cmp-station run --module "CAN combo:5" --json --quiet --duration 10)";
 
@@ -50,7 +52,7 @@ constexpr double mostWaiting = 1e6;      // megabytes
 
 constexpr double megabyte = 1U << 20U;
 
-constexpr auto metricsPeriod = std::chrono::milliseconds(500);
+constexpr auto summaryPeriod = std::chrono::milliseconds(500);
 
 struct RunOptions {
     std::string setup;
@@ -61,6 +63,7 @@ struct RunOptions {
     std::vector<std::string> recordings;
     std::vector<std::string> frameRecordings;
     PartOptions parts;
+    StreamArguments stream;
     double duration = 0.0;
     std::string metrics;  ///< empty: no page
     double waitingMegabytes = static_cast<double>(RecordingQueue::defaultLimit) / megabyte;
@@ -78,11 +81,25 @@ void tellAll(LiveView& view, const std::vector<std::string>& texts) {
     }
 }
 
+/// With what becomes of the stream, which has to know how the measurement does.
+Summary summarize(Measurement& measurement, Stream* stream) {
+    Summary summary = measurement.summarize();
+    if (stream != nullptr) {
+        double rate = 0.0;
+        for (const ChannelSummary& channel : summary.channels) {
+            rate += channel.rate;
+        }
+        stream->noteMeasurement(rate, summary.totalLost());
+        summary.stream = stream->summarize();
+    }
+    return summary;
+}
+
 /// Polls as a host does, until a stop request or the end, and on until the last messages are in.
 /// Returns why the plug-in failed, empty if it didn't: what came before it is recorded and shown
 /// all the same.
-std::string measure(const RunOptions& options, Measurement& measurement, LiveView& view,
-                    MetricsPage* page, ServiceManager& manager, StopSignal& stop) {
+std::string measure(const RunOptions& options, Measurement& measurement, Stream* stream,
+                    LiveView& view, MetricsPage* page, ServiceManager& manager, StopSignal& stop) {
     std::string failure;
     const auto start = Clock::now();
     const auto end = options.duration > 0.0
@@ -90,7 +107,7 @@ std::string measure(const RunOptions& options, Measurement& measurement, LiveVie
                                        std::chrono::duration<double>(options.duration))
                          : Clock::time_point::max();
     auto nextPoll = start + Measurement::period;
-    auto nextMetrics = start;
+    auto nextSummary = start;
     while (!measurement.isOver()) {
         if (stop.waitUntil(std::min(nextPoll, end)) || Clock::now() >= end) {
             measurement.leaveStalledDisk();
@@ -108,12 +125,18 @@ std::string measure(const RunOptions& options, Measurement& measurement, LiveVie
         } catch (const PluginError& error) {
             failure = error.what();
         }
-        if (view.isDue(now)) {
-            view.show(measurement.summarize(), now);
+        if (stream != nullptr) {
+            tellAll(view, stream->takeTexts());
         }
-        if (page != nullptr && now >= nextMetrics) {
-            page->show(std::make_shared<Summary>(measurement.summarize()));
-            nextMetrics = now + metricsPeriod;
+        if (view.isDue(now)) {
+            view.show(summarize(measurement, stream), now);
+        }
+        if ((page != nullptr || stream != nullptr) && now >= nextSummary) {
+            const auto latest = std::make_shared<Summary>(summarize(measurement, stream));
+            if (page != nullptr) {
+                page->show(latest);
+            }
+            nextSummary = now + summaryPeriod;
         }
     }
     manager.tellStopping();
@@ -162,12 +185,15 @@ std::vector<std::string> allRecordings(const RunOptions& options) {
 }
 
 /// A session begins with it.
-void openAll(const RunOptions& options, PartRules rules, RecordingSet& messages,
+void openAll(const RunOptions& options, PartRules rules, Stream* stream, RecordingSet& messages,
              RecordingSet& frames) {
     rules.session = newSession(allRecordings(options), rules);
     openRecordings(messages, options.recordings, options.overwrite, rules);
     for (const std::string& path : options.frameRecordings) {
         frames.openForFrames(path, options.overwrite, rules);
+    }
+    if (stream != nullptr) {
+        messages.add(stream->openSession(rules.session, rules.leastFreeBytes));
     }
 }
 
@@ -181,7 +207,7 @@ void tryAll(RunOptions options, const PartRules& rules) {
     }
     RecordingSet messages;
     RecordingSet frames;
-    openAll(options, rules, messages, frames);
+    openAll(options, rules, nullptr, messages, frames);
 }
 
 ExitCode run(const RunOptions& options, StopSignal& stop) {
@@ -191,13 +217,16 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     const bool isPiped = takesStandardOutput(paths, options.json);
     const auto page = options.metrics.empty() ? nullptr : openMetricsPage(options.metrics);
     checkCapturePermission();
+    const bool isStreamed = options.stream.isWanted();
+    const auto streamSettings = isStreamed ? parseStreamSettings(options.stream) : StreamSettings();
+    const auto stream = isStreamed ? openStream(streamSettings) : nullptr;
     const auto recordings = std::make_shared<RecordingSet>();
     const PartRules rules = parsePartRules(options.parts);
     const auto frameRecordings = std::make_shared<RecordingSet>();
     if (options.waits) {
         tryAll(options, rules);
     } else {
-        openAll(options, rules, *recordings, *frameRecordings);
+        openAll(options, rules, stream.get(), *recordings, *frameRecordings);
     }
     const auto session = openSession(options.plugin, options.setup, options.sampleRate);
     addModules(*session, options.modules);
@@ -215,16 +244,19 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
             stop.beginCleanUp();
             return ExitCode::Good;
         }
-        openAll(options, rules, *recordings, *frameRecordings);
+        openAll(options, rules, stream.get(), *recordings, *frameRecordings);
     }
     Measurement measurement(*session, recordings,
                             static_cast<std::size_t>(options.waitingMegabytes * megabyte));
+    if (stream) {
+        measurement.setFlushPeriod(streamSettings.batchAge / 2);
+    }
     tellWhatIsLeftOut(*recordings, measurement.summarize());
     if (!frameRecordings->empty()) {
         measurement.recordFrames(frameRecordings);
     }
     if (page) {
-        page->show(std::make_shared<Summary>(measurement.summarize()));
+        page->show(std::make_shared<Summary>(summarize(measurement, stream.get())));
     }
     measurement.start();
 
@@ -237,9 +269,14 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
                         "of a module",
                         noChannelIsUsed, options.setup));
     }
-    const std::string failure = measure(options, measurement, view, page.get(), manager, stop);
+    const std::string failure =
+        measure(options, measurement, stream.get(), view, page.get(), manager, stop);
+    if (stream) {
+        finishStream(*stream, options.stream.wait, view, stop);
+    }
     view.end();
-    printReport(measurement.summarize(), paths, options.json, options.quiet);
+    const Summary summary = summarize(measurement, stream.get());
+    printReport(summary, paths, options.json, options.quiet);
     if (rules.compressor) {
         waitForCompression(*rules.compressor, options.quiet, stop);
     }
@@ -247,7 +284,8 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     if (!failure.empty()) {
         throw UserError(ExitCode::Failed, failure);
     }
-    return measurement.hasLost() ? ExitCode::Failed : ExitCode::Good;
+    const bool hasLost = measurement.hasLost() || (summary.stream && summary.stream->lost != 0);
+    return hasLost ? ExitCode::Failed : ExitCode::Good;
 }
 
 }  // namespace
@@ -291,6 +329,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         ->take_all();
     addOverwriteOption(*command, options->overwrite);
     addPartOptions(*command, options->parts);
+    addStreamOptions(*command, options->stream);
     command
         ->add_option("--duration", options->duration,
                      "End after S seconds, also if a leading clock is still awaited")

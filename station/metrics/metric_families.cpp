@@ -82,6 +82,7 @@ class Page {
         addClocks();
         addChannels();
         addRecordings();
+        addStream();
         return std::move(families);
     }
 
@@ -338,6 +339,25 @@ class Page {
                 }
             }
         }
+    }
+
+    void addStream() {
+        if (!summary.stream) {
+            return;
+        }
+        const StreamSummary& stream = *summary.stream;
+        const Labels labels = {{"station", readable(stream.station)}};
+        gauge("cmp_stream_connected", "1 while a broker takes the stream.")
+            .add(labels, stream.isConnected);
+        counter("cmp_stream_messages_acknowledged_total", "Messages that a broker has stored.")
+            .add(labels, stream.acknowledged);
+        counter("cmp_stream_messages_lost_total",
+                "Messages that had to go as the stream's spool was full.")
+            .add(labels, stream.lost);
+        gauge("cmp_stream_backlog_messages", "Messages in the spool that no broker has stored.")
+            .add(labels, stream.backlogMessages);
+        gauge("cmp_stream_backlog_bytes", "Bytes of the spool that no broker has stored.")
+            .add(labels, stream.backlogBytes);
     }
 
     const Summary& summary;

@@ -1,7 +1,6 @@
 #include "station/metrics/metrics_module.h"
 
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <fmt/format.h>
 #include <sys/socket.h>
 
@@ -9,7 +8,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <filesystem>
 
 #include "core/descriptor.h"
 #include "station/errors.h"
@@ -58,14 +56,6 @@ void requireFree(const sockaddr_in& address, const std::string& text) {
     }
 }
 
-std::filesystem::path findModule() {
-    const auto beside = programFolder() / moduleName;
-    std::error_code error;
-    return std::filesystem::exists(beside, error)
-               ? beside
-               : std::filesystem::path(CMP_LIBRARY_FOLDER) / moduleName;
-}
-
 }  // namespace
 
 std::unique_ptr<MetricsPage> openMetricsPage(const std::string& where) {
@@ -74,15 +64,13 @@ std::unique_ptr<MetricsPage> openMetricsPage(const std::string& where) {
     ::inet_ntop(AF_INET, &address.sin_addr, host.data(), host.size());
     const std::string text = fmt::format("{}:{}", host.data(), ntohs(address.sin_port));
     requireFree(address, text);
-    const std::filesystem::path path = findModule();
-    void* const module =
-        loadModule(path, TrustedUsers::UserAndProgram, "module of the metrics page");
-    const auto open = reinterpret_cast<OpenMetricsPage>(::dlsym(module, openMetricsPageName));
-    std::string failure = "it exports no page";
-    MetricsPage* const page = open == nullptr ? nullptr : open(CMP_VERSION, text, failure);
+    const auto open = reinterpret_cast<OpenMetricsPage>(
+        findInOwnModule(moduleName, openMetricsPageName, "module of the metrics page"));
+    std::string failure;
+    MetricsPage* const page = open(CMP_VERSION, text, failure);
     if (page == nullptr) {
         throw UserError(ExitCode::Failed,
-                        fmt::format("--metrics: {} opens no page: {}", path.string(), failure));
+                        fmt::format("--metrics: {} opens no page: {}", moduleName, failure));
     }
     return std::unique_ptr<MetricsPage>(page);
 }

@@ -200,7 +200,7 @@ void AppendFile::drain() {
     tellProgress();
 }
 
-void AppendFile::appendBlock(const std::vector<std::uint8_t>& bytes,
+void AppendFile::appendBlock(std::span<const std::uint8_t> bytes,
                              const std::vector<std::uint32_t>& channelsOfRecords) {
     drain();
     emptyFirst();

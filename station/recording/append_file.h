@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -84,7 +85,7 @@ class AppendFile {
 
     /// Several records in one piece of any size, as a format that compresses them has it, by the
     /// channel of each. Where it doesn't go in as a whole, all of them are lost.
-    void appendBlock(const std::vector<std::uint8_t>& bytes,
+    void appendBlock(std::span<const std::uint8_t> bytes,
                      const std::vector<std::uint32_t>& channelsOfRecords);
 
     /// Replaces bytes that are in the file already: the counts in a header, when the recording

@@ -17,6 +17,8 @@ enum class BusType { Can, Lin, Ethernet };
 struct ChannelDescription {
     std::string name;  // UTF-8, may contain blanks
     BusType bus;
+    std::string module = {};  // UTF-8; empty: none
+    std::uint16_t interfaceId = 0;
 };
 
 /// What is counted of a measurement outside of its recordings, as lines of text for a format that
@@ -54,6 +56,8 @@ class Recording {
     virtual void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                        std::size_t size) = 0;
 
+    /// Before `close`: no other file of the same measurement follows.
+    void setLast() { isLast = true; }
     /// The latest before `close` counts; its channels by handle.
     void setAccount(RecordingAccount latest) { account = std::move(latest); }
     void setOnProgress(std::function<void()> call) { file.setOnProgress(std::move(call)); }
@@ -91,6 +95,7 @@ class Recording {
 
     AppendFile file;
     RecordingAccount account;
+    bool isLast = false;
 
   private:
     bool isCompleted = false;

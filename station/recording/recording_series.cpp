@@ -51,7 +51,7 @@ RecordingSeries::RecordingSeries(std::string path, bool overwrite, const PartRul
                                  Open openNext)
     : wantedPath(std::move(path)),
       rules(rulesFor(wantedPath, partRules)),
-      open(openNext),
+      open(std::move(openNext)),
       session(rules.session.empty() ? newSession({wantedPath}, rules) : rules.session) {
     if (rules.compressor) {
         PartCompressor::removeLeftovers(wantedPath);
@@ -250,6 +250,7 @@ bool RecordingSeries::hasRoom(std::uint64_t more) const {
 
 void RecordingSeries::close() {
     if (part) {
+        part->setLast();
         closePart();
     }
 }

@@ -52,8 +52,8 @@ class RecordingSeries {
     using Clock = std::chrono::steady_clock;
     using Counts = AppendFile::Counts;
 
-    using Open = std::unique_ptr<Recording> (*)(const std::string& path, bool overwrite,
-                                                const std::string& origin);
+    using Open = std::function<std::unique_ptr<Recording>(const std::string& path, bool overwrite,
+                                                          const std::string& origin)>;
 
     /// Opens the first part by `openNext`, as all others; throws as that.
     RecordingSeries(std::string path, bool overwrite, const PartRules& rules,
@@ -111,7 +111,7 @@ class RecordingSeries {
 
     const std::string wantedPath;
     const PartRules rules;
-    const Open open = openRecording;
+    const Open open;
     const std::string session;
     std::string format;
     bool acceptsBus[3] = {};  ///< by BusType

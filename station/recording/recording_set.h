@@ -58,8 +58,9 @@ class RecordingSet {
             std::make_unique<RecordingSeries>(path, overwrite, rules, openFrameRecording));
     }
     void add(std::unique_ptr<Recording> recording) {
-        recordings.push_back(std::make_unique<RecordingSeries>(std::move(recording)));
+        add(std::make_unique<RecordingSeries>(std::move(recording)));
     }
+    void add(std::unique_ptr<RecordingSeries> series) { recordings.push_back(std::move(series)); }
     /// Only what passes is written. Before the first channel is added.
     void setFilter(std::shared_ptr<MessageFilter> wanted) { filter = std::move(wanted); }
     /// The next channel; its number is how many were added before.

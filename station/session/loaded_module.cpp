@@ -27,6 +27,20 @@ void* loadModule(const std::filesystem::path& file, TrustedUsers trusted, const 
     return handle;
 }
 
+void* findInOwnModule(const char* fileName, const char* function, const char* what) {
+    std::error_code error;
+    std::filesystem::path path = programFolder() / fileName;
+    if (!std::filesystem::exists(path, error)) {
+        path = std::filesystem::path(CMP_LIBRARY_FOLDER) / fileName;
+    }
+    void* const found = ::dlsym(loadModule(path, TrustedUsers::UserAndProgram, what), function);
+    if (found == nullptr) {
+        throw PluginError(fmt::format("can't load the {} {}: it is another one, without {}", what,
+                                      path.string(), function));
+    }
+    return found;
+}
+
 std::filesystem::path programFolder() {
     std::error_code error;
     return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();

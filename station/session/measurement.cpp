@@ -14,7 +14,6 @@ namespace {
 
 using Kestrova::Utils::Kcom::StringHelper;
 
-constexpr auto flushPeriod = std::chrono::milliseconds(500);
 /// How long a disk may take nothing before it isn't waited for.
 constexpr auto stallPatience = std::chrono::milliseconds(500);
 /// How often the user is shown messages that the plug-in lost.
@@ -48,6 +47,10 @@ void Measurement::start() {
     lastStep = Clock::now();
     nextFlush = lastStep + flushPeriod;
     nextCounts = lastStep + countsPeriod;
+}
+
+void Measurement::setFlushPeriod(std::chrono::milliseconds time) {
+    flushPeriod = std::clamp<std::chrono::milliseconds>(time, period, longestFlushPeriod);
 }
 
 void Measurement::endParts() {

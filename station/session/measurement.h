@@ -33,6 +33,8 @@ class Measurement {
 
     /// The frames themselves are recorded too. Before the start.
     void recordFrames(std::shared_ptr<RecordingSet> frameRecordings);
+    /// What came in is given to the recordings so often, 0.5 s by default and at most.
+    void setFlushPeriod(std::chrono::milliseconds time);
     /// Null for none; not owned.
     void setListener(MessageListener* listener) { recorder.setListener(listener); }
     /// Throws `PluginError`.
@@ -55,6 +57,8 @@ class Measurement {
     Summary summarize();
 
   private:
+    static constexpr auto longestFlushPeriod = std::chrono::milliseconds(500);
+
     void read(std::vector<std::string>& texts);
     void readFrames(std::vector<std::string>& texts);
     void readDropped(std::vector<std::string>& texts);
@@ -80,6 +84,7 @@ class Measurement {
     std::uint64_t framesLostTold = 0;
     Clock::time_point lastStep;
     std::chrono::duration<double> longestPause{};  ///< between two steps
+    Clock::duration flushPeriod = longestFlushPeriod;
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
     StandingClocks standing;

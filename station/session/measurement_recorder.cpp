@@ -137,7 +137,10 @@ void MeasurementRecorder::addChannels(const std::vector<Module>& modules) {
                 }
             }
         }
-        recordings.addChannel({channel->name, channel->bus});
+        recordings.addChannel(
+            {channel->name, channel->bus,
+             channel->module == Channel::noModule ? "" : modules[channel->module].name,
+             channel->interfaceId});
         channels.push_back(std::move(channel));
     }
 }

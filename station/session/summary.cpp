@@ -175,6 +175,34 @@ Json toJson(const RecordingSummary& recording) {
     return result;
 }
 
+Json toJson(const StreamSummary& stream) {
+    Json result = {
+        {"servers", stream.servers},           {"station", stream.station},
+        {"session", stream.session},           {"spool", stream.spool},
+        {"connected", stream.isConnected},     {"published", stream.published},
+        {"acknowledged", stream.acknowledged}, {"backlogMessages", stream.backlogMessages},
+        {"backlogBytes", stream.backlogBytes}, {"lost", stream.lost}};
+    if (stream.isConnected) {
+        result["server"] = stream.server;
+    } else if (!stream.failure.empty()) {
+        result["failure"] = stream.failure;
+    }
+    return result;
+}
+
+std::string streamText(const StreamSummary& stream) {
+    return fmt::format("stream of {}: {}, {} messages acknowledged{}{}", stream.station,
+                       stream.isConnected       ? "connected to " + stream.server
+                       : stream.failure.empty() ? std::string("not connected yet")
+                                                : "NOT CONNECTED: " + stream.failure,
+                       stream.acknowledged,
+                       stream.backlogMessages == 0
+                           ? ""
+                           : fmt::format(", {} in the spool ({} bytes)", stream.backlogMessages,
+                                         stream.backlogBytes),
+                       stream.lost == 0 ? "" : fmt::format(", LOST {}", stream.lost));
+}
+
 /// A value of up to 64 bytes doesn't fit a line: its head does.
 std::string shortened(const std::string& text, std::size_t most) {
     return text.size() <= most ? text : text.substr(0, most - 2) + "..";
@@ -424,6 +452,9 @@ std::string toJson(const Summary& summary) {
     for (const RecordingSummary& recording : summary.recordings) {
         result["recordings"].push_back(toJson(recording));
     }
+    if (summary.stream) {
+        result["stream"] = toJson(*summary.stream);
+    }
     return toText(result);
 }
 
@@ -454,6 +485,9 @@ std::vector<std::string> toTable(const Summary& summary) {
                         recording.lost == 0 ? "" : fmt::format(", LOST {}", recording.lost),
                         recording.error.empty() ? "" : "  FAILED: " + recording.error));
     }
+    if (summary.stream) {
+        lines.push_back(streamText(*summary.stream));
+    }
     std::transform(lines.begin(), lines.end(), lines.begin(), printable);
     return lines;
 }
@@ -469,9 +503,10 @@ std::string toProgressLine(const Summary& summary) {
         return awaitedText(summary);
     }
     return fmt::format(
-        "{:.0f} s: {} of {} modules connected, {} frames, {:.0f}/s{}", summary.seconds, connected,
+        "{:.0f} s: {} of {} modules connected, {} frames, {:.0f}/s{}{}", summary.seconds, connected,
         summary.modules.size(), summary.totalFrames(), rate,
-        summary.totalLost() == 0 ? "" : fmt::format(", {} LOST", summary.totalLost()));
+        summary.totalLost() == 0 ? "" : fmt::format(", {} LOST", summary.totalLost()),
+        summary.stream ? printable(", " + streamText(*summary.stream)) : "");
 }
 
 }  // namespace station

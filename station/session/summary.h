@@ -65,6 +65,24 @@ std::string nameOf(const InterfaceStatistics& interface);
 /// The messages that came for no channel, with the CM IDs that no module has; empty for none.
 std::string describeUnknown(const MessageStatistics& messages);
 
+/// What has become of the messages of `run --stream`, those included that an earlier run had left.
+/// All but the last few that are being put together are in one of `acknowledged`, `backlogMessages`
+/// and `lost`.
+struct StreamSummary {
+    std::string servers;  ///< as they were named
+    std::string station;
+    std::string session;  ///< identifier of the measurement in the stream
+    std::string spool;    ///< folder
+    bool isConnected = false;
+    std::string server;                 ///< the one that is connected
+    std::string failure;                ///< why none is; empty: it wasn't tried yet
+    std::uint64_t published = 0;        ///< messages that were sent
+    std::uint64_t acknowledged = 0;     ///< and are stored
+    std::uint64_t backlogMessages = 0;  ///< in the spool
+    std::uint64_t backlogBytes = 0;
+    std::uint64_t lost = 0;  ///< had to go, as the spool was full
+};
+
 /// What a measurement is made of and what has come in so far: the live table and the JSON summary
 /// are two forms of it.
 struct Summary {
@@ -85,6 +103,7 @@ struct Summary {
     std::vector<Module> modules;
     std::vector<ChannelSummary> channels;
     std::vector<RecordingSummary> recordings;
+    std::optional<StreamSummary> stream;
 
     std::uint64_t totalFrames() const;
     /// Messages of all channels that were lost behind the network interface.

@@ -119,7 +119,8 @@ TEST_F(PacketReaderTest, InterfaceThatRepeatsOthersIsLeftOutUnlessItIsSelected) 
     reader.openInterfaces();
     ASSERT_EQ(reader.getInterfaces().size(), 1U);
     EXPECT_EQ(reader.getInterfaces()[0].name, "both");
-    EXPECT_THAT(told(), ElementsAre("there is no Ethernet interface none; it is captured when it appears"));
+    EXPECT_THAT(told(),
+                ElementsAre("there is no Ethernet interface none; it is captured when it appears"));
 }
 
 /// Such an interface never times out, so the pass never ends.

@@ -1,0 +1,53 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include "station/cli/commands.h"
+#include "station/cli/live_view.h"
+#include "station/cli/streaming.h"
+#include "station/terminal_text.h"
+
+namespace station {
+namespace {
+
+constexpr const char* about =
+    R"(Sends what "run --stream" has left in its spool, and ends when the brokers have all of it, or by
+Ctrl-C or SIGTERM. Nothing is measured.)";
+
+constexpr const char* examples = R"(
+Examples:
+  cmp-station stream nats://broker:4222
+  cmp-station stream nats://broker:4222 --station bench-7 --spool /mnt/bench-7/spool)";
+
+constexpr double forEver = 1e9;  // seconds
+
+ExitCode send(const StreamArguments& arguments, StopSignal& stop) {
+    const auto stream = openStream(parseStreamSettings(arguments));
+    LiveView view(LiveView::Form::Nothing, STDERR_FILENO);
+    finishStream(*stream, forEver, view, stop, [&stop] { return stop.isRequested(); });
+    view.end();
+    const StreamSummary sent = stream->summarize();
+    printResult(fmt::format("{} messages sent, {} left in {}\n", sent.acknowledged,
+                            sent.backlogMessages, printable(sent.spool)));
+    return sent.backlogBytes == 0 ? ExitCode::Good : ExitCode::Failed;
+}
+
+}  // namespace
+
+void addStreamCommand(CLI::App& app, Command& chosen) {
+    auto arguments = std::make_shared<StreamArguments>();
+    CLI::App* const command = app.add_subcommand("stream", about);
+    command->footer(examples);
+    command
+        ->add_option("SERVERS", arguments->nats.servers,
+                     "The NATS brokers: nats://HOST:4222[,HOST...], or tls://")
+        ->type_name("")
+        ->required();
+    addSendingOptions(*command, *arguments);
+    command->callback([arguments, &chosen] {
+        chosen = [arguments](StopSignal& stop) { return send(*arguments, stop); };
+    });
+}
+
+}  // namespace station

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "station/cli/live_view.h"
+#include "station/cli/nats_options.h"
+#include "station/stop_signal.h"
+#include "station/stream/stream.h"
+
+namespace station {
+
+/// The stream of a measurement, as the command line has it.
+struct StreamArguments {
+    NatsArguments nats;  ///< without servers there is no stream
+    std::string station;
+    std::string split = "station";
+    std::string spool;
+    std::string spoolLimit = "4GiB";
+    std::string batch = "256KiB";
+    std::string age = "200ms";
+    double wait = 5.0;  ///< seconds
+    std::string streamName;
+    int replicas = 0;
+    std::string maxAge;
+    std::string maxBytes;
+
+    const CLI::App* command = nullptr;
+    /// Throws UserError if it isn't, but others of its options are there.
+    bool isWanted() const;
+};
+
+/// Adds --stream and what belongs to it.
+void addStreamOptions(CLI::App& command, StreamArguments& arguments);
+/// Those of them that a spool without a measurement needs; the servers aren't among them.
+void addSendingOptions(CLI::App& command, StreamArguments& arguments);
+
+/// Throws UserError.
+StreamSettings parseStreamSettings(const StreamArguments& arguments);
+
+/// Waits until the broker has all that is in the spool, for so long at most, or until `isEnough`;
+/// then ends the stream. What is left is told.
+void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& stop,
+                  const std::function<bool()>& isEnough = {});
+
+}  // namespace station

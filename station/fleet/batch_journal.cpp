@@ -1,0 +1,287 @@
+#include "station/fleet/batch_journal.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "station/errors.h"
+#include "station/fleet/collect_folder.h"
+
+namespace station {
+namespace {
+
+constexpr std::uint32_t sectionType = 0x0A0D0D0A;
+constexpr std::uint32_t byteOrderMagic = 0x1A2B3C4D;
+constexpr std::size_t leastBlock = 12;
+constexpr std::size_t sectionFixed = 24;  // bytes of a section's block in front of its options
+constexpr std::size_t optionHead = 4;
+constexpr std::size_t leastSection = sectionFixed + 4;
+constexpr std::size_t longestHead = 8192;
+/// So much at the end of a file may be written and not yet be on the disk when the machine fails.
+constexpr std::uint64_t uncertainBytes = std::uint64_t{64} << 20U;
+
+std::string describe(int errorNumber) {
+    return std::generic_category().message(errorNumber);
+}
+
+std::size_t paddedToWord(std::size_t size) {
+    return (size + 3) & ~std::size_t{3};
+}
+
+void put32(std::string& bytes, std::uint64_t value) {
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        bytes += static_cast<char>(value >> shift);
+    }
+}
+
+std::uint32_t get32(std::span<const std::uint8_t> bytes, std::size_t at, bool isBigEndian = false) {
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        value = value << 8U | bytes[at + (isBigEndian ? i : 3 - i)];
+    }
+    return value;
+}
+
+std::uint32_t checksumOf(std::span<const std::uint8_t> bytes) {
+    return static_cast<std::uint32_t>(
+        ::crc32_z(::crc32_z(0, nullptr, 0), bytes.data(), bytes.size()));
+}
+
+/// The empty section in front of a batch.
+std::string makeHead(const StoredBatch& batch) {
+    const nlohmann::json what = {
+        {"subject", batch.subject},      {"batch", batch.number},
+        {"bytes", batch.payload.size()}, {"crc", checksumOf(batch.payload)},
+        {"messages", batch.messages},    {"end", batch.isEnd},
+        {"sequence", batch.sequence}};
+    std::string comment = what.dump();
+    const std::size_t size = comment.size();
+    comment.resize(paddedToWord(size));
+    const std::size_t total = sectionFixed + optionHead + comment.size() + optionHead + 4;
+    std::string head;
+    put32(head, sectionType);
+    put32(head, total);
+    put32(head, byteOrderMagic);
+    put32(head, 1);  // version 1.0
+    put32(head, 0xFFFFFFFF);
+    put32(head, 0xFFFFFFFF);
+    put32(head, 1 | size << 16U);  // the option's code and length
+    head += comment;
+    put32(head, 0);
+    put32(head, total);
+    return head;
+}
+
+struct Head {
+    BatchJournal::Entry entry;
+    std::uint32_t checksum = 0;
+};
+
+std::vector<std::uint8_t> readAt(int file, std::uint64_t offset, std::size_t size) {
+    std::vector<std::uint8_t> bytes(size);
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t count =
+            ::pread(file, bytes.data() + done, size - done, static_cast<off_t>(offset + done));
+        if (count == 0 || (count < 0 && errno != EINTR)) {
+            break;
+        }
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
+/// Empty if there is none at that place, or none of ours.
+std::optional<Head> readHead(int file, std::uint64_t offset) {
+    const auto front = readAt(file, offset, 8);
+    if (front.size() < 8 || get32(front, 0) != sectionType) {
+        return std::nullopt;
+    }
+    const std::size_t total = get32(front, 4);
+    if (total < leastSection + optionHead || total > longestHead) {
+        return std::nullopt;
+    }
+    const auto block = readAt(file, offset, total);
+    if (block.size() < total || get32(block, total - 4) != total) {
+        return std::nullopt;
+    }
+    const std::size_t size = get32(block, sectionFixed) >> 16U;
+    if (size > total - leastSection - optionHead) {
+        return std::nullopt;
+    }
+    const auto* const comment =
+        reinterpret_cast<const char*>(block.data()) + sectionFixed + optionHead;
+    try {
+        const auto what = nlohmann::json::parse(comment, comment + size);
+        Head head;
+        head.entry.subject = what.at("subject").get<std::string>();
+        head.entry.number = what.at("batch").get<std::uint64_t>();
+        head.entry.bytes = what.at("bytes").get<std::uint64_t>();
+        head.entry.messages = what.at("messages").get<std::uint64_t>();
+        head.entry.sequence = what.at("sequence").get<std::uint64_t>();
+        head.entry.isEnd = what.at("end").get<bool>();
+        head.entry.offset = offset + total;
+        head.checksum = what.at("crc").get<std::uint32_t>();
+        return head;
+    } catch (const nlohmann::json::exception&) {
+        return std::nullopt;
+    }
+}
+
+std::uint64_t sizeOf(int file) {
+    struct stat status {};
+    return ::fstat(file, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+/// Visits all whole batches; returns where they end.
+std::uint64_t walk(int file, const BatchJournal::Visitor& visit) {
+    const std::uint64_t size = sizeOf(file);
+    std::uint64_t at = 0;
+    while (const auto head = readHead(file, at)) {
+        const BatchJournal::Entry& entry = head->entry;
+        if (entry.bytes > size - entry.offset) {
+            break;
+        }
+        const bool isUncertain = size - entry.offset <= uncertainBytes;
+        if (isUncertain &&
+            checksumOf(readAt(file, entry.offset, static_cast<std::size_t>(entry.bytes))) !=
+                head->checksum) {
+            break;
+        }
+        visit(entry);
+        at = entry.offset + entry.bytes;
+    }
+    return at;
+}
+
+}  // namespace
+
+BatchJournal::BatchJournal(std::string filePath, const Visitor& visit) : path(std::move(filePath)) {
+    constexpr int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
+    file = Descriptor(::open(path.c_str(), flags | O_CREAT, 0666));
+    if (!file.isOpen()) {
+        throw FileError("Cannot collect into \"" + path + "\": " + describe(errno) +
+                        ". Choose a folder that you may write to.");
+    }
+    end = synced = walk(file.get(), visit);
+    const std::uint64_t size = sizeOf(file.get());
+    cutBytes = size - end;
+    if (cutBytes != 0 && !cutTo(end)) {
+        throw FileError("Cannot cut \"" + path +
+                        "\" back to its last whole batch: " + describe(errno) + ".");
+    }
+    syncFolderOf(path);
+    file = Descriptor();
+}
+
+void BatchJournal::read(const std::string& path, const Visitor& visit) {
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (file.isOpen()) {
+        walk(file.get(), visit);
+    }
+}
+
+bool BatchJournal::open() {
+    if (!file.isOpen()) {
+        file = Descriptor(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+        if (!file.isOpen()) {
+            return fail(errno);
+        }
+        if (sizeOf(file.get()) != end) {
+            errorText = path + " was changed by another program; collect into another folder";
+            file = Descriptor();
+            return false;
+        }
+    }
+    return true;
+}
+
+bool BatchJournal::fail(int errorNumber) {
+    errorText = path + " can't be written: " + describe(errorNumber);
+    return false;
+}
+
+bool BatchJournal::cutTo(std::uint64_t size) {
+    return ::ftruncate(file.get(), static_cast<off_t>(size)) == 0;
+}
+
+bool BatchJournal::append(const StoredBatch& batch) {
+    if (!open()) {
+        return false;
+    }
+    const std::string head = makeHead(batch);
+    const std::array<std::span<const std::uint8_t>, 2> pieces = {
+        std::span(reinterpret_cast<const std::uint8_t*>(head.data()), head.size()), batch.payload};
+    std::uint64_t at = end;
+    for (auto piece : pieces) {
+        while (!piece.empty()) {
+            const ssize_t count =
+                ::pwrite(file.get(), piece.data(), piece.size(), static_cast<off_t>(at));
+            if (count < 0 && errno == EINTR) {
+                continue;
+            }
+            if (count <= 0) {
+                fail(count == 0 ? ENOSPC : errno);
+                cutTo(end);
+                return false;
+            }
+            piece = piece.subspan(static_cast<std::size_t>(count));
+            at += static_cast<std::uint64_t>(count);
+        }
+    }
+    end = at;
+    return true;
+}
+
+bool BatchJournal::sync() {
+    if (file.isOpen() && ::fdatasync(file.get()) != 0) {
+        fail(errno);
+        end = synced;
+        cutTo(end);
+        return false;
+    }
+    markSynced();
+    return true;
+}
+
+void BatchJournal::markSynced() {
+    synced = end;
+    file = Descriptor();
+}
+
+bool isPcapng(std::span<const std::uint8_t> bytes) {
+    if (bytes.size() < leastSection || get32(bytes, 0) != sectionType) {
+        return false;
+    }
+    bool isBigEndian = false;
+    while (!bytes.empty()) {
+        if (bytes.size() < leastBlock) {
+            return false;
+        }
+        if (get32(bytes, 0) == sectionType) {  // the same in both byte orders
+            isBigEndian = get32(bytes, 8, true) == byteOrderMagic;
+            if (get32(bytes, 8, isBigEndian) != byteOrderMagic) {
+                return false;
+            }
+        }
+        const std::size_t size = get32(bytes, 4, isBigEndian);
+        if (size < leastBlock || size % 4 != 0 || size > bytes.size() ||
+            get32(bytes, size - 4, isBigEndian) != size) {
+            return false;
+        }
+        bytes = bytes.subspan(size);
+    }
+    return true;
+}
+
+}  // namespace station

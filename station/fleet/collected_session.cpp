@@ -1,0 +1,264 @@
+#include "station/fleet/collected_session.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <system_error>
+
+#include "core/whole_file.h"
+#include "station/errors.h"
+
+namespace station {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+constexpr mode_t statePermissions = 0644;
+constexpr std::size_t longestState = std::size_t{64} << 20U;
+constexpr const char* journalEnding = ".collecting.pcapng";
+
+Json rangesOf(const BatchNumbers& numbers) {
+    Json ranges = Json::array();
+    for (const auto& [first, last] : numbers.getRanges()) {
+        ranges.push_back({first, last});
+    }
+    return ranges;
+}
+
+Json readState(const fs::path& path) {
+    try {
+        const auto text = readWholeFile(path, longestState);
+        return text ? Json::parse(*text) : Json();
+    } catch (const std::exception& error) {
+        throw FileError(
+            fmt::format("{} can't be read: {}. It says what was collected; restore it, "
+                        "or collect into another folder.",
+                        path.string(), error.what()));
+    }
+}
+
+}  // namespace
+
+CollectedSession::CollectedSession(const CollectFolder& collectFolder, Name who, bool isFromLater)
+    : name(std::move(who)),
+      fromLater(isFromLater),
+      statePath(collectFolder.makeStatePath(name.token, name.session)),
+      folder(collectFolder.makeStationFolder(name.station)) {
+    std::error_code ignored;
+    const bool isNew = !fs::exists(statePath, ignored);
+    if (!isNew) {
+        loadState(statePath);
+    }
+    if (!finished) {
+        beginPart(isNew);
+    } else {  // the process may have ended before
+        fs::remove(getRecordingPath(journalEnding), ignored);
+    }
+}
+
+std::unique_ptr<CollectedSession> CollectedSession::load(
+    const CollectFolder& folder, const fs::path& state,
+    std::string (*nameOf)(const std::string& token), bool isFromLater) {
+    const Json there = readState(state);
+    const auto token = there.is_object() ? there.value("station", std::string()) : std::string();
+    const auto session = there.is_object() ? there.value("session", std::string()) : std::string();
+    auto loaded = std::make_unique<CollectedSession>(folder, Name{token, nameOf(token), session},
+                                                     isFromLater);
+    return loaded->isFinished() ? nullptr : std::move(loaded);
+}
+
+void CollectedSession::loadState(const fs::path& path) {
+    const Json there = readState(path);
+    try {
+        if (there.at("station") != name.token || there.at("session") != name.session) {
+            throw FileError(path.string() + " is of another station or session");
+        }
+        part = there.at("part").get<unsigned>();
+        finished = there.at("finished").get<bool>();
+        recorded = there.at("recorded").get<std::uint64_t>();
+        for (const auto& [subject, ranges] : there.at("subjects").items()) {
+            for (const Json& range : ranges) {
+                numbers[subject].add(range.at(0).get<std::uint64_t>(),
+                                     range.at(1).get<std::uint64_t>());
+            }
+        }
+    } catch (const Json::exception& error) {
+        throw FileError(
+            fmt::format("{} isn't what a collector wrote ({}); restore it, or collect "
+                        "into another folder",
+                        path.string(), error.what()));
+    }
+}
+
+/// The numbers of a part that isn't finished stay in its journal.
+void CollectedSession::writeState() const {
+    Json subjects = Json::object();
+    for (const auto& [subject, there] : numbers) {
+        subjects[subject] = rangesOf(there);
+    }
+    const Json state = {{"station", name.token}, {"session", name.session},
+                        {"part", part},          {"finished", finished},
+                        {"recorded", recorded},  {"subjects", std::move(subjects)}};
+    try {
+        FileReplacement(statePath, state.dump() + '\n', statePermissions).commit();
+    } catch (const std::runtime_error& error) {
+        throw FileError(fmt::format("{} can't be written: {}", statePath.string(), error.what()));
+    }
+}
+
+std::string CollectedSession::fileName() const {
+    const std::string safe = safeFileName(name.session);
+    return part == 1 ? safe : fmt::format("{}-{}", safe, part);
+}
+
+fs::path CollectedSession::getRecordingPath(const std::string& ending) const {
+    return folder / (fileName() + ending);
+}
+
+/// A name that somebody else has used is left to him: what is at a name from here on is ours.
+void CollectedSession::beginPart(bool isNew) {
+    const auto isTaken = [&](const fs::directory_entry& entry) {
+        return entry.path().filename().string().starts_with(fileName() + '.');
+    };
+    const auto isAnyTaken = [&] {
+        std::error_code error;
+        fs::directory_iterator at(folder, error);
+        return !error && std::any_of(at, fs::directory_iterator(), isTaken);
+    };
+    while (isNew && isAnyTaken()) {
+        ++part;
+    }
+    if (isNew) {
+        writeState();
+    }
+    batches = messages = bytes = 0;
+    ended.clear();
+    journal = std::make_unique<BatchJournal>(getRecordingPath(journalEnding).string(),
+                                             [this](const BatchJournal::Entry& entry) {
+                                                 note(entry.subject, entry.number);
+                                                 ++batches;
+                                                 messages += entry.messages;
+                                                 bytes += entry.bytes;
+                                                 noteSequence(entry.sequence);
+                                                 if (entry.isEnd) {
+                                                     ended.insert(entry.subject);
+                                                 }
+                                             });
+}
+
+void CollectedSession::note(const std::string& subject, std::uint64_t number) {
+    const bool isFirst = !numbers.contains(subject);
+    numbers[subject].add(isFirst && fromLater ? 1 : number, number);
+}
+
+bool CollectedSession::has(const StoredBatch& batch) const {
+    const auto found = numbers.find(batch.subject);
+    return (found != numbers.end() && found->second.has(batch.number)) ||
+           std::ranges::count(unsynced, std::pair(batch.subject, batch.number)) != 0;
+}
+
+void CollectedSession::noteSequence(std::uint64_t sequence) {
+    lastSequence = std::max(lastSequence, sequence);
+}
+
+bool CollectedSession::append(const StoredBatch& batch) {
+    try {
+        if (finished) {
+            finished = false;
+            recorded = 0;
+            beginPart(true);
+        }
+    } catch (const std::runtime_error& error) {
+        finished = journal == nullptr;
+        errorText = error.what();
+        return false;
+    }
+    if (!journal->append(batch)) {
+        errorText = journal->getErrorText();
+        return false;
+    }
+    unsynced.emplace_back(batch.subject, batch.number);
+    unsyncedMessages += batch.messages;
+    unsyncedBytes += batch.payload.size();
+    if (batch.isEnd) {
+        ended.insert(batch.subject);
+    }
+    return true;
+}
+
+bool CollectedSession::sync() {
+    if (journal == nullptr || journal->sync()) {
+        markSynced();
+        return true;
+    }
+    errorText = journal->getErrorText();
+    unsynced.clear();
+    unsyncedMessages = unsyncedBytes = 0;
+    return false;
+}
+
+void CollectedSession::markSynced() {
+    if (journal != nullptr) {
+        journal->markSynced();
+    }
+    for (const auto& [subject, number] : unsynced) {
+        note(subject, number);
+    }
+    batches += unsynced.size();
+    messages += unsyncedMessages;
+    bytes += unsyncedBytes;
+    unsynced.clear();
+    unsyncedMessages = unsyncedBytes = 0;
+}
+
+std::uint64_t CollectedSession::countMissing() const {
+    std::uint64_t missing = 0;
+    for (const auto& [subject, there] : numbers) {
+        missing += there.countMissing();
+    }
+    return missing;
+}
+
+std::string CollectedSession::describeMissing() const {
+    constexpr std::size_t most = 200;  // characters
+    std::string text;
+    for (const auto& [subject, there] : numbers) {
+        std::uint64_t before = 0;
+        std::string ranges;
+        for (const auto& [first, last] : there.getRanges()) {
+            if (first > before + 1 && ranges.size() < most) {
+                ranges += fmt::format("{}{}{}", ranges.empty() ? "" : ", ", before + 1,
+                                      first > before + 2 ? fmt::format(" to {}", first - 1) : "");
+            }
+            before = last;
+        }
+        if (!ranges.empty() && text.size() < most) {
+            text += fmt::format("{}{}: {}", text.empty() ? "" : "; ", subject, ranges);
+        }
+    }
+    return text;
+}
+
+void CollectedSession::markRecorded() {
+    recorded = batches;
+    // What is in the journal is read from there: those numbers would be in both.
+    writeState();
+}
+
+void CollectedSession::finish() {
+    finished = true;
+    recorded = batches;
+    try {
+        writeState();
+    } catch (const FileError&) {
+        finished = false;
+        throw;
+    }
+    std::error_code ignored;
+    fs::remove(journal->getPath(), ignored);
+    journal.reset();
+}
+
+}  // namespace station

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "station/fleet/batch_journal.h"
+#include "station/fleet/batch_numbers.h"
+#include "station/fleet/collect_folder.h"
+
+namespace station {
+
+/// What was collected of one measurement of one station, and where it is on the disk.
+///
+/// Batches go into a journal, beside the recordings to come. Which numbers are in it, it says
+/// itself; those in recordings whose journal is gone are noted in a small file, which is always
+/// replaced as a whole. So a batch that is given again is known, whenever the process ended.
+///
+/// Batches that come after the session was finished go into a second part.
+class CollectedSession {
+  public:
+    struct Name {
+        std::string token;    ///< of the station, in the stream
+        std::string station;  ///< for people
+        std::string session;
+    };
+
+    /// Takes up what is there. With `isFromLater` those in front of the first batch of a subject
+    /// aren't missed. Throws FileError or UserError.
+    CollectedSession(const CollectFolder& folder, Name who, bool isFromLater);
+    /// That of such a file (`CollectFolder::listStates`). The station's name isn't in it: `nameOf`
+    /// gets its token. Null if all of it is in recordings.
+    static std::unique_ptr<CollectedSession> load(const CollectFolder& folder,
+                                                  const std::filesystem::path& state,
+                                                  std::string (*nameOf)(const std::string& token),
+                                                  bool isFromLater);
+
+    const Name& getName() const { return name; }
+    bool has(const StoredBatch& batch) const;
+    /// As those of the journal. What was appended and isn't synced is there for `has` too.
+    bool append(const StoredBatch& batch);
+    bool sync();
+    void markSynced();
+    const std::string& getErrorText() const { return errorText; }
+
+    /// Batches and messages of the part that is being collected.
+    std::uint64_t getBatches() const { return batches; }
+    std::uint64_t getMessages() const { return messages; }
+    std::uint64_t getBytes() const { return bytes; }
+    /// Of all parts.
+    std::uint64_t countMissing() const;
+    /// "cmp.bench1: 5 to 7, 9"; empty for none.
+    std::string describeMissing() const;
+    /// The last batch of each subject is there. Others may be on their way, of other subjects.
+    bool hasEnd() const { return part > 1 || (!numbers.empty() && ended.size() >= numbers.size()); }
+    /// Of the stream, of the batch that came last.
+    std::uint64_t getLastSequence() const { return lastSequence; }
+    void noteSequence(std::uint64_t sequence);
+    void forgetSequence() { lastSequence = 0; }
+
+    const std::string& getJournalPath() const { return journal->getPath(); }
+    /// Bytes of a torn batch that were cut off.
+    std::uint64_t getCutBytes() const { return journal ? journal->getCutBytes() : 0; }
+    std::filesystem::path getRecordingPath(const std::string& ending) const;
+    /// Whether something was collected that isn't in a recording yet.
+    bool hasUnrecorded() const { return batches != recorded; }
+    /// All of it is in recordings now; more may come.
+    void markRecorded();
+    /// The same, and the journal isn't needed any more.
+    void finish();
+    bool isFinished() const { return finished; }
+
+  private:
+    void loadState(const std::filesystem::path& path);
+    void writeState() const;
+    void beginPart(bool isNew);
+    void note(const std::string& subject, std::uint64_t number);
+    std::string fileName() const;
+
+    const Name name;
+    const bool fromLater;
+    std::filesystem::path statePath;
+    std::filesystem::path folder;  ///< of the recordings
+    unsigned part = 1;
+    bool finished = false;
+    std::uint64_t recorded = 0;                   ///< batches of this part
+    std::map<std::string, BatchNumbers> numbers;  ///< by subject
+    std::vector<std::pair<std::string, std::uint64_t>> unsynced;
+    std::unique_ptr<BatchJournal> journal;  ///< null: finished
+    std::uint64_t batches = 0;
+    std::uint64_t messages = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t unsyncedMessages = 0;
+    std::uint64_t unsyncedBytes = 0;
+    std::set<std::string> ended;  ///< subjects
+    std::uint64_t lastSequence = 0;
+    std::string errorText;
+};
+
+}  // namespace station

@@ -1,0 +1,414 @@
+#include "station/fleet/collector.h"
+
+#include <fmt/format.h>
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "station/errors.h"
+
+namespace station {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+constexpr std::size_t mostAtOnce = 64;  // batches
+/// Batches that the disk doesn't take, and those behind them.
+constexpr std::size_t mostHeld = 128;
+constexpr auto idle = 250ms;
+constexpr auto storeAgain = 500ms;
+constexpr auto recordAgain = 10s;
+constexpr auto slice = 50ms;  // of work on recordings
+constexpr auto lookPeriod = 250ms;
+/// After the last batch of a session, as others of it may be on their way.
+constexpr auto afterEnd = 2s;
+/// Where a newer session has begun and the last batch of this one never came.
+constexpr auto afterNewer = 30s;
+constexpr auto longestUnserved = 30s;
+constexpr auto lastAcknowledgements = 3s;
+constexpr std::size_t fewFiles = 8;  // that are synced one by one
+constexpr std::uint64_t mostTold = 10;
+
+}  // namespace
+
+Collector::Collector(BatchSource& batchSource, const CollectFolder& collectFolder, Options wanted,
+                     Tell tellUser)
+    : source(batchSource),
+      folder(collectFolder),
+      options(std::move(wanted)),
+      tell(std::move(tellUser)) {
+    loadSessions();
+}
+
+Collector::~Collector() = default;
+
+void Collector::loadSessions() {
+    for (const fs::path& state : folder.listStates()) {
+        auto session = CollectedSession::load(folder, state, options.nameOf,
+                                              options.recordings.from.has_value());
+        if (session == nullptr) {
+            continue;
+        }
+        if (session->getCutBytes() != 0) {
+            tell(
+                fmt::format("{}: a batch that was torn when collecting ended is cut off ({} "
+                            "bytes), and will come again",
+                            session->getJournalPath(), session->getCutBytes()));
+        }
+        const auto& name = session->getName();
+        sessions[{name.token, name.session}].session = std::move(session);
+    }
+}
+
+bool Collector::step() {
+    auto now = Clock::now();
+    const bool hasRoom = held.size() < mostHeld;
+    if (hasRoom) {
+        const bool isBusy = job != nullptr || !held.empty();
+        for (StoredBatch& batch : source.fetch(mostAtOnce, isBusy ? 1ms : idle)) {
+            // What is given again because the disk took too long.
+            if (std::ranges::count(held, batch.sequence, &StoredBatch::sequence) == 0) {
+                held.push_back(std::move(batch));
+                nextStore = counts.isDiskFull ? nextStore : now;
+            }
+        }
+    }
+    now = Clock::now();
+    if (!held.empty() && now >= nextStore) {
+        store(now);
+    } else if (!held.empty()) {
+        std::this_thread::sleep_for(slice);
+    }
+    for (const std::string& text : source.takeTexts()) {
+        tell(text);
+    }
+    if (now >= nextLook) {
+        settle(now);
+        nextLook = now + lookPeriod;
+    }
+    workOnJob(now);
+    if (source.isServed()) {
+        lastServed = now;
+    } else if (!options.follows && now - lastServed > longestUnserved) {
+        throw UserError(ExitCode::Failed,
+                        "the broker can't be reached; what was collected is kept, and the same "
+                        "command goes on from there");
+    }
+    if (options.follows || !held.empty() || !position || !lastAtStart) {
+        return true;
+    }
+    const bool isEmpty = position->waiting == 0 && position->outstanding == 0;
+    return !isEmpty && position->settled < *lastAtStart;
+}
+
+bool Collector::isWanted(const StoredBatch& batch) {
+    std::string fault = batch.fault;
+    if (fault.empty() && !isPcapng(batch.payload)) {
+        fault = "its payload is no pcapng section";
+    }
+    if (!fault.empty()) {
+        if (++counts.unusable <= mostTold) {
+            tell(fmt::format("message {} of the stream, on {}, is no batch and left out: {}",
+                             batch.sequence, batch.subject, fault));
+        }
+        return false;
+    }
+    const bool isKnown = sessions.contains({batch.stationToken, batch.session});
+    const bool isTooOld = options.recordings.from && batch.lastTime < *options.recordings.from &&
+                          !(batch.isEnd && isKnown);
+    const bool isOther =
+        !options.stations.empty() &&
+        ::fnmatch(options.stations.c_str(), options.nameOf(batch.stationToken).c_str(), 0) != 0;
+    counts.passedOver += isTooOld || isOther ? 1 : 0;
+    return !isTooOld && !isOther;
+}
+
+Collector::Entry& Collector::entryOf(const StoredBatch& batch) {
+    const Key key(batch.stationToken, batch.session);
+    const auto found = sessions.find(key);
+    if (found != sessions.end()) {
+        return found->second;
+    }
+    auto session = std::make_unique<CollectedSession>(
+        folder,
+        CollectedSession::Name{batch.stationToken, options.nameOf(batch.stationToken),
+                               batch.session},
+        options.recordings.from.has_value());
+    Entry& entry = sessions[key];
+    entry.session = std::move(session);
+    return entry;
+}
+
+void Collector::store(Clock::time_point now) {
+    struct Written {
+        StoredBatch* batch;
+        Entry* entry;
+        bool isNew;
+    };
+    std::vector<Written> written;
+    std::vector<StoredBatch> left;
+    std::set<Entry*> touched;
+    std::string failure;
+    for (StoredBatch& batch : held) {
+        try {
+            if (!isWanted(batch)) {
+                source.acknowledge(batch);
+                continue;
+            }
+            Entry& entry = entryOf(batch);
+            const bool isNew = !entry.session->has(batch);
+            if (isNew && !entry.session->append(batch)) {
+                throw FileError(entry.session->getErrorText());
+            }
+            entry.lastArrival = now;
+            entry.isTouched = true;
+            entry.firstSequence = entry.firstSequence == 0
+                                      ? batch.sequence
+                                      : std::min(entry.firstSequence, batch.sequence);
+            entry.session->noteSequence(batch.sequence);
+            touched.insert(&entry);
+            written.push_back({&batch, &entry, isNew});
+        } catch (const std::runtime_error& error) {
+            failure = error.what();
+            left.push_back(std::move(batch));
+        }
+    }
+    const auto failed = syncAll(touched);
+    for (const Written& each : written) {
+        if (failed.contains(each.entry)) {
+            failure = each.entry->session->getErrorText();
+            left.push_back(std::move(*each.batch));
+            continue;
+        }
+        source.acknowledge(*each.batch);
+        counts.alreadyThere += each.isNew ? 0 : 1;
+        if (each.isNew) {
+            ++counts.batches;
+            counts.messages += each.batch->messages;
+            counts.bytes += each.batch->payload.size();
+        }
+    }
+    held = std::move(left);
+    nextStore = now + storeAgain;
+    noteDisk(failure);
+}
+
+/// Many files are synced at once, as the disk does less then. Returns those that can't be.
+std::set<Collector::Entry*> Collector::syncAll(const std::set<Entry*>& touched) {
+    const bool isDone = touched.size() > fewFiles && folder.sync();
+    std::set<Entry*> failed;
+    for (Entry* const entry : touched) {
+        if (isDone) {
+            entry->session->markSynced();
+        } else if (!entry->session->sync()) {
+            failed.insert(entry);
+        }
+    }
+    return failed;
+}
+
+void Collector::noteDisk(const std::string& failure) {
+    if (!failure.empty() && !counts.isDiskFull) {
+        tell(failure +
+             "; nothing is acknowledged that isn't written, and collecting goes on when "
+             "it can be");
+    } else if (failure.empty() && counts.isDiskFull) {
+        tell("batches can be written again: collecting goes on");
+    }
+    counts.isDiskFull = !failure.empty();
+}
+
+/// Looks how far the broker is, and at what can be judged by that.
+void Collector::settle(Clock::time_point now) {
+    const auto latest = source.askPosition();
+    if (!latest) {
+        return;
+    }
+    if (position && latest->last < position->last) {  // the stream was made again
+        for (auto& [key, entry] : sessions) {
+            entry.session->forgetSequence();
+            entry.firstSequence = 0;
+        }
+        lastAtStart.reset();
+    }
+    position = latest;
+    counts.waiting = latest->waiting + latest->outstanding;
+    if (!lastAtStart) {
+        lastAtStart = latest->last;
+    }
+    for (auto& [key, entry] : sessions) {
+        if (isSettled(entry)) {
+            tellMissing(entry);
+        }
+    }
+    for (auto& [key, entry] : sessions) {
+        if (job == nullptr && now >= entry.nextTry && isOver(key, entry, now)) {
+            beginJob(key, entry);
+        }
+    }
+}
+
+/// Nothing that was given out up to its last batch is outstanding.
+bool Collector::isSettled(const Entry& entry) const {
+    if (isFinishing) {
+        return isAllSettled;
+    }
+    const std::uint64_t from = entry.isTouched ? 0 : lastAtStart.value_or(0);
+    return position && (std::max(entry.session->getLastSequence(), from) <= position->settled ||
+                        (position->waiting == 0 && position->outstanding == 0));
+}
+
+bool Collector::isOver(const Key& key, const Entry& entry, Clock::time_point now) const {
+    const CollectedSession& session = *entry.session;
+    if (session.isFinished() || session.getBatches() == 0 || !isSettled(entry)) {
+        return false;
+    }
+    if (session.hasEnd()) {
+        return isFinishing || now - entry.lastArrival >= afterEnd;
+    }
+    if (!isFinishing && now - entry.lastArrival < afterNewer) {
+        return false;
+    }
+    for (auto other = sessions.lower_bound({key.first, ""});
+         other != sessions.end() && other->first.first == key.first; ++other) {
+        if (other->first != key && other->second.firstSequence > session.getLastSequence()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void Collector::tellMissing(Entry& entry) {
+    const std::uint64_t missing = entry.session->countMissing();
+    if (missing > entry.toldMissing) {
+        const auto& name = entry.session->getName();
+        tell(fmt::format("{} batches of station {}, session {}, are missing in the stream: {}",
+                         missing, name.station, name.session, entry.session->describeMissing()));
+    }
+    entry.toldMissing = missing;
+}
+
+void Collector::beginJob(const Key& key, Entry& entry) {
+    const CollectedSession& session = *entry.session;
+    std::string account = "station " + session.getName().station;
+    if (entry.toldMissing != 0) {
+        account += fmt::format("\n{} batches of its messages are missing: {}", entry.toldMissing,
+                               session.describeMissing());
+    }
+    try {
+        job =
+            std::make_unique<RecordingJob>(session.getJournalPath(), folder.getScratch(),
+                                           session.getName().session, options.recordings, account);
+        jobKey = key;
+        jobBatches = session.getBatches();
+    } catch (const std::runtime_error& error) {
+        failJob(entry, error.what());
+    }
+}
+
+void Collector::failJob(Entry& entry, const std::string& reason) {
+    job.reset();
+    entry.nextTry = Clock::now() + recordAgain;
+    if (entry.error != reason) {
+        tell(
+            fmt::format("No recording of station {}, session {}, can be made: {} Its batches stay "
+                        "in {}",
+                        entry.session->getName().station, entry.session->getName().session, reason,
+                        entry.session->getJournalPath()));
+    }
+    entry.error = reason;
+}
+
+void Collector::workOnJob(Clock::time_point now) {
+    if (job == nullptr) {
+        return;
+    }
+    const auto until = now + slice;
+    while (job->step()) {
+        if (Clock::now() >= until) {
+            return;
+        }
+    }
+    endJob(now);
+}
+
+void Collector::endJob(Clock::time_point now) {
+    Entry& entry = sessions.at(jobKey);
+    CollectedSession& session = *entry.session;
+    if (session.getBatches() != jobBatches) {  // more of it has come: once more
+        job.reset();
+        entry.nextTry = now + afterEnd;
+        return;
+    }
+    std::vector<fs::path> paths;
+    for (const std::string& ending : options.recordings.endings) {
+        paths.push_back(session.getRecordingPath(ending));
+    }
+    try {
+        job->commit(paths);
+        entry.recordings.clear();
+        for (const fs::path& path : paths) {
+            entry.recordings.push_back(path.string());
+        }
+        entry.error.clear();
+        for (const std::string& text : job->getTexts()) {
+            tell(fmt::format("station {}, session {}: {}", session.getName().station,
+                             session.getName().session, text));
+            entry.error = job->hasAll() ? "" : text;
+        }
+        // The journal of what can't be read stays.
+        if (job->hasAll() && isOver(jobKey, entry, now)) {
+            session.finish();
+        } else {
+            session.markRecorded();
+            entry.nextTry = job->hasAll() ? entry.nextTry : Clock::time_point::max();
+        }
+        job.reset();
+    } catch (const std::runtime_error& error) {
+        failJob(entry, error.what());
+    }
+}
+
+void Collector::finish(const std::function<bool()>& goesOn) {
+    job.reset();
+    const auto until = Clock::now() + lastAcknowledgements;
+    do {  // they are on their way
+        settle(Clock::now());
+        job.reset();
+        isAllSettled = position && position->outstanding <= held.size();
+    } while (!isAllSettled && source.isServed() && Clock::now() < until && goesOn());
+    isFinishing = true;
+    for (auto& [key, entry] : sessions) {
+        if (isAllSettled) {
+            tellMissing(entry);
+        }
+        const bool isToDo = entry.session->getBatches() != 0 && !entry.session->isFinished() &&
+                            (entry.session->hasUnrecorded() || isOver(key, entry, Clock::now()));
+        if (isToDo && goesOn()) {
+            beginJob(key, entry);
+        }
+        while (job != nullptr && goesOn()) {
+            workOnJob(Clock::now());
+        }
+        job.reset();
+    }
+}
+
+CollectSummary Collector::summarize() const {
+    CollectSummary summary = counts;
+    for (const auto& [key, entry] : sessions) {
+        const CollectedSession& session = *entry.session;
+        if (!entry.isTouched && session.getBatches() == 0) {
+            continue;
+        }
+        summary.sessions.push_back({session.getName().station, session.getName().session,
+                                    session.getBatches(), session.getMessages(), entry.toldMissing,
+                                    entry.toldMissing == 0 ? "" : session.describeMissing(),
+                                    session.isFinished(), entry.recordings, entry.error});
+    }
+    return summary;
+}
+
+}  // namespace station

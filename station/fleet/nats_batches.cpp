@@ -1,0 +1,343 @@
+#include "station/fleet/nats_batches.h"
+
+#include <fmt/format.h>
+#include <nats/nats.h>
+
+#include <algorithm>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "core/parse_number.h"
+#include "station/errors.h"
+#include "station/nats/nats_connection.h"
+#include "station/nats/stream_names.h"
+
+namespace station {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+/// After which a batch is given again: what a disk takes for some megabytes, with room.
+constexpr std::int64_t acknowledgeWait = 5'000'000'000;  // nanoseconds
+/// What a collector may have in memory: these and no more are given out at once.
+constexpr std::int64_t mostOutstanding = 256;
+constexpr int requestWait = 1500;            // milliseconds
+constexpr std::int64_t consumerWait = 5000;  // the same
+constexpr auto openAgain = 1s;
+/// Requests of a collector that has just ended are forgotten by then.
+constexpr auto oldRequests = 400ms;
+constexpr auto watchOthers = 900ms;
+/// Stations whose clocks are ahead by so much are taken into account.
+constexpr std::int64_t mostAhead = std::int64_t{86'400} * 1'000'000'000;
+constexpr std::size_t longestSubject = 1024;
+constexpr std::size_t longestSession = 200;
+
+using ConsumerInfo = std::unique_ptr<jsConsumerInfo, NatsDelete<jsConsumerInfo_Destroy>>;
+
+bool isSafeSubject(std::string_view subject) {
+    return subject.size() <= longestSubject && std::ranges::all_of(subject, [](char c) {
+               return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                      c == '-' || c == '_' || c == '=' || c == '.';
+           });
+}
+
+bool isPrintableAscii(std::string_view text) {
+    return std::ranges::all_of(text, [](char c) { return c > ' ' && c <= '~'; });
+}
+
+/// The header's text; empty if it isn't there.
+std::string_view headerOf(natsMsg* message, const char* name) {
+    const char* value = nullptr;
+    return natsMsgHeader_Get(message, name, &value) == NATS_OK && value != nullptr
+               ? std::string_view(value)
+               : std::string_view();
+}
+
+template <typename Number>
+bool readHeader(natsMsg* message, const char* name, Number& number) {
+    const auto parsed = parseNumber<Number>(headerOf(message, name));
+    number = parsed.value_or(0);
+    return parsed.has_value();
+}
+
+/// What is wrong with it; empty for nothing.
+std::string readBatch(natsMsg* message, StoredBatch& batch) {
+    const std::string_view subject(batch.subject);
+    const std::size_t begin = subject.find('.') + 1;
+    batch.stationToken = subject.substr(begin, subject.find('.', begin) - begin);
+    if (!isSafeSubject(subject) || begin == 0 || batch.stationToken.empty()) {
+        return "its subject names no station";
+    }
+    if (headerOf(message, header::station) != batch.stationToken) {
+        return "its header names another station than its subject";
+    }
+    batch.session = headerOf(message, header::session);
+    if (batch.session.empty() || batch.session.size() > longestSession ||
+        !isPrintableAscii(batch.session)) {
+        return "its header names no session";
+    }
+    if (!readHeader(message, header::batch, batch.number) || batch.number == 0 ||
+        batch.number > StoredBatch::highestNumber) {
+        return "its header has no number of a batch";
+    }
+    if (!readHeader(message, header::firstTime, batch.firstTime) ||
+        !readHeader(message, header::lastTime, batch.lastTime) ||
+        !readHeader(message, header::messages, batch.messages)) {
+        return "its header doesn't say which messages are in it";
+    }
+    readHeader(message, header::sentTime, batch.sentTime);
+    batch.isEnd = headerOf(message, header::end) == "1";
+    return {};
+}
+
+class NatsBatches final : public BatchSource {
+  public:
+    NatsBatches(NatsOptions servers, BatchOptions wanted)
+        : brokers(std::move(servers)), options(std::move(wanted)) {
+        connection = connectToAny(brokers, client);
+        stream = connection->openJetStream(requestWait);
+        const Failure failure = open();
+        if (!failure.text.empty() && !failure.mayPass) {
+            throw UserError(ExitCode::Failed, failure.text);
+        }
+        if (failure.mayPass) {
+            texts.push_back(failure.text + "; trying again");
+        }
+    }
+    ~NatsBatches() override = default;
+    NatsBatches(const NatsBatches&) = delete;
+    NatsBatches& operator=(const NatsBatches&) = delete;
+
+    std::vector<StoredBatch> fetch(std::size_t most, std::chrono::milliseconds wait) override {
+        std::vector<StoredBatch> batches;
+        if (!reopen()) {
+            std::this_thread::sleep_for(wait);
+            return batches;
+        }
+        natsMsgList list{};
+        const auto start = Clock::now();
+        const natsStatus status = natsSubscription_Fetch(
+            &list, subscription.get(), static_cast<int>(most), wait.count(), nullptr);
+        for (int i = 0; status == NATS_OK && i < list.Count; ++i) {
+            batches.push_back(toBatch(std::exchange(list.Msgs[i], nullptr)));
+        }
+        natsMsgList_Destroy(&list);
+        if (status != NATS_OK && status != NATS_TIMEOUT) {
+            std::this_thread::sleep_until(start + wait);
+        }
+        return batches;
+    }
+
+    /// By the message's own subject for that: also over a later connection than it came by.
+    void acknowledge(const StoredBatch& batch) override {
+        const char* const reply = natsMsg_GetReply(static_cast<natsMsg*>(batch.owner.get()));
+        if (connection != nullptr && reply != nullptr) {
+            natsConnection_PublishString(connection->get(), reply, "+ACK");
+        }
+    }
+
+    std::optional<Position> askPosition() override {
+        if (!isServed()) {
+            return std::nullopt;
+        }
+        jsErrCode code{};
+        const StreamInfo streamInfo = askStream(code);
+        const ConsumerInfo consumer = streamInfo ? askConsumer(code) : ConsumerInfo();
+        if (code == JSStreamNotFoundErr || code == JSConsumerNotFoundErr) {
+            texts.push_back(code == JSStreamNotFoundErr
+                                ? fmt::format("the stream {} is gone; collecting goes on when "
+                                              "there is one of that name",
+                                              options.stream)
+                                : fmt::format("the consumer {} is gone; another one begins at the "
+                                              "stream's first message, and what is collected "
+                                              "already is left out",
+                                              options.durable));
+            subscription.reset();
+        }
+        if (!streamInfo || !consumer) {
+            return std::nullopt;
+        }
+        return Position{consumer->AckFloor.Stream,
+                        static_cast<std::uint64_t>(consumer->NumAckPending), consumer->NumPending,
+                        streamInfo->State.LastSeq};
+    }
+
+    bool isServed() const override {
+        return connection != nullptr && connection->isOpen() && subscription != nullptr;
+    }
+
+    std::vector<std::string> takeTexts() override { return std::exchange(texts, {}); }
+
+  private:
+    static constexpr const char* client = "cmp-station collect";
+
+    StreamInfo askStream(jsErrCode& code) {
+        jsStreamInfo* info = nullptr;
+        js_GetStreamInfo(&info, stream.get(), options.stream.c_str(), nullptr, &code);
+        return StreamInfo(info);
+    }
+    ConsumerInfo askConsumer(jsErrCode& code) {
+        jsConsumerInfo* info = nullptr;
+        js_GetConsumerInfo(&info, stream.get(), options.stream.c_str(), options.durable.c_str(),
+                           nullptr, &code);
+        return ConsumerInfo(info);
+    }
+
+    /// Why something can't be done; empty if it can. A cluster that elects a leader is well again
+    /// soon.
+    struct Failure {
+        std::string text;
+        bool mayPass = false;
+    };
+
+    /// Two collectors with one consumer would get half of the batches each.
+    void refuseSecond(const jsConsumerInfo& first) {
+        jsErrCode code{};
+        const auto start = Clock::now();
+        while (Clock::now() - start < watchOthers) {
+            std::this_thread::sleep_for(100ms);
+            const ConsumerInfo now = askConsumer(code);
+            const bool isOld = Clock::now() - start < oldRequests;
+            if (now != nullptr && ((now->NumWaiting != 0 && !isOld) ||
+                                   now->Delivered.Consumer != first.Delivered.Consumer)) {
+                throw UserError(ExitCode::Failed,
+                                fmt::format("another collector uses the consumer {} of this "
+                                            "stream; end it, or name another one with --durable",
+                                            options.durable));
+            }
+        }
+    }
+
+    Failure open() {
+        jsErrCode code{};
+        const StreamInfo info = askStream(code);
+        if (info == nullptr && code == JSStreamNotFoundErr) {
+            return {
+                fmt::format("there is no stream {}; a station makes it (cmp-station run "
+                            "--stream), or name another one with --stream-name",
+                            options.stream)};
+        }
+        if (info == nullptr) {
+            return failureOf("asking for the stream " + options.stream, code);
+        }
+        const ConsumerInfo there = askConsumer(code);
+        if (there != nullptr && !isAlone) {
+            refuseSecond(*there);
+        } else if (there == nullptr) {
+            if (code != JSConsumerNotFoundErr) {
+                return failureOf("asking for the consumer " + options.durable, code);
+            }
+            jsConsumerConfig config;
+            jsConsumerConfig_Init(&config);
+            config.Durable = options.durable.c_str();
+            config.Description = "cmp-station collect";
+            config.AckPolicy = js_AckExplicit;
+            config.AckWait = acknowledgeWait;
+            config.MaxAckPending = mostOutstanding;
+            if (options.from) {
+                config.DeliverPolicy = js_DeliverByStartTime;
+                config.OptStartTime = std::max<std::int64_t>(*options.from - mostAhead, 1);
+            }
+            jsOptions slow;  // in a cluster they agree on it first
+            jsOptions_Init(&slow);
+            slow.Wait = consumerWait;
+            if (js_AddConsumer(nullptr, stream.get(), options.stream.c_str(), &config, &slow,
+                               &code) != NATS_OK) {
+                return failureOf("making the consumer " + options.durable, code);
+            }
+        }
+        jsSubOptions settings;
+        jsSubOptions_Init(&settings);
+        settings.Stream = options.stream.c_str();
+        settings.Consumer = options.durable.c_str();
+        natsSubscription* made = nullptr;
+        if (js_PullSubscribe(&made, stream.get(), nullptr, options.durable.c_str(), nullptr,
+                             &settings, &code) != NATS_OK) {
+            return failureOf("using the consumer " + options.durable, code);
+        }
+        subscription.reset(made);
+        isAlone = true;
+        return {};
+    }
+
+    /// Whether there is something to fetch from; else tries to have it, once a second.
+    bool reopen() {
+        if (isServed()) {
+            return true;
+        }
+        const auto now = Clock::now();
+        if (connection != nullptr && !connection->isOpen()) {
+            texts.push_back(connection->describeFailure() + "; trying again");
+            subscription.reset();
+            stream.reset();
+            connection.reset();
+        }
+        if (now < nextOpen) {
+            return false;
+        }
+        nextOpen = now + openAgain;
+        try {
+            if (connection == nullptr) {
+                nextServer = (nextServer + 1) % brokers.servers.size();
+                auto made =
+                    std::make_unique<NatsConnection>(brokers, brokers.servers[nextServer], client);
+                stream = made->openJetStream(requestWait);
+                connection = std::move(made);
+            }
+        } catch (const NatsError&) {
+            return false;
+        }
+        if (!open().text.empty()) {
+            return false;
+        }
+        texts.push_back("collecting goes on from " + connection->getServer());
+        return true;
+    }
+
+    Failure failureOf(const std::string& what, jsErrCode code) const {
+        natsStatus status = NATS_OK;
+        const char* const text = nats_GetLastError(&status);
+        return {fmt::format("{} fails {}: {}{}", connection->getServer(), what,
+                            describeStatus(status, code),
+                            text != nullptr && *text != '\0' ? fmt::format(" ({})", text) : ""),
+                status == NATS_TIMEOUT || status == NATS_NO_RESPONDERS ||
+                    code == JSClusterNotAvailErr || code == JSClusterNotLeaderErr};
+    }
+
+    StoredBatch toBatch(natsMsg* message) const {
+        StoredBatch batch;
+        batch.owner = std::shared_ptr<void>(
+            message, [](void* owned) { natsMsg_Destroy(static_cast<natsMsg*>(owned)); });
+        batch.subject = natsMsg_GetSubject(message);
+        jsMsgMetaData* meta = nullptr;
+        if (natsMsg_GetMetaData(&meta, message) == NATS_OK) {
+            batch.sequence = meta->Sequence.Stream;
+            jsMsgMetaData_Destroy(meta);
+        }
+        batch.payload = {reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message)),
+                         static_cast<std::size_t>(natsMsg_GetDataLength(message))};
+        batch.fault = readBatch(message, batch);
+        return batch;
+    }
+
+    const NatsOptions brokers;
+    const BatchOptions options;
+    std::unique_ptr<NatsConnection> connection;  ///< null: lost
+    JetStream stream;
+    NatsSubscription subscription;
+    std::size_t nextServer = 0;
+    bool isAlone = false;  ///< no other collector had the consumer when this one began
+    Clock::time_point nextOpen;
+    std::vector<std::string> texts;
+};
+
+}  // namespace
+
+std::unique_ptr<BatchSource> openNatsBatches(const NatsOptions& brokers,
+                                             const BatchOptions& options) {
+    return std::make_unique<NatsBatches>(brokers, options);
+}
+
+}  // namespace station

@@ -1,0 +1,190 @@
+#include "station/nats/nats_connection.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+
+namespace station {
+namespace {
+
+constexpr int connectMilliseconds = 2000;
+constexpr int writeMilliseconds = 2000;  // for a broker that takes nothing
+constexpr int pingMilliseconds = 2000;   // to notice a broker that is gone without a word
+constexpr int mostUnansweredPings = 2;
+
+using Options = std::unique_ptr<natsOptions, NatsDelete<natsOptions_Destroy>>;
+
+/// The library's own words, without the place in its source, where they tell more than the status.
+std::string detailOf(natsStatus status, const char* words) {
+    const std::string_view text = words == nullptr ? "" : words;
+    if (text.empty() || status == NATS_NO_SERVER || status == NATS_TIMEOUT) {
+        return {};
+    }
+    const std::size_t place = text.starts_with('(') ? text.find("): ") : text.npos;
+    return fmt::format(" ({})", place == text.npos ? text : text.substr(place + 3));
+}
+
+std::string connectError(natsStatus status) {
+    return describeStatus(status) + detailOf(status, nats_GetLastError(nullptr));
+}
+
+std::string hostOf(const std::string& server) {
+    const std::size_t from = server.find("://") + 3;
+    std::string host = server.substr(from, server.rfind(':') - from);
+    return host.starts_with('[') ? host.substr(1, host.size() - 2) : host;
+}
+
+void require(natsStatus status, const char* what) {
+    if (status != NATS_OK) {
+        throw NatsError(fmt::format("{}: {}", what, connectError(status)), status);
+    }
+}
+
+void setIdentity(natsOptions* target, const NatsOptions& options) {
+    if (!options.credentialsFile.empty()) {
+        require(natsOptions_SetUserCredentialsFromFiles(target, options.credentialsFile.c_str(),
+                                                        nullptr),
+                "--nats-creds");
+    }
+    if (!options.user.empty()) {
+        require(natsOptions_SetUserInfo(target, options.user.c_str(), options.password.c_str()),
+                "user and password");
+    }
+    if (!options.token.empty()) {
+        require(natsOptions_SetToken(target, options.token.c_str()), "token");
+    }
+}
+
+void setSecurity(natsOptions* target, const NatsOptions& options, const std::string& server) {
+    if (!options.isSecure()) {
+        return;
+    }
+    require(natsOptions_SetSecure(target, true), "TLS");
+    if (!options.authorityFile.empty()) {
+        require(natsOptions_LoadCATrustedCertificates(target, options.authorityFile.c_str()),
+                "--nats-ca");
+    }
+    if (!options.certificateFile.empty()) {
+        require(natsOptions_LoadCertificatesChain(target, options.certificateFile.c_str(),
+                                                  options.keyFile.c_str()),
+                "--nats-cert, --nats-key");
+    }
+    if (options.checksCertificate) {
+        require(natsOptions_SetExpectedHostname(target, hostOf(server).c_str()), "TLS");
+    } else {
+        require(natsOptions_SkipServerVerification(target, true), "TLS");
+    }
+}
+
+/// Without it the library prints on standard error.
+void ignoreError(natsConnection*, natsSubscription*, natsStatus, void*) {}
+
+}  // namespace
+
+std::string describeStatus(natsStatus status, jsErrCode code) {
+    switch (static_cast<int>(code)) {
+        case JSNotEnabledErr:
+        case JSNotEnabledForAccountErr:
+            return "it has no JetStream for us; switch that on in its configuration";
+        case JSStreamNotFoundErr:
+            return "it has no such stream";
+        case JSInsufficientResourcesErr:
+        case JSStorageResourcesExceededErr:
+            return "its disk is full, or the space it may use";
+        default:
+            break;
+    }
+    switch (status) {
+        case NATS_NO_SERVER:
+            return "nobody answers there";
+        case NATS_TIMEOUT:
+            return "it didn't answer in time";
+        case NATS_CONNECTION_AUTH_FAILED:
+            return "it refuses this user: check --nats-options and --nats-creds";
+        case NATS_NOT_PERMITTED:
+            return "this user may not do that there";
+        case NATS_SSL_ERROR:
+            return "no TLS connection can be made";
+        case NATS_SECURE_CONNECTION_WANTED:
+            return "it has no TLS: write nats://";
+        case NATS_SECURE_CONNECTION_REQUIRED:
+            return "it wants TLS: write tls://";
+        case NATS_CONNECTION_CLOSED:
+        case NATS_CONNECTION_DISCONNECTED:
+        case NATS_STALE_CONNECTION:
+        case NATS_IO_ERROR:
+            return "the connection is lost";
+        case NATS_NO_RESPONDERS:
+            return "it has no JetStream, no such stream, or its cluster has no leader yet";
+        case NATS_MAX_PAYLOAD:
+            return "it takes no messages of this size: raise its max_payload, or lower "
+                   "--stream-batch";
+        default:
+            return natsStatus_GetText(status);
+    }
+}
+
+NatsConnection::NatsConnection(const NatsOptions& options, const std::string& address,
+                               const std::string& client)
+    : server(address) {
+    natsOptions* made = nullptr;
+    require(natsOptions_Create(&made), "NATS library");
+    const Options settings(made);
+    require(natsOptions_SetURL(made, server.c_str()), server.c_str());
+    natsOptions_SetName(made, client.c_str());
+    natsOptions_SetTimeout(made, connectMilliseconds);
+    natsOptions_SetWriteDeadline(made, writeMilliseconds);
+    natsOptions_SetPingInterval(made, pingMilliseconds);
+    natsOptions_SetMaxPingsOut(made, mostUnansweredPings);
+    natsOptions_SetAllowReconnect(made, false);
+    natsOptions_SetSendAsap(made, true);  // what is published comes in pieces that are large enough
+    natsOptions_SetErrorHandler(made, ignoreError, nullptr);
+    setIdentity(made, options);
+    setSecurity(made, options, server);
+    const natsStatus status = natsConnection_Connect(&connection, made);
+    if (status != NATS_OK) {
+        throw NatsError(fmt::format("{}: {}", server, connectError(status)), status);
+    }
+}
+
+NatsConnection::~NatsConnection() {
+    natsConnection_Destroy(connection);
+}
+
+std::string NatsConnection::describeFailure() const {
+    const char* text = nullptr;
+    const natsStatus status = natsConnection_GetLastError(connection, &text);
+    const natsStatus known = status == NATS_OK ? NATS_CONNECTION_CLOSED : status;
+    return fmt::format("{}: {}{}", server, describeStatus(known),
+                       known == NATS_CONNECTION_CLOSED ? "" : detailOf(known, text));
+}
+
+JetStream NatsConnection::openJetStream(int answerMilliseconds) const {
+    jsOptions settings;
+    jsOptions_Init(&settings);
+    settings.Wait = answerMilliseconds;
+    jsCtx* context = nullptr;
+    const natsStatus status = natsConnection_JetStream(&context, connection, &settings);
+    if (status != NATS_OK) {
+        throw NatsError(fmt::format("{}: {}", server, describeStatus(status)), status);
+    }
+    return JetStream(context);
+}
+
+std::unique_ptr<NatsConnection> connectToAny(const NatsOptions& options, const std::string& client,
+                                             std::size_t first) {
+    std::string failures;
+    natsStatus status = NATS_NO_SERVER;
+    for (std::size_t i = 0; i < options.servers.size(); ++i) {
+        const std::string& server = options.servers[(first + i) % options.servers.size()];
+        try {
+            return std::make_unique<NatsConnection>(options, server, client);
+        } catch (const NatsError& failure) {
+            failures += (failures.empty() ? "" : "; ") + std::string(failure.what());
+            status = failure.getStatus();
+        }
+    }
+    throw NatsError(failures, status);
+}
+
+}  // namespace station

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "core/mutex.h"
+#include "station/nats/nats_connection.h"
+#include "station/stream/publisher.h"
+#include "station/stream/station_name.h"
+
+namespace station {
+
+/// How a stream is made that isn't there. One that is there stays as it is.
+struct StreamRules {
+    std::string name;
+    int replicas = 0;                  ///< 0: one
+    std::int64_t mostNanoseconds = 0;  ///< messages older than that go; 0: they stay
+    std::int64_t mostBytes = 0;        ///< beyond that the oldest go; 0: no limit
+};
+
+/// Publishes into a JetStream stream.
+///
+/// Of each subject one batch is on its way at a time. Two could be stored in the wrong order, or
+/// the second without the first: a disk that is full for a large one takes a small one, and a
+/// cluster that gets another leader may lose one of several. So the stream always has the first
+/// batches of a subject, and after `open` its last one says which are stored: also after hours,
+/// when the broker doesn't know the identifiers of batches any more.
+class NatsPublisher final : public Publisher {
+  public:
+    /// `tell` gets what the user must know and isn't a failure. `name` is claimed with each `open`.
+    NatsPublisher(NatsOptions connectionOptions, StreamRules streamRules,
+                  std::unique_ptr<StationName> name, std::function<void(std::string)> tellUser);
+    ~NatsPublisher() override;
+
+    void open() override;
+    bool publish(const Batch& batch) override;
+    std::uint64_t getAcknowledged(std::chrono::milliseconds patience) override;
+    void close() override;
+
+    /// What others see of this station; while it is open.
+    void beat(const std::string& json);
+    /// That was connected last; empty: none was. Of any thread.
+    std::string getServer() const;
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    struct OnTheWay {
+        std::string subject;
+        std::size_t bytes;
+        Clock::time_point sent;
+        bool isStored;
+    };
+    /// The last batch of a subject in the stream.
+    struct Last {
+        std::string session;  ///< empty: there is none
+        std::uint64_t number = 0;
+    };
+
+    [[noreturn]] void fail(const std::string& what, const std::string& why) const;
+    void makeStream();
+    void createStream();
+    void tellDifferences(const jsStreamConfig& config);
+    void subscribe();
+    const Last& findLast(const std::string& subject);
+    void send(const Batch& batch);
+    void takeAnswer(natsMsg* answer);
+
+    const NatsOptions options;
+    const StreamRules rules;
+    const std::unique_ptr<StationName> stationName;
+    const std::function<void(std::string)> tell;
+
+    std::size_t nextServer = 0;
+    bool wasStreamThere = false;
+    bool areDifferencesTold = false;
+    std::unique_ptr<NatsConnection> connection;  ///< null while it isn't open
+    JetStream jetStream;
+    std::string inbox;
+    NatsSubscription answers;
+    std::map<std::string, Last> lastBySubject;  ///< as it was at the first batch since `open`
+    std::deque<OnTheWay> onTheWay;
+    std::uint64_t acknowledged = 0;  ///< in front of those
+
+    mutable Mutex lock;
+    std::string server CMP_GUARDED_BY(lock);
+};
+
+}  // namespace station

@@ -1,0 +1,191 @@
+#include "station/stream/sender.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "core/mutex.h"
+
+namespace station {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto shortestPause = 100ms;
+constexpr auto longestPause = 2000ms;
+constexpr auto idlePause = 50ms;
+constexpr auto beatPeriod = 2s;
+constexpr auto notePeriod = 1s;
+constexpr auto endPatience = 3s;
+
+}  // namespace
+
+struct Sender::Shared {
+    void run() CMP_EXCLUDES(lock) {
+        spool->countOld();
+        auto pause = shortestPause;
+        while (!isEnding) {
+            try {
+                publisher->open();
+                noteOpen();
+                send(pause);
+            } catch (const std::exception& failure) {  // also what a broker's answer may lead to
+                publisher->close();
+                noteFailure(failure.what());
+                waitFor(pause);
+                pause = std::min<std::chrono::milliseconds>(2 * pause, longestPause);
+            }
+        }
+        publisher->close();
+        spool->saveNote();
+        const LockGuard guard(lock);
+        isOver = true;
+        changed.notify_all();
+    }
+
+    /// Until the end, or a failure. The pause becomes short again when something was stored.
+    void send(std::chrono::milliseconds& pause) CMP_EXCLUDES(lock) {
+        struct OnTheWay {
+            Spool::Place end;
+            std::uint64_t messages;
+        };
+        std::deque<OnTheWay> onTheWay;
+        std::uint64_t acknowledged = 0;
+        std::uint64_t messages = 0;
+        Spool::Place place = spool->start();
+        Batch next;
+        bool hasNext = false;
+        while (!isEnding) {
+            while ((hasNext = hasNext || spool->read(place, next)) && publisher->publish(next)) {
+                hasNext = false;
+                onTheWay.push_back({place, next.messages});
+                noteOnTheWay(messages += next.messages);
+            }
+            if (onTheWay.empty()) {
+                spool->waitForMore(idlePause);
+            }
+            const std::uint64_t now =
+                publisher->getAcknowledged(onTheWay.empty() ? 0ms : idlePause);
+            for (; acknowledged < now; ++acknowledged) {
+                const OnTheWay& stored = onTheWay.front();
+                spool->acknowledge(stored.end, stored.messages);
+                noteOnTheWay(messages -= stored.messages);
+                onTheWay.pop_front();
+                pause = shortestPause;
+            }
+            lookAround();
+        }
+        lookAround();
+    }
+
+    /// What is to be done now and then.
+    void lookAround() CMP_EXCLUDES(lock) {
+        const auto now = Clock::now();
+        if (now >= nextNote) {
+            nextNote = now + notePeriod;
+            if (!spool->saveNote() && !std::exchange(isNoteFailureTold, true)) {
+                tell(
+                    "the stream's spool: its note of what is acknowledged can't be written: after "
+                    "the next start more is sent again, which the broker knows; make room");
+            }
+        }
+        if (beat && (isEnding || now >= nextBeat)) {
+            nextBeat = now + beatPeriod;
+            State latest;
+            {
+                const LockGuard guard(lock);
+                latest = state;
+            }
+            latest.isEnding = isEnding;
+            beat(latest);
+        }
+    }
+
+    void noteOpen() CMP_EXCLUDES(lock) {
+        nextBeat = Clock::now();
+        const LockGuard guard(lock);
+        state = {true, {}, 0, false};
+        if (!std::exchange(failureTold, {}).empty()) {
+            texts.push_back("the stream goes on");
+        }
+    }
+    void noteFailure(const std::string& failure) CMP_EXCLUDES(lock) {
+        const LockGuard guard(lock);
+        state = {false, failure, 0, false};
+        if (std::exchange(failureTold, failure) != failure) {
+            texts.push_back("the stream waits in its spool: " + failure);
+        }
+    }
+    void noteOnTheWay(std::uint64_t messages) CMP_EXCLUDES(lock) {
+        const LockGuard guard(lock);
+        state.onTheWay = messages;
+    }
+    void tell(std::string text) CMP_EXCLUDES(lock) {
+        const LockGuard guard(lock);
+        texts.push_back(std::move(text));
+    }
+    void waitFor(std::chrono::milliseconds pause) CMP_EXCLUDES(lock) {
+        const auto end = Clock::now() + pause;
+        const LockGuard guard(lock);
+        while (!isEnding && changed.wait_until(lock, end) == std::cv_status::no_timeout) {
+        }
+    }
+
+    Shared(std::shared_ptr<Spool> source, std::shared_ptr<Publisher> target, Beat beatCall)
+        : spool(std::move(source)), publisher(std::move(target)), beat(std::move(beatCall)) {}
+
+    const std::shared_ptr<Spool> spool;
+    const std::shared_ptr<Publisher> publisher;
+    const Beat beat;
+
+    // The thread's own.
+    Clock::time_point nextNote;
+    Clock::time_point nextBeat;
+    bool isNoteFailureTold = false;
+
+    std::atomic<bool> isEnding{false};
+    Mutex lock;
+    std::condition_variable_any changed;
+    bool isOver CMP_GUARDED_BY(lock) = false;
+    State state CMP_GUARDED_BY(lock);
+    std::string failureTold CMP_GUARDED_BY(lock);
+    std::vector<std::string> texts CMP_GUARDED_BY(lock);
+};
+
+Sender::Sender(std::shared_ptr<Spool> source, std::shared_ptr<Publisher> target, Beat beat)
+    : shared(std::make_shared<Shared>(std::move(source), std::move(target), std::move(beat))) {
+    std::thread([held = shared] { held->run(); }).detach();
+}
+
+Sender::~Sender() {
+    end();
+}
+
+Sender::State Sender::getState() const {
+    const LockGuard guard(shared->lock);
+    return shared->state;
+}
+
+std::vector<std::string> Sender::takeTexts() {
+    std::vector<std::string> texts = shared->spool->takeTexts();
+    const LockGuard guard(shared->lock);
+    std::ranges::move(std::exchange(shared->texts, {}), std::back_inserter(texts));
+    return texts;
+}
+
+void Sender::end() {
+    const auto patience = Clock::now() + endPatience;
+    const LockGuard guard(shared->lock);
+    shared->isEnding = true;
+    shared->changed.notify_all();
+    while (!shared->isOver &&
+           shared->changed.wait_until(shared->lock, patience) == std::cv_status::no_timeout) {
+    }
+}
+
+}  // namespace station

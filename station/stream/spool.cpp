@@ -1,0 +1,457 @@
+#include "station/stream/spool.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <span>
+#include <system_error>
+#include <utility>
+
+#include "station/errors.h"
+#include "station/stream/batch_header.h"
+
+namespace station {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* partEnding = ".pcapng";
+constexpr const char* lockName = "lock";
+constexpr std::size_t longestHeader = 16 * 1024;
+
+Descriptor openForReading(const fs::path& path) {
+    return Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+}
+
+/// Fewer bytes where the file ends, or can't be read.
+std::size_t readAt(const Descriptor& file, std::uint64_t offset, std::span<std::uint8_t> target) {
+    std::size_t done = 0;
+    while (done < target.size()) {
+        const ssize_t count = ::pread(file.get(), target.data() + done, target.size() - done,
+                                      static_cast<off_t>(offset + done));
+        if (count == 0 || (count < 0 && errno != EINTR)) {
+            break;
+        }
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    return done;
+}
+
+/// The batch at `offset` of a file whose whole batches end at `end`.
+std::optional<BatchExtent> headerAt(const Descriptor& file, std::uint64_t offset,
+                                    std::uint64_t end) {
+    std::array<std::uint8_t, longestHeader> bytes;
+    const std::size_t size = readAt(file, offset, bytes);
+    auto found = readBatchHeader(std::span(bytes).first(size));
+    return found && found->size <= end - offset ? found : std::nullopt;
+}
+
+}  // namespace
+
+Spool::Spool(fs::path spoolFolder, const std::string& stationToken, std::uint64_t mostBytes)
+    : folder(std::move(spoolFolder)), limit(mostBytes) {
+    std::error_code failure;
+    fs::create_directories(folder, failure);
+    if (failure) {
+        throw UserError(
+            fmt::format("--spool: {} can't be made: {}; name a folder that you may "
+                        "write to",
+                        folder.string(), failure.message()));
+    }
+    takeLock();  // before anything is removed
+    readNote();
+    findParts();
+    noteStation(stationToken);
+}
+
+/// "00000003-SESSION-0001.pcapng", as `nameNext` and `RecordingSeries` have it.
+std::optional<Spool::Key> Spool::keyOf(const fs::path& path) {
+    const std::string name = path.stem();
+    const std::size_t dash = name.rfind('-');
+    Key key;
+    int measurementEnd = 0;
+    int partEnd = 0;
+    if (path.extension() != partEnding || dash == name.npos ||
+        std::sscanf(name.c_str(), "%8" SCNu64 "-%n", &key.measurement, &measurementEnd) != 1 ||
+        std::sscanf(name.c_str() + dash, "-%9" SCNu64 "%n", &key.part, &partEnd) != 1 ||
+        measurementEnd != 9 || dash + static_cast<std::size_t>(partEnd) != name.size()) {
+        return std::nullopt;
+    }
+    return key;
+}
+
+void Spool::takeLock() {
+    const fs::path path = folder / lockName;
+    lockFile = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    if (!lockFile.isOpen()) {
+        throw UserError(
+            fmt::format("--spool: {} can't be written: {}; name a folder that you may "
+                        "write to",
+                        path.string(), std::strerror(errno)));
+    }
+    if (::flock(lockFile.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        throw UserError(ExitCode::Failed,
+                        fmt::format("--spool: another station of this name uses {}; end it, or "
+                                    "give this one another name with --station",
+                                    folder.string()));
+    }
+}
+
+/// The lock's file has the name of the station whose batches are there.
+void Spool::noteStation(const std::string& stationToken) {
+    std::array<char, 1024> there{};
+    const ssize_t size = ::pread(lockFile.get(), there.data(), there.size(), 0);
+    const std::string owner(there.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+    const LockGuard guard(lock);
+    if (!owner.empty() && owner != stationToken && !parts.empty()) {
+        throw UserError(
+            fmt::format("--spool: {} has messages of the station \"{}\" that aren't sent yet; send "
+                        "them as that "
+                        "one (--station), or name another folder",
+                        folder.string(), owner));
+    }
+    if (owner != stationToken &&
+        (::ftruncate(lockFile.get(), 0) != 0 ||
+         ::pwrite(lockFile.get(), stationToken.data(), stationToken.size(), 0) < 0)) {
+        throw UserError(fmt::format("--spool: {} can't be written: {}",
+                                    (folder / lockName).string(), std::strerror(errno)));
+    }
+}
+
+void Spool::readNote() {
+    std::ifstream file(folder / "acknowledged");
+    std::string name;
+    std::uint64_t offset = 0;
+    if (file >> name >> offset) {
+        if (const auto key = keyOf(name)) {
+            noted = {*key, offset};
+        }
+    }
+    const LockGuard guard(lock);
+    acknowledgedUpTo = noted;
+    latestMeasurement = noted.part.measurement;
+}
+
+bool Spool::saveNote() {
+    Place place;
+    {
+        const LockGuard guard(lock);
+        place = acknowledgedUpTo;
+    }
+    if (place.part == Key()) {
+        return true;
+    }
+    const fs::path path = folder / "acknowledged";
+    const fs::path next = folder / "acknowledged.new";
+    {
+        std::ofstream file(next, std::ios::trunc);
+        file << fmt::format("{:08}-acknowledged-{:04}{} {}\n", place.part.measurement,
+                            place.part.part, partEnding, place.offset);
+        if (!file.flush()) {
+            return false;
+        }
+    }
+    std::error_code failure;
+    fs::rename(next, path, failure);
+    return !failure;
+}
+
+void Spool::findParts() {
+    std::error_code failure;
+    const LockGuard guard(lock);
+    for (const auto& entry : fs::directory_iterator(folder, failure)) {
+        const auto key = keyOf(entry.path());
+        if (!key || !entry.is_regular_file(failure)) {
+            continue;
+        }
+        latestMeasurement = std::max(latestMeasurement, key->measurement);
+        const std::uint64_t bytes = entry.file_size(failure);
+        if (*key < noted.part || bytes <= startOf(*key)) {
+            fs::remove(entry.path(), failure);
+        } else {
+            parts[*key] = {entry.path(), bytes, std::nullopt, true};
+        }
+    }
+    if (failure) {
+        throw UserError(
+            fmt::format("--spool: {} can't be read: {}", folder.string(), failure.message()));
+    }
+}
+
+std::string Spool::nameNext() {
+    return folder / fmt::format("{:08}{}", ++latestMeasurement, partEnding);
+}
+
+void Spool::addPart(const std::string& path) {
+    const auto key = keyOf(path);
+    const LockGuard guard(lock);
+    if (key) {
+        parts[*key] = {path, 0, 0, false};
+    }
+}
+
+void Spool::grow(const std::string& path, std::uint64_t bytes, std::uint64_t messages) {
+    bool isTooMuch = false;
+    {
+        const LockGuard guard(lock);
+        const auto found = parts.find(keyOf(path).value_or(Key()));
+        if (found == parts.end()) {
+            return;
+        }
+        found->second.bytes += bytes;
+        *found->second.messages += messages;
+        isTooMuch = sumBytes() > limit;
+        hasMore = true;
+        changed.notify_all();
+    }
+    if (isTooMuch) {
+        dropOldest();
+    }
+}
+
+void Spool::closePart(const std::string& path) {
+    const Key key = keyOf(path).value_or(Key());
+    {
+        const LockGuard guard(lock);
+        const auto found = parts.find(key);
+        if (found == parts.end()) {
+            return;
+        }
+        found->second.isClosed = true;
+        hasMore = true;
+        changed.notify_all();
+        const bool isDone =
+            acknowledgedUpTo.part == key && acknowledgedUpTo.offset >= found->second.bytes;
+        if (found->second.bytes != 0 && !isDone) {
+            return;
+        }
+        parts.erase(found);
+    }
+    remove(path);
+}
+
+std::uint64_t Spool::sumBytes() const {
+    std::uint64_t sum = 0;
+    for (const auto& [key, part] : parts) {
+        sum += part.bytes;
+    }
+    return sum;
+}
+
+/// Where what isn't acknowledged begins in it.
+std::uint64_t Spool::startOf(const Key& key) const {
+    return key == acknowledgedUpTo.part ? acknowledgedUpTo.offset : 0;
+}
+
+void Spool::dropOldest() {
+    for (;;) {
+        Key key;
+        Part part;
+        std::uint64_t acknowledged = 0;
+        {
+            const LockGuard guard(lock);
+            if (sumBytes() <= limit || parts.empty() || !parts.begin()->second.isClosed) {
+                return;
+            }
+            key = parts.begin()->first;
+            part = parts.begin()->second;
+            acknowledged = key == acknowledgedUpTo.part ? acknowledgedOfPart : 0;
+            parts.erase(parts.begin());
+        }
+        const std::uint64_t messages = part.messages ? *part.messages : countMessages(key, part);
+        remove(part.path);
+        const LockGuard guard(lock);
+        lostMessages += messages - std::min(messages, acknowledged);
+    }
+}
+
+/// Those that weren't acknowledged when the spool was opened.
+std::uint64_t Spool::countMessages(const Key& key, const Part& part) const {
+    const Descriptor file = openForReading(part.path);
+    std::uint64_t offset = key == noted.part ? noted.offset : 0;
+    std::uint64_t messages = 0;
+    while (offset < part.bytes) {
+        const auto found = headerAt(file, offset, part.bytes);
+        if (!found) {
+            break;
+        }
+        messages += found->batch.messages;
+        offset += found->size;
+    }
+    return messages;
+}
+
+void Spool::countOld() {
+    for (Key last;;) {
+        Part part;
+        {
+            const LockGuard guard(lock);
+            const auto found = parts.upper_bound(last);
+            if (found == parts.end()) {
+                return;
+            }
+            last = found->first;
+            part = found->second;
+        }
+        if (!part.messages) {
+            const std::uint64_t messages = countMessages(last, part);
+            const LockGuard guard(lock);
+            if (const auto found = parts.find(last); found != parts.end()) {
+                found->second.messages = messages;
+            }
+        }
+    }
+}
+
+Spool::Place Spool::start() {
+    const LockGuard guard(lock);
+    readKey = acknowledgedUpTo.part;
+    readFile = Descriptor();
+    readMessages = acknowledgedOfPart;
+    return acknowledgedUpTo;
+}
+
+bool Spool::read(Place& place, Batch& batch) {
+    for (;;) {
+        Part part;
+        {
+            const LockGuard guard(lock);
+            const auto found = parts.lower_bound(place.part);
+            if (found == parts.end()) {
+                return false;
+            }
+            if (found->first != place.part) {
+                place = {found->first, startOf(found->first)};
+            }
+            part = found->second;
+        }
+        if (place.offset >= part.bytes) {
+            if (!part.isClosed) {
+                return false;
+            }
+            ++place.part.part;
+            place.offset = 0;
+            continue;
+        }
+        if (readKey != place.part) {
+            readMessages = 0;
+        }
+        if (!readFile.isOpen() || readKey != place.part) {
+            readFile = openForReading(part.path);
+            readKey = place.part;
+        }
+        auto found = headerAt(readFile, place.offset, part.bytes);
+        if (found) {
+            found->batch.payload.resize(found->size);
+            if (readAt(readFile, place.offset, found->batch.payload) == found->size) {
+                batch = std::move(found->batch);
+                readMessages += batch.messages;
+                place.offset += found->size;
+                return true;
+            }
+        }
+        cut(place);
+    }
+}
+
+/// A killed process may leave a torn batch at the end of a part, a power cut also other bytes.
+void Spool::cut(const Place& place) {
+    const LockGuard guard(lock);
+    const auto found = parts.find(place.part);
+    if (found == parts.end()) {
+        return;  // it had to go meanwhile
+    }
+    texts.push_back(fmt::format(
+        "the stream's spool: the last {} bytes of {} are no whole batch and were left out",
+        found->second.bytes - place.offset, found->second.path.filename().string()));
+    if (found->second.messages) {
+        lostMessages += *found->second.messages - std::min(*found->second.messages, readMessages);
+        found->second.messages = readMessages;
+    }
+    found->second.bytes = place.offset;
+    found->second.isClosed = true;
+    std::error_code ignored;
+    fs::resize_file(found->second.path, place.offset, ignored);
+}
+
+void Spool::acknowledge(const Place& end, std::uint64_t messages) {
+    std::vector<fs::path> done;
+    {
+        const LockGuard guard(lock);
+        acknowledgedMessages += messages;
+        if (parts.find(end.part) == parts.end()) {
+            // It was on its way when its part had to go.
+            lostMessages -= std::min(lostMessages, messages);
+        }
+        if (acknowledgedUpTo.part != end.part) {
+            acknowledgedOfPart = 0;
+        }
+        acknowledgedOfPart += messages;
+        acknowledgedUpTo = end;
+        while (!parts.empty()) {
+            const auto& [key, part] = *parts.begin();
+            if (!part.isClosed || key > end.part || (key == end.part && end.offset < part.bytes)) {
+                break;
+            }
+            done.push_back(part.path);
+            parts.erase(parts.begin());
+        }
+    }
+    for (const fs::path& path : done) {
+        remove(path);
+    }
+}
+
+void Spool::remove(const fs::path& path) {
+    std::error_code failure;
+    fs::remove(path, failure);
+    if (failure) {
+        const LockGuard guard(lock);
+        texts.push_back(fmt::format("the stream's spool: {} can't be removed: {}", path.string(),
+                                    failure.message()));
+    }
+}
+
+void Spool::waitForMore(std::chrono::milliseconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    const LockGuard guard(lock);
+    while (!hasMore && changed.wait_until(lock, end) == std::cv_status::no_timeout) {
+    }
+    hasMore = false;
+}
+
+Spool::Counts Spool::getCounts() const {
+    const LockGuard guard(lock);
+    Counts counts;
+    for (const auto& [key, part] : parts) {
+        const std::uint64_t before = key == acknowledgedUpTo.part ? acknowledgedOfPart : 0;
+        counts.messages += part.messages.value_or(before) - before;
+        counts.bytes += part.bytes - std::min(part.bytes, startOf(key));
+    }
+    counts.acknowledged = acknowledgedMessages;
+    counts.lost = lostMessages;
+    return counts;
+}
+
+std::vector<std::string> Spool::takeTexts() {
+    const LockGuard guard(lock);
+    if (lostMessages > lostTold) {
+        texts.push_back(fmt::format(
+            "{} messages are lost to the stream: the oldest had to go as the spool is full "
+            "(--spool-limit), or its files were changed",
+            lostMessages - lostTold));
+        lostTold = lostMessages;
+    }
+    return std::exchange(texts, {});
+}
+
+}  // namespace station

@@ -1,0 +1,134 @@
+#pragma once
+
+#include <chrono>
+#include <compare>
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/descriptor.h"
+#include "core/mutex.h"
+#include "station/stream/publisher.h"
+
+namespace station {
+
+/// A folder with the batches that aren't acknowledged: parts, each a file of batches one behind the
+/// other, and a note of how far the oldest of them is acknowledged.
+///
+/// A thread that records adds to the end (`addPart` to `closePart`), another one takes from the
+/// beginning (`read`, `acknowledge`, `saveNote`). They share the list of parts under a lock that is
+/// held for no access to the disk. The folder is locked against another program.
+///
+/// When the parts take more than the limit, the oldest of them goes, but for the one that is being
+/// written; what it had is counted.
+class Spool {
+  public:
+    /// Of a part: the measurement, counted from 1 in this folder, and the part of it.
+    struct Key {
+        std::uint64_t measurement = 0;
+        std::uint64_t part = 0;
+        auto operator<=>(const Key&) const = default;
+    };
+    /// Behind a batch.
+    struct Place {
+        Key part;
+        std::uint64_t offset = 0;
+    };
+    struct Counts {
+        std::uint64_t messages = 0;      ///< that are not acknowledged
+        std::uint64_t bytes = 0;         ///< of them
+        std::uint64_t acknowledged = 0;  ///< messages, since this was made
+        std::uint64_t lost = 0;          ///< messages that had to go
+    };
+
+    /// Makes the folder if it isn't there. Throws `UserError`: not possible, used by another
+    /// program, or with batches of another station.
+    Spool(std::filesystem::path folder, const std::string& stationToken, std::uint64_t mostBytes);
+    Spool(const Spool&) = delete;
+    Spool& operator=(const Spool&) = delete;
+
+    const std::filesystem::path& getFolder() const { return folder; }
+    std::uint64_t getLimit() const { return limit; }
+
+    // By the thread that records.
+
+    /// As a `RecordingSeries` is to be named, whose parts get the keys of the next measurement.
+    std::string nameNext();
+    /// A part that is being written.
+    void addPart(const std::string& path) CMP_EXCLUDES(lock);
+    /// A batch is in it.
+    void grow(const std::string& path, std::uint64_t bytes, std::uint64_t messages)
+        CMP_EXCLUDES(lock);
+    /// Nothing more will be in it. One without batches is removed.
+    void closePart(const std::string& path) CMP_EXCLUDES(lock);
+
+    // By the other one.
+
+    /// Counts the messages of parts that were there before: reads the headers of all batches.
+    void countOld() CMP_EXCLUDES(lock);
+    /// Behind what is acknowledged: to be read from there.
+    Place start() CMP_EXCLUDES(lock);
+    /// The batch behind `place`, or the oldest if that is gone, and goes on to its end. False if
+    /// there is none yet. What can't be read is left out, said, and counted if it was known.
+    bool read(Place& place, Batch& batch) CMP_EXCLUDES(lock);
+    /// All up to there; the batch that ends there had so many messages. Parts that aren't needed
+    /// any more are removed.
+    void acknowledge(const Place& end, std::uint64_t messages) CMP_EXCLUDES(lock);
+    /// So that a next run begins there; a killed one may begin earlier. False: it can't be written.
+    bool saveNote() CMP_EXCLUDES(lock);
+    /// Until more was added since the last call, for that long at most.
+    void waitForMore(std::chrono::milliseconds patience) CMP_EXCLUDES(lock);
+
+    // By any.
+
+    Counts getCounts() const CMP_EXCLUDES(lock);
+    /// What the user must know since the last call.
+    std::vector<std::string> takeTexts() CMP_EXCLUDES(lock);
+
+  private:
+    struct Part {
+        std::filesystem::path path;
+        std::uint64_t bytes = 0;
+        std::optional<std::uint64_t> messages;  ///< not acknowledged when it was added
+        bool isClosed = true;
+    };
+
+    static std::optional<Key> keyOf(const std::filesystem::path& path);
+    void takeLock();
+    void noteStation(const std::string& stationToken);
+    void findParts();
+    void readNote();
+    std::uint64_t countMessages(const Key& key, const Part& part) const;
+    std::uint64_t sumBytes() const CMP_REQUIRES(lock);
+    void dropOldest() CMP_EXCLUDES(lock);
+    void cut(const Place& place) CMP_EXCLUDES(lock);
+    void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
+    std::uint64_t startOf(const Key& key) const CMP_REQUIRES(lock);
+
+    const std::filesystem::path folder;
+    const std::uint64_t limit;
+    Descriptor lockFile;
+    std::uint64_t latestMeasurement = 0;
+    Place noted;  ///< of the note that was found; constant after construction
+
+    Descriptor readFile;             ///< these are the other thread's own
+    Key readKey;                     ///< of that file
+    std::uint64_t readMessages = 0;  ///< of it, those included that were acknowledged
+
+    mutable Mutex lock;
+    std::condition_variable_any changed;
+    bool hasMore CMP_GUARDED_BY(lock) = false;
+    std::map<Key, Part> parts CMP_GUARDED_BY(lock);
+    Place acknowledgedUpTo CMP_GUARDED_BY(lock);
+    std::uint64_t acknowledgedOfPart CMP_GUARDED_BY(lock) = 0;  ///< messages, since it was made
+    std::uint64_t acknowledgedMessages CMP_GUARDED_BY(lock) = 0;
+    std::uint64_t lostMessages CMP_GUARDED_BY(lock) = 0;
+    std::uint64_t lostTold CMP_GUARDED_BY(lock) = 0;
+    std::vector<std::string> texts CMP_GUARDED_BY(lock);
+};
+
+}  // namespace station

@@ -1,0 +1,172 @@
+#include "station/stream/station_name.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "station/nats/stream_names.h"
+
+namespace station {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto silence = 5s;  // beats come every two seconds
+constexpr double worstClockSeconds = 5.0;
+
+std::string firstWordOf(const char* path) {
+    std::ifstream file(path);
+    std::string word;
+    file >> word;
+    return word;
+}
+
+/// When this process began, in the system's ticks since its start.
+std::string startOfProcess() {
+    std::ifstream file("/proc/self/stat");
+    std::string text;
+    std::getline(file, text);
+    std::size_t at = text.rfind(')');  // behind the program's name, which may hold anything
+    for (int field = 2; field < 22 && at != text.npos; ++field) {
+        at = text.find(' ', at + 1);
+    }
+    return at == text.npos ? "" : text.substr(at + 1, text.find(' ', at + 1) - at - 1);
+}
+
+std::string nameProcess() {
+    std::string machine = firstWordOf("/etc/machine-id");
+    if (machine.empty()) {
+        machine = firstWordOf("/proc/sys/kernel/random/boot_id");
+    }
+    return fmt::format("{}/{}/{}", machine, ::getpid(), startOfProcess());
+}
+
+std::int64_t realNanoseconds() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+}
+
+struct Entry {
+    std::string owner;
+    std::string host;
+    bool isEnded = false;
+};
+
+Entry parseEntry(const char* text) {
+    const auto json = nlohmann::json::parse(text == nullptr ? "" : text, nullptr, false);
+    if (!json.is_object()) {
+        return {};
+    }
+    const auto textOf = [&](const char* key) {
+        const auto found = json.find(key);
+        return found != json.end() && found->is_string() ? found->get<std::string>() : "";
+    };
+    const auto ended = json.find("ended");
+    return {textOf("owner"), textOf("host"),
+            ended != json.end() && ended->is_boolean() && ended->get<bool>()};
+}
+
+}  // namespace
+
+StationName::StationName(std::string stationName, int bucketReplicas,
+                         std::function<void(std::string)> tellUser)
+    : name(std::move(stationName)),
+      token(toToken(name)),
+      owner(nameProcess()),
+      replicas(bucketReplicas),
+      tell(std::move(tellUser)) {}
+
+KeyValueStore StationName::openBucket(const NatsConnection& connection, jsCtx* jetStream) const {
+    kvStore* found = nullptr;
+    natsStatus status = js_KeyValue(&found, jetStream, heartbeatBucket);
+    if (status == NATS_NOT_FOUND) {
+        kvConfig config;
+        kvConfig_Init(&config);
+        config.Bucket = heartbeatBucket;
+        config.History = 1;
+        config.Replicas = replicas > 0 ? replicas : 1;
+        status = js_CreateKeyValue(&found, jetStream, &config);
+    }
+    if (status != NATS_OK) {
+        throw NatsError(fmt::format("{}: bucket \"{}\" of heartbeats: {}", connection.getServer(),
+                                    heartbeatBucket, describeStatus(status)),
+                        status);
+    }
+    return KeyValueStore(found);
+}
+
+void StationName::claim(const NatsConnection& connection, jsCtx* jetStream) {
+    const KeyValueStore bucket = openBucket(connection, jetStream);
+    kvEntry* found = nullptr;
+    natsStatus status = kvStore_Get(&found, bucket.get(), token.c_str());
+    const KeyValueEntry there(found);
+    const std::string value = fmt::format(R"({{"owner": "{}"}})", owner);
+    const std::int64_t putAt = realNanoseconds();
+    std::uint64_t revision = 0;
+    if (status == NATS_OK) {
+        const Entry entry = parseEntry(kvEntry_ValueString(found));
+        revision = kvEntry_Revision(found);
+        if (entry.owner != owner && !entry.owner.empty() && !entry.isEnded) {
+            const auto now = Clock::now();
+            if (revision != otherRevision) {
+                isOtherAlive = otherRevision != 0;
+                otherRevision = revision;
+                otherSeen = now;
+            }
+            if (now - otherSeen < silence) {
+                const std::string where = entry.host.empty() ? "" : " on " + entry.host;
+                throw NatsError(
+                    isOtherAlive
+                        ? fmt::format("another station is called \"{}\" and runs{}: give one of "
+                                      "them another name with --station",
+                                      name, where)
+                        : fmt::format("\"{}\" was last used by another process{}: it is watched "
+                                      "for five seconds whether that still runs",
+                                      name, where));
+            }
+        }
+        status =
+            kvStore_UpdateString(&revision, bucket.get(), token.c_str(), value.c_str(), revision);
+    } else if (status == NATS_NOT_FOUND) {
+        status = kvStore_CreateString(&revision, bucket.get(), token.c_str(), value.c_str());
+    }
+    if (status != NATS_OK) {
+        throw NatsError(
+            fmt::format("{}: entry \"{}\" of the bucket \"{}\": {}", connection.getServer(), token,
+                        heartbeatBucket, describeStatus(status)),
+            status);
+    }
+    otherRevision = 0;
+    isOtherAlive = false;
+    compareClocks(bucket.get(), putAt);
+}
+
+/// With the time that the broker gave the entry.
+void StationName::compareClocks(kvStore* bucket, std::int64_t putAt) {
+    constexpr double nanosecondsPerSecond = 1e9;
+    kvEntry* found = nullptr;
+    if (isClockTold || kvStore_Get(&found, bucket, token.c_str()) != NATS_OK) {
+        return;
+    }
+    const KeyValueEntry entry(found);
+    const double behind =
+        static_cast<double>(kvEntry_Created(found) - putAt) / nanosecondsPerSecond;
+    if (std::abs(behind) > worstClockSeconds) {
+        isClockTold = true;
+        tell(
+            fmt::format("this machine's clock is {:.0f} s {} the broker's: the times of all "
+                        "messages are as wrong as it is; set the clock of the one that is wrong",
+                        std::abs(behind), behind > 0 ? "behind" : "ahead of"));
+    }
+}
+
+void StationName::beat(const NatsConnection& connection, const std::string& json) const {
+    const std::string subject = fmt::format("$KV.{}.{}", heartbeatBucket, token);
+    natsConnection_PublishString(connection.get(), subject.c_str(), json.c_str());
+}
+
+}  // namespace station

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "station/nats/nats_connection.h"
+
+namespace station {
+
+/// The name of a station among all that publish: an entry of the bucket of heartbeats, which the
+/// owner of the name renews. Used on one thread.
+///
+/// An entry of another owner is taken over once it wasn't renewed for five seconds, by this
+/// machine's steady clock: clocks of different machines aren't compared.
+class StationName {
+  public:
+    /// `tell` gets what the user must know, such as that this machine's clock is wrong.
+    StationName(std::string stationName, int bucketReplicas,
+                std::function<void(std::string)> tellUser);
+
+    const std::string& getToken() const { return token; }
+    /// Of this process: machine, process, and when it began.
+    const std::string& getOwner() const { return owner; }
+
+    /// Throws `NatsError`: another station has it, or may have it and has to be watched for a
+    /// while, or the bucket can't be used.
+    void claim(const NatsConnection& connection, jsCtx* jetStream);
+    /// Renews it. Doesn't wait for the broker.
+    void beat(const NatsConnection& connection, const std::string& json) const;
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    KeyValueStore openBucket(const NatsConnection& connection, jsCtx* jetStream) const;
+    void compareClocks(kvStore* bucket, std::int64_t putAt);
+
+    const std::string name;
+    const std::string token;
+    const std::string owner;
+    const int replicas;
+    const std::function<void(std::string)> tell;
+
+    std::uint64_t otherRevision = 0;  ///< of another owner's entry
+    Clock::time_point otherSeen;      ///< when it had that first
+    bool isOtherAlive = false;
+    bool isClockTold = false;
+};
+
+}  // namespace station

@@ -1,0 +1,202 @@
+#include "station/stream/sender.h"
+
+#include <thread>
+
+#include "host/bus_record.h"
+#include "station/errors.h"
+#include "station/recording/pcapng_reader.h"
+#include "station/stream/spool_part.h"
+#include "tests/station/stream/kafka_publisher.h"
+#include "tests/support/temporary_folder.h"
+
+namespace station {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A spool, and what a measurement of one channel writes into it: messages numbered in their
+/// identifiers.
+class SpoolTest : public ::testing::Test {
+  protected:
+    void openSpool() {
+        spool.reset();
+        spool = std::make_shared<Spool>(folder.path() / "spool", "bench", 1U << 30U);
+    }
+    /// Batches of a hundred messages each, in one part.
+    void record(int batches) {
+        const auto session =
+            std::make_shared<SpoolSession>(SpoolSession{.identifier = "s" + std::to_string(sent),
+                                                        .stationToken = "bench",
+                                                        .batchBytes = 1U << 16U});
+        const std::string name = spool->nameNext();
+        partPath = name.substr(0, name.rfind('.')) + "-s-0001.pcapng";
+        SpoolPart part(partPath, spool, session);
+        part.addChannel({"C", BusType::Can});
+        for (int batch = 0; batch < batches; ++batch) {
+            for (int i = 0; i < 100; ++i) {
+                CanFrame frame;
+                frame.id = sent++;
+                frame.length = 0;
+                part.write(0, frame.id, &frame, sizeof frame);
+            }
+            part.flush();
+        }
+    }
+    /// The identifiers in a file, in its order.
+    std::vector<std::uint32_t> read(const std::vector<std::uint8_t>& bytes) const {
+        const std::string path = folder.path() / "read.pcapng";
+        std::ofstream(path).write(reinterpret_cast<const char*>(bytes.data()),
+                                  static_cast<std::streamsize>(bytes.size()));
+        PcapngReader reader(path);
+        std::vector<std::uint32_t> found;
+        for (RecordedMessage message; reader.next(message);) {
+            std::memcpy(&found.emplace_back(), message.record.data(), sizeof found.back());
+        }
+        return found;
+    }
+    std::vector<std::uint32_t> allSent() const {
+        std::vector<std::uint32_t> all(sent);
+        std::iota(all.begin(), all.end(), 0U);
+        return all;
+    }
+
+    const TemporaryFolder folder;
+    std::shared_ptr<Spool> spool;
+    std::string partPath;
+    std::uint32_t sent = 0;
+};
+
+TEST_F(SpoolTest, WhateverIsInItsFilesWholeBatchesInFrontAreReadAndNothingElse) {
+    openSpool();
+    record(2);
+    const std::string whole = contentOf(partPath);
+    const auto expect = [&](const std::string& bytes, std::size_t changedAt, std::size_t most) {
+        std::ofstream(partPath, std::ios::trunc) << bytes;
+        openSpool();
+        spool->countOld();
+        Spool::Place place;
+        Batch batch;
+        std::size_t found = 0;
+        std::size_t position = 0;
+        for (; spool->read(place, batch); ++found, position += batch.payload.size()) {
+            EXPECT_LE(batch.payload.size(), bytes.size());
+        }
+        EXPECT_GE(found, changedAt >= whole.size() / 2 ? 1U : 0U) << changedAt;
+        EXPECT_LE(found, most) << changedAt;
+        EXPECT_EQ(spool->takeTexts().empty(), position == bytes.size()) << changedAt;
+    };
+    for (std::size_t size = 0; size < whole.size(); size += size % 3000 < 300 ? 1 : 97) {
+        expect(whole.substr(0, size), size, size < whole.size() / 2 ? 0 : 1);
+    }
+    for (std::size_t at = 0; at < 200; ++at) {
+        std::string changed = whole;
+        changed[at] = static_cast<char>(changed[at] ^ 0x41);
+        expect(changed, 0, 2);
+    }
+    expect(whole + std::string(5000, '\0'), whole.size(), 2);
+}
+
+TEST_F(SpoolTest, IsOneStationsAndOneProgramsAtATime) {
+    openSpool();
+    EXPECT_THROW(Spool(folder.path() / "spool", "bench", 1U << 30U), UserError);
+    record(1);
+    spool.reset();
+    EXPECT_THROW(Spool(folder.path() / "spool", "other", 1U << 30U), UserError);
+}
+
+#ifndef CMP_THREAD_SANITIZER  // that of clang 14 ends in threads of C11, which librdkafka has
+/// Brokers of Kafka within this process.
+class KafkaTest : public SpoolTest {
+  protected:
+    KafkaTest()
+        : owner(rd_kafka_new(RD_KAFKA_PRODUCER, rd_kafka_conf_new(), nullptr, 0)),
+          cluster(rd_kafka_mock_cluster_new(owner, 3)) {
+        rd_kafka_mock_topic_create(cluster, "cmp", 4, 3);
+    }
+    ~KafkaTest() override {
+        rd_kafka_mock_cluster_destroy(cluster);
+        rd_kafka_destroy(owner);
+    }
+    std::string servers() const { return rd_kafka_mock_cluster_bootstraps(cluster); }
+
+    struct Stored {
+        std::vector<std::string> identifiers;
+        std::vector<std::uint8_t> payloads;
+        std::set<std::pair<int, std::string>> partitionsAndKeys;
+    };
+    /// So many from all partitions, and what comes for a moment behind them.
+    Stored consume(std::size_t count) const {
+        rd_kafka_conf_t* const settings = rd_kafka_conf_new();
+        rd_kafka_conf_set(settings, "bootstrap.servers", servers().c_str(), nullptr, 0);
+        rd_kafka_conf_set(settings, "group.id", "test", nullptr, 0);
+        rd_kafka_conf_set(settings, "auto.offset.reset", "earliest", nullptr, 0);
+        rd_kafka_t* const consumer = rd_kafka_new(RD_KAFKA_CONSUMER, settings, nullptr, 0);
+        rd_kafka_topic_partition_list_t* const all = rd_kafka_topic_partition_list_new(4);
+        for (int partition = 0; partition < 4; ++partition) {
+            rd_kafka_topic_partition_list_add(all, "cmp", partition)->offset =
+                RD_KAFKA_OFFSET_BEGINNING;
+        }
+        rd_kafka_assign(consumer, all);
+        rd_kafka_topic_partition_list_destroy(all);
+        Stored stored;
+        for (int rest = 300; rest-- > 0;) {
+            rd_kafka_message_t* const message = rd_kafka_consumer_poll(consumer, 100);
+            if (message != nullptr && message->err == RD_KAFKA_RESP_ERR_NO_ERROR) {
+                rd_kafka_headers_t* headers = nullptr;
+                const void* value = nullptr;
+                std::size_t size = 0;
+                rd_kafka_message_headers(message, &headers);
+                rd_kafka_header_get_last(headers, header::identifier, &value, &size);
+                stored.identifiers.emplace_back(static_cast<const char*>(value), size);
+                const auto* const bytes = static_cast<const std::uint8_t*>(message->payload);
+                stored.payloads.insert(stored.payloads.end(), bytes, bytes + message->len);
+                stored.partitionsAndKeys.emplace(
+                    message->partition,
+                    std::string(static_cast<const char*>(message->key), message->key_len));
+            }
+            if (message != nullptr) {
+                rd_kafka_message_destroy(message);
+            }
+            rest = stored.identifiers.size() >= count ? std::min(rest, 10) : rest;
+        }
+        rd_kafka_consumer_close(consumer);
+        rd_kafka_destroy(consumer);
+        return stored;
+    }
+
+    rd_kafka_t* const owner;
+    rd_kafka_mock_cluster_t* const cluster;
+};
+
+TEST_F(KafkaTest, AnotherEngineGetsEachBatchOnceAndInOrderBehindTheSameSeam) {
+    constexpr int batches = 60;
+    openSpool();
+    Sender sender(spool, std::make_shared<KafkaPublisher>(servers(), "cmp", "bench"));
+    record(batches / 2);
+    const auto waitForAll = [&] {
+        for (int rest = 600; rest-- > 0 && spool->getCounts().messages != 0;) {
+            std::this_thread::sleep_for(100ms);
+        }
+    };
+    waitForAll();
+    // Answers get lost, and brokers go: the producer sends again.
+    rd_kafka_mock_push_request_errors(
+        cluster, 0 /* Produce */, 3, RD_KAFKA_RESP_ERR_REQUEST_TIMED_OUT,
+        RD_KAFKA_RESP_ERR_NOT_LEADER_FOR_PARTITION, RD_KAFKA_RESP_ERR__TRANSPORT);
+    record(batches / 2);
+    waitForAll();
+    sender.end();
+    EXPECT_EQ(spool->getCounts().acknowledged, sent);
+    EXPECT_FALSE(std::filesystem::exists(partPath));
+    const Stored stored = consume(batches);
+    EXPECT_EQ(stored.identifiers.size(), std::size_t{batches});
+    EXPECT_EQ(std::set(stored.identifiers.begin(), stored.identifiers.end()).size(),
+              std::size_t{batches});
+    EXPECT_EQ(stored.partitionsAndKeys.size(), 1U);
+    EXPECT_EQ(stored.partitionsAndKeys.begin()->second, "bench");
+    EXPECT_EQ(read(stored.payloads), allSent());
+}
+#endif
+
+}  // namespace
+}  // namespace station
