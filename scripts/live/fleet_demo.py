@@ -204,7 +204,8 @@ def main(folder, seconds, count, failing):
     stations, (code, report, errors) = run(folder, int(seconds), int(count), int(failing), random.Random(seed))
     sys.stdout.write(errors)
     is_well = check(folder, stations, code, report)
-    print("  Each message that the stations recorded was collected once, in order." if is_well
+    print("  Each message that the stations recorded was collected once, in order, but for the last fraction of a\n"
+          f"  second of those that were killed (up to {FLUSHED / 1e9:.0f} s)." if is_well
           else "  WHAT WAS COLLECTED ISN'T WHAT WAS RECORDED.")
     return 0 if is_well else 1
 

@@ -30,7 +30,7 @@ ExitCode send(const StreamArguments& arguments, StopSignal& stop) {
     const StreamSummary sent = stream->summarize();
     printResult(fmt::format("{} messages sent, {} left in {}\n", sent.acknowledged,
                             sent.backlogMessages, printable(sent.spool)));
-    return sent.backlogBytes == 0 ? ExitCode::Good : ExitCode::Failed;
+    return sent.backlogBytes == 0 && sent.lost == 0 ? ExitCode::Good : ExitCode::Failed;
 }
 
 }  // namespace

@@ -54,11 +54,11 @@ std::vector<std::string> toTable(const CollectSummary& summary) {
     for (const auto& session : summary.sessions) {
         widest = std::max(widest, printable(session.station).size());
     }
-    std::vector<std::string> lines = {fmt::format("{:<{}}  {:<18} {:>12} {:>9} {:>8}", "station",
+    std::vector<std::string> lines = {fmt::format("{:<{}}  {:<22} {:>12} {:>9} {:>8}", "station",
                                                   widest, "session", "messages", "batches",
                                                   "missing")};
     for (const auto& session : summary.sessions) {
-        lines.push_back(fmt::format("{:<{}}  {:<18} {:>12} {:>9} {:>8}{}",
+        lines.push_back(fmt::format("{:<{}}  {:<22} {:>12} {:>9} {:>8}{}",
                                     printable(session.station), widest, printable(session.session),
                                     session.messages, session.batches, session.missing,
                                     session.isFinished ? "" : "  not ended"));

@@ -122,12 +122,12 @@ std::vector<std::string> toTable(const std::vector<StationStatus>& stations) {
         widest = std::max(widest, printable(station.station).size());
     }
     std::vector<std::string> lines = {
-        fmt::format("{:<{}}  {:<18} {:>9} {:>10} {:>10} {:>9} {:>9} {:>9}", "station", widest,
+        fmt::format("{:<{}}  {:<22} {:>9} {:>10} {:>10} {:>9} {:>9} {:>9}", "station", widest,
                     "session", "last seen", "messages/s", "backlog", "MB", "spool lost", "lost")};
     for (const StationStatus& station : stations) {
         const std::string note = noteOf(station);
         lines.push_back(fmt::format(
-            "{:<{}}  {:<18} {:>9} {:>10.0f} {:>10} {:>9.1f} {:>10} {:>9}{}",
+            "{:<{}}  {:<22} {:>9} {:>10.0f} {:>10} {:>9.1f} {:>10} {:>9}{}",
             printable(station.station), widest, printable(station.session), ageText(station.age),
             station.isEnded || station.isStale() ? 0.0 : station.rate, station.backlogMessages,
             static_cast<double>(station.backlogBytes) / 1e6, station.spoolLost, station.lost,

@@ -25,9 +25,8 @@ constexpr int longestHeartbeat = 65536;
 
 std::vector<Heartbeat> readNatsHeartbeats(NatsConnection& connection) {
     const JetStream stream = connection.openJetStream();
-    kvStore* opened = nullptr;
-    const natsStatus found = js_KeyValue(&opened, stream.get(), heartbeatBucket);
-    const KeyValueStore bucket(opened);
+    KeyValueStore bucket;
+    const natsStatus found = openHeartbeats(stream.get(), bucket);
     if (found == NATS_NOT_FOUND) {
         return {};
     }

@@ -2,7 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <string_view>
+#include <thread>
+#include <utility>
+
+#include "core/mutex.h"
+#include "station/nats/stream_names.h"
 
 namespace station {
 namespace {
@@ -76,6 +83,37 @@ void setSecurity(natsOptions* target, const NatsOptions& options, const std::str
     }
 }
 
+/// One call of `natsConnection_Connect`, on a thread of its own: the library waits without an end
+/// for a broker that greets and then says nothing.
+struct Attempt {
+    void run() CMP_EXCLUDES(lock) {
+        natsConnection* made = nullptr;
+        const natsStatus result = natsConnection_Connect(&made, settings.get());
+        const std::string text = result == NATS_OK ? "" : connectError(result);
+        const LockGuard guard(lock);
+        if (isLeft) {
+            natsConnection_Destroy(made);
+            return;
+        }
+        connection = made;
+        status = result;
+        error = text;
+        isOver = true;
+        changed.notify_all();
+    }
+
+    explicit Attempt(Options wanted) : settings(std::move(wanted)) {}
+
+    const Options settings;
+    Mutex lock;
+    std::condition_variable_any changed;
+    natsConnection* connection CMP_GUARDED_BY(lock) = nullptr;
+    natsStatus status CMP_GUARDED_BY(lock) = NATS_TIMEOUT;
+    std::string error CMP_GUARDED_BY(lock);
+    bool isOver CMP_GUARDED_BY(lock) = false;
+    bool isLeft CMP_GUARDED_BY(lock) = false;  ///< nobody waits for it any more
+};
+
 /// Without it the library prints on standard error.
 void ignoreError(natsConnection*, natsSubscription*, natsStatus, void*) {}
 
@@ -129,7 +167,7 @@ NatsConnection::NatsConnection(const NatsOptions& options, const std::string& ad
     : server(address) {
     natsOptions* made = nullptr;
     require(natsOptions_Create(&made), "NATS library");
-    const Options settings(made);
+    Options settings(made);
     require(natsOptions_SetURL(made, server.c_str()), server.c_str());
     natsOptions_SetName(made, client.c_str());
     natsOptions_SetTimeout(made, connectMilliseconds);
@@ -141,10 +179,22 @@ NatsConnection::NatsConnection(const NatsOptions& options, const std::string& ad
     natsOptions_SetErrorHandler(made, ignoreError, nullptr);
     setIdentity(made, options);
     setSecurity(made, options, server);
-    const natsStatus status = natsConnection_Connect(&connection, made);
-    if (status != NATS_OK) {
-        throw NatsError(fmt::format("{}: {}", server, connectError(status)), status);
+    const auto attempt = std::make_shared<Attempt>(std::move(settings));
+    std::thread([attempt] { attempt->run(); }).detach();
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(2 * connectMilliseconds);
+    const LockGuard guard(attempt->lock);
+    while (!attempt->isOver &&
+           attempt->changed.wait_until(attempt->lock, end) == std::cv_status::no_timeout) {
     }
+    attempt->isLeft = !attempt->isOver;
+    if (attempt->status != NATS_OK) {
+        throw NatsError(
+            fmt::format("{}: {}", server,
+                        attempt->isLeft ? describeStatus(NATS_TIMEOUT) : attempt->error),
+            attempt->status);
+    }
+    connection = attempt->connection;
 }
 
 NatsConnection::~NatsConnection() {
@@ -169,6 +219,27 @@ JetStream NatsConnection::openJetStream(int answerMilliseconds) const {
         throw NatsError(fmt::format("{}: {}", server, describeStatus(status)), status);
     }
     return JetStream(context);
+}
+
+natsStatus askStream(jsCtx* jetStream, const char* name, StreamInfo& info, jsErrCode& code) {
+    jsStreamInfo* found = nullptr;
+    const natsStatus status = js_GetStreamInfo(&found, jetStream, name, nullptr, &code);
+    info.reset(found);
+    return status == NATS_OK && found->Config == nullptr ? NATS_PROTOCOL_ERROR : status;
+}
+
+natsStatus openHeartbeats(jsCtx* jetStream, KeyValueStore& bucket) {
+    StreamInfo info;
+    jsErrCode code{};
+    const std::string stream = std::string("KV_") + heartbeatBucket;
+    natsStatus status = askStream(jetStream, stream.c_str(), info, code);
+    if (code == JSStreamNotFoundErr) {
+        return NATS_NOT_FOUND;
+    }
+    kvStore* found = nullptr;
+    status = status == NATS_OK ? js_KeyValue(&found, jetStream, heartbeatBucket) : status;
+    bucket.reset(found);
+    return status;
 }
 
 std::unique_ptr<NatsConnection> connectToAny(const NatsOptions& options, const std::string& client,

@@ -47,7 +47,7 @@ using NatsSubscription = std::unique_ptr<natsSubscription, NatsDelete<natsSubscr
 /// The library has threads of its own, which call what is subscribed. Any thread may use this.
 class NatsConnection {
   public:
-    /// Waits two seconds for it at most, a look-up of the host's name aside. `client` is what the
+    /// Waits four seconds for it at most. `client` is what the
     /// broker's own tools show. Throws `NatsError`.
     NatsConnection(const NatsOptions& options, const std::string& server,
                    const std::string& client);
@@ -69,6 +69,12 @@ class NatsConnection {
     const std::string server;
     natsConnection* connection = nullptr;
 };
+
+/// What the broker says of a stream. Without its configuration that is no answer: the library would
+/// read what isn't there.
+natsStatus askStream(jsCtx* jetStream, const char* name, StreamInfo& info, jsErrCode& code);
+/// The bucket of heartbeats. `NATS_NOT_FOUND` if there is none.
+natsStatus openHeartbeats(jsCtx* jetStream, KeyValueStore& bucket);
 
 /// The first of the servers that can be reached, from the `first` on. Throws `NatsError` with what
 /// is wrong with each.

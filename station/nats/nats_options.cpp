@@ -44,7 +44,7 @@ std::string withPort(std::string_view place) {
     const std::string_view host = place.substr(0, colon);
     const std::string_view port = colon == place.npos ? "4222" : place.substr(colon + 1);
     const bool isBracketed = host.starts_with('[') && host.ends_with(']') && host.size() > 2;
-    const std::string_view bad = isBracketed ? "/ \t@,\"\\" : "/ \t@,\"\\[]:";
+    const std::string_view bad = isBracketed ? "/ \t@,\"\\?#" : "/ \t@,\"\\?#[]:";
     if (host.empty() || host.find_first_of(bad) != host.npos || !isPort(port)) {
         return {};
     }
@@ -100,10 +100,11 @@ std::vector<std::string> parseServers(std::string_view option, const std::string
         }
         const std::string server = withPort(place);
         if (server.empty()) {
-            throw UserError(fmt::format(
-                "{}: \"{}\" is no HOST or HOST:PORT; one of several brokers is named like the "
-                "first, all nats:// or all tls://",
-                option, place));
+            throw UserError(
+                fmt::format("{}: the address of broker {} is no HOST or HOST:PORT; one of several "
+                            "is named like "
+                            "the first, all nats:// or all tls://",
+                            option, servers.size() + 1));
         }
         servers.push_back(fmt::format("{}{}{}", scheme, separator, server));
         from = comma + 1;

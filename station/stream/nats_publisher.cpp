@@ -17,6 +17,7 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t mostBytesOnTheWay = std::size_t{8} << 20U;
 constexpr auto answerPatience = 5s;
+constexpr std::size_t longestReason = 300;
 
 std::uint64_t toNumber(std::string_view text) {
     std::uint64_t number = 0;
@@ -86,11 +87,9 @@ std::string NatsPublisher::getServer() const {
 }
 
 void NatsPublisher::makeStream() {
-    jsStreamInfo* found = nullptr;
+    StreamInfo info;
     jsErrCode code{};
-    const natsStatus status =
-        js_GetStreamInfo(&found, jetStream.get(), rules.name.c_str(), nullptr, &code);
-    const StreamInfo info(found);
+    const natsStatus status = askStream(jetStream.get(), rules.name.c_str(), info, code);
     if (status == NATS_OK) {
         tellDifferences(*info->Config);
         wasStreamThere = true;
@@ -146,9 +145,17 @@ void NatsPublisher::tellDifferences(const jsStreamConfig& config) {
                             rules.name, option, std::max<std::int64_t>(there, 0), wanted));
         }
     }
-    const bool takesOurs = std::any_of(
-        config.Subjects, config.Subjects + config.SubjectsLen,
-        [](const char* subject) { return std::string_view(subject) == streamSubjects; });
+    if (config.Retention != js_LimitsPolicy || config.MaxMsgs > 0 || config.MaxMsgsPerSubject > 0) {
+        tell(
+            fmt::format("the stream \"{}\" doesn't keep all batches (its retention, or a limit on "
+                        "messages): what it says that it has stored may be gone before it is "
+                        "collected",
+                        rules.name));
+    }
+    const bool takesOurs =
+        std::any_of(config.Subjects, config.Subjects + config.SubjectsLen, [](const char* subject) {
+            return std::string_view(subject) == streamSubjects || std::string_view(subject) == ">";
+        });
     if (!takesOurs) {
         tell(fmt::format("the stream \"{}\" isn't one for {}: name another one with --stream-name",
                          rules.name, streamSubjects));
@@ -277,18 +284,29 @@ void NatsPublisher::takeAnswer(natsMsg* answer) {
     }
     const char* const text = natsMsg_GetData(answer);
     const auto size = static_cast<std::size_t>(natsMsg_GetDataLength(answer));
-    const auto json = nlohmann::json::parse(text, text + size, nullptr, false);
-    if (const auto error = json.find("error"); json.is_object() && error != json.end()) {
-        const int code = error->value("err_code", 0);
-        const std::string detail = error->value("description", "");
-        const std::string known = describeStatus(NATS_ERR, static_cast<jsErrCode>(code));
-        fail("batch", known == natsStatus_GetText(NATS_ERR)
-                          ? "it isn't taken: " + detail
-                          : fmt::format("{} ({})", known, detail));
+    std::string stream;
+    std::string refusal;
+    try {
+        const auto json = nlohmann::json::parse(text, text + size);
+        if (const auto error = json.find("error"); error != json.end()) {
+            const std::string detail =
+                error->value("description", "no reason is given").substr(0, longestReason);
+            const std::string known =
+                describeStatus(NATS_ERR, static_cast<jsErrCode>(error->value("err_code", 0)));
+            refusal = known == natsStatus_GetText(NATS_ERR) ? "it isn't taken: " + detail
+                                                            : fmt::format("{} ({})", known, detail);
+        } else {
+            stream = json.at("stream").get<std::string>();
+        }
+    } catch (const nlohmann::json::exception&) {
+        refusal = "the broker's answer can't be understood";
     }
-    if (!json.is_object() || json.value("stream", "") != rules.name) {
-        fail("batch", "it went into another stream than \"" + rules.name +
-                          "\": name that with --stream-name");
+    if (refusal.empty() && stream != rules.name) {
+        refusal =
+            "it went into another stream than \"" + rules.name + "\": name that with --stream-name";
+    }
+    if (!refusal.empty()) {
+        fail("batch", refusal);
     }
     if (number >= acknowledged && number - acknowledged < onTheWay.size()) {
         onTheWay[number - acknowledged].isStored = true;

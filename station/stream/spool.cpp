@@ -32,27 +32,65 @@ Descriptor openForReading(const fs::path& path) {
     return Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
 }
 
-/// Fewer bytes where the file ends, or can't be read.
-std::size_t readAt(const Descriptor& file, std::uint64_t offset, std::span<std::uint8_t> target) {
+/// Fewer bytes where the file ends. 0, or `errno` of what keeps it from being read.
+int readAt(const Descriptor& file, std::uint64_t offset, std::span<std::uint8_t>& target) {
     std::size_t done = 0;
-    while (done < target.size()) {
-        const ssize_t count = ::pread(file.get(), target.data() + done, target.size() - done,
-                                      static_cast<off_t>(offset + done));
-        if (count == 0 || (count < 0 && errno != EINTR)) {
-            break;
+    ssize_t count = 1;
+    while (done < target.size() && count != 0) {
+        count = ::pread(file.get(), target.data() + done, target.size() - done,
+                        static_cast<off_t>(offset + done));
+        if (count < 0 && errno != EINTR) {
+            return errno;
         }
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
-    return done;
+    target = target.first(done);
+    return 0;
 }
 
 /// The batch at `offset` of a file whose whole batches end at `end`.
-std::optional<BatchExtent> headerAt(const Descriptor& file, std::uint64_t offset,
-                                    std::uint64_t end) {
+std::optional<BatchExtent> headerAt(const Descriptor& file, std::uint64_t offset, std::uint64_t end,
+                                    int& failure) {
     std::array<std::uint8_t, longestHeader> bytes;
-    const std::size_t size = readAt(file, offset, bytes);
-    auto found = readBatchHeader(std::span(bytes).first(size));
+    std::span<std::uint8_t> target = bytes;
+    failure = readAt(file, offset, target);
+    auto found = failure == 0 ? readBatchHeader(target) : std::nullopt;
     return found && found->size <= end - offset ? found : std::nullopt;
+}
+
+/// Where the next section of a .pcapng may begin, or `end`.
+std::uint64_t nextSection(const Descriptor& file, std::uint64_t at, std::uint64_t end,
+                          int& failure) {
+    constexpr std::array<std::uint8_t, 4> mark = {0x0A, 0x0D, 0x0D, 0x0A};
+    std::vector<std::uint8_t> bytes(64 * 1024);
+    for (; failure == 0 && at < end; at += bytes.size()) {
+        std::span<std::uint8_t> there = bytes;
+        failure = readAt(file, at, there);
+        for (std::size_t i = 0; i + mark.size() <= there.size(); i += mark.size()) {
+            if (std::equal(mark.begin(), mark.end(),
+                           there.begin() + static_cast<std::ptrdiff_t>(i))) {
+                return std::min(at + i, end);
+            }
+        }
+    }
+    return end;
+}
+
+/// The first whole batch at `offset` or behind it, which is moved there; none, and `end`, if there
+/// is none. With a failure it stays where it was.
+std::optional<BatchExtent> findBatch(const Descriptor& file, std::uint64_t& offset,
+                                     std::uint64_t end, int& failure) {
+    constexpr std::uint64_t alignment = 4;  // of the blocks of a .pcapng
+    failure = 0;
+    for (std::uint64_t at = offset; failure == 0 && at < end;
+         at = nextSection(file, at + alignment, end, failure)) {
+        if (auto found = headerAt(file, at, end, failure)) {
+            offset = at;
+            return found;
+        }
+    }
+    offset = failure == 0 ? end : offset;
+    return std::nullopt;
 }
 
 }  // namespace
@@ -175,10 +213,16 @@ void Spool::findParts() {
         }
         latestMeasurement = std::max(latestMeasurement, key->measurement);
         const std::uint64_t bytes = entry.file_size(failure);
+        int readFailure = 0;
+        if (!headerAt(openForReading(entry.path()), 0, bytes, readFailure)) {
+            texts.push_back(
+                fmt::format("{} is no part of a spool, and is left alone", entry.path().string()));
+            continue;
+        }
         if (*key < noted.part || bytes <= startOf(*key)) {
             fs::remove(entry.path(), failure);
         } else {
-            parts[*key] = {entry.path(), bytes, std::nullopt, true};
+            parts[*key] = {entry.path(), bytes, std::nullopt, true, true};
         }
     }
     if (failure) {
@@ -279,11 +323,8 @@ std::uint64_t Spool::countMessages(const Key& key, const Part& part) const {
     const Descriptor file = openForReading(part.path);
     std::uint64_t offset = key == noted.part ? noted.offset : 0;
     std::uint64_t messages = 0;
-    while (offset < part.bytes) {
-        const auto found = headerAt(file, offset, part.bytes);
-        if (!found) {
-            break;
-        }
+    int failure = 0;
+    while (const auto found = findBatch(file, offset, part.bytes, failure)) {
         messages += found->batch.messages;
         offset += found->size;
     }
@@ -334,53 +375,96 @@ bool Spool::read(Place& place, Batch& batch) {
             }
             part = found->second;
         }
+        if (readKey != place.part) {
+            readFile = Descriptor();
+            readKey = place.part;
+            readMessages = 0;
+        }
         if (place.offset >= part.bytes) {
             if (!part.isClosed) {
                 return false;
             }
+            noteAllRead(place.part);
             ++place.part.part;
             place.offset = 0;
             continue;
         }
-        if (readKey != place.part) {
-            readMessages = 0;
-        }
-        if (!readFile.isOpen() || readKey != place.part) {
+        if (!readFile.isOpen()) {
             readFile = openForReading(part.path);
-            readKey = place.part;
         }
-        auto found = headerAt(readFile, place.offset, part.bytes);
+        int failure = readFile.isOpen() ? 0 : errno;
+        std::uint64_t at = place.offset;
+        auto found = failure == 0 ? findBatch(readFile, at, part.bytes, failure) : std::nullopt;
         if (found) {
             found->batch.payload.resize(found->size);
-            if (readAt(readFile, place.offset, found->batch.payload) == found->size) {
-                batch = std::move(found->batch);
-                readMessages += batch.messages;
-                place.offset += found->size;
-                return true;
-            }
+            std::span<std::uint8_t> payload = found->batch.payload;
+            failure = readAt(readFile, at, payload);
         }
-        cut(place);
+        if (failure != 0) {
+            noteUnreadable(part.path, failure);
+            return false;
+        }
+        if (at != place.offset) {
+            noteDamage(place, at);
+        }
+        place.offset = at;
+        if (found) {
+            batch = std::move(found->batch);
+            readMessages += batch.messages;
+            place.offset += found->size;
+            return true;
+        }
+    }
+}
+
+/// What can't be read now may be read later: nothing is given up for it.
+void Spool::noteUnreadable(const fs::path& path, int errorNumber) {
+    readFile = Descriptor();
+    const LockGuard guard(lock);
+    if (std::exchange(unreadable, path) != path) {
+        texts.push_back(fmt::format("the stream's spool: {} can't be read: {}; it is tried again",
+                                    path.string(), std::strerror(errorNumber)));
     }
 }
 
 /// A killed process may leave a torn batch at the end of a part, a power cut also other bytes.
-void Spool::cut(const Place& place) {
+void Spool::noteDamage(const Place& from, std::uint64_t to) {
+    fs::path done;
+    {
+        const LockGuard guard(lock);
+        const auto found = parts.find(from.part);
+        if (found == parts.end()) {
+            return;  // it had to go meanwhile
+        }
+        texts.push_back(
+            fmt::format("the stream's spool: {} bytes of {} from byte {} on are no whole "
+                        "batch and were left out",
+                        to - from.offset, found->second.path.filename().string(), from.offset));
+        Part& part = found->second;
+        if (to < part.bytes) {
+            lostMessages += part.isOld ? 1 : 0;  // at least
+        } else if (part.isClosed) {
+            part.bytes = from.offset;
+            if (acknowledgedUpTo.part == from.part && acknowledgedUpTo.offset >= part.bytes) {
+                done = part.path;
+                parts.erase(found);
+            }
+        }
+    }
+    if (!done.empty()) {
+        remove(done);
+    }
+}
+
+/// What a part of this run had, and couldn't be read, is lost.
+void Spool::noteAllRead(const Key& key) {
     const LockGuard guard(lock);
-    const auto found = parts.find(place.part);
-    if (found == parts.end()) {
-        return;  // it had to go meanwhile
+    const auto found = parts.find(key);
+    if (found != parts.end() && found->second.messages) {
+        std::uint64_t& messages = *found->second.messages;
+        lostMessages += messages - std::min(messages, readMessages);
+        messages = std::min(messages, readMessages);
     }
-    texts.push_back(fmt::format(
-        "the stream's spool: the last {} bytes of {} are no whole batch and were left out",
-        found->second.bytes - place.offset, found->second.path.filename().string()));
-    if (found->second.messages) {
-        lostMessages += *found->second.messages - std::min(*found->second.messages, readMessages);
-        found->second.messages = readMessages;
-    }
-    found->second.bytes = place.offset;
-    found->second.isClosed = true;
-    std::error_code ignored;
-    fs::resize_file(found->second.path, place.offset, ignored);
 }
 
 void Spool::acknowledge(const Place& end, std::uint64_t messages) {

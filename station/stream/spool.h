@@ -21,7 +21,7 @@ namespace station {
 ///
 /// A thread that records adds to the end (`addPart` to `closePart`), another one takes from the
 /// beginning (`read`, `acknowledge`, `saveNote`). They share the list of parts under a lock that is
-/// held for no access to the disk. The folder is locked against another program.
+/// held for no access to the disk once this is made. The folder is locked against another program.
 ///
 /// When the parts take more than the limit, the oldest of them goes, but for the one that is being
 /// written; what it had is counted.
@@ -95,6 +95,7 @@ class Spool {
         std::uint64_t bytes = 0;
         std::optional<std::uint64_t> messages;  ///< not acknowledged when it was added
         bool isClosed = true;
+        bool isOld = false;  ///< of an earlier run
     };
 
     static std::optional<Key> keyOf(const std::filesystem::path& path);
@@ -105,7 +106,9 @@ class Spool {
     std::uint64_t countMessages(const Key& key, const Part& part) const;
     std::uint64_t sumBytes() const CMP_REQUIRES(lock);
     void dropOldest() CMP_EXCLUDES(lock);
-    void cut(const Place& place) CMP_EXCLUDES(lock);
+    void noteUnreadable(const std::filesystem::path& path, int errorNumber) CMP_EXCLUDES(lock);
+    void noteDamage(const Place& from, std::uint64_t to) CMP_EXCLUDES(lock);
+    void noteAllRead(const Key& key) CMP_EXCLUDES(lock);
     void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
     std::uint64_t startOf(const Key& key) const CMP_REQUIRES(lock);
 
@@ -128,6 +131,7 @@ class Spool {
     std::uint64_t acknowledgedMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostTold CMP_GUARDED_BY(lock) = 0;
+    std::filesystem::path unreadable CMP_GUARDED_BY(lock);  ///< the part of which that was said
     std::vector<std::string> texts CMP_GUARDED_BY(lock);
 };
 

@@ -81,22 +81,24 @@ StationName::StationName(std::string stationName, int bucketReplicas,
       tell(std::move(tellUser)) {}
 
 KeyValueStore StationName::openBucket(const NatsConnection& connection, jsCtx* jetStream) const {
-    kvStore* found = nullptr;
-    natsStatus status = js_KeyValue(&found, jetStream, heartbeatBucket);
+    KeyValueStore bucket;
+    natsStatus status = openHeartbeats(jetStream, bucket);
     if (status == NATS_NOT_FOUND) {
+        kvStore* made = nullptr;
         kvConfig config;
         kvConfig_Init(&config);
         config.Bucket = heartbeatBucket;
         config.History = 1;
         config.Replicas = replicas > 0 ? replicas : 1;
-        status = js_CreateKeyValue(&found, jetStream, &config);
+        status = js_CreateKeyValue(&made, jetStream, &config);
+        bucket.reset(made);
     }
     if (status != NATS_OK) {
         throw NatsError(fmt::format("{}: bucket \"{}\" of heartbeats: {}", connection.getServer(),
                                     heartbeatBucket, describeStatus(status)),
                         status);
     }
-    return KeyValueStore(found);
+    return bucket;
 }
 
 void StationName::claim(const NatsConnection& connection, jsCtx* jetStream) {

@@ -178,7 +178,7 @@ class Stream(Case):
                        "what was left is sent")
         lab.finish_simulator(simulator)
         report, errors = station.stop()
-        self.assertIn(f"the last {len(torn)} bytes", told + errors)
+        self.assertIn(f"{len(torn)} bytes of ", told + errors)
         batches = self.batches()
         there = [(headers["Cmp-Session"], int(headers["Cmp-Batch"])) for _, headers, _ in batches]
         self.assertEqual(len(there), len(set(there)))
@@ -214,6 +214,29 @@ class Stream(Case):
         for row in rows:
             ends[row.name] = max(ends[row.name], int.from_bytes(row.data[:4], "little"))
         self.assertEqual({end for end in ends.values()}, {5 * RATE - 1})
+
+    def test_damage_in_a_spool_costs_what_is_damaged_alone(self):
+        self.broker.kill()
+        station = self.station(FRONT, "--stream-batch", "16KiB", "--stream-wait", 0)
+        sent = lab.simulate(CAN, "--rate", RATE, "--duration", 1)
+        station.stop()
+        part, foreign = max(self.spool.glob("*.pcapng")), self.spool / "20261123-drive-0001.pcapng"
+        data = bytearray(part.read_bytes())
+        size = struct.unpack_from("<I", data, 4)[0] + struct.unpack_from("<Q", data, 16)[0]
+        data[size] = 0  # the second batch's
+        part.write_bytes(data)
+        foreign.write_bytes(b"somebody's recording")
+        self.broker.start()
+        _, errors = self.expect(1, "stream", URL, "--station", "bench 1", "--spool", self.spool)
+        self.assertRegex(errors, "bytes of .* are no whole batch and were left out")
+        self.assertIn(f"{foreign} is no part of a spool", errors)
+        self.assertEqual(list(self.spool.glob("*.pcapng")), [foreign])
+        self.assertEqual(foreign.read_bytes(), b"somebody's recording")
+        batches = self.batches()
+        numbers = [int(headers["Cmp-Batch"]) for _, headers, _ in batches]
+        self.assertEqual(numbers, [1, *range(3, numbers[-1] + 1)])
+        there = sum(int(headers["Cmp-Messages"]) for _, headers, _ in batches)
+        self.assertLess(sum(traffic.sent_counts(sent).values()) - there, 16 * 1024 / 40)
 
     def test_faults_of_the_broker_are_told_and_mend(self):
         """A disk without room, a stream that is deleted, a name that is taken, a clock that is wrong."""
