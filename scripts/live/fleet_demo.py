@@ -64,8 +64,8 @@ class FleetStation:
 class CollectorProcess:
     def __init__(self, url, out):
         self.command = [lab.STATION, "collect", url, "--out", str(out), "--json", "--quiet"]
-        self.kills = 0
-        self.log = open(out.with_suffix(".log"), "a")
+        self.log_path = out.with_suffix(".log")
+        self.log = open(self.log_path, "a")
         self.start()
 
     def start(self):
@@ -73,15 +73,18 @@ class CollectorProcess:
 
     def kill(self):
         if self.process.poll() is not None:
-            raise lab.Failure(f"the collector ended with {self.process.returncode}")
+            self.fail()
         lab.end(self.process)
         self.start()
+
+    def fail(self):
+        raise lab.Failure(f"the collector ended with {self.process.returncode}: {self.log_path.read_text()}")
 
     def finish(self):
         """Ends it, and has what is left collected: exit code, report and messages of that."""
         self.process.send_signal(signal.SIGINT)
         if self.process.wait(lab.PATIENCE) != 0:
-            raise lab.Failure(f"the collector ended with {self.process.returncode}")
+            self.fail()
         code, output, errors = lab.call(self.command)
         return code, json.loads(output or "{}"), errors
 

@@ -26,9 +26,9 @@ constexpr std::int64_t mostOutstanding = 256;
 constexpr int requestWait = 1500;            // milliseconds
 constexpr std::int64_t consumerWait = 5000;  // the same
 constexpr auto openAgain = 1s;
-/// Requests of a collector that has just ended are forgotten by then.
-constexpr auto oldRequests = 400ms;
-constexpr auto watchOthers = 900ms;
+/// Requests of a collector that has just ended have ended by then.
+constexpr auto oldRequests = 600ms;
+constexpr auto watchOthers = 500ms;
 /// Stations whose clocks are ahead by so much are taken into account.
 constexpr std::int64_t mostAhead = std::int64_t{86'400} * 1'000'000'000;
 constexpr std::size_t longestSubject = 1024;
@@ -192,16 +192,18 @@ class NatsBatches final : public BatchSource {
         bool mayPass = false;
     };
 
-    /// Two collectors with one consumer would get half of the batches each.
-    void refuseSecond(const jsConsumerInfo& first) {
+    /// Two collectors with one consumer would get half of the batches each. What is still given to
+    /// one that was killed isn't a sign of another.
+    void refuseSecond() {
         jsErrCode code{};
+        std::this_thread::sleep_for(oldRequests);
+        const ConsumerInfo first = askConsumer(code);
         const auto start = Clock::now();
-        while (Clock::now() - start < watchOthers) {
+        while (first != nullptr && Clock::now() - start < watchOthers) {
             std::this_thread::sleep_for(100ms);
             const ConsumerInfo now = askConsumer(code);
-            const bool isOld = Clock::now() - start < oldRequests;
-            if (now != nullptr && ((now->NumWaiting != 0 && !isOld) ||
-                                   now->Delivered.Consumer != first.Delivered.Consumer)) {
+            if (now != nullptr &&
+                (now->NumWaiting != 0 || now->Delivered.Consumer != first->Delivered.Consumer)) {
                 throw UserError(ExitCode::Failed,
                                 fmt::format("another collector uses the consumer {} of this "
                                             "stream; end it, or name another one with --durable",
@@ -224,7 +226,7 @@ class NatsBatches final : public BatchSource {
         }
         const ConsumerInfo there = askConsumer(code);
         if (there != nullptr && !isAlone) {
-            refuseSecond(*there);
+            refuseSecond();
         } else if (there == nullptr) {
             if (code != JSConsumerNotFoundErr) {
                 return failureOf("asking for the consumer " + options.durable, code);
