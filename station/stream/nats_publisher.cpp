@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 
+#include "core/parse_number.h"
 #include "station/nats/stream_names.h"
 
 namespace station {
@@ -18,12 +18,6 @@ using namespace std::chrono_literals;
 constexpr std::size_t mostBytesOnTheWay = std::size_t{8} << 20U;
 constexpr auto answerPatience = 5s;
 constexpr std::size_t longestReason = 300;
-
-std::uint64_t toNumber(std::string_view text) {
-    std::uint64_t number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return number;
-}
 
 std::string headerOf(natsMsg* message, const char* name) {
     const char* text = nullptr;
@@ -58,12 +52,14 @@ void NatsPublisher::fail(const std::string& what, const std::string& why) const 
 
 void NatsPublisher::open() {
     close();
-    const std::string& address = options.servers[nextServer++ % options.servers.size()];
+    const std::string& address = options.servers[attempt++ % options.servers.size()];
     try {
         connection = std::make_unique<NatsConnection>(options, address, "cmp-station stream");
         jetStream = connection->openJetStream();
         makeStream();
-        stationName->claim(*connection, jetStream.get());
+        // One of several may be down for long.
+        const bool wasAway = attempt - std::exchange(lastReached, attempt) > options.servers.size();
+        stationName->claim(*connection, jetStream.get(), wasAway);
         subscribe();
     } catch (const NatsError& failure) {
         throw PublishError(failure.what());
@@ -190,7 +186,8 @@ const NatsPublisher::Last& NatsPublisher::findLast(const std::string& subject) {
     const NatsMessage message(found);
     Last last;
     if (status == NATS_OK) {
-        last = {headerOf(found, header::session), toNumber(headerOf(found, header::batch))};
+        last = {headerOf(found, header::session),
+                parseNumber<std::uint64_t>(headerOf(found, header::batch)).value_or(0)};
     } else if (code != JSNoMessageFoundErr) {
         fail("last batch of " + subject, describeStatus(status, code));
     }
@@ -277,8 +274,8 @@ std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience)
 
 void NatsPublisher::takeAnswer(natsMsg* answer) {
     const NatsMessage owned(answer);
-    const std::uint64_t number =
-        toNumber(std::string_view(natsMsg_GetSubject(answer)).substr(inbox.size() + 1));
+    const auto number = parseNumber<std::uint64_t>(
+        std::string_view(natsMsg_GetSubject(answer)).substr(inbox.size() + 1));
     if (natsMsg_IsNoResponders(answer)) {
         fail("batch", describeStatus(NATS_NO_RESPONDERS));
     }
@@ -308,8 +305,8 @@ void NatsPublisher::takeAnswer(natsMsg* answer) {
     if (!refusal.empty()) {
         fail("batch", refusal);
     }
-    if (number >= acknowledged && number - acknowledged < onTheWay.size()) {
-        onTheWay[number - acknowledged].isStored = true;
+    if (number && *number >= acknowledged && *number - acknowledged < onTheWay.size()) {
+        onTheWay[*number - acknowledged].isStored = true;
     }
 }
 

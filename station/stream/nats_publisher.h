@@ -76,7 +76,8 @@ class NatsPublisher final : public Publisher {
     const std::unique_ptr<StationName> stationName;
     const std::function<void(std::string)> tell;
 
-    std::size_t nextServer = 0;
+    std::uint64_t attempt = 0;      ///< to open
+    std::uint64_t lastReached = 0;  ///< the last that got as far as to the name
     bool wasStreamThere = false;
     bool areDifferencesTold = false;
     std::unique_ptr<NatsConnection> connection;  ///< null while it isn't open

@@ -101,7 +101,7 @@ KeyValueStore StationName::openBucket(const NatsConnection& connection, jsCtx* j
     return bucket;
 }
 
-void StationName::claim(const NatsConnection& connection, jsCtx* jetStream) {
+void StationName::claim(const NatsConnection& connection, jsCtx* jetStream, bool wasAway) {
     const KeyValueStore bucket = openBucket(connection, jetStream);
     kvEntry* found = nullptr;
     natsStatus status = kvStore_Get(&found, bucket.get(), token.c_str());
@@ -117,6 +117,9 @@ void StationName::claim(const NatsConnection& connection, jsCtx* jetStream) {
             if (revision != otherRevision) {
                 isOtherAlive = otherRevision != 0;
                 otherRevision = revision;
+                otherSeen = now;
+            }
+            if (wasAway) {
                 otherSeen = now;
             }
             if (now - otherSeen < silence) {

@@ -25,8 +25,9 @@ class StationName {
     const std::string& getOwner() const { return owner; }
 
     /// Throws `NatsError`: another station has it, or may have it and has to be watched for a
-    /// while, or the bucket can't be used.
-    void claim(const NatsConnection& connection, jsCtx* jetStream);
+    /// while, or the bucket can't be used. `wasAway`: no broker could be reached since the last
+    /// call, so nobody knows whether the other one is silent.
+    void claim(const NatsConnection& connection, jsCtx* jetStream, bool wasAway);
     /// Renews it. Doesn't wait for the broker.
     void beat(const NatsConnection& connection, const std::string& json) const;
 
