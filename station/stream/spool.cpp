@@ -213,6 +213,9 @@ void Spool::findParts() {
         }
         latestMeasurement = std::max(latestMeasurement, key->measurement);
         const std::uint64_t bytes = entry.file_size(failure);
+        if (bytes == 0) {
+            continue;
+        }
         int readFailure = 0;
         if (!headerAt(openForReading(entry.path()), 0, bytes, readFailure)) {
             texts.push_back(

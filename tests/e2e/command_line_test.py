@@ -297,7 +297,7 @@ class CommandLine(Case):
         station.send_signal(signal.SIGTERM)
         _, errors = station.communicate(timeout=lab.PATIENCE)
         self.assertEqual(station.returncode, 1, errors)
-        self.assertIn("its reader has gone away, after 700 messages", errors)
+        self.assertIn("its reader has gone away, after 700 records", errors)
         whole = traffic.read_with_tshark(recording)
         self.assertEqual((whole[:len(rows)], len(whole)), (rows, 1050))
 
