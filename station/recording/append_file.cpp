@@ -148,7 +148,7 @@ bool AppendFile::close() {
     }
     emptyFirst();
     flush();
-    if (!isStream && ::fsync(fd) != 0 && !failed()) {
+    if (!isStream && waitsForDisk && ::fsync(fd) != 0 && !failed()) {
         fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
     }
     tellProgress();

@@ -112,6 +112,8 @@ class AppendFile {
 
     /// Flushes, waits until the disk has it, and closes. False when the recording has failed.
     bool close();
+    /// `close` leaves it to the system when the disk gets what is in the file.
+    void dontWaitForDisk() { waitsForDisk = false; }
 
     bool failed() const { return !error.empty(); }
     const std::string& errorText() const { return error; }  // empty unless failed
@@ -158,6 +160,7 @@ class AppendFile {
     int fd = -1;
     bool created = false;
     bool isStream = false;       // standard output or a pipe
+    bool waitsForDisk = true;    // at its end
     bool isToBeEmptied = false;  // before the first bytes are written
     std::uint64_t bytesInFile = 0;
     std::uint64_t writebackBegun = 0;  ///< the disk was asked to take the file up to here

@@ -21,6 +21,8 @@ std::string SpoolSession::subjectOf(const ChannelDescription& channel) const {
 SpoolPart::SpoolPart(const std::string& path, std::shared_ptr<Spool> target,
                      std::shared_ptr<SpoolSession> measurement)
     : Recording(path, false), spool(std::move(target)), session(std::move(measurement)) {
+    // Parts are short: the thread would wait for the disk most of the time.
+    file.dontWaitForDisk();
     spool->addPart(path);
 }
 
