@@ -17,7 +17,7 @@
 #include <utility>
 
 #include "station/errors.h"
-#include "station/stream/batch_header.h"
+#include "station/stream/batch_file.h"
 
 namespace station {
 namespace {
@@ -26,72 +26,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* partEnding = ".pcapng";
 constexpr const char* lockName = "lock";
-constexpr std::size_t longestHeader = 16 * 1024;
-
-Descriptor openForReading(const fs::path& path) {
-    return Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-}
-
-/// Fewer bytes where the file ends. 0, or `errno` of what keeps it from being read.
-int readAt(const Descriptor& file, std::uint64_t offset, std::span<std::uint8_t>& target) {
-    std::size_t done = 0;
-    ssize_t count = 1;
-    while (done < target.size() && count != 0) {
-        count = ::pread(file.get(), target.data() + done, target.size() - done,
-                        static_cast<off_t>(offset + done));
-        if (count < 0 && errno != EINTR) {
-            return errno;
-        }
-        done += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-    target = target.first(done);
-    return 0;
-}
-
-/// The batch at `offset` of a file whose whole batches end at `end`.
-std::optional<BatchExtent> headerAt(const Descriptor& file, std::uint64_t offset, std::uint64_t end,
-                                    int& failure) {
-    std::array<std::uint8_t, longestHeader> bytes;
-    std::span<std::uint8_t> target = bytes;
-    failure = readAt(file, offset, target);
-    auto found = failure == 0 ? readBatchHeader(target) : std::nullopt;
-    return found && found->size <= end - offset ? found : std::nullopt;
-}
-
-/// Where the next section of a .pcapng may begin, or `end`.
-std::uint64_t nextSection(const Descriptor& file, std::uint64_t at, std::uint64_t end,
-                          int& failure) {
-    constexpr std::array<std::uint8_t, 4> mark = {0x0A, 0x0D, 0x0D, 0x0A};
-    std::vector<std::uint8_t> bytes(64 * 1024);
-    for (; failure == 0 && at < end; at += bytes.size()) {
-        std::span<std::uint8_t> there = bytes;
-        failure = readAt(file, at, there);
-        for (std::size_t i = 0; i + mark.size() <= there.size(); i += mark.size()) {
-            if (std::equal(mark.begin(), mark.end(),
-                           there.begin() + static_cast<std::ptrdiff_t>(i))) {
-                return std::min(at + i, end);
-            }
-        }
-    }
-    return end;
-}
-
-/// The first whole batch at `offset` or behind it, which is moved there; none, and `end`, if there
-/// is none. With a failure it stays where it was.
-std::optional<BatchExtent> findBatch(const Descriptor& file, std::uint64_t& offset,
-                                     std::uint64_t end, int& failure) {
-    constexpr std::uint64_t alignment = 4;  // of the blocks of a .pcapng
-    failure = 0;
-    for (std::uint64_t at = offset; failure == 0 && at < end;
-         at = nextSection(file, at + alignment, end, failure)) {
-        if (auto found = headerAt(file, at, end, failure)) {
-            offset = at;
-            return found;
-        }
-    }
-    offset = failure == 0 ? end : offset;
-    return std::nullopt;
-}
 
 }  // namespace
 

@@ -1,0 +1,132 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "core/string_helper.h"
+#include "station/session/summary.h"
+
+// What the user reads of losses and of other doubts, in the table and in messages.
+
+namespace station {
+
+using Kestrova::Utils::Kcom::StringHelper;
+
+std::string gapsText(const ModuleStatistics& frames) {
+    return fmt::format("{} gap{}{}", frames.sequenceGaps, frames.sequenceGaps == 1 ? "" : "s",
+                       frames.missingFrames == 0
+                           ? ""
+                           : fmt::format(", {} frame{} missing", frames.missingFrames,
+                                         frames.missingFrames == 1 ? "" : "s"));
+}
+
+std::string ChannelSummary::describeLoss() const {
+    std::string text = counts ? lossReasons({}, *counts) : "";
+    if (overwritten != 0) {
+        text += fmt::format("{}{} were overwritten before they could be read",
+                            text.empty() ? "" : ", ", overwritten);
+    }
+    return text;
+}
+
+std::vector<std::string> ChannelSummary::describeAccount() const {
+    std::vector<std::string> texts;
+    if (getLost() != 0) {
+        texts.push_back("lost: " + describeLoss());
+    }
+    if (counts && counts->unusable != 0) {
+        texts.push_back(fmt::format("not delivered: {} whose contents are no message of this bus",
+                                    counts->unusable));
+    }
+    if (counts && counts->raised != 0) {
+        texts.push_back(fmt::format("with the time of the one before, as their own was earlier: {}",
+                                    counts->raised));
+    }
+    return texts;
+}
+
+std::string nameOf(const InterfaceStatistics& interface) {
+    return interface.name.empty() ? laterInterfaces : StringHelper::ToUtf8(interface.name);
+}
+
+std::string describeUnknown(const MessageStatistics& messages) {
+    std::vector<std::string> parts;
+    if (messages.unknownModule != 0) {
+        std::vector<std::string> ids;
+        std::uint64_t others = messages.unknownModule;
+        for (const auto& entry : messages.unknown) {
+            if (entry.messages != 0) {
+                ids.push_back(fmt::format("0x{:X}: {}", entry.cmId, entry.messages));
+                others -= entry.messages;
+            }
+        }
+        if (others != 0) {
+            ids.push_back(fmt::format("others: {}", others));
+        }
+        parts.push_back(fmt::format("{} of CM IDs that no module has ({})", messages.unknownModule,
+                                    fmt::join(ids, ", ")));
+    }
+    if (messages.unknownChannel != 0) {
+        parts.push_back(fmt::format("{} of interfaces that their module doesn't have",
+                                    messages.unknownChannel));
+    }
+    if (messages.empty != 0) {
+        parts.push_back(fmt::format("{} that hold no CAN message", messages.empty));
+    }
+    return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now) {
+    struct Reason {
+        std::uint64_t ChannelStatistics::*count;
+        const char* text;
+    };
+    static constexpr Reason reasons[] = {
+        {&ChannelStatistics::tooOld, "came too late to be written"},
+        {&ChannelStatistics::tooNew, "were stamped too far ahead of the measurement"},
+        {&ChannelStatistics::notPlaced, "had a module's clock without relation to the host's time"},
+        {&ChannelStatistics::leftQueued, "were still waiting at the end"},
+        {&ChannelStatistics::noOutput, "had no channel to go to"}};
+    std::vector<std::string> parts;
+    for (const Reason& reason : reasons) {
+        if (const std::uint64_t lost = now.*reason.count - before.*reason.count; lost != 0) {
+            parts.push_back(fmt::format("{} {}", lost, reason.text));
+        }
+    }
+    return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+std::string raisedText(const std::string& channel, std::uint64_t messages) {
+    return fmt::format(
+        "channel \"{}\": {} messages have the time of the one before, as their own was earlier: "
+        "the "
+        "module's clock went back, or a time of it was wrong",
+        channel, messages);
+}
+
+std::string unusableText(const std::string& channel, std::uint64_t messages) {
+    return fmt::format(
+        "channel \"{}\": {} messages aren't delivered, as their contents are no message of this "
+        "bus",
+        channel, messages);
+}
+
+std::string jumpsText(const std::string& module, std::uint64_t jumps) {
+    return fmt::format("the device time of \"{}\" jumped, or had a wrong value ({} so far)", module,
+                       jumps);
+}
+
+std::string sequenceText(const std::string& module, const ModuleStatistics& frames) {
+    return fmt::format("the sequence counter of \"{}\" isn't continuous ({}): {}", module,
+                       gapsText(frames),
+                       frames.missingFrames == 0
+                           ? "the module was restarted, or frames came twice or in another order"
+                           : "frames were lost on the way, or the module has several counters");
+}
+
+std::string standingText(const std::string& module) {
+    return fmt::format(
+        "the device time of \"{}\" stands still while its messages come: their times are wrong; "
+        "restart the module, or check its time source",
+        module);
+}
+
+}  // namespace station
