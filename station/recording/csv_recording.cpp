@@ -1,10 +1,5 @@
 #include "station/recording/csv_recording.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
-#include <chrono>
-
 #include "station/recording/bounded_name.h"
 #include "station/recording/bus_record.h"
 #include "station/recording/text_cursor.h"
@@ -13,20 +8,7 @@ namespace station {
 
 namespace {
 
-constexpr std::uint64_t csvSecond = 1'000'000'000;
-constexpr std::uint64_t secondsPerDay = 86'400;
 constexpr std::size_t longestCsvRest = 300;  // 3 * 64 of data, and what is around it but the name
-
-std::string quotedForCsv(const std::string& name) {
-    if (name.find_first_of(",\"\r\n") == std::string::npos) {
-        return name;
-    }
-    std::string text = "\"";
-    for (const char c : name) {
-        text.append(c == '"' ? 2 : 1, c);
-    }
-    return text + '"';
-}
 
 void putHexNumber(LineCursor& line, std::uint32_t value) {
     line.put("0x");
@@ -77,13 +59,6 @@ std::size_t CsvRecording::addChannel(const ChannelDescription& channel) {
     return channels.size() - 1;
 }
 
-void CsvRecording::updateDay(std::int64_t newDay) {
-    const std::chrono::year_month_day date{std::chrono::sys_days(std::chrono::days(newDay))};
-    day = newDay;
-    dayText = fmt::format("{:04}-{:02}-{:02}T", static_cast<int>(date.year()),
-                          static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
-}
-
 void CsvRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                          std::size_t size) {
     if (channel >= channels.size() ||
@@ -96,21 +71,9 @@ void CsvRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
     if (room == nullptr) {
         return;
     }
-    const auto time = static_cast<std::uint64_t>(std::max<std::int64_t>(utcNanoseconds, 0));
-    const std::uint64_t second = time / csvSecond;
-    if (const auto itsDay = static_cast<std::int64_t>(second / secondsPerDay); itsDay != day) {
-        updateDay(itsDay);
-    }
     LineCursor line(room);
-    line.put(dayText);
-    line.putDecimal(second / 3'600 % 24, 2);
-    line.put(':');
-    line.putDecimal(second / 60 % 60, 2);
-    line.put(':');
-    line.putDecimal(second % 60, 2);
-    line.put('.');
-    line.putDecimal(time % csvSecond, 9);
-    line.put("Z,");
+    time.put(line, utcNanoseconds);
+    line.put(',');
     line.put(name);
     if (channels[channel].bus == BusType::Can) {
         putCsvCan(line, CanRecord(record));

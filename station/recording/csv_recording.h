@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "station/recording/csv_text.h"
 #include "station/recording/recording.h"
 
 namespace station {
@@ -48,11 +49,8 @@ class CsvRecording : public Recording {
         std::string field;  ///< the name, quoted where it has to be
     };
 
-    void updateDay(std::int64_t newDay);
-
     std::vector<Channel> channels;
-    std::int64_t day = -1;  ///< since 1970, of the message before
-    std::string dayText;    ///< "2023-11-14T"
+    CsvTime time;
 };
 
 }  // namespace station

@@ -25,6 +25,9 @@ constexpr std::uint64_t headerBlock = identificationSize;
 enum GroupFlag : std::uint16_t { busEvent = 0x2, plainBusEvent = 0x4 };
 enum BusOfSource : std::uint8_t { canBus = 2, linBus = 3 };
 enum ChannelType : std::uint8_t { fixedLength = 0, variableLength = 1, master = 2 };
+constexpr std::uint32_t busEventChannel = 0x400;  ///< a flag of channels
+constexpr std::uint32_t timeSize = 8;             ///< of a record, where it begins
+
 enum DataType : std::uint8_t {
     unsignedLittle = 0,
     unsignedBig = 1,

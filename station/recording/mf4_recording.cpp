@@ -10,33 +10,18 @@
 
 #include "station/errors.h"
 #include "station/recording/bus_record.h"
-#include "station/recording/mf4_format.h"
+#include "station/recording/mf4_blocks.h"
 
 namespace station {
 namespace mf4 {
 namespace {
 
-constexpr char xmlNamespace[] = "http://www.asam.net/mdf/v4";
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
-constexpr std::uint32_t busEventChannel = 0x400;
 constexpr std::size_t mostChannels = 255;
 
 // Places of fields behind a block's start.
-constexpr std::size_t lengthAt = 8;
-constexpr std::size_t headerCommentAt = blockHeaderSize + 5 * linkSize;
-constexpr std::size_t headerStartAt = blockHeaderSize + 6 * linkSize;
-constexpr std::size_t historyTimeAt = blockHeaderSize + 2 * linkSize;
 constexpr std::size_t cyclesAt = blockHeaderSize + 6 * linkSize + 8;
-constexpr std::size_t dataLinkAt = blockHeaderSize + 2 * linkSize;
 
 enum GroupIndex : std::size_t { classicCan, flexibleCan, linFrames, channelNames };
-
-struct Member {
-    const char* name;
-    std::uint32_t at;  ///< byte in the record behind its identifier
-    std::uint32_t bits;
-    DataType type = unsignedLittle;
-};
 
 constexpr Member canMembers[] = {{"BusChannel", 8, 8},  {"ID", 9, 29},
                                  {"IDE", 13, 1},        {"DLC", 14, 4},
@@ -73,100 +58,9 @@ constexpr std::array<GroupLayout, Mf4Recording::groupCount> groups = {{
     {"LIN_Frame", "LIN_Frame", linBus, linMembers},
     {namesGroup, namesGroup, 0, nameMembers},
 }};
-constexpr std::uint32_t timeSize = 8;
 
 std::uint8_t recordId(std::size_t group) {
     return static_cast<std::uint8_t>(group + 1);
-}
-
-/// The fields of a block behind its links.
-class Fields {
-  public:
-    template <typename T>
-    Fields& put(T value) {
-        bytes.resize(bytes.size() + sizeof(T));
-        store(bytes.data() + bytes.size() - sizeof(T), value);
-        return *this;
-    }
-    Fields& zeros(std::size_t count) {
-        bytes.resize(bytes.size() + count);
-        return *this;
-    }
-    std::vector<std::uint8_t> bytes;
-};
-
-/// A file's blocks from `fileOffset` on, each behind those that it links to.
-class Blocks {
-  public:
-    explicit Blocks(std::uint64_t fileOffset) : offset(fileOffset) {}
-
-    /// Returns the block's offset in the file. Its length is made a multiple of 8.
-    std::uint64_t add(const char* id, std::initializer_list<std::uint64_t> links,
-                      const Fields& fields) {
-        const std::size_t at = bytes.size();
-        const std::size_t linksEnd = at + blockHeaderSize + links.size() * linkSize;
-        bytes.resize((linksEnd + fields.bytes.size() + 7) / 8 * 8);
-        std::memcpy(&bytes[at], "##", 2);
-        std::memcpy(&bytes[at + 2], id, 2);
-        store<std::uint64_t>(&bytes[at + lengthAt], bytes.size() - at);
-        store<std::uint64_t>(&bytes[at + 16], links.size());
-        std::size_t link = at + blockHeaderSize;
-        for (const std::uint64_t target : links) {
-            store(&bytes[link], target);
-            link += linkSize;
-        }
-        std::copy(fields.bytes.begin(), fields.bytes.end(),
-                  bytes.begin() + static_cast<std::ptrdiff_t>(linksEnd));
-        return offset + at;
-    }
-
-    std::uint64_t addText(const char* id, const std::string& text) {
-        Fields fields;
-        fields.bytes.assign(text.begin(), text.end());
-        return add(id, {}, fields.zeros(1));
-    }
-
-    void setLink(std::uint64_t place, std::uint64_t target) {
-        store(&bytes[place - offset], target);
-    }
-
-    std::vector<std::uint8_t> bytes;
-
-  private:
-    const std::uint64_t offset;
-};
-
-std::uint64_t addChannelBlock(Blocks& blocks, std::uint64_t next, std::uint64_t composition,
-                              const std::string& name, ChannelType type, const Member& member,
-                              std::uint32_t flags, std::uint64_t conversion = 0,
-                              std::uint64_t unit = 0) {
-    const std::uint64_t text = blocks.addText("TX", name);
-    return blocks.add("CN", {next, composition, text, 0, conversion, 0, unit, 0},
-                      Fields()
-                          .put<std::uint8_t>(type)
-                          .put<std::uint8_t>(type == master ? 1 : 0)  // of time
-                          .put<std::uint8_t>(member.type)
-                          .put<std::uint8_t>(0)  // bit in the byte
-                          .put(member.at)
-                          .put(member.bits)
-                          .put(flags)
-                          .zeros(8)     // invalidation bit; precision; attachments
-                          .zeros(48));  // ranges
-}
-
-std::uint64_t addMaster(Blocks& blocks, std::uint64_t next) {
-    const std::uint64_t unit = blocks.addText("TX", "s");
-    const std::uint64_t conversion = blocks.add("CC", {0, unit, 0, 0},
-                                                Fields()
-                                                    .put<std::uint8_t>(1)  // linear
-                                                    .zeros(3)              // precision, flags
-                                                    .put<std::uint16_t>(0)
-                                                    .put<std::uint16_t>(2)
-                                                    .zeros(16)  // range
-                                                    .put(std::bit_cast<std::uint64_t>(0.0))
-                                                    .put(std::bit_cast<std::uint64_t>(1e-9)));
-    return addChannelBlock(blocks, next, 0, "Timestamp", master, {"", 0, 64, signedLittle}, 0,
-                           conversion, unit);
 }
 
 std::uint64_t addGroup(Blocks& blocks, std::uint64_t next, std::size_t index) {
@@ -185,9 +79,7 @@ std::uint64_t addGroup(Blocks& blocks, std::uint64_t next, std::size_t index) {
         first = addChannelBlock(blocks, 0, first, group.frame, fixedLength,
                                 {"", timeSize, bits, byteArray}, channelFlags);
         first = addMaster(blocks, first);
-        const std::uint64_t name = blocks.addText("TX", group.bus == canBus ? "CAN" : "LIN");
-        source = blocks.add("SI", {name, name, 0},
-                            Fields().put<std::uint8_t>(2).put(group.bus).zeros(6));
+        source = addSource(blocks, group.bus == canBus ? "CAN" : "LIN", group.bus);
     }
     const std::uint64_t acquisition = blocks.addText("TX", group.acquisition);
     return blocks.add("CG", {next, first, acquisition, source, 0, 0},
@@ -199,37 +91,6 @@ std::uint64_t addGroup(Blocks& blocks, std::uint64_t next, std::size_t index) {
                           .zeros(4)
                           .put(group.recordSize())
                           .zeros(4));  // no invalidation bytes
-}
-
-std::vector<std::uint8_t> identification(bool isFinalized) {
-    const std::string text =
-        std::string(isFinalized ? finalizedFile : unfinalizedFile) + "4.11    " + "cmp-stat";
-    Fields fields;
-    fields.bytes.assign(text.begin(), text.end());
-    fields.zeros(4).put<std::uint16_t>(411).zeros(30);
-    fields.put<std::uint16_t>(isFinalized ? 0 : cycleCountsMissing | lastDataLengthMissing);
-    return fields.zeros(2).bytes;
-}
-
-/// The text within XML. Characters that XML can't have become blanks.
-std::string escaped(const std::string& text) {
-    std::string result;
-    for (const char c : text) {
-        switch (c) {
-            case '<':
-                result += "&lt;";
-                break;
-            case '>':
-                result += "&gt;";
-                break;
-            case '&':
-                result += "&amp;";
-                break;
-            default:
-                result += static_cast<unsigned char>(c) < 0x20U ? ' ' : c;
-        }
-    }
-    return result;
 }
 
 /// How many bytes of a name a record has, cut between characters.
@@ -259,27 +120,15 @@ Mf4Recording::Mf4Recording(const std::string& path, bool overwrite, const std::s
     : Recording(path, overwrite),
       origin(originText.empty() ? "" : " From " + mf4::escaped(originText) + ".") {
     using namespace mf4;
-    append(identification(false));
+    appendPieces(file, identification(false));
     Blocks blocks(headerBlock);
-    blocks.add("HD", {0, 0, 0, 0, 0, 0}, Fields().zeros(32));
-    const std::uint64_t comment = blocks.addText(
-        "MD",
-        fmt::format("<FHcomment xmlns=\"{}\"><TX>Recorded.{}</TX><tool_id>cmp-station</tool_id>"
-                    "<tool_vendor>Kestrova</tool_vendor><tool_version>0.1</tool_version>"
-                    "</FHcomment>",
-                    xmlNamespace, origin));
-    historyBlock = blocks.add("FH", {0, comment}, Fields().zeros(16));
+    historyBlock = addHeader(blocks, "Recorded." + origin);
     std::uint64_t next = 0;
     for (std::size_t i = groupCount; i-- > 0;) {
         next = groupBlocks[i] = addGroup(blocks, next, i);
     }
-    const std::uint64_t dataGroup =
-        blocks.add("DG", {0, next, 0, 0}, Fields().put<std::uint8_t>(1).zeros(7));
-    dataBlock = blocks.add("DT", {}, {});
-    blocks.setLink(dataGroup + dataLinkAt, dataBlock);
-    blocks.setLink(headerBlock + blockHeaderSize, dataGroup);
-    blocks.setLink(headerBlock + blockHeaderSize + linkSize, historyBlock);
-    append(blocks.bytes);
+    dataBlock = addData(blocks, next, 1).data;
+    appendPieces(file, blocks.bytes);
     if (file.isNew() && !file.flush()) {
         throw FileError(file.errorText());
     }
@@ -299,7 +148,7 @@ std::size_t Mf4Recording::addChannel(const ChannelDescription& channel) {
     record.put(recordId(channelNames)).put(static_cast<std::uint8_t>(channels.size()));
     record.put<std::uint8_t>(channel.bus == BusType::Can ? canBus : linBus).zeros(nameSize);
     std::memcpy(record.bytes.data() + 3, channel.name.data(), boundedSize(channel.name));
-    append(record.bytes);
+    appendPieces(file, record.bytes);
     ++cycles[channelNames];
     return channels.size() - 1;
 }
@@ -369,8 +218,8 @@ void Mf4Recording::setStart(std::int64_t utcNanoseconds) {
     using namespace mf4;
     hasStart = true;
     start = utcNanoseconds / nanosecondsPerSecond * nanosecondsPerSecond;
-    patchNumber(headerBlock + headerStartAt, static_cast<std::uint64_t>(start));
-    patchNumber(historyBlock + historyTimeAt, static_cast<std::uint64_t>(start));
+    patchNumber(file, headerBlock + headerStartAt, static_cast<std::uint64_t>(start));
+    patchNumber(file, historyBlock + historyTimeAt, static_cast<std::uint64_t>(start));
 }
 
 void Mf4Recording::complete() {
@@ -380,11 +229,11 @@ void Mf4Recording::complete() {
     }
     const std::uint64_t end = file.bytesWritten();
     const std::uint64_t comment = appendComment(end);
-    patchNumber(dataBlock + lengthAt, end - dataBlock);
+    patchNumber(file, dataBlock + lengthAt, end - dataBlock);
     for (std::size_t i = 0; i < groupCount; ++i) {
-        patchNumber(groupBlocks[i] + cyclesAt, cycles[i]);
+        patchNumber(file, groupBlocks[i] + cyclesAt, cycles[i]);
     }
-    patchNumber(headerBlock + headerCommentAt, comment);
+    patchNumber(file, headerBlock + headerCommentAt, comment);
     file.patch(0, identification(true));
 }
 
@@ -404,27 +253,11 @@ std::uint64_t Mf4Recording::appendComment(std::uint64_t end) {
     }
     text += "</common_properties></HDcomment>";
     const std::uint64_t begin = (end + 7) / 8 * 8;
-    append(std::vector<std::uint8_t>(begin - end));
+    appendPieces(file, std::vector<std::uint8_t>(begin - end));
     Blocks blocks(begin);
     const std::uint64_t comment = blocks.addText("MD", text);
-    append(blocks.bytes);
+    appendPieces(file, blocks.bytes);
     return comment;
-}
-
-void Mf4Recording::append(const std::vector<std::uint8_t>& bytes) {
-    constexpr auto piece = static_cast<std::ptrdiff_t>(AppendFile::largestPiece);
-    for (auto from = bytes.begin(); from != bytes.end();) {
-        const auto to = from + std::min<std::ptrdiff_t>(piece, bytes.end() - from);
-        file.appendHeader({from, to});
-        from = to;
-    }
-}
-
-void Mf4Recording::patchNumber(std::uint64_t offset, std::uint64_t value) {
-    using namespace mf4;
-    std::vector<std::uint8_t> bytes(sizeof value);
-    store(bytes.data(), value);
-    file.patch(offset, bytes);
 }
 
 }  // namespace station

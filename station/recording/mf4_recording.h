@@ -80,8 +80,6 @@ class Mf4Recording : public Recording {
     std::uint8_t* begin(std::size_t group, std::size_t channel, std::int64_t utcNanoseconds);
     void setStart(std::int64_t utcNanoseconds);
     std::uint64_t appendComment(std::uint64_t end);
-    void append(const std::vector<std::uint8_t>& bytes);
-    void patchNumber(std::uint64_t offset, std::uint64_t value);
 
     const std::string origin;  ///< a sentence behind another one, escaped; or empty
     std::vector<ChannelDescription> channels;

@@ -1,0 +1,87 @@
+#include "station/signals/channel_decoders.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <iterator>
+#include <utility>
+
+#include "station/errors.h"
+
+namespace station {
+
+std::shared_ptr<const Database> ChannelDecoders::read(const std::string& path) {
+    std::shared_ptr<const Database>& known = databases[path];
+    if (!known) {
+        known = std::make_shared<const Database>(readDatabase(path));
+        notices.insert(notices.end(), known->notices.begin(), known->notices.end());
+    }
+    return known;
+}
+
+void ChannelDecoders::add(const std::string& text) {
+    std::error_code ignored;
+    const std::size_t sign = text.find('=');
+    if (sign == std::string::npos || sign == 0 || std::filesystem::exists(text, ignored)) {
+        files.push_back({"", read(text)});
+    } else {
+        addFor(text.substr(0, sign), text.substr(sign + 1));
+    }
+}
+
+void ChannelDecoders::addFor(const std::string& channel, const std::string& path) {
+    files.push_back({channel, read(path)});
+}
+
+std::shared_ptr<const Decoder> ChannelDecoders::find(const ChannelDescription& channel) {
+    std::vector<const Database*> wanted;
+    for (File& file : files) {
+        if (!file.channel.empty() && file.channel == channel.name) {
+            file.wasAskedFor = true;
+            if (file.database->bus != channel.bus) {
+                throw UserError(fmt::format(
+                    "{} is a database of {}, and \"{}\" is a channel of {}", file.database->file,
+                    file.database->bus == BusType::Lin ? "LIN" : "CAN", channel.name,
+                    channel.bus == BusType::Lin ? "LIN" : "CAN"));
+            }
+            wanted.push_back(file.database.get());
+        }
+    }
+    for (const File& file : files) {
+        if (file.channel.empty() && file.database->bus == channel.bus) {
+            wanted.push_back(file.database.get());
+        }
+    }
+    if (wanted.empty()) {
+        return nullptr;
+    }
+    std::shared_ptr<const Decoder>& decoder = made[wanted];
+    if (!decoder) {
+        auto all = std::make_shared<Database>(*wanted.front());
+        all->notices.clear();
+        for (std::size_t i = 1; i < wanted.size(); ++i) {
+            Database more = *wanted[i];
+            more.notices.clear();
+            addDatabase(*all, std::move(more));
+        }
+        notices.insert(notices.end(), all->notices.begin(), all->notices.end());
+        decoder = std::make_shared<const Decoder>(std::move(all));
+    }
+    return decoder;
+}
+
+std::vector<std::string> ChannelDecoders::takeNotices() {
+    return std::exchange(notices, {});
+}
+
+std::vector<std::string> ChannelDecoders::getUnknownChannels() const {
+    std::vector<std::string> unknown;
+    for (const File& file : files) {
+        if (!file.channel.empty() && !file.wasAskedFor) {
+            unknown.push_back(file.channel);
+        }
+    }
+    return unknown;
+}
+
+}  // namespace station
