@@ -46,6 +46,7 @@ inline CLI::Validator notEmpty() {
 void addRunCommand(CLI::App& app, Command& chosen);
 void addCollectCommand(CLI::App& app, Command& chosen);
 void addConvertCommand(CLI::App& app, Command& chosen);
+void addDecodeCommand(CLI::App& app, Command& chosen);
 void addDumpCommand(CLI::App& app, Command& chosen);
 void addFleetCommand(CLI::App& app, Command& chosen);
 void addGuiCommand(CLI::App& app, Command& chosen);

@@ -1,18 +1,15 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "station/cli/commands.h"
-#include "station/cli/live_view.h"
+#include "station/cli/message_options.h"
 #include "station/cli/recordings.h"
 #include "station/offline/direct_capture.h"
 #include "station/offline/fitted_clocks.h"
@@ -53,10 +50,7 @@ struct ConvertOptions {
     std::vector<std::string> outputs;
     std::vector<std::string> modules;
     std::string clock = deviceClock;
-    std::string from;
-    std::string to;
-    std::vector<std::string> channels;
-    std::vector<std::string> identifiers;
+    MessageOptions messages;
     bool overwrite = false;
     bool json = false;
     bool quiet = false;
@@ -96,53 +90,6 @@ void refuseInputAsOutput(const ConvertOptions& options) {
                 fmt::format("{} is the input; name another file for the recording", output));
         }
     }
-}
-
-/// How far it has got and how fast, in one line on a terminal that is written over and over.
-class Progress {
-  public:
-    explicit Progress(bool wanted) : shown(wanted && isTerminal(STDERR_FILENO)) {}
-    ~Progress() {
-        if (written) {
-            std::fputs("\r\033[K", stderr);
-        }
-    }
-    /// `messages` up to now.
-    void show(double share, std::uint64_t messages) {
-        const auto now = Clock::now();
-        if (shown && now - last > std::chrono::milliseconds(200)) {
-            const std::chrono::duration<double> passed = now - start;
-            std::fputs(fmt::format("\r{:3.0f} %  {:.0f} messages/s\033[K", share * 100,
-                                   static_cast<double>(messages) / passed.count())
-                           .c_str(),
-                       stderr);
-            last = now;
-            written = true;
-        }
-    }
-
-  private:
-    using Clock = std::chrono::steady_clock;
-    const bool shown;
-    bool written = false;
-    const Clock::time_point start = Clock::now();
-    Clock::time_point last;
-};
-
-/// What isn't given in `options` lets all pass.
-MessageFilter::Options readFilter(const ConvertOptions& options) {
-    MessageFilter::Options wanted;
-    if (!options.from.empty()) {
-        wanted.from = parseMoment(options.from);
-    }
-    if (!options.to.empty()) {
-        wanted.to = parseMoment(options.to);
-    }
-    wanted.channels = options.channels;
-    for (const std::string& text : options.identifiers) {
-        wanted.identifiers.push_back(parseIdentifiers(text).value());
-    }
-    return wanted;
 }
 
 /// How reading ended, whatever was read.
@@ -270,7 +217,7 @@ Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
 ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     refuseInputAsOutput(options);
     takesStandardOutput(options.outputs, options.json);
-    const MessageFilter::Options wanted = readFilter(options);
+    const MessageFilter::Options wanted = readFilter(options.messages);
     const auto filter = std::make_shared<MessageFilter>(wanted);
     const auto recordings = std::make_shared<RecordingSet>();
     if (!wanted.isEmpty()) {
@@ -283,45 +230,6 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     const Ending ending = reader ? convertMessages(options, *reader, *recordings, stop)
                                  : convertFrames(options, recordings, stop);
     return finish(options, *recordings, *filter, ending);
-}
-
-void addFilterOptions(CLI::App& command, ConvertOptions& options) {
-    const auto isMoment = [](const std::string& text) {
-        return std::string(parseMoment(text) ? ""
-                                             : text +
-                                                   " is no time; give seconds since the first "
-                                                   "message, or UTC as 2023-11-14T22:13:20Z");
-    };
-    const auto areIdentifiers = [](const std::string& text) {
-        return std::string(parseIdentifiers(text) ? ""
-                                                  : text +
-                                                        " is no identifier, and no range of them "
-                                                        "as 0x100-0x1FF");
-    };
-    command
-        .add_option("--from", options.from,
-                    "Leave out what was before TIME: UTC as 2023-11-14T22:13:20.5Z, or seconds "
-                    "since the first message")
-        ->type_name("TIME")
-        ->check(CLI::Validator(isMoment, ""));
-    command.add_option("--to", options.to, "Leave out what was at TIME or later")
-        ->type_name("TIME")
-        ->check(CLI::Validator(isMoment, ""));
-    command
-        .add_option("--channel", options.channels,
-                    "Take messages of the channel NAME only; may be given again")
-        ->type_name("NAME")
-        ->check(isUtf8())
-        ->expected(1)
-        ->take_all();
-    command
-        .add_option("--id", options.identifiers,
-                    "Take messages with this identifier only, or of a range (0x100-0x1FF); may be "
-                    "given again")
-        ->type_name("ID")
-        ->check(CLI::Validator(areIdentifiers, ""))
-        ->expected(1)
-        ->take_all();
 }
 
 }  // namespace
@@ -348,7 +256,7 @@ void addConvertCommand(CLI::App& app, Command& chosen) {
                      "by the clock that a measurement fits to it (soft)")
         ->type_name("device|soft")
         ->check(CLI::IsMember({deviceClock, softClock}));
-    addFilterOptions(*command, *options);
+    addFilterOptions(*command, options->messages);
     addOverwriteOption(*command, options->overwrite);
     command->add_flag("--json", options->json, "Print one JSON object on standard output");
     command->add_flag("--quiet", options->quiet, "Print neither progress nor a table");

@@ -14,6 +14,7 @@ Examples:
   cmp-station run --setup bench.xml --record drive.pcapng
   cmp-station run --module "CAN combo:5:Front" --module "LIN combo:2" --record drive.pcapng
   cmp-station convert stored.pcap drive.pcapng drive.log
+  cmp-station decode drive.pcapng signals.csv --db powertrain.dbc
   cmp-station dump stored.pcap --count 10
 
 Exit codes: 0 good, 1 failure or loss while running, 2 wrong use, 3 unreadable input,
@@ -28,6 +29,7 @@ station::ExitCode execute(int argc, char** argv) {
     station::Command command;
     station::addRunCommand(app, command);
     station::addConvertCommand(app, command);
+    station::addDecodeCommand(app, command);
     station::addDumpCommand(app, command);
     station::addCollectCommand(app, command);
     station::addFleetCommand(app, command);

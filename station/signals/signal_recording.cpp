@@ -295,6 +295,11 @@ std::unique_ptr<Recording> openSignalRecording(const std::string& path, bool ove
         return std::make_unique<SignalCsvRecording>(path, overwrite, decoders, counts);
     }
     if (ending == ".mf4") {
+        if (AppendFile::isStreamPath(path)) {
+            throw UserError(path +
+                            " is a pipe, and .mf4 is completed at its end: name a file, or "
+                            "a .csv");
+        }
         return std::make_unique<SignalMf4Recording>(path, overwrite, decoders, counts);
     }
     throw UserError("Cannot write signals to \"" + path +

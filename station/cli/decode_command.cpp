@@ -1,0 +1,199 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "station/cli/commands.h"
+#include "station/cli/message_options.h"
+#include "station/cli/recordings.h"
+#include "station/offline/message_copy.h"
+#include "station/recording/message_reader.h"
+#include "station/signals/signal_recording.h"
+#include "station/terminal_text.h"
+
+namespace station {
+namespace {
+
+constexpr const char* about =
+    R"(Writes the signals in the messages of a recording, as databases define them.
+
+A database is a .dbc (CAN, CAN FD) or a .ldf (LIN). It is for all channels of its bus, or with a
+channel's name and "=" in front for that one. Where several define an identifier, one that was named
+for the channel counts first, and else the one that was named first.
+
+OUT is a table (.csv, a line a signal), or measured values (.mf4, a group a message). Without OUT the
+table goes to standard output. Messages that no database defines are counted and left out.)";
+
+constexpr const char* examples = R"(
+Examples:
+  cmp-station decode drive.pcapng --db powertrain.dbc
+  cmp-station decode drive.blf drive.mf4 --db powertrain.dbc --db doors.ldf
+  cmp-station decode drive.pcapng part.csv --db "Front 0x11=body.dbc" --from 60 --to 90
+  cmp-station decode drive.mf4 gear.csv --db powertrain.dbc --channel "Front 0x10" --id 0x123)";
+
+struct DecodeOptions {
+    std::string input;
+    std::string output = AppendFile::standardOutput;
+    std::vector<std::string> databases;
+    MessageOptions messages;
+    bool overwrite = false;
+    bool json = false;
+    bool quiet = false;
+};
+
+using Json = nlohmann::ordered_json;
+
+std::unique_ptr<MessageReader> openInput(const DecodeOptions& options) {
+    std::error_code error;
+    if (std::filesystem::equivalent(options.input, options.output, error)) {
+        throw UserError(fmt::format("{} is the input; name another file", options.output));
+    }
+    auto reader = openMessages(options.input);
+    if (!reader) {
+        throw UserError(
+            ExitCode::Unreadable,
+            fmt::format("{} is no recording of messages that can be read; stored frames "
+                        "become one with \"cmp-station convert\"",
+                        options.input));
+    }
+    return reader;
+}
+
+void tellAll(const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) {
+        printMessage(text);
+    }
+}
+
+/// What was left out, for people.
+std::vector<std::string> describeRest(const SignalCounts& counts, const MessageReader& reader,
+                                      std::uint64_t late) {
+    std::vector<std::string> texts;
+    if (counts.undefined != 0) {
+        texts.push_back(
+            fmt::format("{} messages have no definition in the databases of their "
+                        "channels and were left out",
+                        counts.undefined));
+    }
+    if (counts.noDatabase != 0) {
+        texts.push_back(
+            fmt::format("{} messages are of channels without a database (--db) and "
+                        "were left out",
+                        counts.noDatabase));
+    }
+    if (counts.empty != 0) {
+        texts.push_back(
+            fmt::format("{} messages are too short for any of their signals, or have "
+                        "none",
+                        counts.empty));
+    }
+    if (reader.getSkipped() != 0) {
+        texts.push_back(
+            fmt::format("{} records are no CAN, CAN FD or LIN messages (errors, remote "
+                        "frames, others) and were left out",
+                        reader.getSkipped()));
+    }
+    if (late != 0) {
+        texts.push_back(lateText(late));
+    }
+    return texts;
+}
+
+/// What the user and the shell are answered once the output is closed.
+ExitCode finish(const DecodeOptions& options, const RecordingSet& recordings,
+                const SignalCounts& counts, const MessageReader& reader, bool isAtEnd) {
+    const RecordingSummary output = recordings.summarize().front();
+    if (options.json) {
+        printResult(toText(Json{{"messages", recordings.getCount()},
+                                {"decoded", counts.decoded},
+                                {"undefined", counts.undefined},
+                                {"withoutDatabase", counts.noDatabase},
+                                {"withoutSignals", counts.empty},
+                                {"skipped", reader.getSkipped()},
+                                {"path", output.path},
+                                {"format", output.format},
+                                {"bytes", output.bytes},
+                                {"lost", output.lost}}));
+    } else if (!options.quiet && options.output != AppendFile::standardOutput) {
+        printResult(fmt::format("{}: {} of {} messages decoded, {} bytes\n", output.path,
+                                output.records, recordings.getCount(), output.bytes));
+    }
+    if (!reader.getErrorText().empty()) {
+        throw UserError(ExitCode::Unreadable,
+                        reader.getErrorText() + "; what came before is decoded");
+    }
+    if (recordings.hasFailed() || output.lost != 0) {
+        return ExitCode::Failed;
+    }
+    if (!isAtEnd) {
+        throw UserError(ExitCode::Failed,
+                        "stopped before the end of the file; what came before is decoded");
+    }
+    return ExitCode::Good;
+}
+
+ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
+    takesStandardOutput({options.output}, options.json);
+    const MessageFilter::Options wanted = readFilter(options.messages);
+    const auto reader = openInput(options);
+    ChannelDecoders decoders;
+    for (const std::string& text : options.databases) {
+        decoders.add(text);
+    }
+    tellAll(decoders.takeNotices());
+    const auto filter = std::make_shared<MessageFilter>(wanted);
+    SignalCounts counts;
+    RecordingSet recordings;
+    recordings.add(openSignalRecording(options.output, options.overwrite, decoders, counts));
+    recordings.setFilter(filter);
+    MessageCopy copy(*reader, recordings);
+    bool isMore = true;
+    {
+        Progress progress(!options.quiet && options.output != AppendFile::standardOutput);
+        while (isMore && !stop.isRequested() && !recordings.haveAllFailed()) {
+            isMore = copy.poll();
+            progress.show(reader->getProgress(), recordings.getCount());
+        }
+    }
+    copy.end();
+    tellAll(recordings.close());
+    tellAll(decoders.takeNotices());
+    tellAll(describeRest(counts, *reader, copy.getLate()));
+    const ExitCode code = finish(options, recordings, counts, *reader, !isMore);
+    auto unknown = filter->getUnknownChannels();
+    std::ranges::copy(decoders.getUnknownChannels(), std::back_inserter(unknown));
+    if (code == ExitCode::Good && !unknown.empty()) {
+        throw UserError(fmt::format("no channel is named \"{}\"", fmt::join(unknown, "\", \"")));
+    }
+    return code;
+}
+
+}  // namespace
+
+void addDecodeCommand(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<DecodeOptions>();
+    CLI::App* const command = app.add_subcommand("decode", about);
+    command->footer(examples);
+    command
+        ->add_option("IN", options->input,
+                     "A recording: .pcapng, .blf, .mf4, .log, .asc or .csv, also with .zst behind")
+        ->required();
+    command->add_option("OUT", options->output,
+                        ".csv or .mf4; - or nothing for .csv on standard output");
+    addDatabaseOption(*command, options->databases)->required();
+    addFilterOptions(*command, options->messages);
+    addOverwriteOption(*command, options->overwrite);
+    command->add_flag("--json", options->json,
+                      "Print what became of the messages as one JSON object on standard output");
+    command->add_flag("--quiet", options->quiet, "Print neither progress nor a summary");
+    command->callback([options, &chosen] {
+        chosen = [options](StopSignal& stop) { return decode(*options, stop); };
+    });
+}
+
+}  // namespace station

@@ -1,0 +1,99 @@
+#include "station/cli/message_options.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "station/cli/commands.h"
+#include "station/cli/live_view.h"
+
+namespace station {
+
+void addFilterOptions(CLI::App& command, MessageOptions& options) {
+    const auto isMoment = [](const std::string& text) {
+        return std::string(parseMoment(text) ? ""
+                                             : text +
+                                                   " is no time; give seconds since the first "
+                                                   "message, or UTC as 2023-11-14T22:13:20Z");
+    };
+    const auto areIdentifiers = [](const std::string& text) {
+        return std::string(parseIdentifiers(text) ? ""
+                                                  : text +
+                                                        " is no identifier, and no range of them "
+                                                        "as 0x100-0x1FF");
+    };
+    command
+        .add_option("--from", options.from,
+                    "Leave out what was before TIME: UTC as 2023-11-14T22:13:20.5Z, or seconds "
+                    "since the first message")
+        ->type_name("TIME")
+        ->check(CLI::Validator(isMoment, ""));
+    command.add_option("--to", options.to, "Leave out what was at TIME or later")
+        ->type_name("TIME")
+        ->check(CLI::Validator(isMoment, ""));
+    command
+        .add_option("--channel", options.channels,
+                    "Take messages of the channel NAME only; may be given again")
+        ->type_name("NAME")
+        ->check(isUtf8())
+        ->expected(1)
+        ->take_all();
+    command
+        .add_option("--id", options.identifiers,
+                    "Take messages with this identifier only, or of a range (0x100-0x1FF); may be "
+                    "given again")
+        ->type_name("ID")
+        ->check(CLI::Validator(areIdentifiers, ""))
+        ->expected(1)
+        ->take_all();
+}
+
+MessageFilter::Options readFilter(const MessageOptions& options) {
+    MessageFilter::Options wanted;
+    if (!options.from.empty()) {
+        wanted.from = parseMoment(options.from);
+    }
+    if (!options.to.empty()) {
+        wanted.to = parseMoment(options.to);
+    }
+    wanted.channels = options.channels;
+    for (const std::string& text : options.identifiers) {
+        wanted.identifiers.push_back(parseIdentifiers(text).value());
+    }
+    return wanted;
+}
+
+CLI::Option* addDatabaseOption(CLI::App& command, std::vector<std::string>& databases) {
+    return command
+        .add_option("--db", databases,
+                    "A database of signals (.dbc, .ldf), for all channels of its bus or for the "
+                    "channel that is named; may be given again")
+        ->type_name("[CHANNEL=]FILE")
+        ->check(notEmpty())
+        ->expected(1)
+        ->take_all();
+}
+
+Progress::Progress(bool wanted) : shown(wanted && isTerminal(STDERR_FILENO)) {}
+
+Progress::~Progress() {
+    if (written) {
+        std::fputs("\r\033[K", stderr);
+    }
+}
+
+void Progress::show(double share, std::uint64_t messages) {
+    const auto now = Clock::now();
+    if (shown && now - last > std::chrono::milliseconds(200)) {
+        const std::chrono::duration<double> passed = now - start;
+        std::fputs(fmt::format("\r{:3.0f} %  {:.0f} messages/s\033[K", share * 100,
+                               static_cast<double>(messages) / passed.count())
+                       .c_str(),
+                   stderr);
+        last = now;
+        written = true;
+    }
+}
+
+}  // namespace station
