@@ -145,3 +145,46 @@ class Mf4:
                      (1 ^ parity[1] ^ parity[3] ^ parity[4] ^ parity[5]) << 7) + sum(data)
             need((total - 1) % 255 + 1 == 255 - values["Checksum"], "the enhanced checksum", values)
         self.rows.append(Row(self.names[values["BusChannel"]], self.start + values["time"], bus, identifier, data[:length]))
+
+
+class SignalMf4:
+    """`groups` of measured values, each with `name`, `source`, `times` (UTC nanoseconds), `columns` (name, unit,
+    values)."""
+
+    class Group:
+        def __init__(self, file, block):
+            self.identifier, self.cycles, flags, _, _, self.size, invalid = block.fields("2Q 2H 3I")
+            need(flags == 0 and invalid == 0, "plain records")
+            self.name, self.source = block.text(2), Block(file, block.links[3], "SI").text(0)
+            self.master, *self.channels = (Channel(channel) for channel in block.list(1, "CN"))
+            need((self.master.type, self.master.sync, self.master.data_type, self.master.bits) == (2, 1, 2, 64), "time")
+            conversion = Block(file, self.master.block.links[4], "CC")
+            need(conversion.fields("4B 2H 4d") == (1, 0, 0, 0, 0, 2, 0, 0, 0, 1e-9), "nanoseconds")
+            need(all((c.type, c.data_type, c.bits, c.block.links[4]) == (0, 4, 64, 0) for c in self.channels), "floats")
+            self.times, self.values = [], [[] for _ in self.channels]
+
+        def add(self, start, record):
+            self.times.append(start + self.master.value(record))
+            for channel, column in zip(self.channels, self.values):
+                column += struct.unpack_from("<d", record, channel.first_bit // 8)
+
+        @property
+        def columns(self):
+            return [(channel.name, channel.block.text(6) if channel.block.links[6] else "", values)
+                    for channel, values in zip(self.channels, self.values)]
+
+    def __init__(self, path):
+        self.bytes = path.read_bytes()
+        need(self.bytes.startswith(b"MDF     4.11    "), "finalised")
+        header = Block(self, 64, "HD")
+        (data_group,) = header.list(0, "DG")
+        need(data_group.fields("B 7x") == (4,), "size of record identifiers")
+        self.groups = [self.Group(self, block) for block in data_group.list(1, "CG")]
+        by_identifier = {group.identifier: group for group in self.groups}
+        data = Block(self, data_group.links[2], "DT")
+        at, end = data.at + 24, data.at + data.length
+        while at < end:
+            group = by_identifier[int.from_bytes(self.bytes[at:at + 4], "little")]
+            group.add(header.fields("Q")[0], self.bytes[at + 4:at + 4 + group.size])
+            at += 4 + group.size
+        need(at == end and all(group.cycles == len(group.times) for group in self.groups), "as many records as are told")
