@@ -12,7 +12,9 @@
 
 #include "station/cli/commands.h"
 #include "station/cli/live_view.h"
+#include "station/cli/message_options.h"
 #include "station/cli/recordings.h"
+#include "station/cli/run_signals.h"
 #include "station/cli/service_manager.h"
 #include "station/cli/setups.h"
 #include "station/cli/streaming.h"
@@ -42,6 +44,7 @@ Examples:
   cmp-station run --module "CAN combo:5" --interface eth1 --interface eth2
   cmp-station run --module "CAN combo:5" --record - | tshark -r -
   cmp-station run --setup bench.xml --record-raw evidence.pcapng
+  cmp-station run --setup bench.xml --db powertrain.dbc --signals
   cmp-station run --setup bench.xml --metrics 9464
   cmp-station run --setup bench.xml --stream nats://broker:4222 --station bench-7
   cmp-station run --setup bench.xml --interface eth1 --wait --record drive.pcapng --duration 60
@@ -62,6 +65,8 @@ struct RunOptions {
     double sampleRate = MasterClock::defaultSampleRate;
     std::vector<std::string> recordings;
     std::vector<std::string> frameRecordings;
+    std::vector<std::string> databases;
+    bool showsSignals = false;
     PartOptions parts;
     StreamArguments stream;
     double duration = 0.0;
@@ -99,7 +104,8 @@ Summary summarize(Measurement& measurement, Stream* stream) {
 /// Returns why the plug-in failed, empty if it didn't: what came before it is recorded and shown
 /// all the same.
 std::string measure(const RunOptions& options, Measurement& measurement, Stream* stream,
-                    LiveView& view, MetricsPage* page, ServiceManager& manager, StopSignal& stop) {
+                    RunSignals& signals, LiveView& view, MetricsPage* page, ServiceManager& manager,
+                    StopSignal& stop) {
     std::string failure;
     const auto start = Clock::now();
     const auto end = options.duration > 0.0
@@ -129,7 +135,11 @@ std::string measure(const RunOptions& options, Measurement& measurement, Stream*
             tellAll(view, stream->takeTexts());
         }
         if (view.isDue(now)) {
-            view.show(summarize(measurement, stream), now);
+            Summary latest = summarize(measurement, stream);
+            if (options.showsSignals) {
+                signals.addTo(latest);
+            }
+            view.show(latest, now);
         }
         if ((page != nullptr || stream != nullptr) && now >= nextSummary) {
             const auto latest = std::make_shared<Summary>(summarize(measurement, stream));
@@ -216,6 +226,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     const std::vector<std::string> paths = allRecordings(options);
     const bool isPiped = takesStandardOutput(paths, options.json);
     const auto page = options.metrics.empty() ? nullptr : openMetricsPage(options.metrics);
+    RunSignals signals(options.databases);
     checkCapturePermission();
     const bool isStreamed = options.stream.isWanted();
     const auto streamSettings = isStreamed ? parseStreamSettings(options.stream) : StreamSettings();
@@ -231,6 +242,9 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     const auto session = openSession(options.plugin, options.setup, options.sampleRate);
     addModules(*session, options.modules);
     requireModules(!session->getModules().empty(), options.setup + " has no modules");
+    if (options.json || options.showsSignals) {
+        signals.readSetup(options.setup, session->getModules());
+    }
     selectInterfaces(session->driver(), options.interfaces);
     if (!paths.empty() && !isTerminal(STDOUT_FILENO) && !isTerminal(STDERR_FILENO)) {
         stop.keepHangups();
@@ -248,6 +262,10 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     }
     Measurement measurement(*session, recordings,
                             static_cast<std::size_t>(options.waitingMegabytes * megabyte));
+    signals.open(measurement.summarize().channels);
+    if (signals.isWanted()) {
+        measurement.setListener(&signals);
+    }
     if (stream) {
         measurement.setFlushPeriod(streamSettings.batchAge / 2);
     }
@@ -270,12 +288,15 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
                         noChannelIsUsed, options.setup));
     }
     const std::string failure =
-        measure(options, measurement, stream.get(), view, page.get(), manager, stop);
+        measure(options, measurement, stream.get(), signals, view, page.get(), manager, stop);
     if (stream) {
         finishStream(*stream, options.stream.wait, view, stop);
     }
     view.end();
-    const Summary summary = summarize(measurement, stream.get());
+    Summary summary = summarize(measurement, stream.get());
+    if (options.json || options.showsSignals) {
+        signals.addTo(summary);
+    }
     printReport(summary, paths, options.json, options.quiet);
     if (rules.compressor) {
         waitForCompression(*rules.compressor, options.quiet, stop);
@@ -327,6 +348,9 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         ->type_name("FILE")
         ->expected(1)
         ->take_all();
+    addDatabaseOption(*command, options->databases);
+    command->add_flag("--signals", options->showsSignals,
+                      "Show the signals of the databases in the table too; --json has them always");
     addOverwriteOption(*command, options->overwrite);
     addPartOptions(*command, options->parts);
     addStreamOptions(*command, options->stream);

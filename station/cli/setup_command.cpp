@@ -12,6 +12,7 @@
 #include "host/host_clock.h"
 #include "station/cli/commands.h"
 #include "station/cli/setups.h"
+#include "station/signals/database.h"
 #include "station/terminal_text.h"
 
 namespace station {
@@ -29,6 +30,7 @@ Examples:
   cmp-station setup add bench.xml --type "CAN combo" --config-id 5 --name Front
   cmp-station setup channel bench.xml Front all --used yes
   cmp-station setup channel bench.xml Front 0x10 --name Powertrain --color FF8000
+  cmp-station setup database bench.xml Front 0x10 --db powertrain.dbc
   cmp-station setup set bench.xml Front --sync pps --clock-source yes
   cmp-station setup remove bench.xml 2 Doors
   cmp-station setup show bench.xml --json)";
@@ -46,6 +48,8 @@ struct SetupOptions {
     std::string clockSource;
     std::string used;
     std::string color;
+    std::vector<std::string> databases;
+    bool hasNone = false;
     bool json = false;
 };
 
@@ -138,7 +142,8 @@ void showJson(Session& session) {
                            {"busType", channel.busType},
                            {"used", channel.isUsed},
                            {"name", channel.name},
-                           {"color", fmt::format("{:06X}", channel.color)}});
+                           {"color", fmt::format("{:06X}", channel.color)},
+                           {"databases", channel.databases}});
         }
         list.push_back({{"row", row + 1},
                         {"name", module.name},
@@ -166,6 +171,9 @@ void showTable(Session& session) {
             text += fmt::format("     0x{:<4X} {:<7} {:<6}  {:06X}  {}\n", channel.interfaceId,
                                 channel.busType, channel.isUsed ? "used" : "unused", channel.color,
                                 printable(channel.name));
+            for (const std::string& path : channel.databases) {
+                text += fmt::format("            database {}\n", printable(path));
+            }
         }
     }
     printResult(text);
@@ -339,6 +347,64 @@ void addChannelAction(CLI::App& setup, const Options& options, Command& chosen) 
     });
 }
 
+/// As the setup keeps it: a relative path counts from the setup's folder.
+std::wstring toDatabasePath(const SetupOptions& options, const std::string& path) {
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::absolute(options.file).parent_path().lexically_normal();
+    const fs::path kept = fs::path(path).is_absolute()
+                              ? fs::path(path)
+                              : fs::absolute(path).lexically_normal().lexically_proximate(folder);
+    return Kestrova::Utils::Kcom::StringHelper::ToWide(kept.string());
+}
+
+/// Each must be readable and of the channel's bus.
+void setDatabases(Session& session, const SetupOptions& options) {
+    const Module module = session.getModules()[findModule(session, options.module)];
+    const std::vector<Channel> channels = findChannels(module, options.interface);
+    std::vector<std::wstring> paths;
+    for (const std::string& path : options.databases) {
+        const Database database = readDatabase(path);
+        for (const std::string& notice : database.notices) {
+            printMessage(notice);
+        }
+        for (const Channel& channel : channels) {
+            if ((channel.busType == "LIN") != (database.bus == BusType::Lin)) {
+                throw UserError(fmt::format("{} is a database of {}, and interface 0x{:X} is {}",
+                                            path, database.bus == BusType::Lin ? "LIN" : "CAN",
+                                            channel.interfaceId, channel.busType));
+            }
+        }
+        paths.push_back(toDatabasePath(options, path));
+    }
+    for (const Channel& channel : channels) {
+        session.findOutput(channel).setDatabases(paths);
+    }
+}
+
+void addDatabaseAction(CLI::App& setup, const Options& options, Command& chosen) {
+    CLI::App* const database =
+        addAction(setup, "database", "Says by which databases channels are decoded", options);
+    database->add_option("MODULE", options->module, "Row or name")->required();
+    database->add_option("INTERFACE", options->interface, "Interface ID, or all")->required();
+    auto* const choice = database->add_option_group("choice");
+    choice
+        ->add_option(
+            "--db", options->databases,
+            "A database (.dbc, .ldf) in place of those that the channels have; may be given "
+            "again. The first that defines an identifier counts")
+        ->type_name("DB")
+        ->check(isUtf8())
+        ->expected(1)
+        ->take_all();
+    choice->add_flag("--none", options->hasNone, "They have none from now on");
+    choice->require_option(1);
+    database->callback([options, &chosen] {
+        chosen = [options](StopSignal&) {
+            return edit(*options, [&](Session& session) { setDatabases(session, *options); });
+        };
+    });
+}
+
 }  // namespace
 
 void addSetupCommand(CLI::App& app, Command& chosen) {
@@ -362,6 +428,7 @@ void addSetupCommand(CLI::App& app, Command& chosen) {
     addEditActions(*setup, options, chosen);
     addSetAction(*setup, options, chosen);
     addChannelAction(*setup, options, chosen);
+    addDatabaseAction(*setup, options, chosen);
 }
 
 }  // namespace station

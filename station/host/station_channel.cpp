@@ -36,6 +36,7 @@ std::int32_t elementSize(std::int32_t type) {
 
 constexpr const wchar_t* elementName = L"OutputChannel";
 constexpr const wchar_t* indexName = L"Index";
+constexpr const wchar_t* databaseName = L"Database";
 
 template <typename Number>
 std::wstring toText(Number number) {
@@ -95,6 +96,21 @@ std::wstring toIndexText(const std::vector<std::int32_t>& indices) {
         text += (i == 0 ? L"" : i == 1 ? L":" : L";") + toText(indices[i]);
     }
     return text;
+}
+
+std::vector<std::wstring> readDatabases(HostElement& element) {
+    std::vector<std::wstring> paths;
+    std::int32_t count = 0;
+    callHost(&element, &HostElement::GetChildCount, &count);
+    for (std::int32_t i = 0; i < count; ++i) {
+        const auto child = hostObject(&element, &HostElement::GetChild, i);
+        std::wstring name;
+        callHost(child, &HostElement::GetName, &name);
+        if (name == databaseName) {
+            callHost(child, &HostElement::GetText, &paths.emplace_back());
+        }
+    }
+    return paths;
 }
 
 }  // namespace
@@ -247,6 +263,11 @@ HostResult StationChannel::save(HostDocument* document, HostElement* element) co
     const auto index =
         hostObject(document, &HostDocument::CreateElement, indexName, toIndexText(place).c_str());
     callHost(made, &HostElement::AddChild, index.get());
+    for (const std::wstring& path : databases) {
+        const auto child =
+            hostObject(document, &HostDocument::CreateElement, databaseName, path.c_str());
+        callHost(made, &HostElement::AddChild, child.get());
+    }
     const Values values(document, made.get());
     values.write(L"Name", channelName);
     values.write(L"Unit", unit);
@@ -267,6 +288,7 @@ HostResult StationChannel::load(HostDocument* document, HostElement* element) {
     const auto newColor = values.readNumber(L"Color", color);
     const bool newUsed = values.readFlag(L"Used", isUsedNow);
     const auto newRate = values.readNumber(L"ExpectedRate", expectedRate);
+    std::vector<std::wstring> newDatabases = readDatabases(*saved);
     if (const HostResult code = setExpectedRate(newRate); code < 0) {
         return code;
     }
@@ -274,6 +296,7 @@ HostResult StationChannel::load(HostDocument* document, HostElement* element) {
     unit = newUnit;
     color = newColor;
     isUsedNow = newUsed;
+    databases = std::move(newDatabases);
     return HostCode::success;
 }
 

@@ -77,6 +77,10 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     bool used() const { return isUsedNow; }
     bool claimed() const { return isClaimed; }
     std::int64_t writeOffset() const { return offset; }
+    /// Files that say what its messages mean, as the user named them: the plug-in knows nothing of
+    /// them.
+    const std::vector<std::wstring>& getDatabases() const { return databases; }
+    void setDatabases(std::vector<std::wstring> paths) { databases = std::move(paths); }
 
     /// Gives the sink what was written since the last call, oldest first. The sample of a channel
     /// without times has the time of its position in the acquisition.
@@ -117,9 +121,9 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     HostResult getValueList(HostValueList** to) override { return handOver(valueList, to); }
     HostResult getPropertySet(HostPropertySet** to) override { return handOver(propertySet, to); }
     /// The child "OutputChannel" of the element, with a child "Index" (the indices as text, 8:0;3)
-    /// and the values "Name", "Unit", "Color", "Used" and "ExpectedRate". What isn't there when
-    /// loading stays as it is; the index isn't loaded. A value that makes no sense is a failure
-    /// that changes nothing.
+    /// a child "Database" for each of the databases, and the values "Name", "Unit", "Color", "Used"
+    /// and "ExpectedRate". Of these what isn't there when loading stays as it is; the index isn't
+    /// loaded. A value that makes no sense is a failure that changes nothing.
     HostResult persistSetup(HostDocument* document, HostElement* element, HostBool saving) override;
     HostResult isArray(HostBool* to) override { return give(to, toHostBool(array)); }
     HostResult setIsArray(HostBool newArray) override { return putLayout(array, isTrue(newArray)); }
@@ -233,6 +237,7 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     bool isClaimed = false;
     float expectedRate = 0.0F;
     std::int64_t offset = 0;
+    std::vector<std::wstring> databases;
 
     SampleRing ring;
     VariantRing variants;

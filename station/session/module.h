@@ -17,6 +17,8 @@ struct Channel {
     std::string name;          ///< UTF-8, as all texts here
     bool isUsed = false;
     std::uint32_t color = 0;  ///< 0xRRGGBB
+    /// Files that say what its messages mean (.dbc, .ldf); relative ones to the setup's folder.
+    std::vector<std::string> databases = {};
 };
 
 /// A capture module.

@@ -105,6 +105,9 @@ Channel describe(const ListedChannel& listed, StationHost& host) {
         channel.name = toUtf8(output->name());
         channel.isUsed = output->used();
         output->getColor(&channel.color);
+        for (const std::wstring& path : output->getDatabases()) {
+            channel.databases.push_back(toUtf8(path));
+        }
     }
     return channel;
 }

@@ -124,6 +124,22 @@ void addTraffic(const Summary& summary, std::vector<std::string>& lines) {
     }
 }
 
+Json toJson(const MessageSummary& message) {
+    Json result = {{"id", message.id},
+                   {"extended", message.isExtended},
+                   {"name", message.name},
+                   {"count", message.count},
+                   {"signals", Json::array()}};
+    for (const SignalSummary& signal : message.signals) {
+        result["signals"].push_back({{"name", signal.name},
+                                     {"value", signal.value},
+                                     {"unit", signal.unit},
+                                     {"text", signal.text},
+                                     {"count", signal.count}});
+    }
+    return result;
+}
+
 Json toJson(const ChannelSummary& channel, const std::vector<Module>& modules) {
     const bool hasModule = channel.module != ChannelSummary::noModule;
     Json result = {{"module", hasModule ? Json(modules.at(channel.module).name) : Json()},
@@ -136,6 +152,13 @@ Json toJson(const ChannelSummary& channel, const std::vector<Module>& modules) {
     if (channel.frames != 0) {
         result["firstTime"] = channel.firstTime;
         result["lastTime"] = channel.lastTime;
+    }
+    if (channel.messages) {
+        result["undefinedMessages"] = channel.undefined;
+        result["messages"] = Json::array();
+        for (const MessageSummary& message : *channel.messages) {
+            result["messages"].push_back(toJson(message));
+        }
     }
     if (!channel.counts) {
         return result;
@@ -229,6 +252,24 @@ std::string clockText(const ClockStatistics& clock) {
     return text;
 }
 
+void addSignals(const ChannelSummary& channel, std::vector<std::string>& lines) {
+    if (!channel.messages) {
+        return;
+    }
+    for (const MessageSummary& message : *channel.messages) {
+        lines.push_back(fmt::format("    {}  0x{:X}{}  {}", printable(message.name), message.id,
+                                    message.isExtended ? "(ext)" : "", message.count));
+        for (const SignalSummary& signal : message.signals) {
+            lines.push_back(fmt::format("      {:<28} {} {}  {}", printable(signal.name),
+                                        signal.value, printable(signal.unit),
+                                        printable(signal.text)));
+        }
+    }
+    if (channel.undefined != 0) {
+        lines.push_back(fmt::format("    {} messages without a definition", channel.undefined));
+    }
+}
+
 /// Those of one module, or of none.
 void addChannels(const Summary& summary, std::size_t module, std::vector<std::string>& lines) {
     constexpr std::size_t longestValue = 40;
@@ -250,6 +291,7 @@ void addChannels(const Summary& summary, std::size_t module, std::vector<std::st
         for (const std::string& text : channel.describeAccount()) {
             lines.push_back("    " + text);
         }
+        addSignals(channel, lines);
     }
     if (silent != 0) {
         lines.push_back(

@@ -15,6 +15,24 @@ namespace station {
 /// What the user is told then; how to use one follows, and depends on the program.
 inline constexpr const char* noChannelIsUsed = "No channel is used: nothing will be measured. ";
 
+/// What came in last of a signal.
+struct SignalSummary {
+    std::string name;
+    double value = 0.0;
+    std::string unit;
+    std::string text;         ///< what the value means; empty: that isn't said
+    std::uint64_t count = 0;  ///< messages that had it
+};
+
+/// The messages of a channel that have one definition.
+struct MessageSummary {
+    std::uint32_t id = 0;
+    bool isExtended = false;
+    std::string name;
+    std::uint64_t count = 0;
+    std::vector<SignalSummary> signals = {};  ///< those that came in
+};
+
 /// What has become of one channel's messages so far. Once a measurement is over it adds up:
 /// `counts.queued` is `counts.delivered`, what was stamped outside of it, and what was lost;
 /// `counts.delivered` is `frames` and `overwritten`; and of `frames` each recording has or has lost
@@ -35,6 +53,9 @@ struct ChannelSummary {
     /// By the plug-in, as far as it was asked lately; none without a host around the core.
     std::optional<ChannelStatistics> counts;
     std::uint64_t overwritten = 0;  ///< messages that were overwritten before they could be read
+    /// By the databases of the channel; not there if it has none.
+    std::optional<std::vector<MessageSummary>> messages = {};
+    std::uint64_t undefined = 0;  ///< messages that they don't define
 
     std::uint64_t getLost() const { return (counts ? counts->getLost() : 0) + overwritten; }
     /// How many were lost, by cause; empty for none.

@@ -9,6 +9,18 @@
 #include "station/errors.h"
 
 namespace station {
+namespace {
+
+void requireSameBus(const Database& database, const ChannelDescription& channel) {
+    const auto nameOf = [](BusType bus) { return bus == BusType::Lin ? "LIN" : "CAN"; };
+    if (database.bus != channel.bus) {
+        throw UserError(fmt::format("{} is a database of {}, and \"{}\" is a channel of {}",
+                                    database.file, nameOf(database.bus), channel.name,
+                                    nameOf(channel.bus)));
+    }
+}
+
+}  // namespace
 
 std::shared_ptr<const Database> ChannelDecoders::read(const std::string& path) {
     std::shared_ptr<const Database>& known = databases[path];
@@ -33,25 +45,25 @@ void ChannelDecoders::addFor(const std::string& channel, const std::string& path
     files.push_back({channel, read(path)});
 }
 
+void ChannelDecoders::addBehind(const std::string& channel, const std::string& path) {
+    files.push_back({channel, read(path), true});
+}
+
 std::shared_ptr<const Decoder> ChannelDecoders::find(const ChannelDescription& channel) {
     std::vector<const Database*> wanted;
-    for (File& file : files) {
-        if (!file.channel.empty() && file.channel == channel.name) {
-            file.wasAskedFor = true;
-            if (file.database->bus != channel.bus) {
-                throw UserError(fmt::format(
-                    "{} is a database of {}, and \"{}\" is a channel of {}", file.database->file,
-                    file.database->bus == BusType::Lin ? "LIN" : "CAN", channel.name,
-                    channel.bus == BusType::Lin ? "LIN" : "CAN"));
+    const auto take = [&](bool isOwn, bool isBehind) {
+        for (File& file : files) {
+            if (file.isBehind == isBehind && file.channel == (isOwn ? channel.name : "") &&
+                (isOwn || file.database->bus == channel.bus)) {
+                requireSameBus(*file.database, channel);
+                file.wasAskedFor = true;
+                wanted.push_back(file.database.get());
             }
-            wanted.push_back(file.database.get());
         }
-    }
-    for (const File& file : files) {
-        if (file.channel.empty() && file.database->bus == channel.bus) {
-            wanted.push_back(file.database.get());
-        }
-    }
+    };
+    take(true, false);
+    take(false, false);
+    take(true, true);
     if (wanted.empty()) {
         return nullptr;
     }
@@ -77,7 +89,7 @@ std::vector<std::string> ChannelDecoders::takeNotices() {
 std::vector<std::string> ChannelDecoders::getUnknownChannels() const {
     std::vector<std::string> unknown;
     for (const File& file : files) {
-        if (!file.channel.empty() && !file.wasAskedFor) {
+        if (!file.channel.empty() && !file.isBehind && !file.wasAskedFor) {
             unknown.push_back(file.channel);
         }
     }

@@ -10,13 +10,19 @@
 namespace station {
 
 /// Which databases hold for which channels. Where several define an identifier, the first of these
-/// counts: what was named for the channel, in that order, then what was named for all.
+/// counts: what was named for the channel, in that order, then what was named for all, then what is
+/// the channel's otherwise.
 class ChannelDecoders {
   public:
     /// "FILE", for all channels of its bus, or "CHANNEL=FILE". Reads the file. Throws as
     /// `readDatabase`.
     void add(const std::string& text);
     void addFor(const std::string& channel, const std::string& path);
+    /// What the channel has where nothing is named: from a setup.
+    void addBehind(const std::string& channel, const std::string& path);
+
+    /// Reads the file already. Throws as `readDatabase`.
+    void load(const std::string& path) { read(path); }
 
     bool isEmpty() const { return files.empty(); }
     /// Null: no database is for this channel. Throws UserError for one of another bus that was
@@ -31,6 +37,7 @@ class ChannelDecoders {
     struct File {
         std::string channel;  ///< empty: all
         std::shared_ptr<const Database> database;
+        bool isBehind = false;
         bool wasAskedFor = false;
     };
 

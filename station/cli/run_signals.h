@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "station/session/measurement_recorder.h"
+#include "station/session/session.h"
+#include "station/signals/channel_decoders.h"
+#include "station/signals/signal_watch.h"
+
+namespace station {
+
+/// The signals of a measurement: by the databases that its setup names for channels, and by those
+/// of the command line, which count first.
+class RunSignals final : public MessageListener {
+  public:
+    /// Reads the databases of the command line. Throws as `readDatabase`.
+    explicit RunSignals(const std::vector<std::string>& databases);
+
+    /// Reads those that the setup file names for the channels in use. Throws as `readDatabase`.
+    void readSetup(const std::string& setup, const std::vector<Module>& modules);
+    /// `channels` are the measurement's. Throws UserError for a channel that was named and isn't
+    /// measured, or a database of another bus.
+    void open(const std::vector<ChannelSummary>& channels);
+    /// Whether any channel has a database.
+    bool isWanted() const { return watch != nullptr; }
+    void addTo(Summary& summary);
+
+    void onMessage(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+                   std::size_t size) override {
+        watch->note(channel, utcNanoseconds, record, size);
+    }
+
+  private:
+    ChannelDecoders decoders;
+    std::map<std::pair<std::size_t, std::uint16_t>, std::vector<std::string>>
+        setupFiles;                      ///< by module and interface
+    std::unique_ptr<SignalWatch> watch;  ///< null: no database
+};
+
+}  // namespace station
