@@ -8,6 +8,7 @@ import random
 from collections import defaultdict
 
 import canmatrix.formats
+import lab
 from case import Case, main
 from mf4_reader import SignalMf4
 
@@ -169,6 +170,49 @@ class Decode(Case):
             self.assertIn(text, errors)
         self.assertIn("the file exists and is not empty",
                       self.expect(1, "decode", log, self.path("o.csv"), "--db", database)[1])
+
+    def test_a_run_shows_what_decoding_its_recording_finds(self):
+        setup, recording, table = self.path("bench.xml"), self.path("drive.pcapng"), self.path("drive.csv")
+        front, lin = self.scratch / "front.dbc", self.scratch / "lin.ldf"
+        front.write_text("".join(f'BO_ {number} M{number}: 8 X\n SG_ Number : 0|32@1+ (1,0) [0|0] "" X\n'
+                                 f' SG_ Turn M : 0|2@1+ (1,0) [0|0] "" X\n SG_ Odd m{number % 4} : 2|6@1+ (0.5,1) '
+                                 f'[0|0] "V" X\nVAL_ {number} Odd 1 "one" 3 "three" ;\n' for number in (0x140, 0x141)))
+        lin.write_text("LIN_description_file;\nSignals { N: 8, 0, A, B; }\nFrames { W: 20, A, 8 { N, 0; } }\n")
+        self.expect(0, "setup", "new", setup)
+        for module in ("CAN combo", "LIN combo"):
+            self.expect(0, "setup", "add", setup, "--type", module, "--config-id", "5", "--name", module)
+            self.expect(0, "setup", "channel", setup, module, "all", "--used", "yes")
+        before = setup.read_text()
+        self.expect(0, "setup", "database", setup, "CAN combo", "0x10", "--db", front)
+        self.assertEqual(json.loads(self.expect(0, "setup", "show", setup, "--json")[0])["modules"][0]["channels"][0]
+                         ["databases"], [str(front)])
+        self.expect(0, "setup", "database", setup, "CAN combo", "0x10", "--db", "front.dbc", cwd=self.scratch)
+        self.assertEqual([line.strip() for line in setup.read_text().splitlines() if line not in before.splitlines()],
+                         ["<Database>front.dbc</Database>"])
+        self.assertIn("is a database of LIN", self.expect(2, "setup", "database", setup, 1, "all", "--db", lin)[1])
+        station = lab.Station([], "--db", lin, setup=setup, record=[recording])
+        lab.simulate(["CAN combo:5", "LIN combo:5"], "--rate", 200, "--duration", 1, "--length", "0-8")
+        station.settle()
+        report, _ = station.stop()
+        self.expect(0, "decode", recording, table, "--db", f"CAN combo 0x10={front}", "--db", lin)
+        found, count = {}, 0
+        for row in read_table(table):
+            key = row["channel"], row["message"], row["signal"]
+            found[key] = [float(row["value"]), row["unit"], row["text"], found.get(key, [0])[-1] + 1]
+        shown = {(channel["name"], message["name"], signal["name"]):
+                 [signal["value"], signal["unit"], signal["text"], signal["count"]]
+                 for channel in report["channels"] for message in channel.get("messages", [])
+                 for signal in message["signals"]}
+        self.assertEqual(shown, found)
+        self.assertGreater(len({channel for channel, *_ in shown}), 3)
+        for channel in report["channels"]:
+            if "messages" in channel:
+                known = sum(message["count"] for message in channel["messages"])
+                self.assertEqual(channel["frames"], known + channel["undefinedMessages"])
+                count += known
+        self.assertGreater(count, 100)
+        self.expect(0, "setup", "database", setup, "CAN combo", "all", "--none")
+        self.assertEqual(setup.read_text(), before)
 
     def lin_database(self):
         path = self.path("doors.ldf")
