@@ -70,7 +70,9 @@ class Parts:
     def of(self, recording):
         """Those of the recording to that path, compressed if they were; and of them those that the station has left."""
         name = f"{recording.stem}-*{recording.suffix}"
-        compressed = [path.with_name(path.name + ".zst") for path in sorted(self.kept.glob(name))]
+        # One that was soon compressed may have been seen in that form alone.
+        names = {path.name.removesuffix(".zst") for path in self.kept.glob(name + "*")}
+        compressed = [self.kept / (part + ".zst") for part in sorted(names)]
         return ([path if path.exists() else path.with_suffix("") for path in compressed],
                 sorted(self.kept / path.name for path in self.recorded.glob(name + "*")))
 
