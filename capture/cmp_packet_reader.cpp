@@ -111,6 +111,8 @@ void CmpPacketReader::prepareRead(bool deliverData) {
         beginCounting();
     }
     autoAddDevices.exchange(false);
+    unknownModules = {};
+    publishedUnknown.store(unknownModules);
 }
 
 void CmpPacketReader::startRead() {
@@ -314,7 +316,12 @@ void CmpPacketReader::onCmStatus(const DeviceTime& time, const CmStatus& status)
     if (CmpDevice* const device = latestDirectory().findDevice(status.cmId)) {
         device->setLatestTime(time, frameTimeStamp, readData);
         device->setStatus(time, status);
-    } else if (autoAddDevices) {
+        return;
+    }
+    if (unknownModules.note(status.cmId)) {
+        publishedUnknown.store(unknownModules);
+    }
+    if (autoAddDevices) {
         const auto added = devices.add();
         added->setCmId(status.cmId);
         added->setStatus(time, status);

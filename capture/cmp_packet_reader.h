@@ -98,6 +98,9 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     /// What was read since the last start of data read, as it was known within the last tenth of a
     /// second, or when the thread was stopped. Host's thread.
     MessageCounts getMessageCounts() const { return publishedMessages.load(); }
+    /// Whose status came since the thread was started, with data read or not, while they weren't
+    /// among the devices. Any thread.
+    UnknownModules getUnknownModules() const { return publishedUnknown.load(); }
     struct InterfaceFrames {
         std::string name;  ///< empty for all that were opened later
         FrameCounts frames;
@@ -173,6 +176,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     std::vector<Source> sources;
     std::vector<SequenceLocked<FrameCounts>> publishedFrames;  ///< by source
     SequenceLocked<MessageCounts> publishedMessages;
+    SequenceLocked<UnknownModules> publishedUnknown;
     std::atomic<std::uint64_t> droppedFrames{0};
     std::atomic<FrameSink*> frameSink{nullptr};
 
@@ -182,6 +186,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     std::int64_t frameTimeStamp = 0;  ///< when it came in, the same
     std::int64_t countedAt = 0;       ///< when the counts were published, the same
     MessageCounts messageCounts;
+    UnknownModules unknownModules;
     ReceiveClock receiveClock;
     DirectoryPublisher::Reader* directory = nullptr;
     MessageBurst burst;

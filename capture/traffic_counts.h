@@ -43,6 +43,24 @@ struct MessageCounts {
     }
 };
 
+/// The CM IDs of modules that speak and aren't set up: the first few.
+struct UnknownModules {
+    static constexpr std::size_t most = 16;
+
+    std::array<std::uint16_t, most> cmIds = {};
+    std::size_t count = 0;
+
+    /// Whether it is a new one.
+    bool note(std::uint16_t cmId) {
+        const auto end = cmIds.begin() + static_cast<std::ptrdiff_t>(count);
+        if (count == most || std::find(cmIds.begin(), end, cmId) != end) {
+            return false;
+        }
+        cmIds[count++] = cmId;
+        return true;
+    }
+};
+
 /// Frames of one module, and what its sequence counter says: a hint only, as a module may have
 /// several counters.
 struct SequenceCounts {

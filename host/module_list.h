@@ -45,6 +45,10 @@ class ModuleList : public HostObject {
     virtual HostResult getModules(std::vector<ListedModule>* modules) = 0;
     /// One for each module. They change by themselves.
     virtual HostResult getStates(std::vector<ModuleState>* states) = 0;
+    /// Modules that were heard since the capture was started and aren't set up, the first few: as
+    /// they would be in the list, without a name, and without a type where the CM ID doesn't tell
+    /// it.
+    virtual HostResult getUnlisted(std::vector<ListedModule>* modules) = 0;
     /// The types that a module can have, in the order in which a user is offered them; in the
     /// windows a new one is "Unknown", and has no channels, until it gets one of them.
     virtual HostResult getTypes(std::vector<std::wstring>* types) = 0;

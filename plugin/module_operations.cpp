@@ -66,6 +66,24 @@ HostResult ModuleOperations::getStates(std::vector<ModuleState>* states) {
     return HostCode::success;
 }
 
+HostResult ModuleOperations::getUnlisted(std::vector<ListedModule>* modules) {
+    modules->clear();
+    const UnknownModules unknown = core.packetReader.getUnknownModules();
+    for (std::size_t i = 0; i < unknown.count; ++i) {
+        const std::uint16_t cmId = unknown.cmIds[i];
+        if (devices().findByCmId(cmId)) {  // it was set up since
+            continue;
+        }
+        const DeviceTypeInfo& type = getDefaultTypeForCmId(cmId);
+        ListedModule module;
+        module.type = isChoice(type) ? StringHelper::ToWide(type.name) : L"";
+        module.configId = static_cast<std::uint16_t>(cmId - type.baseId);
+        module.cmId = cmId;
+        modules->push_back(std::move(module));
+    }
+    return HostCode::success;
+}
+
 HostResult ModuleOperations::getTypes(std::vector<std::wstring>* types) {
     types->clear();
     for (const DeviceTypeInfo& type : deviceTypes()) {

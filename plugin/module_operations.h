@@ -17,6 +17,7 @@ class ModuleOperations final : public PluginPart<ModuleList> {
     HostResult getChanges(std::uint64_t* changes) override;
     HostResult getModules(std::vector<ListedModule>* modules) override;
     HostResult getStates(std::vector<ModuleState>* states) override;
+    HostResult getUnlisted(std::vector<ListedModule>* modules) override;
     HostResult getTypes(std::vector<std::wstring>* types) override;
     HostResult addModule(const wchar_t* type) override;
     HostResult removeModule(std::uint32_t position) override;

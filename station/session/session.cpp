@@ -229,6 +229,17 @@ std::vector<Module> Session::getModules() {
     return modules;
 }
 
+std::vector<Module> Session::findUnlisted() {
+    std::vector<ListedModule> found;
+    pluginDriver->callModules("list modules that aren't set up",
+                              [&](ModuleList& list) { return list.getUnlisted(&found); });
+    std::vector<Module> modules;
+    for (const ListedModule& entry : found) {
+        modules.push_back({toUtf8(entry.name), toUtf8(entry.type), entry.configId, entry.cmId});
+    }
+    return modules;
+}
+
 StationChannel& Session::findOutput(const Channel& channel) {
     StationChannel* const output = findChannel(*stationHost, channel.output);
     if (output == nullptr) {

@@ -55,6 +55,9 @@ class Session {
 
     /// The modules in their order, with their channels, as they are now.
     std::vector<Module> getModules();
+    /// Modules that are heard and aren't set up, since `PluginDriver::listen` or a measurement; one
+    /// whose type isn't known has an empty one.
+    std::vector<Module> findUnlisted();
     /// The host's channel of a bus. `UserError` if it has none.
     StationChannel& findOutput(const Channel& channel);
 

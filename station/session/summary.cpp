@@ -231,27 +231,6 @@ std::string shortened(const std::string& text, std::size_t most) {
     return text.size() <= most ? text : text.substr(0, most - 2) + "..";
 }
 
-/// How far a clock has got, for the line of its module.
-std::string clockText(const ClockStatistics& clock) {
-    constexpr double microsecondsPerSecond = 1e6;
-    std::string text = fmt::format("  {}", modeText(clock));
-    if (!clock.isPlaced) {
-        return text + ", " + stateText(clock);
-    }
-    if (clock.mode == ClockStatistics::softSync) {
-        text += fmt::format(" {:+.1f} ppm, residual {:.1f} us", clock.ratePpm,
-                            clock.residual * microsecondsPerSecond);
-    }
-    text += fmt::format(", offset {:.6f} s", clock.offset);
-    if (clock.age >= 0.0) {
-        text += fmt::format(", age {:.2f} s", clock.age);
-    }
-    if (clock.jumps != 0) {
-        text += fmt::format(", {} jump{}", clock.jumps, clock.jumps == 1 ? "" : "s");
-    }
-    return text;
-}
-
 void addSignals(const ChannelSummary& channel, std::vector<std::string>& lines) {
     if (!channel.messages) {
         return;
@@ -304,7 +283,7 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
     lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
                                 module.type, module.configId, module.serial,
                                 module.connected ? "Connected" : "Not connected") +
-                    (module.clock ? clockText(*module.clock) : "") +
+                    (module.clock ? "  " + describeClock(*module.clock) : "") +
                     (module.frames && module.frames->sequenceGaps != 0
                          ? "  sequence counter: " + gapsText(*module.frames)
                          : "") +
@@ -318,6 +297,26 @@ std::string awaitedText(const Summary& summary) {
 }
 
 }  // namespace
+
+std::string describeClock(const ClockStatistics& clock) {
+    constexpr double microsecondsPerSecond = 1e6;
+    std::string text = modeText(clock);
+    if (!clock.isPlaced) {
+        return text + ", " + stateText(clock);
+    }
+    if (clock.mode == ClockStatistics::softSync) {
+        text += fmt::format(" {:+.1f} ppm, residual {:.1f} us", clock.ratePpm,
+                            clock.residual * microsecondsPerSecond);
+    }
+    text += fmt::format(", offset {:.6f} s", clock.offset);
+    if (clock.age >= 0.0) {
+        text += fmt::format(", age {:.2f} s", clock.age);
+    }
+    if (clock.jumps != 0) {
+        text += fmt::format(", {} jump{}", clock.jumps, clock.jumps == 1 ? "" : "s");
+    }
+    return text;
+}
 
 std::uint64_t Summary::totalFrames() const {
     std::uint64_t total = 0;

@@ -80,6 +80,9 @@ std::string sequenceText(const std::string& module, const ModuleStatistics& fram
 /// What the user is told of a module whose device time doesn't advance.
 std::string standingText(const std::string& module);
 
+/// How a module's clock follows: "soft sync +1.2 ppm, residual 3.4 us, ...".
+std::string describeClock(const ClockStatistics& clock);
+
 /// In place of a name: all interfaces together that were opened later.
 inline constexpr const char* laterInterfaces = "interfaces that appeared later";
 

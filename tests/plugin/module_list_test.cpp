@@ -122,4 +122,34 @@ TEST_F(ModuleListTest, StatesAreWhatWasHeardLast) {
     EXPECT_EQ(states[1].serialNumber, L"N/A");
 }
 
+TEST_F(ModuleListTest, ModulesThatAreHeardAndNotSetUpAreListedUntilTheyAre) {
+    EXPECT_EQ(settings(settingsWith({DeviceTypeInfo::canComboId}), false), "0");
+    EXPECT_EQ(plugin->onClearSetup(), 0);
+    EXPECT_EQ(startMeasurement(), "0");
+    const auto unlisted = [&](const std::vector<std::uint16_t>& heard) {
+        for (const std::uint16_t id : heard) {
+            feed.push(wire::tecmp(id, 1, {{0, 90'000'000'000, wire::cmStatus(id, 7, "SN 7")}}));
+        }
+        EXPECT_TRUE(feed.drain());
+        std::vector<ListedModule> found;
+        EXPECT_EQ(list->getUnlisted(&found), 0);
+        std::wstring texts;
+        for (const ListedModule& module : found) {
+            texts += module.type + L' ' + std::to_wstring(module.configId) + L' ' +
+                     std::to_wstring(module.cmId) + L'|';
+        }
+        return texts;
+    };
+    EXPECT_EQ(unlisted({0x3F, 0x41, 0x99, 0x3F}), L"LIN combo 15 63| 153 153|");
+    EXPECT_EQ(list->addModule(L"LIN combo"), 0);
+    EXPECT_EQ(list->setConfigId(1, 15), 0);
+    EXPECT_EQ(unlisted({}), L" 153 153|");
+    std::vector<std::uint16_t> many(40);
+    std::iota(many.begin(), many.end(), std::uint16_t{0x50});
+    const std::wstring all = unlisted(many);
+    EXPECT_EQ(std::count(all.begin(), all.end(), L'|'), 15) << "the first 16, one of them set up";
+    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(unlisted({}), L"") << "since the start";
+}
+
 }  // namespace
