@@ -11,7 +11,7 @@ from desktop import Desktop
 
 MODULES = ["CAN combo:5", "LIN combo:2", "NeoviFire3:7"]
 NAMES = ["CAN combo:5:Front", "LIN combo:2:Doors", "NeoviFire3:7:Rear"]
-PICTURES = ["main_window.png", "modules_window.png", "channels_window.png"]
+PICTURES = ["main_window.png", "all_messages.png", "modules_and_clocks.png", "modules_window.png", "channels_window.png"]
 
 
 def main(folder):

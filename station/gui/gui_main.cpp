@@ -69,6 +69,7 @@ ExitCode execute(int argc, char** argv) {
         return ExitCode::Good;
     }
     options.workspace.plugin = plugin;
+    options.workspace.listens = true;
     station::StopSignal stop;
     return show(options, stop);
 }

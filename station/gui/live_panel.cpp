@@ -1,177 +1,112 @@
 #include "station/gui/live_panel.h"
 
+#include <QApplication>
+#include <QClipboard>
+#include <QFileDialog>
+#include <QHBoxLayout>
 #include <QHeaderView>
-#include <QLabel>
 #include <QScrollBar>
+#include <QSettings>
+#include <QShortcut>
 #include <QVBoxLayout>
+#include <algorithm>
+
+#include "station/errors.h"
+#include "station/gui/bytes_delegate.h"
+#include "station/gui/live_export.h"
 
 namespace station {
 namespace {
 
-constexpr int lostColumn = 7;  // of the channels
+constexpr auto slice = std::chrono::milliseconds(15);  // of the event loop, for a form at a time
 
-/// To the microsecond.
-QString secondsText(double seconds) {
-    constexpr int decimals = 6;
-    return QString::number(seconds, 'f', decimals);
+enum Form { Identifiers, Messages };
+
+/// As wide as that text.
+int widthOf(const QString& text, const QFont& font) {
+    constexpr int margins = 14;
+    return QFontMetrics(font).horizontalAdvance(text) + margins;
+}
+
+QString rowText(const QAbstractItemModel& model, const QModelIndex& row) {
+    QStringList cells;
+    for (int column = 0; column < model.columnCount(); ++column) {
+        cells.append(row.siblingAtColumn(column).data().toString());
+    }
+    return cells.join('\t');
 }
 
 }  // namespace
 
-LiveModel::LiveModel(const LiveFeed& liveFeed, QStringList columnTitles, QList<int> numberColumns)
-    : feed(&liveFeed), titles(std::move(columnTitles)), numbers(std::move(numberColumns)) {}
-
-int LiveModel::columnCount(const QModelIndex& parent) const {
-    return parent.isValid() ? 0 : static_cast<int>(titles.size());
-}
-
-QVariant LiveModel::headerData(int section, Qt::Orientation orientation, int role) const {
-    return orientation == Qt::Horizontal && role == Qt::DisplayRole ? titles.value(section)
-                                                                    : QVariant();
-}
-
-QVariant LiveModel::data(const QModelIndex& index, int role) const {
-    if (!index.isValid()) {
-        return {};
-    }
-    if (role == Qt::DisplayRole) {
-        return text(static_cast<std::size_t>(index.row()), index.column());
-    }
-    if (role == Qt::ToolTipRole) {
-        return toolTip(static_cast<std::size_t>(index.row()), index.column());
-    }
-    if (role == Qt::TextAlignmentRole && numbers.contains(index.column())) {
-        return QVariant(Qt::AlignRight | Qt::AlignVCenter);
-    }
-    return {};
-}
-
-template <typename Rows>
-void LiveModel::take(Rows& rows, Rows fresh) {
-    const int before = rowCount();
-    const int after = static_cast<int>(fresh.size());
-    if (after > before) {
-        beginInsertRows({}, before, after - 1);
-    } else if (after < before) {
-        beginRemoveRows({}, after, before - 1);
-    }
-    rows = std::move(fresh);
-    count = after;
-    if (after > before) {
-        endInsertRows();
-    } else if (after < before) {
-        endRemoveRows();
-    }
-    if (after > 0) {
-        Q_EMIT dataChanged(index(0, 0), index(after - 1, columnCount() - 1));
-    }
-}
-
-ChannelModel::ChannelModel(const LiveFeed& liveFeed)
-    : LiveModel(liveFeed,
-                {"Channel", "Bus", "Messages", "Rate /s", "Identifier", "Data", "Time s", "Lost"},
-                {2, 3, 6, lostColumn}) {}
-
-void ChannelModel::takeOver() {
-    take(channels, feed->getChannels());
-}
-
-QString ChannelModel::text(std::size_t row, int column) const {
-    const LiveChannel& channel = channels[row];
-    if (column == lostColumn) {
-        return channel.account.empty() ? QString() : QString::number(channel.lost);
-    }
-    if (column > 3 && !channel.last) {
-        return {};
-    }
-    switch (column) {
-        case 0:
-            return QString::fromStdString(channel.name);
-        case 1:
-            return QString::fromStdString(channel.busName);
-        case 2:
-            return QString::number(channel.traffic.getCount());
-        case 3:
-            return QString::number(channel.traffic.getRate(), 'f', 0);
-        case 4:
-            return QString::fromStdString(identifierText(*channel.last, channel.bus));
-        case 5:
-            return QString::fromStdString(dataText(*channel.last));
-        default:
-            return secondsText(feed->secondsOf(*channel.last));
-    }
-}
-
-QString ChannelModel::toolTip(std::size_t row, int column) const {
-    QStringList lines;
-    for (const std::string& text : channels[row].account) {
-        lines.append(QString::fromStdString(text));
-    }
-    return column == lostColumn ? lines.join('\n') : QString();
-}
-
-MessageModel::MessageModel(const LiveFeed& liveFeed)
-    : LiveModel(liveFeed, {"Time s", "Channel", "Identifier", "Length", "Data"}, {0, 3}) {}
-
-void MessageModel::takeOver() {
-    take(messages, feed->lastMessages());
-}
-
-QString MessageModel::text(std::size_t row, int column) const {
-    const LiveMessage& message = messages[row];
-    if (message.channel >= feed->getChannels().size()) {
-        return {};  // of a measurement before
-    }
-    const LiveChannel& channel = feed->getChannels()[message.channel];
-    switch (column) {
-        case 0:
-            return secondsText(feed->secondsOf(message));
-        case 1:
-            return QString::fromStdString(channel.name);
-        case 2:
-            return QString::fromStdString(identifierText(message, channel.bus));
-        case 3:
-            return QString::number(message.length);
-        default:
-            return QString::fromStdString(dataText(message));
-    }
-}
-
 LivePanel::LivePanel(LiveFeed& liveFeed)
     : feed(liveFeed),
-      channelModel(feed),
+      identifierModel(feed),
+      identifierOrder(identifierModel),
       messageModel(feed),
       mode(new QComboBox),
+      times(new QComboBox),
       pause(new QPushButton("&Pause")),
       filter(new QLineEdit),
-      tables(new QStackedWidget) {
+      search(new QLineEdit),
+      status(new QLabel),
+      forms(new QStackedWidget),
+      tree(new QTreeView),
+      list(new RowView) {
+    auto* const layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    makeBar();
+    layout->addWidget(forms, 1);
+    layout->addWidget(status);
+    makeTree();
+    makeList();
+    addForm("Overwrite: by identifier", tree);
+    addForm("Scroll: all messages", list);
+    restoreLayout();
+    status->setObjectName("liveStatus");
+    connect(mode, &QComboBox::currentIndexChanged, this, [this](int index) {
+        forms->setCurrentIndex(index);
+        update();
+    });
+    connect(&timer, &QTimer::timeout, this, [this] { tick(); });
+    constexpr int period = 200;  // milliseconds
+    timer.start(period);
+    update();
+}
+
+void LivePanel::addForm(const QString& name, QWidget* form) {
+    forms->addWidget(form);
+    mode->addItem(name);
+}
+
+void LivePanel::makeBar() {
     auto* const clear = new QPushButton("C&lear");
+    auto* const saving = new QPushButton("&Export...");
     mode->setObjectName("liveMode");
-    mode->addItems({"Overwrite: a row for each channel", "Scroll: the last messages"});
+    times->setObjectName("liveTimes");
+    times->addItems({"Times since start", "Times in UTC", "Differences"});
     pause->setObjectName("livePause");
     pause->setCheckable(true);
     clear->setObjectName("liveClear");
+    saving->setObjectName("liveExport");
+    saving->setToolTip("Writes the messages that are kept and pass the filter into a file");
     filter->setObjectName("liveFilter");
-    filter->setPlaceholderText("all identifiers; or e.g. 0x100-0x1FF, 17");
+    filter->setPlaceholderText("Filter: 100, 100-1FF, 123:7F0, names; ! excludes");
     filter->setClearButtonEnabled(true);
-
+    search->setObjectName("liveFind");
+    search->setPlaceholderText("Find (Return: next)");
+    search->setClearButtonEnabled(true);
     auto* const bar = new QHBoxLayout;
-    bar->addWidget(mode);
-    bar->addWidget(pause);
-    bar->addWidget(clear);
-    bar->addWidget(new QLabel("Filter:"));
-    bar->addWidget(filter, 1);
-    auto* const layout = new QVBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addLayout(bar);
-    layout->addWidget(tables);
-    tables->addWidget(
-        makeTable(channelModel, "liveChannels", {200, 70, 90, 80, 120, 280, 110, 60}));
-    messages = makeTable(messageModel, "liveMessages", {110, 200, 120, 60, 500});
-    tables->addWidget(messages);
+    for (QWidget* const widget :
+         std::initializer_list<QWidget*>{mode, times, pause, clear, saving}) {
+        bar->addWidget(widget);
+    }
+    bar->addWidget(filter, 2);
+    bar->addWidget(search, 1);
+    static_cast<QVBoxLayout*>(layout())->addLayout(bar);
 
-    connect(mode, &QComboBox::currentIndexChanged, this, [this](int index) {
-        tables->setCurrentIndex(index);
+    connect(times, &QComboBox::currentIndexChanged, this, [this](int index) {
+        identifierModel.setTimeForm(static_cast<TimeForm>(index));
+        messageModel.setTimeForm(static_cast<TimeForm>(index));
         update();
     });
     connect(pause, &QPushButton::toggled, this, [this](bool isPaused) { setPaused(isPaused); });
@@ -182,73 +117,184 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
         }
         update();
     });
-    connect(filter, &QLineEdit::textEdited, this, [this] { takeFilter(); });
-    connect(filter, &QLineEdit::textChanged, this, [this](const QString& text) {
-        if (text.isEmpty()) {  // by the button that clears it, too
-            takeFilter();
-        }
-    });
-    connect(&timer, &QTimer::timeout, this, [this] { tick(); });
-    constexpr int period = 200;  // milliseconds
-    timer.start(period);
+    connect(saving, &QPushButton::clicked, this, [this] { exportRows(); });
+    connect(filter, &QLineEdit::textChanged, this, [this] { takeFilter(); });
+    connect(search, &QLineEdit::returnPressed, this, [this] { find(); });
+    const auto addKey = [this](const QKeySequence& keys, auto action) {
+        auto* const shortcut = new QShortcut(keys, this);
+        shortcut->setContext(Qt::WidgetWithChildrenShortcut);
+        connect(shortcut, &QShortcut::activated, this, action);
+    };
+    addKey(QKeySequence::Find, [this] { search->setFocus(); });
+    addKey(QKeySequence::FindNext, [this] { find(); });
 }
 
-QTableView* LivePanel::makeTable(LiveModel& model, const char* name, const QList<int>& widths) {
-    auto* const table = new QTableView;
-    table->setObjectName(name);
-    table->setModel(&model);
-    table->setSelectionBehavior(QAbstractItemView::SelectRows);
-    table->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    table->setTabKeyNavigation(false);
-    table->setWordWrap(false);
-    table->verticalHeader()->hide();
-    table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    table->verticalHeader()->setDefaultSectionSize(table->verticalHeader()->minimumSectionSize());
-    table->horizontalHeader()->setHighlightSections(false);
-    for (int column = 0; column < widths.size(); ++column) {
-        table->setColumnWidth(column, widths[column]);
+void LivePanel::makeTree() {
+    tree->setObjectName("liveIdentifiers");
+    tree->setModel(&identifierOrder);
+    tree->setUniformRowHeights(true);
+    tree->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    tree->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    tree->setSortingEnabled(true);
+    tree->sortByColumn(IdentifierModel::Name, Qt::AscendingOrder);
+    tree->setItemDelegateForColumn(IdentifierModel::Data, new BytesDelegate(tree));
+    const QFont fixed = fixedFont();
+    using Model = IdentifierModel;
+    const std::pair<int, const char*> widest[] = {{Model::Messages, "999999999"},
+                                                  {Model::Rate, "9999999"},
+                                                  {Model::Cycle, "99999.999"},
+                                                  {Model::LeastCycle, "99999.999"},
+                                                  {Model::MostCycle, "99999.999"},
+                                                  {Model::Age, "9999.9"},
+                                                  {Model::Length, "Length"},
+                                                  {Model::Flags, "ext FD"},
+                                                  {Model::Data, "00 00 00 00 00 00 00 00 "},
+                                                  {Model::Time, "99:99:99.999999"}};
+    constexpr int nameWidth = 260;
+    tree->setColumnWidth(Model::Name, nameWidth);
+    for (const auto& [column, text] : widest) {
+        tree->setColumnWidth(column, widthOf(text, fixed));
     }
-    return table;
+    tree->header()->setStretchLastSection(false);
+    new QShortcut(
+        QKeySequence::Copy, tree, this, [this] { copyRows(); }, Qt::WidgetShortcut);
+    // What is folded stays so, what is new is unfolded.
+    connect(&identifierOrder, &QAbstractItemModel::modelReset, tree, [this] { tree->expandAll(); });
+}
+
+void LivePanel::makeList() {
+    list->setObjectName("liveMessages");
+    list->setModel(&messageModel);
+    const QFont fixed = fixedFont();
+    using Model = MessageModel;
+    const std::pair<int, QString> widest[] = {{Model::Time, "99:99:99.999999"},
+                                              {Model::Channel, QString(24, 'n')},
+                                              {Model::Identifier, "18DA00F1x"},
+                                              {Model::Length, "Length"},
+                                              {Model::Flags, "ext FD"}};
+    for (const auto& [column, text] : widest) {
+        list->getHeader()->resizeSection(column, widthOf(text, fixed));
+    }
+    new QShortcut(
+        QKeySequence::Copy, list, this, [this] { copyRows(); }, Qt::WidgetShortcut);
+}
+
+void LivePanel::restoreLayout() {
+    const QSettings settings;
+    tree->header()->restoreState(settings.value("liveIdentifiers").toByteArray());
+    list->getHeader()->restoreState(settings.value("liveMessages").toByteArray());
+    times->setCurrentIndex(std::clamp(settings.value("liveTimes").toInt(), 0, 2));
+}
+
+void LivePanel::saveLayout() const {
+    QSettings settings;
+    settings.setValue("liveIdentifiers", tree->header()->saveState());
+    settings.setValue("liveMessages", list->getHeader()->saveState());
+    settings.setValue("liveTimes", times->currentIndex());
 }
 
 /// The models are brought to the present picture before the held one goes.
 void LivePanel::setPaused(bool isPaused) {
+    feed.refresh(LiveFeed::Clock::now());
     const auto before = std::exchange(held, isPaused ? std::make_unique<LiveFeed>(feed) : nullptr);
-    channelModel.update(shown());
-    messageModel.update(shown());
+    feed.setHeld(isPaused);
+    updateTree();
+    updateList();
     update();
 }
 
 void LivePanel::tick() {
-    feed.updateRates(LiveFeed::Clock::now());
     if (isVisible()) {
         update();
+    } else {
+        feed.refresh(LiveFeed::Clock::now());
     }
 }
 
-/// The list follows its end unless the user has scrolled away from it.
 void LivePanel::update() {
-    if (tables->currentWidget() != messages) {
-        channelModel.update(shown());
-        return;
+    feed.refresh(LiveFeed::Clock::now());
+    if (filterOf != shown().getGeneration()) {
+        takeFilter();
     }
-    const QScrollBar* const bar = messages->verticalScrollBar();
+    if (forms->currentIndex() == Messages) {
+        updateList();
+    } else if (forms->currentIndex() == Identifiers) {
+        updateTree();
+    }
+    showStatus();
+}
+
+void LivePanel::updateTree() {
+    constexpr auto period = std::chrono::seconds(1);
+    const int before = identifierOrder.rowCount();
+    identifierModel.update(shown());
+    if (const auto now = LiveFeed::Clock::now(); now >= nextOrder && !held) {
+        nextOrder = now + period;
+        identifierOrder.invalidate();
+    }
+    if (before == 0) {
+        tree->expandAll();
+    }
+    tree->viewport()->update();
+}
+
+/// The list follows its end unless the user has scrolled away from it; then the row under his eye
+/// stays there.
+void LivePanel::updateList() {
+    QScrollBar* const bar = list->verticalScrollBar();
     const bool isAtEnd = bar->value() == bar->maximum();
-    messageModel.update(shown());
-    if (isAtEnd) {
-        messages->scrollToBottom();
+    const int top = bar->value();
+    const int gone = messageModel.update(shown(), slice);
+    bar->setValue(isAtEnd ? bar->maximum() : std::max(top - gone, 0));
+    list->viewport()->update();
+}
+
+void LivePanel::showStatus() {
+    const LiveFeed& from = shown();
+    const MessageStore& store = from.getMessages();
+    QStringList texts;
+    const bool isList = forms->currentIndex() == Messages;
+    if (isList) {
+        texts.append(QString("%L1 of the last %L2 messages")
+                         .arg(messageModel.rowCount())
+                         .arg(store.end() - store.begin()));
     }
+    if (const std::uint64_t left = from.getIdentifiers().getLeftOut(); left > 0) {
+        texts.append(QString("%L1 messages of more than %L2 identifiers aren't shown by identifier")
+                         .arg(left)
+                         .arg(IdentifierTable::most));
+    }
+    if (const auto missed = isList ? messageModel.getList().getMissed() : from.getMissed();
+        missed > 0) {
+        texts.append(QString("%L1 came too fast to be shown").arg(missed));
+    }
+    if (held) {
+        texts.append("Paused: the measurement goes on");
+    }
+    if (exporting) {
+        exportResult = QString::fromStdString(exporting->describe());
+        if (exporting->isOver()) {
+            exporting.reset();
+        }
+    }
+    if (!exportResult.isEmpty()) {
+        texts.append(exportResult);
+    }
+    status->setText(texts.join("; "));
 }
 
 void LivePanel::takeFilter() {
+    std::vector<std::string> names;
+    for (const LiveChannel& channel : shown().getChannels()) {
+        names.push_back(channel.name);
+    }
     QPalette palette;
     QString reason;
+    filterOf = shown().getGeneration();
     try {
-        const auto parsed = IdentifierFilter::parse(filter->text().toStdString());
-        feed.setFilter(parsed);
-        if (held) {
-            held->setFilter(parsed);
-        }
+        const auto parsed = LiveFilter::parse(filter->text().toStdString(), names);
+        identifierOrder.setFilter(parsed);
+        messageModel.setFilter(parsed);
         update();
     } catch (const UserError& error) {  // while it is being typed, too
         palette.setColor(QPalette::Text, Qt::red);
@@ -256,6 +302,84 @@ void LivePanel::takeFilter() {
     }
     filter->setPalette(palette);
     filter->setToolTip(reason);
+}
+
+QAbstractItemView* LivePanel::shownView() const {
+    return forms->currentIndex() == Messages ? static_cast<QAbstractItemView*>(list) : tree;
+}
+
+/// Goes on from the row that is chosen, and from the first one behind the last.
+void LivePanel::find() {
+    constexpr auto patience = std::chrono::milliseconds(200);
+    const QString wanted = search->text();
+    QAbstractItemView& view = *shownView();
+    const QAbstractItemModel& model = *view.model();
+    const auto until = LiveFeed::Clock::now() + patience;
+    const auto next = [&](const QModelIndex& at) {
+        const QModelIndex below =
+            &view == tree && at.isValid() ? tree->indexBelow(at) : at.siblingAtRow(at.row() + 1);
+        return below.isValid() ? below.siblingAtColumn(0) : model.index(0, 0);
+    };
+    if (wanted.isEmpty() || model.rowCount() == 0) {
+        return;
+    }
+    const QModelIndex start = view.currentIndex().siblingAtColumn(0);
+    QModelIndex at = next(start);
+    const QModelIndex first = at;
+    do {
+        if (rowText(model, at).contains(wanted, Qt::CaseInsensitive)) {
+            view.setCurrentIndex(at);
+            view.scrollTo(at, QAbstractItemView::PositionAtCenter);
+            return;
+        }
+        at = next(at);
+    } while (at != first && LiveFeed::Clock::now() < until);
+    if (at != first) {  // goes on from there
+        view.setCurrentIndex(at);
+    }
+    status->setText(at == first ? "\"" + wanted + "\" isn't there"
+                                : "Nothing found so far: press Return to go on");
+}
+
+void LivePanel::copyRows() const {
+    const QAbstractItemView& view = *shownView();
+    constexpr std::size_t most = 100000;
+    QStringList rows;
+    QModelIndexList chosen;
+    for (const QItemSelectionRange& range : view.selectionModel()->selection()) {
+        for (int row = range.top(); row <= range.bottom() && chosen.size() < qsizetype{most};
+             ++row) {
+            chosen.append(view.model()->index(row, 0, range.parent()));
+        }
+    }
+    std::ranges::sort(chosen, [&](const QModelIndex& a, const QModelIndex& b) {
+        return std::pair(a.parent().row(), a.row()) < std::pair(b.parent().row(), b.row());
+    });
+    for (const QModelIndex& row : chosen) {
+        rows.append(rowText(*view.model(), row));
+    }
+    QApplication::clipboard()->setText(rows.join('\n'));
+}
+
+void LivePanel::exportRows() {
+    updateList();
+    auto* const dialog = new QFileDialog(this, "Export the messages that pass the filter");
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    QStringList endings;
+    for (const RecordingFormat& format : getRecordingFormats()) {
+        endings.append(QString("%1 (*%2)").arg(format.what, format.ending));
+    }
+    dialog->setNameFilters(endings);
+    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& path) {
+        try {
+            exporting =
+                std::make_unique<LiveExport>(shown(), messageModel.getList(), path.toStdString());
+        } catch (const std::exception& error) {
+            exportResult = error.what();
+        }
+    });
+    dialog->open();
 }
 
 }  // namespace station

@@ -18,6 +18,12 @@ namespace {
 
 constexpr const char* fileFilter = "Setups (*.xml);;All files (*)";
 
+constexpr const char* firstStepsText =
+    "First steps: 1. Add your capture module with + in the window of modules and choose its type "
+    "and ConfigId, or take one that is heard from \"Modules and clocks\" below. 2. Tick \"Used\" "
+    "at "
+    "the channels to measure. 3. Press Start.";
+
 constexpr const char* recentKey = "recentSetups";
 
 /// The setups that the user had open lately, latest first, kept in his settings.
@@ -71,14 +77,20 @@ MainWindow::MainWindow(WorkspaceOptions options)
     : messages(new MessageBar),
       workspace(tellingTo(std::move(options), *messages)),
       bar(new MeasurementBar(
-          [this](const QString& path) { attempt([&] { workspace.start(toPath(path)); }); },
+          [this](const QString& path) { attempt([&] { workspace.start(toPath(path)); }, "start"); },
           [this] { attempt([&] { workspace.requestStop(); }); })),
       lockNotice(new QLabel(Workspace::lockReason)),
-      windows(new QSplitter(Qt::Horizontal)) {
+      firstSteps(new QLabel(firstStepsText)),
+      windows(new QSplitter(Qt::Horizontal)),
+      parts(new QSplitter(Qt::Vertical)) {
     lockNotice->setObjectName("lockNotice");
     lockNotice->setWordWrap(true);
-    auto* const live = new LivePanel(workspace.getFeed());
-    auto* const parts = new QSplitter(Qt::Vertical);
+    firstSteps->setObjectName("firstSteps");
+    parts->setObjectName("parts");
+    firstSteps->setWordWrap(true);
+    live = new LivePanel(workspace.getFeed());
+    modules = new ModulesPanel(workspace, [this](const Next& action) { attempt(action); });
+    live->addForm("Modules and clocks", modules);
     parts->addWidget(windows);
     parts->addWidget(live);
     auto* const content = new QWidget;
@@ -86,6 +98,7 @@ MainWindow::MainWindow(WorkspaceOptions options)
     layout->addWidget(bar);
     layout->addWidget(messages);
     layout->addWidget(lockNotice);
+    layout->addWidget(firstSteps);
     layout->addWidget(parts, 1);
     setCentralWidget(content);
     makeMenus();
@@ -94,6 +107,7 @@ MainWindow::MainWindow(WorkspaceOptions options)
     constexpr int height = 900;
     resize(width, height);
     parts->setSizes({height / 2, height / 2});
+    restoreLayout();
 
     pollTimer.setTimerType(Qt::PreciseTimer);
     connect(&pollTimer, &QTimer::timeout, this, [this] { tick(); });
@@ -170,18 +184,48 @@ void MainWindow::fillRecent() {
     recentMenu->setEnabled(!recentMenu->isEmpty());
 }
 
-bool MainWindow::attempt(const Next& action) {
+bool MainWindow::attempt(const Next& action, const QString& name) {
     try {
         action();
-        return true;
     } catch (const std::exception& failure) {
-        messages->tell(QString::fromUtf8(failure.what()));
+        messages->tell(QString::fromUtf8(failure.what()), name);
         return false;
+    }
+    if (!name.isEmpty()) {
+        messages->settle(name);
+    }
+    return true;
+}
+
+void MainWindow::checkSetup() {
+    const QString topic = "shared";
+    std::vector<std::string> found = workspace.findSharedIds();
+    if (found != sharedIds) {
+        messages->settle(topic);
+        for (const std::string& text : found) {
+            messages->tell(QString::fromStdString(text), topic);
+        }
+        sharedIds = std::move(found);
     }
 }
 
+void MainWindow::restoreLayout() {
+    const QSettings settings;
+    restoreGeometry(settings.value("window").toByteArray());
+    windows->restoreState(settings.value("windows").toByteArray());
+    parts->restoreState(settings.value("parts").toByteArray());
+}
+
+void MainWindow::saveLayout() const {
+    QSettings settings;
+    settings.setValue("window", saveGeometry());
+    settings.setValue("windows", windows->saveState());
+    settings.setValue("parts", parts->saveState());
+    live->saveLayout();
+}
+
 void MainWindow::open(const QString& path) {
-    const bool opens = attempt([&] { workspace.open(toPath(path)); });
+    const bool opens = attempt([&] { workspace.open(toPath(path)); }, "open " + path);
     if (opens) {
         placeWindows();
     }
@@ -192,7 +236,7 @@ void MainWindow::open(const QString& path) {
 
 void MainWindow::save(const QString& path, Next next) {
     bool isSaved = false;
-    if (!attempt([&] { isSaved = workspace.save(toPath(path)); })) {
+    if (!attempt([&] { isSaved = workspace.save(toPath(path)); }, "save")) {
         return;
     }
     if (!isSaved) {
@@ -335,6 +379,7 @@ void MainWindow::watchDisk(const Summary& summary) {
 
 void MainWindow::closeEvent(QCloseEvent* event) {
     if (mayClose) {
+        saveLayout();
         event->accept();
         return;
     }
@@ -379,9 +424,14 @@ void MainWindow::showState() {
                       : workspace.isEnding()   ? State::Ending
                                                : State::Running);
         lockNotice->setVisible(workspace.isMeasuring());
+        firstSteps->setVisible(workspace.getModules().empty());
+        modules->showState();
         const Summary& summary = workspace.summarize();
         bar->show(summary, workspace.hasLost(), workspace.getGaps());
         watchDisk(summary);
+        if (!workspace.isMeasuring()) {
+            checkSetup();
+        }
         const auto name = workspace.getPath().filename().string();
         setWindowTitle(QString::fromStdString(name.empty() ? "New setup" : name) +
                        "[*] - cmp-station");

@@ -12,6 +12,7 @@
 #include "station/gui/live_panel.h"
 #include "station/gui/measurement_bar.h"
 #include "station/gui/message_bar.h"
+#include "station/gui/modules_panel.h"
 #include "station/gui/workspace.h"
 
 namespace station {
@@ -45,8 +46,13 @@ class MainWindow final : public QMainWindow {
     void fillRecent();
     void tick();
     void showState();
-    /// Runs it and tells the user if it throws; whether it didn't.
-    bool attempt(const Next& action);
+    /// Runs it and tells the user if it throws; whether it didn't. Then what was told before of
+    /// attempts by the same name is settled.
+    bool attempt(const Next& action, const QString& name = {});
+    /// What the user must know of the setup as it is.
+    void checkSetup();
+    void restoreLayout();
+    void saveLayout() const;
     /// Saves, and goes on if that went well.
     void save(const QString& path, Next next);
     /// Somebody else has changed the file.
@@ -69,7 +75,12 @@ class MainWindow final : public QMainWindow {
     Workspace workspace;
     MeasurementBar* const bar;
     QLabel* const lockNotice;
+    QLabel* const firstSteps;
     QSplitter* const windows;
+    QSplitter* const parts;
+    LivePanel* live = nullptr;
+    ModulesPanel* modules = nullptr;
+    std::vector<std::string> sharedIds;  ///< as the user knows them
     QMenu* recentMenu = nullptr;
     Next afterMeasurement;
     QPointer<QMessageBox> diskQuestion;

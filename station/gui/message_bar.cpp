@@ -28,7 +28,7 @@ MessageBar::MessageBar() : label(new QLabel) {
     hide();
 }
 
-void MessageBar::tell(const QString& message) {
+void MessageBar::tell(const QString& message, const QString& topic) {
     // A name in it can't look like the next message.
     const QString text =
         QString::fromStdString(printableLines(message.toStdString())).replace('\n', ' ');
@@ -37,12 +37,18 @@ void MessageBar::tell(const QString& message) {
                                    [&](const Entry& entry) { return entry.text == text; });
     if (same != entries.end()) {
         ++same->times;
+        same->time = QTime::currentTime();
     } else {
-        entries.push_back({text});
+        entries.push_back({text, topic, QTime::currentTime()});
         if (entries.size() > most) {
             entries.erase(entries.begin());
         }
     }
+    show();
+}
+
+void MessageBar::settle(const QString& topic) {
+    std::erase_if(entries, [&](const Entry& entry) { return entry.topic == topic; });
     show();
 }
 
@@ -54,8 +60,9 @@ void MessageBar::dismiss() {
 void MessageBar::show() {
     QStringList lines;
     for (const Entry& entry : entries) {
-        lines.append(entry.times == 1 ? entry.text
-                                      : QString("%1 (%2 times)").arg(entry.text).arg(entry.times));
+        const QString times =
+            entry.times == 1 ? QString() : QString(" (%1 times)").arg(entry.times);
+        lines.append(entry.time.toString("HH:mm:ss  ") + entry.text + times);
     }
     label->setText(lines.join('\n'));
     setVisible(!entries.empty());

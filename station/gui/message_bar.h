@@ -3,22 +3,28 @@
 #include <QFrame>
 #include <QLabel>
 #include <QString>
+#include <QTime>
 #include <vector>
 
 namespace station {
 
-/// What the user must know, without holding anything up: the last few texts are shown until
-/// he has dismissed them. One that comes again is counted.
+/// What the user must know, without holding anything up: the last few texts are shown, with the
+/// time of day, until he has dismissed them or they are settled. One that comes again is counted.
 class MessageBar final : public QFrame {
   public:
     MessageBar();
 
-    void tell(const QString& message);
+    /// `topic`: what it is about, for `settle`; empty for what only the user settles.
+    void tell(const QString& message, const QString& topic = {});
+    /// What was told of that topic is no longer so.
+    void settle(const QString& topic);
     void dismiss();
 
   private:
     struct Entry {
         QString text;
+        QString topic;
+        QTime time;  ///< of the last time
         int times = 1;
     };
 

@@ -56,6 +56,19 @@ std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::pa
     return fresh;
 }
 
+/// Where that isn't allowed, modules are known in a measurement alone.
+void Workspace::listen() const {
+    if (!options.listens) {
+        return;
+    }
+    try {
+        checkCapturePermission("cmp-station-gui");
+        session().driver().listen();
+    } catch (const std::exception& failure) {
+        options.onMessage(failure.what());
+    }
+}
+
 void Workspace::take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile) {
     setup = std::move(fresh);
     file = std::move(itsFile);
@@ -65,6 +78,7 @@ void Workspace::take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile) {
     summary = Summary();
     coverage.begin({});
     lost = false;
+    listen();
 }
 
 void Workspace::begin() {
@@ -105,6 +119,20 @@ bool Workspace::isModified() {
 void Workspace::chooseClock(std::size_t module, ClockChoice choice) {
     session().chooseClock(module, choice);
     clocksChosen = true;
+}
+
+std::vector<Module> Workspace::getModules() {
+    return isMeasuring() ? summary.modules : session().getModules();
+}
+
+void Workspace::addUnlisted(const Module& module) {
+    if (isMeasuring()) {
+        throw UserError(lockReason);
+    }
+    session().addModule(module);
+    // They show what was added in them alone.
+    session().driver().showModules(asHostWindow(*setup->modules));
+    session().driver().showChannels(asHostWindow(*setup->channels));
 }
 
 /// The plug-in has no channels for a module that was added or got another type until they are made,
@@ -197,14 +225,13 @@ void Workspace::requestStop(bool leavesStalledDisk) {
 const Summary& Workspace::summarize() {
     if (measurement) {
         summary = measurement->summarize();
-        feed.setStart(summary.startTime);
         PluginDriver& driver = session().driver();
         if (driver.isMeasuring()) {
             tellAll(coverage.look(summary, driver.getChannels()));
         } else {
             coverage.note(summary);
         }
-        feed.setAccounts(summary);
+        feed.follow(summary);
     }
     return summary;
 }

@@ -8,17 +8,19 @@
 #include <string>
 #include <vector>
 
-#include "station/gui/live_feed.h"
 #include "station/session/coverage.h"
 #include "station/session/measurement.h"
 #include "station/session/shared_setup_file.h"
 #include "station/toolkit/qt/qt_window.h"
+#include "station/view/live_feed.h"
 
 namespace station {
 
 struct WorkspaceOptions {
     std::filesystem::path plugin;  ///< empty: the registered one, else the one beside the program
     double sampleRate = MasterClock::defaultSampleRate;
+    /// Listens to the network between measurements too, so that the modules' states are known.
+    bool listens = false;
     /// Gets what the user must know; called at any time on the host's thread.
     std::function<void(const std::string&)> onMessage;
 };
@@ -59,6 +61,14 @@ class Workspace {
     QtWindow& modulesWindow() const { return *setup->modules; }
     QtWindow& channelsWindow() const { return *setup->channels; }
     Session& session() const { return *setup->session; }
+    /// The modules as they are set up, with what they were last heard of.
+    std::vector<Module> getModules();
+    /// Those that are heard and aren't set up.
+    std::vector<Module> findUnlisted() { return session().findUnlisted(); }
+    /// Sets up one of those, with its channels. Not in a measurement.
+    void addUnlisted(const Module& module);
+    /// A text for each CM ID or clock that several modules have.
+    std::vector<std::string> findSharedIds() { return session().findSharedIds(); }
 
     /// Starts a measurement; without a path it isn't recorded.
     void start(const std::filesystem::path& recording);
@@ -87,6 +97,7 @@ class Workspace {
         std::unique_ptr<Session> session;
     };
 
+    void listen() const;
     std::unique_ptr<Setup> makeSetup(const std::filesystem::path& path) const;
     void take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile);
     std::string fingerprint() const;

@@ -27,46 +27,48 @@ class User {
     std::string pictures;   ///< folder, empty for none
     bool withoutQuestion = false;
     bool disturbs = false;
+    bool addsHeard = false;
     bool wasAsked = false;  ///< whether to stop the measurement
 
-    explicit User(MainWindow& mainWindow) : window(mainWindow) {}
-
-    void start() {
-        window.open(QString::fromStdString(setup));
-        window.findChild<QCheckBox*>("records")->setChecked(!recording.empty());
-        window.findChild<QLineEdit*>("recordingPath")->setText(QString::fromStdString(recording));
-        QTest::mouseClick(window.findChild<QPushButton*>("start"), Qt::LeftButton);
-        if (!window.getWorkspace().isMeasuring()) {
-            throw std::runtime_error("the measurement hasn't started: " +
-                                     window.findChild<QLabel*>("messages")->text().toStdString());
+    void start(MainWindow& mainWindow) {
+        window = &mainWindow;
+        window->open(QString::fromStdString(setup));
+        if (addsHeard) {
+            addHeard();
+        }
+        window->findChild<QCheckBox*>("records")->setChecked(!recording.empty());
+        window->findChild<QLineEdit*>("recordingPath")->setText(QString::fromStdString(recording));
+        QTest::mouseClick(window->findChild<QPushButton*>("start"), Qt::LeftButton);
+        if (!window->getWorkspace().isMeasuring()) {
+            throw std::runtime_error("the measurement hasn't started: " + getMessages());
         }
     }
 
     /// Now this, now that.
     void work() {
         ++turn;
-        auto* const mode = window.findChild<QComboBox*>("liveMode");
-        mode->setCurrentIndex(1 - mode->currentIndex());
+        auto* const mode = window->findChild<QComboBox*>("liveMode");
+        mode->setCurrentIndex((mode->currentIndex() + 1) % mode->count());
         if (disturbs) {
             disturb();
         }
         if (!pictures.empty() && turn == pictureTurn) {
-            savePictures(window, pictures);
+            savePictures(*window, pictures);
         }
     }
 
     void closeWindow() {
         if (withoutQuestion) {
-            window.closeWithoutQuestion();
+            window->closeWithoutQuestion();
         } else {
-            window.close();
+            window->close();
         }
     }
 
     /// Answers the question that there is: the measurement is to stop, and no change is worth
     /// keeping.
     void answer() {
-        const auto* const question = window.findChild<QMessageBox*>();
+        const auto* const question = window->findChild<QMessageBox*>();
         if (question == nullptr || !question->isVisible()) {
             return;
         }
@@ -86,7 +88,7 @@ class User {
     static constexpr int pictureTurn = 4;
     /// All that would silence the measurement.
     void disturb() {
-        Workspace& workspace = window.getWorkspace();
+        Workspace& workspace = window->getWorkspace();
         const QtUser modules(workspace.modulesWindow());
         const QtUser channels(workspace.channelsWindow());
         const char* const grid = "deviceDrawGrid";
@@ -101,7 +103,33 @@ class User {
         channels.toggle({"channelDrawGrid", 2, used});
     }
 
-    MainWindow& window;
+    std::string getMessages() const {
+        return window->findChild<QLabel*>("messages")->text().toStdString();
+    }
+    /// From the list of modules, with one click.
+    void addHeard() {
+        auto* const table = window->findChild<QTableWidget*>("liveModules");
+        QPushButton* button = nullptr;
+        const auto isThere = [&] {
+            button = table->findChild<QPushButton*>();
+            return button != nullptr;
+        };
+        constexpr int patience = 30000;
+        constexpr std::int32_t used = 2;
+        const QtUser channels(window->getWorkspace().channelsWindow());
+        const char* const grid = "channelDrawGrid";
+        if (!QTest::qWaitFor(isThere, patience)) {
+            throw std::runtime_error("no module was heard: " + getMessages());
+        }
+        window->findChild<QComboBox*>("liveMode")->setCurrentIndex(2);
+        QTest::mouseClick(button, Qt::LeftButton);
+        const auto hasRows = [&] { return channels.shownRows(grid).size() > 2; };
+        if (!QTest::qWaitFor(hasRows, patience) || !channels.toggle({grid, 2, used})) {
+            throw std::runtime_error("it has no channels: " + getMessages());
+        }
+    }
+
+    MainWindow* window = nullptr;
     int turn = 0;
 };
 
@@ -112,17 +140,19 @@ int main(int argc, char** argv) {
     stop.setPatience(std::chrono::seconds(30));
     QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("cmp-station-test");
-    MainWindow window({});
-    User user(window);
+    User user;
     CLI::App app{"The desktop program with a user for a live run."};
     app.add_option("--setup", user.setup, "The setup's file")->required();
     app.add_option("--record", user.recording, "The recording");
     app.add_option("--pictures", user.pictures, "A folder for pictures of the windows");
     app.add_flag("--without-question", user.withoutQuestion, "It ends as by a signal");
     app.add_flag("--disturb", user.disturbs, "Tries to change modules and channels meanwhile");
+    app.add_flag("--add-heard", user.addsHeard,
+                 "Sets up a module that is heard, with its channels");
     CLI11_PARSE(app, argc, argv);
+    MainWindow window({.plugin = {}, .listens = user.addsHeard, .onMessage = {}});
     window.show();
-    user.start();
+    user.start(window);
     LatencyProbe probe;
     QTimer worker;
     QObject::connect(&worker, &QTimer::timeout, &window, [&] { user.work(); });

@@ -277,7 +277,7 @@ TEST_F(MainWindowTest, WhatWouldSilenceAMeasurementIsLockedAndTheSetupIsSavedWho
     EXPECT_TRUE(QTest::qWaitFor([&] { return notice.isVisible(); }));
     EXPECT_THAT(notice.text().toStdString(), HasSubstr("stop it to"));
     EXPECT_EQ(window->findChild<QToolButton*>("addDeviceButton")->toolTip(), notice.text());
-    const auto& live = *window->findChild<QTableView*>("liveChannels")->model();
+    const auto& live = *window->findChild<QTreeView*>("liveIdentifiers")->model();
     EXPECT_TRUE(QTest::qWaitFor([&] { return live.rowCount() == 1; })) << "the used one";
     for (const char* const type : {"CAN combo", "LIN combo"}) {
         EXPECT_FALSE(modules().pick({modulesGrid, 1, Type}, type));
@@ -426,9 +426,46 @@ TEST_F(MainWindowTest, MessagesStandThereAndAreCountedUntilTheyAreDismissed) {
     bar->tell("lost");
     bar->tell("<b>\n\u202E");
     bar->tell("lost");
-    EXPECT_EQ(told(), "lost (2 times)\n<b> ?");
+    EXPECT_THAT(told(), testing::MatchesRegex("[0-2][0-9]:[0-5][0-9]:[0-6][0-9]  lost "
+                                              "\\(2 times\\)\n[0-9:]+  <b> \\?"));
     bar->dismiss();
     EXPECT_FALSE(bar->isVisible());
+    window->open(QString::fromStdString(file("none.xml")));
+    bar->tell("stays");
+    EXPECT_THAT(told(), HasSubstr("none.xml"));
+    workspace().save(file("none.xml"));
+    window->open(QString::fromStdString(file("none.xml")));
+    EXPECT_THAT(told(), testing::MatchesRegex("[0-9:]+  stays")) << "a later success settles it";
+}
+
+TEST_F(MainWindowTest, TheSetupIsCheckedAndFirstStepsStandInAnEmptyOne) {
+    const auto& firstSteps = *window->findChild<QLabel*>("firstSteps");
+    EXPECT_TRUE(firstSteps.isVisible());
+    addModule("CAN combo", "1");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !firstSteps.isVisible(); }));
+    addModule("CAN combo", "1");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return told().find("same CM ID 0x41") != told().npos; }));
+    EXPECT_TRUE(modules().pick({modulesGrid, 2, ConfigId}, "2"));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return told().empty(); })) << "it is settled";
+    const auto& states = *window->findChild<QTableWidget*>("liveModules");
+    EXPECT_EQ(states.rowCount(), 2);
+    EXPECT_EQ(states.item(1, 2)->text(), "0x42");
+    EXPECT_EQ(states.item(1, 3)->text(), "Not connected");
+}
+
+TEST_F(MainWindowTest, TheWindowComesBackWhereItWas) {
+    window->resize(1111, 777);
+    auto* const parts = window->findChild<QSplitter*>("parts");
+    parts->setSizes({300, 200});
+    QtUser::settle();
+    const QList<int> sizes = parts->sizes();
+    window->close();
+    QtUser::settle();
+    MainWindow again(WorkspaceOptions{.plugin = PLUGIN_FILE, .onMessage = {}});
+    again.show();
+    EXPECT_TRUE(QTest::qWaitForWindowExposed(&again));
+    EXPECT_EQ(again.size(), QSize(1111, 777));
+    EXPECT_EQ(again.findChild<QSplitter*>("parts")->sizes(), sizes);
 }
 
 }  // namespace

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QTableWidget>
+#include <functional>
+
+#include "station/gui/workspace.h"
+
+namespace station {
+
+/// The capture modules as they are heard, their traffic and clocks; and those that are heard and
+/// aren't set up, with a button that adds them.
+class ModulesPanel final : public QTableWidget {
+  public:
+    /// The workspace isn't owned and outlives this. `attempt` runs what may throw, and tells the
+    /// user.
+    ModulesPanel(Workspace& shownWorkspace, std::function<void(std::function<void()>)> attempt);
+
+    /// Several times a second.
+    void showState();
+
+  private:
+    void put(int row, int column, const QString& text);
+    void showModule(int row, std::size_t position, const Module& module);
+    void showUnlisted(int row, const Module& module);
+
+    Workspace& workspace;
+    const std::function<void(std::function<void()>)> attempt;
+};
+
+}  // namespace station

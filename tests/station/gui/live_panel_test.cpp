@@ -1,0 +1,271 @@
+#include "station/gui/live_panel.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QClipboard>
+#include <QFileDialog>
+#include <QScrollBar>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+#include <fstream>
+#include <sstream>
+
+#include "station/recording/bus_record.h"
+
+namespace {
+
+using namespace station;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// The panel with a user, and a measurement of two channels.
+class LivePanelTest : public testing::Test {
+  protected:
+    static constexpr std::int64_t startUtc = 1'700'000'000'000'000'000;
+
+    LivePanelTest() {
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folder.path());
+        QCoreApplication::setOrganizationName("cmp-station-test");
+        summary.startTime = Summary::Clock::time_point(std::chrono::nanoseconds(startUtc));
+        summary.seconds = 2.5;
+        summary.channels.resize(2);
+        summary.channels[0].name = "Front";
+        summary.channels[0].busName = "CAN FD";
+        summary.channels[1].name = "Door";
+        summary.channels[1].busName = "LIN";
+        summary.channels[1].bus = BusType::Lin;
+        feed.begin(summary);
+        panel.resize(1000, 300);
+        panel.show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(&panel));
+    }
+
+    void can(std::uint32_t id, std::uint8_t first = 0xAB, std::int64_t nanoseconds = 0,
+             std::uint8_t length = 2) {
+        std::array<std::uint8_t, CanRecord::size> record = {};
+        std::memcpy(record.data(), &id, sizeof id);
+        record[7] = length;
+        record[8] = first;
+        feed.onMessage(0, startUtc + nanoseconds, record.data(), record.size());
+    }
+    void lin(std::uint8_t id) {
+        const std::array<std::uint8_t, LinRecord::size> record = {id, 1, 0, 0, 0x0F};
+        feed.onMessage(1, startUtc, record.data(), record.size());
+    }
+    template <typename Widget>
+    Widget& get(const char* name) {
+        return *panel.findChild<Widget*>(name);
+    }
+    static std::string text(const QModelIndex& index) {
+        return index.data().toString().toStdString();
+    }
+    /// What the tree shows: channels and identifiers with that column.
+    std::string shown(int column = IdentifierModel::Messages) {
+        const QAbstractItemModel& model = *tree.model();
+        std::string texts;
+        for (int channel = 0; channel < model.rowCount(); ++channel) {
+            const QModelIndex parent = model.index(channel, 0);
+            texts += text(parent) + " " + text(parent.siblingAtColumn(column)) + ":";
+            for (int row = 0; row < model.rowCount(parent); ++row) {
+                texts += " " + text(model.index(row, 0, parent)) + "=" +
+                         text(model.index(row, column, parent));
+            }
+            texts += "|";
+        }
+        return texts;
+    }
+    bool waitFor(const std::string& wanted) {
+        return QTest::qWaitFor([&] { return shown() == wanted; });
+    }
+    std::vector<std::string> rows() {
+        std::vector<std::string> texts;
+        for (int row = 0; row < list.model()->rowCount(); ++row) {
+            std::string line;
+            for (int column = 0; column < list.model()->columnCount(); ++column) {
+                line += (column > 0 ? "," : "") + text(list.model()->index(row, column));
+            }
+            texts.push_back(line);
+        }
+        return texts;
+    }
+    bool waitForRows(int count) {
+        return QTest::qWaitFor([&] { return list.model()->rowCount() == count; });
+    }
+
+    QTemporaryDir folder;
+    Summary summary;
+    LiveFeed feed;
+    LivePanel panel{feed};
+    QComboBox& mode = get<QComboBox>("liveMode");
+    QComboBox& times = get<QComboBox>("liveTimes");
+    QPushButton& pause = get<QPushButton>("livePause");
+    QLineEdit& filter = get<QLineEdit>("liveFilter");
+    QLineEdit& search = get<QLineEdit>("liveFind");
+    QTreeView& tree = get<QTreeView>("liveIdentifiers");
+    RowView& list = get<RowView>("liveMessages");
+};
+
+TEST_F(LivePanelTest, EachIdentifierHasARowBelowItsChannel) {
+    can(0x200, 1, 1'000'000'000);
+    can(0x100, 2, 1'500'000'000);
+    can(0x200, 3, 2'000'000'000);
+    lin(0x11);
+    EXPECT_TRUE(waitFor("Front (CAN FD) 3: 100=1 200=2|Door (LIN) 1: 11=1|"));
+    EXPECT_TRUE(tree.isExpanded(tree.model()->index(0, 0)));
+    EXPECT_THAT(shown(IdentifierModel::Cycle), HasSubstr("100= 200=1000.000"));
+    EXPECT_THAT(shown(IdentifierModel::Age), HasSubstr("100=1.0 200=0.5"));
+    EXPECT_THAT(shown(IdentifierModel::Data), HasSubstr("100=02 00 200=03 00"));
+    EXPECT_THAT(shown(IdentifierModel::Time), HasSubstr("100=1.500000 200=2.000000"));
+    times.setCurrentIndex(1);
+    EXPECT_THAT(shown(IdentifierModel::Time), HasSubstr("100=22:13:21.500000"));
+    times.setCurrentIndex(2);
+    EXPECT_THAT(shown(IdentifierModel::Time), HasSubstr("100= 200=1.000000"));
+    const QModelIndex parent = tree.model()->index(0, 0);
+    EXPECT_EQ(tree.model()->index(1, IdentifierModel::Data, parent).data(changedBytesRole), 1U);
+    tree.sortByColumn(IdentifierModel::Messages, Qt::DescendingOrder);
+    EXPECT_THAT(shown(), HasSubstr("200=2 100=1"));
+    tree.collapse(parent);
+    can(0x300);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return shown().find("300=1") != std::string::npos; }));
+    EXPECT_FALSE(tree.isExpanded(tree.model()->index(0, 0))) << "what is folded stays so";
+    summary.channels[1].counts = {.unusable = 5, .tooOld = 3};
+    feed.follow(summary);
+    const QModelIndex lost = tree.model()->index(0, IdentifierModel::Lost);
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return text(lost) == "3" || text(lost.siblingAtRow(1)) == "3"; }));
+    feed.begin(Summary());
+    EXPECT_TRUE(waitFor("")) << "another measurement";
+}
+
+TEST_F(LivePanelTest, TheListFollowsItsEndOrKeepsTheRowUnderTheEye) {
+    QScrollBar& bar = *list.verticalScrollBar();
+    for (int i = 0; i < 100; ++i) {
+        can(0x100);
+    }
+    mode.setCurrentIndex(1);
+    EXPECT_TRUE(waitForRows(100));
+    EXPECT_GT(bar.maximum(), 0);
+    EXPECT_EQ(bar.value(), bar.maximum());
+    can(0x200);
+    EXPECT_TRUE(waitForRows(101));
+    EXPECT_EQ(bar.value(), bar.maximum());
+    EXPECT_EQ(list.indexAt(list.viewport()->rect().center()).row() <= 100, true);
+    list.setCurrentIndex(list.model()->index(50, 0));
+    QTest::keyClick(&list, Qt::Key_PageUp);
+    const int row = list.currentIndex().row();
+    EXPECT_LT(row, 50);
+    EXPECT_TRUE(list.viewport()->rect().contains(list.visualRect(list.currentIndex())));
+    bar.setValue(0);
+    feed.setHeld(true);  // less memory, so that rows go soon
+    std::int64_t time = 0;
+    const auto& store = feed.getMessages();
+    const auto addUntilSomeGo = [&] {
+        const auto before = store.begin();
+        for (int i = 0; i < 2'000'000 && store.begin() == before; ++i) {
+            can(0x100, 0xAB, time += 1'000'000, 64);
+        }
+        return static_cast<int>(store.begin() - before);
+    };
+    EXPECT_GT(addUntilSomeGo(), 1000);
+    const auto isUpToDate = [&] {
+        return std::cmp_greater(list.model()->rowCount() + 1000, store.end() - store.begin());
+    };
+    EXPECT_TRUE(QTest::qWaitFor(isUpToDate, 60000));
+    EXPECT_EQ(bar.value(), 0) << "what was there has gone";
+    const auto seen = [&] { return text(list.indexAt({5, 5}).siblingAtColumn(0)); };
+    bar.setValue(100'000);
+    const std::string before = seen();
+    const int gone = addUntilSomeGo();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return bar.value() == 100'000 - gone; }, 60000));
+    EXPECT_EQ(seen(), before);
+}
+
+TEST_F(LivePanelTest, APauseHoldsBothFormsAndTheFilterIsAViewInItToo) {
+    can(0x100);
+    lin(0x17);
+    can(0x200);
+    EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100=1 200=1|Door (LIN) 1: 17=1|"));
+    QTest::mouseClick(&pause, Qt::LeftButton);
+    can(0x300);
+    lin(0x18);
+    QTest::qWait(500);  // the picture would be drawn
+    EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100=1 200=1|Door (LIN) 1: 17=1|"));
+    mode.setCurrentIndex(1);
+    EXPECT_TRUE(waitForRows(3)) << "not seen before the pause";
+    EXPECT_THAT(get<QLabel>("liveStatus").text().toStdString(), HasSubstr("Paused"));
+    QTest::keyClicks(&filter, "100-");
+    EXPECT_EQ(filter.palette().color(QPalette::Text), QColor(Qt::red));
+    EXPECT_TRUE(filter.toolTip().contains("is no filter"));
+    EXPECT_TRUE(waitForRows(1)) << "of the filter before";
+    QTest::keyClicks(&filter, "1FF !door");
+    EXPECT_NE(filter.palette().color(QPalette::Text), QColor(Qt::red));
+    mode.setCurrentIndex(0);
+    EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100=1|")) << "the channel counts all";
+    filter.clear();
+    EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100=1 200=1|Door (LIN) 1: 17=1|"));
+    QTest::mouseClick(&pause, Qt::LeftButton);
+    EXPECT_TRUE(waitFor("Front (CAN FD) 3: 100=1 200=1 300=1|Door (LIN) 2: 17=1 18=1|"));
+    mode.setCurrentIndex(1);
+    EXPECT_TRUE(waitForRows(5));
+    QTest::mouseClick(&get<QPushButton>("liveClear"), Qt::LeftButton);
+    EXPECT_TRUE(waitForRows(0));
+    mode.setCurrentIndex(0);
+    EXPECT_TRUE(waitFor("Front (CAN FD) 0:|Door (LIN) 0:|"));
+}
+
+TEST_F(LivePanelTest, RowsAreFoundCopiedAndExported) {
+    can(0x100, 0x5A, 1'000'000'000);
+    lin(0x11);
+    can(0x200, 0x5B, 3'500'000'000);
+    mode.setCurrentIndex(1);
+    EXPECT_TRUE(waitForRows(3));
+    EXPECT_THAT(rows(), ElementsAre("0.000000,Door,11,1,,0F", "1.000000,Front,100,2,,5A 00",
+                                    "3.500000,Front,200,2,,5B 00"));
+    times.setCurrentIndex(2);
+    EXPECT_EQ(rows()[2], "2.500000,Front,200,2,,5B 00");
+    times.setCurrentIndex(0);
+    QTest::keyClicks(&search, "5b\r");
+    EXPECT_EQ(list.currentIndex().row(), 2);
+    QTest::keyClick(&search, Qt::Key_Return);
+    EXPECT_EQ(list.currentIndex().row(), 2) << "once round";
+    list.setFocus();
+    QTest::keyClick(&list, Qt::Key_Up, Qt::ShiftModifier);
+    QTest::keySequence(&list, QKeySequence::Copy);
+    EXPECT_EQ(QApplication::clipboard()->text().toStdString(),
+              "1.000000\tFront\t100\t2\t\t5A 00\n3.500000\tFront\t200\t2\t\t5B 00");
+    mode.setCurrentIndex(0);
+    QTest::keyClicks(&search, "\r");
+    EXPECT_EQ(text(tree.currentIndex().siblingAtColumn(0)), "200");
+    QTest::keyClicks(&filter, "!200");
+    QTest::mouseClick(&get<QPushButton>("liveExport"), Qt::LeftButton);
+    auto* const dialog = panel.findChild<QFileDialog*>();
+    ASSERT_NE(dialog, nullptr);
+    Q_EMIT dialog->fileSelected(folder.filePath("shown.csv"));
+    dialog->close();
+    EXPECT_TRUE(QTest::qWaitFor([&] {
+        return get<QLabel>("liveStatus").text().contains("shown.csv has 2 messages");
+    })) << get<QLabel>("liveStatus").text().toStdString();
+    std::stringstream written;
+    written << std::ifstream(folder.filePath("shown.csv").toStdString()).rdbuf();
+    EXPECT_THAT(written.str(), testing::AllOf(HasSubstr("Door"), HasSubstr("Front")));
+    EXPECT_THAT(written.str(), testing::Not(HasSubstr("5B")));
+}
+
+TEST_F(LivePanelTest, ColumnsStayAsTheUserHasThem) {
+    tree.setColumnWidth(IdentifierModel::Data, 333);
+    list.getHeader()->resizeSection(MessageModel::Channel, 77);
+    times.setCurrentIndex(1);
+    panel.saveLayout();
+    LivePanel other(feed);
+    EXPECT_EQ(other.findChild<QTreeView*>("liveIdentifiers")->columnWidth(IdentifierModel::Data),
+              333);
+    EXPECT_EQ(
+        other.findChild<RowView*>("liveMessages")->getHeader()->sectionSize(MessageModel::Channel),
+        77);
+    EXPECT_EQ(other.findChild<QComboBox*>("liveTimes")->currentIndex(), 1);
+}
+
+}  // namespace
