@@ -1,0 +1,132 @@
+#include "station/gui/plot/plot_export.h"
+
+#include <fmt/format.h>
+
+#include <QSaveFile>
+#include <chrono>
+#include <iterator>
+
+namespace station {
+namespace {
+
+constexpr std::int64_t second = 1'000'000'000;
+
+/// "2023-11-14T22:13:20.123456789Z"
+void putUtc(std::string& text, std::int64_t utc) {
+    const std::chrono::sys_time<std::chrono::nanoseconds> time{std::chrono::nanoseconds(utc)};
+    const auto day = std::chrono::floor<std::chrono::days>(time);
+    const std::chrono::year_month_day date(day);
+    const std::int64_t inDay = (time - day).count();
+    fmt::format_to(std::back_inserter(text), "{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:09}Z",
+                   static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                   static_cast<unsigned>(date.day()), inDay / second / 3600,
+                   inDay / second / 60 % 60, inDay / second % 60, inDay % second);
+}
+
+/// Exact, unlike a double.
+void putSeconds(std::string& text, std::int64_t nanoseconds) {
+    const auto size = static_cast<std::uint64_t>(nanoseconds < 0 ? -nanoseconds : nanoseconds);
+    fmt::format_to(std::back_inserter(text), "{}{}.{:09}", nanoseconds < 0 ? "-" : "",
+                   size / second, size % second);
+}
+
+std::string quotedField(const std::string& field) {
+    if (field.find_first_of(",\"\r\n") == std::string::npos) {
+        return field;
+    }
+    std::string text = "\"";
+    for (const char c : field) {
+        text.append(c == '"' ? 2 : 1, c);
+    }
+    return text + '"';
+}
+
+QString write(const QString& path, const PlotExport::Pieces& pieces,
+              const std::atomic<bool>& isStopped) {
+    QSaveFile file(path);
+    bool isGood = file.open(QIODevice::WriteOnly);
+    while (isGood && !isStopped) {
+        const QByteArray piece = pieces();
+        if (piece.isEmpty()) {
+            break;
+        }
+        isGood = file.write(piece) == piece.size();
+    }
+    if (isStopped) {
+        file.cancelWriting();
+        return "it was stopped";
+    }
+    return isGood && file.commit() ? QString() : file.errorString();
+}
+
+}  // namespace
+
+PlotExport::~PlotExport() {
+    if (!thread.joinable()) {
+        return;
+    }
+    state->isStopped = true;
+    constexpr int waits = 200;
+    constexpr auto wait = std::chrono::milliseconds(10);
+    for (int i = 0; i < waits && !state->isDone; ++i) {
+        std::this_thread::sleep_for(wait);
+    }
+    if (state->isDone) {
+        thread.join();
+    } else {
+        thread.detach();
+    }
+}
+
+void PlotExport::start(const QString& path, Pieces pieces) {
+    state = std::make_shared<State>();
+    thread = std::thread([path, pieces = std::move(pieces), shared = state] {
+        shared->error = write(path, pieces, shared->isStopped);
+        shared->isDone = true;
+    });
+}
+
+std::optional<QString> PlotExport::takeResult() {
+    if (!thread.joinable() || !state->isDone) {
+        return std::nullopt;
+    }
+    thread.join();
+    return state->error;
+}
+
+CsvPieces::CsvPieces(std::vector<Signal> signalsOfFile, SignalSeries::Range timesOfFile,
+                     std::int64_t utcOfStart)
+    : parts(std::move(signalsOfFile)), range(timesOfFile), start(utcOfStart) {
+    for (Signal& part : parts) {
+        part.name = quotedField(part.name);
+        part.unit = quotedField(part.unit);
+    }
+}
+
+QByteArray CsvPieces::next() {
+    std::string text;
+    if (!std::exchange(hasHeader, true)) {
+        text = "time,seconds,signal,unit,value\n";
+    }
+    while (text.empty() && signal < parts.size()) {
+        const Signal& part = parts[signal];
+        if (chunk == part.points.size()) {
+            ++signal;
+            chunk = 0;
+            continue;
+        }
+        for (const SignalPoint& point : *part.points[chunk]) {
+            if (point.utc >= range.from && point.utc < range.to) {
+                putUtc(text, point.utc);
+                text += ',';
+                putSeconds(text, point.utc - start);
+                fmt::format_to(std::back_inserter(text), ",{},{},{}\n", part.name, part.unit,
+                               point.value);
+            }
+        }
+        ++chunk;
+    }
+    return QByteArray::fromStdString(text);
+}
+
+}  // namespace station

@@ -1,0 +1,539 @@
+#include "station/gui/plot/plot_view.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace station {
+namespace {
+
+constexpr std::int64_t shortest = 1000;                                   // nanoseconds
+constexpr std::int64_t longest = std::int64_t{400} * 86'400'000'000'000;  // more than a year
+constexpr double largestDrawn = 1e200;
+constexpr int grip = 5;  // pixels beside a cursor
+constexpr std::size_t mostInLegend = 10;
+
+/// Light as people see it, 0 to 1.
+double luminance(const QColor& color) {
+    const auto linear = [](double part) { return std::pow(part, 2.2); };
+    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
+           0.0722 * linear(color.blueF());
+}
+
+bool canBeTold(const QColor& color, const QColor& background) {
+    constexpr double least = 2.5;  // of the ratio that goes up to 21
+    const auto [dark, light] = std::minmax(luminance(color), luminance(background));
+    return (light + 0.05) / (dark + 0.05) >= least;
+}
+
+QColor mixed(const QColor& color, const QColor& other, double share) {
+    const auto part = [&](float from, float to) {
+        return static_cast<float>(from + (to - from) * share);
+    };
+    return QColor::fromRgbF(part(color.redF(), other.redF()), part(color.greenF(), other.greenF()),
+                            part(color.blueF(), other.blueF()));
+}
+
+QCPRange withMargin(QCPRange range) {
+    constexpr double margin = 0.05;
+    const double size = range.size();
+    const double more = size > 0 ? size * margin : std::max(std::abs(range.lower) * margin, 1e-9);
+    return size == 0 && range.lower == 0 ? QCPRange(-1, 1)
+                                         : QCPRange(range.lower - more, range.upper + more);
+}
+
+}  // namespace
+
+PlotView::PlotView(const PlotSignals& signalsToShow) : plotSignals(signalsToShow) {
+    setObjectName("plotView");
+    setAccessibleName("Plot");
+    setAccessibleDescription(
+        "Arrow keys move and zoom in time, Page Up and Page Down zoom values, A and B set "
+        "cursors, with Ctrl or Shift the arrow keys move cursor A or B, Home follows the newest.");
+    setFocusPolicy(Qt::StrongFocus);
+    setMouseTracking(true);
+    setLocale(QLocale::c());
+    setAutoAddPlottableToLegend(false);
+    legend->setVisible(false);
+    axisRect()->insetLayout()->setInsetAlignment(0, Qt::AlignLeft | Qt::AlignTop);
+    xAxis->setLabel("Time s");
+    xAxis->setNumberFormat("f");
+    for (const char* const name : {"A", "B"}) {
+        auto* const line = new QCPItemStraightLine(this);
+        line->point1->setTypeY(QCPItemPosition::ptAxisRectRatio);
+        line->point2->setTypeY(QCPItemPosition::ptAxisRectRatio);
+        line->setLayer("overlay");
+        auto* const label = new QCPItemText(this);
+        label->position->setTypeY(QCPItemPosition::ptAxisRectRatio);
+        label->setPositionAlignment(Qt::AlignLeft | Qt::AlignBottom);
+        label->setText(name);
+        label->setPadding({3, 0, 3, 0});
+        label->setLayer("overlay");
+        cursorItems.push_back({line, label});
+    }
+    rebuild();
+}
+
+void PlotView::rebuild() {
+    std::map<QString, QCPRange> ranges;
+    for (const auto& [key, axis] : valueAxes) {
+        ranges[key] = axis->range();
+    }
+    clearGraphs();
+    for (const auto& [key, axis] : valueAxes) {
+        axisRect()->removeAxis(axis);
+    }
+    signalGraphs.clear();
+    valueAxes.clear();
+    legend->clearItems();
+    for (std::size_t i = 0; i < plotSignals.size(); ++i) {
+        if (plotSignals[i] != nullptr) {
+            QCPGraph* const graph = addGraph(xAxis, axisFor(i));
+            graph->setAdaptiveSampling(false);  // the columns are that already
+            graph->setName(plotSignals[i]->name);
+            graph->addToLegend();
+            signalGraphs[i] = graph;
+        }
+    }
+    for (const auto& [key, axis] : valueAxes) {
+        if (const auto range = ranges.find(key); range != ranges.end()) {
+            axis->setRange(range->second);
+        }
+    }
+    yAxis->setVisible(valueAxes.empty());
+    yAxis->setTickLabels(false);
+    legend->setVisible(!signalGraphs.empty() && signalGraphs.size() <= mostInLegend);
+    takePalette();
+}
+
+QCPAxis* PlotView::axisFor(std::size_t index) {
+    const PlotSignal& plotSignal = *plotSignals[index];
+    const QString& unit = plotSignal.unit;
+    const QString key = plotSignal.hasOwnAxis ? "signal " + QString::number(index) : "unit " + unit;
+    if (const auto axis = valueAxes.find(key); axis != valueAxes.end()) {
+        return axis->second;
+    }
+    const bool isLeft = valueAxes.size() % 2 == 0;
+    QCPAxis* const axis = axisRect()->addAxis(isLeft ? QCPAxis::atLeft : QCPAxis::atRight);
+    axis->setLabel(!plotSignal.hasOwnAxis ? unit
+                   : unit.isEmpty()       ? plotSignal.name
+                                          : plotSignal.name + " [" + unit + ']');
+    axis->setLayer("axes");
+    axis->grid()->setLayer("grid");
+    axis->grid()->setVisible(valueAxes.empty());  // several would be a net
+    valueAxes[key] = axis;
+    return axis;
+}
+
+QColor PlotView::drawnColor(const PlotSignal& plotSignal) const {
+    const QColor background = palette().color(QPalette::Base);
+    const QColor away = luminance(background) < 0.2 ? Qt::white : Qt::black;
+    QColor color = plotSignal.color;
+    constexpr double step = 0.1;
+    for (double share = step; share < 1 && !canBeTold(color, background); share += step) {
+        color = mixed(plotSignal.color, away, share);
+    }
+    return color;
+}
+
+void PlotView::takeColors(QCPAxis& axis, const QColor& color) const {
+    const QColor text = palette().color(QPalette::Text);
+    const QColor background = palette().color(QPalette::Base);
+    for (const auto set : {&QCPAxis::setBasePen, &QCPAxis::setTickPen, &QCPAxis::setSubTickPen}) {
+        (axis.*set)(QPen(color));
+    }
+    axis.setTickLabelColor(color);
+    axis.setLabelColor(color);
+    axis.setTickLabelFont(font());
+    axis.setLabelFont(font());
+    axis.grid()->setPen(QPen(mixed(background, text, 0.15)));
+    axis.grid()->setZeroLinePen(QPen(mixed(background, text, 0.35)));
+}
+
+void PlotView::takePalette() {
+    const QColor text = palette().color(QPalette::Text);
+    QColor background = palette().color(QPalette::Base);
+    setBackground(background);
+    takeColors(*xAxis, text);
+    takeColors(*yAxis, text);
+    for (const auto& [key, axis] : valueAxes) {
+        const auto graphs = axis->graphs();
+        QColor color = text;
+        for (const auto& [index, graph] : signalGraphs) {
+            const QColor own = drawnColor(*plotSignals[index]);
+            graph->setPen(QPen(own));
+            if (graphs.size() == 1 && graphs.front() == graph) {
+                color = own;
+            }
+        }
+        takeColors(*axis, color);
+    }
+    for (const CursorItems& items : cursorItems) {
+        items.line->setPen(QPen(text, 1, Qt::DashLine));
+        items.label->setColor(background);
+        items.label->setBrush(text);
+        items.label->setFont(font());
+    }
+    legend->setTextColor(text);
+    legend->setFont(font());
+    legend->setBorderPen(QPen(mixed(background, text, 0.35)));
+    background.setAlphaF(0.8F);
+    legend->setBrush(background);
+}
+
+double PlotView::secondsOf(std::int64_t utc) const {
+    constexpr long double second = 1e9L;
+    return static_cast<double>((static_cast<long double>(utc) - start) / second);
+}
+
+std::optional<PlotView::Range> PlotView::held() const {
+    std::optional<Range> all;
+    for (const auto& plotSignal : plotSignals) {
+        if (plotSignal != nullptr && !plotSignal->series.isEmpty()) {
+            const SignalSeries& series = plotSignal->series;
+            const std::int64_t newest = std::min(series.newest(), end.value_or(series.newest()));
+            all = Range{std::min(all ? all->from : series.oldest(), series.oldest()),
+                        std::max(all ? all->to : newest, newest)};
+        }
+    }
+    return all;
+}
+
+void PlotView::follow(std::int64_t newWidth) {
+    width = newWidth;
+    follow();
+}
+
+void PlotView::followNewest() {
+    if (const auto all = held()) {
+        const std::int64_t size =
+            std::clamp(width != 0 ? width : all->to - all->from + 1, shortest, longest);
+        shown = {all->to + 1 - size, all->to + 1};
+    }
+}
+
+void PlotView::draw() {
+    if (isFollowingNewest) {
+        followNewest();
+    }
+    drawTimeAxis();
+    for (const auto& [index, graph] : signalGraphs) {
+        drawSignal(*plotSignals[index], *graph);
+    }
+    if (isAutoscaling) {
+        for (const auto& [key, axis] : valueAxes) {
+            bool hasAny = false;
+            QCPRange all;
+            for (const QCPGraph* const graph : axis->graphs()) {
+                bool hasValues = false;
+                const QCPRange its = graph->getValueRange(hasValues, QCP::sdBoth, xAxis->range());
+                all = !hasValues ? all : hasAny ? all.expanded(its) : its;
+                hasAny = hasAny || hasValues;
+            }
+            if (hasAny) {
+                axis->setRange(withMargin(all));
+            }
+        }
+    }
+    drawCursors();
+    replot(rpQueuedRefresh);
+}
+
+/// As many decimals as tell the numbers apart.
+void PlotView::drawTimeAxis() {
+    xAxis->setRange(secondsOf(shown.from), secondsOf(shown.to));
+    const double aTick = xAxis->range().size() / 5;
+    xAxis->setNumberPrecision(
+        std::clamp(1 - static_cast<int>(std::floor(std::log10(aTick))), 0, 9));
+}
+
+/// A column is drawn from the end that is nearer to the column before.
+void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
+    const auto columns = static_cast<std::size_t>(std::max(axisRect()->width(), 1));
+    const SignalSeries& series = plotSignal.series;
+    const std::int64_t to = end ? std::min(shown.to, *end + 1) : shown.to;
+    std::vector<SignalExtent> extents;
+    if (const auto before = series.before(shown.from - 1)) {
+        extents.push_back(*before);
+    }
+    // The columns are those of the picture also where it isn't filled.
+    const double share = static_cast<double>(std::max<std::int64_t>(to - shown.from, 0)) /
+                         static_cast<double>(shown.to - shown.from);
+    const auto filled = static_cast<std::size_t>(std::ceil(static_cast<double>(columns) * share));
+    const auto inside = series.envelope({shown.from, to}, filled);
+    extents.insert(extents.end(), inside.begin(), inside.end());
+    if (const auto after = series.after(to); after && (!end || after->first <= *end)) {
+        extents.push_back(*after);
+    }
+    QVector<QCPGraphData> drawn;
+    drawn.reserve(static_cast<qsizetype>(extents.size() * 2));
+    double previous = 0;
+    for (const SignalExtent& extent : extents) {
+        const double first = secondsOf(extent.first);
+        if (!extent.hasValues()) {
+            drawn.append(QCPGraphData(first, qQNaN()));  // a gap
+            continue;
+        }
+        double one = std::clamp(extent.low, -largestDrawn, largestDrawn);
+        double other = std::clamp(extent.high, -largestDrawn, largestDrawn);
+        if (std::abs(previous - other) < std::abs(previous - one)) {
+            std::swap(one, other);
+        }
+        drawn.append(QCPGraphData(first, one));
+        if (one != other || extent.first != extent.last) {
+            drawn.append(QCPGraphData(secondsOf(extent.last), other));
+        }
+        previous = other;
+    }
+    graph.data()->set(drawn, true);
+    constexpr std::size_t pixelsApart = 12;
+    const bool isSparse = inside.size() * pixelsApart < filled;
+    graph.setScatterStyle(isSparse ? QCPScatterStyle(QCPScatterStyle::ssDisc, 4)
+                                   : QCPScatterStyle(QCPScatterStyle::ssNone));
+}
+
+void PlotView::drawCursors() {
+    for (std::size_t i = 0; i < cursors.size(); ++i) {
+        const CursorItems& items = cursorItems[i];
+        const bool isShown = cursors[i] && *cursors[i] >= shown.from && *cursors[i] <= shown.to;
+        items.line->setVisible(isShown);
+        items.label->setVisible(isShown);
+        if (isShown) {
+            const double seconds = secondsOf(*cursors[i]);
+            items.line->point1->setCoords(seconds, 0);
+            items.line->point2->setCoords(seconds, 1);
+            items.label->position->setCoords(seconds, 1);
+        }
+    }
+}
+
+std::int64_t PlotView::utcAt(double x) const {
+    const double share = (x - axisRect()->left()) / std::max(axisRect()->width(), 1);
+    return shown.from +
+           std::llround(std::clamp(share, -1.0, 2.0) * static_cast<double>(shown.to - shown.from));
+}
+
+double PlotView::pixelOf(std::int64_t utc) const {
+    const auto since = static_cast<long double>(utc) - static_cast<long double>(shown.from);
+    const auto size = static_cast<long double>(shown.to - shown.from);
+    return axisRect()->left() + static_cast<double>(since / size) * axisRect()->width();
+}
+
+std::optional<std::size_t> PlotView::cursorAt(const QPoint& position) const {
+    for (std::size_t i = 0; i < cursors.size() && axisRect()->rect().contains(position); ++i) {
+        if (cursors[i] && std::abs(pixelOf(*cursors[i]) - position.x()) <= grip) {
+            return i;
+        }
+    }
+    return std::nullopt;
+}
+
+QCPAxis* PlotView::valueAxisAt(const QPoint& position) const {
+    const QRect inside = axisRect()->rect();
+    if (position.y() < inside.top() || position.y() > inside.bottom()) {
+        return nullptr;
+    }
+    QCPAxis* found = nullptr;
+    for (const auto& [key, axis] : valueAxes) {
+        const int away = axis->axisType() == QCPAxis::atLeft ? inside.left() - position.x()
+                                                             : position.x() - inside.right();
+        if (away > axis->offset() && (found == nullptr || axis->offset() > found->offset())) {
+            found = axis;
+        }
+    }
+    return found;
+}
+
+void PlotView::show(Range range) {
+    constexpr std::int64_t limit = std::int64_t{1} << 62;
+    const std::int64_t size = std::clamp(range.to - range.from, shortest, longest);
+    range.from = std::clamp(range.from, -limit, limit);
+    shown = {range.from, range.from + size};
+    isFollowingNewest = false;
+}
+
+void PlotView::zoomTime(double factor, double x) {
+    const std::int64_t center = utcAt(x);
+    const auto before = static_cast<double>(center - shown.from) * factor;
+    const auto size = std::clamp(static_cast<double>(shown.to - shown.from) * factor,
+                                 static_cast<double>(shortest), static_cast<double>(longest));
+    const std::int64_t from = center - std::llround(std::min(before, size));
+    show({from, from + std::llround(size)});
+}
+
+void PlotView::zoomValues(const std::vector<QCPAxis*>& axes, double factor, double y) {
+    for (QCPAxis* const axis : axes) {
+        axis->scaleRange(factor, axis->pixelToCoord(y));
+    }
+    isAutoscaling = false;
+}
+
+void PlotView::moveCursor(std::size_t cursor, std::int64_t utc) {
+    cursors[cursor] = std::clamp(utc, shown.from, shown.to);
+}
+
+void PlotView::changed() {
+    draw();
+    if (onChange) {
+        onChange();
+    }
+}
+
+void PlotView::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton) {
+        return;
+    }
+    const QPoint position = event->position().toPoint();
+    drag = Drag{position, shown, {}, cursorAt(position)};
+    QCPAxis* const axis = valueAxisAt(position);
+    drag->movesTime = axis == nullptr;
+    for (const auto& [key, other] : valueAxes) {
+        if (other == axis || (axis == nullptr && !isAutoscaling)) {
+            drag->values[other] = other->range();
+        }
+    }
+}
+
+void PlotView::mouseMoveEvent(QMouseEvent* event) {
+    const QPoint position = event->position().toPoint();
+    if (!drag) {
+        setCursor(cursorAt(position) ? Qt::SplitHCursor : Qt::ArrowCursor);
+        return;
+    }
+    const QPoint moved = position - drag->from;
+    constexpr int least = 3;
+    if (!drag->hasMoved && moved.manhattanLength() < least) {
+        return;
+    }
+    drag->hasMoved = true;
+    if (drag->cursor) {
+        moveCursor(*drag->cursor, utcAt(position.x()));
+        changed();
+        return;
+    }
+    if (drag->movesTime) {
+        const double share = static_cast<double>(moved.x()) / std::max(axisRect()->width(), 1);
+        const auto size = drag->shown.to - drag->shown.from;
+        const std::int64_t by = std::llround(share * static_cast<double>(size));
+        show({drag->shown.from - by, drag->shown.to - by});
+    }
+    for (const auto& [axis, range] : drag->values) {
+        const double by = range.size() * moved.y() / std::max(axisRect()->height(), 1);
+        axis->setRange(range.lower + by, range.upper + by);
+        isAutoscaling = false;
+    }
+    changed();
+}
+
+void PlotView::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton || !drag) {
+        return;
+    }
+    const bool isClick = !drag->hasMoved && !drag->cursor;
+    drag.reset();
+    const QPoint position = event->position().toPoint();
+    if (isClick && axisRect()->rect().contains(position)) {
+        cursorsBeforeClick = cursors;
+        moveCursor(event->modifiers().testFlag(Qt::ShiftModifier) ? 1 : 0, utcAt(position.x()));
+        changed();
+    }
+}
+
+/// Its first click was no cursor.
+void PlotView::mouseDoubleClickEvent(QMouseEvent* event) {
+    if (event->button() == Qt::LeftButton) {
+        cursors = cursorsBeforeClick;
+        drag.reset();
+        follow();
+        changed();
+    }
+}
+
+void PlotView::wheelEvent(QWheelEvent* event) {
+    const QPoint turned = event->angleDelta();
+    constexpr double aStep = 120;
+    const double steps = (turned.y() != 0 ? turned.y() : turned.x()) / aStep;
+    const double factor = std::pow(0.8, steps);
+    const QPoint position = event->position().toPoint();
+    if (QCPAxis* const axis = valueAxisAt(position)) {
+        zoomValues({axis}, factor, position.y());
+    } else if (event->modifiers().testFlag(Qt::ControlModifier)) {
+        std::vector<QCPAxis*> axes;
+        for (const auto& [key, each] : valueAxes) {
+            axes.push_back(each);
+        }
+        zoomValues(axes, factor, position.y());
+    } else {
+        zoomTime(factor, position.x());
+    }
+    event->accept();
+    changed();
+}
+
+void PlotView::keyPressEvent(QKeyEvent* event) {
+    constexpr double zoom = 0.8;
+    const QPoint middle = axisRect()->rect().center();
+    const int key = event->key();
+    const int direction =
+        key == Qt::Key_Left || key == Qt::Key_Up || key == Qt::Key_PageUp ? 1 : -1;
+    std::vector<QCPAxis*> axes;
+    for (const auto& [name, axis] : valueAxes) {
+        axes.push_back(axis);
+    }
+    switch (key) {
+        case Qt::Key_Left:
+        case Qt::Key_Right: {
+            const std::int64_t size = shown.to - shown.from;
+            const bool isB = event->modifiers().testFlag(Qt::ShiftModifier);
+            if (isB || event->modifiers().testFlag(Qt::ControlModifier)) {
+                const std::int64_t pixel = std::max<std::int64_t>(size / axisRect()->width(), 1);
+                const std::size_t cursor = isB ? 1 : 0;
+                moveCursor(cursor, cursors[cursor].value_or(utcAt(middle.x())) - direction * pixel);
+            } else {
+                show({shown.from - direction * size / 10, shown.to - direction * size / 10});
+            }
+            break;
+        }
+        case Qt::Key_Up:
+        case Qt::Key_Down:
+            zoomTime(std::pow(zoom, direction), middle.x());
+            break;
+        case Qt::Key_PageUp:
+        case Qt::Key_PageDown:
+            zoomValues(axes, std::pow(zoom, direction), middle.y());
+            break;
+        case Qt::Key_A:
+        case Qt::Key_B:
+            moveCursor(key == Qt::Key_A ? 0 : 1, utcAt(middle.x()));
+            break;
+        case Qt::Key_Home:
+            follow();
+            break;
+        default:
+            QCustomPlot::keyPressEvent(event);
+            return;
+    }
+    changed();
+}
+
+void PlotView::contextMenuEvent(QContextMenuEvent* event) {
+    const QPointF position = event->pos();
+    const auto* wanted = plottableAt<QCPGraph>(position);
+    for (const auto& [index, graph] : signalGraphs) {
+        const auto* const item = legend->itemWithPlottable(graph);
+        if (graph == wanted ||
+            (legend->visible() && item != nullptr && item->rect().contains(event->pos()))) {
+            onMenu(index, event->globalPos());
+            return;
+        }
+    }
+}
+
+void PlotView::changeEvent(QEvent* event) {
+    QCustomPlot::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange) {
+        takePalette();
+        draw();
+    }
+}
+
+}  // namespace station

@@ -1,0 +1,285 @@
+#include "station/gui/plot/plot_panel.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDropEvent>
+#include <QLabel>
+#include <QMenu>
+#include <QMimeData>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <cmath>
+
+namespace {
+
+using namespace station;
+using testing::ElementsAre;
+
+class PlotPanelTest : public testing::Test {
+  protected:
+    static constexpr std::int64_t second = 1'000'000'000;
+    static constexpr std::int64_t start = 1'700'000'000 * second;  // 22:13:20
+
+    PlotPanelTest() {
+        panel.resize(700, 500);
+        panel.show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(&panel));
+        view().setFocus();
+    }
+    QWidget& view() { return *panel.findChild<QWidget*>("plotView"); }
+    template <typename Widget>
+    Widget& get(const char* name) {
+        return *panel.findChild<Widget*>(name);
+    }
+    /// Of the table: signal, unit, A, B, B - A, Min, Max.
+    std::vector<std::string> row(int number) {
+        std::vector<std::string> texts;
+        for (int column = 0; column < 7; ++column) {
+            texts.push_back(table.item(number, column)->text().toStdString());
+        }
+        return texts;
+    }
+    std::string cell(int row, int column) { return table.item(row, column)->text().toStdString(); }
+    bool waitForMax(int row, const std::string& text) {
+        return QTest::qWaitFor([&] { return cell(row, 6) == text; });
+    }
+    /// A value a second that is the second's number.
+    void ramp(std::size_t signal, int from, int to) {
+        for (int i = from; i <= to; ++i) {
+            panel.append(signal, start + i * second, i);
+        }
+    }
+    void wheel(QPoint at, int steps, Qt::KeyboardModifiers modifiers = {}) {
+        QWheelEvent event(at, view().mapToGlobal(at), {}, {0, 120 * steps}, Qt::NoButton, modifiers,
+                          Qt::NoScrollPhase, false);
+        QCoreApplication::sendEvent(&view(), &event);
+    }
+    void drag(QPoint from, QPoint to) {
+        QTest::mousePress(&view(), Qt::LeftButton, {}, from);
+        QTest::mouseMove(&view(), to);
+        QTest::mouseRelease(&view(), Qt::LeftButton, {}, to);
+    }
+    /// Seconds at a cursor, as the line above the table has them.
+    double seconds(const QString& cursor) {
+        const QString text = get<QLabel>("plotCursors").text();
+        return text.mid(text.indexOf(cursor + ": ")).section(' ', 1, 1).toDouble();
+    }
+    /// Chosen in the signal's menu.
+    void choose(int row, const QString& what) {
+        table.setCurrentCell(row, 0);
+        QTest::keyClick(&table, Qt::Key_Menu);
+        for (QAction* const action :
+             panel.findChild<QMenu*>({}, Qt::FindDirectChildrenOnly)->actions()) {
+            if (action->text() == what) {
+                action->trigger();
+            }
+        }
+        delete panel.findChild<QMenu*>({}, Qt::FindDirectChildrenOnly);
+    }
+    /// Of that color, or all but that.
+    int pixels(QColor color) {
+        const QImage image = view().grab().toImage();
+        int count = 0;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                count += image.pixelColor(x, y) == color ? 1 : 0;
+            }
+        }
+        return count;
+    }
+    std::string exported(const char* name, bool (PlotPanel::*write)(const QString&)) {
+        const QString path = folder.filePath(name);
+        EXPECT_TRUE((panel.*write)(path));
+        EXPECT_FALSE((panel.*write)(path)) << "one at a time";
+        EXPECT_TRUE(QTest::qWaitFor([&] { return notice.text().contains(path); }));
+        return (std::stringstream() << std::ifstream(path.toStdString()).rdbuf()).str();
+    }
+
+    QTemporaryDir folder;
+    PlotPanel panel;
+    QTableWidget& table = get<QTableWidget>("plotTable");
+    QLabel& notice = get<QLabel>("plotNotice");
+    QPushButton& follow = get<QPushButton>("plotFollow");
+    const QPoint middle = {350, 100};
+};
+
+TEST_F(PlotPanelTest, TheNewestIsShownUntilTheUserLooksElsewhereAndAgainOnRequest) {
+    EXPECT_TRUE(notice.text().contains("Drag a signal"));
+    const std::size_t speed = panel.addSignal("Speed", "km/h");
+    ramp(speed, 0, 100);
+    ASSERT_TRUE(waitForMax(0, "100"));
+    EXPECT_EQ(cell(0, 5), "91") << "10 s";
+    wheel(middle, 4);
+    EXPECT_FALSE(follow.isChecked());
+    const std::string least = cell(0, 5);
+    EXPECT_GT(std::stod(least), 92);
+    ramp(speed, 101, 200);
+    QTest::qWait(500);  // it would be drawn
+    EXPECT_EQ(cell(0, 5), least);
+    drag(middle, middle + QPoint(200, 0));
+    EXPECT_LT(std::stod(cell(0, 5)), std::stod(least));
+    QTest::mouseDClick(&view(), Qt::LeftButton, {}, middle);
+    EXPECT_EQ(cell(0, 6), "200");
+    QTest::keyClick(&view(), Qt::Key_Left);
+    EXPECT_EQ(cell(0, 6), "199");
+    QTest::mouseClick(&follow, Qt::LeftButton);
+    EXPECT_EQ(cell(0, 6), "200");
+    QTest::keyClicks(&get<QComboBox>("plotWidth"), "A");
+    QTest::keyClick(&get<QComboBox>("plotWidth"), Qt::Key_Return);
+    get<QComboBox>("plotWidth").activated(3);
+    EXPECT_EQ(cell(0, 5), "0");
+    panel.setPaused(true);
+    panel.append(speed, start + 201 * second, 1000);
+    QTest::keyClick(&view(), Qt::Key_Home);
+    EXPECT_EQ(cell(0, 6), "200") << "held";
+    panel.append(speed, start, 5);
+    QTest::mouseClick(&get<QPushButton>("plotPause"), Qt::LeftButton);
+    EXPECT_EQ(cell(0, 6), "1000");
+    EXPECT_TRUE(notice.text().contains("1 values"));
+    panel.clear();
+    EXPECT_EQ(cell(0, 6), "");
+}
+
+TEST_F(PlotPanelTest, CursorsTellTimesValuesAndDifferences) {
+    const std::size_t one = panel.addSignal("One", "V");
+    const std::size_t other = panel.addSignal("Other", "V");
+    panel.setStart(start);
+    for (int i = 0; i <= 10; ++i) {
+        panel.append(one, start + i * second, i * i);
+    }
+    panel.append(other, start + 8 * second, std::nan(""));
+    ASSERT_TRUE(waitForMax(0, "100"));
+    QTest::mouseClick(&view(), Qt::LeftButton, {}, middle);
+    QTest::mouseClick(&view(), Qt::LeftButton, Qt::ShiftModifier, middle + QPoint(150, 0));
+    const double a = seconds("A");
+    const double b = seconds("B");
+    EXPECT_GT(a, 3);
+    EXPECT_GT(b, a + 1);
+    EXPECT_LT(b, 10);
+    EXPECT_NEAR(seconds("B − A"), b - a, 2e-6);
+    EXPECT_NEAR(seconds("1/(B − A)"), 1 / (b - a), 1e-4);
+    const auto text = [](double value) { return QString::number(value).toStdString(); };
+    const double atA = std::pow(std::floor(a), 2);
+    const double atB = std::pow(std::floor(b), 2);
+    EXPECT_THAT(row(0), ElementsAre("One", "V", text(atA), text(atB), text(atB - atA),
+                                    text(std::pow(std::ceil(a), 2)), text(atB)));
+    EXPECT_THAT(row(1), ElementsAre("Other", "V", "", b >= 8 ? "no number" : "", "", "", ""));
+    drag(middle, middle + QPoint(-100, 0));
+    EXPECT_LT(seconds("A"), a - 0.5);
+    EXPECT_TRUE(follow.isChecked()) << "the cursor has moved, not the picture";
+    const double moved = seconds("B");
+    QTest::keyClick(&view(), Qt::Key_Right, Qt::ShiftModifier);
+    EXPECT_GT(seconds("B"), moved);
+    QTest::mouseDClick(&view(), Qt::LeftButton, {}, middle);
+    EXPECT_LT(seconds("A"), a - 0.5) << "a double click sets none";
+    QTest::mouseClick(&get<QPushButton>("plotCursorsButton"), Qt::LeftButton);
+    EXPECT_EQ(cell(0, 2), "");
+}
+
+TEST_F(PlotPanelTest, ADroppedSignalIsHandedOnAndOtherThingsArent) {
+    std::string dropped;
+    QMimeData data;
+    const auto drop = [&] {
+        QDragEnterEvent enter(middle, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(&panel, &enter);
+        if (enter.isAccepted()) {
+            QDropEvent event(middle, Qt::CopyAction, &data, Qt::LeftButton, {});
+            QCoreApplication::sendEvent(&panel, &event);
+        }
+    };
+    data.setData(PlotPanel::mimeType, "1/2/3");
+    drop();
+    panel.setOnDrop([&](const QByteArray& key) { dropped += key.toStdString(); });
+    drop();
+    data.clear();
+    data.setText("1/2/3");
+    drop();
+    EXPECT_EQ(dropped, "1/2/3");
+}
+
+TEST_F(PlotPanelTest, WhatIsExportedIsWhatIsShown) {
+    const std::size_t one = panel.addSignal("One, \"two\"", "°C");
+    panel.append(one, start - 20 * second, 7);
+    panel.setStart(start);
+    panel.append(one, start - second / 2, 0.1);
+    panel.append(one, start + 1, -1e300);
+    ASSERT_TRUE(waitForMax(0, "0.1"));
+    const std::string name = ",\"One, \"\"two\"\"\",°C,";
+    EXPECT_EQ(exported("values.csv", &PlotPanel::exportCsv),
+              "time,seconds,signal,unit,value\n"
+              "2023-11-14T22:13:19.500000000Z,-0.500000000" +
+                  name +
+                  "0.1\n"
+                  "2023-11-14T22:13:20.000000001Z,0.000000001" +
+                  name + "-1e+300\n");
+    exported("plot.png", &PlotPanel::exportPng);
+    EXPECT_EQ(QImage(folder.filePath("plot.png")).size(), view().size() * 2);
+    ASSERT_TRUE(panel.exportCsv("/nowhere/values.csv"));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return notice.text().contains("failed"); }));
+
+    for (std::int64_t i = 1; i <= 3'000'000; ++i) {
+        panel.append(one, start + i * 1'000'000, 1);
+    }
+    get<QComboBox>("plotWidth").activated(3);
+    const std::string text = exported("values.csv", &PlotPanel::exportCsv);
+    EXPECT_TRUE(notice.text().contains("\"two\" before ")) << "only extents are left";
+    EXPECT_GT(std::count(text.begin(), text.end(), '\n'), 2'000'000);
+}
+
+TEST_F(PlotPanelTest, SignalsAreDrawnSoThatTheyCanBeSeenInALightAndADarkPalette) {
+    QPalette dark;
+    dark.setColor(QPalette::Base, QColor(20, 20, 20));
+    dark.setColor(QPalette::Text, Qt::white);
+    for (const bool isDark : {false, true}) {
+        panel.setPalette(isDark ? dark : QPalette(Qt::white, Qt::white));
+        const std::size_t red = panel.addSignal("Red", "V", Qt::red);
+        const std::size_t black = panel.addSignal("Black", "V", isDark ? Qt::black : Qt::white);
+        ramp(red, 0, 8);
+        ramp(black, 9, 10);
+        ASSERT_TRUE(waitForMax(0, "8"));
+        EXPECT_GT(pixels(Qt::red), 50);
+        EXPECT_GT(pixels(panel.palette().color(QPalette::Base)), 50'000);
+        const auto swatch = table.item(1, 0)->data(Qt::DecorationRole).value<QColor>();
+        EXPECT_GT(std::abs(swatch.lightness() - (isDark ? 20 : 255)), 60);
+        EXPECT_GT(pixels(swatch), 10);
+        panel.removeSignal(red);
+        EXPECT_EQ(pixels(Qt::red), 0);
+        panel.removeSignal(black);
+        panel.append(black, start, 1);
+    }
+}
+
+TEST_F(PlotPanelTest, ValuesAreScaledByThemselvesOrByTheUserForEachAxis) {
+    const std::size_t small = panel.addSignal("Small", "V", Qt::red);
+    const std::size_t large = panel.addSignal("Large", "V", Qt::blue);
+    for (int i = 0; i <= 100; ++i) {
+        panel.append(small, start + i * second / 10, i % 10);
+        panel.append(large, start + i * second / 10, 1e6 * (i % 10));
+    }
+    ASSERT_TRUE(waitForMax(1, "9000000"));
+    const int flat = pixels(Qt::red);
+    choose(0, "&Own axis");
+    const int scaled = pixels(Qt::red);
+    EXPECT_GT(scaled, 2 * flat);
+    auto& autoscale = get<QCheckBox>("plotAutoscale");
+    wheel(middle, -20, Qt::ControlModifier);
+    EXPECT_FALSE(autoscale.isChecked());
+    EXPECT_TRUE(follow.isChecked());
+    EXPECT_LT(pixels(Qt::red), scaled / 2);
+    const int blue = pixels(Qt::blue);
+    wheel({5, 100}, 20);
+    EXPECT_NE(pixels(Qt::blue), blue) << "its axis is there";
+    QTest::mouseClick(&autoscale, Qt::LeftButton, {}, {8, autoscale.height() / 2});
+    EXPECT_EQ(pixels(Qt::red), scaled);
+    std::vector<std::size_t> removed;
+    panel.setOnRemove([&](std::size_t number) { removed.push_back(number); });
+    choose(1, "&Remove");
+    table.setCurrentCell(0, 0);
+    QTest::keyClick(&table, Qt::Key_Delete);
+    EXPECT_THAT(removed, ElementsAre(large, small));
+    EXPECT_EQ(table.rowCount(), 0);
+}
+
+}  // namespace
