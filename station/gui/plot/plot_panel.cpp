@@ -96,6 +96,7 @@ PlotPanel::PlotPanel(std::size_t memoryForValues)
     parts->setChildrenCollapsible(false);
     parts->setStretchFactor(0, 3);
     parts->setStretchFactor(1, 1);
+    parts->setSizes({300, 100});  // a ratio
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(makeBar());
@@ -144,8 +145,8 @@ QWidget* PlotPanel::makeBar() {
     });
     exportButton->setMenu(menu);
 
-    connect(width, &QComboBox::activated, this, [this] {
-        view->follow(width->currentData().toLongLong());
+    connect(width, &QComboBox::activated, this, [this](int index) {
+        view->follow(width->itemData(index).toLongLong());
         draw();
     });
     connect(followNewest, &QPushButton::clicked, this, [this] {
@@ -484,13 +485,14 @@ bool PlotPanel::exportPng(const QString& path) {
         return false;
     }
     constexpr double scale = 2;  // for print
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    view->toPixmap(view->QWidget::width(), view->height(), scale).save(&buffer, "PNG");
     whatIsExported = "The picture is in " + path + '.';
     exportButton->setEnabled(false);
-    file.start(path, [bytes]() mutable { return std::exchange(bytes, QByteArray()); });
+    file.start(path, [image = view->picture(scale)]() mutable {
+        QBuffer buffer;
+        buffer.open(QIODevice::WriteOnly);
+        std::exchange(image, QImage()).save(&buffer, "PNG");
+        return buffer.data();
+    });
     return true;
 }
 

@@ -10,7 +10,6 @@ constexpr std::int64_t shortest = 1000;                                   // nan
 constexpr std::int64_t longest = std::int64_t{400} * 86'400'000'000'000;  // more than a year
 constexpr double largestDrawn = 1e200;
 constexpr int grip = 5;  // pixels beside a cursor
-constexpr std::size_t mostInLegend = 10;
 
 /// Light as people see it, 0 to 1.
 double luminance(const QColor& color) {
@@ -21,7 +20,7 @@ double luminance(const QColor& color) {
 
 bool canBeTold(const QColor& color, const QColor& background) {
     constexpr double least = 2.5;  // of the ratio that goes up to 21
-    const auto [dark, light] = std::minmax(luminance(color), luminance(background));
+    const auto [dark, light] = std::minmax({luminance(color), luminance(background)});
     return (light + 0.05) / (dark + 0.05) >= least;
 }
 
@@ -53,8 +52,15 @@ PlotView::PlotView(const PlotSignals& signalsToShow) : plotSignals(signalsToShow
     setMouseTracking(true);
     setLocale(QLocale::c());
     setAutoAddPlottableToLegend(false);
+    // Below the picture, in which it would hide values; the table of the panel is one already.
+    axisRect()->insetLayout()->take(legend);
+    plotLayout()->addElement(1, 0, legend);
+    plotLayout()->setRowStretchFactor(1, 0.001);
+    constexpr int inARow = 4;
+    legend->setFillOrder(QCPLayoutGrid::foColumnsFirst);
+    legend->setWrap(inARow);
+    legend->setBorderPen(Qt::NoPen);
     legend->setVisible(false);
-    axisRect()->insetLayout()->setInsetAlignment(0, Qt::AlignLeft | Qt::AlignTop);
     xAxis->setLabel("Time s");
     xAxis->setNumberFormat("f");
     for (const char* const name : {"A", "B"}) {
@@ -101,7 +107,6 @@ void PlotView::rebuild() {
     }
     yAxis->setVisible(valueAxes.empty());
     yAxis->setTickLabels(false);
-    legend->setVisible(!signalGraphs.empty() && signalGraphs.size() <= mostInLegend);
     takePalette();
 }
 
@@ -151,7 +156,7 @@ void PlotView::takeColors(QCPAxis& axis, const QColor& color) const {
 
 void PlotView::takePalette() {
     const QColor text = palette().color(QPalette::Text);
-    QColor background = palette().color(QPalette::Base);
+    const QColor background = palette().color(QPalette::Base);
     setBackground(background);
     takeColors(*xAxis, text);
     takeColors(*yAxis, text);
@@ -175,8 +180,6 @@ void PlotView::takePalette() {
     }
     legend->setTextColor(text);
     legend->setFont(font());
-    legend->setBorderPen(QPen(mixed(background, text, 0.35)));
-    background.setAlphaF(0.8F);
     legend->setBrush(background);
 }
 
@@ -291,6 +294,14 @@ void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
                                    : QCPScatterStyle(QCPScatterStyle::ssNone));
 }
 
+QImage PlotView::picture(double scale) {
+    legend->setVisible(!signalGraphs.empty());
+    const QImage image = toPixmap(QWidget::width(), height(), scale).toImage();
+    legend->setVisible(false);
+    draw();
+    return image;
+}
+
 void PlotView::drawCursors() {
     for (std::size_t i = 0; i < cursors.size(); ++i) {
         const CursorItems& items = cursorItems[i];
@@ -383,6 +394,7 @@ void PlotView::mousePressEvent(QMouseEvent* event) {
         return;
     }
     const QPoint position = event->position().toPoint();
+    cursorsBeforeClick = cursors;
     drag = Drag{position, shown, {}, cursorAt(position)};
     QCPAxis* const axis = valueAxisAt(position);
     drag->movesTime = axis == nullptr;
@@ -432,7 +444,6 @@ void PlotView::mouseReleaseEvent(QMouseEvent* event) {
     drag.reset();
     const QPoint position = event->position().toPoint();
     if (isClick && axisRect()->rect().contains(position)) {
-        cursorsBeforeClick = cursors;
         moveCursor(event->modifiers().testFlag(Qt::ShiftModifier) ? 1 : 0, utcAt(position.x()));
         changed();
     }
@@ -516,14 +527,10 @@ void PlotView::keyPressEvent(QKeyEvent* event) {
 }
 
 void PlotView::contextMenuEvent(QContextMenuEvent* event) {
-    const QPointF position = event->pos();
-    const auto* wanted = plottableAt<QCPGraph>(position);
+    const auto* const wanted = plottableAt<QCPGraph>(QPointF(event->pos()));
     for (const auto& [index, graph] : signalGraphs) {
-        const auto* const item = legend->itemWithPlottable(graph);
-        if (graph == wanted ||
-            (legend->visible() && item != nullptr && item->rect().contains(event->pos()))) {
+        if (graph == wanted && onMenu) {
             onMenu(index, event->globalPos());
-            return;
         }
     }
 }

@@ -43,6 +43,8 @@ class PlotView final : public QCustomPlot {
     /// Which signals there are, or their colours or axes have changed.
     void rebuild();
     void draw();
+    /// With a legend, and so many times the pixels of the window.
+    QImage picture(double scale);
 
     /// The newest value is to be seen, and what is before it for so many nanoseconds; 0 for all.
     void follow(std::int64_t newWidth);

@@ -64,7 +64,7 @@ class PlotPanelTest : public testing::Test {
     /// Seconds at a cursor, as the line above the table has them.
     double seconds(const QString& cursor) {
         const QString text = get<QLabel>("plotCursors").text();
-        return text.mid(text.indexOf(cursor + ": ")).section(' ', 1, 1).toDouble();
+        return text.section(cursor + ": ", 1, 1).section(' ', 0, 0).toDouble();
     }
     /// Chosen in the signal's menu.
     void choose(int row, const QString& what) {
@@ -78,14 +78,30 @@ class PlotPanelTest : public testing::Test {
         }
         delete panel.findChild<QMenu*>({}, Qt::FindDirectChildrenOnly);
     }
-    /// Of that color, or all but that.
+    /// About of that color.
     int pixels(QColor color) {
         const QImage image = view().grab().toImage();
         int count = 0;
         for (int y = 0; y < image.height(); ++y) {
             for (int x = 0; x < image.width(); ++x) {
-                count += image.pixelColor(x, y) == color ? 1 : 0;
+                const QColor found = image.pixelColor(x, y);
+                count += std::abs(found.red() - color.red()) + std::abs(found.green() - color.green()) +
+                         std::abs(found.blue() - color.blue()) < 60;
             }
+        }
+        return count;
+    }
+    /// In how many rows of pixels there is red, or blue; not of legend and axes.
+    int height(bool isRed) {
+        const QImage image = view().grab().toImage();
+        int count = 0;
+        for (int y = 0; y < image.height(); ++y) {
+            bool hasColor = false;
+            for (int x = image.width() / 3; x < image.width() * 2 / 3; ++x) {
+                const QColor color = image.pixelColor(x, y);
+                hasColor |= (isRed ? color.red() - color.blue() : color.blue() - color.red()) > 80;
+            }
+            count += hasColor ? 1 : 0;
         }
         return count;
     }
@@ -93,12 +109,12 @@ class PlotPanelTest : public testing::Test {
         const QString path = folder.filePath(name);
         EXPECT_TRUE((panel.*write)(path));
         EXPECT_FALSE((panel.*write)(path)) << "one at a time";
-        EXPECT_TRUE(QTest::qWaitFor([&] { return notice.text().contains(path); }));
+        EXPECT_TRUE(QTest::qWaitFor([&] { return notice.text().contains(path); }, 60000));
         return (std::stringstream() << std::ifstream(path.toStdString()).rdbuf()).str();
     }
 
     QTemporaryDir folder;
-    PlotPanel panel;
+    PlotPanel panel{std::size_t{1} << 20U};
     QTableWidget& table = get<QTableWidget>("plotTable");
     QLabel& notice = get<QLabel>("plotNotice");
     QPushButton& follow = get<QPushButton>("plotFollow");
@@ -172,6 +188,7 @@ TEST_F(PlotPanelTest, CursorsTellTimesValuesAndDifferences) {
     const double moved = seconds("B");
     QTest::keyClick(&view(), Qt::Key_Right, Qt::ShiftModifier);
     EXPECT_GT(seconds("B"), moved);
+    QTest::mouseClick(&view(), Qt::LeftButton, {}, middle);
     QTest::mouseDClick(&view(), Qt::LeftButton, {}, middle);
     EXPECT_LT(seconds("A"), a - 0.5) << "a double click sets none";
     QTest::mouseClick(&get<QPushButton>("plotCursorsButton"), Qt::LeftButton);
@@ -219,13 +236,13 @@ TEST_F(PlotPanelTest, WhatIsExportedIsWhatIsShown) {
     ASSERT_TRUE(panel.exportCsv("/nowhere/values.csv"));
     EXPECT_TRUE(QTest::qWaitFor([&] { return notice.text().contains("failed"); }));
 
-    for (std::int64_t i = 1; i <= 3'000'000; ++i) {
+    for (std::int64_t i = 1; i <= 50'000; ++i) {
         panel.append(one, start + i * 1'000'000, 1);
     }
     get<QComboBox>("plotWidth").activated(3);
     const std::string text = exported("values.csv", &PlotPanel::exportCsv);
     EXPECT_TRUE(notice.text().contains("\"two\" before ")) << "only extents are left";
-    EXPECT_GT(std::count(text.begin(), text.end(), '\n'), 2'000'000);
+    EXPECT_GT(std::count(text.begin(), text.end(), '\n'), 20'000);
 }
 
 TEST_F(PlotPanelTest, SignalsAreDrawnSoThatTheyCanBeSeenInALightAndADarkPalette) {
@@ -237,13 +254,14 @@ TEST_F(PlotPanelTest, SignalsAreDrawnSoThatTheyCanBeSeenInALightAndADarkPalette)
         const std::size_t red = panel.addSignal("Red", "V", Qt::red);
         const std::size_t black = panel.addSignal("Black", "V", isDark ? Qt::black : Qt::white);
         ramp(red, 0, 8);
-        ramp(black, 9, 10);
+        panel.append(black, start, 4);
+        panel.append(black, start + 10 * second, 4);
         ASSERT_TRUE(waitForMax(0, "8"));
         EXPECT_GT(pixels(Qt::red), 50);
         EXPECT_GT(pixels(panel.palette().color(QPalette::Base)), 50'000);
         const auto swatch = table.item(1, 0)->data(Qt::DecorationRole).value<QColor>();
         EXPECT_GT(std::abs(swatch.lightness() - (isDark ? 20 : 255)), 60);
-        EXPECT_GT(pixels(swatch), 10);
+        EXPECT_GT(pixels(swatch), 100);
         panel.removeSignal(red);
         EXPECT_EQ(pixels(Qt::red), 0);
         panel.removeSignal(black);
@@ -256,23 +274,24 @@ TEST_F(PlotPanelTest, ValuesAreScaledByThemselvesOrByTheUserForEachAxis) {
     const std::size_t large = panel.addSignal("Large", "V", Qt::blue);
     for (int i = 0; i <= 100; ++i) {
         panel.append(small, start + i * second / 10, i % 10);
-        panel.append(large, start + i * second / 10, 1e6 * (i % 10));
+        panel.append(large, start + i * second / 10, 1e6 * (9 - i % 10));
     }
     ASSERT_TRUE(waitForMax(1, "9000000"));
-    const int flat = pixels(Qt::red);
+    EXPECT_LT(height(true), 10);
     choose(0, "&Own axis");
-    const int scaled = pixels(Qt::red);
-    EXPECT_GT(scaled, 2 * flat);
+    const int scaled = height(true);
+    EXPECT_GT(scaled, 100);
     auto& autoscale = get<QCheckBox>("plotAutoscale");
     wheel(middle, -20, Qt::ControlModifier);
     EXPECT_FALSE(autoscale.isChecked());
     EXPECT_TRUE(follow.isChecked());
-    EXPECT_LT(pixels(Qt::red), scaled / 2);
-    const int blue = pixels(Qt::blue);
-    wheel({5, 100}, 20);
-    EXPECT_NE(pixels(Qt::blue), blue) << "its axis is there";
+    EXPECT_LT(height(true), scaled / 10);
+    EXPECT_LT(height(false), scaled / 10);
+    wheel({5, 100}, 18);
+    EXPECT_LT(height(false), scaled / 10);
+    EXPECT_GT(height(true), scaled / 3) << "its axis is there";
     QTest::mouseClick(&autoscale, Qt::LeftButton, {}, {8, autoscale.height() / 2});
-    EXPECT_EQ(pixels(Qt::red), scaled);
+    EXPECT_EQ(height(true), scaled);
     std::vector<std::size_t> removed;
     panel.setOnRemove([&](std::size_t number) { removed.push_back(number); });
     choose(1, "&Remove");
