@@ -32,6 +32,13 @@ QColor mixed(const QColor& color, const QColor& other, double share) {
                             part(color.blueF(), other.blueF()));
 }
 
+/// Of their values; or of their times, as those have that are in the same extent of a series.
+bool haveMuchInCommon(const SignalExtent& before, const SignalExtent& extent) {
+    constexpr double much = 0.25;
+    const double common = std::min(before.high, extent.high) - std::max(before.low, extent.low);
+    return extent.first < before.last || common > much * (extent.high - extent.low);
+}
+
 QCPRange withMargin(QCPRange range) {
     constexpr double margin = 0.05;
     const double size = range.size();
@@ -52,15 +59,10 @@ PlotView::PlotView(const PlotSignals& signalsToShow) : plotSignals(signalsToShow
     setMouseTracking(true);
     setLocale(QLocale::c());
     setAutoAddPlottableToLegend(false);
-    // Below the picture, in which it would hide values; the table of the panel is one already.
-    axisRect()->insetLayout()->take(legend);
-    plotLayout()->addElement(1, 0, legend);
-    plotLayout()->setRowStretchFactor(1, 0.001);
-    constexpr int inARow = 4;
-    legend->setFillOrder(QCPLayoutGrid::foColumnsFirst);
-    legend->setWrap(inARow);
-    legend->setBorderPen(Qt::NoPen);
+    axisRect()->insetLayout()->take(legend);  // it would hide values; the panel's table is one
     legend->setVisible(false);
+    legend->setFillOrder(QCPLayoutGrid::foColumnsFirst);
+    legend->setBorderPen(Qt::NoPen);
     xAxis->setLabel("Time s");
     xAxis->setNumberFormat("f");
     for (const char* const name : {"A", "B"}) {
@@ -249,14 +251,16 @@ void PlotView::drawTimeAxis() {
         std::clamp(1 - static_cast<int>(std::floor(std::log10(aTick))), 0, 9));
 }
 
-/// A column is drawn from the end that is nearer to the column before.
+/// A column is a line between its lowest and highest value that begins with the one that is nearer
+/// to the column before. It is upright if the two columns have much in common, so that noise is
+/// drawn as a band, and otherwise as slanted as the signal is.
 void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
     const auto columns = static_cast<std::size_t>(std::max(axisRect()->width(), 1));
     const SignalSeries& series = plotSignal.series;
     const std::int64_t to = end ? std::min(shown.to, *end + 1) : shown.to;
     std::vector<SignalExtent> extents;
-    if (const auto before = series.before(shown.from - 1)) {
-        extents.push_back(*before);
+    if (const auto earlier = series.before(shown.from - 1)) {
+        extents.push_back(*earlier);
     }
     // The columns are those of the picture also where it isn't filled.
     const double share = static_cast<double>(std::max<std::int64_t>(to - shown.from, 0)) /
@@ -264,16 +268,17 @@ void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
     const auto filled = static_cast<std::size_t>(std::ceil(static_cast<double>(columns) * share));
     const auto inside = series.envelope({shown.from, to}, filled);
     extents.insert(extents.end(), inside.begin(), inside.end());
-    if (const auto after = series.after(to); after && (!end || after->first <= *end)) {
-        extents.push_back(*after);
+    if (const auto later = series.after(to); later && (!end || later->first <= *end)) {
+        extents.push_back(*later);
     }
     QVector<QCPGraphData> drawn;
     drawn.reserve(static_cast<qsizetype>(extents.size() * 2));
     double previous = 0;
+    const SignalExtent* before = nullptr;
     for (const SignalExtent& extent : extents) {
-        const double first = secondsOf(extent.first);
+        const double middle = secondsOf(extent.first + (extent.last - extent.first) / 2);
         if (!extent.hasValues()) {
-            drawn.append(QCPGraphData(first, qQNaN()));  // a gap
+            drawn.append(QCPGraphData(middle, qQNaN()));  // a gap
             continue;
         }
         double one = std::clamp(extent.low, -largestDrawn, largestDrawn);
@@ -281,10 +286,12 @@ void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
         if (std::abs(previous - other) < std::abs(previous - one)) {
             std::swap(one, other);
         }
-        drawn.append(QCPGraphData(first, one));
-        if (one != other || extent.first != extent.last) {
-            drawn.append(QCPGraphData(secondsOf(extent.last), other));
+        const bool isUpright = before == nullptr || haveMuchInCommon(*before, extent);
+        drawn.append(QCPGraphData(isUpright ? middle : secondsOf(extent.first), one));
+        if (one != other) {
+            drawn.append(QCPGraphData(isUpright ? middle : secondsOf(extent.last), other));
         }
+        before = &extent;
         previous = other;
     }
     graph.data()->set(drawn, true);
@@ -295,9 +302,17 @@ void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
 }
 
 QImage PlotView::picture(double scale) {
-    legend->setVisible(!signalGraphs.empty());
+    constexpr int inARow = 4;
+    plotLayout()->addElement(1, 0, legend);
+    plotLayout()->setRowStretchFactor(1, 0.001);
+    legend->setWrap(inARow);
+    legend->setVisible(true);
+    setPlottingHint(QCP::phFastPolylines);  // of thick lines, which are slow otherwise
     const QImage image = toPixmap(QWidget::width(), height(), scale).toImage();
+    setPlottingHint(QCP::phFastPolylines, false);
     legend->setVisible(false);
+    plotLayout()->take(legend);
+    plotLayout()->simplify();
     draw();
     return image;
 }

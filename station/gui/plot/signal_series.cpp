@@ -172,10 +172,12 @@ std::vector<SignalExtent> SignalSeries::envelope(Range range, std::size_t column
                                          width / columns * column +
                                          width % columns * column / columns);
     };
+    Part last;
     for (std::size_t column = 0; column < columns; ++column) {
         const Part its = part({edge(column), edge(column + 1)});
-        if (its.from < its.to) {
+        if (its.from < its.to && its != last) {
             drawn.push_back(fold(its));
+            last = its;
         }
     }
     return drawn;

@@ -69,7 +69,8 @@ class SignalSeries {
     std::int64_t oldestPoint() const { return isEmpty() ? 0 : points[points.begin()].utc; }
 
     /// What is to be drawn into that many columns of equal width: the points, if there are no more
-    /// than two a column, otherwise the extent of each column that has any. In order of time.
+    /// than two a column, otherwise the extent of each column that has any, once for columns that
+    /// share an extent. In order of time.
     std::vector<SignalExtent> envelope(Range range, std::size_t columns) const;
     /// Of all points between these times; empty if there is none.
     std::optional<SignalExtent> extent(Range range) const;
@@ -88,6 +89,7 @@ class SignalSeries {
     struct Part {
         std::uint64_t from = 0;
         std::uint64_t to = 0;
+        bool operator==(const Part&) const = default;
     };
 
     SignalExtent item(std::size_t level, std::uint64_t number) const;

@@ -85,8 +85,10 @@ class PlotPanelTest : public testing::Test {
         for (int y = 0; y < image.height(); ++y) {
             for (int x = 0; x < image.width(); ++x) {
                 const QColor found = image.pixelColor(x, y);
-                count += std::abs(found.red() - color.red()) + std::abs(found.green() - color.green()) +
-                         std::abs(found.blue() - color.blue()) < 60;
+                count += std::abs(found.red() - color.red()) +
+                             std::abs(found.green() - color.green()) +
+                             std::abs(found.blue() - color.blue()) <
+                         60;
             }
         }
         return count;
