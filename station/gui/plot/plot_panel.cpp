@@ -7,19 +7,19 @@
 #include <QDragEnterEvent>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
 #include <QMimeData>
 #include <QPushButton>
 #include <QSplitter>
-#include <QTableWidget>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <array>
 #include <cmath>
 
+#include "station/gui/plot/plot_drawing.h"
+#include "station/gui/plot/plot_table.h"
 #include "station/gui/plot/plot_view.h"
 
 namespace station {
@@ -28,37 +28,9 @@ namespace {
 constexpr std::int64_t nanoseconds = 1'000'000'000;  // a second
 constexpr std::int64_t latestTime = 4'102'444'800 * nanoseconds;
 
-enum PlotColumn {
-    NameColumn,
-    UnitColumn,
-    AColumn,
-    BColumn,
-    DifferenceColumn,
-    MinColumn,
-    MaxColumn
-};
-
 /// Far apart, and neither black nor white.
 constexpr std::array<QRgb, 8> signalColors = {0x1F77B4, 0xD62728, 0x2CA02C, 0xFF7F0E,
                                               0x9467BD, 0x17BECF, 0xE377C2, 0x8C564B};
-
-QString valueText(double value) {
-    constexpr int digits = 9;
-    return QString::number(value, 'g', digits);
-}
-
-/// Of what is held of a point: more than one value only where it isn't held as it is.
-QString extentText(const SignalExtent& extent) {
-    if (!extent.hasValues()) {
-        return "no number";
-    }
-    return extent.low == extent.high ? valueText(extent.low)
-                                     : valueText(extent.low) + " … " + valueText(extent.high);
-}
-
-bool isValue(const std::optional<SignalExtent>& extent) {
-    return extent && extent->low == extent->high;
-}
 
 QString timeText(double seconds) {
     constexpr int decimals = 6;
@@ -70,7 +42,7 @@ QString timeText(double seconds) {
 PlotPanel::PlotPanel(std::size_t memoryForValues)
     : memory(memoryForValues),
       view(new PlotView(plotSignals)),
-      table(new QTableWidget),
+      table(new PlotTable),
       width(new QComboBox),
       followNewest(new QPushButton("&Follow")),
       pause(new QPushButton("&Pause")),
@@ -80,7 +52,8 @@ PlotPanel::PlotPanel(std::size_t memoryForValues)
       cursorText(new QLabel),
       notice(new QLabel) {
     setAcceptDrops(true);
-    makeTable();
+    table->setOnMenu([this](std::size_t number, QPoint at) { showMenu(number, at); });
+    table->setOnRemove([this](std::size_t number) { removeByUser(number); });
     cursorText->setObjectName("plotCursors");
     cursorText->setTextInteractionFlags(Qt::TextSelectableByMouse);
     notice->setObjectName("plotNotice");
@@ -171,51 +144,6 @@ QWidget* PlotPanel::makeBar() {
     return bar;
 }
 
-void PlotPanel::makeTable() {
-    table->setObjectName("plotTable");
-    table->setAccessibleName("Signals and their values at the cursors");
-    table->setColumnCount(MaxColumn + 1);
-    table->setHorizontalHeaderLabels({"Signal", "Unit", "A", "B", "B − A", "Min", "Max"});
-    table->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    table->setSelectionBehavior(QAbstractItemView::SelectRows);
-    table->setSelectionMode(QAbstractItemView::SingleSelection);
-    table->setTabKeyNavigation(false);
-    table->setWordWrap(false);
-    table->setContextMenuPolicy(Qt::CustomContextMenu);
-    table->verticalHeader()->hide();
-    table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    table->verticalHeader()->setDefaultSectionSize(table->verticalHeader()->minimumSectionSize());
-    table->horizontalHeader()->setHighlightSections(false);
-    table->horizontalHeader()->setSectionResizeMode(NameColumn, QHeaderView::Stretch);
-    table->setColumnWidth(UnitColumn, 60);
-    table->installEventFilter(this);
-    connect(table, &QWidget::customContextMenuRequested, this, [this](const QPoint& position) {
-        QTableWidgetItem* const item = table->itemAt(position);
-        const int row = item != nullptr ? item->row() : -1;
-        if (row >= 0) {
-            showMenu(signalOf(row), table->viewport()->mapToGlobal(position));
-        }
-    });
-}
-
-/// The menu and removal by keys; a signal's row is the current one.
-bool PlotPanel::eventFilter(QObject* object, QEvent* event) {
-    if (object == table && event->type() == QEvent::KeyPress && table->currentRow() >= 0) {
-        const auto* const pressed = static_cast<QKeyEvent*>(event);
-        const int row = table->currentRow();
-        if (pressed->key() == Qt::Key_Delete) {
-            removeByUser(signalOf(row));
-            return true;
-        }
-        if (pressed->key() == Qt::Key_Menu || pressed->key() == Qt::Key_Return) {
-            const QRect cell = table->visualItemRect(table->item(row, NameColumn));
-            showMenu(signalOf(row), table->viewport()->mapToGlobal(cell.bottomLeft()));
-            return true;
-        }
-    }
-    return QWidget::eventFilter(object, event);
-}
-
 std::size_t PlotPanel::addSignal(const QString& name, const QString& unit, QColor color) {
     if (!color.isValid()) {
         color = QColor(signalColors[plotSignals.size() % signalColors.size()]);
@@ -303,31 +231,8 @@ void PlotPanel::setPaused(bool isPaused) {
 
 void PlotPanel::rebuild() {
     view->rebuild();
-    table->setRowCount(0);
-    for (std::size_t i = 0; i < plotSignals.size(); ++i) {
-        if (plotSignals[i] == nullptr) {
-            continue;
-        }
-        const int row = table->rowCount();
-        table->insertRow(row);
-        for (int column = 0; column <= MaxColumn; ++column) {
-            auto* const item = new QTableWidgetItem;
-            if (column >= AColumn) {
-                item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
-            }
-            table->setItem(row, column, item);
-        }
-        table->item(row, NameColumn)->setText(plotSignals[i]->name);
-        table->item(row, NameColumn)->setData(Qt::UserRole, QVariant::fromValue<qulonglong>(i));
-        table->item(row, NameColumn)
-            ->setData(Qt::DecorationRole, view->drawnColor(*plotSignals[i]));
-        table->item(row, UnitColumn)->setText(plotSignals[i]->unit);
-    }
+    table->rebuild(plotSignals);
     draw();
-}
-
-std::size_t PlotPanel::signalOf(int row) const {
-    return table->item(row, NameColumn)->data(Qt::UserRole).toULongLong();
 }
 
 void PlotPanel::tick() {
@@ -354,51 +259,27 @@ void PlotPanel::showControls() {
     const auto& cursors = view->getCursors();
     cursorsButton->setChecked(cursors[0] || cursors[1]);
     showCursors();
-    showTable();
+    table->showValues(plotSignals, view->getShown(), view->getCursors());
 }
 
 void PlotPanel::showCursors() {
     const auto& [a, b] = view->getCursors();
     QStringList texts;
     if (a) {
-        texts.append("A: " + timeText(view->secondsOf(*a)));
+        texts.append("A: " + timeText(secondsSince(view->getStart(), *a)));
     }
     if (b) {
-        texts.append("B: " + timeText(view->secondsOf(*b)));
+        texts.append("B: " + timeText(secondsSince(view->getStart(), *b)));
     }
     if (a && b) {
         const double difference = static_cast<double>(*b - *a) / static_cast<double>(nanoseconds);
         texts.append("B − A: " + timeText(difference));
         if (*a != *b) {
-            texts.append("1/(B − A): " + valueText(1 / std::abs(difference)) + " Hz");
+            texts.append("1/(B − A): " + QString::number(1 / std::abs(difference), 'g', 9) + " Hz");
         }
     }
     cursorText->setText(texts.join("    "));
     cursorText->setVisible(!texts.isEmpty());
-}
-
-void PlotPanel::showTable() {
-    const auto& [a, b] = view->getCursors();
-    SignalSeries::Range range = view->getShown();
-    if (a && b) {
-        range = {std::min(*a, *b), std::max(*a, *b) + 1};
-    }
-    for (int row = 0; row < table->rowCount(); ++row) {
-        const SignalSeries& series = plotSignals[signalOf(row)]->series;
-        const auto atA = a ? series.before(*a) : std::nullopt;
-        const auto atB = b ? series.before(*b) : std::nullopt;
-        const auto all = series.extent(range);
-        const bool hasValues = all && all->hasValues();
-        const auto set = [&](int column, const QString& text) {
-            table->item(row, column)->setText(text);
-        };
-        set(AColumn, atA ? extentText(*atA) : QString());
-        set(BColumn, atB ? extentText(*atB) : QString());
-        set(DifferenceColumn,
-            isValue(atA) && isValue(atB) ? valueText(atB->low - atA->low) : QString());
-        set(MinColumn, hasValues ? valueText(all->low) : QString());
-        set(MaxColumn, hasValues ? valueText(all->high) : QString());
-    }
 }
 
 void PlotPanel::showNotice() {
@@ -511,7 +392,7 @@ bool PlotPanel::exportCsv(const QString& path) {
         parts.push_back({each->name.toStdString(), each->unit.toStdString(), series.share()});
         if (series.extent({range.from, std::min(range.to, series.oldestPoint())})) {
             missing.append(each->name + " before " +
-                           timeText(view->secondsOf(series.oldestPoint())));
+                           timeText(secondsSince(view->getStart(), series.oldestPoint())));
         }
     }
     whatIsExported = "The values are in " + path + '.';

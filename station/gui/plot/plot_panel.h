@@ -15,11 +15,11 @@ class QCheckBox;
 class QComboBox;
 class QLabel;
 class QPushButton;
-class QTableWidget;
 class QToolButton;
 
 namespace station {
 
+class PlotTable;
 class PlotView;
 struct PlotSignal;
 
@@ -68,11 +68,9 @@ class PlotPanel final : public QWidget {
     void dropEvent(QDropEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void changeEvent(QEvent* event) override;
-    bool eventFilter(QObject* object, QEvent* event) override;
 
   private:
     QWidget* makeBar();
-    void makeTable();
     void askPath(const QString& title, const QString& name,
                  std::function<void(const QString&)> next);
     void shareMemory();
@@ -82,13 +80,10 @@ class PlotPanel final : public QWidget {
     void draw();
     void showControls();
     void showCursors();
-    void showTable();
     void showNotice();
     void toggleCursors(bool isOn);
     void showMenu(std::size_t number, QPoint position);
     void removeByUser(std::size_t number);
-    /// The signal of a row of the table.
-    std::size_t signalOf(int row) const;
     bool isThere(std::size_t number) const;
 
     const std::size_t memory;
@@ -96,7 +91,7 @@ class PlotPanel final : public QWidget {
     std::function<void(const QByteArray& key)> onDrop;
     std::function<void(std::size_t)> onRemove;
     PlotView* const view;
-    QTableWidget* const table;
+    PlotTable* const table;
     QComboBox* const width;
     QPushButton* const followNewest;
     QPushButton* const pause;

@@ -3,41 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "station/gui/plot/plot_drawing.h"
+
 namespace station {
 namespace {
 
 constexpr std::int64_t shortest = 1000;                                   // nanoseconds
 constexpr std::int64_t longest = std::int64_t{400} * 86'400'000'000'000;  // more than a year
-constexpr double largestDrawn = 1e200;
-constexpr int grip = 5;  // pixels beside a cursor
-
-/// Light as people see it, 0 to 1.
-double luminance(const QColor& color) {
-    const auto linear = [](double part) { return std::pow(part, 2.2); };
-    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
-           0.0722 * linear(color.blueF());
-}
-
-bool canBeTold(const QColor& color, const QColor& background) {
-    constexpr double least = 2.5;  // of the ratio that goes up to 21
-    const auto [dark, light] = std::minmax({luminance(color), luminance(background)});
-    return (light + 0.05) / (dark + 0.05) >= least;
-}
-
-QColor mixed(const QColor& color, const QColor& other, double share) {
-    const auto part = [&](float from, float to) {
-        return static_cast<float>(from + (to - from) * share);
-    };
-    return QColor::fromRgbF(part(color.redF(), other.redF()), part(color.greenF(), other.greenF()),
-                            part(color.blueF(), other.blueF()));
-}
-
-/// Of their values; or of their times, as those have that are in the same extent of a series.
-bool haveMuchInCommon(const SignalExtent& before, const SignalExtent& extent) {
-    constexpr double much = 0.25;
-    const double common = std::min(before.high, extent.high) - std::max(before.low, extent.low);
-    return extent.first < before.last || common > much * (extent.high - extent.low);
-}
+constexpr int grip = 5;                                                   // pixels beside a cursor
 
 QCPRange withMargin(QCPRange range) {
     constexpr double margin = 0.05;
@@ -131,17 +104,6 @@ QCPAxis* PlotView::axisFor(std::size_t index) {
     return axis;
 }
 
-QColor PlotView::drawnColor(const PlotSignal& plotSignal) const {
-    const QColor background = palette().color(QPalette::Base);
-    const QColor away = luminance(background) < 0.2 ? Qt::white : Qt::black;
-    QColor color = plotSignal.color;
-    constexpr double step = 0.1;
-    for (double share = step; share < 1 && !canBeTold(color, background); share += step) {
-        color = mixed(plotSignal.color, away, share);
-    }
-    return color;
-}
-
 void PlotView::takeColors(QCPAxis& axis, const QColor& color) const {
     const QColor text = palette().color(QPalette::Text);
     const QColor background = palette().color(QPalette::Base);
@@ -166,7 +128,7 @@ void PlotView::takePalette() {
         const auto graphs = axis->graphs();
         QColor color = text;
         for (const auto& [index, graph] : signalGraphs) {
-            const QColor own = drawnColor(*plotSignals[index]);
+            const QColor own = drawnColor(plotSignals[index]->color, palette());
             graph->setPen(QPen(own));
             if (graphs.size() == 1 && graphs.front() == graph) {
                 color = own;
@@ -183,11 +145,6 @@ void PlotView::takePalette() {
     legend->setTextColor(text);
     legend->setFont(font());
     legend->setBrush(background);
-}
-
-double PlotView::secondsOf(std::int64_t utc) const {
-    constexpr long double second = 1e9L;
-    return static_cast<double>((static_cast<long double>(utc) - start) / second);
 }
 
 std::optional<PlotView::Range> PlotView::held() const {
@@ -245,15 +202,12 @@ void PlotView::draw() {
 
 /// As many decimals as tell the numbers apart.
 void PlotView::drawTimeAxis() {
-    xAxis->setRange(secondsOf(shown.from), secondsOf(shown.to));
+    xAxis->setRange(secondsSince(start, shown.from), secondsSince(start, shown.to));
     const double aTick = xAxis->range().size() / 5;
     xAxis->setNumberPrecision(
         std::clamp(1 - static_cast<int>(std::floor(std::log10(aTick))), 0, 9));
 }
 
-/// A column is a line between its lowest and highest value that begins with the one that is nearer
-/// to the column before. It is upright if the two columns have much in common, so that noise is
-/// drawn as a band, and otherwise as slanted as the signal is.
 void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
     const auto columns = static_cast<std::size_t>(std::max(axisRect()->width(), 1));
     const SignalSeries& series = plotSignal.series;
@@ -271,30 +225,7 @@ void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
     if (const auto later = series.after(to); later && (!end || later->first <= *end)) {
         extents.push_back(*later);
     }
-    QVector<QCPGraphData> drawn;
-    drawn.reserve(static_cast<qsizetype>(extents.size() * 2));
-    double previous = 0;
-    const SignalExtent* before = nullptr;
-    for (const SignalExtent& extent : extents) {
-        const double middle = secondsOf(extent.first + (extent.last - extent.first) / 2);
-        if (!extent.hasValues()) {
-            drawn.append(QCPGraphData(middle, qQNaN()));  // a gap
-            continue;
-        }
-        double one = std::clamp(extent.low, -largestDrawn, largestDrawn);
-        double other = std::clamp(extent.high, -largestDrawn, largestDrawn);
-        if (std::abs(previous - other) < std::abs(previous - one)) {
-            std::swap(one, other);
-        }
-        const bool isUpright = before == nullptr || haveMuchInCommon(*before, extent);
-        drawn.append(QCPGraphData(isUpright ? middle : secondsOf(extent.first), one));
-        if (one != other) {
-            drawn.append(QCPGraphData(isUpright ? middle : secondsOf(extent.last), other));
-        }
-        before = &extent;
-        previous = other;
-    }
-    graph.data()->set(drawn, true);
+    graph.data()->set(lineOf(extents, start), true);
     constexpr std::size_t pixelsApart = 12;
     const bool isSparse = inside.size() * pixelsApart < filled;
     graph.setScatterStyle(isSparse ? QCPScatterStyle(QCPScatterStyle::ssDisc, 4)
@@ -324,7 +255,7 @@ void PlotView::drawCursors() {
         items.line->setVisible(isShown);
         items.label->setVisible(isShown);
         if (isShown) {
-            const double seconds = secondsOf(*cursors[i]);
+            const double seconds = secondsSince(start, *cursors[i]);
             items.line->point1->setCoords(seconds, 0);
             items.line->point2->setCoords(seconds, 1);
             items.label->position->setCoords(seconds, 1);

@@ -56,11 +56,9 @@ class PlotView final : public QCustomPlot {
     void setEnd(std::optional<std::int64_t> newEnd) { end = newEnd; }
     void setStart(std::int64_t utc) { start = utc; }
     std::int64_t getStart() const { return start; }
-    double secondsOf(std::int64_t utc) const;
     Range getShown() const { return shown; }
     const Cursors& getCursors() const { return cursors; }
     void setCursors(const Cursors& newCursors) { cursors = newCursors; }
-    QColor drawnColor(const PlotSignal& plotSignal) const;
 
   protected:
     void mousePressEvent(QMouseEvent* event) override;
