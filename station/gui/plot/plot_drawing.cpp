@@ -59,7 +59,7 @@ double secondsSince(std::int64_t start, std::int64_t utc) {
 /// drawn as a band, and otherwise as slanted as the signal is.
 QVector<QCPGraphData> lineOf(const std::vector<SignalExtent>& extents, std::int64_t start) {
     QVector<QCPGraphData> drawn;
-    drawn.reserve(static_cast<qsizetype>(extents.size() * 2));
+    drawn.reserve(2 * static_cast<qsizetype>(extents.size()));
     double previous = 0;
     const SignalExtent* before = nullptr;
     for (const SignalExtent& extent : extents) {

@@ -248,7 +248,7 @@ void PlotPanel::tick() {
 
 void PlotPanel::draw() {
     hasChanged = false;
-    view->draw();
+    view->redraw();
     showNotice();
     showControls();
 }
@@ -259,7 +259,7 @@ void PlotPanel::showControls() {
     const auto& cursors = view->getCursors();
     cursorsButton->setChecked(cursors[0] || cursors[1]);
     showCursors();
-    table->showValues(plotSignals, view->getShown(), view->getCursors());
+    table->showValues(plotSignals, view->getShown(), view->shownCursors());
 }
 
 void PlotPanel::showCursors() {
@@ -317,8 +317,9 @@ void PlotPanel::toggleCursors(bool isOn) {
 }
 
 void PlotPanel::removeByUser(std::size_t number) {
+    const bool wasThere = isThere(number);
     removeSignal(number);
-    if (onRemove) {
+    if (wasThere && onRemove) {
         onRemove(number);
     }
 }
@@ -336,6 +337,9 @@ void PlotPanel::showMenu(std::size_t number, QPoint position) {
     };
     menu->addAction("&Remove", this, [this, number] { removeByUser(number); });
     menu->addAction("&Color…", this, [this, number, ifThere] {
+        if (!isThere(number)) {
+            return;
+        }
         auto* const dialog = new QColorDialog(plotSignals[number]->color, this);
         dialog->setAttribute(Qt::WA_DeleteOnClose);
         connect(dialog, &QColorDialog::colorSelected, this, [ifThere](const QColor& color) {

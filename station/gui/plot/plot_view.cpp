@@ -173,7 +173,7 @@ void PlotView::followNewest() {
     }
 }
 
-void PlotView::draw() {
+void PlotView::redraw() {
     if (isFollowingNewest) {
         followNewest();
     }
@@ -239,12 +239,12 @@ QImage PlotView::picture(double scale) {
     legend->setWrap(inARow);
     legend->setVisible(true);
     setPlottingHint(QCP::phFastPolylines);  // of thick lines, which are slow otherwise
-    const QImage image = toPixmap(QWidget::width(), height(), scale).toImage();
+    QImage image = toPixmap(QWidget::width(), height(), scale).toImage();
     setPlottingHint(QCP::phFastPolylines, false);
     legend->setVisible(false);
     plotLayout()->take(legend);
     plotLayout()->simplify();
-    draw();
+    redraw();
     return image;
 }
 
@@ -267,6 +267,18 @@ std::int64_t PlotView::utcAt(double x) const {
     const double share = (x - axisRect()->left()) / std::max(axisRect()->width(), 1);
     return shown.from +
            std::llround(std::clamp(share, -1.0, 2.0) * static_cast<double>(shown.to - shown.from));
+}
+
+PlotView::Range PlotView::getShown() const {
+    return {shown.from, end ? std::min(shown.to, *end + 1) : shown.to};
+}
+
+PlotView::Cursors PlotView::shownCursors() const {
+    Cursors times = cursors;
+    for (auto& time : times) {
+        time = time && end ? std::min(*time, *end) : time;
+    }
+    return times;
 }
 
 double PlotView::pixelOf(std::int64_t utc) const {
@@ -329,7 +341,7 @@ void PlotView::moveCursor(std::size_t cursor, std::int64_t utc) {
 }
 
 void PlotView::changed() {
-    draw();
+    redraw();
     if (onChange) {
         onChange();
     }
@@ -485,7 +497,7 @@ void PlotView::changeEvent(QEvent* event) {
     QCustomPlot::changeEvent(event);
     if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange) {
         takePalette();
-        draw();
+        redraw();
     }
 }
 

@@ -42,7 +42,7 @@ class PlotView final : public QCustomPlot {
 
     /// Which signals there are, or their colours or axes have changed.
     void rebuild();
-    void draw();
+    void redraw();
     /// With a legend, and so many times the pixels of the window.
     QImage picture(double scale);
 
@@ -56,8 +56,10 @@ class PlotView final : public QCustomPlot {
     void setEnd(std::optional<std::int64_t> newEnd) { end = newEnd; }
     void setStart(std::int64_t utc) { start = utc; }
     std::int64_t getStart() const { return start; }
-    Range getShown() const { return shown; }
+    Range getShown() const;
     const Cursors& getCursors() const { return cursors; }
+    /// Those that are later than all that is shown are at its end.
+    Cursors shownCursors() const;
     void setCursors(const Cursors& newCursors) { cursors = newCursors; }
 
   protected:
