@@ -20,16 +20,11 @@ class SignalSeriesTest : public testing::Test {
         for (std::size_t i = 0; i < count; ++i) {
             const std::uint64_t kind = random() % 1000;
             utc += kind < 200 ? 0 : kind < 999 ? random() % 2'000'000 : 40'000'000'000;
-            const double value = kind == 500 ? nan
-                                 : kind == 501
-                                     ? infinity
-                                     : static_cast<double>(points.size() + random() % 999);
-            add(utc, value);
+            const auto number = static_cast<double>(i + random() % 999);
+            const double value = kind == 500 ? nan : kind == 501 ? infinity : number;
+            series.append(utc, value);
+            points.push_back({utc, value});
         }
-    }
-    void add(std::int64_t time, double value) {
-        series.append(time, value);
-        points.push_back({time, value});
     }
     std::int64_t anyTime() {
         return points[random() % points.size()].utc + static_cast<std::int64_t>(random() % 3) - 1;
@@ -41,9 +36,8 @@ class SignalSeriesTest : public testing::Test {
     /// Of the points of that range, and so many around them.
     std::optional<SignalExtent> expected(Range range, std::ptrdiff_t around = 0) const {
         const auto find = [&](std::int64_t time) {
-            return std::lower_bound(
-                points.begin(), points.end(), time,
-                [](const SignalPoint& point, std::int64_t limit) { return point.utc < limit; });
+            return std::partition_point(points.begin(), points.end(),
+                                        [&](const SignalPoint& point) { return point.utc < time; });
         };
         auto at = find(range.from);
         auto end = find(range.to);
@@ -55,11 +49,10 @@ class SignalSeriesTest : public testing::Test {
         }
         return all;
     }
-    static auto fields(const SignalExtent& extent) {
-        return std::tuple(extent.first, extent.last, extent.low, extent.high);
-    }
     static std::string text(const std::optional<SignalExtent>& extent) {
-        return extent ? testing::PrintToString(fields(*extent)) : "none";
+        return extent ? testing::PrintToString(
+                            std::tuple(extent->first, extent->last, extent->low, extent->high))
+                      : "none";
     }
 
     std::mt19937_64 random{7};
@@ -77,22 +70,21 @@ TEST_F(SignalSeriesTest, WhereThePointsAreHeldAllAnswersAreThoseOfThePoints) {
         const std::size_t columns = 1 + random() % 400;
         EXPECT_EQ(text(series.extent(range)), text(expected(range)));
         std::string drawn;
+        std::size_t inRange = 0;
         for (const SignalExtent& extent : series.envelope(range, columns)) {
             drawn += text(extent);
         }
         std::string singles;
-        std::size_t inRange = 0;
         for (const SignalPoint& point : points) {
-            if (point.utc >= range.from && point.utc < range.to) {
-                singles += text(SignalExtent(point));
-                ++inRange;
-            }
+            const bool isIn = point.utc >= range.from && point.utc < range.to;
+            singles += isIn ? text(SignalExtent(point)) : "";
+            inRange += isIn ? 1 : 0;
         }
         std::string folded;
         for (std::size_t column = 0; column < columns; ++column) {
             const auto edge = [&](std::size_t at) {
-                return range.from + static_cast<std::int64_t>(static_cast<__int128>(at) *
-                                                              (range.to - range.from) / columns);
+                const auto width = static_cast<__int128>(range.to - range.from);
+                return range.from + static_cast<std::int64_t>(width * at / columns);
             };
             const auto all = expected({edge(column), edge(column + 1)});
             folded += all ? text(all) : "";
