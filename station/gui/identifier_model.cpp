@@ -1,13 +1,21 @@
 #include "station/gui/identifier_model.h"
 
 #include <QColor>
+#include <QMimeData>
+#include <algorithm>
+#include <functional>
+#include <span>
 #include <utility>
+
+#include "station/gui/plot/plot_panel.h"
 
 namespace station {
 namespace {
 
 constexpr double nanosecondsPerMillisecond = 1e6;
 constexpr std::size_t noChannel = static_cast<std::size_t>(-1);
+constexpr unsigned channelBits = 16;
+constexpr quintptr channelMask = (quintptr{1} << channelBits) - 1;
 
 QString milliseconds(std::int64_t nanoseconds) {
     constexpr int decimals = 3;
@@ -15,29 +23,65 @@ QString milliseconds(std::int64_t nanoseconds) {
                            decimals);
 }
 
+/// "12.5 km/h", or "1 (Reverse)".
+QString valueText(const DecodedSignal& signal) {
+    constexpr int digits = 10;
+    QString text = QString::number(signal.value, 'g', digits);
+    if (!signal.unit->empty()) {
+        text += ' ' + QString::fromStdString(*signal.unit);
+    }
+    return signal.text != nullptr ? text + " (" + QString::fromStdString(*signal.text) + ')' : text;
+}
+
 }  // namespace
 
-/// An index of an identifier has its channel's number, from 1, as its own.
+// The number of an index says what is above it: nothing above a channel, above an identifier its
+// channel, from 1, in the lower bits, and above a signal also the identifier's row, from 1.
+
+IdentifierModel::Level IdentifierModel::levelOf(const QModelIndex& index) {
+    return index.internalId() == 0                  ? Level::Channel
+           : index.internalId() >> channelBits == 0 ? Level::Identifier
+                                                    : Level::Signal;
+}
+
 QModelIndex IdentifierModel::index(int row, int column, const QModelIndex& parent) const {
     if (!hasIndex(row, column, parent)) {
         return {};
     }
-    return createIndex(row, column,
-                       parent.isValid() ? static_cast<quintptr>(parent.row()) + 1 : quintptr{0});
+    if (!parent.isValid()) {
+        return createIndex(row, column, quintptr{0});
+    }
+    const auto above = static_cast<quintptr>(parent.row()) + 1;
+    return createIndex(
+        row, column, parent.internalId() == 0 ? above : above << channelBits | parent.internalId());
 }
 
 QModelIndex IdentifierModel::parent(const QModelIndex& child) const {
-    return child.internalId() == 0
-               ? QModelIndex()
-               : createIndex(static_cast<int>(child.internalId()) - 1, 0, quintptr{0});
+    switch (levelOf(child)) {
+        case Level::Channel:
+            return {};
+        case Level::Identifier:
+            return createIndex(static_cast<int>(child.internalId()) - 1, 0, quintptr{0});
+        case Level::Signal:
+            break;
+    }
+    return createIndex(static_cast<int>(child.internalId() >> channelBits) - 1, 0,
+                       child.internalId() & channelMask);
 }
 
 int IdentifierModel::rowCount(const QModelIndex& parent) const {
     if (!parent.isValid()) {
         return static_cast<int>(rowsOf.size());
     }
-    const bool isChannel = parent.internalId() == 0 && parent.column() == 0;
-    return isChannel ? static_cast<int>(rowsOf[static_cast<std::size_t>(parent.row())].size()) : 0;
+    if (parent.column() != 0 || levelOf(parent) == Level::Signal) {
+        return 0;
+    }
+    if (levelOf(parent) == Level::Channel) {
+        return static_cast<int>(rowsOf[static_cast<std::size_t>(parent.row())].size());
+    }
+    const IdentifierRow* const row = getRow(parent);
+    const Decoder::Message* const message = row != nullptr ? findMessage(*row) : nullptr;
+    return message != nullptr ? static_cast<int>(message->getDefinition().signals.size()) : 0;
 }
 
 void IdentifierModel::update(const LiveFeed& from) {
@@ -70,21 +114,82 @@ std::size_t IdentifierModel::getChannel(const QModelIndex& index) const {
     if (!index.isValid()) {
         return noChannel;
     }
-    return index.internalId() == 0 ? static_cast<std::size_t>(index.row())
-                                   : static_cast<std::size_t>(index.internalId()) - 1;
+    return levelOf(index) == Level::Channel
+               ? static_cast<std::size_t>(index.row())
+               : static_cast<std::size_t>(index.internalId() & channelMask) - 1;
+}
+
+const IdentifierRow& IdentifierModel::rowAt(std::size_t channel, std::size_t row) const {
+    return feed->getIdentifiers().getRows()[rowsOf[channel][row]];
 }
 
 const IdentifierRow* IdentifierModel::getRow(const QModelIndex& index) const {
-    if (!index.isValid() || index.internalId() == 0 || isStale()) {
+    if (!index.isValid() || isStale() || levelOf(index) != Level::Identifier) {
         return nullptr;
     }
-    const std::size_t place = rowsOf[getChannel(index)][static_cast<std::size_t>(index.row())];
-    return &feed->getIdentifiers().getRows()[place];
+    return &rowAt(getChannel(index), static_cast<std::size_t>(index.row()));
+}
+
+const Decoder::Message* IdentifierModel::findMessage(const IdentifierRow& row) const {
+    return feed->getChannels()[row.last.channel].findMessage(row.last.id, row.last.isExtended);
+}
+
+std::optional<SignalTaps::Signal> IdentifierModel::getSignal(const QModelIndex& index) const {
+    if (!index.isValid() || isStale() || levelOf(index) != Level::Signal) {
+        return {};
+    }
+    const BusMessage& last =
+        rowAt(getChannel(index), static_cast<std::size_t>(index.internalId() >> channelBits) - 1)
+            .last;
+    return SignalTaps::Signal{last.channel, last.id, last.isExtended,
+                              static_cast<std::size_t>(index.row())};
+}
+
+QByteArray IdentifierModel::toKey(const SignalTaps::Signal& signal) {
+    return QByteArray::number(static_cast<qulonglong>(signal.channel)) + ' ' +
+           QByteArray::number(signal.id) + ' ' + QByteArray::number(int{signal.isExtended}) + ' ' +
+           QByteArray::number(static_cast<qulonglong>(signal.index));
+}
+
+std::optional<SignalTaps::Signal> IdentifierModel::fromKey(const QByteArray& key) {
+    const QList<QByteArray> words = key.split(' ');
+    bool isGood[4] = {};
+    if (words.size() != std::ssize(isGood)) {
+        return {};
+    }
+    const SignalTaps::Signal signal{words[0].toULongLong(&isGood[0]), words[1].toUInt(&isGood[1]),
+                                    words[2].toUInt(&isGood[2]) != 0,
+                                    words[3].toULongLong(&isGood[3])};
+    return std::ranges::all_of(isGood, std::identity()) ? std::optional(signal) : std::nullopt;
+}
+
+Qt::ItemFlags IdentifierModel::flags(const QModelIndex& index) const {
+    const Qt::ItemFlags usual = QAbstractItemModel::flags(index);
+    return getSignal(index) ? usual | Qt::ItemIsDragEnabled | Qt::ItemNeverHasChildren : usual;
+}
+
+QStringList IdentifierModel::mimeTypes() const {
+    return {PlotPanel::mimeType};
+}
+
+/// Of the first signal among them.
+QMimeData* IdentifierModel::mimeData(const QModelIndexList& indexes) const {
+    auto* const carried = new QMimeData;
+    for (const QModelIndex& index : indexes) {
+        if (const auto signal = getSignal(index)) {
+            carried->setData(PlotPanel::mimeType, toKey(*signal));
+            break;
+        }
+    }
+    return carried;
 }
 
 double IdentifierModel::getNumber(const QModelIndex& index) const {
     if (isStale()) {
         return 0;
+    }
+    if (levelOf(index) == Level::Signal) {
+        return index.row();
     }
     const IdentifierRow* const row = getRow(index);
     const LiveChannel& channel = feed->getChannels()[getChannel(index)];
@@ -155,9 +260,12 @@ QVariant IdentifierModel::data(const QModelIndex& index, int role) const {
     const int column = index.column();
     switch (role) {
         case Qt::DisplayRole:
+            if (levelOf(index) == Level::Signal) {
+                return signalText(index, column);
+            }
             return row != nullptr ? rowText(*row, column) : channelText(getChannel(index), column);
         case Qt::ToolTipRole:
-            if (row == nullptr && column == Lost) {
+            if (levelOf(index) == Level::Channel && column == Lost) {
                 QStringList lines;
                 for (const std::string& text : feed->getChannels()[getChannel(index)].account) {
                     lines.append(QString::fromStdString(text));
@@ -166,7 +274,7 @@ QVariant IdentifierModel::data(const QModelIndex& index, int role) const {
             }
             return {};
         case Qt::DecorationRole:
-            return row == nullptr && column == Name
+            return levelOf(index) == Level::Channel && column == Name
                        ? QVariant(QColor(feed->getChannels()[getChannel(index)].color))
                        : QVariant();
         case Qt::FontRole:
@@ -200,10 +308,37 @@ QString IdentifierModel::channelText(std::size_t channel, int column) const {
     }
 }
 
+/// The value as it was in the last message; none if that didn't have the signal.
+QString IdentifierModel::signalText(const QModelIndex& index, int column) const {
+    const IdentifierRow* const row = getRow(index.parent());
+    const Decoder::Message* const message = row != nullptr ? findMessage(*row) : nullptr;
+    const auto place = static_cast<std::size_t>(index.row());
+    if (message == nullptr || place >= message->getDefinition().signals.size()) {
+        return {};
+    }
+    if (column == Name) {
+        return QString::fromStdString(message->getDefinition().signals[place].name);
+    }
+    QString text;
+    if (column == Data) {
+        message->decode(std::span(row->last.data.data(), row->last.length),
+                        [&](const DecodedSignal& signal) {
+                            if (signal.index == place) {
+                                text = valueText(signal);
+                            }
+                        });
+    }
+    return text;
+}
+
 QString IdentifierModel::rowText(const IdentifierRow& row, int column) const {
     switch (column) {
-        case Name:
-            return QString::fromStdString(identifierText(row.last));
+        case Name: {
+            const Decoder::Message* const message = findMessage(row);
+            return QString::fromStdString(
+                identifierText(row.last) +
+                (message != nullptr ? "  " + message->getDefinition().name : ""));
+        }
         case Messages:
             return QString::number(row.traffic.getCount());
         case Rate:
@@ -258,6 +393,9 @@ bool IdentifierOrder::filterAcceptsRow(int row, const QModelIndex& parent) const
     const QModelIndex index = model.index(row, 0, parent);
     const std::size_t channel = model.getChannel(index);
     const IdentifierRow* const identifier = model.getRow(index);
+    if (model.getSignal(index)) {
+        return true;
+    }
     return identifier == nullptr
                ? filter.passesChannel(channel)
                : filter.passes({channel, identifier->last.id, identifier->last.isExtended});
@@ -265,7 +403,8 @@ bool IdentifierOrder::filterAcceptsRow(int row, const QModelIndex& parent) const
 
 bool IdentifierOrder::lessThan(const QModelIndex& left, const QModelIndex& right) const {
     const int column = left.column();
-    if (column == IdentifierModel::Data || column == IdentifierModel::Flags) {
+    const bool isText = column == IdentifierModel::Data || column == IdentifierModel::Flags;
+    if (isText && !model.getSignal(left)) {
         const QString a = model.data(left, Qt::DisplayRole).toString();
         const QString b = model.data(right, Qt::DisplayRole).toString();
         return a < b;

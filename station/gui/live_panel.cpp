@@ -8,6 +8,7 @@
 #include <QScrollBar>
 #include <QSettings>
 #include <QShortcut>
+#include <QSplitter>
 #include <QVBoxLayout>
 #include <algorithm>
 
@@ -51,14 +52,21 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
       status(new QLabel),
       forms(new QStackedWidget),
       tree(new QTreeView),
-      list(new RowView) {
+      list(new RowView),
+      plotPanel(new PlotPanel),
+      plotButton(new QPushButton("Pl&ot")),
+      taps(feed) {
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     makeBar();
-    layout->addWidget(forms, 1);
+    auto* const sides = new QSplitter(Qt::Horizontal);
+    sides->addWidget(forms);
+    sides->addWidget(plotPanel);
+    layout->addWidget(sides, 1);
     layout->addWidget(status);
     makeTree();
     makeList();
+    makePlot();
     addForm("Overwrite: by identifier", tree);
     addForm("Scroll: all messages", list);
     restoreLayout();
@@ -97,7 +105,7 @@ void LivePanel::makeBar() {
     search->setClearButtonEnabled(true);
     auto* const bar = new QHBoxLayout;
     for (QWidget* const widget :
-         std::initializer_list<QWidget*>{mode, times, pause, clear, saving}) {
+         std::initializer_list<QWidget*>{mode, times, pause, clear, saving, plotButton}) {
         bar->addWidget(widget);
     }
     bar->addWidget(filter, 2);
@@ -159,7 +167,8 @@ void LivePanel::makeTree() {
     new QShortcut(
         QKeySequence::Copy, tree, this, [this] { copyRows(); }, Qt::WidgetShortcut);
     // What is folded stays so, what is new is unfolded.
-    connect(&identifierOrder, &QAbstractItemModel::modelReset, tree, [this] { tree->expandAll(); });
+    connect(&identifierOrder, &QAbstractItemModel::modelReset, tree,
+            [this] { tree->expandToDepth(0); });
 }
 
 void LivePanel::makeList() {
@@ -177,6 +186,70 @@ void LivePanel::makeList() {
     }
     new QShortcut(
         QKeySequence::Copy, list, this, [this] { copyRows(); }, Qt::WidgetShortcut);
+}
+
+void LivePanel::makePlot() {
+    plotPanel->setObjectName("plot");
+    plotPanel->hide();
+    plotButton->setObjectName("showPlot");
+    plotButton->setCheckable(true);
+    plotButton->setToolTip("Shows a plot: drag signals into it, or double-click them");
+    tree->setDragEnabled(true);
+    connect(plotButton, &QPushButton::toggled, plotPanel, &QWidget::setVisible);
+    connect(tree, &QTreeView::activated, this, [this](const QModelIndex& index) {
+        if (const auto signal = identifierModel.getSignal(identifierOrder.mapToSource(index))) {
+            plot(*signal);
+        }
+    });
+    plotPanel->setOnDrop([this](const QByteArray& key) {
+        if (const auto signal = IdentifierModel::fromKey(key)) {
+            plot(*signal);
+        }
+    });
+    plotPanel->setOnRemove([this](std::size_t number) {
+        taps.remove(number);
+        std::erase_if(plotted, [&](const Plotted& entry) { return entry.number == number; });
+    });
+}
+
+void LivePanel::plot(const SignalTaps::Signal& signal) {
+    plotButton->setChecked(true);
+    const SignalDefinition* const definition = taps.find(signal);
+    if (definition == nullptr) {
+        return;
+    }
+    const std::string& channel = feed.getChannels()[signal.channel].name;
+    const std::size_t number =
+        plotPanel->addSignal(QString::fromStdString(definition->name + " (" + channel + ')'),
+                             QString::fromStdString(definition->unit));
+    plotted.push_back({number, channel, definition->name, signal});
+    tap(number, signal);
+}
+
+void LivePanel::tap(std::size_t number, const SignalTaps::Signal& signal) {
+    plotPanel->setStart(feed.getStart());
+    taps.add(number, signal, [this, number](std::int64_t utc, double value) {
+        plotPanel->append(number, utc, value);
+    });
+}
+
+/// Another measurement may have other channels and databases: the signals are found by their names.
+void LivePanel::renewPlot() {
+    plotOf = feed.getGeneration();
+    plotPanel->clear();
+    taps.clear();
+    const auto& channels = feed.getChannels();
+    for (Plotted& entry : std::vector(plotted)) {
+        const auto channel = std::ranges::find(channels, entry.channel, &LiveChannel::name);
+        entry.signal.channel = static_cast<std::size_t>(channel - channels.begin());
+        const SignalDefinition* const definition = taps.find(entry.signal);
+        if (definition != nullptr && definition->name == entry.name) {
+            tap(entry.number, entry.signal);
+        } else {
+            plotPanel->removeSignal(entry.number);
+            std::erase_if(plotted, [&](const Plotted& one) { return one.number == entry.number; });
+        }
+    }
 }
 
 void LivePanel::restoreLayout() {
@@ -198,6 +271,7 @@ void LivePanel::setPaused(bool isPaused) {
     feed.refresh(LiveFeed::Clock::now());
     const auto before = std::exchange(held, isPaused ? std::make_unique<LiveFeed>(feed) : nullptr);
     feed.setHeld(isPaused);
+    plotPanel->setPaused(isPaused);
     updateTree();
     updateList();
     update();
@@ -213,6 +287,9 @@ void LivePanel::tick() {
 
 void LivePanel::update() {
     feed.refresh(LiveFeed::Clock::now());
+    if (plotOf != feed.getGeneration()) {
+        renewPlot();
+    }
     if (filterOf != shown().getGeneration()) {
         takeFilter();
     }
@@ -233,7 +310,7 @@ void LivePanel::updateTree() {
         identifierOrder.invalidate();
     }
     if (before == 0) {
-        tree->expandAll();
+        tree->expandToDepth(0);
     }
     tree->viewport()->update();
 }
@@ -292,7 +369,15 @@ void LivePanel::takeFilter() {
     QString reason;
     filterOf = shown().getGeneration();
     try {
-        const auto parsed = LiveFilter::parse(filter->text().toStdString(), names);
+        const auto nameOf = [&feed = feed](const LiveFilter::Identity& message) {
+            const Decoder::Message* const found =
+                message.channel < feed.getChannels().size()
+                    ? feed.getChannels()[message.channel].findMessage(message.id,
+                                                                      message.isExtended)
+                    : nullptr;
+            return found != nullptr ? found->getDefinition().name : std::string();
+        };
+        const auto parsed = LiveFilter::parse(filter->text().toStdString(), names, nameOf);
         identifierOrder.setFilter(parsed);
         messageModel.setFilter(parsed);
         update();

@@ -13,6 +13,7 @@
 #include "station/gui/identifier_model.h"
 #include "station/gui/live_export.h"
 #include "station/gui/message_model.h"
+#include "station/gui/plot/plot_panel.h"
 #include "station/gui/row_view.h"
 
 namespace station {
@@ -48,6 +49,12 @@ class LivePanel final : public QWidget {
     void copyRows() const;
     QAbstractItemView* shownView() const;
     void exportRows();
+    void makePlot();
+    /// Into the plot, which is shown.
+    void plot(const SignalTaps::Signal& signal);
+    void tap(std::size_t number, const SignalTaps::Signal& signal);
+    /// The plot begins again with the signals that there still are.
+    void renewPlot();
 
     LiveFeed& feed;
     std::unique_ptr<LiveFeed> held;  ///< null without a pause
@@ -63,6 +70,17 @@ class LivePanel final : public QWidget {
     QStackedWidget* const forms;
     QTreeView* const tree;
     RowView* const list;
+    PlotPanel* const plotPanel;
+    QPushButton* const plotButton;
+    SignalTaps taps;
+    struct Plotted {
+        std::size_t number;  ///< in the plot
+        std::string channel;
+        std::string name;
+        SignalTaps::Signal signal;
+    };
+    std::vector<Plotted> plotted;
+    std::uint64_t plotOf = 0;               ///< generation that the plot is of
     std::unique_ptr<LiveExport> exporting;  ///< while it is under way
     QString exportResult;
     std::uint64_t filterOf = 0;  ///< generation for whose channels the filter was read

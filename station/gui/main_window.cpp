@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "station/gui/clock_dialog.h"
+#include "station/gui/database_dialog.h"
 
 namespace station {
 namespace {
@@ -144,6 +145,7 @@ void MainWindow::makeMenus() {
     addAction(measurement, "S&top", Qt::SHIFT | Qt::Key_F5, [this] { bar->pressStop(); });
     measurement.addSeparator();
     addAction(measurement, "&Clocks...", {}, [this] { whenIdle([this] { showClocks(); }); });
+    addAction(measurement, "&Databases...", {}, [this] { whenIdle([this] { showDatabases(); }); });
     QMenu& help = *menuBar()->addMenu("&Help");
     addAction(help, "&About", {}, [this] { showAbout(); });
 }
@@ -444,6 +446,15 @@ void MainWindow::showClocks() {
         auto* const dialog = new ClockDialog(
             workspace, [this](const Next& action) { attempt(action); }, this);
         dialog->setModal(true);  // so the modules stay the ones that it shows
+        dialog->open();
+    });
+}
+
+void MainWindow::showDatabases() {
+    attempt([this] {
+        auto* const dialog = new DatabaseDialog(
+            workspace, [this](const Next& action) { attempt(action); }, this);
+        dialog->setModal(true);  // so the channels stay the ones that it shows
         dialog->open();
     });
 }

@@ -69,6 +69,7 @@ class MainWindow final : public QMainWindow {
     /// A disk that takes nothing would keep the measurement from its end.
     void watchDisk(const Summary& summary);
     void showClocks();
+    void showDatabases();
     void showAbout();
 
     MessageBar* const messages;

@@ -5,10 +5,14 @@
 
 #include <algorithm>
 
+#include "core/string_helper.h"
 #include "station/permission.h"
+#include "station/signals/channel_decoders.h"
 
 namespace station {
 namespace {
+
+using Kestrova::Utils::Kcom::StringHelper;
 
 HostObject& asHostWindow(QtWindow& window) {
     return static_cast<Kestrova::Tessel::IWindow&>(window.window());
@@ -106,7 +110,8 @@ std::string Workspace::fingerprint() const {
     for (const Module& module : session().getModules()) {
         text += fmt::format("{}\n{}\n{}\n", module.type, module.name, module.configId);
         for (const Channel& channel : module.channels) {
-            text += fmt::format("{}\n{}\n{}\n", channel.name, channel.isUsed, channel.color);
+            text += fmt::format("{}\n{}\n{}\n{}\n", channel.name, channel.isUsed, channel.color,
+                                fmt::join(channel.databases, "\n"));
         }
     }
     return text;
@@ -123,6 +128,45 @@ void Workspace::chooseClock(std::size_t module, ClockChoice choice) {
 
 std::vector<Module> Workspace::getModules() {
     return isMeasuring() ? summary.modules : session().getModules();
+}
+
+void Workspace::chooseDatabases(std::size_t module, std::size_t channel,
+                                const std::vector<std::string>& paths) {
+    const Channel chosen = session().getModules().at(module).channels.at(channel);
+    std::vector<std::wstring> wide;
+    for (const std::string& path : paths) {
+        if ((readDatabase(path).bus == BusType::Lin) != (chosen.busType == "LIN")) {
+            throw UserError(fmt::format("{} is no database of {}, the bus of {}", path,
+                                        chosen.busType, chosen.name));
+        }
+        wide.push_back(StringHelper::ToWide(path));
+    }
+    session().findOutput(chosen).setDatabases(wide);
+}
+
+LiveFeed::Decoders Workspace::readDecoders() {
+    ChannelDecoders decoders;
+    LiveFeed::Decoders found;
+    for (const ChannelSummary& channel : summary.channels) {
+        const Module* const module =
+            channel.module < summary.modules.size() ? &summary.modules[channel.module] : nullptr;
+        try {
+            for (const Channel& described :
+                 module != nullptr ? module->channels : std::vector<Channel>()) {
+                if (described.interfaceId == channel.interfaceId) {
+                    for (const std::string& path : described.databases) {
+                        decoders.addFor(channel.name, (getPath().parent_path() / path).string());
+                    }
+                }
+            }
+            found.push_back(decoders.find({channel.name, channel.bus}));
+        } catch (const UserError& error) {
+            options.onMessage(error.what());
+            found.emplace_back();
+        }
+    }
+    tellAll(decoders.takeNotices());
+    return found;
 }
 
 void Workspace::addUnlisted(const Module& module) {
@@ -207,7 +251,7 @@ void Workspace::start(const std::filesystem::path& recording) {
     lost = false;
     setLocked(true);
     summary = measurement->summarize();
-    feed.begin(summary);
+    feed.begin(summary, readDecoders());
     coverage.begin(findNotRecorded());
     tellLeftOut();
 }

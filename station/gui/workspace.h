@@ -67,6 +67,10 @@ class Workspace {
     std::vector<Module> findUnlisted() { return session().findUnlisted(); }
     /// Sets up one of those, with its channels. Not in a measurement.
     void addUnlisted(const Module& module);
+    /// By which databases the messages of a module's channel are decoded, from the next measurement
+    /// on. Throws as `readDatabase`, and `UserError` for one of another bus.
+    void chooseDatabases(std::size_t module, std::size_t channel,
+                         const std::vector<std::string>& paths);
     /// A text for each CM ID or clock that several modules have.
     std::vector<std::string> findSharedIds() { return session().findSharedIds(); }
 
@@ -98,6 +102,8 @@ class Workspace {
     };
 
     void listen() const;
+    /// By channel of the summary. What can't be read is told.
+    LiveFeed::Decoders readDecoders();
     std::unique_ptr<Setup> makeSetup(const std::filesystem::path& path) const;
     void take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile);
     std::string fingerprint() const;

@@ -20,13 +20,15 @@ std::uint32_t colorOf(const ChannelSummary& channel, const std::vector<Module>& 
 
 }  // namespace
 
-void LiveFeed::begin(const Summary& summary) {
+void LiveFeed::begin(const Summary& summary, const Decoders& decoders) {
     channels.clear();
     buses.clear();
     for (const ChannelSummary& channel : summary.channels) {
         channels.push_back(
             {channel.name, channel.busName, channel.bus, colorOf(channel, summary.modules)});
         buses.push_back(channel.bus);
+        const std::size_t place = channels.size() - 1;
+        channels.back().decoder = place < decoders.size() ? decoders[place] : nullptr;
     }
     clear();
     follow(summary);
@@ -47,7 +49,8 @@ void LiveFeed::follow(const Summary& summary) {
 
 void LiveFeed::clear() {
     for (LiveChannel& channel : channels) {
-        channel = {channel.name, channel.busName, channel.bus, channel.color};
+        channel = {channel.name, channel.busName, channel.bus, channel.color, {}, 0,
+                   {},           channel.decoder};
     }
     messages.clear();
     identifiers.clear();
@@ -63,8 +66,12 @@ void LiveFeed::refresh(Clock::time_point now) {
         looked = messages.begin();
     }
     for (; looked < messages.end(); ++looked) {
-        const StoredMessage message = *messages.find(looked);
-        identifiers.add(BusMessage(message, buses[message.channel]));
+        const StoredMessage stored = *messages.find(looked);
+        const BusMessage message(stored, buses[stored.channel]);
+        identifiers.add(message);
+        if (onEach) {
+            onEach(message);
+        }
     }
     const double passed = std::chrono::duration<double>(now - mark).count();
     if (passed >= window) {

@@ -2,11 +2,14 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "station/recording/channel_traffic.h"
 #include "station/session/measurement_recorder.h"
+#include "station/signals/decoder.h"
 #include "station/view/identifier_table.h"
 #include "station/view/message_store.h"
 
@@ -20,6 +23,12 @@ struct LiveChannel {
     ChannelTraffic traffic = {};            ///< of all messages, also those that aren't shown
     std::uint64_t lost = 0;                 ///< messages
     std::vector<std::string> account = {};  ///< of these, and of others that aren't as they should
+    std::shared_ptr<const Decoder> decoder = {};  ///< null: no database
+
+    /// Null: it isn't defined.
+    const Decoder::Message* findMessage(std::uint32_t id, bool isExtended) const {
+        return decoder ? decoder->find(id, isExtended) : nullptr;
+    }
 };
 
 /// What the live view shows: of each channel how many messages came, of each identifier what came
@@ -36,8 +45,11 @@ class LiveFeed final : public MessageListener {
     /// those that come while a picture is held.
     static constexpr std::size_t memory = std::size_t{256} << 20;
 
-    /// A measurement has started, with the channels of that summary in its order.
-    void begin(const Summary& summary);
+    using Decoders = std::vector<std::shared_ptr<const Decoder>>;
+
+    /// A measurement has started, with the channels of that summary in its order, and their
+    /// decoders; none or null for those without a database.
+    void begin(const Summary& summary, const Decoders& decoders = {});
     /// What the measurement knows by now: its start, which a clock that leads may move, its time,
     /// and messages that are missing or have another time.
     void follow(const Summary& summary);
@@ -45,6 +57,9 @@ class LiveFeed final : public MessageListener {
     void clear();
     /// Takes what has come into the table of identifiers, and works out the rates, if it is time.
     void refresh(Clock::time_point now);
+    /// Called by `refresh` for each message that has come since, in the order in which they came.
+    /// Not by copies.
+    void setOnEach(std::function<void(const BusMessage&)> call) { onEach = std::move(call); }
     /// Whether a copy of this is being looked at, which keeps its messages.
     void setHeld(bool isHeld);
 
@@ -71,6 +86,7 @@ class LiveFeed final : public MessageListener {
     std::vector<BusType> buses;  ///< of the channels
     MessageStore messages{memory - heldShare};
     IdentifierTable identifiers;
+    std::function<void(const BusMessage&)> onEach;
     std::uint64_t looked = 0;  ///< messages that are in the table
     std::uint64_t missed = 0;
     std::uint64_t generation = 0;

@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QFileDialog>
+#include <QMimeData>
 #include <QScrollBar>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -252,6 +253,80 @@ TEST_F(LivePanelTest, RowsAreFoundCopiedAndExported) {
     written << std::ifstream(folder.filePath("shown.csv").toStdString()).rdbuf();
     EXPECT_THAT(written.str(), testing::AllOf(HasSubstr("Door"), HasSubstr("Front")));
     EXPECT_THAT(written.str(), testing::Not(HasSubstr("5B")));
+}
+
+TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
+    auto database = std::make_shared<Database>();
+    SignalDefinition speed;
+    speed.name = "Speed";
+    speed.unit = "km/h";
+    speed.size = 8;
+    speed.factor = 0.5;
+    SignalDefinition gear;
+    gear.name = "Gear";
+    gear.startBit = 8;
+    gear.texts = {{0, "Forward"}};
+    MessageDefinition engine;
+    engine.id = 0x100;
+    engine.name = "Engine";
+    engine.length = 2;
+    engine.signals = {speed, gear};
+    database->messages.push_back(engine);
+    const auto decoder = std::make_shared<const Decoder>(database);
+    feed.begin(summary, {decoder});
+    can(0x100, 20, 1'000'000'000);
+    can(0x200, 20);
+    const auto signalRow = [&](int row, int column) {
+        const QModelIndex message = tree.model()->index(0, 0, tree.model()->index(0, 0));
+        return tree.model()->index(row, column, message);
+    };
+    EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100  Engine=1 200=1|Door (LIN) 0:|"));
+    EXPECT_FALSE(tree.isExpanded(signalRow(0, 0).parent()));
+    EXPECT_EQ(text(signalRow(0, IdentifierModel::Name)), "Speed");
+    EXPECT_EQ(text(signalRow(0, IdentifierModel::Data)), "10 km/h");
+    EXPECT_EQ(text(signalRow(1, IdentifierModel::Data)), "0 (Forward)");
+    QTest::keyClicks(&filter, "engine");
+    EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100  Engine=1|Door (LIN) 0:|"));
+
+    auto& plot = get<PlotPanel>("plot");
+    EXPECT_FALSE(plot.isVisible());
+    Q_EMIT tree.activated(signalRow(0, 0));
+    EXPECT_TRUE(plot.isVisible());
+    const std::unique_ptr<QMimeData> carried(tree.model()->mimeData({signalRow(1, 0)}));
+    ASSERT_TRUE(carried && carried->hasFormat(PlotPanel::mimeType));
+    QDragEnterEvent enter({10, 10}, Qt::CopyAction, carried.get(), Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&plot, &enter);
+    QDropEvent drop({10, 10}, Qt::CopyAction, carried.get(), Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&plot, &drop);
+    can(0x100, 40, 2'000'000'000);
+    const auto plotted = [&] {
+        const QString path = folder.filePath("plot.csv");
+        QFile::remove(path);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return plot.exportCsv(path); }));
+        EXPECT_TRUE(QTest::qWaitFor([&] { return QFile::exists(path); }));
+        QTest::qWait(300);
+        std::stringstream written;
+        written << std::ifstream(path.toStdString()).rdbuf();
+        return written.str();
+    };
+    QTest::qWait(500);  // it is drawn, and with it what is exported
+    const std::string all = plotted();
+    EXPECT_THAT(all, testing::AllOf(HasSubstr("Speed (Front)"), HasSubstr("Gear (Front)")));
+    EXPECT_THAT(all, testing::AllOf(HasSubstr(",10\n"), HasSubstr(",20\n")))
+        << "what came before, too";
+    // Another measurement has the channels in another order, and no Gear.
+    std::swap(summary.channels[0], summary.channels[1]);
+    auto other = std::make_shared<Database>(*database);
+    other->messages[0].signals.pop_back();
+    feed.begin(summary, {nullptr, std::make_shared<const Decoder>(other)});
+    QTest::qWait(500);
+    std::array<std::uint8_t, CanRecord::size> record = {0x00, 0x01, 0, 0, 0, 0, 0, 2, 60};
+    feed.onMessage(1, startUtc, record.data(), record.size());
+    QTest::qWait(500);
+    const std::string later = plotted();
+    EXPECT_THAT(later, testing::AllOf(HasSubstr("Speed (Front)"), HasSubstr(",30\n")));
+    EXPECT_THAT(later, testing::Not(testing::AnyOf(HasSubstr("Gear"), HasSubstr(",20\n"))));
+    EXPECT_FALSE(IdentifierModel::fromKey("1 2 3") || IdentifierModel::fromKey("1 2 x 4"));
 }
 
 TEST_F(LivePanelTest, ColumnsStayAsTheUserHasThem) {

@@ -4,6 +4,7 @@
 #include <sched.h>
 
 #include <QComboBox>
+#include <QFileDialog>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPointer>
@@ -11,6 +12,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
+#include <QTreeWidget>
 #include <atomic>
 #include <regex>
 
@@ -451,6 +453,50 @@ TEST_F(MainWindowTest, TheSetupIsCheckedAndFirstStepsStandInAnEmptyOne) {
     EXPECT_EQ(states.rowCount(), 2);
     EXPECT_EQ(states.item(1, 2)->text(), "0x42");
     EXPECT_EQ(states.item(1, 3)->text(), "Not connected");
+}
+
+TEST_F(MainWindowTest, DatabasesAreChosenForChannelsAndKeptInTheSetup) {
+    leaveNetwork();
+    addModule("CAN combo", "1");
+    ASSERT_TRUE(waitForChannels(1 + 7));
+    EXPECT_TRUE(channels().toggle({channelsGrid, 2, Used}));
+    workspace().save(file("setup.xml"));
+    std::ofstream(file("engine.dbc")) << "BU_: A\nBO_ 256 Engine: 8 A\n SG_ Speed : 0|8@1+ (1,0) "
+                                         "[0|0] \"\" A\n";
+    std::ofstream(file("torn.dbc")) << "BO_ 256 Engine";
+    EXPECT_TRUE(choose("&Databases..."));
+    auto& rows = *window->findChild<QTreeWidget*>("databases");
+    auto& put = *window->findChild<QPushButton*>("chooseDatabases");
+    EXPECT_FALSE(put.isEnabled());
+    rows.topLevelItem(0)->child(0)->setSelected(true);
+    const auto pick = [&](const char* name) {
+        QTest::mouseClick(&put, Qt::LeftButton);
+        auto* const dialog = rows.window()->findChild<QFileDialog*>();
+        Q_EMIT dialog->filesSelected({QString::fromStdString(file(name))});
+        delete dialog;
+        QtUser::settle();
+    };
+    pick("torn.dbc");
+    EXPECT_THAT(told(), HasSubstr("torn.dbc"));
+    EXPECT_EQ(rows.topLevelItem(0)->child(0)->text(2), "");
+    EXPECT_FALSE(workspace().isModified());
+    pick("engine.dbc");
+    EXPECT_EQ(rows.topLevelItem(0)->child(0)->text(2).toStdString(), file("engine.dbc"));
+    EXPECT_TRUE(workspace().isModified());
+    rows.window()->close();
+    workspace().save(file("setup.xml"));
+    window->open(QString::fromStdString(file("setup.xml")));
+    EXPECT_TRUE(choose("&Start"));
+    const auto& shown = workspace().getFeed().getChannels();
+    ASSERT_EQ(shown.size(), 1U);
+    EXPECT_NE(shown[0].findMessage(256, false), nullptr);
+    EXPECT_TRUE(choose("S&top"));
+    EXPECT_TRUE(waitUntilOver());
+    std::filesystem::remove(file("engine.dbc"));
+    EXPECT_TRUE(choose("&Start"));
+    EXPECT_THAT(told(), HasSubstr("engine.dbc")) << "it measures without";
+    EXPECT_TRUE(choose("S&top"));
+    EXPECT_TRUE(waitUntilOver());
 }
 
 TEST_F(MainWindowTest, TheWindowComesBackWhereItWas) {
