@@ -211,7 +211,7 @@ void PlotView::drawTimeAxis() {
 void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
     const auto columns = static_cast<std::size_t>(std::max(axisRect()->width(), 1));
     const SignalSeries& series = plotSignal.series;
-    const std::int64_t to = end ? std::min(shown.to, *end + 1) : shown.to;
+    const std::int64_t to = getShown().to;
     std::vector<SignalExtent> extents;
     if (const auto earlier = series.before(shown.from - 1)) {
         extents.push_back(*earlier);

@@ -241,10 +241,10 @@ TEST_F(PlotPanelTest, SignalsAreDrawnSoThatTheyCanBeSeenInALightAndADarkPalette)
         panel.setPalette(palette);
         const std::size_t red = panel.addSignal("Red", "V", Qt::red);
         const std::size_t alike = panel.addSignal("Alike", "V", background);
-        ramp(red, 0, 8);
+        ramp(red, 0, 10);
         panel.append(alike, start, 4);
         panel.append(alike, start + 10 * second, 4);
-        ASSERT_TRUE(waitForMax(0, "8"));
+        ASSERT_TRUE(waitForMax(0, "10"));
         EXPECT_GT(height([&](const QColor& color) { return color == background; }), 200);
         EXPECT_GT(height(isRed), 50);
         const auto swatch = table.item(1, 0)->data(Qt::DecorationRole).value<QColor>();
