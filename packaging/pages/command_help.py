@@ -35,7 +35,7 @@ class Entry:
 
     @property
     def takes_file(self):
-        return self.argument == "FILE"
+        return self.argument.endswith("FILE")
 
 
 @dataclass

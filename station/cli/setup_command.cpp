@@ -359,6 +359,9 @@ std::wstring toDatabasePath(const SetupOptions& options, const std::string& path
 
 /// Each must be readable and of the channel's bus.
 void setDatabases(Session& session, const SetupOptions& options) {
+    if (options.databases.empty() && !options.hasNone) {
+        throw UserError("name databases with --db FILE, or take them away with --none");
+    }
     const Module module = session.getModules()[findModule(session, options.module)];
     const std::vector<Channel> channels = findChannels(module, options.interface);
     std::vector<std::wstring> paths;
@@ -386,18 +389,16 @@ void addDatabaseAction(CLI::App& setup, const Options& options, Command& chosen)
         addAction(setup, "database", "Says by which databases channels are decoded", options);
     database->add_option("MODULE", options->module, "Row or name")->required();
     database->add_option("INTERFACE", options->interface, "Interface ID, or all")->required();
-    auto* const choice = database->add_option_group("choice");
-    choice
-        ->add_option(
-            "--db", options->databases,
-            "A database (.dbc, .ldf) in place of those that the channels have; may be given "
-            "again. The first that defines an identifier counts")
-        ->type_name("DB")
-        ->check(isUtf8())
-        ->expected(1)
-        ->take_all();
-    choice->add_flag("--none", options->hasNone, "They have none from now on");
-    choice->require_option(1);
+    auto* const files =
+        database
+            ->add_option("--db", options->databases,
+                         "A database (.dbc, .ldf) in place of those that the channels have; may be "
+                         "given again. The first that defines an identifier counts")
+            ->type_name("FILE")
+            ->check(isUtf8())
+            ->expected(1)
+            ->take_all();
+    database->add_flag("--none", options->hasNone, "They have none from now on")->excludes(files);
     database->callback([options, &chosen] {
         chosen = [options](StopSignal&) {
             return edit(*options, [&](Session& session) { setDatabases(session, *options); });
