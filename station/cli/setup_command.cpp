@@ -142,8 +142,10 @@ void showJson(Session& session) {
                            {"busType", channel.busType},
                            {"used", channel.isUsed},
                            {"name", channel.name},
-                           {"color", fmt::format("{:06X}", channel.color)},
-                           {"databases", channel.databases}});
+                           {"color", fmt::format("{:06X}", channel.color)}});
+            if (!channel.databases.empty()) {
+                own.back()["databases"] = channel.databases;
+            }
         }
         list.push_back({{"row", row + 1},
                         {"name", module.name},
