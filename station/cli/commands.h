@@ -48,6 +48,7 @@ void addCollectCommand(CLI::App& app, Command& chosen);
 void addConvertCommand(CLI::App& app, Command& chosen);
 void addDecodeCommand(CLI::App& app, Command& chosen);
 void addDumpCommand(CLI::App& app, Command& chosen);
+void addExtcapCommand(CLI::App& app, Command& chosen);
 void addFleetCommand(CLI::App& app, Command& chosen);
 void addGuiCommand(CLI::App& app, Command& chosen);
 void addPluginsCommand(CLI::App& app, Command& chosen);

@@ -31,6 +31,7 @@ station::ExitCode execute(int argc, char** argv) {
     station::addConvertCommand(app, command);
     station::addDecodeCommand(app, command);
     station::addDumpCommand(app, command);
+    station::addExtcapCommand(app, command);
     station::addCollectCommand(app, command);
     station::addFleetCommand(app, command);
     station::addGuiCommand(app, command);

@@ -16,6 +16,7 @@
 #include "station/cli/recordings.h"
 #include "station/cli/run_signals.h"
 #include "station/cli/service_manager.h"
+#include "station/cli/serving.h"
 #include "station/cli/setups.h"
 #include "station/cli/streaming.h"
 #include "station/cli/waiting.h"
@@ -46,6 +47,7 @@ Examples:
   cmp-station run --setup bench.xml --record-raw evidence.pcapng
   cmp-station run --setup bench.xml --db powertrain.dbc --signals
   cmp-station run --setup bench.xml --metrics 9464
+  cmp-station run --setup bench.xml --serve socketcand://127.0.0.1:29536
   cmp-station run --setup bench.xml --stream nats://broker:4222 --station bench-7
   cmp-station run --setup bench.xml --interface eth1 --wait --record drive.pcapng --duration 60
   cmp-station run --module "CAN combo:5" --json --quiet --duration 10)";
@@ -69,6 +71,7 @@ struct RunOptions {
     bool showsSignals = false;
     PartOptions parts;
     StreamArguments stream;
+    ServeArguments serve;
     double duration = 0.0;
     std::string metrics;  ///< empty: no page
     double waitingMegabytes = static_cast<double>(RecordingQueue::defaultLimit) / megabyte;
@@ -86,16 +89,36 @@ void tellAll(LiveView& view, const std::vector<std::string>& texts) {
     }
 }
 
-/// With what becomes of the stream, which has to know how the measurement does.
-Summary summarize(Measurement& measurement, Stream* stream) {
+/// Where the messages go beside the recordings; null: not there.
+struct Outlets {
+    Stream* stream;
+    BusServer* server;
+
+    std::vector<std::string> takeTexts() const {
+        std::vector<std::string> texts;
+        if (stream != nullptr) {
+            texts = stream->takeTexts();
+        }
+        if (server != nullptr) {
+            std::ranges::move(server->takeTexts(), std::back_inserter(texts));
+        }
+        return texts;
+    }
+};
+
+/// With what becomes of the stream, which has to know how the measurement does, and of readers.
+Summary summarize(Measurement& measurement, const Outlets& outlets) {
     Summary summary = measurement.summarize();
-    if (stream != nullptr) {
+    if (outlets.stream != nullptr) {
         double rate = 0.0;
         for (const ChannelSummary& channel : summary.channels) {
             rate += channel.rate;
         }
-        stream->noteMeasurement(rate, summary.totalLost());
-        summary.stream = stream->summarize();
+        outlets.stream->noteMeasurement(rate, summary.totalLost());
+        summary.stream = outlets.stream->summarize();
+    }
+    if (outlets.server != nullptr) {
+        summary.serve = outlets.server->summarize();
     }
     return summary;
 }
@@ -103,7 +126,7 @@ Summary summarize(Measurement& measurement, Stream* stream) {
 /// Polls as a host does, until a stop request or the end, and on until the last messages are in.
 /// Returns why the plug-in failed, empty if it didn't: what came before it is recorded and shown
 /// all the same.
-std::string measure(const RunOptions& options, Measurement& measurement, Stream* stream,
+std::string measure(const RunOptions& options, Measurement& measurement, const Outlets& outlets,
                     RunSignals& signals, LiveView& view, MetricsPage* page, ServiceManager& manager,
                     StopSignal& stop) {
     std::string failure;
@@ -131,18 +154,16 @@ std::string measure(const RunOptions& options, Measurement& measurement, Stream*
         } catch (const PluginError& error) {
             failure = error.what();
         }
-        if (stream != nullptr) {
-            tellAll(view, stream->takeTexts());
-        }
+        tellAll(view, outlets.takeTexts());
         if (view.isDue(now)) {
-            Summary latest = summarize(measurement, stream);
+            Summary latest = summarize(measurement, outlets);
             if (options.showsSignals) {
                 signals.addTo(latest);
             }
             view.show(latest, now);
         }
-        if ((page != nullptr || stream != nullptr) && now >= nextSummary) {
-            const auto latest = std::make_shared<Summary>(summarize(measurement, stream));
+        if ((page != nullptr || outlets.stream != nullptr) && now >= nextSummary) {
+            const auto latest = std::make_shared<Summary>(summarize(measurement, outlets));
             if (page != nullptr) {
                 page->show(latest);
             }
@@ -227,6 +248,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     const bool isPiped = takesStandardOutput(paths, options.json);
     const auto page = options.metrics.empty() ? nullptr : openMetricsPage(options.metrics);
     RunSignals signals(options.databases);
+    const auto server = openServer(options.serve);
     checkCapturePermission();
     const bool isStreamed = options.stream.isWanted();
     const auto streamSettings = isStreamed ? parseStreamSettings(options.stream) : StreamSettings();
@@ -273,8 +295,12 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     if (!frameRecordings->empty()) {
         measurement.recordFrames(frameRecordings);
     }
+    const Outlets outlets{stream.get(), server.get()};
+    if (server) {
+        beginServing(*server, measurement);
+    }
     if (page) {
-        page->show(std::make_shared<Summary>(summarize(measurement, stream.get())));
+        page->show(std::make_shared<Summary>(summarize(measurement, outlets)));
     }
     measurement.start();
 
@@ -288,12 +314,15 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
                         noChannelIsUsed, options.setup));
     }
     const std::string failure =
-        measure(options, measurement, stream.get(), signals, view, page.get(), manager, stop);
+        measure(options, measurement, outlets, signals, view, page.get(), manager, stop);
+    if (server) {
+        finishServing(*server, view, stop);
+    }
     if (stream) {
         finishStream(*stream, options.stream.wait, view, stop);
     }
     view.end();
-    Summary summary = summarize(measurement, stream.get());
+    Summary summary = summarize(measurement, outlets);
     if (options.json || options.showsSignals) {
         signals.addTo(summary);
     }
@@ -354,6 +383,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
     addOverwriteOption(*command, options->overwrite);
     addPartOptions(*command, options->parts);
     addStreamOptions(*command, options->stream);
+    addServeOptions(*command, options->serve);
     command
         ->add_option("--duration", options->duration,
                      "End after S seconds, also if a leading clock is still awaited")

@@ -83,6 +83,7 @@ class Page {
         addChannels();
         addRecordings();
         addStream();
+        addServe();
         return std::move(families);
     }
 
@@ -358,6 +359,24 @@ class Page {
             .add(labels, stream.backlogMessages);
         gauge("cmp_stream_backlog_bytes", "Bytes of the spool that no broker has stored.")
             .add(labels, stream.backlogBytes);
+    }
+
+    void addServe() {
+        if (!summary.serve) {
+            return;
+        }
+        const ServeSummary& serve = *summary.serve;
+        const Labels labels = {{"address", serve.address}};
+        gauge("cmp_serve_readers", "Programs that read buses now.")
+            .add(labels, static_cast<std::uint64_t>(serve.readers));
+        counter("cmp_serve_messages_sent_total", "Messages that readers of buses were sent.")
+            .add(labels, serve.sent);
+        counter("cmp_serve_readers_cut_off_total", "Readers of buses that were too slow.")
+            .add(labels, serve.cutOff);
+        counter("cmp_serve_messages_lost_total", "Messages that slow readers of buses didn't get.")
+            .add(labels, serve.lost);
+        counter("cmp_serve_readers_refused_total", "Readers of buses for which there was no room.")
+            .add(labels, serve.refused);
     }
 
     const Summary& summary;

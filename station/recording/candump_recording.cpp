@@ -9,30 +9,8 @@ namespace station {
 
 namespace {
 
-constexpr std::size_t longestName = 15;
 constexpr std::size_t longestLine =
     256;  // 18 of time, 15 of name, 8 + 3 of id, 128 of data, blanks
-
-bool isWordCharacter(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
-           c == '.' || c == '_';
-}
-
-/// The name as one word; each character of several bytes becomes one '_'.
-std::string oneWord(const std::string& name) {
-    std::string word;
-    for (const char c : name) {
-        const bool continuesCharacter = (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-        if (!continuesCharacter) {
-            word.push_back(isWordCharacter(c) ? c : '_');
-        }
-    }
-    return word.empty() ? "CAN" : word;
-}
-
-std::string lastCharacters(const std::string& word, std::size_t count) {
-    return word.size() > count ? word.substr(word.size() - count) : word;
-}
 
 }  // namespace
 
@@ -41,15 +19,7 @@ std::size_t CandumpRecording::addChannel(const ChannelDescription& channel) {
         throw FileError("Cannot record channel \"" + channel.name + "\" to \"" + path() +
                         "\": .log holds CAN only. Record to a .pcapng file for LIN.");
     }
-    const std::string word = oneWord(channel.name);
-    std::string name = lastCharacters(word, longestName);
-    for (int n = 2; std::find(names.begin(), names.end(), name) != names.end(); ++n) {
-        std::string suffix = std::to_string(n);
-        suffix.insert(suffix.begin(), '_');
-        name = lastCharacters(word, longestName - suffix.size());
-        name += suffix;
-    }
-    names.push_back(name);
+    names.push_back(uniqueNames.add(channel.name));
     file.addChannel();
     return names.size() - 1;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "station/recording/recording.h"
+#include "station/recording/word_names.h"
 
 namespace station {
 
@@ -17,9 +18,8 @@ namespace station {
 ///
 /// CAN only; fractions of a second are rounded down to six digits.
 ///
-/// The name is one word of at most 15 characters, as the readers' interface names are: letters,
-/// digits, '-', '.' and '_' stay, a blank or any other character becomes '_'; of a longer name the
-/// end is kept, where interfaces differ; of equal names the later ones end in "_2", "_3", ...
+/// The name is one word of at most 15 characters, as the readers' interface names are
+/// (`WordNames`).
 ///
 /// Lengths that no CAN FD frame has (9, 10, 11, 13, ...) make readers give up on the file, so such
 /// a frame is filled with the record's zero bytes to the next length there is.
@@ -34,7 +34,8 @@ class CandumpRecording : public Recording {
                std::size_t size) override;
 
   private:
-    std::vector<std::string> names;
+    WordNames uniqueNames;
+    std::vector<std::string> names;  ///< by handle
 };
 
 }  // namespace station

@@ -226,6 +226,27 @@ std::string streamText(const StreamSummary& stream) {
                        stream.lost == 0 ? "" : fmt::format(", LOST {}", stream.lost));
 }
 
+Json toJson(const ServeSummary& serve) {
+    Json result = {{"address", serve.address},     {"readers", serve.readers},
+                   {"connected", serve.connected}, {"refused", serve.refused},
+                   {"sent", serve.sent},           {"cutOff", serve.cutOff},
+                   {"lost", serve.lost},           {"buses", Json::array()}};
+    for (const ServeSummary::Bus& bus : serve.buses) {
+        result["buses"].push_back({{"name", bus.name}, {"channel", bus.channel}});
+    }
+    return result;
+}
+
+std::string serveText(const ServeSummary& serve) {
+    return fmt::format("served at {}: {} of {} readers there, {} messages sent{}{}", serve.address,
+                       serve.readers, serve.connected, serve.sent,
+                       serve.refused == 0 ? "" : fmt::format(", {} refused", serve.refused),
+                       serve.cutOff == 0 ? ""
+                                         : fmt::format(", {} TOO SLOW AND CUT OFF: {} messages not "
+                                                       "read",
+                                                       serve.cutOff, serve.lost));
+}
+
 /// A value of up to 64 bytes doesn't fit a line: its head does.
 std::string shortened(const std::string& text, std::size_t most) {
     return text.size() <= most ? text : text.substr(0, most - 2) + "..";
@@ -376,6 +397,9 @@ std::string toJson(const Summary& summary) {
     if (summary.stream) {
         result["stream"] = toJson(*summary.stream);
     }
+    if (summary.serve) {
+        result["serve"] = toJson(*summary.serve);
+    }
     return toText(result);
 }
 
@@ -408,6 +432,9 @@ std::vector<std::string> toTable(const Summary& summary) {
     }
     if (summary.stream) {
         lines.push_back(streamText(*summary.stream));
+    }
+    if (summary.serve) {
+        lines.push_back(serveText(*summary.serve));
     }
     std::transform(lines.begin(), lines.end(), lines.begin(), printable);
     return lines;

@@ -109,6 +109,23 @@ struct StreamSummary {
     std::uint64_t lost = 0;  ///< had to go, as the spool was full
 };
 
+/// What has become of the readers of `run --serve`. What a reader lost is in the recordings.
+struct ServeSummary {
+    struct Bus {
+        std::string name;
+        std::string channel;
+    };
+
+    std::string address;          ///< "127.0.0.1:29536"
+    std::vector<Bus> buses;       ///< what a reader may open
+    std::size_t readers = 0;      ///< connected now
+    std::uint64_t connected = 0;  ///< all there were
+    std::uint64_t refused = 0;    ///< those for which there was no room
+    std::uint64_t sent = 0;       ///< messages, to all readers together
+    std::uint64_t cutOff = 0;     ///< readers that were too slow
+    std::uint64_t lost = 0;       ///< messages that they didn't get
+};
+
 /// What a measurement is made of and what has come in so far: the live table and the JSON summary
 /// are two forms of it.
 struct Summary {
@@ -130,6 +147,7 @@ struct Summary {
     std::vector<ChannelSummary> channels;
     std::vector<RecordingSummary> recordings;
     std::optional<StreamSummary> stream;
+    std::optional<ServeSummary> serve;
 
     std::uint64_t totalFrames() const;
     /// Messages of all channels that were lost behind the network interface.

@@ -1,0 +1,81 @@
+#include "station/cli/serving.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "station/cli/commands.h"
+#include "station/serve/bus_address.h"
+#include "station/terminal_text.h"
+
+namespace station {
+namespace {
+
+constexpr std::size_t mostNamed = 4;
+
+/// What a user has to name to a program that reads.
+std::string describeBuses(const ServeSummary& serve) {
+    if (serve.buses.empty()) {
+        return fmt::format("nothing is served at {}: no CAN channel is used", serve.address);
+    }
+    std::string text = fmt::format("buses served at {}:", serve.address);
+    for (std::size_t i = 0; i < std::min(serve.buses.size(), mostNamed); ++i) {
+        text += fmt::format("{} {} ({})", i == 0 ? "" : ",", serve.buses[i].name,
+                            printable(serve.buses[i].channel));
+    }
+    if (serve.buses.size() > mostNamed) {
+        text += fmt::format(" and {} more, which --json lists at the end",
+                            serve.buses.size() - mostNamed);
+    }
+    return text;
+}
+
+}  // namespace
+
+void addServeOptions(CLI::App& command, ServeArguments& arguments) {
+    auto* const address =
+        command
+            .add_option("--serve", arguments.address,
+                        "Let other programs read the CAN channels while they are measured, by the "
+                        "socketcand protocol: each channel is a bus, named as in a .log. The "
+                        "loopback address reaches this machine's programs alone, 0.0.0.0 or "
+                        "another of its addresses whoever reaches that")
+            ->type_name("socketcand://ADDRESS:PORT")
+            ->check(notEmpty());
+    command
+        .add_flag("--serve-beacon", arguments.hasBeacon,
+                  "Tell the network of that address where which buses are served, every 2 seconds "
+                  "to UDP port 42000")
+        ->needs(address);
+}
+
+std::unique_ptr<BusServer> openServer(const ServeArguments& arguments) {
+    if (arguments.address.empty()) {
+        return nullptr;
+    }
+    BusServerSettings settings;
+    settings.address = parseBusAddress(arguments.address);
+    settings.hasBeacon = arguments.hasBeacon;
+    return std::make_unique<BusServer>(settings);
+}
+
+void beginServing(BusServer& server, Measurement& measurement) {
+    std::vector<ChannelDescription> channels;
+    for (const ChannelSummary& channel : measurement.summarize().channels) {
+        channels.push_back({channel.name, channel.bus});
+    }
+    server.begin(channels);
+    measurement.setListener(&server);
+    printMessage(describeBuses(server.summarize()));
+}
+
+void finishServing(BusServer& server, LiveView& view, StopSignal& stop) {
+    stop.setPatience(std::chrono::seconds(10));  // for `end`
+    server.end();
+    for (const std::string& text : server.takeTexts()) {
+        view.tell(text);
+    }
+}
+
+}  // namespace station
