@@ -100,7 +100,7 @@ bool BusClient::send() {
     for (int piece = 0; piece < mostPieces && !isAllSent(); ++piece) {
         std::size_t size = std::min(waiting.size() - sent, mostAtOnce);
         if (const std::size_t end = waiting.rfind(endOfFrameText, sent + size - 1);
-            end != waiting.npos && end >= sent) {
+            end != waiting.npos && end >= sent && !isLeaving()) {
             size = end + 1 - sent;
         }
         const ssize_t count =
@@ -110,7 +110,7 @@ bool BusClient::send() {
         }
         const std::size_t before = std::exchange(sent, sent + static_cast<std::size_t>(count));
         countSent(before);
-        if (!isUnderWay(socket.get())) {
+        if (!isUnderWay(socket.get()) && !isLeaving()) {
             break;
         }
     }
@@ -134,7 +134,8 @@ void BusClient::countSent(std::size_t from) {
 void BusClient::leave(std::string_view lastText, Clock::time_point now) {
     waiting += lastText;
     deadline = now + leavingTime;
-    // Whether or not the socket is ready: of the room there nearly all is free.
+    // The room that was kept free for it.
+    set(socket.get(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, 0);
     send();
 }
 

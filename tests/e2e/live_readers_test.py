@@ -1,6 +1,7 @@
 """`--serve` and `extcap`: what python-can, tshark and others read while it is measured is what is recorded."""
 
 import contextlib
+import os
 import re
 import signal
 import socket
@@ -12,11 +13,12 @@ from subprocess import PIPE
 import lab
 import setups
 import traffic
-from case import FRONT, RATE, Case, main
+from case import FRONT, NAMES, RATE, Case, main
 
 PORT = 29536
 SERVE = ("--serve", f"socketcand://127.0.0.1:{PORT}")
-MESSAGES = 60000  # of which a reader that doesn't read can't be kept
+RATE_OF_READERS = int(os.environ.get("CMP_READERS_RATE", 10 * RATE))
+MESSAGES = int(os.environ.get("CMP_READERS_MESSAGES", 60000))  # of which a reader that doesn't read can't be kept
 FRAME = re.compile(rb"< (fd)?frame (\w+) (?:00 )?(\d+)\.(\d{6}) (\w*) >\n")
 READER = str(Path(__file__).with_name("bus_reader.py"))
 
@@ -58,27 +60,94 @@ def raw(bus, **options):
 
 
 class Readers(Case):
+    def setUp(self):
+        self.setup = self.path("bench.xml")
+        setups.make_measured(self.setup, NAMES)
+        self.home = {**os.environ, "HOME": str(self.path("home"))}
+
     def station(self, *options, record=()):
         station = lab.Station(FRONT, *SERVE, *options, record=record)
         self.addCleanup(lab.end, station.process)
         return station
 
+    def captures(self):
+        """The stations that capture for Wireshark: whether each has begun."""
+        found = []
+        for process in Path("/proc").glob("[0-9]*"):
+            with contextlib.suppress(OSError):
+                if f"{self.setup}\0" in (process / "cmdline").read_text() and "--fifo" in (process / "cmdline").read_text():
+                    found.append(any(comm.read_text() == "cmp-capture\n" for comm in process.glob("task/*/comm")))
+        return found
+
+    def start_tshark(self, interface, messages, *options):
+        """It captures, until it has so many, when this returns."""
+        tshark = self.start(["tshark", "-q", "-i", interface, "-c", messages, *options], env=self.home)
+        lab.wait_until(lambda: tshark.poll() is not None or self.captures() == [True], "tshark captures")
+        return tshark
+
+    def install(self):
+        """The modules of the setup become interfaces of Wireshark; their names there."""
+        output, _ = self.expect(0, "extcap", "--install", self.setup, env=self.home)
+        return re.findall(r"^  (\S+)  ", output, re.M)
+
     def start_python_can(self, bus):
         reader = self.start([sys.executable, READER, PORT, bus, self.path("read.txt")], stdin=PIPE)
-        self.assertEqual(reader.stdout.readline(), "ready\n")
+        self.assertEqual(reader.stdout.readline(), "ready\n", bus)
         return reader
 
-    def python_can_rows(self, reader, name):
+    def read_by_python_can(self, reader, name):
+        """Its end: what it has read. It tells extended identifiers by their size, as those here allow."""
         reader.communicate(timeout=lab.PATIENCE)
-        lines = [line.rstrip("\n").split(" ") for line in open(self.path("read.txt"))]
-        return [(int(time) * 1000, int(identifier, 16), bytes.fromhex(data)) for time, identifier, data in lines]
+        lines = [line.split(" ") for line in self.path("read.txt").read_text().splitlines()]
+        numbers = [(int(time) * 1000, int(identifier, 16), bytes.fromhex(data)) for time, identifier, data in lines]
+        return [traffic.Row(name, time, "CAN", identifier | (traffic.EXTENDED if identifier > 0x7FF else 0), data)
+                for time, identifier, data in numbers]
+
+    def simulate(self, messages, *options, rate=RATE):
+        return lab.simulate(["CAN combo:5,channels=1"], "--rate", rate, "--messages", messages, *options)
+
+    def recorded(self, path):
+        return [row._replace(time=row.time // 1000 * 1000) for row in traffic.read_with_tshark(path)]
 
     def test_readers_get_what_is_recorded_and_one_that_does_not_read_is_told_and_cut_off(self):
-        log = self.path("run.log")
-        station = self.station(record=[log])
-        sleeper, other = raw("mbo_Front_CAN_1", size=4096), None
-        buses = sleeper.answers
-        print(buses)
+        file = self.path("run.pcapng")
+        station = self.station(record=[file])
+        sleeper, reader = raw("Front_0x10", size=4096), raw("Front_0x10")
+        silent = raw("Front_0x20")
+        self.assertEqual(sleeper.answers, ["< hi >", "< ok >", "< ok >"])
+        python_can = self.start_python_can("Front_0x10")
+        interface = self.install()[0]
+        tshark = self.start_tshark(interface, MESSAGES, "-w", self.path("tshark.pcapng"))
+        threads = [threading.Thread(target=client.read) for client in (reader, silent)]
+        for thread in threads:
+            thread.start()
+        sent = self.simulate(MESSAGES, "--length", "4-64", rate=RATE_OF_READERS)
+        tshark.communicate(timeout=lab.PATIENCE)
+        lab.wait_until(lambda: not self.captures(), "the capture of tshark has ended")
+        report, errors = station.stop()
+        for thread in threads:
+            thread.join()
+        rows = self.recorded(file)
+        self.assertEqual(traffic.count_differences(sent, report), [])
+        self.assertEqual(report["lostMessages"], 0)
+        self.assertEqual(traffic.first_difference("reader", rows, reader.rows("Front 0x10")), [])
+        self.assertEqual(traffic.first_difference("python-can", [row for row in rows if row.bus == "CAN"],
+                                                  self.read_by_python_can(python_can, "Front 0x10")), [])
+        self.assertEqual(silent.text, b"")
+        # Of a measurement of its own, whose clock is fitted by itself.
+        captured = traffic.read_with_tshark(self.path("tshark.pcapng"))
+        self.assertEqual(traffic.first_difference("tshark", [row[2:] for row in rows], [row[2:] for row in captured]), [])
+        self.assertLess(max(abs(a.time - b.time) for a, b in zip(rows, captured)), traffic.fitted(sent) * 10**9)
+        # What the system still had for it, and in the end what it lost.
+        sleeper.read()
+        read = sleeper.rows("Front 0x10")
+        self.assertEqual(read, rows[:len(read)])
+        lost = int(re.search(rb">\n< error slow reader, (\d+) frames lost >$", sleeper.text)[1])
+        self.assertLessEqual(len(read) + lost, MESSAGES)
+        serve = report["serve"]
+        self.assertEqual((serve["connected"], serve["cutOff"], serve["lost"]), (4, 1, lost))
+        self.assertEqual(serve["sent"], 2 * len(rows) + len(read))
+        self.assertRegex(errors, f"reader at 127.0.0.1:.* of bus Front_0x10 was too slow .* {lost} messages")
 
 
 if __name__ == "__main__":
