@@ -104,7 +104,7 @@ void addInterfaces(Session& session, const std::string& setup, WordNames& names,
     for (std::size_t i = 0; i < modules.size(); ++i) {
         const Module& module = modules[i];
         interfaces.push_back(
-            {names.add(fmt::format("cmp-{}-0x{:X}", path.stem().string(), module.configId)),
+            {"cmp-" + names.add(fmt::format("{}-0x{:X}", path.stem().string(), module.configId)),
              unbraced(
                  fmt::format("{} ({}, {})", module.name, module.type, path.filename().string())),
              setup, i, std::ranges::any_of(module.channels, [](const Channel& bus) {
@@ -234,8 +234,8 @@ ExitCode install(const ExtcapOptions& options) {
     if (interfaces.empty()) {
         throw UserError("there are no modules in these setups");
     }
-    const auto folders = options.folder.empty() ? personalExtcapFolders()
-                                                : std::vector<fs::path>{options.folder};
+    const auto folders =
+        options.folder.empty() ? personalExtcapFolders() : std::vector<fs::path>{options.folder};
     std::string text;
     for (const fs::path& folder : folders) {
         text += installExtcap(folder, options.install, options.plugin).string() + " is there\n";

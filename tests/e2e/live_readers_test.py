@@ -13,7 +13,7 @@ from subprocess import PIPE
 import lab
 import setups
 import traffic
-from case import FRONT, NAMES, RATE, Case, main
+from case import FRONT, MODULES, NAMES, RATE, Case, main
 
 PORT = 29536
 SERVE = ("--serve", f"socketcand://127.0.0.1:{PORT}")
@@ -41,6 +41,10 @@ class Client:
     def answer(self):
         return self.socket.recv(4096).decode()
 
+    def close(self):
+        self.socket.close()
+        return self.answers[1:]
+
     def read(self):
         """All there is until the server closes the connection."""
         with contextlib.suppress(ConnectionResetError):
@@ -61,7 +65,8 @@ def raw(bus, **options):
 
 class Readers(Case):
     def setUp(self):
-        self.setup = self.path("bench.xml")
+        self.path("it's").mkdir()
+        self.setup = self.path("it's") / "my bench {1}.xml"
         setups.make_measured(self.setup, NAMES)
         self.home = {**os.environ, "HOME": str(self.path("home"))}
 
@@ -148,6 +153,85 @@ class Readers(Case):
         self.assertEqual((serve["connected"], serve["cutOff"], serve["lost"]), (4, 1, lost))
         self.assertEqual(serve["sent"], 2 * len(rows) + len(read))
         self.assertRegex(errors, f"reader at 127.0.0.1:.* of bus Front_0x10 was too slow .* {lost} messages")
+
+    def test_what_clients_do_changes_nothing(self):
+        file = self.path("run.pcapng")
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as network:
+            network.bind(("", 42000))
+            network.settimeout(lab.PATIENCE)
+            station = self.station("--serve-beacon", record=[file])
+            beacon = network.recv(65536).decode()
+        self.assertRegex(beacon, f"^<CANBeacon .*<URL>can://127.0.0.1:{PORT}</URL>.*<Bus name=\"Front_0x70\"/>")
+        reader = raw("Front_0x10")
+        self.assertEqual([reader.ask(command) for command in ("< send 123 1 00 >", "<echo>", "< bcmmode >")],
+                         ["< error nothing can be sent here, buses are only read > ", "< echo > ",
+                          "< error unknown command, only raw mode is there > "])
+        threads = [threading.Thread(target=reader.read), threading.Thread(target=self.flood)]
+        for thread in threads:
+            thread.start()
+        sent = self.simulate(3 * RATE)
+        threads[1].join()
+        for client in self.crowd:
+            client.close()
+        self.assertIn("no such bus, there are Front_0x10 Front_0x20", Client("< open vcan0 >").close()[0])
+        self.assertEqual(Client("< rawmode >", "<  open Front_0x20\n>< rawmode >").close(),
+                         ["< error open a bus first >", "< ok >< ok >"])
+        report, _ = station.stop()
+        threads[0].join()
+        rows = self.recorded(file)
+        self.assertEqual(traffic.count_differences(sent, report), [])
+        self.assertEqual(traffic.first_difference("reader", rows, reader.rows("Front 0x10")), [])
+        self.assertGreater(report["serve"]["refused"], 100)
+        self.assertEqual((report["serve"]["readers"], report["serve"]["sent"]), (0, len(rows)))
+
+    def flood(self):
+        """Garbage without end, commands without end whose answers nobody reads, and more connections than there is
+        room for, which keep silent."""
+        for piece in (b"\0" * 65536, b"< open " + b"x" * 65536, b"< echo >" * 8192):
+            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", PORT)) as client:
+                client.settimeout(lab.PATIENCE)
+                for _ in range(1000):
+                    client.sendall(piece)
+        self.crowd = []
+        for _ in range(200):
+            self.crowd.append(socket.create_connection(("127.0.0.1", PORT)))
+
+    def test_an_address_that_cannot_be_served_is_said_before_the_measurement(self):
+        station = self.station()
+        file = self.path("run.pcapng")
+        run = ["run", "--module", "CAN combo:5", "--record", file, "--serve"]
+        for code, address, words in [(1, f"socketcand://127.0.0.1:{PORT}", "another program is there"),
+                                     (1, "socketcand://192.0.2.1:29536", "Cannot assign requested address"),
+                                     (2, "127.0.0.1:29536", "no socketcand://"),
+                                     (2, "socketcand://bench:1", "no IPv4 address"),
+                                     (2, "socketcand://127.0.0.1:0", "no port")]:
+            self.assertIn(words, self.expect(code, *run, address)[1])
+        self.assertFalse(file.exists())
+        station.stop()
+
+    def test_tshark_captures_a_module_of_a_setup_and_nothing_else(self):
+        interfaces = self.install()
+        self.assertEqual(interfaces, [f"cmp-my_bench__1_-0x{number}" for number in (5, 2, 7)])
+        listed = lab.call(["tshark", "-D"], env=self.home)[1]
+        for interface, name in zip(interfaces, ("Front (CAN combo", "Doors (LIN combo", "Rear (NeoviFire3")):
+            self.assertIn(f"{interface} ({name}, my bench (1).xml)", listed)
+        for interface, module, channels in zip(interfaces, MODULES, (7, 10, 19)):
+            file = self.path(interface)
+            tshark = self.start_tshark(interface, RATE * channels, "-w", file)
+            sent = lab.simulate(MODULES, "--rate", RATE, "--duration", 1, "--length", "1-64")
+            tshark.communicate(timeout=lab.PATIENCE)
+            lab.wait_until(lambda: not self.captures(), "the capture has ended")
+            sent["modules"] = [each for each in sent["modules"] if module.startswith(each["type"])]
+            names = {(each["cmId"], channel["interfaceId"]): f"{name} 0x{channel['interfaceId']:X}"
+                     for name in (next(text.split(":")[2] for text in NAMES if text.startswith(module)),)
+                     for each in sent["modules"] for channel in each["channels"]}
+            self.assertEqual(traffic.row_differences(sent, names, traffic.read_with_tshark(file)), [])
+        refused = lab.call(["tshark", "-i", interfaces[0], "-f", "can", "-c", "1"], env=self.home)
+        self.assertIn("filter", refused[2])
+        self.start_tshark(interfaces[0], 1).send_signal(signal.SIGINT)
+        lab.wait_until(lambda: not self.captures(), "the capture has ended, though no message came")
+        self.setup.write_text("<")
+        self.assertNotIn("cmp-", lab.call(["tshark", "-D"], env=self.home)[1])
 
 
 if __name__ == "__main__":
