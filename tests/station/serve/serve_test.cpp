@@ -1,0 +1,113 @@
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "core/descriptor.h"
+#include "station/serve/bus_server.h"
+
+namespace station {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::Ge;
+using testing::HasSubstr;
+using testing::Le;
+
+std::string textOf(const CanFrame& frame, std::int64_t time) {
+    std::string text;
+    appendFrameText(text, time, CanRecord(&frame));
+    return text;
+}
+
+TEST(BusText, HasIdentifierTimeAndDataAsClientsReadThem) {
+    CanFrame frame;
+    frame.id = 0x1A2;
+    EXPECT_EQ(textOf(frame, 1'700'000'000'123'456'789), "< frame 1A2 1700000000.123456  >\n");
+    EXPECT_EQ(textOf(frame, -1), "< frame 1A2 0000000000.000000  >\n");
+    frame.extended = 1;
+    frame.length = 255;
+    EXPECT_EQ(textOf(frame, 0),
+              "< fdframe 000001A2 00 0000000000.000000 " + std::string(128, '0') + " >\n");
+}
+
+TEST(CommandReader, FindsCommandsInPiecesAndGivesUpOnWhatIsNone) {
+    CommandReader reader;
+    std::vector<std::string> commands;
+    for (const char c : std::string(" < open  a >\n<echo>< rawmode\t>")) {
+        reader.add({&c, 1});
+        while (const auto command = reader.take()) {
+            commands.push_back(*command);
+        }
+    }
+    EXPECT_THAT(commands, ElementsAre("open a", "echo", "rawmode"));
+    EXPECT_FALSE(reader.isBroken());
+    for (const std::string& text :
+         {std::string("x"), "< " + std::string(300, 'x'), "< " + std::string(300, 'x') + " >"}) {
+        CommandReader broken;
+        broken.add(text);
+        EXPECT_FALSE(broken.take());
+        EXPECT_TRUE(broken.isBroken()) << text;
+    }
+}
+
+/// A connection to the server, and what came on it.
+class Reader {
+  public:
+    explicit Reader(const sockaddr_in& address) : socket(::socket(AF_INET, SOCK_STREAM, 0)) {
+        EXPECT_EQ(
+            ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            0);
+    }
+    /// Until the text has that in it or the connection is closed.
+    std::string readUntil(const std::string& end) {
+        char byte = 0;
+        while (!text.ends_with(end) && ::recv(socket.get(), &byte, 1, 0) == 1) {
+            text += byte;
+        }
+        return text;
+    }
+    void ask(const std::string& command, const std::string& answer) {
+        ASSERT_EQ(::send(socket.get(), command.data(), command.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(command.size()));
+        EXPECT_THAT(readUntil(answer), HasSubstr(answer));
+    }
+
+  private:
+    const Descriptor socket;
+    std::string text;
+};
+
+TEST(BusServer, CutsOffWhatItsThreadOrItsReaderCannotKeepAndSaysSo) {
+    const CanFrame frame;
+    for (const auto& [mostPassed, mostWaiting, least] :
+         {std::tuple{0UL, 1000UL, 1UL}, std::tuple{100UL, 100UL, 4UL}}) {
+        BusServerSettings settings;
+        settings.address = {AF_INET, htons(29540), {htonl(INADDR_LOOPBACK)}, {}};
+        settings.mostPassed = mostPassed;
+        settings.mostWaiting = mostWaiting;
+        BusServer server(settings);
+        server.begin({{"Doors", BusType::Lin}, {"Front", BusType::Can}});
+        Reader reader(settings.address);
+        reader.ask("< open Front >< rawmode >", "< ok >< ok >");
+        for (int i = 0; i < 5; ++i) {
+            server.onMessage(0, 0, &frame, sizeof frame);
+            server.onMessage(1, 0, &frame, sizeof frame);
+        }
+        const std::string told = reader.readUntil(" frames lost >");
+        server.end();
+        const std::uint64_t lost = server.summarize().lost;
+        EXPECT_THAT(told, HasSubstr(fmt::format("< error slow reader, {} frames lost >", lost)));
+        EXPECT_THAT(lost, AllOf(Ge(least), Le(5U)));
+        EXPECT_EQ(server.summarize().cutOff, 1U);
+        EXPECT_THAT(server.takeTexts(), ElementsAre(HasSubstr("of bus Front was too slow")));
+    }
+}
+
+}  // namespace
+}  // namespace station
