@@ -201,6 +201,11 @@ ExitCode capture(const ExtcapOptions& options, StopSignal& stop) {
     if (options.pipe.empty()) {
         throw UserError("--capture needs the pipe that Wireshark reads: --fifo FILE");
     }
+    // Also before an error is found: a reader whose pipe nobody ever opens waits for it.
+    const Descriptor pipe = waitForReader(options.pipe, stop);
+    if (!pipe.isOpen()) {
+        return ExitCode::Good;
+    }
     if (!options.filter.empty()) {
         throw UserError(noFilter);
     }
@@ -208,10 +213,6 @@ ExitCode capture(const ExtcapOptions& options, StopSignal& stop) {
     checkCapturePermission();
     const auto session = openSession(options.plugin, interface.setup);
     useOnly(*session, interface.module);
-    const Descriptor pipe = waitForReader(options.pipe, stop);
-    if (!pipe.isOpen()) {
-        return ExitCode::Good;
-    }
     const auto recordings = std::make_shared<RecordingSet>();
     recordings->add(std::make_unique<PcapngRecording>(options.pipe, true));
     Measurement measurement(*session, recordings);
@@ -294,7 +295,7 @@ void addExtcapCommand(CLI::App& app, Command& chosen) {
         ->add_option("--install", options->install,
                      "Make the modules of these setups interfaces of Wireshark; those that were "
                      "before aren't any more")
-        ->type_name("SETUP...")
+        ->type_name("SETUP")
         ->check(notEmpty());
     command
         ->add_option("--folder", options->folder,
