@@ -51,7 +51,7 @@ fs::path installExtcap(const fs::path& folder, const std::vector<std::string>& s
         script += " --plugin " + quoted(fs::absolute(plugin).lexically_normal().string());
     }
     script += " \"$@\"\n";
-    const fs::path file = folder / scriptName;
+    fs::path file = folder / scriptName;
     const fs::path part = folder / (std::string(scriptName) + ".new");
     std::error_code error;
     fs::create_directories(folder, error);

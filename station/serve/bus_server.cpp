@@ -28,7 +28,7 @@ constexpr auto idlePeriod = std::chrono::milliseconds(100);
 constexpr auto acceptPause = std::chrono::seconds(1);
 /// At the end, for all readers and for those that take nothing.
 constexpr auto endPatience = std::chrono::seconds(3);
-constexpr auto stallPatience = std::chrono::milliseconds(500);
+constexpr auto stallPatience = std::chrono::seconds(1);
 constexpr std::size_t mostNamedBuses = 8;
 constexpr std::size_t mostTexts = 100;  ///< that nobody fetched
 

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <future>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -107,6 +109,24 @@ TEST(BusServer, CutsOffWhatItsThreadOrItsReaderCannotKeepAndSaysSo) {
         EXPECT_EQ(server.summarize().cutOff, 1U);
         EXPECT_THAT(server.takeTexts(), ElementsAre(HasSubstr("of bus Front was too slow")));
     }
+}
+
+TEST(BusServer, SendsAtItsEndWhatWaits) {
+    const CanFrame frame;
+    BusServerSettings settings;
+    settings.address = {AF_INET, htons(29540), {htonl(INADDR_LOOPBACK)}, {}};
+    BusServer server(settings);
+    server.begin({{"Front", BusType::Can}});
+    Reader reader(settings.address);
+    reader.ask("< open Front >< rawmode >", "< ok >< ok >");
+    constexpr int messages = 20'000;
+    for (int i = 0; i < messages; ++i) {
+        server.onMessage(0, 0, &frame, sizeof frame);
+    }
+    auto text = std::async(std::launch::async, [&] { return reader.readUntil("nothing"); });
+    server.end();
+    EXPECT_EQ(std::ranges::count(text.get(), '>'), 3 + messages);
+    EXPECT_EQ(server.summarize().sent, static_cast<std::uint64_t>(messages));
 }
 
 }  // namespace
