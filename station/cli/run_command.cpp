@@ -286,7 +286,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
                             static_cast<std::size_t>(options.waitingMegabytes * megabyte));
     signals.open(measurement.summarize().channels);
     if (signals.isWanted()) {
-        measurement.setListener(&signals);
+        measurement.addListener(signals);
     }
     if (stream) {
         measurement.setFlushPeriod(streamSettings.batchAge / 2);

@@ -66,7 +66,7 @@ void beginServing(BusServer& server, Measurement& measurement) {
         channels.push_back({channel.name, channel.bus});
     }
     server.begin(channels);
-    measurement.setListener(&server);
+    measurement.addListener(server);
     printMessage(describeBuses(server.summarize()));
 }
 

@@ -244,7 +244,7 @@ void Workspace::start(const std::filesystem::path& recording) {
     }
     auto fresh = std::make_unique<Measurement>(session(), files);
     fresh->start();
-    fresh->setListener(&feed);
+    fresh->addListener(feed);
     recordings = std::move(files);
     measurement = std::move(fresh);
     ending = false;

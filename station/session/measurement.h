@@ -35,8 +35,8 @@ class Measurement {
     void recordFrames(std::shared_ptr<RecordingSet> frameRecordings);
     /// What came in is given to the recordings so often, 0.5 s by default and at most.
     void setFlushPeriod(std::chrono::milliseconds time);
-    /// Null for none; not owned.
-    void setListener(MessageListener* listener) { recorder.setListener(listener); }
+    /// As that of `MeasurementRecorder`.
+    void addListener(MessageListener& listener) { recorder.addListener(listener); }
     /// Throws `PluginError`.
     void start();
     /// Returns what the user must know: lost messages, failed recordings, network interfaces that

@@ -80,8 +80,8 @@ class MeasurementRecorder::Channel final : public ChannelSink {
         traffic.note(traffic.getCount() == 0 ? utc : std::max(traffic.getLast(), utc));
         recorder.horizon.note(traffic.getLast());
         recorder.recordings.write(number, traffic.getLast(), sample.data, sample.size);
-        if (recorder.listener != nullptr) {
-            recorder.listener->onMessage(number, traffic.getLast(), sample.data, sample.size);
+        for (MessageListener* const listener : recorder.listeners) {
+            listener->onMessage(number, traffic.getLast(), sample.data, sample.size);
         }
         lastSize = std::min(sample.size, lastRecord.size());
         std::memcpy(lastRecord.data(), sample.data, lastSize);

@@ -45,8 +45,8 @@ class MeasurementRecorder {
     /// Takes in the channels that are used now, under names of their own: a second "Front" becomes
     /// "Front (2)". Once, before the measurement starts.
     void addChannels(const std::vector<Module>& modules);
-    /// Null for none; not owned.
-    void setListener(MessageListener* messageListener) { listener = messageListener; }
+    /// One more; not owned, and outlives this.
+    void addListener(MessageListener& listener) { listeners.push_back(&listener); }
     /// After each periodic call. The recordings get what lies some calls back, in the order of
     /// time.
     void takeNew();
@@ -74,7 +74,7 @@ class MeasurementRecorder {
 
     StationHost& host;
     RecordingQueue& recordings;
-    MessageListener* listener = nullptr;
+    std::vector<MessageListener*> listeners;
     UniqueNames names;
     std::vector<std::unique_ptr<Channel>> channels;
     /// The first for what is under way in the network and the system, the second for a process that
