@@ -329,9 +329,11 @@ void PlotView::zoomTime(double factor, double x) {
     show({from, from + std::llround(size)});
 }
 
-void PlotView::zoomValues(const std::vector<QCPAxis*>& axes, double factor, double y) {
-    for (QCPAxis* const axis : axes) {
-        axis->scaleRange(factor, axis->pixelToCoord(y));
+void PlotView::zoomValues(const QCPAxis* only, double factor, double y) {
+    for (const auto& [key, axis] : valueAxes) {
+        if (only == nullptr || axis == only) {
+            axis->scaleRange(factor, axis->pixelToCoord(y));
+        }
     }
     isAutoscaling = false;
 }
@@ -423,14 +425,9 @@ void PlotView::wheelEvent(QWheelEvent* event) {
     const double steps = (turned.y() != 0 ? turned.y() : turned.x()) / aStep;
     const double factor = std::pow(0.8, steps);
     const QPoint position = event->position().toPoint();
-    if (QCPAxis* const axis = valueAxisAt(position)) {
-        zoomValues({axis}, factor, position.y());
-    } else if (event->modifiers().testFlag(Qt::ControlModifier)) {
-        std::vector<QCPAxis*> axes;
-        for (const auto& [key, each] : valueAxes) {
-            axes.push_back(each);
-        }
-        zoomValues(axes, factor, position.y());
+    const QCPAxis* const axis = valueAxisAt(position);
+    if (axis != nullptr || event->modifiers().testFlag(Qt::ControlModifier)) {
+        zoomValues(axis, factor, position.y());
     } else {
         zoomTime(factor, position.x());
     }
@@ -444,10 +441,6 @@ void PlotView::keyPressEvent(QKeyEvent* event) {
     const int key = event->key();
     const int direction =
         key == Qt::Key_Left || key == Qt::Key_Up || key == Qt::Key_PageUp ? 1 : -1;
-    std::vector<QCPAxis*> axes;
-    for (const auto& [name, axis] : valueAxes) {
-        axes.push_back(axis);
-    }
     switch (key) {
         case Qt::Key_Left:
         case Qt::Key_Right: {
@@ -468,7 +461,7 @@ void PlotView::keyPressEvent(QKeyEvent* event) {
             break;
         case Qt::Key_PageUp:
         case Qt::Key_PageDown:
-            zoomValues(axes, std::pow(zoom, direction), middle.y());
+            zoomValues(nullptr, std::pow(zoom, direction), middle.y());
             break;
         case Qt::Key_A:
         case Qt::Key_B:

@@ -104,7 +104,8 @@ class PlotView final : public QCustomPlot {
     QCPAxis* valueAxisAt(const QPoint& position) const;
     void show(Range range);
     void zoomTime(double factor, double x);
-    void zoomValues(const std::vector<QCPAxis*>& axes, double factor, double y);
+    /// Of that axis, or of all for null.
+    void zoomValues(const QCPAxis* only, double factor, double y);
     void moveCursor(std::size_t cursor, std::int64_t utc);
     /// Draws, and says that something has changed.
     void changed();
