@@ -7,11 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "core/descriptor.h"
+#include "core/parse_number.h"
 #include "station/errors.h"
 
 namespace station {
@@ -31,10 +31,7 @@ constexpr Setting settings[] = {
     {"key", &NatsOptions::keyFile, false}};
 
 bool isPort(std::string_view text) {
-    unsigned number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, failure] = std::from_chars(text.data(), end, number);
-    return failure == std::errc() && rest == end && number >= 1 && number <= 65535;
+    return parseNumber<std::uint16_t>(text).value_or(0) != 0;
 }
 
 /// "HOST", "HOST:PORT", "[IPV6]" or "[IPV6]:PORT", with the port behind it in any case.

@@ -2,10 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cstring>
 #include <string_view>
 
+#include "core/parse_number.h"
 #include "station/recording/pcapng_blocks.h"
 
 namespace station {
@@ -36,10 +36,9 @@ std::string_view valueOf(std::string_view text, std::string_view name) {
 
 template <class Number>
 bool read(std::string_view text, std::string_view name, Number& number) {
-    const std::string_view value = valueOf(text, name);
-    const char* const end = value.data() + value.size();
-    const auto [rest, failure] = std::from_chars(value.data(), end, number);
-    return failure == std::errc() && rest == end;
+    const auto parsed = parseNumber<Number>(valueOf(text, name));
+    number = parsed.value_or(0);
+    return parsed.has_value();
 }
 
 }  // namespace

@@ -41,7 +41,9 @@ class Stream(Case):
         client.close()
 
     def station(self, modules=FRONT, *options, url=URL, name="bench 1", **more):
-        return lab.Station(modules, "--stream", url, "--station", name, "--spool", self.spool, *options, **more)
+        station = lab.Station(modules, "--stream", url, "--station", name, "--spool", self.spool, *options, **more)
+        self.addCleanup(lab.end, station.process)
+        return station
 
     def batches(self, subject="cmp."):
         """Those of the stream: headers and payload, in order."""
@@ -311,9 +313,18 @@ class Stream(Case):
         client.put_heartbeat("bench=201", there)
         station = self.station(FRONT, "--stream-wait", 0)
         simulator = lab.start_simulator(CAN, "--rate", RATE, "--duration", 4)
-        for _ in range(16):
-            client.put_heartbeat("bench=201", there)
-            time.sleep(0.25)
+        for away in (0, 6):  # for longer than the other may be silent
+            if away:
+                time.sleep(2.5)  # until its latest sign is known
+                self.broker.kill()
+                time.sleep(away)
+                self.broker.start()
+                time.sleep(3)  # until the other one has its broker again
+                client = Client()
+                self.addCleanup(client.close)
+            for _ in range(16):
+                client.put_heartbeat("bench=201", there)
+                time.sleep(0.25)
         lab.finish_simulator(simulator)
         report, errors = station.stop()
         self.assertIn('another station is called "bench 1" and runs on far', errors)
