@@ -32,6 +32,11 @@ class PerformanceCounter {
     }
 };
 
+/// Nanoseconds since 1970 by the system's clock, which may be set.
+inline std::int64_t realNanoseconds() {
+    return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 /// The computer's steady clock and its real clock.
 class SteadyPerformanceCounter final : public PerformanceCounter {
   public:
@@ -40,8 +45,5 @@ class SteadyPerformanceCounter final : public PerformanceCounter {
             std::chrono::steady_clock::now().time_since_epoch().count());
     }
     std::uint64_t getFrequency() const override { return std::chrono::steady_clock::period::den; }
-    std::int64_t getRealNanoseconds() const override {
-        return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch())
-            .count();
-    }
+    std::int64_t getRealNanoseconds() const override { return realNanoseconds(); }
 };

@@ -1,6 +1,6 @@
-#include <chrono>
 #include <memory>
 
+#include "core/performance_counter.h"
 #include "station/cli/commands.h"
 #include "station/cli/nats_options.h"
 #include "station/fleet/fleet_module.h"
@@ -30,9 +30,7 @@ struct StatusArguments {
 ExitCode showStatus(const StatusArguments& arguments, StopSignal&) {
     const NatsOptions brokers = readNatsOptions(arguments.nats, "URL");
     const auto heartbeats = loadFleetModule()->readHeartbeats(brokers);
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    const auto stations =
-        readStatus(heartbeats, std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+    const auto stations = readStatus(heartbeats, realNanoseconds());
     if (arguments.json) {
         printResult(toJson(stations));
         return ExitCode::Good;

@@ -15,6 +15,7 @@ namespace {
 constexpr double perSecond = 1e9;
 /// A heartbeat is that old by itself, on a busy network.
 constexpr double usualDelay = 5.0;
+constexpr std::size_t longestText = 200;  // of what a station may say as it likes
 
 std::uint64_t countOf(const nlohmann::json& json, const char* name) {
     const auto found = json.find(name);
@@ -29,7 +30,9 @@ double numberOf(const nlohmann::json& json, const char* name) {
 
 std::string textOf(const nlohmann::json& json, const char* name) {
     const auto found = json.find(name);
-    return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
+    const std::string text =
+        found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
+    return text.size() > longestText ? text.substr(0, longestText) + "..." : text;
 }
 
 StationStatus readOne(const Heartbeat& heartbeat, std::int64_t now) {
@@ -43,17 +46,17 @@ StationStatus readOne(const Heartbeat& heartbeat, std::int64_t now) {
         status.fault = "what it says of itself is no JSON object";
         return status;
     }
-    status.session = textOf(json, "session");
-    status.version = textOf(json, "version");
+    status.session = textOf(json, beat::session);
+    status.version = textOf(json, beat::version);
     const double offset =
-        (numberOf(json, "time") - static_cast<double>(heartbeat.arrived)) / perSecond;
+        (numberOf(json, beat::time) - static_cast<double>(heartbeat.arrived)) / perSecond;
     status.clockOffset = std::abs(offset) > usualDelay ? offset : 0.0;
-    status.rate = numberOf(json, "rate");
-    status.backlogMessages = countOf(json, "backlog_messages");
-    status.backlogBytes = countOf(json, "backlog_bytes");
-    status.spoolLost = countOf(json, "spool_lost");
-    status.lost = countOf(json, "lost");
-    const auto ended = json.find("ended");
+    status.rate = numberOf(json, beat::rate);
+    status.backlogMessages = countOf(json, beat::backlogMessages);
+    status.backlogBytes = countOf(json, beat::backlogBytes);
+    status.spoolLost = countOf(json, beat::spoolLost);
+    status.lost = countOf(json, beat::lost);
+    const auto ended = json.find(beat::ended);
     status.isEnded = ended != json.end() && ended->is_boolean() && ended->get<bool>();
     return status;
 }

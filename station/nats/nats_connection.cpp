@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <nlohmann/json.hpp>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -20,16 +21,6 @@ constexpr int pingMilliseconds = 2000;   // to notice a broker that is gone with
 constexpr int mostUnansweredPings = 2;
 
 using Options = std::unique_ptr<natsOptions, NatsDelete<natsOptions_Destroy>>;
-
-/// The library's own words, without the place in its source, where they tell more than the status.
-std::string detailOf(natsStatus status, const char* words) {
-    const std::string_view text = words == nullptr ? "" : words;
-    if (text.empty() || status == NATS_NO_SERVER || status == NATS_TIMEOUT) {
-        return {};
-    }
-    const std::size_t place = text.starts_with('(') ? text.find("): ") : text.npos;
-    return fmt::format(" ({})", place == text.npos ? text : text.substr(place + 3));
-}
 
 std::string connectError(natsStatus status) {
     return describeStatus(status) + detailOf(status, nats_GetLastError(nullptr));
@@ -112,6 +103,39 @@ void ignoreError(natsConnection*, natsSubscription*, natsStatus, void*) {}
 
 }  // namespace
 
+/// Without the place in the library's source.
+std::string detailOf(natsStatus status, const char* words) {
+    constexpr std::size_t longest = 300;
+    const std::string_view text = words == nullptr ? "" : words;
+    if (text.empty() || status == NATS_NO_SERVER || status == NATS_TIMEOUT) {
+        return {};
+    }
+    const std::size_t place = text.starts_with('(') ? text.find("): ") : text.npos;
+    const std::string_view detail = place == text.npos ? text : text.substr(place + 3);
+    return fmt::format(" ({}{})", detail.substr(0, longest), detail.size() > longest ? "..." : "");
+}
+
+StreamAnswer parseAnswer(std::string_view text) {
+    StreamAnswer answer;
+    try {
+        const auto json = nlohmann::json::parse(text);
+        if (const auto error = json.find("error"); error != json.end()) {
+            answer.code = static_cast<jsErrCode>(error->value("err_code", 0));
+            const std::string known = describeStatus(NATS_ERR, answer.code);
+            const std::string words = error->value("description", "no reason is given");
+            answer.refusal = (known == natsStatus_GetText(NATS_ERR) ? "it isn't taken" : known) +
+                             detailOf(NATS_ERR, words.c_str());
+        } else {
+            answer.stream = json.at("stream").get<std::string>();
+            answer.sequence = json.at("seq").get<std::uint64_t>();
+            answer.isDuplicate = json.value("duplicate", false);
+        }
+    } catch (const nlohmann::json::exception&) {
+        answer.refusal = "the broker's answer can't be understood";
+    }
+    return answer;
+}
+
 std::string describeStatus(natsStatus status, jsErrCode code) {
     switch (static_cast<int>(code)) {
         case JSNotEnabledErr:
@@ -119,6 +143,9 @@ std::string describeStatus(natsStatus status, jsErrCode code) {
             return "it has no JetStream for us; switch that on in its configuration";
         case JSStreamNotFoundErr:
             return "it has no such stream";
+        case JSStreamSubjectOverlapErr:
+            return std::string("another stream of it takes the subjects ") + streamSubjects +
+                   " already: name that one with --stream-name";
         case JSInsufficientResourcesErr:
         case JSStorageResourcesExceededErr:
             return "its disk is full, or the space it may use";

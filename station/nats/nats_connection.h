@@ -3,9 +3,11 @@
 #include <nats/nats.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "station/nats/nats_options.h"
 
@@ -25,6 +27,20 @@ class NatsError : public std::runtime_error {
 
 /// What a failed call of the library means, for the user: "it didn't answer in time".
 std::string describeStatus(natsStatus status, jsErrCode code = static_cast<jsErrCode>(0));
+
+/// The library's or a broker's own words behind it, " (...)", where they tell more than the status.
+/// Shortened: a broker may say anything.
+std::string detailOf(natsStatus status, const char* words);
+
+/// What a stream answers to a message that is published with a subject for that.
+struct StreamAnswer {
+    std::string refusal;  ///< for the user; empty: it is stored
+    jsErrCode code{};     ///< of the refusal
+    std::string stream;
+    std::uint64_t sequence = 0;
+    bool isDuplicate = false;  ///< its identifier was known
+};
+StreamAnswer parseAnswer(std::string_view text);
 
 /// Calls the library's function that destroys it.
 template <auto destroy>

@@ -1,5 +1,8 @@
 #include "station/nats/stream_names.h"
 
+#include <unistd.h>
+
+#include <array>
 #include <cstddef>
 
 namespace station {
@@ -14,6 +17,12 @@ bool isPlain(char c) {
 }
 
 }  // namespace
+
+std::string nameOfMachine() {
+    std::array<char, 256> name{};
+    ::gethostname(name.data(), name.size() - 1);
+    return name.data();
+}
 
 std::string toToken(std::string_view name) {
     if (name.empty()) {

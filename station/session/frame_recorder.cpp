@@ -1,8 +1,8 @@
 #include "station/session/frame_recorder.h"
 
-#include <chrono>
 #include <utility>
 
+#include "core/performance_counter.h"
 #include "station/errors.h"
 #include "station/session/summary.h"
 
@@ -40,8 +40,7 @@ void FrameRecorder::takeNew() {
             queue.write(source, receivedAt, data, length);
         }
     });
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    queue.setHorizon(horizon.step(std::chrono::nanoseconds(now).count()));
+    queue.setHorizon(horizon.step(realNanoseconds()));
 }
 
 std::vector<RecordingSummary> FrameRecorder::summarize() const {

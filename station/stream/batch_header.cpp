@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "core/parse_number.h"
+#include "station/nats/stream_names.h"
 #include "station/recording/pcapng_blocks.h"
 
 namespace station {
@@ -73,7 +74,8 @@ std::optional<BatchExtent> readBatchHeader(std::span<const std::uint8_t> bytes) 
     int end = 0;
     if (!read(text, "batch=", batch.number) || !read(text, " messages=", batch.messages) ||
         !read(text, " first=", batch.firstTime) || !read(text, " last=", batch.lastTime) ||
-        !read(text, " end=", end) || batch.session.empty() || batch.subject.empty()) {
+        !read(text, " end=", end) || batch.session.empty() ||
+        !batch.subject.starts_with(subjectPrefix)) {
         return std::nullopt;
     }
     batch.isEnd = end != 0;

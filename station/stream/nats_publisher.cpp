@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 
 #include "core/parse_number.h"
+#include "core/performance_counter.h"
 #include "station/nats/stream_names.h"
 
 namespace station {
@@ -17,7 +17,8 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t mostBytesOnTheWay = std::size_t{8} << 20U;
 constexpr auto answerPatience = 5s;
-constexpr std::size_t longestReason = 300;
+constexpr auto beatPatience = 1s;  // for the answer to the last one
+constexpr const char* beatAnswer = "beat";
 
 std::string headerOf(natsMsg* message, const char* name) {
     const char* text = nullptr;
@@ -29,9 +30,10 @@ std::string tokenOf(const std::string& subject) {
     return subject.substr(from, subject.find('.', from) - from);
 }
 
-std::int64_t nowNanoseconds() {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+bool isSame(natsMsg* message, const std::vector<std::uint8_t>& payload) {
+    const char* const data = natsMsg_GetData(message);
+    return std::equal(payload.begin(), payload.end(), reinterpret_cast<const std::uint8_t*>(data),
+                      reinterpret_cast<const std::uint8_t*>(data) + natsMsg_GetDataLength(message));
 }
 
 }  // namespace
@@ -61,6 +63,8 @@ void NatsPublisher::open() {
         const bool wasAway = attempt - std::exchange(lastReached, attempt) > options.servers.size();
         stationName->claim(*connection, jetStream.get(), wasAway);
         subscribe();
+    } catch (const NameTaken& failure) {
+        throw PublishError(failure.what(), PublishError::Cause::NameTaken);
     } catch (const NatsError& failure) {
         throw PublishError(failure.what());
     }
@@ -116,9 +120,8 @@ void NatsPublisher::createStream() {
     jsErrCode code{};
     const natsStatus status = js_AddStream(nullptr, jetStream.get(), &config, nullptr, &code);
     if (status != NATS_OK) {
-        const char* const detail = nats_GetLastError(nullptr);
         fail(fmt::format("stream \"{}\" can't be made", rules.name),
-             fmt::format("{} ({})", describeStatus(status, code), detail == nullptr ? "" : detail));
+             describeStatus(status, code) + detailOf(status, nats_GetLastError(nullptr)));
     }
 }
 
@@ -174,7 +177,7 @@ void NatsPublisher::subscribe() {
     answers.reset(subscription);
 }
 
-const NatsPublisher::Last& NatsPublisher::findLast(const std::string& subject) {
+NatsPublisher::Last& NatsPublisher::findLast(const std::string& subject) {
     const auto known = lastBySubject.find(subject);
     if (known != lastBySubject.end()) {
         return known->second;
@@ -183,34 +186,71 @@ const NatsPublisher::Last& NatsPublisher::findLast(const std::string& subject) {
     jsErrCode code{};
     const natsStatus status =
         js_GetLastMsg(&found, jetStream.get(), rules.name.c_str(), subject.c_str(), nullptr, &code);
-    const NatsMessage message(found);
+    NatsMessage message(found);
     Last last;
     if (status == NATS_OK) {
-        last = {headerOf(found, header::session),
-                parseNumber<std::uint64_t>(headerOf(found, header::batch)).value_or(0)};
+        last.session = headerOf(found, header::session);
+        last.number = parseNumber<std::uint64_t>(headerOf(found, header::batch)).value_or(0);
+        last.sequence = natsMsg_GetSequence(found);
+        last.message = std::move(message);
     } else if (code != JSNoMessageFoundErr) {
         fail("last batch of " + subject, describeStatus(status, code));
     }
-    return lastBySubject[subject] = last;
+    return lastBySubject[subject] = std::move(last);
+}
+
+/// Whether it is to be sent. Those in front of the last one that names their session are presumed
+/// to be stored until that one is known to be ours.
+NatsPublisher::Way NatsPublisher::compareWithLast(const Batch& batch) {
+    Last& last = findLast(batch.subject);
+    const auto isPresumed = [&](const OnTheWay& other) {
+        return other.way == Way::Presumed && other.subject == batch.subject;
+    };
+    const bool isOurs = last.session == batch.session && batch.number <= last.number;
+    const auto known = foreign.find(batch.subject);
+    if (last.message == nullptr || (known != foreign.end() && known->second == last.sequence)) {
+        return Way::Sent;
+    }
+    if (isOurs && batch.number < last.number) {
+        return Way::Presumed;
+    }
+    const bool isLast = isOurs && isSame(last.message.get(), batch.payload);
+    if (!isLast && (isOurs || std::ranges::any_of(onTheWay, isPresumed))) {
+        distrust(batch.subject, last.sequence);
+    }
+    last = {};
+    for (OnTheWay& other : onTheWay) {
+        other.way = isPresumed(other) ? Way::Stored : other.way;
+    }
+    return isLast ? Way::Stored : Way::Sent;
+}
+
+void NatsPublisher::distrust(const std::string& subject, std::uint64_t sequence) {
+    foreign[subject] = sequence;
+    fail("message " + std::to_string(sequence) + " of the stream, on " + subject,
+         "it names a session of this station and isn't what this station published: another "
+         "program publishes under this name, or the spool was changed. What isn't known to be in "
+         "the stream is sent again");
 }
 
 bool NatsPublisher::publish(const Batch& batch) {
     std::size_t bytes = batch.payload.size();
     for (const OnTheWay& other : onTheWay) {
-        bytes += other.bytes;
-        if (!other.isStored && other.subject == batch.subject) {
+        bytes += other.payload.size();
+        if (other.way == Way::Sent && other.subject == batch.subject) {
             return false;
         }
     }
     if (!onTheWay.empty() && bytes > mostBytesOnTheWay) {
         return false;
     }
-    const Last& last = findLast(batch.subject);
-    const bool isStored = last.session == batch.session && batch.number <= last.number;
-    if (!isStored) {
+    const Way way = compareWithLast(batch);
+    if (way == Way::Sent) {
         send(batch);
     }
-    onTheWay.push_back({batch.subject, batch.payload.size(), Clock::now(), isStored});
+    onTheWay.push_back({batch.subject,
+                        way == Way::Sent ? batch.payload : std::vector<std::uint8_t>(),
+                        Clock::now(), way});
     return true;
 }
 
@@ -229,7 +269,7 @@ void NatsPublisher::send(const Batch& batch) {
         {header::firstTime, std::to_string(batch.firstTime)},
         {header::lastTime, std::to_string(batch.lastTime)},
         {header::messages, std::to_string(batch.messages)},
-        {header::sentTime, std::to_string(nowNanoseconds())}};
+        {header::sentTime, std::to_string(realNanoseconds())}};
     for (const auto& [name, value] : headers) {
         status = status == NATS_OK ? natsMsgHeader_Set(made, name, value.c_str()) : status;
     }
@@ -248,23 +288,21 @@ std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience)
     const std::uint64_t before = acknowledged;
     const auto end = Clock::now() + patience;
     for (;;) {
-        while (!onTheWay.empty() && onTheWay.front().isStored) {
+        while (!onTheWay.empty() && onTheWay.front().way == Way::Stored) {
             onTheWay.pop_front();
             ++acknowledged;
         }
         const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
-        natsMsg* answer = nullptr;
         const auto wait = acknowledged != before ? 0ms : std::max(rest, 0ms);
-        const natsStatus status = natsSubscription_NextMsg(&answer, answers.get(), wait.count());
-        if (status == NATS_OK) {
-            takeAnswer(answer);
-        } else if (status != NATS_TIMEOUT || !connection->isOpen()) {
-            throw PublishError(connection->describeFailure());
-        } else if (acknowledged != before || rest <= 0ms) {
+        if (!takeAnswer(wait) && (acknowledged != before || rest <= 0ms)) {
             break;
         }
     }
-    if (!onTheWay.empty() && Clock::now() - onTheWay.front().sent > answerPatience) {
+    if (!onTheWay.empty() && Clock::now() - onTheWay.front().since > answerPatience) {
+        const std::string& subject = onTheWay.front().subject;
+        if (onTheWay.front().way == Way::Presumed) {
+            distrust(subject, lastBySubject[subject].sequence);
+        }
         throw PublishError(
             fmt::format("{} takes batches and doesn't say that it keeps them: look into its log",
                         connection->getServer()));
@@ -272,46 +310,74 @@ std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience)
     return acknowledged;
 }
 
-void NatsPublisher::takeAnswer(natsMsg* answer) {
+/// Of a batch, or of a heartbeat. False if none has come.
+bool NatsPublisher::takeAnswer(std::chrono::milliseconds patience) {
+    natsMsg* answer = nullptr;
+    const natsStatus status = natsSubscription_NextMsg(&answer, answers.get(), patience.count());
     const NatsMessage owned(answer);
-    const auto number = parseNumber<std::uint64_t>(
-        std::string_view(natsMsg_GetSubject(answer)).substr(inbox.size() + 1));
+    if (status == NATS_TIMEOUT && connection->isOpen()) {
+        return false;
+    }
+    if (status != NATS_OK) {
+        throw PublishError(connection->describeFailure());
+    }
+    const std::string_view what =
+        std::string_view(natsMsg_GetSubject(answer)).substr(inbox.size() + 1);
     if (natsMsg_IsNoResponders(answer)) {
-        fail("batch", describeStatus(NATS_NO_RESPONDERS));
+        fail(std::string(what == beatAnswer ? "heartbeat" : "batch"),
+             describeStatus(NATS_NO_RESPONDERS));
     }
-    const char* const text = natsMsg_GetData(answer);
-    const auto size = static_cast<std::size_t>(natsMsg_GetDataLength(answer));
-    std::string stream;
-    std::string refusal;
-    try {
-        const auto json = nlohmann::json::parse(text, text + size);
-        if (const auto error = json.find("error"); error != json.end()) {
-            const std::string detail =
-                error->value("description", "no reason is given").substr(0, longestReason);
-            const std::string known =
-                describeStatus(NATS_ERR, static_cast<jsErrCode>(error->value("err_code", 0)));
-            refusal = known == natsStatus_GetText(NATS_ERR) ? "it isn't taken: " + detail
-                                                            : fmt::format("{} ({})", known, detail);
-        } else {
-            stream = json.at("stream").get<std::string>();
+    const StreamAnswer said = parseAnswer(
+        {natsMsg_GetData(answer), static_cast<std::size_t>(natsMsg_GetDataLength(answer))});
+    if (what == beatAnswer) {
+        if (!stationName->noteBeaten(said)) {
+            throw PublishError(fmt::format("{}: another station has taken the name of this one",
+                                           connection->getServer()));
         }
-    } catch (const nlohmann::json::exception&) {
-        refusal = "the broker's answer can't be understood";
+        return true;
     }
-    if (refusal.empty() && stream != rules.name) {
-        refusal =
-            "it went into another stream than \"" + rules.name + "\": name that with --stream-name";
+    if (!said.refusal.empty()) {
+        fail("batch", said.refusal);
     }
-    if (!refusal.empty()) {
-        fail("batch", refusal);
+    if (said.stream != rules.name) {
+        fail("batch", fmt::format("it went into another stream than \"{}\": name that with "
+                                  "--stream-name",
+                                  rules.name));
     }
-    if (number && *number >= acknowledged && *number - acknowledged < onTheWay.size()) {
-        onTheWay[*number - acknowledged].isStored = true;
+    noteStored(what, said.isDuplicate, said.sequence);
+    return true;
+}
+
+/// A duplicate is one by its identifier, which another program may have used before.
+void NatsPublisher::noteStored(std::string_view number, bool isDuplicate, std::uint64_t sequence) {
+    const auto place = parseNumber<std::uint64_t>(number);
+    if (!place || *place < acknowledged || *place - acknowledged >= onTheWay.size()) {
+        return;
     }
+    OnTheWay& batch = onTheWay[*place - acknowledged];
+    if (isDuplicate) {
+        natsMsg* found = nullptr;
+        jsErrCode code{};
+        const natsStatus status =
+            js_GetMsg(&found, jetStream.get(), rules.name.c_str(), sequence, nullptr, &code);
+        const NatsMessage there(found);
+        if (status != NATS_OK && code != JSNoMessageFoundErr) {
+            fail(fmt::format("message {} of the stream", sequence), describeStatus(status, code));
+        }
+        if (status == NATS_OK && !isSame(found, batch.payload)) {
+            distrust(batch.subject, sequence);
+        }
+    }
+    batch.payload = {};
+    batch.way = Way::Stored;
 }
 
 void NatsPublisher::beat(const std::string& json) {
-    stationName->beat(*connection, json);
+    const auto end = Clock::now() + beatPatience;
+    while (stationName->isBeating() && Clock::now() < end) {
+        takeAnswer(50ms);
+    }
+    stationName->beat(*connection, json, fmt::format("{}.{}", inbox, beatAnswer));
 }
 
 }  // namespace station

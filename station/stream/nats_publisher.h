@@ -7,6 +7,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "core/mutex.h"
 #include "station/nats/nats_connection.h"
@@ -29,7 +31,9 @@ struct StreamRules {
 /// the second without the first: a disk that is full for a large one takes a small one, and a
 /// cluster that gets another leader may lose one of several. So the stream always has the first
 /// batches of a subject, and after `open` its last one says which are stored: also after hours,
-/// when the broker doesn't know the identifiers of batches any more.
+/// when the broker doesn't know the identifiers of batches any more. It is believed once the batch
+/// of its number has come and is the same, byte for byte: whoever else may publish there can name
+/// any number. So is what the broker calls a duplicate.
 class NatsPublisher final : public Publisher {
   public:
     /// `tell` gets what the user must know and isn't a failure. `name` is claimed with each `open`.
@@ -42,7 +46,8 @@ class NatsPublisher final : public Publisher {
     std::uint64_t getAcknowledged(std::chrono::milliseconds patience) override;
     void close() override;
 
-    /// What others see of this station; while it is open.
+    /// What others see of this station; while it is open. Throws `PublishError`: another one has
+    /// taken its name.
     void beat(const std::string& json);
     /// That was connected last; empty: none was. Of any thread.
     std::string getServer() const;
@@ -50,26 +55,32 @@ class NatsPublisher final : public Publisher {
   private:
     using Clock = std::chrono::steady_clock;
 
+    enum class Way : std::uint8_t { Sent, Presumed, Stored };
     struct OnTheWay {
         std::string subject;
-        std::size_t bytes;
-        Clock::time_point sent;
-        bool isStored;
+        std::vector<std::uint8_t> payload;  ///< of one that was sent
+        Clock::time_point since;
+        Way way;
     };
-    /// The last batch of a subject in the stream.
+    /// The last batch of a subject in the stream, until it has been compared.
     struct Last {
-        std::string session;  ///< empty: there is none
+        NatsMessage message;  ///< null: there is none
+        std::string session;
         std::uint64_t number = 0;
+        std::uint64_t sequence = 0;
     };
 
     [[noreturn]] void fail(const std::string& what, const std::string& why) const;
+    [[noreturn]] void distrust(const std::string& subject, std::uint64_t sequence);
     void makeStream();
     void createStream();
     void tellDifferences(const jsStreamConfig& config);
     void subscribe();
-    const Last& findLast(const std::string& subject);
+    Last& findLast(const std::string& subject);
+    Way compareWithLast(const Batch& batch);
     void send(const Batch& batch);
-    void takeAnswer(natsMsg* answer);
+    bool takeAnswer(std::chrono::milliseconds patience);
+    void noteStored(std::string_view number, bool isDuplicate, std::uint64_t sequence);
 
     const NatsOptions options;
     const StreamRules rules;
@@ -84,7 +95,8 @@ class NatsPublisher final : public Publisher {
     JetStream jetStream;
     std::string inbox;
     NatsSubscription answers;
-    std::map<std::string, Last> lastBySubject;  ///< as it was at the first batch since `open`
+    std::map<std::string, Last> lastBySubject;     ///< as it was at the first batch since `open`
+    std::map<std::string, std::uint64_t> foreign;  ///< by subject: a message that isn't ours
     std::deque<OnTheWay> onTheWay;
     std::uint64_t acknowledged = 0;  ///< in front of those
 

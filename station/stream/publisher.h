@@ -28,7 +28,15 @@ struct Batch {
 /// The engine can't be reached, refuses, or failed. The text says which, why and what to do.
 class PublishError : public std::runtime_error {
   public:
-    using std::runtime_error::runtime_error;
+    enum class Cause : std::uint8_t { Engine, NameTaken };
+
+    explicit PublishError(const std::string& text, Cause why = Cause::Engine)
+        : std::runtime_error(text), cause(why) {}
+    /// `NameTaken`: another station has this one's name. The engine is well.
+    Cause getCause() const { return cause; }
+
+  private:
+    Cause cause;
 };
 
 /// An engine that keeps batches for others to read: four operations, so that another one than NATS

@@ -32,14 +32,16 @@ struct Sender::Shared {
         while (!isEnding) {
             try {
                 publisher->open();
-                noteOpen();
                 send(pause);
-            } catch (const std::exception& failure) {  // also what a broker's answer may lead to
-                publisher->close();
-                noteFailure(failure.what());
-                waitFor(pause);
-                pause = std::min<std::chrono::milliseconds>(2 * pause, longestPause);
+                break;
+            } catch (const PublishError& failure) {
+                noteFailure(failure.what(), failure.getCause() == PublishError::Cause::NameTaken);
+            } catch (const std::exception& failure) {  // what a broker's answer may lead to
+                noteFailure(failure.what(), false);
             }
+            publisher->close();
+            waitFor(pause);
+            pause = std::min<std::chrono::milliseconds>(2 * pause, longestPause);
         }
         publisher->close();
         spool->saveNote();
@@ -60,6 +62,8 @@ struct Sender::Shared {
         Spool::Place place = spool->start();
         Batch next;
         bool hasNext = false;
+        bool isWell = false;
+        nextBeat = Clock::now();
         while (!isEnding) {
             while ((hasNext = hasNext || spool->read(place, next)) && publisher->publish(next)) {
                 hasNext = false;
@@ -77,6 +81,11 @@ struct Sender::Shared {
                 noteOnTheWay(messages -= stored.messages);
                 onTheWay.pop_front();
                 pause = shortestPause;
+            }
+            // An engine that can be reached may refuse what it is given.
+            if (!isWell && (acknowledged != 0 || (onTheWay.empty() && !hasNext))) {
+                isWell = true;
+                noteWell();
             }
             lookAround();
         }
@@ -106,17 +115,16 @@ struct Sender::Shared {
         }
     }
 
-    void noteOpen() CMP_EXCLUDES(lock) {
-        nextBeat = Clock::now();
+    void noteWell() CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
-        state = {true, {}, 0, false};
+        state = {true, {}, state.onTheWay, false, false};
         if (!std::exchange(failureTold, {}).empty()) {
             texts.push_back("the stream goes on");
         }
     }
-    void noteFailure(const std::string& failure) CMP_EXCLUDES(lock) {
+    void noteFailure(const std::string& failure, bool isNameTaken) CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
-        state = {false, failure, 0, false};
+        state = {false, failure, 0, false, isNameTaken};
         if (std::exchange(failureTold, failure) != failure) {
             texts.push_back("the stream waits in its spool: " + failure);
         }

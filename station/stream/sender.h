@@ -17,10 +17,11 @@ namespace station {
 class Sender {
   public:
     struct State {
-        bool isOpen = false;
-        std::string failure;         ///< why it isn't; empty: not tried yet, or open
+        bool isOpen = false;         ///< and has taken something, or there is nothing to take
+        std::string failure;         ///< why it isn't; empty: not known yet, or open
         std::uint64_t onTheWay = 0;  ///< messages that the engine has, but hasn't acknowledged
         bool isEnding = false;
+        bool isNameTaken = false;  ///< the failure is that another station has the name
     };
 
     /// On that thread while the publisher is open, every two seconds and at the end.

@@ -1,16 +1,16 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <utility>
 
 #include "core/mutex.h"
+#include "core/performance_counter.h"
 #include "station/errors.h"
+#include "station/nats/stream_names.h"
 #include "station/stream/nats_publisher.h"
 #include "station/stream/sender.h"
 #include "station/stream/spool_part.h"
@@ -26,12 +26,6 @@ constexpr std::uint64_t partsOfLimit = 8;
 /// Two measurements of a station may begin in the same second, on a clock that was set back too.
 std::string makeUnique(const std::string& session) {
     return fmt::format("{}-{:04x}", session, std::random_device()() & 0xFFFFU);
-}
-
-std::string hostName() {
-    std::array<char, 256> name{};
-    ::gethostname(name.data(), name.size() - 1);
-    return name.data();
 }
 
 /// What several threads tell the user.
@@ -86,22 +80,20 @@ struct Core {
     std::string makeBeat(std::uint64_t onTheWay, bool isEnded) const {
         const Spool::Counts counts = spool->getCounts();
         const Measured latest = getMeasured();
-        const auto now = std::chrono::system_clock::now().time_since_epoch();
-        nlohmann::ordered_json json = {
-            {"station", settings.station},
-            {"owner", owner},
-            {"host", hostName()},
-            {"session", latest.session},
-            {"time", std::chrono::duration_cast<std::chrono::nanoseconds>(now).count()},
-            {"rate", latest.rate},
-            {"published", counts.acknowledged + onTheWay},
-            {"acknowledged", counts.acknowledged},
-            {"backlog_messages", counts.messages},
-            {"backlog_bytes", counts.bytes},
-            {"spool_lost", counts.lost},
-            {"lost", latest.lost},
-            {"version", version},
-            {"ended", isEnded}};
+        nlohmann::ordered_json json = {{beat::station, settings.station},
+                                       {beat::owner, owner},
+                                       {beat::host, nameOfMachine()},
+                                       {beat::session, latest.session},
+                                       {beat::time, realNanoseconds()},
+                                       {beat::rate, latest.rate},
+                                       {beat::published, counts.acknowledged + onTheWay},
+                                       {beat::acknowledged, counts.acknowledged},
+                                       {beat::backlogMessages, counts.messages},
+                                       {beat::backlogBytes, counts.bytes},
+                                       {beat::spoolLost, counts.lost},
+                                       {beat::lost, latest.lost},
+                                       {beat::version, version},
+                                       {beat::ended, isEnded}};
         return json.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
     }
 
@@ -167,6 +159,7 @@ class SpooledStream final : public Stream {
         summary.backlogMessages = counts.messages;
         summary.backlogBytes = counts.bytes;
         summary.lost = counts.lost;
+        summary.isNameTaken = state.isNameTaken;
         return summary;
     }
 

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "core/performance_counter.h"
 #include "station/nats/stream_names.h"
 
 namespace station {
@@ -45,11 +46,6 @@ std::string nameProcess() {
     return fmt::format("{}/{}/{}", machine, ::getpid(), startOfProcess());
 }
 
-std::int64_t realNanoseconds() {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
-}
-
 struct Entry {
     std::string owner;
     std::string host;
@@ -65,8 +61,8 @@ Entry parseEntry(const char* text) {
         const auto found = json.find(key);
         return found != json.end() && found->is_string() ? found->get<std::string>() : "";
     };
-    const auto ended = json.find("ended");
-    return {textOf("owner"), textOf("host"),
+    const auto ended = json.find(beat::ended);
+    return {textOf(beat::owner), textOf(beat::host),
             ended != json.end() && ended->is_boolean() && ended->get<bool>()};
 }
 
@@ -106,7 +102,7 @@ void StationName::claim(const NatsConnection& connection, jsCtx* jetStream, bool
     kvEntry* found = nullptr;
     natsStatus status = kvStore_Get(&found, bucket.get(), token.c_str());
     const KeyValueEntry there(found);
-    const std::string value = fmt::format(R"({{"owner": "{}"}})", owner);
+    const std::string value = nlohmann::json{{beat::owner, owner}}.dump();
     const std::int64_t putAt = realNanoseconds();
     std::uint64_t revision = 0;
     if (status == NATS_OK) {
@@ -124,14 +120,16 @@ void StationName::claim(const NatsConnection& connection, jsCtx* jetStream, bool
             }
             if (now - otherSeen < silence) {
                 const std::string where = entry.host.empty() ? "" : " on " + entry.host;
+                if (isOtherAlive) {
+                    throw NameTaken(fmt::format(
+                        "another station is called \"{}\" and runs{}: give one of them another "
+                        "name with --station",
+                        name, where));
+                }
                 throw NatsError(
-                    isOtherAlive
-                        ? fmt::format("another station is called \"{}\" and runs{}: give one of "
-                                      "them another name with --station",
-                                      name, where)
-                        : fmt::format("\"{}\" was last used by another process{}: it is watched "
-                                      "for five seconds whether that still runs",
-                                      name, where));
+                    fmt::format("\"{}\" was last used by another process{}: it is "
+                                "watched for five seconds whether that still runs",
+                                name, where));
             }
         }
         status =
@@ -145,6 +143,8 @@ void StationName::claim(const NatsConnection& connection, jsCtx* jetStream, bool
                         heartbeatBucket, describeStatus(status)),
             status);
     }
+    ownRevision = revision;
+    isAwaited = false;
     otherRevision = 0;
     isOtherAlive = false;
     compareClocks(bucket.get(), putAt);
@@ -169,9 +169,35 @@ void StationName::compareClocks(kvStore* bucket, std::int64_t putAt) {
     }
 }
 
-void StationName::beat(const NatsConnection& connection, const std::string& json) const {
+void StationName::beat(const NatsConnection& connection, const std::string& json,
+                       const std::string& reply) {
+    if (isAwaited) {
+        return;
+    }
     const std::string subject = fmt::format("$KV.{}.{}", heartbeatBucket, token);
-    natsConnection_PublishString(connection.get(), subject.c_str(), json.c_str());
+    natsMsg* made = nullptr;
+    natsStatus status = natsMsg_Create(&made, subject.c_str(), reply.c_str(), json.data(),
+                                       static_cast<int>(json.size()));
+    const NatsMessage message(made);
+    if (status == NATS_OK) {
+        status =
+            natsMsgHeader_Set(made, header::expectedRevision, std::to_string(ownRevision).c_str());
+    }
+    status = status == NATS_OK ? natsConnection_PublishMsg(connection.get(), made) : status;
+    if (status != NATS_OK) {
+        throw NatsError(
+            fmt::format("{}: heartbeat: {}", connection.getServer(), describeStatus(status)),
+            status);
+    }
+    isAwaited = true;
+}
+
+bool StationName::noteBeaten(const StreamAnswer& answer) {
+    isAwaited = false;
+    if (answer.refusal.empty()) {
+        ownRevision = answer.sequence;
+    }
+    return answer.code != JSStreamWrongLastSequenceErr;
 }
 
 }  // namespace station

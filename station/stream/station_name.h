@@ -9,6 +9,12 @@
 
 namespace station {
 
+/// Another station has the name and is alive.
+class NameTaken : public NatsError {
+  public:
+    using NatsError::NatsError;
+};
+
 /// The name of a station among all that publish: an entry of the bucket of heartbeats, which the
 /// owner of the name renews. Used on one thread.
 ///
@@ -24,12 +30,16 @@ class StationName {
     /// Of this process: machine, process, and when it began.
     const std::string& getOwner() const { return owner; }
 
-    /// Throws `NatsError`: another station has it, or may have it and has to be watched for a
+    /// Throws `NameTaken`, or `NatsError`: another station may have it and has to be watched for a
     /// while, or the bucket can't be used. `wasAway`: no broker could be reached since the last
     /// call, so nobody knows whether the other one is silent.
     void claim(const NatsConnection& connection, jsCtx* jetStream, bool wasAway);
-    /// Renews it. Doesn't wait for the broker.
-    void beat(const NatsConnection& connection, const std::string& json) const;
+    /// Renews it, if the entry is still as this station has left it. Doesn't wait for the broker,
+    /// whose answer goes to `reply`; nothing is sent while one is awaited. Throws `NatsError`.
+    void beat(const NatsConnection& connection, const std::string& json, const std::string& reply);
+    bool isBeating() const { return isAwaited; }
+    /// That answer. False: another station has changed the entry.
+    bool noteBeaten(const StreamAnswer& answer);
 
   private:
     using Clock = std::chrono::steady_clock;
@@ -43,6 +53,8 @@ class StationName {
     const int replicas;
     const std::function<void(std::string)> tell;
 
+    std::uint64_t ownRevision = 0;    ///< of the entry, as this station has left it
+    bool isAwaited = false;           ///< the answer to a heartbeat
     std::uint64_t otherRevision = 0;  ///< of another owner's entry
     Clock::time_point otherSeen;      ///< when it had that first
     bool isOtherAlive = false;
