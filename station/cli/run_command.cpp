@@ -334,7 +334,7 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     if (!failure.empty()) {
         throw UserError(ExitCode::Failed, failure);
     }
-    const bool hasLost = measurement.hasLost() || (summary.stream && summary.stream->lost != 0);
+    const bool hasLost = measurement.hasLost() || (summary.stream && hasFailed(*summary.stream));
     return hasLost ? ExitCode::Failed : ExitCode::Good;
 }
 

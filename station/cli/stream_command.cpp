@@ -25,12 +25,12 @@ constexpr double forEver = 1e9;  // seconds
 ExitCode send(const StreamArguments& arguments, StopSignal& stop) {
     const auto stream = openStream(parseStreamSettings(arguments));
     LiveView view(LiveView::Form::Nothing, STDERR_FILENO);
-    finishStream(*stream, forEver, view, stop, [&stop] { return stop.isRequested(); });
+    finishStream(*stream, forEver, view, stop);
     view.end();
     const StreamSummary sent = stream->summarize();
     printResult(fmt::format("{} messages sent, {} left in {}\n", sent.acknowledged,
                             sent.backlogMessages, printable(sent.spool)));
-    return sent.backlogBytes == 0 && sent.lost == 0 ? ExitCode::Good : ExitCode::Failed;
+    return sent.backlogBytes == 0 && !hasFailed(sent) ? ExitCode::Good : ExitCode::Failed;
 }
 
 }  // namespace

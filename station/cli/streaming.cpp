@@ -1,10 +1,8 @@
 #include "station/cli/streaming.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -28,12 +26,6 @@ constexpr std::uint64_t batchesOfSpool = 16;      // at least
 constexpr std::int64_t mostAge = 60'000'000'000;  // nanoseconds
 constexpr double longestWait = 1e6;               // seconds
 constexpr int mostReplicas = 5;
-
-std::string nameOfMachine() {
-    std::array<char, 256> name{};
-    ::gethostname(name.data(), name.size() - 1);
-    return name.data();
-}
 
 /// That of a service, of the user's state, or below the home folder.
 fs::path defaultSpool(const std::string& token) {
@@ -164,7 +156,14 @@ StreamSettings parseStreamSettings(const StreamArguments& arguments) {
                 parseSize("--spool-limit", arguments.spoolLimit), leastSpool, UINT64_MAX);
     settings.batchBytes =
         bounded("--stream-batch", arguments.batch, parseSize("--stream-batch", arguments.batch),
-                leastBatch, std::min(mostBatch, settings.spoolBytes / batchesOfSpool));
+                leastBatch, mostBatch);
+    if (settings.batchBytes > settings.spoolBytes / batchesOfSpool) {
+        throw UserError(fmt::format(
+            "--spool-limit: {} is too small for batches of {}: {} of them must fit in. "
+            "Raise it to {} bytes, or lower --stream-batch to {} bytes",
+            arguments.spoolLimit, arguments.batch, batchesOfSpool,
+            settings.batchBytes * batchesOfSpool, settings.spoolBytes / batchesOfSpool));
+    }
     settings.batchAge = std::chrono::milliseconds(bounded("--stream-age", arguments.age,
                                                           parseTime("--stream-age", arguments.age),
                                                           millisecond, mostAge) /
@@ -172,8 +171,7 @@ StreamSettings parseStreamSettings(const StreamArguments& arguments) {
     return settings;
 }
 
-void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& stop,
-                  const std::function<bool()>& isEnough) {
+void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& stop) {
     using Clock = std::chrono::steady_clock;
     constexpr auto period = std::chrono::milliseconds(20);
     const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
@@ -184,10 +182,16 @@ void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& st
         }
     };
     stop.setPatience(std::chrono::seconds(10));  // for `end`
-    while (stream.summarize().backlogBytes != 0 && Clock::now() < end &&
-           !(isEnough && isEnough())) {
+    const bool hadRequest = stop.isRequested();
+    if (hadRequest) {
+        stop.keepSecond();
+    }
+    const auto isRequested = [&] {
+        const bool isAny = stop.isRequested();
+        return hadRequest ? stop.isRequestedTwice() : isAny;
+    };
+    while (stream.summarize().backlogBytes != 0 && Clock::now() < end && !isRequested()) {
         std::this_thread::sleep_for(period);
-        stop.isRequested();
         tellAll();
     }
     stream.end();
@@ -199,6 +203,10 @@ void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& st
                         "run with --stream sends them",
                         left.backlogMessages, left.spool));
     }
+}
+
+bool hasFailed(const StreamSummary& stream) {
+    return stream.lost != 0 || stream.isNameTaken;
 }
 
 }  // namespace station

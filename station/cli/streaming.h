@@ -1,7 +1,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -40,9 +39,11 @@ void addSendingOptions(CLI::App& command, StreamArguments& arguments);
 /// Throws UserError.
 StreamSettings parseStreamSettings(const StreamArguments& arguments);
 
-/// Waits until the broker has all that is in the spool, for so long at most, or until `isEnough`;
-/// then ends the stream. What is left is told.
-void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& stop,
-                  const std::function<bool()>& isEnough = {});
+/// Waits until the broker has all that is in the spool, for so long at most, or until a stop
+/// request comes; then ends the stream. What is left is told.
+void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& stop);
+/// Of a program that has ended a stream: whether something is lost, or another station has the
+/// name.
+bool hasFailed(const StreamSummary& stream);
 
 }  // namespace station

@@ -204,7 +204,8 @@ Json toJson(const StreamSummary& stream) {
         {"session", stream.session},           {"spool", stream.spool},
         {"connected", stream.isConnected},     {"published", stream.published},
         {"acknowledged", stream.acknowledged}, {"backlogMessages", stream.backlogMessages},
-        {"backlogBytes", stream.backlogBytes}, {"lost", stream.lost}};
+        {"backlogBytes", stream.backlogBytes}, {"lost", stream.lost},
+        {"nameTaken", stream.isNameTaken}};
     if (stream.isConnected) {
         result["server"] = stream.server;
     } else if (!stream.failure.empty()) {

@@ -101,12 +101,13 @@ struct StreamSummary {
     std::string spool;    ///< folder
     bool isConnected = false;
     std::string server;                 ///< the one that is connected
-    std::string failure;                ///< why none is; empty: it wasn't tried yet
+    std::string failure;                ///< why none is; empty: that isn't known yet
     std::uint64_t published = 0;        ///< messages that were sent
     std::uint64_t acknowledged = 0;     ///< and are stored
     std::uint64_t backlogMessages = 0;  ///< in the spool
     std::uint64_t backlogBytes = 0;
-    std::uint64_t lost = 0;  ///< had to go, as the spool was full
+    std::uint64_t lost = 0;    ///< had to go, as the spool was full
+    bool isNameTaken = false;  ///< the failure is that another station has the name
 };
 
 /// What has become of the readers of `run --serve`. What a reader lost is in the recordings.
