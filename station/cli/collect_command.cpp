@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -110,7 +111,11 @@ void print(const CollectArguments& arguments, const CollectSummary& summary) {
 ExitCode collect(const CollectArguments& arguments, StopSignal& stop) {
     const NatsOptions brokers = readNatsOptions(arguments.nats, "URL");
     Collector::Options options;
-    options.recordings.endings = arguments.endings;
+    for (const std::string& ending : arguments.endings) {
+        if (std::ranges::count(options.recordings.endings, ending) == 0) {
+            options.recordings.endings.push_back(ending);
+        }
+    }
     if (options.recordings.endings.empty()) {
         options.recordings.endings.emplace_back(".pcapng");
     }

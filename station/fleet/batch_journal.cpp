@@ -51,11 +51,6 @@ std::uint32_t get32(std::span<const std::uint8_t> bytes, std::size_t at, bool is
     return value;
 }
 
-std::uint32_t checksumOf(std::span<const std::uint8_t> bytes) {
-    return static_cast<std::uint32_t>(
-        ::crc32_z(::crc32_z(0, nullptr, 0), bytes.data(), bytes.size()));
-}
-
 /// The empty section in front of a batch.
 std::string makeHead(const StoredBatch& batch) {
     const nlohmann::json what = {
@@ -81,11 +76,6 @@ std::string makeHead(const StoredBatch& batch) {
     return head;
 }
 
-struct Head {
-    BatchJournal::Entry entry;
-    std::uint32_t checksum = 0;
-};
-
 std::vector<std::uint8_t> readAt(int file, std::uint64_t offset, std::size_t size) {
     std::vector<std::uint8_t> bytes(size);
     std::size_t done = 0;
@@ -102,7 +92,7 @@ std::vector<std::uint8_t> readAt(int file, std::uint64_t offset, std::size_t siz
 }
 
 /// Empty if there is none at that place, or none of ours.
-std::optional<Head> readHead(int file, std::uint64_t offset) {
+std::optional<BatchJournal::Entry> readHead(int file, std::uint64_t offset) {
     const auto front = readAt(file, offset, 8);
     if (front.size() < 8 || get32(front, 0) != sectionType) {
         return std::nullopt;
@@ -123,16 +113,16 @@ std::optional<Head> readHead(int file, std::uint64_t offset) {
         reinterpret_cast<const char*>(block.data()) + sectionFixed + optionHead;
     try {
         const auto what = nlohmann::json::parse(comment, comment + size);
-        Head head;
-        head.entry.subject = what.at("subject").get<std::string>();
-        head.entry.number = what.at("batch").get<std::uint64_t>();
-        head.entry.bytes = what.at("bytes").get<std::uint64_t>();
-        head.entry.messages = what.at("messages").get<std::uint64_t>();
-        head.entry.sequence = what.at("sequence").get<std::uint64_t>();
-        head.entry.isEnd = what.at("end").get<bool>();
-        head.entry.offset = offset + total;
-        head.checksum = what.at("crc").get<std::uint32_t>();
-        return head;
+        BatchJournal::Entry entry;
+        entry.subject = what.at("subject").get<std::string>();
+        entry.number = what.at("batch").get<std::uint64_t>();
+        entry.bytes = what.at("bytes").get<std::uint64_t>();
+        entry.messages = what.at("messages").get<std::uint64_t>();
+        entry.sequence = what.at("sequence").get<std::uint64_t>();
+        entry.isEnd = what.at("end").get<bool>();
+        entry.offset = offset + total;
+        entry.checksum = what.at("crc").get<std::uint32_t>();
+        return entry;
     } catch (const nlohmann::json::exception&) {
         return std::nullopt;
     }
@@ -148,14 +138,14 @@ std::uint64_t walk(int file, const BatchJournal::Visitor& visit) {
     const std::uint64_t size = sizeOf(file);
     std::uint64_t at = 0;
     while (const auto head = readHead(file, at)) {
-        const BatchJournal::Entry& entry = head->entry;
+        const BatchJournal::Entry& entry = *head;
         if (entry.bytes > size - entry.offset) {
             break;
         }
         const bool isUncertain = size - entry.offset <= uncertainBytes;
         if (isUncertain &&
             checksumOf(readAt(file, entry.offset, static_cast<std::size_t>(entry.bytes))) !=
-                head->checksum) {
+                entry.checksum) {
             break;
         }
         visit(entry);
@@ -208,6 +198,7 @@ bool BatchJournal::open() {
 
 bool BatchJournal::fail(int errorNumber) {
     errorText = path + " can't be written: " + describe(errorNumber);
+    full = errorNumber == ENOSPC || errorNumber == EDQUOT;
     return false;
 }
 
@@ -257,6 +248,11 @@ bool BatchJournal::sync() {
 void BatchJournal::markSynced() {
     synced = end;
     file = Descriptor();
+}
+
+std::uint32_t checksumOf(std::span<const std::uint8_t> bytes) {
+    return static_cast<std::uint32_t>(
+        ::crc32_z(::crc32_z(0, nullptr, 0), bytes.data(), bytes.size()));
 }
 
 bool isPcapng(std::span<const std::uint8_t> bytes) {

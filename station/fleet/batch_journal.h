@@ -28,6 +28,7 @@ class BatchJournal {
         std::uint64_t offset = 0;  ///< of the payload
         std::uint64_t bytes = 0;
         std::uint64_t sequence = 0;  ///< in the stream
+        std::uint32_t checksum = 0;  ///< of the payload
         bool isEnd = false;
     };
     using Visitor = std::function<void(const Entry&)>;
@@ -46,6 +47,8 @@ class BatchJournal {
 
     const std::string& getPath() const { return path; }
     const std::string& getErrorText() const { return errorText; }
+    /// What failed is that the disk has no room.
+    bool isFull() const { return full; }
     /// Of a torn batch, when it was opened.
     std::uint64_t getCutBytes() const { return cutBytes; }
 
@@ -63,7 +66,11 @@ class BatchJournal {
     std::uint64_t synced = 0;  ///< of what the disk has
     std::uint64_t cutBytes = 0;
     std::string errorText;
+    bool full = false;
 };
+
+/// As it is in the journal.
+std::uint32_t checksumOf(std::span<const std::uint8_t> bytes);
 
 /// Whether these are whole pcapng blocks of one byte order, the first of them a section's.
 bool isPcapng(std::span<const std::uint8_t> bytes);

@@ -139,9 +139,23 @@ void CollectFolder::compare(const Settings& wanted) {
 }
 
 fs::path CollectFolder::makeStationFolder(const std::string& station) const {
-    fs::path folder = path / safeFileName(station);
-    makeFolder(folder);
-    return folder;
+    constexpr int mostFolders = 9;
+    for (int i = 1;; ++i) {
+        fs::path folder =
+            path / (safeFileName(station) + (i == 1 ? std::string() : fmt::format("=-{}", i)));
+        std::error_code error;
+        fs::create_directories(folder, error);
+        if (!error && ::access(folder.c_str(), W_OK | X_OK) == 0) {
+            return folder;
+        }
+        const int failure = error ? error.value() : errno;
+        if (i == mostFolders || failure == ENOSPC || failure == EDQUOT) {
+            throw UserError(
+                ExitCode::Failed,
+                fmt::format("the folder {} can't be written: {}; name another one with --out",
+                            folder.string(), std::generic_category().message(failure)));
+        }
+    }
 }
 
 fs::path CollectFolder::makeStatePath(const std::string& token, const std::string& session) const {

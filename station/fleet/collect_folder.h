@@ -40,7 +40,9 @@ class CollectFolder {
     const std::filesystem::path& getPath() const { return path; }
     /// Of the consumer.
     const std::string& getDurable() const { return durable; }
-    /// Where a station's recordings are; made if it isn't there.
+    /// Where a station's recordings are: a folder with its name; made if it isn't there. If it
+    /// can't be written, one with "=-2" behind that, which no name has, and so on. Throws
+    /// UserError.
     std::filesystem::path makeStationFolder(const std::string& station) const;
     /// Where is noted what is there of a session; its folder is made if it isn't there.
     std::filesystem::path makeStatePath(const std::string& token, const std::string& session) const;

@@ -17,7 +17,7 @@ std::uint64_t CollectSummary::countMissing() const {
 }
 
 bool CollectSummary::hasLost() const {
-    return unusable != 0 || isDiskFull || countMissing() != 0 ||
+    return unusable != 0 || differing != 0 || !writeError.empty() || countMissing() != 0 ||
            std::ranges::any_of(sessions,
                                [](const Session& session) { return !session.error.empty(); });
 }
@@ -38,15 +38,16 @@ std::string toJson(const CollectSummary& summary) {
         }
         sessions.push_back(std::move(entry));
     }
-    return toText({{"batches", summary.batches},
-                   {"messages", summary.messages},
-                   {"bytes", summary.bytes},
-                   {"alreadyThere", summary.alreadyThere},
-                   {"passedOver", summary.passedOver},
-                   {"unusable", summary.unusable},
-                   {"missingBatches", summary.countMissing()},
-                   {"diskFull", summary.isDiskFull},
-                   {"sessions", std::move(sessions)}});
+    nlohmann::ordered_json json = {
+        {"batches", summary.batches},       {"messages", summary.messages},
+        {"bytes", summary.bytes},           {"alreadyThere", summary.alreadyThere},
+        {"passedOver", summary.passedOver}, {"unusable", summary.unusable},
+        {"differing", summary.differing},   {"missingBatches", summary.countMissing()},
+        {"diskFull", summary.isDiskFull},   {"sessions", std::move(sessions)}};
+    if (!summary.writeError.empty()) {
+        json["writeError"] = summary.writeError;
+    }
+    return toText(json);
 }
 
 std::vector<std::string> toTable(const CollectSummary& summary) {
@@ -64,11 +65,14 @@ std::vector<std::string> toTable(const CollectSummary& summary) {
                                     session.isFinished ? "" : "  not ended"));
     }
     lines.push_back(fmt::format(
-        "{} batches with {} messages collected, {:.1f} MB{}", summary.batches, summary.messages,
+        "{} batches with {} messages collected, {:.1f} MB{}{}", summary.batches, summary.messages,
         static_cast<double>(summary.bytes) / 1e6,
         summary.unusable == 0
             ? ""
-            : fmt::format("; {} messages of the stream are no batches", summary.unusable)));
+            : fmt::format("; {} messages of the stream are no batches", summary.unusable),
+        summary.differing == 0
+            ? ""
+            : fmt::format("; {} batches came again with other contents", summary.differing)));
     return lines;
 }
 
@@ -78,7 +82,9 @@ std::string toProgressLine(const CollectSummary& summary) {
         summary.messages, static_cast<double>(summary.bytes) / 1e6, summary.sessions.size(),
         summary.waiting,
         summary.countMissing() == 0 ? "" : fmt::format(", {} missing", summary.countMissing()),
-        summary.isDiskFull ? ", disk full" : "");
+        summary.isDiskFull           ? ", disk full"
+        : summary.writeError.empty() ? ""
+                                     : ", can't be written");
 }
 
 }  // namespace station

@@ -44,12 +44,17 @@ Json readState(const fs::path& path) {
 CollectedSession::CollectedSession(const CollectFolder& collectFolder, Name who, bool isFromLater)
     : name(std::move(who)),
       fromLater(isFromLater),
-      statePath(collectFolder.makeStatePath(name.token, name.session)),
-      folder(collectFolder.makeStationFolder(name.station)) {
+      statePath(collectFolder.makeStatePath(name.token, name.session)) {
     std::error_code ignored;
     const bool isNew = !fs::exists(statePath, ignored);
     if (!isNew) {
         loadState(statePath);
+    }
+    if (folder.empty()) {
+        folder = collectFolder.makeStationFolder(name.station);
+    } else {
+        folder = collectFolder.getPath() / folder.filename();
+        fs::create_directories(folder, ignored);
     }
     if (!finished) {
         beginPart(isNew);
@@ -62,8 +67,18 @@ std::unique_ptr<CollectedSession> CollectedSession::load(
     const CollectFolder& folder, const fs::path& state,
     std::string (*nameOf)(const std::string& token), bool isFromLater) {
     const Json there = readState(state);
-    const auto token = there.is_object() ? there.value("station", std::string()) : std::string();
-    const auto session = there.is_object() ? there.value("session", std::string()) : std::string();
+    const auto textOf = [&](const char* key) {
+        const auto found = there.find(key);
+        if (found == there.end() || !found->is_string()) {
+            throw UserError(ExitCode::Failed,
+                            fmt::format("{} isn't what a collector wrote: it has no text \"{}\"; "
+                                        "restore it, or collect into another folder",
+                                        state.string(), key));
+        }
+        return found->get<std::string>();
+    };
+    const std::string token = textOf("station");
+    const std::string session = textOf("session");
     auto loaded = std::make_unique<CollectedSession>(folder, Name{token, nameOf(token), session},
                                                      isFromLater);
     return loaded->isFinished() ? nullptr : std::move(loaded);
@@ -75,6 +90,7 @@ void CollectedSession::loadState(const fs::path& path) {
         if (there.at("station") != name.token || there.at("session") != name.session) {
             throw FileError(path.string() + " is of another station or session");
         }
+        folder = there.value("folder", std::string());
         part = there.at("part").get<unsigned>();
         finished = there.at("finished").get<bool>();
         recorded = there.at("recorded").get<std::uint64_t>();
@@ -98,9 +114,13 @@ void CollectedSession::writeState() const {
     for (const auto& [subject, there] : numbers) {
         subjects[subject] = rangesOf(there);
     }
-    const Json state = {{"station", name.token}, {"session", name.session},
-                        {"part", part},          {"finished", finished},
-                        {"recorded", recorded},  {"subjects", std::move(subjects)}};
+    const Json state = {{"station", name.token},
+                        {"session", name.session},
+                        {"part", part},
+                        {"finished", finished},
+                        {"recorded", recorded},
+                        {"folder", folder.filename().string()},
+                        {"subjects", std::move(subjects)}};
     try {
         FileReplacement(statePath, state.dump() + '\n', statePermissions).commit();
     } catch (const std::runtime_error& error) {
@@ -159,6 +179,19 @@ bool CollectedSession::has(const StoredBatch& batch) const {
            std::ranges::count(unsynced, std::pair(batch.subject, batch.number)) != 0;
 }
 
+bool CollectedSession::isOther(const StoredBatch& batch) {
+    if (journal == nullptr) {
+        return false;
+    }
+    if (checksums.empty()) {
+        BatchJournal::read(journal->getPath(), [&](const BatchJournal::Entry& entry) {
+            checksums[{entry.subject, entry.number}] = entry.checksum;
+        });
+    }
+    const auto found = checksums.find({batch.subject, batch.number});
+    return found != checksums.end() && found->second != checksumOf(batch.payload);
+}
+
 void CollectedSession::noteSequence(std::uint64_t sequence) {
     lastSequence = std::max(lastSequence, sequence);
 }
@@ -180,6 +213,9 @@ bool CollectedSession::append(const StoredBatch& batch) {
         return false;
     }
     unsynced.emplace_back(batch.subject, batch.number);
+    if (!checksums.empty()) {
+        checksums[{batch.subject, batch.number}] = checksumOf(batch.payload);
+    }
     unsyncedMessages += batch.messages;
     unsyncedBytes += batch.payload.size();
     if (batch.isEnd) {
@@ -195,6 +231,7 @@ bool CollectedSession::sync() {
     }
     errorText = journal->getErrorText();
     unsynced.clear();
+    checksums.clear();
     unsyncedMessages = unsyncedBytes = 0;
     return false;
 }
@@ -259,6 +296,7 @@ void CollectedSession::finish() {
     std::error_code ignored;
     fs::remove(journal->getPath(), ignored);
     journal.reset();
+    checksums.clear();
 }
 
 }  // namespace station

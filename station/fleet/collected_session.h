@@ -42,11 +42,15 @@ class CollectedSession {
 
     const Name& getName() const { return name; }
     bool has(const StoredBatch& batch) const;
+    /// Of one that it has: whether that came with other contents. What is in recordings whose
+    /// journal is gone isn't compared.
+    bool isOther(const StoredBatch& batch);
     /// As those of the journal. What was appended and isn't synced is there for `has` too.
     bool append(const StoredBatch& batch);
     bool sync();
     void markSynced();
     const std::string& getErrorText() const { return errorText; }
+    bool isDiskFull() const { return journal != nullptr && journal->isFull(); }
 
     /// Batches and messages of the part that is being collected.
     std::uint64_t getBatches() const { return batches; }
@@ -62,7 +66,10 @@ class CollectedSession {
     std::uint64_t getLastSequence() const { return lastSequence; }
     void noteSequence(std::uint64_t sequence);
     void forgetSequence() { lastSequence = 0; }
+    /// What was kept to compare batches that come again.
+    void forgetChecksums() { checksums.clear(); }
 
+    const std::filesystem::path& getFolder() const { return folder; }
     const std::string& getJournalPath() const { return journal->getPath(); }
     /// Bytes of a torn batch that were cut off.
     std::uint64_t getCutBytes() const { return journal ? journal->getCutBytes() : 0; }
@@ -91,6 +98,8 @@ class CollectedSession {
     std::uint64_t recorded = 0;                   ///< batches of this part
     std::map<std::string, BatchNumbers> numbers;  ///< by subject
     std::vector<std::pair<std::string, std::uint64_t>> unsynced;
+    /// Of the journal's batches, by subject and number; empty unless something came again.
+    std::map<std::pair<std::string, std::uint64_t>, std::uint32_t> checksums;
     std::unique_ptr<BatchJournal> journal;  ///< null: finished
     std::uint64_t batches = 0;
     std::uint64_t messages = 0;

@@ -17,6 +17,7 @@ using namespace std::chrono_literals;
 constexpr std::size_t mostAtOnce = 64;  // batches
 /// Batches that the disk doesn't take, and those behind them.
 constexpr std::size_t mostHeld = 128;
+constexpr std::size_t mostHeldBytes = std::size_t{128} << 20U;
 constexpr auto idle = 250ms;
 constexpr auto storeAgain = 500ms;
 constexpr auto recordAgain = 10s;
@@ -27,6 +28,7 @@ constexpr auto afterEnd = 2s;
 /// Where a newer session has begun and the last batch of this one never came.
 constexpr auto afterNewer = 30s;
 constexpr auto longestUnserved = 30s;
+constexpr auto forgetAgain = 10s;  // batches that come again come together
 constexpr auto lastAcknowledgements = 3s;
 constexpr std::size_t fewFiles = 8;  // that are synced one by one
 constexpr std::uint64_t mostTold = 10;
@@ -64,18 +66,24 @@ void Collector::loadSessions() {
 
 bool Collector::step() {
     auto now = Clock::now();
-    const bool hasRoom = held.size() < mostHeld;
+    std::size_t heldBytes = 0;
+    for (const StoredBatch& batch : held) {
+        heldBytes += batch.payload.size();
+    }
+    const bool hasRoom = held.size() < mostHeld && heldBytes < mostHeldBytes;
     if (hasRoom) {
         const bool isBusy = job != nullptr || !held.empty();
         for (StoredBatch& batch : source.fetch(mostAtOnce, isBusy ? 1ms : idle)) {
             // What is given again because the disk took too long.
             if (std::ranges::count(held, batch.sequence, &StoredBatch::sequence) == 0) {
                 held.push_back(std::move(batch));
-                nextStore = counts.isDiskFull ? nextStore : now;
+                nextStore = counts.writeError.empty() ? now : nextStore;
             }
+            lastCame = Clock::now();
         }
     }
     now = Clock::now();
+    lastCame = held.empty() ? lastCame : now;
     if (!held.empty() && now >= nextStore) {
         store(now);
     } else if (!held.empty()) {
@@ -100,7 +108,15 @@ bool Collector::step() {
         return true;
     }
     const bool isEmpty = position->waiting == 0 && position->outstanding == 0;
-    return !isEmpty && position->settled < *lastAtStart;
+    const bool isMore = !isEmpty && position->settled < *lastAtStart;
+    if (isMore && now - lastCame > longestUnserved) {
+        throw UserError(ExitCode::Failed,
+                        fmt::format("the broker says that {} batches are waiting, and gives none; "
+                                    "what was collected is kept. Look into its log, and whether "
+                                    "another collector has the same --durable",
+                                    position->waiting + position->outstanding));
+    }
+    return isMore;
 }
 
 bool Collector::isWanted(const StoredBatch& batch) {
@@ -136,6 +152,10 @@ Collector::Entry& Collector::entryOf(const StoredBatch& batch) {
         CollectedSession::Name{batch.stationToken, options.nameOf(batch.stationToken),
                                batch.session},
         options.recordings.from.has_value());
+    if (session->getFolder().filename() != safeFileName(session->getName().station)) {
+        tell(fmt::format("the folder of station {} can't be written: session {} goes into {}",
+                         session->getName().station, batch.session, session->getFolder().string()));
+    }
     Entry& entry = sessions[key];
     entry.session = std::move(session);
     return entry;
@@ -151,6 +171,7 @@ void Collector::store(Clock::time_point now) {
     std::vector<StoredBatch> left;
     std::set<Entry*> touched;
     std::string failure;
+    bool isFull = false;
     for (StoredBatch& batch : held) {
         try {
             if (!isWanted(batch)) {
@@ -160,6 +181,7 @@ void Collector::store(Clock::time_point now) {
             Entry& entry = entryOf(batch);
             const bool isNew = !entry.session->has(batch);
             if (isNew && !entry.session->append(batch)) {
+                isFull |= entry.session->isDiskFull();
                 throw FileError(entry.session->getErrorText());
             }
             entry.lastArrival = now;
@@ -168,6 +190,12 @@ void Collector::store(Clock::time_point now) {
                                       ? batch.sequence
                                       : std::min(entry.firstSequence, batch.sequence);
             entry.session->noteSequence(batch.sequence);
+            if (!isNew) {
+                entry.lastAgain = now;
+                if (entry.session->isOther(batch)) {
+                    noteOther(batch);
+                }
+            }
             touched.insert(&entry);
             written.push_back({&batch, &entry, isNew});
         } catch (const std::runtime_error& error) {
@@ -179,6 +207,7 @@ void Collector::store(Clock::time_point now) {
     for (const Written& each : written) {
         if (failed.contains(each.entry)) {
             failure = each.entry->session->getErrorText();
+            isFull |= each.entry->session->isDiskFull();
             left.push_back(std::move(*each.batch));
             continue;
         }
@@ -192,7 +221,18 @@ void Collector::store(Clock::time_point now) {
     }
     held = std::move(left);
     nextStore = now + storeAgain;
-    noteDisk(failure);
+    noteDisk(failure, isFull);
+}
+
+void Collector::noteOther(const StoredBatch& batch) {
+    if (++counts.differing <= mostTold) {
+        tell(
+            fmt::format("station {}, session {}: batch {} of {} has come again with other "
+                        "contents (message {} of the stream) and is left out; another program may "
+                        "publish under this name",
+                        options.nameOf(batch.stationToken), batch.session, batch.number,
+                        batch.subject, batch.sequence));
+    }
 }
 
 /// Many files are synced at once, as the disk does less then. Returns those that can't be.
@@ -209,15 +249,16 @@ std::set<Collector::Entry*> Collector::syncAll(const std::set<Entry*>& touched) 
     return failed;
 }
 
-void Collector::noteDisk(const std::string& failure) {
-    if (!failure.empty() && !counts.isDiskFull) {
+void Collector::noteDisk(const std::string& failure, bool isFull) {
+    if (!failure.empty() && counts.writeError.empty()) {
         tell(failure +
              "; nothing is acknowledged that isn't written, and collecting goes on when "
              "it can be");
-    } else if (failure.empty() && counts.isDiskFull) {
+    } else if (failure.empty() && !counts.writeError.empty()) {
         tell("batches can be written again: collecting goes on");
     }
-    counts.isDiskFull = !failure.empty();
+    counts.writeError = failure;
+    counts.isDiskFull = isFull;
 }
 
 /// Looks how far the broker is, and at what can be judged by that.
@@ -241,6 +282,9 @@ void Collector::settle(Clock::time_point now) {
     for (auto& [key, entry] : sessions) {
         if (isSettled(entry)) {
             tellMissing(entry);
+        }
+        if (now - entry.lastAgain > forgetAgain) {
+            entry.session->forgetChecksums();
         }
     }
     for (auto& [key, entry] : sessions) {

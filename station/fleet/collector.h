@@ -38,9 +38,11 @@ struct CollectSummary {
     std::uint64_t bytes = 0;
     std::uint64_t alreadyThere = 0;  ///< batches that were given again
     std::uint64_t passedOver = 0;    ///< batches of other stations, or from before
+    std::uint64_t differing = 0;     ///< batches that came again with other contents
     std::uint64_t unusable = 0;      ///< messages of the stream that are no batches
     std::uint64_t waiting = 0;       ///< in the stream, as far as is known
     bool isDiskFull = false;         ///< nothing can be written at the moment
+    std::string writeError;  ///< why something can't be written at the moment; empty: it can
     std::vector<Session> sessions;
 
     std::uint64_t countMissing() const;
@@ -100,6 +102,7 @@ class Collector {
         std::unique_ptr<CollectedSession> session;
         Clock::time_point lastArrival;
         std::uint64_t firstSequence = 0;  ///< that was seen; 0: none
+        Clock::time_point lastAgain;      ///< that a batch came that was there
         bool isTouched = false;           ///< something of it came in
         std::uint64_t toldMissing = 0;    ///< batches that are known to be missing
         std::vector<std::string> recordings;
@@ -113,7 +116,8 @@ class Collector {
     bool isWanted(const StoredBatch& batch);
     Entry& entryOf(const StoredBatch& batch);
     std::set<Entry*> syncAll(const std::set<Entry*>& touched);
-    void noteDisk(const std::string& failure);
+    void noteDisk(const std::string& failure, bool isFull);
+    void noteOther(const StoredBatch& batch);
     void settle(Clock::time_point now);
     bool isSettled(const Entry& entry) const;
     bool isOver(const Key& key, const Entry& entry, Clock::time_point now) const;
@@ -134,6 +138,7 @@ class Collector {
     Clock::time_point nextLook;
     Clock::time_point nextStore;
     Clock::time_point lastServed = Clock::now();
+    Clock::time_point lastCame = Clock::now();
     std::unique_ptr<RecordingJob> job;
     Key jobKey;
     std::uint64_t jobBatches = 0;  ///< of the journal when it began

@@ -23,6 +23,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::int64_t acknowledgeWait = 5'000'000'000;  // nanoseconds
 /// What a collector may have in memory: these and no more are given out at once.
 constexpr std::int64_t mostOutstanding = 256;
+/// So much is fetched at once: more than the largest message that a broker may take (64 MiB).
+constexpr std::int64_t mostBytes = std::int64_t{80} << 20U;
 constexpr int requestWait = 1500;            // milliseconds
 constexpr std::int64_t consumerWait = 5000;  // the same
 constexpr auto openAgain = 1s;
@@ -118,8 +120,13 @@ class NatsBatches final : public BatchSource {
         }
         natsMsgList list{};
         const auto start = Clock::now();
-        const natsStatus status = natsSubscription_Fetch(
-            &list, subscription.get(), static_cast<int>(most), wait.count(), nullptr);
+        jsFetchRequest request;
+        jsFetchRequest_Init(&request);
+        request.Batch = static_cast<int>(most);
+        request.MaxBytes = mostBytes;
+        request.Expires = std::chrono::nanoseconds(wait).count();
+        const natsStatus status =
+            natsSubscription_FetchRequest(&list, subscription.get(), &request);
         for (int i = 0; status == NATS_OK && i < list.Count; ++i) {
             batches.push_back(toBatch(std::exchange(list.Msgs[i], nullptr)));
         }

@@ -40,30 +40,48 @@ void copyBytes(int from, std::uint64_t offset, std::uint64_t size, int to) {
     }
 }
 
+Descriptor create(const fs::path& file) {
+    Descriptor made(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (!made.isOpen()) {
+        throw FileError(fmt::format("{} can't be written: {}", file.string(),
+                                    std::generic_category().message(errno)));
+    }
+    return made;
+}
+
 }  // namespace
 
-RecordingJob::RecordingJob(const std::string& journal, const fs::path& scratchFolder,
-                           const std::string& session, const Wanted& what,
-                           const std::string& account)
-    : scratch(scratchFolder / "session"), wanted(what) {
+RecordingJob::RecordingJob(std::string journalPath, const fs::path& scratchFolder,
+                           std::string sessionName, Wanted what, std::string accountText)
+    : journal(std::move(journalPath)),
+      scratch(scratchFolder / "session"),
+      session(std::move(sessionName)),
+      wanted(std::move(what)),
+      account(std::move(accountText)) {
     std::error_code error;
     fs::remove_all(scratch, error);
     fs::create_directories(scratch, error);
     if (error) {
         throw FileError(fmt::format("{} can't be made: {}", scratch.string(), error.message()));
     }
-    reader = openJournal(journal);
+    begin(openJournal());
+}
+
+void RecordingJob::begin(std::unique_ptr<MessageReader> source) {
+    copy.reset();
+    reader = std::move(source);
+    recordings = std::make_unique<RecordingSet>();
     if (wanted.from) {
         MessageFilter::Options filter;
         filter.from = MessageFilter::Moment{*wanted.from, false};
-        recordings.setFilter(std::make_shared<MessageFilter>(filter));
+        recordings->setFilter(std::make_shared<MessageFilter>(filter));
     }
     const PartRules rules{.session = session};
     for (const std::string& ending : wanted.endings) {
-        recordings.open(pathOf(ending).string(), true, rules);
+        recordings->open(pathOf(ending).string(), true, rules);
     }
-    recordings.setAccount({account, {}});
-    copy = std::make_unique<MessageCopy>(*reader, recordings);
+    recordings->setAccount({account, {}});
+    copy = std::make_unique<MessageCopy>(*reader, *recordings);
 }
 
 RecordingJob::~RecordingJob() {
@@ -77,7 +95,7 @@ fs::path RecordingJob::pathOf(const std::string& ending) const {
     return scratch / ("recording" + ending);
 }
 
-std::unique_ptr<MessageReader> RecordingJob::openJournal(const std::string& journal) {
+std::unique_ptr<MessageReader> RecordingJob::openJournal() {
     bool isInOrder = true;
     std::string subject;
     std::uint64_t number = 0;
@@ -90,26 +108,23 @@ std::unique_ptr<MessageReader> RecordingJob::openJournal(const std::string& jour
     if (isInOrder) {
         return std::make_unique<PcapngReader>(journal);
     }
-    std::vector<BatchJournal::Entry> entries;
     BatchJournal::read(journal,
                        [&](const BatchJournal::Entry& entry) { entries.push_back(entry); });
-    return sortJournal(journal, entries);
+    return sortJournal();
 }
 
-std::unique_ptr<MessageReader> RecordingJob::sortJournal(
-    const std::string& journal, std::vector<BatchJournal::Entry>& entries) {
+std::unique_ptr<MessageReader> RecordingJob::sortJournal() {
     std::ranges::sort(entries, [](const auto& a, const auto& b) {
         return std::tie(a.subject, a.number) < std::tie(b.subject, b.number);
     });
     const Descriptor from(::open(journal.c_str(), O_RDONLY | O_CLOEXEC));
-    Descriptor to;
     std::vector<std::unique_ptr<MessageReader>> readers;
     std::vector<fs::path> files;
+    Descriptor to;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         if (i == 0 || entries[i].subject != entries[i - 1].subject) {
             files.push_back(scratch / fmt::format("{}.sorted", files.size()));
-            to = Descriptor(
-                ::open(files.back().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+            to = create(files.back());
         }
         copyBytes(from.get(), entries[i].offset, entries[i].bytes, to.get());
     }
@@ -120,24 +135,74 @@ std::unique_ptr<MessageReader> RecordingJob::sortJournal(
     return std::make_unique<JoinedReader>(std::move(readers));
 }
 
+void RecordingJob::beginCheck() {
+    entries.clear();
+    BatchJournal::read(journal,
+                       [&](const BatchJournal::Entry& entry) { entries.push_back(entry); });
+    checked = 0;
+}
+
+/// False when all are read, and those that can't be aren't among them any more.
+bool RecordingJob::checkNext() {
+    if (*checked == entries.size()) {
+        return false;
+    }
+    const BatchJournal::Entry& entry = entries[*checked];
+    const fs::path single = scratch / "single";
+    const Descriptor from(::open(journal.c_str(), O_RDONLY | O_CLOEXEC));
+    copyBytes(from.get(), entry.offset, entry.bytes, create(single).get());
+    PcapngReader batch(single.string());
+    for (RecordedMessage message; batch.next(message);) {
+    }
+    if (batch.getErrorText().empty()) {
+        ++*checked;
+        return true;
+    }
+    leftOut.push_back(
+        fmt::format("batch {} of {} ends where it can't be read, and is left out with its {} "
+                    "messages: {}",
+                    entry.number, entry.subject, entry.messages, batch.getErrorText()));
+    leftOutMessages += entry.messages;
+    entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(*checked));
+    return true;
+}
+
 bool RecordingJob::step() {
-    if (copy->poll() && !recordings.haveAllFailed()) {
-        std::ranges::move(recordings.flush(), std::back_inserter(failures));
+    const bool isChecking = checked && *checked < entries.size();
+    if (isChecking) {
+        if (!checkNext() || *checked == entries.size()) {
+            begin(sortJournal());
+        }
+        return true;
+    }
+    if (copy->poll() && !recordings->haveAllFailed()) {
+        std::ranges::move(recordings->flush(), std::back_inserter(failures));
         return true;
     }
     copy->end();
-    std::ranges::move(recordings.close(), std::back_inserter(failures));
+    std::ranges::move(recordings->close(), std::back_inserter(failures));
+    if (!reader->getErrorText().empty() && !checked) {
+        beginCheck();
+        return true;
+    }
     return false;
 }
 
 void RecordingJob::commit(const std::vector<fs::path>& paths) {
-    const auto summaries = recordings.summarize();
+    const auto summaries = recordings->summarize();
     const bool hasLost =
         std::ranges::any_of(summaries, [](const RecordingSummary& each) { return each.lost != 0; });
-    if (recordings.hasFailed() || hasLost || !failures.empty()) {
+    if (recordings->hasFailed() || hasLost || !failures.empty()) {
         throw FileError(fmt::format("{}", fmt::join(failures, "; ")));
     }
-    const std::uint64_t read = recordings.getCount() + reader->getSkipped();
+    constexpr std::size_t mostTold = 10;
+    isComplete = leftOut.empty();
+    texts.assign(leftOut.begin(),
+                 leftOut.begin() + static_cast<std::ptrdiff_t>(std::min(leftOut.size(), mostTold)));
+    if (leftOut.size() > mostTold) {
+        texts.push_back(fmt::format("{} more batches are left out", leftOut.size() - mostTold));
+    }
+    const std::uint64_t read = recordings->getCount() + reader->getSkipped() + leftOutMessages;
     if (!reader->getErrorText().empty() || read != announced) {
         isComplete = false;
         texts.push_back(fmt::format(
@@ -150,7 +215,7 @@ void RecordingJob::commit(const std::vector<fs::path>& paths) {
     }
     const auto& channels = reader->getChannels();
     if (std::ranges::count(channels, BusType::Lin, &ChannelDescription::bus) != 0) {
-        for (const std::string& path : recordings.thatRefuse(BusType::Lin)) {
+        for (const std::string& path : recordings->thatRefuse(BusType::Lin)) {
             texts.push_back(fs::path(path).extension().string() +
                             " holds CAN only: its LIN messages are left out");
         }

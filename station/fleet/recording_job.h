@@ -20,6 +20,8 @@ namespace station {
 /// subjects, or batches that came late, its batches are first sorted into a file a subject, and the
 /// messages of these merged by their times.
 ///
+/// A batch at which reading ends is found by reading each by itself, and left out.
+///
 /// The recordings are made in the scratch folder and get their names when they are whole: what was
 /// there before stays until then.
 class RecordingJob {
@@ -30,8 +32,8 @@ class RecordingJob {
     };
 
     /// Throws FileError or UserError.
-    RecordingJob(const std::string& journal, const std::filesystem::path& scratchFolder,
-                 const std::string& session, const Wanted& what, const std::string& account);
+    RecordingJob(std::string journalPath, const std::filesystem::path& scratchFolder,
+                 std::string sessionName, Wanted what, std::string accountText);
     ~RecordingJob();  // removes what isn't committed
     RecordingJob(const RecordingJob&) = delete;
     RecordingJob& operator=(const RecordingJob&) = delete;
@@ -47,17 +49,26 @@ class RecordingJob {
     const std::vector<std::string>& getTexts() const { return texts; }
 
   private:
-    std::unique_ptr<MessageReader> openJournal(const std::string& journal);
-    std::unique_ptr<MessageReader> sortJournal(const std::string& journal,
-                                               std::vector<BatchJournal::Entry>& entries);
+    void begin(std::unique_ptr<MessageReader> source);
+    void beginCheck();
+    bool checkNext();
+    std::unique_ptr<MessageReader> openJournal();
+    std::unique_ptr<MessageReader> sortJournal();
     std::filesystem::path pathOf(const std::string& ending) const;
 
+    const std::string journal;
     const std::filesystem::path scratch;
+    const std::string session;
     const Wanted wanted;
+    const std::string account;
     std::uint64_t announced = 0;  ///< messages, by the headers of the batches
     std::unique_ptr<MessageReader> reader;
-    RecordingSet recordings;
+    std::unique_ptr<RecordingSet> recordings;
     std::unique_ptr<MessageCopy> copy;
+    std::vector<BatchJournal::Entry> entries;  ///< where the journal isn't read as it is
+    std::optional<std::size_t> checked;        ///< so many of them; none: it isn't needed
+    std::vector<std::string> leftOut;          ///< texts, of batches
+    std::uint64_t leftOutMessages = 0;
     std::vector<std::string> failures;
     bool isComplete = true;
     std::vector<std::string> texts;

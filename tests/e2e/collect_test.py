@@ -137,6 +137,32 @@ class Collect(Case):
         rows = traffic.read_with_tshark(self.recording("bench", "20231114T221320Z-2"))
         self.assertEqual([row.data[0] for row in rows], list(range(50, 60)))
 
+    def test_one_bad_batch_or_folder_costs_no_other(self):
+        (self.out / "blocked").parent.mkdir()
+        (self.out / "blocked").write_text("somebody's file")
+        publisher, blocked = Publisher(self.client, "bench"), Publisher(self.client, "blocked")
+        for number in range(300):
+            blocked.publish()
+            if number % 50 == 0:
+                publisher.publish()
+        subject, headers, payload = publisher.make()
+        cut = nats_client.block(1, b"\x01\x00")  # an interface without room for what it is
+        self.client.ask(subject, payload + cut, headers)
+        publisher.publish(3)
+        publisher.send(publisher.made[0], **{"Nats-Msg-Id": "again"})
+        self.client.ask(subject, publisher.made[1][2], {**publisher.made[0][1], "Nats-Msg-Id": "other"})
+        report, errors = self.collect(1, "--format", ".pcapng", "--format", ".pcapng")
+        self.assertIn("batch 1 of cmp.bench has come again with other contents", errors)
+        self.assertRegex(errors, "batch 7 of cmp.bench ends where it can't be read, and is left out with its 10 messages")
+        self.assertEqual((report["differing"], report["alreadyThere"], report["diskFull"]), (1, 2, False))
+        self.expect_all(publisher, self.recording("bench"), leave=range(60, 70))
+        self.assertIn(f"goes into {self.out / 'blocked=-2'}", errors)
+        self.expect_all(blocked, self.recording("blocked=-2"))
+        blocked.end()
+        (self.out / "blocked").unlink()  # it stays where it was begun
+        self.assertNotIn("can't be written", self.collect()[1])
+        self.expect_all(blocked, self.recording("blocked=-2"))
+
     def test_channels_of_a_split_session_are_merged_by_time(self):
         publisher = Publisher(self.client, "bench", channels=PAIR, split=True)
         made = []

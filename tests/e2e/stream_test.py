@@ -360,8 +360,8 @@ class Stream(Case):
             station.process.send_signal(signal.SIGSTOP)
             subject, headers, payload = self.batches()[-1]
             session, number = headers["Cmp-Session"], int(headers["Cmp-Batch"])
-            client.ask(subject, payload, {**headers, "Nats-Msg-Id": f"{session}/{subject}/{number + 2}",
-                                          "Cmp-Batch": 10**6})
+            for identifier in (f"{session}/{subject}/{number + 2}", "another"):
+                client.ask(subject, payload, {**headers, "Nats-Msg-Id": identifier, "Cmp-Batch": 10**6})
             station.process.send_signal(signal.SIGCONT)
         sent = lab.finish_simulator(simulator)
         report, errors = station.stop()
