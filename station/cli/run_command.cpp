@@ -72,6 +72,7 @@ struct RunOptions {
     PartOptions parts;
     StreamArguments stream;
     ServeArguments serve;
+    bool hasNoStream = false;
     double duration = 0.0;
     std::string metrics;  ///< empty: no page
     double waitingMegabytes = static_cast<double>(RecordingQueue::defaultLimit) / megabyte;
@@ -241,7 +242,7 @@ void tryAll(RunOptions options, const PartRules& rules) {
     openAll(options, rules, nullptr, messages, frames);
 }
 
-ExitCode run(const RunOptions& options, StopSignal& stop) {
+ExitCode run(RunOptions& options, StopSignal& stop) {
     requireModules(!options.setup.empty() || !options.modules.empty(),
                    "there is nothing to capture");
     const std::vector<std::string> paths = allRecordings(options);
@@ -250,6 +251,10 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     RunSignals signals(options.databases);
     const auto server = openServer(options.serve);
     checkCapturePermission();
+    const auto session = openSession(options.plugin, options.setup, options.sampleRate);
+    if (!options.hasNoStream) {
+        options.stream.addDefaults(session->getStreamOptions());
+    }
     const bool isStreamed = options.stream.isWanted();
     const auto streamSettings = isStreamed ? parseStreamSettings(options.stream) : StreamSettings();
     const auto stream = isStreamed ? openStream(streamSettings) : nullptr;
@@ -261,7 +266,6 @@ ExitCode run(const RunOptions& options, StopSignal& stop) {
     } else {
         openAll(options, rules, stream.get(), *recordings, *frameRecordings);
     }
-    const auto session = openSession(options.plugin, options.setup, options.sampleRate);
     addModules(*session, options.modules);
     requireModules(!session->getModules().empty(), options.setup + " has no modules");
     if (options.json || options.showsSignals) {
@@ -384,6 +388,10 @@ void addRunCommand(CLI::App& app, Command& chosen) {
     addPartOptions(*command, options->parts);
     addStreamOptions(*command, options->stream);
     addServeOptions(*command, options->serve);
+    command
+        ->add_flag("--no-stream", options->hasNoStream,
+                   "Stream nothing, though the setup says where to (\"setup stream\")")
+        ->excludes(command->get_option("--stream"));
     command
         ->add_option("--duration", options->duration,
                      "End after S seconds, also if a leading clock is still awaited")

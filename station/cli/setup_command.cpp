@@ -12,6 +12,7 @@
 #include "host/host_clock.h"
 #include "station/cli/commands.h"
 #include "station/cli/setups.h"
+#include "station/cli/streaming.h"
 #include "station/signals/database.h"
 #include "station/terminal_text.h"
 
@@ -33,6 +34,8 @@ Examples:
   cmp-station setup database bench.xml Front 0x10 --db powertrain.dbc
   cmp-station setup set bench.xml Front --sync pps --clock-source yes
   cmp-station setup remove bench.xml 2 Doors
+  cmp-station setup stream bench.xml nats://broker:4222 --station bench-7
+  cmp-station setup stream bench.xml --none
   cmp-station setup show bench.xml --json)";
 
 struct SetupOptions {
@@ -51,6 +54,8 @@ struct SetupOptions {
     std::vector<std::string> databases;
     bool hasNone = false;
     bool json = false;
+    StreamArguments stream;
+    bool hasNoStream = false;
 };
 
 using Json = nlohmann::ordered_json;
@@ -156,7 +161,11 @@ void showJson(Session& session) {
                         {"clockSource", clocks.at(row).isSource},
                         {"channels", std::move(own)}});
     }
-    printResult(toText(Json{{"modules", std::move(list)}}));
+    Json setup{{"modules", std::move(list)}};
+    if (const auto stream = session.getStreamOptions(); !stream.empty()) {
+        setup["stream"] = stream;
+    }
+    printResult(toText(setup));
 }
 
 void showTable(Session& session) {
@@ -177,6 +186,13 @@ void showTable(Session& session) {
                 text += fmt::format("            database {}\n", printable(path));
             }
         }
+    }
+    if (const auto stream = session.getStreamOptions(); !stream.empty()) {
+        text += "Streams with";
+        for (const auto& [name, value] : stream) {
+            text += fmt::format(" --{} {}", name, printable(value));
+        }
+        text += '\n';
     }
     printResult(text);
 }
@@ -408,6 +424,33 @@ void addDatabaseAction(CLI::App& setup, const Options& options, Command& chosen)
     });
 }
 
+void addStreamAction(CLI::App& setup, const Options& options, Command& chosen) {
+    CLI::App* const stream = addAction(
+        setup, "stream",
+        "Says where and how \"run\" streams what it measures, in place of what the setup said "
+        "before. Of files it keeps the names: a password stays in a file of its own",
+        options);
+    addStreamOptions(*stream, options->stream);
+    stream->remove_option(stream->get_option("--stream"));
+    auto* const servers =
+        stream->add_option("SERVERS", options->stream.nats.servers,
+                           "The NATS brokers: nats://HOST:4222[,HOST...], or tls://");
+    stream->add_flag("--none", options->hasNoStream, "It streams nothing")->excludes(servers);
+    stream->callback([options, &chosen] {
+        chosen = [options](StopSignal&) {
+            Session::StreamOptions given = options->stream.getGiven();
+            if (options->hasNoStream == options->stream.isWanted()) {
+                throw UserError("name the brokers, as nats://HOST:4222, or write --none");
+            }
+            if (!options->hasNoStream) {
+                parseStreamSettings(options->stream);  // refuses what can't be
+                given["stream"] = options->stream.nats.servers;
+            }
+            return edit(*options, [&](Session& session) { session.setStreamOptions(given); });
+        };
+    });
+}
+
 }  // namespace
 
 void addSetupCommand(CLI::App& app, Command& chosen) {
@@ -432,6 +475,7 @@ void addSetupCommand(CLI::App& app, Command& chosen) {
     addSetAction(*setup, options, chosen);
     addChannelAction(*setup, options, chosen);
     addDatabaseAction(*setup, options, chosen);
+    addStreamAction(*setup, options, chosen);
 }
 
 }  // namespace station

@@ -64,15 +64,54 @@ Number bounded(const char* option, const std::string& text, Number value, Number
     return value;
 }
 
+bool isOfStream(const CLI::Option& option) {
+    return option.get_group() == group || option.get_group() == natsGroup;
+}
+
 }  // namespace
+
+void StreamArguments::addDefaults(const std::map<std::string, std::string>& options) {
+    for (const auto& [name, value] : options) {
+        CLI::Option* const option = command->get_option_no_throw("--" + name);
+        if (option == nullptr || !isOfStream(*option)) {
+            throw UserError(ExitCode::Unreadable,
+                            fmt::format("the setup's stream has \"{}\", which is no option of one; "
+                                        "set it again with \"cmp-station setup stream\"",
+                                        name));
+        }
+        if (option->count() != 0) {
+            continue;
+        }
+        try {
+            option->add_result(value);
+            option->run_callback();
+        } catch (const CLI::Error& error) {
+            throw UserError(ExitCode::Unreadable,
+                            fmt::format("the setup's stream: {}", error.what()));
+        }
+    }
+}
+
+std::map<std::string, std::string> StreamArguments::getGiven() const {
+    std::map<std::string, std::string> given;
+    for (const CLI::Option* const option : command->get_options()) {
+        if (option->count() == 0 || !isOfStream(*option)) {
+            continue;
+        }
+        const std::string& value = option->results().back();
+        const bool isPath =
+            option->get_type_name() == "FILE" || option->get_type_name() == "FOLDER";
+        given[option->get_lnames().front()] = isPath ? fs::absolute(value).string() : value;
+    }
+    return given;
+}
 
 bool StreamArguments::isWanted() const {
     if (!nats.servers.empty()) {
         return true;
     }
     for (const CLI::Option* const option : command->get_options()) {
-        const std::string& of = option->get_group();
-        if (option->count() != 0 && (of == group || of == natsGroup)) {
+        if (option->count() != 0 && isOfStream(*option)) {
             throw UserError(option->get_name() +
                             " is for a stream: name its brokers with --stream");
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -26,9 +27,14 @@ struct StreamArguments {
     std::string maxAge;
     std::string maxBytes;
 
-    const CLI::App* command = nullptr;
+    CLI::App* command = nullptr;
     /// Throws UserError if it isn't, but others of its options are there.
     bool isWanted() const;
+    /// Takes those that the command line doesn't have: by the options' names, as a setup has them.
+    /// Throws UserError.
+    void addDefaults(const std::map<std::string, std::string>& options);
+    /// Those that were given, in that form. Files are named in full.
+    std::map<std::string, std::string> getGiven() const;
 };
 
 /// Adds --stream and what belongs to it.

@@ -25,6 +25,7 @@ constexpr const wchar_t* sectionName = L"Plugin";
 constexpr const wchar_t* idName = L"id";
 constexpr const wchar_t* settingsName = L"Settings";
 constexpr const wchar_t* channelsName = L"Channels";
+constexpr const wchar_t* streamName = L"Stream";
 
 /// Loads the plug-in that is named, else the one that is registered, else the one beside the
 /// program.
@@ -383,6 +384,29 @@ void Session::matchChannels() {
                     fmt::format(L"{} 0x{:X}", listed[module].name, channel.interfaceId).c_str());
             }
         }
+    }
+}
+
+Session::StreamOptions Session::getStreamOptions() const {
+    StreamOptions options;
+    if (const ElementRef stream = childOf(*document->getRoot(), streamName)) {
+        for (const auto& value : stream->getContent().values) {
+            options[toUtf8(value.key)] = toUtf8(value.text);
+        }
+    }
+    return options;
+}
+
+void Session::setStreamOptions(const StreamOptions& options) {
+    while (const ElementRef old = childOf(*document->getRoot(), streamName)) {
+        document->getRoot()->RemoveChild(old.get());
+    }
+    if (options.empty()) {
+        return;
+    }
+    const ElementRef stream = newChild(*document->getRoot(), streamName);
+    for (const auto& [name, value] : options) {
+        stream->setValue(StringHelper::ToWide(name), StringHelper::ToWide(value));
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,8 +29,8 @@ struct SessionOptions {
 /// and the desktop program work on.
 ///
 /// The document of the setup holds a `Plugin` element for each plug-in, by class identifier, with
-/// what the plug-in saves in `Settings` (modules, clocks) and `Channels`. Everything else in it
-/// stays as it is.
+/// what the plug-in saves in `Settings` (modules, clocks) and `Channels`, and a `Stream` element
+/// with the options of a stream. Everything else in it stays as it is.
 ///
 /// A setup is opened once, for a plug-in that failed to load one can't be used again: for another
 /// setup there is another session. Modules are named by their position, from 0; operations on them
@@ -86,6 +87,11 @@ class Session {
     /// How the module's clock follows the host's. Not in a measurement. Throws `PluginError` for
     /// what the clock can't do.
     void chooseClock(std::size_t module, ClockChoice choice);
+
+    /// Of a measurement's stream, by the names of its options ("station"); empty for none.
+    using StreamOptions = std::map<std::string, std::string>;
+    StreamOptions getStreamOptions() const;
+    void setStreamOptions(const StreamOptions& options);
 
   private:
     /// Reads the list again if it isn't what it was.
