@@ -1,6 +1,7 @@
 #include "station/cli/nats_options.h"
 
 #include "station/cli/commands.h"
+#include "station/terminal_text.h"
 
 namespace station {
 
@@ -33,6 +34,9 @@ NatsOptions readNatsOptions(const NatsArguments& arguments, const char* option) 
         readNatsFile(arguments.file, options);
     }
     checkNatsOptions(options);
+    if (const std::string warning = warnOfNatsOptions(options); !warning.empty()) {
+        printMessage(warning);
+    }
     return options;
 }
 

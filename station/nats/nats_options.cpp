@@ -48,7 +48,17 @@ std::string withPort(std::string_view place) {
     return fmt::format("{}:{}", host, port);
 }
 
-std::string readOptions(const std::string& path, bool& isForOthers) {
+bool isForOthers(const struct stat& status) {
+    return (status.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+}
+
+bool isLoopback(std::string_view server) {
+    const std::string_view place = server.substr(server.find("://") + 3);
+    return place.starts_with("127.") || place.starts_with("localhost:") ||
+           place.starts_with("[::1]");
+}
+
+std::string readOptions(const std::string& path, bool& isOpenToOthers) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
@@ -58,7 +68,7 @@ std::string readOptions(const std::string& path, bool& isForOthers) {
     if (!S_ISREG(status.st_mode)) {
         throw UserError(fmt::format("--nats-options: {} is not a regular file", path));
     }
-    isForOthers = (status.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+    isOpenToOthers = isForOthers(status);
     std::string text(longestOptions, '\0');
     const ssize_t size = ::read(file.get(), text.data(), text.size());
     if (size < 0) {
@@ -110,8 +120,8 @@ std::vector<std::string> parseServers(std::string_view option, const std::string
 }
 
 void readNatsFile(const std::string& path, NatsOptions& options) {
-    bool isForOthers = false;
-    const std::string text = readOptions(path, isForOthers);
+    bool isOpenToOthers = false;
+    const std::string text = readOptions(path, isOpenToOthers);
     const auto json = nlohmann::json::parse(text, nullptr, false);
     if (!json.is_object()) {
         throw UserError(
@@ -128,7 +138,7 @@ void readNatsFile(const std::string& path, NatsOptions& options) {
                             "password, token, creds, ca, cert, key",
                             name, path));
         }
-        if (found->isSecret && isForOthers) {
+        if (found->isSecret && isOpenToOthers) {
             throw UserError(fmt::format(
                 "--nats-options: others can read the {} in {}; \"chmod 600 {}\" keeps it to you",
                 name, path, path));
@@ -143,11 +153,18 @@ void checkNatsOptions(const NatsOptions& options) {
     const struct {
         const char* option;
         const std::string& path;
-    } files[] = {{"--nats-creds", options.credentialsFile},
-                 {"--nats-ca", options.authorityFile},
-                 {"--nats-cert", options.certificateFile},
-                 {"--nats-key", options.keyFile}};
-    for (const auto& [option, path] : files) {
+        bool isSecret;
+    } files[] = {{"--nats-creds", options.credentialsFile, true},
+                 {"--nats-ca", options.authorityFile, false},
+                 {"--nats-cert", options.certificateFile, false},
+                 {"--nats-key", options.keyFile, true}};
+    for (const auto& [option, path, isSecret] : files) {
+        struct stat status {};
+        if (isSecret && !path.empty() && ::stat(path.c_str(), &status) == 0 &&
+            isForOthers(status)) {
+            throw UserError(fmt::format("{}: others can read {}; \"chmod 600 {}\" keeps it to you",
+                                        option, path, path));
+        }
         if (!path.empty() && ::access(path.c_str(), R_OK) != 0) {
             throw UserError(
                 fmt::format("{}: {} can't be read: {}", option, path, std::strerror(errno)));
@@ -166,6 +183,14 @@ void checkNatsOptions(const NatsOptions& options) {
             "certificates are for brokers with TLS: write tls://HOST:4222, or leave out --nats-ca, "
             "--nats-cert, --nats-key and --nats-insecure");
     }
+}
+
+std::string warnOfNatsOptions(const NatsOptions& options) {
+    const bool isPlain = !options.isSecure() && !std::ranges::all_of(options.servers, isLoopback);
+    return isPlain && !(options.password.empty() && options.token.empty())
+               ? "the password or token goes to the broker without encryption; write tls:// "
+                 "instead of nats://, or name a .creds file, which is signed with and never sent"
+               : "";
 }
 
 }  // namespace station

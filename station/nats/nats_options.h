@@ -31,7 +31,11 @@ std::vector<std::string> parseServers(std::string_view option, const std::string
 /// could read.
 void readNatsFile(const std::string& path, NatsOptions& options);
 
-/// Throws `UserError` for what doesn't go together, or a file that can't be read.
+/// Throws `UserError` for what doesn't go together, a file that can't be read, or one with a secret
+/// that others can read.
 void checkNatsOptions(const NatsOptions& options);
+/// What the user must know of options that can be used: a secret that goes over the network as it
+/// is. Empty for nothing.
+std::string warnOfNatsOptions(const NatsOptions& options);
 
 }  // namespace station
