@@ -23,7 +23,12 @@ constexpr int mostUnansweredPings = 2;
 using Options = std::unique_ptr<natsOptions, NatsDelete<natsOptions_Destroy>>;
 
 std::string connectError(natsStatus status) {
-    return describeStatus(status) + detailOf(status, nats_GetLastError(nullptr));
+    const std::string known =
+        status == NATS_PROTOCOL_ERROR
+            ? "it ends the connection at once: it may want another certificate of ours "
+              "(--nats-cert, --nats-key), or be no NATS broker"
+            : describeStatus(status);
+    return known + detailOf(status, nats_GetLastError(nullptr));
 }
 
 void require(natsStatus status, const char* what) {
