@@ -377,6 +377,9 @@ void NatsPublisher::beat(const std::string& json) {
     while (stationName->isBeating() && Clock::now() < end) {
         takeAnswer(50ms);
     }
+    if (stationName->isBeating()) {
+        fail("heartbeat", describeStatus(NATS_TIMEOUT));
+    }
     stationName->beat(*connection, json, fmt::format("{}.{}", inbox, beatAnswer));
 }
 

@@ -47,7 +47,7 @@ class NatsPublisher final : public Publisher {
     void close() override;
 
     /// What others see of this station; while it is open. Throws `PublishError`: another one has
-    /// taken its name.
+    /// taken its name, or the last one wasn't answered.
     void beat(const std::string& json);
     /// That was connected last; empty: none was. Of any thread.
     std::string getServer() const;
