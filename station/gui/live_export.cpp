@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -15,52 +16,55 @@ constexpr std::size_t noHandle = static_cast<std::size_t>(-1);
 }  // namespace
 
 LiveExport::LiveExport(const LiveFeed& picture, MessageList rows, const std::string& filePath)
-    : channels(picture.getChannels()),
-      messages(picture.getMessages()),
-      list(std::move(rows)),
-      path(filePath),
-      recording(openRecording(filePath, true)) {
-    for (const LiveChannel& channel : channels) {
-        handles.push_back(recording->accepts(channel.bus)
-                              ? recording->addChannel({channel.name, channel.bus})
-                              : noHandle);
+    : path(filePath),
+      task(new Task{picture.getChannels(),
+                    picture.getMessages(),
+                    std::move(rows),
+                    openRecording(filePath, true),
+                    {}}) {
+    for (const LiveChannel& channel : task->channels) {
+        task->handles.push_back(task->recording->accepts(channel.bus)
+                                    ? task->recording->addChannel({channel.name, channel.bus})
+                                    : noHandle);
     }
-    writer = std::jthread([this](const std::stop_token& stop) { write(stop); });
+    job.start(
+        [shared = task](const std::atomic<bool>& isStopped) { return write(*shared, isStopped); });
 }
 
-LiveExport::~LiveExport() = default;
-
-void LiveExport::write(const std::stop_token& stop) {
-    for (std::size_t i = 0; i < list.size() && !stop.stop_requested(); ++i) {
-        const auto message = messages.find(list.getNumber(i));
-        const std::size_t handle = message ? handles[message->channel] : noHandle;
+QString LiveExport::write(Task& task, const std::atomic<bool>& isStopped) {
+    std::size_t leftOut = 0;
+    const std::size_t rows = task.list.size();
+    for (std::size_t i = 0; i < rows && !isStopped; ++i) {
+        const auto message = task.messages.find(task.list.getNumber(i));
+        const std::size_t handle = message ? task.handles[message->channel] : noHandle;
         if (handle == noHandle) {
             ++leftOut;
         } else {
             std::uint8_t record[CanRecord::size] = {};
             std::memcpy(record, message->record, message->size);
-            const bool isCan = channels[message->channel].bus == BusType::Can;
-            recording->write(handle, message->utc, record, isCan ? sizeof record : message->size);
+            const bool isCan = task.channels[message->channel].bus == BusType::Can;
+            task.recording->write(handle, message->utc, record,
+                                  isCan ? sizeof record : message->size);
         }
-        row.store(i, std::memory_order_relaxed);
+        task.row.store(i, std::memory_order_relaxed);
     }
-    if (!recording->close()) {
-        failure = recording->errorText();
-    }
-    leftOut += recording->recordsLost();
-    over.store(true);
+    const bool isGood = task.recording->close();
+    leftOut += task.recording->recordsLost();
+    std::string text = isGood ? fmt::format("{} has {} messages", task.recording->path(),
+                                            task.recording->recordsWritten())
+                              : task.recording->errorText();
+    text += leftOut == 0 ? "" : fmt::format("; {} messages aren't in it", leftOut);
+    return QString::fromStdString(text);
 }
 
-std::string LiveExport::describe() const {
-    if (!isOver()) {
-        return fmt::format("Writing {}: {:.0f} %", path,
-                           100.0 * static_cast<double>(row.load()) /
-                               static_cast<double>(std::max<std::size_t>(list.size(), 1)));
+std::string LiveExport::describe() {
+    if (const auto ended = job.takeResult()) {
+        result = ended->toStdString();
     }
-    const std::string rest = leftOut == 0 ? "" : fmt::format("; {} messages aren't in it", leftOut);
-    return failure.empty()
-               ? fmt::format("{} has {} messages{}", path, recording->recordsWritten(), rest)
-               : fmt::format("{}{}", failure, rest);
+    const auto rows = static_cast<double>(std::max<std::size_t>(task->list.size(), 1));
+    return !result.empty() ? result
+                           : fmt::format("Writing {}: {:.0f} %", path,
+                                         100.0 * static_cast<double>(task->row.load()) / rows);
 }
 
 }  // namespace station

@@ -349,13 +349,9 @@ void LivePanel::showStatus() {
         texts.append("Paused: the measurement goes on");
     }
     if (exporting) {
-        exportResult = QString::fromStdString(exporting->describe());
-        if (exporting->isOver()) {
-            exporting.reset();
-        }
-    }
-    if (!exportResult.isEmpty()) {
-        texts.append(exportResult);
+        texts.append(QString::fromStdString(exporting->describe()));
+    } else if (!exportFailure.isEmpty()) {
+        texts.append(exportFailure);
     }
     status->setText(texts.join("; "));
 }
@@ -461,7 +457,7 @@ void LivePanel::exportRows() {
             exporting =
                 std::make_unique<LiveExport>(shown(), messageModel.getList(), path.toStdString());
         } catch (const std::exception& error) {
-            exportResult = error.what();
+            exportFailure = error.what();
         }
     });
     dialog->open();

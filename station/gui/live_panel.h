@@ -81,9 +81,9 @@ class LivePanel final : public QWidget {
     };
     std::vector<Plotted> plotted;
     std::uint64_t plotOf = 0;               ///< generation that the plot is of
-    std::unique_ptr<LiveExport> exporting;  ///< while it is under way
-    QString exportResult;
-    std::uint64_t filterOf = 0;  ///< generation for whose channels the filter was read
+    std::unique_ptr<LiveExport> exporting;  ///< the last one
+    QString exportFailure;                  ///< why there is none
+    std::uint64_t filterOf = 0;             ///< generation for whose channels the filter was read
     LiveFeed::Clock::time_point nextOrder;
     QTimer timer;
 };

@@ -41,57 +41,25 @@ std::string quotedField(const std::string& field) {
     return text + '"';
 }
 
-QString write(const QString& path, const PlotExport::Pieces& pieces,
-              const std::atomic<bool>& isStopped) {
-    QSaveFile file(path);
-    bool isGood = file.open(QIODevice::WriteOnly);
-    while (isGood && !isStopped) {
-        const QByteArray piece = pieces();
-        if (piece.isEmpty()) {
-            break;
-        }
-        isGood = file.write(piece) == piece.size();
-    }
-    if (isStopped) {
-        file.cancelWriting();
-        return "it was stopped";
-    }
-    return isGood && file.commit() ? QString() : file.errorString();
-}
-
 }  // namespace
 
-PlotExport::~PlotExport() {
-    if (!thread.joinable()) {
-        return;
-    }
-    state->isStopped = true;
-    constexpr int waits = 200;
-    constexpr auto wait = std::chrono::milliseconds(10);
-    for (int i = 0; i < waits && !state->isDone; ++i) {
-        std::this_thread::sleep_for(wait);
-    }
-    if (state->isDone) {
-        thread.join();
-    } else {
-        thread.detach();
-    }
-}
-
-void PlotExport::start(const QString& path, Pieces pieces) {
-    state = std::make_shared<State>();
-    thread = std::thread([path, pieces = std::move(pieces), shared = state] {
-        shared->error = write(path, pieces, shared->isStopped);
-        shared->isDone = true;
-    });
-}
-
-std::optional<QString> PlotExport::takeResult() {
-    if (!thread.joinable() || !state->isDone) {
-        return std::nullopt;
-    }
-    thread.join();
-    return state->error;
+FileJob::Work writingOf(const QString& path, std::function<QByteArray()> pieces) {
+    return [path, pieces = std::move(pieces)](const std::atomic<bool>& isStopped) {
+        QSaveFile file(path);
+        bool isGood = file.open(QIODevice::WriteOnly);
+        while (isGood && !isStopped) {
+            const QByteArray piece = pieces();
+            if (piece.isEmpty()) {
+                break;
+            }
+            isGood = file.write(piece) == piece.size();
+        }
+        if (isStopped) {
+            file.cancelWriting();
+            return QString("it was stopped");
+        }
+        return isGood && file.commit() ? QString() : file.errorString();
+    };
 }
 
 CsvPieces::CsvPieces(std::vector<Signal> signalsOfFile, SignalSeries::Range timesOfFile,

@@ -372,12 +372,12 @@ bool PlotPanel::exportPng(const QString& path) {
     constexpr double scale = 2;  // for print
     whatIsExported = "The picture is in " + path + '.';
     exportButton->setEnabled(false);
-    file.start(path, [image = view->picture(scale)]() mutable {
+    file.start(writingOf(path, [image = view->picture(scale)]() mutable {
         QBuffer buffer;
         buffer.open(QIODevice::WriteOnly);
         std::exchange(image, QImage()).save(&buffer, "PNG");
         return buffer.data();
-    });
+    }));
     return true;
 }
 
@@ -406,7 +406,7 @@ bool PlotPanel::exportCsv(const QString& path) {
     }
     exportButton->setEnabled(false);
     const auto pieces = std::make_shared<CsvPieces>(std::move(parts), range, view->getStart());
-    file.start(path, [pieces] { return pieces->next(); });
+    file.start(writingOf(path, [pieces] { return pieces->next(); }));
     return true;
 }
 

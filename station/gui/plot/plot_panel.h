@@ -100,7 +100,7 @@ class PlotPanel final : public QWidget {
     QToolButton* const exportButton;
     QLabel* const cursorText;
     QLabel* const notice;
-    PlotExport file;
+    FileJob file;
     QString exportNotice;    ///< what became of the last one
     QString whatIsExported;  ///< to be said when it is done
     bool hasStart = false;
