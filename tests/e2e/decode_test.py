@@ -161,6 +161,11 @@ class Decode(Case):
         self.assertIn("1 messages have no definition", errors)
         output, _ = self.expect(0, "decode", log, "--db", database, "--channel", "can1")
         self.assertEqual(output.splitlines()[1:], ["1970-01-01T00:00:03.000000000Z,can1,Engine,Speed,-10,1/min,"])
+        other = self.path("other.dbc")
+        other.write_text('BO_ 291 Other: 2 X\n SG_ S : 0|8@1+ (1,0) [0|0] "" X\n')
+        output, _ = self.expect(0, "decode", log, "--db", other, "--db", f"can0={database}", "--id", "0x123")
+        self.assertEqual([line.split(",")[1:3] for line in output.splitlines()[1:]],
+                         [["can0", "Engine"], ["can1", "Other"]])
         for code, text, options in [
                 (3, f"{wrong}, line 2: a signal's size", ["--db", wrong]),
                 (2, "no channel is named \"can7\"", ["--db", f"can7={database}"]),
@@ -175,7 +180,7 @@ class Decode(Case):
         setup, recording, table = self.path("bench.xml"), self.path("drive.pcapng"), self.path("drive.csv")
         front, lin = self.scratch / "front.dbc", self.scratch / "lin.ldf"
         front.write_text("".join(f'BO_ {number} M{number}: 8 X\n SG_ Number : 0|32@1+ (1,0) [0|0] "" X\n'
-                                 f' SG_ Turn M : 0|2@1+ (1,0) [0|0] "" X\n SG_ Odd m{number % 4} : 2|6@1+ (0.5,1) '
+                                 f' SG_ Page M : 2|2@1+ (1,0) [0|0] "" X\n SG_ Odd m1 : 4|4@1+ (0.5,1) '
                                  f'[0|0] "V" X\nVAL_ {number} Odd 1 "one" 3 "three" ;\n' for number in (0x140, 0x141)))
         lin.write_text("LIN_description_file;\nSignals { N: 8, 0, A, B; }\nFrames { W: 20, A, 8 { N, 0; } }\n")
         self.expect(0, "setup", "new", setup)
@@ -191,7 +196,7 @@ class Decode(Case):
                          ["<Database>front.dbc</Database>"])
         self.assertIn("is a database of LIN", self.expect(2, "setup", "database", setup, 1, "all", "--db", lin)[1])
         station = lab.Station([], "--db", lin, setup=setup, record=[recording])
-        lab.simulate(["CAN combo:5", "LIN combo:5"], "--rate", 200, "--duration", 1, "--length", "0-8")
+        lab.simulate(["CAN combo:5", "LIN combo:5"], "--rate", 200, "--duration", 1, "--length", "8")
         station.settle()
         report, _ = station.stop()
         self.expect(0, "decode", recording, table, "--db", f"CAN combo 0x10={front}", "--db", lin)

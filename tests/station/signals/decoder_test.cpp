@@ -25,9 +25,9 @@ std::vector<std::string> decoded(const Decoder& decoder, std::uint32_t id, bool 
 
 TEST(DecoderTest, SignalsOfEachKindAndOrder) {
     const Decoder decoder(std::make_shared<const Database>(WrittenDatabase().read(bodyDbc)));
-    EXPECT_THAT(decoded(decoder, 291, false, {0x10, 0x27, 0xFF, 0x10, 0, 0, 0xC0, 0x3F}),
+    EXPECT_THAT(decoded(decoder, 291, false, {0x10, 0x27, 0xFF, 0x10, 0, 0, 0xC0, 0xBF}),
                 ElementsAre("Speed 10000 24901/min", "Torque -15 -15Nm", "Gear 1 1 Re\"verse",
-                            "Heat 1069547520 4\u00B0C"));
+                            "Heat 3217031168 -2\u00B0C"));
     EXPECT_THAT(decoded(decoder, 291, false, {0x10, 0x27, 0xFF}),
                 ElementsAre("Speed 10000 24901/min"));
     std::vector<std::uint8_t> wide(64, 0xFF);

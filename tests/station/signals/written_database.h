@@ -68,12 +68,15 @@ CM_ "of the file; with BO_ in it
 BO_ 1 no message";
 CM_ BO_ 291 "two
 lines \"quoted\"";
-CM_ SG_ 291 Speed "of the crank";
+CM_ SG_ 291 Speed "of the crank, )"
+                                       "\x80"
+                                       R"(";
 CM_ BU_ Body "a node";
 BA_DEF_ BO_ "GenMsgCycleTime" INT 0 65535;
 BA_DEF_ SG_ "SystemSignalLongSymbol" STRING ;
 BA_DEF_DEF_ "GenMsgCycleTime" 100;
 BA_ "GenMsgCycleTime" BO_ 291 20;
+BA_ "GenMsgCycleTime" BO_ 512 0;
 BA_ "SystemSignalLongSymbol" SG_ 512 Page "PageOfThisMode";
 VAL_ 291 Gear Gears ;
 VAL_ 2566848769 Far -1 "none" 5 "five" ;
@@ -98,6 +101,7 @@ Signals {
 Diagnostic_signals { Req: 8, 0; }
 Frames {
   Window: 0x21, Left, 8 { Position, 0; Locked, 10; Serial, 16; }
+  Old: 34, Left { Locked, 0; }
 }
 Diagnostic_frames { MasterReq: 60 { Req, 0; } }
 Node_attributes { Left { LIN_protocol = "2.1"; configurable_frames { Window; } } }
