@@ -219,6 +219,7 @@ std::string DefinitionText::quoted(std::string_view what, bool escapes) {
         const std::size_t end = text.find_first_of(escapes ? "\"\\\n" : "\"\n", at);
         if (end == std::string::npos) {
             at = text.size();
+            skipBlanks();  // says so if it is the file that was cut
             failAt(line, fmt::format("the text of {} that begins here has no end", what));
         }
         found.append(text, at, end - at);
