@@ -190,6 +190,21 @@ bool GridView::acts(const QModelIndex& index) const {
            (shows.type == CellType::groupExpander && shows.expander);
 }
 
+/// That one, and if its row is selected those of its column in the other selected rows.
+std::vector<CellPlace> GridView::togglesBeside(const QModelIndex& index) const {
+    std::vector<CellPlace> cells;
+    const auto isSelected = [this](int row) {
+        return selectionModel()->rowIntersectsSelection(row, rootIndex());
+    };
+    for (int row = 0; isSelected(index.row()) && row < model.rowCount(); ++row) {
+        const QModelIndex other = index.siblingAtRow(row);
+        if (isSelected(row) && model.content(other).type == CellType::toggle) {
+            cells.push_back(model.place(other));
+        }
+    }
+    return cells.empty() ? std::vector<CellPlace>{model.place(index)} : cells;
+}
+
 bool GridView::act(const QModelIndex& index) {
     if (!acts(index)) {
         return false;
@@ -198,9 +213,12 @@ bool GridView::act(const QModelIndex& index) {
     const CellPlace cell = model.place(index);
     switch (shows.type) {
         case CellType::toggle:
-            later([cell, on = !shows.checked](GridView& self) {
-                if (self.mayChange(cell, true)) {
-                    CountedRef<DrawGrid>(self.grid)->switchToggle(cell, on);
+            later([cells = togglesBeside(index), on = !shows.checked](GridView& self) {
+                const QPointer<GridView> there(&self);
+                for (const CellPlace place : cells) {
+                    if (there && there->mayChange(place, true)) {
+                        CountedRef<DrawGrid>(there->grid)->switchToggle(place, on);
+                    }
                 }
             });
             break;

@@ -2,6 +2,7 @@
 
 #include <QTableView>
 #include <functional>
+#include <vector>
 
 #include "station/toolkit/model/draw_grid.h"
 #include "station/toolkit/qt/cell_delegate.h"
@@ -52,6 +53,7 @@ class GridView final : public QTableView, private DrawGridView {
     void later(Action action);
     bool acts(const QModelIndex& index) const;
     /// What a click or Space does in the cell, by its type. False if that is nothing.
+    std::vector<CellPlace> togglesBeside(const QModelIndex& index) const;
     bool act(const QModelIndex& index);
     void openComboBox(const QModelIndex& index);
     void openColorDialog(const QModelIndex& index);

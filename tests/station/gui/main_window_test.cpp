@@ -137,7 +137,12 @@ TEST_F(MainWindowTest, WhatIsSetUpByHandIsWhatTheSavedSetupSays) {
     addModule("LIN combo", "2");
     EXPECT_TRUE(modules().type({modulesGrid, 2, ModuleName}, "Doors"));
     ASSERT_TRUE(waitForChannels(2 + 7 + 10));
-    EXPECT_TRUE(channels().toggle({channelsGrid, 3, Used}));
+    EXPECT_TRUE(channels().select(channelsGrid, {3, 5}));
+    EXPECT_TRUE(channels().toggle({channelsGrid, 3, Used})) << "and with it the other one";
+    EXPECT_TRUE(channels().select(channelsGrid, {4, 6}));
+    EXPECT_TRUE(channels().toggle({channelsGrid, 7, Used}) &&
+                channels().toggle({channelsGrid, 7, Used}))
+        << "alone, as it isn't selected";
     EXPECT_TRUE(channels().setColor({channelsGrid, 2, Color}, 0x12AB34));
     EXPECT_TRUE(channels().type({channelsGrid, 2, ChannelName}, "Engine"));
     EXPECT_TRUE(workspace().isModified());
@@ -155,7 +160,8 @@ TEST_F(MainWindowTest, WhatIsSetUpByHandIsWhatTheSavedSetupSays) {
     EXPECT_FALSE(workspace().isModified());
 
     EXPECT_EQ(saved("bench.xml"),
-              "CAN combo 11 Technica CAN combo: Technica CAN combo 0x20|LIN combo 2 Doors:|17");
+              "CAN combo 11 Technica CAN combo: Technica CAN combo 0x20 Technica CAN combo "
+              "0x40|LIN combo 2 Doors:|17");
     window->open(QString::fromStdString(file("bench.xml")));
     const std::vector<ClockChoice> clocks = {{HostGnssDevice::syncModeSoft, false},
                                              {HostGnssDevice::syncModePps, true}};
