@@ -12,11 +12,12 @@ USER = str(lab.BIN / "gui-user")
 
 
 class Desktop(lab.Station):
-    """`gui-user` with a new setup of these modules; it measures when this is made."""
+    """`gui-user` with a new setup of these modules, None for one that is there; it measures when this is made."""
 
     def __init__(self, modules, *options, setup, record=(), display=False):
         self.recordings = list(record)
-        setups.make_measured(setup, modules)
+        if modules is not None:
+            setups.make_measured(setup, modules)
         command = [USER, "--setup", str(setup), *lab.repeat("--record", record)]
         command += map(str, options)
         variables = {**os.environ, "QT_QPA_PLATFORM": "offscreen", "QT_LOGGING_RULES": "*=false"}

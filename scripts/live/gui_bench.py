@@ -1,17 +1,23 @@
-"""The desktop program under load, for scripts/bench: 64 channels with 1000 messages a second each, both of
-the plug-in's windows and the live view on the screen."""
+"""The desktop program under load, for scripts/bench: 64 channels with 1000 messages a second each in 256
+identifiers, both of the plug-in's windows, the live view, and a plot of ten signals on the screen."""
 
 import sys
 import tempfile
 from pathlib import Path
 
 import lab
+import setups
 import traffic
 from desktop import Desktop
 
 NAMES = [f"CAN combo:{number}:Bus {number}" for number in range(1, 9)] + ["LIN combo:1:Doors"]
 SENDING = [f"CAN combo:{number}" for number in range(1, 9)] + ["LIN combo:1,channels=8"]
 RATE = 1000
+PLOTS = 10
+# The identifiers that cmp-sim sends on the first three buses of that module, with its counter as a signal.
+DATABASE = "BU_: A\n" + "".join(
+    f'BO_ {number} Message{number:X}: 8 A\n SG_ Counter : 0|16@1+ (1,0) [0|0] "" A\n'
+    for first in (0x40, 0x80, 0xC0) for number in range(first, first + 4))
 SECONDS = 10
 
 
@@ -19,7 +25,12 @@ def main():
     lab.prepare()
     with tempfile.TemporaryDirectory() as folder:
         recording = Path(folder) / "load.pcapng"
-        desktop = Desktop(NAMES, setup=Path(folder) / "load.xml", record=[recording], display=True)
+        setup, database = Path(folder) / "load.xml", Path(folder) / "load.dbc"
+        database.write_text(DATABASE)
+        setups.make_measured(setup, NAMES)
+        setups.make(setup, [["database", "FILE", "Bus 1", interface, "--db", str(database)]
+                            for interface in ("0x10", "0x20", "0x30")])
+        desktop = Desktop(None, "--plots", PLOTS, setup=setup, record=[recording], display=True)
         try:
             sent = lab.simulate(SENDING, "--rate", RATE, "--duration", SECONDS)
             desktop.settle()
@@ -30,7 +41,7 @@ def main():
     channels = sum(count > 0 for count in traffic.sent_counts(sent).values())
     latency = told["latencyMs"]
     complete = not traffic.count_differences(sent, told["report"]) and not told["hasLost"]
-    print(f"desktop, {channels} channels with {RATE} messages a second each, {SECONDS} s:")
+    print(f"desktop, {channels} channels with {RATE} messages a second each, {PLOTS} plots, {SECONDS} s:")
     print(f"  sent       {sent['dataMessages']:12,} messages; latest frame {sent['maxLateSeconds'] * 1000:.1f} ms late")
     print(f"  recorded   {recorded:12,} messages; all there: {'yes' if complete else 'no'}")
     print(f"  event loop {latency['p50']:12.2f} ms in the middle, {latency['p99']:.2f} ms 99th percentile, "

@@ -158,12 +158,13 @@ void LivePanel::makeTree() {
                                                   {Model::Flags, "ext FD"},
                                                   {Model::Data, "00 00 00 00 00 00 00 00 "},
                                                   {Model::Time, "99:99:99.999999"}};
-    constexpr int nameWidth = 260;
+    constexpr int nameWidth = 220;
     tree->setColumnWidth(Model::Name, nameWidth);
     for (const auto& [column, text] : widest) {
         tree->setColumnWidth(column, widthOf(text, fixed));
     }
     tree->header()->setStretchLastSection(false);
+    tree->header()->moveSection(Model::Data, 1);  // beside the name, also where room is short
     new QShortcut(
         QKeySequence::Copy, tree, this, [this] { copyRows(); }, Qt::WidgetShortcut);
     // What is folded stays so, what is new is unfolded.

@@ -112,12 +112,15 @@ QWidget* makeFrame(const WindowElement& element) {
                                : new QWidget;
     auto* const layout = new QVBoxLayout(frame);
     layout->setContentsMargins(0, 0, 0, 0);
-    if (const QColor color(QString::fromStdString(element.background)); color.isValid()) {
+    const QColor color(QString::fromStdString(element.background));
+    if (color == Qt::white) {  // that of paper, also where the user has it dark
+        frame->setBackgroundRole(QPalette::Base);
+    } else if (color.isValid()) {
         QPalette palette = frame->palette();
         palette.setColor(QPalette::Window, color);
         frame->setPalette(palette);
-        frame->setAutoFillBackground(true);
     }
+    frame->setAutoFillBackground(color.isValid());
     return frame;
 }
 

@@ -5,6 +5,8 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QMessageBox>
+#include <QSettings>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include "benchmarks/desktop_pictures.h"
@@ -28,6 +30,7 @@ class User {
     bool withoutQuestion = false;
     bool disturbs = false;
     bool addsHeard = false;
+    int plots = 0;
     bool wasAsked = false;  ///< whether to stop the measurement
 
     void start(MainWindow& mainWindow) {
@@ -51,6 +54,10 @@ class User {
         mode->setCurrentIndex((mode->currentIndex() + 1) % mode->count());
         if (disturbs) {
             disturb();
+        }
+        if (plots > 0 && turn == pictureTurn) {
+            mode->setCurrentIndex(0);
+            plotSignals(*window->findChild<QTreeView*>("liveIdentifiers"), plots);
         }
         if (!pictures.empty() && turn == pictureTurn) {
             savePictures(*window, pictures);
@@ -140,6 +147,8 @@ int main(int argc, char** argv) {
     stop.setPatience(std::chrono::seconds(30));
     QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("cmp-station-test");
+    const QTemporaryDir settings;
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settings.path());
     User user;
     CLI::App app{"The desktop program with a user for a live run."};
     app.add_option("--setup", user.setup, "The setup's file")->required();
@@ -147,6 +156,7 @@ int main(int argc, char** argv) {
     app.add_option("--pictures", user.pictures, "A folder for pictures of the windows");
     app.add_flag("--without-question", user.withoutQuestion, "It ends as by a signal");
     app.add_flag("--disturb", user.disturbs, "Tries to change modules and channels meanwhile");
+    app.add_option("--plots", user.plots, "So many signals are plotted");
     app.add_flag("--add-heard", user.addsHeard,
                  "Sets up a module that is heard, with its channels");
     CLI11_PARSE(app, argc, argv);

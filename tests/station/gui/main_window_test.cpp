@@ -16,6 +16,7 @@
 #include <atomic>
 #include <regex>
 
+#include "benchmarks/desktop_pictures.h"
 #include "tests/support/qt_rig.h"
 
 namespace {
@@ -503,6 +504,26 @@ TEST_F(MainWindowTest, DatabasesAreChosenForChannelsAndKeptInTheSetup) {
     EXPECT_THAT(told(), HasSubstr("engine.dbc")) << "it measures without";
     EXPECT_TRUE(choose("S&top"));
     EXPECT_TRUE(waitUntilOver());
+}
+
+TEST_F(MainWindowTest, ADarkPaletteIsDarkEverywhere) {
+    addModule("CAN combo", "1");
+    ASSERT_TRUE(waitForChannels(1 + 7));
+    const QPalette usual = QApplication::palette();
+    QApplication::setPalette(makeDarkPalette());
+    for (int form = 0; form < 3; ++form) {
+        window->findChild<QComboBox*>("liveMode")->setCurrentIndex(form);
+        QtUser::settle();
+        const QImage picture = window->grab().toImage();
+        int light = 0;
+        for (int y = 0; y < picture.height(); y += 3) {
+            for (int x = 0; x < picture.width(); x += 3) {
+                light += picture.pixelColor(x, y).lightness() > 150 ? 1 : 0;
+            }
+        }
+        EXPECT_LT(light, picture.width() * picture.height() / 9 / 20) << "texts and colours alone";
+    }
+    QApplication::setPalette(usual);
 }
 
 TEST_F(MainWindowTest, TheWindowComesBackWhereItWas) {

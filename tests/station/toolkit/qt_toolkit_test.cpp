@@ -197,7 +197,7 @@ TEST_P(QtToolkit, ThePluginsWindowsAreLaidOutToThePixel) {
     EXPECT_EQ(place("removeDeviceButton"), QRect(35, 5, 20, 20));
     EXPECT_EQ(place("deviceDrawGrid"), QRect(5, 35, 890, 365));
     const auto* const root = qt().place()->findChild<QWidget*>("settingsWindow");
-    EXPECT_EQ(root->palette().color(QPalette::Window), QColor(Qt::white));
+    EXPECT_EQ(root->palette().color(root->backgroundRole()), QColor(Qt::white));
     window.setXml(findResource("ui/setup_window.xml", "Tessel").text());
     QtUser::settle();
     const auto& panel = *qt().place()->findChild<QWidget*>("channelDrawGrid")->parentWidget();
