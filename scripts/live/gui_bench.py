@@ -1,5 +1,5 @@
-"""The desktop program under load, for scripts/bench: 64 channels with 1000 messages a second each in 256
-identifiers, both of the plug-in's windows, the live view, and a plot of ten signals on the screen."""
+"""The desktop program under load, for scripts/bench: 64 channels with 1000 messages a second each in some
+500 identifiers, both of the plug-in's windows, the live view, and a plot of ten signals on the screen."""
 
 import sys
 import tempfile
@@ -14,10 +14,10 @@ NAMES = [f"CAN combo:{number}:Bus {number}" for number in range(1, 9)] + ["LIN c
 SENDING = [f"CAN combo:{number}" for number in range(1, 9)] + ["LIN combo:1,channels=8"]
 RATE = 1000
 PLOTS = 10
-# The identifiers that cmp-sim sends on the first three buses of that module, with its counter as a signal.
+# Identifiers that cmp-sim sends on the first four buses of each module, with its counter as a signal.
 DATABASE = "BU_: A\n" + "".join(
     f'BO_ {number} Message{number:X}: 8 A\n SG_ Counter : 0|16@1+ (1,0) [0|0] "" A\n'
-    for first in (0x40, 0x80, 0xC0) for number in range(first, first + 4))
+    for first in (0x140, 0x180, 0x1C0, 0x200) for number in range(first, first + 3))
 SECONDS = 10
 
 
@@ -29,7 +29,7 @@ def main():
         database.write_text(DATABASE)
         setups.make_measured(setup, NAMES)
         setups.make(setup, [["database", "FILE", "Bus 1", interface, "--db", str(database)]
-                            for interface in ("0x10", "0x20", "0x30")])
+                            for interface in ("0x10", "0x20", "0x30", "0x40")])
         desktop = Desktop(None, "--plots", PLOTS, setup=setup, record=[recording], display=True)
         try:
             sent = lab.simulate(SENDING, "--rate", RATE, "--duration", SECONDS)
