@@ -176,6 +176,12 @@ void MainWindow::placeWindows() {
     add("Modules", workspace.modulesWindow());
     add("Channels", workspace.channelsWindow());
     windows->setSizes({width() * 2 / 5, width() * 3 / 5});
+    // The keyboard's way is the order in which they came: what is below comes behind.
+    const QList<int> sizes = parts->sizes();
+    live->setParent(nullptr);
+    parts->addWidget(live);
+    live->show();
+    parts->setSizes(sizes);
 }
 
 void MainWindow::fillRecent() {

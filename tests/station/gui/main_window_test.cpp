@@ -506,6 +506,28 @@ TEST_F(MainWindowTest, DatabasesAreChosenForChannelsAndKeptInTheSetup) {
     EXPECT_TRUE(waitUntilOver());
 }
 
+TEST_F(MainWindowTest, TheKeyboardGoesFromTheTopLeftToTheBottomRight) {
+    for (const bool isAnother : {false, true}) {
+        if (isAnother) {
+            EXPECT_TRUE(choose("&New"));
+        }
+        QtUser::settle();
+        const QWidget* const first = window->findChild<QPushButton*>("start");
+        std::vector<std::string> wrong;
+        int last = 0;
+        for (const QWidget* at = first->nextInFocusChain(); at != first;
+             at = at->nextInFocusChain()) {
+            const bool isReached = at->isVisible() && at->isEnabled() && at->window() == &*window &&
+                                   (at->focusPolicy() & Qt::TabFocus) != 0;
+            if (isReached && at->mapTo(&*window, QPoint()).y() + 40 < last) {
+                wrong.push_back(at->objectName().toStdString());
+            }
+            last = isReached ? at->mapTo(&*window, QPoint()).y() : last;
+        }
+        EXPECT_THAT(wrong, testing::IsEmpty());
+    }
+}
+
 TEST_F(MainWindowTest, ADarkPaletteIsDarkEverywhere) {
     addModule("CAN combo", "1");
     ASSERT_TRUE(waitForChannels(1 + 7));
