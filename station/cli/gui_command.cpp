@@ -25,6 +25,7 @@ struct GuiOptions {
     std::string setup;
     std::string plugin;
     std::string sampleRate;
+    std::string serve;
 };
 
 /// Becomes the desktop program.
@@ -49,6 +50,7 @@ ExitCode start(const GuiOptions& options, StopSignal& stop) {
     add("--setup=", options.setup);
     add("--plugin=", options.plugin);
     add("--sample-rate=", options.sampleRate);
+    add("--serve=", options.serve);
     std::vector<char*> arguments(words.size() + 1, nullptr);
     std::transform(words.begin(), words.end(), arguments.begin(),
                    [](std::string& word) { return word.data(); });
@@ -66,6 +68,10 @@ void addGuiCommand(CLI::App& app, Command& chosen) {
     CLI::App* const command = app.add_subcommand("gui", about);
     command->add_option("--setup", options->setup, "The setup to open")->type_name("FILE");
     command->add_option("--plugin", options->plugin, "The plug-in's module")->type_name("FILE");
+    command
+        ->add_option("--serve", options->serve,
+                     "Let other programs read the CAN channels while they are measured, as of run")
+        ->type_name("socketcand://ADDRESS:PORT");
     command
         ->add_option("--sample-rate", options->sampleRate,
                      "Samples a second of the acquisition, 1000 by default")

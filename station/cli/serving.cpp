@@ -1,8 +1,5 @@
 #include "station/cli/serving.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
 #include <chrono>
 
 #include "station/cli/commands.h"
@@ -10,29 +7,6 @@
 #include "station/terminal_text.h"
 
 namespace station {
-namespace {
-
-constexpr std::size_t mostNamed = 4;
-
-/// What a user has to name to a program that reads.
-std::string describeBuses(const ServeSummary& serve) {
-    if (serve.buses.empty()) {
-        return fmt::format("nothing is served at {}: no CAN channel is used", serve.address);
-    }
-    std::string text = fmt::format("buses served at {}:", serve.address);
-    for (std::size_t i = 0; i < std::min(serve.buses.size(), mostNamed); ++i) {
-        text += fmt::format("{} {} ({})", i == 0 ? "" : ",", serve.buses[i].name,
-                            printable(serve.buses[i].channel));
-    }
-    if (serve.buses.size() > mostNamed) {
-        text += fmt::format(" and {} more, which --json lists at the end",
-                            serve.buses.size() - mostNamed);
-    }
-    return text;
-}
-
-}  // namespace
-
 void addServeOptions(CLI::App& command, ServeArguments& arguments) {
     auto* const address =
         command
@@ -61,11 +35,7 @@ std::unique_ptr<BusServer> openServer(const ServeArguments& arguments) {
 }
 
 void beginServing(BusServer& server, Measurement& measurement) {
-    std::vector<ChannelDescription> channels;
-    for (const ChannelSummary& channel : measurement.summarize().channels) {
-        channels.push_back({channel.name, channel.bus});
-    }
-    server.begin(channels);
+    server.begin(measurement.summarize());
     measurement.addListener(server);
     printMessage(describeBuses(server.summarize()));
 }

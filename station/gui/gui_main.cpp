@@ -61,6 +61,9 @@ ExitCode execute(int argc, char** argv) {
     std::string plugin;
     app.add_option("--setup", options.setup, "The setup to open")->type_name("FILE");
     app.add_option("--plugin", plugin, "The plug-in's module")->type_name("FILE");
+    app.add_option("--serve", options.workspace.serve,
+                   "Let other programs read the CAN channels, as of cmp-station run")
+        ->type_name("socketcand://ADDRESS:PORT");
     app.add_option("--sample-rate", options.workspace.sampleRate,
                    "Samples a second of the acquisition, 1000 by default")
         ->type_name("N")

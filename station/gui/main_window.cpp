@@ -25,6 +25,8 @@ constexpr const char* firstStepsText =
     "at "
     "the channels to measure. 3. Press Start.";
 
+constexpr const char* defaultServe = "socketcand://127.0.0.1:29536";
+
 constexpr const char* recentKey = "recentSetups";
 
 /// The setups that the user had open lately, latest first, kept in his settings.
@@ -146,6 +148,18 @@ void MainWindow::makeMenus() {
     measurement.addSeparator();
     addAction(measurement, "&Clocks...", {}, [this] { whenIdle([this] { showClocks(); }); });
     addAction(measurement, "&Databases...", {}, [this] { whenIdle([this] { showDatabases(); }); });
+    auto* const serving = measurement.addAction("&Let other programs read the CAN channels");
+    serving->setObjectName("serve");
+    serving->setCheckable(true);
+    serving->setChecked(!workspace.getServe().empty());
+    const std::string address = workspace.getServe().empty() ? defaultServe : workspace.getServe();
+    serving->setToolTip(QString::fromStdString(address));
+    connect(serving, &QAction::toggled, this, [this, address](bool isOn) {
+        workspace.setServe(isOn ? address : "");
+        if (workspace.isMeasuring()) {
+            messages->tell("Other programs can read, or no longer, from the next measurement on.");
+        }
+    });
     QMenu& help = *menuBar()->addMenu("&Help");
     addAction(help, "&About", {}, [this] { showAbout(); });
 }

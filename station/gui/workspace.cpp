@@ -7,6 +7,7 @@
 
 #include "core/string_helper.h"
 #include "station/permission.h"
+#include "station/serve/bus_address.h"
 #include "station/signals/channel_decoders.h"
 
 namespace station {
@@ -242,11 +243,22 @@ void Workspace::start(const std::filesystem::path& recording) {
         rules.session = newSession({recording.string()}, rules);
         files->open(recording.string(), false, rules);
     }
+    std::unique_ptr<BusServer> readers;
+    if (!options.serve.empty()) {
+        BusServerSettings settings;
+        settings.address = parseBusAddress(options.serve);
+        readers = std::make_unique<BusServer>(settings);
+    }
     auto fresh = std::make_unique<Measurement>(session(), files);
+    if (readers) {
+        readers->begin(fresh->summarize());
+        fresh->addListener(*readers);
+    }
     fresh->start();
     fresh->addListener(feed);
     recordings = std::move(files);
     measurement = std::move(fresh);
+    server = std::move(readers);
     ending = false;
     lost = false;
     setLocked(true);
@@ -254,6 +266,9 @@ void Workspace::start(const std::filesystem::path& recording) {
     feed.begin(summary, readDecoders());
     coverage.begin(findNotRecorded());
     tellLeftOut();
+    if (server) {
+        options.onMessage(describeBuses(server->summarize()));
+    }
 }
 
 void Workspace::requestStop(bool leavesStalledDisk) {
@@ -285,6 +300,9 @@ void Workspace::tick(Measurement::Clock::time_point now) {
     try {
         if (measurement) {
             tellAll(measurement->poll(now));
+            if (server) {
+                tellAll(server->takeTexts());
+            }
             lost = lost || measurement->hasLost();
         } else if (now >= nextLook) {
             nextLook = now + lookPeriod;
@@ -303,6 +321,12 @@ void Workspace::finish() {
     lost = lost || measurement->hasLost();
     summarize();
     measurement.reset();
+    if (server) {
+        server->end();
+        summary.serve = server->summarize();
+        tellAll(server->takeTexts());
+        server.reset();
+    }
     recordings.reset();
     ending = false;
     setLocked(false);

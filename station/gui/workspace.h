@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "station/serve/bus_server.h"
 #include "station/session/coverage.h"
 #include "station/session/measurement.h"
 #include "station/session/shared_setup_file.h"
@@ -21,6 +22,9 @@ struct WorkspaceOptions {
     double sampleRate = MasterClock::defaultSampleRate;
     /// Listens to the network between measurements too, so that the modules' states are known.
     bool listens = false;
+    /// "socketcand://ADDRESS:PORT" where other programs can read the CAN channels of measurements;
+    /// empty: nowhere.
+    std::string serve = {};
     /// Gets what the user must know; called at any time on the host's thread.
     std::function<void(const std::string&)> onMessage;
 };
@@ -74,6 +78,10 @@ class Workspace {
     /// A text for each CM ID or clock that several modules have.
     std::vector<std::string> findSharedIds() { return session().findSharedIds(); }
 
+    /// As `WorkspaceOptions::serve`, from the next measurement on.
+    void setServe(const std::string& address) { options.serve = address; }
+    const std::string& getServe() const { return options.serve; }
+
     /// Starts a measurement; without a path it isn't recorded.
     void start(const std::filesystem::path& recording);
     /// `leavesStalledDisk`: a disk that takes nothing isn't waited for at the end.
@@ -114,7 +122,7 @@ class Workspace {
     void tellAll(const std::vector<std::string>& texts) const;
     void finish();
 
-    const WorkspaceOptions options;
+    WorkspaceOptions options;
     std::unique_ptr<Setup> setup;
     SharedSetupFile file;
     std::string savedFingerprint;
@@ -123,6 +131,7 @@ class Workspace {
 
     LiveFeed feed;
     std::shared_ptr<RecordingSet> recordings;
+    std::unique_ptr<BusServer> server;  ///< null: nothing is served
     std::unique_ptr<Measurement> measurement;
     Summary summary;
     Coverage coverage;

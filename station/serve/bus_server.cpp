@@ -15,6 +15,7 @@
 #include "station/errors.h"
 #include "station/recording/word_names.h"
 #include "station/serve/bus_address.h"
+#include "station/terminal_text.h"
 
 namespace station {
 namespace {
@@ -409,6 +410,31 @@ void BusServer::waitForRoom(Clock::time_point now) {
     for (Connection& connection : connections) {
         connection.events = 0;
     }
+}
+
+void BusServer::begin(const Summary& measured) {
+    std::vector<ChannelDescription> channels;
+    for (const ChannelSummary& channel : measured.channels) {
+        channels.push_back({channel.name, channel.bus});
+    }
+    begin(channels);
+}
+
+std::string describeBuses(const ServeSummary& serve) {
+    constexpr std::size_t mostNamed = 4;
+    if (serve.buses.empty()) {
+        return fmt::format("nothing is served at {}: no CAN channel is used", serve.address);
+    }
+    std::string text = fmt::format("buses served at {}:", serve.address);
+    for (std::size_t i = 0; i < std::min(serve.buses.size(), mostNamed); ++i) {
+        text += fmt::format("{} {} ({})", i == 0 ? "" : ",", serve.buses[i].name,
+                            printable(serve.buses[i].channel));
+    }
+    if (serve.buses.size() > mostNamed) {
+        text += fmt::format(" and {} more, which --json lists at the end",
+                            serve.buses.size() - mostNamed);
+    }
+    return text;
 }
 
 }  // namespace station

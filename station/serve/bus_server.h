@@ -61,6 +61,9 @@ class BusServer final : public MessageListener {
                    std::size_t size) override;
 
     ServeSummary summarize() const CMP_EXCLUDES(lock);
+    /// The same with the channels of a measurement.
+    void begin(const Summary& measured);
+
     /// What the user must know since the last call.
     std::vector<std::string> takeTexts() CMP_EXCLUDES(lock);
 
@@ -129,5 +132,8 @@ class BusServer final : public MessageListener {
     ServeSummary counts CMP_GUARDED_BY(lock);
     std::vector<std::string> texts CMP_GUARDED_BY(lock);
 };
+
+/// What a user has to name to a program that reads.
+std::string describeBuses(const ServeSummary& serve);
 
 }  // namespace station

@@ -25,16 +25,29 @@ class DesktopMeasures(Case):
         told = self.measure("--disturb", display=True)
         self.assertTrue(told["hasAsked"])
 
+    def read_until(self, reader, text):
+        got = b""
+        while text not in got:
+            piece = reader.recv(4096)
+            self.assertTrue(piece, got)
+            got += piece
+        return got
+
     def test_a_module_that_is_heard_before_the_start_is_added_by_a_click(self):
         simulator = lab.start_simulator(["CAN combo:5"], "--rate", 100)
         self.addCleanup(lab.end, simulator)
         recording = self.path("heard.log")
-        desktop = Desktop([], "--add-heard", setup=self.path("desktop.xml"), record=[recording])
+        desktop = Desktop([], "--add-heard", "--serve", "socketcand://127.0.0.1:29536", setup=self.path("desktop.xml"),
+                          record=[recording])
         self.addCleanup(lab.end, desktop.process)
         lab.wait_until(lambda: recording.exists() and recording.stat().st_size > 0, "it is recorded")
+        with socket.create_connection(("127.0.0.1", 29536), lab.PATIENCE) as reader:
+            reader.sendall(b"< open _CAN_combo_0x10 >< rawmode >")
+            self.read_until(reader, b"< frame ")
         told, _ = desktop.stop()
         self.assertEqual([module["cmId"] for module in told["report"]["modules"]], [0x45])
         self.assertEqual([channel["name"] for channel in told["report"]["channels"]], ["Technica CAN combo 0x10"])
+        self.assertEqual(told["report"]["serve"]["connected"], 1)
 
     def test_a_wish_to_end_closes_the_recording_without_a_question(self):
         told = self.measure("--without-question")

@@ -31,6 +31,7 @@ class User {
     bool disturbs = false;
     bool addsHeard = false;
     int plots = 0;
+    std::string serve;
     bool wasAsked = false;  ///< whether to stop the measurement
 
     void start(MainWindow& mainWindow) {
@@ -156,11 +157,12 @@ int main(int argc, char** argv) {
     app.add_option("--pictures", user.pictures, "A folder for pictures of the windows");
     app.add_flag("--without-question", user.withoutQuestion, "It ends as by a signal");
     app.add_flag("--disturb", user.disturbs, "Tries to change modules and channels meanwhile");
+    app.add_option("--serve", user.serve, "As of cmp-station gui");
     app.add_option("--plots", user.plots, "So many signals are plotted");
     app.add_flag("--add-heard", user.addsHeard,
                  "Sets up a module that is heard, with its channels");
     CLI11_PARSE(app, argc, argv);
-    MainWindow window({.plugin = {}, .listens = user.addsHeard, .onMessage = {}});
+    MainWindow window({.plugin = {}, .listens = user.addsHeard, .serve = user.serve, .onMessage = {}});
     window.show();
     user.start(window);
     LatencyProbe probe;
