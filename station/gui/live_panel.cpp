@@ -425,12 +425,11 @@ void LivePanel::find() {
 
 void LivePanel::copyRows() const {
     const QAbstractItemView& view = *shownView();
-    constexpr std::size_t most = 100000;
+    constexpr qsizetype most = 20000;  // in a moment
     QStringList rows;
     QModelIndexList chosen;
     for (const QItemSelectionRange& range : view.selectionModel()->selection()) {
-        for (int row = range.top(); row <= range.bottom() && chosen.size() < qsizetype{most};
-             ++row) {
+        for (int row = range.top(); row <= range.bottom() && chosen.size() < most; ++row) {
             chosen.append(view.model()->index(row, 0, range.parent()));
         }
     }
@@ -441,6 +440,9 @@ void LivePanel::copyRows() const {
         rows.append(rowText(*view.model(), row));
     }
     QApplication::clipboard()->setText(rows.join('\n'));
+    if (chosen.size() == most) {
+        status->setText(QString("The first %L1 rows are copied: export more").arg(most));
+    }
 }
 
 void LivePanel::exportRows() {

@@ -29,7 +29,7 @@ struct IdentifierRow {
 class IdentifierTable {
   public:
     /// Bounds the memory: anybody may send 536 million identifiers.
-    static constexpr std::size_t most = 50000;
+    static constexpr std::size_t most = 20000;
 
     void add(const BusMessage& message);
     /// Of the last `seconds`, which began when this was called before.
