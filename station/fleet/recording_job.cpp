@@ -195,12 +195,12 @@ void RecordingJob::commit(const std::vector<fs::path>& paths) {
     if (recordings->hasFailed() || hasLost || !failures.empty()) {
         throw FileError(fmt::format("{}", fmt::join(failures, "; ")));
     }
-    constexpr std::size_t mostTold = 10;
+    constexpr std::size_t mostNamed = 10;
     isComplete = leftOut.empty();
     texts.assign(leftOut.begin(),
-                 leftOut.begin() + static_cast<std::ptrdiff_t>(std::min(leftOut.size(), mostTold)));
-    if (leftOut.size() > mostTold) {
-        texts.push_back(fmt::format("{} more batches are left out", leftOut.size() - mostTold));
+                 leftOut.begin() + static_cast<std::ptrdiff_t>(std::min(leftOut.size(), mostNamed)));
+    if (leftOut.size() > mostNamed) {
+        texts.push_back(fmt::format("{} more batches are left out", leftOut.size() - mostNamed));
     }
     const std::uint64_t read = recordings->getCount() + reader->getSkipped() + leftOutMessages;
     if (!reader->getErrorText().empty() || read != announced) {

@@ -145,22 +145,31 @@ std::optional<SignalTaps::Signal> IdentifierModel::getSignal(const QModelIndex& 
                               static_cast<std::size_t>(index.row())};
 }
 
-QByteArray IdentifierModel::toKey(const SignalTaps::Signal& signal) {
-    return QByteArray::number(static_cast<qulonglong>(signal.channel)) + ' ' +
-           QByteArray::number(signal.id) + ' ' + QByteArray::number(int{signal.isExtended}) + ' ' +
-           QByteArray::number(static_cast<qulonglong>(signal.index));
+QByteArray IdentifierModel::toKey(const SignalTaps::Signal& signal) const {
+    const qulonglong words[] = {generation, signal.channel, signal.id,
+                                signal.isExtended ? 1ULL : 0ULL, signal.index};
+    QByteArrayList texts;
+    for (const qulonglong word : words) {
+        texts.append(QByteArray::number(word));
+    }
+    return texts.join(' ');
 }
 
-std::optional<SignalTaps::Signal> IdentifierModel::fromKey(const QByteArray& key) {
-    const QList<QByteArray> words = key.split(' ');
-    bool isGood[4] = {};
-    if (words.size() != std::ssize(isGood)) {
+std::optional<SignalTaps::Signal> IdentifierModel::fromKey(const QByteArray& key) const {
+    std::vector<qulonglong> words;
+    for (const QByteArray& word : key.split(' ')) {
+        bool isNumber = false;
+        words.push_back(word.toULongLong(&isNumber));
+        if (!isNumber) {
+            return {};
+        }
+    }
+    constexpr std::size_t count = 5;
+    if (words.size() != count || words[0] != generation || isStale()) {
         return {};
     }
-    const SignalTaps::Signal signal{words[0].toULongLong(&isGood[0]), words[1].toUInt(&isGood[1]),
-                                    words[2].toUInt(&isGood[2]) != 0,
-                                    words[3].toULongLong(&isGood[3])};
-    return std::ranges::all_of(isGood, std::identity()) ? std::optional(signal) : std::nullopt;
+    return SignalTaps::Signal{words[1], static_cast<std::uint32_t>(words[2]), words[3] != 0,
+                              words[4]};
 }
 
 Qt::ItemFlags IdentifierModel::flags(const QModelIndex& index) const {

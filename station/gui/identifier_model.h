@@ -38,14 +38,16 @@ class IdentifierModel final : public QAbstractItemModel {
     /// Takes over what the feed has now. It isn't owned and stays until the next update.
     void update(const LiveFeed& from);
     void setTimeForm(TimeForm newForm) { form = newForm; }
+    /// Of all channels.
+    std::size_t countRows() const { return rowsSeen; }
     /// Null for a channel, and for a signal.
     const IdentifierRow* getRow(const QModelIndex& index) const;
     /// Empty for what is no signal.
     std::optional<SignalTaps::Signal> getSignal(const QModelIndex& index) const;
     /// What a drag of a signal carries.
-    static QByteArray toKey(const SignalTaps::Signal& signal);
-    /// Empty for other bytes.
-    static std::optional<SignalTaps::Signal> fromKey(const QByteArray& key);
+    QByteArray toKey(const SignalTaps::Signal& signal) const;
+    /// Empty for other bytes, and for one of channels that there were before.
+    std::optional<SignalTaps::Signal> fromKey(const QByteArray& key) const;
     /// Of the channel, or of the channel that the identifier is below.
     std::size_t getChannel(const QModelIndex& index) const;
     /// What the column is sorted by, where it is a number.

@@ -15,13 +15,16 @@ constexpr std::size_t noHandle = static_cast<std::size_t>(-1);
 
 }  // namespace
 
-LiveExport::LiveExport(const LiveFeed& picture, MessageList rows, const std::string& filePath)
+LiveExport::LiveExport(const LiveFeed& feed, LiveFilter filter, const std::string& filePath)
     : path(filePath),
-      task(new Task{picture.getChannels(),
-                    picture.getMessages(),
-                    std::move(rows),
+      task(new Task{feed.getChannels(),
+                    feed.getBuses(),
+                    feed.getNow(),
+                    feed.getMessages(),
+                    {},
                     openRecording(filePath, true),
                     {}}) {
+    task->list.setFilter(std::move(filter));
     for (const LiveChannel& channel : task->channels) {
         task->handles.push_back(task->recording->accepts(channel.bus)
                                     ? task->recording->addChannel({channel.name, channel.bus})
@@ -33,6 +36,7 @@ LiveExport::LiveExport(const LiveFeed& picture, MessageList rows, const std::str
 
 QString LiveExport::write(Task& task, const std::atomic<bool>& isStopped) {
     std::size_t leftOut = 0;
+    task.list.finish(task.messages, task.buses, task.now);
     const std::size_t rows = task.list.size();
     for (std::size_t i = 0; i < rows && !isStopped; ++i) {
         const auto message = task.messages.find(task.list.getNumber(i));
@@ -46,7 +50,8 @@ QString LiveExport::write(Task& task, const std::atomic<bool>& isStopped) {
             task.recording->write(handle, message->utc, record,
                                   isCan ? sizeof record : message->size);
         }
-        task.row.store(i, std::memory_order_relaxed);
+        task.share.store(static_cast<double>(i) / static_cast<double>(rows),
+                         std::memory_order_relaxed);
     }
     const bool isGood = task.recording->close();
     leftOut += task.recording->recordsLost();
@@ -61,10 +66,8 @@ std::string LiveExport::describe() {
     if (const auto ended = job.takeResult()) {
         result = ended->toStdString();
     }
-    const auto rows = static_cast<double>(std::max<std::size_t>(task->list.size(), 1));
     return !result.empty() ? result
-                           : fmt::format("Writing {}: {:.0f} %", path,
-                                         100.0 * static_cast<double>(task->row.load()) / rows);
+                           : fmt::format("Writing {}: {:.0f} %", path, 100.0 * task->share.load());
 }
 
 }  // namespace station

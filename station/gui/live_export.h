@@ -11,11 +11,14 @@
 
 namespace station {
 
-/// Writes shown messages into a recording, in the background.
+/// Writes the messages that pass a filter into a recording, in the order of time, in the
+/// background.
 class LiveExport {
   public:
-    /// In the order of the list. Throws as `openRecording`; a file that is there is written over.
-    LiveExport(const LiveFeed& picture, MessageList rows, const std::string& path);
+    /// Of those that the feed has now. Throws as `openRecording`; a file that is there is written
+    /// over. The filter is asked on another thread.
+    LiveExport(const LiveFeed& feed, LiveFilter filter, const std::string& path);
+    bool isRunning() const { return job.isRunning(); }
 
     /// For the user: how far it is, or how it ended.
     std::string describe();
@@ -23,11 +26,13 @@ class LiveExport {
   private:
     struct Task {
         std::vector<LiveChannel> channels;
+        std::vector<BusType> buses;
+        std::int64_t now = 0;  ///< of the feed, UTC nanoseconds
         MessageStore messages;
         MessageList list;
         std::unique_ptr<Recording> recording;
         std::vector<std::size_t> handles;  ///< by channel; `noHandle` for those that it can't hold
-        std::atomic<std::size_t> row{0};
+        std::atomic<double> share{0.0};    ///< of it that is written
     };
 
     static QString write(Task& task, const std::atomic<bool>& isStopped);

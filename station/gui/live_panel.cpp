@@ -11,6 +11,7 @@
 #include <QSplitter>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <functional>
 
 #include "station/errors.h"
 #include "station/gui/bytes_delegate.h"
@@ -50,16 +51,15 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
       filter(new QLineEdit),
       search(new QLineEdit),
       status(new QLabel),
+      sides(new QSplitter(Qt::Horizontal)),
       forms(new QStackedWidget),
       tree(new QTreeView),
       list(new RowView),
       plotPanel(new PlotPanel),
-      plotButton(new QPushButton("Pl&ot")),
-      taps(feed) {
+      plotButton(new QPushButton("Pl&ot")) {
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     makeBar();
-    auto* const sides = new QSplitter(Qt::Horizontal);
     sides->addWidget(forms);
     sides->addWidget(plotPanel);
     layout->addWidget(sides, 1);
@@ -167,9 +167,17 @@ void LivePanel::makeTree() {
     tree->header()->moveSection(Model::Data, 1);  // beside the name, also where room is short
     new QShortcut(
         QKeySequence::Copy, tree, this, [this] { copyRows(); }, Qt::WidgetShortcut);
-    // What is folded stays so, what is new is unfolded.
-    connect(&identifierOrder, &QAbstractItemModel::modelReset, tree,
-            [this] { tree->expandToDepth(0); });
+    // A channel that comes back stands as the user has left it.
+    const auto channelOf = [this](const QModelIndex& index) {
+        return identifierModel.getChannel(identifierOrder.mapToSource(index));
+    };
+    connect(tree, &QTreeView::collapsed, this, [this, channelOf](const QModelIndex& index) {
+        if (!index.parent().isValid()) {
+            folded.insert(channelOf(index));
+        }
+    });
+    connect(tree, &QTreeView::expanded, this,
+            [this, channelOf](const QModelIndex& index) { folded.erase(channelOf(index)); });
 }
 
 void LivePanel::makeList() {
@@ -203,7 +211,7 @@ void LivePanel::makePlot() {
         }
     });
     plotPanel->setOnDrop([this](const QByteArray& key) {
-        if (const auto signal = IdentifierModel::fromKey(key)) {
+        if (const auto signal = identifierModel.fromKey(key)) {
             plot(*signal);
         }
     });
@@ -215,42 +223,51 @@ void LivePanel::makePlot() {
 
 void LivePanel::plot(const SignalTaps::Signal& signal) {
     plotButton->setChecked(true);
-    const SignalDefinition* const definition = taps.find(signal);
+    const SignalDefinition* const definition = SignalTaps::find(shown(), signal);
     if (definition == nullptr) {
         return;
     }
-    const std::string& channel = feed.getChannels()[signal.channel].name;
+    const std::string& channel = shown().getChannels()[signal.channel].name;
     const std::size_t number =
         plotPanel->addSignal(QString::fromStdString(definition->name + " (" + channel + ')'),
                              QString::fromStdString(definition->unit));
-    plotted.push_back({number, channel, definition->name, signal});
-    tap(number, signal);
+    plotted.push_back({number, channel, definition->name, signal.id, signal.isExtended});
+    tap(plotted.back());
 }
 
-void LivePanel::tap(std::size_t number, const SignalTaps::Signal& signal) {
+/// A held picture may be of other channels than there are now: they are found by their names.
+bool LivePanel::tap(const Plotted& entry) {
+    const auto& channels = feed.getChannels();
+    const auto channel = std::ranges::find(channels, entry.channel, &LiveChannel::name);
+    const Decoder::Message* const message =
+        channel != channels.end() ? channel->findMessage(entry.id, entry.isExtended) : nullptr;
+    if (message == nullptr) {
+        return false;
+    }
+    const auto& all = message->getDefinition().signals;
+    const auto signal = std::ranges::find(all, entry.name, &SignalDefinition::name);
     plotPanel->setStart(feed.getStart());
-    taps.add(number, signal, [this, number](std::int64_t utc, double value) {
-        plotPanel->append(number, utc, value);
-    });
+    taps.add(entry.number, feed,
+             {static_cast<std::size_t>(channel - channels.begin()), entry.id, entry.isExtended,
+              static_cast<std::size_t>(signal - all.begin())},
+             [this, number = entry.number](std::int64_t utc, double value) {
+                 plotPanel->append(number, utc, value);
+             });
+    return signal != all.end();
 }
 
-/// Another measurement may have other channels and databases: the signals are found by their names.
+/// Another measurement may have other channels and databases.
 void LivePanel::renewPlot() {
     plotOf = feed.getGeneration();
     plotPanel->clear();
     taps.clear();
-    const auto& channels = feed.getChannels();
-    for (Plotted& entry : std::vector(plotted)) {
-        const auto channel = std::ranges::find(channels, entry.channel, &LiveChannel::name);
-        entry.signal.channel = static_cast<std::size_t>(channel - channels.begin());
-        const SignalDefinition* const definition = taps.find(entry.signal);
-        if (definition != nullptr && definition->name == entry.name) {
-            tap(entry.number, entry.signal);
-        } else {
+    std::erase_if(plotted, [this](const Plotted& entry) {
+        const bool isThere = tap(entry);
+        if (!isThere) {
             plotPanel->removeSignal(entry.number);
-            std::erase_if(plotted, [&](const Plotted& one) { return one.number == entry.number; });
         }
-    }
+        return !isThere;
+    });
 }
 
 void LivePanel::restoreLayout() {
@@ -258,6 +275,7 @@ void LivePanel::restoreLayout() {
     tree->header()->restoreState(settings.value("liveIdentifiers").toByteArray());
     list->getHeader()->restoreState(settings.value("liveMessages").toByteArray());
     times->setCurrentIndex(std::clamp(settings.value("liveTimes").toInt(), 0, 2));
+    sides->restoreState(settings.value("livePlot").toByteArray());
 }
 
 void LivePanel::saveLayout() const {
@@ -265,13 +283,13 @@ void LivePanel::saveLayout() const {
     settings.setValue("liveIdentifiers", tree->header()->saveState());
     settings.setValue("liveMessages", list->getHeader()->saveState());
     settings.setValue("liveTimes", times->currentIndex());
+    settings.setValue("livePlot", sides->saveState());
 }
 
 /// The models are brought to the present picture before the held one goes.
 void LivePanel::setPaused(bool isPaused) {
     feed.refresh(LiveFeed::Clock::now());
     const auto before = std::exchange(held, isPaused ? std::make_unique<LiveFeed>(feed) : nullptr);
-    feed.setHeld(isPaused);
     plotPanel->setPaused(isPaused);
     updateTree();
     updateList();
@@ -288,9 +306,12 @@ void LivePanel::tick() {
 
 void LivePanel::update() {
     feed.refresh(LiveFeed::Clock::now());
+    // Both keep messages beside those that the feed goes on to keep.
+    feed.setHeld(held != nullptr || (exporting && exporting->isRunning()));
     if (plotOf != feed.getGeneration()) {
         renewPlot();
     }
+    taps.update(feed, slice);
     if (filterOf != shown().getGeneration()) {
         takeFilter();
     }
@@ -303,15 +324,23 @@ void LivePanel::update() {
 }
 
 void LivePanel::updateTree() {
-    constexpr auto period = std::chrono::seconds(1);
-    const int before = identifierOrder.rowCount();
+    const std::size_t before = identifierModel.countRows();
     identifierModel.update(shown());
-    if (const auto now = LiveFeed::Clock::now(); now >= nextOrder && !held) {
-        nextOrder = now + period;
+    const auto now = LiveFeed::Clock::now();
+    // By name it only changes with the rows.
+    const bool isOther = identifierModel.countRows() != before ||
+                         (identifierOrder.sortColumn() != IdentifierModel::Name && !held);
+    if (isOther && now >= nextOrder) {
+        constexpr auto period = std::chrono::seconds(1);
+        constexpr int share = 20;  // of the event loop's time, however many rows there are
         identifierOrder.invalidate();
+        const auto end = LiveFeed::Clock::now();
+        nextOrder = end + std::max<LiveFeed::Clock::duration>(period, (end - now) * share);
     }
-    if (before == 0) {
-        tree->expandToDepth(0);
+    for (int row = 0; row < identifierOrder.rowCount(); ++row) {
+        const QModelIndex channel = identifierOrder.index(row, 0);
+        const auto place = identifierModel.getChannel(identifierOrder.mapToSource(channel));
+        tree->setExpanded(channel, !folded.contains(place));
     }
     tree->viewport()->update();
 }
@@ -349,12 +378,23 @@ void LivePanel::showStatus() {
     if (held) {
         texts.append("Paused: the measurement goes on");
     }
+    if (const std::uint64_t missed = taps.getMissed(); missed > 0) {
+        texts.append(QString("%L1 were gone before they were plotted").arg(missed));
+    }
     if (exporting) {
         texts.append(QString::fromStdString(exporting->describe()));
-    } else if (!exportFailure.isEmpty()) {
-        texts.append(exportFailure);
+    }
+    if (LiveFeed::Clock::now() < noticeEnd) {
+        texts.append(notice);
     }
     status->setText(texts.join("; "));
+}
+
+void LivePanel::notify(const QString& text) {
+    constexpr auto shownFor = std::chrono::seconds(8);
+    notice = text;
+    noticeEnd = LiveFeed::Clock::now() + shownFor;
+    showStatus();
 }
 
 void LivePanel::takeFilter() {
@@ -366,15 +406,16 @@ void LivePanel::takeFilter() {
     QString reason;
     filterOf = shown().getGeneration();
     try {
-        const auto nameOf = [&feed = feed](const LiveFilter::Identity& message) {
+        // A copy, as an export asks on its own thread.
+        const auto nameOf = [channels =
+                                 shown().getChannels()](const LiveFilter::Identity& message) {
             const Decoder::Message* const found =
-                message.channel < feed.getChannels().size()
-                    ? feed.getChannels()[message.channel].findMessage(message.id,
-                                                                      message.isExtended)
+                message.channel < channels.size()
+                    ? channels[message.channel].findMessage(message.id, message.isExtended)
                     : nullptr;
             return found != nullptr ? found->getDefinition().name : std::string();
         };
-        const auto parsed = LiveFilter::parse(filter->text().toStdString(), names, nameOf);
+        parsed = LiveFilter::parse(filter->text().toStdString(), names, nameOf);
         identifierOrder.setFilter(parsed);
         messageModel.setFilter(parsed);
         update();
@@ -386,14 +427,25 @@ void LivePanel::takeFilter() {
     filter->setToolTip(reason);
 }
 
+/// Null where another form takes care of itself.
 QAbstractItemView* LivePanel::shownView() const {
-    return forms->currentIndex() == Messages ? static_cast<QAbstractItemView*>(list) : tree;
+    switch (forms->currentIndex()) {
+        case Identifiers:
+            return tree;
+        case Messages:
+            return list;
+        default:
+            return nullptr;
+    }
 }
 
 /// Goes on from the row that is chosen, and from the first one behind the last.
 void LivePanel::find() {
     constexpr auto patience = std::chrono::milliseconds(200);
     const QString wanted = search->text();
+    if (shownView() == nullptr) {
+        return;
+    }
     QAbstractItemView& view = *shownView();
     const QAbstractItemModel& model = *view.model();
     const auto until = LiveFeed::Clock::now() + patience;
@@ -419,48 +471,71 @@ void LivePanel::find() {
     if (at != first) {  // goes on from there
         view.setCurrentIndex(at);
     }
-    status->setText(at == first ? "\"" + wanted + "\" isn't there"
-                                : "Nothing found so far: press Return to go on");
+    notify(at == first ? "\"" + wanted + "\" isn't there"
+                       : "Nothing found so far: press Return to go on");
 }
 
-void LivePanel::copyRows() const {
+/// In the order in which they are shown.
+void LivePanel::copyRows() {
+    if (shownView() == nullptr || !shownView()->selectionModel()->hasSelection()) {
+        return;
+    }
     const QAbstractItemView& view = *shownView();
+    const QAbstractItemModel& model = *view.model();
+    const QItemSelectionModel& selection = *view.selectionModel();
     constexpr qsizetype most = 20000;  // in a moment
     QStringList rows;
-    QModelIndexList chosen;
-    for (const QItemSelectionRange& range : view.selectionModel()->selection()) {
-        for (int row = range.top(); row <= range.bottom() && chosen.size() < most; ++row) {
-            chosen.append(view.model()->index(row, 0, range.parent()));
+    const std::function<void(const QModelIndex&)> add = [&](const QModelIndex& parent) {
+        for (int row = 0; row < model.rowCount(parent) && rows.size() < most; ++row) {
+            const QModelIndex index = model.index(row, 0, parent);
+            if (selection.isSelected(index)) {
+                rows.append(rowText(model, index));
+            }
+            add(index);
+        }
+    };
+    if (&view == tree) {
+        add({});
+    } else {
+        QItemSelection ranges = selection.selection();
+        std::ranges::sort(ranges, {}, &QItemSelectionRange::top);
+        for (const QItemSelectionRange& range : ranges) {
+            for (int row = range.top(); row <= range.bottom() && rows.size() < most; ++row) {
+                rows.append(rowText(model, model.index(row, 0)));
+            }
         }
     }
-    std::ranges::sort(chosen, [&](const QModelIndex& a, const QModelIndex& b) {
-        return std::pair(a.parent().row(), a.row()) < std::pair(b.parent().row(), b.row());
-    });
-    for (const QModelIndex& row : chosen) {
-        rows.append(rowText(*view.model(), row));
-    }
     QApplication::clipboard()->setText(rows.join('\n'));
-    if (chosen.size() == most) {
-        status->setText(QString("The first %L1 rows are copied: export more").arg(most));
+    if (rows.size() == most) {
+        notify(QString("The first %L1 rows are copied: export more").arg(most));
     }
 }
 
 void LivePanel::exportRows() {
-    updateList();
+    if (exporting && exporting->isRunning()) {
+        notify("Wait until the file before is written");
+        return;
+    }
     auto* const dialog = new QFileDialog(this, "Export the messages that pass the filter");
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setAcceptMode(QFileDialog::AcceptSave);
+    QStringList filters;
     QStringList endings;
     for (const RecordingFormat& format : getRecordingFormats()) {
-        endings.append(QString("%1 (*%2)").arg(format.what, format.ending));
+        filters.append(QString("%1 (*%2)").arg(format.what, format.ending));
+        endings.append(QString(format.ending).mid(1));
     }
-    dialog->setNameFilters(endings);
+    dialog->setNameFilters(filters);
+    dialog->setDefaultSuffix(endings.value(0));
+    connect(dialog, &QFileDialog::filterSelected, dialog, [=](const QString& chosen) {
+        dialog->setDefaultSuffix(endings.value(filters.indexOf(chosen)));
+    });
     connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& path) {
+        exporting.reset();
         try {
-            exporting =
-                std::make_unique<LiveExport>(shown(), messageModel.getList(), path.toStdString());
+            exporting = std::make_unique<LiveExport>(shown(), parsed, path.toStdString());
         } catch (const std::exception& error) {
-            exportFailure = error.what();
+            notify(error.what());
         }
     });
     dialog->open();

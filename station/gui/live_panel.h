@@ -4,11 +4,13 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QSplitter>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QTreeView>
 #include <QWidget>
 #include <memory>
+#include <set>
 
 #include "station/gui/identifier_model.h"
 #include "station/gui/live_export.h"
@@ -46,13 +48,23 @@ class LivePanel final : public QWidget {
     void showStatus();
     void takeFilter();
     void find();
-    void copyRows() const;
+    void copyRows();
+    /// For a while, in the line below.
+    void notify(const QString& text);
     QAbstractItemView* shownView() const;
     void exportRows();
     void makePlot();
     /// Into the plot, which is shown.
     void plot(const SignalTaps::Signal& signal);
-    void tap(std::size_t number, const SignalTaps::Signal& signal);
+    struct Plotted {
+        std::size_t number;  ///< in the plot
+        std::string channel;
+        std::string name;
+        std::uint32_t id;
+        bool isExtended;
+    };
+    /// Whether there is such a signal.
+    bool tap(const Plotted& entry);
     /// The plot begins again with the signals that there still are.
     void renewPlot();
 
@@ -67,23 +79,21 @@ class LivePanel final : public QWidget {
     QLineEdit* const filter;
     QLineEdit* const search;
     QLabel* const status;
+    QSplitter* const sides;
     QStackedWidget* const forms;
     QTreeView* const tree;
     RowView* const list;
     PlotPanel* const plotPanel;
     QPushButton* const plotButton;
     SignalTaps taps;
-    struct Plotted {
-        std::size_t number;  ///< in the plot
-        std::string channel;
-        std::string name;
-        SignalTaps::Signal signal;
-    };
     std::vector<Plotted> plotted;
+    std::set<std::size_t> folded;           ///< channels, by the user
     std::uint64_t plotOf = 0;               ///< generation that the plot is of
     std::unique_ptr<LiveExport> exporting;  ///< the last one
-    QString exportFailure;                  ///< why there is none
-    std::uint64_t filterOf = 0;             ///< generation for whose channels the filter was read
+    LiveFilter parsed;                      ///< the last that was right
+    QString notice;
+    LiveFeed::Clock::time_point noticeEnd;
+    std::uint64_t filterOf = 0;  ///< generation for whose channels the filter was read
     LiveFeed::Clock::time_point nextOrder;
     QTimer timer;
 };

@@ -90,6 +90,7 @@ MainWindow::MainWindow(WorkspaceOptions options)
     lockNotice->setWordWrap(true);
     firstSteps->setObjectName("firstSteps");
     parts->setObjectName("parts");
+    windows->setObjectName("windows");
     firstSteps->setWordWrap(true);
     live = new LivePanel(workspace.getFeed());
     modules = new ModulesPanel(workspace, [this](const Next& action) { attempt(action); });
@@ -177,6 +178,7 @@ void MainWindow::placeWindows() {
     if (windows->indexOf(&workspace.modulesWindow()) >= 0) {
         return;
     }
+    const QList<int> widths = windows->sizes();
     while (windows->count() > 0) {
         delete windows->widget(0);
     }
@@ -189,7 +191,7 @@ void MainWindow::placeWindows() {
     };
     add("Modules", workspace.modulesWindow());
     add("Channels", workspace.channelsWindow());
-    windows->setSizes({width() * 2 / 5, width() * 3 / 5});
+    windows->setSizes(widths.size() == 2 ? widths : QList<int>{width() * 2 / 5, width() * 3 / 5});
     // The keyboard's way is the order in which they came: what is below comes behind.
     const QList<int> sizes = parts->sizes();
     live->setParent(nullptr);
@@ -320,7 +322,7 @@ void MainWindow::openWhenFree(const QString& path) {
 }
 
 void MainWindow::whenSettled(Next next) {
-    bool isModified = false;
+    bool isModified = true;  // if it can't be found out
     attempt([&] { isModified = workspace.isModified(); });
     if (!isModified) {
         next();

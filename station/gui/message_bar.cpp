@@ -32,7 +32,7 @@ void MessageBar::tell(const QString& message, const QString& topic) {
     // A name in it can't look like the next message.
     const QString text =
         QString::fromStdString(printableLines(message.toStdString())).replace('\n', ' ');
-    constexpr std::size_t most = 4;
+    constexpr std::size_t most = 100;
     const auto same = std::find_if(entries.begin(), entries.end(),
                                    [&](const Entry& entry) { return entry.text == text; });
     if (same != entries.end()) {
@@ -63,6 +63,13 @@ void MessageBar::show() {
         const QString times =
             entry.times == 1 ? QString() : QString(" (%1 times)").arg(entry.times);
         lines.append(entry.time.toString("HH:mm:ss  ") + entry.text + times);
+    }
+    constexpr int mostShown = 4;
+    const auto hidden = std::max<qsizetype>(lines.size() - mostShown, 0);
+    label->setToolTip(hidden > 0 ? lines.join('\n') : QString());
+    lines = lines.mid(hidden);
+    if (hidden > 0) {
+        lines.prepend(QString("(%1 earlier ones: point here to read them)").arg(hidden));
     }
     label->setText(lines.join('\n'));
     setVisible(!entries.empty());

@@ -9,7 +9,8 @@
 namespace station {
 
 /// What the user must know, without holding anything up: the last few texts are shown, with the
-/// time of day, until he has dismissed them or they are settled. One that comes again is counted.
+/// time of day, and those before in a tool tip, until he has dismissed them or they are settled.
+/// One that comes again is counted.
 class MessageBar final : public QFrame {
   public:
     MessageBar();

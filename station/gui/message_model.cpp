@@ -19,7 +19,7 @@ int MessageModel::update(const LiveFeed& from, std::chrono::milliseconds slice) 
     if (std::exchange(generation, from.getGeneration()) != from.getGeneration()) {
         reset();
     }
-    list.update(from.getMessages(), from.getBuses(), slice);
+    list.update(from.getMessages(), from.getBuses(), from.getNow(), slice);
     const auto gone = static_cast<int>(
         std::min<std::uint64_t>(list.getGone() - goneBefore, static_cast<std::uint64_t>(count)));
     goneBefore = list.getGone();

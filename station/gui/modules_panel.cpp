@@ -63,8 +63,8 @@ void ModulesPanel::put(int row, int column, const QString& text) {
     }
 }
 
-void ModulesPanel::showModule(int row, std::size_t position, const Module& module) {
-    const Summary& summary = workspace.summarize();
+void ModulesPanel::showModule(int row, const Summary& summary, std::size_t position,
+                              const Module& module) {
     const bool isKnown = position < summary.modules.size() && workspace.isMeasuring();
     put(row, Name, QString::fromStdString(module.name));
     put(row, Type, QString::fromStdString(module.type));
@@ -103,12 +103,13 @@ void ModulesPanel::showUnlisted(int row, const Module& module) {
 }
 
 void ModulesPanel::showState() {
+    const Summary& summary = workspace.summarize();
     const std::vector<Module> modules = workspace.getModules();
     const std::vector<Module> unlisted = workspace.findUnlisted();
     setRowCount(static_cast<int>(modules.size() + unlisted.size()));
     int row = 0;
     for (std::size_t i = 0; i < modules.size(); ++i) {
-        showModule(row++, i, modules[i]);
+        showModule(row++, summary, i, modules[i]);
     }
     for (const Module& module : unlisted) {
         showUnlisted(row++, module);

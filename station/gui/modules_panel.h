@@ -20,7 +20,7 @@ class ModulesPanel final : public QTableWidget {
 
   private:
     void put(int row, int column, const QString& text);
-    void showModule(int row, std::size_t position, const Module& module);
+    void showModule(int row, const Summary& summary, std::size_t position, const Module& module);
     void showUnlisted(int row, const Module& module);
 
     Workspace& workspace;

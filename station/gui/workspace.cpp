@@ -250,6 +250,8 @@ void Workspace::start(const std::filesystem::path& recording) {
         readers = std::make_unique<BusServer>(settings);
     }
     auto fresh = std::make_unique<Measurement>(session(), files);
+    summary = fresh->summarize();
+    const LiveFeed::Decoders decoders = readDecoders();
     if (readers) {
         readers->begin(fresh->summarize());
         fresh->addListener(*readers);
@@ -263,7 +265,7 @@ void Workspace::start(const std::filesystem::path& recording) {
     lost = false;
     setLocked(true);
     summary = measurement->summarize();
-    feed.begin(summary, readDecoders());
+    feed.begin(summary, decoders);
     coverage.begin(findNotRecorded());
     tellLeftOut();
     if (server) {

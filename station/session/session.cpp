@@ -235,6 +235,7 @@ std::vector<Module> Session::findUnlisted() {
     pluginDriver->callModules("list modules that aren't set up",
                               [&](ModuleList& list) { return list.getUnlisted(&found); });
     std::vector<Module> modules;
+    modules.reserve(found.size());
     for (const ListedModule& entry : found) {
         modules.push_back({toUtf8(entry.name), toUtf8(entry.type), entry.configId, entry.cmId});
     }

@@ -67,11 +67,7 @@ void LiveFeed::refresh(Clock::time_point now) {
     }
     for (; looked < messages.end(); ++looked) {
         const StoredMessage stored = *messages.find(looked);
-        const BusMessage message(stored, buses[stored.channel]);
-        identifiers.add(message);
-        if (onEach) {
-            onEach(message);
-        }
+        identifiers.add(BusMessage(stored, buses[stored.channel]));
     }
     const double passed = std::chrono::duration<double>(now - mark).count();
     if (passed >= window) {

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -57,9 +56,6 @@ class LiveFeed final : public MessageListener {
     void clear();
     /// Takes what has come into the table of identifiers, and works out the rates, if it is time.
     void refresh(Clock::time_point now);
-    /// Called by `refresh` for each message that has come since, in the order in which they came.
-    /// Not by copies.
-    void setOnEach(std::function<void(const BusMessage&)> call) { onEach = std::move(call); }
     /// Whether a copy of this is being looked at, which keeps its messages.
     void setHeld(bool isHeld);
 
@@ -86,7 +82,6 @@ class LiveFeed final : public MessageListener {
     std::vector<BusType> buses;  ///< of the channels
     MessageStore messages{memory - heldShare};
     IdentifierTable identifiers;
-    std::function<void(const BusMessage&)> onEach;
     std::uint64_t looked = 0;  ///< messages that are in the table
     std::uint64_t missed = 0;
     std::uint64_t generation = 0;

@@ -33,35 +33,50 @@ bool MessageList::passes(const StoredMessage& message, BusType bus) {
 }
 
 bool MessageList::update(const MessageStore& store, const std::vector<BusType>& buses,
-                         std::chrono::milliseconds slice) {
+                         std::int64_t now, std::chrono::milliseconds slice) {
     constexpr std::uint64_t turn = 16384;  // messages between two looks at the time
     const auto until = std::chrono::steady_clock::now() + slice;
     const std::uint64_t end = store.end();
+    constexpr std::int64_t ahead = 1'000'000'000;  // nanoseconds
     if (looked < store.begin()) {
-        missed += store.begin() - looked;
+        missed += hasLooked ? store.begin() - looked : 0;
         looked = store.begin();
     }
+    hasLooked = true;
     dropGone(store);
     while (looked < end) {
         const std::uint64_t stop = std::min(end, looked + turn);
         const auto ordered = static_cast<std::ptrdiff_t>(waiting.size());
         for (; looked < stop; ++looked) {
             const StoredMessage message = *store.find(looked);
-            newest = std::max(newest, message.utc);
-            if (passes(message, buses[message.channel])) {
+            const bool isAhead = message.utc > now + ahead;
+            newest = isAhead ? newest : std::max(newest, message.utc);
+            if (!passes(message, buses[message.channel])) {
+                continue;
+            }
+            if (isAhead) {
+                rows.push_back(static_cast<std::uint32_t>(looked - base));
+            } else {
                 waiting.push_back({message.utc, message.channel, looked});
             }
         }
         order(ordered);
         place(false);
-        if (std::chrono::steady_clock::now() >= until) {
-            return looked == end;
+        if (looked < end && std::chrono::steady_clock::now() >= until) {
+            return false;
         }
     }
     if (std::exchange(endBefore, end) == end) {
         place(true);
     }
     return true;
+}
+
+void MessageList::finish(const MessageStore& store, const std::vector<BusType>& buses,
+                         std::int64_t now) {
+    while (!update(store, buses, now, std::chrono::milliseconds(100))) {
+    }
+    place(true);
 }
 
 /// All of what waits, of which so many are in order.

@@ -16,15 +16,18 @@ namespace station {
 ///
 /// It takes in what is new in the store in slices, so that a new filter over millions of messages
 /// holds nothing up. Messages come channel by channel; the newest tenth of a second waits until it
-/// can be ordered, or nothing more comes.
+/// can be ordered, or nothing more comes. A message of a clock that is ahead waits for nothing.
 class MessageList {
   public:
     /// Begins again with what the store has.
     void setFilter(LiveFilter newFilter);
     void clear() { setFilter(std::move(filter)); }
-    /// Takes in new messages for about that long. `buses`: by channel. Whether it has taken all.
-    bool update(const MessageStore& store, const std::vector<BusType>& buses,
+    /// Takes in new messages for about that long. `buses`: by channel; `now`: the measurement's
+    /// time, UTC nanoseconds. Whether it has taken all.
+    bool update(const MessageStore& store, const std::vector<BusType>& buses, std::int64_t now,
                 std::chrono::milliseconds slice);
+    /// The same with all there is, which nothing more follows.
+    void finish(const MessageStore& store, const std::vector<BusType>& buses, std::int64_t now);
 
     std::size_t size() const { return rows.size(); }
     /// The number in the store of the message in a row.
@@ -51,6 +54,7 @@ class MessageList {
     std::unordered_map<std::uint64_t, bool> verdicts;  ///< of the filter, by `BusMessage::key`
     std::vector<Waiting> waiting;
     std::int64_t newest = 0;  ///< UTC nanoseconds
+    bool hasLooked = false;
     std::uint64_t looked = 0;
     std::uint64_t endBefore = 0;  ///< the store's, at the last look
     std::uint64_t base = 0;       ///< what the rows count from

@@ -1,10 +1,11 @@
 #include "station/view/signal_taps.h"
 
+#include <algorithm>
 #include <span>
 
 namespace station {
 
-const SignalDefinition* SignalTaps::find(const Signal& signal) const {
+const SignalDefinition* SignalTaps::find(const LiveFeed& feed, const Signal& signal) {
     if (signal.channel >= feed.getChannels().size()) {
         return nullptr;
     }
@@ -16,59 +17,52 @@ const SignalDefinition* SignalTaps::find(const Signal& signal) const {
     return &message->getDefinition().signals[signal.index];
 }
 
-void SignalTaps::give(const Tapped& from, const Tap& to, const BusMessage& message) {
-    from.message->decode(std::span(message.data.data(), message.length),
-                         [&](const DecodedSignal& signal) {
-                             if (signal.index == to.index) {
-                                 to.take(message.utc, signal.value);
-                             }
-                         });
-}
-
-void SignalTaps::add(std::size_t number, const Signal& signal, Take take) {
-    if (find(signal) == nullptr) {
+void SignalTaps::add(std::size_t number, const LiveFeed& feed, const Signal& signal, Take take) {
+    if (find(feed, signal) == nullptr) {
         return;
     }
     const LiveChannel& channel = feed.getChannels()[signal.channel];
-    const std::uint64_t key = BusMessage::keyOf(signal.channel, signal.id, signal.isExtended);
-    feed.refresh(LiveFeed::Clock::now());  // what is in the store isn't given twice
-    Tapped& place = tapped[key];
-    place.decoder = channel.decoder;
-    place.message = channel.findMessage(signal.id, signal.isExtended);
-    const Tap& tap = place.taps.emplace_back(Tap{number, signal.index, std::move(take)});
-    const MessageStore& store = feed.getMessages();
-    for (std::uint64_t i = store.begin(); i < store.end(); ++i) {
-        const StoredMessage stored = *store.find(i);
-        if (stored.channel == signal.channel) {
-            const BusMessage message(stored, channel.bus);
-            if (message.key() == key) {
-                give(place, tap, message);
-            }
-        }
-    }
-    feed.setOnEach([this](const BusMessage& message) { note(message); });
+    taps.push_back({number, signal, channel.bus, channel.decoder,
+                    channel.findMessage(signal.id, signal.isExtended), feed.getMessages().begin(),
+                    std::move(take)});
 }
 
 void SignalTaps::remove(std::size_t number) {
-    for (auto place = tapped.begin(); place != tapped.end();) {
-        std::erase_if(place->second.taps, [&](const Tap& tap) { return tap.number == number; });
-        place = place->second.taps.empty() ? tapped.erase(place) : std::next(place);
+    std::erase_if(taps, [&](const Tap& tap) { return tap.number == number; });
+}
+
+void SignalTaps::look(Tap& tap, const StoredMessage& stored) {
+    if (stored.channel != tap.signal.channel) {
+        return;
     }
-    if (tapped.empty()) {
-        feed.setOnEach({});
+    const BusMessage message(stored, tap.bus);
+    if (message.id == tap.signal.id && message.isExtended == tap.signal.isExtended) {
+        tap.message->decode(std::span(message.data.data(), message.length),
+                            [&](const DecodedSignal& signal) {
+                                if (signal.index == tap.signal.index) {
+                                    tap.take(message.utc, signal.value);
+                                }
+                            });
     }
 }
 
-void SignalTaps::clear() {
-    tapped.clear();
-    feed.setOnEach({});
-}
-
-void SignalTaps::note(const BusMessage& message) {
-    const auto place = tapped.find(message.key());
-    if (place != tapped.end()) {
-        for (const Tap& tap : place->second.taps) {
-            give(place->second, tap, message);
+void SignalTaps::update(const LiveFeed& feed, std::chrono::milliseconds slice) {
+    constexpr std::uint64_t turn = 16384;  // messages between two looks at the time
+    const auto until = std::chrono::steady_clock::now() + slice;
+    const MessageStore& store = feed.getMessages();
+    bool isAnyBehind = true;
+    while (isAnyBehind && std::chrono::steady_clock::now() < until) {
+        isAnyBehind = false;
+        for (Tap& tap : taps) {
+            if (tap.looked < store.begin()) {
+                missed += store.begin() - tap.looked;
+                tap.looked = store.begin();
+            }
+            const std::uint64_t stop = std::min(store.end(), tap.looked + turn);
+            for (; tap.looked < stop; ++tap.looked) {
+                look(tap, *store.find(tap.looked));
+            }
+            isAnyBehind = isAnyBehind || tap.looked < store.end();
         }
     }
 }

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 #include "station/signals/decoder.h"
@@ -12,7 +12,9 @@
 
 namespace station {
 
-/// Takes chosen signals out of the messages of a feed, for a plot.
+/// Takes chosen signals out of the messages of a feed, for a plot: those that the feed has kept,
+/// and those that come, in their order. It works in slices, so that millions of messages hold
+/// nothing up.
 class SignalTaps {
   public:
     /// One signal of the messages with one identifier on one channel.
@@ -24,34 +26,33 @@ class SignalTaps {
     };
     using Take = std::function<void(std::int64_t utcNanoseconds, double value)>;
 
-    /// The feed isn't owned and outlives this.
-    explicit SignalTaps(LiveFeed& liveFeed) : feed(liveFeed) {}
-
     /// Null: the channel has no database that defines it.
-    const SignalDefinition* find(const Signal& signal) const;
-    /// Gives what the feed has of it at once, and then what comes. Nothing for an unknown one.
-    /// `number` names it for `remove`.
-    void add(std::size_t number, const Signal& signal, Take take);
+    static const SignalDefinition* find(const LiveFeed& feed, const Signal& signal);
+
+    /// Of that feed. Nothing for an unknown one. `number` names it for `remove`.
+    void add(std::size_t number, const LiveFeed& feed, const Signal& signal, Take take);
     void remove(std::size_t number);
-    void clear();
+    void clear() { taps.clear(); }
+    /// Gives what is new, for about that long. The feed is that of `add`.
+    void update(const LiveFeed& feed, std::chrono::milliseconds slice);
+    /// Messages that were gone before they were looked at.
+    std::uint64_t getMissed() const { return missed; }
 
   private:
     struct Tap {
         std::size_t number;
-        std::size_t index;
-        Take take;
-    };
-    struct Tapped {
+        Signal signal;
+        BusType bus;
         std::shared_ptr<const Decoder> decoder;
         const Decoder::Message* message;
-        std::vector<Tap> taps;
+        std::uint64_t looked;
+        Take take;
     };
 
-    void note(const BusMessage& message);
-    static void give(const Tapped& from, const Tap& to, const BusMessage& message);
+    static void look(Tap& tap, const StoredMessage& stored);
 
-    LiveFeed& feed;
-    std::unordered_map<std::uint64_t, Tapped> tapped;  ///< by `BusMessage::key`
+    std::vector<Tap> taps;
+    std::uint64_t missed = 0;
 };
 
 }  // namespace station

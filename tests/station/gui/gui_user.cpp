@@ -162,7 +162,8 @@ int main(int argc, char** argv) {
     app.add_flag("--add-heard", user.addsHeard,
                  "Sets up a module that is heard, with its channels");
     CLI11_PARSE(app, argc, argv);
-    MainWindow window({.plugin = {}, .listens = user.addsHeard, .serve = user.serve, .onMessage = {}});
+    MainWindow window(
+        {.plugin = {}, .listens = user.addsHeard, .serve = user.serve, .onMessage = {}});
     window.show();
     user.start(window);
     LatencyProbe probe;

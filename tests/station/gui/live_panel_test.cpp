@@ -238,6 +238,23 @@ TEST_F(LivePanelTest, RowsAreFoundCopiedAndExported) {
     EXPECT_EQ(QApplication::clipboard()->text().toStdString(),
               "1.000000\tFront\t100\t2\t\t5A 00\n3.500000\tFront\t200\t2\t\t5B 00");
     mode.setCurrentIndex(0);
+    QTest::keyClicks(&filter, "front");
+    EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100=1 200=1|"));
+    filter.clear();
+    EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100=1 200=1|Door (LIN) 1: 11=1|"));
+    EXPECT_TRUE(tree.isExpanded(tree.model()->index(1, 0))) << "it wasn't folded by the user";
+    tree.selectAll();
+    tree.setFocus();
+    QTest::keySequence(&tree, QKeySequence::Copy);
+    const QStringList lines = QApplication::clipboard()->text().split('\n');
+    ASSERT_EQ(lines.size(), 5);
+    EXPECT_TRUE(lines[0].startsWith("Front") && lines[2].startsWith("200") &&
+                lines[3].startsWith("Door") && lines[4].startsWith("11"));
+    search.setText("nowhere");
+    QTest::keyClick(&search, Qt::Key_Return);
+    QTest::qWait(500);
+    EXPECT_THAT(get<QLabel>("liveStatus").text().toStdString(), HasSubstr("isn't there"));
+    search.setText("5b");
     QTest::keyClicks(&search, "\r");
     EXPECT_EQ(text(tree.currentIndex().siblingAtColumn(0)), "200");
     QTest::keyClicks(&filter, "!200");
@@ -253,6 +270,35 @@ TEST_F(LivePanelTest, RowsAreFoundCopiedAndExported) {
     written << std::ifstream(folder.filePath("shown.csv").toStdString()).rdbuf();
     EXPECT_THAT(written.str(), testing::AllOf(HasSubstr("Door"), HasSubstr("Front")));
     EXPECT_THAT(written.str(), testing::Not(HasSubstr("5B")));
+}
+
+TEST_F(LivePanelTest, AllThatPassesIsExportedWhateverIsShown) {
+    for (int i = 0; i < 1000; ++i) {
+        can(0x100, 0xAB, std::int64_t{i} * 1000);
+    }
+    lin(0x11);
+    const auto exported = [&](const char* name) {
+        QTest::mouseClick(&get<QPushButton>("liveExport"), Qt::LeftButton);
+        auto* const dialog = panel.findChild<QFileDialog*>();
+        Q_EMIT dialog->fileSelected(folder.filePath(name));
+        delete dialog;
+        const auto& status = get<QLabel>("liveStatus");
+        EXPECT_TRUE(QTest::qWaitFor([&] { return status.text().contains(QString(name) + " has"); }))
+            << status.text().toStdString();
+        return status.text().toStdString();
+    };
+    EXPECT_THAT(exported("all.csv"), HasSubstr("all.csv has 1001 messages"));
+    std::stringstream written;
+    written << std::ifstream(folder.filePath("all.csv").toStdString()).rdbuf();
+    EXPECT_THAT(written.str(), testing::ContainsRegex("22:13:20.000999000Z"));
+    EXPECT_THAT(exported("can.log"),
+                HasSubstr("can.log has 1000 messages; 1 messages aren't in it"));
+    mode.setCurrentIndex(1);
+    QTest::mouseClick(&get<QPushButton>("liveClear"), Qt::LeftButton);
+    can(0x100);
+    EXPECT_TRUE(waitForRows(1));
+    EXPECT_THAT(get<QLabel>("liveStatus").text().toStdString(),
+                testing::Not(HasSubstr("too fast")));
 }
 
 TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
@@ -326,7 +372,18 @@ TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
     const std::string later = plotted();
     EXPECT_THAT(later, testing::AllOf(HasSubstr("Speed (Front)"), HasSubstr(",30\n")));
     EXPECT_THAT(later, testing::Not(testing::AnyOf(HasSubstr("Gear"), HasSubstr(",20\n"))));
-    EXPECT_FALSE(IdentifierModel::fromKey("1 2 3") || IdentifierModel::fromKey("1 2 x 4"));
+    // What is held is of the channels before; its signal is found among those of now.
+    QTest::mouseClick(&pause, Qt::LeftButton);
+    std::swap(summary.channels[0], summary.channels[1]);
+    feed.begin(summary, {decoder, nullptr});
+    const QModelIndex held =
+        tree.model()->index(0, 0, tree.model()->index(0, 0, tree.model()->index(1, 0)));
+    EXPECT_EQ(text(held), "Speed") << shown();
+    Q_EMIT tree.activated(held);
+    can(0x100, 80);
+    QTest::mouseClick(&pause, Qt::LeftButton);
+    QTest::qWait(500);
+    EXPECT_THAT(plotted(), testing::AllOf(HasSubstr("Speed (Front)"), HasSubstr(",40\n")));
 }
 
 TEST_F(LivePanelTest, ColumnsStayAsTheUserHasThem) {

@@ -437,6 +437,11 @@ TEST_F(MainWindowTest, MessagesStandThereAndAreCountedUntilTheyAreDismissed) {
     bar->tell("lost");
     EXPECT_THAT(told(), testing::MatchesRegex("[0-2][0-9]:[0-5][0-9]:[0-6][0-9]  lost "
                                               "\\(2 times\\)\n[0-9:]+  <b> \\?"));
+    for (const char* const text : {"c", "d", "e"}) {
+        bar->tell(text);
+    }
+    EXPECT_THAT(told(), testing::StartsWith("(1 earlier ones"));
+    EXPECT_TRUE(window->findChild<QLabel*>("messages")->toolTip().contains("lost (2 times)"));
     bar->dismiss();
     EXPECT_FALSE(bar->isVisible());
     window->open(QString::fromStdString(file("none.xml")));
@@ -561,6 +566,15 @@ TEST_F(MainWindowTest, TheWindowComesBackWhereItWas) {
     EXPECT_TRUE(QTest::qWaitForWindowExposed(&again));
     EXPECT_EQ(again.size(), QSize(1111, 777));
     EXPECT_EQ(again.findChild<QSplitter*>("parts")->sizes(), sizes);
+    auto* const sides = again.findChild<QSplitter*>("windows");
+    sides->setSizes({700, 400});
+    const QList<int> widths = sides->sizes();
+    again.open(QString::fromStdString(file("none.xml")));
+    again.getWorkspace().begin();
+    again.getWorkspace().save(file("empty.xml"));
+    again.open(QString::fromStdString(file("empty.xml")));
+    QtUser::settle();
+    EXPECT_EQ(sides->sizes(), widths) << "of another setup, too";
 }
 
 }  // namespace

@@ -44,10 +44,7 @@ class LiveFeedTest : public testing::Test {
     }
     /// Looks until nothing is left to do.
     void look(MessageList& list) {
-        for (int i = 0; i < 2; ++i) {
-            while (!list.update(feed.getMessages(), feed.getBuses(), milliseconds(100))) {
-            }
-        }
+        list.finish(feed.getMessages(), feed.getBuses(), feed.getNow());
     }
     std::vector<std::string> texts(MessageList& list) {
         look(list);
@@ -106,7 +103,10 @@ TEST_F(LiveFeedTest, TheListIsInTheOrderOfTimeAndItsFilterMayChange) {
     can(2, 300'000'000);
     lin(3, 10'000'000);
     lin(4, 299'999'999);
-    EXPECT_TRUE(list.update(feed.getMessages(), feed.getBuses(), milliseconds(100)));
+    const auto update = [&] {
+        return list.update(feed.getMessages(), feed.getBuses(), startUtc, milliseconds(10000));
+    };
+    EXPECT_TRUE(update());
     EXPECT_EQ(list.size(), 2U) << "the newest tenth of a second waits";
     lin(5, 250'000'000);
     EXPECT_THAT(texts(list), ElementsAre("03", "001", "05", "04", "002"));
@@ -115,6 +115,25 @@ TEST_F(LiveFeedTest, TheListIsInTheOrderOfTimeAndItsFilterMayChange) {
     can(2, 400'000'000);
     can(6, 400'000'000);
     EXPECT_THAT(texts(list), ElementsAre("03", "04", "002", "002"));
+    list.setFilter(LiveFilter::parse("front 1-4", {"Front", "Door"}));
+    EXPECT_THAT(texts(list), ElementsAre("001", "002", "002")) << "of the other channel nothing";
+    // A clock an hour ahead is no reason to put others where they don't belong.
+    list.setFilter({});
+    texts(list);
+    can(0x7F, 3'600'000'000'000);
+    can(0x10, 900'000'000);
+    EXPECT_TRUE(update());
+    can(0x0F, 850'000'000);
+    EXPECT_TRUE(update());
+    EXPECT_TRUE(update()) << "nothing more comes";
+    const auto all = texts(list);
+    EXPECT_THAT(std::vector(all.end() - 3, all.end()), ElementsAre("07F", "00F", "010"));
+    EXPECT_EQ(list.getMissed(), 0U);
+    feed.clear();
+    list.clear();
+    can(1);
+    EXPECT_THAT(texts(list), ElementsAre("001"));
+    EXPECT_EQ(list.getMissed(), 0U) << "what was forgotten isn't missing";
 }
 
 TEST_F(LiveFeedTest, MemoryIsBoundedTheNewestStayAndAPictureKeepsWhatItHas) {

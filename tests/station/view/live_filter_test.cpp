@@ -35,6 +35,7 @@ TEST(LiveFilterTest, NumbersRangesMasksAndNamesChooseAndExclude) {
     EXPECT_EQ(passing("0x17, 1ff rear"), "1:17 1:1FF ");
     EXPECT_EQ(passing("100-123 Engine"), "0:100 0:123 ");
     EXPECT_EQ(passing("103:7DF rear"), "1:123 ") << "in the bits of the mask";
+    EXPECT_EQ(passing("1FF:700 rear"), "1:100 1:123 1:1FF ");
     EXPECT_EQ(passing("bad rear"), "1:BAD ") << "a number, if it can be one";
     EXPECT_EQ(passing("\"bad\" 17"), "2:17 ");
     EXPECT_EQ(passing("\"front engine\" !100-1FF"), "0:17 0:BAD ");
