@@ -17,6 +17,8 @@ using namespace std::string_view_literals;
 
 constexpr std::size_t mostMessages = 65536;
 constexpr std::size_t mostSignals = 500'000;
+/// Of a message: so many are decoded in some 50 us.
+constexpr std::size_t mostOfMessage = 4096;
 constexpr std::size_t mostSwitches = 256;  ///< of a message
 constexpr std::size_t mostRanges = 1'000'000;
 constexpr std::uint64_t mostBytesOfMessage = 65535;
@@ -165,6 +167,9 @@ class DbcReader {
     void readSignal() {
         if (!isInMessage) {
             text.fail("a signal (SG_) stands in front of the first message (BO_)");
+        }
+        if (current != nullptr && current->signals.size() == mostOfMessage) {
+            text.fail(fmt::format("{} has more than {} signals", current->name, mostOfMessage));
         }
         if (++signalCount > mostSignals) {
             text.fail(fmt::format("there are more than {} signals", mostSignals));

@@ -6,6 +6,27 @@
 
 namespace station {
 
+namespace {
+
+/// In order, and those that overlap as one.
+std::vector<Multiplexing::Range> joined(std::vector<Multiplexing::Range> ranges) {
+    std::ranges::sort(ranges, {}, &Multiplexing::Range::least);
+    std::vector<Multiplexing::Range> result;
+    for (const Multiplexing::Range& range : ranges) {
+        if (range.least > range.most) {
+            continue;
+        }
+        if (!result.empty() && range.least <= result.back().most) {
+            result.back().most = std::max(result.back().most, range.most);
+        } else {
+            result.push_back(range);
+        }
+    }
+    return result;
+}
+
+}  // namespace
+
 static_assert(std::endian::native == std::endian::little, "bitsOf reads words as they lie");
 
 Decoder::Decoder(std::shared_ptr<const Database> definitions) : database(std::move(definitions)) {
@@ -57,7 +78,8 @@ Decoder::Message::Message(const MessageDefinition& definition, std::size_t place
         entry.hasRanges = !signal.ranges.empty();
         entry.factor = signal.factor;
         entry.offset = signal.offset;
-        entries.push_back(entry);
+        entry.chosenBy = joined(signal.multiplexing.ranges);
+        entries.push_back(std::move(entry));
     }
     placeSwitches();
 }

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <span>
 #include <unordered_map>
@@ -110,6 +112,7 @@ class Decoder::Message {
         bool hasRanges;
         double factor;
         double offset;
+        std::vector<Multiplexing::Range> chosenBy;  ///< in order, with gaps between them
     };
     /// A message's bytes with room behind them, so that eight and one more can be read from each.
     struct Bytes {
@@ -142,12 +145,9 @@ class Decoder::Message {
             return false;
         }
         const std::uint64_t value = values.raw[entry.switchPlace];
-        for (const Multiplexing::Range& range : entry.definition->multiplexing.ranges) {
-            if (value >= range.least && value <= range.most) {
-                return true;
-            }
-        }
-        return false;
+        const auto behind =
+            std::ranges::upper_bound(entry.chosenBy, value, {}, &Multiplexing::Range::least);
+        return behind != entry.chosenBy.begin() && value <= std::prev(behind)->most;
     }
     static std::uint64_t bitsOf(const Entry& entry, const Bytes& bytes) {
         std::uint64_t word = 0;

@@ -105,6 +105,11 @@ TEST(Databases, FaultsAreToldWithTheirLine) {
     for (const auto& [text, answer] : faults) {
         EXPECT_THAT(files.refusal(text), HasSubstr(answer)) << text;
     }
+    std::string many = begin;
+    for (int i = 0; i <= 4096; ++i) {
+        many += "SG_ S" + std::to_string(i) + " : 0|8@1+ (1,0) [0|0] \"\" X\n";
+    }
+    EXPECT_THAT(files.refusal(many), HasSubstr(", line 4099: A has more than 4096 signals"));
     const std::pair<std::string, std::string> ldfFaults[] = {
         {"LIN_", "line 1: a .ldf begins with LIN_description_file"},
         {"LIN_description_file;\nFrames {\nF: 64, N, 8 {} }", "line 3: a frame's identifier"},

@@ -58,6 +58,28 @@ TEST(DecoderTest, OnlyWhatTheSwitchesChoose) {
     EXPECT_EQ(two[1].index, 2U);
 }
 
+TEST(DecoderTest, RangesOfASwitchMayOverlapInAnyOrder) {
+    auto database = std::make_shared<Database>();
+    MessageDefinition& message = database->messages.emplace_back();
+    message.length = 2;
+    for (const char* const name : {"Switch", "Signal"}) {
+        SignalDefinition& signal = message.signals.emplace_back();
+        signal.name = name;
+        signal.size = 8;
+    }
+    message.signals[0].multiplexing.isSwitch = true;
+    message.signals[1].startBit = 8;
+    message.signals[1].multiplexing.switchIndex = 0;
+    message.signals[1].multiplexing.ranges = {{30, 30}, {10, 20}, {5, 12}, {7, 8}, {40, 35}};
+    const Decoder decoder(database);
+    for (unsigned value = 0; value < 256; ++value) {
+        const bool isThere = (value >= 5 && value <= 20) || value == 30;
+        EXPECT_EQ(decoded(decoder, 0, false, {static_cast<std::uint8_t>(value), 1}).size(),
+                  isThere ? 2U : 1U)
+            << value;
+    }
+}
+
 TEST(DecoderTest, LinValuesByTheirRange) {
     const Decoder decoder(
         std::make_shared<const Database>(WrittenDatabase().read(doorLdf, "test.ldf")));
