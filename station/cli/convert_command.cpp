@@ -119,9 +119,7 @@ ExitCode finish(const ConvertOptions& options, RecordingSet& recordings,
             ExitCode::Failed,
             "stopped before the end of the file; what came before is in the recordings");
     }
-    if (const auto unknown = filter.getUnknownChannels(); !unknown.empty()) {
-        throw UserError(fmt::format("no channel is named \"{}\"", fmt::join(unknown, "\", \"")));
-    }
+    refuseUnknownChannels(filter.getUnknownChannels());
     return ExitCode::Good;
 }
 
@@ -180,7 +178,7 @@ Ending convertFrames(const ConvertOptions& options, const std::shared_ptr<Record
 }
 
 Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
-                       RecordingSet& recordings, StopSignal& stop) {
+                       RecordingSet& recordings, const MessageFilter& filter, StopSignal& stop) {
     if (!options.modules.empty() || options.clock != deviceClock) {
         throw UserError(fmt::format("{} holds messages and no frames of modules; leave out {}",
                                     options.input,
@@ -197,6 +195,12 @@ Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
         }
     }
     copy.end();
+    const auto summaries = recordings.summarize();
+    const bool isEmpty = std::ranges::all_of(
+        summaries, [](const RecordingSummary& each) { return each.records + each.lost == 0; });
+    if (!isMore && isEmpty && reader.getErrorText().empty()) {
+        refuseUnknownChannels(filter.getUnknownChannels());  // what was there before stays
+    }
     for (const std::string& failure : recordings.close()) {
         printMessage(failure);
     }
@@ -227,7 +231,7 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     const auto reader = std::filesystem::is_regular_file(options.input, ignored)
                             ? openMessages(options.input)
                             : nullptr;
-    const Ending ending = reader ? convertMessages(options, *reader, *recordings, stop)
+    const Ending ending = reader ? convertMessages(options, *reader, *recordings, *filter, stop)
                                  : convertFrames(options, recordings, stop);
     return finish(options, *recordings, *filter, ending);
 }

@@ -161,14 +161,20 @@ ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
         }
     }
     copy.end();
+    const auto refuseUnknown = [&] {
+        auto unknown = filter->getUnknownChannels();
+        std::ranges::copy(decoders.getUnknownChannels(), std::back_inserter(unknown));
+        refuseUnknownChannels(unknown);
+    };
+    if (!isMore && counts.decoded == 0 && reader->getErrorText().empty()) {
+        refuseUnknown();  // what was there before stays
+    }
     tellAll(recordings.close());
     tellAll(decoders.takeNotices());
     tellAll(describeRest(counts, *reader, copy.getLate()));
     const ExitCode code = finish(options, recordings, counts, *reader, !isMore);
-    auto unknown = filter->getUnknownChannels();
-    std::ranges::copy(decoders.getUnknownChannels(), std::back_inserter(unknown));
-    if (code == ExitCode::Good && !unknown.empty()) {
-        throw UserError(fmt::format("no channel is named \"{}\"", fmt::join(unknown, "\", \"")));
+    if (code == ExitCode::Good) {
+        refuseUnknown();
     }
     return code;
 }

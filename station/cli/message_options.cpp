@@ -1,6 +1,7 @@
 #include "station/cli/message_options.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -93,6 +94,12 @@ void Progress::show(double share, std::uint64_t messages) {
                    stderr);
         last = now;
         written = true;
+    }
+}
+
+void refuseUnknownChannels(const std::vector<std::string>& names) {
+    if (!names.empty()) {
+        throw UserError(fmt::format("no channel is named \"{}\"", fmt::join(names, "\", \"")));
     }
 }
 

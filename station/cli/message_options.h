@@ -44,4 +44,7 @@ class Progress {
     Clock::time_point last;
 };
 
+/// Throws UserError if there are names in it.
+void refuseUnknownChannels(const std::vector<std::string>& names);
+
 }  // namespace station

@@ -166,6 +166,14 @@ class Decode(Case):
         output, _ = self.expect(0, "decode", log, "--db", other, "--db", f"can0={database}", "--id", "0x123")
         self.assertEqual([line.split(",")[1:3] for line in output.splitlines()[1:]],
                          [["can0", "Engine"], ["can1", "Other"]])
+        kept, fresh = self.path("kept.csv"), self.path("fresh.csv")
+        kept.write_text("of before")
+        for command, options in [("decode", ["--db", f"can7={database}"]), ("decode", ["--db", database, "--channel", "x"]),
+                                 ("convert", ["--channel", "x"])]:
+            for path in (kept, fresh):
+                _, errors = self.expect(2, command, log, path, "--overwrite", *options)
+                self.assertIn("no channel is named", errors)
+        self.assertEqual((kept.read_text(), fresh.exists()), ("of before", False), "a wrong name destroys nothing")
         for code, text, options in [
                 (3, f"{wrong}, line 2: a signal's size", ["--db", wrong]),
                 (2, "no channel is named \"can7\"", ["--db", f"can7={database}"]),
