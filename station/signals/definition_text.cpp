@@ -174,7 +174,10 @@ double DefinitionText::number(std::string_view what) {
 std::uint64_t DefinitionText::whole(std::string_view what, std::uint64_t most) {
     const std::string_view digits = peekWord();
     const auto found = parseDecimalOrHex<std::uint64_t>(digits);
-    if (!found || *found > most) {
+    if (found && *found > most) {
+        failHere(fmt::format("{} is {}: a number from 0 to {} is wanted", what, *found, most));
+    }
+    if (!found) {
         failMissing(fmt::format("{}, a number from 0 to {},", what, most));
     }
     line = lineHere;

@@ -80,7 +80,8 @@ TEST(Databases, FaultsAreToldWithTheirLine) {
         {begin + "CM_ \"a\nb\";\nhello", ", line 5: no statement of a .dbc begins with"},
         {"hello\n", ", line 1: no statement of a .dbc begins with \"hello\""},
         {" SG_ S : 0|8@1+ (1,0) [0|0] \"\" X", ", line 1: a signal (SG_) stands in front of"},
-        {begin + "SG_ S : 0|65@1+ (1,0) [0|0] \"\"", ", line 3: a signal's size, a number from 0"},
+        {begin + "SG_ S : 0|65@1+ (1,0) [0|0] \"\"",
+         ", line 3: a signal's size is 65: a number from 0 to 64"},
         {begin + "SG_ S : 0|0@1+ (1,0) [0|0] \"\"", ", line 3: signal S has no bits"},
         {begin + "SG_ S : 99999999999|8@1+ (1,0) [0|0] \"\"", ", line 3: a signal's start bit"},
         {begin + "SG_ S : 0|8@1+ (nan,0) [0|0] \"\"", ", line 3: a signal's factor, a number,"},
@@ -99,8 +100,9 @@ TEST(Databases, FaultsAreToldWithTheirLine) {
         {begin + "VAL_ 1 S Nowhere;", ", line 3: there is no such table"},
         {begin + "BO_ 2048 B: 8 X", ", line 3: identifier 2048 has more than 11 bits"},
         {begin + "BO_ 2684354560 B: 8 X", ", line 3: identifier 2684354560 has more than 29 bits"},
-        {begin + "BO_ 4294967296 B: 8 X", ", line 3: a message's identifier, a number from 0"},
-        {begin + "BO_ 2 B: 65536 X", ", line 3: a message's length, a number from 0 to 65535"},
+        {begin + "BO_ 4294967296 B: 8 X", ", line 3: a message's identifier is 4294967296:"},
+        {begin + "BO_ 2 B: 65536 X",
+         ", line 3: a message's length is 65536: a number from 0 to 65535"},
     };
     for (const auto& [text, answer] : faults) {
         EXPECT_THAT(files.refusal(text), HasSubstr(answer)) << text;
