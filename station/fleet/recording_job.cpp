@@ -197,8 +197,8 @@ void RecordingJob::commit(const std::vector<fs::path>& paths) {
     }
     constexpr std::size_t mostNamed = 10;
     isComplete = leftOut.empty();
-    texts.assign(leftOut.begin(),
-                 leftOut.begin() + static_cast<std::ptrdiff_t>(std::min(leftOut.size(), mostNamed)));
+    texts.assign(leftOut.begin(), leftOut.begin() + static_cast<std::ptrdiff_t>(
+                                                        std::min(leftOut.size(), mostNamed)));
     if (leftOut.size() > mostNamed) {
         texts.push_back(fmt::format("{} more batches are left out", leftOut.size() - mostNamed));
     }
