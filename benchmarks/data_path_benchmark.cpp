@@ -14,11 +14,11 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "benchmarks/allocation_count.h"
 #include "benchmarks/component_path.h"
 #include "benchmarks/plain_clocks.h"
 #include "benchmarks/stored_traffic.h"
@@ -27,27 +27,6 @@
 #include "capture/cmp_packet_reader.h"
 #include "station/offline/stored_frames.h"
 #include "station/recording/time_merge.h"
-
-namespace {
-
-std::atomic<std::uint64_t> allocations{0};
-
-}  // namespace
-
-// Not inlined: a compiler that sees through both sides takes malloc and delete for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* const block = std::malloc(size)) {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* block) noexcept {
-    std::free(block);
-}
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
 
 namespace {
 

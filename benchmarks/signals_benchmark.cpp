@@ -10,36 +10,15 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <span>
 #include <vector>
 
+#include "benchmarks/allocation_count.h"
 #include "benchmarks/timing.h"
 #include "station/recording/bus_record.h"
 #include "station/recording/message_reader.h"
 #include "station/signals/decoder.h"
 #include "station/signals/signal_watch.h"
-
-namespace {
-
-std::atomic<std::uint64_t> allocations{0};
-
-}  // namespace
-
-// Not inlined: a compiler that sees through both sides takes malloc and delete for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* const block = std::malloc(size)) {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* block) noexcept {
-    std::free(block);
-}
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
 
 namespace {
 

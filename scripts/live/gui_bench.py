@@ -34,6 +34,7 @@ def main():
         try:
             sent = lab.simulate(SENDING, "--rate", RATE, "--duration", SECONDS)
             desktop.settle()
+            status = Path(f"/proc/{desktop.process.pid}/status").read_text()
             told, _ = desktop.stop()
         finally:
             lab.end(desktop.process)
@@ -44,6 +45,8 @@ def main():
     print(f"desktop, {channels} channels with {RATE} messages a second each, {PLOTS} plots, {SECONDS} s:")
     print(f"  sent       {sent['dataMessages']:12,} messages; latest frame {sent['maxLateSeconds'] * 1000:.1f} ms late")
     print(f"  recorded   {recorded:12,} messages; all there: {'yes' if complete else 'no'}")
+    memory = int(status.split("VmHWM:")[1].split()[0]) / 1024
+    print(f"  memory     {memory:12.0f} MiB at most, of which 256 for the list and a pause")
     print(f"  event loop {latency['p50']:12.2f} ms in the middle, {latency['p99']:.2f} ms 99th percentile, "
           f"{latency['max']:.2f} ms at worst, of {latency['count']} events")
 

@@ -152,16 +152,21 @@ std::string DefinitionText::quotedName(std::string_view what, bool escapes) {
     return found;
 }
 
-double DefinitionText::number(std::string_view what) {
+/// Without a plus in front. `end` becomes the place behind it.
+std::string_view DefinitionText::peekDigits(std::size_t& end) {
     skipBlanks();
-    std::size_t end = at;
+    end = at;
     while (end < text.size() && isOfNumber(text[end])) {
         ++end;
     }
     std::string_view digits = std::string_view(text).substr(at, end - at);
-    if (digits.starts_with('+')) {
-        digits.remove_prefix(1);
-    }
+    digits.remove_prefix(digits.starts_with('+') ? 1 : 0);
+    return digits;
+}
+
+double DefinitionText::number(std::string_view what) {
+    std::size_t end = 0;
+    const std::string_view digits = peekDigits(end);
     const auto found = parseNumber<double>(digits);
     if (!found || !std::isfinite(*found)) {
         failMissing(fmt::format("{}, a number,", what));
@@ -186,15 +191,8 @@ std::uint64_t DefinitionText::whole(std::string_view what, std::uint64_t most) {
 }
 
 std::int64_t DefinitionText::raw(std::string_view what) {
-    skipBlanks();
-    std::size_t end = at;
-    while (end < text.size() && isOfNumber(text[end])) {
-        ++end;
-    }
-    std::string_view digits = std::string_view(text).substr(at, end - at);
-    if (digits.starts_with('+')) {
-        digits.remove_prefix(1);
-    }
+    std::size_t end = 0;
+    const std::string_view digits = peekDigits(end);
     std::optional<std::int64_t> found = parseDecimalOrHex<std::int64_t>(digits);
     if (const auto bits = parseDecimalOrHex<std::uint64_t>(digits); !found && bits) {
         found = static_cast<std::int64_t>(*bits);

@@ -72,6 +72,7 @@ class DefinitionText {
     std::string describeNext();
 
   private:
+    std::string_view peekDigits(std::size_t& end);
     void skipBlanks();
     [[noreturn]] void failMissing(std::string_view what);
 
