@@ -46,7 +46,7 @@ def main():
     print(f"  sent       {sent['dataMessages']:12,} messages; latest frame {sent['maxLateSeconds'] * 1000:.1f} ms late")
     print(f"  recorded   {recorded:12,} messages; all there: {'yes' if complete else 'no'}")
     memory = int(status.split("VmHWM:")[1].split()[0]) / 1024
-    print(f"  memory     {memory:12.0f} MiB at most, of which 256 for the list and a pause")
+    print(f"  memory     {memory:12.0f} MiB at most; messages may take 256 of it")
     print(f"  event loop {latency['p50']:12.2f} ms in the middle, {latency['p99']:.2f} ms 99th percentile, "
           f"{latency['max']:.2f} ms at worst, of {latency['count']} events")
 
