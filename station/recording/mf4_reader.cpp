@@ -77,6 +77,9 @@ Mf4Reader::Mf4Reader(const std::string& path)
     for (const mf4::Block& dataGroup : dataGroups) {
         openStream(input, dataGroup, isUnfinalized && dataGroup.links[2] == last);
     }
+    if (streams.empty() && !dataGroups.empty()) {
+        note("it has measured values and no bus messages");
+    }
     for (const auto& stream : streams) {
         advance(*stream);
     }
