@@ -30,6 +30,9 @@ sockaddr_in parseBusAddress(const std::string& text) {
     }
     const std::string rest = text.substr(scheme.size());
     const std::size_t colon = rest.find(':');
+    if (colon != rest.npos && rest.find(':', colon + 1) != rest.npos) {
+        throw refuse("IPv6 addresses aren't served");
+    }
     const std::string host = rest.substr(0, colon);
     sockaddr_in address{};
     address.sin_family = AF_INET;

@@ -209,6 +209,7 @@ class Readers(Case):
                                      (1, "socketcand://192.0.2.1:29536", "Cannot assign requested address"),
                                      (2, "127.0.0.1:29536", "no socketcand://"),
                                      (2, "socketcand://bench:1", "no IPv4 address"),
+                                     (2, "socketcand://::1", "IPv6 addresses aren't served"),
                                      (2, "socketcand://127.0.0.1:0", "no port")]:
             self.assertIn(words, self.expect(code, *run, address)[1])
         self.assertFalse(file.exists())
