@@ -36,6 +36,8 @@ void ChannelDecoders::add(const std::string& text) {
     const std::size_t sign = text.find('=');
     if (sign == std::string::npos || sign == 0 || std::filesystem::exists(text, ignored)) {
         files.push_back({"", read(text)});
+    } else if (sign + 1 == text.size()) {
+        throw UserError(fmt::format("--db \"{}\": write the file's name behind the =", text));
     } else {
         addFor(text.substr(0, sign), text.substr(sign + 1));
     }

@@ -148,6 +148,9 @@ class Decode(Case):
         self.assertEqual({key: found for key, found in columns.items() if found},
                          {key: [v for v in found if not math.isnan(v)] for key, found in rows.items()
                           if not all(map(math.isnan, found))})
+        for command in (["decode", measured, "--db", database], ["convert", measured, self.path("again.csv")]):
+            self.assertIn("no bus messages", self.expect(3, *command)[1])
+        self.assertIn("behind the =", self.expect(2, "decode", log, "--db", "can0=")[1])
 
     def test_what_is_left_out_is_counted(self):
         database, log, wrong = self.path("hand.dbc"), self.path("in.log"), self.path("wrong.dbc")
