@@ -69,6 +69,9 @@ void DefinitionText::skipBlanks() {
             at = std::min(text.find('\n', at), text.size());
         } else if (rest == "/*") {
             const std::size_t end = text.find("*/", at + 2);
+            if (end == std::string::npos && isCut) {
+                break;
+            }
             if (end == std::string::npos) {
                 failAt(lineHere, "the comment that begins here has no end");
             }
@@ -168,7 +171,10 @@ double DefinitionText::number(std::string_view what) {
     std::size_t end = 0;
     const std::string_view digits = peekDigits(end);
     const auto found = parseNumber<double>(digits);
-    if (!found || !std::isfinite(*found)) {
+    if (!digits.empty() && (!found || !std::isfinite(*found))) {
+        failHere(fmt::format("{} is \"{}\": a number is wanted", what, digits));
+    }
+    if (!found) {
         failMissing(fmt::format("{}, a number,", what));
     }
     line = lineHere;
@@ -201,6 +207,9 @@ std::int64_t DefinitionText::raw(std::string_view what) {
     if (const auto real = parseNumber<double>(digits);
         !found && real && std::abs(*real) < tooMuch && std::trunc(*real) == *real) {
         found = static_cast<std::int64_t>(*real);
+    }
+    if (!found && !digits.empty()) {
+        failHere(fmt::format("{} is \"{}\": a whole number of 64 bits is wanted", what, digits));
     }
     if (!found) {
         failMissing(fmt::format("{}, a whole number of 64 bits,", what));
