@@ -118,7 +118,7 @@ class Decoder::Message {
     struct Bytes {
         explicit Bytes(std::span<const std::uint8_t> data)
             : size(data.size() < mostData ? data.size() : mostData) {
-            std::memcpy(all.data(), data.data(), size);
+            std::copy_n(data.begin(), size, all.begin());  // there may be none at all
         }
         std::array<std::uint8_t, mostData + 16> all = {};
         std::size_t size;
