@@ -55,13 +55,13 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
       forms(new QStackedWidget),
       tree(new QTreeView),
       list(new RowView),
-      plotPanel(new PlotPanel),
+      plot(feed),
       plotButton(new QPushButton("Pl&ot")) {
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     makeBar();
     sides->addWidget(forms);
-    sides->addWidget(plotPanel);
+    sides->addWidget(plot.getPanel());
     layout->addWidget(sides, 1);
     layout->addWidget(status);
     makeTree();
@@ -198,76 +198,28 @@ void LivePanel::makeList() {
 }
 
 void LivePanel::makePlot() {
-    plotPanel->setObjectName("plot");
-    plotPanel->hide();
+    plot.getPanel()->setObjectName("plot");
+    plot.getPanel()->hide();
     plotButton->setObjectName("showPlot");
     plotButton->setCheckable(true);
     plotButton->setToolTip("Shows a plot: drag signals into it, or double-click them");
     tree->setDragEnabled(true);
-    connect(plotButton, &QPushButton::toggled, plotPanel, &QWidget::setVisible);
+    connect(plotButton, &QPushButton::toggled, plot.getPanel(), &QWidget::setVisible);
     connect(tree, &QTreeView::activated, this, [this](const QModelIndex& index) {
         if (const auto signal = identifierModel.getSignal(identifierOrder.mapToSource(index))) {
-            plot(*signal);
+            addToPlot(*signal);
         }
     });
-    plotPanel->setOnDrop([this](const QByteArray& key) {
+    plot.getPanel()->setOnDrop([this](const QByteArray& key) {
         if (const auto signal = identifierModel.fromKey(key)) {
-            plot(*signal);
+            addToPlot(*signal);
         }
-    });
-    plotPanel->setOnRemove([this](std::size_t number) {
-        taps.remove(number);
-        std::erase_if(plotted, [&](const Plotted& entry) { return entry.number == number; });
     });
 }
 
-void LivePanel::plot(const SignalTaps::Signal& signal) {
+void LivePanel::addToPlot(const SignalTaps::Signal& signal) {
     plotButton->setChecked(true);
-    const SignalDefinition* const definition = SignalTaps::find(shown(), signal);
-    if (definition == nullptr) {
-        return;
-    }
-    const std::string& channel = shown().getChannels()[signal.channel].name;
-    const std::size_t number =
-        plotPanel->addSignal(QString::fromStdString(definition->name + " (" + channel + ')'),
-                             QString::fromStdString(definition->unit));
-    plotted.push_back({number, channel, definition->name, signal.id, signal.isExtended});
-    tap(plotted.back());
-}
-
-/// A held picture may be of other channels than there are now: they are found by their names.
-bool LivePanel::tap(const Plotted& entry) {
-    const auto& channels = feed.getChannels();
-    const auto channel = std::ranges::find(channels, entry.channel, &LiveChannel::name);
-    const Decoder::Message* const message =
-        channel != channels.end() ? channel->findMessage(entry.id, entry.isExtended) : nullptr;
-    if (message == nullptr) {
-        return false;
-    }
-    const auto& all = message->getDefinition().signals;
-    const auto signal = std::ranges::find(all, entry.name, &SignalDefinition::name);
-    plotPanel->setStart(feed.getStart());
-    taps.add(entry.number, feed,
-             {static_cast<std::size_t>(channel - channels.begin()), entry.id, entry.isExtended,
-              static_cast<std::size_t>(signal - all.begin())},
-             [this, number = entry.number](std::int64_t utc, double value) {
-                 plotPanel->append(number, utc, value);
-             });
-    return signal != all.end();
-}
-
-/// Another measurement may have other channels and databases.
-void LivePanel::renewPlot() {
-    plotOf = feed.getGeneration();
-    plotPanel->clear();
-    taps.clear();
-    std::erase_if(plotted, [this](const Plotted& entry) {
-        const bool isThere = tap(entry);
-        if (!isThere) {
-            plotPanel->removeSignal(entry.number);
-        }
-        return !isThere;
-    });
+    plot.add(shown(), signal);
 }
 
 void LivePanel::restoreLayout() {
@@ -290,7 +242,7 @@ void LivePanel::saveLayout() const {
 void LivePanel::setPaused(bool isPaused) {
     feed.refresh(LiveFeed::Clock::now());
     const auto before = std::exchange(held, isPaused ? std::make_unique<LiveFeed>(feed) : nullptr);
-    plotPanel->setPaused(isPaused);
+    plot.getPanel()->setPaused(isPaused);
     updateTree();
     updateList();
     update();
@@ -308,10 +260,7 @@ void LivePanel::update() {
     feed.refresh(LiveFeed::Clock::now());
     // Both keep messages beside those that the feed goes on to keep.
     feed.setHeld(held != nullptr || (exporting && exporting->isRunning()));
-    if (plotOf != feed.getGeneration()) {
-        renewPlot();
-    }
-    taps.update(feed, slice);
+    plot.update(slice);
     if (filterOf != shown().getGeneration()) {
         takeFilter();
     }
@@ -378,7 +327,7 @@ void LivePanel::showStatus() {
     if (held) {
         texts.append("Paused: the measurement goes on");
     }
-    if (const std::uint64_t missed = taps.getMissed(); missed > 0) {
+    if (const std::uint64_t missed = plot.getMissed(); missed > 0) {
         texts.append(QString("%L1 were gone before they were plotted").arg(missed));
     }
     if (exporting) {

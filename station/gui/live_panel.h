@@ -14,8 +14,8 @@
 
 #include "station/gui/identifier_model.h"
 #include "station/gui/live_export.h"
+#include "station/gui/live_plot.h"
 #include "station/gui/message_model.h"
-#include "station/gui/plot/plot_panel.h"
 #include "station/gui/row_view.h"
 
 namespace station {
@@ -54,19 +54,8 @@ class LivePanel final : public QWidget {
     QAbstractItemView* shownView() const;
     void exportRows();
     void makePlot();
-    /// Into the plot, which is shown.
-    void plot(const SignalTaps::Signal& signal);
-    struct Plotted {
-        std::size_t number;  ///< in the plot
-        std::string channel;
-        std::string name;
-        std::uint32_t id;
-        bool isExtended;
-    };
-    /// Whether there is such a signal.
-    bool tap(const Plotted& entry);
-    /// The plot begins again with the signals that there still are.
-    void renewPlot();
+    /// Shows the plot, too.
+    void addToPlot(const SignalTaps::Signal& signal);
 
     LiveFeed& feed;
     std::unique_ptr<LiveFeed> held;  ///< null without a pause
@@ -83,10 +72,8 @@ class LivePanel final : public QWidget {
     QStackedWidget* const forms;
     QTreeView* const tree;
     RowView* const list;
-    PlotPanel* const plotPanel;
+    LivePlot plot;
     QPushButton* const plotButton;
-    SignalTaps taps;
-    std::vector<Plotted> plotted;
     std::set<std::size_t> folded;           ///< channels, by the user
     std::uint64_t plotOf = 0;               ///< generation that the plot is of
     std::unique_ptr<LiveExport> exporting;  ///< the last one
