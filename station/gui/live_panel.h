@@ -75,7 +75,6 @@ class LivePanel final : public QWidget {
     LivePlot plot;
     QPushButton* const plotButton;
     std::set<std::size_t> folded;           ///< channels, by the user
-    std::uint64_t plotOf = 0;               ///< generation that the plot is of
     std::unique_ptr<LiveExport> exporting;  ///< the last one
     LiveFilter parsed;                      ///< the last that was right
     QString notice;

@@ -44,7 +44,7 @@ bool LivePlot::tap(const Plotted& entry) {
     return signal != all.end();
 }
 
-void LivePlot::update(std::chrono::milliseconds slice) {
+void LivePlot::update(std::chrono::milliseconds atMost) {
     if (generation != feed.getGeneration()) {
         generation = feed.getGeneration();
         panel->clear();
@@ -57,7 +57,7 @@ void LivePlot::update(std::chrono::milliseconds slice) {
             return !isThere;
         });
     }
-    taps.update(feed, slice);
+    taps.update(feed, atMost);
 }
 
 }  // namespace station

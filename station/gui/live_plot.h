@@ -21,7 +21,7 @@ class LivePlot {
     void add(const LiveFeed& shown, const SignalTaps::Signal& signal);
     /// Takes what is new, for about that long. Another measurement begins the plot again, with the
     /// signals that there still are by their names.
-    void update(std::chrono::milliseconds slice);
+    void update(std::chrono::milliseconds atMost);
     /// Messages that were gone before they were looked at.
     std::uint64_t getMissed() const { return taps.getMissed(); }
 
