@@ -8,6 +8,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "station/signals/dbc_switches.h"
 #include "station/signals/definition_text.h"
 
 namespace station {
@@ -17,9 +18,8 @@ using namespace std::string_view_literals;
 
 constexpr std::size_t mostMessages = 65536;
 constexpr std::size_t mostSignals = 500'000;
-/// Of a message: so many are decoded in some 50 us.
+/// Of a message: at 11 ns a signal so many are decoded in some 50 us.
 constexpr std::size_t mostOfMessage = 4096;
-constexpr std::size_t mostSwitches = 256;  ///< of a message
 constexpr std::size_t mostRanges = 1'000'000;
 constexpr std::uint64_t mostBytesOfMessage = 65535;
 constexpr std::uint32_t extendedMark = 0x8000'0000U;
@@ -59,7 +59,7 @@ class DbcReader {
             text.fail("the file ends without a message (BO_); is it a database of CAN messages?");
         }
         for (std::size_t i = 0; i < database.messages.size(); ++i) {
-            connectSwitches(i);
+            connectSwitches(database, i, notes[i], text);
             if (!notes[i].hasCycle) {
                 setCycle(database.messages[i], defaultCycle);
             }
@@ -69,13 +69,6 @@ class DbcReader {
     }
 
   private:
-    struct MessageNotes {
-        std::size_t line = 0;
-        std::vector<std::size_t> signalLines;
-        std::unordered_map<std::string, std::size_t> signals;  ///< by name
-        bool hasCycle = false;
-    };
-
     struct LongName {
         std::size_t message;
         std::size_t signal;
@@ -421,67 +414,6 @@ class DbcReader {
             milliseconds > 0.0 ? std::optional(milliseconds / 1000.0) : std::nullopt;
     }
 
-    /// Finds the switch of each signal that depends on one, once all is read.
-    void connectSwitches(std::size_t index) {
-        MessageDefinition& message = database.messages[index];
-        const auto isFirst = [](const SignalDefinition& signal) {
-            return signal.multiplexing.isSwitch && signal.multiplexing.ranges.empty();
-        };
-        const auto first = std::ranges::find_if(message.signals, isFirst);
-        const auto count = std::ranges::count_if(message.signals, isFirst);
-        for (std::size_t i = 0; i < message.signals.size(); ++i) {
-            Multiplexing& own = message.signals[i].multiplexing;
-            const std::size_t line = notes[index].signalLines[i];
-            if (own.ranges.empty()) {
-                continue;
-            }
-            if (own.switchName.empty()) {
-                if (first == message.signals.end()) {
-                    text.failAt(line, fmt::format("{} depends on a switch, and {} has none (M)",
-                                                  message.signals[i].name, message.name));
-                }
-                if (count > 1) {
-                    text.notice(database, line,
-                                fmt::format("which of {} switches {} depends on isn't said "
-                                            "(SG_MUL_VAL_): {} is taken",
-                                            count, message.signals[i].name, first->name));
-                }
-                own.switchIndex = static_cast<std::size_t>(first - message.signals.begin());
-            } else if (const auto found = notes[index].signals.find(own.switchName);
-                       found != notes[index].signals.end()) {
-                own.switchIndex = found->second;
-            } else {
-                text.failAt(line,
-                            fmt::format("{} depends on {}, which isn't in {}",
-                                        message.signals[i].name, own.switchName, message.name));
-            }
-            message.signals[own.switchIndex].multiplexing.isSwitch = true;
-        }
-        checkSwitches(index);
-    }
-
-    void checkSwitches(std::size_t index) {
-        const MessageDefinition& message = database.messages[index];
-        std::size_t switches = 0;
-        for (std::size_t i = 0; i < message.signals.size(); ++i) {
-            if (!message.signals[i].multiplexing.isSwitch) {
-                continue;
-            }
-            if (++switches > mostSwitches) {
-                text.failAt(notes[index].signalLines[i], fmt::format("{} has more than {} switches",
-                                                                     message.name, mostSwitches));
-            }
-            std::size_t steps = 0;
-            for (std::size_t at = i; at != Multiplexing::none;
-                 at = message.signals[at].multiplexing.switchIndex) {
-                if (++steps > mostSwitches) {
-                    text.failAt(notes[index].signalLines[i],
-                                fmt::format("{} depends on itself", message.signals[i].name));
-                }
-            }
-        }
-    }
-
     void setLongNames() {
         for (LongName& each : longNames) {
             database.messages[each.message].signals[each.signal].name = std::move(each.name);
@@ -500,7 +432,7 @@ class DbcReader {
 
     DefinitionText text;
     Database database;
-    std::vector<MessageNotes> notes;                        ///< by message
+    std::vector<DbcMessageNotes> notes;                     ///< by message
     std::unordered_map<std::uint32_t, std::size_t> places;  ///< by identifier with bit 31
     std::unordered_map<std::string, std::vector<ValueText>> tables;
     std::vector<LongName> longNames;
