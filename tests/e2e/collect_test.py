@@ -11,10 +11,11 @@ from pathlib import Path
 import lab
 import nats_client
 import traffic
-from case import MODULES, NAMES, RATE, Case, main
+from case import CAN, FRONT, MODULES, NAMES, RATE, Case, main
 from nats_client import CAN_LINK, LIN_LINK, Broker, Client, Publisher
 
 URL = f"nats://127.0.0.1:{nats_client.PORT}"
+READER = Path(__file__).parent / "stream_reader"
 PAIR = [("Front", CAN_LINK), ("Rear", CAN_LINK)]
 
 
@@ -278,6 +279,27 @@ class Collect(Case):
             self.assertIn(told, errors)
             self.assertNotIn("pass-", errors)
 
+    def test_credentials_with_a_signed_token_let_a_station_and_a_collector_in(self):
+        config, own, foreign = self.path("broker.conf"), self.path("own.creds"), self.path("foreign.creds")
+        url = "nats://127.0.0.1:4334"
+        for file in (foreign, own):  # the last one is of the broker
+            code, _, errors = lab.call(["node", str(READER / "make_credentials.js"), str(config), str(file)])
+            self.assertEqual(code, 0, errors)
+        self.addCleanup(Broker(self.path("operator"), "-c", config, port=4334).kill)
+        told = {}
+        for name, file in (("own", own), ("foreign", foreign)):
+            station = lab.Station(FRONT, "--stream", url, "--station", name, "--spool", self.path(name),
+                                  "--stream-wait", 4, "--nats-creds", str(file))
+            lab.simulate(CAN, "--rate", 100, "--duration", 0.3)
+            told[name] = station.stop()[0]["stream"]
+        self.assertEqual((told["own"]["connected"], told["own"]["backlogMessages"]), (True, 0))
+        self.assertGreater(told["own"]["acknowledged"], 0)
+        self.assertIn("refuses this user", told["foreign"]["failure"])
+        self.collect(0, "--nats-creds", own, url=url)
+        self.assertEqual([path.parent.name for path in self.out.rglob("*.pcapng")], ["own"])
+        own.chmod(0o644)
+        self.assertIn("chmod 600", self.collect(2, "--nats-creds", own, url=url)[1])
+
     def test_a_station_read_by_a_client_of_others_and_by_ours(self):
         own, folder = self.path("own.pcapng"), self.path("read")
         folder.mkdir()
@@ -286,9 +308,8 @@ class Collect(Case):
         sent = lab.simulate(MODULES, "--rate", RATE // 5, "--duration", 3)
         station.settle()
         report, _ = station.stop()
-        reader = Path(__file__).parent / "stream_reader"
-        self.assertTrue((reader / "node_modules").exists(), "scripts/test installs the reader from npm")
-        code, output, errors = lab.call(["node", str(reader / "read_stream.js"), URL, "CMP", str(folder)])
+        self.assertTrue((READER / "node_modules").exists(), "scripts/test installs the reader from npm")
+        code, output, errors = lab.call(["node", str(READER / "read_stream.js"), URL, "CMP", str(folder)])
         self.assertEqual(code, 0, errors)
         rows = []
         for number, line in enumerate(output.splitlines(), 1):
