@@ -168,10 +168,15 @@ ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
     };
     if (!isMore && counts.decoded == 0 && reader->getErrorText().empty()) {
         refuseUnknown();  // what was there before stays
+        const auto unused = decoders.describeUnused();
+        if (unused.size() == options.databases.size()) {
+            throw UserError(fmt::format("{}", fmt::join(unused, "; ")));
+        }
     }
     tellAll(recordings.close());
     tellAll(decoders.takeNotices());
     tellAll(describeRest(counts, *reader, copy.getLate()));
+    tellAll(decoders.describeUnused());
     const ExitCode code = finish(options, recordings, counts, *reader, !isMore);
     if (code == ExitCode::Good) {
         refuseUnknown();

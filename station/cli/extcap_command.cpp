@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -82,6 +83,7 @@ struct ExtcapOptions {
 struct ExtcapInterface {
     std::string value;  ///< ASCII, of letters, digits, '-', '.' and '_'
     std::string display;
+    std::string wholeDisplay;  ///< with ConfigId and folder
     std::string setup;
     std::size_t module = 0;
     bool isLin = false;
@@ -107,9 +109,24 @@ void addInterfaces(Session& session, const std::string& setup, WordNames& names,
             {"cmp-" + names.add(fmt::format("{}-0x{:X}", path.stem().string(), module.configId)),
              unbraced(
                  fmt::format("{} ({}, {})", module.name, module.type, path.filename().string())),
+             unbraced(fmt::format("{} ({} 0x{:X}, {})", module.name, module.type, module.configId,
+                                  setup)),
              setup, i, std::ranges::any_of(module.channels, [](const Channel& bus) {
                  return bus.busType == "LIN";
              })});
+    }
+}
+
+/// Modules that would look alike in Wireshark's list get a longer text.
+void tellApart(std::vector<ExtcapInterface>& interfaces) {
+    std::map<std::string, int> counts;
+    for (const ExtcapInterface& interface : interfaces) {
+        ++counts[interface.display];
+    }
+    for (ExtcapInterface& interface : interfaces) {
+        if (counts[interface.display] > 1) {
+            interface.display = interface.wholeDisplay;
+        }
     }
 }
 
@@ -124,6 +141,7 @@ std::vector<ExtcapInterface> findInterfaces(const ExtcapOptions& options) {
             printMessage(error.what());
         }
     }
+    tellApart(interfaces);
     return interfaces;
 }
 
@@ -232,6 +250,7 @@ ExitCode install(const ExtcapOptions& options) {
     for (const std::string& setup : options.install) {
         addInterfaces(*openSession(options.plugin, setup), setup, names, interfaces);
     }
+    tellApart(interfaces);
     if (interfaces.empty()) {
         throw UserError("there are no modules in these setups");
     }

@@ -247,7 +247,7 @@ std::vector<std::string> RecordingQueue::flush() {
     }
     const std::uint64_t dropped = countDropped();
     if (const std::uint64_t lost = dropped - std::exchange(droppedTold, dropped); lost != 0) {
-        texts.push_back("the disk is too slow: " + std::to_string(lost) +
+        texts.push_back("the disk, or who reads a pipe, is too slow: " + std::to_string(lost) +
                         " records found no room to wait for it and are lost");
     }
     const std::uint64_t late = getLate();
@@ -318,11 +318,13 @@ std::vector<std::string> RecordingQueue::abandon() {
     for (std::size_t i = 0; i < states.size(); ++i) {
         missing = std::max(missing, states[i].lost - before[i].lost);
     }
-    texts.push_back(missing == 0
-                        ? "the recordings are written, but the disk hasn't confirmed yet that it "
-                          "keeps them: leave it connected until it is at rest"
-                        : "the disk doesn't answer, the recordings were left as they are: up to " +
-                              std::to_string(missing) + " records are missing at their end");
+    texts.push_back(
+        missing == 0
+            ? "the recordings are written, but the disk hasn't confirmed yet that it "
+              "keeps them: leave it connected until it is at rest"
+            : "the disk doesn't answer, or nobody reads a pipe: the recordings were left as they "
+              "are, and up to " +
+                  std::to_string(missing) + " records are missing at their end");
     return texts;
 }
 

@@ -1,14 +1,18 @@
 #include "station/serve/bus_server.h"
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <ifaddrs.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <span>
 #include <utility>
 
@@ -33,6 +37,37 @@ constexpr auto stallPatience = std::chrono::seconds(1);
 constexpr std::size_t mostNamedBuses = 8;
 constexpr std::size_t mostTexts = 100;  ///< that nobody fetched
 
+/// IPv4 addresses of this machine's interfaces: "127.0.0.1, 192.0.2.5".
+std::string listAddresses() {
+    std::vector<std::string> found;
+    ifaddrs* all = nullptr;
+    if (::getifaddrs(&all) != 0) {
+        return {};
+    }
+    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(all, ::freeifaddrs);
+    for (const ifaddrs* each = all; each != nullptr; each = each->ifa_next) {
+        if (each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_INET) {
+            std::array<char, INET_ADDRSTRLEN> text{};
+            const auto* const address = reinterpret_cast<const sockaddr_in*>(each->ifa_addr);
+            ::inet_ntop(AF_INET, &address->sin_addr, text.data(), text.size());
+            found.emplace_back(text.data());
+        }
+    }
+    return fmt::format("{}", fmt::join(found, ", "));
+}
+
+/// What can be done about it.
+std::string hintFor(int errorNumber) {
+    switch (errorNumber) {
+        case EADDRINUSE:
+            return "; another program is there, name another port";
+        case EADDRNOTAVAIL:
+            return "; this machine has " + listAddresses() + ", and 0.0.0.0 stands for all of them";
+        default:
+            return {};
+    }
+}
+
 Descriptor listenAt(const sockaddr_in& address) {
     Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
@@ -43,12 +78,9 @@ Descriptor listenAt(const sockaddr_in& address) {
         ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(socket.get(), backlog) != 0) {
         const int errorNumber = errno;
-        throw UserError(
-            ExitCode::Failed,
-            fmt::format(
-                "--serve: nothing can be served at {}: {}{}", toText(address),
-                std::strerror(errorNumber),
-                errorNumber == EADDRINUSE ? "; another program is there, name another port" : ""));
+        throw UserError(ExitCode::Failed,
+                        fmt::format("--serve: nothing can be served at {}: {}{}", toText(address),
+                                    std::strerror(errorNumber), hintFor(errorNumber)));
     }
     return socket;
 }

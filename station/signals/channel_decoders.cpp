@@ -11,8 +11,11 @@
 namespace station {
 namespace {
 
+const char* nameOf(BusType bus) {
+    return bus == BusType::Lin ? "LIN" : "CAN";
+}
+
 void requireSameBus(const Database& database, const ChannelDescription& channel) {
-    const auto nameOf = [](BusType bus) { return bus == BusType::Lin ? "LIN" : "CAN"; };
     if (database.bus != channel.bus) {
         throw UserError(fmt::format("{} is a database of {}, and \"{}\" is a channel of {}",
                                     database.file, nameOf(database.bus), channel.name,
@@ -86,6 +89,17 @@ std::shared_ptr<const Decoder> ChannelDecoders::find(const ChannelDescription& c
 
 std::vector<std::string> ChannelDecoders::takeNotices() {
     return std::exchange(notices, {});
+}
+
+std::vector<std::string> ChannelDecoders::describeUnused() const {
+    std::vector<std::string> texts;
+    for (const File& file : files) {
+        if (file.channel.empty() && !file.wasAskedFor) {
+            texts.push_back(fmt::format("{} is a database of {}, and there are no messages of it",
+                                        file.database->file, nameOf(file.database->bus)));
+        }
+    }
+    return texts;
 }
 
 std::vector<std::string> ChannelDecoders::getUnknownChannels() const {

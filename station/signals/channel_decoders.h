@@ -32,6 +32,8 @@ class ChannelDecoders {
     std::vector<std::string> takeNotices();
     /// Channels that were named and never looked for.
     std::vector<std::string> getUnknownChannels() const;
+    /// A text for each file that was named for all channels of its bus, and was for none.
+    std::vector<std::string> describeUnused() const;
 
   private:
     struct File {

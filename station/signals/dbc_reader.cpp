@@ -363,6 +363,10 @@ class DbcReader {
             range.least = text.whole("a switch's value", std::numeric_limits<std::uint64_t>::max());
             text.expect('-', "a range of a switch's values");
             range.most = text.whole("a switch's value", std::numeric_limits<std::uint64_t>::max());
+            if (range.most < range.least) {
+                text.fail(fmt::format("a range of a switch's values ends at {}, before it begins",
+                                      range.most));
+            }
             if (++rangeCount > mostRanges) {
                 text.fail(fmt::format("there are more than {} ranges of values", mostRanges));
             }

@@ -236,6 +236,9 @@ std::string DefinitionText::quoted(std::string_view what, bool escapes) {
         at = end;
         if (text[at] == '"') {
             ++at;
+            if (found.find('\0') != std::string::npos) {
+                failAt(line, fmt::format("{} has a character in it that no text has (NUL)", what));
+            }
             return toUtf8(found);
         }
         if (text[at] == '\n') {

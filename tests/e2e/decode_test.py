@@ -181,6 +181,7 @@ class Decode(Case):
                 (3, f"{wrong}, line 2: a signal's size", ["--db", wrong]),
                 (2, "no channel is named \"can7\"", ["--db", f"can7={database}"]),
                 (2, "name a .dbc (CAN) or a .ldf (LIN)", ["--db", log]),
+                (2, "is a database of LIN, and there are no messages", ["--db", self.lin_database()]),
                 (2, "is a database of LIN", ["--db", f"can0={self.lin_database()}"])]:
             _, errors = self.expect(code, "decode", log, *options)
             self.assertIn(text, errors)
