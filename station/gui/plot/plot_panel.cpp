@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMimeData>
+#include <QPicture>
 #include <QPushButton>
 #include <QSplitter>
 #include <QToolButton>
@@ -372,10 +373,12 @@ bool PlotPanel::exportPng(const QString& path) {
     constexpr double scale = 2;  // for print
     whatIsExported = "The picture is in " + path + '.';
     exportButton->setEnabled(false);
-    file.start(writingOf(path, [image = view->picture(scale)]() mutable {
+    file.start(writingOf(path, [recorded = view->record(), size = view->size(), scale]() mutable {
         QBuffer buffer;
-        buffer.open(QIODevice::WriteOnly);
-        std::exchange(image, QImage()).save(&buffer, "PNG");
+        if (!recorded.isNull()) {
+            buffer.open(QIODevice::WriteOnly);
+            PlotView::paint(std::exchange(recorded, QPicture()), size, scale).save(&buffer, "PNG");
+        }
         return buffer.data();
     }));
     return true;

@@ -232,19 +232,33 @@ void PlotView::drawSignal(const PlotSignal& plotSignal, QCPGraph& graph) {
                                    : QCPScatterStyle(QCPScatterStyle::ssNone));
 }
 
-QImage PlotView::picture(double scale) {
+QPicture PlotView::record() {
     constexpr int inARow = 4;
     plotLayout()->addElement(1, 0, legend);
     plotLayout()->setRowStretchFactor(1, 0.001);
     legend->setWrap(inARow);
     legend->setVisible(true);
     setPlottingHint(QCP::phFastPolylines);  // of thick lines, which are slow otherwise
-    QImage image = toPixmap(QWidget::width(), height(), scale).toImage();
+    QPicture recorded;
+    {
+        QCPPainter painter(&recorded);
+        painter.setMode(QCPPainter::pmNoCaching);  // of texts, as pixmaps of the screen
+        toPainter(&painter, QWidget::width(), height());
+    }
     setPlottingHint(QCP::phFastPolylines, false);
     legend->setVisible(false);
     plotLayout()->take(legend);
     plotLayout()->simplify();
     redraw();
+    return recorded;
+}
+
+QImage PlotView::paint(const QPicture& recorded, QSize window, double scale) {
+    QImage image(window * scale, QImage::Format_RGB32);
+    image.fill(Qt::white);
+    QPainter painter(&image);
+    painter.scale(scale, scale);
+    painter.drawPicture(0, 0, recorded);
     return image;
 }
 

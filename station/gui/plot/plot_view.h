@@ -2,6 +2,8 @@
 
 #include <qcustomplot.h>
 
+#include <QPicture>
+
 #include <array>
 #include <functional>
 #include <map>
@@ -43,8 +45,10 @@ class PlotView final : public QCustomPlot {
     /// Which signals there are, or their colours or axes have changed.
     void rebuild();
     void redraw();
-    /// With a legend, and so many times the pixels of the window.
-    QImage picture(double scale);
+    /// What is drawn, with a legend, to be painted on any thread.
+    QPicture record();
+    /// Paints that with so many times the pixels of the window, which takes a tenth of a second.
+    static QImage paint(const QPicture& recorded, QSize window, double scale);
 
     /// The newest value is to be seen, and what is before it for so many nanoseconds; 0 for all.
     void follow(std::int64_t newWidth);
