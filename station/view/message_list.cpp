@@ -47,19 +47,19 @@ bool MessageList::update(const MessageStore& store, const std::vector<BusType>& 
     while (looked < end) {
         const std::uint64_t stop = std::min(end, looked + turn);
         const auto ordered = static_cast<std::ptrdiff_t>(waiting.size());
-        for (; looked < stop; ++looked) {
-            const StoredMessage message = *store.find(looked);
+        store.forEach(looked, stop, [&](std::uint64_t number, const StoredMessage& message) {
             const bool isAhead = message.utc > now + ahead;
             newest = isAhead ? newest : std::max(newest, message.utc);
             if (!passes(message, buses[message.channel])) {
-                continue;
+                return;
             }
             if (isAhead) {
-                rows.push_back(static_cast<std::uint32_t>(looked - base));
+                rows.push_back(static_cast<std::uint32_t>(number - base));
             } else {
-                waiting.push_back({message.utc, message.channel, looked});
+                waiting.push_back({message.utc, message.channel, number});
             }
-        }
+        });
+        looked = stop;
         order(ordered);
         place(false);
         if (looked < end && std::chrono::steady_clock::now() >= until) {

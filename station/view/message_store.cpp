@@ -6,15 +6,8 @@
 namespace station {
 namespace {
 
-/// In front of each record.
-struct Head {
-    std::int64_t utc;
-    std::uint32_t channel;
-    std::uint32_t size;
-};
-
 /// What a message takes at least, bytes: it says how many a chunk can have.
-constexpr std::size_t shortest = sizeof(Head) + 8;
+constexpr std::size_t shortest = 16 + 8;
 
 }  // namespace
 
@@ -51,19 +44,18 @@ void MessageStore::clear() {
     chunks.clear();
 }
 
+MessageStore::Chunks::const_iterator MessageStore::chunkOf(std::uint64_t number) const {
+    const auto isBehind = [](std::uint64_t wanted, const auto& chunk) {
+        return wanted < chunk->first;
+    };
+    return std::prev(std::upper_bound(chunks.begin(), chunks.end(), number, isBehind));
+}
+
 std::optional<StoredMessage> MessageStore::find(std::uint64_t number) const {
     if (number < begin() || number >= end()) {
         return {};
     }
-    const auto isBehind = [](std::uint64_t wanted, const auto& chunk) {
-        return wanted < chunk->first;
-    };
-    const auto behind = std::upper_bound(chunks.begin(), chunks.end(), number, isBehind);
-    const Chunk& chunk = **std::prev(behind);
-    const std::uint8_t* const at = &chunk.bytes[chunk.offsets[number - chunk.first]];
-    Head head;
-    std::memcpy(&head, at, sizeof head);
-    return StoredMessage{head.channel, head.utc, at + sizeof head, head.size};
+    return read(**chunkOf(number), number);
 }
 
 }  // namespace station

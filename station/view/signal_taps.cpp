@@ -32,9 +32,6 @@ void SignalTaps::remove(std::size_t number) {
 }
 
 void SignalTaps::look(Tap& tap, const StoredMessage& stored) {
-    if (stored.channel != tap.signal.channel) {
-        return;
-    }
     const BusMessage message(stored, tap.bus);
     if (message.id == tap.signal.id && message.isExtended == tap.signal.isExtended) {
         tap.message->decode(std::span(message.data.data(), message.length),
@@ -46,23 +43,38 @@ void SignalTaps::look(Tap& tap, const StoredMessage& stored) {
     }
 }
 
+/// All taps that are as far in one pass; one that was added goes first until it is.
 void SignalTaps::update(const LiveFeed& feed, std::chrono::milliseconds slice) {
     constexpr std::uint64_t turn = 16384;  // messages between two looks at the time
     const auto until = std::chrono::steady_clock::now() + slice;
     const MessageStore& store = feed.getMessages();
-    bool isAnyBehind = true;
-    while (isAnyBehind && std::chrono::steady_clock::now() < until) {
-        isAnyBehind = false;
+    for (Tap& tap : taps) {
+        if (tap.looked < store.begin()) {
+            missed += store.begin() - tap.looked;
+            tap.looked = store.begin();
+        }
+    }
+    while (!taps.empty()) {
+        const std::uint64_t from = std::ranges::min_element(taps, {}, &Tap::looked)->looked;
+        if (from == store.end() || std::chrono::steady_clock::now() >= until) {
+            return;
+        }
+        std::uint64_t stop = std::min(store.end(), from + turn);
+        std::vector<std::vector<Tap*>> ofChannel(feed.getChannels().size());
         for (Tap& tap : taps) {
-            if (tap.looked < store.begin()) {
-                missed += store.begin() - tap.looked;
-                tap.looked = store.begin();
+            if (tap.looked == from) {
+                ofChannel[tap.signal.channel].push_back(&tap);
+            } else {
+                stop = std::min(stop, tap.looked);
             }
-            const std::uint64_t stop = std::min(store.end(), tap.looked + turn);
-            for (; tap.looked < stop; ++tap.looked) {
-                look(tap, *store.find(tap.looked));
+        }
+        store.forEach(from, stop, [&](std::uint64_t, const StoredMessage& message) {
+            for (Tap* const tap : ofChannel[message.channel]) {
+                look(*tap, message);
             }
-            isAnyBehind = isAnyBehind || tap.looked < store.end();
+        });
+        for (Tap& tap : taps) {
+            tap.looked = std::max(tap.looked, stop);
         }
     }
 }

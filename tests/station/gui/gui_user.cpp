@@ -8,6 +8,8 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
+#include <map>
+#include <nlohmann/json.hpp>
 
 #include "benchmarks/desktop_pictures.h"
 #include "benchmarks/latency_probe.h"
@@ -32,7 +34,8 @@ class User {
     bool addsHeard = false;
     int plots = 0;
     std::string serve;
-    bool wasAsked = false;  ///< whether to stop the measurement
+    bool wasAsked = false;                     ///< whether to stop the measurement
+    std::map<std::string, std::string> shown;  ///< by form, what the line below it said last
 
     void start(MainWindow& mainWindow) {
         window = &mainWindow;
@@ -52,6 +55,8 @@ class User {
     void work() {
         ++turn;
         auto* const mode = window->findChild<QComboBox*>("liveMode");
+        shown[mode->currentText().toStdString()] =
+            window->findChild<QLabel*>("liveStatus")->text().toStdString();
         mode->setCurrentIndex((mode->currentIndex() + 1) % mode->count());
         if (disturbs) {
             disturb();
@@ -183,7 +188,9 @@ int main(int argc, char** argv) {
     stopper.start(50);
     QApplication::exec();
     Workspace& workspace = window.getWorkspace();
-    fmt::print("{{\"report\": {}, \"hasLost\": {}, \"hasAsked\": {}, \"latencyMs\": {}}}\n",
-               toJson(workspace.summarize()), workspace.hasLost(), user.wasAsked, probe.toJson());
+    fmt::print(
+        "{{\"report\": {}, \"hasLost\": {}, \"hasAsked\": {}, \"latencyMs\": {}, \"shown\": {}}}\n",
+        toJson(workspace.summarize()), workspace.hasLost(), user.wasAsked, probe.toJson(),
+        nlohmann::json(user.shown).dump());
     return workspace.isMeasuring() ? 1 : 0;
 }
