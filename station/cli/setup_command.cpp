@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -11,8 +11,10 @@
 #include "core/string_helper.h"
 #include "host/host_clock.h"
 #include "station/cli/commands.h"
+#include "station/cli/setup_show.h"
 #include "station/cli/setups.h"
 #include "station/cli/streaming.h"
+#include "station/session/bus_load.h"
 #include "station/signals/database.h"
 #include "station/terminal_text.h"
 
@@ -32,6 +34,7 @@ Examples:
   cmp-station setup channel bench.xml Front all --used yes
   cmp-station setup channel bench.xml Front 0x10 --name Powertrain --color FF8000
   cmp-station setup database bench.xml Front 0x10 --db powertrain.dbc
+  cmp-station setup bitrate bench.xml Front 0x10 --nominal 500k --data 2M
   cmp-station setup set bench.xml Front --sync pps --clock-source yes
   cmp-station setup remove bench.xml 2 Doors
   cmp-station setup stream bench.xml nats://broker:4222 --station bench-7
@@ -52,13 +55,12 @@ struct SetupOptions {
     std::string used;
     std::string color;
     std::vector<std::string> databases;
+    BitRates bitRates;
     bool hasNone = false;
     bool json = false;
     StreamArguments stream;
     bool hasNoStream = false;
 };
-
-using Json = nlohmann::ordered_json;
 
 /// What is in the file, or is given: an option that isn't there leaves things as they are.
 std::optional<std::string> given(const CLI::App& command, const char* option,
@@ -130,71 +132,6 @@ std::vector<Channel> findChannels(const Module& module, const std::string& wante
                           : fmt::format("there is no interface {}; there are: {}", wanted, known));
     }
     return found;
-}
-
-const char* syncText(const ClockChoice& clock) {
-    return clock.syncMode == HostGnssDevice::syncModePps ? "pps" : "soft";
-}
-
-void showJson(Session& session) {
-    const auto clocks = session.clocks();
-    auto list = Json::array();
-    for (const Module& module : session.getModules()) {
-        const std::size_t row = list.size();
-        auto own = Json::array();
-        for (const Channel& channel : module.channels) {
-            own.push_back({{"interfaceId", channel.interfaceId},
-                           {"busType", channel.busType},
-                           {"used", channel.isUsed},
-                           {"name", channel.name},
-                           {"color", fmt::format("{:06X}", channel.color)}});
-            if (!channel.databases.empty()) {
-                own.back()["databases"] = channel.databases;
-            }
-        }
-        list.push_back({{"row", row + 1},
-                        {"name", module.name},
-                        {"type", module.type},
-                        {"configId", module.configId},
-                        {"cmId", module.cmId},
-                        {"sync", syncText(clocks.at(row))},
-                        {"clockSource", clocks.at(row).isSource},
-                        {"channels", std::move(own)}});
-    }
-    Json setup{{"modules", std::move(list)}};
-    if (const auto stream = session.getStreamOptions(); !stream.empty()) {
-        setup["stream"] = stream;
-    }
-    printResult(toText(setup));
-}
-
-void showTable(Session& session) {
-    const auto clocks = session.clocks();
-    const auto modules = session.getModules();
-    std::string text = modules.empty() ? "The setup has no modules.\n" : "";
-    for (std::size_t row = 0; row < modules.size(); ++row) {
-        const Module& module = modules[row];
-        text +=
-            fmt::format("{:>3}  {}  [{}]  ConfigId 0x{:X}  sync {}{}\n", row + 1,
-                        printable(module.name), module.type, module.configId,
-                        syncText(clocks.at(row)), clocks.at(row).isSource ? ", clock source" : "");
-        for (const Channel& channel : module.channels) {
-            text += fmt::format("     0x{:<4X} {:<7} {:<6}  {:06X}  {}\n", channel.interfaceId,
-                                channel.busType, channel.isUsed ? "used" : "unused", channel.color,
-                                printable(channel.name));
-            for (const std::string& path : channel.databases) {
-                text += fmt::format("            database {}\n", printable(path));
-            }
-        }
-    }
-    if (const auto stream = session.getStreamOptions(); !stream.empty()) {
-        text += "Streams with";
-        for (const auto& [name, value] : stream) {
-            text += fmt::format(" --{} {}", name, printable(value));
-        }
-        text += '\n';
-    }
-    printResult(text);
 }
 
 std::unique_ptr<SetupLock> lockSetup(const SetupOptions& options) {
@@ -395,6 +332,9 @@ void setDatabases(Session& session, const SetupOptions& options) {
                                             channel.interfaceId, channel.busType));
             }
         }
+        if (std::ranges::find(paths, toDatabasePath(options, path)) != paths.end()) {
+            throw UserError(fmt::format("--db {} is named twice", path));
+        }
         paths.push_back(toDatabasePath(options, path));
     }
     for (const Channel& channel : channels) {
@@ -420,6 +360,55 @@ void addDatabaseAction(CLI::App& setup, const Options& options, Command& chosen)
     database->callback([options, &chosen] {
         chosen = [options](StopSignal&) {
             return edit(*options, [&](Session& session) { setDatabases(session, *options); });
+        };
+    });
+}
+
+/// For all of the channels or for none.
+void setBitRates(Session& session, const SetupOptions& options) {
+    if ((options.bitRates.nominal == 0) != options.hasNone) {
+        throw UserError("name the bit rate with --nominal, or take it away with --none");
+    }
+    const Module module = session.getModules()[findModule(session, options.module)];
+    const std::vector<Channel> channels = findChannels(module, options.interface);
+    for (const Channel& channel : channels) {
+        checkBitRates(options.bitRates, channel);
+    }
+    for (const Channel& channel : channels) {
+        session.findOutput(channel).setBitRates(options.bitRates);
+    }
+}
+
+void addBitRateAction(CLI::App& setup, const Options& options, Command& chosen) {
+    CLI::App* const rates = addAction(
+        setup, "bitrate",
+        "Says how fast the buses of channels are, from which \"run\" and the desktop work out bus "
+        "load: the share of the time for which messages are on the wire, with the stuff bits that "
+        "random data has in the mean (one in 30 bits; the worst case is one in 4). More than 8 "
+        "bytes are CAN FD with its rate switched, all others classic CAN. LIN without the 40 % "
+        "that its nodes may take longer. Error and remote frames aren't in it",
+        options);
+    rates->add_option("MODULE", options->module, "Row or name")->required();
+    rates->add_option("INTERFACE", options->interface, "Interface ID, or all")->required();
+    const auto units =
+        CLI::AsNumberWithUnit(std::map<std::string, std::uint32_t>{{"k", 1000}, {"M", 1'000'000}},
+                              CLI::AsNumberWithUnit::Options(CLI::AsNumberWithUnit::CASE_SENSITIVE |
+                                                             CLI::AsNumberWithUnit::UNIT_OPTIONAL),
+                              "RATE");
+    auto* const nominal = rates
+                              ->add_option("--nominal", options->bitRates.nominal,
+                                           "Bits a second, of CAN FD those of the arbitration "
+                                           "phase: 500000 or 500k")
+                              ->transform(units)
+                              ->type_name("RATE");
+    rates->add_option("--data", options->bitRates.data, "Those of the data phase of CAN FD: 2M")
+        ->transform(units)
+        ->type_name("RATE")
+        ->needs(nominal);
+    rates->add_flag("--none", options->hasNone, "That isn't known from now on")->excludes(nominal);
+    rates->callback([options, &chosen] {
+        chosen = [options](StopSignal&) {
+            return edit(*options, [&](Session& session) { setBitRates(session, *options); });
         };
     });
 }
@@ -467,7 +456,7 @@ void addSetupCommand(CLI::App& app, Command& chosen) {
     show->callback([options, &chosen] {
         chosen = [options](StopSignal&) {
             const auto session = openSession(options->plugin, options->file);
-            options->json ? showJson(*session) : showTable(*session);
+            options->json ? showSetupAsJson(*session) : showSetup(*session);
             return ExitCode::Good;
         };
     });
@@ -475,6 +464,7 @@ void addSetupCommand(CLI::App& app, Command& chosen) {
     addSetAction(*setup, options, chosen);
     addChannelAction(*setup, options, chosen);
     addDatabaseAction(*setup, options, chosen);
+    addBitRateAction(*setup, options, chosen);
     addStreamAction(*setup, options, chosen);
 }
 

@@ -222,6 +222,8 @@ double IdentifierModel::getNumber(const QModelIndex& index) const {
             return row != nullptr ? static_cast<double>(row->last.length) : 0;
         case Lost:
             return static_cast<double>(channel.lost);
+        case Load:
+            return channel.load ? channel.load->lately : 0.0;
         default:
             return static_cast<double>(traffic.getLast());
     }
@@ -239,7 +241,8 @@ QVariant IdentifierModel::headerData(int section, Qt::Orientation orientation, i
                                        "Flags",
                                        "Data",
                                        "Time",
-                                       "Lost"};
+                                       "Lost",
+                                       "Bus load"};
     static const QStringList toolTips = {
         {},
         {},
@@ -252,7 +255,8 @@ QVariant IdentifierModel::headerData(int section, Qt::Orientation orientation, i
         "ext: identifier of 29 bits. FD: CAN FD. Whether the bit rate was switched isn't recorded.",
         "Bytes that changed within the last seconds are marked",
         "Of the last message",
-        "Messages of the channel"};
+        "Messages of the channel",
+        loadToolTip};
     if (orientation != Qt::Horizontal) {
         return {};
     }
@@ -312,6 +316,8 @@ QString IdentifierModel::channelText(std::size_t channel, int column) const {
             return QString::number(shown.traffic.getRate(), 'f', 0);
         case Lost:
             return shown.account.empty() ? QString() : QString::number(shown.lost);
+        case Load:
+            return shown.load ? QString::fromStdString(loadText(shown.load->lately)) : QString();
         default:
             return {};
     }

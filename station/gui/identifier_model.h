@@ -30,6 +30,7 @@ class IdentifierModel final : public QAbstractItemModel {
         Data,
         Time,
         Lost,
+        Load,
         columns
     };
 

@@ -10,6 +10,11 @@ namespace station {
 /// Role of a data cell: a bit for each byte that changed lately, as qulonglong.
 inline constexpr int changedBytesRole = 0x0101;
 
+inline constexpr const char* loadToolTip =
+    "Share of the last second for which messages were on the bus, where its bit rate is given "
+    "(Measurement > Databases and bit rates): with the stuff bits of random data, more than 8 "
+    "bytes as CAN FD with its rate switched, LIN without the 40 % that nodes may take longer";
+
 /// How times are shown.
 enum class TimeForm { SinceStart, Absolute, Differences };
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <QFileDialog>
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -68,6 +69,26 @@ std::string LiveExport::describe() {
     }
     return !result.empty() ? result
                            : fmt::format("Writing {}: {:.0f} %", path, 100.0 * task->share.load());
+}
+
+void askExportPath(QWidget* parent, std::function<void(const QString&)> next) {
+    auto* const dialog = new QFileDialog(parent, "Export the messages that pass the filter");
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    QStringList filters;
+    QStringList endings;
+    for (const RecordingFormat& format : getRecordingFormats()) {
+        filters.append(QString("%1 (*%2)").arg(format.what, format.ending));
+        endings.append(QString(format.ending).mid(1));
+    }
+    dialog->setNameFilters(filters);
+    dialog->setDefaultSuffix(endings.value(0));
+    QObject::connect(dialog, &QFileDialog::filterSelected, dialog, [=](const QString& chosen) {
+        dialog->setDefaultSuffix(endings.value(filters.indexOf(chosen)));
+    });
+    QObject::connect(dialog, &QFileDialog::fileSelected, parent,
+                     [next = std::move(next)](const QString& path) { next(path); });
+    dialog->open();
 }
 
 }  // namespace station

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QWidget>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,5 +44,8 @@ class LiveExport {
     std::string result;  ///< empty while it runs
     FileJob job;
 };
+
+/// Opens a dialog, which goes by itself, for the name of such a file.
+void askExportPath(QWidget* parent, std::function<void(const QString&)> next);
 
 }  // namespace station

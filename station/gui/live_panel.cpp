@@ -2,7 +2,6 @@
 
 #include <QApplication>
 #include <QClipboard>
-#include <QFileDialog>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QScrollBar>
@@ -67,16 +66,16 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
     makeTree();
     makeList();
     makePlot();
-    addForm("Overwrite: by identifier", tree);
-    addForm("Scroll: all messages", list);
     restoreLayout();
     status->setObjectName("liveStatus");
     connect(mode, &QComboBox::currentIndexChanged, this, [this](int index) {
         forms->setCurrentIndex(index);
         update();
     });
+    addForm("Overwrite: by identifier", tree);
+    addForm("Scroll: all messages", list);
     connect(&timer, &QTimer::timeout, this, [this] { tick(); });
-    constexpr int period = 200;  // milliseconds
+    constexpr int period = 40;  // milliseconds
     timer.start(period);
     update();
 }
@@ -84,6 +83,9 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
 void LivePanel::addForm(const QString& name, QWidget* form) {
     forms->addWidget(form);
     mode->addItem(name);
+    if (forms->count() - 1 == lastForm) {
+        mode->setCurrentIndex(lastForm);
+    }
 }
 
 void LivePanel::makeBar() {
@@ -227,6 +229,7 @@ void LivePanel::restoreLayout() {
     tree->header()->restoreState(settings.value("liveIdentifiers").toByteArray());
     list->getHeader()->restoreState(settings.value("liveMessages").toByteArray());
     times->setCurrentIndex(std::clamp(settings.value("liveTimes").toInt(), 0, 2));
+    lastForm = settings.value("liveForm").toInt();
     sides->restoreState(settings.value("livePlot").toByteArray());
 }
 
@@ -235,6 +238,7 @@ void LivePanel::saveLayout() const {
     settings.setValue("liveIdentifiers", tree->header()->saveState());
     settings.setValue("liveMessages", list->getHeader()->saveState());
     settings.setValue("liveTimes", times->currentIndex());
+    settings.setValue("liveForm", forms->currentIndex());
     settings.setValue("livePlot", sides->saveState());
 }
 
@@ -249,15 +253,16 @@ void LivePanel::setPaused(bool isPaused) {
 }
 
 void LivePanel::tick() {
-    if (isVisible()) {
+    constexpr int picture = 5;  // ticks
+    if (++ticks % picture == 0 && isVisible()) {
         update();
     } else {
-        feed.refresh(LiveFeed::Clock::now());
+        feed.refresh(LiveFeed::Clock::now(), slice);
     }
 }
 
 void LivePanel::update() {
-    feed.refresh(LiveFeed::Clock::now());
+    feed.refresh(LiveFeed::Clock::now(), slice);
     // Both keep messages beside those that the feed goes on to keep.
     feed.setHeld(held != nullptr || (exporting && exporting->isRunning()));
     plot.update(slice);
@@ -323,6 +328,13 @@ void LivePanel::showStatus() {
     if (const auto missed = isList ? messageModel.getList().getMissed() : from.getMissed();
         missed > 0) {
         texts.append(QString("%L1 came too fast to be shown").arg(missed));
+    }
+    if (const auto load = from.getLoad(); load && !isList) {
+        texts.append(QString("Bus load %1 in the mean of the buses whose bit rate is given")
+                         .arg(QString::fromStdString(loadText(*load))));
+    }
+    if (from.isAwaitingDecoders()) {
+        texts.append("The databases are being read");
     }
     if (held) {
         texts.append("Paused: the measurement goes on");
@@ -465,21 +477,7 @@ void LivePanel::exportRows() {
         notify("Wait until the file before is written");
         return;
     }
-    auto* const dialog = new QFileDialog(this, "Export the messages that pass the filter");
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setAcceptMode(QFileDialog::AcceptSave);
-    QStringList filters;
-    QStringList endings;
-    for (const RecordingFormat& format : getRecordingFormats()) {
-        filters.append(QString("%1 (*%2)").arg(format.what, format.ending));
-        endings.append(QString(format.ending).mid(1));
-    }
-    dialog->setNameFilters(filters);
-    dialog->setDefaultSuffix(endings.value(0));
-    connect(dialog, &QFileDialog::filterSelected, dialog, [=](const QString& chosen) {
-        dialog->setDefaultSuffix(endings.value(filters.indexOf(chosen)));
-    });
-    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& path) {
+    askExportPath(this, [this](const QString& path) {
         exporting.reset();
         try {
             exporting = std::make_unique<LiveExport>(shown(), parsed, path.toStdString());
@@ -487,7 +485,6 @@ void LivePanel::exportRows() {
             notify(error.what());
         }
     });
-    dialog->open();
 }
 
 }  // namespace station

@@ -40,6 +40,7 @@ class LivePanel final : public QWidget {
     /// What is to be seen: the feed, or its picture from the beginning of the pause.
     const LiveFeed& shown() const { return held ? *held : feed; }
     void setPaused(bool isPaused);
+    /// Takes what has come in small pieces; draws at each fifth.
     void tick();
     /// Draws the form that is to be seen.
     void update();
@@ -81,6 +82,8 @@ class LivePanel final : public QWidget {
     LiveFeed::Clock::time_point noticeEnd;
     std::uint64_t filterOf = 0;  ///< generation for whose channels the filter was read
     LiveFeed::Clock::time_point nextOrder;
+    int lastForm = 0;  ///< that the user had before
+    unsigned ticks = 0;
     QTimer timer;
 };
 

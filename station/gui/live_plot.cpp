@@ -45,6 +45,9 @@ bool LivePlot::tap(const Plotted& entry) {
 }
 
 void LivePlot::update(std::chrono::milliseconds atMost) {
+    if (feed.isAwaitingDecoders()) {
+        return;  // with them it is known which signals there are
+    }
     if (generation != feed.getGeneration()) {
         generation = feed.getGeneration();
         panel->clear();

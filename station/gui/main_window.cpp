@@ -148,7 +148,8 @@ void MainWindow::makeMenus() {
     addAction(measurement, "S&top", Qt::SHIFT | Qt::Key_F5, [this] { bar->pressStop(); });
     measurement.addSeparator();
     addAction(measurement, "&Clocks...", {}, [this] { whenIdle([this] { showClocks(); }); });
-    addAction(measurement, "&Databases...", {}, [this] { whenIdle([this] { showDatabases(); }); });
+    addAction(measurement, "&Databases and bit rates...", {},
+              [this] { whenIdle([this] { showDatabases(); }); });
     auto* const serving = measurement.addAction("&Let other programs read the CAN channels");
     serving->setObjectName("serve");
     serving->setCheckable(true);

@@ -9,7 +9,7 @@
 namespace station {
 namespace {
 
-enum Column { Name, Type, CmId, Presence, Serial, Rate, Frames, Missing, Clock, columns };
+enum Column { Name, Type, CmId, Presence, Serial, Rate, Load, Frames, Missing, Clock, columns };
 
 QString hex(std::uint16_t number) {
     return QString("0x%1").arg(QString::number(number, 16).toUpper());
@@ -31,9 +31,10 @@ ModulesPanel::ModulesPanel(Workspace& shownWorkspace,
     : QTableWidget(0, columns), workspace(shownWorkspace), attempt(std::move(toAttempt)) {
     setObjectName("liveModules");
     setHorizontalHeaderLabels({"Module", "Type", "CM ID", "State", "Serial number", "Messages /s",
-                               "Frames", "Missing", "Clock"});
+                               "Bus load", "Frames", "Missing", "Clock"});
     horizontalHeaderItem(Missing)->setToolTip(
         "Frames that a sequence counter has skipped: a hint only");
+    horizontalHeaderItem(Load)->setToolTip(QString("In the mean of its buses. ") + loadToolTip);
     horizontalHeaderItem(Clock)->setToolTip(
         "Rate against the host's clock, distance of the latest reading from the fit, offset at the "
         "start, age of the latest reading");
@@ -42,7 +43,7 @@ ModulesPanel::ModulesPanel(Workspace& shownWorkspace,
     setTabKeyNavigation(false);
     verticalHeader()->hide();
     horizontalHeader()->setStretchLastSection(true);
-    constexpr int widths[] = {200, 100, 70, 130, 120, 100, 100, 80};
+    constexpr int widths[] = {200, 100, 70, 130, 120, 100, 80, 100, 80};
     for (int column = 0; column < Clock; ++column) {
         setColumnWidth(column, widths[column]);
     }
@@ -63,22 +64,23 @@ void ModulesPanel::put(int row, int column, const QString& text) {
     }
 }
 
-void ModulesPanel::showModule(int row, const Summary& summary, std::size_t position,
+void ModulesPanel::showModule(int row, const Summary* summary, std::size_t position,
                               const Module& module) {
-    const bool isKnown = position < summary.modules.size() && workspace.isMeasuring();
     put(row, Name, QString::fromStdString(module.name));
     put(row, Type, QString::fromStdString(module.type));
     put(row, CmId, hex(module.cmId));
     put(row, Presence, module.connected ? "Connected" : "Not connected");
     put(row, Serial, QString::fromStdString(module.serial));
-    put(row, Rate, isKnown ? QString::number(rateOf(summary, position), 'f', 0) : "");
+    put(row, Rate, summary != nullptr ? QString::number(rateOf(*summary, position), 'f', 0) : "");
+    const auto load = summary != nullptr ? summary->getLoad(position) : std::nullopt;
+    put(row, Load, load ? QString::fromStdString(loadText(*load)) : "");
     put(row, Frames, module.frames ? QString::number(module.frames->frames) : "");
     put(row, Missing, module.frames ? QString::number(module.frames->missingFrames) : "");
     put(row, Clock, module.clock ? QString::fromStdString(describeClock(*module.clock)) : "");
     removeCellWidget(row, Name);
 }
 
-void ModulesPanel::showUnlisted(int row, const Module& module) {
+void ModulesPanel::showUnlisted(int row, const Module& module, bool isMeasuring) {
     const QString text = "Add " + hex(module.cmId);
     const auto* const there = qobject_cast<QPushButton*>(cellWidget(row, Name));
     for (int column = 0; column < columns; ++column) {
@@ -97,22 +99,26 @@ void ModulesPanel::showUnlisted(int row, const Module& module) {
                 [this, module] { attempt([this, module] { workspace.addUnlisted(module); }); });
     }
     if (QWidget* const button = cellWidget(row, Name)) {
-        button->setEnabled(!workspace.isMeasuring());
-        button->setToolTip(workspace.isMeasuring() ? Workspace::lockReason : "");
+        button->setEnabled(!isMeasuring);
+        button->setToolTip(isMeasuring ? Workspace::lockReason : "");
     }
 }
 
 void ModulesPanel::showState() {
     const Summary& summary = workspace.summarize();
-    const std::vector<Module> modules = workspace.getModules();
-    const std::vector<Module> unlisted = workspace.findUnlisted();
+    show(summary, workspace.getModules(), workspace.findUnlisted(), workspace.isMeasuring());
+}
+
+void ModulesPanel::show(const Summary& summary, const std::vector<Module>& modules,
+                        const std::vector<Module>& unlisted, bool isMeasuring) {
     setRowCount(static_cast<int>(modules.size() + unlisted.size()));
     int row = 0;
     for (std::size_t i = 0; i < modules.size(); ++i) {
-        showModule(row++, summary, i, modules[i]);
+        const bool isKnown = i < summary.modules.size() && isMeasuring;
+        showModule(row++, isKnown ? &summary : nullptr, i, modules[i]);
     }
     for (const Module& module : unlisted) {
-        showUnlisted(row++, module);
+        showUnlisted(row++, module, isMeasuring);
     }
 }
 

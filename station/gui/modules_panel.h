@@ -15,13 +15,16 @@ class ModulesPanel final : public QTableWidget {
     /// user.
     ModulesPanel(Workspace& shownWorkspace, std::function<void(std::function<void()>)> attempt);
 
-    /// Several times a second.
+    /// What the workspace has now. Several times a second.
     void showState();
+    void show(const Summary& summary, const std::vector<Module>& modules,
+              const std::vector<Module>& unlisted, bool isMeasuring);
 
   private:
     void put(int row, int column, const QString& text);
-    void showModule(int row, const Summary& summary, std::size_t position, const Module& module);
-    void showUnlisted(int row, const Module& module);
+    /// Without a summary its traffic isn't known.
+    void showModule(int row, const Summary* summary, std::size_t position, const Module& module);
+    void showUnlisted(int row, const Module& module, bool isMeasuring);
 
     Workspace& workspace;
     const std::function<void(std::function<void()>)> attempt;

@@ -4,10 +4,13 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "core/string_helper.h"
 #include "station/permission.h"
 #include "station/serve/bus_address.h"
+#include "station/session/bus_load.h"
 #include "station/signals/channel_decoders.h"
 
 namespace station {
@@ -20,6 +23,12 @@ HostObject& asHostWindow(QtWindow& window) {
 }
 
 }  // namespace
+
+/// By channel of the summary, and what the user must know of the files.
+struct Workspace::ReadDecoders {
+    LiveFeed::Decoders byChannel;
+    std::vector<std::string> texts;
+};
 
 Workspace::Workspace(WorkspaceOptions workspaceOptions) : options(std::move(workspaceOptions)) {
     begin();
@@ -80,6 +89,7 @@ void Workspace::take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile) {
     savedFingerprint = fingerprint();
     clocksChosen = false;
     feed.begin(Summary());
+    isReadingStale = true;
     summary = Summary();
     coverage.begin({});
     lost = false;
@@ -111,7 +121,8 @@ std::string Workspace::fingerprint() const {
     for (const Module& module : session().getModules()) {
         text += fmt::format("{}\n{}\n{}\n", module.type, module.name, module.configId);
         for (const Channel& channel : module.channels) {
-            text += fmt::format("{}\n{}\n{}\n{}\n", channel.name, channel.isUsed, channel.color,
+            text += fmt::format("{}\n{}\n{}\n{} {}\n{}\n", channel.name, channel.isUsed,
+                                channel.color, channel.bitRates.nominal, channel.bitRates.data,
                                 fmt::join(channel.databases, "\n"));
         }
     }
@@ -132,11 +143,11 @@ std::vector<Module> Workspace::getModules() {
 }
 
 void Workspace::chooseDatabases(std::size_t module, std::size_t channel,
-                                const std::vector<std::string>& paths) {
+                                const std::vector<DatabaseFile>& files) {
     const Channel chosen = session().getModules().at(module).channels.at(channel);
     std::vector<std::wstring> wide;
-    for (const std::string& path : paths) {
-        if ((readDatabase(path).bus == BusType::Lin) != (chosen.busType == "LIN")) {
+    for (const auto& [path, bus] : files) {
+        if ((bus == BusType::Lin) != (chosen.busType == "LIN")) {
             throw UserError(fmt::format("{} is no database of {}, the bus of {}", path,
                                         chosen.busType, chosen.name));
         }
@@ -145,29 +156,74 @@ void Workspace::chooseDatabases(std::size_t module, std::size_t channel,
     session().findOutput(chosen).setDatabases(wide);
 }
 
-LiveFeed::Decoders Workspace::readDecoders() {
-    ChannelDecoders decoders;
-    LiveFeed::Decoders found;
+void Workspace::chooseBitRates(std::size_t module, std::size_t channel, const BitRates& rates) {
+    const Channel chosen = session().getModules().at(module).channels.at(channel);
+    checkBitRates(rates, chosen);
+    session().findOutput(chosen).setBitRates(rates);
+}
+
+void Workspace::readDecoders() {
+    struct Wanted {
+        ChannelDescription channel;
+        std::vector<std::string> paths = {};
+    };
+    std::vector<Wanted> wanted;
+    bool hasAny = false;
     for (const ChannelSummary& channel : summary.channels) {
-        const Module* const module =
-            channel.module < summary.modules.size() ? &summary.modules[channel.module] : nullptr;
-        try {
-            for (const Channel& described :
-                 module != nullptr ? module->channels : std::vector<Channel>()) {
-                if (described.interfaceId == channel.interfaceId) {
-                    for (const std::string& path : described.databases) {
-                        decoders.addFor(channel.name, (getPath().parent_path() / path).string());
-                    }
+        Wanted& entry = wanted.emplace_back(Wanted{{channel.name, channel.bus}});
+        if (channel.module >= summary.modules.size()) {
+            continue;
+        }
+        for (const Channel& described : summary.modules[channel.module].channels) {
+            if (described.interfaceId == channel.interfaceId) {
+                for (const std::string& path : described.databases) {
+                    entry.paths.push_back((getPath().parent_path() / path).string());
                 }
             }
-            found.push_back(decoders.find({channel.name, channel.bus}));
-        } catch (const UserError& error) {
-            options.onMessage(error.what());
-            found.emplace_back();
         }
+        hasAny = hasAny || !entry.paths.empty();
     }
-    tellAll(decoders.takeNotices());
-    return found;
+    isReadingStale = reading.isRunning();
+    if (!hasAny) {
+        return;
+    }
+    feed.awaitDecoders();
+    if (isReadingStale) {
+        return;  // begins when that is done
+    }
+    decoders = std::make_shared<ReadDecoders>();
+    reading.start([wanted, result = decoders](const std::atomic<bool>& isStopped) {
+        ChannelDecoders all;
+        for (const Wanted& entry : wanted) {
+            try {
+                for (const std::string& path : entry.paths) {
+                    if (isStopped) {
+                        return QString();
+                    }
+                    all.addFor(entry.channel.name, path);
+                }
+                result->byChannel.push_back(all.find(entry.channel));
+            } catch (const std::exception& error) {
+                result->texts.emplace_back(error.what());
+                result->byChannel.emplace_back();
+            }
+        }
+        std::ranges::move(all.takeNotices(), std::back_inserter(result->texts));
+        return QString();
+    });
+}
+
+void Workspace::takeDecoders() {
+    if (!reading.takeResult()) {
+        return;
+    }
+    const auto read = std::exchange(decoders, nullptr);
+    if (!isReadingStale) {
+        feed.setDecoders(read->byChannel);
+        tellAll(read->texts);
+    } else if (feed.isAwaitingDecoders()) {
+        readDecoders();
+    }
 }
 
 void Workspace::addUnlisted(const Module& module) {
@@ -251,7 +307,6 @@ void Workspace::start(const std::filesystem::path& recording) {
     }
     auto fresh = std::make_unique<Measurement>(session(), files);
     summary = fresh->summarize();
-    const LiveFeed::Decoders decoders = readDecoders();
     if (readers) {
         readers->begin(fresh->summarize());
         fresh->addListener(*readers);
@@ -265,7 +320,8 @@ void Workspace::start(const std::filesystem::path& recording) {
     lost = false;
     setLocked(true);
     summary = measurement->summarize();
-    feed.begin(summary, decoders);
+    feed.begin(summary);
+    readDecoders();
     coverage.begin(findNotRecorded());
     tellLeftOut();
     if (server) {
@@ -299,6 +355,7 @@ const Summary& Workspace::summarize() {
 
 void Workspace::tick(Measurement::Clock::time_point now) {
     constexpr auto lookPeriod = std::chrono::milliseconds(200);
+    takeDecoders();
     try {
         if (measurement) {
             tellAll(measurement->poll(now));

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "station/gui/plot/file_job.h"
 #include "station/serve/bus_server.h"
 #include "station/session/coverage.h"
 #include "station/session/measurement.h"
@@ -71,10 +72,16 @@ class Workspace {
     std::vector<Module> findUnlisted() { return session().findUnlisted(); }
     /// Sets up one of those, with its channels. Not in a measurement.
     void addUnlisted(const Module& module);
+    struct DatabaseFile {
+        std::string path;
+        BusType bus = BusType::Can;
+    };
     /// By which databases the messages of a module's channel are decoded, from the next measurement
-    /// on. Throws as `readDatabase`, and `UserError` for one of another bus.
+    /// on. Throws `UserError` for one of another bus.
     void chooseDatabases(std::size_t module, std::size_t channel,
-                         const std::vector<std::string>& paths);
+                         const std::vector<DatabaseFile>& files);
+    /// How fast that channel's bus is, from the next measurement on. Throws as `checkBitRates`.
+    void chooseBitRates(std::size_t module, std::size_t channel, const BitRates& rates);
     /// A text for each CM ID or clock that several modules have.
     std::vector<std::string> findSharedIds() { return session().findSharedIds(); }
 
@@ -109,9 +116,13 @@ class Workspace {
         std::unique_ptr<Session> session;
     };
 
+    struct ReadDecoders;
+
     void listen() const;
-    /// By channel of the summary. What can't be read is told.
-    LiveFeed::Decoders readDecoders();
+    /// Begins to read the databases of the measurement's channels, on a thread of its own: they may
+    /// be large, and a disk may take nothing. The feed gets them when they are there.
+    void readDecoders();
+    void takeDecoders();
     std::unique_ptr<Setup> makeSetup(const std::filesystem::path& path) const;
     void take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile);
     std::string fingerprint() const;
@@ -130,6 +141,9 @@ class Workspace {
     Measurement::Clock::time_point nextLook;
 
     LiveFeed feed;
+    FileJob reading;
+    std::shared_ptr<ReadDecoders> decoders;  ///< of the job that runs
+    bool isReadingStale = false;             ///< it is for another measurement
     std::shared_ptr<RecordingSet> recordings;
     std::unique_ptr<BusServer> server;  ///< null: nothing is served
     std::unique_ptr<Measurement> measurement;

@@ -274,6 +274,10 @@ HostResult StationChannel::save(HostDocument* document, HostElement* element) co
     values.write(L"Color", toText(color));
     values.write(L"Used", isUsedNow ? L"True" : L"False");
     values.write(L"ExpectedRate", toText(expectedRate));
+    if (bitRates.nominal != 0) {
+        values.write(L"BitRate", toText(bitRates.nominal));
+        values.write(L"DataBitRate", toText(bitRates.data));
+    }
     return HostCode::success;
 }
 
@@ -288,6 +292,8 @@ HostResult StationChannel::load(HostDocument* document, HostElement* element) {
     const auto newColor = values.readNumber(L"Color", color);
     const bool newUsed = values.readFlag(L"Used", isUsedNow);
     const auto newRate = values.readNumber(L"ExpectedRate", expectedRate);
+    const BitRates newRates{values.readNumber(L"BitRate", bitRates.nominal),
+                            values.readNumber(L"DataBitRate", bitRates.data)};
     std::vector<std::wstring> newDatabases = readDatabases(*saved);
     if (const HostResult code = setExpectedRate(newRate); code < 0) {
         return code;
@@ -297,6 +303,7 @@ HostResult StationChannel::load(HostDocument* document, HostElement* element) {
     color = newColor;
     isUsedNow = newUsed;
     databases = std::move(newDatabases);
+    bitRates = newRates;
     return HostCode::success;
 }
 

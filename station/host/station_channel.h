@@ -9,6 +9,7 @@
 
 #include "host/host_channel.h"
 #include "host/host_variant.h"
+#include "station/host/bit_rates.h"
 #include "station/host/channel_details.h"
 #include "station/host/sample_ring.h"
 
@@ -81,6 +82,9 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     /// them.
     const std::vector<std::wstring>& getDatabases() const { return databases; }
     void setDatabases(std::vector<std::wstring> paths) { databases = std::move(paths); }
+    /// Of the bus, as far as the user has named them; the plug-in knows nothing of them either.
+    const BitRates& getBitRates() const { return bitRates; }
+    void setBitRates(const BitRates& rates) { bitRates = rates; }
 
     /// Gives the sink what was written since the last call, oldest first. The sample of a channel
     /// without times has the time of its position in the acquisition.
@@ -122,8 +126,9 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     HostResult getPropertySet(HostPropertySet** to) override { return handOver(propertySet, to); }
     /// The child "OutputChannel" of the element, with a child "Index" (the indices as text, 8:0;3)
     /// a child "Database" for each of the databases, and the values "Name", "Unit", "Color", "Used"
-    /// and "ExpectedRate". Of these what isn't there when loading stays as it is; the index isn't
-    /// loaded. A value that makes no sense is a failure that changes nothing.
+    /// and "ExpectedRate", where they are known "BitRate" and "DataBitRate". Of these what isn't
+    /// there when loading stays as it is; the index isn't loaded. A value that makes no sense is a
+    /// failure that changes nothing.
     HostResult persistSetup(HostDocument* document, HostElement* element, HostBool saving) override;
     HostResult isArray(HostBool* to) override { return give(to, toHostBool(array)); }
     HostResult setIsArray(HostBool newArray) override { return putLayout(array, isTrue(newArray)); }
@@ -238,6 +243,7 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     float expectedRate = 0.0F;
     std::int64_t offset = 0;
     std::vector<std::wstring> databases;
+    BitRates bitRates;
 
     SampleRing ring;
     VariantRing variants;

@@ -251,8 +251,14 @@ class Page {
                              "When a channel's first message was on the bus, since 1970 UTC.");
         Family last = gauge("cmp_channel_last_message_timestamp_seconds",
                             "When a channel's latest message was on the bus, since 1970 UTC.");
+        Family load = gauge("cmp_channel_bus_load_ratio",
+                            "Share of the last second for which messages were on a channel's bus, "
+                            "where its bit rate is known.");
         for (const ChannelSummary& channel : summary.channels) {
             const Labels labels = channelLabels(channel);
+            if (channel.load) {
+                load.add(labels, channel.load->lately);
+            }
             read.add(labels, channel.frames);
             overwritten.add(labels, channel.overwritten);
             if (channel.frames != 0) {

@@ -12,6 +12,7 @@
 
 #include "core/string_helper.h"
 #include "station/recording/channel_traffic.h"
+#include "station/session/bus_load.h"
 
 namespace station {
 namespace {
@@ -83,6 +84,7 @@ class MeasurementRecorder::Channel final : public ChannelSink {
         for (MessageListener* const listener : recorder.listeners) {
             listener->onMessage(number, traffic.getLast(), sample.data, sample.size);
         }
+        load.note(sample.data, sample.size);
         lastSize = std::min(sample.size, lastRecord.size());
         std::memcpy(lastRecord.data(), sample.data, lastSize);
     }
@@ -107,6 +109,7 @@ class MeasurementRecorder::Channel final : public ChannelSink {
     std::size_t module = noModule;
     std::uint16_t interfaceId = 0;
     ChannelTraffic traffic;
+    BusLoad load;
     std::array<std::uint8_t, StationChannel::recordSize> lastRecord = {};
     std::size_t lastSize = 0;
     std::uint64_t overrunsBefore = 0;  ///< in the parts of the measurement before this one
@@ -127,6 +130,7 @@ void MeasurementRecorder::addChannels(const std::vector<Module>& modules) {
         }
         auto channel = std::make_unique<Channel>(*this, source, channels.size());
         channel->bus = *type;
+        channel->load = BusLoad(*type, source->getBitRates());
         channel->name = names.add(Kestrova::Utils::Kcom::StringHelper::ToUtf8(source->name()));
         const std::int32_t output = source->indices().back();
         for (std::size_t module = 0; module < modules.size(); ++module) {
@@ -220,6 +224,7 @@ void MeasurementRecorder::updateRates() {
     }
     for (const auto& channel : channels) {
         channel->traffic.updateRate(now - markTime);
+        channel->load.update(now - markTime);
     }
     markTime = now;
 }
@@ -250,6 +255,7 @@ Summary MeasurementRecorder::summarize(std::vector<Module> modules) {
         entry.firstTime = seconds(channel->traffic.getFirst());
         entry.lastTime = seconds(channel->traffic.getLast());
         entry.rate = channel->traffic.getRate();
+        entry.load = channel->load.summarize(summary.seconds);
         entry.lastValue = channel->lastValueText();
         entry.counts = channel->counts;
         entry.overwritten = channel->getOverruns();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/plugin.h"
+#include "station/host/bit_rates.h"
 
 namespace station {
 
@@ -19,6 +20,7 @@ struct Channel {
     std::uint32_t color = 0;  ///< 0xRRGGBB
     /// Files that say what its messages mean (.dbc, .ldf); relative ones to the setup's folder.
     std::vector<std::string> databases = {};
+    BitRates bitRates = {};
 };
 
 /// A capture module.

@@ -106,6 +106,7 @@ Channel describe(const ListedChannel& listed, StationHost& host) {
         channel.name = toUtf8(output->name());
         channel.isUsed = output->used();
         output->getColor(&channel.color);
+        channel.bitRates = output->getBitRates();
         for (const std::wstring& path : output->getDatabases()) {
             channel.databases.push_back(toUtf8(path));
         }

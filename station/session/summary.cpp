@@ -153,6 +153,13 @@ Json toJson(const ChannelSummary& channel, const std::vector<Module>& modules) {
         result["firstTime"] = channel.firstTime;
         result["lastTime"] = channel.lastTime;
     }
+    if (channel.load) {
+        result["load"] = {{"bitRate", channel.load->rates.nominal},
+                          {"dataBitRate", channel.load->rates.data},
+                          {"lately", channel.load->lately},
+                          {"mean", channel.load->mean},
+                          {"most", channel.load->most}};
+    }
     if (channel.messages) {
         result["undefinedMessages"] = channel.undefined;
         result["messages"] = Json::array();
@@ -284,11 +291,11 @@ void addChannels(const Summary& summary, std::size_t module, std::vector<std::st
             ++silent;
             continue;
         }
-        lines.push_back(
-            fmt::format("  {:<32} {:<7} {:>12} {:>10.0f}/s  {}{}", channel.name, channel.busName,
-                        channel.frames, channel.rate,
-                        channel.getLost() == 0 ? "" : fmt::format("LOST {}  ", channel.getLost()),
-                        shortened(channel.lastValue, longestValue)));
+        lines.push_back(fmt::format(
+            "  {:<32} {:<7} {:>12} {:>10.0f}/s {:>7}  {}{}", channel.name, channel.busName,
+            channel.frames, channel.rate, channel.load ? loadText(channel.load->lately) : "",
+            channel.getLost() == 0 ? "" : fmt::format("LOST {}  ", channel.getLost()),
+            shortened(channel.lastValue, longestValue)));
         for (const std::string& text : channel.describeAccount()) {
             lines.push_back("    " + text);
         }
@@ -300,6 +307,12 @@ void addChannels(const Summary& summary, std::size_t module, std::vector<std::st
     }
 }
 
+/// "  load 12.3 %"; empty where it isn't known.
+std::string loadOf(const Summary& summary, std::optional<std::size_t> module) {
+    const auto load = summary.getLoad(module);
+    return load ? "  load " + loadText(*load) : "";
+}
+
 void addModule(const Summary& summary, std::size_t position, std::vector<std::string>& lines) {
     const Module& module = summary.modules[position];
     lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
@@ -309,6 +322,7 @@ void addModule(const Summary& summary, std::size_t position, std::vector<std::st
                     (module.frames && module.frames->sequenceGaps != 0
                          ? "  sequence counter: " + gapsText(*module.frames)
                          : "") +
+                    loadOf(summary, position) +
                     (module.timeStandsStill ? "  TIME STANDS STILL" : ""));
     addChannels(summary, position, lines);
 }
@@ -319,6 +333,11 @@ std::string awaitedText(const Summary& summary) {
 }
 
 }  // namespace
+
+std::string loadText(double load) {
+    constexpr double percent = 100.0;
+    return fmt::format("{:.1f} %", load * percent);
+}
 
 std::string describeClock(const ClockStatistics& clock) {
     constexpr double microsecondsPerSecond = 1e6;
@@ -346,6 +365,18 @@ std::uint64_t Summary::totalFrames() const {
         total += channel.frames;
     }
     return total;
+}
+
+std::optional<double> Summary::getLoad(std::optional<std::size_t> module) const {
+    double sum = 0.0;
+    std::size_t count = 0;
+    for (const ChannelSummary& channel : channels) {
+        if (channel.load && (!module || channel.module == *module)) {
+            sum += channel.load->lately;
+            ++count;
+        }
+    }
+    return count != 0 ? std::optional(sum / static_cast<double>(count)) : std::nullopt;
 }
 
 std::uint64_t Summary::totalLost() const {
@@ -384,8 +415,15 @@ std::string toJson(const Summary& summary) {
     for (const InterfaceStatistics& interface : summary.interfaces) {
         result["interfaces"].push_back(toJson(interface));
     }
-    for (const Module& module : summary.modules) {
-        result["modules"].push_back(toJson(module));
+    if (const auto load = summary.getLoad()) {
+        result["load"] = *load;
+    }
+    for (std::size_t i = 0; i < summary.modules.size(); ++i) {
+        Json entry = toJson(summary.modules[i]);
+        if (const auto load = summary.getLoad(i)) {
+            entry["load"] = *load;
+        }
+        result["modules"].push_back(std::move(entry));
     }
     for (const ChannelSummary& channel : summary.channels) {
         Json entry = toJson(channel, summary.modules);
@@ -406,9 +444,9 @@ std::string toJson(const Summary& summary) {
 
 std::vector<std::string> toTable(const Summary& summary) {
     std::vector<std::string> lines;
-    lines.push_back(fmt::format("{:.1f} s since {}   {} frames", summary.seconds,
+    lines.push_back(fmt::format("{:.1f} s since {}   {} frames{}", summary.seconds,
                                 toIsoText(summary.startTime).substr(0, 19) + 'Z',
-                                summary.totalFrames()));
+                                summary.totalFrames(), loadOf(summary, {})));
     if (summary.droppedFrames != 0) {
         lines.push_back(fmt::format("LOST {} Ethernet frames before they could be read",
                                     summary.droppedFrames));
@@ -416,8 +454,8 @@ std::vector<std::string> toTable(const Summary& summary) {
     if (!summary.awaitedLeader.empty()) {
         lines.push_back(awaitedText(summary));
     }
-    lines.push_back(fmt::format("  {:<32} {:<7} {:>12} {:>12}  {}", "channel", "bus", "frames",
-                                "rate", "last value"));
+    lines.push_back(fmt::format("  {:<32} {:<7} {:>12} {:>12} {:>7}  {}", "channel", "bus",
+                                "frames", "rate", "load", "last value"));
     for (std::size_t i = 0; i < summary.modules.size(); ++i) {
         addModule(summary, i, lines);
     }

@@ -33,6 +33,15 @@ struct MessageSummary {
     std::vector<SignalSummary> signals = {};  ///< those that came in
 };
 
+/// For which share of the time a bus was taken, where its bit rate is known: 1 is all of it. More
+/// says that the bus runs faster than that. `WireBits` is the model.
+struct BusLoadSummary {
+    BitRates rates;
+    double lately = 0.0;  ///< in the last second
+    double mean = 0.0;    ///< since the start
+    double most = 0.0;    ///< in a second
+};
+
 /// What has become of one channel's messages so far. Once a measurement is over it adds up:
 /// `counts.queued` is `counts.delivered`, what was stamped outside of it, and what was lost;
 /// `counts.delivered` is `frames` and `overwritten`; and of `frames` each recording has or has lost
@@ -48,7 +57,8 @@ struct ChannelSummary {
     std::uint64_t frames = 0;
     double firstTime = 0.0;  ///< seconds since the start; meaningless without frames
     double lastTime = 0.0;
-    double rate = 0.0;  ///< frames a second, lately
+    double rate = 0.0;                        ///< frames a second, lately
+    std::optional<BusLoadSummary> load = {};  ///< empty: its bit rate isn't known
     std::string lastValue;
     /// By the plug-in, as far as it was asked lately; none without a host around the core.
     std::optional<ChannelStatistics> counts;
@@ -151,9 +161,15 @@ struct Summary {
     std::optional<ServeSummary> serve;
 
     std::uint64_t totalFrames() const;
+    /// The load of a module's buses in the last second, in the mean of those of which it is known;
+    /// without a module, of all. Empty if it is known of none.
+    std::optional<double> getLoad(std::optional<std::size_t> module = {}) const;
     /// Messages of all channels that were lost behind the network interface.
     std::uint64_t totalLost() const;
 };
+
+/// "12.3 %"
+std::string loadText(double load);
 
 /// UTC as "2026-01-31T12:00:00.123456789Z".
 std::string toIsoText(Summary::Clock::time_point time);

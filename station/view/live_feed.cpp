@@ -27,12 +27,19 @@ void LiveFeed::begin(const Summary& summary, const Decoders& decoders) {
         channels.push_back(
             {channel.name, channel.busName, channel.bus, colorOf(channel, summary.modules)});
         buses.push_back(channel.bus);
-        const std::size_t place = channels.size() - 1;
-        channels.back().decoder = place < decoders.size() ? decoders[place] : nullptr;
     }
+    setDecoders(decoders);
     clear();
     follow(summary);
     mark = Clock::now();
+}
+
+void LiveFeed::setDecoders(const Decoders& decoders) {
+    for (std::size_t i = 0; i < channels.size(); ++i) {
+        channels[i].decoder = i < decoders.size() ? decoders[i] : nullptr;
+    }
+    awaitsDecoders = false;
+    ++generation;
 }
 
 void LiveFeed::follow(const Summary& summary) {
@@ -41,15 +48,17 @@ void LiveFeed::follow(const Summary& summary) {
         std::chrono::duration_cast<nanoseconds>(summary.startTime.time_since_epoch()).count();
     const std::chrono::duration<double> elapsed(summary.seconds);
     nowUtc = startUtc + std::chrono::duration_cast<nanoseconds>(elapsed).count();
+    load = summary.getLoad();
     for (std::size_t i = 0; i < std::min(channels.size(), summary.channels.size()); ++i) {
         channels[i].lost = summary.channels[i].getLost();
+        channels[i].load = summary.channels[i].load;
         channels[i].account = summary.channels[i].describeAccount();
     }
 }
 
 void LiveFeed::clear() {
     for (LiveChannel& channel : channels) {
-        channel = {channel.name, channel.busName, channel.bus, channel.color, {}, 0,
+        channel = {channel.name, channel.busName, channel.bus, channel.color, {}, 0, channel.load,
                    {},           channel.decoder};
     }
     messages.clear();
@@ -59,16 +68,21 @@ void LiveFeed::clear() {
     ++generation;
 }
 
-void LiveFeed::refresh(Clock::time_point now) {
-    constexpr double window = 1.0;  // seconds
+void LiveFeed::refresh(Clock::time_point now, std::chrono::milliseconds slice) {
+    constexpr double window = 1.0;         // seconds
+    constexpr std::uint64_t turn = 16384;  // messages between two looks at the time
+    const auto until = Clock::now() + slice;
     if (looked < messages.begin()) {
         missed += messages.begin() - looked;
         looked = messages.begin();
     }
-    for (; looked < messages.end(); ++looked) {
-        const StoredMessage stored = *messages.find(looked);
-        identifiers.add(BusMessage(stored, buses[stored.channel]));
-    }
+    do {
+        const std::uint64_t stop = std::min(messages.end(), looked + turn);
+        messages.forEach(looked, stop, [&](std::uint64_t, const StoredMessage& stored) {
+            identifiers.add(BusMessage(stored, buses[stored.channel]));
+        });
+        looked = stop;
+    } while (looked < messages.end() && Clock::now() < until);
     const double passed = std::chrono::duration<double>(now - mark).count();
     if (passed >= window) {
         for (LiveChannel& channel : channels) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,10 @@ struct LiveChannel {
     std::string name;
     std::string busName;
     BusType bus = BusType::Can;
-    std::uint32_t color = 0;                ///< 0xRRGGBB
-    ChannelTraffic traffic = {};            ///< of all messages, also those that aren't shown
-    std::uint64_t lost = 0;                 ///< messages
+    std::uint32_t color = 0;                  ///< 0xRRGGBB
+    ChannelTraffic traffic = {};              ///< of all messages, also those that aren't shown
+    std::uint64_t lost = 0;                   ///< messages
+    std::optional<BusLoadSummary> load = {};  ///< empty: its bit rate isn't known
     std::vector<std::string> account = {};  ///< of these, and of others that aren't as they should
     std::shared_ptr<const Decoder> decoder = {};  ///< null: no database
 
@@ -49,13 +51,19 @@ class LiveFeed final : public MessageListener {
     /// A measurement has started, with the channels of that summary in its order, and their
     /// decoders; none or null for those without a database.
     void begin(const Summary& summary, const Decoders& decoders = {});
+    /// Databases are being read: what is decoded by them comes with `setDecoders`.
+    void awaitDecoders() { awaitsDecoders = true; }
+    bool isAwaitingDecoders() const { return awaitsDecoders; }
+    /// By channel, as for `begin`.
+    void setDecoders(const Decoders& decoders);
     /// What the measurement knows by now: its start, which a clock that leads may move, its time,
     /// and messages that are missing or have another time.
     void follow(const Summary& summary);
     /// Forgets what has come.
     void clear();
-    /// Takes what has come into the table of identifiers, and works out the rates, if it is time.
-    void refresh(Clock::time_point now);
+    /// Takes what has come into the table of identifiers, for about so long, and works out the
+    /// rates, if it is time.
+    void refresh(Clock::time_point now, std::chrono::milliseconds slice = std::chrono::hours(1));
     /// Whether a copy of this is being looked at, which keeps its messages.
     void setHeld(bool isHeld);
 
@@ -65,6 +73,8 @@ class LiveFeed final : public MessageListener {
     const IdentifierTable& getIdentifiers() const { return identifiers; }
     /// Messages that the table hasn't, as they were gone again before it was worked out.
     std::uint64_t getMissed() const { return missed; }
+    /// As `Summary::getLoad`, of all.
+    std::optional<double> getLoad() const { return load; }
     /// Goes up when the channels are other ones, or all was forgotten.
     std::uint64_t getGeneration() const { return generation; }
     /// UTC nanoseconds.
@@ -87,6 +97,8 @@ class LiveFeed final : public MessageListener {
     std::uint64_t generation = 0;
     std::int64_t startUtc = 0;
     std::int64_t nowUtc = 0;
+    std::optional<double> load;
+    bool awaitsDecoders = false;
     Clock::time_point mark;
 };
 

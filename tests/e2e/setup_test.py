@@ -32,6 +32,20 @@ class Setups(Case):
         setups.make_demo(path)
         return path
 
+    def test_bit_rates_are_kept_for_channels(self):
+        path = self.make()
+        self.setup("bitrate", path, "1", "0x10", "--nominal", "500k", "--data", "2M")
+        self.setup("bitrate", path, "1", "0x20", "--nominal", "250000")
+        rates = [(channel.get("bitRate"), channel.get("dataBitRate")) for channel in self.shown(path)[0]["channels"]]
+        self.assertEqual(rates[:3], [(500000, 2000000), (250000, 0), (None, None)])
+        self.assertIn("bit rate 500000, data 2000000", self.setup("show", path)[0])
+        for told, words in [("name the bit rate", []), ("isn't slower", ["--nominal", "500k", "--data", "250k"]),
+                            ("1000 to 20000000", ["--nominal", "30M"]), ("--nominal", ["--data", "2M"]),
+                            ("--nominal", ["--nominal", "fast"])]:
+            self.assertIn(told, self.setup("bitrate", path, "1", "0x10", *words, code=2)[1])
+        self.setup("bitrate", path, "1", "all", "--none")
+        self.assertFalse(any("bitRate" in channel for channel in self.shown(path)[0]["channels"]))
+
     def plugins(self, *words, code=0, **options):
         """What is listed, or else what is told."""
         output, errors = self.expect(code, "plugins", *words, **options)

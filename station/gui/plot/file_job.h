@@ -9,8 +9,8 @@
 
 namespace station {
 
-/// Writes a file on a thread of its own, one at a time: a disk that takes nothing must not hold up
-/// the event loop. At the end of the program such a disk isn't waited for long.
+/// Writes or reads files on a thread of its own, one job at a time: a disk that doesn't answer must
+/// not hold up the event loop. At the end of the program such a disk isn't waited for long.
 class FileJob {
   public:
     /// Called on the thread. Ends early once it is stopped. Returns an empty text for a good end,

@@ -281,7 +281,7 @@ TEST_F(MainWindowTest, DatabasesAreChosenForChannelsAndKeptInTheSetup) {
     std::ofstream(file("engine.dbc")) << "BU_: A\nBO_ 256 Engine: 8 A\n SG_ Speed : 0|8@1+ (1,0) "
                                          "[0|0] \"\" A\n";
     std::ofstream(file("torn.dbc")) << "BO_ 256 Engine";
-    EXPECT_TRUE(choose("&Databases..."));
+    EXPECT_TRUE(choose("&Databases and bit rates..."));
     auto& rows = *window->findChild<QTreeWidget*>("databases");
     auto& put = *window->findChild<QPushButton*>("chooseDatabases");
     EXPECT_FALSE(put.isEnabled());
@@ -291,6 +291,8 @@ TEST_F(MainWindowTest, DatabasesAreChosenForChannelsAndKeptInTheSetup) {
         auto* const dialog = rows.window()->findChild<QFileDialog*>();
         Q_EMIT dialog->filesSelected({QString::fromStdString(file(name))});
         delete dialog;
+        const auto& state = *rows.window()->findChild<QLabel*>("databaseState");
+        EXPECT_TRUE(QTest::qWaitFor([&] { return state.text().isEmpty(); }, 60000));
         QtUser::settle();
     };
     pick("torn.dbc");
@@ -306,14 +308,96 @@ TEST_F(MainWindowTest, DatabasesAreChosenForChannelsAndKeptInTheSetup) {
     EXPECT_TRUE(choose("&Start"));
     const auto& shown = workspace().getFeed().getChannels();
     ASSERT_EQ(shown.size(), 1U);
-    EXPECT_NE(shown[0].findMessage(256, false), nullptr);
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return shown[0].findMessage(256, false) != nullptr; }, 60000));
     EXPECT_TRUE(choose("S&top"));
     EXPECT_TRUE(waitUntilOver());
     std::filesystem::remove(file("engine.dbc"));
     EXPECT_TRUE(choose("&Start"));
-    EXPECT_THAT(told(), HasSubstr("engine.dbc")) << "it measures without";
+    EXPECT_TRUE(QTest::qWaitFor([&] { return told().find("engine.dbc") != told().npos; }, 60000))
+        << "it measures without";
+    EXPECT_TRUE(workspace().isMeasuring() && !workspace().getFeed().isAwaitingDecoders());
     EXPECT_TRUE(choose("S&top"));
     EXPECT_TRUE(waitUntilOver());
+}
+
+TEST_F(MainWindowTest, BitRatesAndDatabasesGoToTheChosenChannelsAlone) {
+    leaveNetwork();
+    addModule("CAN combo", "1");
+    addModule("LIN combo", "2");
+    ASSERT_TRUE(waitForChannels(2 + 7 + 10));
+    std::ofstream(file("doors.ldf")) << "LIN_description_file;\nSignals { Open: 1, 0, A, B; }\n"
+                                        "Frames { State: 5, A, 1 { Open, 0; } Same: 5, A, 1 { } }";
+    std::ofstream(file("engine.dbc")) << "BO_ 256 Engine: 8 A\n SG_ Speed : 0|8@1+ (1,0) "
+                                         "[0|0] \"\" A\n";
+    const auto channel = [&](std::size_t module, std::size_t number) {
+        return workspace().session().getModules()[module].channels[number];
+    };
+    const auto open = [&] {
+        EXPECT_TRUE(choose("&Databases and bit rates..."));
+        return window->findChild<QTreeWidget*>("databases");
+    };
+    QTreeWidget* rows = open();
+    const auto press = [&](const char* name) {
+        QTest::mouseClick(rows->window()->findChild<QPushButton*>(name), Qt::LeftButton);
+        QtUser::settle();
+    };
+    const auto set = [&](const char* nominal, const char* data) {
+        rows->window()->findChild<QComboBox*>("nominalRate")->setCurrentText(nominal);
+        rows->window()->findChild<QComboBox*>("dataRate")->setCurrentText(data);
+        press("setBitRates");
+    };
+    const auto pick = [&](const char* name) {
+        press("chooseDatabases");
+        auto* const dialog = rows->window()->findChild<QFileDialog*>();
+        Q_EMIT dialog->filesSelected({QString::fromStdString(file(name))});
+        delete dialog;
+        const auto& state = *rows->window()->findChild<QLabel*>("databaseState");
+        EXPECT_TRUE(QTest::qWaitFor([&] { return state.text().isEmpty(); }, 60000));
+    };
+    rows->topLevelItem(0)->child(1)->setSelected(true);
+    set("500k", "2M");
+    EXPECT_EQ(rows->topLevelItem(0)->child(1)->text(3), "500000 / 2000000");
+    EXPECT_TRUE(workspace().isModified());
+    set("fast", "");
+    EXPECT_THAT(told(), HasSubstr("\"fast\" is no bit rate"));
+    set("500k", "250k");
+    EXPECT_THAT(told(), HasSubstr("isn't slower"));
+    EXPECT_EQ(channel(0, 1).bitRates, (BitRates{500'000, 2'000'000}));
+    pick("doors.ldf");
+    EXPECT_THAT(told(), HasSubstr("is no database of CAN"));
+    EXPECT_TRUE(channel(0, 1).databases.empty());
+    rows->clearSelection();
+    rows->topLevelItem(1)->child(2)->setSelected(true);
+    pick("doors.ldf");
+    EXPECT_THAT(told(), HasSubstr("has the identifier of State, which counts")) << "a notice";
+    set("19200", "");
+    EXPECT_THAT(channel(1, 2).databases, ElementsAre(file("doors.ldf")));
+    EXPECT_TRUE(channel(0, 2).databases.empty() && channel(1, 1).databases.empty());
+    rows->window()->close();
+    QtUser::settle();
+    // Beside the setup's file, wherever the program runs.
+    workspace().session().findOutput(channel(0, 0)).setDatabases({L"engine.dbc"});
+    EXPECT_TRUE(channels().toggle({channelsGrid, 2, Used}));
+    workspace().save(file("setup.xml"));
+    window->open(QString::fromStdString(file("setup.xml")));
+    EXPECT_EQ(channel(0, 1).bitRates, (BitRates{500'000, 2'000'000}));
+    EXPECT_EQ(channel(1, 2).bitRates, (BitRates{19'200, 0}));
+    EXPECT_FALSE(workspace().isModified());
+    workspace().start({});
+    EXPECT_TRUE(workspace().getFeed().isAwaitingDecoders()) << "they are read beside it";
+    const auto& shown = workspace().getFeed().getChannels();
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return shown[0].findMessage(256, false) != nullptr; }, 60000));
+    EXPECT_TRUE(choose("S&top"));
+    EXPECT_TRUE(waitUntilOver());
+    rows = open();
+    EXPECT_EQ(rows->topLevelItem(1)->child(2)->text(2).toStdString(), file("doors.ldf"));
+    EXPECT_EQ(rows->topLevelItem(1)->child(2)->text(3), "19200");
+    rows->topLevelItem(1)->child(2)->setSelected(true);
+    press("noDatabases");
+    EXPECT_TRUE(channel(1, 2).databases.empty());
+    EXPECT_EQ(rows->topLevelItem(1)->child(2)->text(2), "");
 }
 
 }  // namespace

@@ -62,6 +62,12 @@ TEST_F(MainWindowTest, MessagesStandThereAndAreCountedUntilTheyAreDismissed) {
     EXPECT_TRUE(window->findChild<QLabel*>("messages")->toolTip().contains("lost (2 times)"));
     bar->dismiss();
     EXPECT_FALSE(bar->isVisible());
+    bar->tell("again");
+    const std::string first = told();
+    QTest::qWait(1100);
+    bar->tell("again");
+    EXPECT_NE(told().substr(0, 8), first.substr(0, 8)) << "the time is that of the last";
+    bar->dismiss();
     window->open(QString::fromStdString(file("none.xml")));
     bar->tell("stays");
     EXPECT_THAT(told(), HasSubstr("none.xml"));
@@ -83,6 +89,62 @@ TEST_F(MainWindowTest, TheSetupIsCheckedAndFirstStepsStandInAnEmptyOne) {
     EXPECT_EQ(states.rowCount(), 2);
     EXPECT_EQ(states.item(1, 2)->text(), "0x42");
     EXPECT_EQ(states.item(1, 3)->text(), "Not connected");
+}
+
+TEST_F(MainWindowTest, TheModulesPanelShowsWhatIsHeardOfEachAndAddsWhatIsntSetUp) {
+    auto* const panel =
+        dynamic_cast<ModulesPanel*>(window->findChild<QTableWidget*>("liveModules"));
+    ASSERT_NE(panel, nullptr);
+    Summary summary;
+    summary.modules.resize(2);
+    for (const auto& [module, rate, load] :
+         {std::tuple(0U, 10.0, 0.1), {0U, 5.0, 0.3}, {1U, 7.0, -1.0}}) {
+        ChannelSummary& channel = summary.channels.emplace_back();
+        channel.module = module;
+        channel.rate = rate;
+        if (load >= 0) {
+            channel.load = BusLoadSummary{{500'000, 0}, load, 0, 0};
+        }
+    }
+    station::Module front{"Front", "CAN combo", 5, 0x45, "S-1", true};
+    front.clock = ClockStatistics{.mode = ClockStatistics::softSync,
+                                  .hasTime = true,
+                                  .isPlaced = true,
+                                  .offset = 1.5,
+                                  .ratePpm = -12.34,
+                                  .residual = 5e-6,
+                                  .age = 0.25};
+    front.frames = ModuleStatistics{80, 1, 20};
+    station::Module doors{"Doors", "LIN combo", 2, 0x32, "S-2", false};
+    doors.clock = ClockStatistics{.mode = ClockStatistics::ppsSlave, .hasTime = true, .age = 3.0};
+    const station::Module heard{"", "CAN combo", 7, 0x47, "", true};
+    const station::Module strange{"", "", 0, 0x99, "", true};
+    const auto row = [&](int number) {
+        std::string texts;
+        for (int column = 0; column < panel->columnCount(); ++column) {
+            const auto* const item = panel->item(number, column);
+            texts += (column > 0 ? "|" : "") + (item ? item->text().toStdString() : "-");
+        }
+        return texts;
+    };
+    panel->show(summary, {front, doors}, {heard, strange}, true);
+    EXPECT_EQ(row(0),
+              "Front|CAN combo|0x45|Connected|S-1|15|20.0 %|80|20|soft sync -12.3 ppm, residual "
+              "5.0 us, offset 1.500000 s, age 0.25 s");
+    EXPECT_EQ(row(1), "Doors|LIN combo|0x32|Not connected|S-2|7||||PPS, not placed");
+    EXPECT_EQ(row(2), "|CAN combo|0x47|Not set up||||||");
+    EXPECT_THAT(row(3), HasSubstr("|0x99|Not set up|"));
+    EXPECT_EQ(panel->cellWidget(3, 0), nullptr) << "its type isn't known";
+    EXPECT_FALSE(panel->cellWidget(2, 0)->isEnabled());
+    panel->show(summary, {front, doors}, {heard}, false);
+    EXPECT_THAT(row(0), HasSubstr("|S-1|||80|")) << "there is no traffic";
+    auto* const add = qobject_cast<QPushButton*>(panel->cellWidget(2, 0));
+    ASSERT_TRUE(add != nullptr && add->isEnabled());
+    EXPECT_EQ(add->text(), "Add 0x47");
+    QTest::mouseClick(add, Qt::LeftButton);
+    ASSERT_EQ(workspace().session().getModules().size(), 1U);
+    EXPECT_EQ(workspace().session().getModules()[0].configId, 7U);
+    EXPECT_EQ(channels().shownRows(channelsGrid).size(), 1U + 7);
 }
 
 TEST_F(MainWindowTest, TheKeyboardGoesFromTheTopLeftToTheBottomRight) {

@@ -9,6 +9,7 @@
 
 #include "station/recording/bus_record.h"
 #include "station/view/message_list.h"
+#include "station/view/signal_taps.h"
 
 namespace {
 
@@ -36,6 +37,14 @@ class LiveFeedTest : public testing::Test {
         record[7] = static_cast<std::uint8_t>(data.size());
         std::copy(data.begin(), data.end(), record.begin() + 8);
         feed.onMessage(0, startUtc + nanoseconds, record.data(), record.size());
+    }
+    void extended(std::uint32_t id, const std::vector<std::uint8_t>& data) {
+        std::array<std::uint8_t, CanRecord::size> record = {};
+        std::memcpy(record.data(), &id, sizeof id);
+        record[4] = 1;
+        record[7] = static_cast<std::uint8_t>(data.size());
+        std::copy(data.begin(), data.end(), record.begin() + 8);
+        feed.onMessage(0, startUtc, record.data(), record.size());
     }
     void lin(std::uint8_t id, std::int64_t nanoseconds = 0) {
         std::array<std::uint8_t, LinRecord::size> record = {id, 1};
@@ -183,6 +192,56 @@ TEST_F(LiveFeedTest, IdentifiersAreBoundedAndARecordOfAnotherSizeOrChannelIsPass
     EXPECT_EQ(feed.getIdentifiers().getRows().size(), IdentifierTable::most);
     EXPECT_EQ(feed.getIdentifiers().getLeftOut(), 5U);
     EXPECT_EQ(feed.getIdentifiers().getRows()[0].traffic.getCount(), 2U);
+}
+
+TEST_F(LiveFeedTest, TapsGiveEachSignalOnceAndWhatIsGoneIsCounted) {
+    auto database = std::make_shared<Database>();
+    MessageDefinition engine;
+    engine.id = 0x100;
+    engine.signals.resize(2);
+    for (SignalDefinition& signal : engine.signals) {
+        signal.size = 8;
+    }
+    engine.signals[1].startBit = 8;
+    database->messages.push_back(engine);
+    feed.setDecoders({std::make_shared<const Decoder>(database)});
+    SignalTaps taps;
+    std::vector<double> values[2];
+    const auto add = [&](std::size_t number) {
+        taps.add(
+            number, feed, {0, 0x100, false, number},
+            [&values, number](std::int64_t, double value) { values[number].push_back(value); });
+    };
+    const auto update = [&] { taps.update(feed, milliseconds(10000)); };
+    can(0x100, 0, {1, 2});
+    add(0);
+    update();
+    can(0x100, 1, {3, 4});
+    extended(0x100, {5, 6});
+    can(0x101, 3, {7, 8});
+    add(1);
+    update();
+    EXPECT_THAT(values[0], ElementsAre(1, 3));
+    EXPECT_THAT(values[1], ElementsAre(2, 4)) << "also what came before it was wanted";
+    taps.remove(0);
+    can(0x100, 4, {9, 10});
+    update();
+    update();
+    EXPECT_THAT(values[0], ElementsAre(1, 3));
+    EXPECT_THAT(values[1], ElementsAre(2, 4, 10));
+    EXPECT_EQ(taps.getMissed(), 0U);
+    feed.setHeld(true);  // less memory
+    const std::uint64_t before = feed.getMessages().end();
+    for (int i = 0; i < 1'000'000; ++i) {
+        can(0x101, i, std::vector<std::uint8_t>(64));
+    }
+    EXPECT_GT(feed.getMessages().begin(), before);
+    update();
+    EXPECT_EQ(taps.getMissed(), feed.getMessages().begin() - before);
+    refresh();
+    EXPECT_GT(feed.getMissed(), 0U);
+    feed.clear();
+    EXPECT_EQ(feed.getMissed(), 0U);
 }
 
 }  // namespace
