@@ -1,4 +1,6 @@
 #include <fmt/format.h>
+#include <poll.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -9,6 +11,7 @@
 #include <exception>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "core/standard_descriptors.h"
 #include "simulator/failure.h"
@@ -27,11 +30,42 @@ void reportFailure(const std::exception& failure) {
     std::fputs(line.c_str(), stderr);  // it may be closed, of which fmt::print would throw
 }
 
+bool takesNothing(int descriptor) {
+    pollfd polled{descriptor, POLLOUT, 0};
+    return poll(&polled, 1, 0) == 0;
+}
+
+void lookAgainIn(suseconds_t microseconds) {
+    const itimerval once{{}, {0, microseconds}};
+    setitimer(ITIMER_REAL, &once, nullptr);
+}
+
+/// Some time behind a request to stop: whoever was to read the output may never do so.
+void endIfHeldUp(int) {
+    constexpr suseconds_t period = 100'000;
+    if (!takesNothing(STDOUT_FILENO) && !takesNothing(STDERR_FILENO)) {
+        lookAgainIn(period);
+        return;
+    }
+    constexpr std::string_view text = "cmp-sim: ended, as nobody reads its output\n";
+    if (!takesNothing(STDERR_FILENO)) {
+        static_cast<void>(!write(STDERR_FILENO, text.data(), text.size()));
+    }
+    _exit(static_cast<int>(ExitCode::FailedWhileRunning));
+}
+
 void stopOnSignals() {
     struct sigaction action {};
-    action.sa_handler = [](int) { stopRequested = true; };
+    action.sa_handler = [](int) {
+        constexpr suseconds_t patience = 300'000;
+        stopRequested = true;
+        lookAgainIn(patience);
+    };
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    action.sa_handler = endIfHeldUp;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGALRM, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
     // A file that outgrows a limit on file sizes is to fail like one on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);

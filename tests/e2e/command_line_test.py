@@ -1,5 +1,6 @@
 """What users meet on the command line: exit codes and messages, files and disks that fail, ways to end."""
 
+import contextlib
 import json
 import os
 import random
@@ -342,6 +343,24 @@ class CommandLine(Case):
         self.assertEqual(dump.stdout.readline(), "HEADER\n")
         dump.stdout.close()
         self.assertEqual(dump.wait(lab.PATIENCE), -signal.SIGPIPE)
+
+    def test_one_signal_ends_the_simulator_where_nobody_reads_its_output(self):
+        reading, writing = os.pipe()
+        os.set_blocking(writing, False)
+        with contextlib.suppress(BlockingIOError):
+            while os.write(writing, bytes(4096)):
+                pass
+        os.set_blocking(writing, True)
+        simulator = lab.spawn([lab.SIMULATOR, "--module", *CAN, "--interface", "sim0", "--duration", "60"],
+                              stdout=writing)
+        self.addCleanup(lab.end, simulator)
+        caught = re.compile(r"SigCgt:\t(\w+)")
+        lab.wait_until(lambda: int(caught.search(Path(f"/proc/{simulator.pid}/status").read_text())[1], 16)
+                       >> (signal.SIGTERM - 1) & 1, "it minds signals")
+        simulator.send_signal(signal.SIGTERM)
+        self.assertEqual(simulator.wait(lab.PATIENCE), 1)
+        os.close(reading)
+        os.close(writing)
 
     def expect_unprinted(self, text, command):
         code, _, errors = lab.call(["sh", "-c", command])
