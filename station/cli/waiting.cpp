@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <set>
 #include <thread>
 
 #include "core/string_helper.h"
@@ -46,6 +48,19 @@ void tellFailures(PluginDriver& driver, TextWriter& writer) {
     }
 }
 
+/// What is heard and wasn't asked for, once: most often its ConfigId isn't the one that is set on
+/// the module.
+void tellUnlisted(Session& session, std::set<std::uint16_t>& told, TextWriter& writer) {
+    for (const Module& module : session.findUnlisted()) {
+        if (told.insert(module.cmId).second) {
+            tell(writer,
+                 fmt::format("CM ID 0x{:X} is heard ({} with ConfigId {}), which no module of "
+                             "this setup has",
+                             module.cmId, module.type, module.configId));
+        }
+    }
+}
+
 }  // namespace
 
 bool waitForModule(Session& session, const std::vector<std::string>& interfaces,
@@ -54,11 +69,13 @@ bool waitForModule(Session& session, const std::vector<std::string>& interfaces,
     const std::string awaited = printable(describeAwaited(session.getModules(), interfaces));
     TextWriter writer;
     tell(writer, awaited);
+    std::set<std::uint16_t> unlisted;
     session.driver().listen();
     while (!isAnyHeard(session.getModules())) {
         const auto now = ServiceManager::Clock::now();
         manager.tellAlive(now, awaited);
         tellFailures(session.driver(), writer);
+        tellUnlisted(session, unlisted, writer);
         if (stop.waitUntil(now + period)) {
             manager.tellStopping();
             return false;

@@ -103,7 +103,10 @@ class ChangingInterfaces(Case):
         self.expect(1, "run", "--module", *FRONT, "--wait", "--record", recording)
         for number in (signal.SIGINT, signal.SIGTERM):
             recording.unlink(missing_ok=True)
-            self.capture("--wait", "--interface", "late6", "--record", recording)
+            self.capture("--wait", "--record", recording)
+            lab.simulate(["CAN combo:6,channels=1"], "--messages", 9)
+            self.wait_for("CM ID 0x46 is heard (CAN combo with ConfigId 6), which no module")
+            self.assertEqual(self.told.read_text().count("0x46"), 1)
             self.assertEqual(self.station.stop_with_any_code(number)[:2], (0, {"heard": False}))
             self.assertFalse(recording.exists())
 
