@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 
 #include "core/parse_number.h"
 #include "core/string_helper.h"
@@ -39,6 +40,10 @@ const SetupElement::Value* valueOf(const SetupElement::Content& element, const w
     const auto value = std::find_if(element.values.begin(), element.values.end(),
                                     [key](const auto& entry) { return entry.key == key; });
     return value != element.values.end() ? &*value : nullptr;
+}
+
+std::optional<std::uint32_t> numberOf(const SetupElement::Value& value) {
+    return parseNumber<std::uint32_t>(StringHelper::ToUtf8(value.text));
 }
 
 /// The modules of the plug-in's settings, in their order.
@@ -136,16 +141,27 @@ std::vector<std::string> findModuleFaults(const SetupElement& settings,
         const ListedModule& module = modules[i];
         const auto* const type = valueOf(elements[i]->getContent(), typeKey);
         const auto* const configId = valueOf(elements[i]->getContent(), configIdKey);
-        if (type != nullptr && module.type == noType && type->text != noTypeId) {
+        if (type != nullptr && module.type == noType) {
             faults.push_back(
-                fmt::format("line {}: there is no type of module with the DeviceTypeId {}",
-                            type->line, StringHelper::ToUtf8(type->text)));
+                type->text == noTypeId
+                    ? fmt::format("line {}: the module has no type yet: it gets no messages",
+                                  type->line)
+                    : fmt::format("line {}: there is no type of module with the DeviceTypeId {}: "
+                                  "it gets no messages",
+                                  type->line, StringHelper::ToUtf8(type->text)));
             continue;
         }
-        const auto number = configId == nullptr
-                                ? std::nullopt
-                                : parseNumber<std::uint32_t>(StringHelper::ToUtf8(configId->text));
-        if (number && *number != module.configId) {
+        if (type != nullptr && !numberOf(*type)) {
+            faults.push_back(fmt::format("line {}: the DeviceTypeId \"{}\" is taken as {}",
+                                         type->line, StringHelper::ToUtf8(type->text),
+                                         StringHelper::ToUtf8(module.type)));
+        }
+        const auto number = configId == nullptr ? std::nullopt : numberOf(*configId);
+        if (configId != nullptr && !number) {
+            faults.push_back(fmt::format("line {}: the ConfigId \"{}\" is taken as {}",
+                                         configId->line, StringHelper::ToUtf8(configId->text),
+                                         module.configId));
+        } else if (number && *number != module.configId) {
             faults.push_back(fmt::format("line {}: a {} can't have the ConfigId {}", configId->line,
                                          StringHelper::ToUtf8(module.type), *number));
             continue;

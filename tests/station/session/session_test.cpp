@@ -86,6 +86,9 @@ TEST_F(SessionTest, ModulesThatThePluginCannotHaveAreToldWithTheirLine) {
     for (const auto& [text, other, expected] :
          {Case{"TypeId\">2<", "TypeId\">9<",
                "line 21: there is no type of module with the DeviceTypeId 9"},
+          Case{"TypeId\">2<", "TypeId\">65535<", "line 21: the module has no type yet"},
+          Case{"TypeId\">2<", "TypeId\">two<", "line 21: the DeviceTypeId \"two\" is taken as "},
+          Case{"ConfigId\">5<", "ConfigId\">5x<", "line 14: the ConfigId \"5x\" is taken as 5"},
           Case{"ConfigId\">5<", "ConfigId\">16<",
                "line 14: a CAN combo can't have the ConfigId 16"},
           Case{"ConfigId\">7<", "ConfigId\">69<",
@@ -95,7 +98,8 @@ TEST_F(SessionTest, ModulesThatThePluginCannotHaveAreToldWithTheirLine) {
         session->addModule(moduleOf("NeoviFire3", 7));
         told.clear();
         editSaved(text, other);
-        EXPECT_THAT(told, ElementsAre(HasSubstr(expected)));
+        EXPECT_THAT(told, Contains(HasSubstr(expected)));
+        EXPECT_LE(told.size(), 2U) << "what it is, and what is taken for it";
     }
 }
 
