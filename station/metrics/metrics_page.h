@@ -10,7 +10,7 @@ namespace station {
 /// The counts of a measurement as a page for Prometheus, which other threads serve.
 ///
 /// Called on the host's thread, which waits for no reader of the page. The destructor waits until
-/// the threads have ended, up to two seconds.
+/// the threads have ended: up to two seconds, where a reader sends or takes nothing.
 class MetricsPage {
   public:
     virtual ~MetricsPage() = default;

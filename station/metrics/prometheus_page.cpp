@@ -1,10 +1,17 @@
+#include <arpa/inet.h>
 #include <prometheus/collectable.h>
 #include <prometheus/exposer.h>
+#include <sys/socket.h>
 
+#include <atomic>
+#include <chrono>
 #include <exception>
+#include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "core/descriptor.h"
 #include "core/mutex.h"
 #include "station/metrics/metric_families.h"
 #include "station/metrics/metrics_page.h"
@@ -49,16 +56,53 @@ std::vector<std::string> optionsFor(const std::string& address) {
     return options;
 }
 
+/// The server sleeps for up to two seconds before it looks whether it is to end, unless somebody
+/// connects.
+class Knocking {
+  public:
+    explicit Knocking(const std::string& address) : thread([this, address] { run(address); }) {}
+    Knocking(const Knocking&) = delete;
+    Knocking& operator=(const Knocking&) = delete;
+    ~Knocking() {
+        isOver = true;
+        thread.join();
+    }
+
+  private:
+    void run(const std::string& text) const {
+        constexpr auto period = std::chrono::milliseconds(20);
+        const std::size_t colon = text.rfind(':');
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(text.substr(colon + 1))));
+        ::inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr);
+        for (; !isOver; std::this_thread::sleep_for(period)) {
+            const Descriptor socket(
+                ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+            ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        }
+    }
+
+    std::atomic<bool> isOver{false};
+    std::thread thread;
+};
+
 class PrometheusPage final : public MetricsPage {
   public:
-    explicit PrometheusPage(const std::string& address) : server(optionsFor(address)) {
-        server.RegisterCollectable(latest);
+    explicit PrometheusPage(const std::string& address)
+        : where(address), server(std::make_unique<prometheus::Exposer>(optionsFor(address))) {
+        server->RegisterCollectable(latest);
+    }
+    ~PrometheusPage() override {
+        const Knocking knocking(where);
+        server.reset();
     }
     void show(std::shared_ptr<const Summary> summary) override { latest->set(std::move(summary)); }
 
   private:
     const std::shared_ptr<LatestSummary> latest = std::make_shared<LatestSummary>();
-    prometheus::Exposer server;
+    const std::string where;
+    std::unique_ptr<prometheus::Exposer> server;
 };
 
 }  // namespace
