@@ -8,6 +8,7 @@
 #include <ctime>
 #include <utility>
 
+#include "station/recording/bounded_name.h"
 #include "station/recording/bus_record.h"
 
 namespace station {
@@ -43,16 +44,6 @@ void putDate(std::uint8_t* at, std::uint64_t utcNanoseconds) {
 
 void putMark(std::uint8_t* at, const char* mark) {
     std::memcpy(at, mark, blf::markSize);
-}
-
-/// At most `longestChannelName` bytes, and none of a character that goes on behind them.
-std::size_t lengthOfName(const std::string& name) {
-    std::size_t end = std::min(name.size(), longestChannelName);
-    while (end < name.size() && end > 0 &&
-           (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) {
-        --end;
-    }
-    return end;
 }
 
 /// What other programs read: without what divides its parts, and what tshark 4.0 formats.
@@ -110,7 +101,7 @@ std::size_t BlfRecording::addChannel(const ChannelDescription& channel) {
     channels.push_back(channel.bus);
     file.addChannel();
     const std::size_t number = channels.size();
-    const std::string name = channel.name.substr(0, lengthOfName(channel.name));
+    const std::string name = boundedName(channel.name, longestChannelName);
     const std::string plain = plainName(name);
     const bool isCan = channel.bus == BusType::Can;
     if (number <= blf::text::mostChannel) {

@@ -9,6 +9,7 @@
 #include <span>
 
 #include "station/errors.h"
+#include "station/recording/bounded_name.h"
 #include "station/recording/bus_record.h"
 #include "station/recording/mf4_blocks.h"
 
@@ -93,16 +94,6 @@ std::uint64_t addGroup(Blocks& blocks, std::uint64_t next, std::size_t index) {
                           .zeros(4));  // no invalidation bytes
 }
 
-/// How many bytes of a name a record has, cut between characters.
-std::size_t boundedSize(const std::string& name) {
-    std::size_t end = std::min(name.size(), nameSize);
-    while (end < name.size() && end > 0 &&
-           (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) {
-        --end;
-    }
-    return end;
-}
-
 /// The code of the shortest CAN FD frame that holds so many bytes.
 std::uint8_t lengthCode(std::size_t length) {
     constexpr std::array<std::size_t, 7> lengths = {12, 16, 20, 24, 32, 48, 64};
@@ -147,7 +138,8 @@ std::size_t Mf4Recording::addChannel(const ChannelDescription& channel) {
     Fields record;
     record.put(recordId(channelNames)).put(static_cast<std::uint8_t>(channels.size()));
     record.put<std::uint8_t>(channel.bus == BusType::Can ? canBus : linBus).zeros(nameSize);
-    std::memcpy(record.bytes.data() + 3, channel.name.data(), boundedSize(channel.name));
+    const std::string name = boundedName(channel.name, nameSize);
+    std::memcpy(record.bytes.data() + 3, name.data(), name.size());
     appendPieces(file, record.bytes);
     ++cycles[channelNames];
     return channels.size() - 1;
