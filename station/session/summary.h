@@ -83,7 +83,8 @@ std::string raisedText(const std::string& channel, std::uint64_t messages);
 std::string unusableText(const std::string& channel, std::uint64_t messages);
 /// What the user is told of a module whose device time jumps.
 std::string jumpsText(const std::string& module, std::uint64_t jumps);
-/// "1 gap, 20 frames missing".
+/// "1 gap, 20 frames missing"; "2 times out of sequence, no frame missing" where frames came twice
+/// or in another order, or the module was restarted.
 std::string gapsText(const ModuleStatistics& frames);
 /// What the user is told of gaps in a module's sequence counter: a hint, nothing that is known.
 std::string sequenceText(const std::string& module, const ModuleStatistics& frames);

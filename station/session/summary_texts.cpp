@@ -11,11 +11,13 @@ namespace station {
 using Kestrova::Utils::Kcom::StringHelper;
 
 std::string gapsText(const ModuleStatistics& frames) {
-    return fmt::format("{} gap{}{}", frames.sequenceGaps, frames.sequenceGaps == 1 ? "" : "s",
-                       frames.missingFrames == 0
-                           ? ""
-                           : fmt::format(", {} frame{} missing", frames.missingFrames,
-                                         frames.missingFrames == 1 ? "" : "s"));
+    const char* const plural = frames.sequenceGaps == 1 ? "" : "s";
+    if (frames.missingFrames == 0) {
+        return fmt::format("{} time{} out of sequence, no frame missing", frames.sequenceGaps,
+                           plural);
+    }
+    return fmt::format("{} gap{}, {} frame{} missing", frames.sequenceGaps, plural,
+                       frames.missingFrames, frames.missingFrames == 1 ? "" : "s");
 }
 
 std::string ChannelSummary::describeLoss() const {
