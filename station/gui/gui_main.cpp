@@ -21,10 +21,6 @@ struct Options {
     station::WorkspaceOptions workspace;
 };
 
-/// What may lie between two looks at the stop request: a plug-in is loaded, windows are painted
-/// over a slow network. A recording that is being closed is worth that much.
-constexpr auto patience = std::chrono::seconds(2);
-
 /// The window toolkit gets no word of the command line: it has options of its own, some of which
 /// name code to load, and would look for them in the values of ours.
 ExitCode show(const Options& options, station::StopSignal& stop) {
@@ -32,7 +28,6 @@ ExitCode show(const Options& options, station::StopSignal& stop) {
     char* arguments[] = {name, nullptr};
     int count = 1;
     QApplication application(count, arguments);  // may wait for a display that doesn't answer
-    stop.setPatience(patience);
     QApplication::setApplicationName("cmp-station");
     QApplication::setOrganizationName("cmp-station");
     QApplication::setApplicationVersion(CMP_VERSION);
@@ -49,7 +44,7 @@ ExitCode show(const Options& options, station::StopSignal& stop) {
             window.closeWithoutQuestion();
         }
     });
-    constexpr int period = 100;  // milliseconds
+    constexpr int period = 50;  // milliseconds
     stopTimer.start(period);
     return static_cast<ExitCode>(QApplication::exec());
 }
