@@ -6,8 +6,7 @@
 
 #include "capture/capture_port.h"
 #include "core/performance_counter.h"
-
-struct pcap;
+#include "station/offline/frame_file.h"
 
 namespace station {
 
@@ -24,17 +23,16 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
   public:
     /// Throws UserError (unreadable) if this is no file of Ethernet frames.
     explicit StoredFrames(const std::string& filePath);
-    ~StoredFrames() override;
 
     bool isAtEnd() const { return atEnd; }
     /// Why reading ended before the file did; empty if it didn't.
-    const std::string& getErrorText() const { return errorText; }
+    const std::string& getErrorText() const { return file.getErrorText(); }
     /// What is missing because frames of capture modules were stored in part; empty if none was.
     std::string getCutText() const;
     /// Nanoseconds since 1970 of the first frame; 0 without one.
     std::int64_t getFirstTime() const { return firstTime; }
     /// How much of the file was read, 0.0 to 1.0.
-    double getProgress() const;
+    double getProgress() const { return file.getProgress(); }
 
     std::uint64_t getCount() const override { return static_cast<std::uint64_t>(time); }
     std::uint64_t getFrequency() const override { return 1000000000; }
@@ -57,21 +55,15 @@ class StoredFrames final : public CapturePort, public PerformanceCounter {
     bool fetch();
 
     const std::string path;
-    std::unique_ptr<pcap, void (*)(pcap*)> file;
-    bool isCompressed = false;
-    std::int64_t fileSize = 0;
-    std::string errorText;
+    FrameFile file;
     std::int64_t firstTime = 0;
     std::int64_t time = 0;
     std::int64_t latestTime = 0;
     bool atEnd = false;
     std::uint64_t cutFrames = 0;
 
-    // The frame that was read ahead, unless `atEnd`.
-    const std::uint8_t* nextData = nullptr;
-    std::uint32_t nextLength = 0;
-    std::int64_t nextTime = 0;
-    bool isNextCut = false;
+    FrameFile::Frame ahead;  ///< read ahead, unless `atEnd`
+    bool isAhead = false;
 
     // The stretch that a pass may read.
     bool stretchOpen = false;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -28,9 +29,16 @@ UserError unreadable(const std::string& path, const std::string& reason) {
 
 }  // namespace
 
-InputFile::InputFile(std::string path) : filePath(std::move(path)) {
-    // O_NONBLOCK, so that the name of a pipe is refused below instead of waiting for its writer.
-    fd = ::open(filePath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+InputFile::InputFile(std::string path, Kinds kinds) : filePath(std::move(path)) {
+    const bool takesStreams = kinds == Kinds::RegularAndStreams;
+    if (takesStreams && filePath == "-") {
+        fd = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    } else {
+        // O_NONBLOCK, so that the name of a pipe is refused below instead of waiting for its
+        // writer.
+        fd = ::open(filePath.c_str(),
+                    O_RDONLY | O_CLOEXEC | O_NOCTTY | (takesStreams ? 0 : O_NONBLOCK));
+    }
     struct stat status {};
     if (fd < 0 || ::fstat(fd, &status) != 0) {
         const int errorNumber = errno;
@@ -40,6 +48,11 @@ InputFile::InputFile(std::string path) : filePath(std::move(path)) {
         throw unreadable(filePath, reasonOf(errorNumber));
     }
     if (!S_ISREG(status.st_mode)) {
+        if (takesStreams && !S_ISDIR(status.st_mode)) {
+            isOfNoSize = true;
+            fileSize = std::numeric_limits<std::int64_t>::max();
+            return;
+        }
         ::close(fd);
         throw unreadable(filePath, "it is not a regular file");
     }
@@ -58,13 +71,14 @@ InputFile::~InputFile() {
 
 std::span<const std::uint8_t> InputFile::view(std::uint64_t offset, std::size_t size) {
     if (offset < windowStart || offset + size > windowStart + windowSize) {
-        fill(offset, std::max(size, windowBytes));
+        fill(offset, size, std::max(size, windowBytes));
     }
     const std::uint64_t from = std::min<std::uint64_t>(offset - windowStart, windowSize);
     return {window.data() + from, std::min<std::size_t>(size, windowSize - from)};
 }
 
-void InputFile::fill(std::uint64_t offset, std::size_t size) {
+/// Of a stream as much as there is, but `wanted` bytes.
+void InputFile::fill(std::uint64_t offset, std::size_t wanted, std::size_t size) {
     // What is there already isn't read again, as that can be costly in a compressed file.
     const std::size_t kept = offset < windowStart || offset - windowStart > windowSize
                                  ? 0
@@ -80,9 +94,11 @@ void InputFile::fill(std::uint64_t offset, std::size_t size) {
         fillCompressed(size);
         return;
     }
-    while (windowSize < size) {
-        const ssize_t count = ::pread(fd, window.data() + windowSize, size - windowSize,
-                                      static_cast<off_t>(offset + windowSize));
+    while (windowSize < (isOfNoSize ? wanted : size)) {
+        std::uint8_t* const to = window.data() + windowSize;
+        const ssize_t count = isOfNoSize ? ::read(fd, to, size - windowSize)
+                                         : ::pread(fd, to, size - windowSize,
+                                                   static_cast<off_t>(offset + windowSize));
         if (count < 0 && errno == EINTR) {
             continue;
         }

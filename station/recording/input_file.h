@@ -15,8 +15,12 @@ namespace station {
 /// than it did when it was opened. One that is compressed with zstd is read as what it holds.
 class InputFile {
   public:
-    /// Throws UserError (unreadable) if it can't be opened or isn't a regular file.
-    explicit InputFile(std::string path);
+    /// A stream is standard input ("-") or a pipe, of which only what comes next can be viewed, and
+    /// whose size isn't known.
+    enum class Kinds { Regular, RegularAndStreams };
+
+    /// Throws UserError (unreadable) if it can't be opened or is of another kind.
+    explicit InputFile(std::string path, Kinds kinds = Kinds::Regular);
     ~InputFile();
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
@@ -26,16 +30,18 @@ class InputFile {
     std::span<const std::uint8_t> view(std::uint64_t offset, std::size_t size);
 
     std::uint64_t getSize() const { return fileSize; }
+    bool isStream() const { return isOfNoSize; }
     bool isCompressed() const { return compressed != nullptr; }
     const std::string& getPath() const { return filePath; }
     const std::string& getErrorText() const { return errorText; }  ///< empty: none
 
   private:
-    void fill(std::uint64_t offset, std::size_t size);
+    void fill(std::uint64_t offset, std::size_t wanted, std::size_t size);
     void fillCompressed(std::size_t size);
 
     const std::string filePath;
     int fd = -1;
+    bool isOfNoSize = false;
     std::uint64_t fileSize = 0;
     std::unique_ptr<ZstdInput> compressed;  ///< null: it isn't
     std::vector<std::uint8_t> window;

@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <limits>
 #include <string_view>
 
 #include "station/recording/message_record.h"
+#include "station/recording/pcapng_time.h"
 
 namespace station {
 
@@ -23,31 +23,6 @@ constexpr std::size_t blockHeadSize = 8;
 constexpr std::size_t blockTailSize = 4;
 constexpr std::size_t packetHeadSize = 8;
 constexpr std::size_t longestBlock = 64 * 1024;
-
-/// `count` units of 10^-n or, with the top bit, 2^-n seconds.
-std::int64_t nanosecondsOf(std::uint64_t count, std::uint8_t resolution,
-                           std::int64_t offsetSeconds) {
-    using Wide = __int128;
-    constexpr unsigned top = 0x80;
-    constexpr Wide perSecond = 1'000'000'000;
-    constexpr unsigned nano = 9;
-    constexpr unsigned widest = 96;  // bits of the product below
-    const unsigned power = resolution & (top - 1U);
-    Wide time = count;
-    if ((resolution & top) != 0) {
-        time = power < widest ? time * perSecond >> power : 0;
-    } else {
-        for (unsigned i = power; i < nano; ++i) {
-            time *= 10;
-        }
-        for (unsigned i = nano; i < power && time != 0; ++i) {
-            time /= 10;
-        }
-    }
-    time += offsetSeconds * perSecond;
-    return static_cast<std::int64_t>(
-        std::clamp<Wide>(time, 0, std::numeric_limits<std::int64_t>::max()));
-}
 
 std::size_t withPadding(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
@@ -212,7 +187,7 @@ bool PcapngReader::readPacket(const Block& block, RecordedMessage& message) {
     const Interface& interface = interfaces[number];
     const std::uint64_t time = std::uint64_t{get32(block.body, 4)} << 32U | get32(block.body, 8);
     message.channel = interface.channel;
-    message.utcNanoseconds = nanosecondsOf(time, interface.resolution, interface.offset);
+    message.utcNanoseconds = pcapngNanoseconds(time, interface.resolution, interface.offset);
     const auto packet = block.body.subspan(fixed, captured);
     return (interface.linkType == canLinkType && readCan(packet, message)) ||
            (interface.linkType == linLinkType && readLin(packet, message));
