@@ -134,7 +134,7 @@ std::unique_ptr<OfflineClocks> makeClocks(const ConvertOptions& options,
 /// Reads on one thread and writes on another.
 Ending convertFrames(const ConvertOptions& options, const std::shared_ptr<RecordingSet>& recordings,
                      StopSignal& stop) {
-    constexpr std::size_t mostWaiting = std::size_t{16} << 20U;
+    constexpr std::size_t mostWaiting = std::size_t{4} << 20U;  // stays in the processor's cache
     const std::vector<Module> modules = chooseModules(options);
     StoredFrames frames(options.input);
     openRecordings(*recordings, options.outputs, options.overwrite);

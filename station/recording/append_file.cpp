@@ -16,8 +16,6 @@ namespace station {
 
 namespace {
 
-constexpr std::size_t shortestRecord = 24;  // a candump line without data
-
 std::string reasonOf(int errorNumber) {
     return std::generic_category().message(errorNumber);
 }
@@ -47,8 +45,9 @@ FileError openingError(const std::string& path, const std::string& reason,
 }  // namespace
 
 AppendFile::AppendFile(std::string path, bool overwrite)
-    : filePath(std::move(path)), buffer(std::make_unique<std::uint8_t[]>(bufferSize)) {
-    recordEnds.reserve(bufferSize / shortestRecord);
+    : filePath(std::move(path)),
+      buffer(std::make_unique<std::uint8_t[]>(bufferSize)),
+      recordEnds(std::make_unique<RecordEnd[]>(mostEnds)) {
     try {
         open(overwrite);
     } catch (...) {
@@ -162,7 +161,7 @@ bool AppendFile::close() {
 
 void AppendFile::discard() {
     used = 0;
-    recordEnds.clear();
+    endCount = 0;
     isToBeEmptied = false;
 }
 
@@ -190,7 +189,7 @@ void AppendFile::drain() {
         const std::size_t done = writeOut(buffer.get(), used, errorNumber);
         if (done == used) {
             bytesInFile += used;
-            keepAndDrop(recordEnds.end());
+            keepAndDrop(endCount);
             beginWriteback();
         } else {
             cutBack(done, errorNumber);
@@ -204,20 +203,26 @@ void AppendFile::appendBlock(std::span<const std::uint8_t> bytes,
                              const std::vector<std::uint32_t>& channelsOfRecords) {
     drain();
     emptyFirst();
-    for (const std::uint32_t channel : channelsOfRecords) {
-        recordEnds.push_back({static_cast<std::uint32_t>(bytes.size()), channel});
-    }
+    const auto drop = [&] {
+        for (const std::uint32_t channel : channelsOfRecords) {
+            dropRecords(channel, 1);
+        }
+    };
     if (!isWritable()) {
-        keepAndDrop(recordEnds.begin());
+        drop();
         return;
     }
     int errorNumber = 0;
     const std::size_t done = writeOut(bytes.data(), bytes.size(), errorNumber);
     if (done == bytes.size()) {
         bytesInFile += done;
-        keepAndDrop(recordEnds.end());
+        recordsInFile += channelsOfRecords.size();
+        for (const std::uint32_t channel : channelsOfRecords) {
+            ++channels[channel].written;
+        }
         beginWriteback();
     } else {
+        drop();
         cutBack(done, errorNumber);
     }
     tellProgress();
@@ -257,20 +262,21 @@ void AppendFile::patch(std::uint64_t offset, const std::vector<std::uint8_t>& by
 void AppendFile::emptyFirst() {
     if (std::exchange(isToBeEmptied, false) && ::ftruncate(fd, 0) != 0) {
         fail(reasonOf(errno) + " when emptying it. Name another file");
-        keepAndDrop(recordEnds.begin());
+        keepAndDrop(0);
     }
 }
 
 /// `bytesOut` bytes of the buffer went into the file before writing failed: keeps the whole
 /// records.
 void AppendFile::cutBack(std::size_t bytesOut, int errorNumber) {
-    const auto firstLost = std::upper_bound(
-        recordEnds.begin(), recordEnds.end(), bytesOut,
-        [](std::size_t bytes, const RecordEnd& end) { return bytes < end.offset; });
-    if (firstLost != recordEnds.begin()) {
-        bytesInFile += (firstLost - 1)->offset;
+    std::size_t kept = 0;
+    while (kept < endCount && recordEnds[kept].offset <= bytesOut) {
+        ++kept;
     }
-    keepAndDrop(firstLost);
+    if (kept != 0) {
+        bytesInFile += recordEnds[kept - 1].offset;
+    }
+    keepAndDrop(kept);
     if (isStream) {
         fail((errorNumber == EPIPE ? "its reader has gone away" : reasonOf(errorNumber)) +
              ", after " + std::to_string(recordsInFile) + " records");
@@ -282,14 +288,16 @@ void AppendFile::cutBack(std::size_t bytesOut, int errorNumber) {
          ". Make room or choose another disk, and record again");
 }
 
-/// What was in the buffer before `firstLost` is in the file, the rest won't get there.
-void AppendFile::keepAndDrop(std::vector<RecordEnd>::iterator firstLost) {
-    recordsInFile += static_cast<std::uint64_t>(firstLost - recordEnds.begin());
-    std::for_each(recordEnds.begin(), firstLost,
-                  [this](const RecordEnd& end) { ++channels[end.channel].written; });
-    std::for_each(firstLost, recordEnds.end(),
-                  [this](const RecordEnd& end) { dropRecords(end.channel, 1); });
-    recordEnds.clear();
+/// The first `kept` records in the buffer are in the file, the others won't get there.
+void AppendFile::keepAndDrop(std::size_t kept) {
+    recordsInFile += kept;
+    for (std::size_t i = 0; i < kept; ++i) {
+        ++channels[recordEnds[i].channel].written;
+    }
+    for (std::size_t i = kept; i < endCount; ++i) {
+        dropRecords(recordEnds[i].channel, 1);
+    }
+    endCount = 0;
 }
 
 /// A file that was deleted takes all its records along; one that was moved, replaced or written to

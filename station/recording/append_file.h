@@ -61,7 +61,7 @@ class AppendFile {
     /// be finished with endRecord before any other call. Null, and one more record lost, after a
     /// failure.
     std::uint8_t* beginRecord(std::size_t channel, std::size_t size) {
-        if (used + size > bufferSize) {
+        if (used + size > bufferSize || endCount == mostEnds) {
             drain();
         }
         if (!isWritable()) {
@@ -75,8 +75,8 @@ class AppendFile {
     /// `end` is one behind the last byte put into the room that beginRecord gave.
     void endRecord(const std::uint8_t* end) {
         used = static_cast<std::size_t>(end - buffer.get());
-        recordEnds.push_back(
-            {static_cast<std::uint32_t>(used), static_cast<std::uint32_t>(recordChannel)});
+        recordEnds[endCount++] = {static_cast<std::uint32_t>(used),
+                                  static_cast<std::uint32_t>(recordChannel)};
     }
 
     /// Bytes that are no record of their own but needed to read those behind them (at most
@@ -122,7 +122,7 @@ class AppendFile {
     /// Records in the file; those that a failure took are `recordsLost`.
     std::uint64_t recordsWritten() const { return recordsInFile; }
     /// Records on their way into it.
-    std::uint64_t recordsBuffered() const { return recordEnds.size(); }
+    std::uint64_t recordsBuffered() const { return endCount; }
     std::uint64_t recordsLost() const { return lost; }
     const std::vector<Counts>& channelCounts() const { return channels; }
     std::uint64_t bytesWritten() const { return bytesInFile; }
@@ -143,17 +143,19 @@ class AppendFile {
     /// How many of the bytes went into the file: fewer only with the reason in `errorNumber`.
     std::size_t writeOut(const std::uint8_t* bytes, std::size_t size, int& errorNumber);
     void cutBack(std::size_t bytesOut, int errorNumber);
-    void keepAndDrop(std::vector<RecordEnd>::iterator firstLost);
+    void keepAndDrop(std::size_t kept);
     void beginWriteback();
     void checkStillThere();
     void tellProgress() const;
     void fail(const std::string& reason);
 
-    static constexpr std::size_t bufferSize = 64 * 1024;  // so that also a slow disk gets on
+    static constexpr std::size_t bufferSize = 64 * 1024;      // so that also a slow disk gets on
+    static constexpr std::size_t mostEnds = bufferSize / 16;  // no format has shorter records
 
     const std::string filePath;
     const std::unique_ptr<std::uint8_t[]> buffer;
-    std::vector<RecordEnd> recordEnds;  // of the records in `buffer`, for cutBack
+    const std::unique_ptr<RecordEnd[]> recordEnds;  // of the records in `buffer`, for cutBack
+    std::size_t endCount = 0;                       // of them
     std::vector<Counts> channels;
     std::size_t recordChannel = 0;  // of the record that was begun
     std::size_t used = 0;           // bytes in `buffer`

@@ -1,6 +1,7 @@
 #include "station/recording/candump_recording.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "station/recording/bus_record.h"
 #include "station/recording/text_cursor.h"
@@ -19,7 +20,7 @@ std::size_t CandumpRecording::addChannel(const ChannelDescription& channel) {
         throw FileError("Cannot record channel \"" + channel.name + "\" to \"" + path() +
                         "\": .log holds CAN only. Record to a .pcapng file for LIN.");
     }
-    names.push_back(uniqueNames.add(channel.name));
+    names.push_back(") " + uniqueNames.add(channel.name) + " ");
     file.addChannel();
     return names.size() - 1;
 }
@@ -36,15 +37,14 @@ void CandumpRecording::write(std::size_t channel, std::int64_t utcNanoseconds, c
     }
     const auto time = static_cast<std::uint64_t>(std::max<std::int64_t>(utcNanoseconds, 0));
     const CanRecord can(record);
-    LineCursor line(room);
-    line.put('(');
-    line.putDecimal(time / 1'000'000'000, 10);
-    line.put('.');
+    if (const std::uint64_t seconds = time / 1'000'000'000; seconds != second) {
+        second = seconds;
+        LineCursor(secondText.data() + 1).putDecimal(seconds, 10);
+    }
+    std::memcpy(room, secondText.data(), secondText.size());
+    LineCursor line(room + secondText.size());
     line.putDecimal(time % 1'000'000'000 / 1'000, 6);
-    line.put(')');
-    line.put(' ');
     line.put(names[channel]);
-    line.put(' ');
     line.putHex(can.id, can.extended ? 8 : 3);
     line.put('#');
     if (can.isFd()) {

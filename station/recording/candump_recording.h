@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -35,7 +36,10 @@ class CandumpRecording : public Recording {
 
   private:
     WordNames uniqueNames;
-    std::vector<std::string> names;  ///< by handle
+    std::vector<std::string> names;  ///< by handle, with what is in front and behind
+    std::uint64_t second = 0;        ///< the one of `secondText`
+    std::array<std::uint8_t, 12> secondText = {'(', '0', '0', '0', '0', '0',
+                                               '0', '0', '0', '0', '0', '.'};
 };
 
 }  // namespace station

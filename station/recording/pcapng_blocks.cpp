@@ -1,6 +1,7 @@
 #include "station/recording/pcapng_blocks.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "station/recording/bounded_name.h"
@@ -28,9 +29,9 @@ class Cursor {
   public:
     explicit Cursor(std::uint8_t* start) : at(start) {}
 
-    void put8(std::uint64_t value) { *at++ = static_cast<std::uint8_t>(value); }
-    void put16(std::uint64_t value) { put<2>(value); }
-    void put32(std::uint64_t value) { put<4>(value); }
+    void put8(std::uint64_t value) { put(static_cast<std::uint8_t>(value)); }
+    void put16(std::uint64_t value) { put(static_cast<std::uint16_t>(value)); }
+    void put32(std::uint64_t value) { put(static_cast<std::uint32_t>(value)); }
     void putBigEndian32(std::uint32_t value) { put32(__builtin_bswap32(value)); }
     void putZeros(std::size_t count) {
         std::memset(at, 0, count);
@@ -46,17 +47,20 @@ class Cursor {
         std::memcpy(at, bytes, size);
         at += size;
     }
+    /// Zeros up to the next multiple of 4 behind `start`.
+    void pad(const std::uint8_t* start) {
+        const auto rest = static_cast<std::size_t>(at - start) % 4;
+        if (rest != 0) {
+            putZeros(4 - rest);
+        }
+    }
     std::uint8_t* position() const { return at; }
 
   private:
-    /// By way of an array of its own, which the compiler makes one store of.
-    template <std::size_t size>
-    void put(std::uint64_t value) {
-        std::uint8_t bytes[size];
-        for (std::size_t i = 0; i < size; ++i) {
-            bytes[i] = static_cast<std::uint8_t>(value >> (8 * i));
-        }
-        putBytes(bytes, size);
+    template <typename T>
+    void put(T value) {
+        static_assert(std::endian::native == std::endian::little);
+        putBytes(&value, sizeof value);
     }
 
     std::uint8_t* at;
@@ -96,7 +100,11 @@ void putCan(Cursor& cursor, const CanRecord& can) {
     cursor.put8(can.length);
     cursor.put8(can.isFd() ? 0x04 : 0);
     cursor.put16(0);
-    cursor.putBytes(can.data, can.length);
+    if (can.length == CanRecord::mostClassicData) {  // most have so many: without a call
+        cursor.putBytes(can.data, CanRecord::mostClassicData);
+    } else {
+        cursor.putBytes(can.data, can.length);
+    }
 }
 
 void putLin(Cursor& cursor, const LinRecord& lin) {
@@ -189,7 +197,8 @@ std::size_t longestPacketBlock(BusType bus, std::size_t recordSize) {
 std::uint8_t* putPacketBlock(std::uint8_t* room, BusType bus, std::size_t interface,
                              std::int64_t utcNanoseconds, const void* record, std::size_t size) {
     const auto time = static_cast<std::uint64_t>(std::max<std::int64_t>(utcNanoseconds, 0));
-    Cursor data(room + packetBlockHeader);
+    std::uint8_t* const start = room + packetBlockHeader;
+    Cursor data(start);
     if (bus == BusType::Can) {
         putCan(data, CanRecord(record));
     } else if (bus == BusType::Lin) {
@@ -197,8 +206,10 @@ std::uint8_t* putPacketBlock(std::uint8_t* room, BusType bus, std::size_t interf
     } else {
         data.putBytes(record, size);
     }
-    const auto captured = static_cast<std::size_t>(data.position() - (room + packetBlockHeader));
-    const std::size_t total = packetBlockHeader + padded(captured) + blockEnd;
+    const auto captured = static_cast<std::size_t>(data.position() - start);
+    data.pad(start);
+    const auto total =
+        packetBlockHeader + static_cast<std::size_t>(data.position() - start) + blockEnd;
     Cursor cursor(room);
     cursor.put32(6);
     cursor.put32(total);
@@ -207,7 +218,6 @@ std::uint8_t* putPacketBlock(std::uint8_t* room, BusType bus, std::size_t interf
     cursor.put32(time);
     cursor.put32(captured);
     cursor.put32(captured);
-    data.putZeros(padded(captured) - captured);
     data.put32(total);
     return data.position();
 }

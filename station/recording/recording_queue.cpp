@@ -19,7 +19,7 @@ namespace {
 using Clock = RecordingQueue::Clock;
 using namespace std::chrono_literals;
 
-constexpr std::size_t mostSpare = 16;  // chunks
+constexpr std::size_t mostSpare = 32;  // chunks
 constexpr std::int64_t nothing = std::numeric_limits<std::int64_t>::min();
 
 }  // namespace

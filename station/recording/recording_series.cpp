@@ -119,14 +119,9 @@ void RecordingSeries::cancel() {
 
 void RecordingSeries::write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
                             std::size_t size) {
-    if (part && partRecords != 0 && isPartFull(utcNanoseconds)) {
-        leavePart();
-        try {
-            openPart(false);
-        } catch (const std::runtime_error& failure) {
-            error = failure.what();
-            noteFailure();
-        }
+    if ((isPartToEnd || rules.isRotating()) && part && partRecords != 0 &&
+        isPartFull(utcNanoseconds)) {
+        goOnInNextPart();
     }
     if (!part) {
         ++(channel < countsBefore.size() ? countsBefore[channel].lost : lostOfNoChannel);
@@ -136,6 +131,16 @@ void RecordingSeries::write(std::size_t channel, std::int64_t utcNanoseconds, co
         partStart = utcNanoseconds;
     }
     part->write(channel, utcNanoseconds, record, size);
+}
+
+void RecordingSeries::goOnInNextPart() {
+    leavePart();
+    try {
+        openPart(false);
+    } catch (const std::runtime_error& failure) {
+        error = failure.what();
+        noteFailure();
+    }
 }
 
 bool RecordingSeries::isPartFull(std::int64_t utcNanoseconds) const {

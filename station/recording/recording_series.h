@@ -103,6 +103,7 @@ class RecordingSeries {
     void closePart();
     void leavePart();
     bool isPartFull(std::int64_t utcNanoseconds) const;
+    void goOnInNextPart();
     void noteFailure();
     void tryToGoOn(Clock::time_point now);
     bool hasRoom(std::uint64_t more) const;

@@ -42,17 +42,19 @@ void TimeMerge::collect(std::int64_t horizon) {
     if (current && current->earliest < horizon) {
         take(std::exchange(current, nullptr));
     }
-    batch.clear();
+    batchSize = 0;
+    Entry* to = makeRoom(waiting.size());
     std::size_t kept = 0;
     for (const Waiting& message : waiting) {
         if (message.entry.time < horizon) {
-            batch.push_back(message.entry);
+            *to++ = message.entry;
             --message.chunk->waiting;
         } else {
             waiting[kept++] = message;
         }
     }
     waiting.resize(kept);
+    batchSize = static_cast<std::size_t>(to - batch.data());
     const auto end =
         std::find_if(held.rbegin(), held.rend() - static_cast<std::ptrdiff_t>(lookedAt),
                      [horizon](const std::unique_ptr<MessageChunk>& chunk) {
@@ -65,16 +67,27 @@ void TimeMerge::collect(std::int64_t horizon) {
 }
 
 void TimeMerge::collect(MessageChunk& chunk, std::int64_t horizon) {
-    for (const std::uint8_t* at = chunk.begin(); at != chunk.end();) {
+    Entry* to = makeRoom(chunk.count);
+    const std::uint8_t* const end = chunk.end();
+    for (const std::uint8_t* at = chunk.begin(); at != end;) {
         const Head head = headAt(at);
         if (head.utcNanoseconds < horizon) {
-            batch.push_back({head.utcNanoseconds, at});
+            *to++ = {head.utcNanoseconds, at};
         } else {
             waiting.push_back({{head.utcNanoseconds, at}, &chunk});
             ++chunk.waiting;
         }
-        at += sizeof(Head) + head.size;
+        at += sizeof head;
+        at += MessageChunk::keptOf(at, head.size);
     }
+    batchSize = static_cast<std::size_t>(to - batch.data());
+}
+
+TimeMerge::Entry* TimeMerge::makeRoom(std::size_t count) {
+    if (batch.size() < batchSize + count) {
+        batch.resize(2 * (batchSize + count));
+    }
+    return batch.data() + batchSize;
 }
 
 /// Messages come at times that lie alike: spread over as many places as there are messages, each is
@@ -83,14 +96,14 @@ void TimeMerge::sort() {
     bool isSorted = true;
     std::int64_t first = all;
     std::int64_t last = std::numeric_limits<std::int64_t>::min();
-    for (std::size_t i = 0; i < batch.size(); ++i) {
+    for (std::size_t i = 0; i < batchSize; ++i) {
         isSorted = isSorted && (i == 0 || !batch[i].isBefore(batch[i - 1]));
         first = std::min(first, batch[i].time);
         last = std::max(last, batch[i].time);
     }
     if (!isSorted && !spread(first, last)) {
-        std::ranges::stable_sort(batch,
-                                 [](const Entry& a, const Entry& b) { return a.isBefore(b); });
+        std::stable_sort(batch.begin(), batch.begin() + static_cast<std::ptrdiff_t>(batchSize),
+                         [](const Entry& a, const Entry& b) { return a.isBefore(b); });
     }
 }
 
@@ -104,26 +117,26 @@ bool TimeMerge::spread(std::int64_t first, std::int64_t last) {
         return static_cast<double>(static_cast<std::uint64_t>(time) -
                                    static_cast<std::uint64_t>(first));
     };
-    const std::size_t lastPlace = batch.size() - 1;
+    const std::size_t lastPlace = batchSize - 1;
     const double perPlace = static_cast<double>(lastPlace) / std::max(sinceFirst(last), 1.0);
-    const auto placeOf = [&](const Entry& entry) {
-        return std::min(static_cast<std::size_t>(sinceFirst(entry.time) * perPlace), lastPlace);
-    };
-    places.assign(batch.size() + 1, 0);
-    for (const Entry& entry : batch) {
-        ++places[placeOf(entry) + 1];
+    placeOf.resize(batch.size());
+    places.assign(batchSize + 1, 0);
+    for (std::size_t i = 0; i < batchSize; ++i) {
+        const auto place = static_cast<std::size_t>(sinceFirst(batch[i].time) * perPlace);
+        placeOf[i] = static_cast<std::uint32_t>(std::min(place, lastPlace));
+        ++places[placeOf[i] + 1];
     }
     for (std::size_t i = 1; i < places.size(); ++i) {
         places[i] += places[i - 1];
     }
     spreadBatch.resize(batch.size());
-    for (const Entry& entry : batch) {
-        spreadBatch[places[placeOf(entry)]++] = entry;
+    for (std::size_t i = 0; i < batchSize; ++i) {
+        spreadBatch[places[placeOf[i]]++] = batch[i];
     }
     batch.swap(spreadBatch);
 
-    std::size_t movesLeft = mostMoves * batch.size();
-    for (std::size_t i = 1; i < batch.size() && movesLeft > 0; ++i) {
+    std::size_t movesLeft = mostMoves * batchSize;
+    for (std::size_t i = 1; i < batchSize && movesLeft > 0; ++i) {
         const Entry entry = batch[i];
         std::size_t place = i;
         for (; place > 0 && movesLeft > 0 && entry.isBefore(batch[place - 1]); --place) {
@@ -136,7 +149,7 @@ bool TimeMerge::spread(std::int64_t first, std::int64_t last) {
 }
 
 void TimeMerge::dropChunks() {
-    constexpr std::size_t mostKept = 16;
+    constexpr std::size_t mostKept = 32;
     std::size_t kept = 0;
     for (std::size_t i = 0; i < held.size(); ++i) {
         if (i >= lookedAt || held[i]->waiting != 0) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -8,9 +9,12 @@
 #include <memory>
 #include <vector>
 
+#include "host/bus_record.h"
+
 namespace station {
 
-/// Messages one behind the other, in the order in which they came.
+/// Messages one behind the other, in the order in which they came. Of a CAN record only what is in
+/// use is kept: most are classic messages, whose record is zero for the most part.
 class MessageChunk {
   public:
     static constexpr std::size_t mostBytes = 256 * 1024;
@@ -27,9 +31,12 @@ class MessageChunk {
     }
     /// There must be room for it.
     void append(const Head& head, const void* record) {
-        std::memcpy(bytes.get() + used, &head, sizeof head);
-        std::memcpy(bytes.get() + used + sizeof head, record, head.size);
-        used += sizeof head + head.size;
+        const std::size_t kept = keptOf(record, head.size);
+        std::uint8_t* const to = bytes.get() + used;
+        std::memcpy(to, &head, sizeof head);
+        copy(to + sizeof head, record, kept);
+        used += sizeof head + kept;
+        ++count;
         earliest = std::min(earliest, head.utcNanoseconds);
     }
     bool isEmpty() const { return used == 0; }
@@ -38,6 +45,7 @@ class MessageChunk {
     const std::uint8_t* end() const { return bytes.get() + used; }
     void clear() {
         used = 0;
+        count = 0;
         earliest = std::numeric_limits<std::int64_t>::max();
     }
 
@@ -47,8 +55,33 @@ class MessageChunk {
   private:
     friend class TimeMerge;
 
-    const std::unique_ptr<std::uint8_t[]> bytes = std::make_unique<std::uint8_t[]>(mostBytes);
+    static constexpr std::size_t word = sizeof(std::uint64_t);
+
+    /// How many bytes of the record, from its start.
+    static std::size_t keptOf(const void* record, std::size_t size) {
+        if (size != sizeof(CanFrame)) {
+            return size;
+        }
+        const std::size_t length =
+            static_cast<const std::uint8_t*>(record)[offsetof(CanFrame, length)];
+        return offsetof(CanFrame, data) +
+               (std::min(length, CanFrame::mostData) + word - 1) / word * word;
+    }
+    /// A CAN record, as whole words, without a call.
+    static void copy(std::uint8_t* to, const void* from, std::size_t size) {
+        if (size % word != 0) {
+            std::memcpy(to, from, size);
+            return;
+        }
+        for (std::size_t at = 0; at < size; at += word) {
+            std::memcpy(to + at, static_cast<const std::uint8_t*>(from) + at, word);
+        }
+    }
+
+    const std::unique_ptr<std::uint8_t[]> bytes =
+        std::make_unique_for_overwrite<std::uint8_t[]>(mostBytes);
     std::size_t used = 0;
+    std::size_t count = 0;
     std::int64_t earliest = std::numeric_limits<std::int64_t>::max();
     std::size_t waiting = 0;  ///< in a `TimeMerge`: messages that were looked at and held back
 };
@@ -99,6 +132,27 @@ class TimeMerge {
         Entry entry;
         MessageChunk* chunk;
     };
+    /// A record as it was, with the zeros that aren't kept.
+    class WholeRecord {
+      public:
+        const std::uint8_t* get(const std::uint8_t* kept, std::size_t size) {
+            if (size != sizeof(CanFrame)) {
+                return kept;
+            }
+            const std::size_t keptSize = MessageChunk::keptOf(kept, size);
+            MessageChunk::copy(bytes.data(), kept, keptSize);
+            if (used > keptSize) {
+                std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(keptSize),
+                          bytes.begin() + static_cast<std::ptrdiff_t>(used), std::uint8_t{0});
+            }
+            used = keptSize;
+            return bytes.data();
+        }
+
+      private:
+        alignas(CanFrame) std::array<std::uint8_t, sizeof(CanFrame)> bytes{};
+        std::size_t used = 0;  ///< behind them all is zero
+    };
 
     static Head headAt(const std::uint8_t* at) {
         Head head{};
@@ -107,6 +161,8 @@ class TimeMerge {
     }
     void collect(std::int64_t horizon);
     void collect(MessageChunk& chunk, std::int64_t horizon);
+    /// Room for so many more in `batch`.
+    Entry* makeRoom(std::size_t count);
     void sort();
     bool spread(std::int64_t first, std::int64_t last);
     void dropChunks();
@@ -117,10 +173,13 @@ class TimeMerge {
     std::vector<std::unique_ptr<MessageChunk>> spare;
     std::unique_ptr<MessageChunk> current;  ///< of `add`
 
-    // Of one release.
+    // Of one release. The vectors grow only; of `batch` the first `batchSize` count.
     std::vector<Entry> batch;
+    std::size_t batchSize = 0;
     std::vector<Entry> spreadBatch;
+    std::vector<std::uint32_t> placeOf;  ///< of each of the batch
     std::vector<std::uint32_t> places;
+    WholeRecord whole;
 
     std::size_t heldBytes = 0;
     std::int64_t latest = std::numeric_limits<std::int64_t>::min();
@@ -132,15 +191,15 @@ void TimeMerge::release(std::int64_t horizon, Sink&& sink) {
     constexpr std::size_t ahead = 8;  // records that are on their way from memory
     collect(horizon);
     sort();
-    for (std::size_t i = 0; i < batch.size(); ++i) {
-        if (i + ahead < batch.size()) {
+    for (std::size_t i = 0; i < batchSize; ++i) {
+        if (i + ahead < batchSize) {
             __builtin_prefetch(batch[i + ahead].at);
-            __builtin_prefetch(batch[i + ahead].at + 64);
         }
         const Entry entry = batch[i];
         late += entry.time < latest ? 1 : 0;
         latest = std::max(latest, entry.time);
-        sink(headAt(entry.at), entry.at + sizeof(Head));
+        const Head head = headAt(entry.at);
+        sink(head, whole.get(entry.at + sizeof head, head.size));
     }
     dropChunks();
 }

@@ -51,12 +51,13 @@ class RecordingQueueTest : public ::testing::Test {
             queue->addChannel({name, BusType::Can});
         }
     }
-    /// Messages by turns of both channels, numbered in their identifiers.
+    /// Messages by turns of both channels, numbered in their identifiers, and as long as can be.
     void write(std::uint32_t count) {
         for (std::uint32_t end = sent + count; sent < end; ++sent) {
             std::array<std::uint8_t, 72> record{};
             std::memcpy(record.data(), &sent, sizeof sent);
             record[4] = 1;
+            record[7] = 64;
             queue->setHorizon(sent);
             queue->write(sent % 2, sent, record.data(), record.size());
         }

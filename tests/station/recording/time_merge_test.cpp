@@ -12,17 +12,24 @@ using Message = std::tuple<std::int64_t, std::uint32_t, std::uint32_t>;  // time
 /// Messages of many channels by random steps, each a record of its number and of random size.
 class TimeMergeTest : public ::testing::Test {
   protected:
-    void add(std::int64_t time, std::uint32_t channel) {
+    /// Of CAN with 0 to 64 data bytes, or of LIN.
+    static std::array<std::uint8_t, 72> recordOf(std::uint32_t number, std::uint32_t size) {
         std::array<std::uint8_t, 72> record{};
         std::memcpy(record.data(), &number, sizeof number);
+        record[7] = size == 72 ? static_cast<std::uint8_t>(number % 65) : 0;
+        std::fill_n(record.begin() + 8, record[7], static_cast<std::uint8_t>(number | 1U));
+        return record;
+    }
+    void add(std::int64_t time, std::uint32_t channel) {
         const std::uint32_t size = random() % 2 == 0 ? 72 : 13;
-        merge.add({time, channel, size}, record.data());
+        merge.add({time, channel, size}, recordOf(number, size).data());
         given.emplace_back(time, channel, number++);
     }
     void release(std::int64_t horizon) {
         merge.release(horizon, [&](const TimeMerge::Head& head, const std::uint8_t* record) {
             std::uint32_t found = 0;
             std::memcpy(&found, record, sizeof found);
+            ASSERT_EQ(std::memcmp(record, recordOf(found, head.size).data(), head.size), 0);
             ASSERT_LT(head.utcNanoseconds, horizon);
             taken.emplace_back(head.utcNanoseconds, head.channel, found);
         });
