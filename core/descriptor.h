@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <cstdint>
+#include <span>
 #include <utility>
 
 /// Owns an open file, or none.
@@ -27,3 +29,7 @@ class Descriptor {
   private:
     int number;
 };
+
+/// Fills `target` from that place on, and makes it shorter where the file ends. 0, or `errno` of
+/// what keeps it from being read.
+int readAt(const Descriptor& file, std::uint64_t offset, std::span<std::uint8_t>& target);

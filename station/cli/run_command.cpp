@@ -288,7 +288,7 @@ ExitCode run(RunOptions& options, StopSignal& stop) {
     }
     Measurement measurement(*session, recordings,
                             static_cast<std::size_t>(options.waitingMegabytes * megabyte));
-    signals.open(measurement.summarize().channels);
+    signals.open(measurement.summarize());
     if (signals.isWanted()) {
         measurement.addListener(signals);
     }

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <filesystem>
 #include <utility>
 
 #include "station/errors.h"
@@ -18,24 +17,23 @@ RunSignals::RunSignals(const std::vector<std::string>& databases) {
 }
 
 void RunSignals::readSetup(const std::string& setup, const std::vector<Module>& modules) {
-    const std::filesystem::path folder = std::filesystem::path(setup).parent_path();
-    for (std::size_t module = 0; module < modules.size(); ++module) {
-        for (const Channel& channel : modules[module].channels) {
-            for (const std::string& path : channel.databases) {
-                if (channel.isUsed) {
-                    const std::string file = (folder / path).string();
-                    decoders.load(file);
-                    setupFiles[{module, channel.interfaceId}].push_back(file);
-                }
+    setupFile = setup;
+    for (const Module& module : modules) {
+        for (const Channel& channel : module.channels) {
+            for (const std::string& file :
+                 channel.isUsed ? databaseFiles(channel, setup) : std::vector<std::string>()) {
+                decoders.load(file);
             }
         }
     }
 }
 
-void RunSignals::open(const std::vector<ChannelSummary>& channels) {
+void RunSignals::open(const Summary& measured) {
+    const std::vector<ChannelSummary>& channels = measured.channels;
     for (const ChannelSummary& channel : channels) {
-        for (const std::string& path : setupFiles[{channel.module, channel.interfaceId}]) {
-            decoders.addBehind(channel.name, path);
+        for (const std::string& file :
+             setupFile ? measured.findDatabases(channel, *setupFile) : std::vector<std::string>()) {
+            decoders.addBehind(channel.name, file);
         }
     }
     std::vector<std::shared_ptr<const Decoder>> found;

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
+#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "station/session/measurement_recorder.h"
@@ -23,9 +22,9 @@ class RunSignals final : public MessageListener {
 
     /// Reads those that the setup file names for the channels in use. Throws as `readDatabase`.
     void readSetup(const std::string& setup, const std::vector<Module>& modules);
-    /// `channels` are the measurement's. Throws UserError for a channel that was named and isn't
+    /// For the measurement's channels. Throws UserError for a channel that was named and isn't
     /// measured, or a database of another bus.
-    void open(const std::vector<ChannelSummary>& channels);
+    void open(const Summary& measured);
     /// Whether any channel has a database.
     bool isWanted() const { return watch != nullptr; }
     void addTo(Summary& summary);
@@ -37,9 +36,8 @@ class RunSignals final : public MessageListener {
 
   private:
     ChannelDecoders decoders;
-    std::map<std::pair<std::size_t, std::uint16_t>, std::vector<std::string>>
-        setupFiles;                      ///< by module and interface
-    std::unique_ptr<SignalWatch> watch;  ///< null: no database
+    std::optional<std::string> setupFile;  ///< if its databases count
+    std::unique_ptr<SignalWatch> watch;    ///< null: no database
 };
 
 }  // namespace station

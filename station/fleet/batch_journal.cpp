@@ -15,6 +15,7 @@
 
 #include "station/errors.h"
 #include "station/fleet/collect_folder.h"
+#include "station/recording/pcapng_blocks.h"
 
 namespace station {
 namespace {
@@ -22,25 +23,13 @@ namespace {
 constexpr std::uint32_t sectionType = 0x0A0D0D0A;
 constexpr std::uint32_t byteOrderMagic = 0x1A2B3C4D;
 constexpr std::size_t leastBlock = 12;
-constexpr std::size_t sectionFixed = 24;  // bytes of a section's block in front of its options
-constexpr std::size_t optionHead = 4;
-constexpr std::size_t leastSection = sectionFixed + 4;
+constexpr std::size_t leastSection = 28;
 constexpr std::size_t longestHead = 8192;
 /// So much at the end of a file may be written and not yet be on the disk when the machine fails.
 constexpr std::uint64_t uncertainBytes = std::uint64_t{64} << 20U;
 
 std::string describe(int errorNumber) {
     return std::generic_category().message(errorNumber);
-}
-
-std::size_t paddedToWord(std::size_t size) {
-    return (size + 3) & ~std::size_t{3};
-}
-
-void put32(std::string& bytes, std::uint64_t value) {
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-        bytes += static_cast<char>(value >> shift);
-    }
 }
 
 std::uint32_t get32(std::span<const std::uint8_t> bytes, std::size_t at, bool isBigEndian = false) {
@@ -52,67 +41,32 @@ std::uint32_t get32(std::span<const std::uint8_t> bytes, std::size_t at, bool is
 }
 
 /// The empty section in front of a batch.
-std::string makeHead(const StoredBatch& batch) {
+std::vector<std::uint8_t> makeHead(const StoredBatch& batch) {
     const nlohmann::json what = {
         {"subject", batch.subject},      {"batch", batch.number},
         {"bytes", batch.payload.size()}, {"crc", checksumOf(batch.payload)},
         {"messages", batch.messages},    {"end", batch.isEnd},
         {"sequence", batch.sequence}};
-    std::string comment = what.dump();
-    const std::size_t size = comment.size();
-    comment.resize(paddedToWord(size));
-    const std::size_t total = sectionFixed + optionHead + comment.size() + optionHead + 4;
-    std::string head;
-    put32(head, sectionType);
-    put32(head, total);
-    put32(head, byteOrderMagic);
-    put32(head, 1);  // version 1.0
-    put32(head, 0xFFFFFFFF);
-    put32(head, 0xFFFFFFFF);
-    put32(head, 1 | size << 16U);  // the option's code and length
-    head += comment;
-    put32(head, 0);
-    put32(head, total);
-    return head;
+    return makeSectionHeader(what.dump());
 }
 
-std::vector<std::uint8_t> readAt(int file, std::uint64_t offset, std::size_t size) {
+/// As much as can be read of it.
+std::vector<std::uint8_t> bytesAt(const Descriptor& file, std::uint64_t offset, std::size_t size) {
     std::vector<std::uint8_t> bytes(size);
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t count =
-            ::pread(file, bytes.data() + done, size - done, static_cast<off_t>(offset + done));
-        if (count == 0 || (count < 0 && errno != EINTR)) {
-            break;
-        }
-        done += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-    bytes.resize(done);
+    std::span<std::uint8_t> target = bytes;
+    bytes.resize(readAt(file, offset, target) == 0 ? target.size() : 0);
     return bytes;
 }
 
 /// Empty if there is none at that place, or none of ours.
-std::optional<BatchJournal::Entry> readHead(int file, std::uint64_t offset) {
-    const auto front = readAt(file, offset, 8);
-    if (front.size() < 8 || get32(front, 0) != sectionType) {
+std::optional<BatchJournal::Entry> readHead(const Descriptor& file, std::uint64_t offset) {
+    const auto bytes = bytesAt(file, offset, longestHead);
+    const auto head = readCommentedSection(bytes);
+    if (!head) {
         return std::nullopt;
     }
-    const std::size_t total = get32(front, 4);
-    if (total < leastSection + optionHead || total > longestHead) {
-        return std::nullopt;
-    }
-    const auto block = readAt(file, offset, total);
-    if (block.size() < total || get32(block, total - 4) != total) {
-        return std::nullopt;
-    }
-    const std::size_t size = get32(block, sectionFixed) >> 16U;
-    if (size > total - leastSection - optionHead) {
-        return std::nullopt;
-    }
-    const auto* const comment =
-        reinterpret_cast<const char*>(block.data()) + sectionFixed + optionHead;
     try {
-        const auto what = nlohmann::json::parse(comment, comment + size);
+        const auto what = nlohmann::json::parse(head->comment);
         BatchJournal::Entry entry;
         entry.subject = what.at("subject").get<std::string>();
         entry.number = what.at("batch").get<std::uint64_t>();
@@ -120,7 +74,7 @@ std::optional<BatchJournal::Entry> readHead(int file, std::uint64_t offset) {
         entry.messages = what.at("messages").get<std::uint64_t>();
         entry.sequence = what.at("sequence").get<std::uint64_t>();
         entry.isEnd = what.at("end").get<bool>();
-        entry.offset = offset + total;
+        entry.offset = offset + head->size;
         entry.checksum = what.at("crc").get<std::uint32_t>();
         return entry;
     } catch (const nlohmann::json::exception&) {
@@ -128,13 +82,13 @@ std::optional<BatchJournal::Entry> readHead(int file, std::uint64_t offset) {
     }
 }
 
-std::uint64_t sizeOf(int file) {
+std::uint64_t sizeOf(const Descriptor& file) {
     struct stat status {};
-    return ::fstat(file, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+    return ::fstat(file.get(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
 /// Visits all whole batches; returns where they end.
-std::uint64_t walk(int file, const BatchJournal::Visitor& visit) {
+std::uint64_t walk(const Descriptor& file, const BatchJournal::Visitor& visit) {
     const std::uint64_t size = sizeOf(file);
     std::uint64_t at = 0;
     while (const auto head = readHead(file, at)) {
@@ -144,7 +98,7 @@ std::uint64_t walk(int file, const BatchJournal::Visitor& visit) {
         }
         const bool isUncertain = size - entry.offset <= uncertainBytes;
         if (isUncertain &&
-            checksumOf(readAt(file, entry.offset, static_cast<std::size_t>(entry.bytes))) !=
+            checksumOf(bytesAt(file, entry.offset, static_cast<std::size_t>(entry.bytes))) !=
                 entry.checksum) {
             break;
         }
@@ -163,8 +117,8 @@ BatchJournal::BatchJournal(std::string filePath, const Visitor& visit) : path(st
         throw FileError("Cannot collect into \"" + path + "\": " + describe(errno) +
                         ". Choose a folder that you may write to.");
     }
-    end = synced = walk(file.get(), visit);
-    const std::uint64_t size = sizeOf(file.get());
+    end = synced = walk(file, visit);
+    const std::uint64_t size = sizeOf(file);
     cutBytes = size - end;
     if (cutBytes != 0 && !cutTo(end)) {
         throw FileError("Cannot cut \"" + path +
@@ -177,7 +131,7 @@ BatchJournal::BatchJournal(std::string filePath, const Visitor& visit) : path(st
 void BatchJournal::read(const std::string& path, const Visitor& visit) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
     if (file.isOpen()) {
-        walk(file.get(), visit);
+        walk(file, visit);
     }
 }
 
@@ -187,7 +141,7 @@ bool BatchJournal::open() {
         if (!file.isOpen()) {
             return fail(errno);
         }
-        if (sizeOf(file.get()) != end) {
+        if (sizeOf(file) != end) {
             errorText = path + " was changed by another program; collect into another folder";
             file = Descriptor();
             return false;
@@ -210,9 +164,8 @@ bool BatchJournal::append(const StoredBatch& batch) {
     if (!open()) {
         return false;
     }
-    const std::string head = makeHead(batch);
-    const std::array<std::span<const std::uint8_t>, 2> pieces = {
-        std::span(reinterpret_cast<const std::uint8_t*>(head.data()), head.size()), batch.payload};
+    const std::vector<std::uint8_t> head = makeHead(batch);
+    const std::array<std::span<const std::uint8_t>, 2> pieces = {head, batch.payload};
     std::uint64_t at = end;
     for (auto piece : pieces) {
         while (!piece.empty()) {

@@ -170,18 +170,9 @@ void Workspace::readDecoders() {
     std::vector<Wanted> wanted;
     bool hasAny = false;
     for (const ChannelSummary& channel : summary.channels) {
-        Wanted& entry = wanted.emplace_back(Wanted{{channel.name, channel.bus}});
-        if (channel.module >= summary.modules.size()) {
-            continue;
-        }
-        for (const Channel& described : summary.modules[channel.module].channels) {
-            if (described.interfaceId == channel.interfaceId) {
-                for (const std::string& path : described.databases) {
-                    entry.paths.push_back((getPath().parent_path() / path).string());
-                }
-            }
-        }
-        hasAny = hasAny || !entry.paths.empty();
+        wanted.push_back(
+            {{channel.name, channel.bus}, summary.findDatabases(channel, getPath())});
+        hasAny = hasAny || !wanted.back().paths.empty();
     }
     isReadingStale = reading.isRunning();
     if (!hasAny) {

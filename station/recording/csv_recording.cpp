@@ -1,5 +1,6 @@
 #include "station/recording/csv_recording.h"
 
+#include "core/csv_field.h"
 #include "station/recording/bounded_name.h"
 #include "station/recording/bus_record.h"
 #include "station/recording/text_cursor.h"

@@ -7,17 +7,6 @@
 
 namespace station {
 
-std::string quotedForCsv(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
-        return text;
-    }
-    std::string quoted = "\"";
-    for (const char c : text) {
-        quoted.append(c == '"' ? 2 : 1, c);
-    }
-    return quoted + '"';
-}
-
 void CsvTime::updateDay(std::int64_t newDay) {
     const std::chrono::year_month_day date{std::chrono::sys_days(std::chrono::days(newDay))};
     day = newDay;

@@ -7,9 +7,6 @@
 
 namespace station {
 
-/// A field of a table, in quotation marks where it has to be (RFC 4180).
-std::string quotedForCsv(const std::string& text);
-
 /// Writes times as "2023-11-14T22:13:20.123456789Z", quickly where most are of one day.
 class CsvTime {
   public:

@@ -137,4 +137,11 @@ void patchNumber(AppendFile& file, std::uint64_t offset, std::uint64_t value) {
     file.patch(offset, bytes);
 }
 
+std::int64_t patchStart(AppendFile& file, std::uint64_t history, std::int64_t utcNanoseconds) {
+    const std::int64_t start = utcNanoseconds / nanosecondsPerSecond * nanosecondsPerSecond;
+    patchNumber(file, headerBlock + headerStartAt, static_cast<std::uint64_t>(start));
+    patchNumber(file, history + historyTimeAt, static_cast<std::uint64_t>(start));
+    return start;
+}
+
 }  // namespace station::mf4

@@ -91,5 +91,7 @@ std::string escaped(const std::string& text);
 /// Bytes that are no record, of any size.
 void appendPieces(AppendFile& file, const std::vector<std::uint8_t>& bytes);
 void patchNumber(AppendFile& file, std::uint64_t offset, std::uint64_t value);
+/// The file starts with the second of that time: puts it into header and history, and returns it.
+std::int64_t patchStart(AppendFile& file, std::uint64_t history, std::int64_t utcNanoseconds);
 
 }  // namespace station::mf4

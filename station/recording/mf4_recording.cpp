@@ -207,11 +207,8 @@ std::uint8_t* Mf4Recording::begin(std::size_t group, std::size_t channel,
 }
 
 void Mf4Recording::setStart(std::int64_t utcNanoseconds) {
-    using namespace mf4;
     hasStart = true;
-    start = utcNanoseconds / nanosecondsPerSecond * nanosecondsPerSecond;
-    patchNumber(file, headerBlock + headerStartAt, static_cast<std::uint64_t>(start));
-    patchNumber(file, historyBlock + historyTimeAt, static_cast<std::uint64_t>(start));
+    start = mf4::patchStart(file, historyBlock, utcNanoseconds);
 }
 
 void Mf4Recording::complete() {

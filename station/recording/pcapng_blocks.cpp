@@ -14,6 +14,9 @@ namespace {
 constexpr std::uint16_t linkTypeCan = 227;
 constexpr std::uint16_t linkTypeLin = 212;
 constexpr std::uint16_t linkTypeEthernet = 1;
+constexpr std::uint32_t sectionType = 0x0A0D0D0A;
+constexpr std::uint32_t byteOrderMagic = 0x1A2B3C4D;
+constexpr std::size_t sectionFixed = 24;  // bytes of a section's block in front of its options
 constexpr std::size_t longestFrame = 65536;
 constexpr std::size_t packetHeader = 8;  // bytes in front of the data, the same for both link types
 constexpr std::size_t packetBlockHeader = 28;
@@ -22,6 +25,15 @@ constexpr std::size_t longestOption = 1024;
 
 std::size_t padded(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
+}
+
+template <class Number>
+Number numberAt(std::span<const std::uint8_t> bytes, std::size_t at) {
+    Number number = 0;
+    for (std::size_t i = sizeof number; i-- > 0;) {
+        number = static_cast<Number>(static_cast<Number>(number << 8U) | bytes[at + i]);
+    }
+    return number;
 }
 
 /// Writes integers and bytes one behind the other; the caller has made room.
@@ -122,13 +134,14 @@ void putLin(Cursor& cursor, const LinRecord& lin) {
 std::vector<std::uint8_t> makeSectionHeader(const std::string& comment, std::uint64_t length) {
     const std::string application = "cmp-station";
     const std::size_t commentOption = comment.empty() ? 0 : 4 + padded(comment.size());
-    const std::size_t total = 24 + commentOption + 4 + padded(application.size()) + 4 + blockEnd;
+    const std::size_t total =
+        sectionFixed + commentOption + 4 + padded(application.size()) + 4 + blockEnd;
     std::vector<std::uint8_t> block(total);
     Cursor cursor(block.data());
-    cursor.put32(0x0A0D0D0A);
+    cursor.put32(sectionType);
     cursor.put32(total);
-    cursor.put32(0x1A2B3C4D);  // byte order
-    cursor.put16(1);           // version 1.0
+    cursor.put32(byteOrderMagic);
+    cursor.put16(1);  // version 1.0
     cursor.put16(0);
     cursor.put32(length);
     cursor.put32(length >> 32);
@@ -139,6 +152,25 @@ std::vector<std::uint8_t> makeSectionHeader(const std::string& comment, std::uin
     cursor.put32(0);  // end of options
     cursor.put32(total);
     return block;
+}
+
+std::optional<CommentedSection> readCommentedSection(std::span<const std::uint8_t> bytes) {
+    constexpr std::size_t textAt = sectionFixed + 4;
+    constexpr std::uint16_t commentOption = 1;
+    if (bytes.size() < textAt || numberAt<std::uint32_t>(bytes, 0) != sectionType ||
+        numberAt<std::uint32_t>(bytes, 8) != byteOrderMagic ||
+        numberAt<std::uint16_t>(bytes, sectionFixed) != commentOption) {
+        return std::nullopt;
+    }
+    const std::size_t total = numberAt<std::uint32_t>(bytes, 4);
+    const std::size_t size = numberAt<std::uint16_t>(bytes, sectionFixed + 2);
+    if (total > bytes.size() || total < textAt + size + blockEnd ||
+        numberAt<std::uint32_t>(bytes, total - blockEnd) != total) {
+        return std::nullopt;
+    }
+    return CommentedSection{
+        total, numberAt<std::uint64_t>(bytes, 16),
+        std::string_view(reinterpret_cast<const char*>(bytes.data()) + textAt, size)};
 }
 
 std::vector<std::uint8_t> makeInterfaceDescription(const ChannelDescription& channel) {

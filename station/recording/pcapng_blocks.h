@@ -2,7 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "station/recording/recording.h"
@@ -18,6 +21,15 @@ constexpr std::uint64_t unknownLength = 0xFFFFFFFFFFFFFFFF;
 /// ends with the file. The comment is ASCII; empty for none.
 std::vector<std::uint8_t> makeSectionHeader(const std::string& comment,
                                             std::uint64_t length = unknownLength);
+
+/// A section's header whose first option is a comment.
+struct CommentedSection {
+    std::size_t size;          ///< of the header
+    std::uint64_t length;      ///< of what is behind it, or `unknownLength`
+    std::string_view comment;  ///< within the bytes that were read
+};
+/// That at the beginning of `bytes`, little-endian; none if there is no whole one.
+std::optional<CommentedSection> readCommentedSection(std::span<const std::uint8_t> bytes);
 
 /// An interface for the packets of a channel.
 std::vector<std::uint8_t> makeInterfaceDescription(const ChannelDescription& channel);

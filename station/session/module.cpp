@@ -17,6 +17,14 @@ namespace {
 
 }  // namespace
 
+std::vector<std::string> databaseFiles(const Channel& channel, const std::filesystem::path& setup) {
+    std::vector<std::string> files;
+    for (const std::string& path : channel.databases) {
+        files.push_back((setup.parent_path() / path).string());
+    }
+    return files;
+}
+
 Module parseModule(const std::string& text) {
     const std::size_t first = text.find(':');
     if (first == std::string::npos || first == 0) {

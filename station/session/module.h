@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,6 +37,9 @@ struct Module {
     std::optional<ModuleStatistics> frames = {};  ///< where that is known
     bool timeStandsStill = false;  ///< its messages come, but its device time doesn't advance
 };
+
+/// The channel's databases as files, where `setup` is that of the setup.
+std::vector<std::string> databaseFiles(const Channel& channel, const std::filesystem::path& setup);
 
 /// A module as the command line names it: "TYPE:CONFIGID[:NAME]", CONFIGID decimal or hexadecimal
 /// after "0x". Without a name it has an empty one. Throws `UserError` for a text of another

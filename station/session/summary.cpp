@@ -5,6 +5,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "core/string_helper.h"
@@ -357,6 +358,19 @@ std::string describeClock(const ClockStatistics& clock) {
         text += fmt::format(", {} jump{}", clock.jumps, clock.jumps == 1 ? "" : "s");
     }
     return text;
+}
+
+std::vector<std::string> Summary::findDatabases(const ChannelSummary& channel,
+                                                const std::filesystem::path& setup) const {
+    std::vector<std::string> files;
+    if (channel.module < modules.size()) {
+        for (const Channel& described : modules[channel.module].channels) {
+            if (described.interfaceId == channel.interfaceId) {
+                std::ranges::move(databaseFiles(described, setup), std::back_inserter(files));
+            }
+        }
+    }
+    return files;
 }
 
 std::uint64_t Summary::totalFrames() const {

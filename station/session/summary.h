@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -161,6 +162,10 @@ struct Summary {
     std::optional<StreamSummary> stream;
     std::optional<ServeSummary> serve;
 
+    /// The databases that a setup with these modules has for the channel, where `setup` is its
+    /// file.
+    std::vector<std::string> findDatabases(const ChannelSummary& channel,
+                                           const std::filesystem::path& setup) const;
     std::uint64_t totalFrames() const;
     /// The load of a module's buses in the last second, in the mean of those of which it is known;
     /// without a module, of all. Empty if it is known of none.

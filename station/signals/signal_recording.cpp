@@ -10,6 +10,7 @@
 #include <limits>
 #include <string_view>
 
+#include "core/csv_field.h"
 #include "station/errors.h"
 #include "station/recording/bus_record.h"
 #include "station/recording/mf4_blocks.h"
@@ -200,11 +201,8 @@ std::size_t SignalMf4Recording::findGroup(std::size_t channel, const Decoder::Me
 }
 
 void SignalMf4Recording::setStart(std::int64_t utcNanoseconds) {
-    using namespace mf4;
     hasStart = true;
-    start = utcNanoseconds / nanosecondsPerSecond * nanosecondsPerSecond;
-    patchNumber(file, headerBlock + headerStartAt, static_cast<std::uint64_t>(start));
-    patchNumber(file, historyBlock + historyTimeAt, static_cast<std::uint64_t>(start));
+    start = mf4::patchStart(file, historyBlock, utcNanoseconds);
 }
 
 void SignalMf4Recording::writeSignals(std::size_t channel, std::int64_t utcNanoseconds,

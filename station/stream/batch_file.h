@@ -14,9 +14,6 @@ namespace station {
 
 Descriptor openForReading(const std::filesystem::path& path);
 
-/// Fewer bytes where the file ends. 0, or `errno` of what keeps it from being read.
-int readAt(const Descriptor& file, std::uint64_t offset, std::span<std::uint8_t>& target);
-
 /// The batch at `offset` of a file whose whole batches end at `end`. `failure` is as of `readAt`.
 std::optional<BatchExtent> headerAt(const Descriptor& file, std::uint64_t offset, std::uint64_t end,
                                     int& failure);

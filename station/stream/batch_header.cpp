@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cstring>
 #include <string_view>
 
 #include "core/parse_number.h"
@@ -12,18 +11,7 @@
 namespace station {
 namespace {
 
-constexpr std::size_t optionsAt = 24;
 constexpr std::uint64_t longestSection = std::uint64_t{1} << 30U;
-constexpr std::uint16_t commentOption = 1;
-
-template <class Number>
-Number numberAt(std::span<const std::uint8_t> bytes, std::size_t at) {
-    Number number = 0;
-    for (std::size_t i = sizeof number; i-- > 0;) {
-        number = static_cast<Number>(static_cast<Number>(number << 8U) | bytes[at + i]);
-    }
-    return number;
-}
 
 /// What is behind " NAME=" up to the next blank; empty if it isn't there.
 std::string_view valueOf(std::string_view text, std::string_view name) {
@@ -53,21 +41,12 @@ std::vector<std::uint8_t> makeBatchHeader(const Batch& batch, std::size_t length
 }
 
 std::optional<BatchExtent> readBatchHeader(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() < optionsAt + 4 || numberAt<std::uint32_t>(bytes, 0) != 0x0A0D0D0A ||
-        numberAt<std::uint32_t>(bytes, 8) != 0x1A2B3C4D ||
-        numberAt<std::uint16_t>(bytes, optionsAt) != commentOption) {
+    const auto section = readCommentedSection(bytes);
+    if (!section || section->length > longestSection) {
         return std::nullopt;
     }
-    const std::size_t total = numberAt<std::uint32_t>(bytes, 4);
-    const auto length = numberAt<std::uint64_t>(bytes, 16);
-    const std::size_t commentSize = numberAt<std::uint16_t>(bytes, optionsAt + 2);
-    if (total > bytes.size() || total < optionsAt + 4 + commentSize + 4 ||
-        length > longestSection || numberAt<std::uint32_t>(bytes, total - 4) != total) {
-        return std::nullopt;
-    }
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data()) + optionsAt + 4,
-                                commentSize);
-    BatchExtent found{{}, total + length};
+    const std::string_view text = section->comment;
+    BatchExtent found{{}, section->size + section->length};
     Batch& batch = found.batch;
     batch.session = valueOf(text, " session=");
     batch.subject = valueOf(text, " subject=");

@@ -6,6 +6,8 @@
 #include <chrono>
 #include <iterator>
 
+#include "core/csv_field.h"
+
 namespace station {
 namespace {
 
@@ -28,17 +30,6 @@ void putSeconds(std::string& text, std::int64_t nanoseconds) {
     const auto size = static_cast<std::uint64_t>(nanoseconds < 0 ? -nanoseconds : nanoseconds);
     fmt::format_to(std::back_inserter(text), "{}{}.{:09}", nanoseconds < 0 ? "-" : "",
                    size / second, size % second);
-}
-
-std::string quotedField(const std::string& field) {
-    if (field.find_first_of(",\"\r\n") == std::string::npos) {
-        return field;
-    }
-    std::string text = "\"";
-    for (const char c : field) {
-        text.append(c == '"' ? 2 : 1, c);
-    }
-    return text + '"';
 }
 
 }  // namespace
@@ -66,8 +57,8 @@ CsvPieces::CsvPieces(std::vector<Signal> signalsOfFile, SignalSeries::Range time
                      std::int64_t utcOfStart)
     : parts(std::move(signalsOfFile)), range(timesOfFile), start(utcOfStart) {
     for (Signal& part : parts) {
-        part.name = quotedField(part.name);
-        part.unit = quotedField(part.unit);
+        part.name = quotedForCsv(part.name);
+        part.unit = quotedForCsv(part.unit);
     }
 }
 
