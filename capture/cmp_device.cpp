@@ -8,6 +8,10 @@
 #include "capture/cmp_channel_canfd.h"
 #include "capture/cmp_channel_lin.h"
 #include "capture/device_time.h"
+#include "setup/node_values.h"
+#include "setup/xml_exception.h"
+
+namespace Xml = Kestrova::Utils::Serialization;
 
 namespace {
 
@@ -32,6 +36,15 @@ DeviceTime advanced(DeviceTime time, std::int64_t nanoseconds) {
 double secondsBetween(const DeviceTime& earlier, const DeviceTime& later) {
     return static_cast<double>(static_cast<std::int64_t>(later.seconds - earlier.seconds)) +
            (later.nanoseconds - earlier.nanoseconds) / 1e9;
+}
+
+/// The value of a key; the default also where the text isn't a number.
+std::int32_t readNumber(const Xml::Node& node, const std::string& key, std::int32_t defaultValue) {
+    try {
+        return Xml::ReadWithDefault(node, key, defaultValue);
+    } catch (const Xml::XmlException&) {
+        return defaultValue;
+    }
 }
 
 }  // namespace
@@ -333,6 +346,45 @@ void CmpDevice::flushChannels() {
     for (const auto& channel : *all) {
         if (channel->hasTakenOver()) {
             channel->flush(clock);
+        }
+    }
+}
+
+void CmpDevice::save(Node& node) const {
+    Xml::ForceWrite(node, "Id", getCmId());
+    Xml::ForceWrite(node, "ClockId",
+                    static_cast<std::uint64_t>(surroundings.syncManager->GetClockId(clock)));
+    Xml::ForceWrite(node, "DeviceTypeId", static_cast<std::uint64_t>(getType().typeId));
+    Xml::ForceWrite(node, "ConfigId", getConfigId());
+    Xml::ForceWrite(node, "SerialNumber", getSerialNumberText());
+    Xml::ForceWrite(node, "Name", getName());
+}
+
+void CmpDevice::load(Node& node) {
+    clock = surroundings.syncManager->GetClock(
+        static_cast<std::uint32_t>(readNumber(node, "ClockId", 0)));
+    setTypeById(static_cast<std::uint32_t>(readNumber(node, "DeviceTypeId", 0)));
+    setConfigId(static_cast<std::uint16_t>(readNumber(node, "ConfigId", 0)));
+    setName(Xml::ReadWithDefault(node, "Name", getName()));
+}
+
+void CmpDevice::saveChannels(Node& node) const {
+    const auto list = node.AddChild("Channels");
+    const auto all = getChannels();
+    for (const auto& channel : *all) {
+        channel->save(*list->AddChild("Channel"));
+    }
+}
+
+void CmpDevice::loadChannels(Node& node) {
+    const auto list = node.FindChild("Channels");
+    if (!list) {
+        return;
+    }
+    const auto all = getChannels();
+    for (std::size_t i = 0; i < all->size(); ++i) {
+        if (const auto child = list->GetChild(static_cast<std::uint64_t>(i))) {
+            (*all)[i]->load(*child);
         }
     }
 }
