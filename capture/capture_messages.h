@@ -21,7 +21,7 @@ inline std::string leftOutText(const std::string& name, const std::vector<std::s
 }
 
 /// What the user must know of the network interfaces, as sentences, until somebody asks. Any
-/// thread; nothing is told for a frame.
+/// thread; nothing is reported for a frame.
 class CaptureMessages {
   public:
     struct Message {
@@ -29,7 +29,7 @@ class CaptureMessages {
         bool isHarmless = false;  ///< no frame can be missing by it
     };
 
-    /// Passes over what was told last about that interface, so that it can be told at each attempt.
+    /// Forgets what was reported last about that interface, so that it is reported at each attempt.
     void report(const std::string& interface, std::string text) {
         add(interface, {std::move(text)});
     }
@@ -65,7 +65,7 @@ class CaptureMessages {
         if (waiting.size() < most) {
             waiting.push_back(std::move(message));
         } else {
-            waiting.back() = {"more has happened to the interfaces than can be told"};
+            waiting.back() = {"more has happened to the interfaces than can be reported"};
         }
         if (latest.size() > most) {  // interfaces that come and go have names without end
             latest.clear();

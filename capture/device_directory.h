@@ -84,9 +84,9 @@ class DeviceDirectory {
 /// Hands the directory from the thread that changes the device list to the capture thread.
 ///
 /// The capture thread looks at one pointer a message and never waits for a directory while it
-/// reads. It tells which one it uses; `releaseReplaced` comes back only when that isn't an old one
-/// any more. So what a change took out, devices, channels, clocks and outputs, is destroyed on the
-/// thread that made the change, and not while the capture thread is at work on it.
+/// reads. It announces which one it uses; `releaseReplaced` comes back only when that isn't an old
+/// one any more. So what a change took out, devices, channels, clocks and outputs, is destroyed on
+/// the thread that made the change, and not while the capture thread is at work on it.
 ///
 /// While nobody reads, a change only drops the directory, and the next one to ask for it makes it:
 /// else setting up n modules would make n directories of up to n modules each.

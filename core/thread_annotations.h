@@ -15,6 +15,6 @@
 #define CMP_EXCLUDES(...) CMP_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define CMP_ACQUIRE(...) CMP_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define CMP_ACQUIRE_SHARED(...) CMP_THREAD_ANNOTATION(acquire_shared_capability(__VA_ARGS__))
-/// For what is sound for another reason, which a comment tells.
+/// For what is sound for another reason, which a comment gives.
 #define CMP_NO_THREAD_SAFETY_ANALYSIS CMP_THREAD_ANNOTATION(no_thread_safety_analysis)
 #define CMP_RELEASE(...) CMP_THREAD_ANNOTATION(release_capability(__VA_ARGS__))

@@ -38,7 +38,7 @@ class VectorWithKeys {
     VectorWithKeys(Key first, Key step) requires CountableKey<Key>
         : firstKey(first), keyStep(step), lowestFree(first) {}
 
-    /// Appends under the smallest free key, which the returned entry tells.
+    /// Appends under the smallest free key, which the returned entry has.
     Entry& append(Value value) requires CountableKey<Key> {
         return append(freeKey(), std::move(value));
     }

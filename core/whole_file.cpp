@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Throws the cause of the call that failed last, of which `doing` tells what it was for.
+/// Throws the cause of the call that failed last, which was for what `doing` says.
 [[noreturn]] void failNow(const std::string& doing) {
     throw std::runtime_error(doing + ": " + std::generic_category().message(errno));
 }

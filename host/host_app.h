@@ -33,7 +33,7 @@ class HostApp : public HostObject {
     virtual HostResult getHoldValue(std::int32_t* value) = 0;
     virtual HostResult getMasterClock(HostMasterClock** clock) = 0;
     virtual HostResult getGnssDeviceList(HostGnssDeviceList** devices) = 0;
-    /// Tells the host that a clock of the plug-in came, went or changed its name.
+    /// Notifies the host that a clock of the plug-in came, went or changed its name.
     virtual HostResult notifyDevicesChanged() = 0;
     virtual HostResult getDocumentFactory(HostDocumentFactory** factory) = 0;
 

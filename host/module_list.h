@@ -46,7 +46,7 @@ class ModuleList : public HostObject {
     /// One for each module. They change by themselves.
     virtual HostResult getStates(std::vector<ModuleState>* states) = 0;
     /// Modules that were heard since the capture was started and aren't set up, the first few: as
-    /// they would be in the list, without a name, and without a type where the CM ID doesn't tell
+    /// they would be in the list, without a name, and without a type where the CM ID doesn't show
     /// it.
     virtual HostResult getUnlisted(std::vector<ListedModule>* modules) = 0;
     /// The types that a module can have, in the order in which a user is offered them; in the

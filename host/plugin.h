@@ -212,7 +212,7 @@ struct ClockStatistics {
     std::uint64_t jumps = 0;  ///< how often its time jumped, so that the fit began again
 };
 
-/// What the plug-in's capture can tell of itself. A host may ask; nothing depends on it.
+/// What the plug-in's capture knows of itself. A host may ask; nothing depends on it.
 class CaptureStatistics : public HostObject {
   public:
     static constexpr InterfaceId id{
@@ -322,7 +322,7 @@ class CaptureSelection : public HostObject {
         0x1B7E93D4, 0x2C58, 0x4E0D, {0xA6, 0x71, 0x94, 0x3F, 0xD2, 0x0B, 0x85, 0x6A}};
 
     /// The names of the interfaces that could be captured on. `HostCode::failed` if the system
-    /// doesn't tell.
+    /// doesn't say.
     virtual HostResult getInterfaces(std::vector<std::wstring>* names) = 0;
     /// The interfaces that event 105 opens from now on; none named means all that don't only
     /// repeat others. A name of no interface waits for one that appears.

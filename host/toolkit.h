@@ -4,8 +4,8 @@
 
 #include "host/runtime.h"
 
-/// The host's window toolkit Tessel: it builds a window from XML, owns all that is in it, and tells
-/// by event what the user does. This header has the window and what is not a grid;
+/// The host's window toolkit Tessel: it builds a window from XML, owns all that is in it, and
+/// raises events for what the user does. This header has the window and what is not a grid;
 /// "host/toolkit_grid.h" has the grid.
 ///
 /// What holds for all of it, beside the rules of "host/host_object.h":
@@ -65,7 +65,7 @@ class IEventHandler : public RuntimeObject {
     ~IEventHandler() = default;
 };
 
-/// What an event tells: the base of all argument interfaces. A reference that is kept longer than
+/// What an event says: the base of all argument interfaces. A reference that is kept longer than
 /// the event keeps an object without effect.
 class IEventArgs : public HostObject {
   public:
@@ -77,7 +77,7 @@ class IEventArgs : public HostObject {
 };
 
 /// Anything that the toolkit hands out. It raises events, each in a slot of its own; the slots of a
-/// component are numbered from 1 in a fixed order, which its interface tells.
+/// component are numbered from 1 in a fixed order, which its interface gives.
 ///
 /// A slot takes any number of handlers and calls them in the order of their subscription; one that
 /// fails doesn't keep the others from being called.

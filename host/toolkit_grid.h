@@ -117,7 +117,7 @@ class IDrawGridGroup : public IComponent {
     ~IDrawGridGroup() = default;
 };
 
-/// What all events of a grid tell: the cell. Row and column are 0 in an event about the whole grid.
+/// What all events of a grid say: the cell. Row and column are 0 in an event about the whole grid.
 class IDrawGridEventArgs : public IEventArgs {
   public:
     static constexpr InterfaceId id{
@@ -157,7 +157,7 @@ class IDrawGridComboItemsArgs : public IDrawGridEventArgs {
     static constexpr InterfaceId id{
         0xBF51B99C, 0xBF8C, 0x405B, {0xAF, 0x3E, 0x68, 0xC9, 0x96, 0xD9, 0x48, 0xD8}};
 
-    /// Appends an item; its place, from 0, is what `getSelectedIndex` tells.
+    /// Appends an item; its place, from 0, is what `getSelectedIndex` gives.
     virtual HostResult addItem(RuntimeString* text) = 0;
 
   protected:
@@ -173,7 +173,7 @@ class IDrawGridLiveValueArgs : public IDrawGridEventArgs {
     ~IDrawGridLiveValueArgs() = default;
 };
 
-/// Tells how the user has switched a toggle.
+/// Says how the user has switched a toggle.
 class IDrawGridCellActionEventArgs : public IDrawGridEventArgs {
   public:
     static constexpr InterfaceId id{
@@ -185,7 +185,7 @@ class IDrawGridCellActionEventArgs : public IDrawGridEventArgs {
     ~IDrawGridCellActionEventArgs() = default;
 };
 
-/// Tells what the user has put into a cell. What the cell's type doesn't have is empty or 0.
+/// Says what the user has put into a cell. What the cell's type doesn't have is empty or 0.
 class IDrawGridCellInputArgs : public IDrawGridEventArgs {
   public:
     static constexpr InterfaceId id{

@@ -4,7 +4,7 @@
 
 #include "core/registry_store.h"
 
-/// What a host finds the plug-in by: a key with its identity, and one that tells which module has
+/// What a host finds the plug-in by: a key with its identity, and one that says which module has
 /// its class. Not being able to write them is no failure: a host then doesn't find the plug-in.
 namespace Registration {
 

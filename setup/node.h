@@ -12,7 +12,7 @@ namespace Kestrova::Utils::Serialization {
 /// A node is a handle: it keeps its document and element alive, while the tree belongs to the
 /// document. `const` is said of the handle, so a const node gives handles through which the tree
 /// can be changed. An empty reference means that there is no such node. The direction of the work
-/// lies in the document: `IsWriting` tells it, and `OpenChild` follows it.
+/// lies in the document: `IsWriting` says which, and `OpenChild` follows it.
 ///
 /// `GetChild(name)` never gives an empty reference: for a child that isn't there it makes a
 /// *dummy*, so that a reader can go on without testing each step. Reads on a dummy give their

@@ -13,7 +13,7 @@ enum class ExitCode {
     NotAllowed = 4,
 };
 
-/// Ends the program with its text and code. The text tells what to do about it.
+/// Ends the program with its text and code. The text says what to do about it.
 class Failure : public std::runtime_error {
   public:
     Failure(ExitCode exitCode, const std::string& text)

@@ -50,7 +50,7 @@ class WireWriter {
     std::uint8_t* const end;
 };
 
-/// What a simulated bus message carries, so that any recording tells loss, doubles and order:
+/// What a simulated bus message carries, so that any recording shows loss, doubles and order:
 ///
 /// | Bytes | Content |
 /// |---|---|

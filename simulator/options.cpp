@@ -171,7 +171,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         return {{}, true, app.version() + "\n"};
     } catch (const CLI::ParseError& error) {
         throw Failure(ExitCode::WrongUse,
-                      std::string(error.what()) + "; \"cmp-sim --help\" tells how it is used");
+                      std::string(error.what()) + "; \"cmp-sim --help\" shows how it is used");
     }
     convert(parsed.options, raw);
     return parsed;

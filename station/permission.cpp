@@ -68,7 +68,7 @@ void letInheritCaptureRight() {
 
 }  // namespace
 
-/// Asked of the system itself: libpcap's error would come once for each interface and tell nothing
+/// Asked of the system itself: libpcap's error would come once for each interface and say nothing
 /// of the remedy.
 void checkCapturePermission(const char* program) {
     const int descriptor = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);

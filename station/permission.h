@@ -2,7 +2,7 @@
 
 namespace station {
 
-/// Throws UserError (not allowed), with a text that tells how to allow it to the program of that
+/// Throws UserError (not allowed), with a text that says how to allow it to the program of that
 /// name, if this process may not capture.
 void checkCapturePermission(const char* program = "cmp-station");
 

@@ -39,7 +39,7 @@ bool readCommandLine(CLI::App& app, int argc, char** argv, const char* help) {
             printResult(answer.str());
             return false;
         }
-        throw UserError(fmt::format("{}; \"{}\" tells how it is used", error.what(), help));
+        throw UserError(fmt::format("{}; \"{}\" shows how it is used", error.what(), help));
     }
     return true;
 }

@@ -8,7 +8,7 @@
 namespace station {
 
 /// What a program's `main` does: looks after its descriptors and rights, has `execute` do the rest,
-/// and tells the user what that throws. Returns the exit code.
+/// and reports to the user what that throws. Returns the exit code.
 int runProgram(const std::function<ExitCode()>& execute);
 
 /// Reads the command line into the options of `app`. False if help was asked for, which is printed

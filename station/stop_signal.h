@@ -31,7 +31,7 @@ class StopSignal {
     /// true.
     bool waitUntil(std::chrono::steady_clock::time_point moment);
     bool isRequested() { return waitUntil(std::chrono::steady_clock::time_point::min()); }
-    /// From now on SIGHUP asks for no stop; `takeHangup` tells whether one came since the last
+    /// From now on SIGHUP asks for no stop; `takeHangup` says whether one came since the last
     /// call.
     void keepHangups() { keepsHangups = true; }
     bool takeHangup() { return hadHangup.exchange(false); }

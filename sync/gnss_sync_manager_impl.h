@@ -47,7 +47,7 @@ class GNSSSyncManagerImpl final : public GNSSSyncManager {
 
     /// Replaces the host for what comes after; a clock keeps the one that it was made with.
     void SetHost(HostApp* hostApp) { host = CountedRef<HostApp>(hostApp); }
-    /// Whether new clocks tell the host when they come, go or change their names.
+    /// Whether new clocks notify the host when they come, go or change their names.
     void SetNotifyHost(bool notify) { notifyHost = notify; }
 
     /// Replaces all clocks by the stored ones and picks the one that leads. A clock without a

@@ -30,7 +30,7 @@ class OutputFactory {
                                                               const Init& init) = 0;
     /// Unmounts the channel and forgets it.
     virtual void removeChannel(const std::shared_ptr<OutputChannel>& channel) = 0;
-    /// Tells the host a group name for the channels with these indices.
+    /// Gives the host a group name for the channels with these indices.
     virtual void setChannelGroupName(const std::vector<std::int32_t>& indices,
                                      const std::string& name) = 0;
     /// Opens one level of batched mounting.

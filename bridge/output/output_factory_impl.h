@@ -70,7 +70,7 @@ class OutputFactoryImpl final : public OutputFactory {
     /// `OutputChannelImpl::setRemountMode` on all channels.
     void setRemountMode(std::int32_t mode);
 
-    /// Tells the host that the list of channels changed, unless a batch or a load holds it back.
+    /// Notifies the host that the list of channels changed, unless a batch or a load holds it back.
     void flushMount();
 
   private:

@@ -14,7 +14,7 @@ fail() {
 }
 
 wrong_use() {
-    printf '%s: %s; --help tells how it is used\n' "${0##*/}" "$*" >&2
+    printf '%s: %s; --help shows how it is used\n' "${0##*/}" "$*" >&2
     exit 2
 }
 

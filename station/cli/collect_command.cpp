@@ -29,7 +29,7 @@ DIR/STATION/SESSION.collecting.pcapng. Without --follow collecting ends with wha
 began.
 
 A batch of messages is acknowledged when it is on the disk. So the same command goes on wherever an earlier
-one ended, whatever ended it, and takes each message once. Batches that are missing in the stream are told
+one ended, whatever ended it, and takes each message once. Batches that are missing in the stream are reported
 of, and the exit code is 1.)";
 
 constexpr const char* examples = R"(

@@ -75,7 +75,7 @@ std::vector<Module> chooseModules(const ConvertOptions& options) {
     modules = findModules(options.input);
     if (modules.empty()) {
         throw UserError(
-            fmt::format("no capture module tells its status in {}; name the modules with "
+            fmt::format("{} has no status of a capture module; name the modules with "
                         "--module \"TYPE:CONFIGID\"",
                         options.input));
     }

@@ -172,7 +172,7 @@ void useOnly(Session& session, std::size_t wanted) {
     }
 }
 
-/// A second end of the pipe, which tells whether somebody reads. None if it was asked to stop
+/// A second end of the pipe, which shows whether somebody reads. None if it was asked to stop
 /// before that.
 Descriptor waitForReader(const std::string& path, StopSignal& stop) {
     const auto end = Clock::now() + pipePatience;

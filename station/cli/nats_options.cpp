@@ -13,13 +13,14 @@ void addNatsOptions(CLI::App& command, NatsArguments& arguments) {
             ->group(natsGroup);
     };
     add("--nats-options", arguments.file,
-        "Who we are to the broker, as {\"user\": ..., \"password\": ...} or {\"token\": ...}; in a "
+        "The user at the broker, as {\"user\": ..., \"password\": ...} or {\"token\": ...}; in a "
         "file of mode 0600. \"creds\", \"ca\", \"cert\" and \"key\" may be in it too");
-    add("--nats-creds", arguments.options.credentialsFile, "The same, as a .creds file");
+    add("--nats-creds", arguments.options.credentialsFile,
+        "The user at the broker, as a .creds file");
     add("--nats-ca", arguments.options.authorityFile,
         "Certificates (PEM) that brokers are trusted by; the system's by default");
     add("--nats-cert", arguments.options.certificateFile, "Our own certificate (PEM)");
-    add("--nats-key", arguments.options.keyFile, "Its key (PEM)");
+    add("--nats-key", arguments.options.keyFile, "The key of that certificate (PEM)");
     command
         .add_flag_callback(
             "--nats-insecure", [&arguments] { arguments.options.checksCertificate = false; },

@@ -21,7 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* about =
-    R"(Lists the registered plug-ins, or registers one or takes one out.
+    R"(Lists the registered plug-ins, or registers or removes one.
 
 A plug-in is found for this user before all users. Registering for all users needs the right to
 write below /usr/local/share; --user needs none. A plug-in that others than you and root could
@@ -59,11 +59,11 @@ RegistryStore storeOf(bool forUser) {
     return forUser ? RegistryStore::perUser() : RegistryStore::perMachine();
 }
 
-std::string whereItStands(bool forUser) {
+std::string describeStore(bool forUser) {
     return storeOf(forUser).getFolder().string();
 }
 
-/// The module doesn't tell that it left the store alone.
+/// The module doesn't report that it left the store alone.
 void requireStore(bool forUser) {
     const std::string refusal = storeOf(forUser).refusal(registeredPluginsKey);
     if (!refusal.empty()) {
@@ -83,7 +83,7 @@ void requireRegistrable(const std::string& path) {
     }
 }
 
-/// The module doesn't tell whether it could write; what is there afterwards does.
+/// The module doesn't report whether it could write: what is there afterwards shows it.
 void registerModule(const fs::path& module, bool forUser) {
     requireStore(forUser);
     const TrustedPath file(fs::absolute(module), TrustedUsers::User);
@@ -98,7 +98,7 @@ void registerModule(const fs::path& module, bool forUser) {
         throw UserError(
             ExitCode::Failed,
             fmt::format("{} could not be registered in {}: check the permissions there{}",
-                        module.string(), whereItStands(forUser),
+                        module.string(), describeStore(forUser),
                         forUser ? "" : ", use sudo, or register it for yourself with --user"));
     }
 }
@@ -125,7 +125,7 @@ void unregisterModule(const fs::path& module, bool forUser) {
         throw UserError(
             ExitCode::Failed,
             fmt::format("{} is still registered in {}: check the permissions there{}",
-                        module.string(), whereItStands(forUser), forUser ? "" : ", or use sudo"));
+                        module.string(), describeStore(forUser), forUser ? "" : ", or use sudo"));
     }
 }
 
@@ -200,7 +200,8 @@ void addPluginsCommand(CLI::App& app, Command& chosen) {
     auto* const add = command->add_option("--register", options->add, "Register this module")
                           ->type_name("FILE")
                           ->check(notEmpty());
-    command->add_option("--unregister", options->remove, "Take this module out")
+    command
+        ->add_option("--unregister", options->remove, "Remove this module from the registered ones")
         ->type_name("FILE")
         ->check(notEmpty())
         ->excludes(add);

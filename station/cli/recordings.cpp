@@ -159,8 +159,7 @@ bool takesStandardOutput(const std::vector<std::string>& paths, bool json) {
     if (taking == 1 && json) {
         throw UserError(
             "--json prints on standard output, which the recording (-) takes: record into a file, "
-            "or "
-            "leave out --json");
+            "or leave out --json");
     }
     return taking == 1;
 }

@@ -19,8 +19,8 @@ void addServeOptions(CLI::App& command, ServeArguments& arguments) {
             ->check(notEmpty());
     command
         .add_flag("--serve-beacon", arguments.hasBeacon,
-                  "Tell the network of that address where which buses are served, every 2 seconds "
-                  "to UDP port 42000")
+                  "Announce the buses in the network of that address, every 2 seconds to UDP port "
+                  "42000")
         ->needs(address);
 }
 

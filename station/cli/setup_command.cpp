@@ -62,7 +62,7 @@ struct SetupOptions {
     bool hasNoStream = false;
 };
 
-/// What is in the file, or is given: an option that isn't there leaves things as they are.
+/// Empty for an option that isn't given: what is in the file stays then.
 std::optional<std::string> given(const CLI::App& command, const char* option,
                                  const std::string& value) {
     return command.count(option) > 0 ? std::optional(value) : std::nullopt;

@@ -131,22 +131,24 @@ void addStreamOptions(CLI::App& command, StreamArguments& arguments) {
         "readers choose channels then, and small batches cost more")
         ->check(CLI::IsMember({"station", "channel"}).description(""));
     add("--stream-batch", arguments.batch, "SIZE",
-        "Send as soon as so much is together, 256KiB by default");
+        "Send a batch of messages when it has this size, 256KiB by default");
     add("--stream-age", arguments.age, "TIME",
-        "Send at the latest what is so old, 200ms by default");
+        "Send a batch at the latest when its first message is this old, 200ms by default");
     add("--stream-wait", arguments.wait, "S",
-        "At the end wait so long for the broker, 5 seconds by default; what it hasn't stored by "
+        "At the end wait for the broker S seconds at most, 5 by default; what it hasn't stored by "
         "then is sent by the next run")
         ->check(within(0.0, longestWait));
     add("--spool-limit", arguments.spoolLimit, "SIZE",
-        "Keep so much there at most, 4GiB by default; beyond that the oldest is lost and counted");
+        "Keep this much there at most, 4GiB by default; beyond that the oldest messages are lost "
+        "and "
+        "counted");
     addSendingOptions(command, arguments);
 }
 
 void addSendingOptions(CLI::App& command, StreamArguments& arguments) {
     const Adder add{command};
     add("--station", arguments.station, "NAME",
-        "What this station is called in the stream; the machine's name by default")
+        "The name of this station in the stream; the machine's name by default")
         ->check(notEmpty())
         ->check(isUtf8());
     add("--spool", arguments.spool, "FOLDER",
@@ -158,9 +160,9 @@ void addSendingOptions(CLI::App& command, StreamArguments& arguments) {
         "If the stream isn't there yet: how many brokers keep it, 1 by default")
         ->check(within(1, mostReplicas));
     add("--stream-max-age", arguments.maxAge, "TIME",
-        "If it isn't there yet: what is older goes, such as 7d; it stays by default");
+        "If the stream isn't there yet: it drops what is older, such as 7d; by default nothing");
     add("--stream-max-bytes", arguments.maxBytes, "SIZE",
-        "If it isn't there yet: beyond that the oldest goes; it stays by default");
+        "If the stream isn't there yet: beyond that it drops the oldest; by default nothing");
     addNatsOptions(command, arguments.nats);
 }
 

@@ -46,7 +46,7 @@ void addSendingOptions(CLI::App& command, StreamArguments& arguments);
 StreamSettings parseStreamSettings(const StreamArguments& arguments);
 
 /// Waits until the broker has all that is in the spool, for so long at most, or until a stop
-/// request comes; then ends the stream. What is left is told.
+/// request comes; then ends the stream. What is left is reported.
 void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& stop);
 /// Of a program that has ended a stream: whether something is lost, or another station has the
 /// name.

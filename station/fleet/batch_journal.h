@@ -13,7 +13,7 @@ namespace station {
 /// The file that a session grows in: its batches in the order in which they came, as they came.
 ///
 /// It is a .pcapng that any reader of the format opens while it grows. In front of each batch is an
-/// empty section whose comment says what the batch is: so the file alone tells what is in it, and
+/// empty section whose comment says what the batch is: so the file alone says what is in it, and
 /// only whole batches count. One that was torn when the process or the machine failed is cut off
 /// when the file is opened next.
 ///

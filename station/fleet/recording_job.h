@@ -43,7 +43,7 @@ class RecordingJob {
     /// After the end. Each gets the path at its ending's place. Throws FileError if one can't be
     /// written.
     void commit(const std::vector<std::filesystem::path>& paths);
-    /// After `commit`: all messages that the batches' headers tell of could be read.
+    /// After `commit`: all messages that the batches' headers count could be read.
     bool hasAll() const { return isComplete; }
     /// What the user must know of what is in them.
     const std::vector<std::string>& getTexts() const { return texts; }

@@ -166,7 +166,7 @@ void PluginDriver::stopQuietly() noexcept {
         HostVariant unused;
         events->onEvent(PluginEvent::startSetupRead, HostVariant(), &unused);
     } catch (...) {
-        // The failure that led here is the one to tell.
+        // The failure that led here is the one to report.
     }
 }
 
@@ -278,7 +278,7 @@ void PluginDriver::start() {
 
 bool PluginDriver::hasLeader() {
     std::uint16_t answer = 0;
-    call("tell whether it leads", [&] { return plugin->position32(&answer); });
+    call("say whether it leads", [&] { return plugin->position32(&answer); });
     return answer != 0;
 }
 
@@ -313,7 +313,7 @@ void PluginDriver::poll() {
 }
 
 /// The number of samples is too coarse for the beginning of a time: the clock itself is asked for
-/// it where the plug-in can tell.
+/// it where the plug-in knows.
 void PluginDriver::beginWithLeader() {
     double second = leadingSeconds();
     if (std::isinf(second)) {
@@ -334,7 +334,7 @@ void PluginDriver::beginWithLeader() {
 double PluginDriver::leadingSeconds() {
     std::uint32_t low = 0;
     std::uint32_t high = 0;
-    call("tell its time", [&] { return plugin->position33(&low, &high); });
+    call("say its time", [&] { return plugin->position33(&low, &high); });
     if (low == noLeader && high == noLeader) {
         return std::numeric_limits<double>::infinity();
     }
@@ -420,7 +420,7 @@ void PluginDriver::endPart() {
     if (state != State::Running) {
         return;
     }
-    const HostVariant delay = sendEvent("tell its delay", PluginEvent::getRequiredDelay);
+    const HostVariant delay = sendEvent("say its delay", PluginEvent::getRequiredDelay);
     const float seconds = delay.type == HostVariantType::Float ? delay.float32 : 0.0F;
     leastDrain = std::clamp(static_cast<double>(seconds), quietSeconds, longestDrainSeconds);
     host->clock().movePosition();

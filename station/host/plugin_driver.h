@@ -103,7 +103,7 @@ class PluginDriver {
     /// doesn't say.
     std::vector<InterfaceMessage> takeInterfaceMessages();
 
-    /// From now on `ModuleState::isConnected` tells which modules are heard, before a measurement.
+    /// From now on `ModuleState::isConnected` shows which modules are heard, before a measurement.
     void listen();
 
     void start();
@@ -121,7 +121,7 @@ class PluginDriver {
     /// Whether the measurement can't begin yet: the module whose clock leads it wasn't heard.
     bool isAwaitingLeader() const { return isMeasuring() && awaitsLeader; }
 
-    // What the plug-in counts in this measurement or the last one; 0 and none if it can't tell.
+    // What the plug-in counts in this measurement or the last one; 0 and none if it doesn't count.
     /// Frames that the system threw away.
     std::uint64_t getDroppedFrames() const;
     /// What became of the messages of each channel.
@@ -133,7 +133,7 @@ class PluginDriver {
         return readAll(&CaptureStatistics::getClocks);
     }
 
-    /// What was read from the network; nothing if the plug-in can't tell.
+    /// What was read from the network; nothing if the plug-in doesn't count.
     struct Traffic {
         std::vector<InterfaceStatistics> interfaces;
         MessageStatistics messages;

@@ -37,7 +37,7 @@ class WithText : public Interface {
     std::wstring textAttribute;
 };
 
-/// A channel of the station: what the plug-in tells of it, and its buffers.
+/// A channel of the station: what the plug-in says of it, and its buffers.
 ///
 /// The host's data type codes:
 ///

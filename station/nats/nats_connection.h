@@ -28,7 +28,7 @@ class NatsError : public std::runtime_error {
 /// What a failed call of the library means, for the user: "it didn't answer in time".
 std::string describeStatus(natsStatus status, jsErrCode code = static_cast<jsErrCode>(0));
 
-/// The library's or a broker's own words behind it, " (...)", where they tell more than the status.
+/// The library's or a broker's own words behind it, " (...)", where they say more than the status.
 /// Shortened: a broker may say anything.
 std::string detailOf(natsStatus status, const char* words);
 
@@ -58,7 +58,7 @@ using KeyValueEntry = std::unique_ptr<kvEntry, NatsDelete<kvEntry_Destroy>>;
 using NatsSubscription = std::unique_ptr<natsSubscription, NatsDelete<natsSubscription_Destroy>>;
 
 /// A connection to one broker. One that is lost stays so: whoever needs another opens it, and asks
-/// the broker where things stand.
+/// the broker for its state.
 ///
 /// The library has threads of its own, which call what is subscribed. Any thread may use this.
 class NatsConnection {

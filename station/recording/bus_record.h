@@ -13,8 +13,8 @@ namespace station {
 ///
 /// What the wire may have put there is made fit for any reader: at most 64 data bytes, an
 /// identifier of 29 bits (the bits above are flags in the recordings), and one beyond 11 bits
-/// counts as extended, for no format could hold it otherwise. The record doesn't tell CAN FD from
-/// classic CAN: more than 8 bytes are FD.
+/// counts as extended, for no format could hold it otherwise. The record doesn't distinguish CAN FD
+/// from classic CAN: more than 8 bytes are FD.
 struct CanRecord {
     static constexpr std::size_t size = sizeof(CanFrame);
     static constexpr std::size_t mostData = CanFrame::mostData;

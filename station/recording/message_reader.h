@@ -53,7 +53,7 @@ class MessageReader {
     std::uint64_t skipped = 0;
 };
 
-/// Opens a recording in the format that its first bytes, or else its ending, tell. Null if it is
+/// Opens a recording in the format that its first bytes, or else its ending, show. Null if it is
 /// none whose messages can be read: then it may hold Ethernet frames. Throws UserError
 /// (unreadable).
 std::unique_ptr<MessageReader> openMessages(const std::string& path);

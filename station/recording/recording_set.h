@@ -34,7 +34,7 @@ struct RecordingSummary {
     bool holdsFrames = false;            ///< of Ethernet, and no messages
 };
 
-/// What the user is told of messages that aren't where their time has them.
+/// The text for the user about messages that aren't where their time has them.
 std::string lateText(std::uint64_t messages);
 
 /// The recordings of one measurement. Each has all channels that its format can hold. One that

@@ -10,8 +10,9 @@
 
 namespace station {
 
-/// Tells the networks of an address every two seconds, in a datagram to port 42000 of all in each
-/// of them, where which buses are served. Nothing waits for it, and what can't be sent isn't.
+/// Announces to the networks of an address where which buses are served: every two seconds, by a
+/// datagram to port 42000 of all in each of them. Nothing waits for it, and what can't be
+/// sent isn't.
 class BusBeacon {
   public:
     using Clock = std::chrono::steady_clock;

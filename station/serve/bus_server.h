@@ -42,7 +42,7 @@ struct BusServerSettings {
 ///
 /// A thread of its own has the connections. The host's thread copies a message for it, and only if
 /// somebody reads its bus. What waits is bounded here and for each client; one that is too slow is
-/// told so and cut off, what it didn't get is counted, and nobody else notices.
+/// disconnected with an error, what it didn't get is counted, and nobody else notices.
 ///
 /// Called on the host's thread, `summarize` and `takeTexts` included.
 class BusServer final : public MessageListener {

@@ -170,7 +170,7 @@ void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& te
             standing.note(i, clocks[i].deviceTime, seconds - clocks[i].age)) {
             texts.push_back(standingText(name()));
         }
-        // Of a clock that jumps again and again only the doubling of their number is told.
+        // Of a clock that jumps again and again only the doubling of their number is reported.
         if (clocks[i].jumps > 0 && clocks[i].jumps >= 2 * jumpsTold[i]) {
             texts.push_back(jumpsText(name(), clocks[i].jumps));
             jumpsTold[i] = clocks[i].jumps;

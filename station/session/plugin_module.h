@@ -24,7 +24,7 @@ class PluginModule {
     /// A new object of the class.
     CountedRef<HostObject> create(const InterfaceId& classId) const;
     /// Enters the module where hosts look for plug-ins, for all users or for this one. What
-    /// couldn't be written the module doesn't tell: `RegisteredPlugin` does.
+    /// couldn't be written the module doesn't report: `RegisteredPlugin` does.
     void registerPlugin(bool forUser) const;
     void unregisterPlugin(bool forUser) const;
 

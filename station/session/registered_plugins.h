@@ -42,7 +42,7 @@ std::string missingText(const RegisteredPlugin& plugin);
 /// class can't be known: what the user has registered isn't replaced by something else in silence.
 std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId,
                                            const std::function<void(const std::string&)>& tell);
-/// Tells the user of a store that the environment names and that isn't looked at because of the
+/// Reports a store that the environment names and that isn't looked at because of the
 /// rights of this process (`RegistryStore::perUser`); empty if there is none.
 std::string passedOverText();
 

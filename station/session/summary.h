@@ -13,7 +13,7 @@
 
 namespace station {
 
-/// What the user is told then; how to use one follows, and depends on the program.
+/// The text for the user then; how to use one follows, and depends on the program.
 inline constexpr const char* noChannelIsUsed = "No channel is used: nothing will be measured. ";
 
 /// What came in last of a signal.
@@ -78,18 +78,18 @@ struct ChannelSummary {
 /// The causes for which the plug-in lost messages between two looks at its counts, with how many
 /// each; empty for none.
 std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now);
-/// What the user is told of messages that got the time of the one before.
+/// The text for the user about messages that got the time of the one before.
 std::string raisedText(const std::string& channel, std::uint64_t messages);
-/// What the user is told of messages that came for a channel and can't be one of its bus.
+/// The text for the user about messages that came for a channel and can't be one of its bus.
 std::string unusableText(const std::string& channel, std::uint64_t messages);
-/// What the user is told of a module whose device time jumps.
+/// The text for the user about a module whose device time jumps.
 std::string jumpsText(const std::string& module, std::uint64_t jumps);
 /// "1 gap, 20 frames missing"; "2 times out of sequence, no frame missing" where frames came twice
 /// or in another order, or the module was restarted.
 std::string gapsText(const ModuleStatistics& frames);
-/// What the user is told of gaps in a module's sequence counter: a hint, nothing that is known.
+/// The text for the user about gaps in a module's sequence counter: a hint, nothing that is known.
 std::string sequenceText(const std::string& module, const ModuleStatistics& frames);
-/// What the user is told of a module whose device time doesn't advance.
+/// The text for the user about a module whose device time doesn't advance.
 std::string standingText(const std::string& module);
 
 /// How a module's clock follows: "soft sync +1.2 ppm, residual 3.4 us, ...".

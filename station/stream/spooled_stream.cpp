@@ -28,7 +28,7 @@ std::string makeUnique(const std::string& session) {
     return fmt::format("{}-{:04x}", session, std::random_device()() & 0xFFFFU);
 }
 
-/// What several threads tell the user.
+/// What several threads report to the user.
 class Texts {
   public:
     void add(std::string text) CMP_EXCLUDES(lock) {

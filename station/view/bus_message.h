@@ -36,7 +36,7 @@ struct BusMessage {
 std::string identifierText(const BusMessage& message);
 /// The data bytes in hexadecimal.
 std::string dataText(const BusMessage& message);
-/// "FD" or "ext" or both, or nothing: what the records tell.
+/// "FD" or "ext" or both, or nothing: what the records say.
 std::string flagsText(const BusMessage& message);
 
 }  // namespace station

@@ -55,7 +55,7 @@ TEST(CaptureMessagesTest, TheSameIsToldOnceAnInterfaceInARowAndTooMuchIsSaid) {
     }
     const auto all = messages.take();
     EXPECT_EQ(all.size(), 1000U);
-    EXPECT_EQ(all.back().text, "more has happened to the interfaces than can be told");
+    EXPECT_EQ(all.back().text, "more has happened to the interfaces than can be reported");
 }
 
 }  // namespace

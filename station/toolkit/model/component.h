@@ -48,7 +48,7 @@ struct HandlerFailure {
     std::string event;
     HostResult code = 0;
 
-    /// For the user: what failed, and why as far as the code tells.
+    /// For the user: what failed, and why as far as the code says.
     std::string text() const;
 };
 
@@ -63,7 +63,7 @@ class EventSlots {
 
     explicit EventSlots(std::int32_t count) : slots(static_cast<std::size_t>(count)) {}
 
-    // These throw what `IComponent` tells.
+    // These throw as `IComponent` says.
     void subscribe(std::int32_t slot, Kestrova::Tessel::IEventHandler* handler);
     void unsubscribe(std::int32_t slot, Kestrova::Tessel::IEventHandler* handler);
     const Handlers& at(std::int32_t slot) const;

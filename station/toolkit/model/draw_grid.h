@@ -10,8 +10,8 @@
 
 namespace station {
 
-/// Shows a grid. Told what is out of date; it asks for it when it next shows it, and not within
-/// these calls.
+/// Shows a grid. Notified of what is out of date; it asks for it when it next shows it, and not
+/// within these calls.
 class DrawGridView {
   public:
     /// All of it.

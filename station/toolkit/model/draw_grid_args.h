@@ -74,7 +74,7 @@ class DrawGridGroups {
     DrawGridGroups(std::int32_t gridRowCount, FailureSinkPtr failureSink)
         : rowCount(gridRowCount), sink(std::move(failureSink)) {}
 
-    // These throw what `IDrawGridSetGroupsArgs` tells.
+    // These throw as `IDrawGridSetGroupsArgs` says.
     CountedRef<DrawGridGroup> addGroup(const std::string& name, std::int32_t row, bool expanded);
     void addRow(const std::string& groupName, std::int32_t row);
 

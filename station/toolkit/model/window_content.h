@@ -42,7 +42,7 @@ struct WindowElement {
     void detach() const;
 };
 
-/// Reads a window's XML and makes its controls. Throws `ParseFailedException`, which tells line and
+/// Reads a window's XML and makes its controls. Throws `ParseFailedException`, which names line and
 /// element, for what isn't of the toolkit's vocabulary.
 WindowElement readWindow(const std::string& xml, const FailureSinkPtr& sink);
 

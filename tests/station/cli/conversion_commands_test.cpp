@@ -101,7 +101,7 @@ TEST_F(ConversionTest, WhatCannotBeConvertedIsRefused) {
                    {{{frames}, "OUT is required"},
                     {{path("no.pcap"), out}, "no.pcap", 3},
                     {{write("text.pcap", "text"), out}, "text.pcap", 3},
-                    {{silent, out}, "no capture module tells its status in"},
+                    {{silent, out}, "has no status of a capture module"},
                     {{"/dev/null", out}, "is no file that can be read twice"},
                     {{frames, path("out.txt")}, ".pcapng"},
                     {{frames, path("b.csv"), frames}, "a.pcap is the input"},
