@@ -64,7 +64,7 @@ class CollectView {
     CollectView(const CollectView&) = delete;
     CollectView& operator=(const CollectView&) = delete;
 
-    void tell(const std::string& text) {
+    void report(const std::string& text) {
         clear();
         writer.write(STDERR_FILENO, "cmp-station: " + printable(text) + '\n');
     }
@@ -133,7 +133,7 @@ ExitCode collect(const CollectArguments& arguments, StopSignal& stop) {
         brokers, {arguments.stream, folder.getDurable(), options.recordings.from});
     CollectView view(arguments.quiet);
     Collector collector(*source, folder, options,
-                        [&view](const std::string& text) { view.tell(text); });
+                        [&view](const std::string& text) { view.report(text); });
     std::string failure;
     bool isMore = true;
     try {

@@ -152,7 +152,7 @@ Ending convertFrames(const ConvertOptions& options, const std::shared_ptr<Record
     for (const Module& module : modules) {
         capture.addModule(module);
     }
-    tellWhatIsLeftOut(*recordings, capture.summarize());
+    reportLeftOut(*recordings, capture.summarize());
     {
         Progress progress(!options.quiet);
         capture.run(frames, [&] {
@@ -214,7 +214,7 @@ Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
                         reader.getSkipped(), options.input));
     }
     Ending ending{!isMore, false, reader.getErrorText(), copy.summarize()};
-    tellWhatIsLeftOut(recordings, ending.summary);
+    reportLeftOut(recordings, ending.summary);
     return ending;
 }
 

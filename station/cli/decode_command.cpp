@@ -64,7 +64,7 @@ std::unique_ptr<MessageReader> openInput(const DecodeOptions& options) {
     return reader;
 }
 
-void tellAll(const std::vector<std::string>& texts) {
+void reportAll(const std::vector<std::string>& texts) {
     for (const std::string& text : texts) {
         printMessage(text);
     }
@@ -145,7 +145,7 @@ ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
     for (const std::string& text : options.databases) {
         decoders.add(text);
     }
-    tellAll(decoders.takeNotices());
+    reportAll(decoders.takeNotices());
     const auto filter = std::make_shared<MessageFilter>(wanted);
     SignalCounts counts;
     RecordingSet recordings;
@@ -173,10 +173,10 @@ ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
             throw UserError(fmt::format("{}", fmt::join(unused, "; ")));
         }
     }
-    tellAll(recordings.close());
-    tellAll(decoders.takeNotices());
-    tellAll(describeRest(counts, *reader, copy.getLate()));
-    tellAll(decoders.describeUnused());
+    reportAll(recordings.close());
+    reportAll(decoders.takeNotices());
+    reportAll(describeRest(counts, *reader, copy.getLate()));
+    reportAll(decoders.describeUnused());
     const ExitCode code = finish(options, recordings, counts, *reader, !isMore);
     if (code == ExitCode::Good) {
         refuseUnknown();

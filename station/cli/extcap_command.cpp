@@ -118,7 +118,7 @@ void addInterfaces(Session& session, const std::string& setup, WordNames& names,
 }
 
 /// Modules that would look alike in Wireshark's list get a longer text.
-void tellApart(std::vector<ExtcapInterface>& interfaces) {
+void setApart(std::vector<ExtcapInterface>& interfaces) {
     std::map<std::string, int> counts;
     for (const ExtcapInterface& interface : interfaces) {
         ++counts[interface.display];
@@ -141,7 +141,7 @@ std::vector<ExtcapInterface> findInterfaces(const ExtcapOptions& options) {
             printMessage(error.what());
         }
     }
-    tellApart(interfaces);
+    setApart(interfaces);
     return interfaces;
 }
 
@@ -250,7 +250,7 @@ ExitCode install(const ExtcapOptions& options) {
     for (const std::string& setup : options.install) {
         addInterfaces(*openSession(options.plugin, setup), setup, names, interfaces);
     }
-    tellApart(interfaces);
+    setApart(interfaces);
     if (interfaces.empty()) {
         throw UserError("there are no modules in these setups");
     }

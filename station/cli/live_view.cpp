@@ -132,7 +132,7 @@ void LiveView::draw(const Summary& summary) {
     writer.write(descriptor, text + clearBelow);
 }
 
-void LiveView::tell(const std::string& text) {
+void LiveView::report(const std::string& text) {
     std::string line = printable(text);
     if (form != Form::Table || isatty(STDERR_FILENO) == 0) {
         writer.write(STDERR_FILENO, line + '\n');

@@ -38,7 +38,7 @@ class LiveView {
     const char* getRestore() const;
     /// A message for the user: on standard error at once, unless that is a terminal, whose table it
     /// would disturb.
-    void tell(const std::string& text);
+    void report(const std::string& text);
     /// Leaves the table and prints the messages that have not been printed; what is printed from
     /// now on stays on the screen.
     void end();

@@ -180,7 +180,7 @@ void printReport(const Summary& summary, const std::vector<std::string>& recordi
     }
 }
 
-void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary) {
+void reportLeftOut(const RecordingSet& recordings, const Summary& summary) {
     const bool hasLin =
         std::any_of(summary.channels.begin(), summary.channels.end(),
                     [](const auto& channel) { return channel.bus == BusType::Lin; });

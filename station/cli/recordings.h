@@ -33,7 +33,7 @@ void openRecordings(RecordingSet& recordings, const std::vector<std::string>& pa
 /// another one or JSON is to go there too.
 bool takesStandardOutput(const std::vector<std::string>& paths, bool json);
 /// Says on standard error which recordings can't hold all channels.
-void tellWhatIsLeftOut(const RecordingSet& recordings, const Summary& summary);
+void reportLeftOut(const RecordingSet& recordings, const Summary& summary);
 
 /// What is printed at the end: JSON, or a table unless `quiet`, on standard error if recordings
 /// take standard output.

@@ -84,9 +84,9 @@ struct RunOptions {
 
 using Clock = Measurement::Clock;
 
-void tellAll(LiveView& view, const std::vector<std::string>& texts) {
+void reportAll(LiveView& view, const std::vector<std::string>& texts) {
     for (const std::string& text : texts) {
-        view.tell(text);
+        view.report(text);
     }
 }
 
@@ -150,12 +150,12 @@ std::string measure(const RunOptions& options, Measurement& measurement, const O
         const auto now = Clock::now();
         nextPoll = std::max(nextPoll + Measurement::period, now);
         try {
-            tellAll(view, measurement.poll(now));
-            manager.tellAlive(now, "Measuring");
+            reportAll(view, measurement.poll(now));
+            manager.notifyAlive(now, "Measuring");
         } catch (const PluginError& error) {
             failure = error.what();
         }
-        tellAll(view, outlets.takeTexts());
+        reportAll(view, outlets.takeTexts());
         if (view.isDue(now)) {
             Summary latest = summarize(measurement, outlets);
             if (options.showsSignals) {
@@ -171,7 +171,7 @@ std::string measure(const RunOptions& options, Measurement& measurement, const O
             nextSummary = now + summaryPeriod;
         }
     }
-    manager.tellStopping();
+    manager.notifyStopping();
     return failure;
 }
 
@@ -295,7 +295,7 @@ ExitCode run(RunOptions& options, StopSignal& stop) {
     if (stream) {
         measurement.setFlushPeriod(streamSettings.batchAge / 2);
     }
-    tellWhatIsLeftOut(*recordings, measurement.summarize());
+    reportLeftOut(*recordings, measurement.summarize());
     if (!frameRecordings->empty()) {
         measurement.recordFrames(frameRecordings);
     }
@@ -312,7 +312,7 @@ ExitCode run(RunOptions& options, StopSignal& stop) {
     LiveView view(LiveView::choose(options.quiet, tableDescriptor), tableDescriptor);
     stop.setFarewell(view.getRestore(), tableDescriptor);
     if (measurement.summarize().channels.empty()) {
-        view.tell(
+        view.report(
             fmt::format("{}\"cmp-station setup channel {} MODULE all --used yes\" uses those "
                         "of a module",
                         noChannelIsUsed, options.setup));

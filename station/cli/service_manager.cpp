@@ -85,19 +85,19 @@ bool ServiceManager::send(std::string_view text) {
     return ::send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL) >= 0;
 }
 
-void ServiceManager::tellAlive(Clock::time_point now, std::string_view status) {
+void ServiceManager::notifyAlive(Clock::time_point now, std::string_view status) {
     if (!socket.isOpen()) {
         return;
     }
-    if (status != statusTold && send(fmt::format("READY=1\nSTATUS={}", status))) {
-        statusTold = status;
+    if (status != statusSent && send(fmt::format("READY=1\nSTATUS={}", status))) {
+        statusSent = status;
     }
     if (feedingPeriod != Clock::duration::zero() && now >= nextFeeding && send("WATCHDOG=1")) {
         nextFeeding = now + feedingPeriod;
     }
 }
 
-void ServiceManager::tellStopping() {
+void ServiceManager::notifyStopping() {
     if (socket.isOpen()) {
         send("STOPPING=1\nSTATUS=Closing the recordings");
     }

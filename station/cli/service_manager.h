@@ -23,9 +23,9 @@ class ServiceManager {
     /// To be called as often as the measuring loop turns: reports that the program has started, and
     /// what it does whenever that is another thing, and feeds the watchdog, if there is one, twice
     /// in its time.
-    void tellAlive(Clock::time_point now, std::string_view status);
+    void notifyAlive(Clock::time_point now, std::string_view status);
     /// That the program is about to end, which may take a while with a slow disk.
-    void tellStopping();
+    void notifyStopping();
 
   private:
     bool send(std::string_view text);
@@ -33,7 +33,7 @@ class ServiceManager {
     Descriptor socket;                ///< closed if there is no manager
     Clock::duration feedingPeriod{};  ///< zero without a watchdog
     Clock::time_point nextFeeding{};
-    std::string statusTold;
+    std::string statusSent;
 };
 
 }  // namespace station

@@ -44,7 +44,7 @@ void finishServing(BusServer& server, LiveView& view, StopSignal& stop) {
     stop.setPatience(std::chrono::seconds(10));  // for `end`
     server.end();
     for (const std::string& text : server.takeTexts()) {
-        view.tell(text);
+        view.report(text);
     }
 }
 

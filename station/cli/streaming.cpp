@@ -217,9 +217,9 @@ void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& st
     constexpr auto period = std::chrono::milliseconds(20);
     const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(seconds));
-    const auto tellAll = [&] {
+    const auto reportAll = [&] {
         for (const std::string& text : stream.takeTexts()) {
-            view.tell(text);
+            view.report(text);
         }
     };
     stop.setPatience(std::chrono::seconds(10));  // for `end`
@@ -233,13 +233,13 @@ void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& st
     };
     while (stream.summarize().backlogBytes != 0 && Clock::now() < end && !isRequested()) {
         std::this_thread::sleep_for(period);
-        tellAll();
+        reportAll();
     }
     stream.end();
-    tellAll();
+    reportAll();
     const StreamSummary left = stream.summarize();
     if (left.backlogBytes != 0) {
-        view.tell(
+        view.report(
             fmt::format("{} messages are in the spool {} and not in the stream yet; the next "
                         "run with --stream sends them",
                         left.backlogMessages, left.spool));

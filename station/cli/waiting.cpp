@@ -35,25 +35,25 @@ bool isAnyHeard(const std::vector<Module>& modules) {
 }
 
 /// As `printMessage`, but a reader who doesn't read holds up nothing.
-void tell(TextWriter& writer, const std::string& text) {
+void report(TextWriter& writer, const std::string& text) {
     writer.write(STDERR_FILENO, "cmp-station: " + printable(text) + '\n');
 }
 
 /// That an interface appears is what may be waited for.
-void tellFailures(PluginDriver& driver, TextWriter& writer) {
+void reportFailures(PluginDriver& driver, TextWriter& writer) {
     for (const InterfaceMessage& message : driver.takeInterfaceMessages()) {
         if (message.isHarmless == hostFalse) {
-            tell(writer, StringHelper::ToUtf8(message.text));
+            report(writer, StringHelper::ToUtf8(message.text));
         }
     }
 }
 
 /// What is heard and wasn't asked for, once: most often its ConfigId isn't the one that is set on
 /// the module.
-void tellUnlisted(Session& session, std::set<std::uint16_t>& told, TextWriter& writer) {
+void reportUnlisted(Session& session, std::set<std::uint16_t>& told, TextWriter& writer) {
     for (const Module& module : session.findUnlisted()) {
         if (told.insert(module.cmId).second) {
-            tell(writer,
+            report(writer,
                  fmt::format("CM ID 0x{:X} is heard ({} with ConfigId {}), which no module of "
                              "this setup has",
                              module.cmId, module.type, module.configId));
@@ -68,16 +68,16 @@ bool waitForModule(Session& session, const std::vector<std::string>& interfaces,
     constexpr auto period = std::chrono::milliseconds(50);
     const std::string awaited = printable(describeAwaited(session.getModules(), interfaces));
     TextWriter writer;
-    tell(writer, awaited);
+    report(writer, awaited);
     std::set<std::uint16_t> unlisted;
     session.driver().listen();
     while (!isAnyHeard(session.getModules())) {
         const auto now = ServiceManager::Clock::now();
-        manager.tellAlive(now, awaited);
-        tellFailures(session.driver(), writer);
-        tellUnlisted(session, unlisted, writer);
+        manager.notifyAlive(now, awaited);
+        reportFailures(session.driver(), writer);
+        reportUnlisted(session, unlisted, writer);
         if (stop.waitUntil(now + period)) {
-            manager.tellStopping();
+            manager.notifyStopping();
             return false;
         }
     }

@@ -31,16 +31,16 @@ constexpr auto longestUnserved = 30s;
 constexpr auto forgetAgain = 10s;  // batches that come again come together
 constexpr auto lastAcknowledgements = 3s;
 constexpr std::size_t fewFiles = 8;  // that are synced one by one
-constexpr std::uint64_t mostTold = 10;
+constexpr std::uint64_t mostReported = 10;
 
 }  // namespace
 
 Collector::Collector(BatchSource& batchSource, const CollectFolder& collectFolder, Options wanted,
-                     Tell tellUser)
+                     Report reportToUser)
     : source(batchSource),
       folder(collectFolder),
       options(std::move(wanted)),
-      tell(std::move(tellUser)) {
+      report(std::move(reportToUser)) {
     loadSessions();
 }
 
@@ -54,7 +54,7 @@ void Collector::loadSessions() {
             continue;
         }
         if (session->getCutBytes() != 0) {
-            tell(
+            report(
                 fmt::format("{}: a batch that was torn when collecting ended is cut off ({} "
                             "bytes), and will come again",
                             session->getJournalPath(), session->getCutBytes()));
@@ -90,7 +90,7 @@ bool Collector::step() {
         std::this_thread::sleep_for(slice);
     }
     for (const std::string& text : source.takeTexts()) {
-        tell(text);
+        report(text);
     }
     if (now >= nextLook) {
         settle(now);
@@ -125,9 +125,9 @@ bool Collector::isWanted(const StoredBatch& batch) {
         fault = "its payload is no pcapng section";
     }
     if (!fault.empty()) {
-        if (++counts.unusable <= mostTold) {
-            tell(fmt::format("message {} of the stream, on {}, is no batch and left out: {}",
-                             batch.sequence, batch.subject, fault));
+        if (++counts.unusable <= mostReported) {
+            report(fmt::format("message {} of the stream, on {}, is no batch and left out: {}",
+                               batch.sequence, batch.subject, fault));
         }
         return false;
     }
@@ -153,8 +153,9 @@ Collector::Entry& Collector::entryOf(const StoredBatch& batch) {
                                batch.session},
         options.recordings.from.has_value());
     if (session->getFolder().filename() != safeFileName(session->getName().station)) {
-        tell(fmt::format("the folder of station {} can't be written: session {} goes into {}",
-                         session->getName().station, batch.session, session->getFolder().string()));
+        report(fmt::format("the folder of station {} can't be written: session {} goes into {}",
+                           session->getName().station, batch.session,
+                           session->getFolder().string()));
     }
     Entry& entry = sessions[key];
     entry.session = std::move(session);
@@ -225,8 +226,8 @@ void Collector::store(Clock::time_point now) {
 }
 
 void Collector::noteOther(const StoredBatch& batch) {
-    if (++counts.differing <= mostTold) {
-        tell(
+    if (++counts.differing <= mostReported) {
+        report(
             fmt::format("station {}, session {}: batch {} of {} has come again with other "
                         "contents (message {} of the stream) and is left out; another program may "
                         "publish under this name",
@@ -251,11 +252,11 @@ std::set<Collector::Entry*> Collector::syncAll(const std::set<Entry*>& touched) 
 
 void Collector::noteDisk(const std::string& failure, bool isFull) {
     if (!failure.empty() && counts.writeError.empty()) {
-        tell(failure +
-             "; nothing is acknowledged that isn't written, and collecting goes on when "
-             "it can be");
+        report(failure +
+               "; nothing is acknowledged that isn't written, and collecting goes on when "
+               "it can be");
     } else if (failure.empty() && !counts.writeError.empty()) {
-        tell("batches can be written again: collecting goes on");
+        report("batches can be written again: collecting goes on");
     }
     counts.writeError = failure;
     counts.isDiskFull = isFull;
@@ -281,7 +282,7 @@ void Collector::settle(Clock::time_point now) {
     }
     for (auto& [key, entry] : sessions) {
         if (isSettled(entry)) {
-            tellMissing(entry);
+            reportMissing(entry);
         }
         if (now - entry.lastAgain > forgetAgain) {
             entry.session->forgetChecksums();
@@ -324,12 +325,12 @@ bool Collector::isOver(const Key& key, const Entry& entry, Clock::time_point now
     return false;
 }
 
-void Collector::tellMissing(Entry& entry) {
+void Collector::reportMissing(Entry& entry) {
     const std::uint64_t missing = entry.session->countMissing();
     if (missing > entry.toldMissing) {
         const auto& name = entry.session->getName();
-        tell(fmt::format("{} batches of station {}, session {}, are missing in the stream: {}",
-                         missing, name.station, name.session, entry.session->describeMissing()));
+        report(fmt::format("{} batches of station {}, session {}, are missing in the stream: {}",
+                           missing, name.station, name.session, entry.session->describeMissing()));
     }
     entry.toldMissing = missing;
 }
@@ -356,7 +357,7 @@ void Collector::failJob(Entry& entry, const std::string& reason) {
     job.reset();
     entry.nextTry = Clock::now() + recordAgain;
     if (entry.error != reason) {
-        tell(
+        report(
             fmt::format("No recording of station {}, session {}, can be made: {} Its batches stay "
                         "in {}",
                         entry.session->getName().station, entry.session->getName().session, reason,
@@ -398,8 +399,8 @@ void Collector::endJob(Clock::time_point now) {
         }
         entry.error.clear();
         for (const std::string& text : job->getTexts()) {
-            tell(fmt::format("station {}, session {}: {}", session.getName().station,
-                             session.getName().session, text));
+            report(fmt::format("station {}, session {}: {}", session.getName().station,
+                               session.getName().session, text));
             entry.error = job->hasAll() ? "" : text;
         }
         // The journal of what can't be read stays.
@@ -426,7 +427,7 @@ void Collector::finish(const std::function<bool()>& goesOn) {
     isFinishing = true;
     for (auto& [key, entry] : sessions) {
         if (isAllSettled) {
-            tellMissing(entry);
+            reportMissing(entry);
         }
         const bool isToDo = entry.session->getBatches() != 0 && !entry.session->isFinished() &&
                             (entry.session->hasUnrecorded() || isOver(key, entry, Clock::now()));

@@ -71,7 +71,7 @@ std::string toProgressLine(const CollectSummary& summary);
 class Collector {
   public:
     using Clock = std::chrono::steady_clock;
-    using Tell = std::function<void(const std::string&)>;
+    using Report = std::function<void(const std::string&)>;
 
     struct Options {
         RecordingJob::Wanted recordings;
@@ -81,10 +81,10 @@ class Collector {
         std::string (*nameOf)(const std::string& token) = nullptr;
     };
 
-    /// Source and folder aren't owned and outlive this. `tell` gets what the user must know at
+    /// Source and folder aren't owned and outlive this. `report` gets what the user must know at
     /// once.
     Collector(BatchSource& batchSource, const CollectFolder& collectFolder, Options wanted,
-              Tell tellUser);
+              Report reportToUser);
     ~Collector();
 
     /// The next batches, for a quarter of a second at most while there are none. False once all
@@ -121,7 +121,7 @@ class Collector {
     void settle(Clock::time_point now);
     bool isSettled(const Entry& entry) const;
     bool isOver(const Key& key, const Entry& entry, Clock::time_point now) const;
-    void tellMissing(Entry& entry);
+    void reportMissing(Entry& entry);
     void workOnJob(Clock::time_point now);
     void beginJob(const Key& key, Entry& entry);
     void endJob(Clock::time_point now);
@@ -130,7 +130,7 @@ class Collector {
     BatchSource& source;
     const CollectFolder& folder;
     const Options options;
-    const Tell tell;
+    const Report report;
     std::map<Key, Entry> sessions;
     std::vector<StoredBatch> held;  ///< fetched, and not on the disk yet
     std::optional<BatchSource::Position> position;

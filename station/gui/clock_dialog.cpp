@@ -24,8 +24,8 @@ constexpr std::array ways = {
 }  // namespace
 
 ClockDialog::ClockDialog(Workspace& shownWorkspace,
-                         std::function<void(std::function<void()>)> runAndTell, QWidget* parent)
-    : QDialog(parent), workspace(shownWorkspace), attempt(std::move(runAndTell)) {
+                         std::function<void(std::function<void()>)> runAndReport, QWidget* parent)
+    : QDialog(parent), workspace(shownWorkspace), attempt(std::move(runAndReport)) {
     setAttribute(Qt::WA_DeleteOnClose);
     setWindowTitle("Clocks");
     auto* const layout = new QVBoxLayout(this);

@@ -46,9 +46,9 @@ void noteRecent(const QString& path, bool opens) {
     QSettings().setValue(recentKey, files.mid(0, most));
 }
 
-WorkspaceOptions tellingTo(WorkspaceOptions options, MessageBar& messages) {
+WorkspaceOptions reportingTo(WorkspaceOptions options, MessageBar& messages) {
     options.onMessage = [&messages](const std::string& text) {
-        messages.tell(QString::fromStdString(text));
+        messages.report(QString::fromStdString(text));
     };
     return options;
 }
@@ -78,7 +78,7 @@ std::uint64_t countMissing(const Summary& summary) {
 
 MainWindow::MainWindow(WorkspaceOptions options)
     : messages(new MessageBar),
-      workspace(tellingTo(std::move(options), *messages)),
+      workspace(reportingTo(std::move(options), *messages)),
       bar(new MeasurementBar(
           [this](const QString& path) { attempt([&] { workspace.start(toPath(path)); }, "start"); },
           [this] { attempt([&] { workspace.requestStop(); }); })),
@@ -159,7 +159,8 @@ void MainWindow::makeMenus() {
     connect(serving, &QAction::toggled, this, [this, address](bool isOn) {
         workspace.setServe(isOn ? address : "");
         if (workspace.isMeasuring()) {
-            messages->tell("Other programs can read, or no longer, from the next measurement on.");
+            messages->report(
+                "Other programs can read, or no longer, from the next measurement on.");
         }
     });
     QMenu& help = *menuBar()->addMenu("&Help");
@@ -213,7 +214,7 @@ bool MainWindow::attempt(const Next& action, const QString& name) {
     try {
         action();
     } catch (const std::exception& failure) {
-        messages->tell(QString::fromUtf8(failure.what()), name);
+        messages->report(QString::fromUtf8(failure.what()), name);
         return false;
     }
     if (!name.isEmpty()) {
@@ -228,7 +229,7 @@ void MainWindow::checkSetup() {
     if (found != sharedIds) {
         messages->settle(topic);
         for (const std::string& text : found) {
-            messages->tell(QString::fromStdString(text), topic);
+            messages->report(QString::fromStdString(text), topic);
         }
         sharedIds = std::move(found);
     }

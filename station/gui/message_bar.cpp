@@ -28,7 +28,7 @@ MessageBar::MessageBar() : label(new QLabel) {
     hide();
 }
 
-void MessageBar::tell(const QString& message, const QString& topic) {
+void MessageBar::report(const QString& message, const QString& topic) {
     // A name in it can't look like the next message.
     const QString text =
         QString::fromStdString(printableLines(message.toStdString())).replace('\n', ' ');

@@ -16,7 +16,7 @@ class MessageBar final : public QFrame {
     MessageBar();
 
     /// `topic`: what it is about, for `settle`; empty for what only the user settles.
-    void tell(const QString& message, const QString& topic = {});
+    void report(const QString& message, const QString& topic = {});
     /// What was told of that topic is no longer so.
     void settle(const QString& topic);
     void dismiss();

@@ -53,8 +53,8 @@ Workspace::Setup::~Setup() {
 }
 
 std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::path& path) const {
-    const auto onFailure = [tell = options.onMessage](const HandlerFailure& failure) {
-        tell(failure.text());
+    const auto onFailure = [report = options.onMessage](const HandlerFailure& failure) {
+        report(failure.text());
     };
     auto fresh = std::make_unique<Setup>();
     fresh->modules = std::make_unique<QtWindow>(onFailure);
@@ -211,7 +211,7 @@ void Workspace::takeDecoders() {
     const auto read = std::exchange(decoders, nullptr);
     if (!isReadingStale) {
         feed.setDecoders(read->byChannel);
-        tellAll(read->texts);
+        reportAll(read->texts);
     } else if (feed.isAwaitingDecoders()) {
         readDecoders();
     }
@@ -246,7 +246,7 @@ void Workspace::matchChannels() {
     }
 }
 
-void Workspace::tellAll(const std::vector<std::string>& texts) const {
+void Workspace::reportAll(const std::vector<std::string>& texts) const {
     for (const std::string& text : texts) {
         options.onMessage(text);
     }
@@ -273,8 +273,8 @@ std::vector<std::string> Workspace::findNotRecorded() const {
     return texts;
 }
 
-void Workspace::tellLeftOut() const {
-    tellAll(coverage.getGaps());
+void Workspace::reportGaps() const {
+    reportAll(coverage.getGaps());
     if (summary.channels.empty()) {
         options.onMessage(std::string(noChannelIsUsed) +
                           "Tick \"Used\" in the window of channels.");
@@ -314,7 +314,7 @@ void Workspace::start(const std::filesystem::path& recording) {
     feed.begin(summary);
     readDecoders();
     coverage.begin(findNotRecorded());
-    tellLeftOut();
+    reportGaps();
     if (server) {
         options.onMessage(describeBuses(server->summarize()));
     }
@@ -335,7 +335,7 @@ const Summary& Workspace::summarize() {
         summary = measurement->summarize();
         PluginDriver& driver = session().driver();
         if (driver.isMeasuring()) {
-            tellAll(coverage.look(summary, driver.getChannels()));
+            reportAll(coverage.look(summary, driver.getChannels()));
         } else {
             coverage.note(summary);
         }
@@ -349,9 +349,9 @@ void Workspace::tick(Measurement::Clock::time_point now) {
     takeDecoders();
     try {
         if (measurement) {
-            tellAll(measurement->poll(now));
+            reportAll(measurement->poll(now));
             if (server) {
-                tellAll(server->takeTexts());
+                reportAll(server->takeTexts());
             }
             lost = lost || measurement->hasLost();
         } else if (now >= nextLook) {
@@ -374,7 +374,7 @@ void Workspace::finish() {
     if (server) {
         server->end();
         summary.serve = server->summarize();
-        tellAll(server->takeTexts());
+        reportAll(server->takeTexts());
         server.reset();
     }
     recordings.reset();

@@ -128,9 +128,9 @@ class Workspace {
     std::string fingerprint() const;
     void matchChannels();
     void setLocked(bool isLocked);
-    void tellLeftOut() const;
+    void reportGaps() const;
     std::vector<std::string> findNotRecorded() const;
-    void tellAll(const std::vector<std::string>& texts) const;
+    void reportAll(const std::vector<std::string>& texts) const;
     void finish();
 
     WorkspaceOptions options;

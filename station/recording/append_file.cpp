@@ -150,7 +150,7 @@ bool AppendFile::close() {
     if (!isStream && waitsForDisk && ::fsync(fd) != 0 && !failed()) {
         fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
     }
-    tellProgress();
+    reportProgress();
     // An interrupted close has closed the descriptor all the same.
     if (::close(fd) != 0 && errno != EINTR && !failed()) {
         fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
@@ -196,7 +196,7 @@ void AppendFile::drain() {
         }
     }
     used = 0;
-    tellProgress();
+    reportProgress();
 }
 
 void AppendFile::appendBlock(std::span<const std::uint8_t> bytes,
@@ -225,7 +225,7 @@ void AppendFile::appendBlock(std::span<const std::uint8_t> bytes,
         drop();
         cutBack(done, errorNumber);
     }
-    tellProgress();
+    reportProgress();
 }
 
 /// Has the disk take what is in the file meanwhile, so that there is little left to wait for when
@@ -329,7 +329,7 @@ void AppendFile::checkStillThere() {
     }
 }
 
-void AppendFile::tellProgress() const {
+void AppendFile::reportProgress() const {
     if (onProgress) {
         onProgress();
     }

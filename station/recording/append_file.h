@@ -146,7 +146,7 @@ class AppendFile {
     void keepAndDrop(std::size_t kept);
     void beginWriteback();
     void checkStillThere();
-    void tellProgress() const;
+    void reportProgress() const;
     void fail(const std::string& reason);
 
     static constexpr std::size_t bufferSize = 64 * 1024;      // so that also a slow disk gets on

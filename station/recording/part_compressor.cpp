@@ -189,8 +189,8 @@ void PartCompressor::run() {
         }
         const LockGuard guard(lock);
         if (failure.empty()) {
-            isFailureTold = isFailureTold && isUnwanted;
-        } else if (!isUnwanted && !std::exchange(isFailureTold, true)) {
+            isFailureReported = isFailureReported && isUnwanted;
+        } else if (!isUnwanted && !std::exchange(isFailureReported, true)) {
             texts.push_back(
                 fmt::format("{} isn't compressed and stays as it is: {}", present, failure));
         }

@@ -64,7 +64,7 @@ class PartCompressor {
     std::string present CMP_GUARDED_BY(lock);  ///< empty: none
     std::vector<std::string> texts CMP_GUARDED_BY(lock);
     bool isEnding CMP_GUARDED_BY(lock) = false;
-    bool isFailureTold CMP_GUARDED_BY(lock) = false;
+    bool isFailureReported CMP_GUARDED_BY(lock) = false;
     std::atomic<bool> isUnwanted{false};  ///< the present one is to be left
     std::atomic<double> share{0.0};
     std::thread thread;  ///< from the first part on

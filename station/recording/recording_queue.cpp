@@ -246,12 +246,12 @@ std::vector<std::string> RecordingQueue::flush() {
         texts = std::exchange(shared->texts, {});
     }
     const std::uint64_t dropped = countDropped();
-    if (const std::uint64_t lost = dropped - std::exchange(droppedTold, dropped); lost != 0) {
+    if (const std::uint64_t lost = dropped - std::exchange(droppedReported, dropped); lost != 0) {
         texts.push_back("the disk, or who reads a pipe, is too slow: " + std::to_string(lost) +
                         " records found no room to wait for it and are lost");
     }
     const std::uint64_t late = getLate();
-    if (const std::uint64_t count = late - std::exchange(lateTold, late); count != 0) {
+    if (const std::uint64_t count = late - std::exchange(lateReported, late); count != 0) {
         texts.push_back(lateText(count));
     }
     return texts;

@@ -94,8 +94,8 @@ class RecordingQueue {
     std::unique_ptr<MessageChunk> current;  ///< null without recordings
     std::vector<Account> accounts;          ///< by channel
     std::int64_t latestHorizon = std::numeric_limits<std::int64_t>::min();
-    std::uint64_t droppedTold = 0;
-    std::uint64_t lateTold = 0;
+    std::uint64_t droppedReported = 0;
+    std::uint64_t lateReported = 0;
 };
 
 }  // namespace station

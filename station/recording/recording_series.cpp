@@ -196,7 +196,7 @@ void RecordingSeries::dropOldParts() {
 }
 
 void RecordingSeries::noteFailure() {
-    if (!std::exchange(isFailureTold, true)) {
+    if (!std::exchange(isFailureReported, true)) {
         texts.push_back(rules.goesOn
                             ? error + " It goes on in another file as soon as that is possible."
                             : error);
@@ -238,7 +238,7 @@ void RecordingSeries::tryToGoOn(Clock::time_point now) {
     } catch (const std::runtime_error&) {
         return;  // its reason is the one that was told, or follows from it
     }
-    isFailureTold = false;
+    isFailureReported = false;
     texts.push_back(fmt::format("Recording goes on, in \"{}\".", partPath));
 }
 

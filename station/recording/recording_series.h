@@ -124,7 +124,7 @@ class RecordingSeries {
     std::uint64_t partRecords = 0;  ///< given to it
     std::int64_t partStart = 0;     ///< time of its first message
     bool isPartToEnd = false;
-    bool isFailureTold = false;
+    bool isFailureReported = false;
     Clock::time_point lastTry;
 
     std::vector<ChannelDescription> channels;

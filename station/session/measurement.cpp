@@ -43,7 +43,7 @@ void Measurement::start() {
     if (frameRecorder) {
         frameRecorder->begin();
     }
-    untold = session.findSharedIds();
+    unreported = session.findSharedIds();
     lastStep = Clock::now();
     nextFlush = lastStep + flushPeriod;
     nextCounts = lastStep + countsPeriod;
@@ -113,7 +113,7 @@ void Measurement::readFrames(std::vector<std::string>& texts) {
     }
     frameRecorder->takeNew();
     const std::uint64_t all = frameRecorder->getLost();
-    if (const std::uint64_t now = all - std::exchange(framesLostTold, all); now != 0) {
+    if (const std::uint64_t now = all - std::exchange(framesLostReported, all); now != 0) {
         lost = true;
         texts.push_back(fmt::format(
             "{} Ethernet frames aren't recorded: they found no room to wait for it", now));
@@ -136,13 +136,13 @@ void Measurement::readInterfaceMessages(std::vector<std::string>& texts) {
 /// Nobody can know whether messages were in them: it counts as a loss.
 void Measurement::readDropped(std::vector<std::string>& texts) {
     const std::uint64_t dropped = session.driver().getDroppedFrames();
-    if (dropped > droppedTold) {
+    if (dropped > droppedReported) {
         lost = true;
         texts.push_back(fmt::format(
             "{} Ethernet frames were lost before they could be read: the machine was too busy",
-            dropped - droppedTold));
+            dropped - droppedReported));
     }
-    droppedTold = dropped;
+    droppedReported = dropped;
 }
 
 void Measurement::readCounts(std::vector<std::string>& texts) {
@@ -160,7 +160,7 @@ void Measurement::readCounts(std::vector<std::string>& texts) {
 void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& texts) {
     const double seconds = std::chrono::duration<double>(now.time_since_epoch()).count();
     const auto clocks = getClocks();
-    jumpsTold.resize(clocks.size());
+    jumpsReported.resize(clocks.size());
     for (std::size_t i = 0; i < clocks.size(); ++i) {
         const auto name = [&] {
             const auto modules = session.getModules();
@@ -171,9 +171,9 @@ void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& te
             texts.push_back(standingText(name()));
         }
         // Of a clock that jumps again and again only the doubling of their number is reported.
-        if (clocks[i].jumps > 0 && clocks[i].jumps >= 2 * jumpsTold[i]) {
+        if (clocks[i].jumps > 0 && clocks[i].jumps >= 2 * jumpsReported[i]) {
             texts.push_back(jumpsText(name(), clocks[i].jumps));
-            jumpsTold[i] = clocks[i].jumps;
+            jumpsReported[i] = clocks[i].jumps;
         }
     }
 }
@@ -196,13 +196,13 @@ void Measurement::noteJumps() {
 void Measurement::readSequences(std::vector<std::string>& texts) {
     const auto frames = session.driver().getTraffic().modules;
     const auto modules = session.getModules();
-    sequencesTold.resize(frames.size());
+    sequencesReported.resize(frames.size());
     for (std::size_t i = 0; i < std::min(frames.size(), modules.size()); ++i) {
-        ModuleStatistics& told = sequencesTold[i];
-        if ((frames[i].sequenceGaps != 0 && told.sequenceGaps == 0) ||
-            (frames[i].missingFrames != 0 && told.missingFrames == 0)) {
+        ModuleStatistics& reported = sequencesReported[i];
+        if ((frames[i].sequenceGaps != 0 && reported.sequenceGaps == 0) ||
+            (frames[i].missingFrames != 0 && reported.missingFrames == 0)) {
             texts.push_back(sequenceText(modules[i].name, frames[i]));
-            told = frames[i];
+            reported = frames[i];
         }
     }
 }
@@ -220,7 +220,7 @@ std::string Measurement::awaitedLeader() {
 }
 
 std::vector<std::string> Measurement::poll(Clock::time_point now) {
-    std::vector<std::string> texts = std::exchange(untold, {});
+    std::vector<std::string> texts = std::exchange(unreported, {});
     if (!stopped) {
         longestPause = std::max<std::chrono::duration<double>>(longestPause,
                                                                now - std::exchange(lastStep, now));
@@ -228,8 +228,8 @@ std::vector<std::string> Measurement::poll(Clock::time_point now) {
             takeStep();
         } catch (...) {
             stopped = true;
-            read(untold);
-            readCounts(untold);
+            read(unreported);
+            readCounts(unreported);
             beginClose();
             throw;
         }
@@ -309,7 +309,7 @@ Summary Measurement::summarize() {
         std::ranges::move(frameRecorder->summarize(), std::back_inserter(summary.recordings));
         summary.outOfOrder += frameRecorder->getQueue().getLate();
     }
-    summary.droppedFrames = droppedTold;
+    summary.droppedFrames = droppedReported;
     summary.longestPause = longestPause.count();
     summary.interfaceMessages = interfaceMessages;
     summary.interfaceMessagesLeftOut = interfaceMessagesLeftOut;

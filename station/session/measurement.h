@@ -81,17 +81,17 @@ class Measurement {
     MeasurementRecorder recorder;
     std::unique_ptr<FrameRecorder> frameRecorder;  ///< null: no frames are recorded
     std::vector<RecordingQueue*> queues{&queue};   ///< all there are
-    std::uint64_t framesLostTold = 0;
+    std::uint64_t framesLostReported = 0;
     Clock::time_point lastStep;
     std::chrono::duration<double> longestPause{};  ///< between two steps
     Clock::duration flushPeriod = longestFlushPeriod;
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
     StandingClocks standing;
-    std::vector<std::uint64_t> jumpsBefore;  ///< by module, in the parts before this one
-    std::vector<std::uint64_t> jumpsTold;    ///< by module
-    std::vector<ModuleStatistics> sequencesTold;
-    std::uint64_t droppedTold = 0;               ///< frames
+    std::vector<std::uint64_t> jumpsBefore;    ///< by module, in the parts before this one
+    std::vector<std::uint64_t> jumpsReported;  ///< by module
+    std::vector<ModuleStatistics> sequencesReported;
+    std::uint64_t droppedReported = 0;           ///< frames
     std::vector<std::string> interfaceMessages;  ///< the first of them
     std::uint64_t interfaceMessagesLeftOut = 0;
     bool hasInterfaceGap = false;
@@ -100,8 +100,8 @@ class Measurement {
     bool leavesStalledDisk = false;
     bool abandoned = false;
     bool lost = false;
-    std::vector<std::string> untold;  ///< what the next `poll` is to return
-    std::string missedLeader;         ///< the module that was awaited when it ended; empty: none
+    std::vector<std::string> unreported;  ///< what the next `poll` is to return
+    std::string missedLeader;  ///< the module that was awaited when it ended; empty: none
 };
 
 }  // namespace station

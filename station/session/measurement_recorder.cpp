@@ -113,7 +113,7 @@ class MeasurementRecorder::Channel final : public ChannelSink {
     std::array<std::uint8_t, StationChannel::recordSize> lastRecord = {};
     std::size_t lastSize = 0;
     std::uint64_t overrunsBefore = 0;  ///< in the parts of the measurement before this one
-    std::uint64_t overrunsTold = 0;
+    std::uint64_t overrunsReported = 0;
     ChannelStatistics counts;
 };
 
@@ -170,12 +170,12 @@ std::vector<std::string> MeasurementRecorder::takeOverruns() {
     std::vector<std::string> texts;
     for (const auto& channel : channels) {
         const std::uint64_t overruns = channel->getOverruns();
-        if (overruns > channel->overrunsTold) {
+        if (overruns > channel->overrunsReported) {
             texts.push_back(fmt::format(
                 "channel \"{}\" lost {} messages: they were overwritten before they could be read",
-                channel->name, overruns - channel->overrunsTold));
+                channel->name, overruns - channel->overrunsReported));
         }
-        channel->overrunsTold = overruns;
+        channel->overrunsReported = overruns;
     }
     return texts;
 }

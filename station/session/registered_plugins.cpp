@@ -75,7 +75,7 @@ std::string missingText(const RegisteredPlugin& plugin) {
 }
 
 std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId,
-                                           const std::function<void(const std::string&)>& tell) {
+                                           const std::function<void(const std::string&)>& report) {
     const std::string wanted = toText(classId);
     for (RegisteredPlugin& plugin : registeredPlugins()) {
         if (!plugin.refusal.empty() && (plugin.classId.empty() || plugin.classId == wanted)) {
@@ -91,7 +91,7 @@ std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId,
         if (std::filesystem::exists(plugin.module, error)) {
             return std::move(plugin);
         }
-        tell(missingText(plugin));
+        report(missingText(plugin));
     }
     return std::nullopt;
 }

@@ -37,11 +37,11 @@ std::string toText(const InterfaceId& id);
 std::vector<RegisteredPlugin> registeredPlugins();
 /// For the user, of one whose module is missing.
 std::string missingText(const RegisteredPlugin& plugin);
-/// The first one of that class whose module is there; `tell` gets a text for each before it whose
+/// The first one of that class whose module is there; `report` gets a text for each before it whose
 /// module is missing. Throws `PluginError` if that one isn't to be loaded, or one before it whose
 /// class can't be known: what the user has registered isn't replaced by something else in silence.
 std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId,
-                                           const std::function<void(const std::string&)>& tell);
+                                           const std::function<void(const std::string&)>& report);
 /// Reports a store that the environment names and that isn't looked at because of the
 /// rights of this process (`RegistryStore::perUser`); empty if there is none.
 std::string passedOverText();

@@ -33,13 +33,13 @@ std::unique_ptr<PluginModule> loadPlugin(const SessionOptions& options) {
     if (!options.plugin.empty()) {
         return std::make_unique<PluginModule>(options.plugin, TrustedUsers::UserAndProgram);
     }
-    const auto tell = [&](const std::string& text) {
+    const auto report = [&](const std::string& text) {
         if (!text.empty() && options.onError) {
             options.onError(text);
         }
     };
-    tell(passedOverText());
-    if (const auto registered = findPlugin(cmpPluginClassId, tell)) {
+    report(passedOverText());
+    if (const auto registered = findPlugin(cmpPluginClassId, report)) {
         return std::make_unique<PluginModule>(registered->module, TrustedUsers::User);
     }
     std::error_code error;
@@ -136,14 +136,14 @@ void Session::open(const SetupFile& file) {
     if (!section) {
         return;
     }
-    const auto tell = [&](const std::vector<std::string>& faults) {
+    const auto report = [&](const std::vector<std::string>& faults) {
         for (const std::string& fault : faults) {
             stationHost->writeError(
                 StringHelper::ToWide(fmt::format("{}, {}", file.getPath().string(), fault))
                     .c_str());
         }
     };
-    tell(findSetupFaults(*section));
+    report(findSetupFaults(*section));
     try {
         // A part that isn't there is empty.
         ElementRef settings = childOf(*section, settingsName);
@@ -154,7 +154,7 @@ void Session::open(const SetupFile& file) {
         pluginDriver->loadSetup(*document, *channels);
         pluginDriver->updateDevices();
         refreshModules();
-        tell(findModuleFaults(*settings, listed));
+        report(findModuleFaults(*settings, listed));
     } catch (const PluginError& error) {
         throw PluginError(
             fmt::format("Cannot load the setup \"{}\": {}", file.getPath().string(), error.what()));

@@ -40,11 +40,11 @@ bool isSame(natsMsg* message, const std::vector<std::uint8_t>& payload) {
 
 NatsPublisher::NatsPublisher(NatsOptions connectionOptions, StreamRules streamRules,
                              std::unique_ptr<StationName> name,
-                             std::function<void(std::string)> tellUser)
+                             std::function<void(std::string)> reportToUser)
     : options(std::move(connectionOptions)),
       rules(std::move(streamRules)),
       stationName(std::move(name)),
-      tell(std::move(tellUser)) {}
+      report(std::move(reportToUser)) {}
 
 NatsPublisher::~NatsPublisher() = default;
 
@@ -91,12 +91,12 @@ void NatsPublisher::makeStream() {
     jsErrCode code{};
     const natsStatus status = askStream(jetStream.get(), rules.name.c_str(), info, code);
     if (status == NATS_OK) {
-        tellDifferences(*info->Config);
+        reportDifferences(*info->Config);
         wasStreamThere = true;
     } else if (code == JSStreamNotFoundErr) {
         createStream();
         if (std::exchange(wasStreamThere, true)) {
-            tell(
+            report(
                 fmt::format("the stream \"{}\" was deleted at the broker, and is made again: what "
                             "had been in it isn't any more",
                             rules.name));
@@ -125,8 +125,8 @@ void NatsPublisher::createStream() {
     }
 }
 
-void NatsPublisher::tellDifferences(const jsStreamConfig& config) {
-    if (std::exchange(areDifferencesTold, true)) {
+void NatsPublisher::reportDifferences(const jsStreamConfig& config) {
+    if (std::exchange(areDifferencesReported, true)) {
         return;
     }
     const struct {
@@ -138,14 +138,14 @@ void NatsPublisher::tellDifferences(const jsStreamConfig& config) {
                   {"--stream-max-bytes", rules.mostBytes, config.MaxBytes}};
     for (const auto& [option, wanted, there] : values) {
         if (wanted != 0 && wanted != there) {
-            tell(
+            report(
                 fmt::format("the stream \"{}\" is there already and stays as it is: {} is {}, not "
                             "{}; the broker's own tools change it",
                             rules.name, option, std::max<std::int64_t>(there, 0), wanted));
         }
     }
     if (config.Retention != js_LimitsPolicy || config.MaxMsgs > 0 || config.MaxMsgsPerSubject > 0) {
-        tell(
+        report(
             fmt::format("the stream \"{}\" doesn't keep all batches (its retention, or a limit on "
                         "messages): what it says that it has stored may be gone before it is "
                         "collected",
@@ -156,8 +156,9 @@ void NatsPublisher::tellDifferences(const jsStreamConfig& config) {
             return std::string_view(subject) == streamSubjects || std::string_view(subject) == ">";
         });
     if (!takesOurs) {
-        tell(fmt::format("the stream \"{}\" isn't one for {}: name another one with --stream-name",
-                         rules.name, streamSubjects));
+        report(
+            fmt::format("the stream \"{}\" isn't one for {}: name another one with --stream-name",
+                        rules.name, streamSubjects));
     }
 }
 

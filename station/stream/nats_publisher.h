@@ -37,9 +37,10 @@ struct StreamRules {
 /// any number. So is what the broker calls a duplicate.
 class NatsPublisher final : public Publisher {
   public:
-    /// `tell` gets what the user must know and isn't a failure. `name` is claimed with each `open`.
+    /// `report` gets what the user must know and isn't a failure. `name` is claimed with each
+    /// `open`.
     NatsPublisher(NatsOptions connectionOptions, StreamRules streamRules,
-                  std::unique_ptr<StationName> name, std::function<void(std::string)> tellUser);
+                  std::unique_ptr<StationName> name, std::function<void(std::string)> reportToUser);
     ~NatsPublisher() override;
 
     void open() override;
@@ -76,7 +77,7 @@ class NatsPublisher final : public Publisher {
     [[noreturn]] void distrust(const std::string& subject, std::uint64_t sequence);
     void makeStream();
     void createStream();
-    void tellDifferences(const jsStreamConfig& config);
+    void reportDifferences(const jsStreamConfig& config);
     void subscribe();
     Last& findLast(const std::string& subject);
     Way compareWithLast(const Batch& batch);
@@ -87,12 +88,12 @@ class NatsPublisher final : public Publisher {
     const NatsOptions options;
     const StreamRules rules;
     const std::unique_ptr<StationName> stationName;
-    const std::function<void(std::string)> tell;
+    const std::function<void(std::string)> report;
 
     std::uint64_t attempt = 0;      ///< to open
     std::uint64_t lastReached = 0;  ///< the last that got as far as to the name
     bool wasStreamThere = false;
-    bool areDifferencesTold = false;
+    bool areDifferencesReported = false;
     std::unique_ptr<NatsConnection> connection;  ///< null while it isn't open
     JetStream jetStream;
     std::string inbox;

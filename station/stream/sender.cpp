@@ -115,8 +115,8 @@ struct Sender::Shared {
     }
 
     void saveNote() CMP_EXCLUDES(lock) {
-        if (!spool->saveNote() && !std::exchange(isNoteFailureTold, true)) {
-            tell(
+        if (!spool->saveNote() && !std::exchange(isNoteFailureReported, true)) {
+            report(
                 "the stream's spool: its note of what is acknowledged can't be written: after "
                 "the next start more is sent again, which the broker knows; make room");
         }
@@ -140,14 +140,14 @@ struct Sender::Shared {
     void noteWell() CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
         state = {true, {}, state.onTheWay, false, false};
-        if (!std::exchange(failureTold, {}).empty()) {
+        if (!std::exchange(failureReported, {}).empty()) {
             texts.push_back("the stream goes on");
         }
     }
     void noteFailure(const std::string& failure, bool isNameTaken) CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
         state = {false, failure, 0, false, isNameTaken};
-        if (std::exchange(failureTold, failure) != failure) {
+        if (std::exchange(failureReported, failure) != failure) {
             texts.push_back("the stream waits in its spool: " + failure);
         }
     }
@@ -155,7 +155,7 @@ struct Sender::Shared {
         const LockGuard guard(lock);
         state.onTheWay = messages;
     }
-    void tell(std::string text) CMP_EXCLUDES(lock) {
+    void report(std::string text) CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
         texts.push_back(std::move(text));
     }
@@ -175,14 +175,14 @@ struct Sender::Shared {
 
     // The thread's own.
     Clock::time_point nextBeat;
-    bool isNoteFailureTold = false;
+    bool isNoteFailureReported = false;
 
     std::atomic<bool> isEnding{false};
     Mutex lock;
     std::condition_variable_any changed;
     bool isOver CMP_GUARDED_BY(lock) = false;
     State state CMP_GUARDED_BY(lock);
-    std::string failureTold CMP_GUARDED_BY(lock);
+    std::string failureReported CMP_GUARDED_BY(lock);
     std::vector<std::string> texts CMP_GUARDED_BY(lock);
 };
 

@@ -494,12 +494,12 @@ Spool::Counts Spool::getCounts() const {
 
 std::vector<std::string> Spool::takeTexts() {
     const LockGuard guard(lock);
-    if (lostMessages > lostTold) {
+    if (lostMessages > lostReported) {
         texts.push_back(fmt::format(
             "{} messages are lost to the stream: the oldest had to go as the spool is full "
             "(--spool-limit), or its files were changed",
-            lostMessages - lostTold));
-        lostTold = lostMessages;
+            lostMessages - lostReported));
+        lostReported = lostMessages;
     }
     return std::exchange(texts, {});
 }

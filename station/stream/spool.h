@@ -152,7 +152,7 @@ class Spool {
     std::map<std::uint64_t, Progress> progress CMP_GUARDED_BY(lock);  ///< by measurement
     std::uint64_t acknowledgedMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostMessages CMP_GUARDED_BY(lock) = 0;
-    std::uint64_t lostTold CMP_GUARDED_BY(lock) = 0;
+    std::uint64_t lostReported CMP_GUARDED_BY(lock) = 0;
     std::filesystem::path unreadable CMP_GUARDED_BY(lock);  ///< the part of which that was said
     std::vector<std::string> texts CMP_GUARDED_BY(lock);
 };

@@ -56,8 +56,8 @@ struct Measured {
 struct Core {
     explicit Core(const StreamSettings& streamSettings, const char* programVersion)
         : settings(streamSettings), version(programVersion) {
-        const auto tell = [texts = texts](std::string text) { texts->add(std::move(text)); };
-        auto name = std::make_unique<StationName>(settings.station, settings.replicas, tell);
+        const auto report = [texts = texts](std::string text) { texts->add(std::move(text)); };
+        auto name = std::make_unique<StationName>(settings.station, settings.replicas, report);
         token = name->getToken();
         owner = name->getOwner();
         spool = std::make_shared<Spool>(settings.spool, token, settings.spoolBytes);
@@ -65,7 +65,7 @@ struct Core {
             settings.nats,
             StreamRules{settings.streamName, settings.replicas, settings.mostNanoseconds,
                         settings.mostBytes},
-            std::move(name), tell);
+            std::move(name), report);
     }
 
     void setMeasured(Measured latest) CMP_EXCLUDES(lock) {

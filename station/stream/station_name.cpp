@@ -69,12 +69,12 @@ Entry parseEntry(const char* text) {
 }  // namespace
 
 StationName::StationName(std::string stationName, int bucketReplicas,
-                         std::function<void(std::string)> tellUser)
+                         std::function<void(std::string)> reportToUser)
     : name(std::move(stationName)),
       token(toToken(name)),
       owner(nameProcess()),
       replicas(bucketReplicas),
-      tell(std::move(tellUser)) {}
+      report(std::move(reportToUser)) {}
 
 KeyValueStore StationName::openBucket(const NatsConnection& connection, jsCtx* jetStream) const {
     KeyValueStore bucket;
@@ -154,15 +154,15 @@ void StationName::claim(const NatsConnection& connection, jsCtx* jetStream, bool
 void StationName::compareClocks(kvStore* bucket, std::int64_t putAt) {
     constexpr double nanosecondsPerSecond = 1e9;
     kvEntry* found = nullptr;
-    if (isClockTold || kvStore_Get(&found, bucket, token.c_str()) != NATS_OK) {
+    if (isClockReported || kvStore_Get(&found, bucket, token.c_str()) != NATS_OK) {
         return;
     }
     const KeyValueEntry entry(found);
     const double behind =
         static_cast<double>(kvEntry_Created(found) - putAt) / nanosecondsPerSecond;
     if (std::abs(behind) > worstClockSeconds) {
-        isClockTold = true;
-        tell(
+        isClockReported = true;
+        report(
             fmt::format("this machine's clock is {:.0f} s {} the broker's: the times of all "
                         "messages are as wrong as it is; set the clock of the one that is wrong",
                         std::abs(behind), behind > 0 ? "behind" : "ahead of"));

@@ -22,9 +22,9 @@ class NameTaken : public NatsError {
 /// machine's steady clock: clocks of different machines aren't compared.
 class StationName {
   public:
-    /// `tell` gets what the user must know, such as that this machine's clock is wrong.
+    /// `report` gets what the user must know, such as that this machine's clock is wrong.
     StationName(std::string stationName, int bucketReplicas,
-                std::function<void(std::string)> tellUser);
+                std::function<void(std::string)> reportToUser);
 
     const std::string& getToken() const { return token; }
     /// Of this process: machine, process, and when it began.
@@ -51,14 +51,14 @@ class StationName {
     const std::string token;
     const std::string owner;
     const int replicas;
-    const std::function<void(std::string)> tell;
+    const std::function<void(std::string)> report;
 
     std::uint64_t ownRevision = 0;    ///< of the entry, as this station has left it
     bool isAwaited = false;           ///< the answer to a heartbeat
     std::uint64_t otherRevision = 0;  ///< of another owner's entry
     Clock::time_point otherSeen;      ///< when it had that first
     bool isOtherAlive = false;
-    bool isClockTold = false;
+    bool isClockReported = false;
 };
 
 }  // namespace station

@@ -15,7 +15,7 @@ double luminance(const QColor& color) {
            0.0722 * linear(color.blueF());
 }
 
-bool canBeTold(const QColor& color, const QColor& background) {
+bool isDistinct(const QColor& color, const QColor& background) {
     constexpr double least = 2.5;  // of the ratio that goes up to 21
     const auto [dark, light] = std::minmax({luminance(color), luminance(background)});
     return (light + 0.05) / (dark + 0.05) >= least;
@@ -43,7 +43,7 @@ QColor drawnColor(const QColor& wanted, const QPalette& palette) {
     const QColor away = luminance(background) < 0.2 ? Qt::white : Qt::black;
     QColor color = wanted;
     constexpr double step = 0.1;
-    for (double share = step; share < 1 && !canBeTold(color, background); share += step) {
+    for (double share = step; share < 1 && !isDistinct(color, background); share += step) {
         color = mixed(wanted, away, share);
     }
     return color;

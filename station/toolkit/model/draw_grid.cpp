@@ -105,7 +105,7 @@ DrawGrid::DrawGrid(std::string gridName, FailureSinkPtr failureSink)
     : Component(std::move(gridName), std::move(failureSink)) {}
 
 template <typename Change>
-void DrawGrid::tell(Change change) {
+void DrawGrid::notify(Change change) {
     if (view != nullptr) {
         (view->*change)();
     }
@@ -149,7 +149,7 @@ HostResult DrawGrid::initialise(std::int32_t rows, std::int32_t count) {
         resize(rows);
         selection.assign(selection.size(), false);
         columns.assign(static_cast<std::size_t>(count), {});
-        tell(&DrawGridView::onColumnsChanged);
+        notify(&DrawGridView::onColumnsChanged);
     });
 }
 
@@ -177,18 +177,18 @@ void DrawGrid::setFlag(std::int32_t column, std::optional<bool> Column::*flag, b
 }
 
 HostResult DrawGrid::endColumns() {
-    return toolkitCall([&] { tell(&DrawGridView::onColumnsChanged); });
+    return toolkitCall([&] { notify(&DrawGridView::onColumnsChanged); });
 }
 
 HostResult DrawGrid::setRowCount(std::int32_t rows) {
     return toolkitCall([&] {
         resize(rows);
-        tell(&DrawGridView::onCellsChanged);
+        notify(&DrawGridView::onCellsChanged);
     });
 }
 
 HostResult DrawGrid::refresh() {
-    return toolkitCall([&] { tell(&DrawGridView::onCellsChanged); });
+    return toolkitCall([&] { notify(&DrawGridView::onCellsChanged); });
 }
 
 HostResult DrawGrid::getRowCount(std::int32_t* rows) {
@@ -244,7 +244,7 @@ void DrawGrid::input(CellPlace cell, const CellInput& what) {
     const CountedRef<DrawGrid> self(this);
     const auto args = makeObject<CellInputArgs>(cell, what);
     raise(cellInput, "input", args.get());
-    tell(&DrawGridView::onCellsChanged);
+    notify(&DrawGridView::onCellsChanged);
 }
 
 void DrawGrid::switchToggle(CellPlace cell, bool checked) {
@@ -252,7 +252,7 @@ void DrawGrid::switchToggle(CellPlace cell, bool checked) {
     const CountedRef<DrawGrid> self(this);
     const auto args = makeObject<CellActionArgs>(cell, checked);
     raise(cellAction, "toggle", args.get());
-    tell(&DrawGridView::onCellsChanged);
+    notify(&DrawGridView::onCellsChanged);
 }
 
 void DrawGrid::toggleGroup(std::int32_t row) {
@@ -260,7 +260,7 @@ void DrawGrid::toggleGroup(std::int32_t row) {
     if (const auto group = groups.headedBy(row)) {
         group->toggle();
         dropHiddenSelection();
-        tell(&DrawGridView::onCellsChanged);
+        notify(&DrawGridView::onCellsChanged);
     }
 }
 

@@ -94,7 +94,7 @@ class DrawGrid final : public Component<Kestrova::Tessel::IDrawGrid, Kestrova::T
     /// Hidden rows aren't selected.
     void dropHiddenSelection();
     template <typename Change>
-    void tell(Change change);
+    void notify(Change change);
 
     DrawGridView* view = nullptr;
     std::vector<Column> columns;

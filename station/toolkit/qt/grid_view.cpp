@@ -32,7 +32,7 @@ GridView::GridView(CountedRef<DrawGrid> drawGrid)
     horizontalHeader()->setHighlightSections(false);
     horizontalHeader()->setMinimumSectionSize(1);
     connect(selectionModel(), &QItemSelectionModel::selectionChanged, this,
-            [this] { tellSelection(); });
+            [this] { reportSelection(); });
     connect(horizontalHeader(), &QHeaderView::sectionResized, this, [this] { catchUpLater(); });
     connect(this, &QAbstractItemView::clicked, this, [this](const QModelIndex& index) {
         if (clickModifiers == Qt::NoModifier) {
@@ -139,7 +139,7 @@ void GridView::askForVisible() {
 }
 
 /// What the user has selected is the grid's.
-void GridView::tellSelection() {
+void GridView::reportSelection() {
     if (!isUserSelecting) {
         return;
     }

@@ -47,7 +47,7 @@ class GridView final : public QTableView, private DrawGridView {
     void describeColumns();
     void showRows();
     void askForVisible();
-    void tellSelection();
+    void reportSelection();
     void takeOverSelection();
     template <typename Action>
     void later(Action action);

@@ -181,9 +181,9 @@ QtWindow::QtWindow(FailureSink onFailure, QWidget* parent) : QWidget(parent) {
     const QPointer<QtWindow> self(this);
     object = CountedRef<ToolkitWindow>::adopt(
         new Object(*this, std::make_shared<const FailureSink>(
-                              [self, tell = std::move(onFailure)](const HandlerFailure& failure) {
-                                  if (self && tell) {
-                                      tell(failure);
+                              [self, report = std::move(onFailure)](const HandlerFailure& failure) {
+                                  if (self && report) {
+                                      report(failure);
                                   }
                               })));
 }

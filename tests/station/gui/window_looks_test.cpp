@@ -50,26 +50,26 @@ TEST_F(MainWindowTest, MessagesStandThereAndAreCountedUntilTheyAreDismissed) {
     auto* const bar = dynamic_cast<MessageBar*>(window->findChild<QFrame*>("messageBar"));
     ASSERT_NE(bar, nullptr);
     EXPECT_FALSE(bar->isVisible());
-    bar->tell("lost");
-    bar->tell("<b>\n\u202E");
-    bar->tell("lost");
+    bar->report("lost");
+    bar->report("<b>\n\u202E");
+    bar->report("lost");
     EXPECT_THAT(told(), testing::MatchesRegex("[0-2][0-9]:[0-5][0-9]:[0-6][0-9]  lost "
                                               "\\(2 times\\)\n[0-9:]+  <b> \\?"));
     for (const char* const text : {"c", "d", "e"}) {
-        bar->tell(text);
+        bar->report(text);
     }
     EXPECT_THAT(told(), testing::StartsWith("(1 earlier ones"));
     EXPECT_TRUE(window->findChild<QLabel*>("messages")->toolTip().contains("lost (2 times)"));
     bar->dismiss();
     EXPECT_FALSE(bar->isVisible());
-    bar->tell("again");
+    bar->report("again");
     const std::string first = told();
     QTest::qWait(1100);
-    bar->tell("again");
+    bar->report("again");
     EXPECT_NE(told().substr(0, 8), first.substr(0, 8)) << "the time is that of the last";
     bar->dismiss();
     window->open(QString::fromStdString(file("none.xml")));
-    bar->tell("stays");
+    bar->report("stays");
     EXPECT_THAT(told(), HasSubstr("none.xml"));
     workspace().save(file("none.xml"));
     window->open(QString::fromStdString(file("none.xml")));
