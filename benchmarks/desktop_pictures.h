@@ -55,8 +55,8 @@ inline void savePictures(station::MainWindow& window, const std::string& folder)
         mode->setCurrentIndex(form);
         save(window, names[form]);
     }
-    save(window.getWorkspace().modulesWindow(), "modules_window.png");
-    save(window.getWorkspace().channelsWindow(), "channels_window.png");
+    save(window.getWorkspace().getModulesWindow(), "modules_window.png");
+    save(window.getWorkspace().getChannelsWindow(), "channels_window.png");
     mode->setCurrentIndex(0);
     plotSignals(*window.findChild<QTreeView*>("liveIdentifiers"), 3);
     QTest::qWait(3000);  // some values more

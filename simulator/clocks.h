@@ -28,13 +28,13 @@ class HostClock {
 
     /// The least time between two wake-ups with which a sender at a high rate still gets its work
     /// done: so a wake-up pays for many frames.
-    virtual std::int64_t leastSleep() const = 0;
+    virtual std::int64_t getLeastSleep() const = 0;
 
     /// The UTC time of the start, since 1970: where device clocks start from.
-    virtual std::int64_t startUtc() const = 0;
+    virtual std::int64_t getStartUtc() const = 0;
 
     /// What payload stamps count from, at the start.
-    virtual std::int64_t startStamp() const = 0;
+    virtual std::int64_t getStartStamp() const = 0;
 };
 
 /// The machine's clocks: paced by CLOCK_MONOTONIC, which payload stamps are in too, so that a
@@ -45,9 +45,9 @@ class SystemHostClock : public HostClock {
 
     std::int64_t elapsed() override;
     void waitUntil(std::int64_t elapsedNs) override;
-    std::int64_t leastSleep() const override { return 250'000; }
-    std::int64_t startUtc() const override { return utc; }
-    std::int64_t startStamp() const override { return monotonic; }
+    std::int64_t getLeastSleep() const override { return 250'000; }
+    std::int64_t getStartUtc() const override { return utc; }
+    std::int64_t getStartStamp() const override { return monotonic; }
 
   private:
     std::int64_t utc = 0;
@@ -65,9 +65,9 @@ class VirtualHostClock : public HostClock {
         if (elapsedNs > now)
             now = elapsedNs;
     }
-    std::int64_t leastSleep() const override { return 0; }
-    std::int64_t startUtc() const override { return start; }
-    std::int64_t startStamp() const override { return start; }
+    std::int64_t getLeastSleep() const override { return 0; }
+    std::int64_t getStartUtc() const override { return start; }
+    std::int64_t getStartStamp() const override { return start; }
 
   private:
     std::int64_t now = 0;

@@ -28,7 +28,7 @@ class FrameSink {
     virtual ~FrameSink() = default;
 
     /// The longest frame that it takes, Ethernet header included.
-    virtual std::size_t longestFrame() const = 0;
+    virtual std::size_t getLongestFrame() const = 0;
 
     /// Takes frames from the front and returns how many; fewer, or none, when it has no room just
     /// now. Throws `Failure` when no more can go out.
@@ -66,7 +66,7 @@ class PacketSocketSink : public FrameSink {
     PacketSocketSink(const PacketSocketSink&) = delete;
     PacketSocketSink& operator=(const PacketSocketSink&) = delete;
 
-    std::size_t longestFrame() const override { return longest; }
+    std::size_t getLongestFrame() const override { return longest; }
     std::size_t send(std::span<const OutFrame> frames) override;
 
   private:
@@ -79,13 +79,13 @@ class PacketSocketSink : public FrameSink {
 class PcapFileSink : public FrameSink {
   public:
     /// `path`: "-" is the standard output; a file with content is refused unless `overwrite` is
-    /// set. `startUtc`: nanoseconds since 1970. Throws `Failure` when the file can't be made.
+    /// set. `getStartUtc`: nanoseconds since 1970. Throws `Failure` when the file can't be made.
     PcapFileSink(const std::string& path, std::int64_t startUtc, bool overwrite = false);
     ~PcapFileSink() override;
     PcapFileSink(const PcapFileSink&) = delete;
     PcapFileSink& operator=(const PcapFileSink&) = delete;
 
-    std::size_t longestFrame() const override { return 65535; }
+    std::size_t getLongestFrame() const override { return 65535; }
     std::size_t send(std::span<const OutFrame> frames) override;
     void finish() override;
 

@@ -147,7 +147,7 @@ ExitCode run(int argc, char** argv) {
         return simulate(options, clock, sink);
     }
     VirtualHostClock clock;
-    PcapFileSink sink(options.file, clock.startUtc(), options.overwrite);
+    PcapFileSink sink(options.file, clock.getStartUtc(), options.overwrite);
     return simulate(options, clock, sink);
 }
 

@@ -25,7 +25,7 @@ nlohmann::json toJson(const SimulatedModule& module) {
             {"framing", toText(settings.framing)},
             {"canFd", module.sender().canFd},
             {"lengths", nlohmann::json::array_t(module.lengths().begin(), module.lengths().end())},
-            {"messages", module.messagesSent()},
+            {"messages", module.getMessagesSent()},
             {"channels", channels}};
 }
 
@@ -37,8 +37,8 @@ nlohmann::json toJson(const Report& report) {
     for (const SimulatedModule& module : report.simulation.modules())
         modules.push_back(toJson(module));
     nlohmann::json result = {{"seconds", seconds(report.clock.elapsed())},
-                             {"startUtcNs", report.clock.startUtc()},
-                             {"startStampNs", report.clock.startStamp()},
+                             {"startUtcNs", report.clock.getStartUtc()},
+                             {"startStampNs", report.clock.getStartStamp()},
                              {"frames", totals.frames},
                              {"bytes", totals.bytes},
                              {"dataMessages", totals.dataMessages},
@@ -78,7 +78,7 @@ std::string toText(const Report& report) {
             fmt::format("  {} {:#x} (CM ID {:#x}, serial {}, {}): {} messages on {} {} channels\n",
                         settings.type->name, settings.type->configIdOf(settings.cmId),
                         settings.cmId, settings.serial, toText(settings.framing),
-                        module.messagesSent(), settings.channels, toText(settings.type->bus));
+                        module.getMessagesSent(), settings.channels, toText(settings.type->bus));
     }
     return text;
 }

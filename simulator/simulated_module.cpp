@@ -37,14 +37,14 @@ SimulatedModule::SimulatedModule(const ModuleSettings& moduleSettings,
       duration(trafficSettings.durationNs),
       statusPeriod(trafficSettings.statusPeriodNs),
       stamp(trafficSettings.stamp),
-      startStamp(hostClock.startStamp()),
-      deviceClock(hostClock.startUtc(), moduleSettings.clock, seed) {
+      startStamp(hostClock.getStartStamp()),
+      deviceClock(hostClock.getStartUtc(), moduleSettings.clock, seed) {
     frameMessages.reserve(perFrame);
     interfaceCounts.reserve(channels);
     findNextDue();
 }
 
-std::size_t SimulatedModule::longestFrame() const {
+std::size_t SimulatedModule::getLongestFrame() const {
     return std::max(statusFrameRoom, dataFrameSize(who, perFrame, dataLengths.back()));
 }
 

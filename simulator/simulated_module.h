@@ -21,11 +21,11 @@ class SimulatedModule {
                     const HostClock& hostClock, std::uint64_t seed);
 
     /// When the next data frame is due, or `never`.
-    std::int64_t dataDue() const { return nextDue; }
-    std::int64_t statusDue() const { return nextStatus; }
+    std::int64_t getDataDue() const { return nextDue; }
+    std::int64_t getStatusDue() const { return nextStatus; }
 
     /// Room that its longest frame takes.
-    std::size_t longestFrame() const;
+    std::size_t getLongestFrame() const;
 
     /// Encodes the next data frame, of at most `limit` messages; `count` becomes their number.
     /// `nowNs`: time since the start; without a rate, the messages are from between the last frame
@@ -43,7 +43,7 @@ class SimulatedModule {
     bool hasBusStatus() const { return who.framing == Framing::Tecmp; }
 
     void countSent(std::uint32_t messages) { sent += messages; }
-    std::uint64_t messagesSent() const { return sent; }
+    std::uint64_t getMessagesSent() const { return sent; }
     std::uint64_t messagesSentOn(std::size_t channel) const { return countOn(channel, sent); }
 
     const ModuleSettings& settings() const { return module; }

@@ -31,31 +31,31 @@ Simulation::Simulation(const std::vector<ModuleSettings>& moduleSettings,
     all.reserve(moduleSettings.size());
     for (const ModuleSettings& settings : moduleSettings) {
         all.emplace_back(settings, traffic, clock, traffic.seed + all.size());
-        frameRoom = std::max(frameRoom, all.back().longestFrame());
+        frameRoom = std::max(frameRoom, all.back().getLongestFrame());
     }
-    if (frameRoom > sink.longestFrame())
+    if (frameRoom > sink.getLongestFrame())
         throw Failure(ExitCode::WrongUse,
                       fmt::format("frames of {} bytes don't fit into {}: lower --per-frame or "
                                   "--length, or raise the MTU of the interface",
-                                  frameRoom, sink.longestFrame()));
+                                  frameRoom, sink.getLongestFrame()));
     buffers.resize(batchFrames * frameRoom);
     batch.reserve(batchFrames);
 }
 
 void Simulation::run(const std::atomic<bool>& stop, const std::function<void()>& onBatch) {
     std::int64_t lastWake = 0;
-    while (!stop && !limitReached()) {
+    while (!stop && !isLimitReached()) {
         const std::int64_t due = nextDue();
         if (due >= traffic.durationNs || (!paced && clock.elapsed() >= traffic.durationNs))
             break;
         if (due > clock.elapsed())
-            waitUntil(std::max(due, lastWake + clock.leastSleep()), stop);
+            waitUntil(std::max(due, lastWake + clock.getLeastSleep()), stop);
         lastWake = clock.elapsed();
         fillBatch();
         flush(stop);
         onBatch();
     }
-    if (!limitReached() && traffic.durationNs != never)
+    if (!isLimitReached() && traffic.durationNs != never)
         waitUntil(traffic.durationNs, stop);
     for (SimulatedModule& module : all) {
         addStatus(module, clock.elapsed());
@@ -72,8 +72,8 @@ SimulatedModule& Simulation::firstDue(std::int64_t (SimulatedModule::*due)() con
 }
 
 std::int64_t Simulation::nextDue() {
-    return std::min(firstDue(&SimulatedModule::statusDue).statusDue(),
-                    firstDue(&SimulatedModule::dataDue).dataDue());
+    return std::min(firstDue(&SimulatedModule::getStatusDue).getStatusDue(),
+                    firstDue(&SimulatedModule::getDataDue).getDataDue());
 }
 
 void Simulation::fillBatch() {
@@ -83,12 +83,12 @@ void Simulation::fillBatch() {
             addMalformed();
             continue;
         }
-        if (limitReached())
+        if (isLimitReached())
             return;
         const std::int64_t now = clock.elapsed();
-        SimulatedModule& status = firstDue(&SimulatedModule::statusDue);
-        const std::int64_t dataDue = firstDue(&SimulatedModule::dataDue).dataDue();
-        const std::int64_t statusDue = status.statusDue();
+        SimulatedModule& status = firstDue(&SimulatedModule::getStatusDue);
+        const std::int64_t dataDue = firstDue(&SimulatedModule::getDataDue).getDataDue();
+        const std::int64_t statusDue = status.getStatusDue();
         if (statusDue <= now && (statusDue <= dataDue || !paced))
             addStatus(status, stampsSending ? now : statusDue);
         else if (dataDue <= now)
@@ -99,10 +99,10 @@ void Simulation::fillBatch() {
 }
 
 void Simulation::addData(std::int64_t nowNs) {
-    SimulatedModule& module = firstDue(&SimulatedModule::dataDue);
+    SimulatedModule& module = firstDue(&SimulatedModule::getDataDue);
     OutFrame frame;
     frame.module = indexOf(module);
-    frame.due = paced ? module.dataDue() : nowNs;
+    frame.due = paced ? module.getDataDue() : nowNs;
     const std::size_t length =
         module.encodeNextData(nextBuffer(), messagesLeft, nowNs, frame.messages);
     messagesLeft -= frame.messages;

@@ -48,7 +48,7 @@ class Simulation {
     const std::vector<SimulatedModule>& modules() const { return all; }
 
   private:
-    bool limitReached() const { return messagesLeft == 0; }
+    bool isLimitReached() const { return messagesLeft == 0; }
     SimulatedModule& firstDue(std::int64_t (SimulatedModule::*due)() const);
     std::int64_t nextDue();
     void fillBatch();

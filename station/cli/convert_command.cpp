@@ -110,7 +110,7 @@ ExitCode finish(const ConvertOptions& options, RecordingSet& recordings,
     }
     const bool hasLost = std::ranges::any_of(
         ending.summary.recordings, [](const RecordingSummary& each) { return each.lost != 0; });
-    if (recordings.hasFailed() || hasLost || ending.summary.totalLost() != 0 ||
+    if (recordings.hasFailed() || hasLost || ending.summary.getTotalLost() != 0 ||
         ending.isIncomplete) {
         return ExitCode::Failed;
     }

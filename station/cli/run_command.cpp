@@ -115,7 +115,7 @@ Summary summarize(Measurement& measurement, const Outlets& outlets) {
         for (const ChannelSummary& channel : summary.channels) {
             rate += channel.rate;
         }
-        outlets.stream->noteMeasurement(rate, summary.totalLost());
+        outlets.stream->noteMeasurement(rate, summary.getTotalLost());
         summary.stream = outlets.stream->summarize();
     }
     if (outlets.server != nullptr) {

@@ -55,10 +55,10 @@ QString LiveExport::write(Task& task, const std::atomic<bool>& isStopped) {
                          std::memory_order_relaxed);
     }
     const bool isGood = task.recording->close();
-    leftOut += task.recording->recordsLost();
+    leftOut += task.recording->getRecordsLost();
     std::string text = isGood ? fmt::format("{} has {} messages", task.recording->path(),
-                                            task.recording->recordsWritten())
-                              : task.recording->errorText();
+                                            task.recording->getRecordsWritten())
+                              : task.recording->getErrorText();
     text += leftOut == 0 ? "" : fmt::format("; {} messages aren't in it", leftOut);
     return QString::fromStdString(text);
 }

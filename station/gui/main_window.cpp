@@ -177,7 +177,7 @@ QAction* MainWindow::addAction(QMenu& menu, const QString& text, const QKeySeque
 
 /// Those of a setup before have gone by themselves.
 void MainWindow::placeWindows() {
-    if (windows->indexOf(&workspace.modulesWindow()) >= 0) {
+    if (windows->indexOf(&workspace.getModulesWindow()) >= 0) {
         return;
     }
     const QList<int> widths = windows->sizes();
@@ -191,8 +191,8 @@ void MainWindow::placeWindows() {
         layout->addWidget(&window);
         windows->addWidget(frame);
     };
-    add("Modules", workspace.modulesWindow());
-    add("Channels", workspace.channelsWindow());
+    add("Modules", workspace.getModulesWindow());
+    add("Channels", workspace.getChannelsWindow());
     windows->setSizes(widths.size() == 2 ? widths : QList<int>{width() * 2 / 5, width() * 3 / 5});
     // The keyboard's way is the order in which they came: what is below comes behind.
     const QList<int> sizes = parts->sizes();

@@ -119,7 +119,7 @@ void MeasurementBar::show(const Summary& summary, bool hasLost,
     if (hasFailed || lost > 0) {
         loss->setText(QString("Recording failed, %1 messages not in it").arg(lost));
     } else {
-        const std::uint64_t messages = summary.totalLost();
+        const std::uint64_t messages = summary.getTotalLost();
         loss->setText(!hasLost        ? gapsText(gaps)
                       : messages == 0 ? QString("Messages lost")
                                       : QString("%1 messages lost").arg(messages));

@@ -63,8 +63,8 @@ class Workspace {
         "channels are used. Names and colours can be changed.";
 
     /// The plug-in's windows. They are other ones after `begin` and `open`.
-    QtWindow& modulesWindow() const { return *setup->modules; }
-    QtWindow& channelsWindow() const { return *setup->channels; }
+    QtWindow& getModulesWindow() const { return *setup->modules; }
+    QtWindow& getChannelsWindow() const { return *setup->channels; }
     Session& session() const { return *setup->session; }
     /// The modules as they are set up, with what they were last heard of.
     std::vector<Module> getModules();

@@ -203,7 +203,7 @@ HostResult StationChannel::getElementSize(std::int32_t* bytes) {
 }
 
 HostResult StationChannel::advanceWritePosition(std::int32_t samples) {
-    if (samples < 0 || layoutMoved() || type == variantType) {
+    if (samples < 0 || hasLayoutMoved() || type == variantType) {
         return fail(HostCode::invalidArgument, "there is nothing written that could be committed");
     }
     ring.advance(static_cast<std::size_t>(samples));

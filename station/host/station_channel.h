@@ -202,10 +202,10 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     std::int32_t arrayElements() const;
     std::size_t sampleBytes() const;
     std::size_t samplesOfRoom() const;
-    bool layoutMoved() const { return !allocated || seenVersion != arrayInfo->getVersion(); }
+    bool hasLayoutMoved() const { return !allocated || seenVersion != arrayInfo->getVersion(); }
     void allocate();
     void ensureBuffers() {
-        if (layoutMoved()) {
+        if (hasLayoutMoved()) {
             allocate();
         }
     }

@@ -138,25 +138,25 @@ bool AppendFile::flush() {
     if (isWritable() && !isStream) {
         checkStillThere();
     }
-    return !failed();
+    return !hasFailed();
 }
 
 bool AppendFile::close() {
     if (fd < 0) {
-        return !failed();
+        return !hasFailed();
     }
     emptyFirst();
     flush();
-    if (!isStream && waitsForDisk && ::fsync(fd) != 0 && !failed()) {
+    if (!isStream && waitsForDisk && ::fsync(fd) != 0 && !hasFailed()) {
         fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
     }
     reportProgress();
     // An interrupted close has closed the descriptor all the same.
-    if (::close(fd) != 0 && errno != EINTR && !failed()) {
+    if (::close(fd) != 0 && errno != EINTR && !hasFailed()) {
         fail(reasonOf(errno) + " when closing it, its end may be missing. Check the disk");
     }
     fd = -1;
-    return !failed();
+    return !hasFailed();
 }
 
 void AppendFile::discard() {

@@ -115,17 +115,17 @@ class AppendFile {
     /// `close` leaves it to the system when the disk gets what is in the file.
     void dontWaitForDisk() { waitsForDisk = false; }
 
-    bool failed() const { return !error.empty(); }
-    const std::string& errorText() const { return error; }  // empty unless failed
+    bool hasFailed() const { return !error.empty(); }
+    const std::string& getErrorText() const { return error; }  // empty unless failed
     const std::string& path() const { return filePath; }
 
-    /// Records in the file; those that a failure took are `recordsLost`.
-    std::uint64_t recordsWritten() const { return recordsInFile; }
+    /// Records in the file; those that a failure took are `getRecordsLost`.
+    std::uint64_t getRecordsWritten() const { return recordsInFile; }
     /// Records on their way into it.
-    std::uint64_t recordsBuffered() const { return endCount; }
-    std::uint64_t recordsLost() const { return lost; }
-    const std::vector<Counts>& channelCounts() const { return channels; }
-    std::uint64_t bytesWritten() const { return bytesInFile; }
+    std::uint64_t getRecordsBuffered() const { return endCount; }
+    std::uint64_t getRecordsLost() const { return lost; }
+    const std::vector<Counts>& getChannelCounts() const { return channels; }
+    std::uint64_t getBytesWritten() const { return bytesInFile; }
 
     static constexpr std::size_t largestPiece = 4096;
 
@@ -135,7 +135,7 @@ class AppendFile {
         std::uint32_t channel;
     };
 
-    bool isWritable() const { return fd >= 0 && !failed(); }
+    bool isWritable() const { return fd >= 0 && !hasFailed(); }
     void open(bool overwrite);
     void openStream();
     void drain();

@@ -46,7 +46,7 @@ class AscRecording : public Recording {
     AscRecording(const std::string& path, bool overwrite, std::string originText = {})
         : Recording(path, overwrite), origin(std::move(originText)) {}
 
-    const char* formatName() const override { return "ASC"; }
+    const char* getFormatName() const override { return "ASC"; }
     bool accepts(BusType) const override { return true; }
     std::size_t addChannel(const ChannelDescription& channel) override;
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,

@@ -89,7 +89,7 @@ BlfRecording::BlfRecording(const std::string& path, bool overwrite, const std::s
     }
     file.appendHeader(header());
     if (file.isNew() && !file.flush()) {
-        throw FileError(file.errorText());
+        throw FileError(file.getErrorText());
     }
 }
 
@@ -123,7 +123,7 @@ void BlfRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
     const bool isKnown = channel < channels.size();
     const bool isCan = isKnown && channels[channel] == BusType::Can && size == CanRecord::size;
     const bool isLin = isKnown && channels[channel] == BusType::Lin && size == LinRecord::size;
-    if ((!isCan && !isLin) || file.failed() || (hasStart && time < start)) {
+    if ((!isCan && !isLin) || file.hasFailed() || (hasStart && time < start)) {
         file.dropRecords(channel, 1);
         return;
     }
@@ -222,7 +222,7 @@ void BlfRecording::append(Container& block) {
                static_cast<std::uint32_t>(block.used));
     bytes.resize(size + size % 4);
     file.appendBlock(bytes, block.channelsOfRecords);
-    if (!file.failed()) {
+    if (!file.hasFailed()) {
         objectsInFile += block.count;
         uncompressedSize += blf::container::content + block.used;
     }
@@ -263,7 +263,7 @@ std::vector<std::uint8_t> BlfRecording::header() const {
     constexpr std::array<std::uint8_t, 4> version = {2, 6, 8, 1};
     std::copy(version.begin(), version.end(), bytes.begin() + blf::file_header::formatVersion);
     blf::put64(bytes.data() + blf::file_header::fileSize,
-               std::max<std::uint64_t>(file.bytesWritten(), blf::file_header::size));
+               std::max<std::uint64_t>(file.getBytesWritten(), blf::file_header::size));
     blf::put64(bytes.data() + blf::file_header::uncompressedSize, uncompressedSize);
     blf::put32(bytes.data() + blf::file_header::objects, objectsInFile);
     if (hasStart) {

@@ -39,7 +39,7 @@ class BlfRecording : public Recording {
     BlfRecording(const std::string& path, bool overwrite, const std::string& origin = {});
     ~BlfRecording() override;
 
-    const char* formatName() const override { return "blf"; }
+    const char* getFormatName() const override { return "blf"; }
     bool accepts(BusType) const override { return true; }
     std::size_t addChannel(const ChannelDescription& channel) override;
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,

@@ -28,7 +28,7 @@ class CandumpRecording : public Recording {
   public:
     CandumpRecording(const std::string& path, bool overwrite) : Recording(path, overwrite) {}
 
-    const char* formatName() const override { return "candump log"; }
+    const char* getFormatName() const override { return "candump log"; }
     bool accepts(BusType bus) const override { return bus == BusType::Can; }
     std::size_t addChannel(const ChannelDescription& channel) override;
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,

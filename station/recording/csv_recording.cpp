@@ -50,7 +50,7 @@ CsvRecording::CsvRecording(const std::string& path, bool overwrite) : Recording(
     const std::string_view line = columns;
     file.appendHeader({line.begin(), line.end()});
     if (file.isNew() && !file.flush()) {
-        throw FileError(file.errorText());
+        throw FileError(file.getErrorText());
     }
 }
 

@@ -37,7 +37,7 @@ class CsvRecording : public Recording {
 
     CsvRecording(const std::string& path, bool overwrite);
 
-    const char* formatName() const override { return "CSV"; }
+    const char* getFormatName() const override { return "CSV"; }
     bool accepts(BusType) const override { return true; }
     std::size_t addChannel(const ChannelDescription& channel) override;
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,

@@ -121,7 +121,7 @@ Mf4Recording::Mf4Recording(const std::string& path, bool overwrite, const std::s
     dataBlock = addData(blocks, next, 1).data;
     appendPieces(file, blocks.bytes);
     if (file.isNew() && !file.flush()) {
-        throw FileError(file.errorText());
+        throw FileError(file.getErrorText());
     }
 }
 
@@ -216,7 +216,7 @@ void Mf4Recording::complete() {
     if (!file.flush()) {
         return;
     }
-    const std::uint64_t end = file.bytesWritten();
+    const std::uint64_t end = file.getBytesWritten();
     const std::uint64_t comment = appendComment(end);
     patchNumber(file, dataBlock + lengthAt, end - dataBlock);
     for (std::size_t i = 0; i < groupCount; ++i) {
@@ -233,7 +233,7 @@ std::uint64_t Mf4Recording::appendComment(std::uint64_t end) {
         "<HDcomment xmlns=\"{}\"><TX>Recorded by cmp-station.{}</TX><common_properties>",
         xmlNamespace, origin);
     for (std::size_t i = 0; i < channels.size(); ++i) {
-        const AppendFile::Counts& counts = file.channelCounts()[i];
+        const AppendFile::Counts& counts = file.getChannelCounts()[i];
         text += fmt::format(
             "<e name=\"BusChannel.{0}\">{1}</e>"
             "<e name=\"BusChannel.{0}.Recorded\" type=\"integer\">{2}</e>"

@@ -64,7 +64,7 @@ class Mf4Recording : public Recording {
   public:
     Mf4Recording(const std::string& path, bool overwrite, const std::string& originText = {});
 
-    const char* formatName() const override { return "MDF 4"; }
+    const char* getFormatName() const override { return "MDF 4"; }
     bool accepts(BusType) const override { return true; }
     /// Throws FileError for more than 255 channels, which is what BusChannel can count.
     std::size_t addChannel(const ChannelDescription& channel) override;

@@ -18,7 +18,7 @@ PcapngRecording::PcapngRecording(const std::string& path, bool overwrite, const 
     : Recording(path, overwrite), what(contents) {
     file.appendHeader(makeSectionHeader(origin));
     if (file.isNew() && !file.flush()) {
-        throw FileError(file.errorText());
+        throw FileError(file.getErrorText());
     }
 }
 
@@ -50,7 +50,7 @@ void PcapngRecording::complete() {
             comment += (comment.empty() ? "" : "\n") + account.run;
         }
         file.appendHeader(makeInterfaceStatistics(channel, static_cast<std::uint64_t>(latest),
-                                                  file.channelCounts()[channel],
+                                                  file.getChannelCounts()[channel],
                                                   boundedName(comment, longestComment)));
     }
 }

@@ -36,7 +36,7 @@ class PcapngRecording : public Recording {
     PcapngRecording(const std::string& path, bool overwrite, const std::string& origin = {},
                     Contents contents = Contents::Messages);
 
-    const char* formatName() const override { return "pcapng"; }
+    const char* getFormatName() const override { return "pcapng"; }
     bool accepts(BusType bus) const override {
         return (bus == BusType::Ethernet) == (what == Contents::Frames);
     }

@@ -63,7 +63,7 @@ constexpr Format formats[] = {
 
 void Recording::cancel() {
     writePending();
-    if (recordsWritten() + file.recordsBuffered() != 0 || failed()) {
+    if (getRecordsWritten() + file.getRecordsBuffered() != 0 || hasFailed()) {
         return;
     }
     file.discard();

@@ -32,7 +32,7 @@ struct RecordingAccount {
 ///
 /// Called on one thread at a time. It sees bytes and times, nothing of modules or clocks. What is
 /// promised about full disks, vanished files and killed processes is with AppendFile. The owner
-/// calls flush() at least once a second, looks at failed() there, and calls close() at the end.
+/// calls flush() at least once a second, looks at hasFailed() there, and calls close() at the end.
 class Recording {
   public:
     virtual ~Recording() = default;  // closes; call close() to learn of errors
@@ -41,7 +41,7 @@ class Recording {
     Recording& operator=(const Recording&) = delete;
 
     /// For people: "pcapng", "candump log".
-    virtual const char* formatName() const = 0;
+    virtual const char* getFormatName() const = 0;
 
     /// Whether the format can hold messages of this bus.
     virtual bool accepts(BusType bus) const = 0;
@@ -76,13 +76,15 @@ class Recording {
     bool close();
 
     const std::string& path() const { return file.path(); }
-    bool failed() const { return file.failed(); }
-    const std::string& errorText() const { return file.errorText(); }       // empty unless failed
-    std::uint64_t recordsWritten() const { return file.recordsWritten(); }  // are in the file
-    std::uint64_t recordsLost() const { return file.recordsLost(); }
-    std::uint64_t bytesWritten() const { return file.bytesWritten(); }
+    bool hasFailed() const { return file.hasFailed(); }
+    const std::string& getErrorText() const { return file.getErrorText(); }  // empty unless failed
+    std::uint64_t getRecordsWritten() const { return file.getRecordsWritten(); }  // are in the file
+    std::uint64_t getRecordsLost() const { return file.getRecordsLost(); }
+    std::uint64_t getBytesWritten() const { return file.getBytesWritten(); }
     /// By handle.
-    const std::vector<AppendFile::Counts>& channelCounts() const { return file.channelCounts(); }
+    const std::vector<AppendFile::Counts>& getChannelCounts() const {
+        return file.getChannelCounts();
+    }
 
   protected:
     Recording(const std::string& path, bool overwrite) : file(path, overwrite) {}

@@ -69,7 +69,7 @@ RecordingSeries::RecordingSeries(std::unique_ptr<Recording> recording)
 }
 
 void RecordingSeries::noteFormat() {
-    format = part->formatName();
+    format = part->getFormatName();
     for (const BusType bus : {BusType::Can, BusType::Lin, BusType::Ethernet}) {
         acceptsBus[static_cast<std::size_t>(bus)] = part->accepts(bus);
     }
@@ -145,14 +145,14 @@ void RecordingSeries::goOnInNextPart() {
 
 bool RecordingSeries::isPartFull(std::int64_t utcNanoseconds) const {
     return isPartToEnd || (rules.records != 0 && partRecords >= rules.records) ||
-           (rules.bytes != 0 && part->bytesWritten() >= rules.bytes) ||
+           (rules.bytes != 0 && part->getBytesWritten() >= rules.bytes) ||
            (rules.nanoseconds != 0 && utcNanoseconds - partStart >= rules.nanoseconds);
 }
 
 void RecordingSeries::closePart() {
     part->setAccount(account);
     if (!part->close()) {
-        error = part->errorText();
+        error = part->getErrorText();
         noteFailure();
     } else if (rules.compressor) {
         rules.compressor->add(partPath);
@@ -163,16 +163,16 @@ void RecordingSeries::closePart() {
 void RecordingSeries::leavePart() {
     closePart();
     for (std::size_t i = 0; i < countsBefore.size(); ++i) {
-        const Counts& counts = part->channelCounts()[i];
+        const Counts& counts = part->getChannelCounts()[i];
         countsBefore[i].written += counts.written;
         countsBefore[i].lost += counts.lost;
     }
-    bytesBefore += part->bytesWritten();
+    bytesBefore += part->getBytesWritten();
     std::uint64_t ofChannels = 0;
-    for (const Counts& counts : part->channelCounts()) {
+    for (const Counts& counts : part->getChannelCounts()) {
         ofChannels += counts.lost;
     }
-    lostOfNoChannel += part->recordsLost() - ofChannels;
+    lostOfNoChannel += part->getRecordsLost() - ofChannels;
     part.reset();
     kept.push_back(partPath);
     dropOldParts();
@@ -205,7 +205,7 @@ void RecordingSeries::noteFailure() {
 
 void RecordingSeries::flush(Clock::time_point now) {
     if (part && !part->flush()) {
-        error = part->errorText();
+        error = part->getErrorText();
         noteFailure();
         if (rules.goesOn) {
             leavePart();
@@ -269,21 +269,21 @@ std::vector<std::string> RecordingSeries::takeTexts() {
 }
 
 std::uint64_t RecordingSeries::total(std::uint64_t Counts::*count) const {
-    const std::vector<Counts> counts = channelCounts();
+    const std::vector<Counts> counts = getChannelCounts();
     return std::accumulate(
         counts.begin(), counts.end(), std::uint64_t{0},
         [count](std::uint64_t sum, const Counts& channel) { return sum + channel.*count; });
 }
 
-std::uint64_t RecordingSeries::bytesWritten() const {
-    return bytesBefore + (part ? part->bytesWritten() : 0);
+std::uint64_t RecordingSeries::getBytesWritten() const {
+    return bytesBefore + (part ? part->getBytesWritten() : 0);
 }
 
-std::vector<RecordingSeries::Counts> RecordingSeries::channelCounts() const {
+std::vector<RecordingSeries::Counts> RecordingSeries::getChannelCounts() const {
     std::vector<Counts> counts = countsBefore;
     for (std::size_t i = 0; part && i < counts.size(); ++i) {
-        counts[i].written += part->channelCounts()[i].written;
-        counts[i].lost += part->channelCounts()[i].lost;
+        counts[i].written += part->getChannelCounts()[i].written;
+        counts[i].lost += part->getChannelCounts()[i].lost;
     }
     return counts;
 }

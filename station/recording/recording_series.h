@@ -61,7 +61,7 @@ class RecordingSeries {
     /// That file alone.
     explicit RecordingSeries(std::unique_ptr<Recording> recording);
 
-    std::string formatName() const { return format; }
+    std::string getFormatName() const { return format; }
     bool accepts(BusType bus) const { return acceptsBus[static_cast<std::size_t>(bus)]; }
     /// As those of `Recording`.
     std::size_t addChannel(const ChannelDescription& channel);
@@ -81,20 +81,20 @@ class RecordingSeries {
     /// What the user must know since the last call: failures, and that it goes on.
     std::vector<std::string> takeTexts();
     /// Nothing is written at the moment.
-    bool failed() const { return !part || part->failed(); }
+    bool hasFailed() const { return !part || part->hasFailed(); }
     const std::string& path() const { return wantedPath; }
     /// Of the part that is or was written last.
     const std::string& getPartPath() const { return partPath; }
     std::size_t getPartCount() const { return partNumber; }
     /// The last failure; empty if there was none.
-    const std::string& errorText() const { return error; }
+    const std::string& getErrorText() const { return error; }
 
     // Over all parts.
-    std::uint64_t recordsWritten() const { return total(&Counts::written); }
-    std::uint64_t recordsLost() const { return total(&Counts::lost) + lostOfNoChannel; }
-    std::uint64_t bytesWritten() const;
+    std::uint64_t getRecordsWritten() const { return total(&Counts::written); }
+    std::uint64_t getRecordsLost() const { return total(&Counts::lost) + lostOfNoChannel; }
+    std::uint64_t getBytesWritten() const;
     /// By handle.
-    std::vector<Counts> channelCounts() const;
+    std::vector<Counts> getChannelCounts() const;
 
   private:
     std::string pathOf(std::size_t number) const;

@@ -101,27 +101,27 @@ std::vector<std::string> RecordingSet::takeTexts() {
 
 bool RecordingSet::hasFailed() const {
     return std::any_of(recordings.begin(), recordings.end(),
-                       [](const auto& recording) { return recording->failed(); });
+                       [](const auto& recording) { return recording->hasFailed(); });
 }
 
 bool RecordingSet::haveAllFailed() const {
     return std::all_of(recordings.begin(), recordings.end(),
-                       [](const auto& recording) { return recording->failed(); });
+                       [](const auto& recording) { return recording->hasFailed(); });
 }
 
 std::vector<RecordingSummary> RecordingSet::summarize() const {
     std::vector<RecordingSummary> summaries;
     for (std::size_t i = 0; i < recordings.size(); ++i) {
         const RecordingSeries& recording = *recordings[i];
-        const auto channelCounts = recording.channelCounts();
+        const auto channelCounts = recording.getChannelCounts();
         RecordingSummary summary{.path = recording.path(),
                                  .partPath = recording.getPartPath(),
                                  .parts = recording.getPartCount(),
-                                 .format = recording.formatName(),
-                                 .records = recording.recordsWritten(),
-                                 .bytes = recording.bytesWritten(),
-                                 .lost = recording.recordsLost(),
-                                 .error = recording.errorText()};
+                                 .format = recording.getFormatName(),
+                                 .records = recording.getRecordsWritten(),
+                                 .bytes = recording.getBytesWritten(),
+                                 .lost = recording.getRecordsLost(),
+                                 .error = recording.getErrorText()};
         for (std::size_t at = i; at < handles.size(); at += recordings.size()) {
             if (handles[at] == notHeld) {
                 summary.channels.push_back({});

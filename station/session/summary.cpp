@@ -373,7 +373,7 @@ std::vector<std::string> Summary::findDatabases(const ChannelSummary& channel,
     return files;
 }
 
-std::uint64_t Summary::totalFrames() const {
+std::uint64_t Summary::getTotalFrames() const {
     std::uint64_t total = 0;
     for (const ChannelSummary& channel : channels) {
         total += channel.frames;
@@ -393,7 +393,7 @@ std::optional<double> Summary::getLoad(std::optional<std::size_t> module) const 
     return count != 0 ? std::optional(sum / static_cast<double>(count)) : std::nullopt;
 }
 
-std::uint64_t Summary::totalLost() const {
+std::uint64_t Summary::getTotalLost() const {
     std::uint64_t total = 0;
     for (const ChannelSummary& channel : channels) {
         total += channel.getLost();
@@ -413,7 +413,7 @@ std::string toJson(const Summary& summary) {
                    {"seconds", summary.seconds},
                    {"longestPause", summary.longestPause},
                    {"droppedFrames", summary.droppedFrames},
-                   {"lostMessages", summary.totalLost()},
+                   {"lostMessages", summary.getTotalLost()},
                    {"outOfOrder", summary.outOfOrder},
                    {"interfaceMessages", summary.interfaceMessages},
                    {"interfaceMessagesLeftOut", summary.interfaceMessagesLeftOut},
@@ -460,7 +460,7 @@ std::vector<std::string> toTable(const Summary& summary) {
     std::vector<std::string> lines;
     lines.push_back(fmt::format("{:.1f} s since {}   {} frames{}", summary.seconds,
                                 toIsoText(summary.startTime).substr(0, 19) + 'Z',
-                                summary.totalFrames(), loadOf(summary, {})));
+                                summary.getTotalFrames(), loadOf(summary, {})));
     if (summary.droppedFrames != 0) {
         lines.push_back(fmt::format("LOST {} Ethernet frames before they could be read",
                                     summary.droppedFrames));
@@ -505,8 +505,8 @@ std::string toProgressLine(const Summary& summary) {
     }
     return fmt::format(
         "{:.0f} s: {} of {} modules connected, {} frames, {:.0f}/s{}{}", summary.seconds, connected,
-        summary.modules.size(), summary.totalFrames(), rate,
-        summary.totalLost() == 0 ? "" : fmt::format(", {} LOST", summary.totalLost()),
+        summary.modules.size(), summary.getTotalFrames(), rate,
+        summary.getTotalLost() == 0 ? "" : fmt::format(", {} LOST", summary.getTotalLost()),
         summary.stream ? printable(", " + streamText(*summary.stream)) : "");
 }
 

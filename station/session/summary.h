@@ -166,12 +166,12 @@ struct Summary {
     /// file.
     std::vector<std::string> findDatabases(const ChannelSummary& channel,
                                            const std::filesystem::path& setup) const;
-    std::uint64_t totalFrames() const;
+    std::uint64_t getTotalFrames() const;
     /// The load of a module's buses in the last second, in the mean of those of which it is known;
     /// without a module, of all. Empty if it is known of none.
     std::optional<double> getLoad(std::optional<std::size_t> module = {}) const;
     /// Messages of all channels that were lost behind the network interface.
-    std::uint64_t totalLost() const;
+    std::uint64_t getTotalLost() const;
 };
 
 /// "12.3 %"

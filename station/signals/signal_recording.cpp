@@ -129,7 +129,7 @@ SignalCsvRecording::SignalCsvRecording(const std::string& path, bool overwrite,
     : SignalRecording(path, overwrite, channelDecoders, signalCounts) {
     file.appendHeader({signalColumns.begin(), signalColumns.end()});
     if (file.isNew() && !file.flush()) {
-        throw FileError(file.errorText());
+        throw FileError(file.getErrorText());
     }
 }
 
@@ -184,7 +184,7 @@ SignalMf4Recording::SignalMf4Recording(const std::string& path, bool overwrite,
     dataBlock = places.data;
     appendPieces(file, blocks.bytes);
     if (file.isNew() && !file.flush()) {
-        throw FileError(file.errorText());
+        throw FileError(file.getErrorText());
     }
 }
 
@@ -241,7 +241,7 @@ void SignalMf4Recording::complete() {
     if (!file.flush()) {
         return;
     }
-    const std::uint64_t end = file.bytesWritten();
+    const std::uint64_t end = file.getBytesWritten();
     const std::uint64_t begin = (end + 7) / 8 * 8;
     appendPieces(file, std::vector<std::uint8_t>(begin - end));
     Blocks blocks(begin);

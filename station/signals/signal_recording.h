@@ -68,7 +68,7 @@ class SignalCsvRecording final : public SignalRecording {
   public:
     SignalCsvRecording(const std::string& path, bool overwrite, ChannelDecoders& channelDecoders,
                        SignalCounts& signalCounts);
-    const char* formatName() const override { return "CSV of signals"; }
+    const char* getFormatName() const override { return "CSV of signals"; }
 
   protected:
     void writeSignals(std::size_t channel, std::int64_t utcNanoseconds,
@@ -93,7 +93,7 @@ class SignalMf4Recording final : public SignalRecording {
   public:
     SignalMf4Recording(const std::string& path, bool overwrite, ChannelDecoders& channelDecoders,
                        SignalCounts& signalCounts);
-    const char* formatName() const override { return "MDF 4 of signals"; }
+    const char* getFormatName() const override { return "MDF 4 of signals"; }
 
   protected:
     void writeSignals(std::size_t channel, std::int64_t utcNanoseconds,

@@ -50,7 +50,7 @@ void SpoolPart::write(std::size_t handle, std::int64_t utcNanoseconds, const voi
                       std::size_t size) {
     const std::size_t room =
         handle < channels.size() ? longestPacketBlock(channels[handle].bus, size) : 0;
-    if (room == 0 || failed()) {
+    if (room == 0 || hasFailed()) {
         file.dropRecords(handle, 1);
         return;
     }
@@ -105,10 +105,10 @@ void SpoolPart::end(Subject& subject, bool isLastOfSession) {
     const auto header = makeBatchHeader(batch, subject.used - subject.headerRoom);
     const std::size_t from = subject.headerRoom - header.size();
     std::ranges::copy(header, subject.bytes.data() + from);
-    const std::uint64_t before = file.bytesWritten();
+    const std::uint64_t before = file.getBytesWritten();
     file.appendBlock(std::span(subject.bytes).subspan(from, subject.used - from), subject.channels);
-    if (!failed()) {
-        spool->grow(path(), file.bytesWritten() - before, batch.messages);
+    if (!hasFailed()) {
+        spool->grow(path(), file.getBytesWritten() - before, batch.messages);
     }
     subject.channels.clear();
 }

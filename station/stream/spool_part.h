@@ -45,7 +45,7 @@ class SpoolPart final : public Recording {
               std::shared_ptr<SpoolSession> measurement);
     ~SpoolPart() override;
 
-    const char* formatName() const override { return "stream"; }
+    const char* getFormatName() const override { return "stream"; }
     bool accepts(BusType bus) const override { return bus != BusType::Ethernet; }
     std::size_t addChannel(const ChannelDescription& channel) override;
     void write(std::size_t channel, std::int64_t utcNanoseconds, const void* record,

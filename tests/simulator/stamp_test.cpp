@@ -9,10 +9,10 @@ namespace {
 struct SlowLink : HostClock, FrameSink {
     std::int64_t elapsed() override { return now += 100; }
     void waitUntil(std::int64_t ns) override { now = ns + 3'000'000; }
-    std::int64_t leastSleep() const override { return 0; }
-    std::int64_t startUtc() const override { return 1'700'000'000'000'000'000; }
-    std::int64_t startStamp() const override { return 7'000'000; }
-    std::size_t longestFrame() const override { return 1514; }
+    std::int64_t getLeastSleep() const override { return 0; }
+    std::int64_t getStartUtc() const override { return 1'700'000'000'000'000'000; }
+    std::int64_t getStartStamp() const override { return 7'000'000; }
+    std::size_t getLongestFrame() const override { return 1514; }
     std::size_t send(std::span<const OutFrame> frames) override {
         std::int64_t device = 0, stamp = 0;
         for (std::size_t i = 0; i < 8; ++i) {
@@ -21,8 +21,8 @@ struct SlowLink : HostClock, FrameSink {
         }
         const bool isData = frames[0].kind == FrameKind::Data;
         hasRoom = !hasRoom;
-        EXPECT_LE(startUtc() + now - device, isData ? 0 : hasRoom ? 4'000'000 : 1000);
-        EXPECT_TRUE(!isData || stamp == startStamp() + now);
+        EXPECT_LE(getStartUtc() + now - device, isData ? 0 : hasRoom ? 4'000'000 : 1000);
+        EXPECT_TRUE(!isData || stamp == getStartStamp() + now);
         return hasRoom ? frames.size() : 0;
     }
     std::int64_t now = 0;

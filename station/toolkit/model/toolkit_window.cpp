@@ -54,7 +54,7 @@ HostResult ToolkitWindow::findControl(RuntimeString* controlName, IControl** con
         } else if (found != nullptr && found->button) {
             *control = CountedRef<IconButton>(found->button).detach();
         } else {
-            const auto names = content ? content->controlNames() : std::vector<std::string>();
+            const auto names = content ? content->getControlNames() : std::vector<std::string>();
             throw Core::NotFoundException(
                 fmt::format("the window has no control \"{}\"; it has: {}", wanted,
                             names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "))));

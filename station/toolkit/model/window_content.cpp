@@ -175,13 +175,13 @@ const WindowElement* WindowElement::find(const std::string& wanted) const {
     return nullptr;
 }
 
-std::vector<std::string> WindowElement::controlNames() const {
+std::vector<std::string> WindowElement::getControlNames() const {
     std::vector<std::string> names;
     for (const WindowElement& child : children) {
         if ((child.button || child.grid) && !child.name.empty()) {
             names.push_back(child.name);
         }
-        const auto below = child.controlNames();
+        const auto below = child.getControlNames();
         names.insert(names.end(), below.begin(), below.end());
     }
     return names;

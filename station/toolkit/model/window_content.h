@@ -37,7 +37,7 @@ struct WindowElement {
     /// The named element at any depth; null if there is none.
     const WindowElement* find(const std::string& wanted) const;
     /// The names of all controls.
-    std::vector<std::string> controlNames() const;
+    std::vector<std::string> getControlNames() const;
     /// The controls have left the window.
     void detach() const;
 };

@@ -102,8 +102,8 @@ class User {
     /// All that would silence the measurement.
     void disturb() {
         Workspace& workspace = window->getWorkspace();
-        const QtUser modules(workspace.modulesWindow());
-        const QtUser channels(workspace.channelsWindow());
+        const QtUser modules(workspace.getModulesWindow());
+        const QtUser channels(workspace.getChannelsWindow());
         const char* const grid = "deviceDrawGrid";
         constexpr std::int32_t type = 1;
         constexpr std::int32_t configId = 3;
@@ -129,7 +129,7 @@ class User {
         };
         constexpr int patience = 30000;
         constexpr std::int32_t used = 2;
-        const QtUser channels(window->getWorkspace().channelsWindow());
+        const QtUser channels(window->getWorkspace().getChannelsWindow());
         const char* const grid = "channelDrawGrid";
         if (!QTest::qWaitFor(isThere, patience)) {
             throw std::runtime_error("no module was heard: " + getMessages());

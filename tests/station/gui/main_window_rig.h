@@ -43,8 +43,8 @@ class MainWindowTest : public testing::Test {
     }
 
     Workspace& workspace() { return window->getWorkspace(); }
-    QtUser modules() { return QtUser(workspace().modulesWindow()); }
-    QtUser channels() { return QtUser(workspace().channelsWindow()); }
+    QtUser modules() { return QtUser(workspace().getModulesWindow()); }
+    QtUser channels() { return QtUser(workspace().getChannelsWindow()); }
     std::string file(const char* name) { return folder.filePath(name).toStdString(); }
     std::string told() {
         QtUser::settle();

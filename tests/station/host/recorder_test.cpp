@@ -113,7 +113,7 @@ TEST_F(Recorders, WhatThePluginLostIsToldOncePerChannelWithItsReasons) {
                                   HasSubstr("5 were still"), HasSubstr("6 had no channel"))));
     EXPECT_TRUE(hasLost);
     EXPECT_THAT(recorder.takeCounts({lossy}, hasLost), IsEmpty()) << "told already";
-    EXPECT_EQ(recorder.summarize({}).totalLost(), 20U);
+    EXPECT_EQ(recorder.summarize({}).getTotalLost(), 20U);
 }
 
 }  // namespace

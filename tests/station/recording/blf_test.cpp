@@ -117,7 +117,7 @@ TEST_F(Blf, WhatWasWrittenIsReadWithItsNamesAndTimesInAnyZone) {
         write(300, twiceInThatZone + i, lin(at(64), at(9), at(256)));
     }
     ASSERT_TRUE(recording->close());
-    EXPECT_EQ(recording->recordsWritten(), written.size());
+    EXPECT_EQ(recording->getRecordsWritten(), written.size());
     const std::string bytes = contentOf(path);
     EXPECT_EQ(blf::get64(bytesAt(bytes, blf::file_header::fileSize)), bytes.size());
     // With a text for each of the first 255 channels, a comment for the rest, two more, and two of
@@ -140,7 +140,7 @@ TEST_F(Blf, AFileWhoseWriterWasKilledIsReadUpToItsLastFlush) {
     recording->write(0, firstTime - 11'000'000'000, written[0].record.data(), sizeof(CanFrame));
     ASSERT_TRUE(recording->close());
     EXPECT_EQ(read(path).messages, written);
-    EXPECT_EQ(recording->recordsLost(), 1U);
+    EXPECT_EQ(recording->getRecordsLost(), 1U);
 }
 
 TEST_F(Blf, CutAnywhereItIsReadUpToItsLastWholeContainer) {
@@ -178,9 +178,9 @@ TEST_F(Blf, AFullDiskLosesWholeContainersAndCountsThem) {
     }
     EXPECT_FALSE(recording->close());
     ::setrlimit(RLIMIT_FSIZE, &before);
-    EXPECT_GT(recording->recordsWritten(), 0U);
-    EXPECT_EQ(recording->recordsWritten() + recording->recordsLost(), written.size());
-    written.resize(recording->recordsWritten());
+    EXPECT_GT(recording->getRecordsWritten(), 0U);
+    EXPECT_EQ(recording->getRecordsWritten() + recording->getRecordsLost(), written.size());
+    written.resize(recording->getRecordsWritten());
     EXPECT_TRUE(read(path).messages == written);
     EXPECT_EQ(read(path).error, "");
 }

@@ -84,7 +84,7 @@ std::vector<std::string> record(const std::string& path, std::int64_t resolution
         }
     }
     EXPECT_TRUE(recording->close());
-    EXPECT_EQ(recording->recordsLost(), 0U);
+    EXPECT_EQ(recording->getRecordsLost(), 0U);
     return expected;
 }
 

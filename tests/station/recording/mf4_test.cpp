@@ -137,7 +137,7 @@ class Mf4Files : public testing::Test {
         write(can("A & B", 1, 0x1FFFFFFF, 0));
         ASSERT_TRUE(recording->flush());
         unfinalized = contentOf(in("a.mf4"));
-        ASSERT_TRUE(recording->close()) << recording->errorText();
+        ASSERT_TRUE(recording->close()) << recording->getErrorText();
         finalized = contentOf(in("a.mf4"));
     }
 

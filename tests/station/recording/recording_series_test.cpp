@@ -77,8 +77,8 @@ TEST_F(RecordingSeriesTest, EachRuleBeginsAnotherPart) {
     series->close();
     EXPECT_THAT(parts(), ElementsAre(ElementsAre(0, 1, 2), ElementsAre(3, 4), ElementsAre(7),
                                      ElementsAre(10), ElementsAre(11, 12, 13), ElementsAre(14)));
-    EXPECT_EQ(series->recordsWritten(), 11U);
-    EXPECT_EQ(series->channelCounts().at(0).written, 11U);
+    EXPECT_EQ(series->getRecordsWritten(), 11U);
+    EXPECT_EQ(series->getChannelCounts().at(0).written, 11U);
     EXPECT_EQ(series->getPartCount(), 6U);
 }
 
@@ -90,7 +90,7 @@ TEST_F(RecordingSeriesTest, OnlyTheNewestAreKept) {
     write(9);
     series->close();
     EXPECT_THAT(parts(), ElementsAre(ElementsAre(6, 7), ElementsAre(8)));
-    EXPECT_EQ(series->recordsWritten(), 9U);
+    EXPECT_EQ(series->getRecordsWritten(), 9U);
 }
 
 TEST_F(RecordingSeriesTest, WhatFailsGoesOnInAnotherPartAndCountsWhatWasLost) {
@@ -103,7 +103,7 @@ TEST_F(RecordingSeriesTest, WhatFailsGoesOnInAnotherPartAndCountsWhatWasLost) {
                                                     HasSubstr("goes on in another file"))));
     EXPECT_THAT(flush(), IsEmpty()) << "told already";
     write(3);
-    EXPECT_EQ(series->recordsLost(), 3U);
+    EXPECT_EQ(series->getRecordsLost(), 3U);
     std::filesystem::create_directory(folder.path() / "d");
     EXPECT_THAT(flush(), ElementsAre(HasSubstr("Recording goes on, in")));
     write(1);
@@ -114,9 +114,9 @@ TEST_F(RecordingSeriesTest, WhatFailsGoesOnInAnotherPartAndCountsWhatWasLost) {
     write(1);
     series->close();
     EXPECT_THAT(parts(), ElementsAre(ElementsAre(7)));
-    EXPECT_EQ(series->recordsWritten(), 4U);
-    EXPECT_EQ(series->channelCounts().at(0).lost, 4U);
-    EXPECT_THAT(series->errorText(), HasSubstr("deleted"));
+    EXPECT_EQ(series->getRecordsWritten(), 4U);
+    EXPECT_EQ(series->getChannelCounts().at(0).lost, 4U);
+    EXPECT_THAT(series->getErrorText(), HasSubstr("deleted"));
 }
 
 TEST_F(RecordingSeriesTest, NothingIsWrittenWhileTheDiskHasTooLittle) {
@@ -126,9 +126,9 @@ TEST_F(RecordingSeriesTest, NothingIsWrittenWhileTheDiskHasTooLittle) {
     write(3);
     EXPECT_THAT(flush(), IsEmpty());
     series->close();
-    EXPECT_EQ(series->recordsWritten(), 2U);
-    EXPECT_EQ(series->recordsLost(), 3U);
-    EXPECT_TRUE(series->failed());
+    EXPECT_EQ(series->getRecordsWritten(), 2U);
+    EXPECT_EQ(series->getRecordsLost(), 3U);
+    EXPECT_TRUE(series->hasFailed());
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ class Recordings : public testing::Test {
     }
     /// What the file gained since the last call.
     std::string added() {
-        EXPECT_TRUE(recording->flush()) << recording->errorText();
+        EXPECT_TRUE(recording->flush()) << recording->getErrorText();
         const std::string all = contentOf(recording->path());
         return all.substr(std::exchange(seen, all.size()));
     }
@@ -77,7 +77,7 @@ TEST_F(Recordings, LyingLengthsAndSizesReadNothingOutsideTheRecord) {
         recording->write(0, messageTime, lin->data(), lin->size());
         recording->write(1, messageTime, can->data(), can->size());
         EXPECT_EQ(added(), "");
-        EXPECT_EQ(recording->recordsLost(), 2U);
+        EXPECT_EQ(recording->getRecordsLost(), 2U);
     }
     open("b.pcapng");
     recording->addChannel({"L", BusType::Lin});
