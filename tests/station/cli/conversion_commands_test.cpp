@@ -17,7 +17,7 @@ constexpr const char* csv =
     "18,\n"
     "2024-01-01T00:00:00.002000000Z,Technica CAN combo 0x10,CAN,0x142,0,8,02 00 00 00 16 17 18 "
     "19,\n";
-constexpr const char* dbc =
+constexpr const char* gearAndDoor =
     "BU_:\nBO_ 320 Gear: 8 E\n SG_ Shift : 32|8@1+ (0.5,0) [0|0] \"s\" E\n"
     "BO_ 321 Door: 8 E\n SG_ Open : 0|8@1+ (1,0) [0|0] \"\" E\n";
 
@@ -129,7 +129,7 @@ TEST_F(ConversionTest, WhatCannotBeConvertedIsRefused) {
 }
 
 TEST_F(ConversionTest, SignalsAreWrittenAndTheRestIsCounted) {
-    const std::string database = write("a.dbc", dbc);
+    const std::string database = write("a.dbc", gearAndDoor);
     const std::string out = path("signals.csv");
     const Answer table = call({"decode", recording, "--db", database, "--quiet"});
     EXPECT_EQ(table.code, 0);
