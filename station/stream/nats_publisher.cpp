@@ -201,24 +201,22 @@ NatsPublisher::Last& NatsPublisher::findLast(const std::string& subject) {
 }
 
 /// Whether it is to be sent. Those in front of the last one that names their session are presumed
-/// to be stored until that one is known to be ours. Of two sessions that are sent side by side it
-/// says so for one: of the other, what a killed station hadn't noted yet is sent again, and known
-/// by its identifiers.
+/// to be stored until that one is known to be ours.
 NatsPublisher::Way NatsPublisher::compareWithLast(const Batch& batch) {
     Last& last = findLast(batch.subject);
     const auto isPresumed = [&](const OnTheWay& other) {
         return other.way == Way::Presumed && other.subject == batch.subject;
     };
+    const bool isOurs = last.session == batch.session && batch.number <= last.number;
     const auto known = foreign.find(batch.subject);
-    if (last.message == nullptr || last.session != batch.session ||
-        (known != foreign.end() && known->second == last.sequence)) {
+    if (last.message == nullptr || (known != foreign.end() && known->second == last.sequence)) {
         return Way::Sent;
     }
-    if (batch.number < last.number) {
+    if (isOurs && batch.number < last.number) {
         return Way::Presumed;
     }
-    const bool isLast = batch.number == last.number && isSame(last.message.get(), batch.payload);
-    if (!isLast && (batch.number == last.number || std::ranges::any_of(onTheWay, isPresumed))) {
+    const bool isLast = isOurs && isSame(last.message.get(), batch.payload);
+    if (!isLast && (isOurs || std::ranges::any_of(onTheWay, isPresumed))) {
         distrust(batch.subject, last.sequence);
     }
     last = {};
@@ -240,8 +238,7 @@ bool NatsPublisher::publish(const Batch& batch) {
     std::size_t bytes = batch.payload.size();
     for (const OnTheWay& other : onTheWay) {
         bytes += other.payload.size();
-        if (other.subject == batch.subject &&
-            (other.way == Way::Sent || other.session != batch.session)) {
+        if (other.way == Way::Sent && other.subject == batch.subject) {
             return false;
         }
     }
@@ -252,7 +249,7 @@ bool NatsPublisher::publish(const Batch& batch) {
     if (way == Way::Sent) {
         send(batch);
     }
-    onTheWay.push_back({batch.subject, batch.session,
+    onTheWay.push_back({batch.subject,
                         way == Way::Sent ? batch.payload : std::vector<std::uint8_t>(),
                         Clock::now(), way});
     return true;

@@ -27,8 +27,7 @@ struct StreamRules {
 
 /// Publishes into a JetStream stream.
 ///
-/// Of each subject one batch is on its way at a time, and one of another session only when all in
-/// front of it are acknowledged. Two could be stored in the wrong order, or
+/// Of each subject one batch is on its way at a time. Two could be stored in the wrong order, or
 /// the second without the first: a disk that is full for a large one takes a small one, and a
 /// cluster that gets another leader may lose one of several. So the stream always has the first
 /// batches of a subject, and after `open` its last one says which are stored: also after hours,
@@ -60,7 +59,6 @@ class NatsPublisher final : public Publisher {
     enum class Way : std::uint8_t { Sent, Presumed, Stored };
     struct OnTheWay {
         std::string subject;
-        std::string session;
         std::vector<std::uint8_t> payload;  ///< of one that was sent
         Clock::time_point since;
         Way way;

@@ -20,6 +20,7 @@ constexpr auto shortestPause = 100ms;
 constexpr auto longestPause = 2000ms;
 constexpr auto idlePause = 50ms;
 constexpr auto beatPeriod = 2s;
+constexpr auto notePeriod = 1s;
 constexpr auto endPatience = 3s;
 
 }  // namespace
@@ -43,6 +44,7 @@ struct Sender::Shared {
             pause = std::min<std::chrono::milliseconds>(2 * pause, longestPause);
         }
         publisher->close();
+        spool->saveNote();
         const LockGuard guard(lock);
         isOver = true;
         changed.notify_all();
@@ -54,36 +56,19 @@ struct Sender::Shared {
             Spool::Place end;
             std::uint64_t messages;
         };
-        struct Lane {
-            Spool::Reader reader;
-            Batch next = {};
-            bool hasNext = false;
-        };
-        // The engine takes few batches at a time: live ones go first.
-        Lane lanes[] = {{spool->startReading(Spool::Lane::Live)},
-                        {spool->startReading(Spool::Lane::Earlier)}};
-        const auto hasNext = [&](Lane& lane) {
-            return lane.hasNext = lane.hasNext || spool->read(lane.reader, lane.next);
-        };
         std::deque<OnTheWay> onTheWay;
         std::uint64_t acknowledged = 0;
         std::uint64_t messages = 0;
-        const auto publishNext = [&] {
-            for (Lane& lane : lanes) {
-                if (hasNext(lane) && publisher->publish(lane.next)) {
-                    lane.hasNext = false;
-                    onTheWay.push_back({lane.reader.getPlace(), lane.next.messages});
-                    noteOnTheWay(messages += lane.next.messages);
-                    return true;
-                }
-            }
-            return false;
-        };
+        Spool::Place place = spool->start();
+        Batch next;
+        bool hasNext = false;
         bool isWell = false;
-        bool isNoted = true;
         nextBeat = Clock::now();
         while (!isEnding) {
-            while (publishNext()) {
+            while ((hasNext = hasNext || spool->read(place, next)) && publisher->publish(next)) {
+                hasNext = false;
+                onTheWay.push_back({place, next.messages});
+                noteOnTheWay(messages += next.messages);
             }
             if (onTheWay.empty()) {
                 spool->waitForMore(idlePause);
@@ -96,16 +81,9 @@ struct Sender::Shared {
                 noteOnTheWay(messages -= stored.messages);
                 onTheWay.pop_front();
                 pause = shortestPause;
-                isNoted = false;
-            }
-            // Before more is published: what is in the stream and not noted is of one session then.
-            if (!isNoted) {
-                isNoted = true;
-                saveNote();
             }
             // An engine that can be reached may refuse what it is given.
-            if (!isWell && (acknowledged != 0 ||
-                            (onTheWay.empty() && std::ranges::none_of(lanes, &Lane::hasNext)))) {
+            if (!isWell && (acknowledged != 0 || (onTheWay.empty() && !hasNext))) {
                 isWell = true;
                 noteWell();
             }
@@ -114,17 +92,17 @@ struct Sender::Shared {
         lookAround();
     }
 
-    void saveNote() CMP_EXCLUDES(lock) {
-        if (!spool->saveNote() && !std::exchange(isNoteFailureReported, true)) {
-            report(
-                "the stream's spool: its note of what is acknowledged can't be written: after "
-                "the next start more is sent again, which the broker knows; make room");
-        }
-    }
-
     /// What is to be done now and then.
     void lookAround() CMP_EXCLUDES(lock) {
         const auto now = Clock::now();
+        if (now >= nextNote) {
+            nextNote = now + notePeriod;
+            if (!spool->saveNote() && !std::exchange(isNoteFailureReported, true)) {
+                report(
+                    "the stream's spool: its note of what is acknowledged can't be written: after "
+                    "the next start more is sent again, which the broker knows; make room");
+            }
+        }
         if (beat && (isEnding || now >= nextBeat)) {
             nextBeat = now + beatPeriod;
             State latest;
@@ -174,6 +152,7 @@ struct Sender::Shared {
     const Beat beat;
 
     // The thread's own.
+    Clock::time_point nextNote;
     Clock::time_point nextBeat;
     bool isNoteFailureReported = false;
 

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,9 +12,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
-#include <limits>
-#include <set>
 #include <span>
 #include <system_error>
 #include <utility>
@@ -30,7 +26,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* partEnding = ".pcapng";
 constexpr const char* lockName = "lock";
-constexpr const char* noteName = "acknowledged";
 
 }  // namespace
 
@@ -104,48 +99,46 @@ void Spool::noteStation(const std::string& stationToken) {
     }
 }
 
-/// A line for each measurement: its last part of which something is acknowledged, and up to where.
 void Spool::readNote() {
-    const fs::path path = folder / noteName;
-    std::ifstream file(path);
+    std::ifstream file(folder / "acknowledged");
     std::string name;
-    const LockGuard guard(lock);
-    for (std::uint64_t offset = 0; file >> name >> offset;) {
+    std::uint64_t offset = 0;
+    if (file >> name >> offset) {
         if (const auto key = keyOf(name)) {
-            noted[key->measurement] = {*key, offset};
-            progress[key->measurement] = {{*key, offset}, 0};
-            latestMeasurement = std::max(latestMeasurement, key->measurement);
+            noted = {*key, offset};
         }
     }
-    noteFile = Descriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
-    struct stat status {};
-    if (!noteFile.isOpen() || ::fstat(noteFile.get(), &status) != 0) {
-        throw UserError(
-            fmt::format("--spool: {} can't be written: {}", path.string(), std::strerror(errno)));
-    }
-    noteSize = static_cast<std::size_t>(status.st_size);
+    const LockGuard guard(lock);
+    acknowledgedUpTo = noted;
+    latestMeasurement = noted.part.measurement;
 }
 
-/// In one call and over what is there: it costs little enough to be done for each batch, needs no
-/// room on a full disk, and a process that is killed leaves the old note or the new one.
 bool Spool::saveNote() {
-    std::string note;
+    Place place;
     {
         const LockGuard guard(lock);
-        for (const auto& [measurement, latest] : progress) {
-            note += fmt::format("{:08}-acknowledged-{:04}{} {}\n", measurement,
-                                latest.place.part.part, partEnding, latest.place.offset);
+        place = acknowledgedUpTo;
+    }
+    if (place.part == Key()) {
+        return true;
+    }
+    const fs::path path = folder / "acknowledged";
+    const fs::path next = folder / "acknowledged.new";
+    {
+        std::ofstream file(next, std::ios::trunc);
+        file << fmt::format("{:08}-acknowledged-{:04}{} {}\n", place.part.measurement,
+                            place.part.part, partEnding, place.offset);
+        if (!file.flush()) {
+            return false;
         }
     }
-    noteSize = std::max(noteSize, note.size());
-    note.resize(noteSize, '\n');
-    return ::pwrite(noteFile.get(), note.data(), note.size(), 0) ==
-           static_cast<ssize_t>(note.size());
+    std::error_code failure;
+    fs::rename(next, path, failure);
+    return !failure;
 }
 
 void Spool::findParts() {
     std::error_code failure;
-    std::set<std::uint64_t> present;
     const LockGuard guard(lock);
     for (const auto& entry : fs::directory_iterator(folder, failure)) {
         const auto key = keyOf(entry.path());
@@ -163,24 +156,15 @@ void Spool::findParts() {
                 fmt::format("{} is no part of a spool, and is left alone", entry.path().string()));
             continue;
         }
-        present.insert(key->measurement);
-        const Place done = progressOf(*key).place;
-        if (*key < done.part || (*key == done.part && bytes <= done.offset)) {
-            std::error_code ignored;  // then it is tried again at the next start
-            fs::remove(entry.path(), ignored);
+        if (*key < noted.part || bytes <= startOf(*key)) {
+            fs::remove(entry.path(), failure);
         } else {
-            parts[*key] = {entry.path(), bytes, std::nullopt, true};
+            parts[*key] = {entry.path(), bytes, std::nullopt, true, true};
         }
     }
     if (failure) {
         throw UserError(
             fmt::format("--spool: {} can't be read: {}", folder.string(), failure.message()));
-    }
-    firstLive = latestMeasurement + 1;
-    // The note would grow for ever. The latest one stays, so that no number is given again.
-    for (auto entry = progress.begin(); entry != progress.end();) {
-        const bool isNeeded = entry->first == latestMeasurement || present.contains(entry->first);
-        entry = isNeeded ? std::next(entry) : progress.erase(entry);
     }
 }
 
@@ -226,8 +210,8 @@ void Spool::closePart(const std::string& path) {
         found->second.isClosed = true;
         hasMore = true;
         changed.notify_all();
-        const Place done = progressOf(key).place;
-        const bool isDone = done.part == key && done.offset >= found->second.bytes;
+        const bool isDone =
+            acknowledgedUpTo.part == key && acknowledgedUpTo.offset >= found->second.bytes;
         if (found->second.bytes != 0 && !isDone) {
             return;
         }
@@ -244,14 +228,9 @@ std::uint64_t Spool::sumBytes() const {
     return sum;
 }
 
-Spool::Key Spool::firstOf(Lane lane) const {
-    return lane == Lane::Live ? Key{firstLive, 0} : Key();
-}
-
-/// Of the part's measurement: nothing if that has none.
-Spool::Progress Spool::progressOf(const Key& key) const {
-    const auto found = progress.find(key.measurement);
-    return found != progress.end() ? found->second : Progress();
+/// Where what isn't acknowledged begins in it.
+std::uint64_t Spool::startOf(const Key& key) const {
+    return key == acknowledgedUpTo.part ? acknowledgedUpTo.offset : 0;
 }
 
 void Spool::dropOldest() {
@@ -266,8 +245,7 @@ void Spool::dropOldest() {
             }
             key = parts.begin()->first;
             part = parts.begin()->second;
-            const Progress done = progressOf(key);
-            acknowledged = key == done.place.part ? done.messages : 0;
+            acknowledged = key == acknowledgedUpTo.part ? acknowledgedOfPart : 0;
             parts.erase(parts.begin());
         }
         const std::uint64_t messages = part.messages ? *part.messages : countMessages(key, part);
@@ -280,9 +258,7 @@ void Spool::dropOldest() {
 /// Those that weren't acknowledged when the spool was opened.
 std::uint64_t Spool::countMessages(const Key& key, const Part& part) const {
     const Descriptor file = openForReading(part.path);
-    const auto known = noted.find(key.measurement);
-    std::uint64_t offset =
-        known != noted.end() && known->second.part == key ? known->second.offset : 0;
+    std::uint64_t offset = key == noted.part ? noted.offset : 0;
     std::uint64_t messages = 0;
     int failure = 0;
     while (const auto found = findBatch(file, offset, part.bytes, failure)) {
@@ -314,59 +290,54 @@ void Spool::countOld() {
     }
 }
 
-Spool::Reader Spool::startReading(Lane lane) const {
+Spool::Place Spool::start() {
     const LockGuard guard(lock);
-    Reader reader;
-    reader.place.part = firstOf(lane);
-    reader.end = lane == Lane::Live ? Key{std::numeric_limits<std::uint64_t>::max(), 0}
-                                    : firstOf(Lane::Live);
-    return reader;
+    readKey = acknowledgedUpTo.part;
+    readFile = Descriptor();
+    readMessages = acknowledgedOfPart;
+    return acknowledgedUpTo;
 }
 
-bool Spool::read(Reader& reader, Batch& batch) {
-    Place& place = reader.place;
+bool Spool::read(Place& place, Batch& batch) {
     for (;;) {
         Part part;
-        Progress done;
         {
             const LockGuard guard(lock);
             const auto found = parts.lower_bound(place.part);
-            if (found == parts.end() || found->first >= reader.end) {
+            if (found == parts.end()) {
                 return false;
             }
-            done = progressOf(found->first);
             if (found->first != place.part) {
-                place = {found->first, found->first == done.place.part ? done.place.offset : 0};
+                place = {found->first, startOf(found->first)};
             }
             part = found->second;
         }
-        if (reader.fileKey != place.part) {
-            reader.file = Descriptor();
-            reader.fileKey = place.part;
-            reader.messages = place.part == done.place.part ? done.messages : 0;
+        if (readKey != place.part) {
+            readFile = Descriptor();
+            readKey = place.part;
+            readMessages = 0;
         }
         if (place.offset >= part.bytes) {
             if (!part.isClosed) {
                 return false;
             }
-            noteAllRead(place.part, reader.messages);
+            noteAllRead(place.part);
             ++place.part.part;
             place.offset = 0;
             continue;
         }
-        if (!reader.file.isOpen()) {
-            reader.file = openForReading(part.path);
+        if (!readFile.isOpen()) {
+            readFile = openForReading(part.path);
         }
-        int failure = reader.file.isOpen() ? 0 : errno;
+        int failure = readFile.isOpen() ? 0 : errno;
         std::uint64_t at = place.offset;
-        auto found = failure == 0 ? findBatch(reader.file, at, part.bytes, failure) : std::nullopt;
+        auto found = failure == 0 ? findBatch(readFile, at, part.bytes, failure) : std::nullopt;
         if (found) {
             found->batch.payload.resize(found->size);
             std::span<std::uint8_t> payload = found->batch.payload;
-            failure = readAt(reader.file, at, payload);
+            failure = readAt(readFile, at, payload);
         }
         if (failure != 0) {
-            reader.file = Descriptor();
             noteUnreadable(part.path, failure);
             return false;
         }
@@ -376,7 +347,7 @@ bool Spool::read(Reader& reader, Batch& batch) {
         place.offset = at;
         if (found) {
             batch = std::move(found->batch);
-            reader.messages += batch.messages;
+            readMessages += batch.messages;
             place.offset += found->size;
             return true;
         }
@@ -385,6 +356,7 @@ bool Spool::read(Reader& reader, Batch& batch) {
 
 /// What can't be read now may be read later: nothing is given up for it.
 void Spool::noteUnreadable(const fs::path& path, int errorNumber) {
+    readFile = Descriptor();
     const LockGuard guard(lock);
     if (std::exchange(unreadable, path) != path) {
         texts.push_back(fmt::format("the stream's spool: {} can't be read: {}; it is tried again",
@@ -407,11 +379,10 @@ void Spool::noteDamage(const Place& from, std::uint64_t to) {
                         to - from.offset, found->second.path.filename().string(), from.offset));
         Part& part = found->second;
         if (to < part.bytes) {
-            lostMessages += from.part.measurement < firstLive ? 1 : 0;  // at least
+            lostMessages += part.isOld ? 1 : 0;  // at least
         } else if (part.isClosed) {
             part.bytes = from.offset;
-            const Place known = progressOf(from.part).place;
-            if (known.part == from.part && known.offset >= part.bytes) {
+            if (acknowledgedUpTo.part == from.part && acknowledgedUpTo.offset >= part.bytes) {
                 done = part.path;
                 parts.erase(found);
             }
@@ -423,13 +394,13 @@ void Spool::noteDamage(const Place& from, std::uint64_t to) {
 }
 
 /// What a part of this run had, and couldn't be read, is lost.
-void Spool::noteAllRead(const Key& key, std::uint64_t messages) {
+void Spool::noteAllRead(const Key& key) {
     const LockGuard guard(lock);
     const auto found = parts.find(key);
     if (found != parts.end() && found->second.messages) {
-        std::uint64_t& had = *found->second.messages;
-        lostMessages += had - std::min(had, messages);
-        had = std::min(had, messages);
+        std::uint64_t& messages = *found->second.messages;
+        lostMessages += messages - std::min(messages, readMessages);
+        messages = std::min(messages, readMessages);
     }
 }
 
@@ -442,16 +413,18 @@ void Spool::acknowledge(const Place& end, std::uint64_t messages) {
             // It was on its way when its part had to go.
             lostMessages -= std::min(lostMessages, messages);
         }
-        Progress& latest = progress[end.part.measurement];
-        latest.messages = messages + (latest.place.part == end.part ? latest.messages : 0);
-        latest.place = end;
-        const bool isLive = end.part.measurement >= firstLive;
-        auto next = parts.lower_bound(firstOf(isLive ? Lane::Live : Lane::Earlier));
-        while (next != parts.end() && next->second.isClosed &&
-               (next->first < end.part ||
-                (next->first == end.part && end.offset >= next->second.bytes))) {
-            done.push_back(next->second.path);
-            next = parts.erase(next);
+        if (acknowledgedUpTo.part != end.part) {
+            acknowledgedOfPart = 0;
+        }
+        acknowledgedOfPart += messages;
+        acknowledgedUpTo = end;
+        while (!parts.empty()) {
+            const auto& [key, part] = *parts.begin();
+            if (!part.isClosed || key > end.part || (key == end.part && end.offset < part.bytes)) {
+                break;
+            }
+            done.push_back(part.path);
+            parts.erase(parts.begin());
         }
     }
     for (const fs::path& path : done) {
@@ -481,11 +454,9 @@ Spool::Counts Spool::getCounts() const {
     const LockGuard guard(lock);
     Counts counts;
     for (const auto& [key, part] : parts) {
-        const Progress known = progressOf(key);
-        const bool isBegun = known.place.part == key;
-        const std::uint64_t before = isBegun ? known.messages : 0;
+        const std::uint64_t before = key == acknowledgedUpTo.part ? acknowledgedOfPart : 0;
         counts.messages += part.messages.value_or(before) - before;
-        counts.bytes += part.bytes - std::min(part.bytes, isBegun ? known.place.offset : 0);
+        counts.bytes += part.bytes - std::min(part.bytes, startOf(key));
     }
     counts.acknowledged = acknowledgedMessages;
     counts.lost = lostMessages;

@@ -17,13 +17,11 @@
 namespace station {
 
 /// A folder with the batches that aren't acknowledged: parts, each a file of batches one behind the
-/// other, and a note of how far those of each measurement are acknowledged.
+/// other, and a note of how far the oldest of them is acknowledged.
 ///
 /// A thread that records adds to the end (`addPart` to `closePart`), another one takes from the
-/// beginning (`read`, `acknowledge`, `saveNote`): what this run adds, and beside it what earlier
-/// runs have left, so that live messages don't wait for those. Both share the list of parts under a
-/// lock that is held for no access to the disk once this is made. The folder is locked against
-/// another program.
+/// beginning (`read`, `acknowledge`, `saveNote`). They share the list of parts under a lock that is
+/// held for no access to the disk once this is made. The folder is locked against another program.
 ///
 /// When the parts take more than the limit, the oldest of them goes, but for the one that is being
 /// written; what it had is counted.
@@ -39,23 +37,6 @@ class Spool {
     struct Place {
         Key part;
         std::uint64_t offset = 0;
-    };
-    enum class Lane : std::uint8_t {
-        Live,
-        Earlier
-    };  ///< what this run adds; what was there before
-    /// Reads the batches of a lane one behind the other. The other thread's own.
-    class Reader {
-      public:
-        const Place& getPlace() const { return place; }
-
-      private:
-        friend Spool;
-        Key end;      ///< of the lane
-        Place place;  ///< behind what was read
-        Descriptor file;
-        Key fileKey;
-        std::uint64_t messages = 0;  ///< read of that file, those included that were acknowledged
     };
     struct Counts {
         std::uint64_t messages = 0;      ///< that are not acknowledged
@@ -89,15 +70,15 @@ class Spool {
 
     /// Counts the messages of parts that were there before: reads the headers of all batches.
     void countOld() CMP_EXCLUDES(lock);
-    /// Begins behind what is acknowledged.
-    Reader startReading(Lane lane) const CMP_EXCLUDES(lock);
-    /// The next batch, or the oldest if that is gone. False if there is none yet. What can't be
-    /// read is left out, said, and counted if it was known.
-    bool read(Reader& reader, Batch& batch) CMP_EXCLUDES(lock);
-    /// All of its measurement, and of earlier ones in its lane, up to there; the batch that ends
-    /// there had so many messages. Parts that aren't needed any more are removed.
+    /// Behind what is acknowledged: to be read from there.
+    Place start() CMP_EXCLUDES(lock);
+    /// The batch behind `place`, or the oldest if that is gone, and goes on to its end. False if
+    /// there is none yet. What can't be read is left out, said, and counted if it was known.
+    bool read(Place& place, Batch& batch) CMP_EXCLUDES(lock);
+    /// All up to there; the batch that ends there had so many messages. Parts that aren't needed
+    /// any more are removed.
     void acknowledge(const Place& end, std::uint64_t messages) CMP_EXCLUDES(lock);
-    /// Notes what is acknowledged: a next run begins there. False: it can't be written.
+    /// So that a next run begins there; a killed one may begin earlier. False: it can't be written.
     bool saveNote() CMP_EXCLUDES(lock);
     /// Until more was added since the last call, for that long at most.
     void waitForMore(std::chrono::milliseconds patience) CMP_EXCLUDES(lock);
@@ -114,11 +95,7 @@ class Spool {
         std::uint64_t bytes = 0;
         std::optional<std::uint64_t> messages;  ///< not acknowledged when it was added
         bool isClosed = true;
-    };
-    /// How far a measurement is.
-    struct Progress {
-        Place place;
-        std::uint64_t messages = 0;  ///< of that part, since this was made
+        bool isOld = false;  ///< of an earlier run
     };
 
     static std::optional<Key> keyOf(const std::filesystem::path& path);
@@ -131,25 +108,26 @@ class Spool {
     void dropOldest() CMP_EXCLUDES(lock);
     void noteUnreadable(const std::filesystem::path& path, int errorNumber) CMP_EXCLUDES(lock);
     void noteDamage(const Place& from, std::uint64_t to) CMP_EXCLUDES(lock);
-    void noteAllRead(const Key& key, std::uint64_t messages) CMP_EXCLUDES(lock);
+    void noteAllRead(const Key& key) CMP_EXCLUDES(lock);
     void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
-    Key firstOf(Lane lane) const;
-    Progress progressOf(const Key& key) const CMP_REQUIRES(lock);
+    std::uint64_t startOf(const Key& key) const CMP_REQUIRES(lock);
 
     const std::filesystem::path folder;
     const std::uint64_t limit;
     Descriptor lockFile;
-    Descriptor noteFile;
-    std::size_t noteSize = 0;
     std::uint64_t latestMeasurement = 0;
-    std::uint64_t firstLive = 0;           ///< measurement of this run; constant, as the next one
-    std::map<std::uint64_t, Place> noted;  ///< by measurement: of the note that was found
+    Place noted;  ///< of the note that was found; constant after construction
+
+    Descriptor readFile;             ///< these are the other thread's own
+    Key readKey;                     ///< of that file
+    std::uint64_t readMessages = 0;  ///< of it, those included that were acknowledged
 
     mutable Mutex lock;
     std::condition_variable_any changed;
     bool hasMore CMP_GUARDED_BY(lock) = false;
     std::map<Key, Part> parts CMP_GUARDED_BY(lock);
-    std::map<std::uint64_t, Progress> progress CMP_GUARDED_BY(lock);  ///< by measurement
+    Place acknowledgedUpTo CMP_GUARDED_BY(lock);
+    std::uint64_t acknowledgedOfPart CMP_GUARDED_BY(lock) = 0;  ///< messages, since it was made
     std::uint64_t acknowledgedMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostReported CMP_GUARDED_BY(lock) = 0;

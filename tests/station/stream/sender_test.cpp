@@ -1,8 +1,5 @@
 #include "station/stream/sender.h"
 
-#include <algorithm>
-#include <atomic>
-#include <optional>
 #include <thread>
 
 #include "host/bus_record.h"
@@ -21,11 +18,7 @@ using namespace std::chrono_literals;
 /// identifiers.
 class SpoolTest : public ::testing::Test {
   protected:
-    /// Once the thread of a sender that was there has gone.
     void openSpool() {
-        while (spool.use_count() > 1) {
-            std::this_thread::sleep_for(1ms);
-        }
         spool.reset();
         spool = std::make_shared<Spool>(folder.path() / "spool", "bench", 1U << 30U);
     }
@@ -81,11 +74,11 @@ TEST_F(SpoolTest, WhateverIsInItsFilesWholeBatchesInFrontAreReadAndNothingElse) 
         std::ofstream(partPath, std::ios::trunc) << bytes;
         openSpool();
         spool->countOld();
-        Spool::Reader reader = spool->startReading(Spool::Lane::Earlier);
+        Spool::Place place;
         Batch batch;
         std::size_t found = 0;
         std::size_t position = 0;
-        for (; spool->read(reader, batch); ++found, position += batch.payload.size()) {
+        for (; spool->read(place, batch); ++found, position += batch.payload.size()) {
             EXPECT_LE(batch.payload.size(), bytes.size());
         }
         EXPECT_GE(found, changedAt >= whole.size() / 2 ? 1U : 0U) << changedAt;
@@ -109,79 +102,6 @@ TEST_F(SpoolTest, IsOneStationsAndOneProgramsAtATime) {
     record(1);
     spool.reset();
     EXPECT_THROW(Spool(folder.path() / "spool", "other", 1U << 30U), UserError);
-}
-
-/// Stores one batch at a time, so many in all.
-class FakePublisher final : public Publisher {
-  public:
-    explicit FakePublisher(std::size_t mostStored) : most(mostStored) {}
-    void open() override { begun = stored.size(); }
-    bool publish(const Batch& batch) override {
-        if (onTheWay) {
-            return false;
-        }
-        onTheWay = batch.getIdentifier();
-        return true;
-    }
-    std::uint64_t getAcknowledged(std::chrono::milliseconds) override {
-        if (onTheWay && stored.size() < most) {
-            stored.push_back(*std::exchange(onTheWay, std::nullopt));
-            isFull = stored.size() == most;
-        }
-        return stored.size() - begun;
-    }
-    void close() override {}
-
-    std::vector<std::string> stored;  ///< once `isFull`
-    std::atomic<bool> isFull = false;
-
-  private:
-    const std::size_t most;
-    std::size_t begun = 0;
-    std::optional<std::string> onTheWay;
-};
-
-TEST_F(SpoolTest, LiveBatchesDontWaitForThoseOfEarlierRunsAndEachIsSentOnceOverRestarts) {
-    const auto send = [&](std::size_t most) {
-        const auto publisher = std::make_shared<FakePublisher>(most);
-        Sender sender(spool, publisher);
-        for (int rest = 600; rest-- > 0 && !publisher->isFull;) {
-            std::this_thread::sleep_for(50ms);
-        }
-        sender.end();
-        return publisher->stored;
-    };
-    const auto named = [](const std::string& session, int from, int to) {
-        std::vector<std::string> all;
-        for (int number = from; number <= to; ++number) {
-            all.push_back(session + "/cmp.bench/" + std::to_string(number));
-        }
-        return all;
-    };
-    const auto expect = [](const std::vector<std::string>& found, auto... parts) {
-        std::vector<std::string> all;
-        (all.insert(all.end(), parts.begin(), parts.end()), ...);
-        EXPECT_EQ(found, all);
-    };
-    openSpool();
-    record(4);  // session s0
-    openSpool();
-    record(3);  // s400
-    expect(send(5), named("s400", 1, 3), named("s0", 1, 2));
-    EXPECT_EQ(spool->getCounts().messages, 200U);
-    record(2);  // s700, another measurement of the same run
-    expect(send(1), named("s700", 1, 1));
-    openSpool();
-    spool->countOld();
-    EXPECT_EQ(spool->getCounts().messages, 300U);
-    record(1);  // s900
-    expect(send(4), named("s900", 1, 1), named("s0", 3, 4), named("s700", 2, 2));
-    EXPECT_EQ(spool->getCounts().messages, 0U);
-    EXPECT_EQ(spool->getCounts().acknowledged, 400U);
-    openSpool();
-    EXPECT_TRUE(std::ranges::none_of(
-        std::filesystem::directory_iterator(spool->getFolder()),
-        [](const auto& entry) { return entry.path().extension() == ".pcapng"; }));
 }
 
 #ifndef CMP_THREAD_SANITIZER  // that of clang 14 ends in threads of C11, which librdkafka has
