@@ -38,25 +38,24 @@ QPalette markedPalette() {
 }
 
 TEST_F(LivePanelTest, RowsAreSortedByWhateverAColumnShows) {
-    // Each has another order in every column.
-    can(0x100, 5, 0, 1);
-    can(0x200, 4, 0, 2);
-    can(0x400, 3, 0, 9);
-    can(0x400, 3, 300'000'000, 9);
-    for (const std::int64_t time : {100'000'000, 250'000'000, 450'000'000}) {
-        can(0x200, 4, time, 2);
-    }
-    for (const std::int64_t time : {150'000'000, 200'000'000}) {
-        can(0x100, 5, time, 1);
-    }
+    // Next to no two columns have the same order.
+    const auto send = [&](std::uint32_t id, std::uint8_t first, std::uint8_t length,
+                          std::initializer_list<int> milliseconds) {
+        for (const int time : milliseconds) {
+            can(id, first, time * 1'000'000LL, length);
+        }
+    };
+    send(0x400, 3, 9, {0, 300, 370, 490});
+    send(0x200, 4, 2, {0, 100, 250, 350, 550});
+    send(0x100, 5, 1, {0, 50, 200});
     using Model = IdentifierModel;
-    EXPECT_TRUE(waitFor("Front (CAN FD) 9: 100=3 200=4 400=2|Door (LIN) 0:|"));
+    EXPECT_TRUE(waitFor("Front (CAN FD) 12: 100=3 200=5 400=4|Door (LIN) 0:|"));
     EXPECT_TRUE(QTest::qWaitFor(
         [&] { return shown(Model::Rate).find("400=0") == std::string::npos; }, 10000));
     const std::pair<int, const char*> ascending[] = {
-        {Model::Name, "100 200 400"},       {Model::Messages, "400 100 200"},
-        {Model::Rate, "400 100 200"},       {Model::Cycle, "100 200 400"},
-        {Model::LeastCycle, "100 200 400"}, {Model::MostCycle, "100 200 400"},
+        {Model::Name, "100 200 400"},       {Model::Messages, "100 400 200"},
+        {Model::Rate, "100 400 200"},       {Model::Cycle, "400 100 200"},
+        {Model::LeastCycle, "100 400 200"}, {Model::MostCycle, "100 200 400"},
         {Model::Age, "200 400 100"},        {Model::Length, "100 200 400"},
         {Model::Data, "400 200 100"},       {Model::Time, "100 400 200"}};
     const auto front = [&] {  // channels are sorted, too
@@ -85,7 +84,7 @@ TEST_F(LivePanelTest, RowsAreSortedByWhateverAColumnShows) {
                 << "of column " << column;
         }
     }
-    EXPECT_THAT(shown(Model::LeastCycle), HasSubstr("100=50.000 400=300.000 200=100.000"));
+    EXPECT_THAT(shown(Model::LeastCycle), HasSubstr("100=50.000 400=70.000 200=100.000"));
     EXPECT_THAT(shown(Model::MostCycle), HasSubstr("100=150.000 400=300.000 200=200.000"));
     tree.sortByColumn(Model::Flags, Qt::AscendingOrder);
     EXPECT_EQ(order().substr(8), "400") << "the one with FD";

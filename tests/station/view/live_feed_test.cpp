@@ -98,6 +98,9 @@ TEST_F(LiveFeedTest, EachIdentifierHasItsCountCycleAndTheBytesThatChangedLately)
     refresh();
     EXPECT_EQ(feed.getIdentifiers().getRows()[0].changed, 0U);
     EXPECT_EQ(feed.getIdentifiers().getRows()[0].traffic.getRate(), 0.0);
+    can(0x18DA00F1, 6, {0});
+    refresh();
+    EXPECT_EQ(feed.getIdentifiers().getRows()[1].changed, 1U) << "it is longer";
     const auto generation = feed.getGeneration();
     feed.clear();
     refresh();
