@@ -42,9 +42,10 @@ WireBits WireBits::ofCan(bool isExtended, std::size_t length) {
     // Stuff count and checksum have fixed stuff bits: in front, and behind each four bits.
     constexpr std::size_t mostOfShortChecksum = 16;
     const std::size_t checked = 4 + (frameLength(length) <= mostOfShortChecksum ? 17U : 21U);
-    const auto checkBits = static_cast<double>(checked + 1 + checked / 4);
+    const std::size_t checkBits = checked + 1 + checked / 4;
     // ESI and length code in front; behind, the delimiter of the checksum.
-    return {withStuffBits(head) + end, withStuffBits(1 + 4 + dataBits) + checkBits + 1};
+    return {withStuffBits(head) + end,
+            withStuffBits(1 + 4 + dataBits) + static_cast<double>(checkBits) + 1};
 }
 
 WireBits WireBits::ofLin(std::size_t length) {
