@@ -31,11 +31,16 @@ class MessageChunk {
     }
     /// There must be room for it.
     void append(const Head& head, const void* record) {
-        const std::size_t kept = keptOf(record, head.size);
+        Head stored = head;
+        std::size_t kept = shortened(record, head.size);
+        if (kept == 0) {
+            kept = head.size;
+            stored.size |= isWhole;
+        }
         std::uint8_t* const to = bytes.get() + used;
-        std::memcpy(to, &head, sizeof head);
-        copy(to + sizeof head, record, kept);
-        used += sizeof head + kept;
+        std::memcpy(to, &stored, sizeof stored);
+        copy(to + sizeof stored, record, kept);
+        used += sizeof stored + kept;
         ++count;
         earliest = std::min(earliest, head.utcNanoseconds);
     }
@@ -57,15 +62,33 @@ class MessageChunk {
 
     static constexpr std::size_t word = sizeof(std::uint64_t);
 
-    /// How many bytes of the record, from its start.
-    static std::size_t keptOf(const void* record, std::size_t size) {
-        if (size != sizeof(CanFrame)) {
-            return size;
-        }
-        const std::size_t length =
-            static_cast<const std::uint8_t*>(record)[offsetof(CanFrame, length)];
+    /// In the size of a head in here: all of the record is kept.
+    static constexpr std::uint32_t isWhole = 0x80000000;
+
+    static std::size_t wordsOf(std::size_t length) {
         return offsetof(CanFrame, data) +
                (std::min(length, CanFrame::mostData) + word - 1) / word * word;
+    }
+    /// How many bytes of the record, from its start, are enough, as what follows is zero; 0 if it
+    /// isn't one of CAN, for an Ethernet frame may be as long.
+    static std::size_t shortened(const void* record, std::size_t size) {
+        const auto* const from = static_cast<const std::uint8_t*>(record);
+        if (size != sizeof(CanFrame)) {
+            return 0;
+        }
+        const std::size_t kept = wordsOf(from[offsetof(CanFrame, length)]);
+        std::uint64_t behind = 0;
+        for (std::size_t at = kept; at < size; at += word) {
+            std::uint64_t next = 0;
+            std::memcpy(&next, from + at, word);
+            behind |= next;
+        }
+        return behind == 0 ? kept : 0;
+    }
+    /// Of a record in here.
+    static std::size_t keptOf(const std::uint8_t* kept, std::uint32_t storedSize) {
+        return (storedSize & isWhole) != 0 ? storedSize & ~isWhole
+                                           : wordsOf(kept[offsetof(CanFrame, length)]);
     }
     /// A CAN record, as whole words, without a call.
     static void copy(std::uint8_t* to, const void* from, std::size_t size) {
@@ -135,11 +158,11 @@ class TimeMerge {
     /// A record as it was, with the zeros that aren't kept.
     class WholeRecord {
       public:
-        const std::uint8_t* get(const std::uint8_t* kept, std::size_t size) {
-            if (size != sizeof(CanFrame)) {
+        const std::uint8_t* get(const std::uint8_t* kept, std::uint32_t storedSize) {
+            if ((storedSize & MessageChunk::isWhole) != 0) {
                 return kept;
             }
-            const std::size_t keptSize = MessageChunk::keptOf(kept, size);
+            const std::size_t keptSize = MessageChunk::keptOf(kept, storedSize);
             MessageChunk::copy(bytes.data(), kept, keptSize);
             if (used > keptSize) {
                 std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(keptSize),
@@ -198,8 +221,10 @@ void TimeMerge::release(std::int64_t horizon, Sink&& sink) {
         const Entry entry = batch[i];
         late += entry.time < latest ? 1 : 0;
         latest = std::max(latest, entry.time);
-        const Head head = headAt(entry.at);
-        sink(head, whole.get(entry.at + sizeof head, head.size));
+        Head head = headAt(entry.at);
+        const std::uint8_t* const record = whole.get(entry.at + sizeof head, head.size);
+        head.size &= ~MessageChunk::isWhole;
+        sink(head, record);
     }
     dropChunks();
 }

@@ -12,12 +12,13 @@ using Message = std::tuple<std::int64_t, std::uint32_t, std::uint32_t>;  // time
 /// Messages of many channels by random steps, each a record of its number and of random size.
 class TimeMergeTest : public ::testing::Test {
   protected:
-    /// Of CAN with 0 to 64 data bytes, or of LIN.
+    /// Of CAN with 0 to 64 data bytes, or of LIN; some are only as long as one of CAN.
     static std::array<std::uint8_t, 72> recordOf(std::uint32_t number, std::uint32_t size) {
         std::array<std::uint8_t, 72> record{};
         std::memcpy(record.data(), &number, sizeof number);
         record[7] = size == 72 ? static_cast<std::uint8_t>(number % 65) : 0;
         std::fill_n(record.begin() + 8, record[7], static_cast<std::uint8_t>(number | 1U));
+        record[71] |= static_cast<std::uint8_t>(number % 7 == 0 ? 1 : 0);
         return record;
     }
     void add(std::int64_t time, std::uint32_t channel) {
