@@ -17,13 +17,6 @@ using Kestrova::Utils::Kcom::StringHelper;
 
 constexpr double nanosecondsPerSecond = 1e9;
 
-/// As `llround`, without a call for what a recording holds.
-std::int64_t rounded(double nanoseconds) {
-    constexpr double most = 1e15;  // 0.5 more is exact up to there
-    return nanoseconds >= 0.0 && nanoseconds < most ? static_cast<std::int64_t>(nanoseconds + 0.5)
-                                                    : std::llround(nanoseconds);
-}
-
 bool equalsIgnoringCase(const std::string& a, const std::string& b) {
     return strcasecmp(a.c_str(), b.c_str()) == 0;
 }
@@ -121,7 +114,7 @@ void DirectCapture::addChannels(std::size_t module, const CmpDevice& device) {
 void DirectCapture::onSample(std::uint32_t channel, const void* data, std::size_t size,
                              double time) {
     Channel& entry = channels[channel];
-    const std::int64_t sinceStart = rounded(time * nanosecondsPerSecond);
+    const std::int64_t sinceStart = std::llround(time * nanosecondsPerSecond);
     entry.traffic.note(sinceStart);
     const std::int64_t utc = startUtcNanoseconds + sinceStart;
     horizon.note(utc);
