@@ -351,8 +351,8 @@ class CommandLine(Case):
             while os.write(writing, bytes(4096)):
                 pass
         os.set_blocking(writing, True)
-        simulator = lab.spawn([lab.SIMULATOR, "--module", *CAN, "--interface", "sim0", "--duration", "60"],
-                              stdout=writing)
+        simulator = lab.spawn(["nsenter", "--net=/run/netns/modules", lab.SIMULATOR, "--interface", "sim0",
+                               "--module", *CAN, "--duration", "60"], stdout=writing)
         self.addCleanup(lab.end, simulator)
         caught = re.compile(r"SigCgt:\t(\w+)")
         lab.wait_until(lambda: int(caught.search(Path(f"/proc/{simulator.pid}/status").read_text())[1], 16)
