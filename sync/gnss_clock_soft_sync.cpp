@@ -10,7 +10,6 @@ namespace Kestrova::Utils::Kcom::Synchronization {
 void GNSSClockSoftSync::OnStart(bool) {
     origin = Now().time;
     jumps = 0;
-    hasFollowed = false;
     former.reset();
     algorithm.Initialize();
     TakeReading();

@@ -50,10 +50,17 @@ TEST_F(GNSSSyncManagerTest, WindowFollowsThePosition) {
         EXPECT_EQ(statusAt(clock, limit), limit > current ? Wait : Valid) << limit;
         EXPECT_EQ(statusAt(clock, limit + 1e-6), Discard) << limit;
     };
+    manager.UpdateDevices(&host.gnssCollection);
     clock.SetTime(GNSSTime());
+    tickAt(50);
+    EXPECT_EQ(statusAt(clock, 5.0), Wait) << "nothing has begun";
     manager.EnableClocks();
     tickAt(50);
     EXPECT_EQ(statusAt(clock, 5.0), Valid) << "also without a restart before it";
+    manager.UpdateDevices(&host.gnssCollection);
+    clock.SetTime(GNSSTime());
+    tickAt(50);
+    EXPECT_EQ(statusAt(clock, 5.0), Valid) << "a change of the devices holds nothing back";
     for (const auto& [historyDepth, start] : {std::pair(10, 24.0), {600, 15.0}, {0, 24.9}}) {
         host.data.historyDepth = historyDepth;
         manager.RestartWithHold();
@@ -74,9 +81,17 @@ TEST_F(GNSSSyncManagerTest, WindowFollowsThePosition) {
     host.data.bufferSize = 1000000000;
     tickAt(0);
     EXPECT_EQ(statusAt(clock, 5.0), Wait) << "3,000,000,000 samples are negative in 32 bits";
+    host.data.wrapCount = 0;
     host.data.sampleRate = 0.0;
-    tickAt(0);
+    tickAt(5);
     EXPECT_EQ(statusAt(clock, 5.0), Wait) << "a host without a rate loses nothing";
+    host.data.historyDepth = 600;
+    manager.RestartWithHold();
+    clock.SetTime(GNSSTime());
+    host.data.sampleRate = 10.0;
+    tickAt(249);
+    tickAt(250);
+    expectWindow(24.9, 25.0, 34.9);  // the history is that of the last known rate
 }
 
 TEST_F(GNSSSyncManagerTest, LeadingClockHoldsAllBackUntilItHasATimeAndTheHostRuns) {
@@ -120,8 +135,10 @@ TEST_F(GNSSSyncManagerTest, SetupFlagAndHoldValueDecideWhetherDataWaitsForTheClo
 
 TEST_F(GNSSSyncManagerTest, ClocksAreNamedAndAttachedInOrderAndTheFirstSourceLeads) {
     EXPECT_EQ(manager.GetRequiredDelay(), 0.01F);
+    EXPECT_THROW(manager.UpdateDevices(nullptr), HostCallException);
     for (const char* name : {"a", "b", "a", "a"}) {
-        makeClock(pps).SetDeviceName(name);
+        EXPECT_THAT(host.callsOf([&] { makeClock(pps).SetDeviceName(name); }),
+                    testing::Not(testing::HasSubstr("notify")));
     }
     auto clocks = std::vector{manager.GetClock(1), manager.GetClock(2)};
     host.gnssDevices.devices[1]->clockSource = host.gnssDevices.devices[2]->clockSource = hostTrue;
@@ -158,6 +175,13 @@ TEST_F(GNSSSyncManagerTest, ClocksAreNamedAndAttachedInOrderAndTheFirstSourceLea
     EXPECT_EQ(std::pair(clocks[0]->GetDataDelay(), clocks[1]->GetDataDelay()),
               std::pair(10.0F, 0.01F));
     const auto removed = clocks[0];
+    host.gnssDevices.devices[1]->clockSource = hostFalse;
+    manager.UpdateDevices(&host.gnssCollection);
+    EXPECT_TRUE(manager.IsMaster(clocks[1])) << "the first isn't a source any more";
+    EXPECT_FALSE(manager.IsMaster(removed));
+    EXPECT_EQ(manager.GetClockPosition(clocks[1]), 2);
+    EXPECT_EQ(manager.GetClockPosition(nullptr), -1);
+    manager.RemoveClock(clocks[1]);
     manager.RemoveClock(clocks[0]);
     EXPECT_FALSE(manager.HasMaster());
     EXPECT_EQ(count(0), -1);
@@ -183,6 +207,7 @@ TEST_F(GNSSSyncManagerTest, SetupKeepsIdsOrderModesAndSources) {
     add("x", "12");
     add("2", "2");
     manager.Load(*setup);
+    EXPECT_EQ(manager.GetClock(1)->GetState().mode, GNSSClockMode::PPSMaster);
     EXPECT_TRUE(manager.HasMaster());
     EXPECT_EQ(toText(*saved()), loaded);
     add("5", "abc");

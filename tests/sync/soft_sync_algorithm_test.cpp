@@ -91,7 +91,8 @@ TEST_F(SoftSyncTest, RateOfOneRunStartsTheNext) {
 /// before. At the larger scale the sums move to another base on the way; after weeks they could not
 /// tell the readings from each other without one.
 TEST_F(SoftSyncTest, ScatteredReadingsFitAsWeightedLeastSquaresDoesAlsoAfterWeeks) {
-    for (const auto& [scale, start] : {std::pair(1.0, 0.0), {100.0, 0.0}, {1.0, 2e6}}) {
+    for (const auto& [scale, start] :
+         {std::pair(1.0, 0.0), {100.0, 0.0}, {200.0, 0.0}, {1.0, 2e6}}) {
         sync.Initialize();
         update({{start + 3.0 * scale, start + 1.0 * scale},
                 {start + 4.5 * scale, start + 2.25 * scale}});
