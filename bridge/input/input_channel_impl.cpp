@@ -22,8 +22,10 @@ struct InputChannelImpl::View {
         const std::size_t bytes = elements * elementBytes;
         return {data + placeOf(position) * bytes, bytes};
     }
+    /// Empty where a sample has no such element.
     std::span<const std::byte> elementAt(std::int64_t position, std::size_t element) const {
-        return sampleAt(position).subspan(element * elementBytes, elementBytes);
+        return element < elements ? sampleAt(position).subspan(element * elementBytes, elementBytes)
+                                  : std::span<const std::byte>();
     }
 };
 
@@ -34,7 +36,7 @@ InputChannelImpl::InputChannelImpl(CountedRef<HostApp> hostApp, CountedRef<HostC
 
 void InputChannelImpl::attachHostChannel(CountedRef<HostChannel> channel) {
     hostChannel = std::move(channel);
-    resetBlock(blockEnd);
+    dropBuffers();
     if (hostChannel) {
         properties.attachSet(hostObject(hostChannel, &HostChannel::getPropertySet));
     } else {
@@ -42,9 +44,8 @@ void InputChannelImpl::attachHostChannel(CountedRef<HostChannel> channel) {
     }
 }
 
-void InputChannelImpl::update(std::int64_t absolute) {
-    resetBlock(blockEnd);
-    blockTarget = absolute;
+void InputChannelImpl::update() {
+    dropBuffers();
     if (hostChannel && isUsed()) {
         void* const buffer = hostValue(hostChannel, &HostChannel::getDataBuffer);
         if (hostFlagOf(hostChannel, &HostChannel::isAsync)) {
@@ -53,12 +54,9 @@ void InputChannelImpl::update(std::int64_t absolute) {
         line = {get(&HostChannel::getScale), get(&HostChannel::getOffset)};
         data = static_cast<const std::byte*>(buffer);
     }
-    blockEnd = blockTarget;
 }
 
-void InputChannelImpl::resetBlock(std::int64_t position) {
-    blockEnd = position;
-    blockTarget = position;
+void InputChannelImpl::dropBuffers() {
     line = {};
     data = nullptr;
     times = nullptr;

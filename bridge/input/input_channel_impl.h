@@ -94,15 +94,10 @@ class InputChannelImpl final : public InputChannel {
     const CountedRef<HostChannel>& getHostChannel() const {
         return hostChannel;
     }
-    /// Takes the host's buffers, if the channel is used, and moves the block's end to `absolute`,
-    /// the position of the acquisition.
-    void update(std::int64_t absolute);
-    /// The position of the acquisition up to which the buffers may be read.
-    std::int64_t getBlockEnd() const {
-        return blockEnd;
-    }
-    /// Begins again at that position, without buffers until the next `update`.
-    void resetBlock(std::int64_t position);
+    /// Takes the host's buffers, if the channel is used.
+    void update();
+    /// Lets go of the host's buffers until the next `update`.
+    void dropBuffers();
 
   private:
     /// What one read knows of the buffers.
@@ -126,8 +121,6 @@ class InputChannelImpl final : public InputChannel {
     CountedRef<HostChannel> hostChannel;
     const CountedRef<HostApp> app;
     PropertiesImpl properties;
-    std::int64_t blockEnd = 0;
-    std::int64_t blockTarget = 0;
     ScaleLine line;
     const std::byte* data = nullptr;
     const double* times = nullptr;

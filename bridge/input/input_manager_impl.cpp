@@ -136,13 +136,9 @@ std::pair<std::int64_t, std::int64_t> InputManagerImpl::update() {
     const std::int64_t absolute = getAcquisitionPosition(app);
     if (!channels.empty()) {
         oneapi::tbb::parallel_for_each(channels.begin(), channels.end(),
-                                       [&](const auto& entry) { entry.value->update(absolute); });
+                                       [](const auto& entry) { entry.value->update(); });
     }
-    std::int64_t end = absolute;
-    for (const auto& entry : channels) {
-        end = std::min(end, entry.value->getBlockEnd());
-    }
-    return {std::exchange(lastPosition, end), end};
+    return {std::exchange(lastPosition, absolute), absolute};
 }
 
 void InputManagerImpl::claimChannels(const CountedRef<HostChannelList>& list) const {
@@ -239,7 +235,7 @@ CountedRef<HostChannel> InputManagerImpl::findHostChannel(const Indices& indices
 void InputManagerImpl::setReadMark(std::int64_t position) {
     lastPosition = position;
     for (const auto& entry : channels) {
-        entry.value->resetBlock(position);
+        entry.value->dropBuffers();
     }
 }
 

@@ -1,5 +1,7 @@
 #include "bridge/output/add_data.h"
 
+#include "bridge/output/sample_bytes.h"
+
 #include "tests/bridge/bridge_rig.h"
 
 namespace {
@@ -80,6 +82,27 @@ TEST_F(AddDataTest, SetupShowsEachSampleAndWritesThoseOfUsedChannels) {
         EXPECT_EQ(after(hostTrue, hostFalse), "00 0 @0") << number;
         EXPECT_EQ(output.getLastValue(), counted[number] * 10.0) << number;
     }
+}
+
+TEST(SampleBytesTest, BytesLastAsLongAsSomebodyCountsThem) {
+    using Kestrova::Utils::Kcom::OutputChannel::SampleBytes;
+    auto first = SampleBytes::make(counted, 8);
+    CountedRef<HostByteArray> bytes;
+    EXPECT_EQ(first.queryTo(bytes), 0);
+    EXPECT_EQ(first->addRef(), 3U);
+    EXPECT_EQ(first->release(), 2U);
+    first.reset();
+    const std::uint8_t* data = nullptr;
+    std::uint64_t size = 0;
+    EXPECT_EQ(bytes->getBytes(&data, &size), 0);
+    EXPECT_TRUE(std::equal(data, data + size, std::begin(counted), std::end(counted)));
+}
+
+TEST(HostReadsTest, LackOfMemoryIsTold) {
+    EXPECT_EQ(hostCodeOf([] {
+                  Kestrova::Utils::Kcom::orOutOfMemory([]() -> int { throw std::bad_alloc(); });
+              }),
+              HostCode::outOfMemory);
 }
 
 }  // namespace

@@ -63,6 +63,8 @@ TEST_F(InputManagerTest, SamplesAreReadByTheirTypeAroundTheRing) {
     EXPECT_THAT(read<std::int8_t>(*bytes, {4, 3}), ElementsAre(127, 3, 1)) << "of 1, 200 and 3";
     EXPECT_THAT(bytes->readBytes(2, 4), ElementsAre(3, 1));
     EXPECT_THAT(bytes->readBytes(0, 1), ElementsAre(1));
+    EXPECT_THAT(read<std::int8_t>(*bytes, {3, 0}), ElementsAre());
+    EXPECT_THAT(bytes->readBytes({INT64_MAX - 2, 2}), testing::SizeIs(2)) << "up to the last";
     for (const SampleRange bad : {SampleRange{0, 4}, {-1, 1}, {0, -1}, {INT64_MAX, 2}}) {
         EXPECT_THROW(read<std::int8_t>(*bytes, bad), std::out_of_range);
     }
@@ -106,6 +108,11 @@ TEST_F(InputManagerTest, ElementsOfArraysAreReadWithTheirTimes) {
     source.async = hostTrue;
     inputs.update();
     EXPECT_THAT(read<Timed>(*channel, {3, 1}), ElementsAre(Timed{0.0, 1}, Timed{0.0, 2}));
+    source.rateDivider = 0;
+    EXPECT_EQ(hostCodeOf([&] { channel->acquisitionToSamples(11); }), HostCode::invalidArgument);
+    source.arraySize = 0;
+    EXPECT_THAT(read<std::uint8_t>(*channel, {0, 1}), ElementsAre());
+    EXPECT_EQ(channel->readInteger(0), 0) << "there is nothing to read";
 }
 
 TEST_F(InputManagerTest, ChannelsAreSharedWhileSomebodyHoldsThem) {
@@ -164,6 +171,21 @@ TEST_F(InputManagerTest, ListIsFilteredSortedAndKeptUpToDate) {
     inputs.detachChannels();
     EXPECT_EQ(names() + saved(), none + "\n");
     EXPECT_FALSE(held[0]->isAttached() || held[1]->isAttached());
+    auto other = std::make_unique<InputManagerImpl>();
+    other->attachHost(app, nullptr);
+    const auto channel = other->getChannel("0");
+    const auto survivor = other->createList(nullptr);
+    const auto source = other->getChannel("2");
+    other.reset();
+    survivor->refresh();
+    EXPECT_EQ(survivor->size(), 1U) << "a list keeps what it has when its manager has gone";
+}
+
+TEST_F(InputManagerTest, BuffersOfTheFormerHostChannelAreLetGoOf) {
+    const auto channel = std::dynamic_pointer_cast<InputChannelImpl>(reading(addSource({1})));
+    EXPECT_EQ(channel->readInteger(0), 7);
+    channel->attachHostChannel(CountedRef<HostChannel>(&addSource({2})));
+    EXPECT_EQ(hostCodeOf([&] { channel->readInteger(0); }), HostCode::invalidPointer);
 }
 
 TEST_F(InputManagerTest, UpdateTellsWhatIsNewAndBindsAfreshInSetup) {
@@ -180,6 +202,8 @@ TEST_F(InputManagerTest, UpdateTellsWhatIsNewAndBindsAfreshInSetup) {
     EXPECT_TRUE(inputs.hasActiveChannels());
     source.used = hostFalse;
     EXPECT_FALSE(inputs.hasActiveChannels());
+    inputs.update();
+    EXPECT_EQ(hostCodeOf([&] { channel->readInteger(0); }), HostCode::invalidPointer) << "unused";
     inputs.resetForAcquisition();
     std::erase(host.data.otherChannels, &source);
     ScriptedChannel& successor = addSource({4, 1});

@@ -60,6 +60,7 @@ TEST_F(OutputChannelTest, SynchronousChannelIsAlignedToTheAcquisition) {
     EXPECT_EQ(offsetAt(30, 5), -1) << "an unused channel was aligned";
     behind.used = hostTrue;
     EXPECT_EQ(offsetAt(30, 5), 10);
+    EXPECT_EQ(offsetAt(60, 5), 0) << "it is where it should be";
     EXPECT_EQ(offsetAt(40 * 1000000000LL + 3, 9), 7) << "3 - 36 wraps at 40";
     behind.bufferSize = behind.rateDivider = 2000000000;
     EXPECT_EQ(offsetAt(5, 0), 5) << "the product is more than 32 bits";
@@ -81,6 +82,29 @@ TEST_F(OutputChannelTest, BuffersAreReleasedAroundAChangeInRemountModeOnly) {
     EXPECT_EQ(host.callsOf([&] { channel.setChannelIndices(indices); }),
               "Channel.setIndexFormat(2), Channel.setIndexCount(4), Channel.setIndices([4 5])");
     EXPECT_EQ(channel.samplesToSeconds(250), 0.25) << "at 1000 samples a second";
+}
+
+TEST_F(OutputChannelTest, EachAttributeIsTheHostsOwn) {
+    channel.setDoubleAttributeA(1.5);
+    channel.setDoubleAttributeB(2.5);
+    channel.setDoubleAttributeC(3.5);
+    channel.setDoubleAttributeD(4.5);
+    channel.setExtDoubleAttributeA(5.5);
+    channel.setExtDoubleAttributeB(6.5);
+    EXPECT_THAT((std::vector{channel.getDoubleAttributeA(), channel.getDoubleAttributeB(),
+                             channel.getDoubleAttributeC(), channel.getDoubleAttributeD(),
+                             channel.getExtDoubleAttributeA(), channel.getExtDoubleAttributeB()}),
+                testing::ElementsAre(1.5, 2.5, 3.5, 4.5, 5.5, 6.5));
+    channel.setIntAttributeA(1);
+    channel.setIntAttributeB(2);
+    channel.setExtIntAttribute(3);
+    EXPECT_THAT((std::vector{channel.getIntAttributeA(), channel.getIntAttributeB(),
+                             channel.getExtIntAttribute()}),
+                testing::ElementsAre(1, 2, 3));
+    channel.setBoolAttributeA(true);
+    EXPECT_TRUE(channel.getBoolAttributeA() && !channel.getBoolAttributeB());
+    channel.setBoolAttributeB(true);
+    EXPECT_TRUE(channel.getBoolAttributeB());
 }
 
 TEST_F(OutputChannelOfStationTest, LabelsAreFoundByValueAndByPlace) {
@@ -148,6 +172,10 @@ TEST_F(OutputChannelTest, AxesAreWrittenToTheirCommittedDimensions) {
         "getAxis(1), AxisType(2), LabelB(\"-\"), LabelA(\"-\"), Style(3), getDisplay, Value(0), "
         "getDisplay, Flag(false), Start(1.5), Step(0.5), ChannelExt.allocateBuffers(true)");
     EXPECT_EQ(shape(), std::tuple(true, 2, 2, 5));
+    EXPECT_EQ(AxisPropertiesFloatLinearFunc().getSize() + AxisPropertiesFloat().getSize(), 0U);
+    line.setSize(0x7FFFFFFF);
+    EXPECT_THAT(callsOf([&] { channel.setAxis(line); }),
+                testing::HasSubstr("DimensionSize(0, 2147483647)"));
     line.setSize(0x80000000);
     EXPECT_EQ(hostCodeOf([&] { channel.setAxes(texts, line); }), HostCode::invalidArgument);
     struct Unknown final : AxisPropertiesAxisValues<int> {
