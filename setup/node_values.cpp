@@ -129,8 +129,8 @@ bool TextToBool(const std::string& text) {
     std::transform(lower.begin(), lower.end(), lower.begin(), [](char letter) {
         return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
     });
-    if (lower == "true" || lower == "false") {
-        return lower == "true";
+    if (lower == "true") {
+        return true;
     }
     std::string_view digits = lower;
     digits.remove_prefix(std::min(digits.find_first_not_of(" \t\n\v\f\r"), digits.size()));

@@ -66,6 +66,7 @@ TEST(GNSSDateTime, HostileNumbersSaturate) {
     constexpr auto most32 = std::numeric_limits<std::int32_t>::max();
     EXPECT_EQ(GNSSDateTime(most, 0x1p63).unixTime, most);
     EXPECT_EQ(GNSSDateTime(most, 0.0).year, 32767);
+    EXPECT_EQ(GNSSDateTime(0, 0, 0.0, 1, 12, 32767).year, 32767);
     EXPECT_EQ(GNSSTime::FromDateTime(GNSSDateTime(most, 0.5)).GetWeek(), most32);
     EXPECT_EQ(GNSSTime(most32, 1e300).GetWeek(), most32);
     for (const double seconds : {1e300, -1e300, infinity, -infinity, notANumber, 2e19, -2e19}) {

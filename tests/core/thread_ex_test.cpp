@@ -39,6 +39,10 @@ TEST(ThreadEx, CanBeStartedAgainAndEachTimeTakesItsPriority) {
     Waiter thread;
     thread.Stop();
     EXPECT_TRUE(thread.IsStopRequested()) << "until the start";
+    thread.Start();
+    thread.RequestStop();
+    thread.Join();
+    EXPECT_EQ(thread.niceValue, usual) << "as nobody asked for another";
     std::uint32_t index = 0;
     for (const int niceValue : {19, 10, 5, usual, -5, -10, -20}) {
         for (const bool isRunning : {false, true}) {

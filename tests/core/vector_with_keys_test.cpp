@@ -20,7 +20,8 @@ TEST(VectorWithKeysTest, IndexFollowsEntriesThatMoveAndTheSmallestFreeKeyComesLa
         list.append(value);
     }
     EXPECT_EQ(contentOf(list), "0a 1b 2c ");
-    EXPECT_FALSE(list.swapPositions(0, 3) || list.eraseAt(3) || list.eraseKey(7));
+    EXPECT_FALSE(list.swapPositions(0, 3) || list.swapPositions(3, 0) || list.eraseAt(3) ||
+                 list.eraseKey(7));
     EXPECT_THROW(list.at(3), std::out_of_range);
     EXPECT_EQ(list.append(1, "again").value, "b") << "a taken key keeps its entry";
     EXPECT_TRUE(list.swapPositions(0, 2));
@@ -38,6 +39,10 @@ TEST(VectorWithKeysTest, IndexFollowsEntriesThatMoveAndTheSmallestFreeKeyComesLa
     list.eraseIf([](const auto& entry) { return entry.value == "a"; });
     EXPECT_EQ(contentOf(list), "15b ");
     EXPECT_EQ(list.append("c").key, 10U);
+    list.append("d");
+    list.clear();
+    EXPECT_TRUE(list.empty() && !list.contains(15));
+    EXPECT_EQ(list.append("e").key, 10U);
 }
 
 }  // namespace

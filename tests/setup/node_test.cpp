@@ -78,6 +78,15 @@ TEST_F(NodeValues, NumbersAreReadAsFarAsTheirDigitsGo) {
     EXPECT_EQ(read<std::uint32_t>("4294967298"), 2U) << "the low 32 bits";
     EXPECT_EQ(read<std::int32_t>("-4294967299"), -3) << "the low 32 bits";
     EXPECT_EQ(read<std::string>("-4x"), "-4x");
+    const auto codeOf = [&](const char* text) {
+        try {
+            read<std::int64_t>(text);
+        } catch (const XmlException& error) {
+            return error.GetCode();
+        }
+        return -1;
+    };
+    EXPECT_EQ(std::pair(codeOf("abc"), codeOf("9223372036854775808")), std::pair(0, 4));
 }
 
 TEST_F(NodeValues, MissingKeyGivesTheDefault) {
