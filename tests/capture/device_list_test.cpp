@@ -61,6 +61,7 @@ TEST_F(DeviceListTest, DirectoryIsMadeOnlyForThoseWhoAsk) {
 TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
     devices.list()[3]->setName("");
     devices.list()[0]->setName("front");
+    EXPECT_TRUE(devices.moveUp(1) && devices.moveDown(0)) << "to the first place and back";
     EXPECT_TRUE(devices.moveUp(2));
     EXPECT_FALSE(devices.moveUp(0) || devices.moveUp(4) || devices.moveDown(3));
     const auto node = saved(reader, saveDevices);
@@ -75,6 +76,9 @@ TEST_F(DeviceListTest, SaveLoadSaveGivesTheSameTree) {
     other.addOneOfEach();  // the clocks and outputs that their owners have loaded before
     other.manager.reload();
     other.reader.loadDevices(*node);
+    const auto more = saved(reader, saveChannels);  // than a module of its type has
+    more->GetChild(0)->GetChild(0)->GetChild(0)->AddChild("Channel")->WriteValue("ChId", "2", "#");
+    other.reader.loadChannels(*more);
     other.reader.loadChannels(*channels);
     EXPECT_EQ(toText(*saved(other.reader, saveDevices)), toText(*node));
     EXPECT_EQ(toText(*saved(other.reader, saveChannels)), toText(*channels));
@@ -150,6 +154,9 @@ TEST_F(DeviceListTest, HostMayCallBackWhileItTakesASample) {
         EXPECT_EQ(written, row.written);
         EXPECT_EQ(channel->getLastTime(), row.lastTime);
         EXPECT_EQ(channel->getCounts().delivered, row.delivered);
+        output->onAdd = nullptr;
+        const bool isReplaced = channel->getOutput() != output;
+        EXPECT_EQ(output.use_count(), isReplaced ? 2 : 3) << "kept here, by the factory and bound";
     }
 }
 

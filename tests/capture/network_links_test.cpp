@@ -39,6 +39,20 @@ TEST(NetworkLinksTest, OnlyWhatIsShownByOtherEthernetInterfacesTooIsRepeated) {
     EXPECT_EQ(findRepeated(links, 10, isDownLost).size(), 2U) << "eth2 is down";
 }
 
+TEST(LinkEventsTest, WaitLastsUntilSomethingHappensOrItIsWoken) {
+    using std::chrono::steady_clock, std::chrono::milliseconds;
+    LinkEvents events;
+    bool happened = true;
+    for (int tries = 0; tries < 20 && happened; ++tries) {  // on this machine something may happen
+        const auto begun = steady_clock::now();
+        happened = events.wait(milliseconds(20));
+        EXPECT_TRUE(happened || steady_clock::now() - begun >= milliseconds(19));
+    }
+    EXPECT_FALSE(happened);
+    events.wake();
+    events.wait(std::chrono::minutes(10));
+}
+
 TEST(CaptureMessagesTest, TheSameIsToldOnceAnInterfaceInARowAndTooMuchIsSaid) {
     CaptureMessages messages;
     for (const char* const text : {"a fails", "a fails", "a works", "a fails\x1B[\xFF"}) {

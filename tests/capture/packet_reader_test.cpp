@@ -123,6 +123,25 @@ TEST_F(PacketReaderTest, InterfaceThatRepeatsOthersIsLeftOutUnlessItIsSelected) 
                 ElementsAre("there is no Ethernet interface none; it is captured when it appears"));
 }
 
+TEST_F(PacketReaderTest, CaptureWithoutInterfacesIsPacedAndMayBeginAgainInEitherMode) {
+    port.interfaces.clear();
+    reader.openInterfaces();
+    std::atomic<int> passes = 0;
+    counter.onCount = [&] { ++passes; };
+    const auto begun = std::chrono::steady_clock::now();
+    reader.startIdle();
+    while (passes < 40) {
+        std::this_thread::yield();
+    }
+    reader.startRead();
+    reader.startIdle();
+    reader.Stop();
+    const std::chrono::duration<double, std::milli> passed =
+        std::chrono::steady_clock::now() - begun;
+    counter.onCount = nullptr;
+    EXPECT_LT(passes, 40 + 20 * passed.count()) << "some looks at the clock a millisecond";
+}
+
 /// Such an interface never times out, so the pass never ends.
 TEST_F(PacketReaderTest, FloodOfForeignFramesHoldsUpNeitherAChangeNorAStop) {
     port.interfaces[0].endless = [] { return ScriptedRead{1, wire::ethernet(0x0800)}; };

@@ -37,6 +37,9 @@ TEST_F(CaptureEventsTest, SelectedInterfacesAloneAreOpened) {
     EXPECT_EQ(captureAfter(105), "2 tried, 1 open");
     std::vector<InterfaceMessage> messages(1);
     EXPECT_EQ(selection->takeMessages(&messages), 0);
+    port.listFails = true;
+    EXPECT_EQ(selection->getInterfaces(&names), HostCode::failed);
+    EXPECT_THAT(names, testing::SizeIs(2)) << "as they were";
     ASSERT_EQ(messages.size(), 1U);
     EXPECT_THAT(messages[0].text, testing::StartsWith(L"can't open if0"));
     EXPECT_EQ(messages[0].isHarmless, hostFalse);

@@ -117,6 +117,8 @@ TEST_F(EventTest, PositionsGiveTheirAnswersAndTwoRepeatAnOperation) {
     EXPECT_EQ(seven, 7);
     EXPECT_EQ(host.callsOf([&] { plugin->position20(); }),
               host.callsOf([&] { plugin->onStartAcquisition(); }));
+    EXPECT_THAT(host.callsOf([&] { plugin->onPrepareAcquisition(); }),
+                testing::HasSubstr("App.getHoldValue"));
     plugin->onGetData();  // starts the clocks
     EXPECT_EQ(host.callsOf([&] { plugin->position30(); }),
               host.callsOf([&] { plugin->onGetData(); }));
@@ -139,6 +141,21 @@ TEST_F(EventTest, ActiveOutputBringsDataAndClaims) {
     }
 }
 
+TEST_F(EventTest, DisconnectedInputsAreLetGoOf) {
+    equip({DeviceTypeInfo::canComboId});
+    firstChannel().used = hostFalse;
+    ScriptedChannel& source = host.makeChannel({4, 1});
+    source.used = hostTrue;
+    host.data.otherChannels = {&source};
+    Document& document = newDocument();
+    document.root->addNew(L"InputList").addNew(L"Input").values = {{L"Id", L"0"},
+                                                                   {L"Index", L"4:1"}};
+    EXPECT_EQ(setup(document, false), "0");
+    EXPECT_GT(source.references(), 0);
+    EXPECT_EQ(plugin->onDisconnectChannels(), 0);
+    EXPECT_EQ(source.references(), 0);
+}
+
 class ConnectTest : public PluginTest {
   protected:
     std::string connectAt(std::int32_t major, std::int32_t minor) {
@@ -159,6 +176,7 @@ TEST_F(ConnectTest, HostThatIsTooOldIsToldSoAndStaysConnected) {
     for (const auto& [major, minor] : {std::pair{3, 4}, {3, 5}, {4, 0}, {4, -1}}) {
         EXPECT_EQ(connectAt(major, minor), "0") << major << '.' << minor;
         EXPECT_THAT(host.app.errors, IsEmpty());
+        EXPECT_THAT(host.script.calls().back(), testing::StartsWith("HostApp::getVersionTriple"));
     }
     host.app.leavesVersion = true;
     EXPECT_EQ(connectAt(4, 0), "80004004");

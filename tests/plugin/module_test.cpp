@@ -100,6 +100,10 @@ TEST_F(ModuleTest, OptionSaysForWhomItIsInstalled) {
     EXPECT_EQ(install(hostFalse, nullptr), 0) << "nothing is there to be removed";
     EXPECT_EQ(install(HostBool{1}, L"users"), 0) << "any value but zero installs";
     EXPECT_TRUE(machine.read(pluginKey) && !user.read(pluginKey));
+    const std::wstring id = PluginIdentity::classIdText();
+    const std::string classKey = "SOFTWARE\\Classes\\CLSID\\" + std::string(id.begin(), id.end());
+    EXPECT_EQ(machine.read(classKey + "\\InprocServer32").value().at(L""),
+              RegistryStore::Value(std::filesystem::absolute(CMP_PLUGIN_FILE).wstring()));
     EXPECT_EQ(install(hostFalse, nullptr), 0);
     EXPECT_FALSE(machine.read(pluginKey));
     EXPECT_EQ(install(hostTrue, L"USER"), 0);
@@ -133,6 +137,11 @@ TEST(RegistrationTest, HostFindsTheIdentityAndTheModule) {
                                             {L"SupportsAnalyse", std::uint32_t{0}},
                                             {L"Type", std::uint32_t{1}}};
     EXPECT_EQ(store.read(pluginKey), identity);
+    Registration::remove(store);
+    EXPECT_TRUE(!store.read(pluginKey) && store.read(classKey)) << "there is a key below the class";
+    EXPECT_TRUE(store.remove(classKey + "\\InprocServer32"));
+    Registration::remove(store);
+    EXPECT_FALSE(store.read(classKey));
 }
 
 }  // namespace

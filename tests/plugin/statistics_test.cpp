@@ -137,7 +137,7 @@ TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
     EXPECT_EQ(m.unknown[7].messages, 2U);
     EXPECT_EQ(counts(0, 7), "0 0: 0 2 0 0 0 0 0 2 0 0");
     EXPECT_EQ(counts(1, 7), "0 1: 1 0 0 0 0 0 0 0 0 0");
-    std::vector<InterfaceStatistics> interfaces;
+    std::vector<InterfaceStatistics> interfaces(3);
     EXPECT_EQ(traffic->getInterfaces(&interfaces), 0);
     ASSERT_EQ(interfaces.size(), 1U);
     const InterfaceStatistics& i = interfaces[0];
@@ -148,6 +148,36 @@ TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
     EXPECT_EQ(modules.at(0).sequenceGaps, 3U) << "9 is missing, and that of ASAM CMP is another";
     EXPECT_EQ(modules.at(0).missingFrames, 246U) << "a counter that goes back skips none";
     EXPECT_EQ(modules.at(0).frames, 6U);
+    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(traffic->getModules(&modules), 0);
+    const ModuleStatistics& its = modules.at(0);
+    EXPECT_EQ(its.frames + its.sequenceGaps + its.missingFrames, 0U) << "since the start";
+}
+
+TEST_F(StatisticsTest, EachInterfaceIsListedAndLateOnesTogetherOnceTheyBringFrames) {
+    port.add("if1", {});
+    port.add("late", {wire::ethernet(0x0800), canFrame(0.5)});
+    port.interfaces[2].isLate = true;
+    equip({DeviceTypeInfo::canComboId});
+    CountedRef<CaptureTraffic> traffic;
+    object.queryTo(traffic);
+    const auto listedAtTheEnd = [&] {
+        EXPECT_EQ(event(130), "0");
+        std::vector<InterfaceStatistics> interfaces;
+        EXPECT_EQ(traffic->getInterfaces(&interfaces), 0);
+        std::wstring text;
+        for (const InterfaceStatistics& each : interfaces) {
+            text += each.name + L' ' + std::to_wstring(each.kept) + L' ' +
+                    std::to_wstring(each.foreign) + L'|';
+        }
+        return text;
+    };
+    EXPECT_EQ(startMeasurement(), "0");
+    hear({0.5});
+    EXPECT_EQ(listedAtTheEnd(), L"if0 1 0|if1 0 0| 1 1|");
+    EXPECT_EQ(startMeasurement(), "0");
+    hear({0.5});
+    EXPECT_EQ(listedAtTheEnd(), L"if0 1 0|if1 0 0|");
 }
 
 TEST_F(StatisticsTest, LeadingClockCountsFromAWholeSecond) {
@@ -156,6 +186,8 @@ TEST_F(StatisticsTest, LeadingClockCountsFromAWholeSecond) {
     hear({3.5});
     EXPECT_EQ(callAt(0.0), "0");
     EXPECT_TRUE(clock(0).isLeading && clock(0).isPlaced);
+    EXPECT_EQ(clock(0).age, 0.0) << "the counter stood still";
+    EXPECT_NEAR(clock(0).deviceTime, gnss_arithmetic::weekEpochUnixSeconds + 3.5, 0.01);
     EXPECT_NEAR(clock(0).elapsed, -0.5, 0.01);
     EXPECT_FALSE(clock(1).isLeading || clock(1).isPlaced);
 }
@@ -183,6 +215,7 @@ TEST_F(StatisticsTest, ClocksTellHowTheyFollow) {
     EXPECT_NEAR(heard.offset, gnss_arithmetic::weekEpochUnixSeconds + 100.0, 0.02);
     EXPECT_NEAR(heard.ratePpm, 1000.0, 500.0);  // a look at the counter moves it by a millisecond
     EXPECT_NEAR(heard.age, 0.25, 0.01);
+    EXPECT_NEAR(heard.deviceTime, gnss_arithmetic::weekEpochUnixSeconds + 108.008, 0.02);
     EXPECT_EQ(heard.jumps, 0U);
     EXPECT_FALSE(clock(1).hasTime);
 
@@ -192,8 +225,15 @@ TEST_F(StatisticsTest, ClocksTellHowTheyFollow) {
     hear({200.0});
     EXPECT_EQ(callAt(8.5), "0");
     EXPECT_EQ(clock(0).jumps, 1U);
-    EXPECT_EQ(event(105), "0");
-    EXPECT_EQ(clock(0).age, -1.0);
+    EXPECT_EQ(plugin->onPrepareAcquisition(), 0);
+    EXPECT_FALSE(clock(0).isPlaced) << "it isn't heard";
+    for (const std::int32_t begin : {105, 130}) {
+        EXPECT_EQ(event(begin), "0");
+        EXPECT_EQ(clock(0).age, -1.0);
+    }
+    feed.push(wire::tecmp(0x41, 1, {{0, 201'000'000'000, wire::cmStatus(0x41, 1)}}));
+    EXPECT_TRUE(feed.drain());
+    EXPECT_EQ(clock(0).age, -1.0) << "only in a measurement";
 }
 
 /// It is judged by a clock that has heard of it: in this call or, where it comes in during the

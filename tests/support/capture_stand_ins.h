@@ -34,6 +34,7 @@ struct ScriptedInterface {
 class ScriptedPort final : public CapturePort {
   public:
     std::vector<ScriptedInterface> interfaces;
+    bool listFails = false;
     std::atomic<int> openHandles = 0;
     std::vector<std::string> calls;  ///< "name:result" of each scripted read, and what was opened
     /// Called before each read; may be empty.
@@ -52,7 +53,7 @@ class ScriptedPort final : public CapturePort {
                 devices.push_back({entry.name, "about " + entry.name, entry.repeated});
             }
         }
-        return 0;
+        return listFails ? -1 : 0;
     }
 
     std::unique_ptr<CaptureHandle> openLate(const LateCapture& wanted) override {
