@@ -229,9 +229,10 @@ void openAll(const RunOptions& options, PartRules rules, Stream* stream, Recordi
     }
 }
 
-/// Throws what `openAll` would throw, and leaves everything as it is. A pipe isn't tried: its
+/// Throws what `openAll` would throw, and leaves everything as it is. A pipe isn't opened: its
 /// reader would take that for its end.
 void tryAll(RunOptions options, const PartRules& rules) {
+    std::ranges::for_each(options.recordings, checkRecordingFormat);
     for (auto* const paths : {&options.recordings, &options.frameRecordings}) {
         std::erase_if(*paths, [](const std::string& path) {
             return path != AppendFile::standardOutput && AppendFile::isStreamPath(path);

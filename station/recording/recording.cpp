@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <type_traits>
 #include <utility>
 
@@ -48,16 +49,34 @@ struct Format {
     const char* what;
     std::unique_ptr<Recording> (*open)(const std::string& path, bool overwrite,
                                        const std::string& origin);
+    bool isForPipes = true;  ///< else its head gets the start time later, by the first message
 };
 
 constexpr Format formats[] = {
     {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
-    {".blf", "compressed, all buses", openAs<BlfRecording>},
+    {".blf", "compressed, all buses", openAs<BlfRecording>, false},
     {".log", "candump lines, CAN and CAN FD only", openAs<CandumpRecording>},
-    {".mf4", "MDF 4 bus logging, all buses", openAs<Mf4Recording>},
+    {".mf4", "MDF 4 bus logging, all buses", openAs<Mf4Recording>, false},
     {".asc", "text lines, all buses", openAs<AscRecording>},
     {".csv", "a table, all buses", openAs<CsvRecording>},
 };
+
+const Format& findFormat(const std::string& path) {
+    const std::string ending = endingOf(path);
+    const auto* const found =
+        std::ranges::find_if(formats, [&](const Format& entry) { return ending == entry.ending; });
+    if (found == std::end(formats)) {
+        throw UserError("Cannot record to \"" + path + "\": its ending names no format. There are " +
+                        describeRecordingFormats() + ".");
+    }
+    if (!found->isForPipes && AppendFile::isStreamPath(path)) {
+        throw UserError("Cannot record to \"" + path + "\": it is a pipe, and the start time of " +
+                        ending +
+                        " is completed in the file. Name a file, or a pipe that ends in .pcapng, "
+                        ".log, .asc or .csv.");
+    }
+    return *found;
+}
 
 }  // namespace
 
@@ -94,14 +113,11 @@ std::unique_ptr<Recording> openFrameRecording(const std::string& path, bool over
 
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite,
                                          const std::string& origin) {
-    const std::string ending = endingOf(path);
-    for (const Format& entry : formats) {
-        if (ending == entry.ending) {
-            return entry.open(path, overwrite, origin);
-        }
-    }
-    throw UserError("Cannot record to \"" + path + "\": its ending names no format. There are " +
-                    describeRecordingFormats() + ".");
+    return findFormat(path).open(path, overwrite, origin);
+}
+
+void checkRecordingFormat(const std::string& path) {
+    findFormat(path);
 }
 
 std::vector<RecordingFormat> getRecordingFormats() {

@@ -115,13 +115,16 @@ std::string describeRecordingFormats();
 
 /// Opens a recording in the format that the ending of `path` names, in any case. Throws UserError,
 /// or FileError when the file can't be written: directory missing, no permission, already there
-/// with content and not to be overwritten, or in use by a recording.
+/// with content and not to be overwritten, or in use by a recording. UserError too for a pipe, if the
+/// format's head gets the start time only with the first message.
 ///
 /// `origin` is a few words on where the messages come from, in ASCII, for the header of a format
 /// that has a place for it; empty for none.
 std::unique_ptr<Recording> openRecording(const std::string& path, bool overwrite = false,
                                          const std::string& origin = {});
-/// The same for a recording of Ethernet frames, which is .pcapng always.
+/// Throws the UserError that `openRecording` would throw, and opens nothing.
+void checkRecordingFormat(const std::string& path);
+/// As `openRecording`, for a recording of Ethernet frames, which is .pcapng always.
 std::unique_ptr<Recording> openFrameRecording(const std::string& path, bool overwrite = false,
                                               const std::string& origin = {});
 

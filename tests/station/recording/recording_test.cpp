@@ -1,6 +1,8 @@
 #include "station/recording/recording.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/support/temporary_folder.h"
 
@@ -99,6 +101,13 @@ TEST_F(Recordings, OpeningErrorsNameTheReasonAndKeepWhatIsThere) {
     EXPECT_THAT(openingError(in("d.log")), HasSubstr("directory"));
     ASSERT_EQ(::mkfifo(in("p.log").c_str(), 0600), 0);
     EXPECT_NE(openingError(in("p.log")), "");  // and doesn't wait for a reader
+    for (const char* ending : {".blf", ".mf4"}) {  // their start time would never get in
+        std::filesystem::rename(in("p.log"), in("p.log") + ending);
+        const int reader = ::open((in("p.log") + ending).c_str(), O_RDONLY | O_NONBLOCK);
+        EXPECT_THAT(openingError(in("p.log") + ending), HasSubstr("pipe that ends in .pcapng"));
+        ::close(reader);
+        std::filesystem::rename(in("p.log") + ending, in("p.log"));
+    }
     openWithChannel("a.log");
     for (int i = 0; i < 20'000; ++i) {  // more than the buffer holds
         writeCan();
