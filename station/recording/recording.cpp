@@ -66,8 +66,9 @@ const Format& findFormat(const std::string& path) {
     const auto* const found =
         std::ranges::find_if(formats, [&](const Format& entry) { return ending == entry.ending; });
     if (found == std::end(formats)) {
-        throw UserError("Cannot record to \"" + path + "\": its ending names no format. There are " +
-                        describeRecordingFormats() + ".");
+        throw UserError("Cannot record to \"" + path +
+                        "\": its ending names no format. There are " + describeRecordingFormats() +
+                        ".");
     }
     if (!found->isForPipes && AppendFile::isStreamPath(path)) {
         throw UserError("Cannot record to \"" + path + "\": it is a pipe, and the start time of " +

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <iterator>
 #include <numeric>
+#include <optional>
 #include <utility>
 
 namespace station {
@@ -16,9 +17,20 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto retryPeriod = 1s;
-/// What a disk must have more than the user wants left before a part is begun: else one part after
-/// the other would begin and end.
-constexpr std::uint64_t roomToGoOn = std::uint64_t{16} << 20U;
+/// What a disk must have more than the user wants left before a part is begun after a failure: else
+/// one part after the other would begin and end. A small disk never has as much as a large one.
+std::uint64_t roomToGoOn(const std::filesystem::space_info& disk) {
+    constexpr std::uint64_t most = std::uint64_t{16} << 20U;
+    return std::min<std::uint64_t>(most, disk.capacity / 8);
+}
+
+/// The disk of a recording's folder; nothing if it can't be asked.
+std::optional<std::filesystem::space_info> diskOf(const std::string& path) {
+    std::error_code failure;
+    const auto folder = std::filesystem::path(path).parent_path();
+    const auto space = std::filesystem::space(folder.empty() ? "." : folder, failure);
+    return failure ? std::nullopt : std::optional(space);
+}
 
 /// A stream has no other file to go on in.
 PartRules rulesFor(const std::string& path, const PartRules& rules) {
@@ -196,10 +208,17 @@ void RecordingSeries::dropOldParts() {
 }
 
 void RecordingSeries::noteFailure() {
-    if (!std::exchange(isFailureReported, true)) {
-        texts.push_back(rules.goesOn
-                            ? error + " It goes on in another file as soon as that is possible."
-                            : error);
+    if (std::exchange(isFailureReported, true)) {
+        return;
+    }
+    const auto disk = diskOf(wantedPath);
+    if (!rules.goesOn && rules.leastFreeBytes == 0) {
+        texts.push_back(error);
+    } else if (disk && disk->available < getRoomToGoOn(*disk)) {
+        texts.push_back(fmt::format("{} It goes on in another file as soon as {:.1f} MB are free.",
+                                    error, static_cast<double>(getRoomToGoOn(*disk)) / 1e6));
+    } else {
+        texts.push_back(error + " It goes on in another file as soon as that is possible.");
     }
 }
 
@@ -211,10 +230,9 @@ void RecordingSeries::flush(Clock::time_point now) {
             leavePart();
             lastTry = now;
         }
-    } else if (part && !hasRoom(0)) {
+    } else if (part && !hasRoomLeft()) {
         error = fmt::format(
-            "Recording to \"{}\" paused: less is free on its disk than is to be left (--min-free). "
-            "Make room.",
+            "Recording to \"{}\" paused: less is free on its disk than is to be left (--min-free).",
             partPath);
         noteFailure();
         leavePart();
@@ -230,7 +248,8 @@ void RecordingSeries::tryToGoOn(Clock::time_point now) {
         return;
     }
     lastTry = now;
-    if (!hasRoom(roomToGoOn)) {
+    const auto disk = diskOf(wantedPath);
+    if (disk && disk->available < getRoomToGoOn(*disk)) {
         return;
     }
     try {
@@ -242,15 +261,17 @@ void RecordingSeries::tryToGoOn(Clock::time_point now) {
     texts.push_back(fmt::format("Recording goes on, in \"{}\".", partPath));
 }
 
-/// Whether so much more is free than is to be left. A disk that can't be asked has room.
-bool RecordingSeries::hasRoom(std::uint64_t more) const {
-    if (rules.leastFreeBytes == 0 && more == 0) {
+/// Whether as much is free as is to be left. A disk that can't be asked has room.
+bool RecordingSeries::hasRoomLeft() const {
+    if (rules.leastFreeBytes == 0) {
         return true;
     }
-    std::error_code failure;
-    const auto folder = std::filesystem::path(wantedPath).parent_path();
-    const auto space = std::filesystem::space(folder.empty() ? "." : folder, failure);
-    return failure || space.available >= rules.leastFreeBytes + more;
+    const auto disk = diskOf(wantedPath);
+    return !disk || disk->available >= rules.leastFreeBytes;
+}
+
+std::uint64_t RecordingSeries::getRoomToGoOn(const std::filesystem::space_info& disk) const {
+    return rules.leastFreeBytes + roomToGoOn(disk);
 }
 
 void RecordingSeries::close() {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <list>
 #include <memory>
@@ -106,7 +107,8 @@ class RecordingSeries {
     void goOnInNextPart();
     void noteFailure();
     void tryToGoOn(Clock::time_point now);
-    bool hasRoom(std::uint64_t more) const;
+    bool hasRoomLeft() const;
+    std::uint64_t getRoomToGoOn(const std::filesystem::space_info& disk) const;
     void dropOldParts();
     std::uint64_t total(std::uint64_t Counts::*count) const;
 

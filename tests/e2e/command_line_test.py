@@ -261,7 +261,7 @@ class CommandLine(Case):
         self.assertEqual(len(traffic.read_with_tshark(full)), report["recordings"][0]["records"])
 
     def test_recording_goes_on_when_its_disk_has_room_again(self):
-        disk = self.mount("40m")
+        disk = self.mount("12m")  # less than the room that a large disk has to have again
         filler = disk / "filler"
         filler.write_bytes(bytes(shutil.disk_usage(disk).free - 100_000))
         station = lab.Station(FRONT, record=[disk / "a.pcapng"])
@@ -271,6 +271,7 @@ class CommandLine(Case):
         filler.unlink()
         sent = lab.finish_simulator(simulator)
         report, errors = station.stop(code=1)
+        self.assertIn("goes on in another file as soon as 1.6 MB are free", errors)
         self.assertIn("Recording goes on, in", errors)
         self.assertEqual(traffic.account_differences(report), [])
         rows = [traffic.read_with_tshark(part) for part in sorted(disk.glob("a*.pcapng"), key=lambda part: len(part.name))]

@@ -100,7 +100,7 @@ TEST_F(Recordings, OpeningErrorsNameTheReasonAndKeepWhatIsThere) {
     std::filesystem::create_directory(in("d.log"));
     EXPECT_THAT(openingError(in("d.log")), HasSubstr("directory"));
     ASSERT_EQ(::mkfifo(in("p.log").c_str(), 0600), 0);
-    EXPECT_NE(openingError(in("p.log")), "");  // and doesn't wait for a reader
+    EXPECT_NE(openingError(in("p.log")), "");      // and doesn't wait for a reader
     for (const char* ending : {".blf", ".mf4"}) {  // their start time would never get in
         std::filesystem::rename(in("p.log"), in("p.log") + ending);
         const int reader = ::open((in("p.log") + ending).c_str(), O_RDONLY | O_NONBLOCK);
