@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "core/process_rights.h"
+#include "core/shell_word.h"
 
 namespace {
 
@@ -96,15 +97,6 @@ bool canOthersWrite(const Descriptor& file, const struct stat& facts) {
             (hasAccessList(file) || !isGroupOfOne(facts.st_gid, facts.st_uid)));
 }
 
-/// As a shell takes it.
-std::string quoted(const fs::path& path) {
-    std::string text = "'";
-    for (const char c : path.string()) {
-        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return text + '\'';
-}
-
 /// In front of a command that takes root's rights.
 std::string sudoUnless(bool may) {
     return may || geteuid() == rootUser ? "" : "sudo ";
@@ -119,13 +111,13 @@ std::string reasonAgainst(const fs::path& entry, const Descriptor& file, const s
         return entry.string() + " belongs to " + nameOf(facts.st_uid) +
                ", who can change it (put the file elsewhere or, if its contents are to be trusted, "
                "\"" +
-               sudoUnless(false) + "chown " + option + nameOf(users.back()) + ' ' + quoted(entry) +
-               "\")";
+               sudoUnless(false) + "chown " + option + nameOf(users.back()) + ' ' +
+               quotedForShell(entry.string()) + "\")";
     }
     if (canOthersWrite(file, facts)) {
         return entry.string() + " can be written by others than its owner (\"" +
-               sudoUnless(facts.st_uid == geteuid()) + "chmod go-w " + quoted(entry) +
-               "\" ends that)";
+               sudoUnless(facts.st_uid == geteuid()) + "chmod go-w " +
+               quotedForShell(entry.string()) + "\" ends that)";
     }
     struct statvfs system {};
     const bool onlyRoot = users.size() == 1;

@@ -16,6 +16,7 @@
 #include <string_view>
 
 #include "core/process_rights.h"
+#include "core/shell_word.h"
 #include "core/trusted_path.h"
 #include "station/errors.h"
 
@@ -92,7 +93,7 @@ void checkCapturePermission(const char* program) {
         "  give cmp-station the right, where root alone can write (the desktop gets it from "
         "\"cmp-station gui\"):\n" +
             (isInstalled ? std::string()
-                         : "    cd \"" + folder + "\" && sudo install -D -t " + place +
+                         : "    cd " + quotedForShell(folder) + " && sudo install -D -t " + place +
                                " cmp-station cmp-station-gui cmp_plugin.so cmp_metrics.so "
                                "libkvrtcoretypes-64-1.so\n") +
             "    sudo setcap cap_net_raw+ep " + place +

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "core/shell_word.h"
 #include "station/errors.h"
 
 namespace station {
@@ -14,15 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* scriptName = "cmp-station-extcap";
-
-/// As one word of a shell, whatever is in it.
-std::string quoted(const std::string& text) {
-    std::string word = "'";
-    for (const char c : text) {
-        word += c == '\'' ? std::string(R"('\'')") : std::string(1, c);
-    }
-    return word + "'";
-}
 
 }  // namespace
 
@@ -43,12 +35,12 @@ std::vector<fs::path> personalExtcapFolders() {
 fs::path installExtcap(const fs::path& folder, const std::vector<std::string>& setups,
                        const std::string& plugin) {
     std::string script = fmt::format("#!/bin/sh\nexec {} extcap",
-                                     quoted(fs::read_symlink("/proc/self/exe").string()));
+                                     quotedForShell(fs::read_symlink("/proc/self/exe").string()));
     for (const std::string& setup : setups) {
-        script += " --setup " + quoted(fs::absolute(setup).lexically_normal().string());
+        script += " --setup " + quotedForShell(fs::absolute(setup).lexically_normal().string());
     }
     if (!plugin.empty()) {
-        script += " --plugin " + quoted(fs::absolute(plugin).lexically_normal().string());
+        script += " --plugin " + quotedForShell(fs::absolute(plugin).lexically_normal().string());
     }
     script += " \"$@\"\n";
     fs::path file = folder / scriptName;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "core/shell_word.h"
 #include "core/string_helper.h"
 #include "core/trusted_path.h"
 #include "station/errors.h"
@@ -68,10 +69,10 @@ std::vector<RegisteredPlugin> registeredPlugins() {
 
 std::string missingText(const RegisteredPlugin& plugin) {
     return fmt::format(
-        "the registered plug-in {0} isn't there any more: register another one, or take it out "
-        "with "
-        "cmp-station plugins --unregister \"{0}\"{1}",
-        plugin.module.string(), plugin.forUser ? " --user" : "");
+        "the registered plug-in {} isn't there any more: register another one, or take it out "
+        "with cmp-station plugins --unregister {}{}",
+        plugin.module.string(), quotedForShell(plugin.module.string()),
+        plugin.forUser ? " --user" : "");
 }
 
 std::optional<RegisteredPlugin> findPlugin(const InterfaceId& classId,

@@ -210,7 +210,9 @@ class Setups(Case):
         module.chmod(0o644)
         expect_listed([str(module)], "--register", module)
         module.unlink()
-        self.assertIn("isn't there any more", self.expect(0, *new, **store)[1])
+        told = self.expect(0, *new, **store)[1]
+        self.assertIn("isn't there any more", told)
+        self.assertIn(f"--unregister '{module}'", told)
         expect_listed([], "--unregister", module)
 
     def test_what_another_user_has_registered_is_not_loaded(self):
