@@ -21,6 +21,8 @@ constexpr const wchar_t* typeKey = L"DeviceTypeId";
 /// A module whose type the user hasn't chosen yet, which is also what becomes of any other number.
 constexpr const wchar_t* noType = L"Unknown";
 constexpr const wchar_t* noTypeId = L"65535";
+/// Samples a second that a channel of the host may be told to expect.
+constexpr float highestRate = 1e6F;
 
 /// A key under which a setup has the number of a thing.
 struct NumberKey {
@@ -76,6 +78,9 @@ class Check {
             for (const auto& value : content.values) {
                 noteValue(places, content, value);
             }
+            if (content.name == L"OutputChannel") {
+                noteChannel(content);
+            }
             look(*child);
         }
     }
@@ -102,6 +107,34 @@ class Check {
              known->isUnique, value.text, value.line);
     }
 
+    void noteChannel(const SetupElement::Content& channel) {
+        const auto* const rate = valueOf(channel, L"ExpectedRate");
+        if (rate != nullptr) {
+            const std::string text = StringHelper::ToUtf8(rate->text);
+            const auto number = parseNumber<float>(text);
+            if (!number || !(*number >= 0.0F && *number <= highestRate)) {
+                const auto* const name = valueOf(channel, L"Name");
+                faults.push_back(fmt::format(
+                    "line {}: the ExpectedRate \"{}\" of the channel \"{}\" is no number from 0 to "
+                    "{:.0f}",
+                    rate->line, text, name != nullptr ? StringHelper::ToUtf8(name->text) : "",
+                    highestRate));
+            }
+        }
+        for (const auto& child : channel.children) {
+            const auto& content = child->getContent();
+            if (content.name != L"Index") {
+                continue;
+            }
+            const auto [first, isNew] = indices.try_emplace(content.text, child->getLine());
+            if (!isNew) {
+                faults.push_back(fmt::format("line {}: the Index {} is that of line {} too",
+                                             child->getLine(), StringHelper::ToUtf8(content.text),
+                                             first->second));
+            }
+        }
+    }
+
     static std::wstring typeOf(const SetupElement::Content& element) {
         const auto* const type = valueOf(element, typeKey);
         return type != nullptr ? type->text : L"";
@@ -122,6 +155,7 @@ class Check {
     }
 
     Places placesOfAll;
+    std::map<std::wstring, std::size_t> indices;  ///< of the host's channels, the line by text
 };
 
 }  // namespace

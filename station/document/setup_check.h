@@ -10,7 +10,8 @@ namespace station {
 
 /// What is wrong with the numbers by which the plug-in's part of a setup names modules, clocks and
 /// channels: one that several have, and one that is no number or below zero. Such a setup can be
-/// opened, but something in it won't work, and people who edit files by hand must know where.
+/// opened, but something in it won't work, and people who edit files by hand must know where. And
+/// an expected rate that a channel can't have, with which it can't be opened.
 ///
 /// A sentence each, beginning with "line N: ".
 std::vector<std::string> findSetupFaults(const SetupElement& section);
