@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "core/parse_number.h"
 #include "core/string_helper.h"
@@ -131,18 +132,36 @@ std::size_t StationChannel::sampleBytes() const {
     return static_cast<std::size_t>(elementSize(type)) * static_cast<std::size_t>(arrayElements());
 }
 
+/// Without its time.
+std::size_t StationChannel::roomOfSample() const {
+    return std::max<std::size_t>(type == variantType ? variantBytes : sampleBytes(), 1);
+}
+
 std::size_t StationChannel::samplesOfRoom() const {
-    const std::size_t bytes =
-        std::max<std::size_t>(type == variantType ? variantBytes : sampleBytes(), 1);
+    const std::size_t bytes = roomOfSample();
     const double wanted = std::ceil(bufferSeconds * static_cast<double>(expectedRate));
     const std::size_t least = (leastBytes + bytes - 1) / bytes;
-    const std::size_t most = std::max<std::size_t>(mostBytes / (bytes + sizeof(double)), 1);
+    const std::size_t left = environment.mostBufferBytes -
+                             std::min(*environment.bufferBytes, environment.mostBufferBytes);
+    const std::size_t most = std::max<std::size_t>(
+        std::clamp(left, leastBytes, mostBytes) / (bytes + sizeof(double)), 1);
     const auto limited = static_cast<std::size_t>(std::min(wanted, static_cast<double>(most)));
     return std::clamp(limited, std::min(least, most), most);
 }
 
+StationChannel::~StationChannel() {
+    giveRoomBack();
+}
+
+void StationChannel::giveRoomBack() {
+    *environment.bufferBytes -= std::exchange(ownBytes, 0);
+}
+
 void StationChannel::allocate() {
+    giveRoomBack();
     const std::size_t samples = samplesOfRoom();
+    ownBytes = samples * (roomOfSample() + sizeof(double));
+    *environment.bufferBytes += ownBytes;
     if (type == variantType) {
         ring.release();
         variants.allocate(samples, samples * variantBytes);
@@ -244,6 +263,7 @@ HostResult StationChannel::allocateBuffers(HostBool) {
 HostResult StationChannel::releaseBuffers() {
     ring.release();
     variants.release();
+    giveRoomBack();
     allocated = false;
     return HostCode::success;
 }

@@ -21,6 +21,10 @@ struct ChannelEnvironment {
     CountedRef<HostDocumentFactory> documentFactory;
     /// How often one of them has got other indices.
     std::shared_ptr<std::uint64_t> moves = std::make_shared<std::uint64_t>(0);
+    /// Bytes in the buffers of all of them, and how many these may be before another one gets the
+    /// least room.
+    std::size_t mostBufferBytes = std::size_t{1} << 30U;
+    std::shared_ptr<std::size_t> bufferBytes = std::make_shared<std::size_t>(0);
 };
 
 /// An interface of a channel with its text attribute, an operation that two of them have.
@@ -52,8 +56,9 @@ class WithText : public Interface {
 /// | 6    | signed 64-bit           |      |                          |
 ///
 /// The buffers are there when they are first asked for and move when type, shape or expected rate
-/// change. Their size is 2 seconds at the expected rate, 64 KiB at least and 128 MiB at most. A
-/// channel of type 12 has no buffers to write into, but takes its samples by `addVariantValue`.
+/// change. Their size is 2 seconds at the expected rate, 64 KiB at least and 8 MiB at most; all
+/// channels together have 1 GiB, and who comes when that is used up gets the least. A channel of
+/// type 12 has no buffers to write into, but takes its samples by `addVariantValue`.
 ///
 /// What was written is taken by `takeNew`, at the latest after each periodic call. Before a writer
 /// laps that reader, `setOnFull` gives it an occasion to read in the middle of a call, so that a
@@ -69,6 +74,7 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     static constexpr std::size_t recordSize = 72;
 
     StationChannel(std::vector<std::int32_t> channelIndices, ChannelEnvironment surroundings);
+    ~StationChannel() override;
 
     // The host's side.
 
@@ -201,9 +207,11 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
   private:
     std::int32_t arrayElements() const;
     std::size_t sampleBytes() const;
+    std::size_t roomOfSample() const;
     std::size_t samplesOfRoom() const;
     bool hasLayoutMoved() const { return !allocated || seenVersion != arrayInfo->getVersion(); }
     void allocate();
+    void giveRoomBack();
     void ensureBuffers() {
         if (hasLayoutMoved()) {
             allocate();
@@ -248,6 +256,7 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     SampleRing ring;
     VariantRing variants;
     bool allocated = false;
+    std::size_t ownBytes = 0;       ///< of `environment.bufferBytes`
     std::uint32_t seenVersion = 0;  ///< of the array's shape, when the buffers were made
     std::function<void()> onFull;
 

@@ -56,6 +56,24 @@ TEST_F(Channels, WhatTheWriterLapsIsCountedAndTheRestIsRead) {
     EXPECT_EQ(channel->getWritten(), 0U);
 }
 
+TEST_F(Channels, AllTogetherHaveABoundedRoomThatComesBack) {
+    ChannelEnvironment shared;
+    shared.mostBufferBytes = std::size_t{20} << 20U;
+    std::vector<CountedRef<StationChannel>> many;
+    std::vector<std::int32_t> sizes;
+    for (int i = 0; i < 10; ++i) {
+        many.push_back(makeObject<StationChannel>(std::vector<std::int32_t>{8, 0, i}, shared));
+        many.back()->setAsync(hostTrue);
+        many.back()->setExpectedRate(1e6F);
+        sizes.push_back(hostValue(many.back(), &HostChannel::getBufferSize));
+    }
+    EXPECT_TRUE(sizes[0] == sizes[1] && 0 < sizes[2] && sizes[2] <= sizes[1]);
+    EXPECT_TRUE(0 < sizes[9] && sizes[9] < sizes[1] / 100) << sizes[9];
+    EXPECT_LT(*shared.bufferBytes, std::size_t{21} << 20U);
+    many.clear();
+    EXPECT_EQ(*shared.bufferBytes, 0U);
+}
+
 TEST_F(Channels, AReaderThatIsCalledInTimeLosesNoVariantInAStall) {
     channel->setOnFull([this] { channel->takeNew(*this); });
     channel->setDataType(StationChannel::variantType);
