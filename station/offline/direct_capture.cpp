@@ -184,8 +184,12 @@ std::vector<std::string> DirectCapture::describeClocks() const {
     std::vector<std::string> texts = standingModules;
     std::ranges::move(clocks.describeJumps(), std::back_inserter(texts));
     for (const Channel& entry : channels) {
-        if (const auto raised = entry.channel->getCounts().raised; raised != 0) {
-            texts.push_back(raisedText(entry.channel->getName(), raised));
+        const ChannelStatistics counts = statisticsOf(entry.channel->getCounts());
+        if (counts.raised != 0) {
+            texts.push_back(raisedText(entry.channel->getName(), counts.raised));
+        }
+        if (counts.getLost() != 0) {
+            texts.push_back(lossText(entry.channel->getName(), {}, counts));
         }
     }
     if (const std::uint64_t outside = countOutside(); outside != 0) {

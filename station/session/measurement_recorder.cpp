@@ -189,17 +189,15 @@ std::vector<std::string> MeasurementRecorder::takeCounts(
                              });
     for (const auto& channel : channels) {
         const ChannelStatistics now = sumOf(statistics, channel->source->indices().back());
-        const std::string reasons = lossReasons(channel->counts, now);
         if (now.raised > channel->counts.raised) {
             texts.push_back(raisedText(channel->name, now.raised - channel->counts.raised));
         }
         if (now.unusable != 0 && channel->counts.unusable == 0) {
             texts.push_back(unusableText(channel->name, now.unusable));
         }
-        if (!reasons.empty()) {
+        if (now.getLost() != channel->counts.getLost()) {
             hasLost = true;
-            texts.push_back(fmt::format("channel \"{}\" lost {} messages: {}", channel->name,
-                                        now.getLost() - channel->counts.getLost(), reasons));
+            texts.push_back(lossText(channel->name, channel->counts, now));
         }
         channel->counts = now;
         unused -= now.queued + now.unusable;

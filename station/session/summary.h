@@ -78,6 +78,9 @@ struct ChannelSummary {
 /// The causes for which the plug-in lost messages between two looks at its counts, with how many
 /// each; empty for none.
 std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics& now);
+/// The same as a sentence.
+std::string lossText(const std::string& channel, const ChannelStatistics& before,
+                     const ChannelStatistics& now);
 /// The text for the user about messages that got the time of the one before.
 std::string raisedText(const std::string& channel, std::uint64_t messages);
 /// The text for the user about messages that came for a channel and can't be one of its bus.

@@ -96,6 +96,12 @@ std::string lossReasons(const ChannelStatistics& before, const ChannelStatistics
     return fmt::format("{}", fmt::join(parts, ", "));
 }
 
+std::string lossText(const std::string& channel, const ChannelStatistics& before,
+                     const ChannelStatistics& now) {
+    return fmt::format("channel \"{}\" lost {} messages: {}", channel,
+                       now.getLost() - before.getLost(), lossReasons(before, now));
+}
+
 std::string raisedText(const std::string& channel, std::uint64_t messages) {
     return fmt::format(
         "channel \"{}\": {} messages have the time of the one before, as their own was earlier: "
