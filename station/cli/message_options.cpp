@@ -58,6 +58,11 @@ MessageFilter::Options readFilter(const MessageOptions& options) {
     if (!options.to.empty()) {
         wanted.to = parseMoment(options.to);
     }
+    if (wanted.from && wanted.to && wanted.from->isSinceFirst == wanted.to->isSinceFirst &&
+        wanted.from->nanoseconds >= wanted.to->nanoseconds) {
+        throw UserError(fmt::format("--from {} isn't before --to {}: no message is between them",
+                                    options.from, options.to));
+    }
     wanted.channels = options.channels;
     for (const std::string& text : options.identifiers) {
         wanted.identifiers.push_back(parseIdentifiers(text).value());

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "station/cli/commands.h"
 #include "station/errors.h"
@@ -142,6 +143,21 @@ PartRules parsePartRules(const PartOptions& options) {
         rules.compressor = std::make_shared<PartCompressor>();
     }
     return rules;
+}
+
+void refuseUnusedParts(const PartOptions& options, const std::vector<std::string>& paths,
+                       bool isStreamed) {
+    const bool hasFile = !std::ranges::all_of(paths, AppendFile::isStreamPath);
+    const std::pair<const char*, bool> ofFiles[] = {
+        {"--rotate", !options.rotate.empty()},
+        {"--min-free", !options.minFree.empty() && !isStreamed}};
+    for (const auto& [option, isGiven] : ofFiles) {
+        if (isGiven && !hasFile) {
+            throw UserError(fmt::format(
+                "{} is for recordings in files: {}", option,
+                paths.empty() ? "name one with --record" : "a pipe takes a single one"));
+        }
+    }
 }
 
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,

@@ -26,6 +26,10 @@ struct PartOptions {
 void addPartOptions(CLI::App& command, PartOptions& options);
 /// With a compressor, if parts are to be compressed. Throws UserError.
 PartRules parsePartRules(const PartOptions& options);
+/// Throws UserError for options that none of these recordings follows, as there is no file among
+/// them. A stream heeds the least room on the disk.
+void refuseUnusedParts(const PartOptions& options, const std::vector<std::string>& paths,
+                       bool isStreamed);
 /// Opens all; throws UserError.
 void openRecordings(RecordingSet& recordings, const std::vector<std::string>& paths,
                     bool overwrites, const PartRules& rules = {});

@@ -261,6 +261,7 @@ ExitCode run(RunOptions& options, StopSignal& stop) {
     const auto stream = isStreamed ? openStream(streamSettings) : nullptr;
     const auto recordings = std::make_shared<RecordingSet>();
     const PartRules rules = parsePartRules(options.parts);
+    refuseUnusedParts(options.parts, paths, isStreamed);
     const auto frameRecordings = std::make_shared<RecordingSet>();
     if (options.waits) {
         tryAll(options, rules);

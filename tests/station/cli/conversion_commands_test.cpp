@@ -112,6 +112,7 @@ TEST_F(ConversionTest, WhatCannotBeConvertedIsRefused) {
                     {{frames, out, "--module", "CAN box:5"}, "CAN box"},
                     {{frames, out, "--clock", "hard"}, "--clock"},
                     {{recording, out, "--from", "soon"}, "soon is no time"},
+                    {{recording, out, "--from", "2", "--to", "2"}, "--from 2 isn't before --to 2"},
                     {{recording, out, "--to", ""}, "is no time"},
                     {{recording, out, "--id", "0x"}, "0x is no identifier"},
                     {{recording, "-", "-"}, "can take one recording only"},

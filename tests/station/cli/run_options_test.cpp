@@ -79,6 +79,9 @@ TEST_F(RunCommandTest, WhatCannotBeMeasuredIsRefusedBeforeItBegins) {
          {{"--record", recording, "--rotate", "weight=1kg"}, "\"weight=1kg\" is no rule"},
          {{"--record", recording, "--keep", "2"}, "say when with --rotate"},
          {{"--record", recording, "--compress", "zstd"}, "say when with --rotate"},
+         {{"--rotate", "count=5"}, "--rotate is for recordings in files: name one"},
+         {{"--min-free", "1GB"}, "--min-free is for recordings in files: name one"},
+         {{"--record", "-", "--rotate", "count=5"}, "a pipe takes a single one"},
          {{"--stream-age", "1s"}, "--stream-age is for a stream: name its brokers with --stream"},
          {{"--stream", "nats://a", "--no-stream"}, "excludes"},
          {{"--stream", "http://a"}, "--stream"}});
