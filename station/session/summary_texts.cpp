@@ -105,8 +105,8 @@ std::string lossText(const std::string& channel, const ChannelStatistics& before
 std::string raisedText(const std::string& channel, std::uint64_t messages) {
     return fmt::format(
         "channel \"{}\": {} messages have the time of the one before, as their own was earlier: "
-        "the "
-        "module's clock went back, or a time of it was wrong",
+        "the module's clock went back, a time of it was wrong, or the machine was too busy to read "
+        "the clocks in time",
         channel, messages);
 }
 

@@ -77,6 +77,19 @@ TEST_F(ConversionTest, FramesBecomeARecordingWithAnAccount) {
     EXPECT_THAT(call({"convert", recording, "-"}).errors, HasSubstr("-: 3 records"));
 }
 
+TEST_F(ConversionTest, WhatTheClocksLoseIsTold) {
+    std::string bytes = contentOf(frames);
+    const std::size_t last = bytes.find(std::string("\2\0\0\0\x16", 5));
+    ASSERT_NE(last, std::string::npos);
+    ++bytes[last - 15];  // its time, by 18 minutes
+    write("a.pcap", bytes);
+    const Answer lossy =
+        call({"convert", frames, path("b.csv"), "--quiet", "--json", "--clock", "soft"});
+    EXPECT_EQ(lossy.code, 1);
+    EXPECT_EQ(Json::parse(lossy.output)["lostMessages"], 1);
+    EXPECT_THAT(lossy.errors, HasSubstr("\" lost 1 messages: 1 were stamped too far ahead"));
+}
+
 TEST_F(ConversionTest, MessagesAreChosenByTimeChannelAndIdentifier) {
     EXPECT_EQ(converted({}), csv);
     EXPECT_EQ(converted({"--from", "0.001"}), lines({2, 3}));
