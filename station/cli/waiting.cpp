@@ -54,9 +54,9 @@ void reportUnlisted(Session& session, std::set<std::uint16_t>& told, TextWriter&
     for (const Module& module : session.findUnlisted()) {
         if (told.insert(module.cmId).second) {
             report(writer,
-                 fmt::format("CM ID 0x{:X} is heard ({} with ConfigId {}), which no module of "
-                             "this setup has",
-                             module.cmId, module.type, module.configId));
+                   fmt::format("CM ID 0x{:X} is heard ({} with ConfigId {}), which no module of "
+                               "this setup has",
+                               module.cmId, module.type, module.configId));
         }
     }
 }

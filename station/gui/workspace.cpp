@@ -170,8 +170,7 @@ void Workspace::readDecoders() {
     std::vector<Wanted> wanted;
     bool hasAny = false;
     for (const ChannelSummary& channel : summary.channels) {
-        wanted.push_back(
-            {{channel.name, channel.bus}, summary.findDatabases(channel, getPath())});
+        wanted.push_back({{channel.name, channel.bus}, summary.findDatabases(channel, getPath())});
         hasAny = hasAny || !wanted.back().paths.empty();
     }
     isReadingStale = reading.isRunning();
