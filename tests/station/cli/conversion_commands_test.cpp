@@ -166,8 +166,8 @@ TEST_F(ConversionTest, SignalsAreWrittenAndTheRestIsCounted) {
                "LIN_description_file;\nLIN_protocol_version = \"2.1\";\nLIN_language_version"
                " = \"2.1\";\nLIN_speed = 19.2 kbps;\nNodes { Master: M, 5 ms, 0.1 ms;"
                " Slaves: S; }\nSignals { A: 8, 0, M, S; }\nFrames { F: 1, M, 1 { A, 0; } }\n")});
-    EXPECT_EQ(lin.code, 0) << lin.errors;
-    EXPECT_THAT(lin.errors, HasSubstr("3 messages are of channels without a database (--db)"));
+    EXPECT_EQ(lin.code, 2);
+    EXPECT_THAT(lin.errors, HasSubstr("a.ldf is a database of LIN"));
     expectRefusals(
         {"decode"},
         {{{recording}, "--db is required"},
