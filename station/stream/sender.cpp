@@ -100,7 +100,8 @@ struct Sender::Shared {
             if (!spool->saveNote() && !std::exchange(isNoteFailureReported, true)) {
                 report(
                     "the stream's spool: its note of what is acknowledged can't be written: after "
-                    "the next start more is sent again, which the broker knows; make room");
+                    "the next start more is sent again, which the broker knows within its "
+                    "duplicate window only; make room");
             }
         }
         if (beat && (isEnding || now >= nextBeat)) {
