@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <thread>
@@ -188,7 +189,8 @@ std::string describeStatus(natsStatus status, jsErrCode code) {
 }
 
 NatsConnection::NatsConnection(const NatsOptions& options, const std::string& address,
-                               const std::string& client)
+                               const std::string& client,
+                               std::optional<std::chrono::milliseconds> writePatience)
     : server(address) {
     natsOptions* made = nullptr;
     require(natsOptions_Create(&made), "NATS library");
@@ -196,9 +198,11 @@ NatsConnection::NatsConnection(const NatsOptions& options, const std::string& ad
     require(natsOptions_SetURL(made, server.c_str()), server.c_str());
     natsOptions_SetName(made, client.c_str());
     natsOptions_SetTimeout(made, connectMilliseconds);
-    natsOptions_SetWriteDeadline(made, writeMilliseconds);
+    natsOptions_SetWriteDeadline(made, writePatience ? writePatience->count() : writeMilliseconds);
     natsOptions_SetPingInterval(made, pingMilliseconds);
-    natsOptions_SetMaxPingsOut(made, mostUnansweredPings);
+    // One waits behind what is published. Whoever is as patient looks for the broker by himself.
+    natsOptions_SetMaxPingsOut(
+        made, writePatience ? std::numeric_limits<int>::max() : mostUnansweredPings);
     natsOptions_SetAllowReconnect(made, false);
     natsOptions_SetSendAsap(made, true);  // what is published comes in pieces that are large enough
     natsOptions_SetErrorHandler(made, ignoreError, nullptr);

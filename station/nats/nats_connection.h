@@ -3,8 +3,10 @@
 #include <nats/nats.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -63,10 +65,11 @@ using NatsSubscription = std::unique_ptr<natsSubscription, NatsDelete<natsSubscr
 /// The library has threads of its own, which call what is subscribed. Any thread may use this.
 class NatsConnection {
   public:
-    /// Waits four seconds for it at most. `client` is what the
-    /// broker's own tools show. Throws `NatsError`.
-    NatsConnection(const NatsOptions& options, const std::string& server,
-                   const std::string& client);
+    /// Waits four seconds for it at most. `client` is what the broker's own tools show. What is
+    /// published is given up after `writePatience`; with none of it the connection has two seconds
+    /// for that, and ends by itself when the broker is silent. Throws `NatsError`.
+    NatsConnection(const NatsOptions& options, const std::string& server, const std::string& client,
+                   std::optional<std::chrono::milliseconds> writePatience = {});
     /// What was given to the library and isn't sent yet may not arrive.
     ~NatsConnection();
     NatsConnection(const NatsConnection&) = delete;

@@ -17,8 +17,15 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t mostBytesOnTheWay = std::size_t{8} << 20U;
 constexpr auto answerPatience = 5s;
-constexpr auto beatPatience = 1s;  // for the answer to the last one
+constexpr std::size_t leastBytesPerSecond = 10'000;  // of a link that is good enough
+constexpr auto mostMessagePatience = 80s;
+constexpr auto beatPause = 1s;  // for the answer to the last one
 constexpr const char* beatAnswer = "beat";
+
+/// For an answer that waits behind so many bytes.
+std::chrono::milliseconds patienceFor(std::size_t bytes) {
+    return answerPatience + std::chrono::milliseconds(bytes * 1000 / leastBytesPerSecond);
+}
 
 std::string headerOf(natsMsg* message, const char* name) {
     const char* text = nullptr;
@@ -56,8 +63,10 @@ void NatsPublisher::open() {
     close();
     const std::string& address = options.servers[attempt++ % options.servers.size()];
     try {
-        connection = std::make_unique<NatsConnection>(options, address, "cmp-station stream");
+        connection = std::make_unique<NatsConnection>(options, address, "cmp-station stream",
+                                                      patienceFor(largestBatch));
         jetStream = connection->openJetStream();
+        messages = connection->openJetStream(static_cast<int>(messagePatience.count()));
         makeStream();
         // One of several may be down for long.
         const bool wasAway = attempt - std::exchange(lastReached, attempt) > options.servers.size();
@@ -74,6 +83,7 @@ void NatsPublisher::open() {
 
 void NatsPublisher::close() {
     answers.reset();
+    messages.reset();
     jetStream.reset();
     connection.reset();
     lastBySubject.clear();
@@ -185,8 +195,8 @@ NatsPublisher::Last& NatsPublisher::findLast(const std::string& subject) {
     }
     natsMsg* found = nullptr;
     jsErrCode code{};
-    const natsStatus status =
-        js_GetLastMsg(&found, jetStream.get(), rules.name.c_str(), subject.c_str(), nullptr, &code);
+    const natsStatus status = noteMessageAsked(
+        js_GetLastMsg(&found, messages.get(), rules.name.c_str(), subject.c_str(), nullptr, &code));
     NatsMessage message(found);
     Last last;
     if (status == NATS_OK) {
@@ -235,16 +245,15 @@ void NatsPublisher::distrust(const std::string& subject, std::uint64_t sequence)
 }
 
 bool NatsPublisher::publish(const Batch& batch) {
-    std::size_t bytes = batch.payload.size();
     for (const OnTheWay& other : onTheWay) {
-        bytes += other.payload.size();
         if (other.way == Way::Sent && other.subject == batch.subject) {
             return false;
         }
     }
-    if (!onTheWay.empty() && bytes > mostBytesOnTheWay) {
+    if (!onTheWay.empty() && sumBytesOnTheWay() + batch.payload.size() > mostBytesOnTheWay) {
         return false;
     }
+    largestBatch = std::max(largestBatch, batch.payload.size());
     const Way way = compareWithLast(batch);
     if (way == Way::Sent) {
         send(batch);
@@ -253,6 +262,23 @@ bool NatsPublisher::publish(const Batch& batch) {
                         way == Way::Sent ? batch.payload : std::vector<std::uint8_t>(),
                         Clock::now(), way});
     return true;
+}
+
+/// How large the message is that was asked for is known once it is there.
+natsStatus NatsPublisher::noteMessageAsked(natsStatus status) {
+    if (status == NATS_TIMEOUT) {
+        messagePatience =
+            std::min<std::chrono::milliseconds>(2 * messagePatience, mostMessagePatience);
+    }
+    return status;
+}
+
+std::size_t NatsPublisher::sumBytesOnTheWay() const {
+    std::size_t bytes = 0;
+    for (const OnTheWay& batch : onTheWay) {
+        bytes += batch.payload.size();
+    }
+    return bytes;
 }
 
 void NatsPublisher::send(const Batch& batch) {
@@ -299,7 +325,13 @@ std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience)
             break;
         }
     }
-    if (!onTheWay.empty() && Clock::now() - onTheWay.front().since > answerPatience) {
+    // One comes behind the other, so each answer begins the wait for the next.
+    std::size_t largest = 0;
+    for (const OnTheWay& batch : onTheWay) {
+        largest = std::max(largest, batch.payload.size());
+    }
+    if (!onTheWay.empty() &&
+        Clock::now() - std::max(onTheWay.front().since, lastStored) > patienceFor(largest)) {
         const std::string& subject = onTheWay.front().subject;
         if (onTheWay.front().way == Way::Presumed) {
             distrust(subject, lastBySubject[subject].sequence);
@@ -359,8 +391,8 @@ void NatsPublisher::noteStored(std::string_view number, bool isDuplicate, std::u
     if (isDuplicate) {
         natsMsg* found = nullptr;
         jsErrCode code{};
-        const natsStatus status =
-            js_GetMsg(&found, jetStream.get(), rules.name.c_str(), sequence, nullptr, &code);
+        const natsStatus status = noteMessageAsked(
+            js_GetMsg(&found, messages.get(), rules.name.c_str(), sequence, nullptr, &code));
         const NatsMessage there(found);
         if (status != NATS_OK && code != JSNoMessageFoundErr) {
             fail(fmt::format("message {} of the stream", sequence), describeStatus(status, code));
@@ -371,16 +403,21 @@ void NatsPublisher::noteStored(std::string_view number, bool isDuplicate, std::u
     }
     batch.payload = {};
     batch.way = Way::Stored;
+    lastStored = Clock::now();
 }
 
 void NatsPublisher::beat(const std::string& json) {
-    const auto end = Clock::now() + beatPatience;
+    const auto end = Clock::now() + beatPause;
     while (stationName->isBeating() && Clock::now() < end) {
         takeAnswer(50ms);
     }
     if (stationName->isBeating()) {
-        fail("heartbeat", describeStatus(NATS_TIMEOUT));
+        if (Clock::now() > beatEnd) {
+            fail("heartbeat", describeStatus(NATS_TIMEOUT));
+        }
+        return;
     }
+    beatEnd = Clock::now() + patienceFor(sumBytesOnTheWay());
     stationName->beat(*connection, json, fmt::format("{}.{}", inbox, beatAnswer));
 }
 

@@ -80,6 +80,8 @@ class NatsPublisher final : public Publisher {
     Last& findLast(const std::string& subject);
     Way compareWithLast(const Batch& batch);
     void send(const Batch& batch);
+    natsStatus noteMessageAsked(natsStatus status);
+    std::size_t sumBytesOnTheWay() const;
     bool takeAnswer(std::chrono::milliseconds patience);
     void noteStored(std::string_view number, bool isDuplicate, std::uint64_t sequence);
 
@@ -90,15 +92,20 @@ class NatsPublisher final : public Publisher {
 
     std::uint64_t attempt = 0;      ///< to open
     std::uint64_t lastReached = 0;  ///< the last that got as far as to the name
+    std::size_t largestBatch = std::size_t{256} << 10U;  ///< a connection is made for it; bytes
+    std::chrono::milliseconds messagePatience{5000};     ///< for a message of the stream
     bool wasStreamThere = false;
     bool areDifferencesReported = false;
     std::unique_ptr<NatsConnection> connection;  ///< null while it isn't open
     JetStream jetStream;
+    JetStream messages;  ///< with the patience for a message of the stream
     std::string inbox;
     NatsSubscription answers;
     std::map<std::string, Last> lastBySubject;     ///< as it was at the first batch since `open`
     std::map<std::string, std::uint64_t> foreign;  ///< by subject: a message that isn't ours
     std::deque<OnTheWay> onTheWay;
+    Clock::time_point lastStored;    ///< when the broker last said so of a batch
+    Clock::time_point beatEnd;       ///< an answer to the last heartbeat is due then
     std::uint64_t acknowledged = 0;  ///< in front of those
 
     mutable Mutex lock;

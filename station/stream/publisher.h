@@ -40,8 +40,8 @@ class PublishError : public std::runtime_error {
 };
 
 /// An engine that keeps batches for others to read: four operations, so that another one than NATS
-/// can take its place (docs/fleet.md). Called on one thread, which it holds up for some seconds at
-/// most.
+/// can take its place (docs/fleet.md). Called on one thread, which it holds up for some seconds,
+/// and as long as its link takes for a batch.
 ///
 /// Of each subject the engine has at any time the first batches that it was given, without a gap:
 /// an implementation publishes none before those in front of it are stored.
