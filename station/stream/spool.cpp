@@ -186,6 +186,7 @@ void Spool::grow(const std::string& path, std::uint64_t bytes, std::uint64_t mes
         const LockGuard guard(lock);
         const auto found = parts.find(keyOf(path).value_or(Key()));
         if (found == parts.end()) {
+            lostMessages += messages;  // another program deleted it
             return;
         }
         found->second.bytes += bytes;
@@ -233,6 +234,10 @@ std::uint64_t Spool::startOf(const Key& key) const {
     return key == acknowledgedUpTo.part ? acknowledgedUpTo.offset : 0;
 }
 
+std::uint64_t Spool::acknowledgedOf(const Key& key) const {
+    return key == acknowledgedUpTo.part ? acknowledgedOfPart : 0;
+}
+
 void Spool::dropOldest() {
     for (;;) {
         Key key;
@@ -245,19 +250,23 @@ void Spool::dropOldest() {
             }
             key = parts.begin()->first;
             part = parts.begin()->second;
-            acknowledged = key == acknowledgedUpTo.part ? acknowledgedOfPart : 0;
+            acknowledged = acknowledgedOf(key);
             parts.erase(parts.begin());
         }
-        const std::uint64_t messages = part.messages ? *part.messages : countMessages(key, part);
+        const std::uint64_t messages =
+            part.messages ? *part.messages : countMessages(key, part).value_or(1);
         remove(part.path);
         const LockGuard guard(lock);
         lostMessages += messages - std::min(messages, acknowledged);
     }
 }
 
-/// Those that weren't acknowledged when the spool was opened.
-std::uint64_t Spool::countMessages(const Key& key, const Part& part) const {
+/// Those that weren't acknowledged when the spool was opened; none if it can't be opened.
+std::optional<std::uint64_t> Spool::countMessages(const Key& key, const Part& part) const {
     const Descriptor file = openForReading(part.path);
+    if (!file.isOpen()) {
+        return std::nullopt;
+    }
     std::uint64_t offset = key == noted.part ? noted.offset : 0;
     std::uint64_t messages = 0;
     int failure = 0;
@@ -281,7 +290,7 @@ void Spool::countOld() {
             part = found->second;
         }
         if (!part.messages) {
-            const std::uint64_t messages = countMessages(last, part);
+            const auto messages = countMessages(last, part);
             const LockGuard guard(lock);
             if (const auto found = parts.find(last); found != parts.end()) {
                 found->second.messages = messages;
@@ -330,6 +339,10 @@ bool Spool::read(Place& place, Batch& batch) {
             readFile = openForReading(part.path);
         }
         int failure = readFile.isOpen() ? 0 : errno;
+        if (failure == ENOENT) {
+            noteDeleted(place.part);
+            continue;
+        }
         std::uint64_t at = place.offset;
         auto found = failure == 0 ? findBatch(readFile, at, part.bytes, failure) : std::nullopt;
         if (found) {
@@ -362,6 +375,23 @@ void Spool::noteUnreadable(const fs::path& path, int errorNumber) {
         texts.push_back(fmt::format("the stream's spool: {} can't be read: {}; it is tried again",
                                     path.string(), std::strerror(errorNumber)));
     }
+}
+
+/// Nobody sends what it had, and nothing behind it waits for it.
+void Spool::noteDeleted(const Key& key) {
+    const LockGuard guard(lock);
+    const auto found = parts.find(key);
+    if (found == parts.end()) {
+        return;  // it had to go meanwhile
+    }
+    const std::uint64_t acknowledged = acknowledgedOf(key);
+    const std::uint64_t messages = found->second.messages.value_or(acknowledged + 1);  // at least
+    lostMessages += messages - std::min(messages, acknowledged);
+    texts.push_back(
+        fmt::format("the stream's spool: another program deleted {}: what of it wasn't in the "
+                    "stream is lost",
+                    found->second.path.string()));
+    parts.erase(found);
 }
 
 /// A killed process may leave a torn batch at the end of a part, a power cut also other bytes.
@@ -454,7 +484,7 @@ Spool::Counts Spool::getCounts() const {
     const LockGuard guard(lock);
     Counts counts;
     for (const auto& [key, part] : parts) {
-        const std::uint64_t before = key == acknowledgedUpTo.part ? acknowledgedOfPart : 0;
+        const std::uint64_t before = acknowledgedOf(key);
         counts.messages += part.messages.value_or(before) - before;
         counts.bytes += part.bytes - std::min(part.bytes, startOf(key));
     }

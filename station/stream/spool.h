@@ -103,14 +103,16 @@ class Spool {
     void noteStation(const std::string& stationToken);
     void findParts();
     void readNote();
-    std::uint64_t countMessages(const Key& key, const Part& part) const;
+    std::optional<std::uint64_t> countMessages(const Key& key, const Part& part) const;
     std::uint64_t sumBytes() const CMP_REQUIRES(lock);
     void dropOldest() CMP_EXCLUDES(lock);
     void noteUnreadable(const std::filesystem::path& path, int errorNumber) CMP_EXCLUDES(lock);
+    void noteDeleted(const Key& key) CMP_EXCLUDES(lock);
     void noteDamage(const Place& from, std::uint64_t to) CMP_EXCLUDES(lock);
     void noteAllRead(const Key& key) CMP_EXCLUDES(lock);
     void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
     std::uint64_t startOf(const Key& key) const CMP_REQUIRES(lock);
+    std::uint64_t acknowledgedOf(const Key& key) const CMP_REQUIRES(lock);
 
     const std::filesystem::path folder;
     const std::uint64_t limit;
