@@ -145,7 +145,6 @@ void Spool::findParts() {
         if (!key || !entry.is_regular_file(failure)) {
             continue;
         }
-        latestMeasurement = std::max(latestMeasurement, key->measurement);
         const std::uint64_t bytes = entry.file_size(failure);
         if (bytes == 0) {
             continue;
@@ -156,6 +155,7 @@ void Spool::findParts() {
                 fmt::format("{} is no part of a spool, and is left alone", entry.path().string()));
             continue;
         }
+        latestMeasurement = std::max(latestMeasurement, key->measurement);
         if (*key < noted.part || bytes <= startOf(*key)) {
             fs::remove(entry.path(), failure);
         } else {
@@ -169,15 +169,23 @@ void Spool::findParts() {
 }
 
 std::string Spool::nameNext() {
+    constexpr std::uint64_t most = 99'999'999;  // as `keyOf` reads it
+    if (latestMeasurement >= most) {
+        throw FileError(
+            fmt::format("--spool: {} has a part with the last number that there is, {}: name "
+                        "another folder, and send this one by `cmp-station stream`",
+                        folder.string(), latestMeasurement));
+    }
     return folder / fmt::format("{:08}{}", ++latestMeasurement, partEnding);
 }
 
 void Spool::addPart(const std::string& path) {
     const auto key = keyOf(path);
-    const LockGuard guard(lock);
-    if (key) {
-        parts[*key] = {path, 0, 0, false};
+    if (!key) {
+        throw FileError(fmt::format("{} is no name of a part of a spool", path));
     }
+    const LockGuard guard(lock);
+    parts[*key] = {path, 0, 0, false};
 }
 
 void Spool::grow(const std::string& path, std::uint64_t bytes, std::uint64_t messages) {

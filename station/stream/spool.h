@@ -57,8 +57,9 @@ class Spool {
     // By the thread that records.
 
     /// As a `RecordingSeries` is to be named, whose parts get the keys of the next measurement.
+    /// Throws `FileError`: there are no more numbers.
     std::string nameNext();
-    /// A part that is being written.
+    /// A part that is being written. Throws `FileError`: it isn't named so.
     void addPart(const std::string& path) CMP_EXCLUDES(lock);
     /// A batch is in it.
     void grow(const std::string& path, std::uint64_t bytes, std::uint64_t messages)
