@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 #include <vector>
 
 namespace station {
@@ -14,10 +15,21 @@ namespace {
 
 constexpr std::size_t longestHeader = 16 * 1024;
 
+constexpr std::array<std::uint8_t, 4> mark = {0x0A, 0x0D, 0x0D, 0x0A};  // of a section
+
+/// The batch at `offset` of a file whose whole batches end at `end`. `failure` is as of `readAt`.
+std::optional<BatchExtent> headerAt(const Descriptor& file, std::uint64_t offset, std::uint64_t end,
+                                    int& failure) {
+    std::array<std::uint8_t, longestHeader> bytes;
+    std::span<std::uint8_t> target = bytes;
+    failure = readAt(file, offset, target);
+    auto found = failure == 0 ? readBatchHeader(target) : std::nullopt;
+    return found && found->size <= end - offset ? found : std::nullopt;
+}
+
 /// Where the next section of a .pcapng may begin, or `end`.
 std::uint64_t nextSection(const Descriptor& file, std::uint64_t at, std::uint64_t end,
                           int& failure) {
-    constexpr std::array<std::uint8_t, 4> mark = {0x0A, 0x0D, 0x0D, 0x0A};
     std::vector<std::uint8_t> bytes(64 * 1024);
     for (; failure == 0 && at < end; at += bytes.size()) {
         std::span<std::uint8_t> there = bytes;
@@ -38,15 +50,6 @@ Descriptor openForReading(const std::filesystem::path& path) {
     return Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
 }
 
-std::optional<BatchExtent> headerAt(const Descriptor& file, std::uint64_t offset, std::uint64_t end,
-                                    int& failure) {
-    std::array<std::uint8_t, longestHeader> bytes;
-    std::span<std::uint8_t> target = bytes;
-    failure = readAt(file, offset, target);
-    auto found = failure == 0 ? readBatchHeader(target) : std::nullopt;
-    return found && found->size <= end - offset ? found : std::nullopt;
-}
-
 std::optional<BatchExtent> findBatch(const Descriptor& file, std::uint64_t& offset,
                                      std::uint64_t end, int& failure) {
     constexpr std::uint64_t alignment = 4;  // of the blocks of a .pcapng
@@ -60,6 +63,37 @@ std::optional<BatchExtent> findBatch(const Descriptor& file, std::uint64_t& offs
     }
     offset = failure == 0 ? end : offset;
     return std::nullopt;
+}
+
+bool isEndOfBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t end) {
+    std::uint64_t at = 0;
+    int failure = 0;
+    while (const auto found = findBatch(file, at, end, failure)) {
+        at += found->size;
+        if (at >= offset) {
+            return at == offset;
+        }
+    }
+    return false;
+}
+
+bool isTornBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t end) {
+    std::array<std::uint8_t, longestHeader> bytes;
+    std::span<std::uint8_t> there = std::span(bytes).first(std::min(longestHeader, end - offset));
+    if (readAt(file, offset, there) != 0) {
+        return false;
+    }
+    if (const auto found = readBatchHeader(there)) {
+        return found->size > end - offset;
+    }
+    constexpr std::size_t sizeAt = mark.size();  // of the section's block, in this byte order
+    std::uint32_t size = longestHeader;
+    if (there.size() >= sizeAt + sizeof size) {
+        std::memcpy(&size, there.data() + sizeAt, sizeof size);
+    }
+    const std::span<std::uint8_t> start = there.first(std::min(there.size(), mark.size()));
+    return std::equal(start.begin(), start.end(), mark.begin()) && size > there.size() &&
+           size <= longestHeader;
 }
 
 }  // namespace station

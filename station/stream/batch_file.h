@@ -14,13 +14,16 @@ namespace station {
 
 Descriptor openForReading(const std::filesystem::path& path);
 
-/// The batch at `offset` of a file whose whole batches end at `end`. `failure` is as of `readAt`.
-std::optional<BatchExtent> headerAt(const Descriptor& file, std::uint64_t offset, std::uint64_t end,
-                                    int& failure);
-
 /// The first whole batch at `offset` or behind it, which is moved there; none, and `end`, if there
-/// is none. With a failure it stays where it was.
+/// is none. With a `failure`, which is as of `readAt`, it stays where it was.
 std::optional<BatchExtent> findBatch(const Descriptor& file, std::uint64_t& offset,
                                      std::uint64_t end, int& failure);
+
+/// Whether a whole batch of a file ends there.
+bool isEndOfBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t end);
+
+/// Whether what is from `offset` to `end` is the beginning of one batch, as a process leaves it
+/// that is killed while it writes.
+bool isTornBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t end);
 
 }  // namespace station

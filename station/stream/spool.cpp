@@ -1,17 +1,12 @@
 #include "station/stream/spool.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <span>
 #include <system_error>
 #include <utility>
@@ -20,14 +15,7 @@
 #include "station/stream/batch_file.h"
 
 namespace station {
-namespace {
-
 namespace fs = std::filesystem;
-
-constexpr const char* partEnding = ".pcapng";
-constexpr const char* lockName = "lock";
-
-}  // namespace
 
 Spool::Spool(fs::path spoolFolder, const std::string& stationToken, std::uint64_t mostBytes)
     : folder(std::move(spoolFolder)), limit(mostBytes) {
@@ -39,43 +27,10 @@ Spool::Spool(fs::path spoolFolder, const std::string& stationToken, std::uint64_
                         "write to",
                         folder.string(), failure.message()));
     }
-    takeLock();  // before anything is removed
-    readNote();
+    lockFile = lockSpool(folder);  // before anything is removed
     findParts();
+    readNote();
     noteStation(stationToken);
-}
-
-/// "00000003-SESSION-0001.pcapng", as `nameNext` and `RecordingSeries` have it.
-std::optional<Spool::Key> Spool::keyOf(const fs::path& path) {
-    const std::string name = path.stem();
-    const std::size_t dash = name.rfind('-');
-    Key key;
-    int measurementEnd = 0;
-    int partEnd = 0;
-    if (path.extension() != partEnding || dash == name.npos ||
-        std::sscanf(name.c_str(), "%8" SCNu64 "-%n", &key.measurement, &measurementEnd) != 1 ||
-        std::sscanf(name.c_str() + dash, "-%9" SCNu64 "%n", &key.part, &partEnd) != 1 ||
-        measurementEnd != 9 || dash + static_cast<std::size_t>(partEnd) != name.size()) {
-        return std::nullopt;
-    }
-    return key;
-}
-
-void Spool::takeLock() {
-    const fs::path path = folder / lockName;
-    lockFile = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
-    if (!lockFile.isOpen()) {
-        throw UserError(
-            fmt::format("--spool: {} can't be written: {}; name a folder that you may "
-                        "write to",
-                        path.string(), std::strerror(errno)));
-    }
-    if (::flock(lockFile.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        throw UserError(ExitCode::Failed,
-                        fmt::format("--spool: another station of this name uses {}; end it, or "
-                                    "give this one another name with --station",
-                                    folder.string()));
-    }
 }
 
 /// The lock's file has the name of the station whose batches are there.
@@ -95,22 +50,36 @@ void Spool::noteStation(const std::string& stationToken) {
         (::ftruncate(lockFile.get(), 0) != 0 ||
          ::pwrite(lockFile.get(), stationToken.data(), stationToken.size(), 0) < 0)) {
         throw UserError(fmt::format("--spool: {} can't be written: {}",
-                                    (folder / lockName).string(), std::strerror(errno)));
+                                    (folder / spoolLockName).string(), std::strerror(errno)));
     }
 }
 
+/// A power cut or another program may have spoiled it: it is believed if a batch ends there.
 void Spool::readNote() {
-    std::ifstream file(folder / "acknowledged");
-    std::string name;
-    std::uint64_t offset = 0;
-    if (file >> name >> offset) {
-        if (const auto key = keyOf(name)) {
-            noted = {*key, offset};
+    std::error_code failure;
+    if (!fs::exists(folder / spoolNoteName, failure)) {
+        return;
+    }
+    const auto place = readSpoolNote(folder);
+    bool isBelieved = false;
+    {
+        const LockGuard guard(lock);
+        const auto found = place ? parts.find(place->part) : parts.end();
+        isBelieved = found != parts.end() && isEndOfBatch(openForReading(found->second.path),
+                                                          place->offset, found->second.bytes);
+        // Its part may be gone by right, but then those in front of it are too.
+        if (!isBelieved && !parts.empty() && (!place || parts.begin()->first <= place->part)) {
+            texts.push_back(
+                "the stream's spool: its note of what is acknowledged is damaged, or isn't of "
+                "these files: all that is there is sent, also what may be in the stream already");
         }
     }
-    const LockGuard guard(lock);
-    acknowledgedUpTo = noted;
-    latestMeasurement = noted.part.measurement;
+    if (isBelieved) {
+        noted = *place;
+        acknowledge(noted, 0);
+    } else {  // one of the next parts may get its number
+        remove(folder / spoolNoteName);
+    }
 }
 
 bool Spool::saveNote() {
@@ -119,29 +88,14 @@ bool Spool::saveNote() {
         const LockGuard guard(lock);
         place = acknowledgedUpTo;
     }
-    if (place.part == Key()) {
-        return true;
-    }
-    const fs::path path = folder / "acknowledged";
-    const fs::path next = folder / "acknowledged.new";
-    {
-        std::ofstream file(next, std::ios::trunc);
-        file << fmt::format("{:08}-acknowledged-{:04}{} {}\n", place.part.measurement,
-                            place.part.part, partEnding, place.offset);
-        if (!file.flush()) {
-            return false;
-        }
-    }
-    std::error_code failure;
-    fs::rename(next, path, failure);
-    return !failure;
+    return place.part == Key() || writeSpoolNote(folder, place);
 }
 
 void Spool::findParts() {
     std::error_code failure;
     const LockGuard guard(lock);
     for (const auto& entry : fs::directory_iterator(folder, failure)) {
-        const auto key = keyOf(entry.path());
+        const auto key = spoolKeyOf(entry.path());
         if (!key || !entry.is_regular_file(failure)) {
             continue;
         }
@@ -149,17 +103,25 @@ void Spool::findParts() {
         if (bytes == 0) {
             continue;
         }
-        int readFailure = 0;
-        if (!headerAt(openForReading(entry.path()), 0, bytes, readFailure)) {
+        const Descriptor file = openForReading(entry.path());
+        int readFailure = file.isOpen() ? 0 : errno;
+        std::uint64_t first = 0;
+        const bool isPart =
+            readFailure == 0 && findBatch(file, first, bytes, readFailure).has_value();
+        if (!isPart && readFailure == 0) {
             texts.push_back(
                 fmt::format("{} is no part of a spool, and is left alone", entry.path().string()));
             continue;
         }
         latestMeasurement = std::max(latestMeasurement, key->measurement);
-        if (*key < noted.part || bytes <= startOf(*key)) {
-            fs::remove(entry.path(), failure);
-        } else {
-            parts[*key] = {entry.path(), bytes, std::nullopt, true, true};
+        if (!isPart) {
+            texts.push_back(fmt::format("{} can't be read: {}; it is left alone until the next run",
+                                        entry.path().string(), std::strerror(readFailure)));
+        } else if (!parts.emplace(*key, Part{entry.path(), bytes, std::nullopt, true, true})
+                        .second) {
+            texts.push_back(
+                fmt::format("{} has the numbers of another part of the spool, and is left alone",
+                            entry.path().string()));
         }
     }
     if (failure) {
@@ -176,11 +138,11 @@ std::string Spool::nameNext() {
                         "another folder, and send this one by `cmp-station stream`",
                         folder.string(), latestMeasurement));
     }
-    return folder / fmt::format("{:08}{}", ++latestMeasurement, partEnding);
+    return folder / fmt::format("{:08}{}", ++latestMeasurement, spoolPartEnding);
 }
 
 void Spool::addPart(const std::string& path) {
-    const auto key = keyOf(path);
+    const auto key = spoolKeyOf(path);
     if (!key) {
         throw FileError(fmt::format("{} is no name of a part of a spool", path));
     }
@@ -192,7 +154,7 @@ void Spool::grow(const std::string& path, std::uint64_t bytes, std::uint64_t mes
     bool isTooMuch = false;
     {
         const LockGuard guard(lock);
-        const auto found = parts.find(keyOf(path).value_or(Key()));
+        const auto found = parts.find(spoolKeyOf(path).value_or(Key()));
         if (found == parts.end()) {
             lostMessages += messages;  // another program deleted it
             return;
@@ -209,7 +171,7 @@ void Spool::grow(const std::string& path, std::uint64_t bytes, std::uint64_t mes
 }
 
 void Spool::closePart(const std::string& path) {
-    const Key key = keyOf(path).value_or(Key());
+    const Key key = spoolKeyOf(path).value_or(Key());
     {
         const LockGuard guard(lock);
         const auto found = parts.find(key);
@@ -363,7 +325,7 @@ bool Spool::read(Place& place, Batch& batch) {
             return false;
         }
         if (at != place.offset) {
-            noteDamage(place, at);
+            noteDamage(place, at, !found && isTornBatch(readFile, place.offset, part.bytes));
         }
         place.offset = at;
         if (found) {
@@ -403,7 +365,7 @@ void Spool::noteDeleted(const Key& key) {
 }
 
 /// A killed process may leave a torn batch at the end of a part, a power cut also other bytes.
-void Spool::noteDamage(const Place& from, std::uint64_t to) {
+void Spool::noteDamage(const Place& from, std::uint64_t to, bool isTorn) {
     fs::path done;
     {
         const LockGuard guard(lock);
@@ -416,9 +378,9 @@ void Spool::noteDamage(const Place& from, std::uint64_t to) {
                         "batch and were left out",
                         to - from.offset, found->second.path.filename().string(), from.offset));
         Part& part = found->second;
-        if (to < part.bytes) {
-            lostMessages += part.isOld ? 1 : 0;  // at least
-        } else if (part.isClosed) {
+        lostMessages += part.isOld && !isTorn ? 1 : 0;  // at least
+        if (to >= part.bytes && part.isClosed) {
+            countUnread(part);
             part.bytes = from.offset;
             if (acknowledgedUpTo.part == from.part && acknowledgedUpTo.offset >= part.bytes) {
                 done = part.path;
@@ -431,12 +393,17 @@ void Spool::noteDamage(const Place& from, std::uint64_t to) {
     }
 }
 
-/// What a part of this run had, and couldn't be read, is lost.
 void Spool::noteAllRead(const Key& key) {
     const LockGuard guard(lock);
-    const auto found = parts.find(key);
-    if (found != parts.end() && found->second.messages) {
-        std::uint64_t& messages = *found->second.messages;
+    if (const auto found = parts.find(key); found != parts.end()) {
+        countUnread(found->second);
+    }
+}
+
+/// What a part of this run had, and couldn't be read, is lost.
+void Spool::countUnread(Part& part) {
+    if (part.messages) {
+        std::uint64_t& messages = *part.messages;
         lostMessages += messages - std::min(messages, readMessages);
         messages = std::min(messages, readMessages);
     }
@@ -506,7 +473,7 @@ std::vector<std::string> Spool::takeTexts() {
     if (lostMessages > lostReported) {
         texts.push_back(fmt::format(
             "{} messages are lost to the stream: the oldest had to go as the spool is full "
-            "(--spool-limit), or its files were changed",
+            "(--spool-limit), or its files were changed or deleted",
             lostMessages - lostReported));
         lostReported = lostMessages;
     }

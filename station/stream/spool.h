@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <compare>
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
@@ -13,6 +12,7 @@
 #include "core/descriptor.h"
 #include "core/mutex.h"
 #include "station/stream/publisher.h"
+#include "station/stream/spool_folder.h"
 
 namespace station {
 
@@ -27,17 +27,8 @@ namespace station {
 /// written; what it had is counted.
 class Spool {
   public:
-    /// Of a part: the measurement, counted from 1 in this folder, and the part of it.
-    struct Key {
-        std::uint64_t measurement = 0;
-        std::uint64_t part = 0;
-        auto operator<=>(const Key&) const = default;
-    };
-    /// Behind a batch.
-    struct Place {
-        Key part;
-        std::uint64_t offset = 0;
-    };
+    using Key = SpoolKey;
+    using Place = SpoolPlace;
     struct Counts {
         std::uint64_t messages = 0;      ///< that are not acknowledged
         std::uint64_t bytes = 0;         ///< of them
@@ -74,7 +65,8 @@ class Spool {
     /// Behind what is acknowledged: to be read from there.
     Place start() CMP_EXCLUDES(lock);
     /// The batch behind `place`, or the oldest if that is gone, and goes on to its end. False if
-    /// there is none yet. What can't be read is left out, said, and counted if it was known.
+    /// there is none yet. What is damaged or deleted is left out, reported, and counted: exactly
+    /// if it was known, else as one message at least.
     bool read(Place& place, Batch& batch) CMP_EXCLUDES(lock);
     /// All up to there; the batch that ends there had so many messages. Parts that aren't needed
     /// any more are removed.
@@ -99,18 +91,17 @@ class Spool {
         bool isOld = false;  ///< of an earlier run
     };
 
-    static std::optional<Key> keyOf(const std::filesystem::path& path);
-    void takeLock();
     void noteStation(const std::string& stationToken);
     void findParts();
-    void readNote();
+    void readNote() CMP_EXCLUDES(lock);
     std::optional<std::uint64_t> countMessages(const Key& key, const Part& part) const;
     std::uint64_t sumBytes() const CMP_REQUIRES(lock);
     void dropOldest() CMP_EXCLUDES(lock);
     void noteUnreadable(const std::filesystem::path& path, int errorNumber) CMP_EXCLUDES(lock);
     void noteDeleted(const Key& key) CMP_EXCLUDES(lock);
-    void noteDamage(const Place& from, std::uint64_t to) CMP_EXCLUDES(lock);
+    void noteDamage(const Place& from, std::uint64_t to, bool isTorn) CMP_EXCLUDES(lock);
     void noteAllRead(const Key& key) CMP_EXCLUDES(lock);
+    void countUnread(Part& part) CMP_REQUIRES(lock);
     void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
     std::uint64_t startOf(const Key& key) const CMP_REQUIRES(lock);
     std::uint64_t acknowledgedOf(const Key& key) const CMP_REQUIRES(lock);
@@ -119,7 +110,7 @@ class Spool {
     const std::uint64_t limit;
     Descriptor lockFile;
     std::uint64_t latestMeasurement = 0;
-    Place noted;  ///< of the note that was found; constant after construction
+    Place noted;  ///< of the note, if it is believed; constant after construction
 
     Descriptor readFile;             ///< these are the other thread's own
     Key readKey;                     ///< of that file

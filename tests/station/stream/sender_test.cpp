@@ -54,6 +54,22 @@ class SpoolTest : public ::testing::Test {
         }
         return found;
     }
+    /// The identifiers of what isn't acknowledged.
+    std::vector<std::uint32_t> readAll() {
+        std::vector<std::uint32_t> all;
+        spool->countOld();
+        Spool::Place place = spool->start();
+        for (Batch batch; spool->read(place, batch);) {
+            std::ranges::copy(read(batch.payload), std::back_inserter(all));
+        }
+        return all;
+    }
+    /// Where the first batch ends.
+    std::uint64_t firstEnd() {
+        Spool::Place place = spool->start();
+        Batch batch;
+        return spool->read(place, batch) ? place.offset : 0;
+    }
     std::vector<std::uint32_t> allSent() const {
         std::vector<std::uint32_t> all(sent);
         std::iota(all.begin(), all.end(), 0U);
@@ -94,6 +110,61 @@ TEST_F(SpoolTest, WhateverIsInItsFilesWholeBatchesInFrontAreReadAndNothingElse) 
         expect(changed, 0, 2);
     }
     expect(whole + std::string(5000, '\0'), whole.size(), 2);
+}
+
+TEST_F(SpoolTest, ANoteThatIsNotOfItsPartsTakesNothingAway) {
+    openSpool();
+    record(2);
+    const auto note = folder.path() / "spool" / spoolNoteName;
+    const auto open = [&](const std::string& text) {
+        spool.reset();
+        std::ofstream(note) << text;
+        openSpool();
+    };
+    const std::string part = "00000001-acknowledged-0001.pcapng ";
+    for (const std::string& text : {part + "262", part + "99999999", part, std::string(),
+                                    std::string("99999999-acknowledged-0001.pcapng 4")}) {
+        open(text);
+        EXPECT_EQ(readAll(), allSent()) << text;
+        EXPECT_FALSE(spool->takeTexts().empty() || std::filesystem::exists(note)) << text;
+    }
+    open(part + std::to_string(firstEnd()));
+    EXPECT_EQ(readAll().size(), 100U);
+    EXPECT_TRUE(spool->takeTexts().empty());
+}
+
+TEST_F(SpoolTest, WhatWasDamagedOrDeletedIsCountedAndTheRestIsRead) {
+    openSpool();
+    record(2);
+    const std::string whole = contentOf(partPath);
+    const std::string second = whole.substr(firstEnd());
+    for (const auto& [bytes, found, lost] :
+         {std::tuple{'x' + whole.substr(1), 100U, 1U},
+          {whole + std::string(500, '\0'), 200U, 1U},
+          {whole + 'x' + second.substr(1), 200U, 1U},
+          {whole + second.substr(0, 99), 200U, 0U},
+          {whole + second.substr(0, second.size() - 1), 200U, 0U}}) {
+        std::ofstream(partPath, std::ios::trunc) << bytes;
+        openSpool();
+        EXPECT_EQ(readAll().size(), found);
+        EXPECT_EQ(spool->getCounts().lost, lost) << bytes.size();
+    }
+    std::filesystem::remove(partPath);
+    record(1);
+    EXPECT_EQ(readAll().size(), 100U);
+    EXPECT_EQ(spool->getCounts().lost, 200U);
+}
+
+TEST_F(SpoolTest, NumbersAreThoseOfItsPartsAndComeToAnEndWithAnError) {
+    const auto last = folder.path() / "spool" / "99999999-x-0001.pcapng";
+    openSpool();
+    std::ofstream(last) << "somebody's";
+    openSpool();
+    record(1);
+    EXPECT_EQ(readAll(), allSent());
+    std::filesystem::rename(partPath, last);
+    openSpool();
+    EXPECT_THROW(spool->nameNext(), FileError);
 }
 
 TEST_F(SpoolTest, IsOneStationsAndOneProgramsAtATime) {

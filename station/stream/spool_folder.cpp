@@ -1,0 +1,80 @@
+#include "station/stream/spool_folder.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <system_error>
+
+#include "station/errors.h"
+
+namespace station {
+
+/// As `Spool::nameNext` and `RecordingSeries` have it.
+std::optional<SpoolKey> spoolKeyOf(const std::filesystem::path& path) {
+    const std::string name = path.stem();
+    const std::size_t dash = name.rfind('-');
+    SpoolKey key;
+    int measurementEnd = 0;
+    int partEnd = 0;
+    if (path.extension() != spoolPartEnding || dash == name.npos ||
+        std::sscanf(name.c_str(), "%8" SCNu64 "-%n", &key.measurement, &measurementEnd) != 1 ||
+        std::sscanf(name.c_str() + dash, "-%9" SCNu64 "%n", &key.part, &partEnd) != 1 ||
+        measurementEnd != 9 || dash + static_cast<std::size_t>(partEnd) != name.size()) {
+        return std::nullopt;
+    }
+    return key;
+}
+
+Descriptor lockSpool(const std::filesystem::path& folder) {
+    const std::filesystem::path path = folder / spoolLockName;
+    Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    if (!file.isOpen()) {
+        throw UserError(
+            fmt::format("--spool: {} can't be written: {}; name a folder that you may "
+                        "write to",
+                        path.string(), std::strerror(errno)));
+    }
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        throw UserError(ExitCode::Failed,
+                        fmt::format("--spool: another station of this name uses {}; end it, or "
+                                    "give this one another name with --station",
+                                    folder.string()));
+    }
+    return file;
+}
+
+std::optional<SpoolPlace> readSpoolNote(const std::filesystem::path& folder) {
+    std::ifstream file(folder / spoolNoteName);
+    std::string name;
+    SpoolPlace place;
+    if (!(file >> name >> place.offset)) {
+        return std::nullopt;
+    }
+    const auto key = spoolKeyOf(name);
+    place.part = key.value_or(SpoolKey());
+    return key ? std::optional(place) : std::nullopt;
+}
+
+bool writeSpoolNote(const std::filesystem::path& folder, const SpoolPlace& place) {
+    const std::filesystem::path next = folder / fmt::format("{}.new", spoolNoteName);
+    {
+        std::ofstream file(next, std::ios::trunc);
+        file << fmt::format("{:08}-acknowledged-{:04}{} {}\n", place.part.measurement,
+                            place.part.part, spoolPartEnding, place.offset);
+        if (!file.flush()) {
+            return false;
+        }
+    }
+    std::error_code failure;
+    std::filesystem::rename(next, folder / spoolNoteName, failure);
+    return !failure;
+}
+
+}  // namespace station
