@@ -115,8 +115,8 @@ std::string describeRecordingFormats();
 
 /// Opens a recording in the format that the ending of `path` names, in any case. Throws UserError,
 /// or FileError when the file can't be written: directory missing, no permission, already there
-/// with content and not to be overwritten, or in use by a recording. UserError too for a pipe, if
-/// the format's head gets the start time only with the first message.
+/// with content and not to be overwritten, or in use by a recording. A pipe takes no format whose
+/// head gets the start time with the first message: UserError.
 ///
 /// `origin` is a few words on where the messages come from, in ASCII, for the header of a format
 /// that has a place for it; empty for none.

@@ -212,7 +212,7 @@ class Setups(Case):
         module.unlink()
         told = self.expect(0, *new, **store)[1]
         self.assertIn("isn't there any more", told)
-        self.assertIn(f"--unregister '{module}'", told)
+        self.assertIn("b?'\\''c\".so'", told, "as a word of a shell")
         expect_listed([], "--unregister", module)
 
     def test_what_another_user_has_registered_is_not_loaded(self):
