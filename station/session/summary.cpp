@@ -279,6 +279,11 @@ void addSignals(const ChannelSummary& channel, std::vector<std::string>& lines) 
     }
 }
 
+/// Nothing where no channel has a bit rate: the column would take the room of the last value.
+std::string loadColumn(const Summary& summary, const std::string& text) {
+    return summary.getLoad() ? fmt::format(" {:>7}", text) : "";
+}
+
 /// Those of one module, or of none.
 void addChannels(const Summary& summary, std::size_t module, std::vector<std::string>& lines) {
     constexpr std::size_t longestValue = 40;
@@ -292,11 +297,12 @@ void addChannels(const Summary& summary, std::size_t module, std::vector<std::st
             ++silent;
             continue;
         }
-        lines.push_back(fmt::format(
-            "  {:<32} {:<7} {:>12} {:>10.0f}/s {:>7}  {}{}", channel.name, channel.busName,
-            channel.frames, channel.rate, channel.load ? loadText(channel.load->lately) : "",
-            channel.getLost() == 0 ? "" : fmt::format("LOST {}  ", channel.getLost()),
-            shortened(channel.lastValue, longestValue)));
+        lines.push_back(
+            fmt::format("  {:<32} {:<7} {:>12} {:>10.0f}/s{}  {}{}", channel.name, channel.busName,
+                        channel.frames, channel.rate,
+                        loadColumn(summary, channel.load ? loadText(channel.load->lately) : ""),
+                        channel.getLost() == 0 ? "" : fmt::format("LOST {}  ", channel.getLost()),
+                        shortened(channel.lastValue, longestValue)));
         for (const std::string& text : channel.describeAccount()) {
             lines.push_back("    " + text);
         }
@@ -468,8 +474,8 @@ std::vector<std::string> toTable(const Summary& summary) {
     if (!summary.awaitedLeader.empty()) {
         lines.push_back(awaitedText(summary));
     }
-    lines.push_back(fmt::format("  {:<32} {:<7} {:>12} {:>12} {:>7}  {}", "channel", "bus",
-                                "frames", "rate", "load", "last value"));
+    lines.push_back(fmt::format("  {:<32} {:<7} {:>12} {:>12}{}  {}", "channel", "bus", "frames",
+                                "rate", loadColumn(summary, "load"), "last value"));
     for (std::size_t i = 0; i < summary.modules.size(); ++i) {
         addModule(summary, i, lines);
     }
