@@ -3,12 +3,16 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 
 namespace station {
 namespace {
 
 /// No more than the processor's caches hold.
 constexpr std::uint32_t stretchMostBytes = 256 * 1024;
+/// Of a stored time, nanoseconds since 1970: whatever the file says, a day can be added.
+constexpr std::int64_t latestOfAll =
+    std::numeric_limits<std::int64_t>::max() - std::int64_t{86400} * 1'000'000'000;
 
 class StoredHandle final : public CaptureHandle {
   public:
@@ -30,6 +34,7 @@ StoredFrames::StoredFrames(const std::string& filePath) : path(filePath), file(f
 
 bool StoredFrames::fetch() {
     isAhead = !atEnd && file.next(ahead);
+    ahead.time = std::min(ahead.time, latestOfAll);
     atEnd = !isAhead;
     return isAhead;
 }

@@ -25,17 +25,12 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* temporaryEnding = ".tmp";
-/// Bytes of a frame. A reader that wants something of it has to decompress all in front of that.
-constexpr std::size_t frameSize = 4U << 20U;
+constexpr std::size_t pieceSize = 1U << 20U;
 constexpr int level = 3;
-/// The disk is brought up to date after so many frames, so that it hasn't much left to do at the
+/// The disk is brought up to date after so many pieces, so that it hasn't much left to do at the
 /// end, which is waited for.
-constexpr int framesToSync = 16;
+constexpr std::uint64_t piecesToSync = 64;
 constexpr int lowestPriority = 19;
-
-struct FreeContext {
-    void operator()(ZSTD_CCtx* context) const { ZSTD_freeCCtx(context); }
-};
 
 [[noreturn]] void fail(const char* step) {
     throw std::system_error(errno, std::generic_category(), step);
@@ -87,6 +82,47 @@ fs::path folderOf(const std::string& path) {
     const fs::path folder = fs::path(path).parent_path();
     return folder.empty() ? "." : folder;
 }
+
+/// One frame for the whole part: tshark 4.0 misreads what lies across the border of two.
+class FrameWriter {
+  public:
+    FrameWriter(int file, std::uint64_t contentSize)
+        : fd(file), packed(ZSTD_CStreamOutSize()), context(ZSTD_createCCtx()) {
+        if (!context) {
+            throw std::bad_alloc();
+        }
+        ZSTD_CCtx_setParameter(context.get(), ZSTD_c_compressionLevel, level);
+        ZSTD_CCtx_setParameter(context.get(), ZSTD_c_checksumFlag, 1);
+        ZSTD_CCtx_setPledgedSrcSize(context.get(), contentSize);
+    }
+
+    void write(std::span<const std::uint8_t> plain) { compress(plain, ZSTD_e_continue); }
+    /// Throws if it wasn't as much as was said.
+    void end() { compress({}, ZSTD_e_end); }
+
+  private:
+    void compress(std::span<const std::uint8_t> plain, ZSTD_EndDirective directive) {
+        ZSTD_inBuffer input{plain.data(), plain.size(), 0};
+        for (std::size_t left = 1; left != 0;) {
+            ZSTD_outBuffer output{packed.data(), packed.size(), 0};
+            left = ZSTD_compressStream2(context.get(), &output, &input, directive);
+            if (ZSTD_isError(left) != 0) {
+                throw std::runtime_error(ZSTD_getErrorName(left));
+            }
+            writeAll(fd, std::span(packed).first(output.pos));
+            if (directive == ZSTD_e_continue) {
+                left = input.size - input.pos;
+            }
+        }
+    }
+
+    struct FreeContext {
+        void operator()(ZSTD_CCtx* owned) const { ZSTD_freeCCtx(owned); }
+    };
+    const int fd;
+    std::vector<std::uint8_t> packed;
+    const std::unique_ptr<ZSTD_CCtx, FreeContext> context;
+};
 
 /// Never over a file that is there.
 bool giveName(const std::string& from, const std::string& to) {
@@ -229,37 +265,27 @@ void PartCompressor::compress() {
     if (part.st_size == 0) {  // nothing is no frame
         return;
     }
-    const std::unique_ptr<ZSTD_CCtx, FreeContext> context(ZSTD_createCCtx());
-    if (!context) {
-        throw std::bad_alloc();
-    }
-    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_compressionLevel, level);
-    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_checksumFlag, 1);
-    std::vector<std::uint8_t> plain(frameSize);
-    std::vector<std::uint8_t> packed(ZSTD_compressBound(frameSize));
-
     ::unlink(temporary.c_str());
     const Descriptor to = open(temporary, O_WRONLY | O_CREAT | O_EXCL, part.st_mode & 0777U);
     bool isDone = false;
     try {
         ::flock(to.get(), LOCK_EX | LOCK_NB);
-        double done = 0.0;
-        for (int frames = 1; !isUnwanted; ++frames) {
+        const auto wholeSize = static_cast<std::uint64_t>(part.st_size);
+        FrameWriter frame(to.get(), wholeSize);
+        std::vector<std::uint8_t> plain(pieceSize);
+        std::uint64_t done = 0;
+        for (std::uint64_t pieces = 1; !isUnwanted; ++pieces) {
             const std::size_t size = readAll(from.get(), plain);
             if (size == 0) {
+                frame.end();
                 break;
             }
-            const std::size_t packedSize =
-                ZSTD_compress2(context.get(), packed.data(), packed.size(), plain.data(), size);
-            if (ZSTD_isError(packedSize) != 0) {
-                throw std::runtime_error(ZSTD_getErrorName(packedSize));
-            }
-            writeAll(to.get(), std::span(packed).first(packedSize));
-            if (frames % framesToSync == 0) {
+            frame.write(std::span(plain).first(size));
+            if (pieces % piecesToSync == 0) {
                 sync(to.get());
             }
-            done += static_cast<double>(size);
-            share = std::min(1.0, done / static_cast<double>(part.st_size));
+            done += size;
+            share = static_cast<double>(done) / static_cast<double>(wholeSize);
         }
         if (!isUnwanted) {
             const std::array<timespec, 2> times = {part.st_atim, part.st_mtim};

@@ -225,8 +225,7 @@ bool ZstdInput::decode(std::span<std::uint8_t> to, std::size_t& done, bool isOfO
         next.packed = inputStart + compressed.pos;
         if (ZSTD_isError(result) != 0) {
             errorText = fmt::format(
-                "its compressed data are damaged ({}), and the last 4 MB in front of "
-                "that may be wrong",
+                "its compressed data are damaged ({}), and what was read of them may be wrong",
                 ZSTD_getErrorName(result));
             isGood = false;
             break;

@@ -12,8 +12,9 @@ struct ZSTD_DCtx_s;
 namespace station {
 
 /// What a file compressed with zstd holds, read as if it weren't compressed: at any offset, though
-/// one behind the other is what is quick. Backwards costs no more than the frame that the offset is
-/// in, and those that `PartCompressor` writes are short.
+/// one behind the other is what is quick. Backwards, all of the frame that the offset is in and
+/// that lies in front of it is decompressed again, and what `PartCompressor` writes is a single
+/// frame.
 ///
 /// The file may have anything in it. Memory is bounded, whatever it says: a frame that needs more
 /// than 8 MiB for its window, or grows more than any recording does, isn't read; nor is a file on

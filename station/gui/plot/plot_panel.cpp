@@ -370,10 +370,10 @@ bool PlotPanel::exportPng(const QString& path) {
     if (file.isRunning()) {
         return false;
     }
-    constexpr double scale = 2;  // for print
     whatIsExported = "The picture is in " + path + '.';
     exportButton->setEnabled(false);
-    file.start(writingOf(path, [recorded = view->record(), size = view->size(), scale]() mutable {
+    file.start(writingOf(path, [recorded = view->record(), size = view->size()]() mutable {
+        constexpr double scale = 2;  // for print
         QBuffer buffer;
         if (!recorded.isNull()) {
             buffer.open(QIODevice::WriteOnly);

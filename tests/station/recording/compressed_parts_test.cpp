@@ -174,6 +174,20 @@ TEST_F(CompressedParts, TakeThePlaceOfThoseThatAreClosedAndAreKeptOrRemovedAsTho
     EXPECT_THAT(series.takeTexts(), IsEmpty());
 }
 
+TEST_F(CompressedParts, AreOneFrameHoweverLongAsOthersMisreadWhatLiesAcrossTwo) {
+    const std::string content = lines(200'000);
+    ASSERT_GT(content.size(), 6U << 20U);
+    PartCompressor compressor;
+    compressor.add(put("a.log", content));
+    finish(compressor);
+    EXPECT_THAT(compressor.takeTexts(), IsEmpty());
+    const std::string packed = contentOf(folder.path() / "a.log.zst");
+    EXPECT_EQ(ZSTD_findFrameCompressedSize(packed.data(), packed.size()), packed.size());
+    EXPECT_EQ(ZSTD_getFrameContentSize(packed.data(), packed.size()), content.size());
+    InputFile file(folder.path() / "a.log.zst");
+    EXPECT_TRUE(view(file, 0, content.size() + 1) == content);
+}
+
 TEST_F(CompressedParts, StayAsTheyAreWhereTheyCannotBeCompressed) {
     PartCompressor compressor;
     const std::string taken = put("a.log", "a"), other = put("b.log", "b"),
