@@ -18,8 +18,9 @@ enum class GNSSTimeStatus : std::int32_t {
 enum class GNSSTimeReason : std::int32_t {
     None = 0,
     NotPlaced,    ///< `Discard`: the clock has no time yet, or no relation to the host's time
-    BeforeStart,  ///< `Discard`: stamped before the start of the measurement
-    TooOld,       ///< `Discard`: before the window
+    BeforeStart,  ///< `Discard`: stamped before the start of the measurement, and came in about
+                  ///< then
+    TooOld,       ///< `Discard`: before the window, or before the start and came in much later
     TooNew,       ///< `Discard`: behind the window
     NotBegun,     ///< `Wait`: the clock isn't started or not accepting, or the host isn't counting
     AheadOfPosition,  ///< `Wait`: stamped after the position that the acquisition has reached

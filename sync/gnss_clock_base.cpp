@@ -28,6 +28,7 @@ void GNSSClockBase::Start(bool hostHasSource) {
 
 void GNSSClockBase::Reset() {
     started = false;
+    windowMoved = false;
     {
         const WriteGuard guard(timeLock);
         hasTime = false;
@@ -38,6 +39,8 @@ void GNSSClockBase::Reset() {
 
 void GNSSClockBase::SetWindow(double start, double current, double limit) {
     windowStart = start;
+    windowBefore = windowMoved ? windowCurrent : 0.0;
+    windowMoved = true;
     windowCurrent = current;
     windowLimit = limit;
     OnWindowChanged();

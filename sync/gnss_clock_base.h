@@ -100,8 +100,11 @@ class GNSSClockBase : public GNSSClock {
 
   private:
     GNSSTimeReason DiscardReason(double hostTime) const {
+        // What came in before the last time that the window moved was asked about then.
         if (hostTime < 0.0) {
-            return GNSSTimeReason::BeforeStart;
+            return windowBefore > 0.0 && windowBefore - hostTime > dataDelay
+                       ? GNSSTimeReason::TooOld
+                       : GNSSTimeReason::BeforeStart;
         }
         // A time that is no number is in no window and can't be placed.
         return hostTime < windowStart   ? GNSSTimeReason::TooOld
@@ -117,6 +120,8 @@ class GNSSClockBase : public GNSSClock {
     bool acceptAll = false;  ///< the host was in setup at `Start`
     double windowStart = 0.0;
     double windowCurrent = 0.0;
+    double windowBefore = 0.0;  ///< `windowCurrent` until it moved; 0.0: it hasn't yet
+    bool windowMoved = false;   ///< since the last `Reset`
     double windowLimit = 0.0;
 
     mutable SharedMutex timeLock;

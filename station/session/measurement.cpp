@@ -87,6 +87,7 @@ void Measurement::takeStep() {
     if (stopping) {
         recorder.takeNew();
         missedLeader = awaitedLeader();
+        clocksAtEnd = driver.getClocks();  // the stop forgets when each module was heard
         driver.stop();
         stopped = true;
     } else {
@@ -180,7 +181,8 @@ void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& te
 
 /// With the jumps of all parts; the plug-in's clocks begin to count again with each.
 std::vector<ClockStatistics> Measurement::getClocks() const {
-    std::vector<ClockStatistics> clocks = session.driver().getClocks();
+    std::vector<ClockStatistics> clocks =
+        clocksAtEnd.empty() ? session.driver().getClocks() : clocksAtEnd;
     for (std::size_t i = 0; i < std::min(clocks.size(), jumpsBefore.size()); ++i) {
         clocks[i].jumps += jumpsBefore[i];
     }

@@ -88,6 +88,7 @@ class Measurement {
     Clock::time_point nextFlush;
     Clock::time_point nextCounts;
     StandingClocks standing;
+    std::vector<ClockStatistics> clocksAtEnd;  ///< empty: it isn't over
     std::vector<std::uint64_t> jumpsBefore;    ///< by module, in the parts before this one
     std::vector<std::uint64_t> jumpsReported;  ///< by module
     std::vector<ModuleStatistics> sequencesReported;

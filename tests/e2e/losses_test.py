@@ -89,6 +89,7 @@ class Losses(Case):
             self.assertEqual(channel["delivered"] + lost + channel["beforeStart"] + channel["afterEnd"],
                              sum(count[key] for count in counts))
         self.assertGreater(report["modules"][0]["clock"]["jumps"], 0)
+        self.assertIsNotNone(report["modules"][0]["clock"]["age"])
 
     @staticmethod
     def resident_megabytes(station):

@@ -41,6 +41,24 @@ TEST_F(GNSSClockTest, ItemWaitsUntilAllIsInPlace) {
     EXPECT_EQ(statusAt(clock, 15.0), Wait) << "stopped";
 }
 
+TEST_F(GNSSClockTest, StampFromBeforeTheStartIsOneOnlyWhileThoseComeIn) {
+    using enum GNSSTimeReason;
+    GNSSClockSwitchable& clock = makeClock(pps);
+    const auto reasonAt = [&](double second) { return clock.GetTime(GNSSTime(0, second)).reason; };
+    for (const double end : {9.0, 1.0}) {
+        clock.Reset();
+        clock.SetAccepting(true);
+        clock.SetTime(GNSSTime());
+        clock.Start(false);
+        clock.SetWindow(0.0, 0.05, 10.0);
+        EXPECT_EQ(reasonAt(-3.0), BeforeStart) << "was queued until the host began to count";
+        clock.SetWindow(0.0, 0.1, 10.0);
+        EXPECT_EQ(reasonAt(-0.1), BeforeStart) << "came in late";
+        EXPECT_EQ(reasonAt(-0.9), TooOld) << "its clock went back";
+        clock.SetWindow(0.0, end, 10.0);
+    }
+}
+
 TEST_F(GNSSClockTest, LeadingClockPutsTheHostsZeroOnAWholeSecondAndSlavesFollow) {
     const auto expectZero = [&](const GNSSTime& zero, bool hostHasSource, double firstSecond) {
         GNSSClockSwitchable& leading = makeClock(pps, hostTrue);
