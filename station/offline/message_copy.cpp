@@ -4,21 +4,12 @@
 #include <chrono>
 #include <cstring>
 
-#include "capture/packet_text.h"
-
 namespace station {
 
 namespace {
 
 double toSeconds(std::int64_t nanoseconds) {
     return static_cast<double>(nanoseconds) / 1e9;
-}
-
-template <class Frame>
-Frame frameOf(const std::array<std::uint8_t, sizeof(CanFrame)>& record) {
-    Frame frame;
-    std::memcpy(&frame, record.data(), sizeof frame);
-    return frame;
 }
 
 }  // namespace
@@ -98,8 +89,8 @@ Summary MessageCopy::summarize() const {
             entry.rate = static_cast<double>(entry.frames) / summary.seconds;
         }
         if (entry.frames != 0) {
-            entry.lastValue = isCan ? canFrameToText(frameOf<CanFrame>(channel.last))
-                                    : linFrameToText(frameOf<LinFrame>(channel.last));
+            entry.lastValue = isCan ? toText(CanRecord(channel.last.data()))
+                                    : toText(LinRecord(channel.last.data()));
         }
         summary.channels.push_back(std::move(entry));
     }

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
+#include <string>
 
 #include "host/bus_record.h"
 
@@ -101,5 +103,11 @@ struct LinRecord {
     const std::uint8_t* data;  // 8 bytes, in the caller's record
     std::uint8_t checksum;
 };
+
+/// The data bytes: "01 02 FF".
+std::string dataText(std::span<const std::uint8_t> data);
+/// "0x123(ext): 01 02", and of a LIN frame "17: 01 02": as the plug-in's windows show them.
+std::string toText(const CanRecord& record);
+std::string toText(const LinRecord& record);
 
 }  // namespace station

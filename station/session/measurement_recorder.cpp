@@ -1,7 +1,6 @@
 #include "station/session/measurement_recorder.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
@@ -51,16 +50,6 @@ ChannelStatistics sumOf(const std::vector<ChannelStatistics>& statistics, std::i
 }
 
 }  // namespace
-
-std::string toText(const CanRecord& record) {
-    return fmt::format("0x{:X}{}: {:02X}", record.id, record.extended ? "(ext)" : "",
-                       fmt::join(std::span(record.data, record.length), " "));
-}
-
-std::string toText(const LinRecord& record) {
-    return fmt::format("{}: {:02X}", record.id,
-                       fmt::join(std::span(record.data, record.length), " "));
-}
 
 /// A channel that is recorded, and what is known of its messages.
 class MeasurementRecorder::Channel final : public ChannelSink {

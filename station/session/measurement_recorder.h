@@ -85,8 +85,4 @@ class MeasurementRecorder {
     double markTime = 0.0;  ///< when the rates were worked out, seconds since the start
 };
 
-/// The last value of a message: "0x123: 01 02" for CAN, "17: 01 02" for LIN.
-std::string toText(const CanRecord& record);
-std::string toText(const LinRecord& record);
-
 }  // namespace station

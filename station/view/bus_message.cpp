@@ -1,7 +1,6 @@
 #include "station/view/bus_message.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <span>
@@ -33,7 +32,7 @@ std::string identifierText(const BusMessage& message) {
 }
 
 std::string dataText(const BusMessage& message) {
-    return fmt::format("{:02X}", fmt::join(std::span(message.data.data(), message.length), " "));
+    return dataText(std::span(message.data.data(), message.length));
 }
 
 std::string flagsText(const BusMessage& message) {
