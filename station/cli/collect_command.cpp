@@ -109,7 +109,7 @@ void print(const CollectArguments& arguments, const CollectSummary& summary) {
 }
 
 ExitCode collect(const CollectArguments& arguments, StopSignal& stop) {
-    const NatsOptions brokers = readNatsOptions(arguments.nats, "URL");
+    const NatsOptions brokers = readNatsOptions(arguments.nats, "SERVERS");
     Collector::Options options;
     for (const std::string& ending : arguments.endings) {
         if (std::ranges::count(options.recordings.endings, ending) == 0) {
@@ -202,10 +202,7 @@ void addCollectCommand(CLI::App& app, Command& chosen) {
     auto arguments = std::make_shared<CollectArguments>();
     CLI::App* const command = app.add_subcommand("collect", about);
     command->footer(examples);
-    command
-        ->add_option("URL", arguments->nats.servers,
-                     "The brokers: nats://HOST[:PORT][,HOST...], or tls:// in front")
-        ->required();
+    addNatsServers(*command, arguments->nats);
     command->add_option("--out", arguments->folder, "Where recordings go; made if it isn't there")
         ->type_name("DIR")
         ->check(notEmpty())

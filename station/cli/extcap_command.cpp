@@ -19,6 +19,7 @@
 #include "station/cli/extcap_install.h"
 #include "station/cli/setups.h"
 #include "station/permission.h"
+#include "station/recording/pcapng_format.h"
 #include "station/recording/pcapng_recording.h"
 #include "station/recording/word_names.h"
 #include "station/session/measurement.h"
@@ -51,8 +52,6 @@ Examples:
   tshark -i cmp-bench-0x5
   cmp-station extcap --setup bench.xml --extcap-interfaces)";
 
-constexpr int canLink = 227;  ///< LINKTYPE_CAN_SOCKETCAN
-constexpr int linLink = 212;  ///< LINKTYPE_LIN
 constexpr std::size_t longestInterface = 64;
 /// Wireshark opens its end of the pipe beside starting the capture.
 constexpr auto pipePatience = std::chrono::seconds(30);
@@ -279,8 +278,9 @@ std::string describeInterfaces(const ExtcapOptions& options) {
 
 std::string describeLinkType(const ExtcapOptions& options) {
     return findInterface(options).isLin
-               ? fmt::format("dlt {{number={}}}{{name=LIN}}{{display=LIN}}\n", linLink)
-               : fmt::format("dlt {{number={}}}{{name=CAN_SOCKETCAN}}{{display=CAN}}\n", canLink);
+               ? fmt::format("dlt {{number={}}}{{name=LIN}}{{display=LIN}}\n", pcapng::linkTypeLin)
+               : fmt::format("dlt {{number={}}}{{name=CAN_SOCKETCAN}}{{display=CAN}}\n",
+                             pcapng::linkTypeCan);
 }
 
 ExitCode run(const ExtcapOptions& options, StopSignal& stop) {

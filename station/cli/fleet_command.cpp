@@ -28,7 +28,7 @@ struct StatusArguments {
 };
 
 ExitCode showStatus(const StatusArguments& arguments, StopSignal&) {
-    const NatsOptions brokers = readNatsOptions(arguments.nats, "URL");
+    const NatsOptions brokers = readNatsOptions(arguments.nats, "SERVERS");
     const auto heartbeats = loadFleetModule()->readHeartbeats(brokers);
     const auto stations = readStatus(heartbeats, realNanoseconds());
     if (arguments.json) {
@@ -52,10 +52,7 @@ void addFleetCommand(CLI::App& app, Command& chosen) {
     fleet->require_subcommand(1);
     CLI::App* const command = fleet->add_subcommand("status", statusAbout);
     command->footer(examples);
-    command
-        ->add_option("URL", arguments->nats.servers,
-                     "The brokers: nats://HOST[:PORT][,HOST...], or tls:// in front")
-        ->required();
+    addNatsServers(*command, arguments->nats);
     addNatsOptions(*command, arguments->nats);
     command->add_flag("--json", arguments->json, "Print one JSON object on standard output");
     command->callback([arguments, &chosen] {

@@ -5,6 +5,14 @@
 
 namespace station {
 
+void addNatsServers(CLI::App& command, NatsArguments& arguments) {
+    command
+        .add_option("SERVERS", arguments.servers,
+                    "The NATS brokers: nats://HOST[:PORT][,HOST...], or tls:// in front")
+        ->type_name("")
+        ->required();
+}
+
 void addNatsOptions(CLI::App& command, NatsArguments& arguments) {
     const auto add = [&](const char* name, std::string& target, const char* what) {
         command.add_option(name, target, what)

@@ -14,6 +14,9 @@ struct NatsArguments {
     NatsOptions options;
 };
 
+/// Adds the argument that names the brokers.
+void addNatsServers(CLI::App& command, NatsArguments& arguments);
+
 /// Of its options, in the help.
 inline constexpr const char* natsGroup = "NATS";
 

@@ -39,11 +39,7 @@ void addStreamCommand(CLI::App& app, Command& chosen) {
     auto arguments = std::make_shared<StreamArguments>();
     CLI::App* const command = app.add_subcommand("stream", about);
     command->footer(examples);
-    command
-        ->add_option("SERVERS", arguments->nats.servers,
-                     "The NATS brokers: nats://HOST:4222[,HOST...], or tls://")
-        ->type_name("")
-        ->required();
+    addNatsServers(*command, arguments->nats);
     addSendingOptions(*command, *arguments);
     command->callback([arguments, &chosen] {
         chosen = [arguments](StopSignal& stop) { return send(*arguments, stop); };

@@ -16,12 +16,12 @@
 #include "station/errors.h"
 #include "station/fleet/collect_folder.h"
 #include "station/recording/pcapng_blocks.h"
+#include "station/recording/pcapng_format.h"
 
 namespace station {
 namespace {
 
-constexpr std::uint32_t sectionType = 0x0A0D0D0A;
-constexpr std::uint32_t byteOrderMagic = 0x1A2B3C4D;
+using pcapng::byteOrderMagic;
 constexpr std::size_t leastBlock = 12;
 constexpr std::size_t leastSection = 28;
 constexpr std::size_t longestHead = 8192;
@@ -209,7 +209,7 @@ std::uint32_t checksumOf(std::span<const std::uint8_t> bytes) {
 }
 
 bool isPcapng(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() < leastSection || get32(bytes, 0) != sectionType) {
+    if (bytes.size() < leastSection || get32(bytes, 0) != pcapng::sectionHeader) {
         return false;
     }
     bool isBigEndian = false;
@@ -217,7 +217,7 @@ bool isPcapng(std::span<const std::uint8_t> bytes) {
         if (bytes.size() < leastBlock) {
             return false;
         }
-        if (get32(bytes, 0) == sectionType) {  // the same in both byte orders
+        if (get32(bytes, 0) == pcapng::sectionHeader) {  // the same in both byte orders
             isBigEndian = get32(bytes, 8, true) == byteOrderMagic;
             if (get32(bytes, 8, isBigEndian) != byteOrderMagic) {
                 return false;

@@ -6,24 +6,15 @@
 #include <cstring>
 
 #include "station/errors.h"
-#include "station/recording/pcapng_time.h"
+#include "station/recording/pcapng_format.h"
 
 namespace station {
 namespace {
 
-constexpr std::uint32_t ethernet = 1;
-constexpr std::uint32_t longestFrame = 256 * 1024;
-constexpr std::size_t blockHeadSize = 8;
-constexpr std::size_t blockTailSize = 4;
-constexpr std::size_t leastBlock = blockHeadSize + blockTailSize;
+using namespace pcapng;
 
-enum BlockType : std::uint32_t {
-    interfaceDescription = 1,
-    oldPacket = 2,
-    simplePacket = 3,
-    enhancedPacket = 6,
-    sectionHeader = 0x0A0D0D0A,
-};
+constexpr std::uint32_t longestFrame = 256 * 1024;
+constexpr std::size_t leastBlock = blockHeadSize + blockTailSize;
 
 UserError noFrames(const std::string& path, const std::string& reason) {
     return UserError(ExitCode::Unreadable, fmt::format("can't read {}: {}", path, reason));
@@ -62,7 +53,8 @@ void FrameFile::openPcap() {
                                            : "it is neither a .pcap nor a .pcapng file");
     }
     fraction = mark == micro ? 1000 : 1;
-    if (const std::uint32_t link = get32(&head[linkTypeAt]) & linkTypeMask; link != ethernet) {
+    if (const std::uint32_t link = get32(&head[linkTypeAt]) & linkTypeMask;
+        link != linkTypeEthernet) {
         throw UserError(ExitCode::Unreadable, linkText(file.getPath(), link));
     }
     position = headSize;
@@ -159,7 +151,6 @@ bool FrameFile::nextOfPcapng(Frame& frame) {
 
 /// The block at `position`, and on to the next. Of a long one that is passed over there is no body.
 bool FrameFile::readBlock(std::uint32_t& type, Bytes& body) {
-    constexpr std::uint32_t byteOrder = 0x1A2B3C4D;
     constexpr std::uint32_t longestBlock = longestFrame + 64 * 1024;  // with options
     if (isOver) {
         return false;
@@ -172,8 +163,8 @@ bool FrameFile::readBlock(std::uint32_t& type, Bytes& body) {
     }
     type = get32(head.data());
     if (type == sectionHeader) {  // the same in both byte orders
-        isSwapped ^= get32(&head[blockHeadSize]) == __builtin_bswap32(byteOrder);
-        if (get32(&head[blockHeadSize]) != byteOrder) {
+        isSwapped ^= get32(&head[blockHeadSize]) == __builtin_bswap32(byteOrderMagic);
+        if (get32(&head[blockHeadSize]) != byteOrderMagic) {
             return stop("a section begins without its byte order");
         }
         interfaces.clear();
@@ -199,7 +190,7 @@ bool FrameFile::addInterface(Bytes body) {
     constexpr std::size_t fixed = 8;
     Interface interface;
     const std::uint32_t linkType = body.size() < fixed ? 0 : get16(body.data());
-    if (linkType != ethernet) {
+    if (linkType != linkTypeEthernet) {
         otherLinkType = linkType;
         return false;
     }

@@ -6,16 +6,14 @@
 
 #include "station/recording/bounded_name.h"
 #include "station/recording/bus_record.h"
+#include "station/recording/pcapng_format.h"
 
 namespace station {
 
 namespace {
 
-constexpr std::uint16_t linkTypeCan = 227;
-constexpr std::uint16_t linkTypeLin = 212;
-constexpr std::uint16_t linkTypeEthernet = 1;
-constexpr std::uint32_t sectionType = 0x0A0D0D0A;
-constexpr std::uint32_t byteOrderMagic = 0x1A2B3C4D;
+using namespace pcapng;
+
 constexpr std::size_t sectionFixed = 24;  // bytes of a section's block in front of its options
 constexpr std::size_t longestFrame = 65536;
 constexpr std::size_t packetHeader = 8;  // bytes in front of the data, the same for both link types
@@ -138,7 +136,7 @@ std::vector<std::uint8_t> makeSectionHeader(const std::string& comment, std::uin
         sectionFixed + commentOption + 4 + padded(application.size()) + 4 + blockEnd;
     std::vector<std::uint8_t> block(total);
     Cursor cursor(block.data());
-    cursor.put32(sectionType);
+    cursor.put32(sectionHeader);
     cursor.put32(total);
     cursor.put32(byteOrderMagic);
     cursor.put16(1);  // version 1.0
@@ -157,7 +155,7 @@ std::vector<std::uint8_t> makeSectionHeader(const std::string& comment, std::uin
 std::optional<CommentedSection> readCommentedSection(std::span<const std::uint8_t> bytes) {
     constexpr std::size_t textAt = sectionFixed + 4;
     constexpr std::uint16_t commentOption = 1;
-    if (bytes.size() < textAt || numberAt<std::uint32_t>(bytes, 0) != sectionType ||
+    if (bytes.size() < textAt || numberAt<std::uint32_t>(bytes, 0) != sectionHeader ||
         numberAt<std::uint32_t>(bytes, 8) != byteOrderMagic ||
         numberAt<std::uint16_t>(bytes, sectionFixed) != commentOption) {
         return std::nullopt;

@@ -6,21 +6,14 @@
 #include <string_view>
 
 #include "station/recording/message_record.h"
-#include "station/recording/pcapng_time.h"
+#include "station/recording/pcapng_format.h"
 
 namespace station {
 
 namespace {
 
-constexpr std::uint32_t sectionHeaderType = 0x0A0D0D0A;
-constexpr std::uint32_t interfaceType = 1;
-constexpr std::uint32_t oldPacketType = 2;
-constexpr std::uint32_t simplePacketType = 3;
-constexpr std::uint32_t enhancedPacketType = 6;
-constexpr std::uint32_t canLinkType = 227;
-constexpr std::uint32_t linLinkType = 212;
-constexpr std::size_t blockHeadSize = 8;
-constexpr std::size_t blockTailSize = 4;
+using namespace pcapng;
+
 constexpr std::size_t packetHeadSize = 8;
 constexpr std::size_t longestBlock = 64 * 1024;
 
@@ -66,10 +59,10 @@ bool PcapngReader::readBlock(Block& block) {
         stop(file.getErrorText().empty() ? "it ends within a block" : file.getErrorText());
         return false;
     }
-    if (get32(head, 0) == sectionHeaderType) {  // the same in both byte orders
+    if (get32(head, 0) == sectionHeader) {  // the same in both byte orders
         constexpr std::uint8_t magic = 0x1A;
         isBigEndian = head[blockHeadSize] == magic;
-        if (get32(head, blockHeadSize) != 0x1A2B3C4D) {
+        if (get32(head, blockHeadSize) != byteOrderMagic) {
             stop("a section begins without its byte order");
             return false;
         }
@@ -104,19 +97,19 @@ bool PcapngReader::readBlock(Block& block) {
 bool PcapngReader::next(RecordedMessage& message) {
     Block block;
     while (errorText.empty() && readBlock(block)) {
-        if (block.type == sectionHeaderType) {
+        if (block.type == sectionHeader) {
             interfaces.clear();
             names = std::make_unique<UniqueNames>();
-        } else if (block.type == interfaceType) {
+        } else if (block.type == interfaceDescription) {
             if (!addInterface(block)) {
                 position = block.start;
                 stop(fmt::format("the interface at {} is beyond the {} that can be read, or cut",
                                  position, ChannelIndex::mostChannels));
             }
-        } else if (block.type == enhancedPacketType && readPacket(block, message)) {
+        } else if (block.type == enhancedPacket && readPacket(block, message)) {
             return true;
-        } else if (block.type == enhancedPacketType || block.type == simplePacketType ||
-                   block.type == oldPacketType) {
+        } else if (block.type == enhancedPacket || block.type == simplePacket ||
+                   block.type == oldPacket) {
             ++skipped;
         }
     }
@@ -132,8 +125,8 @@ bool PcapngReader::addInterface(const Block& block) {
     interface.linkType = get16(block.body, 0);
     std::string name;
     readOptions(block.body.subspan(fixed), interface, name);
-    if (interface.linkType == canLinkType || interface.linkType == linLinkType) {
-        const bool isCan = interface.linkType == canLinkType;
+    if (interface.linkType == linkTypeCan || interface.linkType == linkTypeLin) {
+        const bool isCan = interface.linkType == linkTypeCan;
         name = names->add(name.empty() ? (isCan ? "CAN" : "LIN") : name);
         const std::string key = (isCan ? "C" : "L") + name;
         interface.channel = index.find(key);
@@ -189,8 +182,8 @@ bool PcapngReader::readPacket(const Block& block, RecordedMessage& message) {
     message.channel = interface.channel;
     message.utcNanoseconds = pcapngNanoseconds(time, interface.resolution, interface.offset);
     const auto packet = block.body.subspan(fixed, captured);
-    return (interface.linkType == canLinkType && readCan(packet, message)) ||
-           (interface.linkType == linLinkType && readLin(packet, message));
+    return (interface.linkType == linkTypeCan && readCan(packet, message)) ||
+           (interface.linkType == linkTypeLin && readLin(packet, message));
 }
 
 bool PcapngReader::readCan(std::span<const std::uint8_t> packet, RecordedMessage& message) const {
@@ -226,11 +219,11 @@ bool PcapngReader::isForOtherPackets(const std::string& path) {
     PcapngReader reader(path);
     Block block;
     while (reader.readBlock(block)) {
-        if (block.type == interfaceType && block.body.size() >= 2) {
+        if (block.type == interfaceDescription && block.body.size() >= 2) {
             const std::uint16_t linkType = reader.get16(block.body, 0);
-            return linkType != canLinkType && linkType != linLinkType;
+            return linkType != linkTypeCan && linkType != linkTypeLin;
         }
-        if (block.type == enhancedPacketType) {
+        if (block.type == enhancedPacket) {
             return false;
         }
     }

@@ -1,10 +1,31 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
 namespace station {
+
+/// Numbers of the .pcapng format that several files need.
+namespace pcapng {
+
+enum BlockType : std::uint32_t {
+    interfaceDescription = 1,
+    oldPacket = 2,
+    simplePacket = 3,
+    enhancedPacket = 6,
+    sectionHeader = 0x0A0D0D0A,
+};
+inline constexpr std::uint32_t byteOrderMagic = 0x1A2B3C4D;
+inline constexpr std::size_t blockHeadSize = 8;
+inline constexpr std::size_t blockTailSize = 4;
+
+inline constexpr std::uint16_t linkTypeEthernet = 1;
+inline constexpr std::uint16_t linkTypeLin = 212;  ///< LINKTYPE_LIN
+inline constexpr std::uint16_t linkTypeCan = 227;  ///< LINKTYPE_CAN_SOCKETCAN
+
+}  // namespace pcapng
 
 /// A time of a .pcapng in nanoseconds: `count` units of 10^-n or, with the top bit of `resolution`,
 /// 2^-n seconds.
