@@ -5,11 +5,11 @@
 #include "host/counted_ref.h"
 #include "host/host_app.h"
 #include "host/host_plugin_group.h"
-#include "host/plugin_positions.h"
 #include "plugin/capture_facts.h"
 #include "plugin/cmp_plugin_core.h"
 #include "plugin/counted_object.h"
 #include "plugin/module_operations.h"
+#include "plugin/plugin_positions.h"
 
 /// The one component that the host creates: everything that the host wants of this system arrives
 /// here, at the positions of `IPlugin3` or as a numbered event of `IPlugin4`.

@@ -1,10 +1,10 @@
 // The plug-in in a module that keeps the numbers of the events that its host sends it.
 
 #include "host/implements.h"
-#include "host/plugin_positions.h"
 #include "plugin/identity.h"
 #include "plugin/module.h"
 #include "plugin/plugin.h"
+#include "plugin/plugin_positions.h"
 
 namespace {
 

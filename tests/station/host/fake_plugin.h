@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/plugin_positions.h"
+#include "plugin/plugin_positions.h"
 #include "station/host/counted.h"
 
 namespace station {
