@@ -137,7 +137,7 @@ class IPlugin4 : public HostDispatch {
     ~IPlugin4() = default;
 };
 
-/// The numbers of the events of `IPlugin3::onEvent` that do something.
+/// The numbers of the events of `IPlugin4::onEvent` that do something.
 namespace PluginEvent {
 inline constexpr std::int32_t startCapture = 105;  ///< opens the interfaces and begins data read
 inline constexpr std::int32_t hasMaster = 106;
@@ -242,8 +242,8 @@ struct InterfaceStatistics {
     std::uint64_t dropped = 0;    ///< by the system, before they could be read
 };
 
-/// The messages in the kept frames since event 105. Each data message is in one of the last three
-/// counts, or in `queued` or `unusable` of one channel.
+/// The messages in the kept frames since event 105. Each data message is in `empty`,
+/// `unknownModule` or `unknownChannel`, or in `queued` or `unusable` of one channel.
 struct MessageStatistics {
     /// A CM ID that no module has, and how many data messages had it.
     struct Unknown {
