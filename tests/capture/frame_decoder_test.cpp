@@ -11,17 +11,19 @@ using wire::Bytes;
 
 /// A big-endian field on the wire and what was decoded from it.
 struct Field {
+    const char* name;
     std::size_t offset, width;
     std::uint64_t decoded;
 };
 
-void expectFields(const Bytes& bytes, std::span<const Field> fields) {
+void expectFields(const char* framing, const Bytes& bytes, std::span<const Field> fields) {
     for (const Field& field : fields) {
         std::uint64_t onWire = 0;
         for (std::size_t i = 0; i < field.width; ++i) {
             onWire = onWire << 8 | bytes[field.offset + i];
         }
-        EXPECT_EQ(field.decoded, onWire) << "at byte " << field.offset;
+        EXPECT_TRUE(field.decoded == onWire) << framing << ", " << field.name << std::hex << ": 0x"
+                                             << field.decoded << " and not 0x" << onWire;
     }
 }
 
@@ -51,33 +53,37 @@ Parser countingFrame(std::initializer_list<std::pair<std::size_t, std::uint8_t>>
 
 TEST(FrameDecoderTest, EachHeaderFieldStandsAtItsPlace) {
     Parser tecmp = countingFrame({{14, 0}, {38, 0}, {39, 20}});
-    ASSERT_EQ(tecmp.next(), 0);
+    ASSERT_EQ(tecmp.next(), DecodeResult::ok);
     const CmpHeader& t = tecmp.header;
-    const Field tecmpFields[] = {{14, 2, t.cmId},        {16, 2, t.counter},   {18, 1, t.version},
-                                 {19, 1, t.messageType}, {20, 2, t.dataType},  {22, 2, t.reserved},
-                                 {24, 2, t.deviceFlags}, {26, 4, t.channelId}, {30, 8, t.timestamp},
-                                 {38, 2, t.dataLength},  {40, 2, t.dataFlags}};
-    expectFields(tecmp.frame, tecmpFields);
+    const Field tecmpFields[] = {
+        {"CM ID", 14, 2, t.cmId},          {"counter", 16, 2, t.counter},
+        {"version", 18, 1, t.version},     {"message type", 19, 1, t.messageType},
+        {"data type", 20, 2, t.dataType},  {"reserved", 22, 2, t.reserved},
+        {"flags", 24, 2, t.deviceFlags},   {"channel ID", 26, 4, t.channelId},
+        {"timestamp", 30, 8, t.timestamp}, {"data length", 38, 2, t.dataLength},
+        {"data flags", 40, 2, t.dataFlags}};
+    expectFields("TECMP", tecmp.frame, tecmpFields);
     EXPECT_FALSE(t.isAsam);
     EXPECT_EQ(tecmp.payloadAt(), 42);
 
     Parser asam = countingFrame({{18, 1}, {36, 0}, {37, 20}});
-    ASSERT_EQ(asam.next(), 0);
+    ASSERT_EQ(asam.next(), DecodeResult::ok);
     const CmpHeader& a = asam.header;
-    const Field asamFields[] = {{16, 2, a.cmId},
-                                {20, 2, a.counter},
-                                {22, 8, a.timestamp},
-                                {30, 4, a.channelId},
-                                {36, 2, a.dataLength}};
-    expectFields(asam.frame, asamFields);
+    const Field asamFields[] = {{"device", 16, 2, a.cmId},
+                                {"counter", 20, 2, a.counter},
+                                {"timestamp", 22, 8, a.timestamp},
+                                {"interface", 30, 4, a.channelId},
+                                {"length", 36, 2, a.dataLength}};
+    expectFields("ASAM CMP", asam.frame, asamFields);
     EXPECT_TRUE(a.isAsam);
     EXPECT_EQ(asam.payloadAt(), 38);
 }
 
 TEST(FrameDecoderTest, FrameThatHoldsNoMessageIsRefused) {
     const std::tuple<std::uint16_t, std::size_t, std::size_t, std::int32_t> cases[] = {
-        {0x99FE, 8, 41, 120}, {0x99FE, 0, 42, 120}, {0x99FE, 1, 42, 22},
-        {0x99FE, 8, 49, 22},  {0x0800, 8, 60, 22},  {0x8100, 0, 45, 120}};
+        {0x99FE, 8, 41, DecodeResult::noData},  {0x99FE, 0, 42, DecodeResult::noData},
+        {0x99FE, 1, 42, DecodeResult::invalid}, {0x99FE, 8, 49, DecodeResult::invalid},
+        {0x0800, 8, 60, DecodeResult::invalid}, {0x8100, 0, 45, DecodeResult::noData}};
     for (const auto& [etherType, dataLength, size, result] : cases) {
         Parser parser{wire::tecmp(0x41, 3, {{0, 0, Bytes(dataLength)}}, etherType)};
         parser.frame.resize(size);
@@ -91,33 +97,33 @@ TEST(FrameDecoderTest, TagsAreSkippedHoweverManyThereAre) {
         Parser parser{wire::ethernet(outer)};
         wire::put(parser.frame, 0x000581000006, 6);
         parser.frame.insert(parser.frame.end(), plain.begin() + 12, plain.end());
-        EXPECT_EQ(parser.next(), 0);
+        EXPECT_EQ(parser.next(), DecodeResult::ok);
         EXPECT_EQ(parser.payloadAt(), 8 + 42);
         EXPECT_EQ(parser.offset, 45) << "counts from behind the tags";
-        EXPECT_EQ(parser.next(), 120);
+        EXPECT_EQ(parser.next(), DecodeResult::noData);
     }
 }
 
 TEST(FrameDecoderTest, OnlyInTecmpHasASecondMessageAHeaderOfItsOwn) {
     Parser tecmp{wire::tecmpData(0x41, {{0x10, 7, {1, 2, 3}}, {0x20, 8, {4}}})};
     wire::put(tecmp.frame, Bytes(30, 0));  // padding
-    EXPECT_EQ(tecmp.next(), 0);
+    EXPECT_EQ(tecmp.next(), DecodeResult::ok);
     EXPECT_EQ(tecmp.header.channelId, 0x10U);
-    EXPECT_EQ(tecmp.next(), 0);
+    EXPECT_EQ(tecmp.next(), DecodeResult::ok);
     EXPECT_EQ(tecmp.header.channelId, 0x20U);
     EXPECT_EQ(tecmp.header.dataLength, 1U);
     EXPECT_EQ(tecmp.payloadAt(), 42 + 3 + 16);
-    EXPECT_EQ(tecmp.next(), 120);
+    EXPECT_EQ(tecmp.next(), DecodeResult::noData);
 
     Parser asam{wire::asam(0x41, 1, 1, {0x10, 7, Bytes(20, 1)})};
     wire::put(asam.frame, Bytes(40, 9));
-    EXPECT_EQ(asam.next(), 0);
-    EXPECT_EQ(asam.next(), 0);
+    EXPECT_EQ(asam.next(), DecodeResult::ok);
+    EXPECT_EQ(asam.next(), DecodeResult::ok);
     EXPECT_EQ(asam.header.channelId, 0x10U);
     EXPECT_EQ(asam.header.dataLength, 20);
     EXPECT_EQ(asam.header.dataType, 2) << "turned over twice";
     EXPECT_EQ(asam.payloadAt(), 38 + 20 + 16);
-    EXPECT_EQ(asam.next(), 120);
+    EXPECT_EQ(asam.next(), DecodeResult::noData);
 }
 
 TEST(FrameDecoderTest, ShortWayToTheNextMessageEndsWhereTheLongOneDoes) {
@@ -148,16 +154,22 @@ TEST(FrameDecoderTest, EachFieldOfAModuleStatusStandsAtItsPlace) {
     CmpHeader header;
     header.dataLength = 85;
     CmStatus s;
-    ASSERT_EQ(decodeCmStatus(header, payload.data(), s), 0);
-    const Field fields[] = {
-        {0, 1, s.vendorId},      {1, 1, s.cmVersion},        {2, 1, s.cmType},
-        {3, 1, s.reserved},      {4, 2, s.vendorDataLength}, {6, 2, s.cmId},
-        {8, 4, s.serialNumber},  {12, 1, s.vendorData12[0]}, {20, 4, s.vendorData20},
-        {24, 8, s.vendorData24}, {34, 1, s.vendorData32[2]}};
-    expectFields(payload, fields);
+    ASSERT_EQ(decodeCmStatus(header, payload.data(), s), DecodeResult::ok);
+    const Field fields[] = {{"vendor", 0, 1, s.vendorId},
+                            {"version", 1, 1, s.cmVersion},
+                            {"type", 2, 1, s.cmType},
+                            {"reserved", 3, 1, s.reserved},
+                            {"VDL", 4, 2, s.vendorDataLength},
+                            {"CM ID", 6, 2, s.cmId},
+                            {"serial", 8, 4, s.serialNumber},
+                            {"data 12", 12, 1, s.vendorData12[0]},
+                            {"data 20", 20, 4, s.vendorData20},
+                            {"data 24", 24, 8, s.vendorData24},
+                            {"data 34", 34, 1, s.vendorData32[2]}};
+    expectFields("module status", payload, fields);
     EXPECT_EQ(std::memcmp(s.serialText, &payload[35], 49) | s.serialText[49], 0);
     header.dataLength = 84;
-    EXPECT_EQ(decodeCmStatus(header, payload.data(), s), 22);
+    EXPECT_EQ(decodeCmStatus(header, payload.data(), s), DecodeResult::invalid);
 }
 
 TEST(FrameDecoderTest, RecordsOfABusStatusFollowAtTheirStride) {
@@ -171,22 +183,24 @@ TEST(FrameDecoderTest, RecordsOfABusStatusFollowAtTheirStride) {
         std::int32_t offset = 0;
         BusStatus s;
         for (std::size_t at = 12; at < 12 + 2 * stride; at += stride) {
-            ASSERT_EQ(decodeBusStatus(header, payload.data(), &offset, s), 0) << stride;
+            ASSERT_EQ(decodeBusStatus(header, payload.data(), &offset, s), DecodeResult::ok)
+                << stride;
             Bytes carried = payload;
             carried.resize(at + stride);
             carried.resize(at + 16);  // with zeros for what the message doesn't carry
-            const Field fields[] = {{6, 2, s.cmId},
-                                    {8, 4, s.serialNumber},
-                                    {at, 4, s.interfaceId},
-                                    {at + 4, 4, s.messageCount},
-                                    {at + 8, 4, s.errorCount},
-                                    {at + 13, 1, s.vendorData24[1]},
-                                    {at + 14, 2, s.vendorData26}};
-            expectFields(carried, fields);
+            const Field fields[] = {{"CM ID", 6, 2, s.cmId},
+                                    {"serial", 8, 4, s.serialNumber},
+                                    {"interface", at, 4, s.interfaceId},
+                                    {"messages", at + 4, 4, s.messageCount},
+                                    {"errors", at + 8, 4, s.errorCount},
+                                    {"data 25", at + 13, 1, s.vendorData24[1]},
+                                    {"data 26", at + 14, 2, s.vendorData26}};
+            expectFields("bus status", carried, fields);
         }
-        EXPECT_EQ(decodeBusStatus(header, payload.data(), &offset, s), 120) << stride;
+        EXPECT_EQ(decodeBusStatus(header, payload.data(), &offset, s), DecodeResult::noData)
+            << stride;
         header.dataLength = 27;
-        EXPECT_EQ(decodeBusStatus(header, payload.data(), nullptr, s), 22);
+        EXPECT_EQ(decodeBusStatus(header, payload.data(), nullptr, s), DecodeResult::invalid);
     }
 }
 
@@ -198,12 +212,12 @@ TEST(FrameDecoderTest, AsamStatusWhoseInnerLengthsRunOutIsDropped) {
         CmStatus status;
         const auto length = static_cast<std::uint32_t>(size);
         const std::int32_t result = decodeAsamCmStatus(payload.data(), length, status);
-        return result == 0 ? std::string(status.serialText) : std::to_string(result);
+        return result == DecodeResult::ok ? std::string(status.serialText) : std::to_string(result);
     };
     const Bytes good = wire::asamStatus("module", "SN 4711");
     EXPECT_EQ(decode(good, good.size()), "SN 4711");
     for (std::size_t size = 0; size < good.size(); ++size) {
-        EXPECT_EQ(decode(good, size), "22") << size;
+        EXPECT_EQ(decode(good, size), std::to_string(DecodeResult::invalid)) << size;
     }
     EXPECT_EQ(decode(wire::asamStatus("", std::string(300, 'x')), 331), std::string(49, 'x'));
     Bytes unterminated = wire::asamStatus("", "abc");

@@ -56,7 +56,7 @@ TEST_F(EventTest, EachNumberHasItsCodeAndLeavesTheRestOfTheResultAlone) {
         {158, {19, 4, 1}}, {159, {19, 4, 1}}, {169, {8, 2, 1}},  {173, {11, 2, 0}},
         {177, nothing},    {178, {8, 4, 3}},  {186, nothing},
     };
-    EXPECT_EQ(connect(), "0");
+    EXPECT_EQ(connect(), "success");
     for (std::int32_t event = 100; event <= 190; ++event) {
         if ((event >= 179 && event <= 182) || event == 185) {
             continue;  // they need a window
@@ -66,7 +66,7 @@ TEST_F(EventTest, EachNumberHasItsCodeAndLeavesTheRestOfTheResultAlone) {
         const HostVariant input = inputOf(event);
         HostVariant result = usedResult();
         host.script.forget();
-        EXPECT_EQ(this->event(event, input, &result), handled ? "0" : "1") << event;
+        EXPECT_EQ(this->event(event, input, &result), handled ? "success" : "notHandled") << event;
         const auto& [tag, bytes, payload] = handled ? expected->second : nothing;
         EXPECT_EQ(static_cast<std::uint16_t>(result.type), tag) << event;
         const int unused = bytes == 0 ? 0 : 64 - 8 * bytes;
@@ -87,7 +87,7 @@ TEST_F(EventTest, LeadingClockIsToldInTwoKindsOfBoolean) {
         equip({DeviceTypeInfo::canComboId}, withMaster);
         for (const std::int32_t number : {106, 109}) {
             HostVariant result = usedResult();
-            EXPECT_EQ(event(number, {}, &result), "0");
+            EXPECT_EQ(event(number, {}, &result), "success");
             EXPECT_EQ(result.boolean, withMaster ? 65535 : 0);
         }
         std::uint16_t hasMaster = 77;
@@ -129,13 +129,13 @@ TEST_F(EventTest, ActiveOutputBringsDataAndClaims) {
     EXPECT_NE(host.callsOf([&] { event(117); }), "");
     for (const std::int32_t number : {118, 186}) {
         host.script.forget();
-        EXPECT_EQ(event(number, variantOf(&list)), "0");
+        EXPECT_EQ(event(number, variantOf(&list)), "success");
         EXPECT_THAT(host.script.calls(), Contains("HostChannelExt::claim()").Times(7));
     }
     firstChannel().used = hostFalse;
     for (const std::int32_t number : {115, 117, 118, 186}) {
         host.script.forget();
-        EXPECT_EQ(event(number, variantOf(&list)), "0");
+        EXPECT_EQ(event(number, variantOf(&list)), "success");
         EXPECT_THAT(host.script.calls(), Not(Contains("HostChannelExt::claim()")));
         EXPECT_THAT(host.script.calls(), Not(Contains("HostData::getBufferState()")));
     }
@@ -150,7 +150,7 @@ TEST_F(EventTest, DisconnectedInputsAreLetGoOf) {
     Document& document = newDocument();
     document.root->addNew(L"InputList").addNew(L"Input").values = {{L"Id", L"0"},
                                                                    {L"Index", L"4:1"}};
-    EXPECT_EQ(setup(document, false), "0");
+    EXPECT_EQ(setup(document, false), "success");
     EXPECT_GT(source.references(), 0);
     EXPECT_EQ(plugin->onDisconnectChannels(), 0);
     EXPECT_EQ(source.references(), 0);
@@ -169,17 +169,17 @@ TEST_F(ConnectTest, HostThatIsTooOldIsToldSoAndStaysConnected) {
     EXPECT_EQ(PluginIdentity::classIdText(), L"{8C1E7B52-5D0F-4E6B-9A37-C4186E2D905B}");
     const std::wstring text = L"Tessel3 Plugin \"CMP\" needs Kestrova X3 SP4 or newer.";
     for (const auto& [major, minor] : {std::pair{3, 3}, {2, 9}, {3, -1}, {-1, -1}, {0, 4}}) {
-        EXPECT_EQ(connectAt(major, minor), "80004004") << major << '.' << minor;
+        EXPECT_EQ(connectAt(major, minor), "aborted") << major << '.' << minor;
         EXPECT_THAT(host.app.errors, ElementsAre(text));
-        EXPECT_EQ(outcomeOf([&] { return plugin->onGetData(); }), "0");
+        EXPECT_EQ(outcomeOf([&] { return plugin->onGetData(); }), "success");
     }
     for (const auto& [major, minor] : {std::pair{3, 4}, {3, 5}, {4, 0}, {4, -1}}) {
-        EXPECT_EQ(connectAt(major, minor), "0") << major << '.' << minor;
+        EXPECT_EQ(connectAt(major, minor), "success") << major << '.' << minor;
         EXPECT_THAT(host.app.errors, IsEmpty());
         EXPECT_THAT(host.script.calls().back(), testing::StartsWith("HostApp::getVersionTriple"));
     }
     host.app.leavesVersion = true;
-    EXPECT_EQ(connectAt(4, 0), "80004004");
+    EXPECT_EQ(connectAt(4, 0), "aborted");
     EXPECT_THAT(host.app.errors, ElementsAre(text));
     EXPECT_THAT(host.script.calls().back(), testing::StartsWith("HostApp::writeError"))
         << "and no further question";

@@ -2,8 +2,8 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <deque>
+#include <map>
 #include <mutex>
 
 #include "core/gnss_time.h"
@@ -59,14 +59,16 @@ class FrameFeed {
     bool timedOut = false;
 };
 
-/// What came out of a call of the plug-in, as text: "0" or another code in hexadecimal, the same
-/// behind the kind of exception, or the exception's own text.
+/// What came out of a call of the plug-in, as text: the name of its code, the same behind the kind
+/// of exception, or the exception's own text.
 template <typename Action>
 std::string outcomeOf(Action action) {
     const auto text = [](const char* kind, HostResult code) {
-        char digits[9];
-        std::snprintf(digits, sizeof digits, "%X", static_cast<unsigned>(code));
-        return kind + std::string(digits);
+        const std::map<HostResult, std::string> names = {
+            {HostCode::success, "success"}, {HostCode::notHandled, "notHandled"},
+            {HostCode::aborted, "aborted"}, {HostCode::invalidPointer, "invalidPointer"},
+            {HostCode::failed, "failed"},   {HostCode::invalidArgument, "invalidArgument"}};
+        return kind + (names.contains(code) ? names.at(code) : std::to_string(code));
     };
     try {
         return text("", action());
@@ -159,8 +161,8 @@ class PluginRig {
     }
     /// Connected, with these modules, their channels, and the first channel in use.
     void equip(const std::vector<std::uint32_t>& deviceTypes, bool withMaster = false) {
-        EXPECT_EQ(connect(), "0");
-        EXPECT_EQ(settings(settingsWith(deviceTypes, withMaster), false), "0");
+        EXPECT_EQ(connect(), "success");
+        EXPECT_EQ(settings(settingsWith(deviceTypes, withMaster), false), "success");
         EXPECT_EQ(plugin->onClearSetup(), 0);
         if (!host.groupOfPlugins.mounted.empty()) {
             firstChannel().used = hostTrue;
@@ -195,7 +197,7 @@ class PluginRig {
             feed.push(canFrame(0.5));
         }
         EXPECT_TRUE(feed.drain());
-        EXPECT_EQ(event(117), "0");
+        EXPECT_EQ(event(117), "success");
         return firstChannel().writePosition - before;
     }
 

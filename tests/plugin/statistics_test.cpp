@@ -41,7 +41,7 @@ class StatisticsTest : public PluginTest {
     /// The first module's clock runs free, and goes on a little whenever the host's is looked at.
     void runFree() {
         host.gnssDevices.devices.at(0)->syncMode = HostGnssDevice::syncModeSoft;
-        EXPECT_EQ(event(177, variantOf(&host.gnssCollection)), "0");
+        EXPECT_EQ(event(177, variantOf(&host.gnssCollection)), "success");
         host.script.before("HostApp::getMasterClock", [this] { ++counter.count; });
     }
     /// A call in which the host's clock has moved on to `seconds`.
@@ -54,27 +54,27 @@ class StatisticsTest : public PluginTest {
 
 TEST_F(StatisticsTest, EachMessageIsInOneCountAndTheSumIsRightAtTheEnd) {
     equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId});
-    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(startMeasurement(), "success");
     feed.push(wire::tecmpData(0x41, {{0x10, 1, {1, 2, 3}}}));
     hear({-1.0, 0.5, 50.0, 5.0});
-    EXPECT_EQ(callAt(1.0), "0");
+    EXPECT_EQ(callAt(1.0), "success");
     EXPECT_EQ(counts(), "0 0: 1 4 1 1 0 0 1 0 0 0") << "5.0 waits";
-    EXPECT_EQ(callAt(20.0), "0");
-    EXPECT_EQ(callAt(20.0), "0");
+    EXPECT_EQ(callAt(20.0), "success");
+    EXPECT_EQ(callAt(20.0), "success");
     hear({21.0, 19.5});
-    EXPECT_EQ(event(130), "0");
+    EXPECT_EQ(event(130), "success");
     EXPECT_EQ(counts(), "0 0: 1 6 1 1 1 1 1 0 1 0");
-    EXPECT_EQ(event(105), "0");
+    EXPECT_EQ(event(105), "success");
     EXPECT_EQ(counts(), "0 0: 0 0 0 0 0 0 0 0 0 0");
     EXPECT_EQ(
         settings(settingsWith({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId}), false),
-        "0");
-    EXPECT_EQ(startMeasurement(), "0");  // without channels
+        "success");
+    EXPECT_EQ(startMeasurement(), "success");  // without channels
     hear({0.5});
     EXPECT_EQ(plugin->onGetData(), 0);
     hear({0.6});
     EXPECT_EQ(plugin->onStartAcquisition(), 0);
-    EXPECT_EQ(event(130), "0");
+    EXPECT_EQ(event(130), "success");
     EXPECT_EQ(counts(), "0 -1: 0 2 0 0 0 0 0 1 0 1");
     EXPECT_EQ(counts(16), "1 -1: 0 0 0 0 0 0 0 0 0 0");
 
@@ -91,19 +91,19 @@ TEST_F(StatisticsTest, EachMessageIsInOneCountAndTheSumIsRightAtTheEnd) {
 TEST_F(StatisticsTest, CountsOutlastTheModule) {
     auto& modules = settingsWith({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId});
     equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId});
-    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(startMeasurement(), "success");
     hear({-1.0, 0.5, 1.5, 50.0});
-    EXPECT_EQ(callAt(1.0), "0");
-    EXPECT_EQ(settings(modules, false), "0");  // the list is a new one
+    EXPECT_EQ(callAt(1.0), "success");
+    EXPECT_EQ(settings(modules, false), "success");  // the list is a new one
     EXPECT_EQ(counts(17, 18), "4294967295 0: 0 4 1 1 0 0 0 0 2 0");
-    EXPECT_EQ(event(105), "0");
+    EXPECT_EQ(event(105), "success");
     EXPECT_EQ(counts(), "0 -1: 0 0 0 0 0 0 0 0 0 0") << "of the new measurement";
 }
 
 TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
     const wire::Bytes payload = wire::can(1, {1});
     equip({DeviceTypeInfo::canComboId});
-    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(startMeasurement(), "success");
     const auto push = [this](wire::Bytes frame, std::uint8_t number) {
         frame[16] = 0;
         frame[17] = number;
@@ -123,7 +123,7 @@ TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
     push(cut, 12);
     feed.push(wire::ethernet(0x0800));
     EXPECT_TRUE(feed.drain());
-    EXPECT_EQ(event(130), "0");
+    EXPECT_EQ(event(130), "success");
 
     CountedRef<CaptureTraffic> traffic;
     object.queryTo(traffic);
@@ -148,7 +148,7 @@ TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
     EXPECT_EQ(modules.at(0).sequenceGaps, 3U) << "9 is missing, and that of ASAM CMP is another";
     EXPECT_EQ(modules.at(0).missingFrames, 246U) << "a counter that goes back skips none";
     EXPECT_EQ(modules.at(0).frames, 6U);
-    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(startMeasurement(), "success");
     EXPECT_EQ(traffic->getModules(&modules), 0);
     const ModuleStatistics& its = modules.at(0);
     EXPECT_EQ(its.frames + its.sequenceGaps + its.missingFrames, 0U) << "since the start";
@@ -162,7 +162,7 @@ TEST_F(StatisticsTest, EachInterfaceIsListedAndLateOnesTogetherOnceTheyBringFram
     CountedRef<CaptureTraffic> traffic;
     object.queryTo(traffic);
     const auto listedAtTheEnd = [&] {
-        EXPECT_EQ(event(130), "0");
+        EXPECT_EQ(event(130), "success");
         std::vector<InterfaceStatistics> interfaces;
         EXPECT_EQ(traffic->getInterfaces(&interfaces), 0);
         std::wstring text;
@@ -172,19 +172,19 @@ TEST_F(StatisticsTest, EachInterfaceIsListedAndLateOnesTogetherOnceTheyBringFram
         }
         return text;
     };
-    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(startMeasurement(), "success");
     hear({0.5});
     EXPECT_EQ(listedAtTheEnd(), L"if0 1 0|if1 0 0| 1 1|");
-    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(startMeasurement(), "success");
     hear({0.5});
     EXPECT_EQ(listedAtTheEnd(), L"if0 1 0|if1 0 0|");
 }
 
 TEST_F(StatisticsTest, LeadingClockCountsFromAWholeSecond) {
     equip({DeviceTypeInfo::canComboId, DeviceTypeInfo::linComboId}, true);
-    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(startMeasurement(), "success");
     hear({3.5});
-    EXPECT_EQ(callAt(0.0), "0");
+    EXPECT_EQ(callAt(0.0), "success");
     EXPECT_TRUE(clock(0).isLeading && clock(0).isPlaced);
     EXPECT_EQ(clock(0).age, 0.0) << "the counter stood still";
     EXPECT_NEAR(clock(0).deviceTime, gnss_arithmetic::weekEpochUnixSeconds + 3.5, 0.01);
@@ -198,16 +198,16 @@ TEST_F(StatisticsTest, ClocksTellHowTheyFollow) {
     EXPECT_EQ(clock(1).mode, ClockStatistics::ppsSlave);
     runFree();
     EXPECT_EQ(clock(0).jumps, 0U);
-    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(startMeasurement(), "success");
     const ClockStatistics silent = clock(0);
     EXPECT_EQ(silent.mode, ClockStatistics::softSync);
     EXPECT_FALSE(silent.hasTime || silent.isPlaced);
     EXPECT_EQ(silent.age, -1.0);
-    EXPECT_EQ(callAt(0.5), "0");
+    EXPECT_EQ(callAt(0.5), "success");
     for (int second = 1; second < 9; ++second) {
         counter.count = static_cast<std::uint64_t>(second) * 1000;
         hear({100.0 + second * 1.001});  // fast by 1000 parts per million
-        EXPECT_EQ(callAt(second), "0");
+        EXPECT_EQ(callAt(second), "success");
     }
     counter.count += 250;
     const ClockStatistics heard = clock(0);
@@ -220,15 +220,15 @@ TEST_F(StatisticsTest, ClocksTellHowTheyFollow) {
     EXPECT_FALSE(clock(1).hasTime);
 
     hear({108.259 + 0.5});  // half a second off goes through the fit
-    EXPECT_EQ(callAt(8.25), "0");
+    EXPECT_EQ(callAt(8.25), "success");
     EXPECT_LT(clock(0).residual, -0.001) << "the device is ahead of the line";
     hear({200.0});
-    EXPECT_EQ(callAt(8.5), "0");
+    EXPECT_EQ(callAt(8.5), "success");
     EXPECT_EQ(clock(0).jumps, 1U);
     EXPECT_EQ(plugin->onPrepareAcquisition(), 0);
     EXPECT_FALSE(clock(0).isPlaced) << "it isn't heard";
     for (const std::int32_t begin : {105, 130}) {
-        EXPECT_EQ(event(begin), "0");
+        EXPECT_EQ(event(begin), "success");
         EXPECT_EQ(clock(0).age, -1.0);
     }
     feed.push(wire::tecmp(0x41, 1, {{0, 201'000'000'000, wire::cmStatus(0x41, 1)}}));
@@ -241,10 +241,10 @@ TEST_F(StatisticsTest, ClocksTellHowTheyFollow) {
 TEST_F(StatisticsTest, ModuleThatBeginsToSpeakOrJumpsLosesNothing) {
     equip({DeviceTypeInfo::canComboId});
     runFree();
-    EXPECT_EQ(startMeasurement(), "0");
+    EXPECT_EQ(startMeasurement(), "success");
     firstChannel().bufferSize = 100;
     double time = 2.0;
-    EXPECT_EQ(callAt(time), "0");
+    EXPECT_EQ(callAt(time), "success");
     for (const double device : {100.0, 105.0, 50.0, 50.1}) {
         for (const bool duringTheCall : {false, true}) {
             const double stamp = duringTheCall ? device + 1000 : device;
@@ -257,10 +257,10 @@ TEST_F(StatisticsTest, ModuleThatBeginsToSpeakOrJumpsLosesNothing) {
                 }
             });
             duringTheCall ? void() : hear({stamp, stamp});
-            EXPECT_EQ(callAt(time += 0.02), "0");
+            EXPECT_EQ(callAt(time += 0.02), "success");
             EXPECT_EQ(firstChannel().writePosition - before, duringTheCall ? 0 : 2) << stamp;
             host.script.before("HostMasterClock::getTimeSeconds", nullptr);
-            EXPECT_EQ(callAt(time += 0.02), "0");
+            EXPECT_EQ(callAt(time += 0.02), "success");
             EXPECT_EQ(firstChannel().writePosition - before, 2) << stamp;
         }
     }
@@ -282,15 +282,16 @@ TEST_F(StatisticsTest, HostMayCallBackWhileItTakesASample) {
         ScriptedChannel& channel = firstChannel();
         channel.used = hostTrue;
         channel.writePosition = 0;
-        EXPECT_EQ(startMeasurement(), "0");
+        EXPECT_EQ(startMeasurement(), "success");
         hear({0.5, 0.6});
         bool isBack = false;
         host.script.before("HostChannel::getElementSize", [&] {
             if (!std::exchange(isBack, true)) {
-                EXPECT_EQ(action(), "0");
+                EXPECT_EQ(action(), "success");
             }
         });
-        EXPECT_THAT(callAt(1.0), testing::AnyOf("0", "call 80004003"));  // without a channel
+        EXPECT_THAT(callAt(1.0),
+                    testing::AnyOf("success", "call invalidPointer"));  // without a channel
         EXPECT_TRUE(isBack);
         EXPECT_LE(channel.writePosition, 2) << "nothing twice";
         host.script.heal();
