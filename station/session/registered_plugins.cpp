@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "core/process_rights.h"
 #include "core/shell_word.h"
 #include "core/string_helper.h"
 #include "core/trusted_path.h"
@@ -104,9 +105,11 @@ std::string passedOverText() {
         return {};
     }
     return fmt::format(
-        "what is registered in {} isn't looked at, as this program doesn't run with the rights of "
-        "its owner alone. Register the plug-in for all users, or name its file with --plugin FILE",
-        folder.string());
+        "what is registered in {} isn't looked at, as {}. Register the plug-in for all users, or "
+        "name its file with --plugin FILE",
+        folder.string(),
+        hasMoreRightsThanCaller() ? "this program has more rights than who started it"
+                                  : "root takes what root has registered, and nobody else's");
 }
 
 }  // namespace station

@@ -227,7 +227,7 @@ class Setups(Case):
         lab.run("chown", "-R", "12345", his)
         # His home folder, as su and sudo may leave it.
         home = {**os.environ, "HOME": str(his), "XDG_DATA_HOME": ""}
-        self.assertIn(f"{store} isn't looked at", self.expect(0, "setup", "new", self.path("a"), env=home)[1])
+        self.assertIn(f"{store} isn't looked at, as root takes", self.expect(0, "setup", "new", self.path("a"), env=home)[1])
         self.unregister()
         for variables in machines:
             for code, *words in ((1, "setup", "new", self.path("b")), (1, "run", "--module", "CAN combo:5"),

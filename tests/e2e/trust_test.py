@@ -216,7 +216,7 @@ class Trust(Case):
         for words in (["plugins"], ["setup", "new", HIS / "w.xml"]):
             store = HIS / ".local/share/kestrova/registry"
             store.mkdir(parents=True, exist_ok=True)
-            self.assertIn(f"{store} isn't looked at", self.run_as(capable, words)[1])
+            self.assertIn(f"{store} isn't looked at, as this program has more", self.run_as(capable, words)[1])
         code, errors = self.run_as(capable, ["plugins", "--register", public, "--user"])
         self.assertEqual((code, "more rights than who started it" in errors), (1, True), errors)
 
