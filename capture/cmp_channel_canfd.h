@@ -3,8 +3,8 @@
 #include "capture/bus_frame.h"
 #include "capture/frame_channel.h"
 
-/// A CAN or CAN FD bus; nothing tells the two apart. Its samples are `CanFrame` records. A message
-/// with more than 64 data bytes is refused.
+/// A CAN or CAN FD bus; nothing distinguishes the two. Its samples are `CanFrame` records. A
+/// message with more than 64 data bytes is refused.
 class CmpChannelCanfd final
     : public FrameChannel<CanFrame, &CmpChannel::OutputChannel::addAsynchronousSample> {
   public:

@@ -63,7 +63,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     void selectInterfaces(std::vector<std::string> names) { selection = std::move(names); }
     /// Opens the selected interfaces of the machine, or all that don't only repeat others; the
     /// former ones are closed. Interfaces that can't be opened are passed over, and `getLastError`
-    /// tells of the last; they are captured on when they can be opened, as those that appear later.
+    /// is of the last; they are captured on when they can be opened, as those that appear later.
     /// The thread must be stopped.
     void openInterfaces();
     std::int32_t getLastError() const { return lastError; }

@@ -161,7 +161,7 @@ std::int32_t parseFrame(const std::uint8_t* frame, std::int32_t frameLength, std
     while (frameLength >= shortestFrame) {
         const std::uint16_t etherType = readBe16(frame + 12);
         if (isCapture(etherType)) {
-            // One test tells the framings apart: the protocol version of ASAM CMP is never zero,
+            // One test distinguishes the framings: the protocol version of ASAM CMP is never zero,
             // and the upper byte of a TECMP device ID is.
             return frame[14] != 0 ? parseAsam(frame, frameLength, offset, header, payload)
                                   : parseTecmp(frame, frameLength, offset, header, payload);

@@ -47,7 +47,8 @@ class IPlugin2 : public HostDispatch {
     static constexpr InterfaceId id{
         0x2A59711A, 0xC44E, 0x4D88, {0xB7, 0xCD, 0x0D, 0xF3, 0x35, 0x34, 0x95, 0xF5}};
 
-    /// Takes the host and refuses it (`HostCode::aborted`) if it is too old, telling the user why.
+    /// Takes the host and refuses it (`HostCode::aborted`) if it is too old, and shows the user
+    /// why.
     virtual HostResult onConnectHost(HostApp* host) = 0;
     /// A measurement, or the live view of the setup, starts: clocks and channels begin again.
     virtual HostResult onStartAcquisition() = 0;

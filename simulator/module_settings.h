@@ -109,7 +109,7 @@ struct ModuleSettings {
     static ModuleSettings parse(std::string_view text, std::uint32_t usualSerial);
 };
 
-/// Reads all of them and refuses two modules of one CM ID, which no receiver could tell apart.
+/// Reads all of them and refuses two modules of one CM ID, which no receiver could distinguish.
 std::vector<ModuleSettings> parseModules(const std::vector<std::string>& texts);
 
 }  // namespace sim

@@ -28,9 +28,9 @@ struct Totals {
 /// the next. They go out in batches: all that is due by now, and at high rates the sender sleeps a
 /// little longer than to the next frame, so that a wake-up pays for many. Buffers are made once.
 ///
-/// With stamps of the sending, a receiver must be able to tell its own error from the delay of this
-/// sender. So data frames then go out one by one, and are stamped immediately before the sink is
-/// asked, each time that it is.
+/// With stamps of the sending, a receiver must be able to separate its own error from the delay of
+/// this sender. So data frames then go out one by one, and are stamped immediately before the sink
+/// is asked, each time that it is.
 ///
 /// Nothing is counted before the sink took it, so `totals` is exact whenever the sending ends.
 class Simulation {

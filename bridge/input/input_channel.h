@@ -41,7 +41,7 @@ struct TimedValue {
     ENTRY(double)
 
 /// One channel of another source in the host, to be read: the twin of `OutputChannel`. Texts are
-/// UTF-8, attributes without a telling name are the host's.
+/// UTF-8, attributes whose names don't say what they are for are the host's.
 ///
 /// Samples are read out of the host's buffers as the last `InputManagerImpl::update` found them;
 /// without that, or for a channel that wasn't used then, reading raises `HostCode::invalidPointer`.

@@ -45,9 +45,10 @@ struct FoundValueLabel {
 /// `setExpectedRate`, `addAsynchronousSample` and `addVariantSample`; the rest is there for other
 /// plug-ins and for the windows. `PlainOutputChannel` is the base of channels without a host.
 ///
-/// Texts are UTF-8, colours 0x00RRGGBB. An attribute without a telling name is passed through: its
-/// meaning is the host's. A getter gives what the host has now. Failures of the host travel as the
-/// host's errors; a channel that isn't attached to the host is `HostCode::invalidPointer`.
+/// Texts are UTF-8, colours 0x00RRGGBB. An attribute whose name doesn't say what it is for is
+/// passed through: its meaning is the host's. A getter gives what the host has now. Failures of the
+/// host travel as the host's errors; a channel that isn't attached to the host is
+/// `HostCode::invalidPointer`.
 ///
 /// Called on the host's thread.
 class OutputChannel {

@@ -45,7 +45,8 @@ class OutputFactoryImpl final : public OutputFactory {
     void attachHost(CountedRef<HostApp> hostApp, std::shared_ptr<const std::wstring> id,
                     HostPluginGroup* group);
 
-    // These three throw `std::runtime_error`, and tell the user, if they come out of their order.
+    // These three throw `std::runtime_error`, and show the user why, if they come out of their
+    // order.
     void beginLoadSetup();
     /// `XmlException` for a colour counter that is no number. An entry that isn't a channel of this
     /// factory is skipped, and so is one whose key is taken.

@@ -8,8 +8,8 @@ namespace station {
 /// Writes texts for the user on a thread of its own, in order. A terminal that is stopped, a pipe
 /// that nobody reads, a link that is dead: none of them holds up who writes here.
 ///
-/// What waits is bounded. A text beyond that isn't shown, and once there is room again the user is
-/// told how many weren't.
+/// What waits is bounded. A text beyond that isn't shown, and once there is room again a text
+/// says how many weren't.
 class TextWriter {
   public:
     TextWriter();

@@ -50,9 +50,9 @@ void reportFailures(PluginDriver& driver, TextWriter& writer) {
 
 /// What is heard and wasn't asked for, once: most often its ConfigId isn't the one that is set on
 /// the module.
-void reportUnlisted(Session& session, std::set<std::uint16_t>& told, TextWriter& writer) {
+void reportUnlisted(Session& session, std::set<std::uint16_t>& reported, TextWriter& writer) {
     for (const Module& module : session.findUnlisted()) {
-        if (told.insert(module.cmId).second) {
+        if (reported.insert(module.cmId).second) {
             report(writer,
                    fmt::format("CM ID 0x{:X} is heard ({} with ConfigId {}), which no module of "
                                "this setup has",

@@ -21,7 +21,7 @@ constexpr const wchar_t* typeKey = L"DeviceTypeId";
 /// A module whose type the user hasn't chosen yet, which is also what becomes of any other number.
 constexpr const wchar_t* noType = L"Unknown";
 constexpr const wchar_t* noTypeId = L"65535";
-/// Samples a second that a channel of the host may be told to expect.
+/// Samples a second that the host may be asked to expect of a channel.
 constexpr float highestRate = 1e6F;
 
 /// A key under which a setup has the number of a thing.

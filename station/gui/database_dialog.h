@@ -21,7 +21,7 @@ namespace station {
 class DatabaseDialog final : public QDialog {
   public:
     /// The workspace isn't owned and outlives this; its setup stays the same meanwhile. `attempt`
-    /// runs what may throw, and tells the user.
+    /// runs what may throw, and shows the user the failure.
     DatabaseDialog(Workspace& shownWorkspace, std::function<void(std::function<void()>)> attempt,
                    QWidget* parent);
 

@@ -27,7 +27,7 @@ class MainWindow final : public QMainWindow {
     /// Throws as `Workspace`.
     explicit MainWindow(WorkspaceOptions options);
 
-    /// Tells the user what failed, if it does.
+    /// Shows the user what failed, if it does.
     void open(const QString& path);
     /// Stops the measurement, closes the recordings and then this window, without a question.
     void closeWithoutQuestion();
@@ -46,8 +46,8 @@ class MainWindow final : public QMainWindow {
     void fillRecent();
     void tick();
     void showState();
-    /// Runs it and tells the user if it throws; whether it didn't. Then what was told before of
-    /// attempts by the same name is settled.
+    /// Runs it and shows the user what it throws; whether it threw nothing. Then what was shown of
+    /// earlier attempts by the same name is settled.
     bool attempt(const Next& action, const QString& name = {});
     /// What the user must know of the setup as it is.
     void checkSetup();

@@ -13,7 +13,7 @@
 
 namespace station {
 
-/// Starts and stops a measurement and tells how it goes.
+/// Starts and stops a measurement and shows how it goes.
 class MeasurementBar final : public QWidget {
   public:
     enum class State { Idle, Running, Ending };

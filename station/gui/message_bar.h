@@ -17,7 +17,7 @@ class MessageBar final : public QFrame {
 
     /// `topic`: what it is about, for `settle`; empty for what only the user settles.
     void report(const QString& message, const QString& topic = {});
-    /// What was told of that topic is no longer so.
+    /// What was reported with that topic is no longer so.
     void settle(const QString& topic);
     void dismiss();
 

@@ -90,7 +90,7 @@ void ModulesPanel::showUnlisted(int row, const Module& module, bool isMeasuring)
     put(row, CmId, hex(module.cmId));
     put(row, Presence, "Not set up");
     if (module.type.empty()) {
-        put(row, Clock, "Its CM ID doesn't tell its type: add a module and choose one");
+        put(row, Clock, "Its CM ID doesn't give its type: add a module and choose one");
         removeCellWidget(row, Name);
     } else if (there == nullptr || there->text() != text) {
         auto* const button = new QPushButton(text);

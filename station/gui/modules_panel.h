@@ -11,8 +11,8 @@ namespace station {
 /// aren't set up, with a button that adds them.
 class ModulesPanel final : public QTableWidget {
   public:
-    /// The workspace isn't owned and outlives this. `attempt` runs what may throw, and tells the
-    /// user.
+    /// The workspace isn't owned and outlives this. `attempt` runs what may throw, and shows
+    /// the user the failure.
     ModulesPanel(Workspace& shownWorkspace, std::function<void(std::function<void()>)> attempt);
 
     /// What the workspace has now. Several times a second.

@@ -115,7 +115,7 @@ bool Workspace::save(const std::filesystem::path& path) {
     return true;
 }
 
-/// What the user can change in the windows; the document also holds what the modules tell.
+/// What the user can change in the windows; the document also holds what the modules report.
 std::string Workspace::fingerprint() const {
     std::string text;
     for (const Module& module : session().getModules()) {

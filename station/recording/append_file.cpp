@@ -247,7 +247,7 @@ void AppendFile::patch(std::uint64_t offset, const std::vector<std::uint8_t>& by
     if (!isWritable() || isStream) {
         return;
     }
-    // A descriptor that appends does so wherever it is told to write.
+    // A descriptor that appends does so whichever place it is given.
     const int flags = ::fcntl(fd, F_GETFL);
     ::fcntl(fd, F_SETFL, flags & ~O_APPEND);
     const ssize_t count = ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));

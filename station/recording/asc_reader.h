@@ -10,7 +10,7 @@
 
 namespace station {
 
-/// Reads the text lines that AscRecording, python-can, log2asc and the bench's older tools write:
+/// Reads the text lines that AscRecording, python-can, log2asc and other loggers write:
 /// numbers to the base of the header line, times as offsets from the start line or from the line
 /// before, names of messages in CAN FD lines, dates in English or German, with "am" and "pm" or
 /// with 24 hours.

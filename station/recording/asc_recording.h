@@ -10,7 +10,7 @@
 
 namespace station {
 
-/// A recording in the text lines of the bench's older tools, which python-can and can-utils read:
+/// A recording in the text lines that many loggers write, and python-can and can-utils read:
 ///
 ///     date Tue Nov 14 22:13:19.000 2023
 ///     base hex  timestamps absolute

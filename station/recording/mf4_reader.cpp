@@ -110,7 +110,7 @@ void Mf4Reader::openStream(mf4::Input& input, const mf4::Block& dataGroup, bool 
     }
     const bool isAmbiguous = stream->idSize > 8 || (stream->idSize == 0 && groupCount > 1);
     if (isAmbiguous || streams.size() == mostDataGroups) {
-        note(isAmbiguous ? "a data group has records that can't be told apart"
+        note(isAmbiguous ? "a data group has records that can't be assigned to its groups"
                          : "it has too many data groups");
         return;
     }
@@ -230,7 +230,7 @@ std::size_t Mf4Reader::channelOf(BusType bus, std::uint64_t number, const std::s
     return entry->second;
 }
 
-/// The first reason is the one to tell.
+/// The first reason is the one that is kept.
 void Mf4Reader::note(const std::string& text) {
     if (errorText.empty()) {
         errorText = fmt::format("{}: {}", filePath, text);

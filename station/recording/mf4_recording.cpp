@@ -46,7 +46,7 @@ constexpr Member nameMembers[] = {
 
 struct GroupLayout {
     const char* frame;        ///< name of the structure, and in front of its members'
-    const char* acquisition;  ///< what tells groups of one frame apart
+    const char* acquisition;  ///< differs between groups of one frame
     std::uint8_t bus;         ///< 0: no bus event
     std::span<const Member> members;
 

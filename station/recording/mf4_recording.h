@@ -53,10 +53,10 @@ namespace station {
 ///
 /// BusChannel counts from 1, over all buses, in the order in which channels are added. A record of
 /// group 4 names the channel (BusChannel, BusType as in sources, Name as UTF-8 of up to 254 bytes).
-/// It is put where the channel is added, before its first message, so that a
-/// channel may be added at any time and a file without an end has all names. At the end they are
-/// repeated in the HD comment, as `<e name="BusChannel.1">NAME</e>`, with the counts of messages
-/// that are in the file (`BusChannel.1.Recorded`) and that came for it and were lost (`.Lost`).
+/// It is put where the channel is added, before its first message, so that a channel may be added
+/// at any time and a file without an end has all names. At the end they are repeated in the HD
+/// comment, as `<e name="BusChannel.1">NAME</e>`, with the counts of messages that are in the file
+/// (`BusChannel.1.Recorded`) and that came for it and were lost (`.Lost`).
 ///
 /// At the end the counts and the length are filled in, and the ID last: killed before that, the
 /// file is an unfinalised one, which readers read, and `cmp-station convert` writes as a finalised.

@@ -255,7 +255,7 @@ void RecordingSeries::tryToGoOn(Clock::time_point now) {
     try {
         openPart(false);
     } catch (const std::runtime_error&) {
-        return;  // its reason is the one that was told, or follows from it
+        return;  // its reason is the one that was reported, or follows from it
     }
     isFailureReported = false;
     texts.push_back(fmt::format("Recording goes on, in \"{}\".", partPath));

@@ -46,7 +46,8 @@ BusClient::BusClient(Descriptor connected, std::string address, std::size_t most
                      Clock::time_point now)
     : socket(std::move(connected)), peer(std::move(address)), limit(mostWaiting), started(now) {
     set(socket.get(), IPPROTO_TCP, TCP_NODELAY, 1);
-    // What the system keeps for one that doesn't read is little, so that there is room to tell it.
+    // What the system keeps for one that doesn't read is little, so that there is room for the last
+    // message.
     set(socket.get(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, 1);
     set(socket.get(), SOL_SOCKET, SO_KEEPALIVE, 1);
     set(socket.get(), IPPROTO_TCP, TCP_KEEPIDLE, 30);

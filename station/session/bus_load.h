@@ -13,7 +13,7 @@ namespace station {
 ///
 /// CAN: from the start of frame to the intermission (ISO 11898-1), with the stuff bits that random
 /// bits have in the mean, one in 30; the worst case is one in 4. More than 8 data bytes are CAN FD,
-/// with its bit rate switched: the record doesn't tell that of shorter ones, which count as
+/// with its bit rate switched: the record doesn't say so of shorter ones, which count as
 /// classic. LIN (ISO 17987): a header of 34 bits and 10 bits for each data byte and the checksum,
 /// without the 40 % that the nodes may take longer.
 struct WireBits {

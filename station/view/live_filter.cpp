@@ -123,12 +123,12 @@ bool LiveFilter::passesChannel(std::size_t channel) const {
 }
 
 bool LiveFilter::judge(const Identity& message, bool byChannelAlone) const {
-    struct Wish {
+    struct Wanted {
         bool isThere = false;
         bool isMet = false;
     };
-    Wish ofChannel;
-    Wish ofMessage;
+    Wanted ofChannel;
+    Wanted ofMessage;
     for (const Term& term : terms) {
         const bool isChannel = term.kind == Term::Kind::Channel;
         if (byChannelAlone && !isChannel) {
@@ -139,9 +139,9 @@ bool LiveFilter::judge(const Identity& message, bool byChannelAlone) const {
             return false;
         }
         if (!term.excludes) {
-            Wish& wish = isChannel ? ofChannel : ofMessage;
-            wish.isThere = true;
-            wish.isMet = wish.isMet || isHit;
+            Wanted& wanted = isChannel ? ofChannel : ofMessage;
+            wanted.isThere = true;
+            wanted.isMet = wanted.isMet || isHit;
         }
     }
     return ofChannel.isThere == ofChannel.isMet && ofMessage.isThere == ofMessage.isMet;

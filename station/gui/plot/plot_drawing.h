@@ -10,7 +10,7 @@ namespace station {
 
 /// A share of the second color, 0 to 1.
 QColor mixed(const QColor& color, const QColor& other, double share);
-/// The wanted color, or one like it that can be told from the background of text.
+/// The wanted color, or one like it that can be seen on the background of text.
 QColor drawnColor(const QColor& wanted, const QPalette& palette);
 /// From one time to another, both in nanoseconds.
 double secondsSince(std::int64_t start, std::int64_t utc);

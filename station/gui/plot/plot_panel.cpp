@@ -434,7 +434,7 @@ void PlotPanel::showEvent(QShowEvent* event) {
 void PlotPanel::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange) {
-        rebuild();  // colors are drawn so that they can be told from the background
+        rebuild();  // colors are drawn so that they can be seen on it
     }
 }
 

@@ -18,13 +18,13 @@ namespace station {
 struct PlotSignal {
     QString name;
     QString unit;
-    QColor color;  ///< as it was asked for; drawn so that it can be told from the background
+    QColor color;  ///< as it was asked for; drawn so that it can be seen on the background
     bool hasOwnAxis = false;
     SignalSeries series = SignalSeries();
 };
 
 /// The picture of a plot: an axis of time, one of values for each unit, the signals, and two
-/// cursors, with what mouse and keyboard do to them. It draws when it is told to.
+/// cursors, with what mouse and keyboard do to them. It draws when it is asked to.
 ///
 /// Times are UTC in nanoseconds everywhere but in QCustomPlot, which gets seconds since the start:
 /// as they are doubles, they'd be microseconds apart in UTC.

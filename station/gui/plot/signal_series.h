@@ -102,7 +102,7 @@ class SignalSeries {
     std::uint64_t endOfBeginningBefore(std::int64_t utc) const;
     template <typename IsBehind>
     std::uint64_t search(IsBehind isBehind) const;
-    /// The points between these times and those that can't be told from them.
+    /// The points between these times and those that are held together with them.
     Part part(Range range) const;
     SignalExtent fold(Part part) const;
     /// The largest extent that begins with that point and ends before `to`: its level.

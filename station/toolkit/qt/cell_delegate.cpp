@@ -11,8 +11,8 @@ namespace CellType = Kestrova::Tessel::CellType;
 
 constexpr int margin = 3;  // pixels
 
-/// Tells when its list is closed, with or without a choice. Only what is picked there is input, and
-/// not what merely is in it when the focus goes.
+/// Calls `closed` when its list is closed, with or without a choice. Only what is picked there is
+/// input, and not what merely is in it when the focus goes.
 class CellComboBox final : public QComboBox {
   public:
     CellComboBox(QWidget* parent, std::function<void()> closed)

@@ -15,8 +15,8 @@ namespace station {
 /// Delete removes what is selected.
 ///
 /// What it has to ask the plug-in for it asks in `catchUp`, once for all that has changed since,
-/// and it tells what the user does from the event loop too: so no function of Qt's is under way in
-/// which a handler could pull the ground away. It asks for what can be seen and is out of date.
+/// and it passes on what the user does from the event loop too: so no function of Qt's is under way
+/// in which a handler could pull the ground away. It asks for what can be seen and is out of date.
 class GridView final : public QTableView, private DrawGridView {
   public:
     explicit GridView(CountedRef<DrawGrid> drawGrid);

@@ -12,7 +12,7 @@ namespace station {
 /// that window.
 class QtWindow final : public QWidget {
   public:
-    /// `onFailure` gets each failure of a handler, to tell the user; not when the widget has gone.
+    /// `onFailure` gets each failure of a handler, for the user; not when the widget has gone.
     explicit QtWindow(FailureSink onFailure, QWidget* parent = nullptr);
     ~QtWindow() override;
 
