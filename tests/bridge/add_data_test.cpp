@@ -98,7 +98,7 @@ TEST(SampleBytesTest, BytesLastAsLongAsSomebodyCountsThem) {
     EXPECT_TRUE(std::equal(data, data + size, std::begin(counted), std::end(counted)));
 }
 
-TEST(HostReadsTest, LackOfMemoryIsTold) {
+TEST(HostReadsTest, LackOfMemoryIsReported) {
     EXPECT_EQ(hostCodeOf([] {
                   Kestrova::Utils::Kcom::orOutOfMemory([]() -> int { throw std::bad_alloc(); });
               }),

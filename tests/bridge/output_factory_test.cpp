@@ -13,7 +13,7 @@ constexpr auto notified = "App.getData, Data.notifyChannelsChanged";
 
 class OutputFactoryTest : public BridgeTest {};
 
-TEST_F(OutputFactoryTest, NewChannelIsMountedTypedColouredAndTold) {
+TEST_F(OutputFactoryTest, NewChannelIsMountedTypedColouredAndAnnounced) {
     create();
     const auto init = [&](const Channel& channel) {
         EXPECT_EQ(channel->getIndex(), 1U);
@@ -56,7 +56,7 @@ TEST_F(OutputFactoryTest, KeysAreTheSmallestFreeOnes) {
     EXPECT_EQ(create()->getIndex(), 1U);
 }
 
-TEST_F(OutputFactoryTest, ColoursRunThroughThePaletteAndBeginAnew) {
+TEST_F(OutputFactoryTest, ColoursRunThroughThePaletteAndBeginAgain) {
     using Kestrova::Utils::Kcom::OutputChannel::colorPalette;
     std::uint32_t checksum = 0;
     for (std::uint32_t number = 0; number < 65; ++number) {
@@ -88,7 +88,7 @@ TEST_F(OutputFactoryTest, WholeListIsAlignedRefreshedAndDetachedTogether) {
     EXPECT_EQ(create()->getIndex(), 2U) << "the entries are gone";
 }
 
-TEST_F(OutputFactoryTest, BatchIsToldOnceAtItsEnd) {
+TEST_F(OutputFactoryTest, BatchIsAnnouncedOnceAtItsEnd) {
     const auto endedAt = [&](std::int32_t depth) {
         return host.callsOf([&] { EXPECT_EQ(factory.endMultipleMount(), depth); });
     };
@@ -105,7 +105,7 @@ TEST_F(OutputFactoryTest, BatchIsToldOnceAtItsEnd) {
     EXPECT_THAT(host.callsOf([&] { create(); }), HasSubstr(notified)) << "the depth is 0 again";
 }
 
-TEST_F(OutputFactoryTest, RateKindIsToldAsTwoFlagsAndReadBack) {
+TEST_F(OutputFactoryTest, RateKindIsWrittenAsTwoFlagsAndReadBack) {
     create({14, static_cast<Kind>(3)});  // a kind of its own changes none
     for (const Kind kind : {Kind::Asynchronous, Kind::SingleValue, Kind::Synchronous}) {
         const auto fetch = [&] { return factory.getOrCreateChannel(0, {14, kind}, {}); };
@@ -206,7 +206,7 @@ TEST_F(OutputSetupTest, OddChildrenAreSkippedAndWhatNobodyFetchesVanishes) {
     EXPECT_THROW(load(), Kestrova::Utils::Serialization::XmlException);
 }
 
-TEST_F(OutputSetupTest, LoadOutOfItsOrderIsRefusedAndTold) {
+TEST_F(OutputSetupTest, LoadOutOfItsOrderIsRefusedAndReported) {
     EXPECT_THROW(factory.endLoadSetup(), std::runtime_error);
     EXPECT_THROW(factory.loadSetup(nodeOver(document)), std::runtime_error);
     load();  // with no list in the setup

@@ -53,7 +53,7 @@ TEST(LinkEventsTest, WaitLastsUntilSomethingHappensOrItIsWoken) {
     events.wait(std::chrono::minutes(10));
 }
 
-TEST(CaptureMessagesTest, TheSameIsToldOnceAnInterfaceInARowAndTooMuchIsSaid) {
+TEST(CaptureMessagesTest, TheSameIsReportedOnceAnInterfaceInARowAndTooMuchIsSaid) {
     CaptureMessages messages;
     for (const char* const text : {"a fails", "a fails", "a works", "a fails\x1B[\xFF"}) {
         messages.report("a", text);

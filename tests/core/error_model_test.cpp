@@ -43,14 +43,14 @@ TEST(KvrtExceptionTest, EachCodeHasAClassWithItsTextAndAnUnknownOneKeepsItsCode)
     for (const std::uint32_t code : codes) {
         std::string text;  // none for the last one
         std::getline(texts, text, '|');
-        for (const bool isTold : {false, true}) {
+        for (const bool hasText : {false, true}) {
             try {
-                raiseFromCode(code, isTold ? "told" : "");
+                raiseFromCode(code, hasText ? "text" : "");
             } catch (const KvrtException& raised) {
                 EXPECT_EQ(typeid(raised) == typeid(KvrtException), text.empty());
                 EXPECT_EQ(raised.getCode(), code);
-                EXPECT_EQ(raised.what(), isTold ? "told" : text);
-                EXPECT_EQ(raised.hasDefaultMessage(), !isTold && !text.empty());
+                EXPECT_EQ(raised.what(), hasText ? "text" : text);
+                EXPECT_EQ(raised.hasDefaultMessage(), !hasText && !text.empty());
             }
         }
     }

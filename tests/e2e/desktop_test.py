@@ -49,7 +49,7 @@ class DesktopMeasures(Case):
         self.assertEqual([channel["name"] for channel in told["report"]["channels"]], ["Technica CAN combo 0x10"])
         self.assertEqual(told["report"]["serve"]["connected"], 1)
 
-    def test_a_wish_to_end_closes_the_recording_without_a_question(self):
+    def test_a_request_to_stop_closes_the_recording_without_a_question(self):
         told = self.measure("--without-question")
         self.assertFalse(told["hasAsked"])
 

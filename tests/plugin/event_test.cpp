@@ -82,7 +82,7 @@ TEST_F(EventTest, EachNumberHasItsCodeAndLeavesTheRestOfTheResultAlone) {
     }
 }
 
-TEST_F(EventTest, LeadingClockIsToldInTwoKindsOfBoolean) {
+TEST_F(EventTest, LeadingClockIsReportedInTwoKindsOfBoolean) {
     for (const bool withMaster : {false, true}) {
         equip({DeviceTypeInfo::canComboId}, withMaster);
         for (const std::int32_t number : {106, 109}) {
@@ -165,7 +165,7 @@ class ConnectTest : public PluginTest {
     }
 };
 
-TEST_F(ConnectTest, HostThatIsTooOldIsToldSoAndStaysConnected) {
+TEST_F(ConnectTest, HostThatIsTooOldGetsTheReasonAndStaysConnected) {
     EXPECT_EQ(PluginIdentity::classIdText(), L"{8C1E7B52-5D0F-4E6B-9A37-C4186E2D905B}");
     const std::wstring text = L"Tessel3 Plugin \"CMP\" needs Kestrova X3 SP4 or newer.";
     for (const auto& [major, minor] : {std::pair{3, 3}, {2, 9}, {3, -1}, {-1, -1}, {0, 4}}) {

@@ -39,7 +39,7 @@ class KestrovaKcomNodeTest : public ::testing::Test {
     CountedRef<HostApp> app{&host.app};
 };
 
-TEST_F(KestrovaKcomNodeTest, MissingDocumentIsToldBeforeMissingElementAndBothBeforeTheIndex) {
+TEST_F(KestrovaKcomNodeTest, MissingDocumentIsReportedBeforeMissingElementAndBothBeforeTheIndex) {
     /// The codes with neither, with a document alone and with an element alone.
     const auto codes = [&](const std::function<void(Node&)>& action) {
         std::vector<std::int32_t> all;

@@ -69,7 +69,7 @@ TEST(StopSignalTest, SecondRequestEndsAnyProgram) {
     EXPECT_EXIT(run(SIGTERM, cleaningUp), ExitedWithCode(1), "^clean, restored, ended at once\n$");
 }
 
-TEST(StopSignalTest, SecondRequestIsToldWhereItIsKeptAndTheThirdEndsTheProgram) {
+TEST(StopSignalTest, SecondRequestIsReportedWhereItIsKeptAndTheThirdEndsTheProgram) {
     const Work keeping = [](StopSignal& stop) {
         stop.keepSecond();
         look(stop);

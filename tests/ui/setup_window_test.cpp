@@ -31,7 +31,7 @@ TEST_P(SetupWindowTest, AModuleIsAGroupWithARowForEachBus) {
     EXPECT_THAT(user->shownRows(grid), testing::SizeIs(12));
 }
 
-TEST_P(SetupWindowTest, FoldingTheSecondGroupConcernsItAloneAndLastsWhenGroupsAreAskedAnew) {
+TEST_P(SetupWindowTest, FoldingTheSecondGroupConcernsItAloneAndLastsWhenGroupsAreAskedAgain) {
     add(DeviceTypeInfo::linComboId, 1);
     add(DeviceTypeInfo::linComboId, 2);
     openSetup();
@@ -112,7 +112,7 @@ TEST_P(SetupWindowTest, RemovedModulesStayUntilTheWindowGoes) {
     EXPECT_THAT(user->shownRows(grid), testing::SizeIs(11));
 }
 
-TEST_P(SetupWindowTest, AFailureOfTheHostInAHandlerIsTold) {
+TEST_P(SetupWindowTest, AFailureOfTheHostInAHandlerIsShown) {
     add(DeviceTypeInfo::canComboId, 1);
     openSetup();
     user->shownRows(grid);

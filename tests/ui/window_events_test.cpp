@@ -72,7 +72,7 @@ TEST_F(WindowEventsTest, EachWindowIsMadeAndClosedByItsEvents) {
     EXPECT_THAT(second.takeFailures(), IsEmpty());
 }
 
-TEST_F(WindowEventsTest, AWindowThatCannotBeMadeIsToldAndLeavesTheOldOne) {
+TEST_F(WindowEventsTest, AWindowThatCannotBeMadeIsReportedAndLeavesTheOldOne) {
     EXPECT_EQ(send(settings, first.window()), HostCode::success);
     EXPECT_EQ(send(settings, nullptr), HostCode::failed);
     EXPECT_EQ(send(settings, &host.app), HostCode::failed);

@@ -77,7 +77,7 @@ TEST_F(ConversionTest, FramesBecomeARecordingWithAnAccount) {
     EXPECT_THAT(call({"convert", recording, "-"}).errors, HasSubstr("-: 3 records"));
 }
 
-TEST_F(ConversionTest, WhatTheClocksLoseIsTold) {
+TEST_F(ConversionTest, WhatTheClocksLoseIsReported) {
     std::string bytes = contentOf(frames);
     const std::size_t last = bytes.find(std::string("\2\0\0\0\x16", 5));
     ASSERT_NE(last, std::string::npos);

@@ -11,7 +11,7 @@ namespace {
 
 using station::TextWriter;
 
-TEST(TextWriterTest, PipeThatNobodyReadsHoldsUpNobodyAndWhatIsNotShownIsTold) {
+TEST(TextWriterTest, PipeThatNobodyReadsHoldsUpNobodyAndWhatIsNotShownIsCounted) {
     std::array<int, 2> ends = {};
     ASSERT_EQ(pipe(ends.data()), 0);
     ASSERT_EQ(fcntl(ends[1], F_SETFL, O_NONBLOCK), 0) << "as another program may have left it";

@@ -70,7 +70,7 @@ TEST(SetupXml, AnyTextAndAnyTreeComeBackTheSameByteForByte) {
     }
 }
 
-TEST(SetupXml, NumbersThatSeveralHaveOrThatAreNoneAreToldWithTheirLine) {
+TEST(SetupXml, NumbersThatSeveralHaveOrThatAreNoneAreReportedWithTheirLine) {
     const auto root = fromSetupXml(R"(<Plugin version="1"><List>
 <M Id="0"><value key="Id">69</value>
 <value key="ClockId">-1</value><L><value key="ChId">3</value></L></M>
@@ -97,7 +97,7 @@ TEST(SetupXml, NumbersThatSeveralHaveOrThatAreNoneAreToldWithTheirLine) {
                                      "line 12: the Index 8:0;1 is that of line 9 too"));
 }
 
-TEST(SetupXml, DamageIsToldWithItsPlaceAndCause) {
+TEST(SetupXml, DamageIsReportedWithItsPlaceAndCause) {
     using Case = std::tuple<std::string, std::size_t, std::size_t, std::string>;
     const std::string start = "<Setup version='1'>\n";
     const std::string end = "</Setup>";

@@ -78,7 +78,7 @@ TEST_F(MainWindowTest, ChangesAreNotLostWithoutAQuestion) {
     EXPECT_FALSE(window->isVisible());
 }
 
-TEST_F(MainWindowTest, ASetupThatCannotBeReadIsToldAndLeavesTheOneThatIsOpen) {
+TEST_F(MainWindowTest, ASetupThatCannotBeReadIsReportedAndLeavesTheOneThatIsOpen) {
     addModule("CAN combo", "1");
     workspace().save(file("good.xml"));
     std::ofstream(file("bad.xml")) << "<Setup><";

@@ -182,7 +182,7 @@ TEST_F(PluginDrivers, TheNextPartOverlapsTheLastAndKeepsTheCapture) {
     EXPECT_FALSE(driver->needsNewPart());
 }
 
-TEST_F(PluginDrivers, EachKindOfFailureIsToldAndStopsTheMeasurement) {
+TEST_F(PluginDrivers, EachKindOfFailureIsReportedAndStopsTheMeasurement) {
     const std::vector<std::pair<std::function<HostResult()>, std::string>> failures = {
         {[]() -> HostResult { throw std::runtime_error("the text"); }, "the text"},
         {[]() -> HostResult { raiseHostError(HostCode::invalidPointer); }, "0x80004003"},

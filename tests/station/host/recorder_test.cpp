@@ -89,7 +89,7 @@ TEST_F(Recorders, UtcGoesOnAcrossPartsAndNeverBack) {
               "(0000001052.000000) C 103#AB03\n");
 }
 
-TEST_F(Recorders, WhatThePluginLostIsToldOncePerChannelWithItsReasons) {
+TEST_F(Recorders, WhatThePluginLostIsReportedOncePerChannelWithItsReasons) {
     const std::int32_t output = channel->indices().back();
     const ChannelStatistics lossless{.output = output, .beforeStart = 3, .afterEnd = 1};
     bool hasLost = false;

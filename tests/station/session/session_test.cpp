@@ -67,7 +67,7 @@ TEST_F(SessionTest, ModulesComeAndGoWithTheirChannels) {
     EXPECT_FALSE(session->needsChannels());
 }
 
-TEST_F(SessionTest, SharedIdsAreTold) {
+TEST_F(SessionTest, SharedIdsAreReported) {
     session->addModule(moduleOf("CAN combo", 5, "Front"));
     session->addModule(moduleOf("LIN combo", 5, "Doors"));
     EXPECT_THROW(session->setName(7, "a"), PluginError);
@@ -81,7 +81,7 @@ TEST_F(SessionTest, SharedIdsAreTold) {
     EXPECT_THAT(told, Contains(HasSubstr("setup.xml, line 21: the ClockId 0 is that of line 13")));
 }
 
-TEST_F(SessionTest, ModulesThatThePluginCannotHaveAreToldWithTheirLine) {
+TEST_F(SessionTest, ModulesThatThePluginCannotHaveAreReportedWithTheirLine) {
     using Case = std::tuple<const char*, const char*, const char*>;
     for (const auto& [text, other, expected] :
          {Case{"TypeId\">2<", "TypeId\">9<",

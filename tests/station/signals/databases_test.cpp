@@ -72,7 +72,7 @@ TEST(Databases, LdfSaysAllThatIsShown) {
     EXPECT_EQ(database.messages[0].signals[0].ranges.at(1).unit, "raw");
 }
 
-TEST(Databases, FaultsAreToldWithTheirLine) {
+TEST(Databases, FaultsAreReportedWithTheirLine) {
     const WrittenDatabase files;
     const std::string begin = "VERSION \"\"\nBO_ 1 A: 8 X\n";
     const std::pair<std::string, std::string> faults[] = {
@@ -126,7 +126,7 @@ TEST(Databases, FaultsAreToldWithTheirLine) {
     }
 }
 
-TEST(Databases, OddThingsAreTakenAndTold) {
+TEST(Databases, OddThingsAreTakenAndReported) {
     const Database database = WrittenDatabase().read(
         "BO_ 1 A: 2 X\n SG_ S : 8|16@1+ (0,3) [0|0] \"\"\nBO_ 1 B: 8 X\n"
         " SG_ T : 0|8@1+ (1,0) [0|0] \"\"\n");

@@ -61,7 +61,7 @@ TEST_P(ToolkitConformance, CellsAreAskedForAndShownByTheirType) {
     EXPECT_THAT(rig->titles("grid"), testing::Contains("Column 7"));
 }
 
-TEST_P(ToolkitConformance, InputArrivesWithItsCellAndTheCellIsAskedForAnew) {
+TEST_P(ToolkitConformance, InputArrivesWithItsCellAndTheCellIsAskedForAgain) {
     describe(3, {CellType::editText, CellType::editNumber, CellType::comboBox, CellType::color,
                  CellType::toggle});
     std::string cell;
@@ -192,7 +192,7 @@ TEST_P(GroupedGrid, AClosedWindowLetsGoOfAllHandlersAndRaisesNothingWhileThePlug
 
 // Handlers.
 
-TEST_P(ToolkitConformance, AHandlerThatFailsIsToldAndTheOthersAreCalled) {
+TEST_P(ToolkitConformance, AHandlerThatFailsIsReportedAndTheOthersAreCalled) {
     const IconButton button(window, "add");
     std::string called;
     on(button.click(), [&](const auto&) {
