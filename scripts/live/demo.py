@@ -23,7 +23,7 @@ def run(folder, seconds):
         path.unlink(missing_ok=True)
     lab.prepare()
     lab.register(folder / "registry")
-    setups.make_demo(setup, tell=True)
+    setups.make_demo(setup, show=True)
     station = lab.Station(setup=setup, record=recordings, stderr=None)
     try:
         sent = lab.simulate(MODULES, "--rate", RATE, "--duration", seconds, "--bad", BAD_SHARE,

@@ -3,8 +3,8 @@
 Modules begin, end, restart and jump as in soak.py, two of them with one CM ID, and malformed frames come
 between theirs. Meanwhile interfaces are taken away and made again, one is put into a bridge, the process is
 stopped for 300 ms, its terminal isn't read, one recording's disk is frozen now and then, and another's gets
-full, has room again, and is full in the end. Then each message that was sent has to be told of, once, channel
-by channel and recording by recording."""
+full, has room again, and is full in the end. Then each message that was sent has to be in a count, once,
+channel by channel and recording by recording."""
 
 import concurrent.futures
 import contextlib
@@ -185,8 +185,8 @@ def look_at(path):
         parts = sorted(Path(path).parent.glob("b*.log"), key=lambda part: (len(part.name), part.name))
         lines = [line for part in parts for line in part.read_text().splitlines()]
         return len(lines), all(a.split(")")[0] <= b.split(")")[0] for a, b in pairwise(lines))
-    told = subprocess.run(["capinfos", "-M", "-c", "-o", path], check=False, capture_output=True, text=True)
-    *_, count, _, _, _, is_ordered = told.stdout.split()
+    info = subprocess.run(["capinfos", "-M", "-c", "-o", path], check=False, capture_output=True, text=True)
+    *_, count, _, _, _, is_ordered = info.stdout.split()
     return int(count), is_ordered == "True"
 
 

@@ -182,12 +182,12 @@ def check(folder, stations, code, report):
         texts = [f"{len(own)} sessions, and {len(collected)} collected"] * (len(own) != len(collected))
         texts += filter(None, (compare(mine, theirs, path in station.killed)
                                for path, mine, theirs in zip(station.recordings, own, collected)))
-        said, told, errors = station.reports[0]
-        if said != 0:
-            texts.append(f"the station ended with {said}: {errors.strip()}")
+        own_code, own_report, errors = station.reports[0]
+        if own_code != 0:
+            texts.append(f"the station ended with {own_code}: {errors.strip()}")
         if not station.killed:
-            texts += traffic.row_differences(station.sent, traffic.names_of(told), collected[0] if collected else [],
-                                             late=told["outOfOrder"])
+            texts += traffic.row_differences(station.sent, traffic.names_of(own_report),
+                                             collected[0] if collected else [], late=own_report["outOfOrder"])
         there = sum(map(len, collected))
         total += there
         print(f"  {station.name}: {station.sent['dataMessages']:6} sent, {sum(map(len, own)):6} recorded, {there:6} "

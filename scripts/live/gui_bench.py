@@ -35,14 +35,14 @@ def measure(rate, per_frame):
             sent = lab.simulate(SENDING, "--rate", rate, "--per-frame", per_frame, "--duration", SECONDS)
             desktop.settle()
             status = Path(f"/proc/{desktop.process.pid}/status").read_text()
-            told, _ = desktop.stop()
+            outcome, _ = desktop.stop()
         finally:
             lab.end(desktop.process)
-        report = told["report"]
+        report = outcome["report"]
     channels = sum(count > 0 for count in traffic.sent_counts(sent).values())
-    latency = told["latencyMs"]
+    latency = outcome["latencyMs"]
     differences = traffic.count_differences(sent, report)
-    complete = not differences and not told["hasLost"]
+    complete = not differences and not outcome["hasLost"]
     print(f"desktop, {channels} channels with {rate} messages a second each, {PLOTS} plots, {SECONDS} s:")
     print(f"  sent       {sent['dataMessages']:12,} messages; latest frame {sent['maxLateSeconds'] * 1000:.1f} ms late")
     print(f"  recorded   {report['recordings'][0]['records']:12,} messages; all there: {'yes' if complete else 'no'}")
@@ -53,7 +53,7 @@ def measure(rate, per_frame):
     print(f"  memory     {memory:12.0f} MiB at most; messages may take 256 of it")
     print(f"  event loop {latency['p50']:12.2f} ms in the middle, {latency['p99']:.2f} ms 99th percentile, "
           f"{latency['max']:.2f} ms at worst, of {latency['count']} events")
-    for form, text in told.get("shown", {}).items():
+    for form, text in outcome.get("shown", {}).items():
         print(f"  {form}: {text}")
 
 

@@ -120,11 +120,11 @@ def save_setup(path, draw):
 def run(folder, seconds, seed):
     draw = random.Random(seed)
     modules = [Module(number, seed, seconds) for number in range(MODULES)]
-    setup, told, parts = folder / "soak.xml", folder / "told", Parts(folder)
+    setup, errors, parts = folder / "soak.xml", folder / "errors", Parts(folder)
     make_setup(setup, modules)
     with contextlib.ExitStack() as stack:
         options = ["--quiet", "--rotate", f"time={PART}s", "--keep", KEEP, "--compress", "zstd"]
-        station = lab.Station((), *options, setup=setup, stderr=stack.enter_context(told.open("w")),
+        station = lab.Station((), *options, setup=setup, stderr=stack.enter_context(errors.open("w")),
                               record=[parts.recorded / f"bench{ending}" for ending in ENDINGS])
         process = station.process
         stack.callback(lab.end, process)
@@ -142,7 +142,7 @@ def run(folder, seconds, seed):
             link.release()
             parts.look()
             if process.poll() is not None:
-                raise lab.Failure(f"cmp-station ended early: {told.read_text()}")
+                raise lab.Failure(f"cmp-station ended early: {errors.read_text()}")
             if len(levels.samples) <= time.monotonic() - start:
                 levels.look()
             time.sleep(0.05)
@@ -153,7 +153,7 @@ def run(folder, seconds, seed):
         code, report, _ = station.stop_with_any_code()
         parts.look()
     if not report:
-        raise lab.Failure(f"cmp-station ended with {code}: {told.read_text()}")
+        raise lab.Failure(f"cmp-station ended with {code}: {errors.read_text()}")
     return modules, troubles, code, report, parts, levels
 
 
@@ -180,10 +180,10 @@ def check_recording(recording, report, parts):
     unlike = [part.name for part in all_parts if part.suffix != ".zst"]
     if len(unlike) > len(all_parts) // 2 or set(unlike) & {part.name for part in left}:
         wrong.append(f"{path.name}: these parts were not compressed: {unlike}")
-    told = Counter({channel["name"]: there["records"] for channel in report["channels"]
-                    for there in channel["recordings"] if there["path"] == recording["path"]})
-    if told.total() != recording["records"]:
-        wrong.append(f"{path.name}: {recording['records']} recorded, and {told.total()} of all channels")
+    written = Counter({channel["name"]: there["records"] for channel in report["channels"]
+                       for there in channel["recordings"] if there["path"] == recording["path"]})
+    if written.total() != recording["records"]:
+        wrong.append(f"{path.name}: {recording['records']} recorded, and {written.total()} of all channels")
     for name in ENDINGS[path.suffix]:
         found, early, last = Counter(), 0, 0
         for part in all_parts:
@@ -193,11 +193,11 @@ def check_recording(recording, report, parts):
                 last = row.time
         print(f"  {path.name}: {len(all_parts)} parts, {recording['records']} messages recorded and "
               f"{recording['lost']} lost, {found.total()} read by {name}, {early} of them earlier than the one before")
-        wrong += [f"{path.name}, channel {channel}: {told[channel]} recorded, {found[channel]} read by {name}"
-                  for channel in sorted(told | found) if told[channel] != found[channel]]
+        wrong += [f"{path.name}, channel {channel}: {written[channel]} recorded, {found[channel]} read by {name}"
+                  for channel in sorted(written | found) if written[channel] != found[channel]]
         if early > report["outOfOrder"]:
             wrong.append(f"{path.name}: {early} messages are earlier than the one before, and only "
-                         f"{report['outOfOrder']} told of")
+                         f"{report['outOfOrder']} counted")
     return wrong
 
 

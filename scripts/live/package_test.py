@@ -227,10 +227,10 @@ def use_as_a_user(system):
     station.wait()
     expect(loaded == {f"{ROOT}{PLUGIN}", f"{ROOT}{RUNTIME}", f"{ROOT}{METRICS}"},
            "with setcap members of the group capture, with the package's libraries")
-    told = system.run("env", "QT_QPA_PLATFORM=offscreen", "/usr/lib/cmp/cmp-station-gui", "--help")
-    expect("--setup" in told, "the desktop's program starts")
-    told = system.run("sh", "-c", "/usr/lib/*/wireshark/extcap/cmp-station-extcap --extcap-interfaces")
-    expect("interface {value=cmp-setup-0x" in told, "Wireshark has the modules of the service's setup")
+    shown = system.run("env", "QT_QPA_PLATFORM=offscreen", "/usr/lib/cmp/cmp-station-gui", "--help")
+    expect("--setup" in shown, "the desktop's program starts")
+    shown = system.run("sh", "-c", "/usr/lib/*/wireshark/extcap/cmp-station-extcap --extcap-interfaces")
+    expect("interface {value=cmp-setup-0x" in shown, "Wireshark has the modules of the service's setup")
 
 
 def upgrade(system):

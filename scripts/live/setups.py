@@ -15,9 +15,9 @@ DEMO = [
 ]
 
 
-def make_demo(path, tell=False):
+def make_demo(path, show=False):
     """Writes the demo's setup to a file that isn't there yet."""
-    make(path, DEMO, tell)
+    make(path, DEMO, show)
 
 
 def make_measured(path, names):
@@ -29,10 +29,10 @@ def make_measured(path, names):
     make(path, commands)
 
 
-def make(path, commands, tell=False):
+def make(path, commands, show=False):
     """Gives the commands, with the path in place of FILE."""
     for words in commands:
-        if tell:
+        if show:
             print("cmp-station setup", shlex.join(words).replace("FILE", path.name), flush=True)
         code, _, errors = lab.call([lab.STATION, "setup", *[str(path) if word == "FILE" else word for word in words]])
         if code != 0:

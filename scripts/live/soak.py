@@ -2,7 +2,7 @@
 
 A module on each of 22 links. The first link is never quiet; on the others modules begin, end and begin
 again at random times, with clocks that are off, drift and jump. At the end each message that was sent has
-to be told of, channel by channel."""
+to be in a count, channel by channel."""
 
 import contextlib
 import random

@@ -123,8 +123,8 @@ def account_differences(report):
     """Each data message that was read is in one count; each message of each channel is in
     one count, and each that is there in each recording or in its loss. What doesn't add up."""
     messages = report["messages"]
-    told = sum(messages[kind] for kind in ("empty", "unknownModule", "unknownChannel", "unusedChannel"))
-    if messages["data"] != told + sum(channel["queued"] + channel["unusable"] for channel in report["channels"]):
+    unused = sum(messages[kind] for kind in ("empty", "unknownModule", "unknownChannel", "unusedChannel"))
+    if messages["data"] != unused + sum(channel["queued"] + channel["unusable"] for channel in report["channels"]):
         return [messages]
     ends = ("delivered", "beforeStart", "afterEnd", "tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput")
     return [channel for channel in report["channels"]
