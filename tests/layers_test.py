@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every include is one that docs/layers.md allows, and all that it allows is made use of."""
+"""Every include is one that docs/layers.md allows, and all that it allows is made use of; no file is too long."""
 
 import re
 import tempfile
@@ -53,6 +53,11 @@ def find_entry(included, allowed, rules):
 
 
 class Layers(unittest.TestCase):
+    def test_no_file_is_longer_than_500_lines(self):
+        files = [file for folder in OURS - {"build", ".git"} for file in (ROOT / folder).rglob("*")]
+        self.assertEqual([file.relative_to(ROOT).as_posix() for file in files if file.suffix in (*CODE, ".py") and
+                          len(file.read_text().splitlines()) > 500], [])
+
     def test_no_include_is_against_the_rules_and_none_of_them_is_needless(self):
         self.assertEqual(find_faults(ROOT), ([], []))
 
