@@ -1,7 +1,5 @@
 #include "capture/frame_decoder.h"
 
-#include <span>
-
 #include "capture/packet_text.h"
 #include "tests/support/sample_frames.h"
 
@@ -16,7 +14,7 @@ struct Field {
     std::uint64_t decoded;
 };
 
-void expectFields(const char* framing, const Bytes& bytes, std::span<const Field> fields) {
+void expectFields(const char* framing, const Bytes& bytes, std::initializer_list<Field> fields) {
     for (const Field& field : fields) {
         std::uint64_t onWire = 0;
         for (std::size_t i = 0; i < field.width; ++i) {
@@ -55,26 +53,30 @@ TEST(FrameDecoderTest, EachHeaderFieldStandsAtItsPlace) {
     Parser tecmp = countingFrame({{14, 0}, {38, 0}, {39, 20}});
     ASSERT_EQ(tecmp.next(), DecodeResult::ok);
     const CmpHeader& t = tecmp.header;
-    const Field tecmpFields[] = {
-        {"CM ID", 14, 2, t.cmId},          {"counter", 16, 2, t.counter},
-        {"version", 18, 1, t.version},     {"message type", 19, 1, t.messageType},
-        {"data type", 20, 2, t.dataType},  {"reserved", 22, 2, t.reserved},
-        {"flags", 24, 2, t.deviceFlags},   {"channel ID", 26, 4, t.channelId},
-        {"timestamp", 30, 8, t.timestamp}, {"data length", 38, 2, t.dataLength},
-        {"data flags", 40, 2, t.dataFlags}};
-    expectFields("TECMP", tecmp.frame, tecmpFields);
+    expectFields("TECMP", tecmp.frame,
+                 {{"CM ID", 14, 2, t.cmId},
+                  {"counter", 16, 2, t.counter},
+                  {"version", 18, 1, t.version},
+                  {"message type", 19, 1, t.messageType},
+                  {"data type", 20, 2, t.dataType},
+                  {"reserved", 22, 2, t.reserved},
+                  {"flags", 24, 2, t.deviceFlags},
+                  {"channel ID", 26, 4, t.channelId},
+                  {"timestamp", 30, 8, t.timestamp},
+                  {"data length", 38, 2, t.dataLength},
+                  {"data flags", 40, 2, t.dataFlags}});
     EXPECT_FALSE(t.isAsam);
     EXPECT_EQ(tecmp.payloadAt(), 42);
 
     Parser asam = countingFrame({{18, 1}, {36, 0}, {37, 20}});
     ASSERT_EQ(asam.next(), DecodeResult::ok);
     const CmpHeader& a = asam.header;
-    const Field asamFields[] = {{"device", 16, 2, a.cmId},
-                                {"counter", 20, 2, a.counter},
-                                {"timestamp", 22, 8, a.timestamp},
-                                {"interface", 30, 4, a.channelId},
-                                {"length", 36, 2, a.dataLength}};
-    expectFields("ASAM CMP", asam.frame, asamFields);
+    expectFields("ASAM CMP", asam.frame,
+                 {{"device ID", 16, 2, a.cmId},
+                  {"counter", 20, 2, a.counter},
+                  {"timestamp", 22, 8, a.timestamp},
+                  {"interface ID", 30, 4, a.channelId},
+                  {"length", 36, 2, a.dataLength}});
     EXPECT_TRUE(a.isAsam);
     EXPECT_EQ(asam.payloadAt(), 38);
 }
@@ -155,18 +157,18 @@ TEST(FrameDecoderTest, EachFieldOfAModuleStatusStandsAtItsPlace) {
     header.dataLength = 85;
     CmStatus s;
     ASSERT_EQ(decodeCmStatus(header, payload.data(), s), DecodeResult::ok);
-    const Field fields[] = {{"vendor", 0, 1, s.vendorId},
-                            {"version", 1, 1, s.cmVersion},
-                            {"type", 2, 1, s.cmType},
-                            {"reserved", 3, 1, s.reserved},
-                            {"VDL", 4, 2, s.vendorDataLength},
-                            {"CM ID", 6, 2, s.cmId},
-                            {"serial", 8, 4, s.serialNumber},
-                            {"data 12", 12, 1, s.vendorData12[0]},
-                            {"data 20", 20, 4, s.vendorData20},
-                            {"data 24", 24, 8, s.vendorData24},
-                            {"data 34", 34, 1, s.vendorData32[2]}};
-    expectFields("module status", payload, fields);
+    expectFields("module status", payload,
+                 {{"vendor ID", 0, 1, s.vendorId},
+                  {"CM version", 1, 1, s.cmVersion},
+                  {"CM type", 2, 1, s.cmType},
+                  {"reserved", 3, 1, s.reserved},
+                  {"vendor data length", 4, 2, s.vendorDataLength},
+                  {"CM ID", 6, 2, s.cmId},
+                  {"serial number", 8, 4, s.serialNumber},
+                  {"data 12", 12, 1, s.vendorData12[0]},
+                  {"data 20", 20, 4, s.vendorData20},
+                  {"data 24", 24, 8, s.vendorData24},
+                  {"data 34", 34, 1, s.vendorData32[2]}});
     EXPECT_EQ(std::memcmp(s.serialText, &payload[35], 49) | s.serialText[49], 0);
     header.dataLength = 84;
     EXPECT_EQ(decodeCmStatus(header, payload.data(), s), DecodeResult::invalid);
@@ -182,23 +184,22 @@ TEST(FrameDecoderTest, RecordsOfABusStatusFollowAtTheirStride) {
         header.dataLength = static_cast<std::uint16_t>(payload.size());
         std::int32_t offset = 0;
         BusStatus s;
+        SCOPED_TRACE(stride);
         for (std::size_t at = 12; at < 12 + 2 * stride; at += stride) {
-            ASSERT_EQ(decodeBusStatus(header, payload.data(), &offset, s), DecodeResult::ok)
-                << stride;
+            ASSERT_EQ(decodeBusStatus(header, payload.data(), &offset, s), DecodeResult::ok);
             Bytes carried = payload;
             carried.resize(at + stride);
             carried.resize(at + 16);  // with zeros for what the message doesn't carry
-            const Field fields[] = {{"CM ID", 6, 2, s.cmId},
-                                    {"serial", 8, 4, s.serialNumber},
-                                    {"interface", at, 4, s.interfaceId},
-                                    {"messages", at + 4, 4, s.messageCount},
-                                    {"errors", at + 8, 4, s.errorCount},
-                                    {"data 25", at + 13, 1, s.vendorData24[1]},
-                                    {"data 26", at + 14, 2, s.vendorData26}};
-            expectFields("bus status", carried, fields);
+            expectFields("bus status", carried,
+                         {{"CM ID", 6, 2, s.cmId},
+                          {"serial number", 8, 4, s.serialNumber},
+                          {"interface ID", at, 4, s.interfaceId},
+                          {"messages", at + 4, 4, s.messageCount},
+                          {"errors", at + 8, 4, s.errorCount},
+                          {"data 25", at + 13, 1, s.vendorData24[1]},
+                          {"data 26", at + 14, 2, s.vendorData26}});
         }
-        EXPECT_EQ(decodeBusStatus(header, payload.data(), &offset, s), DecodeResult::noData)
-            << stride;
+        EXPECT_EQ(decodeBusStatus(header, payload.data(), &offset, s), DecodeResult::noData);
         header.dataLength = 27;
         EXPECT_EQ(decodeBusStatus(header, payload.data(), nullptr, s), DecodeResult::invalid);
     }
