@@ -49,6 +49,29 @@ QColor drawnColor(const QColor& wanted, const QPalette& palette) {
     return color;
 }
 
+void colorAxis(QCPAxis& axis, const QColor& color, const QWidget& widget) {
+    const QColor text = widget.palette().color(QPalette::Text);
+    const QColor background = widget.palette().color(QPalette::Base);
+    for (const auto set : {&QCPAxis::setBasePen, &QCPAxis::setTickPen, &QCPAxis::setSubTickPen}) {
+        (axis.*set)(QPen(color));
+    }
+    axis.setTickLabelColor(color);
+    axis.setLabelColor(color);
+    axis.setTickLabelFont(widget.font());
+    axis.setLabelFont(widget.font());
+    axis.grid()->setPen(QPen(mixed(background, text, 0.15)));
+    axis.grid()->setZeroLinePen(QPen(mixed(background, text, 0.35)));
+}
+
+QImage painted(const QPicture& recorded, QSize window, double scale) {
+    QImage image(window * scale, QImage::Format_RGB32);
+    image.fill(Qt::white);
+    QPainter painter(&image);
+    painter.scale(scale, scale);
+    painter.drawPicture(0, 0, recorded);
+    return image;
+}
+
 double secondsSince(std::int64_t start, std::int64_t utc) {
     constexpr long double second = 1e9L;
     return static_cast<double>((static_cast<long double>(utc) - start) / second);

@@ -377,7 +377,7 @@ bool PlotPanel::exportPng(const QString& path) {
         QBuffer buffer;
         if (!recorded.isNull()) {
             buffer.open(QIODevice::WriteOnly);
-            PlotView::paint(std::exchange(recorded, QPicture()), size, scale).save(&buffer, "PNG");
+            painted(std::exchange(recorded, QPicture()), size, scale).save(&buffer, "PNG");
         }
         return buffer.data();
     }));

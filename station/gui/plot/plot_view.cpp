@@ -104,26 +104,12 @@ QCPAxis* PlotView::axisFor(std::size_t index) {
     return axis;
 }
 
-void PlotView::takeColors(QCPAxis& axis, const QColor& color) const {
-    const QColor text = palette().color(QPalette::Text);
-    const QColor background = palette().color(QPalette::Base);
-    for (const auto set : {&QCPAxis::setBasePen, &QCPAxis::setTickPen, &QCPAxis::setSubTickPen}) {
-        (axis.*set)(QPen(color));
-    }
-    axis.setTickLabelColor(color);
-    axis.setLabelColor(color);
-    axis.setTickLabelFont(font());
-    axis.setLabelFont(font());
-    axis.grid()->setPen(QPen(mixed(background, text, 0.15)));
-    axis.grid()->setZeroLinePen(QPen(mixed(background, text, 0.35)));
-}
-
 void PlotView::takePalette() {
     const QColor text = palette().color(QPalette::Text);
     const QColor background = palette().color(QPalette::Base);
     setBackground(background);
-    takeColors(*xAxis, text);
-    takeColors(*yAxis, text);
+    colorAxis(*xAxis, text, *this);
+    colorAxis(*yAxis, text, *this);
     for (const auto& [key, axis] : valueAxes) {
         const auto graphs = axis->graphs();
         QColor color = text;
@@ -134,7 +120,7 @@ void PlotView::takePalette() {
                 color = own;
             }
         }
-        takeColors(*axis, color);
+        colorAxis(*axis, color, *this);
     }
     for (const CursorItems& items : cursorItems) {
         items.line->setPen(QPen(text, 1, Qt::DashLine));
@@ -251,15 +237,6 @@ QPicture PlotView::record() {
     plotLayout()->simplify();
     redraw();
     return recorded;
-}
-
-QImage PlotView::paint(const QPicture& recorded, QSize window, double scale) {
-    QImage image(window * scale, QImage::Format_RGB32);
-    image.fill(Qt::white);
-    QPainter painter(&image);
-    painter.scale(scale, scale);
-    painter.drawPicture(0, 0, recorded);
-    return image;
 }
 
 void PlotView::drawCursors() {

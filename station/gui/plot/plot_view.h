@@ -45,10 +45,8 @@ class PlotView final : public QCustomPlot {
     /// Which signals there are, or their colours or axes have changed.
     void rebuild();
     void redraw();
-    /// What is drawn, with a legend, to be painted on any thread.
+    /// What is drawn, with a legend, for `painted`.
     QPicture record();
-    /// Paints that with so many times the pixels of the window, which takes a tenth of a second.
-    static QImage paint(const QPicture& recorded, QSize window, double scale);
 
     /// The newest value is to be seen, and what is before it for so many nanoseconds; 0 for all.
     void follow(std::int64_t newWidth);
@@ -93,7 +91,6 @@ class PlotView final : public QCustomPlot {
     };
 
     void takePalette();
-    void takeColors(QCPAxis& axis, const QColor& color) const;
     QCPAxis* axisFor(std::size_t index);
     void followNewest();
     void drawSignal(const PlotSignal& plotSignal, QCPGraph& graph);
