@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,21 @@ struct CapturedFrame {
     }
 };
 
+/// What the system counted of an interface since it was opened.
+struct SystemCounts {
+    /// All frames that came in, those included that were dropped or weren't read yet; empty where
+    /// the system doesn't say.
+    std::optional<std::uint64_t> received;
+    std::uint64_t dropped = 0;  ///< thrown away, as they weren't read in time
+
+    SystemCounts& operator+=(const SystemCounts& other) {
+        received =
+            received && other.received ? std::optional(*received + *other.received) : std::nullopt;
+        dropped += other.dropped;
+        return *this;
+    }
+};
+
 /// An open interface. Read by the capture thread; closed by its destruction, on any thread.
 class CaptureHandle {
   public:
@@ -45,9 +61,8 @@ class CaptureHandle {
     /// `timeout`: no frame came. Negative: a read error. Only `gotFrame` changes `frame`.
     virtual std::int32_t next(CapturedFrame& frame) = 0;
 
-    /// Frames that came in since it was opened and were thrown away, as they weren't read in time.
-    /// Called by the capture thread.
-    virtual std::uint64_t getDropped() { return 0; }
+    /// Called by the capture thread, at least once in 2^32 frames.
+    virtual SystemCounts getCounts() { return {}; }
 };
 
 /// Closes them at once, each on a thread of its own: the system takes some 20 ms for one.

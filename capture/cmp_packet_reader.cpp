@@ -162,7 +162,8 @@ void CmpPacketReader::Run() {
 /// until then was stamped before the measurement.
 void CmpPacketReader::beginCounting() {
     for (Source& source : sources) {
-        source.droppedBefore = source.handle->getDropped();
+        source.droppedBefore = source.handle->getCounts().dropped;
+        source.readBefore += source.counts.kept + source.counts.foreign;
         source.counts = {};
     }
     messageCounts = {};
@@ -177,7 +178,12 @@ void CmpPacketReader::publishCounts() {
     std::uint64_t dropped = 0;
     for (std::size_t i = 0; i < sources.size(); ++i) {
         Source& source = sources[i];
-        source.counts.dropped = source.handle->getDropped() - source.droppedBefore;
+        const SystemCounts system = source.handle->getCounts();
+        source.counts.dropped = system.dropped - source.droppedBefore;
+        source.counts.received = system.received;
+        if (system.received) {  // what was in the ring is read from now on
+            *source.counts.received -= source.droppedBefore + source.readBefore;
+        }
         dropped += source.counts.dropped;
         publishedFrames[i].store(source.counts);
     }

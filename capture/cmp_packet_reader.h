@@ -170,8 +170,10 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
     /// What a pass reads, in its order: the handles of `interfaces`, and `late`.
     struct Source {
         CaptureHandle* handle = nullptr;
-        std::uint64_t droppedBefore = 0;  ///< before data read was started
-        FrameCounts counts = {};          ///< the capture thread's own
+        // Before data read was started.
+        std::uint64_t droppedBefore = 0;
+        std::uint64_t readBefore = 0;
+        FrameCounts counts = {};  ///< the capture thread's own
     };
     std::vector<Source> sources;
     std::vector<SequenceLocked<FrameCounts>> publishedFrames;  ///< by source

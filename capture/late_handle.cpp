@@ -94,16 +94,16 @@ void LateHandle::takeOver() {
 
 void LateHandle::giveBack() {
     const auto place = reading.begin() + static_cast<std::ptrdiff_t>(position);
-    droppedBefore += (*place)->getDropped();
+    countsBefore += (*place)->getCounts();
     const LockGuard guard(lock);
     ended.push_back(std::move(*place));
     reading.erase(place);
 }
 
-std::uint64_t LateHandle::getDropped() {
-    std::uint64_t sum = droppedBefore;
+SystemCounts LateHandle::getCounts() {
+    SystemCounts sum = countsBefore;
     for (const auto& handle : reading) {
-        sum += handle->getDropped();
+        sum += handle->getCounts();
     }
     return sum;
 }

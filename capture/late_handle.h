@@ -29,7 +29,7 @@ class LateHandle final : public CaptureHandle, private Kestrova::Utils::Threadin
     ~LateHandle() override;
 
     std::int32_t next(CapturedFrame& frame) override;
-    std::uint64_t getDropped() override;
+    SystemCounts getCounts() override;
 
   private:
     using Handles = std::vector<std::unique_ptr<LiveHandle>>;
@@ -71,7 +71,7 @@ class LateHandle final : public CaptureHandle, private Kestrova::Utils::Threadin
     Handles reading;
     std::size_t position = 0;  ///< in `reading`
     bool hadNothing = true;
-    std::uint64_t droppedBefore = 0;  ///< by those that have ended
+    SystemCounts countsBefore{0};  ///< of those that have ended
 
     std::atomic<bool> hasOpened{false};
     Mutex lock;

@@ -84,8 +84,7 @@ std::unique_ptr<LiveHandle> LiveHandle::open(const PcapRing::Settings& settings,
                                              std::shared_ptr<OpenLinks> links, std::string& error) {
     std::optional<GroupId> group;
     Ring ring;
-    // Of the two copies of a frame on the loopback libpcap leaves one out, so its frames can't be
-    // counted.
+    // Whether a ring of the loopback is emptied can't be known.
     if (!isLoopback(settings.interface)) {
         ring = PcapRing::open(settings, narrowRing, narrowTimeoutMs, error);
         if (ring == nullptr) {
@@ -110,6 +109,7 @@ LiveHandle::LiveHandle(PcapRing::Settings ringSettings, std::int32_t readTimeout
     : settings(std::move(ringSettings)),
       timeoutMs(readTimeoutMs),
       links(std::move(openLinks)),
+      showsAllFrames(!isLoopback(settings.interface)),
       ring(std::move(openRing)),
       group(ringGroup),
       link(std::make_shared<LiveLink>(ring->getInterfaceIndex())) {}
@@ -134,15 +134,33 @@ std::int32_t LiveHandle::nextAtOnce(CapturedFrame& frame) {
     return result;
 }
 
-std::uint64_t LiveHandle::getDropped() {
-    if (!link->isEnded) {
-        dropped = droppedBefore + ring->getDropped();
+/// What is left in the rings when the interface comes to repeat others comes by those.
+SystemCounts LiveHandle::getCounts() {
+    if (isCountOver) {
+        return counts;
     }
-    return dropped;
+    counts = countsBefore;
+    for (PcapRing* const each : {ring.get(), wide.get()}) {
+        if (each != nullptr) {
+            counts += each->getCounts();
+            counts.received = *counts.received - (link->isEnded ? each->getUnread() : 0);
+        }
+    }
+    isCountOver = link->isEnded;
+    if (!showsAllFrames) {
+        counts.received.reset();
+    }
+    return counts;
+}
+
+/// Those that are left in the ring will never be read.
+void LiveHandle::countLeft() {
+    countsBefore.dropped += showsAllFrames ? ring->getUnread() : 0;
 }
 
 std::int32_t LiveHandle::read(CapturedFrame& frame) {
     if (link->isEnded) {
+        getCounts();
         leaveWaits();
         return timeout;
     }
@@ -155,7 +173,9 @@ std::int32_t LiveHandle::read(CapturedFrame& frame) {
         leaveWaits();
         failedAt = failedAt.value_or(Clock::now());
         if (ring->isEmptied() || Clock::now() - *failedAt > patience) {
-            getDropped();  // for the last time
+            countLeft();
+            getCounts();
+            isCountOver = true;
             link->isEnded = true;
         }
         return timeout;
@@ -195,7 +215,8 @@ bool LiveHandle::changeRing() {
     if (!wide || (!ring->isEmptied() && Clock::now() - openedAt < patience)) {
         return false;
     }
-    droppedBefore += ring->getDropped();
+    countLeft();
+    countsBefore += ring->getCounts();
     leaveWaits();
     ring.swap(wide);
     enterWaits();

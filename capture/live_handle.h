@@ -63,7 +63,7 @@ class LiveHandle final : public CaptureHandle {
     ~LiveHandle() override;
 
     std::int32_t next(CapturedFrame& frame) override;
-    std::uint64_t getDropped() override;
+    SystemCounts getCounts() override;
 
     /// As `next`, but without waiting.
     std::int32_t nextAtOnce(CapturedFrame& frame);
@@ -84,11 +84,14 @@ class LiveHandle final : public CaptureHandle {
     std::int32_t read(CapturedFrame& frame);
     void widen();
     bool changeRing();
+    void countLeft();
     void leaveWaits();
 
     const PcapRing::Settings settings;
     const std::int32_t timeoutMs;
     const std::shared_ptr<OpenLinks> links;
+    /// Of the two copies of a frame on the loopback libpcap may leave one out.
+    const bool showsAllFrames;
     Ring ring;                     ///< what is read
     Ring wide;                     ///< gets the frames while `ring` is read to its end
     std::optional<GroupId> group;  ///< of a ring that can be changed for a wide one
@@ -99,6 +102,7 @@ class LiveHandle final : public CaptureHandle {
     std::optional<Clock::time_point> failedAt;  ///< the first error of a read
     bool isWaitedFor = false;                   ///< it is among those that a wait looks at
     std::uint32_t framesInTurn = 0;             ///< since the last timeout
-    std::uint64_t droppedBefore = 0;            ///< by the ring before
-    std::uint64_t dropped = 0;
+    SystemCounts countsBefore{0};               ///< of the rings before
+    SystemCounts counts;                        ///< the latest
+    bool isCountOver = false;
 };

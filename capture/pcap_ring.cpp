@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -88,13 +89,17 @@ std::int32_t PcapRing::read(CapturedFrame& frame) {
     return CaptureHandle::gotFrame;
 }
 
-bool PcapRing::isEmptied() const {
+/// libpcap for Linux counts what was dropped as received too.
+std::uint32_t PcapRing::getUnread() const {
     const pcap_stat counted = statisticsOf(handle);
-    return counted.ps_recv - counted.ps_drop == framesRead;
+    return counted.ps_recv - counted.ps_drop - framesRead;
 }
 
-std::uint64_t PcapRing::getDropped() const {
-    return statisticsOf(handle).ps_drop - droppedBefore;
+SystemCounts PcapRing::getCounts() {
+    const pcap_stat counted = statisticsOf(handle);
+    received += counted.ps_recv - std::exchange(latestReceived, counted.ps_recv);
+    dropped += counted.ps_drop - std::exchange(latestDropped, counted.ps_drop);
+    return {received, dropped};
 }
 
 int PcapRing::getDescriptor() const {
@@ -136,7 +141,9 @@ bool PcapRing::joinGroup(GroupId group) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    droppedBefore = statisticsOf(handle).ps_drop;
+    getCounts();
+    received = 0;
+    dropped = 0;
     return true;
 }
 

@@ -40,9 +40,12 @@ class PcapRing {
     std::int32_t read(CapturedFrame& frame);
     /// Whether every frame that the system put into it has been read. The system shows frames in
     /// blocks, some milliseconds late, so that "nothing to read" doesn't say it.
-    bool isEmptied() const;
-    /// Frames for which there was no room.
-    std::uint64_t getDropped() const;
+    bool isEmptied() const { return getUnread() == 0; }
+    /// Frames that the system put into it and that weren't read.
+    std::uint32_t getUnread() const;
+    /// Of the frames since it was opened, or since it joined a group. To be called at least once in
+    /// 2^32 frames.
+    SystemCounts getCounts();
     int getDescriptor() const;  ///< to wait on
     /// The system's index of the interface; not positive if it went away.
     int getInterfaceIndex() const;
@@ -61,8 +64,11 @@ class PcapRing {
 
     pcap* const handle;
     std::int64_t tick = 1;  ///< nanoseconds in a unit of the fraction of a time stamp
-    /// Wraps around with libpcap's counts of 32 bits.
+    // These wrap around with libpcap's counts of 32 bits.
     std::uint32_t framesRead = 0;
-    std::uint32_t droppedBefore = 0;
+    std::uint32_t latestReceived = 0;
+    std::uint32_t latestDropped = 0;
+    std::uint64_t received = 0;
+    std::uint64_t dropped = 0;
     bool failed = false;
 };

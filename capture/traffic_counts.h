@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 /// What was read from one interface since data read was started.
 struct FrameCounts {
@@ -11,6 +12,9 @@ struct FrameCounts {
     std::uint64_t foreign = 0;    ///< all others
     std::uint64_t malformed = 0;  ///< of the kept: those that couldn't be decoded to their end
     std::uint64_t dropped = 0;    ///< by the system, before they could be read
+    /// By the count of the system, where it has one: the kept, the foreign, the dropped, and those
+    /// that weren't read yet.
+    std::optional<std::uint64_t> received = {};
 };
 
 /// What became of the messages in the kept frames, as far as they were decoded. A data message that

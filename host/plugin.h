@@ -290,6 +290,26 @@ class CaptureTraffic : public HostObject {
     ~CaptureTraffic() = default;
 };
 
+/// What was read from a network interface beside what the system counted there.
+struct ReceivedStatistics : InterfaceStatistics {
+    HostBool isCounted = hostFalse;  ///< else `received` says nothing
+    /// Frames that the system received since event 105: those of `InterfaceStatistics`, and those
+    /// that wait in its ring.
+    std::uint64_t received = 0;
+};
+
+/// `CaptureTraffic::getInterfaces` with more of each. A host may ask; nothing depends on it.
+class CaptureReception : public HostObject {
+  public:
+    static constexpr InterfaceId id{
+        0x969C54F7, 0x77FA, 0x4437, {0xA4, 0xF7, 0xDB, 0xDD, 0x18, 0xF6, 0xCF, 0xA2}};
+
+    virtual HostResult getReceived(std::vector<ReceivedStatistics>* interfaces) = 0;
+
+  protected:
+    ~CaptureReception() = default;
+};
+
 /// The frames of EtherType 0x99FE themselves, as they are read. A host may ask; nothing depends on
 /// it.
 class CaptureFrames : public HostObject {

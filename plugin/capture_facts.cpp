@@ -66,6 +66,20 @@ ClockStatistics statisticsOf(const CmpDevice& device) {
     return result;
 }
 
+std::vector<ReceivedStatistics> readInterfaces(const CmpPacketReader& reader) {
+    std::vector<ReceivedStatistics> interfaces;
+    for (const auto& [name, frames] : reader.getFrameCounts()) {
+        const bool isUnused = name.empty() && frames.kept + frames.foreign + frames.dropped == 0;
+        if (!isUnused) {
+            interfaces.push_back({{StringHelper::ToWide(name), frames.kept, frames.foreign,
+                                   frames.malformed, frames.dropped},
+                                  toHostBool(frames.received.has_value()),
+                                  frames.received.value_or(0)});
+        }
+    }
+    return interfaces;
+}
+
 /// Writes entries as far as there is room, and counts all.
 template <class Entry>
 class Entries {
@@ -124,15 +138,13 @@ HostResult CaptureFacts::getClocks(ClockStatistics* clocks, std::uint32_t* count
 }
 
 HostResult TrafficFacts::getInterfaces(std::vector<InterfaceStatistics>* interfaces) {
-    interfaces->clear();
-    for (const auto& [name, frames] : core.packetReader.getFrameCounts()) {
-        const bool isUnused = name.empty() && frames.kept + frames.foreign + frames.dropped == 0;
-        if (isUnused) {
-            continue;
-        }
-        interfaces->push_back({StringHelper::ToWide(name), frames.kept, frames.foreign,
-                               frames.malformed, frames.dropped});
-    }
+    const auto all = readInterfaces(core.packetReader);
+    interfaces->assign(all.begin(), all.end());
+    return HostCode::success;
+}
+
+HostResult ReceptionFacts::getReceived(std::vector<ReceivedStatistics>* interfaces) {
+    *interfaces = readInterfaces(core.packetReader);
     return HostCode::success;
 }
 

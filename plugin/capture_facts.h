@@ -36,6 +36,18 @@ class TrafficFacts final : public PluginPart<CaptureTraffic> {
     CmpPluginCore& core;
 };
 
+/// The same, with what the system counted.
+class ReceptionFacts final : public PluginPart<CaptureReception> {
+  public:
+    ReceptionFacts(HostObject& plugin, CmpPluginCore& pluginCore)
+        : PluginPart(plugin), core(pluginCore) {}
+
+    HostResult getReceived(std::vector<ReceivedStatistics>* interfaces) override;
+
+  private:
+    CmpPluginCore& core;
+};
+
 /// The frames themselves, for hosts that want them.
 class FrameTap final : public PluginPart<CaptureFrames> {
   public:

@@ -25,6 +25,7 @@ Plugin::Plugin(HostObject* outerObject, CapturePort& port, const PerformanceCoun
       core(inputManager, outputFactory, port, counter),
       facts(static_cast<IPlugin3&>(*this), core),
       traffic(static_cast<IPlugin3&>(*this), core),
+      reception(static_cast<IPlugin3&>(*this), core),
       frames(static_cast<IPlugin3&>(*this), core),
       interfaces(static_cast<IPlugin3&>(*this), core),
       modules(static_cast<IPlugin3&>(*this), core) {}
@@ -44,6 +45,8 @@ HostResult Plugin::Inner::queryInterface(const InterfaceId& interfaceId, void** 
         *result = static_cast<CaptureStatistics*>(&plugin.facts);
     } else if (interfaceId == CaptureTraffic::id) {
         *result = static_cast<CaptureTraffic*>(&plugin.traffic);
+    } else if (interfaceId == CaptureReception::id) {
+        *result = static_cast<CaptureReception*>(&plugin.reception);
     } else if (interfaceId == CaptureFrames::id) {
         *result = static_cast<CaptureFrames*>(&plugin.frames);
     } else if (interfaceId == CaptureSelection::id) {

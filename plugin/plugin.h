@@ -80,6 +80,7 @@ class Plugin final : public PluginPositions,
     CmpPluginCore core;
     CaptureFacts facts;
     TrafficFacts traffic;
+    ReceptionFacts reception;
     FrameTap frames;
     InterfaceChoice interfaces;
     ModuleOperations modules;

@@ -120,8 +120,12 @@ def count_differences(sent, report):
 
 
 def account_differences(report):
-    """Each data message that was read is in one count; each message of each channel is in
-    one count, and each that is there in each recording or in its loss. What doesn't add up."""
+    """Each frame that the system received and each data message that was read is in one count; each message of each
+    channel is in one count, and each that is there in each recording or in its loss. What doesn't add up, where
+    nothing has come in lately."""
+    for interface in report["interfaces"]:
+        if interface["received"] not in (None, interface["kept"] + interface["foreign"] + interface["dropped"]):
+            return [interface]
     messages = report["messages"]
     unused = sum(messages[kind] for kind in ("empty", "unknownModule", "unknownChannel", "unusedChannel"))
     if messages["data"] != unused + sum(channel["queued"] + channel["unusable"] for channel in report["channels"]):

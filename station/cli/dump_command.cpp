@@ -154,7 +154,7 @@ ExitCode dumpInterface(const DumpOptions& options, StopSignal& stop) {
             dumpFrame(frame, left);
         }
     }
-    const std::uint64_t dropped = handle->getDropped();
+    const std::uint64_t dropped = handle->getCounts().dropped;
     if (dropped != 0) {
         printMessage(fmt::format(
             "{} Ethernet frames were lost before they could be read: the output or the machine was "

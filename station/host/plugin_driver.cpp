@@ -180,6 +180,7 @@ void PluginDriver::connect() {
     call(step, [&] { return object.queryTo(events); });
     object.queryTo(statistics);
     object.queryTo(traffic);
+    object.queryTo(reception);
     object.queryTo(selection);
     object.queryTo(frames);
     object.queryTo(modules);
@@ -384,7 +385,13 @@ std::uint64_t PluginDriver::getDroppedFrames() const {
 PluginDriver::Traffic PluginDriver::getTraffic() const {
     Traffic found;
     if (traffic) {
-        traffic->getInterfaces(&found.interfaces);
+        if (!reception || reception->getReceived(&found.interfaces) != HostCode::success) {
+            std::vector<InterfaceStatistics> plain;
+            traffic->getInterfaces(&plain);
+            for (InterfaceStatistics& each : plain) {
+                found.interfaces.push_back({std::move(each)});
+            }
+        }
         traffic->getMessages(&found.messages);
         traffic->getModules(&found.modules);
     }

@@ -135,7 +135,8 @@ class PluginDriver {
 
     /// What was read from the network; nothing if the plug-in doesn't count.
     struct Traffic {
-        std::vector<InterfaceStatistics> interfaces;
+        /// Nothing of what the system counted if the plug-in doesn't know it.
+        std::vector<ReceivedStatistics> interfaces;
         MessageStatistics messages;
         std::vector<ModuleStatistics> modules;
     };
@@ -183,6 +184,7 @@ class PluginDriver {
     CountedRef<IPlugin4> events;
     CountedRef<CaptureStatistics> statistics;  ///< empty if the plug-in has none
     CountedRef<CaptureTraffic> traffic;        ///< the same
+    CountedRef<CaptureReception> reception;    ///< the same
     CountedRef<CaptureSelection> selection;    ///< the same
     CountedRef<CaptureFrames> frames;          ///< the same
     CountedRef<ModuleList> modules;            ///< the same

@@ -121,11 +121,15 @@ class Page {
 
     void addInterfaces() {
         Family frames = counter("cmp_interface_frames_total",
-                                "Ethernet frames that the system received, by their fate: capture "
-                                "frames are kept, others are foreign.");
+                                "Ethernet frames that came in, by their fate: capture frames are "
+                                "kept, others are foreign.");
         Family malformed = counter("cmp_interface_malformed_frames_total",
                                    "Kept frames that couldn't be decoded to their end.");
-        for (const InterfaceStatistics& interface : summary.interfaces) {
+        Family received =
+            counter("cmp_interface_received_frames_total",
+                    "Ethernet frames by the count of the system, where it has one; those that are "
+                    "in no fate wait in its ring.");
+        for (const ReceivedStatistics& interface : summary.interfaces) {
             const std::string name = interface.name.empty()
                                          ? laterInterfaces  // no name has a blank in it
                                          : readable(StringHelper::ToUtf8(interface.name));
@@ -133,6 +137,9 @@ class Page {
             frames.add({{"interface", name}, {"fate", "foreign"}}, interface.foreign);
             frames.add({{"interface", name}, {"fate", "dropped"}}, interface.dropped);
             malformed.add({{"interface", name}}, interface.malformed);
+            if (interface.isCounted != hostFalse) {
+                received.add({{"interface", name}}, interface.received);
+            }
         }
     }
 

@@ -13,22 +13,28 @@ using Kestrova::Utils::Kcom::StringHelper;
 
 constexpr std::size_t mostInterfaces = 16;
 
-std::string interfaceText(const std::string& name, const InterfaceStatistics& counts) {
-    return fmt::format("{}: received {}, kept {}, foreign {}, dropped {}, malformed {}\n", name,
-                       counts.kept + counts.foreign + counts.dropped, counts.kept, counts.foreign,
-                       counts.dropped, counts.malformed);
+std::string interfaceText(const std::string& name, const ReceivedStatistics& counts) {
+    return fmt::format(
+        "{}: {}kept {}, foreign {}, dropped {}, malformed {}\n", name,
+        counts.isCounted == hostFalse
+            ? ""
+            : fmt::format("received {}, unread {}, ", counts.received, unreadOf(counts)),
+        counts.kept, counts.foreign, counts.dropped, counts.malformed);
 }
 
 /// Of each, or of the first ones and of the others together.
-std::string interfacesText(const std::vector<InterfaceStatistics>& interfaces) {
+std::string interfacesText(const std::vector<ReceivedStatistics>& interfaces) {
     std::string text;
-    InterfaceStatistics others;
+    ReceivedStatistics others;
+    others.isCounted = hostTrue;
     for (std::size_t i = 0; i < interfaces.size(); ++i) {
-        const InterfaceStatistics& counts = interfaces[i];
+        const ReceivedStatistics& counts = interfaces[i];
         if (i < mostInterfaces) {
             text += interfaceText(
                 counts.name.empty() ? laterInterfaces : StringHelper::ToUtf8(counts.name), counts);
         } else {
+            others.isCounted = counts.isCounted != hostFalse ? others.isCounted : hostFalse;
+            others.received += counts.received;
             others.kept += counts.kept;
             others.foreign += counts.foreign;
             others.dropped += counts.dropped;

@@ -83,12 +83,14 @@ Json toJson(const Module& module) {
     return result;
 }
 
-Json toJson(const InterfaceStatistics& interface) {
+Json toJson(const ReceivedStatistics& interface) {
+    const bool isCounted = interface.isCounted != hostFalse;
     return {{"name", StringHelper::ToUtf8(interface.name)},
-            {"received", interface.kept + interface.foreign + interface.dropped},
+            {"received", isCounted ? Json(interface.received) : Json()},
             {"kept", interface.kept},
             {"foreign", interface.foreign},
             {"dropped", interface.dropped},
+            {"unread", isCounted ? Json(unreadOf(interface)) : Json()},
             {"malformed", interface.malformed}};
 }
 
@@ -111,11 +113,15 @@ Json toJson(const MessageStatistics& messages) {
 
 /// Of what came from the network, what the user may have to look after.
 void addTraffic(const Summary& summary, std::vector<std::string>& lines) {
-    for (const InterfaceStatistics& interface : summary.interfaces) {
+    for (const ReceivedStatistics& interface : summary.interfaces) {
         if (interface.kept != 0 || interface.dropped != 0) {
             lines.push_back(fmt::format(
-                "{}: {} capture frames, {} others{}{}", nameOf(interface), interface.kept,
-                interface.foreign,
+                "{}: {}{} capture frames, {} others{}{}{}", nameOf(interface),
+                interface.isCounted == hostFalse
+                    ? ""
+                    : fmt::format("{} frames received: ", interface.received),
+                interface.kept, interface.foreign,
+                unreadOf(interface) == 0 ? "" : fmt::format(", {} not read", unreadOf(interface)),
                 interface.malformed == 0 ? "" : fmt::format(", {} malformed", interface.malformed),
                 interface.dropped == 0 ? "" : fmt::format(", LOST {}", interface.dropped)));
         }
@@ -432,7 +438,7 @@ std::string toJson(const Summary& summary) {
     result["messages"] = toJson(summary.messages);
     result["messages"]["unusedChannel"] = summary.unused;
     result["interfaces"] = Json::array();
-    for (const InterfaceStatistics& interface : summary.interfaces) {
+    for (const ReceivedStatistics& interface : summary.interfaces) {
         result["interfaces"].push_back(toJson(interface));
     }
     if (const auto load = summary.getLoad()) {

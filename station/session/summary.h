@@ -103,6 +103,9 @@ inline constexpr const char* laterInterfaces = "interfaces that appeared later";
 
 /// For the user.
 std::string nameOf(const InterfaceStatistics& interface);
+/// Of the frames that the system received, those that weren't read: they are still in its ring.
+/// Less than 0 says that the system has counted wrong. Without its count 0.
+std::int64_t unreadOf(const ReceivedStatistics& interface);
 /// The messages that came for no channel, with the CM IDs that no module has; empty for none.
 std::string describeUnknown(const MessageStatistics& messages);
 
@@ -156,7 +159,7 @@ struct Summary {
     std::uint64_t interfaceMessagesLeftOut = 0;  ///< after so many that no more are kept
     bool hasInterfaceGap = false;                ///< one of them wasn't captured on for a time
     std::string awaitedLeader;  ///< the module for whose clock the start waits; empty: none
-    std::vector<InterfaceStatistics> interfaces;  ///< none without a host around the core
+    std::vector<ReceivedStatistics> interfaces;  ///< none without a host around the core
     MessageStatistics messages;
     std::uint64_t unused = 0;  ///< data messages of channels that aren't used
     std::vector<Module> modules;

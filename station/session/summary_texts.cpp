@@ -49,6 +49,12 @@ std::string nameOf(const InterfaceStatistics& interface) {
     return interface.name.empty() ? laterInterfaces : StringHelper::ToUtf8(interface.name);
 }
 
+std::int64_t unreadOf(const ReceivedStatistics& interface) {
+    const std::uint64_t read = interface.kept + interface.foreign + interface.dropped;
+    return interface.isCounted != hostFalse ? static_cast<std::int64_t>(interface.received - read)
+                                            : 0;
+}
+
 std::string describeUnknown(const MessageStatistics& messages) {
     std::vector<std::string> parts;
     if (messages.unknownModule != 0) {

@@ -108,6 +108,26 @@ TEST_F(PacketReaderTest, DroppedFramesCountFromTheStartOfDataRead) {
     EXPECT_EQ(reader.getDroppedFrames(), 0U);
 }
 
+TEST_F(PacketReaderTest, WhatWaitedAtTheStartIsReceivedToo) {
+    port.add("late", {frame(1), frame(2), frame(3)});
+    ScriptedInterface& late = port.interfaces[1];
+    late.isLate = true;
+    reader.openInterfaces();
+    reader.prepareRead(false);
+    reader.readPass();
+    late.received = 9;
+    late.dropped = 4;  // and two wait
+    reader.prepareRead(true);
+    late.reads = {{CaptureHandle::gotFrame, frame(4)}, {CaptureHandle::gotFrame, frame(5)}};
+    late.received = 12;
+    late.dropped = 5;
+    reader.readPass();
+    reader.publishCounts();
+    const auto frames = reader.getFrameCounts();
+    EXPECT_FALSE(frames[0].frames.received);
+    EXPECT_EQ(frames[1].frames.received, 2U + 1U + 2U) << "read, dropped and not read yet";
+}
+
 TEST_F(PacketReaderTest, InterfaceThatRepeatsOthersIsLeftOutUnlessItIsSelected) {
     port.add("both", {});
     port.interfaces[1].repeated = {"if0", "if7"};

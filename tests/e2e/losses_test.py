@@ -26,6 +26,12 @@ def words(name, between=" "):
     return re.sub("[A-Z]", lambda letter: between + letter[0].lower(), name)
 
 
+def received_by_link(name):
+    """Frames, by the system's own count of the interface."""
+    lines = Path("/proc/self/net/dev").read_text().splitlines()
+    return next(int(line.split()[2]) for line in lines if line.split()[0] == f"{name}:")
+
+
 def read_page():
     """The samples of the metrics page, by name and by what is between the braces."""
     connection = http.client.HTTPConnection(*PAGE, timeout=lab.PATIENCE)
@@ -45,6 +51,8 @@ def expected_samples(report):
                 for reason in ("empty", "unknownModule", "unknownChannel", "unusedChannel")}
     samples |= {("interface_frames", f'interface="{interface["name"]}",fate="{fate}"'): interface[fate]
                 for interface in report["interfaces"] if interface["name"] for fate in ("kept", "foreign", "dropped")}
+    samples |= {("interface_received_frames", f'interface="{interface["name"]}"'): interface["received"]
+                for interface in report["interfaces"] if interface["name"] and interface["received"] is not None}
     for channel in report["channels"]:
         name, module = (text.replace("\\", "\\\\").replace('"', '\\"') for text in (channel["name"], channel["module"]))
         labels = f'channel="{name}",module="{module}",bus="{channel["busType"]}"'
@@ -58,6 +66,7 @@ def expected_samples(report):
 
 class Losses(Case):
     def test_frames_that_the_system_drops_are_told(self):
+        before = received_by_link("veth0")
         station = lab.Station(FRONT)
         station.process.send_signal(signal.SIGSTOP)
         lab.simulate(CAN, "--rate", 0, "--per-frame", 40, "--messages", 2_000_000)  # 60 MB: too much to be kept
@@ -65,6 +74,9 @@ class Losses(Case):
         report, errors = station.stop(code=1)
         self.assertGreater(report["droppedFrames"], 0)
         self.assertIn(f"{report['droppedFrames']} Ethernet frames were lost", errors)
+        received = [interface["received"] for interface in report["interfaces"] if interface["name"] == "veth0"]
+        self.assertEqual(received, [received_by_link("veth0") - before])
+        self.assertEqual(traffic.account_differences(report), [])
 
     def test_what_the_clocks_discard_is_counted_to_the_message(self):
         recording = self.path("a.pcapng")

@@ -27,6 +27,7 @@ struct ScriptedInterface {
     bool openFails = false;
     bool netFails = false;
     std::uint64_t dropped = 0;
+    std::optional<std::uint64_t> received = {};
     std::vector<std::string> repeated;
     bool isLate = false;  ///< not listed: what `openLate` gives
 };
@@ -98,7 +99,10 @@ class ScriptedPort final : public CapturePort {
             ++port.openHandles;
         }
         ~Handle() override { --port.openHandles; }
-        std::uint64_t getDropped() override { return port.interfaces[position].dropped; }
+        SystemCounts getCounts() override {
+            const ScriptedInterface& of = port.interfaces[position];
+            return {of.received, of.dropped};
+        }
 
         std::int32_t next(CapturedFrame& frame) override {
             if (port.onRead) {
