@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <sstream>
 
 #include "station/recording/bounded_name.h"
 #include "station/recording/bus_record.h"
@@ -199,8 +200,19 @@ void AscRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
 }
 
 void AscRecording::complete() {
-    if (start) {
-        appendText("End TriggerBlock\n");
+    if (!start) {
+        return;
+    }
+    file.flush();  // only what is in the file is counted
+    appendText("End TriggerBlock\n");
+    for (std::size_t i = 0; i < channels.size(); ++i) {
+        appendText(fmt::format("// counts {} {} {}\n",
+                               channels[i].bus == BusType::Can ? "CAN" : "LIN", channels[i].number,
+                               describeCounts(i)));
+    }
+    std::istringstream lines(account.run);
+    for (std::string line; std::getline(lines, line);) {
+        appendText(fmt::format("// {}\n", line));
     }
 }
 

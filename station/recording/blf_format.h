@@ -157,6 +157,7 @@ inline constexpr std::size_t mostChannel = 255;
 inline constexpr char originComment[] = "cmp-station: ";
 inline constexpr char startComment[] = "cmp-station: start ";
 inline constexpr char channelComment[] = "cmp-station: channel ";
+inline constexpr char countsComment[] = "cmp-station: counts ";
 
 inline bool hasMark(const std::uint8_t* at, const char* mark) {
     return std::memcmp(at, mark, markSize) == 0;

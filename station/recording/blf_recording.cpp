@@ -253,6 +253,16 @@ void BlfRecording::writePending() {
 
 void BlfRecording::complete() {
     appendAll();
+    file.flush();  // only what is in the file is counted
+    for (std::size_t i = 0; i < channels.size(); ++i) {
+        putText(blf::text::comment, 0,
+                fmt::format("{}{} {} {}", blf::countsComment, i + 1,
+                            channels[i] == BusType::Can ? "CAN" : "LIN", describeCounts(i)));
+    }
+    if (!account.run.empty()) {
+        putText(blf::text::comment, 0, blf::countsComment + account.run);
+    }
+    appendAll();
     file.patch(0, header());
 }
 

@@ -239,6 +239,13 @@ std::uint64_t Mf4Recording::appendComment(std::uint64_t end) {
             "<e name=\"BusChannel.{0}.Recorded\" type=\"integer\">{2}</e>"
             "<e name=\"BusChannel.{0}.Lost\" type=\"integer\">{3}</e>",
             i + 1, escaped(channels[i].name), counts.written, counts.lost);
+        if (i < account.channels.size()) {
+            text += fmt::format("<e name=\"BusChannel.{}.Account\">{}</e>", i + 1,
+                                escaped(account.channels[i]));
+        }
+    }
+    if (!account.run.empty()) {
+        text += fmt::format("<e name=\"Account\">{}</e>", escaped(account.run));
     }
     text += "</common_properties></HDcomment>";
     const std::uint64_t begin = (end + 7) / 8 * 8;

@@ -12,6 +12,7 @@
 
 #include "station/recording/asc_recording.h"
 #include "station/recording/blf_recording.h"
+#include "station/recording/bounded_name.h"
 #include "station/recording/candump_recording.h"
 #include "station/recording/csv_recording.h"
 #include "station/recording/mf4_recording.h"
@@ -51,6 +52,9 @@ struct Format {
                                        const std::string& origin);
     bool isForPipes = true;  ///< else its head gets the start time later, by the first message
 };
+
+/// In bytes: each has to fit into a piece of a file, with what is around it.
+constexpr std::size_t longestAccount = 3000;
 
 constexpr Format formats[] = {
     {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
@@ -92,6 +96,21 @@ void Recording::cancel() {
         std::error_code ignored;
         std::filesystem::remove(path(), ignored);
     }
+}
+
+void Recording::setAccount(RecordingAccount latest) {
+    account = std::move(latest);
+    account.run = boundedName(account.run, longestAccount);
+    for (std::string& text : account.channels) {
+        text = boundedName(text, longestAccount);
+    }
+}
+
+std::string Recording::describeCounts(std::size_t channel) const {
+    const AppendFile::Counts& counts = file.getChannelCounts()[channel];
+    const bool isKnown = channel < account.channels.size();
+    return fmt::format("recorded {}, lost {}{}{}", counts.written, counts.lost, isKnown ? "; " : "",
+                       isKnown ? account.channels[channel] : "");
 }
 
 bool Recording::close() {

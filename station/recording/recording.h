@@ -21,8 +21,8 @@ struct ChannelDescription {
     std::uint16_t interfaceId = 0;
 };
 
-/// What is counted of a measurement outside of its recordings, as lines of text for a format that
-/// has a place for them at its end. Of each text some 3,000 bytes are kept.
+/// What is counted of a measurement outside of its recordings, as lines of text for the end of a
+/// file whose format has a place for them.
 struct RecordingAccount {
     std::string run;                    ///< of all of it; empty: nothing is known
     std::vector<std::string> channels;  ///< by channel
@@ -59,7 +59,7 @@ class Recording {
     /// Before `close`: no other file of the same measurement follows.
     void setLast() { isLast = true; }
     /// The latest before `close` counts; its channels by handle.
-    void setAccount(RecordingAccount latest) { account = std::move(latest); }
+    void setAccount(RecordingAccount latest);
     void setOnProgress(std::function<void()> call) { file.setOnProgress(std::move(call)); }
 
     /// What was written so far is in the file. False when the recording has failed.
@@ -94,6 +94,8 @@ class Recording {
     virtual void writePending() {}
     /// Completes the file once all records are in it: the counts in its header.
     virtual void complete() {}
+    /// For the end of a file: what is in it of a channel, and what else is counted of that.
+    std::string describeCounts(std::size_t channel) const;
 
     AppendFile file;
     RecordingAccount account;

@@ -8,6 +8,7 @@ import signal
 import socket
 import sys
 import time
+import zlib
 from pathlib import Path
 
 import lab
@@ -18,12 +19,18 @@ from case import CAN, FRONT, RATE, Case, main
 LIVE_PORT = sys.argv.pop(1)
 PAGE = ("127.0.0.1", 9464)
 COUNTS = ("queued", "delivered", "beforeStart", "afterEnd", "tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput",
-          "overwritten", "raised", "unusable")  # as the end of a .pcapng has them
+          "overwritten", "raised", "unusable")  # as the end of a recording has them
 
 
 def words(name, between=" "):
     """Those of a name such as "tooOld"."""
     return re.sub("[A-Z]", lambda letter: between + letter[0].lower(), name)
+
+
+def read_end(recording):
+    """The last part of it, as far as it is text."""
+    end = recording.read_bytes()[-20_000:]
+    return zlib.decompress(end[end.rindex(b"LOBJ") + 32:]) if recording.suffix == ".blf" else end
 
 
 def received_by_link(name):
@@ -79,8 +86,8 @@ class Losses(Case):
         self.assertEqual(traffic.account_differences(report), [])
 
     def test_what_the_clocks_discard_is_counted_to_the_message(self):
-        recording = self.path("a.pcapng")
-        station = lab.Station(FRONT, record=[recording])
+        recordings = [self.path(f"a.{ending}") for ending in ("pcapng", "asc", "mf4", "blf")]
+        station = lab.Station(FRONT, record=recordings)
         # Modules of one CM ID, more than a clock can tell apart.
         rivals = [lab.start_simulator([f"CAN combo:5,offset={offset}"], "--rate", 100, "--duration", 3)
                   for offset in (-60, 900, 3600)]
@@ -89,10 +96,14 @@ class Losses(Case):
         time.sleep(1)
         report, errors = station.stop(code=1)
         counts = [traffic.sent_counts(one) for one in sent]
-        account = recording.read_bytes()[-10_000:]
-        self.assertIn(f"unknown module {report['messages']['unknownModule']}, unknown channel ".encode(), account)
+        for end in map(read_end, recordings):
+            wanted = [f"unknown module {report['messages']['unknownModule']}, unknown channel "]
+            wanted += [", ".join(f"{words(count)} {channel[count]}" for count in COUNTS) for channel in report["channels"]]
+            self.assertEqual([text for text in wanted if text.encode() not in end], [])
+        frames = sum(channel["frames"] for channel in report["channels"])
+        self.assertEqual([len(traffic.read_with_python_can(path)) for path in recordings if path.suffix in (".asc", ".blf")]
+                         + [len(traffic.read_with_tshark(recordings[-1]))], 3 * [frames])
         for channel in report["channels"]:
-            self.assertIn(", ".join(f"{words(count)} {channel[count]}" for count in COUNTS).encode(), account)
             key = (0x45, channel["interfaceId"])
             lost = sum(channel[kind] for kind in ("tooOld", "tooNew", "notPlaced", "leftQueued", "noOutput"))
             self.assertGreater(lost, 0)

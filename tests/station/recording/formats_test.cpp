@@ -191,6 +191,9 @@ Begin Triggerblock Wed Nov 15 03:43:17.000 2023
    0.000000 Start of measurement
    1.123456 L2 22              Rx     2 F2 F3  checksum = 01   header time =   0, full time =   0
 End TriggerBlock
+// counts CAN 1 recorded 2, lost 0
+// counts LIN 1 recorded 1, lost 0
+// counts LIN 2 recorded 1, lost 0
 )");
 }
 
