@@ -192,7 +192,13 @@ void CmpDevice::setStatus(const DeviceTime& time, const CmStatus& newStatus) {
     if (status.cmId == newStatus.cmId) {
         status = newStatus;
         statusTime = time;
+        serials.note(newStatus.serialNumber);
     }
+}
+
+SerialNumbers CmpDevice::getSerialNumbers() const {
+    const LockGuard guard(statusLock);
+    return serials;
 }
 
 void CmpDevice::publishTime() {
@@ -303,6 +309,10 @@ void CmpDevice::beginCounting() {
     frameCount = 0;
     gapCount = 0;
     missingCount = 0;
+    {
+        const LockGuard guard(statusLock);
+        serials = {};
+    }
     const auto all = getChannels();
     for (const auto& channel : *all) {
         channel->beginCounting();

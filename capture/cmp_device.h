@@ -98,6 +98,7 @@ class CmpDevice {
     std::uint64_t getFrames() const { return frameCount.load(std::memory_order_relaxed); }
     std::uint64_t getSequenceGaps() const { return gapCount.load(std::memory_order_relaxed); }
     std::uint64_t getMissingFrames() const { return missingCount.load(std::memory_order_relaxed); }
+    SerialNumbers getSerialNumbers() const CMP_EXCLUDES(statusLock);
     /// Gives the clock the device's time as it is now, if the device was heard in this data read: a
     /// clock that starts shall not start with the time of a module that is gone, nor before the
     /// interfaces are open. Both threads.
@@ -120,7 +121,7 @@ class CmpDevice {
     /// At each start of the capture thread: the device counts as not heard.
     void forgetHeard();
     /// At the start and at the end of data read.
-    void beginCounting();
+    void beginCounting() CMP_EXCLUDES(statusLock);
     void endCounting();
     const std::shared_ptr<GNSSClock>& getClock() const { return clock; }
     /// Seconds since the latest message came in; negative: none came in this data read.
@@ -161,6 +162,7 @@ class CmpDevice {
     mutable Mutex statusLock;
     std::string name CMP_GUARDED_BY(statusLock);
     CmStatus status CMP_GUARDED_BY(statusLock);
+    SerialNumbers serials CMP_GUARDED_BY(statusLock);
     /// Device time of `status`; at zero a device that never spoke isn't connected.
     DeviceTime statusTime CMP_GUARDED_BY(statusLock);
     DeviceTypeInfo type CMP_GUARDED_BY(statusLock);

@@ -65,6 +65,23 @@ struct UnknownModules {
     }
 };
 
+/// The serial numbers in the status of one CM ID since data read was started. One module has one. A
+/// module may be replaced by another; more changes than that say that several are there at once.
+struct SerialNumbers {
+    std::uint32_t latest = 0;
+    std::uint32_t former = 0;
+    std::uint32_t changes = 0;  ///< the first number is one too
+
+    void note(std::uint32_t serial) {
+        if (changes == 0 || serial != latest) {
+            former = latest;
+            latest = serial;
+            ++changes;
+        }
+    }
+    bool areOfSeveral() const { return changes > 2; }
+};
+
 /// Frames of one module, and what its sequence counter says: a hint only, as a module may have
 /// several counters.
 struct SequenceCounts {

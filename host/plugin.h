@@ -298,13 +298,23 @@ struct ReceivedStatistics : InterfaceStatistics {
     std::uint64_t received = 0;
 };
 
-/// `CaptureTraffic::getInterfaces` with more of each. A host may ask; nothing depends on it.
+/// Whether the status messages of a module's CM ID come from several modules: their serial number
+/// has changed more than once since event 105.
+struct SenderStatistics {
+    HostBool areSeveral = hostFalse;
+    std::uint32_t serials[2] = {};  ///< then: two of them, the latest first
+};
+
+/// More than `CaptureTraffic` has. A host may ask; nothing depends on it.
 class CaptureReception : public HostObject {
   public:
     static constexpr InterfaceId id{
         0x969C54F7, 0x77FA, 0x4437, {0xA4, 0xF7, 0xDB, 0xDD, 0x18, 0xF6, 0xCF, 0xA2}};
 
+    /// For each entry of `CaptureTraffic::getInterfaces`.
     virtual HostResult getReceived(std::vector<ReceivedStatistics>* interfaces) = 0;
+    /// One for each module.
+    virtual HostResult getSenders(std::vector<SenderStatistics>* senders) = 0;
 
   protected:
     ~CaptureReception() = default;

@@ -148,6 +148,15 @@ HostResult ReceptionFacts::getReceived(std::vector<ReceivedStatistics>* interfac
     return HostCode::success;
 }
 
+HostResult ReceptionFacts::getSenders(std::vector<SenderStatistics>* senders) {
+    senders->clear();
+    for (const auto& device : core.packetReader.getDevices().list()) {
+        const SerialNumbers serials = device->getSerialNumbers();
+        senders->push_back({toHostBool(serials.areOfSeveral()), {serials.latest, serials.former}});
+    }
+    return HostCode::success;
+}
+
 HostResult TrafficFacts::getMessages(MessageStatistics* messages) {
     const MessageCounts counts = core.packetReader.getMessageCounts();
     static_assert(std::tuple_size_v<decltype(counts.unknown)> == MessageStatistics::mostUnknown);

@@ -36,13 +36,14 @@ class TrafficFacts final : public PluginPart<CaptureTraffic> {
     CmpPluginCore& core;
 };
 
-/// The same, with what the system counted.
+/// What it lacks.
 class ReceptionFacts final : public PluginPart<CaptureReception> {
   public:
     ReceptionFacts(HostObject& plugin, CmpPluginCore& pluginCore)
         : PluginPart(plugin), core(pluginCore) {}
 
     HostResult getReceived(std::vector<ReceivedStatistics>* interfaces) override;
+    HostResult getSenders(std::vector<SenderStatistics>* senders) override;
 
   private:
     CmpPluginCore& core;

@@ -394,6 +394,9 @@ PluginDriver::Traffic PluginDriver::getTraffic() const {
         }
         traffic->getMessages(&found.messages);
         traffic->getModules(&found.modules);
+        if (reception) {
+            reception->getSenders(&found.senders);
+        }
     }
     return found;
 }

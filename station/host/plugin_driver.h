@@ -139,6 +139,7 @@ class PluginDriver {
         std::vector<ReceivedStatistics> interfaces;
         MessageStatistics messages;
         std::vector<ModuleStatistics> modules;
+        std::vector<SenderStatistics> senders;
     };
     Traffic getTraffic() const;
 

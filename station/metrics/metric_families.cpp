@@ -170,6 +170,8 @@ class Page {
         Family connected = gauge("cmp_module_connected", "1 while a module is heard.");
         Family still = gauge("cmp_module_time_stands_still",
                              "1 if messages of a module come while its time doesn't advance.");
+        Family shared = gauge("cmp_module_cm_id_is_shared",
+                              "1 once several modules have sent with a module's CM ID.");
         Family frames = counter("cmp_module_frames_total", "Capture frames of a module.");
         Family gaps =
             counter("cmp_module_sequence_gaps_total",
@@ -190,6 +192,7 @@ class Page {
                      1.0);
             connected.add(labels, module.connected);
             still.add(labels, module.timeStandsStill);
+            shared.add(labels, module.senders.areSeveral != hostFalse);
             if (module.frames) {
                 frames.add(labels, module.frames->frames);
                 gaps.add(labels, module.frames->sequenceGaps);

@@ -31,6 +31,9 @@ void Coverage::note(const Summary& summary) {
         if (module.frames && module.frames->sequenceGaps != 0) {
             doubts.push_back(sequenceText(module.name, *module.frames));
         }
+        if (module.senders.areSeveral != hostFalse) {
+            doubts.push_back(rivalsText(module, module.senders));
+        }
         modules[i].hasStood = modules[i].hasStood || module.timeStandsStill;
         if (modules[i].hasStood) {
             doubts.push_back(standingText(module.name));

@@ -196,8 +196,13 @@ void Measurement::noteJumps() {
 }
 
 void Measurement::readSequences(std::vector<std::string>& texts) {
-    const auto frames = session.driver().getTraffic().modules;
+    const auto [interfaces, messages, frames, senders] = session.driver().getTraffic();
     const auto modules = session.getModules();
+    for (std::size_t i = 0; i < std::min(senders.size(), modules.size()); ++i) {
+        if (senders[i].areSeveral != hostFalse && rivalsReported.insert(i).second) {
+            texts.push_back(rivalsText(modules[i], senders[i]));
+        }
+    }
     sequencesReported.resize(frames.size());
     for (std::size_t i = 0; i < std::min(frames.size(), modules.size()); ++i) {
         ModuleStatistics& reported = sequencesReported[i];
@@ -300,9 +305,12 @@ Summary Measurement::summarize() {
         modules[i].clock = clocks[i];
         modules[i].timeStandsStill = standing.isStanding(i);
     }
-    auto [interfaces, messages, frames] = session.driver().getTraffic();
+    auto [interfaces, messages, frames, senders] = session.driver().getTraffic();
     for (std::size_t i = 0; i < std::min(modules.size(), frames.size()); ++i) {
         modules[i].frames = frames[i];
+    }
+    for (std::size_t i = 0; i < std::min(modules.size(), senders.size()); ++i) {
+        modules[i].senders = senders[i];
     }
     Summary summary = recorder.summarize(std::move(modules));
     summary.interfaces = std::move(interfaces);

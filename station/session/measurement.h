@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -92,6 +93,7 @@ class Measurement {
     std::vector<std::uint64_t> jumpsBefore;    ///< by module, in the parts before this one
     std::vector<std::uint64_t> jumpsReported;  ///< by module
     std::vector<ModuleStatistics> sequencesReported;
+    std::set<std::size_t> rivalsReported;
     std::uint64_t droppedReported = 0;           ///< frames
     std::vector<std::string> interfaceMessages;  ///< the first of them
     std::uint64_t interfaceMessagesLeftOut = 0;

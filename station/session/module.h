@@ -35,6 +35,7 @@ struct Module {
     std::optional<ClockStatistics> clock = {};  ///< how it follows the host's, where that is known
     std::vector<Channel> channels = {};
     std::optional<ModuleStatistics> frames = {};  ///< where that is known
+    SenderStatistics senders = {};
     bool timeStandsStill = false;  ///< its messages come, but its device time doesn't advance
 };
 

@@ -80,6 +80,9 @@ Json toJson(const Module& module) {
         result["sequenceGaps"] = module.frames->sequenceGaps;
         result["missingFrames"] = module.frames->missingFrames;
     }
+    if (module.senders.areSeveral != hostFalse) {
+        result["rivalSerials"] = module.senders.serials;
+    }
     return result;
 }
 
@@ -328,15 +331,16 @@ std::string loadOf(const Summary& summary, std::optional<std::size_t> module) {
 
 void addModule(const Summary& summary, std::size_t position, std::vector<std::string>& lines) {
     const Module& module = summary.modules[position];
-    lines.push_back(fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name,
-                                module.type, module.configId, module.serial,
-                                module.connected ? "Connected" : "Not connected") +
-                    (module.clock ? "  " + describeClock(*module.clock) : "") +
-                    (module.frames && module.frames->sequenceGaps != 0
-                         ? "  sequence counter: " + gapsText(*module.frames)
-                         : "") +
-                    loadOf(summary, position) +
-                    (module.timeStandsStill ? "  TIME STANDS STILL" : ""));
+    lines.push_back(
+        fmt::format("{}  [{}]  ConfigId 0x{:X}  serial {}  {}", module.name, module.type,
+                    module.configId, module.serial,
+                    module.connected ? "Connected" : "Not connected") +
+        (module.clock ? "  " + describeClock(*module.clock) : "") +
+        (module.frames && module.frames->sequenceGaps != 0
+             ? "  sequence counter: " + gapsText(*module.frames)
+             : "") +
+        (module.senders.areSeveral != hostFalse ? "  SEVERAL MODULES OF THIS CM ID" : "") +
+        loadOf(summary, position) + (module.timeStandsStill ? "  TIME STANDS STILL" : ""));
     addChannels(summary, position, lines);
 }
 

@@ -92,6 +92,8 @@ std::string jumpsText(const std::string& module, std::uint64_t jumps);
 std::string gapsText(const ModuleStatistics& frames);
 /// The text for the user about gaps in a module's sequence counter: a hint, nothing that is known.
 std::string sequenceText(const std::string& module, const ModuleStatistics& frames);
+/// The text for the user about several modules of one CM ID.
+std::string rivalsText(const Module& module, const SenderStatistics& senders);
 /// The text for the user about a module whose device time doesn't advance.
 std::string standingText(const std::string& module);
 

@@ -136,6 +136,15 @@ std::string sequenceText(const std::string& module, const ModuleStatistics& fram
                            : "frames were lost on the way, or the module has several counters");
 }
 
+std::string rivalsText(const Module& module, const SenderStatistics& senders) {
+    return fmt::format(
+        "several modules send with the CM ID of \"{}\" (0x{:X}), those with the serial numbers {} "
+        "and "
+        "{} among them: their messages are mixed, at times of different clocks; give each a "
+        "ConfigId of its own",
+        module.name, module.cmId, senders.serials[0], senders.serials[1]);
+}
+
 std::string standingText(const std::string& module) {
     return fmt::format(
         "the device time of \"{}\" stands still while its messages come: their times are wrong; "

@@ -89,7 +89,7 @@ class Losses(Case):
         recordings = [self.path(f"a.{ending}") for ending in ("pcapng", "asc", "mf4", "blf")]
         station = lab.Station(FRONT, record=recordings)
         # Modules of one CM ID, more than a clock can tell apart.
-        rivals = [lab.start_simulator([f"CAN combo:5,offset={offset}"], "--rate", 100, "--duration", 3)
+        rivals = [lab.start_simulator([f"CAN combo:5,offset={offset},serial={offset + 100}"], "--rate", 100, "--duration", 3)
                   for offset in (-60, 900, 3600)]
         sent = [lab.simulate(["CAN combo:5,jump=5@1"], "--rate", RATE, "--duration", 2),
                 *map(lab.finish_simulator, rivals)]
@@ -111,8 +111,11 @@ class Losses(Case):
             self.assertEqual(channel["frames"], channel["delivered"])
             self.assertEqual(channel["delivered"] + lost + channel["beforeStart"] + channel["afterEnd"],
                              sum(count[key] for count in counts))
-        self.assertGreater(report["modules"][0]["clock"]["jumps"], 0)
-        self.assertIsNotNone(report["modules"][0]["clock"]["age"])
+        module = report["modules"][0]
+        self.assertGreater(module["clock"]["jumps"], 0)
+        self.assertIsNotNone(module["clock"]["age"])
+        self.assertEqual(len({*module["rivalSerials"]} & {40, 1000, 3700, 100000}), 2)
+        self.assertIn('several modules send with the CM ID of "Front" (0x45)', errors)
 
     @staticmethod
     def resident_megabytes(station):

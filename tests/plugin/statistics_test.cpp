@@ -154,6 +154,27 @@ TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
     EXPECT_EQ(its.frames + its.sequenceGaps + its.missingFrames, 0U) << "since the start";
 }
 
+TEST_F(StatisticsTest, SeveralModulesOfOneCmIdAreToldFromOneThatWasReplaced) {
+    equip({DeviceTypeInfo::canComboId});
+    CountedRef<CaptureReception> reception;
+    object.queryTo(reception);
+    const auto heard = [&](std::initializer_list<std::uint32_t> serials) {
+        EXPECT_EQ(startMeasurement(), "0");
+        for (const std::uint32_t serial : serials) {
+            feed.push(wire::tecmp(0x41, 1, {{0, 4, wire::cmStatus(0x41, serial)}}));
+        }
+        EXPECT_TRUE(feed.drain());
+        std::vector<SenderStatistics> senders;
+        EXPECT_EQ(reception->getSenders(&senders), 0);
+        const SenderStatistics& its = senders.at(0);
+        return its.areSeveral == hostFalse ? std::vector<std::uint32_t>()
+                                           : std::vector{its.serials[0], its.serials[1]};
+    };
+    EXPECT_THAT(heard({7, 7, 8, 8}), testing::ElementsAre());
+    EXPECT_THAT(heard({7, 8, 7}), testing::ElementsAre(7, 8));
+    EXPECT_THAT(heard({7, 8}), testing::ElementsAre()) << "of the new measurement";
+}
+
 TEST_F(StatisticsTest, EachInterfaceIsListedAndLateOnesTogetherOnceTheyBringFrames) {
     port.add("if1", {});
     port.add("late", {wire::ethernet(0x0800), canFrame(0.5)});
