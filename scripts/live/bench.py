@@ -16,12 +16,12 @@ SECONDS = 5
 LESS = 0.7  # of the rate is tried next where messages were lost
 
 
-def measure(frames_per_second, *options, **more):
+def measure(frames_per_second, *options, seconds=SECONDS, **more):
     """What was sent, the station's exit code and what it says of the run."""
     station = lab.Station(["CAN combo:5"], *options, **more)
     try:
         sent = lab.simulate([f"CAN combo:5,channels={CHANNELS}"], "--rate",
-                            frames_per_second * MESSAGES_PER_FRAME // CHANNELS, "--duration", SECONDS,
+                            frames_per_second * MESSAGES_PER_FRAME // CHANNELS, "--duration", seconds,
                             "--per-frame", MESSAGES_PER_FRAME)
         station.settle()
     finally:

@@ -63,6 +63,7 @@ class ChangingInterfaces(Case):
 
     def stop_having_all(self, sent):
         report, _ = self.station.stop()
+        self.assertEqual(traffic.account_differences(report), [])
         self.assertEqual(sum(channel["frames"] for channel in report["channels"]),
                          sum(count for one in sent for count in traffic.sent_counts(one).values()))
         return report
