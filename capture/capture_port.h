@@ -36,11 +36,13 @@ struct SystemCounts {
     /// All frames that came in, those included that were dropped or weren't read yet; empty where
     /// the system doesn't say.
     std::optional<std::uint64_t> received;
+    std::uint64_t waiting = 0;  ///< of those received, the ones that weren't read yet
     std::uint64_t dropped = 0;  ///< thrown away, as they weren't read in time
 
     SystemCounts& operator+=(const SystemCounts& other) {
         received =
             received && other.received ? std::optional(*received + *other.received) : std::nullopt;
+        waiting += other.waiting;
         dropped += other.dropped;
         return *this;
     }

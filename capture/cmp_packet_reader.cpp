@@ -162,8 +162,10 @@ void CmpPacketReader::Run() {
 /// until then was stamped before the measurement.
 void CmpPacketReader::beginCounting() {
     for (Source& source : sources) {
-        source.droppedBefore = source.handle->getCounts().dropped;
-        source.readBefore += source.counts.kept + source.counts.foreign;
+        const SystemCounts system = source.handle->getCounts();
+        source.droppedBefore = system.dropped;
+        // What waits is read from now on.
+        source.receivedBefore = system.received.value_or(0) - system.waiting;
         source.counts = {};
     }
     messageCounts = {};
@@ -181,8 +183,8 @@ void CmpPacketReader::publishCounts() {
         const SystemCounts system = source.handle->getCounts();
         source.counts.dropped = system.dropped - source.droppedBefore;
         source.counts.received = system.received;
-        if (system.received) {  // what was in the ring is read from now on
-            *source.counts.received -= source.droppedBefore + source.readBefore;
+        if (system.received) {
+            *source.counts.received -= source.receivedBefore;
         }
         dropped += source.counts.dropped;
         publishedFrames[i].store(source.counts);

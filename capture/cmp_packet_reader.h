@@ -172,7 +172,7 @@ class CmpPacketReader : private Kestrova::Utils::Threading::ThreadEx {
         CaptureHandle* handle = nullptr;
         // Before data read was started.
         std::uint64_t droppedBefore = 0;
-        std::uint64_t readBefore = 0;
+        std::uint64_t receivedBefore = 0;
         FrameCounts counts = {};  ///< the capture thread's own
     };
     std::vector<Source> sources;

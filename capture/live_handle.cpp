@@ -140,22 +140,26 @@ SystemCounts LiveHandle::getCounts() {
         return counts;
     }
     counts = countsBefore;
-    for (PcapRing* const each : {ring.get(), wide.get()}) {
-        if (each != nullptr) {
-            counts += each->getCounts();
-            counts.received = *counts.received - (link->isEnded ? each->getUnread() : 0);
-        }
+    counts += ring->getCounts();
+    if (wide) {
+        counts += wide->getCounts();
     }
-    isCountOver = link->isEnded;
+    if (link->isEnded) {
+        isCountOver = true;
+        counts.received = *counts.received - std::exchange(counts.waiting, 0);
+    }
     if (!showsAllFrames) {
         counts.received.reset();
     }
     return counts;
 }
 
-/// Those that are left in the ring will never be read.
-void LiveHandle::countLeft() {
-    countsBefore.dropped += showsAllFrames ? ring->getUnread() : 0;
+/// What is left in it will never be read.
+SystemCounts LiveHandle::getLastCounts() {
+    SystemCounts last = ring->getCounts();
+    const std::uint64_t left = std::exchange(last.waiting, 0);
+    last.dropped += showsAllFrames ? left : 0;
+    return last;
 }
 
 std::int32_t LiveHandle::read(CapturedFrame& frame) {
@@ -173,8 +177,8 @@ std::int32_t LiveHandle::read(CapturedFrame& frame) {
         leaveWaits();
         failedAt = failedAt.value_or(Clock::now());
         if (ring->isEmptied() || Clock::now() - *failedAt > patience) {
-            countLeft();
-            getCounts();
+            counts = countsBefore;
+            counts += getLastCounts();
             isCountOver = true;
             link->isEnded = true;
         }
@@ -215,8 +219,7 @@ bool LiveHandle::changeRing() {
     if (!wide || (!ring->isEmptied() && Clock::now() - openedAt < patience)) {
         return false;
     }
-    countLeft();
-    countsBefore += ring->getCounts();
+    countsBefore += getLastCounts();
     leaveWaits();
     ring.swap(wide);
     enterWaits();

@@ -84,7 +84,7 @@ class LiveHandle final : public CaptureHandle {
     std::int32_t read(CapturedFrame& frame);
     void widen();
     bool changeRing();
-    void countLeft();
+    SystemCounts getLastCounts();
     void leaveWaits();
 
     const PcapRing::Settings settings;

@@ -90,16 +90,12 @@ std::int32_t PcapRing::read(CapturedFrame& frame) {
 }
 
 /// libpcap for Linux counts what was dropped as received too.
-std::uint32_t PcapRing::getUnread() const {
-    const pcap_stat counted = statisticsOf(handle);
-    return counted.ps_recv - counted.ps_drop - framesRead;
-}
-
 SystemCounts PcapRing::getCounts() {
     const pcap_stat counted = statisticsOf(handle);
     received += counted.ps_recv - std::exchange(latestReceived, counted.ps_recv);
     dropped += counted.ps_drop - std::exchange(latestDropped, counted.ps_drop);
-    return {received, dropped};
+    const std::uint32_t waiting = latestReceived - latestDropped - framesRead;
+    return {received, waiting, dropped};
 }
 
 int PcapRing::getDescriptor() const {
@@ -141,7 +137,6 @@ bool PcapRing::joinGroup(GroupId group) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    getCounts();
     received = 0;
     dropped = 0;
     return true;

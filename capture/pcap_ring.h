@@ -40,9 +40,7 @@ class PcapRing {
     std::int32_t read(CapturedFrame& frame);
     /// Whether every frame that the system put into it has been read. The system shows frames in
     /// blocks, some milliseconds late, so that "nothing to read" doesn't say it.
-    bool isEmptied() const { return getUnread() == 0; }
-    /// Frames that the system put into it and that weren't read.
-    std::uint32_t getUnread() const;
+    bool isEmptied() { return getCounts().waiting == 0; }
     /// Of the frames since it was opened, or since it joined a group. To be called at least once in
     /// 2^32 frames.
     SystemCounts getCounts();

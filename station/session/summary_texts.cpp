@@ -138,9 +138,8 @@ std::string sequenceText(const std::string& module, const ModuleStatistics& fram
 
 std::string rivalsText(const Module& module, const SenderStatistics& senders) {
     return fmt::format(
-        "several modules send with the CM ID of \"{}\" (0x{:X}), those with the serial numbers {} "
-        "and "
-        "{} among them: their messages are mixed, at times of different clocks; give each a "
+        "several modules send with the CM ID of \"{}\" (0x{:X}), among them those with the serial "
+        "numbers {} and {}: their messages are mixed, at times of different clocks; give each a "
         "ConfigId of its own",
         module.name, module.cmId, senders.serials[0], senders.serials[1]);
 }

@@ -28,6 +28,7 @@ struct ScriptedInterface {
     bool netFails = false;
     std::uint64_t dropped = 0;
     std::optional<std::uint64_t> received = {};
+    std::uint64_t waiting = 0;
     std::vector<std::string> repeated;
     bool isLate = false;  ///< not listed: what `openLate` gives
 };
@@ -101,7 +102,7 @@ class ScriptedPort final : public CapturePort {
         ~Handle() override { --port.openHandles; }
         SystemCounts getCounts() override {
             const ScriptedInterface& of = port.interfaces[position];
-            return {of.received, of.dropped};
+            return {of.received, of.waiting, of.dropped};
         }
 
         std::int32_t next(CapturedFrame& frame) override {
