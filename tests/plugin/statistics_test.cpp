@@ -154,7 +154,7 @@ TEST_F(StatisticsTest, EachFrameAndMessageFromTheNetworkIsInOneCount) {
     EXPECT_EQ(its.frames + its.sequenceGaps + its.missingFrames, 0U) << "since the start";
 }
 
-TEST_F(StatisticsTest, SeveralModulesOfOneCmIdAreToldFromOneThatWasReplaced) {
+TEST_F(StatisticsTest, SeveralModulesOfOneCmIdAreDistinguishedFromOneThatWasReplaced) {
     equip({DeviceTypeInfo::canComboId});
     CountedRef<CaptureReception> reception;
     object.queryTo(reception);
