@@ -119,7 +119,11 @@ ExitCode finish(const ConvertOptions& options, RecordingSet& recordings,
             ExitCode::Failed,
             "stopped before the end of the file; what came before is in the recordings");
     }
-    refuseUnknownChannels(filter.getUnknownChannels());
+    std::vector<std::string> there;
+    for (const auto& channel : ending.summary.channels) {
+        there.push_back(channel.name);
+    }
+    refuseUnknownChannels(filter.getUnknownChannels(), there);
     return ExitCode::Good;
 }
 
@@ -178,12 +182,13 @@ Ending convertFrames(const ConvertOptions& options, const std::shared_ptr<Record
 }
 
 Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
-                       RecordingSet& recordings, const MessageFilter& filter, StopSignal& stop) {
+                       RecordingSet& recordings, StopSignal& stop) {
     if (!options.modules.empty() || options.clock != deviceClock) {
         throw UserError(fmt::format("{} holds messages and no frames of modules; leave out {}",
                                     options.input,
                                     options.modules.empty() ? "--clock" : "--module"));
     }
+    findChannels(options.messages.channels, options.input, stop);
     openRecordings(recordings, options.outputs, options.overwrite);
     MessageCopy copy(reader, recordings);
     bool isMore = true;
@@ -195,12 +200,6 @@ Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
         }
     }
     copy.end();
-    const auto summaries = recordings.summarize();
-    const bool isEmpty = std::ranges::all_of(
-        summaries, [](const RecordingSummary& each) { return each.records + each.lost == 0; });
-    if (!isMore && isEmpty && reader.getErrorText().empty()) {
-        refuseUnknownChannels(filter.getUnknownChannels());  // what was there before stays
-    }
     for (const std::string& failure : recordings.close()) {
         printMessage(failure);
     }
@@ -231,7 +230,7 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
     const auto reader = std::filesystem::is_regular_file(options.input, ignored)
                             ? openMessages(options.input)
                             : nullptr;
-    const Ending ending = reader ? convertMessages(options, *reader, *recordings, *filter, stop)
+    const Ending ending = reader ? convertMessages(options, *reader, *recordings, stop)
                                  : convertFrames(options, recordings, stop);
     return finish(options, *recordings, *filter, ending);
 }

@@ -6,6 +6,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "station/cli/commands.h"
@@ -27,7 +28,8 @@ channel's name and "=" in front for that one. Where several define an identifier
 for the channel counts first, and else the one that was named first.
 
 OUT is a table (.csv, a line a signal), or measured values (.mf4, a group a message). Without OUT the
-table goes to standard output. Messages that no database defines are counted and left out.)";
+table goes to standard output. Until it is complete it is OUT.part, and what was there before stays.
+Messages that no database defines are counted and left out.)";
 
 constexpr const char* examples = R"(
 Examples:
@@ -48,11 +50,62 @@ struct DecodeOptions {
 
 using Json = nlohmann::ordered_json;
 
-std::unique_ptr<MessageReader> openInput(const DecodeOptions& options) {
-    std::error_code error;
-    if (std::filesystem::equivalent(options.input, options.output, error)) {
-        throw UserError(fmt::format("{} is the input; name another file", options.output));
+/// Where the output is written: beside its place, which it takes once it is complete. So neither a
+/// failure nor a kill leaves a part of it there, or harms what was there before. A pipe is written
+/// as it is.
+class PendingOutput {
+  public:
+    /// Throws FileError if there is something that isn't to be overwritten.
+    PendingOutput(const std::string& output, bool overwrite) : place(output), path(output) {
+        if (AppendFile::isStreamPath(output)) {
+            return;
+        }
+        std::error_code none;
+        if (std::filesystem::exists(place, none)) {
+            AppendFile former(output, overwrite);
+            former.discard();
+            place = std::filesystem::canonical(place);
+        }
+        path = place.string() + ".part";
     }
+    ~PendingOutput() {
+        std::error_code ignored;
+        if (isBegun) {
+            std::filesystem::remove(path, ignored);
+        }
+    }
+    PendingOutput(const PendingOutput&) = delete;
+    PendingOutput& operator=(const PendingOutput&) = delete;
+
+    const std::filesystem::path& getPath() const { return path; }
+    /// That is open now.
+    void begin() { isBegun = path != place; }
+    /// Once it is closed. Throws FileError.
+    void finish() {
+        std::error_code error;
+        if (std::exchange(isBegun, false)) {
+            std::filesystem::rename(path, place, error);
+        }
+        if (error) {
+            throw FileError(
+                fmt::format("{} can't be written: {}", place.string(), error.message()));
+        }
+    }
+
+  private:
+    std::filesystem::path place;
+    std::filesystem::path path;
+    bool isBegun = false;
+};
+
+void refuseInput(const DecodeOptions& options, const std::string& output) {
+    std::error_code error;
+    if (std::filesystem::equivalent(options.input, output, error)) {
+        throw UserError(fmt::format("{} is the input; name another file", output));
+    }
+}
+
+std::unique_ptr<MessageReader> openInput(const DecodeOptions& options) {
     auto reader = openMessages(options.input);
     if (!reader) {
         throw UserError(
@@ -106,8 +159,13 @@ std::vector<std::string> describeRest(const SignalCounts& counts, const MessageR
 
 /// What the user and the shell are answered once the output is closed.
 ExitCode finish(const DecodeOptions& options, const RecordingSet& recordings,
-                const SignalCounts& counts, const MessageReader& reader, bool isAtEnd) {
+                const SignalCounts& counts, const MessageReader& reader, bool isAtEnd,
+                PendingOutput& pending) {
     const RecordingSummary output = recordings.summarize().front();
+    const bool hasFailed = recordings.hasFailed() || output.lost != 0;
+    if (!hasFailed) {
+        pending.finish();
+    }
     if (options.json) {
         printResult(toText(Json{{"messages", recordings.getCount()},
                                 {"decoded", counts.decoded},
@@ -115,20 +173,22 @@ ExitCode finish(const DecodeOptions& options, const RecordingSet& recordings,
                                 {"withoutDatabase", counts.noDatabase},
                                 {"withoutSignals", counts.empty},
                                 {"skipped", reader.getSkipped()},
-                                {"path", output.path},
+                                {"path", options.output},
                                 {"format", output.format},
                                 {"bytes", output.bytes},
                                 {"lost", output.lost}}));
     } else if (!options.quiet && options.output != AppendFile::standardOutput) {
-        printResult(fmt::format("{}: {} of {} messages decoded, {} bytes\n", output.path,
+        printResult(fmt::format("{}: {} of {} messages decoded, {} bytes\n", options.output,
                                 output.records, recordings.getCount(), output.bytes));
+    }
+    if (hasFailed) {
+        throw UserError(
+            ExitCode::Failed,
+            fmt::format("{} is left as it was, since not all could be written", options.output));
     }
     if (!reader.getErrorText().empty()) {
         throw UserError(ExitCode::Unreadable,
                         reader.getErrorText() + "; what came before is decoded");
-    }
-    if (recordings.hasFailed() || output.lost != 0) {
-        return ExitCode::Failed;
     }
     if (!isAtEnd) {
         throw UserError(ExitCode::Failed,
@@ -140,16 +200,23 @@ ExitCode finish(const DecodeOptions& options, const RecordingSet& recordings,
 ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
     takesStandardOutput({options.output}, options.json);
     const MessageFilter::Options wanted = readFilter(options.messages);
+    refuseInput(options, options.output);
+    PendingOutput pending(options.output, options.overwrite);
+    refuseInput(options, pending.getPath());
     const auto reader = openInput(options);
     ChannelDecoders decoders;
     for (const std::string& text : options.databases) {
         decoders.add(text);
     }
     reportAll(decoders.takeNotices());
+    std::vector<std::string> named = decoders.getUnknownChannels();
+    std::ranges::copy(wanted.channels, std::back_inserter(named));
+    findChannels(std::move(named), options.input, stop);
     const auto filter = std::make_shared<MessageFilter>(wanted);
     SignalCounts counts;
     RecordingSet recordings;
-    recordings.add(openSignalRecording(options.output, options.overwrite, decoders, counts));
+    recordings.add(openSignalRecording(options.output, pending.getPath(), decoders, counts));
+    pending.begin();
     recordings.setFilter(filter);
     MessageCopy copy(*reader, recordings);
     bool isMore = true;
@@ -161,13 +228,7 @@ ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
         }
     }
     copy.end();
-    const auto refuseUnknown = [&] {
-        auto unknown = filter->getUnknownChannels();
-        std::ranges::copy(decoders.getUnknownChannels(), std::back_inserter(unknown));
-        refuseUnknownChannels(unknown);
-    };
     if (!isMore && counts.decoded == 0 && reader->getErrorText().empty()) {
-        refuseUnknown();  // what was there before stays
         const auto unused = decoders.describeUnused();
         if (unused.size() == options.databases.size()) {
             throw UserError(fmt::format("{}", fmt::join(unused, "; ")));
@@ -177,11 +238,7 @@ ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
     reportAll(decoders.takeNotices());
     reportAll(describeRest(counts, *reader, copy.getLate()));
     reportAll(decoders.describeUnused());
-    const ExitCode code = finish(options, recordings, counts, *reader, !isMore);
-    if (code == ExitCode::Good) {
-        refuseUnknown();
-    }
-    return code;
+    return finish(options, recordings, counts, *reader, !isMore, pending);
 }
 
 }  // namespace

@@ -5,9 +5,12 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <memory>
+#include <set>
 
 #include "station/cli/commands.h"
 #include "station/cli/live_view.h"
+#include "station/recording/message_reader.h"
 
 namespace station {
 
@@ -102,9 +105,38 @@ void Progress::show(double share, std::uint64_t messages) {
     }
 }
 
-void refuseUnknownChannels(const std::vector<std::string>& names) {
-    if (!names.empty()) {
-        throw UserError(fmt::format("no channel is named \"{}\"", fmt::join(names, "\", \"")));
+void refuseUnknownChannels(const std::vector<std::string>& unknown,
+                           const std::vector<std::string>& there) {
+    if (!unknown.empty()) {
+        const std::set<std::string> names(there.begin(), there.end());
+        throw UserError(fmt::format(
+            "no channel is named \"{}\"; {}", fmt::join(unknown, "\", \""),
+            names.empty() ? "there are none"
+                          : fmt::format("there are \"{}\"", fmt::join(names, "\", \""))));
+    }
+}
+
+void findChannels(std::vector<std::string> names, const std::string& recording, StopSignal& stop) {
+    constexpr int atOnce = 4096;
+    const auto reader = openMessages(recording);
+    RecordedMessage message;
+    std::vector<std::string> there;
+    bool isMore = reader != nullptr;
+    while (isMore && !names.empty()) {
+        for (int i = 0; i < atOnce && isMore; ++i) {
+            isMore = reader->next(message);
+        }
+        const auto& channels = reader->getChannels();
+        while (there.size() < channels.size()) {
+            there.push_back(channels[there.size()].name);
+            std::erase(names, there.back());
+        }
+        if (stop.isRequested()) {
+            return;
+        }
+    }
+    if (reader != nullptr && reader->getErrorText().empty()) {
+        refuseUnknownChannels(names, there);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "station/recording/message_filter.h"
+#include "station/stop_signal.h"
 
 namespace station {
 
@@ -44,7 +45,11 @@ class Progress {
     Clock::time_point last;
 };
 
-/// Throws UserError if there are names in it.
-void refuseUnknownChannels(const std::vector<std::string>& names);
+/// Throws UserError, with the names that there are, if `unknown` has any.
+void refuseUnknownChannels(const std::vector<std::string>& unknown,
+                           const std::vector<std::string>& there);
+/// The same for the channels of a recording, of which it reads as much as it takes to find all
+/// names. Of one that is torn none is refused: the channel may be in what can't be read.
+void findChannels(std::vector<std::string> names, const std::string& recording, StopSignal& stop);
 
 }  // namespace station

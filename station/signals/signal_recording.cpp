@@ -124,9 +124,9 @@ void SignalRecording::writeRecord(std::size_t channel, std::span<const std::uint
     }
 }
 
-SignalCsvRecording::SignalCsvRecording(const std::string& path, bool overwrite,
-                                       ChannelDecoders& channelDecoders, SignalCounts& signalCounts)
-    : SignalRecording(path, overwrite, channelDecoders, signalCounts) {
+SignalCsvRecording::SignalCsvRecording(const std::string& path, ChannelDecoders& channelDecoders,
+                                       SignalCounts& signalCounts)
+    : SignalRecording(path, channelDecoders, signalCounts) {
     file.appendHeader({signalColumns.begin(), signalColumns.end()});
     if (file.isNew() && !file.flush()) {
         throw FileError(file.getErrorText());
@@ -172,9 +172,9 @@ void SignalCsvRecording::writeSignals(std::size_t channel, std::int64_t utcNanos
     writeRecord(channel, lines);
 }
 
-SignalMf4Recording::SignalMf4Recording(const std::string& path, bool overwrite,
-                                       ChannelDecoders& channelDecoders, SignalCounts& signalCounts)
-    : SignalRecording(path, overwrite, channelDecoders, signalCounts) {
+SignalMf4Recording::SignalMf4Recording(const std::string& path, ChannelDecoders& channelDecoders,
+                                       SignalCounts& signalCounts)
+    : SignalRecording(path, channelDecoders, signalCounts) {
     using namespace mf4;
     appendPieces(file, identification(false));
     Blocks blocks(headerBlock);
@@ -281,26 +281,26 @@ void SignalMf4Recording::complete() {
     file.patch(0, identification(true));
 }
 
-std::unique_ptr<Recording> openSignalRecording(const std::string& path, bool overwrite,
+std::unique_ptr<Recording> openSignalRecording(const std::string& name, const std::string& path,
                                                ChannelDecoders& decoders, SignalCounts& counts) {
-    std::string ending = path == AppendFile::standardOutput
+    std::string ending = name == AppendFile::standardOutput
                              ? ".csv"
-                             : std::filesystem::path(path).extension().string();
+                             : std::filesystem::path(name).extension().string();
     std::ranges::transform(ending, ending.begin(), [](char c) {
         return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     });
     if (ending == ".csv") {
-        return std::make_unique<SignalCsvRecording>(path, overwrite, decoders, counts);
+        return std::make_unique<SignalCsvRecording>(path, decoders, counts);
     }
     if (ending == ".mf4") {
         if (AppendFile::isStreamPath(path)) {
-            throw UserError(path +
+            throw UserError(name +
                             " is a pipe, and .mf4 is completed at its end: name a file, or "
                             "a .csv");
         }
-        return std::make_unique<SignalMf4Recording>(path, overwrite, decoders, counts);
+        return std::make_unique<SignalMf4Recording>(path, decoders, counts);
     }
-    throw UserError("Cannot write signals to \"" + path +
+    throw UserError("Cannot write signals to \"" + name +
                     "\": its ending names no format. There are .csv (a line a signal) and .mf4 "
                     "(MDF 4, a group a message).");
 }

@@ -38,9 +38,9 @@ class SignalRecording : public Recording {
     };
 
     /// Neither is owned; both outlive this.
-    SignalRecording(const std::string& path, bool overwrite, ChannelDecoders& channelDecoders,
+    SignalRecording(const std::string& path, ChannelDecoders& channelDecoders,
                     SignalCounts& signalCounts)
-        : Recording(path, overwrite), decoders(channelDecoders), counts(signalCounts) {}
+        : Recording(path, true), decoders(channelDecoders), counts(signalCounts) {}
 
     virtual void writeSignals(std::size_t channel, std::int64_t utcNanoseconds,
                               const Decoder::Message& message,
@@ -66,7 +66,7 @@ class SignalRecording : public Recording {
 /// themselves (factor 1, offset 0) with all their digits.
 class SignalCsvRecording final : public SignalRecording {
   public:
-    SignalCsvRecording(const std::string& path, bool overwrite, ChannelDecoders& channelDecoders,
+    SignalCsvRecording(const std::string& path, ChannelDecoders& channelDecoders,
                        SignalCounts& signalCounts);
     const char* getFormatName() const override { return "CSV of signals"; }
 
@@ -88,10 +88,11 @@ class SignalCsvRecording final : public SignalRecording {
 /// and a column of 64-bit floats for each signal. A signal that isn't in a message is NaN there.
 /// Units are those of the channels, and what values mean is in the channels' comments.
 ///
-/// The groups are written at the end, behind the records: without `close` the file can't be read.
+/// The groups are written at the end, behind the records: without `close` the file can't be read,
+/// so its place is another one until then.
 class SignalMf4Recording final : public SignalRecording {
   public:
-    SignalMf4Recording(const std::string& path, bool overwrite, ChannelDecoders& channelDecoders,
+    SignalMf4Recording(const std::string& path, ChannelDecoders& channelDecoders,
                        SignalCounts& signalCounts);
     const char* getFormatName() const override { return "MDF 4 of signals"; }
 
@@ -121,8 +122,9 @@ class SignalMf4Recording final : public SignalRecording {
     std::uint64_t dataBlock = 0;
 };
 
-/// By the ending of `path`: .csv, also for standard output, or .mf4. Throws as `openRecording`.
-std::unique_ptr<Recording> openSignalRecording(const std::string& path, bool overwrite,
+/// By the ending of `name`: .csv, also for standard output, or .mf4. It is written to `path`, over
+/// what is there. Throws as `openRecording`.
+std::unique_ptr<Recording> openSignalRecording(const std::string& name, const std::string& path,
                                                ChannelDecoders& decoders, SignalCounts& counts);
 
 }  // namespace station

@@ -172,10 +172,11 @@ class Decode(Case):
         kept, fresh = self.path("kept.csv"), self.path("fresh.csv")
         kept.write_text("of before")
         for command, options in [("decode", ["--db", f"can7={database}"]), ("decode", ["--db", database, "--channel", "x"]),
-                                 ("convert", ["--channel", "x"])]:
+                                 ("decode", ["--db", f"can0={database}", "--db", f"can7={database}"]),
+                                 ("convert", ["--channel", "x"]), ("convert", ["--channel", "x", "--channel", "can1"])]:
             for path in (kept, fresh):
                 _, errors = self.expect(2, command, log, path, "--overwrite", *options)
-                self.assertIn("no channel is named", errors)
+                self.assertRegex(errors, 'no channel is named "(can7|x)"; there are "can0", "can1"')
         self.assertEqual((kept.read_text(), fresh.exists()), ("of before", False), "a wrong name destroys nothing")
         for code, text, options in [
                 (3, f"{wrong}, line 2: a signal's size", ["--db", wrong]),
@@ -187,6 +188,26 @@ class Decode(Case):
             self.assertIn(text, errors)
         self.assertIn("the file exists and is not empty",
                       self.expect(1, "decode", log, self.path("o.csv"), "--db", database)[1])
+
+    def test_what_was_there_outlives_a_failure_and_a_kill(self):
+        database, log, out = self.path("hand.dbc"), self.path("in.log"), self.path("out.mf4")
+        database.write_text(HAND_WRITTEN)
+        log.write_text("".join(f"({number}.0) can0 123#{number % 256:02X}00\n" for number in range(400_000)))
+        command = [lab.STATION, "decode", log, out, "--overwrite", "--quiet", "--db", database]
+        out.write_text("of before")
+        code, _, errors = lab.call(["prlimit", "--fsize=1000000", *command])
+        self.assertEqual(code, 1)
+        self.assertIn("left as it was", errors)
+        part = self.path("out.mf4.part")
+        self.assertEqual((out.read_text(), part.exists()), ("of before", False))
+        decoding = lab.spawn(command)
+        lab.wait_until(lambda: part.exists() and part.stat().st_size > 100_000, "a part is written")
+        decoding.kill()
+        decoding.wait()
+        self.assertEqual(out.read_text(), "of before")
+        self.assertEqual(lab.call(command)[0], 0)
+        self.assertEqual([len(group.times) for group in SignalMf4(out).groups], [400_000])
+        self.assertFalse(part.exists())
 
     def test_a_run_shows_what_decoding_its_recording_finds(self):
         setup, recording, table = self.path("bench.xml"), self.path("drive.pcapng"), self.path("drive.csv")

@@ -101,7 +101,7 @@ TEST_F(ConversionTest, MessagesAreChosenByTimeChannelAndIdentifier) {
     const Answer unknown =
         call({"convert", recording, path("c.csv"), "--channel", "Side", "--quiet"});
     EXPECT_EQ(unknown.code, 2);
-    EXPECT_THAT(unknown.errors, HasSubstr("no channel is named \"Side\""));
+    EXPECT_THAT(unknown.errors, HasSubstr("no channel is named \"Side\"; there are \"Technica"));
     EXPECT_FALSE(std::filesystem::exists(path("c.csv")));
 }
 
