@@ -17,15 +17,9 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t mostBytesOnTheWay = std::size_t{8} << 20U;
 constexpr auto answerPatience = 5s;
-constexpr std::size_t leastBytesPerSecond = 10'000;  // of a link that is good enough
 constexpr auto mostMessagePatience = 80s;
 constexpr auto beatPause = 1s;  // for the answer to the last one
 constexpr const char* beatAnswer = "beat";
-
-/// For an answer that waits behind so many bytes.
-std::chrono::milliseconds patienceFor(std::size_t bytes) {
-    return answerPatience + std::chrono::milliseconds(bytes * 1000 / leastBytesPerSecond);
-}
 
 std::string headerOf(natsMsg* message, const char* name) {
     const char* text = nullptr;
@@ -89,6 +83,23 @@ void NatsPublisher::close() {
     lastBySubject.clear();
     onTheWay.clear();
     acknowledged = 0;
+    bytesPerSecond = leastBytesPerSecond;
+}
+
+/// For an answer that waits behind so many bytes.
+std::chrono::milliseconds NatsPublisher::patienceFor(std::size_t bytes) const {
+    return answerPatience + std::chrono::milliseconds(bytes * 1000 / bytesPerSecond);
+}
+
+/// One batch that was slow counts at once, several quick ones step by step. Small ones say little:
+/// a link may take them at once and be slow for more.
+void NatsPublisher::noteSpeed(std::size_t bytes, Clock::duration time) {
+    constexpr double slack = 8.0;
+    const double speed = static_cast<double>(bytes) / slack /
+                         std::max(std::chrono::duration<double>(time).count(), 1e-3);
+    const auto most =
+        static_cast<double>(bytes < largestBatch / 4 ? bytesPerSecond : 2 * bytesPerSecond);
+    bytesPerSecond = std::max(static_cast<std::size_t>(std::min(speed, most)), leastBytesPerSecond);
 }
 
 std::string NatsPublisher::getServer() const {
@@ -260,7 +271,7 @@ bool NatsPublisher::publish(const Batch& batch) {
     }
     onTheWay.push_back({batch.subject,
                         way == Way::Sent ? batch.payload : std::vector<std::uint8_t>(),
-                        Clock::now(), way});
+                        Clock::now(), way, std::nullopt});
     return true;
 }
 
@@ -330,8 +341,7 @@ std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience)
     for (const OnTheWay& batch : onTheWay) {
         largest = std::max(largest, batch.payload.size());
     }
-    if (!onTheWay.empty() &&
-        Clock::now() - std::max(onTheWay.front().since, lastStored) > patienceFor(largest)) {
+    if (!onTheWay.empty() && Clock::now() > getAnswerEnd(largest)) {
         const std::string& subject = onTheWay.front().subject;
         if (onTheWay.front().way == Way::Presumed) {
             distrust(subject, lastBySubject[subject].sequence);
@@ -341,6 +351,15 @@ std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience)
                         connection->getServer()));
     }
     return acknowledged;
+}
+
+/// Until when the broker may say that it has stored the first of those. What was published before a
+/// heartbeat that it has answered has come to it, and only its disk takes time.
+NatsPublisher::Clock::time_point NatsPublisher::getAnswerEnd(std::size_t largest) const {
+    const OnTheWay& first = onTheWay.front();
+    const auto end = std::max(first.since, lastStored) + patienceFor(largest);
+    return first.arrived ? std::min(end, std::max(*first.arrived, lastStored) + answerPatience)
+                         : end;
 }
 
 /// Of a batch, or of a heartbeat. False if none has come.
@@ -366,6 +385,11 @@ bool NatsPublisher::takeAnswer(std::chrono::milliseconds patience) {
         if (!stationName->noteBeaten(said)) {
             throw PublishError(fmt::format("{}: another station has taken the name of this one",
                                            connection->getServer()));
+        }
+        for (OnTheWay& batch : onTheWay) {
+            if (batch.since < beatSent && !batch.arrived) {
+                batch.arrived = Clock::now();
+            }
         }
         return true;
     }
@@ -401,9 +425,11 @@ void NatsPublisher::noteStored(std::string_view number, bool isDuplicate, std::u
             distrust(batch.subject, sequence);
         }
     }
+    const auto now = Clock::now();
+    noteSpeed(batch.payload.size(), now - std::max(batch.since, lastStored));
     batch.payload = {};
     batch.way = Way::Stored;
-    lastStored = Clock::now();
+    lastStored = now;
 }
 
 void NatsPublisher::beat(const std::string& json) {
@@ -417,7 +443,8 @@ void NatsPublisher::beat(const std::string& json) {
         }
         return;
     }
-    beatEnd = Clock::now() + patienceFor(sumBytesOnTheWay());
+    beatSent = Clock::now();
+    beatEnd = beatSent + patienceFor(sumBytesOnTheWay());
     stationName->beat(*connection, json, fmt::format("{}.{}", inbox, beatAnswer));
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,6 +56,7 @@ class NatsPublisher final : public Publisher {
 
   private:
     using Clock = std::chrono::steady_clock;
+    static constexpr std::size_t leastBytesPerSecond = 10'000;  ///< of a link that is good enough
 
     enum class Way : std::uint8_t { Sent, Presumed, Stored };
     struct OnTheWay {
@@ -62,6 +64,7 @@ class NatsPublisher final : public Publisher {
         std::vector<std::uint8_t> payload;  ///< of one that was sent
         Clock::time_point since;
         Way way;
+        std::optional<Clock::time_point> arrived;  ///< at the broker, when that was known
     };
     /// The last batch of a subject in the stream, until it has been compared.
     struct Last {
@@ -82,6 +85,9 @@ class NatsPublisher final : public Publisher {
     void send(const Batch& batch);
     natsStatus noteMessageAsked(natsStatus status);
     std::size_t sumBytesOnTheWay() const;
+    std::chrono::milliseconds patienceFor(std::size_t bytes) const;
+    void noteSpeed(std::size_t bytes, Clock::duration time);
+    Clock::time_point getAnswerEnd(std::size_t largest) const;
     bool takeAnswer(std::chrono::milliseconds patience);
     void noteStored(std::string_view number, bool isDuplicate, std::uint64_t sequence);
 
@@ -104,9 +110,12 @@ class NatsPublisher final : public Publisher {
     std::map<std::string, Last> lastBySubject;     ///< as it was at the first batch since `open`
     std::map<std::string, std::uint64_t> foreign;  ///< by subject: a message that isn't ours
     std::deque<OnTheWay> onTheWay;
-    Clock::time_point lastStored;    ///< when the broker last said so of a batch
-    Clock::time_point beatEnd;       ///< an answer to the last heartbeat is due then
     std::uint64_t acknowledged = 0;  ///< in front of those
+    /// What the link and the broker take at least, as this connection has shown.
+    std::size_t bytesPerSecond = leastBytesPerSecond;
+    Clock::time_point lastStored;  ///< when the broker last said so of a batch
+    Clock::time_point beatSent;    ///< the last heartbeat
+    Clock::time_point beatEnd;     ///< an answer to it is due then
 
     mutable Mutex lock;
     std::string server CMP_GUARDED_BY(lock);

@@ -295,6 +295,19 @@ class Stream(Case):
         self.assertEqual(report["stream"]["acknowledged"], sum(traffic.sent_counts(sent).values()))
         self.assertRegex(errors, r"clock is 3[56]\d\d s behind the broker's")
 
+        # A full batch has come to it, so how slow a link may be isn't waited for: few heartbeats are.
+        client.api("STREAM.UPDATE.CMP", name="CMP", subjects=["cmp.>"], no_ack=False)
+        told, beats = self.path("told"), lambda: client.api("STREAM.INFO.KV_cmp-stations")["state"]["last_seq"]
+        with told.open("w") as file:
+            station = self.station(FRONT, "--stream-age", "5s", "--stream-wait", 0, stderr=file)
+        lab.wait_until(lambda: "connected to" in told.read_text(), "it is connected")
+        client.api("STREAM.UPDATE.CMP", name="CMP", subjects=["cmp.>"], no_ack=True)
+        before = beats()
+        lab.simulate(CAN, "--rate", RATE, "--duration", 5)
+        lab.wait_until(lambda: "doesn't say that it keeps them" in told.read_text(), "it notices")
+        self.assertLess(beats() - before, 11)
+        station.stop_with_any_code()
+
     def test_a_name_is_one_station_s(self):
         station = self.station(FRONT)
         code, _, errors = lab.call([lab.STATION, "run", "--module", CAN[0], "--stream", URL, "--station", "bench 1",
