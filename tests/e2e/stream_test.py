@@ -220,6 +220,42 @@ class Stream(Case):
             ends[row.name] = max(ends[row.name], int.from_bytes(row.data[:4], "little"))
         self.assertEqual({end for end in ends.values()}, {5 * RATE - 1})
 
+    def test_spool_that_can_t_be_written_is_told_and_nothing_is_doubled(self):
+        self.forget_identifiers()
+        disk = lab.mount(self.path("disk"), "2M")
+        self.addCleanup(lab.run, "umount", disk)
+        self.spool, note = disk / "spool", disk / "spool" / "acknowledged.new"
+        note.mkdir(parents=True)  # in the place of the note
+        told, drive = self.path("told"), self.path("drive.pcapng")
+        with told.open("w") as file:
+            station = self.station(FRONT, "--stream-batch", "16KiB", stderr=file)
+        lab.simulate(CAN, "--rate", RATE, "--duration", 1)
+        lab.wait_until(lambda: "can't be written: after the next start more is sent again" in told.read_text(), "it is told")
+        lab.wait_until(lambda: set(self.read_spool()) <= {(headers["Cmp-Session"], int(headers["Cmp-Batch"]))
+                                                          for _, headers, _ in self.batches()}, "all is stored")
+        station.process.send_signal(signal.SIGKILL)
+        station.finish()
+        self.broker.kill()
+        station = self.station(FRONT, "--stream-batch", "16KiB", "--stream-wait", lab.PATIENCE, record=[drive])
+        sent = lab.simulate(CAN, "--rate", 4 * RATE, "--duration", 3)  # more than there is room for
+        self.broker.start()
+        note.rmdir()
+        lab.wait_until(lambda: not self.read_spool(), "there is room again")
+        more = lab.simulate(CAN, "--rate", RATE, "--duration", 0.5)
+        report, errors = station.stop(code=1)
+        self.assertRegex(errors, "No space left on device")
+        count = sum(traffic.sent_counts(sent).values()) + sum(traffic.sent_counts(more).values())
+        self.assertEqual((sum(channel["frames"] for channel in report["channels"]), report["recordings"][0]["records"],
+                          report["droppedFrames"]), (count, count, 0))
+        batches = self.batches()
+        own = [(int(headers["Cmp-Batch"]), int(headers["Cmp-Messages"])) for _, headers, _ in batches
+               if headers["Cmp-Session"] == report["stream"]["session"]]
+        self.assertEqual([number for number, _ in own], sorted({number for number, _ in own}))
+        spooled = report["recordings"][1]
+        self.assertEqual((spooled["records"], spooled["records"] + spooled["lost"]), (sum(size for _, size in own), count))
+        self.assertEqual((report["stream"]["backlogMessages"], report["stream"]["lost"]), (0, 0))
+        self.assertEqual(len({headers["Nats-Msg-Id"] for _, headers, _ in batches}), len(batches))
+
     def test_damage_in_a_spool_costs_what_is_damaged_alone(self):
         self.broker.kill()
         station = self.station(FRONT, "--stream-batch", "16KiB", "--stream-wait", 0)
