@@ -35,6 +35,7 @@ constexpr auto watchOthers = 500ms;
 constexpr std::int64_t mostAhead = std::int64_t{86'400} * 1'000'000'000;
 constexpr std::size_t longestSubject = 1024;
 constexpr std::size_t longestSession = 200;
+constexpr std::string_view requestEnded = "408";
 
 using ConsumerInfo = std::unique_ptr<jsConsumerInfo, NatsDelete<jsConsumerInfo_Destroy>>;
 
@@ -94,6 +95,12 @@ std::string readBatch(natsMsg* message, StoredBatch& batch) {
     return {};
 }
 
+/// What comes in place of a batch: that the request has ended, or can't be served. Empty for a
+/// batch.
+std::string_view statusOf(natsMsg* message) {
+    return natsMsg_GetDataLength(message) == 0 ? headerOf(message, "Status") : std::string_view();
+}
+
 class NatsBatches final : public BatchSource {
   public:
     NatsBatches(NatsOptions servers, BatchOptions wanted)
@@ -118,21 +125,33 @@ class NatsBatches final : public BatchSource {
             std::this_thread::sleep_for(wait);
             return batches;
         }
-        natsMsgList list{};
-        const auto start = Clock::now();
-        jsFetchRequest request;
-        jsFetchRequest_Init(&request);
-        request.Batch = static_cast<int>(most);
-        request.MaxBytes = mostBytes;
-        request.Expires = std::chrono::nanoseconds(wait).count();
-        const natsStatus status =
-            natsSubscription_FetchRequest(&list, subscription.get(), &request);
-        for (int i = 0; status == NATS_OK && i < list.Count; ++i) {
-            batches.push_back(toBatch(std::exchange(list.Msgs[i], nullptr)));
+        const auto end = Clock::now() + wait;
+        bool isRefused = false;
+        if (!isAwaiting()) {
+            ask(most, wait);
         }
-        natsMsgList_Destroy(&list);
-        if (status != NATS_OK && status != NATS_TIMEOUT) {
-            std::this_thread::sleep_until(start + wait);
+        while (!isRefused && awaited != 0 && batches.size() < most) {
+            const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(
+                batches.empty() ? end - Clock::now() : Clock::duration());
+            natsMsg* message = nullptr;
+            if (natsSubscription_NextMsg(&message, subscription.get(),
+                                         std::max(rest, 0ms).count()) != NATS_OK) {
+                break;
+            }
+            NatsMessage owned(message);
+            const std::string_view state = statusOf(message);
+            if (state == requestEnded && rest > 0ms) {
+                ask(most, rest);
+            } else if (!state.empty()) {
+                awaited = 0;
+                isRefused = state != requestEnded;
+            } else {
+                --awaited;
+                batches.push_back(toBatch(owned.release()));
+            }
+        }
+        if (isRefused && batches.empty()) {
+            std::this_thread::sleep_until(end);
         }
         return batches;
     }
@@ -179,6 +198,22 @@ class NatsBatches final : public BatchSource {
 
   private:
     static constexpr const char* client = "cmp-station collect";
+
+    /// Requests are made here and not by the library's fetch: where messages of an earlier request
+    /// are still there, 3.4 puts more into its list than that has room for.
+    void ask(std::size_t most, std::chrono::milliseconds wait) {
+        const std::string subject =
+            fmt::format("$JS.API.CONSUMER.MSG.NEXT.{}.{}", options.stream, options.durable);
+        const std::string request =
+            fmt::format(R"({{"batch":{},"max_bytes":{},"expires":{}}})", most, mostBytes,
+                        std::chrono::nanoseconds(std::max(wait, 1ms)).count());
+        const bool isSent =
+            natsConnection_PublishRequestString(connection->get(), subject.c_str(), inbox.c_str(),
+                                                request.c_str()) == NATS_OK;
+        awaited = isSent ? most : 0;
+        awaitedUntil = Clock::now() + wait;
+    }
+    bool isAwaiting() const { return awaited != 0 && Clock::now() < awaitedUntil; }
 
     StreamInfo askStream(jsErrCode& code) {
         jsStreamInfo* info = nullptr;
@@ -262,16 +297,20 @@ class NatsBatches final : public BatchSource {
                 return failureOf("making the consumer " + options.durable, code);
             }
         }
-        jsSubOptions settings;
-        jsSubOptions_Init(&settings);
-        settings.Stream = options.stream.c_str();
-        settings.Consumer = options.durable.c_str();
+        natsInbox* madeInbox = nullptr;
         natsSubscription* made = nullptr;
-        if (js_PullSubscribe(&made, stream.get(), nullptr, options.durable.c_str(), nullptr,
-                             &settings, &code) != NATS_OK) {
+        natsStatus status = natsInbox_Create(&madeInbox);
+        if (status == NATS_OK) {
+            inbox = madeInbox;
+            natsInbox_Destroy(madeInbox);
+            status = natsConnection_SubscribeSync(&made, connection->get(), inbox.c_str());
+        }
+        if (status != NATS_OK) {
             return failureOf("using the consumer " + options.durable, code);
         }
+        natsSubscription_SetPendingLimits(made, -1, -1);  // the consumer's limit is lower
         subscription.reset(made);
+        awaited = 0;
         isAlone = true;
         return {};
     }
@@ -340,7 +379,10 @@ class NatsBatches final : public BatchSource {
     const BatchOptions options;
     std::unique_ptr<NatsConnection> connection;  ///< null: lost
     JetStream stream;
-    NatsSubscription subscription;
+    std::string inbox;              ///< where batches come in
+    NatsSubscription subscription;  ///< to that
+    std::size_t awaited = 0;        ///< batches of the last request that haven't come
+    Clock::time_point awaitedUntil;
     std::size_t nextServer = 0;
     bool isAlone = false;  ///< no other collector had the consumer when this one began
     Clock::time_point nextOpen;
