@@ -16,13 +16,13 @@ SECONDS = 5
 LESS = 0.7  # of the rate is tried next where messages were lost
 
 
-def measure(frames_per_second, *options, seconds=SECONDS, **more):
+def measure(frames_per_second, *options, seconds=SECONDS, per_frame=MESSAGES_PER_FRAME, **more):
     """What was sent, the station's exit code and what it says of the run."""
     station = lab.Station(["CAN combo:5"], *options, **more)
     try:
         sent = lab.simulate([f"CAN combo:5,channels={CHANNELS}"], "--rate",
-                            frames_per_second * MESSAGES_PER_FRAME // CHANNELS, "--duration", seconds,
-                            "--per-frame", MESSAGES_PER_FRAME)
+                            frames_per_second * per_frame // CHANNELS, "--duration", seconds,
+                            "--per-frame", per_frame)
         station.settle()
     finally:
         code, report, _ = station.stop_with_any_code()
@@ -39,8 +39,6 @@ def show(sent, code, report):
         print(f", {recording['records']:12,} recorded, {recording['lost']:12,} counted as lost", end="")
         if recording["records"] + recording["lost"] != delivered:
             print(" THAT ISN'T ALL", end="")
-    if report["droppedFrames"]:
-        print(f", {report['droppedFrames']:,} frames dropped by the system", end="")
     if sent["dataMessages"] > delivered + counted:
         print(", OTHERS LOST WITHOUT A COUNT", end="")
     print(f"; exit code {code}")

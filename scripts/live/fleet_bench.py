@@ -1,19 +1,25 @@
 """The fleet's part of scripts/bench: fleet_bench.py FOLDER [SECONDS]
 
 Stations that are the station's own spool and publisher, with a broker on the loopback address: 200 messages a second
-each, and what a full spool brings; beside that plain clients that publish payloads of the same size."""
+each, and what a full spool brings; beside that plain clients that publish payloads of the same size. Then as many
+frames as the live part has, with no stream, with no broker where it should be, and with one that is stopped."""
 
 import re
 import shutil
+import signal
 import sys
 from pathlib import Path
 
+import bench
 import lab
 
 URL = "nats://127.0.0.1:4222"
 COUNTS = [1, 10, 100]
 RATE = 200
 MEGABYTES = 1000
+SMALLER = [(2, 100), (16, 400), (64, 1000)]  # KiB of a batch, MB in all
+WANTED = 0.8  # of what plain clients bring
+DEAD_SECONDS = 10
 
 
 def start_broker(folder):
@@ -42,17 +48,44 @@ def measure(folder, *words):
 
 def main(folder, seconds=10):
     folder = Path(folder)
-    lab.prepare(links=0)
+    lab.prepare()
     print(f"stations that send {RATE} messages a second, {seconds} s:")
     for count in COUNTS:
         measure(folder, "live", URL, count, RATE, seconds, folder / "spool")
-    print(f"stations with spools full of {MEGABYTES} MB in all, and plain clients with payloads of that size:")
-    for count in COUNTS:
-        line = measure(folder, "drain", URL, count, MEGABYTES, folder / "spool")
+    print("stations with full spools, and plain clients with payloads of that size:")
+    for count, kibibytes, megabytes in [*((count, 256, MEGABYTES) for count in COUNTS),
+                                        *((10, *smaller) for smaller in SMALLER)]:
+        line = measure(folder, "drain", URL, count, megabytes, folder / "spool", kibibytes * 1024)
         size = re.search(r"of +(\d+) bytes", line)[1]
-        plain = measure(folder, "plain", URL, count, MEGABYTES, size)
+        plain = measure(folder, "plain", URL, count, megabytes, size)
         rates = [float(re.search(r"([\d.]+) MB/s", text)[1]) for text in (line, plain)]
-        print(f"    that is {rates[0] / rates[1]:.2f} of the plain clients", flush=True)
+        print(f"    that is {rates[0] / rates[1]:.2f} of the plain clients; {WANTED} is asked", flush=True)
+    for per_frame in (1, bench.MESSAGES_PER_FRAME):
+        print(f"live over veth, {per_frame} messages a frame, {DEAD_SECONDS} s, {bench.FRAMES_PER_SECOND:,} frames/s wanted:")
+        for what in ("no stream", "no broker", "a broker that is stopped"):
+            measure_dead(folder, what, per_frame)
+
+
+def measure_dead(folder, what, per_frame):
+    """What was dropped on the way to the station, and what to the stream."""
+    broker = start_broker(folder / "broker") if "stopped" in what else None
+    options = []
+    if what != "no stream":
+        options = ["--stream", URL, "--station", "load", "--spool", folder / "spool", "--stream-wait", 0]
+    try:
+        if broker:
+            broker.send_signal(signal.SIGSTOP)
+        sent, code, report = bench.measure(bench.FRAMES_PER_SECOND, "--quiet", *options, seconds=DEAD_SECONDS,
+                                           per_frame=per_frame)
+    finally:
+        if broker:
+            lab.end(broker)
+        shutil.rmtree(folder / "spool", ignore_errors=True)
+    stream = report.get("stream", {"lost": 0, "backlogMessages": 0})
+    delivered = sum(channel["frames"] for channel in report["channels"])
+    print(f"  {what:24}: {sent['frames'] / sent['seconds']:8,.0f} frames/s, {sent['frames']:10,} frames, "
+          f"{report['droppedFrames']:8,} dropped; {sent['dataMessages']:12,} messages, {delivered:12,} delivered; "
+          f"{stream['backlogMessages']:12,} in the spool, {stream['lost']:,} lost to it; exit code {code}", flush=True)
 
 
 if __name__ == "__main__":

@@ -37,7 +37,9 @@ def main(folder):
         os.chdir(scratch)  # so that the picture shows no more than the names of the files
         Path("engine.dbc").write_text(DATABASE)
         setups.make_measured(Path("bench.xml"), NAMES)
-        setups.make(Path("bench.xml"), [["database", "FILE", "Front", "0x10", "--db", "engine.dbc"]])
+        setups.make(Path("bench.xml"), [["database", "FILE", "Front", "0x10", "--db", "engine.dbc"],
+                                        ["bitrate", "FILE", "Front", "all", "--nominal", "500k", "--data", "2M"],
+                                        ["bitrate", "FILE", "Doors", "all", "--nominal", "19200"]])
         desktop = Desktop(None, "--pictures", folder, setup="bench.xml", record=[Path("drive.pcapng")], display=True)
         simulator = lab.start_simulator(MODULES, "--rate", 200, "--length", "4-12")
         try:

@@ -150,16 +150,17 @@ void LivePanel::makeTree() {
     tree->setItemDelegateForColumn(IdentifierModel::Data, new BytesDelegate(tree));
     const QFont fixed = fixedFont();
     using Model = IdentifierModel;
-    const std::pair<int, const char*> widest[] = {{Model::Messages, "999999999"},
-                                                  {Model::Rate, "9999999"},
-                                                  {Model::Cycle, "99999.999"},
-                                                  {Model::LeastCycle, "99999.999"},
-                                                  {Model::MostCycle, "99999.999"},
-                                                  {Model::Age, "9999.9"},
-                                                  {Model::Length, "Length"},
-                                                  {Model::Flags, "ext FD"},
-                                                  {Model::Data, "00 00 00 00 00 00 00 00 "},
-                                                  {Model::Time, "99:99:99.999999"}};
+    const std::pair<int, const char*> widest[] = {
+        {Model::Messages, "999999999"},
+        {Model::Rate, "9999999"},
+        {Model::Cycle, "99999.999"},
+        {Model::LeastCycle, "99999.999"},
+        {Model::MostCycle, "99999.999"},
+        {Model::Age, "9999.9"},
+        {Model::Length, "Length"},
+        {Model::Flags, "ext FD"},
+        {Model::Data, "00 00 00 00 00 00 00 00 00 00 00 00 "},
+        {Model::Time, "99:99:99.999999"}};
     constexpr int nameWidth = 220;
     tree->setColumnWidth(Model::Name, nameWidth);
     for (const auto& [column, text] : widest) {
