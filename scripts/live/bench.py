@@ -39,6 +39,8 @@ def show(sent, code, report):
         print(f", {recording['records']:12,} recorded, {recording['lost']:12,} counted as lost", end="")
         if recording["records"] + recording["lost"] != delivered:
             print(" THAT ISN'T ALL", end="")
+    if report["droppedFrames"]:
+        print(f", {report['droppedFrames']:,} frames dropped by the system", end="")
     if sent["dataMessages"] > delivered + counted:
         print(", OTHERS LOST WITHOUT A COUNT", end="")
     print(f"; exit code {code}")
