@@ -38,8 +38,7 @@ def main(folder):
         Path("engine.dbc").write_text(DATABASE)
         setups.make_measured(Path("bench.xml"), NAMES)
         setups.make(Path("bench.xml"), [["database", "FILE", "Front", "0x10", "--db", "engine.dbc"],
-                                        ["bitrate", "FILE", "Front", "all", "--nominal", "500k", "--data", "2M"],
-                                        ["bitrate", "FILE", "Doors", "all", "--nominal", "19200"]])
+                                        ["bitrate", "FILE", "Front", "all", "--nominal", "500k", "--data", "2M"]])
         desktop = Desktop(None, "--pictures", folder, setup="bench.xml", record=[Path("drive.pcapng")], display=True)
         simulator = lab.start_simulator(MODULES, "--rate", 200, "--length", "4-12")
         try:
