@@ -97,6 +97,10 @@ std::string rivalsText(const Module& module, const SenderStatistics& senders);
 /// The text for the user about a module whose device time doesn't advance.
 std::string standingText(const std::string& module);
 
+/// "soft sync", "PPS", "PPS, leading" or "unknown".
+const char* modeText(const ClockStatistics& clock);
+/// "not heard", "not placed" or "following".
+const char* stateText(const ClockStatistics& clock);
 /// How a module's clock follows: "soft sync +1.2 ppm, residual 3.4 us, ...".
 std::string describeClock(const ClockStatistics& clock);
 

@@ -151,4 +151,41 @@ std::string standingText(const std::string& module) {
         module);
 }
 
+const char* modeText(const ClockStatistics& clock) {
+    switch (clock.mode) {
+        case ClockStatistics::softSync:
+            return "soft sync";
+        case ClockStatistics::ppsSlave:
+            return "PPS";
+        case ClockStatistics::ppsMaster:
+            return "PPS, leading";
+        default:
+            return "unknown";
+    }
+}
+
+const char* stateText(const ClockStatistics& clock) {
+    return !clock.hasTime ? "not heard" : clock.isPlaced ? "following" : "not placed";
+}
+
+std::string describeClock(const ClockStatistics& clock) {
+    constexpr double microsecondsPerSecond = 1e6;
+    std::string text = modeText(clock);
+    if (!clock.isPlaced) {
+        return text + ", " + stateText(clock);
+    }
+    if (clock.mode == ClockStatistics::softSync) {
+        text += fmt::format(" {:+.1f} ppm, residual {:.1f} us", clock.ratePpm,
+                            clock.residual * microsecondsPerSecond);
+    }
+    text += fmt::format(", offset {:.6f} s", clock.offset);
+    if (clock.age >= 0.0) {
+        text += fmt::format(", age {:.2f} s", clock.age);
+    }
+    if (clock.jumps != 0) {
+        text += fmt::format(", {} jump{}", clock.jumps, clock.jumps == 1 ? "" : "s");
+    }
+    return text;
+}
+
 }  // namespace station
