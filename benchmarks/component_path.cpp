@@ -14,7 +14,7 @@ ComponentPath::ComponentPath(const std::string& path, const std::vector<std::uin
     const CountedRef<HostApp> app = host;
     const auto id = std::make_shared<const std::wstring>(PluginIdentity::classIdText());
     inputs.attachHost(app, id);
-    outputs.attachHost(app, id, &host->channels());
+    outputs.attachHost(app, id, &host->getChannels());
     core.syncManager.SetHost(app.get());
     std::uint16_t cmId = 0;
     for (const std::uint32_t type : moduleTypes) {
@@ -23,15 +23,15 @@ ComponentPath::ComponentPath(const std::string& path, const std::vector<std::uin
         device->setCmId(++cmId);
         device->createOutputs();
     }
-    for (const auto& channel : host->channels().all()) {
+    for (const auto& channel : host->getChannels().all()) {
         channel->setUsed(hostTrue);
     }
-    host->channels().beginMeasurement();
+    host->getChannels().beginMeasurement();
     outputs.refreshAddData();
     core.syncManager.RestartWithAcceptAll();
     core.packetReader.openInterfaces();
     core.packetReader.prepareRead(true);
-    host->clock().start();
+    host->getClock().start();
     core.syncManager.EnableClocks();
 }
 
@@ -47,7 +47,7 @@ void ComponentPath::pass() {
     constexpr int settlingPasses = 3;
     core.packetReader.readPass();
     if (++passes > settlingPasses) {
-        host->clock().movePosition();
+        host->getClock().movePosition();
     }
     poll();
 }
@@ -65,6 +65,6 @@ std::uint64_t ComponentPath::countBeforeStart() {
 void ComponentPath::finish() {
     constexpr std::uint64_t oneMillisecond = 1'000'000;
     counter.passBy(oneMillisecond);
-    host->clock().movePosition();
+    host->getClock().movePosition();
     poll();
 }

@@ -25,7 +25,7 @@ class ComponentPath {
     /// A little later: what was stamped last is delivered too.
     void finish();
     /// Samples in the host's buffers since the start.
-    std::uint64_t count() const { return host->channels().getWritten(); }
+    std::uint64_t count() const { return host->getChannels().getWritten(); }
     /// Messages that were stamped before the measurement, which starts when the first frame comes.
     std::uint64_t countBeforeStart();
 

@@ -26,7 +26,7 @@ void fill(SignalSeries& series) {
     fmt::print("{} values: {:.0f} ns each, {:.0f} MB, the last {} s as they are\n", values,
                watch.lap() / static_cast<double>(values) * nanoseconds,
                static_cast<double>(series.getMemory()) / megabyte,
-               (series.newest() - series.oldestPoint()) / millisecond / 1000);
+               (series.getNewest() - series.oldestPoint()) / millisecond / 1000);
 }
 
 /// The best of some, and what it had to draw.
@@ -49,7 +49,7 @@ void draw(const SignalSeries& series, const char* name, SignalSeries::Range rang
 int main() {
     SignalSeries series;
     fill(series);
-    const std::int64_t end = series.newest() + 1;
+    const std::int64_t end = series.getNewest() + 1;
     constexpr std::int64_t minute = 60'000 * millisecond;
     draw(series, "the day", {start, end});
     draw(series, "the last hour", {end - 60 * minute, end});

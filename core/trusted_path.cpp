@@ -207,5 +207,5 @@ fs::path TrustedPath::opened() const {
 }
 
 std::string reasonForDistrust(const fs::path& path) {
-    return TrustedPath(path, TrustedUsers::User).refusal();
+    return TrustedPath(path, TrustedUsers::User).getRefusal();
 }

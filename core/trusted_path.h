@@ -37,11 +37,11 @@ class TrustedPath {
     /// Why it isn't to be used, for the user and with the command that mends it. Empty if nothing
     /// speaks against it and if nothing is there. A relative path is a reason too: what it leads to
     /// depends on where the process was started.
-    const std::string& refusal() const { return reason; }
+    const std::string& getRefusal() const { return reason; }
     /// Whether there is a regular file and no refusal.
     bool isFile() const { return regular; }
     /// The file's absolute path without links; empty if there is nothing or a refusal.
-    const std::filesystem::path& resolved() const { return place; }
+    const std::filesystem::path& getResolved() const { return place; }
     /// A path that opens the very file that was judged, as long as this lives.
     std::filesystem::path opened() const;
 

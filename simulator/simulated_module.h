@@ -48,7 +48,7 @@ class SimulatedModule {
 
     const ModuleSettings& settings() const { return module; }
     const Sender& sender() const { return who; }
-    const DeviceClock& clock() const { return deviceClock; }
+    const DeviceClock& getClock() const { return deviceClock; }
     const std::vector<std::uint8_t>& lengths() const { return dataLengths; }
 
   private:

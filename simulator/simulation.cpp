@@ -129,7 +129,7 @@ void Simulation::addMalformed() {
     frame.due = lastDue;
     const std::uint64_t turn = malformedMade++ / all.size();
     add(malformed.encode(nextBuffer(), module.sender(), interfaces[turn % interfaces.size()],
-                         module.clock().reading(stampsSending ? clock.elapsed() : frame.due)),
+                         module.getClock().reading(stampsSending ? clock.elapsed() : frame.due)),
         frame);
 }
 

@@ -34,8 +34,9 @@ ExitCode start(const GuiOptions& options, StopSignal& stop) {
     const std::filesystem::path program =
         std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "cmp-station-gui";
     const TrustedPath file(program, TrustedUsers::UserAndProgram);
-    if (!file.refusal().empty()) {
-        throw UserError(ExitCode::Failed, "the desktop program isn't started: " + file.refusal());
+    if (!file.getRefusal().empty()) {
+        throw UserError(ExitCode::Failed,
+                        "the desktop program isn't started: " + file.getRefusal());
     }
     if (!file.isFile()) {
         throw UserError(ExitCode::Failed, "the desktop program, " + program.string() +
@@ -56,7 +57,7 @@ ExitCode start(const GuiOptions& options, StopSignal& stop) {
                    [](std::string& word) { return word.data(); });
     passOnCaptureRight();
     stop.letGo();
-    ::execv(file.resolved().c_str(), arguments.data());
+    ::execv(file.getResolved().c_str(), arguments.data());
     throw UserError(ExitCode::Failed, "can't start the desktop program " + program.string() + ": " +
                                           std::strerror(errno));
 }

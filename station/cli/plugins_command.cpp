@@ -87,12 +87,12 @@ void requireRegistrable(const std::string& path) {
 void registerModule(const fs::path& module, bool forUser) {
     requireStore(forUser);
     const TrustedPath file(fs::absolute(module), TrustedUsers::User);
-    if (!file.refusal().empty()) {
+    if (!file.getRefusal().empty()) {
         throw UserError(ExitCode::Failed,
                         fmt::format("{} isn't registered, as it would not be loaded: {}",
-                                    module.string(), file.refusal()));
+                                    module.string(), file.getRefusal()));
     }
-    requireRegistrable(file.isFile() ? file.resolved().string() : module.string());
+    requireRegistrable(file.isFile() ? file.getResolved().string() : module.string());
     PluginModule(module, TrustedUsers::User).registerPlugin(forUser);
     if (!findRegistered(module, forUser)) {
         throw UserError(

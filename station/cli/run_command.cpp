@@ -273,7 +273,7 @@ ExitCode run(RunOptions& options, StopSignal& stop) {
     if (options.json || options.showsSignals) {
         signals.readSetup(options.setup, session->getModules());
     }
-    selectInterfaces(session->driver(), options.interfaces);
+    selectInterfaces(session->getDriver(), options.interfaces);
     if (!paths.empty() && !isTerminal(STDOUT_FILENO) && !isTerminal(STDERR_FILENO)) {
         stop.keepHangups();
     }

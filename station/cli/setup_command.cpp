@@ -205,7 +205,7 @@ void changeChannel(StationChannel& channel, const CLI::App& command, const Setup
 
 void setClock(Session& session, std::size_t module, const CLI::App& command,
               const SetupOptions& options) {
-    ClockChoice clock = session.clocks().at(module);
+    ClockChoice clock = session.getClocks().at(module);
     if (const auto sync = given(command, "--sync", options.sync)) {
         clock.syncMode =
             *sync == "pps" ? HostGnssDevice::syncModePps : HostGnssDevice::syncModeSoft;

@@ -22,7 +22,7 @@ const char* syncText(const ClockChoice& clock) {
 }  // namespace
 
 void showSetupAsJson(Session& session) {
-    const auto clocks = session.clocks();
+    const auto clocks = session.getClocks();
     auto list = Json::array();
     for (const Module& module : session.getModules()) {
         const std::size_t row = list.size();
@@ -58,7 +58,7 @@ void showSetupAsJson(Session& session) {
 }
 
 void showSetup(Session& session) {
-    const auto clocks = session.clocks();
+    const auto clocks = session.getClocks();
     const auto modules = session.getModules();
     std::string text = modules.empty() ? "The setup has no modules.\n" : "";
     for (std::size_t row = 0; row < modules.size(); ++row) {

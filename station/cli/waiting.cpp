@@ -70,11 +70,11 @@ bool waitForModule(Session& session, const std::vector<std::string>& interfaces,
     TextWriter writer;
     report(writer, awaited);
     std::set<std::uint16_t> unlisted;
-    session.driver().listen();
+    session.getDriver().listen();
     while (!isAnyHeard(session.getModules())) {
         const auto now = ServiceManager::Clock::now();
         manager.notifyAlive(now, awaited);
-        reportFailures(session.driver(), writer);
+        reportFailures(session.getDriver(), writer);
         reportUnlisted(session, unlisted, writer);
         if (stop.waitUntil(now + period)) {
             manager.notifyStopping();

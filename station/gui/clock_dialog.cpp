@@ -31,8 +31,8 @@ ClockDialog::ClockDialog(Workspace& shownWorkspace,
     auto* const layout = new QVBoxLayout(this);
     auto* const rows = new QFormLayout;
     layout->addLayout(rows);
-    const auto modules = workspace.session().getModules();
-    const auto clocks = workspace.session().clocks();
+    const auto modules = workspace.getSession().getModules();
+    const auto clocks = workspace.getSession().getClocks();
     for (std::size_t i = 0; i < modules.size() && i < clocks.size(); ++i) {
         addRow(*rows, i, modules[i].name, clocks[i]);
     }

@@ -382,7 +382,8 @@ void MainWindow::watchDisk(const Summary& summary) {
     for (const RecordingSummary& recording : summary.recordings) {
         bytes += recording.bytes;
     }
-    const bool isClosing = workspace.isMeasuring() && !workspace.session().driver().isMeasuring();
+    const bool isClosing =
+        workspace.isMeasuring() && !workspace.getSession().getDriver().isMeasuring();
     const auto now = Measurement::Clock::now();
     if (!isClosing || bytes != std::exchange(bytesWritten, bytes)) {
         nextDiskQuestion = now + patience;

@@ -45,8 +45,8 @@ Workspace::Setup::~Setup() {
         return;
     }
     try {
-        session->driver().closeModules();
-        session->driver().closeChannels();
+        session->getDriver().closeModules();
+        session->getDriver().closeChannels();
     } catch (const PluginError&) {
         // They go anyway.
     }
@@ -64,7 +64,7 @@ std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::pa
     if (!path.empty()) {
         fresh->session->open(SetupFile(path));
     }
-    PluginDriver& driver = fresh->session->driver();
+    PluginDriver& driver = fresh->session->getDriver();
     driver.showModules(asHostWindow(*fresh->modules));
     driver.showChannels(asHostWindow(*fresh->channels));
     return fresh;
@@ -77,7 +77,7 @@ void Workspace::listen() const {
     }
     try {
         checkCapturePermission("cmp-station-gui");
-        session().driver().listen();
+        getSession().getDriver().listen();
     } catch (const std::exception& failure) {
         options.onMessage(failure.what());
     }
@@ -107,7 +107,7 @@ void Workspace::open(const std::filesystem::path& path) {
 
 bool Workspace::save(const std::filesystem::path& path) {
     matchChannels();
-    if (!file.save(session(), path)) {
+    if (!file.save(getSession(), path)) {
         return false;
     }
     savedFingerprint = fingerprint();
@@ -118,7 +118,7 @@ bool Workspace::save(const std::filesystem::path& path) {
 /// What the user can change in the windows; the document also holds what the modules report.
 std::string Workspace::fingerprint() const {
     std::string text;
-    for (const Module& module : session().getModules()) {
+    for (const Module& module : getSession().getModules()) {
         text += fmt::format("{}\n{}\n{}\n", module.type, module.name, module.configId);
         for (const Channel& channel : module.channels) {
             text += fmt::format("{}\n{}\n{}\n{} {}\n{}\n", channel.name, channel.isUsed,
@@ -134,17 +134,17 @@ bool Workspace::isModified() {
 }
 
 void Workspace::chooseClock(std::size_t module, ClockChoice choice) {
-    session().chooseClock(module, choice);
+    getSession().chooseClock(module, choice);
     clocksChosen = true;
 }
 
 std::vector<Module> Workspace::getModules() {
-    return isMeasuring() ? summary.modules : session().getModules();
+    return isMeasuring() ? summary.modules : getSession().getModules();
 }
 
 void Workspace::chooseDatabases(std::size_t module, std::size_t channel,
                                 const std::vector<DatabaseFile>& files) {
-    const Channel chosen = session().getModules().at(module).channels.at(channel);
+    const Channel chosen = getSession().getModules().at(module).channels.at(channel);
     std::vector<std::wstring> wide;
     for (const auto& [path, bus] : files) {
         if ((bus == BusType::Lin) != (chosen.busType == "LIN")) {
@@ -153,13 +153,13 @@ void Workspace::chooseDatabases(std::size_t module, std::size_t channel,
         }
         wide.push_back(StringHelper::ToWide(path));
     }
-    session().findOutput(chosen).setDatabases(wide);
+    getSession().findOutput(chosen).setDatabases(wide);
 }
 
 void Workspace::chooseBitRates(std::size_t module, std::size_t channel, const BitRates& rates) {
-    const Channel chosen = session().getModules().at(module).channels.at(channel);
+    const Channel chosen = getSession().getModules().at(module).channels.at(channel);
     checkBitRates(rates, chosen);
-    session().findOutput(chosen).setBitRates(rates);
+    getSession().findOutput(chosen).setBitRates(rates);
 }
 
 void Workspace::readDecoders() {
@@ -220,10 +220,10 @@ void Workspace::addUnlisted(const Module& module) {
     if (isMeasuring()) {
         throw UserError(lockReason);
     }
-    session().addModule(module);
+    getSession().addModule(module);
     // They show what was added in them alone.
-    session().driver().showModules(asHostWindow(*setup->modules));
-    session().driver().showChannels(asHostWindow(*setup->channels));
+    getSession().getDriver().showModules(asHostWindow(*setup->modules));
+    getSession().getDriver().showChannels(asHostWindow(*setup->channels));
 }
 
 /// The plug-in has no channels for a module that was added or got another type until they are made,
@@ -233,14 +233,14 @@ void Workspace::matchChannels() {
     if (isMeasuring()) {
         return;
     }
-    PluginDriver& driver = session().driver();
-    if (session().needsChannels()) {
-        session().matchChannels();
+    PluginDriver& driver = getSession().getDriver();
+    if (getSession().needsChannels()) {
+        getSession().matchChannels();
         driver.showChannels(asHostWindow(*setup->channels));
-        if (session().needsChannels()) {
-            session().matchChannels();
+        if (getSession().needsChannels()) {
+            getSession().matchChannels();
         }
-    } else if (session().host().takeDevicesChanged()) {
+    } else if (getSession().getHost().takeDevicesChanged()) {
         driver.updateDevices();
     }
 }
@@ -295,7 +295,7 @@ void Workspace::start(const std::filesystem::path& recording) {
         settings.address = parseBusAddress(options.serve);
         readers = std::make_unique<BusServer>(settings);
     }
-    auto fresh = std::make_unique<Measurement>(session(), files);
+    auto fresh = std::make_unique<Measurement>(getSession(), files);
     summary = fresh->summarize();
     if (readers) {
         readers->begin(fresh->summarize());
@@ -332,7 +332,7 @@ void Workspace::requestStop(bool leavesStalledDisk) {
 const Summary& Workspace::summarize() {
     if (measurement) {
         summary = measurement->summarize();
-        PluginDriver& driver = session().driver();
+        PluginDriver& driver = getSession().getDriver();
         if (driver.isMeasuring()) {
             reportAll(coverage.look(summary, driver.getChannels()));
         } else {

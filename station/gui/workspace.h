@@ -65,11 +65,11 @@ class Workspace {
     /// The plug-in's windows. They are other ones after `begin` and `open`.
     QtWindow& getModulesWindow() const { return *setup->modules; }
     QtWindow& getChannelsWindow() const { return *setup->channels; }
-    Session& session() const { return *setup->session; }
+    Session& getSession() const { return *setup->session; }
     /// The modules as they are set up, with what they were last heard of.
     std::vector<Module> getModules();
     /// Those that are heard and aren't set up.
-    std::vector<Module> findUnlisted() { return session().findUnlisted(); }
+    std::vector<Module> findUnlisted() { return getSession().findUnlisted(); }
     /// Sets up one of those, with its channels. Not in a measurement.
     void addUnlisted(const Module& module);
     struct DatabaseFile {
@@ -83,7 +83,7 @@ class Workspace {
     /// How fast that channel's bus is, from the next measurement on. Throws as `checkBitRates`.
     void chooseBitRates(std::size_t module, std::size_t channel, const BitRates& rates);
     /// A text for each CM ID or clock that several modules have.
-    std::vector<std::string> findSharedIds() { return session().findSharedIds(); }
+    std::vector<std::string> findSharedIds() { return getSession().findSharedIds(); }
 
     /// As `WorkspaceOptions::serve`, from the next measurement on.
     void setServe(const std::string& address) { options.serve = address; }

@@ -24,7 +24,7 @@ CountedRef<StationChannel> ChannelList::find(const std::vector<std::int32_t>& in
     if (!isIndexed || movesSeen != *environment.moves) {
         byIndices.clear();
         for (const auto& channel : all()) {
-            byIndices.try_emplace(channel->indices(), channel);
+            byIndices.try_emplace(channel->getIndices(), channel);
         }
         isIndexed = true;
         movesSeen = *environment.moves;

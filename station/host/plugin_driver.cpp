@@ -161,7 +161,7 @@ void PluginDriver::sendObject(const char* step, std::int32_t event, HostObject* 
 /// The way out of a measurement that works also where nothing else does.
 void PluginDriver::stopQuietly() noexcept {
     state = State::Ready;
-    host->clock().stop();
+    host->getClock().stop();
     try {
         HostVariant unused;
         events->onEvent(PluginEvent::startSetupRead, HostVariant(), &unused);
@@ -256,10 +256,10 @@ void PluginDriver::start() {
     if (host->data().takeChannelsChanged()) {
         announceNewChannels();
     }
-    host->clock().reset();
-    host->gnssDevices().setOwnSource({});
+    host->getClock().reset();
+    host->getGnssDevices().setOwnSource({});
     call(step, [&] {
-        host->channels().beginMeasurement();
+        host->getChannels().beginMeasurement();
         return plugin->onPrepareAcquisition();
     });
     const auto read = makeObject<ReadChannels>();
@@ -271,7 +271,7 @@ void PluginDriver::start() {
     droppedBefore = 0;
     awaitsLeader = hasLeader();
     if (!awaitsLeader) {
-        host->clock().start();
+        host->getClock().start();
     }
     host->data().setStart(utcNow());
     beginPart();
@@ -285,8 +285,8 @@ bool PluginDriver::hasLeader() {
 
 void PluginDriver::beginPart() {
     state = State::Running;
-    samplesSeen = host->channels().getWritten();
-    heldUntil = host->clock().getSeconds() + settleSeconds;
+    samplesSeen = host->getChannels().getWritten();
+    heldUntil = host->getClock().getSeconds() + settleSeconds;
     sendEvent("start its clocks", PluginEvent::enableClocks);
 }
 
@@ -294,7 +294,7 @@ void PluginDriver::poll() {
     if (!isMeasuring()) {
         return;
     }
-    MasterClock& clock = host->clock();
+    MasterClock& clock = host->getClock();
     if (state == State::Running && !awaitsLeader && clock.getSeconds() >= heldUntil) {
         clock.movePosition();
     }
@@ -302,7 +302,7 @@ void PluginDriver::poll() {
     if (awaitsLeader && state == State::Running) {
         beginWithLeader();
     }
-    const std::uint64_t samples = host->channels().getWritten();
+    const std::uint64_t samples = host->getChannels().getWritten();
     if (samples != samplesSeen) {
         samplesSeen = samples;
         newestArrival = clock.getSeconds();
@@ -328,7 +328,7 @@ void PluginDriver::beginWithLeader() {
     }
     awaitsLeader = false;
     droppedBefore = countDroppedFrames();
-    host->clock().start(second);
+    host->getClock().start(second);
     heldUntil = second + settleSeconds;
 }
 
@@ -340,7 +340,7 @@ double PluginDriver::leadingSeconds() {
         return std::numeric_limits<double>::infinity();
     }
     const std::uint64_t samples = (std::uint64_t{high} << 32U) + low;
-    return static_cast<double>(samples) / host->clock().getSampleRate();
+    return static_cast<double>(samples) / host->getClock().getSampleRate();
 }
 
 void PluginDriver::requireSelection() const {
@@ -433,8 +433,8 @@ void PluginDriver::endPart() {
     const HostVariant delay = sendEvent("say its delay", PluginEvent::getRequiredDelay);
     const float seconds = delay.type == HostVariantType::Float ? delay.float32 : 0.0F;
     leastDrain = std::clamp(static_cast<double>(seconds), quietSeconds, longestDrainSeconds);
-    host->clock().movePosition();
-    endTime = host->clock().getSeconds();
+    host->getClock().movePosition();
+    endTime = host->getClock().getSeconds();
     newestArrival = endTime;
     leader = 0.0;
     pollsSinceEnd = 0;
@@ -445,15 +445,15 @@ bool PluginDriver::isDrained() const {
     if (state != State::Ending) {
         return !isMeasuring();
     }
-    const double now = host->clock().getSeconds();
-    const double end = host->clock().getPositionSeconds();
+    const double now = host->getClock().getSeconds();
+    const double end = host->getClock().getPositionSeconds();
     const bool quiet = now - newestArrival >= quietSeconds && pollsSinceEnd >= leastPolls;
     const bool complete = now - endTime >= leastDrain && leader >= end + leastDrain;
     return awaitsLeader || (quiet && complete) || now - endTime >= longestDrainSeconds;
 }
 
 void PluginDriver::startNextPart() {
-    MasterClock& clock = host->clock();
+    MasterClock& clock = host->getClock();
     StationData& data = host->data();
     double second = std::max(clock.getPositionSeconds() - partOverlap, 0.0);
     if (hasLeader()) {
@@ -463,7 +463,7 @@ void PluginDriver::startNextPart() {
                                              std::chrono::duration<double>(second));
     clock.startNextPart(second);
     data.setStart(start);
-    host->gnssDevices().setOwnSource(ownSourceName);
+    host->getGnssDevices().setOwnSource(ownSourceName);
     const char* const step = "start the next part of the measurement";
     call(step, [&] { return plugin->onStartAcquisition(); });
     sendEvent(step, PluginEvent::alignChannels);
@@ -474,7 +474,7 @@ void PluginDriver::stop() {
     if (!isMeasuring()) {
         return;
     }
-    host->clock().stop();
+    host->getClock().stop();
     state = State::Ready;
     sendEvent("stop the capture", PluginEvent::startSetupRead);
 }

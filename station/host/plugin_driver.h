@@ -109,7 +109,7 @@ class PluginDriver {
     void start();
     /// The periodic call; nothing where no measurement runs.
     void poll();
-    bool needsNewPart() const { return state == State::Running && host->clock().needsNewPart(); }
+    bool needsNewPart() const { return state == State::Running && host->getClock().needsNewPart(); }
     void endPart();
     /// Whether all is there that was under way at the end. False before `endPart`.
     bool isDrained() const;

@@ -174,7 +174,7 @@ void StationChannel::allocate() {
 }
 
 void StationChannel::beginMeasurement() {
-    isClaimed = false;
+    claimed = false;
     ensureBuffers();
     ring.clear();
     variants.clear();

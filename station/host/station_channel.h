@@ -78,12 +78,12 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
 
     // The host's side.
 
-    const std::vector<std::int32_t>& indices() const { return place; }
+    const std::vector<std::int32_t>& getIndices() const { return place; }
     const std::wstring& name() const { return channelName; }
-    std::int32_t dataType() const { return type; }
-    bool used() const { return isUsedNow; }
-    bool claimed() const { return isClaimed; }
-    std::int64_t writeOffset() const { return offset; }
+    std::int32_t getDataType() const { return type; }
+    bool isUsed() const { return isUsedNow; }
+    bool isClaimed() const { return claimed; }
+    std::int64_t getWriteOffset() const { return offset; }
     /// Files that say what its messages mean, as the user named them: the plug-in knows nothing of
     /// them.
     const std::vector<std::wstring>& getDatabases() const { return databases; }
@@ -194,7 +194,7 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
 
     // HostChannelExt
 
-    HostResult claim() override { return put(isClaimed, true); }
+    HostResult claim() override { return put(claimed, true); }
     HostResult allocateBuffers(HostBool) override;
     HostResult releaseBuffers() override;
     HostResult getExtIntAttribute(std::int32_t* to) override { return give(to, ints[2]); }
@@ -247,7 +247,7 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     std::wstring unit;
     std::uint32_t color = 0;
     bool isUsedNow = false;
-    bool isClaimed = false;
+    bool claimed = false;
     float expectedRate = 0.0F;
     std::int64_t offset = 0;
     std::vector<std::wstring> databases;

@@ -28,10 +28,10 @@ class StationHost final : public Counted<HostApp> {
     /// Throws `std::invalid_argument` for a sample rate that `MasterClock` refuses.
     StationHost(const PerformanceCounter& counter, StationHostOptions hostOptions);
 
-    MasterClock& clock() { return *masterClock; }
+    MasterClock& getClock() { return *masterClock; }
     StationData& data() { return *stationData; }
-    ChannelList& channels() { return *channelList; }
-    GnssDeviceList& gnssDevices() { return *deviceList; }
+    ChannelList& getChannels() { return *channelList; }
+    GnssDeviceList& getGnssDevices() { return *deviceList; }
     GnssDeviceCollection& gnssPlaces() { return *deviceCollection; }
 
     /// Whether a clock came, went or changed its name since the last call.

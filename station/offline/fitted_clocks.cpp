@@ -29,10 +29,10 @@ void FittedClocks::begin() {
 void FittedClocks::tick() {
     constexpr double perSecond = 1e9;
     if (!isRunning) {
-        host->clock().start(static_cast<double>(counter.getNanoseconds() - start) / perSecond);
+        host->getClock().start(static_cast<double>(counter.getNanoseconds() - start) / perSecond);
         isRunning = true;
     }
-    host->clock().movePosition();
+    host->getClock().movePosition();
     manager.Tick();
 }
 

@@ -14,13 +14,13 @@ void* loadModule(const std::filesystem::path& file, TrustedUsers trusted, const 
     };
     const TrustedPath found(std::filesystem::absolute(file), trusted);
     std::error_code error;
-    if (!found.refusal().empty()) {
-        fail(found.refusal());
+    if (!found.getRefusal().empty()) {
+        fail(found.getRefusal());
     }
     if (!found.isFile()) {
         fail(std::filesystem::exists(file, error) ? "it is no file" : "there is no such file");
     }
-    void* const handle = ::dlopen(found.resolved().c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* const handle = ::dlopen(found.getResolved().c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         fail(::dlerror());
     }

@@ -28,18 +28,18 @@ Measurement::Measurement(Session& measuringSession, std::shared_ptr<RecordingSet
     : session(measuringSession),
       mostWaitingBytes(mostWaiting),
       queue(std::move(recordingSet), mostWaiting),
-      recorder(measuringSession.host(), queue) {
+      recorder(measuringSession.getHost(), queue) {
     recorder.addChannels(session.getModules());
 }
 
 void Measurement::recordFrames(std::shared_ptr<RecordingSet> frameRecordings) {
-    frameRecorder = std::make_unique<FrameRecorder>(session.driver(), std::move(frameRecordings),
+    frameRecorder = std::make_unique<FrameRecorder>(session.getDriver(), std::move(frameRecordings),
                                                     mostWaitingBytes);
     queues.push_back(&frameRecorder->getQueue());
 }
 
 void Measurement::start() {
-    session.driver().start();
+    session.getDriver().start();
     if (frameRecorder) {
         frameRecorder->begin();
     }
@@ -70,13 +70,13 @@ bool Measurement::hasLost() const {
 void Measurement::requestStop() {
     if (!stopping) {
         stopping = true;
-        session.driver().endPart();
+        session.getDriver().endPart();
     }
 }
 
 /// A part that has come near the end of what the plug-in can count goes over into the next one.
 void Measurement::takeStep() {
-    PluginDriver& driver = session.driver();
+    PluginDriver& driver = session.getDriver();
     driver.poll();
     if (driver.needsNewPart()) {
         driver.endPart();
@@ -122,7 +122,7 @@ void Measurement::readFrames(std::vector<std::string>& texts) {
 }
 
 void Measurement::readInterfaceMessages(std::vector<std::string>& texts) {
-    for (const InterfaceMessage& message : session.driver().takeInterfaceMessages()) {
+    for (const InterfaceMessage& message : session.getDriver().takeInterfaceMessages()) {
         std::string text = StringHelper::ToUtf8(message.text);
         hasInterfaceGap = hasInterfaceGap || message.isHarmless == hostFalse;
         if (interfaceMessages.size() < mostInterfaceMessages) {
@@ -136,7 +136,7 @@ void Measurement::readInterfaceMessages(std::vector<std::string>& texts) {
 
 /// Nobody can know whether messages were in them: it counts as a loss.
 void Measurement::readDropped(std::vector<std::string>& texts) {
-    const std::uint64_t dropped = session.driver().getDroppedFrames();
+    const std::uint64_t dropped = session.getDriver().getDroppedFrames();
     if (dropped > droppedReported) {
         lost = true;
         texts.push_back(fmt::format(
@@ -147,7 +147,7 @@ void Measurement::readDropped(std::vector<std::string>& texts) {
 }
 
 void Measurement::readCounts(std::vector<std::string>& texts) {
-    std::ranges::move(recorder.takeCounts(session.driver().getChannels(), lost),
+    std::ranges::move(recorder.takeCounts(session.getDriver().getChannels(), lost),
                       std::back_inserter(texts));
     if (!missedLeader.empty()) {
         lost = true;
@@ -182,7 +182,7 @@ void Measurement::readClocks(Clock::time_point now, std::vector<std::string>& te
 /// With the jumps of all parts; the plug-in's clocks begin to count again with each.
 std::vector<ClockStatistics> Measurement::getClocks() const {
     std::vector<ClockStatistics> clocks =
-        clocksAtEnd.empty() ? session.driver().getClocks() : clocksAtEnd;
+        clocksAtEnd.empty() ? session.getDriver().getClocks() : clocksAtEnd;
     for (std::size_t i = 0; i < std::min(clocks.size(), jumpsBefore.size()); ++i) {
         clocks[i].jumps += jumpsBefore[i];
     }
@@ -196,7 +196,7 @@ void Measurement::noteJumps() {
 }
 
 void Measurement::readSequences(std::vector<std::string>& texts) {
-    const auto [interfaces, messages, frames, senders] = session.driver().getTraffic();
+    const auto [interfaces, messages, frames, senders] = session.getDriver().getTraffic();
     const auto modules = session.getModules();
     for (std::size_t i = 0; i < std::min(senders.size(), modules.size()); ++i) {
         if (senders[i].areSeveral != hostFalse && rivalsReported.insert(i).second) {
@@ -215,10 +215,10 @@ void Measurement::readSequences(std::vector<std::string>& texts) {
 }
 
 std::string Measurement::awaitedLeader() {
-    if (!session.driver().isAwaitingLeader()) {
+    if (!session.getDriver().isAwaitingLeader()) {
         return {};
     }
-    const auto clocks = session.driver().getClocks();
+    const auto clocks = session.getDriver().getClocks();
     const auto leader = std::find_if(clocks.begin(), clocks.end(),
                                      [](const auto& clock) { return clock.isLeading; });
     const auto place = static_cast<std::size_t>(leader - clocks.begin());
@@ -305,7 +305,7 @@ Summary Measurement::summarize() {
         modules[i].clock = clocks[i];
         modules[i].timeStandsStill = standing.isStanding(i);
     }
-    auto [interfaces, messages, frames, senders] = session.driver().getTraffic();
+    auto [interfaces, messages, frames, senders] = session.getDriver().getTraffic();
     for (std::size_t i = 0; i < std::min(modules.size(), frames.size()); ++i) {
         modules[i].frames = frames[i];
     }

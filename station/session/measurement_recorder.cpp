@@ -19,7 +19,7 @@ namespace {
 constexpr double nanosecondsPerSecond = 1e9;
 
 std::optional<BusType> busOf(const StationChannel& channel) {
-    switch (channel.dataType()) {
+    switch (channel.getDataType()) {
         case StationChannel::recordType:
             return BusType::Can;
         case StationChannel::variantType:
@@ -112,16 +112,16 @@ MeasurementRecorder::MeasurementRecorder(StationHost& stationHost, RecordingQueu
 MeasurementRecorder::~MeasurementRecorder() = default;
 
 void MeasurementRecorder::addChannels(const std::vector<Module>& modules) {
-    for (const auto& source : host.channels().all()) {
+    for (const auto& source : host.getChannels().all()) {
         const auto type = busOf(*source);
-        if (!type || !source->used()) {
+        if (!type || !source->isUsed()) {
             continue;
         }
         auto channel = std::make_unique<Channel>(*this, source, channels.size());
         channel->bus = *type;
         channel->load = BusLoad(*type, source->getBitRates());
         channel->name = names.add(Kestrova::Utils::Kcom::StringHelper::ToUtf8(source->name()));
-        const std::int32_t output = source->indices().back();
+        const std::int32_t output = source->getIndices().back();
         for (std::size_t module = 0; module < modules.size(); ++module) {
             for (const auto& bus : modules[module].channels) {
                 if (bus.output == output) {
@@ -142,7 +142,7 @@ void MeasurementRecorder::takeNew() {
     for (const auto& channel : channels) {
         channel->takeNew();
     }
-    const double reached = host.clock().getPositionSeconds();
+    const double reached = host.getClock().getPositionSeconds();
     recordings.setHorizon(horizon.step(host.data().getStartNanoseconds() +
                                        std::llround(reached * nanosecondsPerSecond)));
 }
@@ -177,7 +177,7 @@ std::vector<std::string> MeasurementRecorder::takeCounts(
                                  return sum + entry.queued + entry.unusable;
                              });
     for (const auto& channel : channels) {
-        const ChannelStatistics now = sumOf(statistics, channel->source->indices().back());
+        const ChannelStatistics now = sumOf(statistics, channel->source->getIndices().back());
         if (now.raised > channel->counts.raised) {
             texts.push_back(raisedText(channel->name, now.raised - channel->counts.raised));
         }
@@ -200,7 +200,7 @@ std::int64_t MeasurementRecorder::startNanoseconds() const {
 
 double MeasurementRecorder::secondsSinceStart() const {
     const auto before = static_cast<double>(host.data().getStartNanoseconds() - startNanoseconds());
-    return before / nanosecondsPerSecond + host.clock().getSeconds();
+    return before / nanosecondsPerSecond + host.getClock().getSeconds();
 }
 
 void MeasurementRecorder::updateRates() {

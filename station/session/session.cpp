@@ -97,14 +97,16 @@ std::string toUtf8(const std::wstring& text) {
 /// The host's channel of the plug-in's output, or null.
 StationChannel* findChannel(StationHost& host, std::int32_t output) {
     constexpr std::int32_t firstPlugin = 0;  // there is no other
-    return host.channels().find({HostChannelGroups::pluginGroupIndex, firstPlugin, output}).get();
+    return host.getChannels()
+        .find({HostChannelGroups::pluginGroupIndex, firstPlugin, output})
+        .get();
 }
 
 Channel describe(const ListedChannel& listed, StationHost& host) {
     Channel channel{listed.interfaceId, toUtf8(listed.busType), listed.output, {}};
     if (StationChannel* const output = findChannel(host, listed.output)) {
         channel.name = toUtf8(output->name());
-        channel.isUsed = output->used();
+        channel.isUsed = output->isUsed();
         output->getColor(&channel.color);
         channel.bitRates = output->getBitRates();
         for (const std::wstring& path : output->getDatabases()) {
@@ -366,7 +368,7 @@ bool Session::needsChannels() {
             outputs.insert(channel.output);
         }
     }
-    return outputs.contains(-1) || outputs.size() != stationHost->channels().all().size();
+    return outputs.contains(-1) || outputs.size() != stationHost->getChannels().all().size();
 }
 
 void Session::matchChannels() {
@@ -424,7 +426,7 @@ std::vector<CountedRef<GnssDevice>> Session::clockDevices() {
     return found;
 }
 
-std::vector<ClockChoice> Session::clocks() {
+std::vector<ClockChoice> Session::getClocks() {
     std::vector<ClockChoice> choices;
     for (const auto& device : clockDevices()) {
         choices.push_back(device ? device->getChoice() : ClockChoice());

@@ -51,8 +51,8 @@ class Session {
     /// have no channels then; the file is as it was.
     void save(const SetupFile& file);
 
-    StationHost& host() { return *stationHost; }
-    PluginDriver& driver() { return *pluginDriver; }
+    StationHost& getHost() { return *stationHost; }
+    PluginDriver& getDriver() { return *pluginDriver; }
 
     /// The modules in their order, with their channels, as they are now.
     std::vector<Module> getModules();
@@ -83,7 +83,7 @@ class Session {
     void matchChannels();
 
     /// The clocks of the modules in their order. Not in a measurement, as it sets them again.
-    std::vector<ClockChoice> clocks();
+    std::vector<ClockChoice> getClocks();
     /// How the module's clock follows the host's. Not in a measurement. Throws `PluginError` for
     /// what the clock can't do.
     void chooseClock(std::size_t module, ClockChoice choice);

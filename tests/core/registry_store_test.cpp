@@ -128,14 +128,14 @@ TEST_F(RegistryStoreTest, WhatIsOpenedIsWhatWasJudgedAndNothingThatComesLater) {
     put("1");
     fs::create_symlink("SOFTWARE/Maker/../Maker", folder.path() / "a '");
     const TrustedPath there = look("a '/Part/values");
-    EXPECT_EQ(there.resolved(), file);
+    EXPECT_EQ(there.getResolved(), file);
     fs::rename(file, folder.path() / "away");
     put("2");
     EXPECT_TRUE(there.isFile() && contentOf(there.opened()) == "1");
     fs::remove(file);
     mkfifo((folder.path() / "pipe").c_str(), 0644);
     for (const char* path : {"a '/Part/values", "a '/Part", "pipe", "away/x", "none/x"}) {
-        EXPECT_FALSE(look(path).isFile() || !look(path).refusal().empty()) << path;
+        EXPECT_FALSE(look(path).isFile() || !look(path).getRefusal().empty()) << path;
     }
     // As the system follows it, this link of /proc leads to a file that has no name any more.
     const int open = ::open((folder.path() / "away").c_str(), O_RDONLY);
@@ -143,7 +143,7 @@ TEST_F(RegistryStoreTest, WhatIsOpenedIsWhatWasJudgedAndNothingThatComesLater) {
     EXPECT_FALSE(look("/proc/self/fd/" + std::to_string(open)).isFile());
     close(open);
     chmod(folder.path().c_str(), 0757);
-    EXPECT_THAT(look("a '/x").refusal(), testing::HasSubstr("\"chmod go-w '"));
+    EXPECT_THAT(look("a '/x").getRefusal(), testing::HasSubstr("\"chmod go-w '"));
     chmod(folder.path().c_str(), 0700);
     // A list by which another user may write shows in the bits of the group.
     put("");
@@ -152,7 +152,7 @@ TEST_F(RegistryStoreTest, WhatIsOpenedIsWhatWasJudgedAndNothingThatComesLater) {
                                                 7777,   0,      4,    4, 0xFFFF, 0xFFFF, 0x10, 6,
                                                 0xFFFF, 0xFFFF, 0x20, 4, 0xFFFF, 0xFFFF};
     ASSERT_EQ(setxattr(file.c_str(), "system.posix_acl_access", &list, sizeof list, 0), 0);
-    EXPECT_THAT(look("SOFTWARE/Maker/Part/values").refusal(), testing::HasSubstr("others"));
+    EXPECT_THAT(look("SOFTWARE/Maker/Part/values").getRefusal(), testing::HasSubstr("others"));
 }
 
 TEST(UserStore, EnvironmentIsFollowedByOrdinaryUsersOnlyAndNeverRelative) {

@@ -223,7 +223,7 @@ void PlotPanel::setPaused(bool isPaused) {
     std::optional<std::int64_t> newest;
     for (const auto& each : plotSignals) {
         if (isPaused && each != nullptr && !each->series.isEmpty()) {
-            newest = std::max(newest.value_or(0), each->series.newest());
+            newest = std::max(newest.value_or(0), each->series.getNewest());
         }
     }
     view->setEnd(newest);
@@ -260,7 +260,7 @@ void PlotPanel::showControls() {
     const auto& cursors = view->getCursors();
     cursorsButton->setChecked(cursors[0] || cursors[1]);
     showCursors();
-    table->showValues(plotSignals, view->getShown(), view->shownCursors());
+    table->showValues(plotSignals, view->getShown(), view->getShownCursors());
 }
 
 void PlotPanel::showCursors() {

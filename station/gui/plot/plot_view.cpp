@@ -138,8 +138,9 @@ std::optional<PlotView::Range> PlotView::held() const {
     for (const auto& plotSignal : plotSignals) {
         if (plotSignal != nullptr && !plotSignal->series.isEmpty()) {
             const SignalSeries& series = plotSignal->series;
-            const std::int64_t newest = std::min(series.newest(), end.value_or(series.newest()));
-            all = Range{std::min(all ? all->from : series.oldest(), series.oldest()),
+            const std::int64_t newest =
+                std::min(series.getNewest(), end.value_or(series.getNewest()));
+            all = Range{std::min(all ? all->from : series.getOldest(), series.getOldest()),
                         std::max(all ? all->to : newest, newest)};
         }
     }
@@ -264,7 +265,7 @@ PlotView::Range PlotView::getShown() const {
     return {shown.from, end ? std::min(shown.to, *end + 1) : shown.to};
 }
 
-PlotView::Cursors PlotView::shownCursors() const {
+PlotView::Cursors PlotView::getShownCursors() const {
     Cursors times = cursors;
     for (auto& time : times) {
         time = time && end ? std::min(*time, *end) : time;

@@ -61,7 +61,7 @@ class PlotView final : public QCustomPlot {
     Range getShown() const;
     const Cursors& getCursors() const { return cursors; }
     /// Those that are later than all that is shown are at its end.
-    Cursors shownCursors() const;
+    Cursors getShownCursors() const;
     void setCursors(const Cursors& newCursors) { cursors = newCursors; }
 
   protected:

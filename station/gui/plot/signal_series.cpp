@@ -43,7 +43,7 @@ std::size_t SignalSeries::getMemory() const {
 }
 
 void SignalSeries::append(std::int64_t utc, double value) {
-    if (!isEmpty() && utc < newest()) {
+    if (!isEmpty() && utc < getNewest()) {
         ++late;
         return;
     }
@@ -77,7 +77,7 @@ std::uint64_t SignalSeries::begin(std::size_t level) const {
     return level == 0 ? points.begin() : extents[level - 1].begin() << (bits * level);
 }
 
-std::int64_t SignalSeries::oldest() const {
+std::int64_t SignalSeries::getOldest() const {
     return isEmpty() ? 0 : itemOf(begin(levels)).first;
 }
 

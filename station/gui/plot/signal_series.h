@@ -63,8 +63,8 @@ class SignalSeries {
     bool isEmpty() const { return count() == 0; }
     std::uint64_t count() const { return points.end(); }  ///< of all that were taken
     std::uint64_t getLate() const { return late; }        ///< points that weren't taken
-    std::int64_t oldest() const;                          ///< its time; 0 without points
-    std::int64_t newest() const { return isEmpty() ? 0 : points[count() - 1].utc; }
+    std::int64_t getOldest() const;                       ///< its time; 0 without points
+    std::int64_t getNewest() const { return isEmpty() ? 0 : points[count() - 1].utc; }
     /// From there on the points are held as they are; 0 without points.
     std::int64_t oldestPoint() const { return isEmpty() ? 0 : points[points.begin()].utc; }
 

@@ -51,7 +51,7 @@ TEST_F(MainWindowTest, WhatIsSetUpByHandIsWhatTheSavedSetupSays) {
     window->open(QString::fromStdString(file("bench.xml")));
     const std::vector<ClockChoice> clocks = {{HostGnssDevice::syncModeSoft, false},
                                              {HostGnssDevice::syncModePps, true}};
-    EXPECT_EQ(workspace().session().clocks(), clocks);
+    EXPECT_EQ(workspace().getSession().getClocks(), clocks);
     EXPECT_EQ(channels().read({channelsGrid, 2, ChannelName}), "Engine");
     EXPECT_EQ(channels().read({channelsGrid, 2, Color}), "12AB34");
     EXPECT_TRUE(modules().select(modulesGrid, {1}));
@@ -65,13 +65,13 @@ TEST_F(MainWindowTest, ChangesAreNotLostWithoutAQuestion) {
     addModule("CAN combo", "1");
     EXPECT_TRUE(choose("&New"));
     EXPECT_TRUE(answer(QMessageBox::RejectRole));
-    EXPECT_EQ(workspace().session().getModules().size(), 1U);
+    EXPECT_EQ(workspace().getSession().getModules().size(), 1U);
     window->close();
     EXPECT_TRUE(answer(QMessageBox::RejectRole));
     EXPECT_TRUE(window->isVisible());
     EXPECT_TRUE(choose("&New"));
     EXPECT_TRUE(answer(QMessageBox::DestructiveRole));
-    EXPECT_TRUE(workspace().session().getModules().empty());
+    EXPECT_TRUE(workspace().getSession().getModules().empty());
     EXPECT_TRUE(QTest::qWaitFor([&] { return modules().shownRows(modulesGrid).empty(); }));
     window->close();
     QtUser::settle();
@@ -86,7 +86,7 @@ TEST_F(MainWindowTest, ASetupThatCannotBeReadIsReportedAndLeavesTheOneThatIsOpen
         window->open(QString::fromStdString(file(name)));
         EXPECT_THAT(told(), HasSubstr(name));
         EXPECT_EQ(workspace().getPath(), file("good.xml"));
-        EXPECT_EQ(workspace().session().getModules().size(), 1U);
+        EXPECT_EQ(workspace().getSession().getModules().size(), 1U);
     }
     window->open(QString::fromStdString(file("good.xml")));
     EXPECT_EQ(modules().read({modulesGrid, 1, Type}), "CAN combo") << "in the new windows";
@@ -132,7 +132,7 @@ TEST_F(MainWindowTest, AMeasurementRunsAndSaysWhatItLeavesOutAndIsEndedByTheUser
     EXPECT_TRUE(shows("isn't heard")) << "it stays";
     EXPECT_EQ(path.text(), folder.filePath("a-10.log")) << "the next recording's";
     EXPECT_TRUE(answer(QMessageBox::DestructiveRole)) << "of the setup";
-    EXPECT_TRUE(workspace().session().getModules().empty());
+    EXPECT_TRUE(workspace().getSession().getModules().empty());
 }
 
 TEST_F(MainWindowTest, ADiskThatDoesNotConfirmIsLeftIfTheUserWantsIt) {
@@ -203,7 +203,7 @@ TEST_F(MainWindowTest, ATypeThatChangesToAndFroBetweenTwoLooksLeavesNothingOfThe
     ASSERT_TRUE(waitForChannels(1 + 7));
     const auto flip = [&] {
         for (const wchar_t* const type : {L"LIN combo", L"CAN combo"}) {
-            workspace().session().driver().callModules(
+            workspace().getSession().getDriver().callModules(
                 "", [&](ModuleList& list) { return list.setType(0, type); });
         }
     };
@@ -223,7 +223,7 @@ TEST_F(MainWindowTest, ATypeThatChangesToAndFroBetweenTwoLooksLeavesNothingOfThe
     EXPECT_EQ(saved("setup.xml"), "CAN combo 1 Technica CAN combo:|7");
     workspace().requestStop();
     EXPECT_TRUE(waitUntilOver());
-    EXPECT_TRUE(QTest::qWaitFor([&] { return !workspace().session().needsChannels(); }, 60000));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !workspace().getSession().needsChannels(); }, 60000));
     EXPECT_TRUE(channels().toggle({channelsGrid, 4, Used}));
     workspace().start({});
     EXPECT_EQ(workspace().summarize().channels.size(), 1U) << "of one that is alive";
@@ -331,7 +331,7 @@ TEST_F(MainWindowTest, BitRatesAndDatabasesGoToTheChosenChannelsAlone) {
     std::ofstream(file("engine.dbc")) << "BO_ 256 Engine: 8 A\n SG_ Speed : 0|8@1+ (1,0) "
                                          "[0|0] \"\" A\n";
     const auto channel = [&](std::size_t module, std::size_t number) {
-        return workspace().session().getModules()[module].channels[number];
+        return workspace().getSession().getModules()[module].channels[number];
     };
     const auto open = [&] {
         EXPECT_TRUE(choose("&Databases and bit rates..."));
@@ -377,7 +377,7 @@ TEST_F(MainWindowTest, BitRatesAndDatabasesGoToTheChosenChannelsAlone) {
     rows->window()->close();
     QtUser::settle();
     // Beside the setup's file, wherever the program runs.
-    workspace().session().findOutput(channel(0, 0)).setDatabases({L"engine.dbc"});
+    workspace().getSession().findOutput(channel(0, 0)).setDatabases({L"engine.dbc"});
     EXPECT_TRUE(channels().toggle({channelsGrid, 2, Used}));
     workspace().save(file("setup.xml"));
     window->open(QString::fromStdString(file("setup.xml")));

@@ -100,7 +100,7 @@ TEST_F(SignalSeriesTest, WhereThePointsAreHeldAllAnswersAreThoseOfThePoints) {
 TEST_F(SignalSeriesTest, WhatIsOlderIsLeftAsExtentsThatMissNothingAndMemoryIsBounded) {
     fill(1'000'000);
     EXPECT_LT(series.getMemory(), 1'000'000U);
-    EXPECT_EQ(series.oldest(), points[0].utc);
+    EXPECT_EQ(series.getOldest(), points[0].utc);
     EXPECT_GT(series.oldestPoint(), points[990'000].utc);
     for (int i = 0; i < 60; ++i) {
         Range range = anyRange();

@@ -142,8 +142,8 @@ TEST_F(MainWindowTest, TheModulesPanelShowsWhatIsHeardOfEachAndAddsWhatIsntSetUp
     ASSERT_TRUE(add != nullptr && add->isEnabled());
     EXPECT_EQ(add->text(), "Add 0x47");
     QTest::mouseClick(add, Qt::LeftButton);
-    ASSERT_EQ(workspace().session().getModules().size(), 1U);
-    EXPECT_EQ(workspace().session().getModules()[0].configId, 7U);
+    ASSERT_EQ(workspace().getSession().getModules().size(), 1U);
+    EXPECT_EQ(workspace().getSession().getModules()[0].configId, 7U);
     EXPECT_EQ(channels().shownRows(channelsGrid).size(), 1U + 7);
 }
 

@@ -49,9 +49,9 @@ TEST_F(Channels, WhatTheWriterLapsIsCountedAndTheRestIsRead) {
     EXPECT_EQ(channel->getOverruns(), 8U);
     EXPECT_EQ(channel->advanceWritePosition(-1), HostCode::invalidArgument);
     channel->claim();
-    EXPECT_TRUE(channel->claimed());
+    EXPECT_TRUE(channel->isClaimed());
     channel->beginMeasurement();
-    EXPECT_FALSE(channel->claimed());
+    EXPECT_FALSE(channel->isClaimed());
     EXPECT_EQ(channel->getOverruns(), 0U);
     EXPECT_EQ(channel->getWritten(), 0U);
 }
@@ -143,8 +143,8 @@ TEST_F(Channels, ComeBackWithAllThatTheUserSet) {
     const auto other =
         makeObject<StationChannel>(std::vector<std::int32_t>{8, 0, 4}, ChannelEnvironment{});
     persist(*other, hostFalse);
-    EXPECT_THAT(other->indices(), ElementsAre(8, 0, 4));
-    EXPECT_TRUE(other->used());
+    EXPECT_THAT(other->getIndices(), ElementsAre(8, 0, 4));
+    EXPECT_TRUE(other->isUsed());
     EXPECT_EQ(hostValue(other, &HostChannel::getExpectedRate), 0.1F);
     other->setIndices(std::vector<std::int32_t>{3}.data(), 1);
     persist(*other, hostTrue);

@@ -38,11 +38,11 @@ class PluginDrivers : public testing::Test {
     }
     /// Host time that passes until the end is drained.
     double drain() {
-        const double end = host->clock().getSeconds();
-        while (!driver->isDrained() && host->clock().getSeconds() < end + 60.0) {
+        const double end = host->getClock().getSeconds();
+        while (!driver->isDrained() && host->getClock().getSeconds() < end + 60.0) {
             poll();
         }
-        return host->clock().getSeconds() - end;
+        return host->getClock().getSeconds() - end;
     }
     /// What the driver says of it; empty if it doesn't fail.
     static std::string failureOf(const std::function<void()>& step) {
@@ -66,11 +66,11 @@ class PluginDrivers : public testing::Test {
 
 TEST_F(PluginDrivers, ChannelsAreFoundByTheIndicesThatTheyHave) {
     channel->setIndices(std::vector<std::int32_t>{4}.data(), 1);
-    EXPECT_TRUE(host->channels().find({8, 0, 4}) && !host->channels().find({8, 0, 0}));
+    EXPECT_TRUE(host->getChannels().find({8, 0, 4}) && !host->getChannels().find({8, 0, 0}));
     const auto behind = mountChannel(*host);
-    host->channels().unmountChannel(channel.get());
-    EXPECT_THAT(host->channels().all(), testing::ElementsAre(behind));
-    EXPECT_FALSE(host->channels().find({8, 0, 4}));
+    host->getChannels().unmountChannel(channel.get());
+    EXPECT_THAT(host->getChannels().all(), testing::ElementsAre(behind));
+    EXPECT_FALSE(host->getChannels().find({8, 0, 4}));
 }
 
 TEST_F(PluginDrivers, CallsComeInTheirOrder) {
@@ -106,7 +106,7 @@ TEST_F(PluginDrivers, CallsComeInTheirOrder) {
 TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
     startAndSettle();
     driver->endPart();
-    const std::int64_t end = host->clock().getPosition();
+    const std::int64_t end = host->getClock().getPosition();
     int late = 30;
     plugin->actions["117"] = [&] {
         const double value = 0.0;
@@ -117,7 +117,7 @@ TEST_F(PluginDrivers, TheTailIsDrainedAtAPositionThatStandsStill) {
     };
     EXPECT_FALSE(driver->isDrained());
     EXPECT_NEAR(drain(), 0.6 + PluginDriver::quietSeconds, 0.03);
-    EXPECT_EQ(host->clock().getPosition(), end);
+    EXPECT_EQ(host->getClock().getPosition(), end);
     EXPECT_EQ(channel->getWritten(), 30U);
 }
 
@@ -135,15 +135,15 @@ TEST_F(PluginDrivers, ALeaderThatBeginsLateStartsTheMeasurementLate) {
     startAndSettle();
     EXPECT_TRUE(driver->isAwaitingLeader());
     EXPECT_EQ(driver->getDroppedFrames(), 0U) << "no loss before the start";
-    EXPECT_EQ(host->clock().getSeconds(), 0.0);
+    EXPECT_EQ(host->getClock().getSeconds(), 0.0);
     plugin->leaderSamples = 30;
     poll();
     EXPECT_FALSE(driver->isAwaitingLeader());
-    EXPECT_DOUBLE_EQ(host->clock().getSeconds(), 0.0304) << "not the rounded number of samples";
+    EXPECT_DOUBLE_EQ(host->getClock().getSeconds(), 0.0304) << "not the rounded number of samples";
     poll(9);
-    EXPECT_EQ(host->clock().getPosition(), 0) << "the clocks learn the time first";
+    EXPECT_EQ(host->getClock().getPosition(), 0) << "the clocks learn the time first";
     poll(3);
-    EXPECT_EQ(host->clock().getPosition(), 270);
+    EXPECT_EQ(host->getClock().getPosition(), 270);
     plugin->droppedFrames = 7;
     EXPECT_EQ(driver->getDroppedFrames(), 2U);
     driver->stop();
@@ -161,24 +161,24 @@ TEST_F(PluginDrivers, TheNextPartOverlapsTheLastAndKeepsTheCapture) {
     counter.pass(2147300.0);
     poll();
     EXPECT_TRUE(driver->needsNewPart());
-    const MasterClock& clock = host->clock();
+    const MasterClock& clock = host->getClock();
     EXPECT_GT(clock.getWrapCount(), 0);
     EXPECT_EQ(std::int64_t{clock.getWrapCount()} * 65536 + clock.getPositionInBuffer(),
               clock.getPosition());
     driver->endPart();
-    const double end = host->clock().getPositionSeconds();
+    const double end = host->getClock().getPositionSeconds();
     const auto partStart = host->data().getStart();
     drain();
     takeCalls();
-    const double late = host->clock().getSeconds() - end;
+    const double late = host->getClock().getSeconds() - end;
     driver->startNextPart();
     EXPECT_THAT(takeCalls(), ElementsAre("start", "115", "156"));
-    EXPECT_EQ(host->clock().getPosition(), 0);
-    EXPECT_NEAR(host->clock().getSeconds(), late + 1.0, 1e-6);
+    EXPECT_EQ(host->getClock().getPosition(), 0);
+    EXPECT_NEAR(host->getClock().getSeconds(), late + 1.0, 1e-6);
     const std::chrono::duration<double> between = host->data().getStart() - partStart;
     EXPECT_NEAR(between.count(), end - 1.0, 1e-6);
     poll(20);
-    EXPECT_GT(host->clock().getPositionSeconds(), 1.0);
+    EXPECT_GT(host->getClock().getPositionSeconds(), 1.0);
     EXPECT_FALSE(driver->needsNewPart());
 }
 

@@ -18,7 +18,7 @@ class Recorders : public testing::Test {
   protected:
     Recorders() {
         host->data().setStart(at(1000 * second));
-        host->clock().start();
+        host->getClock().start();
         channel->setDataType(14);
         channel->setAsync(hostTrue);
         channel->setUsed(hostTrue);
@@ -75,7 +75,7 @@ TEST_F(Recorders, UtcGoesOnAcrossPartsAndNeverBack) {
     add(1, 50.0);
     recorder.endPart();
     host->data().setStart(at(1049 * second));
-    host->clock().startNextPart(49.0);
+    host->getClock().startNextPart(49.0);
     add(2, 0.9999);
     add(3, 3.0);
     recorder.takeNew();
@@ -90,7 +90,7 @@ TEST_F(Recorders, UtcGoesOnAcrossPartsAndNeverBack) {
 }
 
 TEST_F(Recorders, WhatThePluginLostIsReportedOncePerChannelWithItsReasons) {
-    const std::int32_t output = channel->indices().back();
+    const std::int32_t output = channel->getIndices().back();
     const ChannelStatistics lossless{.output = output, .beforeStart = 3, .afterEnd = 1};
     bool hasLost = false;
     EXPECT_THAT(recorder.takeCounts({lossless}, hasLost), IsEmpty());

@@ -8,8 +8,8 @@ namespace station {
 inline CountedRef<StationChannel> mountChannel(StationHost& host) {
     const std::int32_t index = 0;
     CountedRef<HostChannel> mounted;
-    host.channels().mountChannels(L"{id}", 1, &index, mounted.out());
-    return host.channels().all().back();
+    host.getChannels().mountChannels(L"{id}", 1, &index, mounted.out());
+    return host.getChannels().all().back();
 }
 
 /// Adds a sample as a plug-in does: at the write position of the buffers.

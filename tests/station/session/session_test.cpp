@@ -60,8 +60,8 @@ TEST_F(SessionTest, ModulesComeAndGoWithTheirChannels) {
     session->removeModules({0, 0});
     EXPECT_FALSE(session->needsChannels());
     EXPECT_THAT(modules(), ElementsAre("Technica CAN combo CAN combo 70: 7 8 9 10 11 12 13"));
-    session->driver().callModules("",
-                                  [](ModuleList& list) { return list.addModule(L"LIN combo"); });
+    session->getDriver().callModules("",
+                                     [](ModuleList& list) { return list.addModule(L"LIN combo"); });
     EXPECT_TRUE(session->needsChannels());
     session->matchChannels();
     EXPECT_FALSE(session->needsChannels());
