@@ -159,7 +159,7 @@ TEST_F(StatisticsTest, SeveralModulesOfOneCmIdAreDistinguishedFromOneThatWasRepl
     CountedRef<CaptureReception> reception;
     object.queryTo(reception);
     const auto heard = [&](std::initializer_list<std::uint32_t> serials) {
-        EXPECT_EQ(startMeasurement(), "0");
+        EXPECT_EQ(startMeasurement(), "success");
         for (const std::uint32_t serial : serials) {
             feed.push(wire::tecmp(0x41, 1, {{0, 4, wire::cmStatus(0x41, serial)}}));
         }
