@@ -184,7 +184,9 @@ struct ChannelStatistics {
     std::uint64_t beforeStart = 0;
     std::uint64_t afterEnd = 0;
     // Lost.
-    std::uint64_t tooOld = 0;      ///< older than the host's history, or than ten seconds
+    /// Older than the host's history, or than ten seconds; or from before the start, and in later
+    /// than messages may be.
+    std::uint64_t tooOld = 0;
     std::uint64_t tooNew = 0;      ///< further ahead than can be held back
     std::uint64_t notPlaced = 0;   ///< the module's clock had no relation to the host's time
     std::uint64_t leftQueued = 0;  ///< due, but not asked for before event 130
