@@ -96,7 +96,7 @@ class Progress {
             return;
         next = (now / nsPerSecond + 1) * nsPerSecond;
         const std::string line =
-            progressText(simulation.totals(), static_cast<double>(now) / nsPerSecond);
+            progressText(simulation.getTotals(), static_cast<double>(now) / nsPerSecond);
         std::fputs(line.c_str(), stderr);
     }
 

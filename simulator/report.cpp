@@ -12,7 +12,7 @@ double seconds(std::int64_t ns) {
 }
 
 nlohmann::json toJson(const SimulatedModule& module) {
-    const ModuleSettings& settings = module.settings();
+    const ModuleSettings& settings = module.getSettings();
     nlohmann::json channels = nlohmann::json::array();
     for (std::size_t i = 0; i < settings.interfaces().size(); ++i)
         channels.push_back({{"interfaceId", settings.interfaces()[i]},
@@ -23,8 +23,9 @@ nlohmann::json toJson(const SimulatedModule& module) {
             {"cmId", settings.cmId},
             {"serial", settings.serial},
             {"framing", toText(settings.framing)},
-            {"canFd", module.sender().canFd},
-            {"lengths", nlohmann::json::array_t(module.lengths().begin(), module.lengths().end())},
+            {"canFd", module.getSender().canFd},
+            {"lengths",
+             nlohmann::json::array_t(module.getLengths().begin(), module.getLengths().end())},
             {"messages", module.getMessagesSent()},
             {"channels", channels}};
 }
@@ -32,9 +33,9 @@ nlohmann::json toJson(const SimulatedModule& module) {
 }  // namespace
 
 nlohmann::json toJson(const Report& report) {
-    const Totals& totals = report.simulation.totals();
+    const Totals& totals = report.simulation.getTotals();
     nlohmann::json modules = nlohmann::json::array();
-    for (const SimulatedModule& module : report.simulation.modules())
+    for (const SimulatedModule& module : report.simulation.getModules())
         modules.push_back(toJson(module));
     nlohmann::json result = {{"seconds", seconds(report.clock.elapsed())},
                              {"startUtcNs", report.clock.getStartUtc()},
@@ -64,7 +65,7 @@ std::string printable(std::string_view text) {
 }
 
 std::string toText(const Report& report) {
-    const Totals& totals = report.simulation.totals();
+    const Totals& totals = report.simulation.getTotals();
     const double time = seconds(report.clock.elapsed());
     std::string text = fmt::format(
         "{} frames ({} bytes) in {:.3f} s on {}: {} data messages, {} status frames, {} "
@@ -72,8 +73,8 @@ std::string toText(const Report& report) {
         totals.frames, totals.bytes, time,
         printable(report.options.file.empty() ? report.options.interface : report.options.file),
         totals.dataMessages, totals.statusFrames, totals.badFrames);
-    for (const SimulatedModule& module : report.simulation.modules()) {
-        const ModuleSettings& settings = module.settings();
+    for (const SimulatedModule& module : report.simulation.getModules()) {
+        const ModuleSettings& settings = module.getSettings();
         text +=
             fmt::format("  {} {:#x} (CM ID {:#x}, serial {}, {}): {} messages on {} {} channels\n",
                         settings.type->name, settings.type->configIdOf(settings.cmId),

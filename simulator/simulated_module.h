@@ -46,10 +46,10 @@ class SimulatedModule {
     std::uint64_t getMessagesSent() const { return sent; }
     std::uint64_t messagesSentOn(std::size_t channel) const { return countOn(channel, sent); }
 
-    const ModuleSettings& settings() const { return module; }
-    const Sender& sender() const { return who; }
+    const ModuleSettings& getSettings() const { return module; }
+    const Sender& getSender() const { return who; }
     const DeviceClock& getClock() const { return deviceClock; }
-    const std::vector<std::uint8_t>& lengths() const { return dataLengths; }
+    const std::vector<std::uint8_t>& getLengths() const { return dataLengths; }
 
   private:
     std::uint64_t countOn(std::size_t channel, std::uint64_t messages) const {

@@ -122,13 +122,13 @@ void Simulation::addStatus(SimulatedModule& module, std::int64_t atNs) {
 void Simulation::addMalformed() {
     malformedOwed -= 1;
     const SimulatedModule& module = all[malformedMade % all.size()];
-    const auto interfaces = module.settings().interfaces();
+    const auto interfaces = module.getSettings().interfaces();
     OutFrame frame;
     frame.kind = FrameKind::Malformed;
     frame.module = indexOf(module);
     frame.due = lastDue;
     const std::uint64_t turn = malformedMade++ / all.size();
-    add(malformed.encode(nextBuffer(), module.sender(), interfaces[turn % interfaces.size()],
+    add(malformed.encode(nextBuffer(), module.getSender(), interfaces[turn % interfaces.size()],
                          module.getClock().reading(stampsSending ? clock.elapsed() : frame.due)),
         frame);
 }

@@ -44,8 +44,8 @@ class Simulation {
     /// `Failure` from the sink, `totals` staying right. `onBatch` is called after each batch.
     void run(const std::atomic<bool>& stop, const std::function<void()>& onBatch);
 
-    const Totals& totals() const { return sum; }
-    const std::vector<SimulatedModule>& modules() const { return all; }
+    const Totals& getTotals() const { return sum; }
+    const std::vector<SimulatedModule>& getModules() const { return all; }
 
   private:
     bool isLimitReached() const { return messagesLeft == 0; }

@@ -47,15 +47,15 @@ const std::wstring* SetupElement::findValue(const std::wstring& key) const {
     return found == places.end() ? nullptr : &content.values[found->second].text;
 }
 
-std::size_t SetupElement::depth() const {
-    return parent == nullptr ? 1 : parent->depth() + 1;
+std::size_t SetupElement::getDepth() const {
+    return parent == nullptr ? 1 : parent->getDepth() + 1;
 }
 
-std::size_t SetupElement::height() const {
+std::size_t SetupElement::getHeight() const {
     std::size_t below = 0;
     for (const List* list : {&content.attributes, &content.children}) {
         for (const auto& element : *list) {
-            below = std::max(below, element->height());
+            below = std::max(below, element->getHeight());
         }
     }
     return below + 1;
@@ -86,7 +86,7 @@ HostResult SetupElement::append(List& list, HostElement* element) {
     if (added->parent != nullptr || isBelow(added)) {
         return fail(HostCode::invalidArgument, "the element hangs in a tree already");
     }
-    if (depth() + added->height() > maxDepth) {
+    if (getDepth() + added->getHeight() > maxDepth) {
         return fail(HostCode::invalidArgument,
                     "a setup document is at most " + std::to_string(maxDepth) + " elements deep");
     }

@@ -104,8 +104,8 @@ class SetupElement final : public Counted<HostElement> {
   private:
     ~SetupElement() override;
 
-    std::size_t depth() const;
-    std::size_t height() const;
+    std::size_t getDepth() const;
+    std::size_t getHeight() const;
     bool isBelow(const SetupElement* other) const;
     CountedRef<SetupElement> copied() const;
     HostResult append(List& list, HostElement* element);

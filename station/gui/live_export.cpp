@@ -56,7 +56,7 @@ QString LiveExport::write(Task& task, const std::atomic<bool>& isStopped) {
     }
     const bool isGood = task.recording->close();
     leftOut += task.recording->getRecordsLost();
-    std::string text = isGood ? fmt::format("{} has {} messages", task.recording->path(),
+    std::string text = isGood ? fmt::format("{} has {} messages", task.recording->getPath(),
                                             task.recording->getRecordsWritten())
                               : task.recording->getErrorText();
     text += leftOut == 0 ? "" : fmt::format("; {} messages aren't in it", leftOut);

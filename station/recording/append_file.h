@@ -117,7 +117,7 @@ class AppendFile {
 
     bool hasFailed() const { return !error.empty(); }
     const std::string& getErrorText() const { return error; }  // empty unless failed
-    const std::string& path() const { return filePath; }
+    const std::string& getPath() const { return filePath; }
 
     /// Records in the file; those that a failure took are `getRecordsLost`.
     std::uint64_t getRecordsWritten() const { return recordsInFile; }

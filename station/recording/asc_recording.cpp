@@ -56,7 +56,7 @@ void putSpacedBytes(LineCursor& line, const std::uint8_t* bytes, std::size_t cou
 void putColumn(LineCursor& line, const std::uint8_t* from, std::ptrdiff_t width) {
     do {
         line.put(' ');
-    } while (line.position() - from < width);
+    } while (line.getPosition() - from < width);
 }
 
 void putAscIdentifier(LineCursor& line, const CanRecord& can) {
@@ -67,7 +67,7 @@ void putAscIdentifier(LineCursor& line, const CanRecord& can) {
 }
 
 void putAscClassic(LineCursor& line, const CanRecord& can) {
-    const std::uint8_t* const from = line.position();
+    const std::uint8_t* const from = line.getPosition();
     putAscIdentifier(line, can);
     putColumn(line, from, 16);
     line.put("Rx   d ");
@@ -76,7 +76,7 @@ void putAscClassic(LineCursor& line, const CanRecord& can) {
 }
 
 void putAscFd(LineCursor& line, const CanRecord& can) {
-    const std::uint8_t* const from = line.position();
+    const std::uint8_t* const from = line.getPosition();
     putAscIdentifier(line, can);
     putColumn(line, from, 43);  // the second column is for a message's symbolic name
     line.put("0 0 ");
@@ -88,7 +88,7 @@ void putAscFd(LineCursor& line, const CanRecord& can) {
 }
 
 void putAscLin(LineCursor& line, const LinRecord& lin) {
-    const std::uint8_t* const from = line.position();
+    const std::uint8_t* const from = line.getPosition();
     line.putHex(lin.id);
     putColumn(line, from, 16);
     line.put("Rx     ");
@@ -196,7 +196,7 @@ void AscRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
         putAscClassic(line, can);
     }
     line.put('\n');
-    file.endRecord(line.position());
+    file.endRecord(line.getPosition());
 }
 
 void AscRecording::complete() {

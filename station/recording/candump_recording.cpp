@@ -17,7 +17,7 @@ constexpr std::size_t longestLine =
 
 std::size_t CandumpRecording::addChannel(const ChannelDescription& channel) {
     if (!accepts(channel.bus)) {
-        throw FileError("Cannot record channel \"" + channel.name + "\" to \"" + path() +
+        throw FileError("Cannot record channel \"" + channel.name + "\" to \"" + getPath() +
                         "\": .log holds CAN only. Record to a .pcapng file for LIN.");
     }
     names.push_back(") " + uniqueNames.add(channel.name) + " ");
@@ -53,7 +53,7 @@ void CandumpRecording::write(std::size_t channel, std::int64_t utcNanoseconds, c
     }
     line.putHexBytes(can.data, can.getFilledLength());
     line.put('\n');
-    file.endRecord(line.position());
+    file.endRecord(line.getPosition());
 }
 
 }  // namespace station

@@ -82,7 +82,7 @@ void CsvRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
         putCsvLin(line, LinRecord(record));
     }
     line.put('\n');
-    file.endRecord(line.position());
+    file.endRecord(line.getPosition());
 }
 
 }  // namespace station

@@ -131,7 +131,7 @@ std::size_t Mf4Recording::addChannel(const ChannelDescription& channel) {
         throw FileError(
             fmt::format("Cannot record channel \"{}\" to \"{}\": .mf4 holds {} "
                         "channels. Record to a .pcapng file too.",
-                        channel.name, path(), mostChannels));
+                        channel.name, getPath(), mostChannels));
     }
     channels.push_back(channel);
     file.addChannel();

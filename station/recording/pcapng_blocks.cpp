@@ -64,7 +64,7 @@ class Cursor {
             putZeros(4 - rest);
         }
     }
-    std::uint8_t* position() const { return at; }
+    std::uint8_t* getPosition() const { return at; }
 
   private:
     template <typename T>
@@ -236,10 +236,10 @@ std::uint8_t* putPacketBlock(std::uint8_t* room, BusType bus, std::size_t interf
     } else {
         data.putBytes(record, size);
     }
-    const auto captured = static_cast<std::size_t>(data.position() - start);
+    const auto captured = static_cast<std::size_t>(data.getPosition() - start);
     data.pad(start);
     const auto total =
-        packetBlockHeader + static_cast<std::size_t>(data.position() - start) + blockEnd;
+        packetBlockHeader + static_cast<std::size_t>(data.getPosition() - start) + blockEnd;
     Cursor cursor(room);
     cursor.put32(6);
     cursor.put32(total);
@@ -249,7 +249,7 @@ std::uint8_t* putPacketBlock(std::uint8_t* room, BusType bus, std::size_t interf
     cursor.put32(captured);
     cursor.put32(captured);
     data.put32(total);
-    return data.position();
+    return data.getPosition();
 }
 
 }  // namespace station

@@ -94,7 +94,7 @@ void Recording::cancel() {
     isCompleted = true;
     if (file.isNew()) {
         std::error_code ignored;
-        std::filesystem::remove(path(), ignored);
+        std::filesystem::remove(getPath(), ignored);
     }
 }
 

@@ -75,7 +75,7 @@ class Recording {
     /// Flushes, waits until the disk has it, and closes. False when the recording has failed.
     bool close();
 
-    const std::string& path() const { return file.path(); }
+    const std::string& getPath() const { return file.getPath(); }
     bool hasFailed() const { return file.hasFailed(); }
     const std::string& getErrorText() const { return file.getErrorText(); }  // empty unless failed
     std::uint64_t getRecordsWritten() const { return file.getRecordsWritten(); }  // are in the file

@@ -73,7 +73,7 @@ RecordingSeries::RecordingSeries(std::string path, bool overwrite, const PartRul
 }
 
 RecordingSeries::RecordingSeries(std::unique_ptr<Recording> recording)
-    : wantedPath(recording->path()),
+    : wantedPath(recording->getPath()),
       part(std::move(recording)),
       partPath(wantedPath),
       partNumber(1) {

@@ -83,7 +83,7 @@ class RecordingSeries {
     std::vector<std::string> takeTexts();
     /// Nothing is written at the moment.
     bool hasFailed() const { return !part || part->hasFailed(); }
-    const std::string& path() const { return wantedPath; }
+    const std::string& getPath() const { return wantedPath; }
     /// Of the part that is or was written last.
     const std::string& getPartPath() const { return partPath; }
     std::size_t getPartCount() const { return partNumber; }

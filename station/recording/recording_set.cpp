@@ -114,7 +114,7 @@ std::vector<RecordingSummary> RecordingSet::summarize() const {
     for (std::size_t i = 0; i < recordings.size(); ++i) {
         const RecordingSeries& recording = *recordings[i];
         const auto channelCounts = recording.getChannelCounts();
-        RecordingSummary summary{.path = recording.path(),
+        RecordingSummary summary{.path = recording.getPath(),
                                  .partPath = recording.getPartPath(),
                                  .parts = recording.getPartCount(),
                                  .format = recording.getFormatName(),
@@ -140,7 +140,7 @@ std::vector<std::string> RecordingSet::thatRefuse(BusType bus) const {
     std::vector<std::string> paths;
     for (const auto& recording : recordings) {
         if (!recording->accepts(bus)) {
-            paths.push_back(recording->path());
+            paths.push_back(recording->getPath());
         }
     }
     return paths;

@@ -61,7 +61,7 @@ class LineCursor {
         std::memcpy(at, &hexPairs[byte * std::size_t{2}], 2);
         at += 2;
     }
-    std::uint8_t* position() const { return at; }
+    std::uint8_t* getPosition() const { return at; }
 
   private:
     static constexpr char digits[] = "0123456789ABCDEF";

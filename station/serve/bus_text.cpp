@@ -32,7 +32,7 @@ void appendFrameText(std::string& text, std::int64_t utcNanoseconds, const CanRe
     line.put(" >");
     line.put(endOfFrameText);
     text.append(reinterpret_cast<const char*>(room.data()),
-                static_cast<std::size_t>(line.position() - room.data()));
+                static_cast<std::size_t>(line.getPosition() - room.data()));
 }
 
 std::optional<std::string> CommandReader::take() {

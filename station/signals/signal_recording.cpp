@@ -158,7 +158,7 @@ void SignalCsvRecording::writeSignals(std::size_t channel, std::int64_t utcNanos
     time.put(cursor, utcNanoseconds);
     lines.clear();
     for (const DecodedSignal& signal : signals) {
-        lines.insert(lines.end(), moment, cursor.position());
+        lines.insert(lines.end(), moment, cursor.getPosition());
         appendText(lines, fields[signal.index]);
         appendValue(lines, signal);
         lines.push_back(',');

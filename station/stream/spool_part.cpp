@@ -29,7 +29,7 @@ SpoolPart::SpoolPart(const std::string& path, std::shared_ptr<Spool> target,
 /// Only now: what the other thread knows to be complete it may remove.
 SpoolPart::~SpoolPart() {
     close();
-    spool->closePart(path());
+    spool->closePart(getPath());
 }
 
 std::size_t SpoolPart::addChannel(const ChannelDescription& channel) {
@@ -108,7 +108,7 @@ void SpoolPart::end(Subject& subject, bool isLastOfSession) {
     const std::uint64_t before = file.getBytesWritten();
     file.appendBlock(std::span(subject.bytes).subspan(from, subject.used - from), subject.channels);
     if (!hasFailed()) {
-        spool->grow(path(), file.getBytesWritten() - before, batch.messages);
+        spool->grow(getPath(), file.getBytesWritten() - before, batch.messages);
     }
     subject.channels.clear();
 }

@@ -34,7 +34,7 @@ class Recordings : public testing::Test {
     /// What the file gained since the last call.
     std::string added() {
         EXPECT_TRUE(recording->flush()) << recording->getErrorText();
-        const std::string all = contentOf(recording->path());
+        const std::string all = contentOf(recording->getPath());
         return all.substr(std::exchange(seen, all.size()));
     }
     static std::string openingError(const std::string& path, bool overwrite = false) {
@@ -88,7 +88,7 @@ TEST_F(Recordings, LyingLengthsAndSizesReadNothingOutsideTheRecord) {
     recording->write(0, messageTime, lin->data(), lin->size());
     EXPECT_EQ(added().size(), 28U + 8U + 8U + 4U);
     EXPECT_TRUE(recording->close());
-    const std::string end = contentOf(recording->path()).substr(seen);
+    const std::string end = contentOf(recording->getPath()).substr(seen);
     ASSERT_EQ(end.size(), 52U) << "the channel's counts";
     EXPECT_EQ(std::pair(end[24], end[36]), std::pair('\2', '\1')) << "came, lost";
 }
