@@ -20,7 +20,7 @@
 namespace station {
 namespace {
 
-constexpr const char* about =
+constexpr const char* collectAbout =
     R"(Makes recordings of what stations stream to a NATS JetStream broker ("run --stream").
 
 Each session of a station becomes DIR/STATION/SESSION.pcapng, in the order of time, when it has ended or
@@ -32,7 +32,7 @@ A batch of messages is acknowledged when it is on the disk. So the same command 
 one ended, whatever ended it, and takes each message once. Batches that are missing in the stream are reported
 of, and the exit code is 1.)";
 
-constexpr const char* examples = R"(
+constexpr const char* collectExamples = R"(
 Examples:
   cmp-station collect nats://broker --out drives
   cmp-station collect nats://broker1,broker2,broker3 --out drives --follow
@@ -200,8 +200,8 @@ CLI::Validator isConsumerName() {
 
 void addCollectCommand(CLI::App& app, Command& chosen) {
     auto arguments = std::make_shared<CollectArguments>();
-    CLI::App* const command = app.add_subcommand("collect", about);
-    command->footer(examples);
+    CLI::App* const command = app.add_subcommand("collect", collectAbout);
+    command->footer(collectExamples);
     addNatsServers(*command, arguments->nats);
     command->add_option("--out", arguments->folder, "Where recordings go; made if it isn't there")
         ->type_name("DIR")

@@ -10,7 +10,7 @@
 namespace station {
 namespace {
 
-constexpr const char* examples = R"(
+constexpr const char* programExamples = R"(
 Examples:
   cmp-station setup new bench.xml
   cmp-station setup add bench.xml --type "CAN combo" --config-id 5 --name Front
@@ -29,7 +29,7 @@ ExitCode executeCommandLine(int argc, char** argv) {
     CLI::App app{"Receives CAN, CAN FD and LIN traffic from Ethernet capture modules.",
                  "cmp-station"};
     app.set_version_flag("--version", "cmp-station " CMP_VERSION);
-    app.footer(examples);
+    app.footer(programExamples);
     app.require_subcommand(1);
     Command command;
     addRunCommand(app, command);

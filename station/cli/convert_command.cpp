@@ -24,7 +24,7 @@
 namespace station {
 namespace {
 
-constexpr const char* about =
+constexpr const char* convertAbout =
     R"(Turns stored frames (.pcap, .pcapng) or recordings of any format into others.
 
 What IN is follows from its contents. Of stored frames the modules are taken from the status messages
@@ -34,7 +34,7 @@ the frames were captured count too. Messages of a recording keep their times.
 
 A file that is torn is converted up to its last whole record.)";
 
-constexpr const char* examples = R"(
+constexpr const char* convertExamples = R"(
 Examples:
   cmp-station convert stored.pcap drive.pcapng drive.log
   cmp-station convert stored.pcapng drive.pcapng --module "CAN combo:5:Front"
@@ -239,8 +239,8 @@ ExitCode convert(const ConvertOptions& options, StopSignal& stop) {
 
 void addConvertCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<ConvertOptions>();
-    CLI::App* const command = app.add_subcommand("convert", about);
-    command->footer(examples);
+    CLI::App* const command = app.add_subcommand("convert", convertAbout);
+    command->footer(convertExamples);
     command
         ->add_option(
             "IN", options->input,

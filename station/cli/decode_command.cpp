@@ -20,7 +20,7 @@
 namespace station {
 namespace {
 
-constexpr const char* about =
+constexpr const char* decodeAbout =
     R"(Writes the signals in the messages of a recording, as databases define them.
 
 A database is a .dbc (CAN, CAN FD) or a .ldf (LIN). It is for all channels of its bus, or with a
@@ -31,7 +31,7 @@ OUT is a table (.csv, a line a signal), or measured values (.mf4, a group a mess
 table goes to standard output. Until it is complete it is OUT.part, and what was there before stays.
 Messages that no database defines are counted and left out.)";
 
-constexpr const char* examples = R"(
+constexpr const char* decodeExamples = R"(
 Examples:
   cmp-station decode drive.pcapng --db powertrain.dbc
   cmp-station decode drive.blf drive.mf4 --db powertrain.dbc --db doors.ldf
@@ -245,8 +245,8 @@ ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
 
 void addDecodeCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<DecodeOptions>();
-    CLI::App* const command = app.add_subcommand("decode", about);
-    command->footer(examples);
+    CLI::App* const command = app.add_subcommand("decode", decodeAbout);
+    command->footer(decodeExamples);
     command
         ->add_option("IN", options->input,
                      "A recording: .pcapng, .blf, .mf4, .log, .asc or .csv, also with .zst behind")

@@ -19,10 +19,10 @@
 namespace station {
 namespace {
 
-constexpr const char* about =
+constexpr const char* dumpAbout =
     "Prints every message of a file, or of one network interface, as text.";
 
-constexpr const char* examples = R"(
+constexpr const char* dumpExamples = R"(
 Examples:
   cmp-station dump stored.pcap --count 10
   cmp-station dump --interface eth1)";
@@ -171,8 +171,8 @@ ExitCode dumpInterface(const DumpOptions& options, StopSignal& stop) {
 
 void addDumpCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<DumpOptions>();
-    CLI::App* const command = app.add_subcommand("dump", about);
-    command->footer(examples);
+    CLI::App* const command = app.add_subcommand("dump", dumpAbout);
+    command->footer(dumpExamples);
     auto* const source = command->add_option_group("source");
     source->add_option("FILE", options->file, "Stored frames, .pcap or .pcapng");
     source->add_option("--interface", options->interface, "Capture on this interface")

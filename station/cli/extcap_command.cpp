@@ -35,7 +35,7 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = Measurement::Clock;
 
-constexpr const char* about =
+constexpr const char* extcapAbout =
     R"(Lets Wireshark and tshark capture from the modules of setups, as from network interfaces.
 
 With --install each module of these setups is among Wireshark's interfaces from then on: a script,
@@ -43,7 +43,7 @@ cmp-station-extcap, in a folder in which Wireshark looks for such programs. Each
 measurement of its own, of the module's used channels, or of all if none is used. All other options
 are for Wireshark, which calls the script with them (its extcap protocol).)";
 
-constexpr const char* examples = R"(
+constexpr const char* extcapExamples = R"(
 Examples:
   cmp-station extcap --install bench.xml
   sudo cmp-station extcap --install /etc/cmp-station/setup.xml \
@@ -308,8 +308,8 @@ ExitCode run(const ExtcapOptions& options, StopSignal& stop) {
 
 void addExtcapCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<ExtcapOptions>();
-    CLI::App* const command = app.add_subcommand("extcap", about);
-    command->footer(examples);
+    CLI::App* const command = app.add_subcommand("extcap", extcapAbout);
+    command->footer(extcapExamples);
     command
         ->add_option("--install", options->install,
                      "Make the modules of these setups interfaces of Wireshark; those that were "

@@ -10,14 +10,14 @@
 namespace station {
 namespace {
 
-constexpr const char* about = "What the stations of a stream say of themselves.";
+constexpr const char* fleetAbout = "What the stations of a stream say of themselves.";
 
 constexpr const char* statusAbout =
     R"(Shows the stations that stream to a broker, each with its session, when it was last heard, messages a
 second, what waits in its spool for the broker, and what it lost. One that wasn't heard for ten seconds is
 marked as stale.)";
 
-constexpr const char* examples = R"(
+constexpr const char* fleetExamples = R"(
 Examples:
   cmp-station fleet status nats://broker
   cmp-station fleet status nats://broker1,broker2,broker3 --json)";
@@ -48,10 +48,10 @@ ExitCode showStatus(const StatusArguments& arguments, StopSignal&) {
 
 void addFleetCommand(CLI::App& app, Command& chosen) {
     auto arguments = std::make_shared<StatusArguments>();
-    CLI::App* const fleet = app.add_subcommand("fleet", about);
+    CLI::App* const fleet = app.add_subcommand("fleet", fleetAbout);
     fleet->require_subcommand(1);
     CLI::App* const command = fleet->add_subcommand("status", statusAbout);
-    command->footer(examples);
+    command->footer(fleetExamples);
     addNatsServers(*command, arguments->nats);
     addNatsOptions(*command, arguments->nats);
     command->add_flag("--json", arguments->json, "Print one JSON object on standard output");

@@ -15,7 +15,8 @@
 namespace station {
 namespace {
 
-constexpr const char* about = R"(Opens the desktop: modules and channels, measurements, live values.
+constexpr const char* guiAbout =
+    R"(Opens the desktop: modules and channels, measurements, live values.
 
 It is a program of its own, cmp-station-gui, beside this one. Where this one has the right to
 capture and its user hasn't (setcap), the desktop inherits it, and of the environment only what names
@@ -66,7 +67,7 @@ ExitCode start(const GuiOptions& options, StopSignal& stop) {
 
 void addGuiCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<GuiOptions>();
-    CLI::App* const command = app.add_subcommand("gui", about);
+    CLI::App* const command = app.add_subcommand("gui", guiAbout);
     command->add_option("--setup", options->setup, "The setup to open")->type_name("FILE");
     command->add_option("--plugin", options->plugin, "The plug-in's module")->type_name("FILE");
     command

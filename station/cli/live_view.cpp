@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* enterSecondScreen = "\033[?1049h\033[?25l";
 constexpr const char* leaveSecondScreen = "\033[?25h\033[?1049l";
-constexpr const char* home = "\033[H";
+constexpr const char* toTopLeft = "\033[H";
 constexpr const char* clearRestOfLine = "\033[K";
 constexpr const char* clearBelow = "\033[J";
 
@@ -125,7 +125,7 @@ void LiveView::draw(const Summary& summary) {
                      messages.end());
     }
     lines.resize(std::min(lines.size(), rows));
-    std::string text = home;
+    std::string text = toTopLeft;
     for (const std::string& line : lines) {
         text += cut(line, size.columns - 1) + clearRestOfLine + "\r\n";
     }

@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* about =
+constexpr const char* pluginsAbout =
     R"(Lists the registered plug-ins, or registers or removes one.
 
 A plug-in is found for this user before all users. Registering for all users needs the right to
@@ -28,7 +28,7 @@ write below /usr/local/share; --user needs none. A plug-in that others than you 
 change is neither registered nor loaded. With a capability of its own (setcap) this program uses
 only what root alone can change, and nothing that is registered for a user.)";
 
-constexpr const char* examples = R"(
+constexpr const char* pluginsExamples = R"(
 Examples:
   cmp-station plugins
   cmp-station plugins --register build/release/bin/cmp_plugin.so --user
@@ -195,8 +195,8 @@ ExitCode plugins(const PluginsOptions& options) {
 
 void addPluginsCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<PluginsOptions>();
-    CLI::App* const command = app.add_subcommand("plugins", about);
-    command->footer(examples);
+    CLI::App* const command = app.add_subcommand("plugins", pluginsAbout);
+    command->footer(pluginsExamples);
     auto* const add = command->add_option("--register", options->add, "Register this module")
                           ->type_name("FILE")
                           ->check(notEmpty());

@@ -28,7 +28,7 @@
 namespace station {
 namespace {
 
-constexpr const char* about =
+constexpr const char* runAbout =
     R"(Captures on all network interfaces, or on those named, until Ctrl-C, SIGTERM or the end of
 --duration. Interfaces that only repeat others, such as bridges, are left out unless they are named;
 those that appear or come up later are captured from then on.
@@ -37,7 +37,7 @@ A setup says what is captured, or the modules named here, all of whose channels 
 TYPE is "CAN combo", "LIN combo" or "NeoviFire3"; CONFIGID is decimal or, after 0x, hexadecimal. The
 plug-in is the registered one, else the one beside this program.)";
 
-constexpr const char* examples = R"(
+constexpr const char* runExamples = R"(
 Examples:
   cmp-station run --setup bench.xml --record drive.pcapng
   cmp-station run --module "CAN combo:5:Front" --module "LIN combo:2"
@@ -348,8 +348,8 @@ ExitCode run(RunOptions& options, StopSignal& stop) {
 
 void addRunCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<RunOptions>();
-    CLI::App* const command = app.add_subcommand("run", about);
-    command->footer(examples);
+    CLI::App* const command = app.add_subcommand("run", runAbout);
+    command->footer(runExamples);
     auto* const setup =
         command->add_option("--setup", options->setup, "The setup: modules, channels, clocks")
             ->type_name("FILE")

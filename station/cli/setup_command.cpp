@@ -21,13 +21,13 @@
 namespace station {
 namespace {
 
-constexpr const char* about =
+constexpr const char* setupAbout =
     R"(Makes and changes a setup file: which modules there are, and which of their channels are used.
 
 MODULE is a module's row number, from 1, or its name. INTERFACE is a channel's interface ID, decimal
 or, after 0x, hexadecimal, or "all". A file is written as a whole; the one before stays as FILE.bak.)";
 
-constexpr const char* examples = R"(
+constexpr const char* setupExamples = R"(
 Examples:
   cmp-station setup new bench.xml
   cmp-station setup add bench.xml --type "CAN combo" --config-id 5 --name Front
@@ -444,8 +444,8 @@ void addStreamAction(CLI::App& setup, const Options& options, Command& chosen) {
 
 void addSetupCommand(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<SetupOptions>();
-    CLI::App* const setup = app.add_subcommand("setup", about);
-    setup->footer(examples);
+    CLI::App* const setup = app.add_subcommand("setup", setupAbout);
+    setup->footer(setupExamples);
     setup->require_subcommand(1);
 
     CLI::App* const create = addAction(*setup, "new", "Makes an empty setup", options);

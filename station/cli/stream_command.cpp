@@ -11,11 +11,11 @@
 namespace station {
 namespace {
 
-constexpr const char* about =
+constexpr const char* streamAbout =
     R"(Sends what "run --stream" has left in its spool, and ends when the brokers have all of it, or by
 Ctrl-C or SIGTERM. Nothing is measured.)";
 
-constexpr const char* examples = R"(
+constexpr const char* streamExamples = R"(
 Examples:
   cmp-station stream nats://broker:4222
   cmp-station stream nats://broker:4222 --station bench-7 --spool /mnt/bench-7/spool)";
@@ -37,8 +37,8 @@ ExitCode send(const StreamArguments& arguments, StopSignal& stop) {
 
 void addStreamCommand(CLI::App& app, Command& chosen) {
     auto arguments = std::make_shared<StreamArguments>();
-    CLI::App* const command = app.add_subcommand("stream", about);
-    command->footer(examples);
+    CLI::App* const command = app.add_subcommand("stream", streamAbout);
+    command->footer(streamExamples);
     addNatsServers(*command, arguments->nats);
     addSendingOptions(*command, *arguments);
     command->callback([arguments, &chosen] {

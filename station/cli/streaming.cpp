@@ -213,10 +213,10 @@ StreamSettings parseStreamSettings(const StreamArguments& arguments) {
 }
 
 void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& stop) {
-    using Clock = std::chrono::steady_clock;
     constexpr auto period = std::chrono::milliseconds(20);
-    const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                        std::chrono::duration<double>(seconds));
+    const auto end = std::chrono::steady_clock::now() +
+                     std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                         std::chrono::duration<double>(seconds));
     const auto reportAll = [&] {
         for (const std::string& text : stream.takeTexts()) {
             view.report(text);
@@ -231,7 +231,8 @@ void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& st
         const bool isAny = stop.isRequested();
         return hadRequest ? stop.isRequestedTwice() : isAny;
     };
-    while (stream.summarize().backlogBytes != 0 && Clock::now() < end && !isRequested()) {
+    while (stream.summarize().backlogBytes != 0 && std::chrono::steady_clock::now() < end &&
+           !isRequested()) {
         std::this_thread::sleep_for(period);
         reportAll();
     }

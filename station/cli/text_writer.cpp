@@ -14,9 +14,9 @@
 namespace station {
 namespace {
 
-constexpr std::size_t mostWaiting = 1024 * 1024;  // bytes
+constexpr std::size_t mostWaitingBytes = 1024 * 1024;
 /// Less than a program that was asked to stop has for it, see `StopSignal`.
-constexpr auto patience = std::chrono::milliseconds(200);
+constexpr auto endPatience = std::chrono::milliseconds(200);
 
 }  // namespace
 
@@ -28,7 +28,7 @@ struct TextWriter::Shared {
 
     void write(int descriptor, std::string text) CMP_EXCLUDES(lock) {
         const LockGuard guard(lock);
-        if (bytes != 0 && bytes + text.size() > mostWaiting) {
+        if (bytes != 0 && bytes + text.size() > mostWaitingBytes) {
             ++notShown;
             return;
         }
@@ -95,7 +95,7 @@ bool TextWriter::isBusy() const {
 void TextWriter::finish() {
     const LockGuard guard(shared->lock);
     while (shared->bytes != 0 &&
-           shared->changed.wait_for(shared->lock, patience) == std::cv_status::no_timeout) {
+           shared->changed.wait_for(shared->lock, endPatience) == std::cv_status::no_timeout) {
     }
 }
 
