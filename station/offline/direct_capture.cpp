@@ -217,8 +217,8 @@ Summary DirectCapture::summarize() {
     summary.startTime = startUtc;
     summary.seconds = secondsSinceStart();
     for (const auto& [name, frames] : reader.getFrameCounts()) {
-        summary.interfaces.push_back({StringHelper::ToWide(name), frames.kept, frames.foreign,
-                                      frames.malformed, frames.dropped});
+        summary.interfaces.push_back({{StringHelper::ToWide(name), frames.kept, frames.foreign,
+                                       frames.malformed, frames.dropped}});
     }
     summary.messages = statisticsOf(reader.getMessageCounts());
     for (const auto& device : modules) {
