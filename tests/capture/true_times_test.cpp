@@ -72,8 +72,8 @@ class TrueTimes : public ::testing::Test {
 
     void passTo(double moment) {
         now = moment;
-        counter.count =
-            std::max<std::uint64_t>(counter.count, firstCount + std::llround(now * 1e9));
+        counter.count = std::max<std::uint64_t>(counter.count,
+                                                firstCount + static_cast<std::uint64_t>(now * 1e9));
         host.clock.seconds = now;
         host.data.position = static_cast<std::int32_t>(now * host.data.sampleRate);
     }

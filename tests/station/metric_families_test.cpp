@@ -9,7 +9,7 @@ TEST(MetricFamilies, EveryCountHasItsNameAndLabels) {
     Summary summary;
     summary.droppedFrames = 101;
     summary.outOfOrder = 102;
-    summary.interfaces = {{L"eth0", 103, 104, 105, 106}, {L"", 107, 0, 0, 0}};
+    summary.interfaces = {{{L"eth0", 103, 104, 105, 106}}, {{L"", 107, 0, 0, 0}}};
     summary.messages = {108, 109, 110, 111, 112, 113, 114, {{0x45, 115}}};
     summary.unused = 116;
     summary.awaitedLeader = "B";
