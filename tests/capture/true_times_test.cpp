@@ -21,8 +21,8 @@ class TrueTimes : public ::testing::Test {
     static constexpr double longestSilence = 0.3;
     static constexpr double mostPpm = 500;
     static constexpr double tolerance = 2 * longestSilence * mostPpm / 1e6;
-    static constexpr double betweenJumps =
-        1.2;  ///< seconds: by then nothing of the line before comes
+    /// Seconds: by then nothing from before a jump still comes.
+    static constexpr double betweenJumps = 1.2;
 
     struct Module {
         CmpDevice* device = nullptr;
@@ -37,9 +37,8 @@ class TrueTimes : public ::testing::Test {
     };
 
     TrueTimes() {
-        counter.onCount = [this] {
-            counter.count += 50;
-        };  // as on a computer, a look takes a moment
+        // As on a computer, a look takes a moment.
+        counter.onCount = [this] { counter.count += 50; };
         manager.SetHost(&host.app);
         port.add("if0", {});
         reader.openInterfaces();
