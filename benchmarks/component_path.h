@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/pcap_frames.h"
 #include "plugin/cmp_plugin_core.h"
 #include "station/host/station_host.h"
-#include "station/offline/stored_frames.h"
 
 /// The whole way over one file through the component and the station: from the stored frame over
 /// the fitted clocks and the bridge into the station's channel buffers, where nobody reads. Capture
@@ -34,18 +34,18 @@ class ComponentPath {
     /// fitted to times that are all different.
     class MovingCounter final : public PerformanceCounter {
       public:
-        explicit MovingCounter(const station::StoredFrames& fileTime) : file(fileTime) {}
+        explicit MovingCounter(const PcapFrames& fileTime) : file(fileTime) {}
         std::uint64_t getCount() const override { return file.getCount() + ++looks; }
         std::uint64_t getFrequency() const override { return file.getFrequency(); }
         std::int64_t getRealNanoseconds() const override { return file.getRealNanoseconds(); }
         void passBy(std::uint64_t nanoseconds) { looks += nanoseconds; }
 
       private:
-        const station::StoredFrames& file;
+        const PcapFrames& file;
         mutable std::uint64_t looks = 0;
     };
 
-    station::StoredFrames frames;
+    PcapFrames frames;
     MovingCounter counter;
     CountedRef<station::StationHost> host;
     InputManagerImpl inputs;

@@ -20,12 +20,12 @@
 
 #include "benchmarks/allocation_count.h"
 #include "benchmarks/component_path.h"
+#include "benchmarks/pcap_frames.h"
 #include "benchmarks/plain_clocks.h"
 #include "benchmarks/stored_traffic.h"
 #include "benchmarks/timing.h"
 #include "bridge/output/plain_output_channel.h"
 #include "capture/cmp_packet_reader.h"
-#include "station/offline/stored_frames.h"
 #include "station/recording/time_merge.h"
 
 namespace {
@@ -172,7 +172,7 @@ class DataPath {
     }
 
   private:
-    station::StoredFrames frames;
+    PcapFrames frames;
     HostRings rings;
     PlainClocks clocks;
     CmpPacketReader reader;
