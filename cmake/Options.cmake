@@ -5,6 +5,12 @@ target_compile_options(cmp_options INTERFACE -Wall -Wextra -Wconversion -Wshadow
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   target_compile_options(cmp_options INTERFACE -Wthread-safety -Wreserved-identifier)
 endif()
+# Without these ccache keeps nothing that was compiled with a precompiled header.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(cmp_options INTERFACE -fpch-preprocess)
+else()
+  target_compile_options(cmp_options INTERFACE "SHELL:-Xclang -fno-pch-timestamp")
+endif()
 if(CMP_WERROR)
   target_compile_options(cmp_options INTERFACE -Werror)
 endif()
@@ -17,14 +23,3 @@ if(CMP_LIBFUZZER)
   target_compile_options(cmp_options INTERFACE -fsanitize=fuzzer-no-link)
   target_link_options(cmp_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
-
-# cmp_test_headers(TARGET): gives it tests/support/test.h, precompiled, before each of its files.
-function(cmp_test_headers target)
-  target_precompile_headers(${target} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/test.h)
-  # Without these ccache keeps nothing that was compiled with it.
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    target_compile_options(${target} PRIVATE -fpch-preprocess)
-  else()
-    target_compile_options(${target} PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
-  endif()
-endfunction()

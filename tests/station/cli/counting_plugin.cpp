@@ -1,5 +1,7 @@
 // The plug-in in a module that keeps the numbers of the events that its host sends it.
 
+#include <vector>
+
 #include "host/implements.h"
 #include "plugin/identity.h"
 #include "plugin/module.h"
