@@ -63,7 +63,7 @@ class ParentControlPtr : public ControlPtr<I> {
 
     RT::Core::ObjectPtr<IControl> findControl(const std::string& name) const {
         return this->object(&IParentControl::findControl,
-                            RT::Core::StringPtr(this->runtime(), name).get());
+                            RT::Core::StringPtr(this->getRuntime(), name).get());
     }
 };
 
@@ -73,7 +73,7 @@ class ContentControlPtr : public ParentControlPtr<I> {
     using ParentControlPtr<I>::ParentControlPtr;
 
     void setXml(const std::string& xml) const {
-        this->call(&IContentControl::setXml, RT::Core::StringPtr(this->runtime(), xml).get());
+        this->call(&IContentControl::setXml, RT::Core::StringPtr(this->getRuntime(), xml).get());
     }
 };
 
@@ -140,8 +140,8 @@ class KVDrawGrid : public ControlPtr<IDrawGrid> {
     }
     void setColumn(std::int32_t index, const std::string& title, std::int32_t cellType,
                    std::int32_t one, std::int32_t width, const std::string& name) const {
-        call(&IDrawGrid::setColumn, index, RT::Core::StringPtr(runtime(), title).get(), cellType,
-             one, width, RT::Core::StringPtr(runtime(), name).get());
+        call(&IDrawGrid::setColumn, index, RT::Core::StringPtr(getRuntime(), title).get(), cellType,
+             one, width, RT::Core::StringPtr(getRuntime(), name).get());
     }
     DrawGridColumn getColumn(std::int32_t index) const {
         return DrawGridColumn(object(&IDrawGrid::getColumn, index));
@@ -184,8 +184,8 @@ class ControlFactory : public RT::Core::ObjectPtr<IControlFactory> {
 
     RT::Core::ObjectPtr<IComponent> create(const std::string& typeName,
                                            const std::string& text) const {
-        return object(&IControlFactory::create, RT::Core::StringPtr(runtime(), typeName).get(),
-                      RT::Core::StringPtr(runtime(), text).get());
+        return object(&IControlFactory::create, RT::Core::StringPtr(getRuntime(), typeName).get(),
+                      RT::Core::StringPtr(getRuntime(), text).get());
     }
 };
 

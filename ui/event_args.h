@@ -26,7 +26,7 @@ class DrawGridCellPropsArgs : public DrawGridEventArgsPtr<IDrawGridCellPropsArgs
     using DrawGridEventArgsPtr::DrawGridEventArgsPtr;
 
     void setText(const std::string& text) const {
-        call(&IDrawGridCellPropsArgs::setText, RT::Core::StringPtr(runtime(), text).get());
+        call(&IDrawGridCellPropsArgs::setText, RT::Core::StringPtr(getRuntime(), text).get());
     }
     void setNumber(double number) const { call(&IDrawGridCellPropsArgs::setNumber, number); }
     /// A number of `CellType`.
@@ -44,7 +44,7 @@ class DrawGridComboItemsArgs : public DrawGridEventArgsPtr<IDrawGridComboItemsAr
     using DrawGridEventArgsPtr::DrawGridEventArgsPtr;
 
     void addItem(const std::string& text) const {
-        call(&IDrawGridComboItemsArgs::addItem, RT::Core::StringPtr(runtime(), text).get());
+        call(&IDrawGridComboItemsArgs::addItem, RT::Core::StringPtr(getRuntime(), text).get());
     }
 };
 
@@ -79,11 +79,12 @@ class DrawGridSetGroupsArgs : public DrawGridEventArgsPtr<IDrawGridSetGroupsArgs
 
     DrawGridGroup addGroup(const std::string& name, std::int32_t row, bool expanded) const {
         return DrawGridGroup(object(&IDrawGridSetGroupsArgs::addGroup,
-                                    RT::Core::StringPtr(runtime(), name).get(), row,
+                                    RT::Core::StringPtr(getRuntime(), name).get(), row,
                                     toHostBool(expanded)));
     }
     void addRow(const std::string& groupName, std::int32_t row) const {
-        call(&IDrawGridSetGroupsArgs::addRow, RT::Core::StringPtr(runtime(), groupName).get(), row);
+        call(&IDrawGridSetGroupsArgs::addRow, RT::Core::StringPtr(getRuntime(), groupName).get(),
+             row);
     }
 };
 

@@ -121,7 +121,7 @@ struct EventSlot {
             throw RT::Core::InvalidParameterException("No subscribe method defined");
         }
         const auto made =
-            makeObject<EventHandlerImpl<Sender, Args>>(owner->runtime(), std::move(handler));
+            makeObject<EventHandlerImpl<Sender, Args>>(owner->getRuntime(), std::move(handler));
         owner->check(subscribeOperation(made.get()));
     }
 };

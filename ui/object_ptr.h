@@ -48,7 +48,7 @@ class ObjectPtr {
     }
 
     explicit operator bool() const { return static_cast<bool>(reference); }
-    const RuntimePtr& runtime() const { return runtimeLibrary; }
+    const RuntimePtr& getRuntime() const { return runtimeLibrary; }
 
     /// The object itself; throws for a null reference.
     I& target() const {

@@ -123,7 +123,7 @@ class OutputChannelImpl final : public OutputChannel {
     void setValueLabels(const std::vector<ValueLabel>& all) override { labels().setAll(all); }
     std::vector<ValueLabel> getValueLabels() const override { return labels().getAll(); }
     void clearValueLabels() override { labels().clear(); }
-    std::int32_t getValueLabelCount() const override { return labels().count(); }
+    std::int32_t getValueLabelCount() const override { return labels().getCount(); }
 
     void setDefaultName(const std::string& name) override;
     bool isAutomaticName() const override { return getName() == defaultName; }

@@ -16,7 +16,7 @@ void write(const CountedRef<HostValueItem>& item, const ValueLabel& label) {
 }  // namespace
 
 void ValueLabelList::add(const ValueLabel& label) const {
-    write(hostObject(list(), &HostValueList::addItem), label);
+    write(hostObject(getList(), &HostValueList::addItem), label);
 }
 
 void ValueLabelList::set(const ValueLabel& label) const {
@@ -39,13 +39,13 @@ FoundValueLabel ValueLabelList::find(std::int32_t value) const {
 
 void ValueLabelList::remove(std::int32_t value) const {
     if (const auto position = positionOf(value)) {
-        callHost(list(), &HostValueList::removeItem, *position);
+        callHost(getList(), &HostValueList::removeItem, *position);
     }
 }
 
 void ValueLabelList::removeAt(std::uint64_t position) const {
     const std::int32_t place = checked(position);
-    callHost(list(), &HostValueList::removeItem, place);
+    callHost(getList(), &HostValueList::removeItem, place);
 }
 
 void ValueLabelList::replaceAt(std::uint64_t position, const ValueLabel& label) const {
@@ -61,7 +61,7 @@ void ValueLabelList::setAll(const std::vector<ValueLabel>& labels) const {
 
 std::vector<ValueLabel> ValueLabelList::getAll() const {
     std::vector<ValueLabel> labels;
-    for (std::int32_t position = 0; position < count(); ++position) {
+    for (std::int32_t position = 0; position < getCount(); ++position) {
         const CountedRef<HostValueItem> item = itemAt(position);
         labels.push_back({hostValue(item, &HostValueItem::getValue),
                           hostTextOf(item, &HostValueItem::getText),
@@ -71,25 +71,25 @@ std::vector<ValueLabel> ValueLabelList::getAll() const {
 }
 
 void ValueLabelList::clear() const {
-    for (std::int32_t position = count(); position > 0; --position) {
-        callHost(list(), &HostValueList::removeItem, position - 1);
+    for (std::int32_t position = getCount(); position > 0; --position) {
+        callHost(getList(), &HostValueList::removeItem, position - 1);
     }
 }
 
-std::int32_t ValueLabelList::count() const {
-    return hostValue(list(), &HostValueList::getCount);
+std::int32_t ValueLabelList::getCount() const {
+    return hostValue(getList(), &HostValueList::getCount);
 }
 
-CountedRef<HostValueList> ValueLabelList::list() const {
+CountedRef<HostValueList> ValueLabelList::getList() const {
     return hostObject(channel, &HostChannel::getValueList);
 }
 
 CountedRef<HostValueItem> ValueLabelList::itemAt(std::int32_t position) const {
-    return hostObject(list(), &HostValueList::getItem, position);
+    return hostObject(getList(), &HostValueList::getItem, position);
 }
 
 std::optional<std::int32_t> ValueLabelList::positionOf(std::int32_t value) const {
-    for (std::int32_t position = 0; position < count(); ++position) {
+    for (std::int32_t position = 0; position < getCount(); ++position) {
         if (hostValue(itemAt(position), &HostValueItem::getValue) == value) {
             return position;
         }
@@ -98,7 +98,7 @@ std::optional<std::int32_t> ValueLabelList::positionOf(std::int32_t value) const
 }
 
 std::int32_t ValueLabelList::checked(std::uint64_t position) const {
-    const std::int32_t labels = count();
+    const std::int32_t labels = getCount();
     if (labels < 0 || position >= static_cast<std::uint64_t>(labels)) {
         throw std::out_of_range("Index out of bounds");
     }

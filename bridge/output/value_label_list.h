@@ -29,10 +29,10 @@ class ValueLabelList {
     void setAll(const std::vector<ValueLabel>& labels) const;
     std::vector<ValueLabel> getAll() const;
     void clear() const;
-    std::int32_t count() const;
+    std::int32_t getCount() const;
 
   private:
-    CountedRef<HostValueList> list() const;
+    CountedRef<HostValueList> getList() const;
     CountedRef<HostValueItem> itemAt(std::int32_t position) const;
     /// Of the first item with that value.
     std::optional<std::int32_t> positionOf(std::int32_t value) const;

@@ -86,7 +86,7 @@ void Workspace::listen() const {
 void Workspace::take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile) {
     setup = std::move(fresh);
     file = std::move(itsFile);
-    savedFingerprint = fingerprint();
+    savedFingerprint = getFingerprint();
     clocksChosen = false;
     feed.begin(Summary());
     isReadingStale = true;
@@ -110,13 +110,13 @@ bool Workspace::save(const std::filesystem::path& path) {
     if (!file.save(getSession(), path)) {
         return false;
     }
-    savedFingerprint = fingerprint();
+    savedFingerprint = getFingerprint();
     clocksChosen = false;
     return true;
 }
 
 /// What the user can change in the windows; the document also holds what the modules report.
-std::string Workspace::fingerprint() const {
+std::string Workspace::getFingerprint() const {
     std::string text;
     for (const Module& module : getSession().getModules()) {
         text += fmt::format("{}\n{}\n{}\n", module.type, module.name, module.configId);
@@ -130,7 +130,7 @@ std::string Workspace::fingerprint() const {
 }
 
 bool Workspace::isModified() {
-    return clocksChosen || fingerprint() != savedFingerprint;
+    return clocksChosen || getFingerprint() != savedFingerprint;
 }
 
 void Workspace::chooseClock(std::size_t module, ClockChoice choice) {

@@ -125,7 +125,7 @@ class Workspace {
     void takeDecoders();
     std::unique_ptr<Setup> makeSetup(const std::filesystem::path& path) const;
     void take(std::unique_ptr<Setup> fresh, SharedSetupFile itsFile);
-    std::string fingerprint() const;
+    std::string getFingerprint() const;
     void matchChannels();
     void setLocked(bool isLocked);
     void reportGaps() const;

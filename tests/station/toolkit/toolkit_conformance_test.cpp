@@ -219,7 +219,7 @@ TEST_P(ToolkitConformance, AnEqualHandlerIsTheOneToUnsubscribe) {
     const BoundHandler<IconButton, NoArgs> other{[&](const auto&, const auto&) { calls += 10; }, 2};
     button.click().subscribe(one);
     button.click().subscribe(other);
-    const auto equal = makeObject<EventHandlerImpl<IconButton, NoArgs>>(button.runtime(), one);
+    const auto equal = makeObject<EventHandlerImpl<IconButton, NoArgs>>(button.getRuntime(), one);
     button.call(&IComponent::unsubscribe, IIconButton::click, equal.get());
     EXPECT_TRUE(rig->press("add"));
     EXPECT_EQ(calls, 10);
