@@ -6,12 +6,15 @@ import os
 import re
 import signal
 import subprocess
+import sys
 import time
 
 import lab
 import traffic
 from case import MODULES, NAMES, RATE, Case, main
 from mf4_reader import Mf4
+
+ANY_CAN_SOCKET = sys.argv.pop(1)
 
 
 class Recordings(Case):
@@ -112,6 +115,16 @@ class Recordings(Case):
         hour = 3600 * 10**9
         early = hour if rows[0].time <= traffic.read_with_python_can(self.asc)[0].time - hour else 0
         self.expect_rows([row._replace(time=row.time + early) for row in rows], numbers, log=True, resolution=1000)
+
+    def test_canplayer_replays_a_log_message_by_message_in_its_order(self):
+        for _, _, log, *_ in self.runs:
+            rows = [line.split() for line in log.read_text().splitlines()]
+            channels = list(dict.fromkeys(row[1] for row in rows))[:20]  # it takes no more
+            lines = [" ".join(row) for row in rows if row[1] in channels]
+            played = subprocess.run(["canplayer", "-t", "-g", "0", *(f"stdout={name}" for name in channels)],
+                                    input="".join(line + "\n" for line in lines), capture_output=True, text=True,
+                                    check=True, env={**os.environ, "LD_PRELOAD": ANY_CAN_SOCKET})
+            self.assertEqual(traffic.first_difference("canplayer", lines, played.stdout.splitlines()), [])
 
     def test_convert_reads_every_format_and_those_of_other_programs(self):
         _, pcapng, log, *_ = self.runs[1]
