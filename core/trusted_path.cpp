@@ -206,6 +206,13 @@ fs::path TrustedPath::opened() const {
     return nameOfOpen(file);
 }
 
+bool TrustedPath::isStillThere() const {
+    struct stat judged {};
+    struct stat named {};
+    return ::fstat(file.get(), &judged) == 0 && ::stat(place.c_str(), &named) == 0 &&
+           judged.st_dev == named.st_dev && judged.st_ino == named.st_ino;
+}
+
 std::string reasonForDistrust(const fs::path& path) {
     return TrustedPath(path, TrustedUsers::User).getRefusal();
 }

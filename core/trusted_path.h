@@ -44,6 +44,8 @@ class TrustedPath {
     const std::filesystem::path& getResolved() const { return place; }
     /// A path that opens the very file that was judged, as long as this lives.
     std::filesystem::path opened() const;
+    /// Whether `getResolved` still leads to that file: for what can only be opened by its name.
+    bool isStillThere() const;
 
   private:
     void walk(const std::filesystem::path& path, const std::vector<uid_t>& users);

@@ -7,7 +7,10 @@
 
 namespace station {
 
-/// By the name without links, as the module itself is to know where it is.
+/// By the name without links, which none but the trusted users can make lead elsewhere. Not by the
+/// descriptor of what was judged: a module finds itself (for its registration) and what it needs
+/// beside it ($ORIGIN) by the name that it was loaded by, and the loader would take two modules
+/// that had one descriptor after the other for one. So it is looked at once more instead.
 void* loadModule(const std::filesystem::path& file, TrustedUsers trusted, const char* what) {
     const auto fail = [&](const std::string& cause) {
         throw PluginError(fmt::format("can't load the {} {}: {}", what, file.string(), cause));
@@ -23,6 +26,9 @@ void* loadModule(const std::filesystem::path& file, TrustedUsers trusted, const 
     void* const handle = ::dlopen(found.getResolved().c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         fail(::dlerror());
+    }
+    if (!found.isStillThere()) {
+        fail("it was exchanged while it was loaded; start again");
     }
     return handle;
 }

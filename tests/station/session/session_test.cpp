@@ -1,7 +1,23 @@
 #include "station/session/session.h"
 
+#include <dlfcn.h>
+
 #include "station/session/coverage.h"
 #include "tests/support/temporary_folder.h"
+
+namespace {
+
+std::function<void()> beforeLoad;
+
+}  // namespace
+
+/// In front of the system's.
+void* dlopen(const char* file, int mode) noexcept {
+    if (beforeLoad) {
+        beforeLoad();
+    }
+    return reinterpret_cast<void* (*)(const char*, int)>(::dlsym(RTLD_NEXT, "dlopen"))(file, mode);
+}
 
 namespace {
 
@@ -65,6 +81,17 @@ TEST_F(SessionTest, ModulesComeAndGoWithTheirChannels) {
     EXPECT_TRUE(session->needsChannels());
     session->matchChannels();
     EXPECT_FALSE(session->needsChannels());
+}
+
+TEST_F(SessionTest, ModuleThatIsExchangedBehindItsCheckIsRefused) {
+    const auto file = folder.path() / "other.so";
+    std::filesystem::copy_file(PLUGIN_FILE, file);
+    beforeLoad = [&] {
+        std::filesystem::remove(file);
+        std::filesystem::copy_file(PLUGIN_FILE, file);
+    };
+    EXPECT_THROW(Session({file, MasterClock::defaultSampleRate, {}}), PluginError);
+    beforeLoad = nullptr;
 }
 
 TEST_F(SessionTest, SharedIdsAreReported) {
