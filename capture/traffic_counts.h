@@ -93,23 +93,34 @@ struct SequenceCounts {
     std::uint64_t missing = 0;  ///< frames that the gaps have skipped, and that didn't come later
     std::uint16_t last = 0;     ///< the counter of the latest frame
     std::uint16_t late = 0;     ///< that of a frame that came behind a later one
+    std::uint64_t absent = 0;   ///< bit i: that of `last` - i was skipped and didn't come later
 
     void note(std::uint16_t counter) {
         const auto skipped = static_cast<std::uint16_t>(counter - last - 1);
         if (frames++ == 0 || skipped == 0) {
             last = counter;
+            absent <<= 1U;
             return;
         }
         ++gaps;
         const auto back = static_cast<std::uint16_t>(last - counter);
         if (back > mostMissing) {
             missing += skipped <= mostMissing ? skipped : 0;
+            absent = skipped < mostKnown ? ((absent << skipped) | ((1ULL << skipped) - 1)) << 1U
+                     : skipped <= mostMissing ? ~1ULL
+                                              : 0;
             last = counter;
         } else if (counter == static_cast<std::uint16_t>(late + 1)) {  // it counts on from there
             last = counter;
+            absent = 0;
         } else {
-            missing -= back != 0 && missing != 0 ? 1 : 0;
+            const std::uint64_t place = back < mostKnown ? 1ULL << back : 0;
+            missing -= (absent & place) != 0 ? 1 : 0;  // else it came twice, or counts from anew
+            absent &= ~place;
             late = counter;
         }
     }
+
+  private:
+    static constexpr std::uint16_t mostKnown = 64;
 };

@@ -129,11 +129,12 @@ std::string jumpsText(const std::string& module, std::uint64_t jumps) {
 }
 
 std::string sequenceText(const std::string& module, const ModuleStatistics& frames) {
-    return fmt::format("the sequence counter of \"{}\" isn't continuous ({}): {}", module,
-                       gapsText(frames),
-                       frames.missingFrames == 0
-                           ? "the module was restarted, or frames came twice or in another order"
-                           : "frames were lost on the way, or the module has several counters");
+    return fmt::format(
+        "the sequence counter of \"{}\" isn't continuous ({}): {}", module, gapsText(frames),
+        frames.missingFrames == 0
+            ? "the module was restarted, or frames came twice or in another order"
+            : "frames were lost on the way, or the module was restarted or has several "
+              "counters");
 }
 
 std::string rivalsText(const Module& module, const SenderStatistics& senders) {
