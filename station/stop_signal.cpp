@@ -85,7 +85,7 @@ bool StopSignal::waitUntil(std::chrono::steady_clock::time_point moment) {
         pollfd watched{request, POLLIN, 0};
         poll(&watched, 1, static_cast<int>(std::min<milliseconds::rep>(left.count(), 60000)));
         if ((watched.revents & POLLIN) != 0) {
-            ++looks;
+            noteLook();
             return true;
         }
         if (steady_clock::now() >= moment) {
@@ -103,24 +103,33 @@ void StopSignal::watch() {
     if (signal == 0) {
         return;
     }
+    noteLook();
     raise(request);
-    int seen = 0;
-    int waited = 0;
     do {
-        seen = looks;
-        waited = patience;
-        if (waitForSignal(waited) != 0) {
+        if (waitForSignal(patienceLeft()) != 0) {
             if (!keepsSecond || hadSecond.exchange(true)) {
                 endProgram();
             }
-            ++looks;
+            noteLook();
         }
         pollfd end{destroyed, POLLIN, 0};
         if (poll(&end, 1, 0) == 1) {
             return;
         }
-    } while (looks != seen || patience != waited);
+    } while (patienceLeft() != 0);
     endProgram();
+}
+
+/// Milliseconds until the program is held up, unless it looks once more.
+int StopSignal::patienceLeft() const {
+    using namespace std::chrono;
+    const milliseconds most(patience);
+    if (most.count() == forever) {
+        return forever;
+    }
+    const auto end = steady_clock::time_point(lastLook) + most;
+    return static_cast<int>(
+        std::max(ceil<milliseconds>(end - steady_clock::now()), milliseconds(0)).count());
 }
 
 /// Its number; 0 after that time, and when the object goes.

@@ -52,6 +52,8 @@ class StopSignal {
     static constexpr int forever = -1;
 
     void watch();
+    void noteLook() { lastLook = std::chrono::steady_clock::now().time_since_epoch(); }
+    int patienceLeft() const;
     int waitForSignal(int milliseconds);
     [[noreturn]] void endProgram();
 
@@ -64,7 +66,7 @@ class StopSignal {
     std::atomic<bool> hadHangup{false};
     std::atomic<bool> keepsSecond{false};
     std::atomic<bool> hadSecond{false};
-    std::atomic<int> looks{0};  ///< how often the program has seen the request
+    std::atomic<std::chrono::steady_clock::duration> lastLook{};  ///< when it saw the request
     std::atomic<const char*> farewell{nullptr};
     std::atomic<int> farewellDescriptor{-1};
     std::thread watcher;
