@@ -20,6 +20,10 @@ inline std::string leftOutText(const std::string& name, const std::vector<std::s
     return text;
 }
 
+inline std::string otherKindText(const std::string& name) {
+    return "interface " + name + " carries no Ethernet frames: nothing is captured on it";
+}
+
 /// What the user must know of the network interfaces, as sentences, until somebody asks. Any
 /// thread; nothing is reported for a frame.
 class CaptureMessages {

@@ -94,6 +94,8 @@ class CapturePort {
     /// The network interfaces of the machine. 0, or -1 on failure.
     virtual std::int32_t findAllDevices(std::vector<CaptureInterface>& devices,
                                         std::string& error) = 0;
+    /// Whether there is one of that name that isn't listed, as it carries no Ethernet frames.
+    virtual bool isOfOtherKind(const std::string&) { return false; }
     /// `timeoutMs` bounds each read. Null on failure.
     virtual std::unique_ptr<CaptureHandle> openLive(const std::string& name,
                                                     std::int32_t snapLength, bool promiscuous,

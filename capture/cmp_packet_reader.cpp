@@ -55,8 +55,10 @@ void CmpPacketReader::openInterfaces() {
     for (const std::string& name : selection) {
         if (std::none_of(found.begin(), found.end(),
                          [&name](const CaptureInterface& device) { return device.name == name; })) {
-            messages.report(name, "there is no Ethernet interface " + name +
-                                      "; it is captured when it appears");
+            messages.report(name, port.isOfOtherKind(name)
+                                      ? otherKindText(name)
+                                      : "there is no Ethernet interface " + name +
+                                            "; it is captured when it appears");
         }
     }
     for (CaptureInterface& device : found) {

@@ -141,13 +141,18 @@ bool LateHandle::look() {
 bool LateHandle::openMissing(const NetworkLinks& present, bool repeatOthers) {
     bool isDone = true;
     for (const auto& [index, link] : present) {
+        const bool isSelected =
+            std::find(selection.begin(), selection.end(), link.name) != selection.end();
+        if (isSelected && !link.isEthernet()) {
+            messages.report(link.name, otherKindText(link.name));
+        }
         if (!link.isEthernet() || IsStopRequested() ||
             ::findRepeated(present, index).empty() == repeatOthers) {
             continue;
         }
         const auto place = captured.find(index);
         if (!selection.empty()) {
-            if (std::find(selection.begin(), selection.end(), link.name) == selection.end()) {
+            if (!isSelected) {
                 continue;
             }
         } else if (const auto repeated = findRepeated(present, index); !repeated.empty()) {

@@ -34,6 +34,15 @@ std::int32_t PcapPort::findAllDevices(std::vector<CaptureInterface>& devices, st
     return isKnown ? 0 : -1;
 }
 
+bool PcapPort::isOfOtherKind(const std::string& name) {
+    NetworkLinks links;
+    std::string error;
+    readNetworkLinks(links, error);
+    return std::any_of(links.begin(), links.end(), [&name](const auto& entry) {
+        return entry.second.name == name && !entry.second.isEthernet();
+    });
+}
+
 std::unique_ptr<CaptureHandle> PcapPort::openLive(const std::string& name, std::int32_t snapLength,
                                                   bool promiscuous, std::int32_t timeoutMs,
                                                   std::string& error) {

@@ -25,6 +25,7 @@ class PcapPort final : public CapturePort {
     PcapPort();
     std::int32_t findAllDevices(std::vector<CaptureInterface>& devices,
                                 std::string& error) override;
+    bool isOfOtherKind(const std::string& name) override;
     std::unique_ptr<CaptureHandle> openLive(const std::string& name, std::int32_t snapLength,
                                             bool promiscuous, std::int32_t timeoutMs,
                                             std::string& error) override;

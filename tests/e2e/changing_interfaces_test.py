@@ -183,6 +183,9 @@ class ChangingInterfaces(Case):
 
         self.capture("--interface", "veth0", "--interface", "late5")  # is waited for
         self.wait_for("there is no Ethernet interface late5; it is captured when it appears")
+        lab.ip("tuntap add late5 mode tun")
+        self.wait_for("interface late5 carries no Ethernet frames: nothing is captured on it")
+        lab.ip("link del late5")
         self.add_link("late5")
         self.wait_for("interface late5 is captured from now on")
         self.send("sim1")
