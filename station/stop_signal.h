@@ -17,6 +17,8 @@ namespace station {
 /// the signals arrive here and nowhere else. SIGPIPE is ignored from then on.
 class StopSignal {
   public:
+    static constexpr auto usualPatience = std::chrono::milliseconds(400);
+
     StopSignal();
     ~StopSignal();
     StopSignal(const StopSignal&) = delete;
@@ -61,7 +63,7 @@ class StopSignal {
     int signals = -1;
     int request = -1;  ///< readable once the request is there
     int destroyed = -1;
-    std::atomic<int> patience{400};  ///< milliseconds
+    std::atomic<int> patience{usualPatience.count()};  ///< milliseconds
     std::atomic<bool> keepsHangups{false};
     std::atomic<bool> hadHangup{false};
     std::atomic<bool> keepsSecond{false};

@@ -40,7 +40,7 @@ Examples:
   cmp-station collect tls://broker --nats-creds me.creds --out drives --format .blf --format .csv)";
 
 constexpr auto progressPeriod = std::chrono::milliseconds(200);
-/// The broker may take that long to answer, and the disk to take some batches.
+/// The disk may take that long to take some batches.
 constexpr auto patience = std::chrono::seconds(10);
 
 struct CollectArguments {
@@ -94,6 +94,44 @@ class CollectView {
     Collector::Clock::time_point next;
 };
 
+/// While the broker is waited for, a stop request ends the program as it does any other: what isn't
+/// acknowledged is given again. All else is brought to its end.
+class InterruptedSource final : public BatchSource {
+  public:
+    InterruptedSource(std::unique_ptr<BatchSource> from, StopSignal& by)
+        : source(std::move(from)), stop(by) {
+        stop.setPatience(patience);
+    }
+    std::vector<StoredBatch> fetch(std::size_t most, std::chrono::milliseconds wait) override {
+        const Wait waiting(stop);
+        return source->fetch(most, std::min(wait, longestFetch));
+    }
+    std::optional<Position> askPosition() override {
+        const Wait waiting(stop);
+        return source->askPosition();
+    }
+    void acknowledge(const StoredBatch& batch) override { source->acknowledge(batch); }
+    bool isServed() const override { return source->isServed(); }
+    std::vector<std::string> takeTexts() override { return source->takeTexts(); }
+
+  private:
+    /// Short beside the patience: the end is to be a tidy one while the broker is well.
+    static constexpr auto longestFetch = std::chrono::milliseconds(150);
+
+    struct Wait {
+        explicit Wait(StopSignal& request) : stop(request) {
+            stop.setPatience(StopSignal::usualPatience);
+        }
+        ~Wait() { stop.setPatience(patience); }
+        Wait(const Wait&) = delete;
+        Wait& operator=(const Wait&) = delete;
+        StopSignal& stop;
+    };
+
+    const std::unique_ptr<BatchSource> source;
+    StopSignal& stop;
+};
+
 std::string nameOf(const std::string& token) {
     return fromToken(token).value_or(token);
 }
@@ -128,11 +166,11 @@ ExitCode collect(const CollectArguments& arguments, StopSignal& stop) {
     const auto module = loadFleetModule();
     const CollectFolder folder(arguments.folder, {arguments.stream, arguments.durable,
                                                   arguments.stations, arguments.from});
-    stop.setPatience(patience);
-    const auto source = module->openBatches(
-        brokers, {arguments.stream, folder.getDurable(), options.recordings.from});
+    InterruptedSource source(module->openBatches(brokers, {arguments.stream, folder.getDurable(),
+                                                           options.recordings.from}),
+                             stop);
     CollectView view(arguments.quiet);
-    Collector collector(*source, folder, options,
+    Collector collector(source, folder, options,
                         [&view](const std::string& text) { view.report(text); });
     std::string failure;
     bool isMore = true;

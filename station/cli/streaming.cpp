@@ -135,8 +135,8 @@ void addStreamOptions(CLI::App& command, StreamArguments& arguments) {
     add("--stream-age", arguments.age, "TIME",
         "Send a batch at the latest when its first message is this old, 200ms by default");
     add("--stream-wait", arguments.wait, "S",
-        "At the end wait for the broker S seconds at most, 5 by default; what it hasn't stored by "
-        "then is sent by the next run")
+        "At the end wait for the broker S seconds at most, 5 by default, or until another Ctrl-C; "
+        "what it hasn't stored by then is sent by the next run")
         ->check(within(0.0, longestWait));
     add("--spool-limit", arguments.spoolLimit, "SIZE",
         "Keep this much there at most, 4GiB by default; beyond that the oldest messages are lost "

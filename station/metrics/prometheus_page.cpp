@@ -6,7 +6,9 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -56,8 +58,20 @@ std::vector<std::string> optionsFor(const std::string& address) {
     return options;
 }
 
+/// Whether it is a connection to the server at that address.
+bool isConnectionTo(int descriptor, const sockaddr_in& server) {
+    sockaddr_in own{};
+    socklen_t size = sizeof own;
+    int listens = 0;
+    socklen_t flagSize = sizeof listens;
+    return ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&own), &size) == 0 &&
+           own.sin_family == AF_INET && own.sin_port == server.sin_port &&
+           ::getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listens, &flagSize) == 0 &&
+           listens == 0;
+}
+
 /// The server sleeps for up to two seconds before it looks whether it is to end, unless somebody
-/// connects.
+/// connects, and waits as long for readers that send or take nothing, unless they are gone.
 class Knocking {
   public:
     explicit Knocking(const std::string& address) : thread([this, address] { run(address); }) {}
@@ -82,6 +96,17 @@ class Knocking {
             // It need not come through: the next one may.
             (void)::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address),
                             sizeof address);
+            sendAway(address);
+        }
+    }
+    static void sendAway(const sockaddr_in& server) {
+        std::error_code error;
+        std::filesystem::directory_iterator entry("/proc/self/fd", error);
+        for (; !error && entry != end(entry); entry.increment(error)) {
+            const int descriptor = std::stoi(entry->path().filename().string());
+            if (isConnectionTo(descriptor, server)) {
+                ::shutdown(descriptor, SHUT_RDWR);
+            }
         }
     }
 

@@ -22,6 +22,8 @@ constexpr auto idlePause = 50ms;
 constexpr auto beatPeriod = 2s;
 constexpr auto notePeriod = 1s;
 constexpr auto endPatience = 3s;
+/// While there is no connection nothing is on the way.
+constexpr auto openPatience = 200ms;
 
 }  // namespace
 
@@ -31,7 +33,9 @@ struct Sender::Shared {
         auto pause = shortestPause;
         while (!isEnding) {
             try {
+                isOpening = true;
                 publisher->open();
+                isOpening = false;
                 send(pause);
                 break;
             } catch (const PublishError& failure) {
@@ -40,9 +44,11 @@ struct Sender::Shared {
                 noteFailure(failure.what(), false);
             }
             publisher->close();
+            spool->saveNote();  // whoever ends it while it connects doesn't wait for it
             waitFor(pause);
             pause = std::min<std::chrono::milliseconds>(2 * pause, longestPause);
         }
+        isOpening = false;
         publisher->close();
         spool->saveNote();
         const LockGuard guard(lock);
@@ -158,6 +164,7 @@ struct Sender::Shared {
     bool isNoteFailureReported = false;
 
     std::atomic<bool> isEnding{false};
+    std::atomic<bool> isOpening{false};
     Mutex lock;
     std::condition_variable_any changed;
     bool isOver CMP_GUARDED_BY(lock) = false;
@@ -188,12 +195,13 @@ std::vector<std::string> Sender::takeTexts() {
 }
 
 void Sender::end() {
-    const auto patience = Clock::now() + endPatience;
+    const auto start = Clock::now();
     const LockGuard guard(shared->lock);
-    shared->isEnding = true;
+    const bool wasEnding = shared->isEnding.exchange(true);
     shared->changed.notify_all();
-    while (!shared->isOver &&
-           shared->changed.wait_until(shared->lock, patience) == std::cv_status::no_timeout) {
+    while (!wasEnding && !shared->isOver &&
+           Clock::now() < start + (shared->isOpening ? openPatience : endPatience)) {
+        shared->changed.wait_for(shared->lock, idlePause);
     }
 }
 

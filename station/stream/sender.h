@@ -36,7 +36,8 @@ class Sender {
     /// What the user must know since the last call: why the engine can't be reached, and that it
     /// can.
     std::vector<std::string> takeTexts();
-    /// Waits for the thread, three seconds at most: one that the system holds up is left to itself.
+    /// Waits for the thread, three seconds at most: one that the system holds up is left to itself,
+    /// and soon one that connects. Once more is nothing.
     void end();
 
   private:
