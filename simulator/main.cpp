@@ -40,25 +40,30 @@ void lookAgainIn(suseconds_t microseconds) {
     setitimer(ITIMER_REAL, &once, nullptr);
 }
 
-/// Some time behind a request to stop: whoever was to read the output may never do so.
-void endIfHeldUp(int) {
-    constexpr suseconds_t period = 100'000;
-    if (!takesNothing(STDOUT_FILENO) && !takesNothing(STDERR_FILENO)) {
-        lookAgainIn(period);
-        return;
-    }
-    constexpr std::string_view text = "cmp-sim: ended, as nobody reads its output\n";
+/// Called by handlers of signals.
+[[noreturn]] void endAtOnce(std::string_view text) {
     if (!takesNothing(STDERR_FILENO)) {
         static_cast<void>(!write(STDERR_FILENO, text.data(), text.size()));
     }
     _exit(static_cast<int>(ExitCode::FailedWhileRunning));
 }
 
+/// Some time behind a request to stop: whoever was to read the output may never do so.
+void endIfHeldUp(int) {
+    constexpr suseconds_t period = 100'000;
+    if (takesNothing(STDOUT_FILENO) || takesNothing(STDERR_FILENO)) {
+        endAtOnce("cmp-sim: ended, as nobody reads its output\n");
+    }
+    lookAgainIn(period);
+}
+
 void stopOnSignals() {
     struct sigaction action {};
     action.sa_handler = [](int) {
         constexpr suseconds_t patience = 300'000;
-        stopRequested = true;
+        if (stopRequested.exchange(true)) {
+            endAtOnce("cmp-sim: ended at once\n");
+        }
         lookAgainIn(patience);
     };
     sigaction(SIGINT, &action, nullptr);
