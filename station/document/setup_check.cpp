@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <optional>
+#include <string_view>
 
 #include "core/parse_number.h"
 #include "core/string_helper.h"
@@ -17,6 +20,8 @@ namespace {
 using Kestrova::Utils::Kcom::StringHelper;
 
 constexpr const wchar_t* configIdKey = L"ConfigId";
+constexpr const wchar_t* clockIdKey = L"ClockId";
+constexpr const wchar_t* channelIdKey = L"ChId";
 constexpr const wchar_t* typeKey = L"DeviceTypeId";
 /// A module whose type the user hasn't chosen yet, which is also what becomes of any other number.
 constexpr const wchar_t* noType = L"Unknown";
@@ -31,11 +36,13 @@ struct NumberKey {
     bool isOfAll;   ///< no two in the whole setup have the same, else no two beside each other
     bool isUnique;  ///< no two have the same at all
 };
-constexpr std::array<NumberKey, 5> numberKeys = {{{L"Id", "Id", false, true},
-                                                  {L"ClockId", "ClockId", false, true},
-                                                  {L"ChId", "ChId", true, true},
+constexpr std::array<NumberKey, 7> numberKeys = {{{L"Id", "Id", false, true},
+                                                  {clockIdKey, "ClockId", false, true},
+                                                  {channelIdKey, "ChId", true, true},
                                                   {configIdKey, "ConfigId", false, true},
-                                                  {typeKey, "DeviceTypeId", false, false}}};
+                                                  {typeKey, "DeviceTypeId", false, false},
+                                                  {L"Color", "Color", false, false},
+                                                  {L"ColorCounter", "ColorCounter", false, false}}};
 
 /// Null if there is none.
 const SetupElement::Value* valueOf(const SetupElement::Content& element, const wchar_t* key) {
@@ -46,6 +53,22 @@ const SetupElement::Value* valueOf(const SetupElement::Content& element, const w
 
 std::optional<std::uint32_t> numberOf(const SetupElement::Value& value) {
     return parseNumber<std::uint32_t>(StringHelper::ToUtf8(value.text));
+}
+
+/// What counts where the number under that key can't be read, where the plug-in doesn't show that:
+/// it takes what the text begins with.
+std::string takenInstead(std::wstring_view key, const std::string& text) {
+    if (key != clockIdKey && key != channelIdKey) {
+        return {};
+    }
+    char* end = nullptr;
+    errno = 0;
+    const long long number = std::strtoll(text.c_str(), &end, 10);
+    const bool isRead = end != text.c_str() && errno == 0;
+    return key == channelIdKey && !isRead
+               ? ": the bus gets another channel"
+               : fmt::format(": it is taken as {}",
+                             isRead ? static_cast<std::uint32_t>(number) : 0);
 }
 
 /// The modules of the plug-in's settings, in their order.
@@ -71,8 +94,8 @@ class Check {
             const auto& content = child->getContent();
             for (const auto& attribute : content.attributes) {
                 if (attribute->getContent().name == L"Id") {
-                    note(places[{content.name, L"@Id"}], "Id", true, attribute->getContent().text,
-                         child->getLine());
+                    note(places[{content.name, L"@Id"}], {L"", "Id", false, true},
+                         attribute->getContent().text, child->getLine());
                 }
             }
             for (const auto& value : content.values) {
@@ -103,8 +126,8 @@ class Check {
         if (key == configIdKey) {  // modules of two types may have the same
             key += typeOf(element);
         }
-        note((known->isOfAll ? placesOfAll : places)[{element.name, key}], known->meaning,
-             known->isUnique, value.text, value.line);
+        note((known->isOfAll ? placesOfAll : places)[{element.name, key}], *known, value.text,
+             value.line);
     }
 
     void noteChannel(const SetupElement::Content& channel) {
@@ -140,17 +163,16 @@ class Check {
         return type != nullptr ? type->text : L"";
     }
 
-    void note(Lines& lines, const char* meaning, bool isUnique, const std::wstring& text,
-              std::size_t line) {
+    void note(Lines& lines, const NumberKey& key, const std::wstring& text, std::size_t line) {
         const std::string plain = StringHelper::ToUtf8(text);
         const auto number = parseNumber<std::uint32_t>(plain);
         if (!number) {
-            faults.push_back(
-                fmt::format("line {}: the {} \"{}\" is no number from 0 on", line, meaning, plain));
+            faults.push_back(fmt::format("line {}: the {} \"{}\" is no number from 0 on{}", line,
+                                         key.meaning, plain, takenInstead(key.key, plain)));
         } else if (const auto [first, isNew] = lines.try_emplace(*number, line);
-                   isUnique && !isNew) {
-            faults.push_back(fmt::format("line {}: the {} {} is that of line {} too", line, meaning,
-                                         *number, first->second));
+                   key.isUnique && !isNew) {
+            faults.push_back(fmt::format("line {}: the {} {} is that of line {} too", line,
+                                         key.meaning, *number, first->second));
         }
     }
 
@@ -196,8 +218,9 @@ std::vector<std::string> findModuleFaults(const SetupElement& settings,
                                          configId->line, StringHelper::ToUtf8(configId->text),
                                          module.configId));
         } else if (number && *number != module.configId) {
-            faults.push_back(fmt::format("line {}: a {} can't have the ConfigId {}", configId->line,
-                                         StringHelper::ToUtf8(module.type), *number));
+            faults.push_back(fmt::format(
+                "line {}: a {} can't have the ConfigId {}: it is taken as {}", configId->line,
+                StringHelper::ToUtf8(module.type), *number, module.configId));
             continue;
         }
         const auto [other, isNew] = first.try_emplace(module.cmId, i);
