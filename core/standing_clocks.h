@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <utility>
@@ -19,13 +20,14 @@ class StandingClocks {
             clocks.resize(module + 1);
         }
         Clock& clock = clocks[module];
-        const double passed = arrival - clock.arrival;
         const double pause = arrival - std::exchange(clock.latest, arrival);
-        if (!clock.isKnown || passed < 0.0 || pause > longestPause ||
+        const double passed = clock.passed + std::clamp(pause, 0.0, longestCounted);
+        if (!clock.isKnown || arrival < clock.arrival || pause > longestPause ||
             std::abs(deviceTime - clock.deviceTime) > leastAdvance * passed + precision) {
-            clock = {deviceTime, arrival, arrival, true, false};
+            clock = {deviceTime, arrival, arrival, 0.0, true, false};
             return false;
         }
+        clock.passed = passed;
         const bool wasStanding = clock.isStanding;
         clock.isStanding = passed >= patience;
         return clock.isStanding && !wasStanding;
@@ -37,6 +39,8 @@ class StandingClocks {
   private:
     static constexpr double patience = 2.0;      ///< seconds
     static constexpr double longestPause = 5.0;  ///< longer ones are a moment that was set
+    /// Of a pause: it may be the clock of the arrivals that was set ahead, and no pause.
+    static constexpr double longestCounted = 1.0;
     static constexpr double leastAdvance = 0.1;  ///< seconds of the device in a second
     static constexpr double precision = 1e-3;    ///< of the times given, in seconds
 
@@ -44,6 +48,7 @@ class StandingClocks {
         double deviceTime = 0.0;  ///< when it advanced last
         double arrival = 0.0;
         double latest = 0.0;  ///< arrival of the latest message that was looked at
+        double passed = 0.0;  ///< since `arrival`, as far as it counts
         bool isKnown = false;
         bool isStanding = false;
     };
