@@ -25,6 +25,7 @@ struct StoredBatch {
     std::int64_t sentTime = 0;              ///< the same, by the station's clock; 0: unknown
     std::uint64_t messages = 0;             ///< as its header says
     bool isEnd = false;                     ///< the last one of the session
+    bool hasOthers = false;                 ///< other sessions of the station weren't over then
     std::string fault;                      ///< why it can't be taken; empty: it can
     std::uint64_t sequence = 0;             ///< its place in the stream
     std::span<const std::uint8_t> payload;  ///< there as long as `owner`

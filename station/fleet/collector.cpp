@@ -25,8 +25,8 @@ constexpr auto slice = 50ms;  // of work on recordings
 constexpr auto lookPeriod = 250ms;
 /// After the last batch of a session, as others of it may be on their way.
 constexpr auto afterEnd = 2s;
-/// Where a newer session has begun and the last batch of this one never came.
-constexpr auto afterNewer = 30s;
+/// Where another session goes on alone and the last batch of this one never came.
+constexpr auto afterOther = 30s;
 constexpr auto longestUnserved = 30s;
 constexpr auto forgetAgain = 10s;  // batches that come again come together
 constexpr auto lastAcknowledgements = 3s;
@@ -187,9 +187,7 @@ void Collector::store(Clock::time_point now) {
             }
             entry.lastArrival = now;
             entry.isTouched = true;
-            entry.firstSequence = entry.firstSequence == 0
-                                      ? batch.sequence
-                                      : std::min(entry.firstSequence, batch.sequence);
+            entry.lastAlone = std::max(entry.lastAlone, batch.hasOthers ? 0 : batch.sequence);
             entry.session->noteSequence(batch.sequence);
             if (!isNew) {
                 entry.lastAgain = now;
@@ -271,7 +269,7 @@ void Collector::settle(Clock::time_point now) {
     if (position && latest->last < position->last) {  // the stream was made again
         for (auto& [key, entry] : sessions) {
             entry.session->forgetSequence();
-            entry.firstSequence = 0;
+            entry.lastAlone = 0;
         }
         lastAtStart.reset();
     }
@@ -313,12 +311,12 @@ bool Collector::isOver(const Key& key, const Entry& entry, Clock::time_point now
     if (session.hasEnd()) {
         return isFinishing || now - entry.lastArrival >= afterEnd;
     }
-    if (!isFinishing && now - entry.lastArrival < afterNewer) {
+    if (!isFinishing && now - entry.lastArrival < afterOther) {
         return false;
     }
     for (auto other = sessions.lower_bound({key.first, ""});
          other != sessions.end() && other->first.first == key.first; ++other) {
-        if (other->first != key && other->second.firstSequence > session.getLastSequence()) {
+        if (other->first != key && other->second.lastAlone > session.getLastSequence()) {
             return true;
         }
     }

@@ -101,10 +101,11 @@ class Collector {
     struct Entry {
         std::unique_ptr<CollectedSession> session;
         Clock::time_point lastArrival;
-        std::uint64_t firstSequence = 0;  ///< that was seen; 0: none
-        Clock::time_point lastAgain;      ///< that a batch came that was there
-        bool isTouched = false;           ///< something of it came in
-        std::uint64_t toldMissing = 0;    ///< batches that are known to be missing
+        /// Of the last batch that was sent when no other session of the station went on; 0: none.
+        std::uint64_t lastAlone = 0;
+        Clock::time_point lastAgain;    ///< that a batch came that was there
+        bool isTouched = false;         ///< something of it came in
+        std::uint64_t toldMissing = 0;  ///< batches that are known to be missing
         std::vector<std::string> recordings;
         std::string error;
         Clock::time_point nextTry;

@@ -92,6 +92,7 @@ std::string readBatch(natsMsg* message, StoredBatch& batch) {
     }
     readHeader(message, header::sentTime, batch.sentTime);
     batch.isEnd = headerOf(message, header::end) == "1";
+    batch.hasOthers = headerOf(message, header::others) == "1";
     return {};
 }
 

@@ -43,6 +43,7 @@ inline constexpr const char* lastTime = "Cmp-Last-Time";    ///< ns since 1970
 inline constexpr const char* messages = "Cmp-Messages";
 inline constexpr const char* sentTime = "Cmp-Sent-Time";  ///< ns since 1970
 inline constexpr const char* end = "Cmp-End";             ///< "1" in the last of a session
+inline constexpr const char* others = "Cmp-Others";       ///< "1" if other sessions aren't over
 }  // namespace header
 
 /// What a station is called unless it is named.

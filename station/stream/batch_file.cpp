@@ -65,6 +65,21 @@ std::optional<BatchExtent> findBatch(const Descriptor& file, std::uint64_t& offs
     return std::nullopt;
 }
 
+std::optional<std::uint64_t> countMessages(const std::filesystem::path& path, std::uint64_t offset,
+                                           std::uint64_t end) {
+    const Descriptor file = openForReading(path);
+    if (!file.isOpen()) {
+        return std::nullopt;
+    }
+    std::uint64_t messages = 0;
+    int failure = 0;
+    while (const auto found = findBatch(file, offset, end, failure)) {
+        messages += found->batch.messages;
+        offset += found->size;
+    }
+    return messages;
+}
+
 bool isEndOfBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t end) {
     std::uint64_t at = 0;
     int failure = 0;

@@ -19,6 +19,10 @@ Descriptor openForReading(const std::filesystem::path& path);
 std::optional<BatchExtent> findBatch(const Descriptor& file, std::uint64_t& offset,
                                      std::uint64_t end, int& failure);
 
+/// The messages of the batches from `offset` to `end`; none if the file can't be opened.
+std::optional<std::uint64_t> countMessages(const std::filesystem::path& path, std::uint64_t offset,
+                                           std::uint64_t end);
+
 /// Whether a whole batch of a file ends there.
 bool isEndOfBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t end);
 

@@ -311,8 +311,9 @@ void NatsPublisher::send(const Batch& batch) {
     for (const auto& [name, value] : headers) {
         status = status == NATS_OK ? natsMsgHeader_Set(made, name, value.c_str()) : status;
     }
-    if (batch.isEnd && status == NATS_OK) {
-        status = natsMsgHeader_Set(made, header::end, "1");
+    for (const auto& [name, isSet] :
+         {std::pair{header::end, batch.isEnd}, {header::others, batch.hasOthers}}) {
+        status = status == NATS_OK && isSet ? natsMsgHeader_Set(made, name, "1") : status;
     }
     if (status == NATS_OK) {
         status = natsConnection_PublishMsg(connection->get(), made);

@@ -17,6 +17,7 @@ struct Batch {
     std::int64_t lastTime = 0;
     std::uint64_t messages = 0;
     bool isEnd = false;                 ///< no other batch of this subject and session follows
+    bool hasOthers = false;             ///< the sender has, or will have, batches of other sessions
     std::vector<std::uint8_t> payload;  ///< a section of a .pcapng that needs no other
 
     /// "SESSION/SUBJECT/NUMBER": the same for the same batch, whoever sends it, and no other's.
@@ -53,7 +54,7 @@ class Publisher {
     /// published again; the engine stores once what it had stored already. Throws `PublishError`.
     virtual void open() = 0;
     /// Begins to send; the batch isn't needed afterwards. False, and nothing is done, while as much
-    /// is on its way as may be. Throws `PublishError`.
+    /// is on its way as may be; what was stored before `open` isn't. Throws `PublishError`.
     virtual bool publish(const Batch& batch) = 0;
     /// How many batches since `open` are stored, counted from the first published one without a
     /// gap. Waits for one more if none has come, `patience` long at most. Throws `PublishError`: no

@@ -25,6 +25,60 @@ constexpr auto endPatience = 3s;
 /// While there is no connection nothing is on the way.
 constexpr auto openPatience = 200ms;
 
+/// The order in which batches are sent since the engine was opened: those of this run go before
+/// those of earlier ones.
+///
+/// One measurement is sent at a time: another one when all in front of it is acknowledged, and the
+/// spool has noted that. So what a broken link or a kill leaves unknown is of one session, which is
+/// that of the engine's last batch, and goes on before any other.
+class NextBatch {
+  public:
+    explicit NextBatch(Spool& source)
+        : spool(source),
+          live{spool.startReading(Spool::Lane::Live)},
+          earlier{spool.startReading(Spool::Lane::Earlier)} {}
+
+    /// Null: there is none, or not before all that is on its way is acknowledged.
+    const Batch* find(bool isAllAcknowledged) {
+        const std::uint64_t current = spool.getCurrent();
+        isResuming = isResuming && fill(earlier) && earlier.getMeasurement() == current;
+        chosen = !isResuming && fill(live) ? &live : &earlier;
+        if (!fill(*chosen) || (chosen->getMeasurement() != current && !isAllAcknowledged)) {
+            return nullptr;
+        }
+        chosen->next.hasOthers = spool.hasOthers(chosen->getMeasurement());
+        return &chosen->next;
+    }
+    // Of what was found.
+    std::uint64_t getMeasurement() const { return chosen->getMeasurement(); }
+    Spool::Place take() {
+        chosen->hasNext = false;
+        return chosen->reader.getPlace();
+    }
+    /// The engine takes no more before it has acknowledged some: all that may be unknown is given.
+    void noteRefused() { isResuming = false; }
+
+    bool isEmpty() const { return !live.hasNext && !earlier.hasNext; }
+
+  private:
+    struct Lane {
+        Spool::Reader reader;
+        Batch next = {};
+        bool hasNext = false;
+
+        std::uint64_t getMeasurement() const { return reader.getPlace().part.measurement; }
+    };
+    bool fill(Lane& lane) {
+        return lane.hasNext = lane.hasNext || spool.read(lane.reader, lane.next);
+    }
+
+    Spool& spool;
+    Lane live;
+    Lane earlier;
+    Lane* chosen = &live;
+    bool isResuming = true;
+};
+
 }  // namespace
 
 struct Sender::Shared {
@@ -65,16 +119,18 @@ struct Sender::Shared {
         std::deque<OnTheWay> onTheWay;
         std::uint64_t acknowledged = 0;
         std::uint64_t messages = 0;
-        Spool::Place place = spool->start();
-        Batch next;
-        bool hasNext = false;
+        NextBatch next(*spool);
         bool isWell = false;
         nextBeat = Clock::now();
         while (!isEnding) {
-            while ((hasNext = hasNext || spool->read(place, next)) && publisher->publish(next)) {
-                hasNext = false;
-                onTheWay.push_back({place, next.messages});
-                noteOnTheWay(messages += next.messages);
+            while (const Batch* const batch = next.find(onTheWay.empty())) {
+                turnTo(next.getMeasurement());
+                if (!publisher->publish(*batch)) {
+                    next.noteRefused();
+                    break;
+                }
+                onTheWay.push_back({next.take(), batch->messages});
+                noteOnTheWay(messages += batch->messages);
             }
             if (onTheWay.empty()) {
                 spool->waitForMore(idlePause);
@@ -89,7 +145,7 @@ struct Sender::Shared {
                 pause = shortestPause;
             }
             // An engine that can be reached may refuse what it is given.
-            if (!isWell && (acknowledged != 0 || (onTheWay.empty() && !hasNext))) {
+            if (!isWell && (acknowledged != 0 || (onTheWay.empty() && next.isEmpty()))) {
                 isWell = true;
                 noteWell();
             }
@@ -98,17 +154,26 @@ struct Sender::Shared {
         lookAround();
     }
 
+    void turnTo(std::uint64_t measurement) CMP_EXCLUDES(lock) {
+        if (measurement != spool->getCurrent()) {
+            noteSaved(spool->turnTo(measurement));
+        }
+    }
+    void noteSaved(bool isSaved) CMP_EXCLUDES(lock) {
+        if (!isSaved && !std::exchange(isNoteFailureReported, true)) {
+            report(
+                "the stream's spool: its note of what is acknowledged can't be written: after "
+                "the next start more is sent again, which the broker knows within its "
+                "duplicate window only; make room");
+        }
+    }
+
     /// What is to be done now and then.
     void lookAround() CMP_EXCLUDES(lock) {
         const auto now = Clock::now();
         if (now >= nextNote) {
             nextNote = now + notePeriod;
-            if (!spool->saveNote() && !std::exchange(isNoteFailureReported, true)) {
-                report(
-                    "the stream's spool: its note of what is acknowledged can't be written: after "
-                    "the next start more is sent again, which the broker knows within its "
-                    "duplicate window only; make room");
-            }
+            noteSaved(spool->saveNote());
         }
         if (beat && (isEnding || now >= nextBeat)) {
             nextBeat = now + beatPeriod;

@@ -11,9 +11,9 @@
 
 namespace station {
 
-/// Sends what is in a spool, oldest first, by a publisher, on a thread of its own: for ever, with
-/// pauses that grow to two seconds while the engine can't be reached. All its operations return at
-/// once but `end`.
+/// Sends what is in a spool by a publisher, on a thread of its own: what this run adds first, and
+/// whenever nothing of that waits what earlier ones have left. For ever, with pauses that grow to
+/// two seconds while the engine can't be reached. All its operations return at once but `end`.
 class Sender {
   public:
     struct State {

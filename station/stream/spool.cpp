@@ -1,12 +1,12 @@
 #include "station/stream/spool.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <limits>
 #include <span>
 #include <system_error>
 #include <utility>
@@ -33,62 +33,92 @@ Spool::Spool(fs::path spoolFolder, const std::string& stationToken, std::uint64_
     noteStation(stationToken);
 }
 
-/// The lock's file has the name of the station whose batches are there.
 void Spool::noteStation(const std::string& stationToken) {
-    std::array<char, 1024> there{};
-    const ssize_t size = ::pread(lockFile.get(), there.data(), there.size(), 0);
-    const std::string owner(there.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+    const std::string owner = readSpoolOwner(lockFile);
     const LockGuard guard(lock);
     if (!owner.empty() && owner != stationToken && !parts.empty()) {
         throw UserError(
             fmt::format("--spool: {} has messages of the station \"{}\" that aren't sent yet; send "
-                        "them as that "
-                        "one (--station), or name another folder",
+                        "them as that one (--station), or name another folder",
                         folder.string(), owner));
     }
-    if (owner != stationToken &&
-        (::ftruncate(lockFile.get(), 0) != 0 ||
-         ::pwrite(lockFile.get(), stationToken.data(), stationToken.size(), 0) < 0)) {
+    if (owner != stationToken && !writeSpoolOwner(lockFile, stationToken)) {
         throw UserError(fmt::format("--spool: {} can't be written: {}",
                                     (folder / spoolLockName).string(), std::strerror(errno)));
     }
 }
 
-/// A power cut or another program may have spoiled it: it is believed if a batch ends there.
+std::set<Spool::Key> Spool::listParts() const {
+    std::set<Key> keys;
+    for (const auto& [key, part] : parts) {
+        keys.insert(keys.end(), key);
+    }
+    return keys;
+}
+
 void Spool::readNote() {
     std::error_code failure;
     if (!fs::exists(folder / spoolNoteName, failure)) {
         return;
     }
-    const auto place = readSpoolNote(folder);
-    bool isBelieved = false;
+    const std::vector<Place> there = readSpoolNote(folder);
+    std::vector<fs::path> done;
+    std::vector<Place> believed;
+    bool isOfThese = false;
     {
         const LockGuard guard(lock);
-        const auto found = place ? parts.find(place->part) : parts.end();
-        isBelieved = found != parts.end() && isEndOfBatch(openForReading(found->second.path),
-                                                          place->offset, found->second.bytes);
-        // Its part may be gone by right, but then those in front of it are too.
-        if (!isBelieved && !parts.empty() && (!place || parts.begin()->first <= place->part)) {
+        isOfThese = progress.load(there, listParts(), [&](const Place& place) CMP_REQUIRES(lock) {
+            const Part& part = parts.at(place.part);
+            return isEndOfBatch(openForReading(part.path), place.offset, part.bytes);
+        });
+        if (!isOfThese && !parts.empty()) {
             texts.push_back(
                 "the stream's spool: its note of what is acknowledged is damaged, or isn't of "
-                "these files: all that is there is sent, also what may be in the stream already");
+                "these files: what it doesn't say is sent, also what may be in the stream already");
+        }
+        believed = progress.list(listParts());
+        for (auto& [key, part] : parts) {
+            part.start = progress.getStart(key);
+        }
+        for (const Place& place : believed) {
+            std::ranges::move(takeDone(place), std::back_inserter(done));
         }
     }
-    if (isBelieved) {
-        noted = *place;
-        acknowledge(noted, 0);
-    } else {  // one of the next parts may get its number
+    std::ranges::for_each(done, [&](const fs::path& path) { remove(path); });
+    // A measurement to come may get the number of one that is gone: its line goes too.
+    if (isOfThese ? !believed.empty() : std::ranges::any_of(believed, &Place::offset)) {
+        writeSpoolNote(folder, believed);
+    } else {
         remove(folder / spoolNoteName);
     }
 }
 
 bool Spool::saveNote() {
-    Place place;
+    std::vector<Place> note;
     {
         const LockGuard guard(lock);
-        place = acknowledgedUpTo;
+        note = progress.list(listParts());
     }
-    return place.part == Key() || writeSpoolNote(folder, place);
+    return note.empty() || writeSpoolNote(folder, note);
+}
+
+std::uint64_t Spool::getCurrent() const {
+    const LockGuard guard(lock);
+    return progress.getCurrent();
+}
+
+bool Spool::turnTo(std::uint64_t measurement) {
+    {
+        const LockGuard guard(lock);
+        progress.setCurrent(measurement);
+    }
+    return saveNote();
+}
+
+bool Spool::hasOthers(std::uint64_t measurement) const {
+    const LockGuard guard(lock);
+    return !parts.empty() && (parts.begin()->first.measurement != measurement ||
+                              parts.rbegin()->first.measurement != measurement);
 }
 
 void Spool::findParts() {
@@ -117,8 +147,7 @@ void Spool::findParts() {
         if (!isPart) {
             texts.push_back(fmt::format("{} can't be read: {}; it is left alone until the next run",
                                         entry.path().string(), std::strerror(readFailure)));
-        } else if (!parts.emplace(*key, Part{entry.path(), bytes, std::nullopt, true, true})
-                        .second) {
+        } else if (!parts.emplace(*key, Part{entry.path(), bytes, 0, std::nullopt, true}).second) {
             texts.push_back(
                 fmt::format("{} has the numbers of another part of the spool, and is left alone",
                             entry.path().string()));
@@ -128,6 +157,7 @@ void Spool::findParts() {
         throw UserError(
             fmt::format("--spool: {} can't be read: {}", folder.string(), failure.message()));
     }
+    firstLive = latestMeasurement + 1;
 }
 
 std::string Spool::nameNext() {
@@ -147,7 +177,7 @@ void Spool::addPart(const std::string& path) {
         throw FileError(fmt::format("{} is no name of a part of a spool", path));
     }
     const LockGuard guard(lock);
-    parts[*key] = {path, 0, 0, false};
+    parts[*key] = {path, 0, 0, 0, false};
 }
 
 void Spool::grow(const std::string& path, std::uint64_t bytes, std::uint64_t messages) {
@@ -181,9 +211,7 @@ void Spool::closePart(const std::string& path) {
         found->second.isClosed = true;
         hasMore = true;
         changed.notify_all();
-        const bool isDone =
-            acknowledgedUpTo.part == key && acknowledgedUpTo.offset >= found->second.bytes;
-        if (found->second.bytes != 0 && !isDone) {
+        if (progress.getStart(key) < found->second.bytes) {
             return;
         }
         parts.erase(found);
@@ -199,15 +227,6 @@ std::uint64_t Spool::sumBytes() const {
     return sum;
 }
 
-/// Where what isn't acknowledged begins in it.
-std::uint64_t Spool::startOf(const Key& key) const {
-    return key == acknowledgedUpTo.part ? acknowledgedUpTo.offset : 0;
-}
-
-std::uint64_t Spool::acknowledgedOf(const Key& key) const {
-    return key == acknowledgedUpTo.part ? acknowledgedOfPart : 0;
-}
-
 void Spool::dropOldest() {
     for (;;) {
         Key key;
@@ -220,31 +239,16 @@ void Spool::dropOldest() {
             }
             key = parts.begin()->first;
             part = parts.begin()->second;
-            acknowledged = acknowledgedOf(key);
+            acknowledged = progress.getMessages(key);
             parts.erase(parts.begin());
         }
         const std::uint64_t messages =
-            part.messages ? *part.messages : countMessages(key, part).value_or(1);
+            part.messages ? *part.messages
+                          : countMessages(part.path, part.start, part.bytes).value_or(1);
         remove(part.path);
         const LockGuard guard(lock);
         lostMessages += messages - std::min(messages, acknowledged);
     }
-}
-
-/// Those that weren't acknowledged when the spool was opened; none if it can't be opened.
-std::optional<std::uint64_t> Spool::countMessages(const Key& key, const Part& part) const {
-    const Descriptor file = openForReading(part.path);
-    if (!file.isOpen()) {
-        return std::nullopt;
-    }
-    std::uint64_t offset = key == noted.part ? noted.offset : 0;
-    std::uint64_t messages = 0;
-    int failure = 0;
-    while (const auto found = findBatch(file, offset, part.bytes, failure)) {
-        messages += found->batch.messages;
-        offset += found->size;
-    }
-    return messages;
 }
 
 void Spool::countOld() {
@@ -260,7 +264,7 @@ void Spool::countOld() {
             part = found->second;
         }
         if (!part.messages) {
-            const auto messages = countMessages(last, part);
+            const auto messages = countMessages(part.path, part.start, part.bytes);
             const LockGuard guard(lock);
             if (const auto found = parts.find(last); found != parts.end()) {
                 found->second.messages = messages;
@@ -269,77 +273,90 @@ void Spool::countOld() {
     }
 }
 
-Spool::Place Spool::start() {
+Spool::Reader Spool::startReading(Lane lane) const {
     const LockGuard guard(lock);
-    readKey = acknowledgedUpTo.part;
-    readFile = Descriptor();
-    readMessages = acknowledgedOfPart;
-    return acknowledgedUpTo;
+    Reader reader;
+    if (lane == Lane::Live) {
+        reader.place.part.measurement = firstLive;
+        reader.end = std::numeric_limits<std::uint64_t>::max();
+    } else {
+        const std::uint64_t current = progress.getCurrent();
+        reader.rest = current < firstLive ? current : 0;
+        reader.place.part.measurement = reader.rest;
+        reader.end = firstLive;
+    }
+    return reader;
 }
 
-bool Spool::read(Place& place, Batch& batch) {
-    for (;;) {
-        Part part;
-        {
-            const LockGuard guard(lock);
-            const auto found = parts.lower_bound(place.part);
-            if (found == parts.end()) {
-                return false;
-            }
-            if (found->first != place.part) {
-                place = {found->first, startOf(found->first)};
-            }
-            part = found->second;
-        }
-        if (readKey != place.part) {
-            readFile = Descriptor();
-            readKey = place.part;
-            readMessages = 0;
-        }
+/// The part that it is in, or the next one.
+bool Spool::findPart(Reader& reader, Part& part) const {
+    const LockGuard guard(lock);
+    auto found = parts.lower_bound(reader.place.part);
+    if (reader.rest != 0 && (found == parts.end() || found->first.measurement >= reader.end)) {
+        reader.end = std::exchange(reader.rest, 0);
+        found = parts.begin();
+    }
+    if (found == parts.end() || found->first.measurement >= reader.end) {
+        return false;
+    }
+    if (found->first != reader.part) {
+        reader.part = found->first;
+        reader.place = {found->first, progress.getStart(found->first)};
+        reader.file = Descriptor();
+        reader.messages = progress.getMessages(found->first);
+    }
+    part = found->second;
+    return true;
+}
+
+bool Spool::read(Reader& reader, Batch& batch) {
+    Place& place = reader.place;
+    for (Part part; findPart(reader, part);) {
         if (place.offset >= part.bytes) {
             if (!part.isClosed) {
                 return false;
             }
-            noteAllRead(place.part);
+            noteAllRead(reader);
             ++place.part.part;
             place.offset = 0;
             continue;
         }
-        if (!readFile.isOpen()) {
-            readFile = openForReading(part.path);
+        if (!reader.file.isOpen()) {
+            reader.file = openForReading(part.path);
         }
-        int failure = readFile.isOpen() ? 0 : errno;
+        int failure = reader.file.isOpen() ? 0 : errno;
         if (failure == ENOENT) {
             noteDeleted(place.part);
             continue;
         }
         std::uint64_t at = place.offset;
-        auto found = failure == 0 ? findBatch(readFile, at, part.bytes, failure) : std::nullopt;
+        auto found = failure == 0 ? findBatch(reader.file, at, part.bytes, failure) : std::nullopt;
         if (found) {
             found->batch.payload.resize(found->size);
             std::span<std::uint8_t> payload = found->batch.payload;
-            failure = readAt(readFile, at, payload);
+            failure = readAt(reader.file, at, payload);
         }
         if (failure != 0) {
-            noteUnreadable(part.path, failure);
+            noteUnreadable(reader, part.path, failure);
             return false;
         }
         if (at != place.offset) {
-            noteDamage(place, at, !found && isTornBatch(readFile, place.offset, part.bytes));
+            noteDamage(reader, at, !found && isTornBatch(reader.file, place.offset, part.bytes));
         }
         place.offset = at;
         if (found) {
             batch = std::move(found->batch);
-            readMessages += batch.messages;
+            reader.messages += batch.messages;
             place.offset += found->size;
             return true;
         }
     }
+    return false;
 }
 
 /// What can't be read now may be read later: nothing is given up for it.
-void Spool::noteUnreadable(const fs::path& path, int errorNumber) {
-    readFile = Descriptor();
+void Spool::noteUnreadable(Reader& reader, const fs::path& path, int errorNumber) {
+    reader.file = Descriptor();
     const LockGuard guard(lock);
     if (std::exchange(unreadable, path) != path) {
         texts.push_back(fmt::format("the stream's spool: {} can't be read: {}; it is tried again",
@@ -354,7 +371,7 @@ void Spool::noteDeleted(const Key& key) {
     if (found == parts.end()) {
         return;  // it had to go meanwhile
     }
-    const std::uint64_t acknowledged = acknowledgedOf(key);
+    const std::uint64_t acknowledged = progress.getMessages(key);
     const std::uint64_t messages = found->second.messages.value_or(acknowledged + 1);  // at least
     lostMessages += messages - std::min(messages, acknowledged);
     texts.push_back(
@@ -365,7 +382,8 @@ void Spool::noteDeleted(const Key& key) {
 }
 
 /// A killed process may leave a torn batch at the end of a part, a power cut also other bytes.
-void Spool::noteDamage(const Place& from, std::uint64_t to, bool isTorn) {
+void Spool::noteDamage(const Reader& reader, std::uint64_t to, bool isTorn) {
+    const Place& from = reader.place;
     fs::path done;
     {
         const LockGuard guard(lock);
@@ -378,11 +396,11 @@ void Spool::noteDamage(const Place& from, std::uint64_t to, bool isTorn) {
                         "batch and were left out",
                         to - from.offset, found->second.path.filename().string(), from.offset));
         Part& part = found->second;
-        lostMessages += part.isOld && !isTorn ? 1 : 0;  // at least
+        lostMessages += from.part.measurement < firstLive && !isTorn ? 1 : 0;  // at least
         if (to >= part.bytes && part.isClosed) {
-            countUnread(part);
+            countUnread(part, reader.messages);
             part.bytes = from.offset;
-            if (acknowledgedUpTo.part == from.part && acknowledgedUpTo.offset >= part.bytes) {
+            if (progress.getStart(from.part) >= part.bytes) {
                 done = part.path;
                 parts.erase(found);
             }
@@ -393,19 +411,19 @@ void Spool::noteDamage(const Place& from, std::uint64_t to, bool isTorn) {
     }
 }
 
-void Spool::noteAllRead(const Key& key) {
+void Spool::noteAllRead(const Reader& reader) {
     const LockGuard guard(lock);
-    if (const auto found = parts.find(key); found != parts.end()) {
-        countUnread(found->second);
+    if (const auto found = parts.find(reader.part); found != parts.end()) {
+        countUnread(found->second, reader.messages);
     }
 }
 
 /// What a part of this run had, and couldn't be read, is lost.
-void Spool::countUnread(Part& part) {
+void Spool::countUnread(Part& part, std::uint64_t messagesRead) {
     if (part.messages) {
         std::uint64_t& messages = *part.messages;
-        lostMessages += messages - std::min(messages, readMessages);
-        messages = std::min(messages, readMessages);
+        lostMessages += messages - std::min(messages, messagesRead);
+        messages = std::min(messages, messagesRead);
     }
 }
 
@@ -418,23 +436,22 @@ void Spool::acknowledge(const Place& end, std::uint64_t messages) {
             // It was on its way when its part had to go.
             lostMessages -= std::min(lostMessages, messages);
         }
-        if (acknowledgedUpTo.part != end.part) {
-            acknowledgedOfPart = 0;
-        }
-        acknowledgedOfPart += messages;
-        acknowledgedUpTo = end;
-        while (!parts.empty()) {
-            const auto& [key, part] = *parts.begin();
-            if (!part.isClosed || key > end.part || (key == end.part && end.offset < part.bytes)) {
-                break;
-            }
-            done.push_back(part.path);
-            parts.erase(parts.begin());
-        }
+        progress.acknowledge(end, messages);
+        done = takeDone(end);
     }
-    for (const fs::path& path : done) {
-        remove(path);
+    std::ranges::for_each(done, [&](const fs::path& path) { remove(path); });
+}
+
+/// The parts of a measurement that have nothing behind that place.
+std::vector<fs::path> Spool::takeDone(const Place& end) {
+    std::vector<fs::path> done;
+    auto next = parts.lower_bound({end.part.measurement, 0});
+    while (next != parts.end() && next->first <= end.part && next->second.isClosed &&
+           (next->first != end.part || next->second.bytes <= end.offset)) {
+        done.push_back(next->second.path);
+        next = parts.erase(next);
     }
+    return done;
 }
 
 void Spool::remove(const fs::path& path) {
@@ -459,9 +476,9 @@ Spool::Counts Spool::getCounts() const {
     const LockGuard guard(lock);
     Counts counts;
     for (const auto& [key, part] : parts) {
-        const std::uint64_t before = acknowledgedOf(key);
+        const std::uint64_t before = progress.getMessages(key);
         counts.messages += part.messages.value_or(before) - before;
-        counts.bytes += part.bytes - std::min(part.bytes, startOf(key));
+        counts.bytes += part.bytes - std::min(part.bytes, progress.getStart(key));
     }
     counts.acknowledged = acknowledgedMessages;
     counts.lost = lostMessages;

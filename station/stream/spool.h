@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,15 +14,17 @@
 #include "core/mutex.h"
 #include "station/stream/publisher.h"
 #include "station/stream/spool_folder.h"
+#include "station/stream/spool_progress.h"
 
 namespace station {
 
 /// A folder with the batches that aren't acknowledged: parts, each a file of batches one behind the
-/// other, and a note of how far the oldest of them is acknowledged.
+/// other, and a note of how far each measurement is acknowledged.
 ///
 /// A thread that records adds to the end (`addPart` to `closePart`), another one takes from the
-/// beginning (`read`, `acknowledge`, `saveNote`). They share the list of parts under a lock that is
-/// held for no access to the disk once this is made. The folder is locked against another program.
+/// beginning (`read`, `acknowledge`, `saveNote`): from what this run adds, and from what earlier
+/// ones have left. They share the list of parts under a lock that is held for no access to the disk
+/// once this is made. The folder is locked against another program.
 ///
 /// When the parts take more than the limit, the oldest of them goes, but for the one that is being
 /// written; what it had is counted.
@@ -29,6 +32,22 @@ class Spool {
   public:
     using Key = SpoolKey;
     using Place = SpoolPlace;
+    enum class Lane : std::uint8_t { Live, Earlier };  ///< of this run; of those before
+    /// Goes through the batches of a lane. The other thread's own.
+    class Reader {
+      public:
+        /// Behind the batch that was read last.
+        const Place& getPlace() const { return place; }
+
+      private:
+        friend Spool;
+        Place place;
+        std::uint64_t end = 0;   ///< measurements up to there
+        std::uint64_t rest = 0;  ///< then from the first one up to there
+        Key part;                ///< that is being read
+        Descriptor file;
+        std::uint64_t messages = 0;  ///< read of it, those included that were acknowledged
+    };
     struct Counts {
         std::uint64_t messages = 0;      ///< that are not acknowledged
         std::uint64_t bytes = 0;         ///< of them
@@ -62,15 +81,23 @@ class Spool {
 
     /// Counts the messages of parts that were there before: reads the headers of all batches.
     void countOld() CMP_EXCLUDES(lock);
-    /// Behind what is acknowledged: to be read from there.
-    Place start() CMP_EXCLUDES(lock);
-    /// The batch behind `place`, or the oldest if that is gone, and goes on to its end. False if
-    /// there is none yet. What is damaged or deleted is left out, reported, and counted: exactly
-    /// if it was known, else as one message at least.
-    bool read(Place& place, Batch& batch) CMP_EXCLUDES(lock);
-    /// All up to there; the batch that ends there had so many messages. Parts that aren't needed
-    /// any more are removed.
+    /// Behind what is acknowledged. Earlier measurements: first the one that was being sent, then
+    /// those behind it, and those in front of it.
+    Reader startReading(Lane lane) const CMP_EXCLUDES(lock);
+    /// The next batch of the lane, or the one behind it if that is gone. False if there is none
+    /// yet. What is damaged or deleted is left out, reported, and counted: exactly if it was known,
+    /// else as one message at least.
+    bool read(Reader& reader, Batch& batch) CMP_EXCLUDES(lock);
+    /// All of its measurement up to there; the batch that ends there had so many messages. Parts
+    /// that aren't needed any more are removed.
     void acknowledge(const Place& end, std::uint64_t messages) CMP_EXCLUDES(lock);
+    /// The measurement that is being sent; 0: not known.
+    std::uint64_t getCurrent() const CMP_EXCLUDES(lock);
+    /// From here on that one is sent, and nothing else that isn't acknowledged. Noted, so that the
+    /// next run begins with it. False: that can't be written.
+    bool turnTo(std::uint64_t measurement) CMP_EXCLUDES(lock);
+    /// Whether there is something of another measurement, or it is being recorded.
+    bool hasOthers(std::uint64_t measurement) const CMP_EXCLUDES(lock);
     /// So that a next run begins there; a killed one may begin earlier. False: it can't be written.
     bool saveNote() CMP_EXCLUDES(lock);
     /// Until more was added since the last call, for that long at most.
@@ -86,42 +113,38 @@ class Spool {
     struct Part {
         std::filesystem::path path;
         std::uint64_t bytes = 0;
+        std::uint64_t start = 0;                ///< behind what was acknowledged when it was added
         std::optional<std::uint64_t> messages;  ///< not acknowledged when it was added
         bool isClosed = true;
-        bool isOld = false;  ///< of an earlier run
     };
 
     void noteStation(const std::string& stationToken);
     void findParts();
     void readNote() CMP_EXCLUDES(lock);
-    std::optional<std::uint64_t> countMessages(const Key& key, const Part& part) const;
     std::uint64_t sumBytes() const CMP_REQUIRES(lock);
     void dropOldest() CMP_EXCLUDES(lock);
-    void noteUnreadable(const std::filesystem::path& path, int errorNumber) CMP_EXCLUDES(lock);
+    bool findPart(Reader& reader, Part& part) const CMP_EXCLUDES(lock);
+    void noteUnreadable(Reader& reader, const std::filesystem::path& path, int errorNumber)
+        CMP_EXCLUDES(lock);
     void noteDeleted(const Key& key) CMP_EXCLUDES(lock);
-    void noteDamage(const Place& from, std::uint64_t to, bool isTorn) CMP_EXCLUDES(lock);
-    void noteAllRead(const Key& key) CMP_EXCLUDES(lock);
-    void countUnread(Part& part) CMP_REQUIRES(lock);
+    void noteDamage(const Reader& reader, std::uint64_t to, bool isTorn) CMP_EXCLUDES(lock);
+    void noteAllRead(const Reader& reader) CMP_EXCLUDES(lock);
+    void countUnread(Part& part, std::uint64_t messagesRead) CMP_REQUIRES(lock);
     void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
-    std::uint64_t startOf(const Key& key) const CMP_REQUIRES(lock);
-    std::uint64_t acknowledgedOf(const Key& key) const CMP_REQUIRES(lock);
+    std::set<Key> listParts() const CMP_REQUIRES(lock);
+    std::vector<std::filesystem::path> takeDone(const Place& end) CMP_REQUIRES(lock);
 
     const std::filesystem::path folder;
     const std::uint64_t limit;
     Descriptor lockFile;
     std::uint64_t latestMeasurement = 0;
-    Place noted;  ///< of the note, if it is believed; constant after construction
-
-    Descriptor readFile;             ///< these are the other thread's own
-    Key readKey;                     ///< of that file
-    std::uint64_t readMessages = 0;  ///< of it, those included that were acknowledged
+    std::uint64_t firstLive = 0;  ///< measurement of this run; constant after construction
 
     mutable Mutex lock;
     std::condition_variable_any changed;
     bool hasMore CMP_GUARDED_BY(lock) = false;
     std::map<Key, Part> parts CMP_GUARDED_BY(lock);
-    Place acknowledgedUpTo CMP_GUARDED_BY(lock);
-    std::uint64_t acknowledgedOfPart CMP_GUARDED_BY(lock) = 0;  ///< messages, since it was made
+    SpoolProgress progress CMP_GUARDED_BY(lock);
     std::uint64_t acknowledgedMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostReported CMP_GUARDED_BY(lock) = 0;

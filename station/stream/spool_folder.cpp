@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -50,24 +52,39 @@ Descriptor lockSpool(const std::filesystem::path& folder) {
     return file;
 }
 
-std::optional<SpoolPlace> readSpoolNote(const std::filesystem::path& folder) {
-    std::ifstream file(folder / spoolNoteName);
-    std::string name;
-    SpoolPlace place;
-    if (!(file >> name >> place.offset)) {
-        return std::nullopt;
-    }
-    const auto key = spoolKeyOf(name);
-    place.part = key.value_or(SpoolKey());
-    return key ? std::optional(place) : std::nullopt;
+std::string readSpoolOwner(const Descriptor& lockFile) {
+    std::array<char, 1024> there{};
+    const ssize_t size = ::pread(lockFile.get(), there.data(), there.size(), 0);
+    return {there.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
 }
 
-bool writeSpoolNote(const std::filesystem::path& folder, const SpoolPlace& place) {
+bool writeSpoolOwner(const Descriptor& lockFile, const std::string& stationToken) {
+    return ::ftruncate(lockFile.get(), 0) == 0 &&
+           ::pwrite(lockFile.get(), stationToken.data(), stationToken.size(), 0) >= 0;
+}
+
+std::vector<SpoolPlace> readSpoolNote(const std::filesystem::path& folder) {
+    std::ifstream file(folder / spoolNoteName);
+    std::vector<SpoolPlace> places;
+    for (std::string name; file >> name;) {
+        const auto key = spoolKeyOf(name);
+        std::uint64_t offset = 0;
+        if (!key || !(file >> offset)) {
+            return {};
+        }
+        places.push_back({*key, offset});
+    }
+    return places;
+}
+
+bool writeSpoolNote(const std::filesystem::path& folder, const std::vector<SpoolPlace>& places) {
     const std::filesystem::path next = folder / fmt::format("{}.new", spoolNoteName);
     {
         std::ofstream file(next, std::ios::trunc);
-        file << fmt::format("{:08}-acknowledged-{:04}{} {}\n", place.part.measurement,
-                            place.part.part, spoolPartEnding, place.offset);
+        for (const SpoolPlace& place : places) {
+            file << fmt::format("{:08}-acknowledged-{:04}{} {}\n", place.part.measurement,
+                                place.part.part, spoolPartEnding, place.offset);
+        }
         if (!file.flush()) {
             return false;
         }

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "core/descriptor.h"
 
@@ -34,9 +36,16 @@ std::optional<SpoolKey> spoolKeyOf(const std::filesystem::path& path);
 /// can't be written.
 Descriptor lockSpool(const std::filesystem::path& folder);
 
-/// None if it is damaged, or can't be read.
-std::optional<SpoolPlace> readSpoolNote(const std::filesystem::path& folder);
+/// The lock's file has the name of the station whose batches are there; empty: none yet.
+std::string readSpoolOwner(const Descriptor& lockFile);
+/// False, and `errno`: it can't be written.
+bool writeSpoolOwner(const Descriptor& lockFile, const std::string& stationToken);
+
+/// For each measurement that had parts, or was sent, up to where it is acknowledged: a line each,
+/// the last of which is the one that was being sent. Empty if the note is damaged, or can't be
+/// read.
+std::vector<SpoolPlace> readSpoolNote(const std::filesystem::path& folder);
 /// Replaces it as a whole. False: it can't be written.
-bool writeSpoolNote(const std::filesystem::path& folder, const SpoolPlace& place);
+bool writeSpoolNote(const std::filesystem::path& folder, const std::vector<SpoolPlace>& places);
 
 }  // namespace station

@@ -61,7 +61,8 @@ class StreamCase(Case):
         sessions = defaultdict(list)
         for subject, headers, payload in batches:
             sessions[subject, headers["Cmp-Session"]].append((headers, payload))
-        return [row for session in sessions.values() for row in self.rows_of_session(session)]
+        by_time = sorted(sessions.values(), key=lambda batches: int(batches[0][0]["Cmp-First-Time"]))
+        return [row for session in by_time for row in self.rows_of_session(session)]
 
     def rows_of_session(self, batches):
         rows = traffic.read_with_tshark(self.write([payload for _, payload in batches]))

@@ -20,7 +20,7 @@ class SpoolTest : public ::testing::Test {
   protected:
     void openSpool() {
         spool.reset();
-        spool = std::make_shared<Spool>(folder.path() / "spool", "bench", 1U << 30U);
+        spool = std::make_shared<Spool>(spoolFolder, "bench", 1U << 30U);
     }
     /// Batches of a hundred messages each, in one part.
     void record(int batches) {
@@ -58,17 +58,20 @@ class SpoolTest : public ::testing::Test {
     std::vector<std::uint32_t> readAll() {
         std::vector<std::uint32_t> all;
         spool->countOld();
-        Spool::Place place = spool->start();
-        for (Batch batch; spool->read(place, batch);) {
-            std::ranges::copy(read(batch.payload), std::back_inserter(all));
+        for (const auto lane : {Spool::Lane::Earlier, Spool::Lane::Live}) {
+            Spool::Reader reader = spool->startReading(lane);
+            for (Batch batch; spool->read(reader, batch);) {
+                std::ranges::copy(read(batch.payload), std::back_inserter(all));
+            }
         }
         return all;
     }
     /// Where the first batch ends.
     std::uint64_t firstEnd() {
-        Spool::Place place = spool->start();
+        openSpool();
+        Spool::Reader reader = spool->startReading(Spool::Lane::Earlier);
         Batch batch;
-        return spool->read(place, batch) ? place.offset : 0;
+        return spool->read(reader, batch) ? reader.getPlace().offset : 0;
     }
     std::vector<std::uint32_t> allSent() const {
         std::vector<std::uint32_t> all(sent);
@@ -77,6 +80,7 @@ class SpoolTest : public ::testing::Test {
     }
 
     const TemporaryFolder folder;
+    std::filesystem::path spoolFolder = folder.path() / "spool";
     std::shared_ptr<Spool> spool;
     std::string partPath;
     std::uint32_t sent = 0;
@@ -90,11 +94,11 @@ TEST_F(SpoolTest, WhateverIsInItsFilesWholeBatchesInFrontAreReadAndNothingElse) 
         std::ofstream(partPath, std::ios::trunc) << bytes;
         openSpool();
         spool->countOld();
-        Spool::Place place;
+        Spool::Reader reader = spool->startReading(Spool::Lane::Earlier);
         Batch batch;
         std::size_t found = 0;
         std::size_t position = 0;
-        for (; spool->read(place, batch); ++found, position += batch.payload.size()) {
+        for (; spool->read(reader, batch); ++found, position += batch.payload.size()) {
             EXPECT_LE(batch.payload.size(), bytes.size());
         }
         EXPECT_GE(found, changedAt >= whole.size() / 2 ? 1U : 0U) << changedAt;
@@ -173,6 +177,87 @@ TEST_F(SpoolTest, IsOneStationsAndOneProgramsAtATime) {
     record(1);
     spool.reset();
     EXPECT_THROW(Spool(folder.path() / "spool", "other", 1U << 30U), UserError);
+}
+
+/// Takes one batch at a time, and knows of what it has the last batch alone.
+class ForgetfulPublisher final : public Publisher {
+  public:
+    /// After each that is stored it asks whether the sender goes on; else that gets no answer.
+    ForgetfulPublisher(std::vector<Batch>& batches, std::function<bool()> askWhether)
+        : stored(batches), goesOn(std::move(askWhether)) {}
+    void open() override { last = stored.empty() ? Batch() : stored.back(); }
+    bool publish(const Batch& batch) override {
+        if (isOnTheWay) {
+            return false;
+        }
+        ++given;
+        if (batch.session != last.session || batch.number > last.number) {
+            last = {};
+            stored.push_back(batch);
+            isOnTheWay = true;
+            isAnswered = goesOn();
+        }
+        return true;
+    }
+    std::uint64_t getAcknowledged(std::chrono::milliseconds) override {
+        isOnTheWay = isOnTheWay && !isAnswered;
+        return given - (isOnTheWay ? 1 : 0);
+    }
+    void close() override {}
+
+    std::atomic<bool> isAnswered = true;
+
+  private:
+    std::vector<Batch>& stored;
+    const std::function<bool()> goesOn;
+    Batch last;
+    std::uint64_t given = 0;
+    bool isOnTheWay = false;
+};
+
+TEST_F(SpoolTest, LiveBatchesGoBeforeABacklogAndEachIsSentOnceInOrderOverKills) {
+    constexpr std::size_t runs = 20;
+    std::vector<Batch> stored;
+    openSpool();
+    record(100);
+    for (std::size_t run = 1; run <= runs; ++run) {
+        openSpool();
+        EXPECT_EQ(spool->takeTexts(), std::vector<std::string>());
+        const std::size_t before = stored.size();
+        const std::string live = "s" + std::to_string(sent);
+        record(2);
+        const auto left = folder.path() / std::to_string(run);
+        const auto publisher = std::make_shared<ForgetfulPublisher>(stored, [&] {
+            const std::size_t count = stored.size() - before;
+            if (count == 3) {
+                record(1);
+            }
+            if (run == runs || count < 3 + run % 5) {
+                return true;
+            }
+            std::filesystem::copy(spoolFolder, left);  // as a kill leaves it
+            return false;
+        });
+        Sender sender(spool, publisher);
+        for (int rest = 2000;
+             rest-- > 0 && publisher->isAnswered && spool->getCounts().bytes != 0;) {
+            std::this_thread::sleep_for(5ms);
+        }
+        sender.end();
+        EXPECT_TRUE(stored.at(before).session == live || stored.at(before + 1).session == live);
+        spoolFolder = left;
+    }
+    std::map<std::string, std::vector<std::uint64_t>> numbers;
+    std::uint64_t messages = 0;
+    for (const Batch& batch : stored) {
+        messages += batch.messages;
+        std::vector<std::uint64_t>& there = numbers[batch.session];
+        there.push_back(batch.number);
+        EXPECT_EQ(batch.number, there.size()) << batch.session;
+    }
+    EXPECT_EQ(messages, sent);
+    EXPECT_TRUE(stored.front().hasOthers);
+    EXPECT_FALSE(stored.back().hasOthers);
 }
 
 #ifndef CMP_THREAD_SANITIZER  // that of clang 14 ends in threads of C11, which librdkafka has
