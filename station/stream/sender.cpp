@@ -122,6 +122,7 @@ struct Sender::Shared {
         NextBatch next(*spool);
         bool isWell = false;
         nextBeat = Clock::now();
+        saveNote();
         while (!isEnding) {
             while (const Batch* const batch = next.find(onTheWay.empty())) {
                 turnTo(next.getMeasurement());
@@ -156,11 +157,12 @@ struct Sender::Shared {
 
     void turnTo(std::uint64_t measurement) CMP_EXCLUDES(lock) {
         if (measurement != spool->getCurrent()) {
-            noteSaved(spool->turnTo(measurement));
+            spool->setCurrent(measurement);
+            saveNote();
         }
     }
-    void noteSaved(bool isSaved) CMP_EXCLUDES(lock) {
-        if (!isSaved && !std::exchange(isNoteFailureReported, true)) {
+    void saveNote() CMP_EXCLUDES(lock) {
+        if (!spool->saveNote() && !std::exchange(isNoteFailureReported, true)) {
             report(
                 "the stream's spool: its note of what is acknowledged can't be written: after "
                 "the next start more is sent again, which the broker knows within its "
@@ -173,7 +175,7 @@ struct Sender::Shared {
         const auto now = Clock::now();
         if (now >= nextNote) {
             nextNote = now + notePeriod;
-            noteSaved(spool->saveNote());
+            saveNote();
         }
         if (beat && (isEnding || now >= nextBeat)) {
             nextBeat = now + beatPeriod;

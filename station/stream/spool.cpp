@@ -58,9 +58,7 @@ std::set<Spool::Key> Spool::listParts() const {
 
 void Spool::readNote() {
     std::error_code failure;
-    if (!fs::exists(folder / spoolNoteName, failure)) {
-        return;
-    }
+    const bool isThere = fs::exists(folder / spoolNoteName, failure);
     const std::vector<Place> there = readSpoolNote(folder);
     std::vector<fs::path> done;
     std::vector<Place> believed;
@@ -71,7 +69,7 @@ void Spool::readNote() {
             const Part& part = parts.at(place.part);
             return isEndOfBatch(openForReading(part.path), place.offset, part.bytes);
         });
-        if (!isOfThese && !parts.empty()) {
+        if (isThere && !isOfThese && !parts.empty()) {
             texts.push_back(
                 "the stream's spool: its note of what is acknowledged is damaged, or isn't of "
                 "these files: what it doesn't say is sent, also what may be in the stream already");
@@ -88,7 +86,7 @@ void Spool::readNote() {
     // A measurement to come may get the number of one that is gone: its line goes too.
     if (isOfThese ? !believed.empty() : std::ranges::any_of(believed, &Place::offset)) {
         writeSpoolNote(folder, believed);
-    } else {
+    } else if (isThere) {
         remove(folder / spoolNoteName);
     }
 }
@@ -107,12 +105,9 @@ std::uint64_t Spool::getCurrent() const {
     return progress.getCurrent();
 }
 
-bool Spool::turnTo(std::uint64_t measurement) {
-    {
-        const LockGuard guard(lock);
-        progress.setCurrent(measurement);
-    }
-    return saveNote();
+void Spool::setCurrent(std::uint64_t measurement) {
+    const LockGuard guard(lock);
+    progress.setCurrent(measurement);
 }
 
 bool Spool::hasOthers(std::uint64_t measurement) const {

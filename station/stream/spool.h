@@ -93,9 +93,9 @@ class Spool {
     void acknowledge(const Place& end, std::uint64_t messages) CMP_EXCLUDES(lock);
     /// The measurement that is being sent; 0: not known.
     std::uint64_t getCurrent() const CMP_EXCLUDES(lock);
-    /// From here on that one is sent, and nothing else that isn't acknowledged. Noted, so that the
-    /// next run begins with it. False: that can't be written.
-    bool turnTo(std::uint64_t measurement) CMP_EXCLUDES(lock);
+    /// From here on that one is sent, and all that was sent before is acknowledged. To be noted
+    /// then, so that the next run begins with it.
+    void setCurrent(std::uint64_t measurement) CMP_EXCLUDES(lock);
     /// Whether there is something of another measurement, or it is being recorded.
     bool hasOthers(std::uint64_t measurement) const CMP_EXCLUDES(lock);
     /// So that a next run begins there; a killed one may begin earlier. False: it can't be written.

@@ -12,7 +12,7 @@ bool SpoolProgress::load(const std::vector<SpoolPlace>& note, const std::set<Spo
     for (const SpoolPlace& place : note) {
         const std::uint64_t measurement = place.part.measurement;
         named.insert(measurement);
-        current = 0;  // unless it is the last one
+        current = 0;
         const auto first = parts.lower_bound({measurement, 0});
         if (first == parts.end() || first->measurement != measurement) {
             continue;  // all of it was acknowledged
@@ -27,6 +27,9 @@ bool SpoolProgress::load(const std::vector<SpoolPlace>& note, const std::set<Spo
         if (isThere) {
             acknowledge(place, 0);
         }
+    }
+    if (current == 0 && !parts.empty()) {
+        current = parts.rbegin()->measurement;  // most likely: it went before others
     }
     // It names each that had parts; later ones may have come since.
     return isOfThese && std::ranges::all_of(parts, [&](const SpoolKey& part) {
