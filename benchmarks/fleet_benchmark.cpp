@@ -1,11 +1,11 @@
-// fleet-benchmark live URL COUNT RATE SECONDS FOLDER
+// fleet-benchmark live URL COUNT RATE SECONDS FOLDER BACKLOG
 // fleet-benchmark drain URL COUNT MEGABYTES FOLDER BATCH
 // fleet-benchmark plain URL COUNT MEGABYTES BYTES
 //
 // Live: so many processes stream RATE messages a second each by the station's own spool and
-// publisher. Drain: their spools are full of so much in all, in batches of BATCH bytes, when the
-// broker is there. Plain:
-// processes publish payloads of that size in a loop over the client library and wait for what it
+// publisher, where an earlier measurement has left BACKLOG megabytes in all. Drain: their spools
+// are full of so much in all, in batches of BATCH bytes, when the broker is there. Plain: processes
+// publish payloads of that size in a loop over the client library and wait for what it
 // acknowledges. In all three a collector's consumer takes what comes.
 
 #include <fmt/format.h>
@@ -207,38 +207,10 @@ class Session {
     std::uint64_t count = 0;
 };
 
-class LiveStation final : public Station {
-  public:
-    LiveStation(station::NatsOptions servers, std::string spoolFolder, double perSecond,
-                double length)
-        : Station(std::move(servers), std::move(spoolFolder)), rate(perSecond), seconds(length) {}
-
-    Outcome work(int number) override {
-        const auto stream = open(number, brokers);
-        std::uint64_t messages = 0;
-        {
-            Session session(*stream);
-            for (const auto start = Clock::now(); secondsSince(start) < seconds;) {
-                while (static_cast<double>(session.getCount()) < rate * secondsSince(start)) {
-                    session.write();
-                }
-                session.flush();
-                std::this_thread::sleep_for(tick);
-            }
-            messages = session.getCount();
-        }
-        return waitForAll(*stream, messages);
-    }
-
-  private:
-    const double rate;
-    const double seconds;
-};
-
-class FullStation final : public Station {
+class FullStation : public Station {
   public:
     FullStation(station::NatsOptions servers, std::string spoolFolder, double content,
-                std::size_t bytes)
+                std::size_t bytes = std::size_t{256} << 10U)
         : Station(std::move(servers), std::move(spoolFolder), bytes), megabytes(content) {}
 
     void prepare(int number) override {
@@ -251,13 +223,45 @@ class FullStation final : public Station {
                 session.write();
             }
         }
-        messages = session.getCount();
+        backlog = session.getCount();
     }
-    Outcome work(int number) override { return waitForAll(*open(number, brokers), messages); }
+    Outcome work(int number) override { return waitForAll(*open(number, brokers), backlog); }
+
+  protected:
+    std::uint64_t backlog = 0;  ///< messages
 
   private:
-    std::uint64_t messages = 0;
     const double megabytes;
+};
+
+class LiveStation final : public FullStation {
+  public:
+    LiveStation(station::NatsOptions servers, std::string spoolFolder, double perSecond,
+                double length, double content)
+        : FullStation(std::move(servers), std::move(spoolFolder), content),
+          rate(perSecond),
+          seconds(length) {}
+
+    Outcome work(int number) override {
+        const auto stream = open(number, brokers);
+        std::uint64_t messages = backlog;
+        {
+            Session session(*stream);
+            for (const auto start = Clock::now(); secondsSince(start) < seconds;) {
+                while (static_cast<double>(session.getCount()) < rate * secondsSince(start)) {
+                    session.write();
+                }
+                session.flush();
+                std::this_thread::sleep_for(tick);
+            }
+            messages += session.getCount();
+        }
+        return waitForAll(*stream, messages);
+    }
+
+  private:
+    const double rate;
+    const double seconds;
 };
 
 void check(natsStatus status, const char* what) {
@@ -376,6 +380,7 @@ Collected collect(Workers& workers, const station::NatsOptions& brokers) {
     ::sync();  // what was written before isn't to be on its way to the disk meanwhile
     workers.begin();
     const auto start = Clock::now();
+    const std::int64_t startTime = utcNow();
     constexpr int mostEmpty = 50;  // a busy broker may leave some requests unanswered
     int empty = 0;
     while (empty < mostEmpty && Clock::now() - start < 3 * patience) {
@@ -385,7 +390,9 @@ Collected collect(Workers& workers, const station::NatsOptions& brokers) {
         const std::int64_t now = utcNow();
         for (const auto& batch : fetched) {
             source->acknowledge(batch);
-            collected.latencies.add(batch, now);
+            if (batch.firstTime >= startTime) {  // else it is of the backlog
+                collected.latencies.add(batch, now);
+            }
             collected.bytes += batch.payload.size();
             collected.messages += batch.messages;
             ++collected.batches;
@@ -442,11 +449,12 @@ int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + 1, argv + argc);
     try {
         const std::string kind = words.empty() ? "" : words[0];
-        const std::size_t wanted = kind == "plain" ? 5 : 6;
+        const std::size_t wanted = kind == "plain" ? 5 : kind == "live" ? 7 : 6;
         if (words.size() != wanted || (kind != "live" && kind != "drain" && kind != "plain")) {
-            fmt::print(stderr,
-                       "fleet-benchmark live URL COUNT RATE SECONDS FOLDER, drain URL COUNT "
-                       "MEGABYTES FOLDER BATCH, or plain URL COUNT MEGABYTES BYTES\n");
+            fmt::print(
+                stderr,
+                "fleet-benchmark live URL COUNT RATE SECONDS FOLDER BACKLOG, drain URL COUNT "
+                "MEGABYTES FOLDER BATCH, or plain URL COUNT MEGABYTES BYTES\n");
             return 2;
         }
         station::NatsOptions brokers;
@@ -455,7 +463,8 @@ int main(int argc, char** argv) {
         const double amount = std::stod(words[3]);
         std::unique_ptr<Worker> worker;
         if (kind == "live") {
-            worker = std::make_unique<LiveStation>(brokers, words[5], amount, std::stod(words[4]));
+            worker = std::make_unique<LiveStation>(brokers, words[5], amount, std::stod(words[4]),
+                                                   std::stod(words[6]) / count);
         } else if (kind == "drain") {
             worker = std::make_unique<FullStation>(brokers, words[4], amount / count,
                                                    std::stoul(words[5]));
