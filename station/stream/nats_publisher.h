@@ -31,10 +31,10 @@ struct StreamRules {
 /// Of each subject one batch is on its way at a time. Two could be stored in the wrong order, or
 /// the second without the first: a disk that is full for a large one takes a small one, and a
 /// cluster that gets another leader may lose one of several. So the stream always has the first
-/// batches of a subject, and after `open` its last one says which are stored: also after hours,
-/// when the broker doesn't know the identifiers of batches any more. It is believed once the batch
-/// of its number has come and is the same, byte for byte: whoever else may publish there can name
-/// any number. So is what the broker calls a duplicate.
+/// batches of a subject and session, and after `open` its last one says which are stored: also
+/// after hours, when the broker doesn't know the identifiers of batches any more. It is believed
+/// once the batch of its number has come and is the same, byte for byte: whoever else may publish
+/// there can name any number. So is what the broker calls a duplicate.
 class NatsPublisher final : public Publisher {
   public:
     /// `report` gets what the user must know and isn't a failure. `name` is claimed with each

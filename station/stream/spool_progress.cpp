@@ -44,6 +44,7 @@ std::vector<SpoolPlace> SpoolProgress::list(const std::set<SpoolKey>& parts) con
     }
     named.erase(current);
     std::vector<SpoolPlace> note;
+    note.reserve(named.size() + 1);
     for (const std::uint64_t measurement : named) {
         note.push_back(getPlace(measurement));
     }

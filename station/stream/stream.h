@@ -26,8 +26,8 @@ struct StreamSettings {
     std::chrono::milliseconds batchAge{};
 };
 
-/// A station's messages on their way to a broker, by way of a spool on the disk. What an earlier
-/// run has left there is sent from the beginning on.
+/// A station's messages on their way to a broker, by way of a spool on the disk. What earlier
+/// runs have left there is sent while nothing newer waits.
 ///
 /// Called on the host's thread, and waits for nothing but the end. A module that is loaded on
 /// demand has it.

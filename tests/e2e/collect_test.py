@@ -191,10 +191,13 @@ class Collect(Case):
         stations[0].end()
         later = Publisher(self.client, "goes on", "later")
         later.publish(2)
+        waiting, later = (Publisher(self.client, "waits", session) for session in ("first", "later"))
+        waiting.publish(2)
+        later.send(later.make(), **{"Cmp-Others": 1})  # more of the first one is in the spool
         process = self.follow("--durable", "mine", "--quiet")
         lab.wait_until(lambda: "ends" not in [path.parent.name for path in self.journals()], "a session is finished")
         report, errors = self.stop(process)
-        self.assertEqual(([session["finished"] for session in report["sessions"]], errors), ([True, True, False], ""))
+        self.assertEqual(([session["finished"] for session in report["sessions"]], errors), ([True, True, False, False, False], ""))
         for publisher in stations:
             self.expect_all(publisher, self.recording(publisher.token.replace("=20", " ")))
 

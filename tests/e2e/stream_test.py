@@ -116,6 +116,10 @@ class Stream(StreamCase):
         there = [(headers["Cmp-Session"], int(headers["Cmp-Batch"])) for _, headers, _ in batches]
         self.assertEqual(len(there), len(set(there)))
         self.assertEqual(left - set(there), set())
+        order = [session for session, _ in there]
+        sessions = sorted(set(order))
+        for waiting in (1, 3):  # all of it, as the broker was away
+            self.assertIn(sessions[waiting], order[order.index(sessions[waiting + 1]):], "a live batch goes before it")
         rows = self.rows(batches)
         self.assertEqual(len({session for session, _ in there}), 6)
         numbers = defaultdict(list)
