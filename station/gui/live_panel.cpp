@@ -411,10 +411,16 @@ void LivePanel::find() {
     QAbstractItemView& view = *shownView();
     const QAbstractItemModel& model = *view.model();
     const auto until = LiveFeed::Clock::now() + patience;
-    const auto next = [&](const QModelIndex& at) {
-        const QModelIndex below =
-            &view == tree && at.isValid() ? tree->indexBelow(at) : at.siblingAtRow(at.row() + 1);
-        return below.isValid() ? below.siblingAtColumn(0) : model.index(0, 0);
+    const auto next = [&](QModelIndex at) {  // also below rows that are folded
+        if (model.rowCount(at) > 0) {
+            return model.index(0, 0, at);
+        }
+        for (; at.isValid(); at = at.parent()) {
+            if (const QModelIndex below = at.siblingAtRow(at.row() + 1); below.isValid()) {
+                return below;
+            }
+        }
+        return model.index(0, 0);
     };
     if (wanted.isEmpty() || model.rowCount() == 0) {
         return;

@@ -17,6 +17,13 @@ void LivePlot::add(const LiveFeed& shown, const SignalTaps::Signal& signal) {
         return;
     }
     const std::string& channel = shown.getChannels()[signal.channel].name;
+    const auto isThere = [&](const Plotted& entry) {
+        return entry.channel == channel && entry.name == definition->name &&
+               entry.id == signal.id && entry.isExtended == signal.isExtended;
+    };
+    if (std::ranges::any_of(plotted, isThere)) {
+        return;
+    }
     const std::size_t number =
         panel->addSignal(QString::fromStdString(definition->name + " (" + channel + ')'),
                          QString::fromStdString(definition->unit));

@@ -3,6 +3,7 @@
 #include <QFileDialog>
 #include <QMimeData>
 #include <QScrollBar>
+#include <QTableWidget>
 #include <fstream>
 #include <sstream>
 
@@ -237,9 +238,19 @@ TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
     QTest::keyClicks(&filter, "engine");
     EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100  Engine=1|Door (LIN) 0:|"));
 
+    QTest::keyClicks(&search, "gear\r");
+    EXPECT_EQ(text(tree.currentIndex()), "Gear") << "below a message that wasn't unfolded";
+    tree.collapse(tree.model()->index(0, 0));
+    QTest::keyClick(&search, Qt::Key_Return);
+    EXPECT_EQ(text(tree.currentIndex()), "Gear");
+    EXPECT_TRUE(tree.isExpanded(tree.model()->index(0, 0)));
+
     auto& plot = get<PlotPanel>("plot");
+    auto& plotTable = get<QTableWidget>("plotTable");
     EXPECT_FALSE(plot.isVisible());
     Q_EMIT tree.activated(signalRow(0, 0));
+    Q_EMIT tree.activated(signalRow(0, 0));
+    EXPECT_EQ(plotTable.rowCount(), 1) << "each once";
     EXPECT_TRUE(plot.isVisible());
     const std::unique_ptr<QMimeData> carried(tree.model()->mimeData({signalRow(1, 0)}));
     ASSERT_TRUE(carried && carried->hasFormat(PlotPanel::mimeType));
@@ -282,6 +293,8 @@ TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
     const QModelIndex held =
         tree.model()->index(0, 0, tree.model()->index(0, 0, tree.model()->index(1, 0)));
     EXPECT_EQ(text(held), "Speed") << shown();
+    plotTable.setCurrentCell(0, 0);
+    QTest::keyClick(&plotTable, Qt::Key_Delete);
     Q_EMIT tree.activated(held);
     can(0x100, 80);
     QTest::mouseClick(&pause, Qt::LeftButton);
