@@ -16,6 +16,8 @@ namespace {
 enum Role { ModuleRole = Qt::UserRole, ChannelRole };
 enum DatabaseColumn { NameColumn, BusColumn, FilesColumn, RateColumn };
 
+constexpr const char* databasesTopic = "databases";
+
 QString rateText(const BitRates& rates) {
     QString text = rates.nominal != 0 ? QString::number(rates.nominal) : QString();
     return rates.data != 0 ? text + " / " + QString::number(rates.data) : text;
@@ -50,9 +52,7 @@ QComboBox* makeRateBox(const char* name, const char* accessibleName, const QStri
 
 }  // namespace
 
-DatabaseDialog::DatabaseDialog(Workspace& shownWorkspace,
-                               std::function<void(std::function<void()>)> toAttempt,
-                               QWidget* parent)
+DatabaseDialog::DatabaseDialog(Workspace& shownWorkspace, Attempt toAttempt, QWidget* parent)
     : QDialog(parent),
       workspace(shownWorkspace),
       attempt(std::move(toAttempt)),
@@ -91,7 +91,7 @@ DatabaseDialog::DatabaseDialog(Workspace& shownWorkspace,
     connect(channels, &QTreeWidget::itemSelectionChanged, this, [this] { showButtons(); });
     connect(&timer, &QTimer::timeout, this, [this] { takeRead(); });
     showButtons();
-    attempt([this] { fill(); });
+    attempt([this] { fill(); }, {});
     constexpr int width = 800;
     constexpr int height = 450;
     resize(width, height);
@@ -192,12 +192,12 @@ void DatabaseDialog::takeRead() {
     timer.stop();
     showButtons();
     if (!failure->isEmpty()) {
-        attempt([&] { throw UserError(failure->toStdString()); });
+        attempt([&] { throw UserError(failure->toStdString()); }, databasesTopic);
         return;
     }
     put(found->files);
     for (const std::string& notice : found->notices) {
-        attempt([&] { throw UserError(notice); });
+        attempt([&] { throw UserError(notice); }, databasesTopic);
     }
 }
 
@@ -206,24 +206,28 @@ void DatabaseDialog::put(const std::vector<Workspace::DatabaseFile>& files) {
     for (const Workspace::DatabaseFile& file : files) {
         paths.append(QString::fromStdString(file.path));
     }
-    attempt([&] {
-        for (QTreeWidgetItem* const row : channels->selectedItems()) {
-            workspace.chooseDatabases(row->data(0, ModuleRole).toULongLong(),
-                                      row->data(0, ChannelRole).toULongLong(), files);
-            row->setText(FilesColumn, paths.join("; "));
-        }
-    });
+    attempt(
+        [&] {
+            for (QTreeWidgetItem* const row : channels->selectedItems()) {
+                workspace.chooseDatabases(row->data(0, ModuleRole).toULongLong(),
+                                          row->data(0, ChannelRole).toULongLong(), files);
+                row->setText(FilesColumn, paths.join("; "));
+            }
+        },
+        databasesTopic);
 }
 
 void DatabaseDialog::putRates() {
-    attempt([&] {
-        const BitRates rates{readRate(nominal->currentText()), readRate(data->currentText())};
-        for (QTreeWidgetItem* const row : channels->selectedItems()) {
-            workspace.chooseBitRates(row->data(0, ModuleRole).toULongLong(),
-                                     row->data(0, ChannelRole).toULongLong(), rates);
-            row->setText(RateColumn, rateText(rates));
-        }
-    });
+    attempt(
+        [&] {
+            const BitRates rates{readRate(nominal->currentText()), readRate(data->currentText())};
+            for (QTreeWidgetItem* const row : channels->selectedItems()) {
+                workspace.chooseBitRates(row->data(0, ModuleRole).toULongLong(),
+                                         row->data(0, ChannelRole).toULongLong(), rates);
+                row->setText(RateColumn, rateText(rates));
+            }
+        },
+        "bit rates");
 }
 
 }  // namespace station

@@ -20,10 +20,11 @@ namespace station {
 /// Shows the channels as they are when it is made. Destroys itself when it is closed.
 class DatabaseDialog final : public QDialog {
   public:
-    /// The workspace isn't owned and outlives this; its setup stays the same meanwhile. `attempt`
-    /// runs what may throw, and shows the user the failure.
-    DatabaseDialog(Workspace& shownWorkspace, std::function<void(std::function<void()>)> attempt,
-                   QWidget* parent);
+    /// Runs what may throw and shows the user the failure, until the same goes well.
+    using Attempt = std::function<void(const std::function<void()>& action, const QString& name)>;
+
+    /// The workspace isn't owned and outlives this; its setup stays the same meanwhile.
+    DatabaseDialog(Workspace& shownWorkspace, Attempt toAttempt, QWidget* parent);
 
   private:
     /// What a file is a database of, and what the user must know of it.
@@ -44,7 +45,7 @@ class DatabaseDialog final : public QDialog {
     void showButtons();
 
     Workspace& workspace;
-    const std::function<void(std::function<void()>)> attempt;
+    const Attempt attempt;
     QTreeWidget* const channels;
     QPushButton* const chooser;
     QPushButton* const none;

@@ -50,6 +50,12 @@ WorkspaceOptions reportingTo(WorkspaceOptions options, MessageBar& messages) {
     options.onMessage = [&messages](const std::string& text) {
         messages.report(QString::fromStdString(text));
     };
+    options.onNews = [&messages](const std::string& text, const std::string& topic) {
+        messages.settle(QString::fromStdString(topic));
+        if (!text.empty()) {
+            messages.report(QString::fromStdString(text), QString::fromStdString(topic));
+        }
+    };
     return options;
 }
 
@@ -93,7 +99,7 @@ MainWindow::MainWindow(WorkspaceOptions options)
     windows->setObjectName("windows");
     firstSteps->setWordWrap(true);
     live = new LivePanel(workspace.getFeed());
-    modules = new ModulesPanel(workspace, [this](const Next& action) { attempt(action); });
+    modules = new ModulesPanel(workspace, [this](const Next& action) { attempt(action, "add"); });
     live->addForm("Modules and clocks", modules);
     parts->addWidget(windows);
     parts->addWidget(live);
@@ -469,7 +475,7 @@ void MainWindow::showState() {
 void MainWindow::showClocks() {
     attempt([this] {
         auto* const dialog = new ClockDialog(
-            workspace, [this](const Next& action) { attempt(action); }, this);
+            workspace, [this](const Next& action) { attempt(action, "clocks"); }, this);
         dialog->setModal(true);  // so the modules stay the ones that it shows
         dialog->open();
     });
@@ -478,7 +484,8 @@ void MainWindow::showClocks() {
 void MainWindow::showDatabases() {
     attempt([this] {
         auto* const dialog = new DatabaseDialog(
-            workspace, [this](const Next& action) { attempt(action); }, this);
+            workspace, [this](const Next& action, const QString& name) { attempt(action, name); },
+            this);
         dialog->setModal(true);  // so the channels stay the ones that it shows
         dialog->open();
     });

@@ -334,7 +334,9 @@ const Summary& Workspace::summarize() {
         summary = measurement->summarize();
         PluginDriver& driver = getSession().getDriver();
         if (driver.isMeasuring()) {
-            reportAll(coverage.look(summary, driver.getChannels()));
+            for (const auto& [text, module] : coverage.look(summary, driver.getChannels())) {
+                options.onNews(text, "silence of " + module);
+            }
         } else {
             coverage.note(summary);
         }

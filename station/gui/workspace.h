@@ -28,6 +28,8 @@ struct WorkspaceOptions {
     std::string serve = {};
     /// Gets what the user must know; called at any time on the host's thread.
     std::function<void(const std::string&)> onMessage;
+    /// The same, in place of what was said of that topic before; an empty text settles that.
+    std::function<void(const std::string& text, const std::string& topic)> onNews = {};
 };
 
 /// What the desktop program works on: one setup in a session, with the plug-in's windows, and the

@@ -58,9 +58,9 @@ void Coverage::note(const Summary& summary) {
     }
 }
 
-std::vector<std::string> Coverage::look(const Summary& summary,
-                                        const std::vector<ChannelStatistics>& statistics) {
-    std::vector<std::string> news;
+std::vector<Coverage::News> Coverage::look(const Summary& summary,
+                                           const std::vector<ChannelStatistics>& statistics) {
+    std::vector<News> news;
     note(summary);
     for (std::size_t i = 0; i < summary.modules.size(); ++i) {
         if (!isMeasured(summary, i) || !summary.modules[i].clock) {
@@ -75,12 +75,15 @@ std::vector<std::string> Coverage::look(const Summary& summary,
         if (module.isSilent && !wasSilent) {
             const bool wasHeard = module.isHeard || age >= 0.0;
             news.push_back(
-                fmt::format("\"{}\" {} {:.0f} s{}", module.name,
-                            wasHeard ? "has fallen silent: nothing has come from it for"
-                                     : "isn't heard: nothing has come from it in the first",
-                            longestSilence, wasHeard ? "" : "; check its connection and ConfigId"));
+                {fmt::format("\"{}\" {} {:.0f} s{}", module.name,
+                             wasHeard ? "has fallen silent: nothing has come from it for"
+                                      : "isn't heard: nothing has come from it in the first",
+                             longestSilence, wasHeard ? "" : "; check its connection and ConfigId"),
+                 module.name});
         } else if (wasSilent && !module.isSilent) {
-            news.push_back(fmt::format("\"{}\" is heard again", module.name));
+            news.push_back({fmt::format("\"{}\" is heard again", module.name), module.name});
+        } else if (!module.isHeard && age >= 0.0) {
+            news.push_back({"", module.name});
         }
         module.isHeard = module.isHeard || age >= 0.0;
     }

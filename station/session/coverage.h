@@ -16,10 +16,15 @@ class Coverage {
   public:
     /// A measurement begins. `notRecorded`: what its recordings can't hold, a text each.
     void begin(std::vector<std::string> notRecorded);
+    /// In place of what was said of the module before; without a text that doesn't hold any more.
+    struct News {
+        std::string text;
+        std::string module;
+    };
     /// Several times a second while the plug-in measures. Returns what the user must know since the
     /// last call: modules that fall silent and come back.
-    std::vector<std::string> look(const Summary& summary,
-                                  const std::vector<ChannelStatistics>& statistics);
+    std::vector<News> look(const Summary& summary,
+                           const std::vector<ChannelStatistics>& statistics);
 
     /// The same at any time, also at the end: what isn't silence, and so needs no message here.
     void note(const Summary& summary);

@@ -152,7 +152,12 @@ TEST(CoverageTest, SilenceAndWhatIsNotRecordedStayKnownUntilTheNextMeasurement) 
         summary.seconds = seconds;
         summary.modules[0].clock = summary.modules[1].clock.emplace();
         summary.modules[0].clock->age = age;
-        return coverage.look(summary, statistics);
+        std::vector<std::string> texts;
+        for (const Coverage::News& news : coverage.look(summary, statistics)) {
+            EXPECT_EQ(news.module, "Front");
+            texts.push_back(news.text);
+        }
+        return texts;
     };
     coverage.begin({});
     EXPECT_THAT(look(2.0, -1.0), IsEmpty());
@@ -166,6 +171,7 @@ TEST(CoverageTest, SilenceAndWhatIsNotRecordedStayKnownUntilTheNextMeasurement) 
 
     coverage.begin({"a.log can't hold LIN"});
     statistics[0].delivered = statistics[1].delivered = 5;
+    EXPECT_THAT(look(9.0, 1.9), ElementsAre("")) << "what was said before doesn't hold now";
     EXPECT_THAT(look(9.0, 1.9), IsEmpty());
     EXPECT_THAT(coverage.getGaps(), ElementsAre("a.log can't hold LIN")) << "nothing is recorded";
     summary.recordings.resize(1);
