@@ -68,6 +68,9 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
     makePlot();
     restoreLayout();
     status->setObjectName("liveStatus");
+    status->setWordWrap(true);
+    status->setSizePolicy(QSizePolicy::Ignored,
+                          QSizePolicy::Preferred);  // no text widens the window
     connect(mode, &QComboBox::currentIndexChanged, this, [this](int index) {
         forms->setCurrentIndex(index);
         update();

@@ -73,6 +73,9 @@ MeasurementBar::MeasurementBar(std::function<void(const QString&)> onStart,
     loss->setObjectName("loss");
     loss->setMargin(4);
     loss->setTextFormat(Qt::PlainText);
+    for (QLabel* const label : {elapsed, loss}) {  // names in it don't widen the window
+        label->setMinimumWidth(label->fontMetrics().horizontalAdvance("Nothing lost") + 8);
+    }
     auto* const layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     for (QWidget* const widget : std::initializer_list<QWidget*>{start, stop, records}) {

@@ -19,6 +19,7 @@ MessageBar::MessageBar() : label(new QLabel) {
     label->setObjectName("messages");
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
+    label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);  // a path may be long
     label->setTextInteractionFlags(Qt::TextSelectableByMouse);
     auto* const button = new QPushButton("&Dismiss");
     auto* const layout = new QHBoxLayout(this);
@@ -66,7 +67,7 @@ void MessageBar::show() {
     }
     constexpr int mostShown = 4;
     const auto hidden = std::max<qsizetype>(lines.size() - mostShown, 0);
-    label->setToolTip(hidden > 0 ? lines.join('\n') : QString());
+    label->setToolTip(lines.join('\n').toHtmlEscaped().replace('\n', "<br>"));
     lines = lines.mid(hidden);
     if (hidden > 0) {
         lines.prepend(QString("(%1 earlier ones: point here to read them)").arg(hidden));

@@ -189,6 +189,17 @@ TEST_F(MainWindowTest, ADarkPaletteIsDarkEverywhere) {
     QApplication::setPalette(usual);
 }
 
+TEST_F(MainWindowTest, NoTextMakesTheWindowWider) {
+    QtUser::settle();
+    const int width = window->minimumSizeHint().width();
+    for (const char* const label : {"messages", "liveStatus", "loss", "elapsed"}) {
+        window->findChild<QFrame*>("messageBar")->show();
+        window->findChild<QLabel*>(label)->setText(QString(300, 'w'));
+        QtUser::settle();
+        EXPECT_EQ(window->minimumSizeHint().width(), width) << label;
+    }
+}
+
 TEST_F(MainWindowTest, TheWindowComesBackWhereItWas) {
     window->resize(1111, 777);
     auto* const parts = window->findChild<QSplitter*>("parts");
