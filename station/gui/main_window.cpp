@@ -5,6 +5,7 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QGroupBox>
+#include <QHeaderView>
 #include <QMenuBar>
 #include <QSettings>
 #include <QVBoxLayout>
@@ -246,6 +247,7 @@ void MainWindow::restoreLayout() {
     restoreGeometry(settings.value("window").toByteArray());
     windows->restoreState(settings.value("windows").toByteArray());
     parts->restoreState(settings.value("parts").toByteArray());
+    modules->horizontalHeader()->restoreState(settings.value("liveModules").toByteArray());
 }
 
 void MainWindow::saveLayout() const {
@@ -253,6 +255,7 @@ void MainWindow::saveLayout() const {
     settings.setValue("window", saveGeometry());
     settings.setValue("windows", windows->saveState());
     settings.setValue("parts", parts->saveState());
+    settings.setValue("liveModules", modules->horizontalHeader()->saveState());
     live->saveLayout();
 }
 

@@ -4,6 +4,7 @@
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QPointer>
+#include <QSettings>
 
 namespace station {
 
@@ -33,7 +34,10 @@ GridView::GridView(CountedRef<DrawGrid> drawGrid)
     horizontalHeader()->setMinimumSectionSize(1);
     connect(selectionModel(), &QItemSelectionModel::selectionChanged, this,
             [this] { reportSelection(); });
-    connect(horizontalHeader(), &QHeaderView::sectionResized, this, [this] { catchUpLater(); });
+    connect(horizontalHeader(), &QHeaderView::sectionResized, this, [this] {
+        catchUpLater();
+        keepWidths();
+    });
     connect(this, &QAbstractItemView::clicked, this, [this](const QModelIndex& index) {
         if (clickModifiers == Qt::NoModifier) {
             act(index);
@@ -43,6 +47,7 @@ GridView::GridView(CountedRef<DrawGrid> drawGrid)
 }
 
 GridView::~GridView() {
+    areWidthsTheUsers = false;
     grid->setView(nullptr);
     setModel(nullptr);
 }
@@ -90,14 +95,35 @@ void GridView::catchUp() {
 }
 
 void GridView::describeColumns() {
+    areWidthsTheUsers = false;
     QStringList titles;
     for (const DrawGrid::Column& column : grid->getColumns()) {
         titles.push_back(QString::fromStdString(column.title));
     }
     model.describe(std::move(titles));
+    const QVariantList kept = QSettings().value(widthsKey()).toList();
     for (int column = 0; column < model.columnCount(); ++column) {
-        setColumnWidth(column, grid->getColumns()[static_cast<std::size_t>(column)].width);
+        setColumnWidth(column, kept.size() == model.columnCount()
+                                   ? kept[column].toInt()
+                                   : grid->getColumns()[static_cast<std::size_t>(column)].width);
     }
+    areWidthsTheUsers = true;
+}
+
+QString GridView::widthsKey() const {
+    return "columns/" + objectName();
+}
+
+/// In the user's settings: windows are made and described again with each setup.
+void GridView::keepWidths() const {
+    if (!areWidthsTheUsers || model.columnCount() == 0) {
+        return;
+    }
+    QVariantList widths;
+    for (int column = 0; column < model.columnCount(); ++column) {
+        widths.append(columnWidth(column));
+    }
+    QSettings().setValue(widthsKey(), widths);
 }
 
 void GridView::showRows() {

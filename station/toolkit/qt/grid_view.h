@@ -45,6 +45,8 @@ class GridView final : public QTableView, private DrawGridView {
     void catchUpLater();
     void catchUp();
     void describeColumns();
+    QString widthsKey() const;
+    void keepWidths() const;
     void showRows();
     void askForVisible();
     void reportSelection();
@@ -69,6 +71,7 @@ class GridView final : public QTableView, private DrawGridView {
     bool areColumnsDue = true;
     bool isCatchingUp = false;  ///< it is under way to the event loop
     bool isUserSelecting = true;
+    bool areWidthsTheUsers = false;        ///< those that change
     Qt::KeyboardModifiers clickModifiers;  ///< of the last click
 };
 

@@ -200,6 +200,28 @@ TEST_F(MainWindowTest, NoTextMakesTheWindowWider) {
     }
 }
 
+TEST_F(MainWindowTest, ColumnsOfModulesAndChannelsStayAsTheUserHasThem) {
+    addModule("CAN combo", "1");
+    ASSERT_TRUE(waitForChannels(1 + 7));
+    channels().view(channelsGrid)->setColumnWidth(ChannelName, 111);
+    addModule("LIN combo", "2");
+    ASSERT_TRUE(waitForChannels(2 + 7 + 10));
+    EXPECT_EQ(channels().view(channelsGrid)->columnWidth(ChannelName), 111) << "described again";
+    workspace().save(file("two.xml"));
+    window->findChild<QTableWidget*>("liveModules")->setColumnWidth(0, 123);
+    window->close();
+    QtUser::settle();
+    MainWindow again(WorkspaceOptions{.plugin = PLUGIN_FILE, .onMessage = {}});
+    again.open(QString::fromStdString(file("two.xml")));
+    again.show();
+    QtUser::settle();
+    EXPECT_EQ(again.findChild<QTableWidget*>("liveModules")->columnWidth(0), 123);
+    EXPECT_EQ(QtUser(again.getWorkspace().getChannelsWindow())
+                  .view(channelsGrid)
+                  ->columnWidth(ChannelName),
+              111);
+}
+
 TEST_F(MainWindowTest, TheWindowComesBackWhereItWas) {
     window->resize(1111, 777);
     auto* const parts = window->findChild<QSplitter*>("parts");
