@@ -246,7 +246,14 @@ ExitCode capture(const ExtcapOptions& options, StopSignal& stop) {
 ExitCode install(const ExtcapOptions& options) {
     WordNames names(longestInterface);
     std::vector<ExtcapInterface> interfaces;
-    for (const std::string& setup : options.install) {
+    for (auto at = options.install.begin(); at != options.install.end(); ++at) {
+        const std::string& setup = *at;
+        std::error_code error;
+        if (std::any_of(options.install.begin(), at, [&](const std::string& before) {
+                return fs::equivalent(before, setup, error);
+            })) {
+            throw UserError(fmt::format("--install {} is named twice", setup));
+        }
         addInterfaces(*openSession(options.plugin, setup), setup, names, interfaces);
     }
     setApart(interfaces);
