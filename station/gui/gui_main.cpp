@@ -1,12 +1,15 @@
 #include <CLI/CLI.hpp>
 #include <QApplication>
 #include <QTimer>
+#include <cstdlib>
 #include <utility>
 
 #include "station/gui/main_window.h"
 #include "station/permission.h"
 #include "station/program.h"
+#include "station/serve/bus_address.h"
 #include "station/stop_signal.h"
+#include "station/terminal_text.h"
 
 #ifndef CMP_VERSION
 #define CMP_VERSION "unknown"
@@ -21,13 +24,27 @@ struct Options {
     station::WorkspaceOptions workspace;
 };
 
+/// Without a screen Qt would abort and advise to install the program again.
+void reportToolkit(QtMsgType type, const QMessageLogContext&, const QString& text) {
+    if (type != QtFatalMsg) {
+        station::printMessage(text.toStdString());
+        return;
+    }
+    station::printMessage(
+        "there is no screen to show the desktop on: start it in a graphical session (DISPLAY or "
+        "WAYLAND_DISPLAY names its screen), or measure with \"cmp-station run\"");
+    std::_Exit(static_cast<int>(ExitCode::Failed));
+}
+
 /// The window toolkit gets no word of the command line: it has options of its own, some of which
 /// name code to load, and would look for them in the values of ours.
 ExitCode show(const Options& options, station::StopSignal& stop) {
     char name[] = "cmp-station-gui";
     char* arguments[] = {name, nullptr};
     int count = 1;
+    qInstallMessageHandler(reportToolkit);
     QApplication application(count, arguments);  // may wait for a display that doesn't answer
+    qInstallMessageHandler(nullptr);
     QApplication::setApplicationName("cmp-station");
     QApplication::setOrganizationName("cmp-station");
     QApplication::setApplicationVersion(CMP_VERSION);
@@ -65,6 +82,9 @@ ExitCode execute(int argc, char** argv) {
         ->check(CLI::Range(1.0, station::MasterClock::highestSampleRate).description(""));
     if (!station::readCommandLine(app, argc, argv, "cmp-station gui --help")) {
         return ExitCode::Good;
+    }
+    if (!options.workspace.serve.empty()) {
+        station::parseBusAddress(options.workspace.serve);
     }
     options.workspace.plugin = plugin;
     options.workspace.listens = true;

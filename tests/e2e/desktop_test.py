@@ -63,6 +63,9 @@ class DesktopMeasures(Case):
             _, errors = process.communicate(timeout=lab.PATIENCE)
             self.assertEqual(process.returncode, code, errors)
 
+        process = start(QT_QPA_PLATFORM="xcb", DISPLAY="", WAYLAND_DISPLAY="")
+        self.assertIn("there is no screen", process.communicate(timeout=lab.PATIENCE)[1])
+        self.assertEqual(process.returncode, 1)
         process = start(QT_QPA_PLATFORM="offscreen")
         lab.wait_until_loaded(process, "cmp_plugin.so")
         end(process, 0)
