@@ -1,7 +1,10 @@
 #include "station/gui/identifier_model.h"
 
+#include <fmt/format.h>
+
 #include <QColor>
 #include <QMimeData>
+#include <QTextDocument>
 #include <algorithm>
 #include <functional>
 #include <span>
@@ -285,7 +288,7 @@ QVariant IdentifierModel::data(const QModelIndex& index, int role) const {
                 }
                 return lines.join('\n');
             }
-            return {};
+            return column == Name || column == Cycle ? QVariant(toolTip(index)) : QVariant();
         case Qt::DecorationRole:
             return levelOf(index) == Level::Channel && column == Name
                        ? QVariant(QColor(feed->getChannels()[getChannel(index)].color))
@@ -321,6 +324,36 @@ QString IdentifierModel::channelText(std::size_t channel, int column) const {
         default:
             return {};
     }
+}
+
+/// What the database says of it.
+QString IdentifierModel::toolTip(const QModelIndex& index) const {
+    const bool isSignal = levelOf(index) == Level::Signal;
+    const IdentifierRow* const row = getRow(isSignal ? index.parent() : index);
+    const Decoder::Message* const message = row != nullptr ? findMessage(*row) : nullptr;
+    if (message == nullptr) {
+        return {};
+    }
+    const MessageDefinition& definition = message->getDefinition();
+    std::string text;
+    if (isSignal) {
+        const SignalDefinition& signal = definition.signals[static_cast<std::size_t>(index.row())];
+        text = signal.minimum == signal.maximum
+                   ? signal.name
+                   : fmt::format("{}, {} to {} {}", signal.name, signal.minimum, signal.maximum,
+                                 signal.unit);
+        text += '\n' + signal.comment;
+    } else {
+        text = definition.name;
+        if (!definition.sender.empty()) {
+            text += ", sent by " + definition.sender;
+        }
+        if (definition.cycleTime) {
+            text += fmt::format(", every {:g} ms", *definition.cycleTime * 1000);
+        }
+        text += '\n' + definition.comment;
+    }
+    return Qt::convertFromPlainText(QString::fromStdString(text).trimmed(), Qt::WhiteSpaceNormal);
 }
 
 /// The value as it was in the last message; none if that didn't have the signal.

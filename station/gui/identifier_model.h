@@ -73,6 +73,7 @@ class IdentifierModel final : public QAbstractItemModel {
     const IdentifierRow& rowAt(std::size_t channel, std::size_t row) const;
     /// Null: no database defines it.
     const Decoder::Message* findMessage(const IdentifierRow& row) const;
+    QString toolTip(const QModelIndex& index) const;
     QString signalText(const QModelIndex& index, int column) const;
     QString channelText(std::size_t channel, int column) const;
     QString rowText(const IdentifierRow& row, int column) const;

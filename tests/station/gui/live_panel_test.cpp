@@ -212,6 +212,7 @@ TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
     speed.unit = "km/h";
     speed.size = 8;
     speed.factor = 0.5;
+    speed.maximum = 250;
     SignalDefinition gear;
     gear.name = "Gear";
     gear.startBit = 8;
@@ -220,6 +221,8 @@ TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
     engine.id = 0x100;
     engine.name = "Engine";
     engine.length = 2;
+    engine.sender = "Body";
+    engine.cycleTime = 0.035;
     engine.signals = {speed, gear};
     database->messages.push_back(engine);
     const auto decoder = std::make_shared<const Decoder>(database);
@@ -235,6 +238,10 @@ TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
     EXPECT_EQ(text(signalRow(0, IdentifierModel::Name)), "Speed");
     EXPECT_EQ(text(signalRow(0, IdentifierModel::Data)), "10 km/h");
     EXPECT_EQ(text(signalRow(1, IdentifierModel::Data)), "0 (Forward)");
+    EXPECT_THAT(signalRow(0, 0).data(Qt::ToolTipRole).toString().toStdString(),
+                HasSubstr("Speed, 0 to 250 km/h"));
+    EXPECT_THAT(signalRow(0, 0).parent().data(Qt::ToolTipRole).toString().toStdString(),
+                HasSubstr("Engine, sent by Body, every 35 ms"));
     QTest::keyClicks(&filter, "engine");
     EXPECT_TRUE(waitFor("Front (CAN FD) 2: 100  Engine=1|Door (LIN) 0:|"));
 
