@@ -61,6 +61,7 @@ LivePanel::LivePanel(LiveFeed& liveFeed)
     makeBar();
     sides->addWidget(forms);
     sides->addWidget(plot.getPanel());
+    sides->setSizes({1000, 1000});  // a ratio
     layout->addWidget(sides, 1);
     layout->addWidget(status);
     makeTree();
@@ -104,14 +105,20 @@ void LivePanel::makeBar() {
     saving->setToolTip("Writes the messages that are kept and pass the filter into a file");
     filter->setObjectName("liveFilter");
     filter->setPlaceholderText("Filter: 100, 100-1FF, 123:7F0, names; ! excludes");
+    filter->setMinimumWidth(widthOf("Filter: 100, 100-", filter->font()));
     filter->setClearButtonEnabled(true);
     search->setObjectName("liveFind");
-    search->setPlaceholderText("Find (Return: next)");
+    search->setPlaceholderText("Find");
+    search->setToolTip("Return: the next one");
+    search->setMinimumWidth(widthOf("Find", search->font()));
     search->setClearButtonEnabled(true);
     auto* const bar = new QHBoxLayout;
     for (QWidget* const widget :
          std::initializer_list<QWidget*>{mode, times, pause, clear, saving, plotButton}) {
         bar->addWidget(widget);
+    }
+    for (QPushButton* const button : {pause, clear, saving, plotButton}) {  // room for the filter
+        button->setMaximumWidth(widthOf(button->text(), button->font()) + 10);
     }
     bar->addWidget(filter, 2);
     bar->addWidget(search, 1);

@@ -137,6 +137,10 @@ QWidget* PlotPanel::makeBar() {
     auto* const bar = new QWidget;
     auto* const row = new QHBoxLayout(bar);
     row->setContentsMargins(0, 0, 0, 0);
+    for (QPushButton* const each : {followNewest, pause, cursorsButton}) {  // room for the list
+        constexpr int margins = 24;
+        each->setMaximumWidth(each->fontMetrics().horizontalAdvance(each->text()) + margins);
+    }
     for (QWidget* const each : std::initializer_list<QWidget*>{
              width, followNewest, pause, autoscale, cursorsButton, exportButton}) {
         row->addWidget(each);
