@@ -223,6 +223,8 @@ double IdentifierModel::getNumber(const QModelIndex& index) const {
             return -static_cast<double>(traffic.getLast());
         case Length:
             return row != nullptr ? static_cast<double>(row->last.length) : 0;
+        case Flags:
+            return row != nullptr ? (row->last.isExtended ? 2 : 0) + (isFd(row->last) ? 1 : 0) : 0;
         case Lost:
             return static_cast<double>(channel.lost);
         case Load:
@@ -450,12 +452,13 @@ bool IdentifierOrder::filterAcceptsRow(int row, const QModelIndex& parent) const
 }
 
 bool IdentifierOrder::lessThan(const QModelIndex& left, const QModelIndex& right) const {
-    const int column = left.column();
-    const bool isText = column == IdentifierModel::Data || column == IdentifierModel::Flags;
-    if (isText && !model.getSignal(left)) {
-        const QString a = model.data(left, Qt::DisplayRole).toString();
-        const QString b = model.data(right, Qt::DisplayRole).toString();
-        return a < b;
+    const IdentifierRow* const a = model.getRow(left);
+    const IdentifierRow* const b = model.getRow(right);
+    if (left.column() == IdentifierModel::Data && a != nullptr && b != nullptr) {
+        const auto dataOf = [](const IdentifierRow& row) {
+            return std::span(row.last.data.data(), row.last.length);
+        };
+        return std::ranges::lexicographical_compare(dataOf(*a), dataOf(*b));
     }
     return model.getNumber(left) < model.getNumber(right);
 }

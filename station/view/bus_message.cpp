@@ -35,10 +35,13 @@ std::string dataText(const BusMessage& message) {
     return dataText(std::span(message.data.data(), message.length));
 }
 
+bool isFd(const BusMessage& message) {
+    return message.bus == BusType::Can && message.length > CanRecord::mostClassicData;
+}
+
 std::string flagsText(const BusMessage& message) {
-    const bool isFd = message.bus == BusType::Can && message.length > CanRecord::mostClassicData;
     return fmt::format("{}{}{}", message.isExtended ? "ext" : "",
-                       message.isExtended && isFd ? " " : "", isFd ? "FD" : "");
+                       message.isExtended && isFd(message) ? " " : "", isFd(message) ? "FD" : "");
 }
 
 }  // namespace station

@@ -36,6 +36,8 @@ struct BusMessage {
 std::string identifierText(const BusMessage& message);
 /// The data bytes in hexadecimal.
 std::string dataText(const BusMessage& message);
+/// As far as the records say: whether it is longer than any other.
+bool isFd(const BusMessage& message);
 /// "FD" or "ext" or both, or nothing: what the records say.
 std::string flagsText(const BusMessage& message);
 
