@@ -432,7 +432,7 @@ void addStreamAction(CLI::App& setup, const Options& options, Command& chosen) {
                 throw UserError("name the brokers, as nats://HOST:4222, or write --none");
             }
             if (!options->hasNoStream) {
-                parseStreamSettings(options->stream);  // refuses what can't be
+                parseStreamSettings(options->stream, "SERVERS");  // refuses what can't be
                 given["stream"] = options->stream.nats.servers;
             }
             return edit(*options, [&](Session& session) { session.setStreamOptions(given); });

@@ -23,7 +23,7 @@ Examples:
 constexpr double forEver = 1e9;  // seconds
 
 ExitCode send(const StreamArguments& arguments, StopSignal& stop) {
-    const auto stream = openStream(parseStreamSettings(arguments));
+    const auto stream = openStream(parseStreamSettings(arguments, "SERVERS"));
     LiveView view(LiveView::Form::Nothing, STDERR_FILENO);
     finishStream(*stream, forEver, view, stop);
     view.end();

@@ -166,10 +166,10 @@ void addSendingOptions(CLI::App& command, StreamArguments& arguments) {
     addNatsOptions(command, arguments.nats);
 }
 
-StreamSettings parseStreamSettings(const StreamArguments& arguments) {
+StreamSettings parseStreamSettings(const StreamArguments& arguments, const char* servers) {
     constexpr std::int64_t millisecond = 1'000'000;  // nanoseconds
     StreamSettings settings;
-    settings.nats = readNatsOptions(arguments.nats, "--stream");
+    settings.nats = readNatsOptions(arguments.nats, servers);
     settings.streamName = arguments.streamName.empty() ? defaultStreamName : arguments.streamName;
     if (settings.streamName.find_first_of(" \t.*>/\\") != std::string::npos) {
         throw UserError(

@@ -42,8 +42,9 @@ void addStreamOptions(CLI::App& command, StreamArguments& arguments);
 /// Those of them that a spool without a measurement needs; the servers aren't among them.
 void addSendingOptions(CLI::App& command, StreamArguments& arguments);
 
-/// Throws UserError.
-StreamSettings parseStreamSettings(const StreamArguments& arguments);
+/// `servers` is what the brokers were named by. Throws UserError.
+StreamSettings parseStreamSettings(const StreamArguments& arguments,
+                                   const char* servers = "--stream");
 
 /// Waits until the broker has all that is in the spool, for so long at most, or until a stop
 /// request comes; then ends the stream. What is left is reported.
