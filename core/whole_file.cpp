@@ -27,15 +27,6 @@ Descriptor openFile(const fs::path& path, int flags, mode_t mode = 0) {
     return Descriptor(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode));
 }
 
-fs::path temporaryName(const fs::path& target) {
-    std::random_device random;
-    std::array<char, 16> suffix = {};
-    std::snprintf(suffix.data(), suffix.size(), ".%08x.tmp", random());
-    fs::path path = target;
-    path += suffix.data();
-    return path;
-}
-
 void writeAll(const Descriptor& file, const std::string& text) {
     for (std::size_t done = 0; done < text.size();) {
         const ssize_t count = ::write(file.get(), text.data() + done, text.size() - done);
@@ -74,6 +65,15 @@ void syncDirectory(const fs::path& path) {
 }
 
 }  // namespace
+
+fs::path temporaryName(const fs::path& target) {
+    std::random_device random;
+    std::array<char, 16> suffix = {};
+    std::snprintf(suffix.data(), suffix.size(), ".%08x.tmp", random());
+    fs::path path = target;
+    path += suffix.data();
+    return path;
+}
 
 std::optional<std::string> readWholeFile(const fs::path& path, std::size_t most) {
     // O_NONBLOCK, so that a pipe is refused below and not waited for.

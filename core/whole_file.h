@@ -12,6 +12,10 @@
 std::optional<std::string> readWholeFile(const std::filesystem::path& path,
                                          std::size_t most = std::string::npos);
 
+/// A name beside the target for what is to take its place, "TARGET.XXXXXXXX.tmp" with digits that
+/// nobody can have chosen.
+std::filesystem::path temporaryName(const std::filesystem::path& target);
+
 /// A text on its way to the place of what is at `path`, all or nothing: whoever opens that, also
 /// after a crash or a power cut, finds the whole of the old or of the new. The text goes into a
 /// file of its own in the same directory, to the disk, and with `commit` to the name.

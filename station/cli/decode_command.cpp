@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/whole_file.h"
 #include "station/cli/commands.h"
 #include "station/cli/message_options.h"
 #include "station/cli/recordings.h"
@@ -28,7 +29,7 @@ channel's name and "=" in front for that one. Where several define an identifier
 for the channel counts first, and else the one that was named first.
 
 OUT is a table (.csv, a line a signal), or measured values (.mf4, a group a message). Without OUT the
-table goes to standard output. Until it is complete it is OUT.part, and what was there before stays.
+table goes to standard output. Until it is complete it is OUT.XXXXXXXX.tmp, and what was there before stays.
 Messages that no database defines are counted and left out.)";
 
 constexpr const char* decodeExamples = R"(
@@ -66,7 +67,7 @@ class PendingOutput {
             former.discard();
             place = std::filesystem::canonical(place);
         }
-        path = place.string() + ".part";
+        path = temporaryName(place);
     }
     ~PendingOutput() {
         std::error_code ignored;
