@@ -30,16 +30,12 @@ void RunSignals::readSetup(const std::string& setup, const std::vector<Module>& 
 
 void RunSignals::open(const Summary& measured) {
     const std::vector<ChannelSummary>& channels = measured.channels;
-    for (const ChannelSummary& channel : channels) {
-        for (const std::string& file :
-             setupFile ? measured.findDatabases(channel, *setupFile) : std::vector<std::string>()) {
-            decoders.addBehind(channel.name, file);
-        }
-    }
     std::vector<std::shared_ptr<const Decoder>> found;
     bool hasAny = false;
     for (const ChannelSummary& channel : channels) {
-        found.push_back(decoders.find({channel.name, channel.bus}));
+        found.push_back(decoders.find(
+            {channel.name, channel.bus},
+            setupFile ? measured.findDatabases(channel, *setupFile) : std::vector<std::string>()));
         hasAny |= found.back() != nullptr;
     }
     for (const std::string& notice : decoders.takeNotices()) {

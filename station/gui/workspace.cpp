@@ -190,9 +190,9 @@ void Workspace::readDecoders() {
                     if (isStopped) {
                         return QString();
                     }
-                    all.addFor(entry.channel.name, path);
+                    all.load(path);
                 }
-                result->byChannel.push_back(all.find(entry.channel));
+                result->byChannel.push_back(all.find(entry.channel, entry.paths));
             } catch (const std::exception& error) {
                 result->texts.emplace_back(error.what());
                 result->byChannel.emplace_back();

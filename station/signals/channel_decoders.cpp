@@ -42,19 +42,15 @@ void ChannelDecoders::add(const std::string& text) {
     } else if (sign + 1 == text.size()) {
         throw UserError(fmt::format("--db \"{}\": write the file's name behind the =", text));
     } else {
-        addFor(text.substr(0, sign), text.substr(sign + 1));
+        files.push_back({text.substr(0, sign), read(text.substr(sign + 1))});
     }
 }
 
-void ChannelDecoders::addFor(const std::string& channel, const std::string& path) {
-    files.push_back({channel, read(path)});
-}
-
-void ChannelDecoders::addBehind(const std::string& channel, const std::string& path) {
-    files.push_back({channel, read(path), true});
-}
-
-std::shared_ptr<const Decoder> ChannelDecoders::find(const ChannelDescription& channel) {
+std::shared_ptr<const Decoder> ChannelDecoders::find(const ChannelDescription& channel,
+                                                     const std::vector<std::string>& behind) {
+    for (const std::string& path : behind) {
+        files.push_back({channel.name, read(path), true});
+    }
     std::vector<const Database*> wanted;
     const auto take = [&](bool isOwn, bool isBehind) {
         for (File& file : files) {

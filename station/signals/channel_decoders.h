@@ -17,17 +17,15 @@ class ChannelDecoders {
     /// "FILE", for all channels of its bus, or "CHANNEL=FILE". Reads the file. Throws as
     /// `readDatabase`.
     void add(const std::string& text);
-    void addFor(const std::string& channel, const std::string& path);
-    /// What the channel has where nothing is named: from a setup.
-    void addBehind(const std::string& channel, const std::string& path);
 
     /// Reads the file already. Throws as `readDatabase`.
     void load(const std::string& path) { read(path); }
 
     bool isEmpty() const { return files.empty(); }
-    /// Null: no database is for this channel. Throws UserError for one of another bus that was
-    /// named for it.
-    std::shared_ptr<const Decoder> find(const ChannelDescription& channel);
+    /// Null: no database is for this channel. `behind` are the files that it has otherwise: from a
+    /// setup. Throws UserError for one of another bus that was named for it, and as `readDatabase`.
+    std::shared_ptr<const Decoder> find(const ChannelDescription& channel,
+                                        const std::vector<std::string>& behind = {});
     /// What the user should know of the files. Those since the last call.
     std::vector<std::string> takeNotices();
     /// Channels that were named and never looked for.
