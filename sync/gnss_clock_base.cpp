@@ -28,7 +28,7 @@ void GNSSClockBase::Start(bool hostHasSource) {
 
 void GNSSClockBase::Reset() {
     started = false;
-    windowMoved = false;
+    windowBefore.reset();
     {
         const WriteGuard guard(timeLock);
         hasTime = false;
@@ -39,8 +39,7 @@ void GNSSClockBase::Reset() {
 
 void GNSSClockBase::SetWindow(double start, double current, double limit) {
     windowStart = start;
-    windowBefore = windowMoved ? windowCurrent : 0.0;
-    windowMoved = true;
+    windowBefore = windowBefore ? windowCurrent : 0.0;
     windowCurrent = current;
     windowLimit = limit;
     OnWindowChanged();

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
 
 #include "core/mutex.h"
@@ -102,9 +103,9 @@ class GNSSClockBase : public GNSSClock {
     GNSSTimeReason DiscardReason(double hostTime) const {
         // What came in before the last time that the window moved was asked about then.
         if (hostTime < 0.0) {
-            return windowBefore > 0.0 && windowBefore - hostTime > dataDelay
-                       ? GNSSTimeReason::TooOld
-                       : GNSSTimeReason::BeforeStart;
+            const double before = windowBefore.value_or(0.0);
+            return before > 0.0 && before - hostTime > dataDelay ? GNSSTimeReason::TooOld
+                                                                 : GNSSTimeReason::BeforeStart;
         }
         // A time that is no number is in no window and can't be placed.
         return hostTime < windowStart   ? GNSSTimeReason::TooOld
@@ -120,8 +121,8 @@ class GNSSClockBase : public GNSSClock {
     bool acceptAll = false;  ///< the host was in setup at `Start`
     double windowStart = 0.0;
     double windowCurrent = 0.0;
-    double windowBefore = 0.0;  ///< `windowCurrent` until it moved; 0.0: it hasn't yet
-    bool windowMoved = false;   ///< since the last `Reset`
+    /// `windowCurrent` until it moved, 0.0 when it first did; none: it hasn't since `Reset`.
+    std::optional<double> windowBefore;
     double windowLimit = 0.0;
 
     mutable SharedMutex timeLock;
