@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -93,34 +94,37 @@ struct SequenceCounts {
     std::uint64_t missing = 0;  ///< frames that the gaps have skipped, and that didn't come later
     std::uint16_t last = 0;     ///< the counter of the latest frame
     std::uint16_t late = 0;     ///< that of a frame that came behind a later one
-    std::uint64_t absent = 0;   ///< bit i: that of `last` - i was skipped and didn't come later
+    std::bitset<65536> absent;  ///< by counter: it was skipped and didn't come later
 
     void note(std::uint16_t counter) {
         const auto skipped = static_cast<std::uint16_t>(counter - last - 1);
         if (frames++ == 0 || skipped == 0) {
-            last = counter;
-            absent <<= 1U;
+            goOnFrom(counter);
             return;
         }
         ++gaps;
         const auto back = static_cast<std::uint16_t>(last - counter);
-        if (back > mostMissing) {
-            missing += skipped <= mostMissing ? skipped : 0;
-            absent = skipped < mostKnown ? ((absent << skipped) | ((1ULL << skipped) - 1)) << 1U
-                     : skipped <= mostMissing ? ~1ULL
-                                              : 0;
-            last = counter;
-        } else if (counter == static_cast<std::uint16_t>(late + 1)) {  // it counts on from there
-            last = counter;
-            absent = 0;
+        if (back <= mostMissing && absent[counter]) {
+            --missing;
+            absent[counter] = false;
+            late = counter;
+        } else if (skipped <= mostMissing) {
+            missing += skipped;
+            for (std::uint16_t i = 1; i <= skipped; ++i) {
+                absent[static_cast<std::uint16_t>(last + i)] = true;
+            }
+            goOnFrom(counter);
+        } else if (back > mostMissing || counter == static_cast<std::uint16_t>(late + 1)) {
+            absent.reset();  // it counts on from there
+            goOnFrom(counter);
         } else {
-            const std::uint64_t place = back < mostKnown ? 1ULL << back : 0;
-            missing -= (absent & place) != 0 ? 1 : 0;  // else it came twice, or counts from anew
-            absent &= ~place;
             late = counter;
         }
     }
 
   private:
-    static constexpr std::uint16_t mostKnown = 64;
+    void goOnFrom(std::uint16_t counter) {
+        absent[counter] = false;
+        last = counter;
+    }
 };

@@ -99,7 +99,7 @@ TEST(SequenceCountsTest, WhatComesLateOrTwiceIsNotMissing) {
     for (const auto& [counters, gaps, missing] :
          {Case{{65534, 65535, 0, 1}, 0, 0}, Case{{65534, 2, 3}, 1, 3}, Case{{5, 7, 6, 8}, 2, 0},
           Case{{5, 9, 9, 7, 10}, 3, 2}, Case{{700, 0, 1, 2, 4}, 3, 1},
-          Case{{3, 5, 2000, 2001}, 2, 1}, Case{{5, 7, 4, 8}, 2, 1},
+          Case{{3, 5, 2000, 2001}, 2, 1}, Case{{5, 7, 4, 8}, 2, 1}, Case{{5, 8, 6, 7, 9}, 3, 0},
           Case{{900, 902, 0, 1, 2}, 3, 1}}) {
         SequenceCounts counts;
         for (const std::uint16_t counter : counters) {
