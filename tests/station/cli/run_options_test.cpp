@@ -101,7 +101,7 @@ TEST_F(CommandLineTest, HelpSaysHowEachCommandIsUsed) {
                         {{"run", "--play"}, "--play"},
                         {{"extcap"}, "--install SETUP..."},
                         {{"fleet"}, "A subcommand is required"},
-                        {{"stream", "nats://a b"}, "--stream"},
+                        {{"stream", "nats://a b"}, "SERVERS"},
                         {{"collect"}, "is required"}});
 }
 
