@@ -17,7 +17,7 @@ URL = "nats://127.0.0.1:4222"
 COUNTS = [1, 10, 100]
 RATE = 200
 MEGABYTES = 1000
-BACKLOG = 200  # megabytes
+BACKLOG, BACKLOG_SECONDS = 200, 2  # megabytes
 SMALLER = [(2, 100), (16, 400), (64, 1000)]  # KiB of a batch, MB in all
 WANTED = 0.8  # of what plain clients bring
 DEAD_SECONDS = 10
@@ -53,8 +53,9 @@ def main(folder, seconds=10):
     print(f"stations that send {RATE} messages a second, {seconds} s:")
     for count in COUNTS:
         measure(folder, "live", URL, count, RATE, seconds, folder / "spool", 0)
-    print(f"the same of one station with {BACKLOG} MB of an earlier measurement in its spool:")
-    measure(folder, "live", URL, 1, RATE, seconds, folder / "spool", BACKLOG)
+    print(f"one station, without and with {BACKLOG} MB of an earlier measurement in its spool, while that is sent:")
+    for backlog in (0, BACKLOG):
+        measure(folder, "live", URL, 1, RATE, BACKLOG_SECONDS, folder / "spool", backlog)
     print("stations with full spools, and plain clients with payloads of that size:")
     for count, kibibytes, megabytes in [*((count, 256, MEGABYTES) for count in COUNTS),
                                         *((10, *smaller) for smaller in SMALLER)]:
