@@ -83,7 +83,6 @@ class NextBatch {
 
 struct Sender::Shared {
     void run() CMP_EXCLUDES(lock) {
-        spool->countOld();
         auto pause = shortestPause;
         while (!isEnding) {
             try {
@@ -99,12 +98,14 @@ struct Sender::Shared {
             }
             publisher->close();
             spool->saveNote();  // whoever ends it while it connects doesn't wait for it
+            countAll();
             waitFor(pause);
             pause = std::min<std::chrono::milliseconds>(2 * pause, longestPause);
         }
         isOpening = false;
         publisher->close();
         spool->saveNote();
+        countAll();
         const LockGuard guard(lock);
         isOver = true;
         changed.notify_all();
@@ -133,7 +134,8 @@ struct Sender::Shared {
                 onTheWay.push_back({next.take(), batch->messages});
                 noteOnTheWay(messages += batch->messages);
             }
-            if (onTheWay.empty()) {
+            const bool isCounting = spool->countNext();  // beside it: there may be thousands of MB
+            if (onTheWay.empty() && !isCounting) {
                 spool->waitForMore(idlePause);
             }
             const std::uint64_t now =
@@ -155,6 +157,10 @@ struct Sender::Shared {
         lookAround();
     }
 
+    void countAll() CMP_EXCLUDES(lock) {
+        while (spool->countNext()) {
+        }
+    }
     void turnTo(std::uint64_t measurement) CMP_EXCLUDES(lock) {
         if (measurement != spool->getCurrent()) {
             spool->setCurrent(measurement);

@@ -246,26 +246,23 @@ void Spool::dropOldest() {
     }
 }
 
-void Spool::countOld() {
-    for (Key last;;) {
-        Part part;
-        {
-            const LockGuard guard(lock);
-            const auto found = parts.upper_bound(last);
-            if (found == parts.end()) {
-                return;
-            }
-            last = found->first;
-            part = found->second;
+bool Spool::countNext() {
+    Part part;
+    {
+        const LockGuard guard(lock);
+        const auto found = parts.upper_bound(counted);
+        if (found == parts.end() || found->first.measurement >= firstLive) {
+            return false;
         }
-        if (!part.messages) {
-            const auto messages = countMessages(part.path, part.start, part.bytes);
-            const LockGuard guard(lock);
-            if (const auto found = parts.find(last); found != parts.end()) {
-                found->second.messages = messages;
-            }
-        }
+        counted = found->first;
+        part = found->second;
     }
+    const auto messages = countMessages(part.path, part.start, part.bytes);
+    const LockGuard guard(lock);
+    if (const auto found = parts.find(counted); found != parts.end()) {
+        found->second.messages = messages;
+    }
+    return true;
 }
 
 Spool::Reader Spool::startReading(Lane lane) const {

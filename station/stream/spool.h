@@ -79,8 +79,9 @@ class Spool {
 
     // By the other one.
 
-    /// Counts the messages of parts that were there before: reads the headers of all batches.
-    void countOld() CMP_EXCLUDES(lock);
+    /// Counts the messages of the next part that was there before: reads the headers of its
+    /// batches. False: there is none.
+    bool countNext() CMP_EXCLUDES(lock);
     /// Behind what is acknowledged. Earlier measurements: first the one that was being sent, then
     /// those behind it, and those in front of it.
     Reader startReading(Lane lane) const CMP_EXCLUDES(lock);
@@ -139,6 +140,7 @@ class Spool {
     Descriptor lockFile;
     std::uint64_t latestMeasurement = 0;
     std::uint64_t firstLive = 0;  ///< measurement of this run; constant after construction
+    Key counted;                  ///< the other thread's own
 
     mutable Mutex lock;
     std::condition_variable_any changed;
