@@ -203,7 +203,7 @@ TEST_F(PlotPanelTest, ADroppedSignalIsHandedOnAndOtherThingsArent) {
 }
 
 TEST_F(PlotPanelTest, WhatIsExportedIsWhatIsShown) {
-    const std::size_t one = panel.addSignal("One, \"two\"", "°C");
+    const std::size_t one = panel.addSignal("One, \"two\"", "°C, \"K\"");
     panel.append(one, start - 20 * second, 7);
     panel.setStart(start);
     panel.append(one, start - second / 2, 0.1);
@@ -211,7 +211,7 @@ TEST_F(PlotPanelTest, WhatIsExportedIsWhatIsShown) {
     panel.setPaused(true);
     panel.append(one, start + 2, 0.2);
     EXPECT_EQ(cell(0, 6), "0.1");
-    const std::string name = ",\"One, \"\"two\"\"\",°C,";
+    const std::string name = ",\"One, \"\"two\"\"\",\"°C, \"\"K\"\"\",";
     EXPECT_EQ(exported("values.csv", &PlotPanel::exportCsv),
               "time,seconds,signal,unit,value\n"
               "2023-11-14T22:13:19.500000000Z,-0.500000000" +
@@ -232,6 +232,9 @@ TEST_F(PlotPanelTest, WhatIsExportedIsWhatIsShown) {
     const std::string text = exported("values.csv", &PlotPanel::exportCsv);
     EXPECT_TRUE(notice.text().contains("\"two\" before ")) << "only extents are left";
     EXPECT_GT(std::count(text.begin(), text.end(), '\n'), 20'000);
+    panel.addSignal("Three", "V");
+    EXPECT_LT(exported("shared.csv", &PlotPanel::exportCsv).size(), text.size())
+        << "they share the memory";
 }
 
 TEST_F(PlotPanelTest, SignalsAreDrawnSoThatTheyCanBeSeenInALightAndADarkPalette) {

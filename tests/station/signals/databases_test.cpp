@@ -41,20 +41,20 @@ std::vector<std::string> describe(const Database& database) {
 TEST(Databases, DbcSaysAllThatIsShown) {
     const WrittenDatabase files;
     const Database database = files.read(bodyDbc);
-    EXPECT_THAT(
-        describe(database),
-        ElementsAre("291 Engine 8 Body \"two\nlines \"quoted\"\" 0.02",
-                    "Speed 0|16 little 0 0.25 -10 [0|8000] 1/min \"of the crank, \u20AC\"",
-                    "Torque 23|12 big 1 1 0 [0|0] Nm \"\"",
-                    "Gear 28|3 little 0 1 0 [0|7]  \"\" 0=Park 1=Re\"verse",
-                    "Heat 32|32 little 2 2 1 [0|0] \u00B0C \"\"", "419365121x Wide 64  \"\" 0.1",
-                    "Far 448|64 little 1 1 0 [0|0]  \"\" -1=none 5=five",
-                    "Big 7|64 big 0 1 0 [0|0]  \"\"", "512 Modes 8 Door \"\" -1",
-                    "Mode 0|8 little 0 1 0 [0|0]  \"\" M",
-                    "A 8|8 little 0 1 0 [0|0]  \"\" Mode=0-0",
-                    "PageOfThisMode 8|8 little 0 1 0 [0|0]  \"\" M Mode=1-1",
-                    "B 16|8 little 0 1 0 [0|0]  \"\" PageOfThisMode=3-3 "
-                    "PageOfThisMode=7-9"));
+    EXPECT_THAT(describe(database),
+                ElementsAre("291 Engine 8 Body \"two\nlines \"quoted\"\" 0.02",
+                            "Speed 0|16 little 0 0.25 -10 [0|8000] 1/min \"of the crank, \u20AC\"",
+                            "Torque 23|12 big 1 1 0 [0|0] Nm \"\"",
+                            "Gear 28|3 little 0 1 0 [0|7]  \"\" 0=Park 1=Re\"verse",
+                            "Heat 32|32 little 2 2 1 [0|0] \u00B0C \"\" -1=cold",
+                            "419365121x Wide 64  \"\" 0.1",
+                            "Far 448|64 little 1 1 0 [0|0]  \"\" -1=none 5=five",
+                            "Big 7|64 big 0 1 0 [0|0]  \"\"", "512 Modes 8 Door \"\" -1",
+                            "Mode 0|8 little 0 1 0 [0|0]  \"\" M",
+                            "A 8|8 little 0 1 0 [0|0]  \"\" Mode=0-0",
+                            "PageOfThisMode 8|8 little 0 1 0 [0|0]  \"\" M Mode=1-1",
+                            "B 16|8 little 0 1 0 [0|0]  \"\" PageOfThisMode=3-3 "
+                            "PageOfThisMode=7-9"));
     EXPECT_THAT(database.notices, ElementsAre());
     EXPECT_EQ(files.read("\xEF\xBB\xBF" + std::string(bodyDbc)).messages.size(), 3U);
 }
@@ -68,7 +68,7 @@ TEST(Databases, LdfSaysAllThatIsShown) {
                     "Position 0|10 little 0 0.1 -5 [-5|95] % \"\" 1023=invalid",
                     "Locked 10|1 little 0 1 0 [0|0]  \"\"", "Serial 16|32 little 0 1 0 [0|0]  \"\"",
                     "34 Old 4 Left \"\" -1", "Locked 0|1 little 0 1 0 [0|0]  \"\"",
-                    "60 MasterReq 8  \"\" -1", "Req 0|8 little 0 1 0 [0|0]  \"\""));
+                    "60 MasterReq 8  \"\" -1", "Req 0|8 little 0 -1 10 [-90|10] m \"\""));
     EXPECT_EQ(database.messages[0].signals[0].ranges.at(1).unit, "raw");
 }
 

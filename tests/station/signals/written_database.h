@@ -79,6 +79,7 @@ BA_ "GenMsgCycleTime" BO_ 291 20;
 BA_ "GenMsgCycleTime" BO_ 512 0;
 BA_ "SystemSignalLongSymbol" SG_ 512 Page "PageOfThisMode";
 VAL_ 291 Gear Gears ;
+VAL_ 291 Heat -1 "cold" ;
 VAL_ 2566848769 Far -1 "none" 5 "five" ;
 VAL_ Env 0 "off" ;
 NEW_THING_ what ever "a ; b";
@@ -109,8 +110,9 @@ Schedule_tables { Normal { Window delay 10 ms; } }
 Signal_encoding_types {
   Height { physical_value, 0, 1000, 0.1, -5, "%"; physical_value, 1001, 1020, 1, 0, "raw";
            logical_value, 1023, "invalid"; }
+  Down { physical_value, 0, 100, -1, 10, "m"; }
 }
-Signal_representation { Height: Position; }
+Signal_representation { Height: Position; Down: Req; }
 )";
 
 }  // namespace station

@@ -86,6 +86,7 @@ TEST_F(LiveFeedTest, EachIdentifierHasItsCountCycleAndTheBytesThatChangedLately)
     EXPECT_EQ(rows[0].mostCycle, 20'000'000);
     EXPECT_EQ(rows[0].changed, 0b1010U);
     EXPECT_EQ(dataText(rows[0].last), "01 09 03 04");
+    EXPECT_EQ(feed.getMessages().find(0)->size, 8U + 3) << "no room for bytes that aren't there";
     EXPECT_GT(rows[0].traffic.getRate(), 0.0);
     EXPECT_FALSE(rows[1].hasCycle());
     EXPECT_EQ(identifierText(rows[1].last), "18DA00F1x");

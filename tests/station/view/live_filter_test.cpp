@@ -50,6 +50,7 @@ TEST(LiveFilterTest, NumbersRangesMasksAndNamesChooseAndExclude) {
     EXPECT_FALSE(LiveFilter::parse("rear 100", channels).passesChannel(0));
     EXPECT_FALSE(LiveFilter::parse("!rear", channels).passesChannel(1));
     EXPECT_TRUE(LiveFilter::parse("100", channels).passesChannel(2));
+    EXPECT_TRUE(LiveFilter::parse("!0-7FF", channels).passesChannel(2)) << "others may come";
 }
 
 TEST(LiveFilterTest, ATextThatIsNoneSaysWhatOneLooksLike) {
