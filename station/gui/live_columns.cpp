@@ -23,4 +23,24 @@ QString clockText(std::int64_t utcNanoseconds) {
     return QString("%1.%2").arg(time.toString("HH:mm:ss")).arg(rest / 1000, 6, 10, QChar('0'));
 }
 
+QString rowText(const QAbstractItemModel& model, const QModelIndex& row) {
+    QStringList cells;
+    for (int column = 0; column < model.columnCount(); ++column) {
+        cells.append(row.siblingAtColumn(column).data().toString());
+    }
+    return cells.join('\t');
+}
+
+QModelIndex nextRow(const QAbstractItemModel& model, QModelIndex row) {
+    if (model.rowCount(row) > 0) {
+        return model.index(0, 0, row);
+    }
+    for (; row.isValid(); row = row.parent()) {
+        if (const QModelIndex below = row.siblingAtRow(row.row() + 1); below.isValid()) {
+            return below;
+        }
+    }
+    return model.index(0, 0);
+}
+
 }  // namespace station

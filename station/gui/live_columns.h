@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QAbstractItemModel>
 #include <QFont>
 #include <QFontDatabase>
 #include <QString>
@@ -22,6 +23,12 @@ enum class TimeForm { SinceStart, Absolute, Differences };
 QString secondsText(std::int64_t nanoseconds);
 /// "12:34:56.789012", of the day in UTC.
 QString clockText(std::int64_t utcNanoseconds);
+
+/// The cells of a row, with tabulators between them.
+QString rowText(const QAbstractItemModel& model, const QModelIndex& row);
+/// The row behind that one, whether it can be seen or lies below one that is folded; the first one
+/// behind the last. Of column 0.
+QModelIndex nextRow(const QAbstractItemModel& model, QModelIndex row);
 
 /// For identifiers, data and numbers.
 inline QFont fixedFont() {

@@ -14,6 +14,7 @@
 
 #include "station/errors.h"
 #include "station/gui/bytes_delegate.h"
+#include "station/gui/live_columns.h"
 #include "station/gui/live_export.h"
 
 namespace station {
@@ -27,14 +28,6 @@ enum Form { Identifiers, Messages };
 int widthOf(const QString& text, const QFont& font) {
     constexpr int margins = 14;
     return QFontMetrics(font).horizontalAdvance(text) + margins;
-}
-
-QString rowText(const QAbstractItemModel& model, const QModelIndex& row) {
-    QStringList cells;
-    for (int column = 0; column < model.columnCount(); ++column) {
-        cells.append(row.siblingAtColumn(column).data().toString());
-    }
-    return cells.join('\t');
 }
 
 }  // namespace
@@ -421,22 +414,11 @@ void LivePanel::find() {
     QAbstractItemView& view = *shownView();
     const QAbstractItemModel& model = *view.model();
     const auto until = LiveFeed::Clock::now() + patience;
-    const auto next = [&](QModelIndex at) {  // also below rows that are folded
-        if (model.rowCount(at) > 0) {
-            return model.index(0, 0, at);
-        }
-        for (; at.isValid(); at = at.parent()) {
-            if (const QModelIndex below = at.siblingAtRow(at.row() + 1); below.isValid()) {
-                return below;
-            }
-        }
-        return model.index(0, 0);
-    };
     if (wanted.isEmpty() || model.rowCount() == 0) {
         return;
     }
     const QModelIndex start = view.currentIndex().siblingAtColumn(0);
-    QModelIndex at = next(start);
+    QModelIndex at = nextRow(model, start);
     const QModelIndex first = at;
     do {
         if (rowText(model, at).contains(wanted, Qt::CaseInsensitive)) {
@@ -444,7 +426,7 @@ void LivePanel::find() {
             view.scrollTo(at, QAbstractItemView::PositionAtCenter);
             return;
         }
-        at = next(at);
+        at = nextRow(model, at);
     } while (at != first && LiveFeed::Clock::now() < until);
     if (at != first) {  // goes on from there
         view.setCurrentIndex(at);

@@ -64,23 +64,6 @@ std::filesystem::path toPath(const QString& text) {
     return text.toStdString();
 }
 
-/// How many messages the recording that is furthest behind hasn't taken.
-std::uint64_t countMissing(const Summary& summary) {
-    std::uint64_t most = 0;
-    for (const RecordingSummary& recording : summary.recordings) {
-        std::uint64_t missing = 0;
-        const std::size_t count = std::min(recording.channels.size(), summary.channels.size());
-        for (std::size_t i = 0; i < count; ++i) {
-            const RecordingSummary::Channel& channel = recording.channels[i];
-            const std::uint64_t frames = summary.channels[i].frames;
-            missing +=
-                channel.isHeld ? frames - std::min(frames, channel.records + channel.lost) : 0;
-        }
-        most = std::max(most, missing);
-    }
-    return most;
-}
-
 }  // namespace
 
 MainWindow::MainWindow(WorkspaceOptions options)
@@ -399,7 +382,7 @@ void MainWindow::watchDisk(const Summary& summary) {
         delete diskQuestion;
     } else if (now >= nextDiskQuestion && !diskQuestion) {
         nextDiskQuestion = now + pause;
-        const std::uint64_t missing = countMissing(summary);
+        const std::uint64_t missing = workspace.countMissing();
         const QString text =
             missing == 0
                 ? "The recordings are written, but the disk hasn't confirmed yet that it keeps "

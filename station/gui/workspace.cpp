@@ -345,6 +345,22 @@ const Summary& Workspace::summarize() {
     return summary;
 }
 
+std::uint64_t Workspace::countMissing() const {
+    std::uint64_t most = 0;
+    for (const RecordingSummary& recording : summary.recordings) {
+        std::uint64_t missing = 0;
+        const std::size_t count = std::min(recording.channels.size(), summary.channels.size());
+        for (std::size_t i = 0; i < count; ++i) {
+            const RecordingSummary::Channel& channel = recording.channels[i];
+            const std::uint64_t frames = summary.channels[i].frames;
+            missing +=
+                channel.isHeld ? frames - std::min(frames, channel.records + channel.lost) : 0;
+        }
+        most = std::max(most, missing);
+    }
+    return most;
+}
+
 void Workspace::tick(Measurement::Clock::time_point now) {
     constexpr auto lookPeriod = std::chrono::milliseconds(200);
     takeDecoders();

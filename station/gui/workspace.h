@@ -100,6 +100,8 @@ class Workspace {
     /// Of the measurement that runs, or of the last one.
     const Summary& summarize();
     bool hasLost() const { return lost; }
+    /// How many messages the recording that is furthest behind hasn't taken.
+    std::uint64_t countMissing() const;
     /// What it may lack all the same, a text each.
     std::vector<std::string> getGaps() const { return coverage.getGaps(); }
 
