@@ -105,8 +105,11 @@ void StopSignal::watch() {
     }
     noteLook();
     raise(request);
+    const auto first = std::chrono::steady_clock::now();
     do {
-        if (waitForSignal(patienceLeft()) != 0) {
+        const int next = waitForSignal(patienceLeft());
+        const bool isSame = next == signal && std::chrono::steady_clock::now() - first < samePeriod;
+        if (next != 0 && !isSame) {
             if (!keepsSecond || hadSecond.exchange(true)) {
                 endProgram();
             }

@@ -11,7 +11,8 @@ namespace station {
 ///
 /// A program that doesn't look for the request waits for something: a reader, a pipe, a disk. It is
 /// ended then, 0.4 s after it last looked; after a second request every program is, at once. The
-/// exit code is that of a failure.
+/// exit code is that of a failure. The same signal within a twentieth of a second is
+/// the same request: some programs signal their child and then its group.
 ///
 /// Made once in `main`, before any thread starts: the threads take over its signal mask, so that
 /// the signals arrive here and nowhere else. SIGPIPE is ignored from then on.
@@ -52,6 +53,7 @@ class StopSignal {
 
   private:
     static constexpr int forever = -1;
+    static constexpr auto samePeriod = std::chrono::milliseconds(50);
 
     void watch();
     void noteLook() { lastLook = std::chrono::steady_clock::now().time_since_epoch(); }
