@@ -1,7 +1,10 @@
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -57,7 +60,8 @@ using Json = nlohmann::ordered_json;
 class PendingOutput {
   public:
     /// Throws FileError if there is something that isn't to be overwritten.
-    PendingOutput(const std::string& output, bool overwrite) : place(output), path(output) {
+    PendingOutput(const std::string& output, bool overwrite)
+        : place(output), path(output), mayReplace(overwrite) {
         if (AppendFile::isStreamPath(output)) {
             return;
         }
@@ -66,6 +70,7 @@ class PendingOutput {
             AppendFile former(output, overwrite);
             former.discard();
             place = std::filesystem::canonical(place);
+            mayReplace = true;
         }
         path = temporaryName(place);
     }
@@ -85,7 +90,7 @@ class PendingOutput {
     void finish() {
         std::error_code error;
         if (std::exchange(isBegun, false)) {
-            std::filesystem::rename(path, place, error);
+            moveIntoPlace(error);
         }
         if (error) {
             throw FileError(
@@ -94,8 +99,24 @@ class PendingOutput {
     }
 
   private:
+    /// Without --overwrite not onto a file that came meanwhile; some file systems can't tell.
+    void moveIntoPlace(std::error_code& error) const {
+        const unsigned flags = mayReplace ? 0 : RENAME_NOREPLACE;
+        if (::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, place.c_str(), flags) == 0) {
+            return;
+        }
+        error = std::error_code(errno, std::generic_category());
+        if (error == std::errc::invalid_argument) {
+            std::filesystem::rename(path, place, error);
+        } else if (error) {
+            std::error_code ignored;
+            std::filesystem::remove(path, ignored);
+        }
+    }
+
     std::filesystem::path place;
     std::filesystem::path path;
+    bool mayReplace;
     bool isBegun = false;
 };
 
