@@ -18,12 +18,9 @@ bool SpoolProgress::load(const std::vector<SpoolPlace>& note, const std::set<Spo
             continue;  // all of it was acknowledged
         }
         const bool isThere = parts.contains(place.part) && endsBatch(place);
-        // Its part may be gone by right, but then those in front of it are too.
-        if (!isThere && place.offset != 0 && *first <= place.part) {
-            isOfThese = false;
-            continue;
-        }
         current = measurement;
+        // Its part may be gone by right, but then those in front of it are too.
+        isOfThese = isOfThese && (isThere || place.offset == 0 || place.part < *first);
         if (isThere) {
             acknowledge(place, 0);
         }
