@@ -68,14 +68,17 @@ class Reader {
             ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
             0);
     }
-    /// Until the text has that in it or the connection is closed.
+    /// What came up to there, or until the connection is closed.
     std::string readUntil(const std::string& end) {
         std::array<char, 4096> bytes;  // one at a time would be too slow for the server's patience
-        for (ssize_t count = 1; count > 0 && !text.ends_with(end);) {
+        std::size_t found = text.find(end, taken);
+        for (ssize_t count = 1; count > 0 && found == std::string::npos;) {
             count = ::recv(socket.get(), bytes.data(), bytes.size(), 0);
             text.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+            found = text.find(end, taken);
         }
-        return text;
+        taken = found == std::string::npos ? text.size() : found + end.size();
+        return text.substr(0, taken);
     }
     void ask(const std::string& command, const std::string& answer) {
         ASSERT_EQ(::send(socket.get(), command.data(), command.size(), MSG_NOSIGNAL),
@@ -86,6 +89,7 @@ class Reader {
   private:
     const Descriptor socket;
     std::string text;
+    std::size_t taken = 0;  ///< of it
 };
 
 TEST(BusServer, CutsOffWhatItsThreadOrItsReaderCannotKeepAndSaysSo) {
