@@ -88,30 +88,28 @@ class PendingOutput {
     void begin() { isBegun = path != place; }
     /// Once it is closed. Throws FileError.
     void finish() {
-        std::error_code error;
-        if (std::exchange(isBegun, false)) {
-            moveIntoPlace(error);
+        if (!isBegun) {
+            return;
         }
-        if (error) {
+        if (const std::error_code error = moveIntoPlace(); error) {
             throw FileError(
                 fmt::format("{} can't be written: {}", place.string(), error.message()));
         }
+        isBegun = false;
     }
 
   private:
     /// Without --overwrite not onto a file that came meanwhile; some file systems can't tell.
-    void moveIntoPlace(std::error_code& error) const {
+    std::error_code moveIntoPlace() const {
         const unsigned flags = mayReplace ? 0 : RENAME_NOREPLACE;
-        if (::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, place.c_str(), flags) == 0) {
-            return;
+        std::error_code error;
+        if (::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, place.c_str(), flags) != 0) {
+            error = std::error_code(errno, std::generic_category());
         }
-        error = std::error_code(errno, std::generic_category());
         if (error == std::errc::invalid_argument) {
             std::filesystem::rename(path, place, error);
-        } else if (error) {
-            std::error_code ignored;
-            std::filesystem::remove(path, ignored);
         }
+        return error;
     }
 
     std::filesystem::path place;
