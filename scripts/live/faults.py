@@ -9,8 +9,8 @@ channel by channel and recording by recording."""
 import concurrent.futures
 import contextlib
 import json
+import os
 import random
-import shutil
 import signal
 import socket
 import subprocess
@@ -28,7 +28,6 @@ import soak
 LINKS = 8
 SMALL = "19M"  # of the disk that gets full
 FILLER = 18 << 20  # bytes of it that are given back a while after it has got full
-FULL = 1 << 16  # bytes, less than which are no room
 FROZEN = "64M"  # of the disk that is frozen
 
 
@@ -111,6 +110,14 @@ class Link:
         return self.module.interface.replace("sim", "veth")
 
 
+def writes_below(process, folder):
+    """Whether the process has a file open below the folder: a recording whose disk is full closes its own."""
+    files = Path(f"/proc/{process.pid}/fd")
+    with contextlib.suppress(FileNotFoundError):  # one that it has closed meanwhile
+        return any(str(folder) in os.readlink(file) for file in files.iterdir())
+    return True
+
+
 def begin_bridge():
     """Over a link that is never taken away: each of its frames passes both."""
     lab.ip("link add bridge0 type bridge")
@@ -150,7 +157,7 @@ def run(folder, seconds, seed):
                 trouble.step(time.monotonic() - start)
             link.release()
             now = time.monotonic()
-            if filler.exists() and shutil.disk_usage(small).free > FULL:
+            if filler.exists() and writes_below(process, small):
                 room = now
             elif filler.exists() and now - room > 3:
                 filler.unlink()
