@@ -75,6 +75,18 @@ fs::path temporaryName(const fs::path& target) {
     return path;
 }
 
+void createFileLike(const fs::path& path, const fs::path& model) {
+    struct stat old {};
+    if (::stat(model.c_str(), &old) != 0) {
+        failNow("reading the permissions of " + model.string());
+    }
+    const Descriptor file = openFile(path, O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+    if (!file.isOpen()) {
+        failNow("creating " + path.string());
+    }
+    takePermissions(file.get(), old);
+}
+
 std::optional<std::string> readWholeFile(const fs::path& path, std::size_t most) {
     // O_NONBLOCK, so that a pipe is refused below and not waited for.
     const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);

@@ -16,6 +16,11 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& path,
 /// nobody can have chosen.
 std::filesystem::path temporaryName(const std::filesystem::path& target);
 
+/// Makes an empty file at `path`, where there is none, with the permissions of `model`, and its
+/// owner and group as far as the user may give files away. Throws `std::runtime_error` with the
+/// cause.
+void createFileLike(const std::filesystem::path& path, const std::filesystem::path& model);
+
 /// A text on its way to the place of what is at `path`, all or nothing: whoever opens that, also
 /// after a crash or a power cut, finds the whole of the old or of the new. The text goes into a
 /// file of its own in the same directory, to the disk, and with `commit` to the name.

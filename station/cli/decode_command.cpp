@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,28 +56,33 @@ struct DecodeOptions {
 using Json = nlohmann::ordered_json;
 
 /// Where the output is written: beside its place, which it takes once it is complete. So neither a
-/// failure nor a kill leaves a part of it there, or harms what was there before. A pipe is written
-/// as it is.
+/// failure nor a kill leaves a part of it there, or harms what was there before, whose permissions
+/// it gets. A pipe is written as it is.
 class PendingOutput {
   public:
-    /// Throws FileError if there is something that isn't to be overwritten.
-    PendingOutput(const std::string& output, bool overwrite)
-        : place(output), path(output), mayReplace(overwrite) {
+    /// Throws FileError if there is something that isn't to be overwritten, and UserError if there
+    /// is a link to nothing.
+    PendingOutput(const std::string& output, bool overwrite) : place(output), path(output) {
         if (AppendFile::isStreamPath(output)) {
             return;
         }
         std::error_code none;
-        if (std::filesystem::exists(place, none)) {
+        isReplacing = std::filesystem::exists(place, none);
+        if (isReplacing) {
             AppendFile former(output, overwrite);
             former.discard();
             place = std::filesystem::canonical(place);
-            mayReplace = true;
+        } else if (std::filesystem::is_symlink(place, none)) {
+            throw UserError(fmt::format("{} is a link to nothing; name another file", output));
         }
         path = temporaryName(place);
+        if (isReplacing) {
+            makeLikeFormer();
+        }
     }
     ~PendingOutput() {
         std::error_code ignored;
-        if (isBegun) {
+        if (path != place) {
             std::filesystem::remove(path, ignored);
         }
     }
@@ -84,24 +90,30 @@ class PendingOutput {
     PendingOutput& operator=(const PendingOutput&) = delete;
 
     const std::filesystem::path& getPath() const { return path; }
-    /// That is open now.
-    void begin() { isBegun = path != place; }
+    bool isToReplace() const { return isReplacing; }
     /// Once it is closed. Throws FileError.
     void finish() {
-        if (!isBegun) {
+        if (path == place) {
             return;
         }
         if (const std::error_code error = moveIntoPlace(); error) {
             throw FileError(
                 fmt::format("{} can't be written: {}", place.string(), error.message()));
         }
-        isBegun = false;
+        path = place;
     }
 
   private:
-    /// Without --overwrite not onto a file that came meanwhile; some file systems can't tell.
+    void makeLikeFormer() const {
+        try {
+            createFileLike(path, place);
+        } catch (const std::runtime_error& cause) {
+            throw FileError(fmt::format("{} can't be replaced: {}", place.string(), cause.what()));
+        }
+    }
+    /// Where nothing was, not onto a file that came meanwhile; some file systems can't tell.
     std::error_code moveIntoPlace() const {
-        const unsigned flags = mayReplace ? 0 : RENAME_NOREPLACE;
+        const unsigned flags = isReplacing ? 0 : RENAME_NOREPLACE;
         std::error_code error;
         if (::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, place.c_str(), flags) != 0) {
             error = std::error_code(errno, std::generic_category());
@@ -114,8 +126,7 @@ class PendingOutput {
 
     std::filesystem::path place;
     std::filesystem::path path;
-    bool mayReplace;
-    bool isBegun = false;
+    bool isReplacing = false;
 };
 
 void refuseInput(const DecodeOptions& options, const std::string& output) {
@@ -183,7 +194,8 @@ ExitCode finish(const DecodeOptions& options, const RecordingSet& recordings,
                 PendingOutput& pending) {
     const RecordingSummary output = recordings.summarize().front();
     const bool hasFailed = recordings.hasFailed() || output.lost != 0;
-    if (!hasFailed) {
+    const bool staysAsItWas = hasFailed || (!isAtEnd && pending.isToReplace());
+    if (!staysAsItWas) {
         pending.finish();
     }
     if (options.json) {
@@ -201,10 +213,11 @@ ExitCode finish(const DecodeOptions& options, const RecordingSet& recordings,
         printResult(fmt::format("{}: {} of {} messages decoded, {} bytes\n", options.output,
                                 output.records, recordings.getCount(), output.bytes));
     }
-    if (hasFailed) {
+    if (staysAsItWas) {
         throw UserError(
             ExitCode::Failed,
-            fmt::format("{} is left as it was, since not all could be written", options.output));
+            fmt::format("{} is left as it was, since {}", options.output,
+                        hasFailed ? "not all could be written" : "decoding was stopped"));
     }
     if (!reader.getErrorText().empty()) {
         throw UserError(ExitCode::Unreadable,
@@ -236,7 +249,6 @@ ExitCode decode(const DecodeOptions& options, StopSignal& stop) {
     SignalCounts counts;
     RecordingSet recordings;
     recordings.add(openSignalRecording(options.output, pending.getPath(), decoders, counts));
-    pending.begin();
     recordings.setFilter(filter);
     MessageCopy copy(*reader, recordings);
     bool isMore = true;

@@ -5,6 +5,7 @@ import json
 import logging
 import math
 import random
+import signal
 from collections import defaultdict
 
 import canmatrix.formats
@@ -195,6 +196,7 @@ class Decode(Case):
         log.write_text("".join(f"({number}.0) can0 123#{number % 256:02X}00\n" for number in range(400_000)))
         command = [lab.STATION, "decode", log, out, "--overwrite", "--quiet", "--db", database]
         out.write_text("of before")
+        out.chmod(0o600)
         code, _, errors = lab.call(["prlimit", "--fsize=1000000", *command])
         self.assertEqual(code, 1)
         self.assertIn("left as it was", errors)
@@ -204,12 +206,15 @@ class Decode(Case):
         def parts():
             return [path for path in out.parent.glob(f"{out.name}*") if path not in (out, other)]
         self.assertEqual((out.read_text(), parts()), ("of before", []))
-        decoding = lab.spawn(command)
-        lab.wait_until(lambda: any(part.stat().st_size > 100_000 for part in parts()), "a part is written")
-        decoding.kill()
-        decoding.wait()
-        self.assertEqual(out.read_text(), "of before")
+        for end, left in (signal.SIGTERM, 0), (signal.SIGKILL, 1):
+            decoding = lab.spawn(command)
+            lab.wait_until(lambda: any(part.stat().st_size > 100_000 for part in parts()), "a part is written")
+            self.assertEqual({part.stat().st_mode & 0o777 for part in parts()}, {0o600})
+            decoding.send_signal(end)
+            decoding.wait()
+            self.assertEqual((out.read_text(), len(parts())), ("of before", left))
         self.assertEqual(lab.call(command)[0], 0)
+        self.assertEqual(out.stat().st_mode & 0o777, 0o600)
         self.assertEqual([len(group.times) for group in SignalMf4(out).groups], [400_000])
         self.assertEqual((len(parts()), other.read_text()), (1, "somebody's"))  # that of the killed one
 
