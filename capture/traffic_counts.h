@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -84,47 +83,50 @@ struct SerialNumbers {
 };
 
 /// Frames of one module, and what its sequence counter says: a hint only, as a module may have
-/// several counters.
+/// several counters, and a frame may come late or twice.
 struct SequenceCounts {
     /// What skips more is another counter, or a module that was restarted.
     static constexpr std::uint16_t mostMissing = 1000;
+    /// As far behind the latest a frame may still be one that was missed.
+    static constexpr std::uint16_t mostBehind = 63;
 
     std::uint64_t frames = 0;
-    std::uint64_t gaps = 0;     ///< frames whose counter isn't the successor of the one before
+    std::uint64_t gaps = 0;     ///< frames whose counter isn't the successor of the latest
     std::uint64_t missing = 0;  ///< frames that the gaps have skipped, and that didn't come later
-    std::uint16_t last = 0;     ///< the counter of the latest frame
-    std::uint16_t late = 0;     ///< that of a frame that came behind a later one
-    std::bitset<65536> absent;  ///< by counter: it was skipped and didn't come later
 
     void note(std::uint16_t counter) {
-        const auto skipped = static_cast<std::uint16_t>(counter - last - 1);
-        if (frames++ == 0 || skipped == 0) {
+        const auto ahead = static_cast<std::uint16_t>(counter - last);
+        const auto behind = static_cast<std::uint16_t>(last - counter);
+        const bool isFirst = frames++ == 0;
+        const bool isAfterStray = counter == static_cast<std::uint16_t>(stray + 1) && hasStray;
+        gaps += !isFirst && ahead != 1 ? 1 : 0;
+        hasStray = false;
+        if (isFirst || isAfterStray) {
             goOnFrom(counter);
-            return;
-        }
-        ++gaps;
-        const auto back = static_cast<std::uint16_t>(last - counter);
-        if (back <= mostMissing && absent[counter]) {
-            --missing;
-            absent[counter] = false;
-            late = counter;
-        } else if (skipped <= mostMissing) {
-            missing += skipped;
-            for (std::uint16_t i = 1; i <= skipped; ++i) {
-                absent[static_cast<std::uint16_t>(last + i)] = true;
-            }
-            goOnFrom(counter);
-        } else if (back > mostMissing || counter == static_cast<std::uint16_t>(late + 1)) {
-            absent.reset();  // it counts on from there
-            goOnFrom(counter);
+        } else if (ahead >= 1 && ahead <= mostMissing + 1) {
+            missing += ahead - 1U;
+            came = (ahead > mostBehind ? 0 : came << ahead) | 1U;
+            last = counter;
+        } else if (behind <= mostBehind) {
+            const std::uint64_t its = std::uint64_t{1} << behind;
+            missing -= (came & its) == 0 ? 1 : 0;
+            came |= its;
+        } else if (behind <= mostMissing) {
+            stray = counter;  // a copy that comes late, or the first one of a restarted module
+            hasStray = true;
         } else {
-            late = counter;
+            goOnFrom(counter);
         }
     }
 
   private:
     void goOnFrom(std::uint16_t counter) {
-        absent[counter] = false;
         last = counter;
+        came = ~std::uint64_t{0};
     }
+
+    std::uint64_t came = 0;  ///< bit i: the frame with the counter last - i isn't missing
+    std::uint16_t last = 0;  ///< the latest counter
+    std::uint16_t stray = 0;
+    bool hasStray = false;  ///< the frame before had the counter `stray`
 };

@@ -268,7 +268,7 @@ struct MessageStatistics {
 /// The frames of a module since event 105.
 struct ModuleStatistics {
     std::uint64_t frames = 0;
-    /// Whose sequence counter isn't the successor of the one before: frames may be missing on the
+    /// Whose sequence counter isn't the successor of the latest: frames may be missing on the
     /// way, or the module has several counters.
     std::uint64_t sequenceGaps = 0;
     /// So many frames the counter has skipped in those gaps, but for those that are longer than a

@@ -100,7 +100,10 @@ TEST(SequenceCountsTest, WhatComesLateOrTwiceIsNotMissing) {
          {Case{{65534, 65535, 0, 1}, 0, 0}, Case{{65534, 2, 3}, 1, 3}, Case{{5, 7, 6, 8}, 2, 0},
           Case{{5, 9, 9, 7, 10}, 3, 2}, Case{{700, 0, 1, 2, 4}, 3, 1},
           Case{{3, 5, 2000, 2001}, 2, 1}, Case{{5, 7, 4, 8}, 2, 1}, Case{{5, 8, 6, 7, 9}, 3, 0},
-          Case{{900, 902, 0, 1, 2}, 3, 1}}) {
+          Case{{900, 902, 0, 1, 2}, 3, 1}, Case{{64, 65, 130, 67, 66}, 3, 63},
+          Case{{900, 903, 702, 904, 703, 905}, 3, 2}, Case{{5, 3, 4, 1, 2, 6}, 4, 0},
+          Case{{0, 101, 0, 1, 2}, 3, 100}, Case{{0, 1001, 2003}, 2, 1000},
+          Case{{5, 8, 6, 6, 6, 9}, 4, 1}, Case{{3000, 1, 5}, 2, 3}}) {
         SequenceCounts counts;
         for (const std::uint16_t counter : counters) {
             counts.note(counter);
