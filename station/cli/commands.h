@@ -9,6 +9,8 @@
 #include <functional>
 #include <string>
 
+#include "capture/capture_messages.h"
+#include "capture/pcap_port.h"
 #include "station/errors.h"
 #include "station/stop_signal.h"
 
@@ -39,6 +41,14 @@ inline CLI::Validator isUtf8() {
 /// An empty text is what a shell makes of a variable that isn't set.
 inline CLI::Validator notEmpty() {
     return {[](const std::string& text) { return std::string(text.empty() ? "it is empty" : ""); },
+            ""};
+}
+
+/// An interface that isn't there may come.
+inline CLI::Validator mayCarryEthernet() {
+    return {[](const std::string& name) {
+                return PcapPort().isOfOtherKind(name) ? otherKindText(name) : std::string();
+            },
             ""};
 }
 

@@ -176,7 +176,8 @@ void addDumpCommand(CLI::App& app, Command& chosen) {
     auto* const source = command->add_option_group("source");
     source->add_option("FILE", options->file, "Stored frames, .pcap or .pcapng");
     source->add_option("--interface", options->interface, "Capture on this interface")
-        ->type_name("IF");
+        ->type_name("IF")
+        ->check(mayCarryEthernet());
     source->require_option(1);
     command->add_option("--count", options->count, "End after N messages")
         ->type_name("N")

@@ -366,7 +366,8 @@ void addRunCommand(CLI::App& app, Command& chosen) {
                      "given again")
         ->type_name("NAME")
         ->expected(1)
-        ->take_all();
+        ->take_all()
+        ->check(mayCarryEthernet());
     command->add_option("--plugin", options->plugin, "The plug-in's module")
         ->type_name("FILE")
         ->check(notEmpty());

@@ -40,9 +40,11 @@ std::vector<std::string> FittedClocks::describeJumps() const {
     std::vector<std::string> texts;
     for (const auto& clock : clocks) {
         if (const std::uint64_t jumps = clock->GetState().jumps; jumps != 0) {
-            texts.push_back(
-                fmt::format("the device time of \"{}\" jumped, or had a wrong value ({} times)",
-                            clock->GetDeviceName(), jumps));
+            texts.push_back(fmt::format(
+                "the device time of \"{}\" jumped, or had a wrong value ({} times), or the "
+                "clock of the capturing computer was set; --clock device goes by the "
+                "module's time alone",
+                clock->GetDeviceName(), jumps));
         }
     }
     return texts;
