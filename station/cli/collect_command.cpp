@@ -281,9 +281,7 @@ void addCollectCommand(CLI::App& app, Command& chosen) {
     addNatsOptions(*command, arguments->nats);
     command->add_flag("--json", arguments->json, "Print one JSON object on standard output");
     command->add_flag("--quiet", arguments->quiet, "Print neither progress nor a table");
-    command->callback([arguments, &chosen] {
-        chosen = [arguments](StopSignal& stop) { return collect(*arguments, stop); };
-    });
+    onChosen(*command, chosen, [arguments](StopSignal& stop) { return collect(*arguments, stop); });
 }
 
 }  // namespace station

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "capture/capture_messages.h"
 #include "capture/pcap_port.h"
@@ -18,6 +19,11 @@ namespace station {
 
 /// What the chosen subcommand does; throws UserError for what the user must know.
 using Command = std::function<ExitCode(StopSignal&)>;
+
+/// Has the subcommand do that when it is chosen.
+inline void onChosen(CLI::App& subcommand, Command& chosen, Command action) {
+    subcommand.callback([&chosen, action = std::move(action)] { chosen = action; });
+}
 
 /// A number from `from` to `to`. "nan" isn't, though `CLI::Range` lets it pass.
 inline CLI::Validator within(double from, double to) {
@@ -52,7 +58,7 @@ inline CLI::Validator mayCarryEthernet() {
             ""};
 }
 
-/// Each adds one subcommand and, when that is chosen, sets `chosen`.
+/// Each adds one subcommand (`onChosen`).
 void addRunCommand(CLI::App& app, Command& chosen);
 void addCollectCommand(CLI::App& app, Command& chosen);
 void addConvertCommand(CLI::App& app, Command& chosen);

@@ -263,9 +263,7 @@ void addConvertCommand(CLI::App& app, Command& chosen) {
     addOverwriteOption(*command, options->overwrite);
     command->add_flag("--json", options->json, "Print one JSON object on standard output");
     command->add_flag("--quiet", options->quiet, "Print neither progress nor a table");
-    command->callback([options, &chosen] {
-        chosen = [options](StopSignal& stop) { return convert(*options, stop); };
-    });
+    onChosen(*command, chosen, [options](StopSignal& stop) { return convert(*options, stop); });
 }
 
 }  // namespace station

@@ -182,11 +182,9 @@ void addDumpCommand(CLI::App& app, Command& chosen) {
     command->add_option("--count", options->count, "End after N messages")
         ->type_name("N")
         ->check(within(1.0, mostMessages));
-    command->callback([options, &chosen] {
-        chosen = [options](StopSignal& stop) {
-            setPacketTextSink(printResult);
-            return options->file.empty() ? dumpInterface(*options, stop) : dumpFile(*options, stop);
-        };
+    onChosen(*command, chosen, [options](StopSignal& stop) {
+        setPacketTextSink(printResult);
+        return options->file.empty() ? dumpInterface(*options, stop) : dumpFile(*options, stop);
     });
 }
 

@@ -354,9 +354,7 @@ void addExtcapCommand(CLI::App& app, Command& chosen) {
     option("--extcap-capture-filter", options->filter, "FILTER", "Refused unless it is empty");
     option("--extcap-version", options->ignored, "VERSION", "Wireshark's; without effect")
         ->expected(0, 1);
-    command->callback([options, &chosen] {
-        chosen = [options](StopSignal& stop) { return run(*options, stop); };
-    });
+    onChosen(*command, chosen, [options](StopSignal& stop) { return run(*options, stop); });
 }
 
 }  // namespace station

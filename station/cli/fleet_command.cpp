@@ -27,7 +27,7 @@ struct StatusArguments {
     bool json = false;
 };
 
-ExitCode showStatus(const StatusArguments& arguments, StopSignal&) {
+ExitCode showStatus(const StatusArguments& arguments) {
     const NatsOptions brokers = readNatsOptions(arguments.nats, "SERVERS");
     const auto heartbeats = loadFleetModule()->readHeartbeats(brokers);
     const auto stations = readStatus(heartbeats, realNanoseconds());
@@ -55,9 +55,7 @@ void addFleetCommand(CLI::App& app, Command& chosen) {
     addNatsServers(*command, arguments->nats);
     addNatsOptions(*command, arguments->nats);
     command->add_flag("--json", arguments->json, "Print one JSON object on standard output");
-    command->callback([arguments, &chosen] {
-        chosen = [arguments](StopSignal& stop) { return showStatus(*arguments, stop); };
-    });
+    onChosen(*command, chosen, [arguments](StopSignal&) { return showStatus(*arguments); });
 }
 
 }  // namespace station

@@ -78,9 +78,7 @@ void addGuiCommand(CLI::App& app, Command& chosen) {
         ->add_option("--sample-rate", options->sampleRate,
                      "Samples a second of the acquisition, 1000 by default")
         ->type_name("N");
-    command->callback([options, &chosen] {
-        chosen = [options](StopSignal& stop) { return start(*options, stop); };
-    });
+    onChosen(*command, chosen, [options](StopSignal& stop) { return start(*options, stop); });
 }
 
 }  // namespace station

@@ -207,8 +207,7 @@ void addPluginsCommand(CLI::App& app, Command& chosen) {
         ->excludes(add);
     command->add_flag("--user", options->user, "For this user and not for all");
     command->add_flag("--json", options->json, "List as JSON");
-    command->callback(
-        [options, &chosen] { chosen = [options](StopSignal&) { return plugins(*options); }; });
+    onChosen(*command, chosen, [options](StopSignal&) { return plugins(*options); });
 }
 
 }  // namespace station

@@ -418,9 +418,7 @@ void addRunCommand(CLI::App& app, Command& chosen) {
                       "At the end print one JSON object on standard output");
     command->add_flag("--quiet", options->quiet,
                       "Show nothing while it runs, nor a table at the end");
-    command->callback([options, &chosen] {
-        chosen = [options](StopSignal& stop) { return run(*options, stop); };
-    });
+    onChosen(*command, chosen, [options](StopSignal& stop) { return run(*options, stop); });
 }
 
 }  // namespace station

@@ -62,16 +62,6 @@ struct SetupOptions {
     bool hasNoStream = false;
 };
 
-/// Empty for an option that isn't given: what is in the file stays then.
-std::optional<std::string> given(const CLI::App& command, const char* option,
-                                 const std::string& value) {
-    return command.count(option) > 0 ? std::optional(value) : std::nullopt;
-}
-
-std::optional<bool> yesOrNo(const std::optional<std::string>& text) {
-    return text ? std::optional(*text == "yes") : std::nullopt;
-}
-
 std::uint32_t readNumber(const std::string& text, const char* what, std::uint32_t most) {
     const auto number = parseDecimalOrHex<std::uint32_t>(text);
     if (!number || *number > most) {
@@ -115,7 +105,9 @@ std::size_t findModule(Session& session, const std::string& wanted) {
                         : fmt::format("there is no module \"{}\"; there are: {}", wanted, known));
 }
 
-std::vector<Channel> findChannels(const Module& module, const std::string& wanted) {
+std::vector<Channel> findChannels(Session& session, const SetupOptions& options) {
+    const Module module = session.getModules()[findModule(session, options.module)];
+    const std::string& wanted = options.interface;
     std::vector<Channel> found;
     std::string known;
     const bool all = wanted == "all";
@@ -150,7 +142,7 @@ template <typename Change>
 ExitCode edit(const SetupOptions& options, const Change& change) {
     const auto lock = lockSetup(options);
     const auto session = openSession(options.plugin, options.file);
-    change(*session);
+    change(*session, options);
     session->save(SetupFile(options.file));
     return ExitCode::Good;
 }
@@ -177,6 +169,14 @@ void addModule(Session& session, const SetupOptions& options) {
     session.addModule(module);
 }
 
+void removeModules(Session& session, const SetupOptions& options) {
+    std::vector<std::size_t> rows;
+    for (const std::string& module : options.modules) {
+        rows.push_back(findModule(session, module));
+    }
+    session.removeModules(rows);
+}
+
 void changeModule(Session& session, std::size_t module, const CLI::App& command,
                   const SetupOptions& options) {
     if (command.count("--name") > 0) {  // first: channels that are made are named after it
@@ -192,26 +192,25 @@ void changeModule(Session& session, std::size_t module, const CLI::App& command,
 }
 
 void changeChannel(StationChannel& channel, const CLI::App& command, const SetupOptions& options) {
-    if (const auto used = yesOrNo(given(command, "--used", options.used))) {
-        channel.setUsed(toHostBool(*used));
+    if (!options.used.empty()) {
+        channel.setUsed(toHostBool(options.used == "yes"));
     }
-    if (const auto name = given(command, "--name", options.name)) {
-        channel.setName(Kestrova::Utils::Kcom::StringHelper::ToWide(*name).c_str());
+    if (command.count("--name") > 0) {
+        channel.setName(Kestrova::Utils::Kcom::StringHelper::ToWide(options.name).c_str());
     }
-    if (const auto color = given(command, "--color", options.color)) {
-        channel.setColor(readColor(*color));
+    if (command.count("--color") > 0) {
+        channel.setColor(readColor(options.color));
     }
 }
 
-void setClock(Session& session, std::size_t module, const CLI::App& command,
-              const SetupOptions& options) {
+void setClock(Session& session, std::size_t module, const SetupOptions& options) {
     ClockChoice clock = session.getClocks().at(module);
-    if (const auto sync = given(command, "--sync", options.sync)) {
+    if (!options.sync.empty()) {
         clock.syncMode =
-            *sync == "pps" ? HostGnssDevice::syncModePps : HostGnssDevice::syncModeSoft;
+            options.sync == "pps" ? HostGnssDevice::syncModePps : HostGnssDevice::syncModeSoft;
     }
-    if (const auto source = yesOrNo(given(command, "--clock-source", options.clockSource))) {
-        clock.isSource = *source;
+    if (!options.clockSource.empty()) {
+        clock.isSource = options.clockSource == "yes";
     }
     if (clock.isSource && clock.syncMode != HostGnssDevice::syncModePps) {
         throw UserError("only a module in PPS sync can be the clock source: add --sync pps");
@@ -228,6 +227,11 @@ CLI::App* addAction(CLI::App& setup, const char* name, const char* what, const O
     return command;
 }
 
+template <typename Change>
+void onEdit(CLI::App& action, const Options& options, Command& chosen, const Change& change) {
+    onChosen(action, chosen, [options, change](StopSignal&) { return edit(*options, change); });
+}
+
 void addModuleOptions(CLI::App& command, SetupOptions& options) {
     command.add_option("--config-id", options.configId, "Its ConfigId")->type_name("N");
     command.add_option("--name", options.name, "Its name")->type_name("NAME")->check(isUtf8());
@@ -237,25 +241,11 @@ void addEditActions(CLI::App& setup, const Options& options, Command& chosen) {
     CLI::App* const add = addAction(setup, "add", "Adds a module", options);
     add->add_option("--type", options->type, "Its type")->type_name("TYPE")->required();
     addModuleOptions(*add, *options);
-    add->callback([options, &chosen] {
-        chosen = [options](StopSignal&) {
-            return edit(*options, [&](Session& session) { addModule(session, *options); });
-        };
-    });
+    onEdit(*add, options, chosen, addModule);
 
     CLI::App* const remove = addAction(setup, "remove", "Removes modules", options);
     remove->add_option("MODULE", options->modules, "Rows or names")->required();
-    remove->callback([options, &chosen] {
-        chosen = [options](StopSignal&) {
-            return edit(*options, [&](Session& session) {
-                std::vector<std::size_t> rows;
-                for (const std::string& module : options->modules) {
-                    rows.push_back(findModule(session, module));
-                }
-                session.removeModules(rows);
-            });
-        };
-    });
+    onEdit(*remove, options, chosen, removeModules);
 }
 
 void addSetAction(CLI::App& setup, const Options& options, Command& chosen) {
@@ -269,16 +259,12 @@ void addSetAction(CLI::App& setup, const Options& options, Command& chosen) {
         ->check(CLI::IsMember({"soft", "pps"}));
     set->add_option("--clock-source", options->clockSource, "Whether it leads the measurement")
         ->check(CLI::IsMember({"yes", "no"}));
-    set->callback([options, set, &chosen] {
-        chosen = [options, set](StopSignal&) {
-            return edit(*options, [&](Session& session) {
-                const std::size_t module = findModule(session, options->module);
-                changeModule(session, module, *set, *options);
-                if (set->count("--sync") + set->count("--clock-source") > 0) {
-                    setClock(session, module, *set, *options);
-                }
-            });
-        };
+    onEdit(*set, options, chosen, [set](Session& session, const SetupOptions& wanted) {
+        const std::size_t module = findModule(session, wanted.module);
+        changeModule(session, module, *set, wanted);
+        if (!wanted.sync.empty() || !wanted.clockSource.empty()) {
+            setClock(session, module, wanted);
+        }
     });
 }
 
@@ -290,15 +276,10 @@ void addChannelAction(CLI::App& setup, const Options& options, Command& chosen) 
         ->check(CLI::IsMember({"yes", "no"}));
     channel->add_option("--name", options->name, "Its name")->type_name("NAME")->check(isUtf8());
     channel->add_option("--color", options->color, "Its colour")->type_name("RRGGBB");
-    channel->callback([options, channel, &chosen] {
-        chosen = [options, channel](StopSignal&) {
-            return edit(*options, [&](Session& session) {
-                const Module module = session.getModules()[findModule(session, options->module)];
-                for (const Channel& found : findChannels(module, options->interface)) {
-                    changeChannel(session.findOutput(found), *channel, *options);
-                }
-            });
-        };
+    onEdit(*channel, options, chosen, [channel](Session& session, const SetupOptions& wanted) {
+        for (const Channel& found : findChannels(session, wanted)) {
+            changeChannel(session.findOutput(found), *channel, wanted);
+        }
     });
 }
 
@@ -317,8 +298,7 @@ void setDatabases(Session& session, const SetupOptions& options) {
     if (options.databases.empty() && !options.hasNone) {
         throw UserError("name databases with --db FILE, or take them away with --none");
     }
-    const Module module = session.getModules()[findModule(session, options.module)];
-    const std::vector<Channel> channels = findChannels(module, options.interface);
+    const std::vector<Channel> channels = findChannels(session, options);
     std::vector<std::wstring> paths;
     for (const std::string& path : options.databases) {
         const Database database = readDatabase(path);
@@ -357,11 +337,7 @@ void addDatabaseAction(CLI::App& setup, const Options& options, Command& chosen)
             ->expected(1)
             ->take_all();
     database->add_flag("--none", options->hasNone, "They have none from now on")->excludes(files);
-    database->callback([options, &chosen] {
-        chosen = [options](StopSignal&) {
-            return edit(*options, [&](Session& session) { setDatabases(session, *options); });
-        };
-    });
+    onEdit(*database, options, chosen, setDatabases);
 }
 
 /// For all of the channels or for none.
@@ -369,8 +345,7 @@ void setBitRates(Session& session, const SetupOptions& options) {
     if ((options.bitRates.nominal == 0) != options.hasNone) {
         throw UserError("name the bit rate with --nominal, or take it away with --none");
     }
-    const Module module = session.getModules()[findModule(session, options.module)];
-    const std::vector<Channel> channels = findChannels(module, options.interface);
+    const std::vector<Channel> channels = findChannels(session, options);
     for (const Channel& channel : channels) {
         checkBitRates(options.bitRates, channel);
     }
@@ -406,11 +381,7 @@ void addBitRateAction(CLI::App& setup, const Options& options, Command& chosen) 
         ->type_name("RATE")
         ->needs(nominal);
     rates->add_flag("--none", options->hasNone, "That isn't known from now on")->excludes(nominal);
-    rates->callback([options, &chosen] {
-        chosen = [options](StopSignal&) {
-            return edit(*options, [&](Session& session) { setBitRates(session, *options); });
-        };
-    });
+    onEdit(*rates, options, chosen, setBitRates);
 }
 
 void addStreamAction(CLI::App& setup, const Options& options, Command& chosen) {
@@ -425,18 +396,18 @@ void addStreamAction(CLI::App& setup, const Options& options, Command& chosen) {
         stream->add_option("SERVERS", options->stream.nats.servers,
                            "The NATS brokers: nats://HOST:4222[,HOST...], or tls://");
     stream->add_flag("--none", options->hasNoStream, "It streams nothing")->excludes(servers);
-    stream->callback([options, &chosen] {
-        chosen = [options](StopSignal&) {
-            Session::StreamOptions given = options->stream.getGiven();
-            if (options->hasNoStream == options->stream.isWanted()) {
-                throw UserError("name the brokers, as nats://HOST:4222, or write --none");
-            }
-            if (!options->hasNoStream) {
-                parseStreamSettings(options->stream, "SERVERS");  // refuses what can't be
-                given["stream"] = options->stream.nats.servers;
-            }
-            return edit(*options, [&](Session& session) { session.setStreamOptions(given); });
-        };
+    onChosen(*stream, chosen, [options](StopSignal&) {
+        Session::StreamOptions given = options->stream.getGiven();
+        if (options->hasNoStream == options->stream.isWanted()) {
+            throw UserError("name the brokers, as nats://HOST:4222, or write --none");
+        }
+        if (!options->hasNoStream) {
+            parseStreamSettings(options->stream, "SERVERS");  // refuses what can't be
+            given["stream"] = options->stream.nats.servers;
+        }
+        return edit(*options, [&](Session& session, const SetupOptions&) {
+            session.setStreamOptions(given);
+        });
     });
 }
 
@@ -449,16 +420,13 @@ void addSetupCommand(CLI::App& app, Command& chosen) {
     setup->require_subcommand(1);
 
     CLI::App* const create = addAction(*setup, "new", "Makes an empty setup", options);
-    create->callback(
-        [options, &chosen] { chosen = [options](StopSignal&) { return createSetup(*options); }; });
+    onChosen(*create, chosen, [options](StopSignal&) { return createSetup(*options); });
     CLI::App* const show = addAction(*setup, "show", "Lists modules and channels", options);
     show->add_flag("--json", options->json, "As JSON");
-    show->callback([options, &chosen] {
-        chosen = [options](StopSignal&) {
-            const auto session = openSession(options->plugin, options->file);
-            options->json ? showSetupAsJson(*session) : showSetup(*session);
-            return ExitCode::Good;
-        };
+    onChosen(*show, chosen, [options](StopSignal&) {
+        const auto session = openSession(options->plugin, options->file);
+        options->json ? showSetupAsJson(*session) : showSetup(*session);
+        return ExitCode::Good;
     });
     addEditActions(*setup, options, chosen);
     addSetAction(*setup, options, chosen);

@@ -41,9 +41,7 @@ void addStreamCommand(CLI::App& app, Command& chosen) {
     command->footer(streamExamples);
     addNatsServers(*command, arguments->nats);
     addSendingOptions(*command, *arguments);
-    command->callback([arguments, &chosen] {
-        chosen = [arguments](StopSignal& stop) { return send(*arguments, stop); };
-    });
+    onChosen(*command, chosen, [arguments](StopSignal& stop) { return send(*arguments, stop); });
 }
 
 }  // namespace station
