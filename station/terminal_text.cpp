@@ -72,6 +72,11 @@ void printMessage(const UserError& error) {
     printSafe(hasLines ? printableLines(error.what()) : printable(error.what()));
 }
 
+void printMessages(const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) {
+        printMessage(text);
+    }
+}
 int writeAll(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(descriptor, text.data(), text.size());

@@ -3,7 +3,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
-
+#include <vector>
 namespace station {
 
 class UserError;
@@ -27,7 +27,8 @@ int writeAll(int descriptor, std::string_view text);
 void printMessage(std::string_view text);
 /// The same for what ends a program. How to be allowed to capture takes several lines.
 void printMessage(const UserError& error);
-
+/// Each as one line.
+void printMessages(const std::vector<std::string>& texts);
 /// Prints what a command is to answer on standard output. Throws `UserError` if that can't be
 /// written. A reader that has gone ends the program by SIGPIPE, as is usual.
 void printResult(std::string_view text);

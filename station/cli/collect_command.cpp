@@ -204,34 +204,28 @@ ExitCode collect(const CollectArguments& arguments, StopSignal& stop) {
 
 CLI::Validator isEnding() {
     return {[](const std::string& text) {
-                for (const RecordingFormat& format : getRecordingFormats()) {
-                    if (text == format.ending) {
-                        return std::string();
-                    }
-                }
-                return fmt::format("{} is no format; there are {}", text,
-                                   describeRecordingFormats());
+                const auto formats = getRecordingFormats();
+                return std::ranges::find(formats, text, &RecordingFormat::ending) != formats.end()
+                           ? std::string()
+                           : fmt::format("{} is no format; there are {}", text,
+                                         describeRecordingFormats());
             },
             ""};
 }
 
 CLI::Validator isUtc() {
-    return {[](const std::string& text) {
-                return std::string(
-                    parseUtc(text) ? "" : text + " is no time; give UTC as 2026-01-31T12:00:00Z");
-            },
-            ""};
+    return require([](const std::string& text) { return parseUtc(text).has_value(); },
+                   "{} is no time; give UTC as 2026-01-31T12:00:00Z");
 }
 
 /// As the broker takes it.
 CLI::Validator isConsumerName() {
-    return {[](const std::string& text) {
-                constexpr std::size_t longest = 200;
-                return std::string(!text.empty() && text.size() <= longest && toToken(text) == text
-                                       ? ""
-                                       : "a consumer's name is of letters, digits, - and _");
-            },
-            ""};
+    constexpr std::size_t longest = 200;
+    return require(
+        [](const std::string& text) {
+            return !text.empty() && text.size() <= longest && toToken(text) == text;
+        },
+        "a consumer's name is of letters, digits, - and _");
 }
 
 }  // namespace
@@ -256,15 +250,10 @@ void addCollectCommand(CLI::App& app, Command& chosen) {
                      "Leave out messages from before TIME, in UTC as 2026-01-31T12:00:00Z")
         ->type_name("TIME")
         ->check(isUtc());
-    command
-        ->add_option(
-            "--format", arguments->endings,
-            "Format of the recordings, .pcapng by default; may be given again. There are " +
-                describeRecordingFormats())
-        ->type_name("ENDING")
-        ->check(isEnding())
-        ->expected(1)
-        ->take_all();
+    addRepeated(*command, "--format", arguments->endings, "ENDING",
+                "Format of the recordings, .pcapng by default; may be given again. There are " +
+                    describeRecordingFormats())
+        ->check(isEnding());
     command->add_flag("--follow", arguments->follows,
                       "Go on with what comes in, until Ctrl-C or SIGTERM");
     command

@@ -9,6 +9,7 @@
 #include <functional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "capture/capture_messages.h"
 #include "capture/pcap_port.h"
@@ -25,6 +26,21 @@ inline void onChosen(CLI::App& subcommand, Command& chosen, Command action) {
     subcommand.callback([&chosen, action = std::move(action)] { chosen = action; });
 }
 
+/// An option that may be given again, each time with one value.
+inline CLI::Option* addRepeated(CLI::App& command, const char* name,
+                                std::vector<std::string>& values, const char* type,
+                                const std::string& what) {
+    return command.add_option(name, values, what)->type_name(type)->expected(1)->take_all();
+}
+
+/// Refuses a text that isn't good with a reason, in which "{}" stands for the text.
+template <typename IsGood>
+CLI::Validator require(IsGood isGood, const char* reason) {
+    const auto check = [isGood, reason](const std::string& text) {
+        return isGood(text) ? std::string() : fmt::format(fmt::runtime(reason), text);
+    };
+    return {check, ""};
+}
 /// A number from `from` to `to`. "nan" isn't, though `CLI::Range` lets it pass.
 inline CLI::Validator within(double from, double to) {
     const auto check = [from, to](const std::string& text) {
@@ -38,16 +54,12 @@ inline CLI::Validator within(double from, double to) {
 }
 /// A name in another encoding would be none.
 inline CLI::Validator isUtf8() {
-    return {[](const std::string& text) {
-                return std::string(
-                    utf8::is_valid(text.begin(), text.end()) ? "" : "it is not UTF-8 text");
-            },
-            ""};
+    return require([](const std::string& text) { return utf8::is_valid(text); },
+                   "it is not UTF-8 text");
 }
 /// An empty text is what a shell makes of a variable that isn't set.
 inline CLI::Validator notEmpty() {
-    return {[](const std::string& text) { return std::string(text.empty() ? "it is empty" : ""); },
-            ""};
+    return require([](const std::string& text) { return !text.empty(); }, "it is empty");
 }
 
 /// An interface that isn't there may come.

@@ -166,13 +166,8 @@ Ending convertFrames(const ConvertOptions& options, const std::shared_ptr<Record
         queue.beginClose();
         queue.waitClosed();
     }
-    for (const std::string& text : queue.flush()) {
-        printMessage(text);
-    }
-
-    for (const std::string& text : capture.describeClocks()) {
-        printMessage(text);
-    }
+    printMessages(queue.flush());
+    printMessages(capture.describeClocks());
     const std::string cut = frames.getCutText();
     if (!cut.empty()) {
         printMessage(cut);
@@ -200,9 +195,7 @@ Ending convertMessages(const ConvertOptions& options, MessageReader& reader,
         }
     }
     copy.end();
-    for (const std::string& failure : recordings.close()) {
-        printMessage(failure);
-    }
+    printMessages(recordings.close());
     if (copy.getLate() != 0) {
         printMessage(lateText(copy.getLate()));
     }
@@ -248,11 +241,9 @@ void addConvertCommand(CLI::App& app, Command& chosen) {
         ->required();
     command->add_option("OUT", options->outputs, "Recordings: " + describeRecordingFormats())
         ->required();
-    command->add_option("--module", options->modules, "A capture module; may be given again")
-        ->type_name("\"TYPE:CONFIGID[:NAME]\"")
-        ->check(isUtf8())
-        ->expected(1)
-        ->take_all();
+    addRepeated(*command, "--module", options->modules, "\"TYPE:CONFIGID[:NAME]\"",
+                "A capture module; may be given again")
+        ->check(isUtf8());
     command
         ->add_option("--clock", options->clock,
                      "Of stored frames: times by each module's own clock (device, the default), or "

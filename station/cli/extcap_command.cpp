@@ -237,9 +237,7 @@ ExitCode capture(const ExtcapOptions& options, StopSignal& stop) {
     measurement.start();
     const auto texts = measure(measurement, pipe, stop);
     stop.beginCleanUp();
-    for (const std::string& text : texts) {
-        printMessage(text);
-    }
+    printMessages(texts);
     return texts.empty() ? ExitCode::Good : ExitCode::Failed;
 }
 
@@ -329,10 +327,8 @@ void addExtcapCommand(CLI::App& app, Command& chosen) {
                      "~/.config/wireshark/extcap for one before 4.2, by default")
         ->type_name("FOLDER")
         ->check(notEmpty());
-    command->add_option("--setup", options->setups, "A setup with such modules; may be given again")
-        ->type_name("FILE")
-        ->expected(1)
-        ->take_all()
+    addRepeated(*command, "--setup", options->setups, "FILE",
+                "A setup with such modules; may be given again")
         ->check(notEmpty());
     command->add_option("--plugin", options->plugin, "The plug-in's module")
         ->type_name("FILE")

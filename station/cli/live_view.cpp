@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "station/recording/bounded_name.h"
 #include "station/terminal_text.h"
-
 namespace station {
 namespace {
 
@@ -35,19 +35,6 @@ Size terminalSize(int descriptor) {
         return {};
     }
     return {size.ws_row, size.ws_col};
-}
-
-/// What fits a line of the terminal, without half a character at its end.
-std::string cut(std::string line, std::size_t bytes) {
-    constexpr unsigned markBits = 0xC0;
-    constexpr unsigned continuation = 0x80;
-    if (line.size() > bytes) {
-        while (bytes > 0 && (static_cast<unsigned char>(line[bytes]) & markBits) == continuation) {
-            --bytes;
-        }
-        line.resize(bytes);
-    }
-    return line;
 }
 
 }  // namespace
@@ -127,7 +114,7 @@ void LiveView::draw(const Summary& summary) {
     lines.resize(std::min(lines.size(), rows));
     std::string text = toTopLeft;
     for (const std::string& line : lines) {
-        text += cut(line, size.columns - 1) + clearRestOfLine + "\r\n";
+        text += boundedName(line, size.columns - 1) + clearRestOfLine + "\r\n";
     }
     writer.write(descriptor, text + clearBelow);
 }
@@ -143,6 +130,12 @@ void LiveView::report(const std::string& text) {
         if (messages.size() > mostMessagesKept) {
             messages.pop_front();
         }
+    }
+}
+
+void LiveView::report(const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) {
+        report(text);
     }
 }
 

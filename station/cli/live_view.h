@@ -39,6 +39,7 @@ class LiveView {
     /// A message for the user: on standard error at once, unless that is a terminal, whose table it
     /// would disturb.
     void report(const std::string& text);
+    void report(const std::vector<std::string>& texts);
     /// Leaves the table and prints the messages that have not been printed; what is printed from
     /// now on stays on the screen.
     void end();

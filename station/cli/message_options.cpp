@@ -15,42 +15,27 @@
 namespace station {
 
 void addFilterOptions(CLI::App& command, MessageOptions& options) {
-    const auto isMoment = [](const std::string& text) {
-        return std::string(parseMoment(text) ? ""
-                                             : text +
-                                                   " is no time; give seconds since the first "
-                                                   "message, or UTC as 2023-11-14T22:13:20Z");
-    };
-    const auto areIdentifiers = [](const std::string& text) {
-        return std::string(parseIdentifiers(text) ? ""
-                                                  : text +
-                                                        " is no identifier, and no range of them "
-                                                        "as 0x100-0x1FF");
-    };
+    const auto isMoment =
+        require([](const std::string& text) { return parseMoment(text).has_value(); },
+                "{} is no time; give seconds since the first message, or UTC as "
+                "2023-11-14T22:13:20Z");
     command
         .add_option("--from", options.from,
                     "Leave out what was before TIME: UTC as 2023-11-14T22:13:20.5Z, or seconds "
                     "since the first message")
         ->type_name("TIME")
-        ->check(CLI::Validator(isMoment, ""));
+        ->check(isMoment);
     command.add_option("--to", options.to, "Leave out what was at TIME or later")
         ->type_name("TIME")
-        ->check(CLI::Validator(isMoment, ""));
-    command
-        .add_option("--channel", options.channels,
-                    "Take messages of the channel NAME only; may be given again")
-        ->type_name("NAME")
-        ->check(isUtf8())
-        ->expected(1)
-        ->take_all();
-    command
-        .add_option("--id", options.identifiers,
-                    "Take messages with this identifier only, or of a range (0x100-0x1FF); may be "
-                    "given again")
-        ->type_name("ID")
-        ->check(CLI::Validator(areIdentifiers, ""))
-        ->expected(1)
-        ->take_all();
+        ->check(isMoment);
+    addRepeated(command, "--channel", options.channels, "NAME",
+                "Take messages of the channel NAME only; may be given again")
+        ->check(isUtf8());
+    addRepeated(command, "--id", options.identifiers, "ID",
+                "Take messages with this identifier only, or of a range (0x100-0x1FF); may be "
+                "given again")
+        ->check(require([](const std::string& text) { return parseIdentifiers(text).has_value(); },
+                        "{} is no identifier, and no range of them as 0x100-0x1FF"));
 }
 
 MessageFilter::Options readFilter(const MessageOptions& options) {
@@ -74,14 +59,10 @@ MessageFilter::Options readFilter(const MessageOptions& options) {
 }
 
 CLI::Option* addDatabaseOption(CLI::App& command, std::vector<std::string>& databases) {
-    return command
-        .add_option("--db", databases,
-                    "A database of signals (.dbc, .ldf), for all channels of its bus or for the "
-                    "channel that is named; may be given again")
-        ->type_name("[CHANNEL=]FILE")
-        ->check(notEmpty())
-        ->expected(1)
-        ->take_all();
+    return addRepeated(command, "--db", databases, "[CHANNEL=]FILE",
+                       "A database of signals (.dbc, .ldf), for all channels of its bus or for the "
+                       "channel that is named; may be given again")
+        ->check(notEmpty());
 }
 
 Progress::Progress(bool wanted) : shown(wanted && isTerminal(STDERR_FILENO)) {}

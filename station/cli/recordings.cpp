@@ -71,29 +71,15 @@ std::int64_t parseTime(const char* option, const std::string& text) {
     return static_cast<std::int64_t>(parseAmount(option, text, timeUnits));
 }
 
-void addRecordOption(CLI::App& command, std::vector<std::string>& paths) {
-    command
-        .add_option("--record", paths,
-                    "Record into FILE: " + describeRecordingFormats() +
-                        ", or - for .pcapng on standard output; may be given again")
-        ->type_name("FILE")
-        ->expected(1)
-        ->take_all();
-}
-
 void addOverwriteOption(CLI::App& command, bool& overwrites) {
     command.add_flag("--overwrite", overwrites,
                      "Overwrite recordings that are there; without it they are refused");
 }
 
 void addPartOptions(CLI::App& command, PartOptions& options) {
-    command
-        .add_option("--rotate", options.rotate,
-                    "Record into one file after the other, each up to size=2GB, time=1h or count=N "
-                    "messages; may be given again. SIGHUP begins another one at once")
-        ->type_name("RULE")
-        ->expected(1)
-        ->take_all();
+    addRepeated(command, "--rotate", options.rotate, "RULE",
+                "Record into one file after the other, each up to size=2GB, time=1h or count=N "
+                "messages; may be given again. SIGHUP begins another one at once");
     command
         .add_option("--keep", options.keep,
                     "Of these files keep the newest N, and remove the others")
@@ -197,14 +183,10 @@ void printReport(const Summary& summary, const std::vector<std::string>& recordi
 }
 
 void reportLeftOut(const RecordingSet& recordings, const Summary& summary) {
-    const bool hasLin =
-        std::any_of(summary.channels.begin(), summary.channels.end(),
-                    [](const auto& channel) { return channel.bus == BusType::Lin; });
-    if (!hasLin) {
-        return;
-    }
-    for (const std::string& path : recordings.thatRefuse(BusType::Lin)) {
-        printMessage(fmt::format("{} holds CAN only: LIN channels are left out", path));
+    if (std::ranges::count(summary.channels, BusType::Lin, &ChannelSummary::bus) != 0) {
+        for (const std::string& path : recordings.thatRefuse(BusType::Lin)) {
+            printMessage(fmt::format("{} holds CAN only: LIN channels are left out", path));
+        }
     }
 }
 

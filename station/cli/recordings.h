@@ -14,7 +14,6 @@ namespace station {
 std::uint64_t parseSize(const char* option, const std::string& text);
 std::int64_t parseTime(const char* option, const std::string& text);
 
-void addRecordOption(CLI::App& command, std::vector<std::string>& paths);
 void addOverwriteOption(CLI::App& command, bool& overwrites);
 /// When recordings go on in other files, as the command line has it.
 struct PartOptions {

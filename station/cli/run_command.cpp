@@ -84,12 +84,6 @@ struct RunOptions {
 
 using Clock = Measurement::Clock;
 
-void reportAll(LiveView& view, const std::vector<std::string>& texts) {
-    for (const std::string& text : texts) {
-        view.report(text);
-    }
-}
-
 /// Where the messages go beside the recordings; null: not there.
 struct Outlets {
     Stream* stream;
@@ -150,12 +144,12 @@ std::string measure(const RunOptions& options, Measurement& measurement, const O
         const auto now = Clock::now();
         nextPoll = std::max(nextPoll + Measurement::period, now);
         try {
-            reportAll(view, measurement.poll(now));
+            view.report(measurement.poll(now));
             manager.notifyAlive(now, "Measuring");
         } catch (const PluginError& error) {
             failure = error.what();
         }
-        reportAll(view, outlets.takeTexts());
+        view.report(outlets.takeTexts());
         if (view.isDue(now)) {
             Summary latest = summarize(measurement, outlets);
             if (options.showsSignals) {
@@ -354,19 +348,13 @@ void addRunCommand(CLI::App& app, Command& chosen) {
         command->add_option("--setup", options->setup, "The setup: modules, channels, clocks")
             ->type_name("FILE")
             ->check(notEmpty());
-    command->add_option("--module", options->modules, "A capture module; may be given again")
-        ->type_name("\"TYPE:CONFIGID[:NAME]\"")
+    addRepeated(*command, "--module", options->modules, "\"TYPE:CONFIGID[:NAME]\"",
+                "A capture module; may be given again")
         ->check(isUtf8())
-        ->expected(1)
-        ->take_all()
         ->excludes(setup);
-    command
-        ->add_option("--interface", options->interfaces,
-                     "Capture on this network interface alone, also if it appears later; may be "
-                     "given again")
-        ->type_name("NAME")
-        ->expected(1)
-        ->take_all()
+    addRepeated(*command, "--interface", options->interfaces, "NAME",
+                "Capture on this network interface alone, also if it appears later; may be given "
+                "again")
         ->check(mayCarryEthernet());
     command->add_option("--plugin", options->plugin, "The plug-in's module")
         ->type_name("FILE")
@@ -376,14 +364,12 @@ void addRunCommand(CLI::App& app, Command& chosen) {
                      "Samples a second of the acquisition, 1000 by default")
         ->type_name("N")
         ->check(within(1.0, MasterClock::highestSampleRate));
-    addRecordOption(*command, options->recordings);
-    command
-        ->add_option("--record-raw", options->frameRecordings,
-                     "Record the frames of EtherType 0x99FE into FILE (.pcapng), as they were "
-                     "captured; \"convert\" makes recordings of them. May be given again")
-        ->type_name("FILE")
-        ->expected(1)
-        ->take_all();
+    addRepeated(*command, "--record", options->recordings, "FILE",
+                "Record into FILE: " + describeRecordingFormats() +
+                    ", or - for .pcapng on standard output; may be given again");
+    addRepeated(*command, "--record-raw", options->frameRecordings, "FILE",
+                "Record the frames of EtherType 0x99FE into FILE (.pcapng), as they were "
+                "captured; \"convert\" makes recordings of them. May be given again");
     addDatabaseOption(*command, options->databases);
     command->add_flag("--signals", options->showsSignals,
                       "Show the signals of the databases in the table too; --json has them always");

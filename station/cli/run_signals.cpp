@@ -38,9 +38,7 @@ void RunSignals::open(const Summary& measured) {
             setupFile ? measured.findDatabases(channel, *setupFile) : std::vector<std::string>()));
         hasAny |= found.back() != nullptr;
     }
-    for (const std::string& notice : decoders.takeNotices()) {
-        printMessage(notice);
-    }
+    printMessages(decoders.takeNotices());
     if (const auto unknown = decoders.getUnknownChannels(); !unknown.empty()) {
         throw UserError(fmt::format("--db: no channel that is used is named \"{}\"",
                                     fmt::join(unknown, "\", \"")));

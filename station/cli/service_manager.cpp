@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -14,8 +13,8 @@
 #include <limits>
 #include <optional>
 
+#include "core/parse_number.h"
 #include "station/terminal_text.h"
-
 namespace station {
 namespace {
 
@@ -25,13 +24,8 @@ std::string_view fromEnvironment(const char* variable) {
 }
 
 std::optional<std::int64_t> numberFromEnvironment(const char* variable) {
-    const std::string_view text = fromEnvironment(variable);
-    std::int64_t number = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool isNumber = error == std::errc() && stop == text.data() + text.size();
-    return isNumber ? std::optional(number) : std::nullopt;
+    return parseNumber<std::int64_t>(fromEnvironment(variable));
 }
-
 /// Half of the time in which the manager wants a sign of life; zero if it wants none of this
 /// process.
 ServiceManager::Clock::duration feedingPeriodFromEnvironment() {

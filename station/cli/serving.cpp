@@ -43,9 +43,7 @@ void beginServing(BusServer& server, Measurement& measurement) {
 void finishServing(BusServer& server, LiveView& view, StopSignal& stop) {
     stop.setPatience(std::chrono::seconds(10));  // for `end`
     server.end();
-    for (const std::string& text : server.takeTexts()) {
-        view.report(text);
-    }
+    view.report(server.takeTexts());
 }
 
 }  // namespace station

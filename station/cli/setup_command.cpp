@@ -302,9 +302,7 @@ void setDatabases(Session& session, const SetupOptions& options) {
     std::vector<std::wstring> paths;
     for (const std::string& path : options.databases) {
         const Database database = readDatabase(path);
-        for (const std::string& notice : database.notices) {
-            printMessage(notice);
-        }
+        printMessages(database.notices);
         for (const Channel& channel : channels) {
             if ((channel.busType == "LIN") != (database.bus == BusType::Lin)) {
                 throw UserError(fmt::format("{} is a database of {}, and interface 0x{:X} is {}",
@@ -328,14 +326,10 @@ void addDatabaseAction(CLI::App& setup, const Options& options, Command& chosen)
     database->add_option("MODULE", options->module, "Row or name")->required();
     database->add_option("INTERFACE", options->interface, "Interface ID, or all")->required();
     auto* const files =
-        database
-            ->add_option("--db", options->databases,
-                         "A database (.dbc, .ldf) in place of those that the channels have; may be "
-                         "given again. The first that defines an identifier counts")
-            ->type_name("FILE")
-            ->check(isUtf8())
-            ->expected(1)
-            ->take_all();
+        addRepeated(*database, "--db", options->databases, "FILE",
+                    "A database (.dbc, .ldf) in place of those that the channels have; may be "
+                    "given again. The first that defines an identifier counts")
+            ->check(isUtf8());
     database->add_flag("--none", options->hasNone, "They have none from now on")->excludes(files);
     onEdit(*database, options, chosen, setDatabases);
 }

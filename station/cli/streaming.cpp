@@ -217,11 +217,6 @@ void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& st
     const auto end = std::chrono::steady_clock::now() +
                      std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                          std::chrono::duration<double>(seconds));
-    const auto reportAll = [&] {
-        for (const std::string& text : stream.takeTexts()) {
-            view.report(text);
-        }
-    };
     stop.setPatience(std::chrono::seconds(10));  // for `end`
     const bool hadRequest = stop.isRequested();
     if (hadRequest) {
@@ -234,10 +229,10 @@ void finishStream(Stream& stream, double seconds, LiveView& view, StopSignal& st
     while (stream.summarize().backlogBytes != 0 && std::chrono::steady_clock::now() < end &&
            !isRequested()) {
         std::this_thread::sleep_for(period);
-        reportAll();
+        view.report(stream.takeTexts());
     }
     stream.end();
-    reportAll();
+    view.report(stream.takeTexts());
     const StreamSummary left = stream.summarize();
     if (left.backlogBytes != 0) {
         view.report(

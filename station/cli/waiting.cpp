@@ -111,9 +111,7 @@ void waitForCompression(PartCompressor& compressor, bool quiet, StopSignal& stop
     if (!line.empty()) {
         std::fputs("\r\033[K", stderr);
     }
-    for (const std::string& text : compressor.takeTexts()) {
-        printMessage(text);
-    }
+    printMessages(compressor.takeTexts());
     if (isStopped) {
         printMessage("stopped: what isn't compressed stays as it is");
     }
