@@ -77,6 +77,7 @@ void printMessages(const std::vector<std::string>& texts) {
         printMessage(text);
     }
 }
+
 int writeAll(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(descriptor, text.data(), text.size());

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
 namespace station {
 
 class UserError;
@@ -29,6 +30,7 @@ void printMessage(std::string_view text);
 void printMessage(const UserError& error);
 /// Each as one line.
 void printMessages(const std::vector<std::string>& texts);
+
 /// Prints what a command is to answer on standard output. Throws `UserError` if that can't be
 /// written. A reader that has gone ends the program by SIGPIPE, as is usual.
 void printResult(std::string_view text);

@@ -12,6 +12,7 @@
 
 #include "station/recording/bounded_name.h"
 #include "station/terminal_text.h"
+
 namespace station {
 namespace {
 

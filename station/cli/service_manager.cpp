@@ -15,6 +15,7 @@
 
 #include "core/parse_number.h"
 #include "station/terminal_text.h"
+
 namespace station {
 namespace {
 
@@ -26,6 +27,7 @@ std::string_view fromEnvironment(const char* variable) {
 std::optional<std::int64_t> numberFromEnvironment(const char* variable) {
     return parseNumber<std::int64_t>(fromEnvironment(variable));
 }
+
 /// Half of the time in which the manager wants a sign of life; zero if it wants none of this
 /// process.
 ServiceManager::Clock::duration feedingPeriodFromEnvironment() {
