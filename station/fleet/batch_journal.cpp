@@ -21,7 +21,6 @@
 namespace station {
 namespace {
 
-using pcapng::byteOrderMagic;
 constexpr std::size_t leastBlock = 12;
 constexpr std::size_t leastSection = 28;
 constexpr std::size_t longestHead = 8192;
@@ -30,14 +29,6 @@ constexpr std::uint64_t uncertainBytes = std::uint64_t{64} << 20U;
 
 std::string describe(int errorNumber) {
     return std::generic_category().message(errorNumber);
-}
-
-std::uint32_t get32(std::span<const std::uint8_t> bytes, std::size_t at, bool isBigEndian = false) {
-    std::uint32_t value = 0;
-    for (std::size_t i = 0; i < 4; ++i) {
-        value = value << 8U | bytes[at + (isBigEndian ? i : 3 - i)];
-    }
-    return value;
 }
 
 /// The empty section in front of a batch.
@@ -209,23 +200,22 @@ std::uint32_t checksumOf(std::span<const std::uint8_t> bytes) {
 }
 
 bool isPcapng(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() < leastSection || get32(bytes, 0) != pcapng::sectionHeader) {
+    pcapng::Numbers numbers;
+    if (bytes.size() < leastSection || numbers.get32(bytes.data()) != pcapng::sectionHeader) {
         return false;
     }
-    bool isBigEndian = false;
     while (!bytes.empty()) {
         if (bytes.size() < leastBlock) {
             return false;
         }
-        if (get32(bytes, 0) == pcapng::sectionHeader) {  // the same in both byte orders
-            isBigEndian = get32(bytes, 8, true) == byteOrderMagic;
-            if (get32(bytes, 8, isBigEndian) != byteOrderMagic) {
-                return false;
-            }
+        // The mark of a section is the same in both byte orders.
+        if (numbers.get32(bytes.data()) == pcapng::sectionHeader &&
+            !numbers.beginSection(bytes.data())) {
+            return false;
         }
-        const std::size_t size = get32(bytes, 4, isBigEndian);
+        const std::size_t size = numbers.get32(&bytes[4]);
         if (size < leastBlock || size % 4 != 0 || size > bytes.size() ||
-            get32(bytes, size - 4, isBigEndian) != size) {
+            numbers.get32(&bytes[size - 4]) != size) {
             return false;
         }
         bytes = bytes.subspan(size);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "station/recording/input_file.h"
+#include "station/recording/pcapng_format.h"
 
 namespace station {
 
@@ -35,10 +36,6 @@ class FrameFile {
     double getProgress() const;
 
   private:
-    struct Interface {
-        std::uint8_t resolution = 6;  ///< as the option has it: 10^-6 s
-        std::int64_t offset = 0;      ///< seconds
-    };
     using Bytes = std::span<const std::uint8_t>;
 
     void openPcap();
@@ -47,22 +44,19 @@ class FrameFile {
     bool nextOfPcapng(Frame& frame);
     bool readBlock(std::uint32_t& type, Bytes& body);
     bool addInterface(Bytes body);
-    void readOptions(Bytes options, Interface& interface) const;
     bool takePacket(std::uint32_t type, Bytes body, Frame& frame);
-    std::uint16_t get16(const std::uint8_t* at) const;
-    std::uint32_t get32(const std::uint8_t* at) const;
     bool stop(const std::string& reason);
 
     InputFile file;
     std::uint64_t position = 0;  ///< of the next record or block
     std::uint64_t start = 0;     ///< of the latest
     bool isPcapng = false;
-    bool isSwapped = false;  ///< numbers are big-endian
+    pcapng::Numbers numbers;
     bool isOver = false;
     std::string errorText;
-    std::uint32_t fraction = 1;         ///< of a .pcap: nanoseconds in its unit of time
-    std::vector<Interface> interfaces;  ///< of the present section of a .pcapng
-    std::uint32_t otherLinkType = 0;    ///< that made it stop; 0: none
+    std::uint32_t fraction = 1;                 ///< of a .pcap: nanoseconds in its unit of time
+    std::vector<pcapng::TimeScale> interfaces;  ///< of the present section of a .pcapng
+    std::uint32_t otherLinkType = 0;            ///< that made it stop; 0: none
 };
 
 }  // namespace station

@@ -65,11 +65,6 @@ BlfObjects::~BlfObjects() {
     ::inflateEnd(&inflater);
 }
 
-double BlfObjects::getProgress() const {
-    return std::min(1.0, static_cast<double>(position) /
-                             static_cast<double>(std::max<std::uint64_t>(file->getSize(), 1)));
-}
-
 bool BlfObjects::stop(const std::string& reason) {
     isOver = true;
     const std::uint64_t from = std::min(presentBlock, file->getSize());

@@ -38,7 +38,7 @@ class BlfObjects {
 
     /// The file's, zero where it is torn.
     Bytes getFileHeader() const { return fileHeader; }
-    double getProgress() const;                                    ///< 0.0 to 1.0
+    double getProgress() const { return file->getShare(position); }
     const std::string& getErrorText() const { return errorText; }  ///< empty: none
     std::uint64_t getPassedOver() const { return passedOver; }  ///< errors, and messages too long
 

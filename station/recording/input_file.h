@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -30,6 +31,12 @@ class InputFile {
     std::span<const std::uint8_t> view(std::uint64_t offset, std::size_t size);
 
     std::uint64_t getSize() const { return fileSize; }
+    /// How much of it lies in front of that place, 0.0 to 1.0.
+    double getShare(std::uint64_t offset) const {
+        return fileSize == 0 ? 1.0
+                             : static_cast<double>(std::min(offset, fileSize)) /
+                                   static_cast<double>(fileSize);
+    }
     bool isStream() const { return isOfNoSize; }
     bool isCompressed() const { return compressed != nullptr; }
     const std::string& getPath() const { return filePath; }

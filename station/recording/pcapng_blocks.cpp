@@ -21,19 +21,6 @@ constexpr std::size_t packetBlockHeader = 28;
 constexpr std::size_t blockEnd = 4;
 constexpr std::size_t longestOption = 1024;
 
-std::size_t padded(std::size_t size) {
-    return (size + 3) & ~std::size_t{3};
-}
-
-template <class Number>
-Number numberAt(std::span<const std::uint8_t> bytes, std::size_t at) {
-    Number number = 0;
-    for (std::size_t i = sizeof number; i-- > 0;) {
-        number = static_cast<Number>(static_cast<Number>(number << 8U) | bytes[at + i]);
-    }
-    return number;
-}
-
 /// Writes integers and bytes one behind the other; the caller has made room.
 class Cursor {
   public:
@@ -155,19 +142,20 @@ std::vector<std::uint8_t> makeSectionHeader(const std::string& comment, std::uin
 std::optional<CommentedSection> readCommentedSection(std::span<const std::uint8_t> bytes) {
     constexpr std::size_t textAt = sectionFixed + 4;
     constexpr std::uint16_t commentOption = 1;
-    if (bytes.size() < textAt || numberAt<std::uint32_t>(bytes, 0) != sectionHeader ||
-        numberAt<std::uint32_t>(bytes, 8) != byteOrderMagic ||
-        numberAt<std::uint16_t>(bytes, sectionFixed) != commentOption) {
+    const Numbers numbers;
+    if (bytes.size() < textAt || numbers.get32(bytes.data()) != sectionHeader ||
+        numbers.get32(&bytes[8]) != byteOrderMagic ||
+        numbers.get16(&bytes[sectionFixed]) != commentOption) {
         return std::nullopt;
     }
-    const std::size_t total = numberAt<std::uint32_t>(bytes, 4);
-    const std::size_t size = numberAt<std::uint16_t>(bytes, sectionFixed + 2);
+    const std::size_t total = numbers.get32(&bytes[4]);
+    const std::size_t size = numbers.get16(&bytes[sectionFixed + 2]);
     if (total > bytes.size() || total < textAt + size + blockEnd ||
-        numberAt<std::uint32_t>(bytes, total - blockEnd) != total) {
+        numbers.get32(&bytes[total - blockEnd]) != total) {
         return std::nullopt;
     }
     return CommentedSection{
-        total, numberAt<std::uint64_t>(bytes, 16),
+        total, numbers.get64(&bytes[16]),
         std::string_view(reinterpret_cast<const char*>(bytes.data()) + textAt, size)};
 }
 

@@ -17,35 +17,12 @@ using namespace pcapng;
 constexpr std::size_t packetHeadSize = 8;
 constexpr std::size_t longestBlock = 64 * 1024;
 
-std::size_t withPadding(std::size_t size) {
-    return (size + 3) & ~std::size_t{3};
-}
-
 }  // namespace
 
-PcapngReader::PcapngReader(const std::string& path) : file(path), index(channels) {}
-
-double PcapngReader::getProgress() const {
-    return file.getSize() == 0
-               ? 1.0
-               : static_cast<double>(position) / static_cast<double>(file.getSize());
-}
-
-std::uint16_t PcapngReader::get16(std::span<const std::uint8_t> bytes, std::size_t at) const {
-    const std::size_t high = isBigEndian ? at : at + 1;
-    const std::size_t low = isBigEndian ? at + 1 : at;
-    return static_cast<std::uint16_t>(bytes[high] << 8U | bytes[low]);
-}
-
-std::uint32_t PcapngReader::get32(std::span<const std::uint8_t> bytes, std::size_t at) const {
-    const std::uint32_t first = get16(bytes, at);
-    const std::uint32_t second = get16(bytes, at + 2);
-    return isBigEndian ? first << 16U | second : second << 16U | first;
-}
-
-void PcapngReader::stop(const std::string& reason) {
+bool PcapngReader::stop(const std::string& reason) {
     errorText = fmt::format("{} can't be read to its end: {}; {} bytes of it were left",
                             file.getPath(), reason, file.getSize() - position);
+    return false;
 }
 
 /// The block at `position`, and on to the next. False at the end, and where it can't be read.
@@ -56,37 +33,29 @@ bool PcapngReader::readBlock(Block& block) {
     }
     const auto head = file.view(position, least);
     if (head.size() < least) {
-        stop(file.getErrorText().empty() ? "it ends within a block" : file.getErrorText());
-        return false;
+        return stop(file.getErrorText().empty() ? "it ends within a block" : file.getErrorText());
     }
-    if (get32(head, 0) == sectionHeader) {  // the same in both byte orders
-        constexpr std::uint8_t magic = 0x1A;
-        isBigEndian = head[blockHeadSize] == magic;
-        if (get32(head, blockHeadSize) != byteOrderMagic) {
-            stop("a section begins without its byte order");
-            return false;
+    block.type = numbers.get32(head.data());
+    if (block.type == sectionHeader) {  // the same in both byte orders
+        if (!numbers.beginSection(head.data())) {
+            return stop("a section begins without its byte order");
         }
     } else if (position == 0) {
-        stop("it doesn't begin with a section");
-        return false;
+        return stop("it doesn't begin with a section");
     }
-    block.type = get32(head, 0);
-    block.size = get32(head, 4);
+    block.size = numbers.get32(&head[4]);
     block.start = position;
     if (block.size < least || block.size % 4 != 0) {
-        stop(fmt::format("the block at {} has no possible length", position));
-        return false;
+        return stop(fmt::format("the block at {} has no possible length", position));
     }
     const std::uint64_t tailAt = position + block.size - blockTailSize;
     const bool isShort = block.size <= longestBlock;
     const auto whole = isShort ? file.view(position, block.size) : file.view(tailAt, blockTailSize);
     if (whole.size() < (isShort ? block.size : blockTailSize)) {
-        stop(file.getErrorText().empty() ? "it ends within a block" : file.getErrorText());
-        return false;
+        return stop(file.getErrorText().empty() ? "it ends within a block" : file.getErrorText());
     }
-    if (get32(whole, whole.size() - blockTailSize) != block.size) {
-        stop(fmt::format("the block at {} has another length at its end", position));
-        return false;
+    if (numbers.get32(&whole[whole.size() - blockTailSize]) != block.size) {
+        return stop(fmt::format("the block at {} has another length at its end", position));
     }
     block.body = isShort ? whole.subspan(blockHeadSize, block.size - blockHeadSize - blockTailSize)
                          : block.body.first(0);
@@ -122,9 +91,15 @@ bool PcapngReader::addInterface(const Block& block) {
         return false;
     }
     Interface interface;
-    interface.linkType = get16(block.body, 0);
+    interface.linkType = numbers.get16(block.body.data());
     std::string name;
-    readOptions(block.body.subspan(fixed), interface, name);
+    numbers.forEachOption(block.body.subspan(fixed), [&](std::uint16_t code, auto value) {
+        interface.times.take(numbers, code, value);
+        if (code == interfaceName) {
+            value = value.first(std::min(value.size(), ChannelIndex::longestName));
+            name.assign(value.begin(), value.end());
+        }
+    });
     if (interface.linkType == linkTypeCan || interface.linkType == linkTypeLin) {
         const bool isCan = interface.linkType == linkTypeCan;
         name = names->add(name.empty() ? (isCan ? "CAN" : "LIN") : name);
@@ -141,46 +116,20 @@ bool PcapngReader::addInterface(const Block& block) {
     return true;
 }
 
-void PcapngReader::readOptions(std::span<const std::uint8_t> options, Interface& interface,
-                               std::string& name) const {
-    constexpr std::size_t head = 4;
-    enum Code : std::uint16_t { End = 0, Name = 2, Resolution = 9, Offset = 14 };
-    while (options.size() >= head) {
-        const std::uint16_t code = get16(options, 0);
-        const std::size_t size = get16(options, 2);
-        if (code == End || size > options.size() - head) {
-            return;
-        }
-        const auto value = options.subspan(head, size);
-        if (code == Name) {
-            const std::size_t kept = std::min(size, ChannelIndex::longestName);
-            name.assign(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(kept));
-        } else if (code == Resolution && size == 1) {
-            interface.resolution = value[0];
-        } else if (code == Offset && size == 8) {
-            const std::uint64_t high = get32(value, isBigEndian ? 0 : 4);
-            interface.offset =
-                static_cast<std::int64_t>(high << 32U | get32(value, isBigEndian ? 4 : 0));
-        }
-        options = options.subspan(std::min(options.size(), head + withPadding(size)));
-    }
-}
-
 bool PcapngReader::readPacket(const Block& block, RecordedMessage& message) {
     constexpr std::size_t fixed = 20;
     if (block.body.size() < fixed) {
         return false;
     }
-    const std::uint32_t number = get32(block.body, 0);
-    const std::uint32_t captured = get32(block.body, 12);
+    const std::uint32_t number = numbers.get32(block.body.data());
+    const std::uint32_t captured = numbers.get32(&block.body[12]);
     if (number >= interfaces.size() || captured > block.body.size() - fixed ||
         captured < packetHeadSize) {
         return false;
     }
     const Interface& interface = interfaces[number];
-    const std::uint64_t time = std::uint64_t{get32(block.body, 4)} << 32U | get32(block.body, 8);
     message.channel = interface.channel;
-    message.utcNanoseconds = pcapngNanoseconds(time, interface.resolution, interface.offset);
+    message.utcNanoseconds = interface.times.readTime(numbers, &block.body[4]);
     const auto packet = block.body.subspan(fixed, captured);
     return (interface.linkType == linkTypeCan && readCan(packet, message)) ||
            (interface.linkType == linkTypeLin && readLin(packet, message));
@@ -220,7 +169,7 @@ bool PcapngReader::isForOtherPackets(const std::string& path) {
     Block block;
     while (reader.readBlock(block)) {
         if (block.type == interfaceDescription && block.body.size() >= 2) {
-            const std::uint16_t linkType = reader.get16(block.body, 0);
+            const std::uint16_t linkType = reader.numbers.get16(block.body.data());
             return linkType != linkTypeCan && linkType != linkTypeLin;
         }
         if (block.type == enhancedPacket) {

@@ -9,6 +9,7 @@
 #include "station/recording/channel_index.h"
 #include "station/recording/input_file.h"
 #include "station/recording/message_reader.h"
+#include "station/recording/pcapng_format.h"
 #include "station/recording/unique_names.h"
 
 namespace station {
@@ -27,21 +28,18 @@ namespace station {
 /// beyond the end of the file, ends reading.
 class PcapngReader : public MessageReader {
   public:
-    explicit PcapngReader(const std::string& path);
+    explicit PcapngReader(const std::string& path) : file(path), index(channels) {}
 
     bool next(RecordedMessage& message) override;
-    double getProgress() const override;
+    double getProgress() const override { return file.getShare(position); }
 
     /// Whether the first interface is one for other packets than CAN and LIN.
     static bool isForOtherPackets(const std::string& path);
 
   private:
-    static constexpr std::uint32_t noLinkType = 0xFFFFFFFF;
-
     struct Interface {
-        std::uint32_t linkType = noLinkType;
-        std::uint8_t resolution = 6;  ///< as the option has it: 10^-6 s
-        std::int64_t offset = 0;      ///< seconds
+        std::uint16_t linkType = 0;
+        pcapng::TimeScale times;
         std::size_t channel = 0;
     };
     struct Block {
@@ -52,22 +50,16 @@ class PcapngReader : public MessageReader {
     };
 
     bool readBlock(Block& block);
-    bool beginSection(const Block& block);
     bool addInterface(const Block& block);
-    void readOptions(std::span<const std::uint8_t> options, Interface& interface,
-                     std::string& name) const;
     bool readPacket(const Block& block, RecordedMessage& message);
     bool readCan(std::span<const std::uint8_t> packet, RecordedMessage& message) const;
     bool readLin(std::span<const std::uint8_t> packet, RecordedMessage& message) const;
-    void stop(const std::string& reason);
-
-    std::uint16_t get16(std::span<const std::uint8_t> bytes, std::size_t at) const;
-    std::uint32_t get32(std::span<const std::uint8_t> bytes, std::size_t at) const;
+    bool stop(const std::string& reason);
 
     InputFile file;
     ChannelIndex index;
     std::uint64_t position = 0;  ///< of the next block
-    bool isBigEndian = false;    ///< of the present section
+    pcapng::Numbers numbers;     ///< of the present section
     std::vector<Interface> interfaces;
     std::unique_ptr<UniqueNames> names;  ///< of the section's channels
 };

@@ -18,11 +18,7 @@ namespace station {
 /// one.
 class TextReader : public MessageReader {
   public:
-    double getProgress() const override {
-        return file.getSize() == 0
-                   ? 1.0
-                   : static_cast<double>(position) / static_cast<double>(file.getSize());
-    }
+    double getProgress() const override { return file.getShare(position); }
 
   protected:
     explicit TextReader(const std::string& path) : file(path), index(channels) {}
