@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace station {
 
@@ -13,6 +14,11 @@ enum class ExitCode : int {
     Unreadable = 3,  ///< an input file that can't be read, or not to its end
     NotAllowed = 4,  ///< no permission to capture
 };
+
+/// What the system says of that `errno`.
+inline std::string reasonOf(int errorNumber) {
+    return std::generic_category().message(errorNumber);
+}
 
 /// What the user asked for can't be done, for a reason that he can mend: it isn't there, makes no
 /// sense or isn't allowed. The text says what there is, or what to do.

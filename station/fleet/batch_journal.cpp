@@ -27,10 +27,6 @@ constexpr std::size_t longestHead = 8192;
 /// So much at the end of a file may be written and not yet be on the disk when the machine fails.
 constexpr std::uint64_t uncertainBytes = std::uint64_t{64} << 20U;
 
-std::string describe(int errorNumber) {
-    return std::generic_category().message(errorNumber);
-}
-
 /// The empty section in front of a batch.
 std::vector<std::uint8_t> makeHead(const StoredBatch& batch) {
     const nlohmann::json what = {
@@ -105,7 +101,7 @@ BatchJournal::BatchJournal(std::string filePath, const Visitor& visit) : path(st
     constexpr int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
     file = Descriptor(::open(path.c_str(), flags | O_CREAT, 0666));
     if (!file.isOpen()) {
-        throw FileError("Cannot collect into \"" + path + "\": " + describe(errno) +
+        throw FileError("Cannot collect into \"" + path + "\": " + reasonOf(errno) +
                         ". Choose a folder that you may write to.");
     }
     end = synced = walk(file, visit);
@@ -113,7 +109,7 @@ BatchJournal::BatchJournal(std::string filePath, const Visitor& visit) : path(st
     cutBytes = size - end;
     if (cutBytes != 0 && !cutTo(end)) {
         throw FileError("Cannot cut \"" + path +
-                        "\" back to its last whole batch: " + describe(errno) + ".");
+                        "\" back to its last whole batch: " + reasonOf(errno) + ".");
     }
     syncFolderOf(path);
     file = Descriptor();
@@ -142,7 +138,7 @@ bool BatchJournal::open() {
 }
 
 bool BatchJournal::fail(int errorNumber) {
-    errorText = path + " can't be written: " + describe(errorNumber);
+    errorText = path + " can't be written: " + reasonOf(errorNumber);
     full = errorNumber == ENOSPC || errorNumber == EDQUOT;
     return false;
 }

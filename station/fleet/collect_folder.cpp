@@ -85,8 +85,8 @@ CollectFolder::CollectFolder(fs::path folder, const Settings& wanted)
 void CollectFolder::lock() {
     opened = Descriptor(::open(own.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!opened.isOpen()) {
-        throw UserError(ExitCode::Failed, fmt::format("{} can't be opened: {}", own.string(),
-                                                      std::generic_category().message(errno)));
+        throw UserError(ExitCode::Failed,
+                        fmt::format("{} can't be opened: {}", own.string(), reasonOf(errno)));
     }
     if (::flock(opened.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
         throw UserError(ExitCode::Failed,
@@ -153,7 +153,7 @@ fs::path CollectFolder::makeStationFolder(const std::string& station) const {
             throw UserError(
                 ExitCode::Failed,
                 fmt::format("the folder {} can't be written: {}; name another one with --out",
-                            folder.string(), std::generic_category().message(failure)));
+                            folder.string(), reasonOf(failure)));
         }
     }
 }

@@ -34,7 +34,7 @@ void copyBytes(int from, std::uint64_t offset, std::uint64_t size, int to) {
         }
         if (count <= 0) {
             throw FileError(fmt::format("batches can't be sorted: {}; make room on the disk",
-                                        std::generic_category().message(count == 0 ? EIO : errno)));
+                                        reasonOf(count == 0 ? EIO : errno)));
         }
         size -= static_cast<std::uint64_t>(count);
     }
@@ -43,8 +43,7 @@ void copyBytes(int from, std::uint64_t offset, std::uint64_t size, int to) {
 Descriptor create(const fs::path& file) {
     Descriptor made(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     if (!made.isOpen()) {
-        throw FileError(fmt::format("{} can't be written: {}", file.string(),
-                                    std::generic_category().message(errno)));
+        throw FileError(fmt::format("{} can't be written: {}", file.string(), reasonOf(errno)));
     }
     return made;
 }

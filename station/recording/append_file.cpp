@@ -16,10 +16,6 @@ namespace station {
 
 namespace {
 
-std::string reasonOf(int errorNumber) {
-    return std::generic_category().message(errorNumber);
-}
-
 /// What to do about a file that can't be opened.
 const char* openingAdvice(int errorNumber) {
     switch (errorNumber) {

@@ -19,10 +19,6 @@ namespace {
 
 constexpr std::size_t windowBytes = 1U << 20U;
 
-std::string reasonOf(int errorNumber) {
-    return std::generic_category().message(errorNumber);
-}
-
 UserError unreadable(const std::string& path, const std::string& reason) {
     return UserError(ExitCode::Unreadable, fmt::format("can't read {}: {}", path, reason));
 }

@@ -8,7 +8,8 @@
 #include <array>
 #include <cerrno>
 #include <new>
-#include <system_error>
+
+#include "station/errors.h"
 
 namespace station {
 namespace {
@@ -87,7 +88,7 @@ std::span<const std::uint8_t> ZstdInput::peek(std::uint64_t offset, std::size_t 
                 continue;
             }
             if (count < 0) {
-                errorText = std::generic_category().message(errno);
+                errorText = reasonOf(errno);
             }
             if (count <= 0) {
                 break;
