@@ -10,8 +10,8 @@ namespace station {
 
 namespace {
 
-constexpr std::size_t longestLine =
-    256;  // 18 of time, 15 of name, 8 + 3 of id, 128 of data, blanks
+/// 18 of time, 15 of name, 8 + 3 of id, 128 of data, blanks.
+constexpr std::size_t longestLine = 256;
 
 }  // namespace
 

@@ -49,9 +49,7 @@ void putCsvLin(LineCursor& line, const LinRecord& lin) {
 CsvRecording::CsvRecording(const std::string& path, bool overwrite) : Recording(path, overwrite) {
     const std::string_view line = columns;
     file.appendHeader({line.begin(), line.end()});
-    if (file.isNew() && !file.flush()) {
-        throw FileError(file.getErrorText());
-    }
+    writeHead();
 }
 
 std::size_t CsvRecording::addChannel(const ChannelDescription& channel) {

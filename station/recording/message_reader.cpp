@@ -38,13 +38,6 @@ constexpr ReadableFormat readableFormats[] = {
     {"time,channel,", ".csv", openWith<CsvReader>},
 };
 
-std::string lowerCase(std::string text) {
-    std::ranges::transform(text, text.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
-    return text;
-}
-
 bool isPlainText(std::string_view bytes) {
     return std::ranges::none_of(bytes, [](unsigned char c) {
         constexpr unsigned char firstPrintable = 0x20;
@@ -66,10 +59,10 @@ std::unique_ptr<MessageReader> openMessages(const std::string& path) {
     }
     // Also when it is shorter than the first bytes of its format.
     std::filesystem::path name(path);
-    if (lowerCase(name.extension().string()) == ".zst") {
+    if (endingOf(name) == ".zst") {
         name = name.stem();
     }
-    const std::string ending = lowerCase(name.extension().string());
+    const std::string ending = endingOf(name);
     for (const ReadableFormat& format : readableFormats) {
         if (ending == format.ending && isPlainText(head)) {
             return format.open(path);

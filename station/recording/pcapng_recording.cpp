@@ -17,9 +17,7 @@ PcapngRecording::PcapngRecording(const std::string& path, bool overwrite, const 
                                  Contents contents)
     : Recording(path, overwrite), what(contents) {
     file.appendHeader(makeSectionHeader(origin));
-    if (file.isNew() && !file.flush()) {
-        throw FileError(file.getErrorText());
-    }
+    writeHead();
 }
 
 std::size_t PcapngRecording::addChannel(const ChannelDescription& channel) {

@@ -22,17 +22,8 @@ namespace station {
 
 namespace {
 
-char lowerCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-/// In lower case; ".pcapng" for standard output.
-std::string endingOf(const std::string& path) {
-    std::string ending = path == AppendFile::standardOutput
-                             ? ".pcapng"
-                             : std::filesystem::path(path).extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(), lowerCase);
-    return ending;
+std::string formatOf(const std::string& path) {
+    return path == AppendFile::standardOutput ? ".pcapng" : endingOf(path);
 }
 
 template <class Format>
@@ -45,9 +36,7 @@ std::unique_ptr<Recording> openAs(const std::string& path, bool overwrite,
     }
 }
 
-struct Format {
-    const char* ending;
-    const char* what;
+struct Format : RecordingFormat {
     std::unique_ptr<Recording> (*open)(const std::string& path, bool overwrite,
                                        const std::string& origin);
     bool isForPipes = true;  ///< else its head gets the start time later, by the first message
@@ -57,16 +46,16 @@ struct Format {
 constexpr std::size_t longestAccount = 3000;
 
 constexpr Format formats[] = {
-    {".pcapng", "Wireshark, all buses", openAs<PcapngRecording>},
-    {".blf", "compressed, all buses", openAs<BlfRecording>, false},
-    {".log", "candump lines, CAN and CAN FD only", openAs<CandumpRecording>},
-    {".mf4", "MDF 4 bus logging, all buses", openAs<Mf4Recording>, false},
-    {".asc", "text lines, all buses", openAs<AscRecording>},
-    {".csv", "a table, all buses", openAs<CsvRecording>},
+    {{".pcapng", "Wireshark, all buses"}, openAs<PcapngRecording>},
+    {{".blf", "compressed, all buses"}, openAs<BlfRecording>, false},
+    {{".log", "candump lines, CAN and CAN FD only"}, openAs<CandumpRecording>},
+    {{".mf4", "MDF 4 bus logging, all buses"}, openAs<Mf4Recording>, false},
+    {{".asc", "text lines, all buses"}, openAs<AscRecording>},
+    {{".csv", "a table, all buses"}, openAs<CsvRecording>},
 };
 
 const Format& findFormat(const std::string& path) {
-    const std::string ending = endingOf(path);
+    const std::string ending = formatOf(path);
     const auto* const found =
         std::ranges::find_if(formats, [&](const Format& entry) { return ending == entry.ending; });
     if (found == std::end(formats)) {
@@ -84,6 +73,20 @@ const Format& findFormat(const std::string& path) {
 }
 
 }  // namespace
+
+std::string endingOf(const std::filesystem::path& path) {
+    std::string ending = path.extension().string();
+    std::ranges::transform(ending, ending.begin(), [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    });
+    return ending;
+}
+
+void Recording::writeHead() {
+    if (file.isNew() && !file.flush()) {
+        throw FileError(file.getErrorText());
+    }
+}
 
 void Recording::cancel() {
     writePending();
@@ -123,7 +126,7 @@ bool Recording::close() {
 
 std::unique_ptr<Recording> openFrameRecording(const std::string& path, bool overwrite,
                                               const std::string& origin) {
-    if (endingOf(path) != ".pcapng") {
+    if (formatOf(path) != ".pcapng") {
         throw UserError("Cannot record frames to \"" + path +
                         "\": that is done in .pcapng files only.");
     }
@@ -141,11 +144,7 @@ void checkRecordingFormat(const std::string& path) {
 }
 
 std::vector<RecordingFormat> getRecordingFormats() {
-    std::vector<RecordingFormat> all;
-    for (const Format& entry : formats) {
-        all.push_back({entry.ending, entry.what});
-    }
-    return all;
+    return {std::begin(formats), std::end(formats)};
 }
 
 std::string describeRecordingFormats() {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -89,6 +90,8 @@ class Recording {
   protected:
     Recording(const std::string& path, bool overwrite) : file(path, overwrite) {}
 
+    /// Once the head is in `file`: a file that wasn't there has it from now on. Throws FileError.
+    void writeHead();
     /// Gives `file` what the format keeps back until there is enough of it: a container of
     /// compressed records.
     virtual void writePending() {}
@@ -104,6 +107,9 @@ class Recording {
   private:
     bool isCompleted = false;
 };
+
+/// That of a file's name, in lower case: ".mf4".
+std::string endingOf(const std::filesystem::path& path);
 
 struct RecordingFormat {
     const char* ending;  ///< ".pcapng"

@@ -87,15 +87,9 @@ void RecordingSeries::noteFormat() {
     }
 }
 
-std::string RecordingSeries::pathOf(std::size_t number) const {
-    if (number == 1 && !rules.isRotating()) {
-        return wantedPath;
-    }
-    return partPathOf(wantedPath, session, number);
-}
-
 void RecordingSeries::openPart(bool overwrite) {
-    const std::string next = pathOf(partNumber + 1);
+    const bool isAlone = partNumber == 0 && !rules.isRotating();
+    const std::string next = isAlone ? wantedPath : partPathOf(wantedPath, session, partNumber + 1);
     std::unique_ptr<Recording> opened = open(
         next, overwrite,
         rules.session.empty() ? "" : fmt::format("session {}, part {}", session, partNumber + 1));

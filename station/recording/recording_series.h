@@ -98,7 +98,6 @@ class RecordingSeries {
     std::vector<Counts> getChannelCounts() const;
 
   private:
-    std::string pathOf(std::size_t number) const;
     void noteFormat();
     void openPart(bool overwrite);
     void closePart();

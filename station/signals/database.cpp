@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
 #include <set>
 #include <utility>
@@ -15,10 +14,7 @@
 namespace station {
 
 Database readDatabase(const std::string& path) {
-    std::string ending = std::filesystem::path(path).extension().string();
-    std::ranges::transform(ending, ending.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
+    const std::string ending = endingOf(path);
     if (ending == ".dbc") {
         return readDbc(path);
     }

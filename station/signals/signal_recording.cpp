@@ -6,7 +6,6 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 #include <limits>
 #include <string_view>
 
@@ -128,9 +127,7 @@ SignalCsvRecording::SignalCsvRecording(const std::string& path, ChannelDecoders&
                                        SignalCounts& signalCounts)
     : SignalRecording(path, channelDecoders, signalCounts) {
     file.appendHeader({signalColumns.begin(), signalColumns.end()});
-    if (file.isNew() && !file.flush()) {
-        throw FileError(file.getErrorText());
-    }
+    writeHead();
 }
 
 std::vector<std::string>& SignalCsvRecording::findNames(std::size_t channel,
@@ -183,9 +180,7 @@ SignalMf4Recording::SignalMf4Recording(const std::string& path, ChannelDecoders&
     dataGroup = places.group;
     dataBlock = places.data;
     appendPieces(file, blocks.bytes);
-    if (file.isNew() && !file.flush()) {
-        throw FileError(file.getErrorText());
-    }
+    writeHead();
 }
 
 std::size_t SignalMf4Recording::findGroup(std::size_t channel, const Decoder::Message& message) {
@@ -200,25 +195,20 @@ std::size_t SignalMf4Recording::findGroup(std::size_t channel, const Decoder::Me
     return place;
 }
 
-void SignalMf4Recording::setStart(std::int64_t utcNanoseconds) {
-    hasStart = true;
-    start = mf4::patchStart(file, historyBlock, utcNanoseconds);
-}
-
 void SignalMf4Recording::writeSignals(std::size_t channel, std::int64_t utcNanoseconds,
                                       const Decoder::Message& message,
                                       std::span<const DecodedSignal> signals) {
     using namespace mf4;
     const std::int64_t moment = std::max<std::int64_t>(utcNanoseconds, 0);
-    if (!hasStart) {
-        setStart(moment);
+    if (!start) {
+        start = patchStart(file, historyBlock, moment);
     }
     const std::size_t place = findGroup(channel, message);
     ++groups[place - 1].records;
     constexpr std::size_t valuesAt = recordIdSize + timeSize;
     bytes.resize(valuesAt + message.getDefinition().signals.size() * sizeof(double));
     store(bytes.data(), static_cast<std::uint32_t>(place));
-    store(bytes.data() + recordIdSize, moment - start);
+    store(bytes.data() + recordIdSize, moment - *start);
     constexpr auto absent = std::bit_cast<std::uint64_t>(std::numeric_limits<double>::quiet_NaN());
     std::size_t index = 0;
     const auto put = [&](std::uint64_t value) {
@@ -283,12 +273,7 @@ void SignalMf4Recording::complete() {
 
 std::unique_ptr<Recording> openSignalRecording(const std::string& name, const std::string& path,
                                                ChannelDecoders& decoders, SignalCounts& counts) {
-    std::string ending = name == AppendFile::standardOutput
-                             ? ".csv"
-                             : std::filesystem::path(name).extension().string();
-    std::ranges::transform(ending, ending.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
+    const std::string ending = name == AppendFile::standardOutput ? ".csv" : endingOf(name);
     if (ending == ".csv") {
         return std::make_unique<SignalCsvRecording>(path, decoders, counts);
     }

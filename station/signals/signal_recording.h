@@ -110,13 +110,11 @@ class SignalMf4Recording final : public SignalRecording {
     };
 
     std::size_t findGroup(std::size_t channel, const Decoder::Message& message);
-    void setStart(std::int64_t utcNanoseconds);
 
     std::vector<Group> groups;                          ///< their records have their place, from 1
     std::vector<std::vector<std::size_t>> groupPlaces;  ///< by channel and message; 0: none yet
     std::vector<std::uint8_t> bytes;                    ///< of a record
-    std::int64_t start = 0;
-    bool hasStart = false;
+    std::optional<std::int64_t> start;  ///< UTC nanoseconds; once there is a message
     std::uint64_t historyBlock = 0;
     std::uint64_t dataGroup = 0;
     std::uint64_t dataBlock = 0;
