@@ -7,10 +7,9 @@
 /// The layout of a .blf file, little-endian throughout, as tshark and python-can take it.
 ///
 ///     file      "LOGG", header of 144 bytes, then objects
-///     object    "LOBJ", u16 size of its header, u16 version of its header, u32 size, u32 type; up
-///     to
-///               the next one there may be filling, mostly as many bytes as the size is over a
-///               multiple of 4
+///     object    "LOBJ", u16 size of its header, u16 version of its header, u32 size, u32 type;
+///               there may be filling up to the next one, mostly as many bytes as the size is over
+///               a multiple of 4
 ///     container an object (type 10) with a header of 16 bytes, then u16 method (0 as it is, 2
 ///               zlib), 6 bytes, u32 size of its objects, 4 bytes, its objects; one of them may go
 ///               on in the next container
@@ -38,7 +37,6 @@ inline constexpr std::size_t uncompressedSize = 24;  // u64, with the headers of
 inline constexpr std::size_t objects = 32;           // u32, without containers
 inline constexpr std::size_t start = 40;
 inline constexpr std::size_t end = 56;
-inline constexpr std::size_t dateSize = 16;
 inline constexpr std::size_t leastSize = 72;
 inline constexpr std::size_t size = 144;
 }  // namespace file_header
@@ -113,24 +111,18 @@ inline constexpr std::size_t data = 40;    // as long as it is
 inline constexpr std::uint32_t remote = 0x10;
 }  // namespace can_fd64
 
-namespace lin {
-inline constexpr std::size_t channel = 0;    // u16
-inline constexpr std::size_t id = 2;         // u8
-inline constexpr std::size_t length = 3;     // u8
-inline constexpr std::size_t data = 4;       // 8 bytes
-inline constexpr std::size_t checksum = 16;  // u16
-inline constexpr std::size_t leastSize = 20;
-inline constexpr std::size_t contentSize = 24;
-}  // namespace lin
-
-namespace lin2 {
-inline constexpr std::size_t channel = 12;  // u16
-inline constexpr std::size_t id = 37;       // u8
-inline constexpr std::size_t length = 38;   // u8
-inline constexpr std::size_t data = 112;    // 8 bytes
-inline constexpr std::size_t checksum = 120;
-inline constexpr std::size_t leastSize = 124;
-}  // namespace lin2
+/// In the content of the objects of types 11 and 57.
+struct LinPlaces {
+    std::size_t channel;   // u16
+    std::size_t id;        // u8
+    std::size_t length;    // u8
+    std::size_t data;      // 8 bytes
+    std::size_t checksum;  // u16
+    std::size_t leastSize;
+};
+inline constexpr LinPlaces lin = {0, 2, 3, 4, 16, 20};
+inline constexpr LinPlaces lin2 = {12, 37, 38, 112, 120, 124};
+inline constexpr std::size_t linContentSize = 24;  // of type 11
 
 /// A text, in bytes up to a zero or its end. That of a channel is "DATABASE;NAME;...".
 namespace text {

@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <ctime>
 #include <limits>
 #include <utility>
 
 #include "station/recording/blf_format.h"
+#include "station/recording/message_record.h"
 
 namespace station {
 namespace {
@@ -44,27 +44,6 @@ bool takeWord(std::string_view& text, std::string_view word) {
     const bool isThere = text.substr(0, word.size()) == word;
     text.remove_prefix(isThere ? word.size() : 0);
     return isThere;
-}
-
-void fillCan(RecordedMessage& message, std::uint32_t id, std::span<const std::uint8_t> data) {
-    CanFrame frame;
-    frame.id = id & CanFrame::identifierMask;
-    frame.extended = static_cast<std::uint8_t>((id & blf::can::extended) != 0);
-    frame.length = static_cast<std::uint8_t>(data.size());
-    std::memcpy(frame.data, data.data(), data.size());
-    message.size = sizeof frame;
-    std::memcpy(message.record.data(), &frame, sizeof frame);
-}
-
-void fillLin(RecordedMessage& message, std::uint8_t id, std::span<const std::uint8_t> data,
-             std::uint8_t checksum) {
-    LinFrame frame;
-    frame.id = id & LinFrame::identifierMask;
-    frame.length = static_cast<std::uint8_t>(data.size());
-    std::memcpy(frame.data, data.data(), data.size());
-    frame.checksum = checksum;
-    message.size = sizeof frame;
-    std::memcpy(message.record.data(), &frame, sizeof frame);
 }
 
 }  // namespace
@@ -125,9 +104,9 @@ bool BlfReader::take(Bytes object, RecordedMessage& message) {
         case blf::Type::CanFd64:
             return takeCanFd64(content, message);
         case blf::Type::Lin:
-            return takeLin(content, message);
+            return takeLin(content, blf::lin, message);
         case blf::Type::Lin2:
-            return takeLin2(content, message);
+            return takeLin(content, blf::lin2, message);
         default:
             return takeCan(content, message);
     }
@@ -138,24 +117,18 @@ bool BlfReader::takeCan(Bytes content, RecordedMessage& message) {
         (content[blf::can::flags] & blf::can::remote) != 0) {
         return skip();
     }
-    const std::size_t length = std::min<std::size_t>(content[blf::can::code], 8);
-    fillCan(message, blf::get32(&content[blf::can::id]), content.subspan(blf::can::data, length));
-    message.channel = placeOf(BusType::Can, blf::get16(&content[blf::can::channel]));
-    return true;
+    return putCan(
+        message, blf::get16(&content[blf::can::channel]), blf::get32(&content[blf::can::id]),
+        std::min<std::size_t>(content[blf::can::code], 8), content.subspan(blf::can::data));
 }
 
 bool BlfReader::takeCanFd(Bytes content, RecordedMessage& message) {
     if (content.size() < blf::can_fd::data || (content[blf::can::flags] & blf::can::remote) != 0) {
         return skip();
     }
-    const Bytes data = content.subspan(blf::can_fd::data);
-    const std::size_t length = content[blf::can_fd::length];
-    if (length > std::min(data.size(), CanFrame::mostData)) {
-        return skip();
-    }
-    fillCan(message, blf::get32(&content[blf::can::id]), data.first(length));
-    message.channel = placeOf(BusType::Can, blf::get16(&content[blf::can::channel]));
-    return true;
+    return putCan(message, blf::get16(&content[blf::can::channel]),
+                  blf::get32(&content[blf::can::id]), content[blf::can_fd::length],
+                  content.subspan(blf::can_fd::data));
 }
 
 bool BlfReader::takeCanFd64(Bytes content, RecordedMessage& message) {
@@ -163,36 +136,28 @@ bool BlfReader::takeCanFd64(Bytes content, RecordedMessage& message) {
         (blf::get32(&content[blf::can_fd64::flags]) & blf::can_fd64::remote) != 0) {
         return skip();
     }
-    const Bytes data = content.subspan(blf::can_fd64::data);
-    const std::size_t length = content[blf::can_fd64::length];
+    return putCan(message, content[blf::can_fd64::channel], blf::get32(&content[blf::can_fd64::id]),
+                  content[blf::can_fd64::length], content.subspan(blf::can_fd64::data));
+}
+
+/// `data` goes on to the end of the object.
+bool BlfReader::putCan(RecordedMessage& message, std::size_t channel, std::uint32_t id,
+                       std::size_t length, Bytes data) {
     if (length > std::min(data.size(), CanFrame::mostData)) {
         return skip();
     }
-    fillCan(message, blf::get32(&content[blf::can_fd64::id]), data.first(length));
-    message.channel = placeOf(BusType::Can, content[blf::can_fd64::channel]);
+    setCanRecord(message, id, (id & blf::can::extended) != 0, data.first(length));
+    message.channel = placeOf(BusType::Can, channel);
     return true;
 }
 
-bool BlfReader::takeLin(Bytes content, RecordedMessage& message) {
-    if (content.size() < blf::lin::leastSize) {
+bool BlfReader::takeLin(Bytes content, const blf::LinPlaces& at, RecordedMessage& message) {
+    if (content.size() < at.leastSize) {
         return skip();
     }
-    const std::size_t length = std::min<std::size_t>(content[blf::lin::length], LinFrame::mostData);
-    fillLin(message, content[blf::lin::id], content.subspan(blf::lin::data, length),
-            content[blf::lin::checksum]);
-    message.channel = placeOf(BusType::Lin, blf::get16(&content[blf::lin::channel]));
-    return true;
-}
-
-bool BlfReader::takeLin2(Bytes content, RecordedMessage& message) {
-    if (content.size() < blf::lin2::leastSize) {
-        return skip();
-    }
-    const std::size_t length =
-        std::min<std::size_t>(content[blf::lin2::length], LinFrame::mostData);
-    fillLin(message, content[blf::lin2::id], content.subspan(blf::lin2::data, length),
-            content[blf::lin2::checksum]);
-    message.channel = placeOf(BusType::Lin, blf::get16(&content[blf::lin2::channel]));
+    const std::size_t length = std::min<std::size_t>(content[at.length], LinFrame::mostData);
+    setLinRecord(message, content[at.id], content[at.checksum], content.subspan(at.data, length));
+    message.channel = placeOf(BusType::Lin, blf::get16(&content[at.channel]));
     return true;
 }
 

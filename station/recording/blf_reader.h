@@ -32,8 +32,9 @@ class BlfReader : public MessageReader {
     bool takeCan(Bytes content, RecordedMessage& message);
     bool takeCanFd(Bytes content, RecordedMessage& message);
     bool takeCanFd64(Bytes content, RecordedMessage& message);
-    bool takeLin(Bytes content, RecordedMessage& message);
-    bool takeLin2(Bytes content, RecordedMessage& message);
+    bool putCan(RecordedMessage& message, std::size_t channel, std::uint32_t id, std::size_t length,
+                Bytes data);
+    bool takeLin(Bytes content, const blf::LinPlaces& at, RecordedMessage& message);
     void takeText(Bytes content);
     void takeStart(std::string_view text);
     void takeChannel(std::string_view text);

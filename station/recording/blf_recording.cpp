@@ -21,13 +21,6 @@ constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
 constexpr std::uint64_t nanosecondsPerMillisecond = 1'000'000;
 constexpr std::uint64_t mostLate = 10 * nanosecondsPerSecond;
 
-/// CAN FD's code of the shortest length that holds so many bytes.
-std::uint8_t fdCode(std::size_t length) {
-    constexpr std::array<std::size_t, 7> lengths = {12, 16, 20, 24, 32, 48, 64};
-    const auto* found = std::lower_bound(lengths.begin(), lengths.end() - 1, length);
-    return static_cast<std::uint8_t>(9 + (found - lengths.begin()));
-}
-
 void putDate(std::uint8_t* at, std::uint64_t utcNanoseconds) {
     const auto seconds = static_cast<std::time_t>(utcNanoseconds / nanosecondsPerSecond);
     std::tm local{};
@@ -56,22 +49,21 @@ std::string plainName(const std::string& name) {
 
 void fillCan(std::uint8_t* content, const CanRecord& can) {
     blf::put32(content + blf::can::id, can.id | (can.extended ? blf::can::extended : 0));
+    content[blf::can::code] = can.getLengthCode();
     if (can.isFd()) {
-        content[blf::can::code] = fdCode(can.length);
         content[blf::can_fd::fdFlags] = blf::can_fd::isFd;
         content[blf::can_fd::length] = static_cast<std::uint8_t>(can.length);
         std::memcpy(content + blf::can_fd::data, can.data, can.length);
     } else {
-        content[blf::can::code] = static_cast<std::uint8_t>(can.length);
         std::memcpy(content + blf::can::data, can.data, can.length);
     }
 }
 
 void fillLin(std::uint8_t* content, const LinRecord& lin) {
-    content[blf::lin::id] = static_cast<std::uint8_t>(lin.id);
-    content[blf::lin::length] = static_cast<std::uint8_t>(lin.length);
-    std::memcpy(content + blf::lin::data, lin.data, lin.length);
-    blf::put16(content + blf::lin::checksum, lin.checksum);
+    content[blf::lin.id] = static_cast<std::uint8_t>(lin.id);
+    content[blf::lin.length] = static_cast<std::uint8_t>(lin.length);
+    std::memcpy(content + blf::lin.data, lin.data, lin.length);
+    blf::put16(content + blf::lin.checksum, lin.checksum);
 }
 
 }  // namespace
@@ -88,9 +80,7 @@ BlfRecording::BlfRecording(const std::string& path, bool overwrite, const std::s
         putText(blf::text::comment, 0, blf::originComment + origin);
     }
     file.appendHeader(header());
-    if (file.isNew() && !file.flush()) {
-        throw FileError(file.getErrorText());
-    }
+    writeHead();
 }
 
 BlfRecording::~BlfRecording() {
@@ -138,7 +128,7 @@ void BlfRecording::write(std::size_t channel, std::int64_t utcNanoseconds, const
                              : putObject(blf::Type::Can, blf::can::contentSize);
         fillCan(content, can);
     } else {
-        content = putObject(blf::Type::Lin, blf::lin::contentSize);
+        content = putObject(blf::Type::Lin, blf::linContentSize);
         fillLin(content, LinRecord(record));
     }
     blf::put16(content, static_cast<std::uint32_t>(channel + 1));  // the same place in all of them

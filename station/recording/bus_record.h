@@ -35,15 +35,12 @@ struct CanRecord {
     bool isFd() const { return length > mostClassicData; }
     /// The data length code. Of a length that no CAN FD frame has (9, 10, 11, 13, ...) that of the
     /// next one that there is.
-    std::uint8_t getLengthCode() const {
-        if (!isFd()) {
-            return static_cast<std::uint8_t>(length);
-        }
-        std::uint8_t code = mostClassicData;
-        while (lengthOfCode[code] < length) {
-            ++code;
-        }
-        return code;
+    std::uint8_t getLengthCode() const { return codeOf(length); }
+    static std::uint8_t codeOf(std::size_t length) {
+        const std::size_t code = length <= mostClassicData ? length
+                                 : length <= 24            ? 6 + (length + 3) / 4
+                                                           : 11 + (length + 15) / 16;
+        return static_cast<std::uint8_t>(code);
     }
     /// The length of that code; `data` is zero behind the data bytes.
     std::size_t getFilledLength() const { return lengthOfCode[getLengthCode()]; }

@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
+#include "station/recording/bus_record.h"
+#include "station/recording/message_record.h"
 #include "station/recording/mf4_format.h"
 
 namespace station::mf4 {
@@ -14,9 +15,6 @@ namespace {
 constexpr std::uint64_t largestRecord = 64 * 1024;  // of a group that is read
 constexpr std::uint16_t variableGroup = 0x1;
 constexpr std::uint8_t linearConversion = 1;
-constexpr std::array<std::uint8_t, 16> lengthsByCode = {0, 1,  2,  3,  4,  5,  6,  7,
-                                                        8, 12, 16, 20, 24, 32, 48, 64};
-
 /// In nanoseconds, or the nearest there is.
 std::int64_t nanosecondsOf(long double seconds) {
     constexpr auto most = static_cast<long double>(std::numeric_limits<std::int64_t>::max());
@@ -182,32 +180,21 @@ std::int64_t TimeField::nanoseconds(std::span<const std::uint8_t> record) const 
 void Group::decode(std::span<const std::uint8_t> record, RecordedMessage& message) const {
     const bool isCan = kind == Kind::Can;
     const std::size_t most = isCan ? CanFrame::mostData : LinFrame::mostData;
-    const std::size_t stored =
-        length.isThere() ? static_cast<std::size_t>(length.number(record))
-                         : lengthsByCode[lengthCode.number(record) % lengthsByCode.size()];
+    const std::size_t stored = length.isThere()
+                                   ? static_cast<std::size_t>(length.number(record))
+                                   : CanRecord::lengthOfCode[lengthCode.number(record) % 16];
     const std::size_t count = std::min({stored, most, std::size_t{data.bits} / 8});
     const std::uint64_t identifier = id.number(record);
+    const auto word = static_cast<std::uint32_t>(identifier);
     message.utcNanoseconds = time.nanoseconds(record);
-    message.record.fill(0);
     if (isCan) {
-        CanFrame frame;
-        frame.id = static_cast<std::uint32_t>(identifier) & CanFrame::identifierMask;
-        const bool isExtended =
+        const bool isMarked =
             extended.isThere() ? extended.number(record) != 0 : (identifier >> 31 & 1U) != 0;
-        frame.extended = isExtended || frame.id > 0x7FF ? 1 : 0;
-        frame.length = static_cast<std::uint8_t>(count);
-        std::memcpy(frame.data, &record[data.at], count);
-        message.size = sizeof frame;
-        std::memcpy(message.record.data(), &frame, sizeof frame);
+        setCanRecord(message, word, isMarked || (word & CanFrame::identifierMask) > 0x7FF,
+                     record.subspan(data.at, count));
     } else {
-        LinFrame frame;
-        frame.id = static_cast<std::uint8_t>(identifier & LinFrame::identifierMask);
-        frame.length = static_cast<std::uint8_t>(count);
-        frame.checksum =
-            checksum.isThere() ? static_cast<std::uint8_t>(checksum.number(record)) : 0;
-        std::memcpy(frame.data, &record[data.at], count);
-        message.size = sizeof frame;
-        std::memcpy(message.record.data(), &frame, sizeof frame);
+        const std::uint64_t sum = checksum.isThere() ? checksum.number(record) : 0;
+        setLinRecord(message, word, static_cast<std::uint8_t>(sum), record.subspan(data.at, count));
     }
 }
 

@@ -24,16 +24,20 @@ constexpr std::size_t cyclesAt = blockHeaderSize + 6 * linkSize + 8;
 
 enum GroupIndex : std::size_t { classicCan, flexibleCan, linFrames, channelNames };
 
-constexpr Member canMembers[] = {{"BusChannel", 8, 8},  {"ID", 9, 29},
-                                 {"IDE", 13, 1},        {"DLC", 14, 4},
-                                 {"DataLength", 15, 8}, {"Dir", 16, 1},
-                                 {"EDL", 17, 1},        {"BRS", 18, 1},
-                                 {"ESI", 19, 1},        {"DataBytes", 20, 64, byteArray}};
-constexpr Member fdMembers[] = {{"BusChannel", 8, 8},  {"ID", 9, 29},
-                                {"IDE", 13, 1},        {"DLC", 14, 4},
-                                {"DataLength", 15, 8}, {"Dir", 16, 1},
-                                {"EDL", 17, 1},        {"BRS", 18, 1},
-                                {"ESI", 19, 1},        {"DataBytes", 20, 512, byteArray}};
+constexpr std::array<Member, 10> canMembersWith(std::uint32_t dataBits) {
+    return {{{"BusChannel", 8, 8},
+             {"ID", 9, 29},
+             {"IDE", 13, 1},
+             {"DLC", 14, 4},
+             {"DataLength", 15, 8},
+             {"Dir", 16, 1},
+             {"EDL", 17, 1},
+             {"BRS", 18, 1},
+             {"ESI", 19, 1},
+             {"DataBytes", 20, dataBits, byteArray}}};
+}
+constexpr auto canMembers = canMembersWith(64);
+constexpr auto fdMembers = canMembersWith(512);
 constexpr Member linMembers[] = {{"BusChannel", 8, 8},
                                  {"ID", 9, 6},
                                  {"Dir", 10, 1},
@@ -94,16 +98,6 @@ std::uint64_t addGroup(Blocks& blocks, std::uint64_t next, std::size_t index) {
                           .zeros(4));  // no invalidation bytes
 }
 
-/// The code of the shortest CAN FD frame that holds so many bytes.
-std::uint8_t lengthCode(std::size_t length) {
-    constexpr std::array<std::size_t, 7> lengths = {12, 16, 20, 24, 32, 48, 64};
-    if (length <= 8) {
-        return static_cast<std::uint8_t>(length);
-    }
-    const auto* longEnough = std::lower_bound(lengths.begin(), lengths.end(), length);
-    return static_cast<std::uint8_t>(9 + (longEnough - lengths.begin()));
-}
-
 }  // namespace
 }  // namespace mf4
 
@@ -120,9 +114,7 @@ Mf4Recording::Mf4Recording(const std::string& path, bool overwrite, const std::s
     }
     dataBlock = addData(blocks, next, 1).data;
     appendPieces(file, blocks.bytes);
-    if (file.isNew() && !file.flush()) {
-        throw FileError(file.getErrorText());
-    }
+    writeHead();
 }
 
 std::size_t Mf4Recording::addChannel(const ChannelDescription& channel) {
@@ -158,7 +150,7 @@ void Mf4Recording::write(std::size_t channel, std::int64_t utcNanoseconds, const
         }
         store(at + 9, can.id);
         at[13] = can.extended ? 1 : 0;
-        at[14] = lengthCode(can.length);
+        at[14] = can.getLengthCode();
         at[15] = static_cast<std::uint8_t>(can.length);
         at[16] = 0;  // received
         at[17] = can.isFd() ? 1 : 0;
@@ -192,8 +184,8 @@ std::uint8_t* Mf4Recording::begin(std::size_t group, std::size_t channel,
                                   std::int64_t utcNanoseconds) {
     using namespace mf4;
     const std::int64_t time = std::max<std::int64_t>(utcNanoseconds, 0);
-    if (!hasStart) {
-        setStart(time);
+    if (!start) {
+        start = patchStart(file, historyBlock, time);
     }
     std::uint8_t* room = file.beginRecord(channel, 1 + groups[group].recordSize());
     if (room == nullptr) {
@@ -201,14 +193,9 @@ std::uint8_t* Mf4Recording::begin(std::size_t group, std::size_t channel,
     }
     ++cycles[group];
     *room++ = recordId(group);
-    store(room, time - start);
+    store(room, time - *start);
     room[timeSize] = static_cast<std::uint8_t>(channel + 1);
     return room;
-}
-
-void Mf4Recording::setStart(std::int64_t utcNanoseconds) {
-    hasStart = true;
-    start = mf4::patchStart(file, historyBlock, utcNanoseconds);
 }
 
 void Mf4Recording::complete() {

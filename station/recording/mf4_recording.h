@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -78,7 +79,6 @@ class Mf4Recording : public Recording {
 
   private:
     std::uint8_t* begin(std::size_t group, std::size_t channel, std::int64_t utcNanoseconds);
-    void setStart(std::int64_t utcNanoseconds);
     std::uint64_t appendComment(std::uint64_t end);
 
     const std::string origin;  ///< a sentence behind another one, escaped; or empty
@@ -87,8 +87,7 @@ class Mf4Recording : public Recording {
     std::array<std::uint64_t, groupCount> cycles = {};
     std::uint64_t historyBlock = 0;
     std::uint64_t dataBlock = 0;
-    std::int64_t start = 0;  ///< UTC nanoseconds
-    bool hasStart = false;
+    std::optional<std::int64_t> start;  ///< UTC nanoseconds; once there is a message
 };
 
 }  // namespace station

@@ -21,8 +21,7 @@ double withStuffBits(double bits) {
 
 /// The length of the next frame that there is; of CAN FD not every one is.
 std::size_t frameLength(std::size_t length) {
-    return *std::ranges::lower_bound(CanRecord::lengthOfCode, std::min(length, canLengths - 1), {},
-                                     [](std::uint8_t there) { return std::size_t{there}; });
+    return CanRecord::lengthOfCode[CanRecord::codeOf(std::min(length, canLengths - 1))];
 }
 
 }  // namespace
