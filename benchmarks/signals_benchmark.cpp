@@ -72,7 +72,7 @@ int main(int argc, char** argv) {
     };
     const auto noteAll = [&] {
         for (const RecordedMessage& message : messages) {
-            noting.note(0, message.utcNanoseconds, message.record.data(), message.size);
+            noting.note(0, message.record.data(), message.size);
         }
     };
     decodeAll();

@@ -29,9 +29,9 @@ class RunSignals final : public MessageListener {
     bool isWanted() const { return watch != nullptr; }
     void addTo(Summary& summary);
 
-    void onMessage(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
+    void onMessage(std::size_t channel, std::int64_t, const void* record,
                    std::size_t size) override {
-        watch->note(channel, utcNanoseconds, record, size);
+        watch->note(channel, record, size);
     }
 
   private:

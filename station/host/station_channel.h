@@ -83,7 +83,6 @@ class StationChannel final : public Counted<WithText<HostChannel>, WithText<Host
     std::int32_t getDataType() const { return type; }
     bool isUsed() const { return isUsedNow; }
     bool isClaimed() const { return claimed; }
-    std::int64_t getWriteOffset() const { return offset; }
     /// Files that say what its messages mean, as the user named them: the plug-in knows nothing of
     /// them.
     const std::vector<std::wstring>& getDatabases() const { return databases; }

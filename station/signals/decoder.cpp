@@ -43,10 +43,6 @@ Decoder::Decoder(std::shared_ptr<const Database> definitions) : database(std::mo
 
 Decoder::~Decoder() = default;
 
-const Decoder::Message& Decoder::getMessage(std::size_t index) const {
-    return messages[index];
-}
-
 std::size_t Decoder::countMessages() const {
     return messages.size();
 }

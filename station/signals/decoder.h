@@ -40,9 +40,6 @@ class Decoder {
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
 
-    const Database& getDatabase() const { return *database; }
-    /// By the message's place in the database.
-    const Message& getMessage(std::size_t index) const;
     std::size_t countMessages() const;
     /// Null: the database doesn't define it.
     const Message* find(std::uint32_t id, bool isExtended) const;

@@ -21,7 +21,6 @@ struct SignalWatch::State {
     std::vector<Signal> signals;
     bool isMultiplexed = false;
     std::uint64_t count = 0;
-    std::int64_t utcNanoseconds = 0;
     std::uint64_t unsettled = 0;  ///< messages that have as many bytes as the last one
     std::array<std::uint8_t, Decoder::Message::mostData> data = {};
     std::size_t size = 0;
@@ -37,8 +36,7 @@ SignalWatch::SignalWatch(std::vector<std::shared_ptr<const Decoder>> channelDeco
 
 SignalWatch::~SignalWatch() = default;
 
-void SignalWatch::note(std::size_t channelNumber, std::int64_t utcNanoseconds, const void* record,
-                       std::size_t size) {
+void SignalWatch::note(std::size_t channelNumber, const void* record, std::size_t size) {
     Channel& channel = channels[channelNumber];
     if (!channel.decoder) {
         return;
@@ -68,7 +66,6 @@ void SignalWatch::note(std::size_t channelNumber, std::int64_t utcNanoseconds, c
     }
     ++state.count;
     ++state.unsettled;
-    state.utcNanoseconds = utcNanoseconds;
     state.size = data.size();
     std::memcpy(state.data.data(), data.data(), data.size());
 }
@@ -90,8 +87,7 @@ std::vector<SignalWatch::Message> SignalWatch::getMessages(std::size_t channel) 
     for (const auto& state : channels[channel].messages) {
         if (state) {
             settle(*state);
-            messages.push_back({&state->message.getDefinition(), state->count,
-                                state->utcNanoseconds, state->signals});
+            messages.push_back({&state->message.getDefinition(), state->count, state->signals});
         }
     }
     return messages;

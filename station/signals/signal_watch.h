@@ -22,7 +22,6 @@ class SignalWatch {
     struct Message {
         const MessageDefinition* definition;
         std::uint64_t count;
-        std::int64_t utcNanoseconds;  ///< of the last one
         std::vector<Signal> signals;  ///< as those of the definition
     };
 
@@ -33,8 +32,7 @@ class SignalWatch {
     SignalWatch& operator=(const SignalWatch&) = delete;
 
     /// `record` is that of an output channel of CAN or LIN.
-    void note(std::size_t channel, std::int64_t utcNanoseconds, const void* record,
-              std::size_t size);
+    void note(std::size_t channel, const void* record, std::size_t size);
 
     bool hasDatabase(std::size_t channel) const { return channels[channel].decoder != nullptr; }
     /// Messages of the channel that its database doesn't define.
