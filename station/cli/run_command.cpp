@@ -105,11 +105,7 @@ struct Outlets {
 Summary summarize(Measurement& measurement, const Outlets& outlets) {
     Summary summary = measurement.summarize();
     if (outlets.stream != nullptr) {
-        double rate = 0.0;
-        for (const ChannelSummary& channel : summary.channels) {
-            rate += channel.rate;
-        }
-        outlets.stream->noteMeasurement(rate, summary.getTotalLost());
+        outlets.stream->noteMeasurement(summary.getRate(), summary.getTotalLost());
         summary.stream = outlets.stream->summarize();
     }
     if (outlets.server != nullptr) {

@@ -23,8 +23,7 @@ constexpr const char* fileFilter = "Setups (*.xml);;All files (*)";
 constexpr const char* firstStepsText =
     "First steps: 1. Add your capture module with + in the window of modules and choose its type "
     "and ConfigId, or take one that is heard from \"Modules and clocks\" below. 2. Tick \"Used\" "
-    "at "
-    "the channels to measure. 3. Press Start.";
+    "at the channels to measure. 3. Press Start.";
 
 constexpr const char* defaultServe = "socketcand://127.0.0.1:29536";
 

@@ -15,15 +15,6 @@ QString hex(std::uint16_t number) {
     return QString("0x%1").arg(QString::number(number, 16).toUpper());
 }
 
-/// Messages a second of all its channels.
-double rateOf(const Summary& summary, std::size_t module) {
-    double rate = 0.0;
-    for (const ChannelSummary& channel : summary.channels) {
-        rate += channel.module == module ? channel.rate : 0.0;
-    }
-    return rate;
-}
-
 }  // namespace
 
 ModulesPanel::ModulesPanel(Workspace& shownWorkspace,
@@ -71,7 +62,7 @@ void ModulesPanel::showModule(int row, const Summary* summary, std::size_t posit
     put(row, CmId, hex(module.cmId));
     put(row, Presence, module.connected ? "Connected" : "Not connected");
     put(row, Serial, QString::fromStdString(module.serial));
-    put(row, Rate, summary != nullptr ? QString::number(rateOf(*summary, position), 'f', 0) : "");
+    put(row, Rate, summary != nullptr ? QString::number(summary->getRate(position), 'f', 0) : "");
     const auto load = summary != nullptr ? summary->getLoad(position) : std::nullopt;
     put(row, Load, load ? QString::fromStdString(loadText(*load)) : "");
     put(row, Frames, module.frames ? QString::number(module.frames->frames) : "");

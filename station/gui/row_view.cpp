@@ -12,24 +12,16 @@ RowView::RowView() : header(new QHeaderView(Qt::Horizontal, this)) {
     setSelectionMode(ExtendedSelection);
     setEditTriggers(NoEditTriggers);
     setHorizontalScrollMode(ScrollPerPixel);
-    const auto moved = [this] {
-        updateGeometries();
-        viewport()->update();
-    };
-    connect(header, &QHeaderView::sectionResized, this, moved);
-    connect(header, &QHeaderView::sectionMoved, this, moved);
+    connect(header, &QHeaderView::sectionResized, this, &RowView::layOut);
+    connect(header, &QHeaderView::sectionMoved, this, &RowView::layOut);
 }
 
 void RowView::setModel(QAbstractItemModel* newModel) {
     QAbstractItemView::setModel(newModel);
     header->setModel(newModel);
-    const auto changed = [this] {
-        updateGeometries();
-        viewport()->update();
-    };
-    connect(newModel, &QAbstractItemModel::rowsInserted, this, changed);
-    connect(newModel, &QAbstractItemModel::rowsRemoved, this, changed);
-    connect(newModel, &QAbstractItemModel::modelReset, this, changed);
+    connect(newModel, &QAbstractItemModel::rowsInserted, this, &RowView::layOut);
+    connect(newModel, &QAbstractItemModel::rowsRemoved, this, &RowView::layOut);
+    connect(newModel, &QAbstractItemModel::modelReset, this, &RowView::layOut);
     updateGeometries();
 }
 
@@ -156,6 +148,11 @@ void RowView::paintEvent(QPaintEvent*) {
             itemDelegate()->paint(&painter, option, index);
         }
     }
+}
+
+void RowView::layOut() {
+    updateGeometries();
+    viewport()->update();
 }
 
 void RowView::updateGeometries() {

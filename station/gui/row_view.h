@@ -36,6 +36,8 @@ class RowView final : public QAbstractItemView {
     int rowCount() const { return model() != nullptr ? model()->rowCount() : 0; }
     /// Whole rows that fit.
     int pageRows() const;
+    /// Anew, as the model or the header has become another one.
+    void layOut();
 
     QHeaderView* const header;
 };

@@ -21,9 +21,7 @@ using Labels = std::vector<ClientMetric::Label>;
 
 /// A value that isn't UTF-8 would make a reader refuse the whole page.
 std::string readable(const std::string& text) {
-    std::string valid;
-    utf8::replace_invalid(text.begin(), text.end(), std::back_inserter(valid));
-    return valid;
+    return utf8::replace_invalid(text);
 }
 
 std::string hexadecimal(unsigned number) {

@@ -2,8 +2,6 @@
 
 #include <utf8.h>
 
-#include <iterator>
-
 #include "station/recording/bounded_name.h"
 
 namespace station {
@@ -12,10 +10,8 @@ bool ChannelIndex::add(std::string_view key, std::string_view name, BusType bus)
     if (channels.size() >= mostChannels || key.size() > longestKey) {
         return false;
     }
-    std::string clean;
-    utf8::replace_invalid(name.begin(), name.end(), std::back_inserter(clean));
     places.emplace(key, channels.size());
-    channels.push_back({boundedName(clean, longestName), bus});
+    channels.push_back({boundedName(utf8::replace_invalid(name), longestName), bus});
     return true;
 }
 

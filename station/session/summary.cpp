@@ -166,6 +166,14 @@ std::uint64_t Summary::getTotalFrames() const {
     return total;
 }
 
+double Summary::getRate(std::optional<std::size_t> module) const {
+    double rate = 0.0;
+    for (const ChannelSummary& channel : channels) {
+        rate += !module || channel.module == *module ? channel.rate : 0.0;
+    }
+    return rate;
+}
+
 std::optional<double> Summary::getLoad(std::optional<std::size_t> module) const {
     double sum = 0.0;
     std::size_t count = 0;
@@ -233,16 +241,12 @@ std::vector<std::string> toTable(const Summary& summary) {
 std::string toProgressLine(const Summary& summary) {
     const auto connected = std::count_if(summary.modules.begin(), summary.modules.end(),
                                          [](const auto& module) { return module.connected; });
-    double rate = 0.0;
-    for (const ChannelSummary& channel : summary.channels) {
-        rate += channel.rate;
-    }
     if (!summary.awaitedLeader.empty()) {
         return awaitedText(summary);
     }
     return fmt::format(
         "{:.0f} s: {} of {} modules connected, {} frames, {:.0f}/s{}{}", summary.seconds, connected,
-        summary.modules.size(), summary.getTotalFrames(), rate,
+        summary.modules.size(), summary.getTotalFrames(), summary.getRate(),
         summary.getTotalLost() == 0 ? "" : fmt::format(", {} LOST", summary.getTotalLost()),
         summary.stream ? printable(", " + streamText(*summary.stream)) : "");
 }

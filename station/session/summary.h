@@ -179,6 +179,8 @@ struct Summary {
     std::vector<std::string> findDatabases(const ChannelSummary& channel,
                                            const std::filesystem::path& setup) const;
     std::uint64_t getTotalFrames() const;
+    /// Messages a second, lately, of a module's channels; without a module, of all.
+    double getRate(std::optional<std::size_t> module = {}) const;
     /// The load of a module's buses in the last second, in the mean of those of which it is known;
     /// without a module, of all. Empty if it is known of none.
     std::optional<double> getLoad(std::optional<std::size_t> module = {}) const;
