@@ -235,38 +235,31 @@ double IdentifierModel::getNumber(const QModelIndex& index) const {
 }
 
 QVariant IdentifierModel::headerData(int section, Qt::Orientation orientation, int role) const {
-    static const QStringList titles = {"Channel, identifier",
-                                       "Messages",
-                                       "Rate /s",
-                                       "Cycle ms",
-                                       "Least ms",
-                                       "Most ms",
-                                       "Age s",
-                                       "Length",
-                                       "Flags",
-                                       "Data",
-                                       "Time",
-                                       "Lost",
-                                       "Bus load"};
-    static const QStringList toolTips = {
-        {},
-        {},
-        {},
-        "Time between the last two messages",
-        "Least time between two messages",
-        "Most time between two messages",
-        "Time since the last message",
-        "Data bytes",
-        "ext: identifier of 29 bits. FD: CAN FD. Whether the bit rate was switched isn't recorded.",
-        "Bytes that changed within the last seconds are marked",
-        "Of the last message",
-        "Messages of the channel",
-        loadToolTip};
-    if (orientation != Qt::Horizontal) {
+    struct Header {
+        const char* title;
+        const char* toolTip = nullptr;
+    };
+    static constexpr Header headers[columns] = {
+        {"Channel, identifier"},
+        {"Messages"},
+        {"Rate /s"},
+        {"Cycle ms", "Time between the last two messages"},
+        {"Least ms", "Least time between two messages"},
+        {"Most ms", "Most time between two messages"},
+        {"Age s", "Time since the last message"},
+        {"Length", "Data bytes"},
+        {"Flags",
+         "ext: identifier of 29 bits. FD: CAN FD. Whether the bit rate was switched isn't "
+         "recorded."},
+        {"Data", "Bytes that changed within the last seconds are marked"},
+        {"Time", "Of the last message"},
+        {"Lost", "Messages of the channel"},
+        {"Bus load", loadToolTip}};
+    if (orientation != Qt::Horizontal || section < 0 || section >= columns) {
         return {};
     }
-    return role == Qt::DisplayRole   ? titles.value(section)
-           : role == Qt::ToolTipRole ? toolTips.value(section)
+    return role == Qt::DisplayRole   ? QString(headers[section].title)
+           : role == Qt::ToolTipRole ? QString(headers[section].toolTip)
                                      : QVariant();
 }
 
