@@ -94,6 +94,10 @@ bool isEndOfBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t en
 
 bool isTornBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t end) {
     std::array<std::uint8_t, longestHeader> bytes;
+    std::span<std::uint8_t> last = std::span(bytes).first(1);
+    if (readAt(file, end - 1, last) != 0 || last.empty()) {
+        return false;
+    }
     std::span<std::uint8_t> there = std::span(bytes).first(std::min(longestHeader, end - offset));
     if (readAt(file, offset, there) != 0) {
         return false;

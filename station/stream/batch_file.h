@@ -27,7 +27,7 @@ std::optional<std::uint64_t> countMessages(const std::filesystem::path& path, st
 bool isEndOfBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t end);
 
 /// Whether what is from `offset` to `end` is the beginning of one batch, as a process leaves it
-/// that is killed while it writes.
+/// that is killed while it writes. Not if the file is shorter than that.
 bool isTornBatch(const Descriptor& file, std::uint64_t offset, std::uint64_t end);
 
 }  // namespace station

@@ -32,11 +32,12 @@ bool read(std::string_view text, std::string_view name, Number& number) {
 
 }  // namespace
 
-std::vector<std::uint8_t> makeBatchHeader(const Batch& batch, std::size_t length) {
+std::vector<std::uint8_t> makeBatchHeader(const Batch& batch, std::size_t length,
+                                          std::uint64_t partBefore) {
     return makeSectionHeader(
-        fmt::format("batch={} session={} subject={} messages={} first={} last={} end={}",
+        fmt::format("batch={} session={} subject={} messages={} first={} last={} end={} after={}",
                     batch.number, batch.session, batch.subject, batch.messages, batch.firstTime,
-                    batch.lastTime, batch.isEnd ? 1 : 0),
+                    batch.lastTime, batch.isEnd ? 1 : 0, partBefore),
         length);
 }
 
@@ -46,7 +47,7 @@ std::optional<BatchExtent> readBatchHeader(std::span<const std::uint8_t> bytes) 
         return std::nullopt;
     }
     const std::string_view text = section->comment;
-    BatchExtent found{{}, section->size + section->length};
+    BatchExtent found{{}, section->size + section->length, 0};
     Batch& batch = found.batch;
     batch.session = valueOf(text, " session=");
     batch.subject = valueOf(text, " subject=");
@@ -58,6 +59,7 @@ std::optional<BatchExtent> readBatchHeader(std::span<const std::uint8_t> bytes) 
         return std::nullopt;
     }
     batch.isEnd = end != 0;
+    read(text, " after=", found.partBefore);
     return found;
 }
 

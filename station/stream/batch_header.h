@@ -16,12 +16,15 @@ namespace station {
 /// As much as a header takes at most, subject and session aside.
 constexpr std::size_t longestBatchHeader = 512;
 
-/// The header of a batch whose packets and interfaces take `length` bytes.
-std::vector<std::uint8_t> makeBatchHeader(const Batch& batch, std::size_t length);
+/// The header of a batch whose packets and interfaces take `length` bytes, in a part of a spool in
+/// front of which the measurement has that one with batches; 0: none.
+std::vector<std::uint8_t> makeBatchHeader(const Batch& batch, std::size_t length,
+                                          std::uint64_t partBefore);
 
 struct BatchExtent {
     Batch batch;           ///< without its payload
     std::uint64_t size{};  ///< of all of it, with the header
+    std::uint64_t partBefore{};
 };
 /// Reads the header at the beginning of `bytes`; none if there is no whole and valid one.
 std::optional<BatchExtent> readBatchHeader(std::span<const std::uint8_t> bytes);

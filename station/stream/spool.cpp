@@ -28,8 +28,7 @@ Spool::Spool(fs::path spoolFolder, const std::string& stationToken, std::uint64_
                         folder.string(), failure.message()));
     }
     lockFile = lockSpool(folder);  // before anything is removed
-    findParts();
-    readNote();
+    readNote(findSpoolContents(folder));
     noteStation(stationToken);
 }
 
@@ -51,20 +50,29 @@ void Spool::noteStation(const std::string& stationToken) {
 std::set<Spool::Key> Spool::listParts() const {
     std::set<Key> keys;
     for (const auto& [key, part] : parts) {
-        keys.insert(keys.end(), key);
+        if (part.bytes != 0) {
+            keys.insert(keys.end(), key);
+        }
     }
     return keys;
 }
 
-void Spool::readNote() {
+void Spool::readNote(const SpoolContents& contents) {
+    latestMeasurement = contents.measurement;
+    firstLive = latestMeasurement + 1;
     std::error_code failure;
     const bool isThere = fs::exists(folder / spoolNoteName, failure);
     const std::vector<Place> there = readSpoolNote(folder);
-    std::vector<fs::path> done;
+    std::vector<fs::path> gone;
     std::vector<Place> believed;
+    bool isEmpty = false;
     bool isOfThese = false;
     {
         const LockGuard guard(lock);
+        texts = contents.texts;
+        for (const auto& [key, part] : contents.parts) {
+            parts[key] = {part.path, part.bytes, 0, std::nullopt, true};
+        }
         isOfThese = progress.load(there, listParts(), [&](const Place& place) CMP_REQUIRES(lock) {
             const Part& part = parts.at(place.part);
             return isEndOfBatch(openForReading(part.path), place.offset, part.bytes);
@@ -73,31 +81,59 @@ void Spool::readNote() {
             texts.push_back(
                 "the stream's spool: its note of what is acknowledged is damaged, or isn't of "
                 "these files: what it doesn't say is sent, also what may be in the stream already");
+        } else if (!isThere && !parts.empty()) {
+            texts.push_back(
+                "the stream's spool: it has no note of what is acknowledged, as after a kill at "
+                "once, or when that was deleted: all of it is sent, also what may be in the stream "
+                "already");
         }
-        believed = progress.list(listParts());
         for (auto& [key, part] : parts) {
             part.start = progress.getStart(key);
         }
-        for (const Place& place : believed) {
-            std::ranges::move(takeDone(place), std::back_inserter(done));
+        for (const Place& place : progress.list(listParts())) {
+            takeDone(place);
         }
+        gone = std::exchange(done, {});
+        noteGaps(findSpoolGaps(contents, isOfThese ? there : std::vector<Place>()));
+        believed = progress.list(listParts());
+        isEmpty = parts.empty();
     }
-    std::ranges::for_each(done, [&](const fs::path& path) { remove(path); });
     // A measurement to come may get the number of one that is gone: its line goes too.
-    if (isOfThese ? !believed.empty() : std::ranges::any_of(believed, &Place::offset)) {
+    if (isEmpty) {
+        writeSpoolNote(folder, {{{1, 0}, 0, true, true}});
+        remove(folder / spoolDroppedName);
+    } else if (isOfThese || !isThere || std::ranges::any_of(believed, &Place::offset)) {
         writeSpoolNote(folder, believed);
-    } else if (isThere) {
+    } else {
         remove(folder / spoolNoteName);
+    }
+    std::ranges::for_each(gone, [&](const fs::path& path) { remove(path); });
+}
+
+void Spool::noteGaps(const std::vector<SpoolGap>& gaps) {
+    for (const SpoolGap& gap : gaps) {
+        lostMessages += gap.countParts();
+        texts.push_back(
+            fmt::format("the stream's spool: somebody has deleted parts of it, and what of them "
+                        "wasn't in the stream is lost, counted as one message for each: {}",
+                        gap.describe()));
+        if (gap.isInFront && gap.last != 0) {  // not to be told again
+            progress.acknowledge({{gap.measurement, gap.last}, 0}, 0);
+        }
     }
 }
 
 bool Spool::saveNote() {
     std::vector<Place> note;
+    std::vector<fs::path> gone;
     {
         const LockGuard guard(lock);
+        gone = std::exchange(done, {});
         note = progress.list(listParts());
     }
-    return note.empty() || writeSpoolNote(folder, note);
+    const bool isSaved = note.empty() || writeSpoolNote(folder, note);
+    std::ranges::for_each(gone, [&](const fs::path& path) { remove(path); });
+    return isSaved;
 }
 
 std::uint64_t Spool::getCurrent() const {
@@ -114,45 +150,6 @@ bool Spool::hasOthers(std::uint64_t measurement) const {
     const LockGuard guard(lock);
     return !parts.empty() && (parts.begin()->first.measurement != measurement ||
                               parts.rbegin()->first.measurement != measurement);
-}
-
-void Spool::findParts() {
-    std::error_code failure;
-    const LockGuard guard(lock);
-    for (const auto& entry : fs::directory_iterator(folder, failure)) {
-        const auto key = spoolKeyOf(entry.path());
-        if (!key || !entry.is_regular_file(failure)) {
-            continue;
-        }
-        const std::uint64_t bytes = entry.file_size(failure);
-        if (bytes == 0) {
-            continue;
-        }
-        const Descriptor file = openForReading(entry.path());
-        int readFailure = file.isOpen() ? 0 : errno;
-        std::uint64_t first = 0;
-        const bool isPart =
-            readFailure == 0 && findBatch(file, first, bytes, readFailure).has_value();
-        if (!isPart && readFailure == 0) {
-            texts.push_back(
-                fmt::format("{} is no part of a spool, and is left alone", entry.path().string()));
-            continue;
-        }
-        latestMeasurement = std::max(latestMeasurement, key->measurement);
-        if (!isPart) {
-            texts.push_back(fmt::format("{} can't be read: {}; it is left alone until the next run",
-                                        entry.path().string(), std::strerror(readFailure)));
-        } else if (!parts.emplace(*key, Part{entry.path(), bytes, 0, std::nullopt, true}).second) {
-            texts.push_back(
-                fmt::format("{} has the numbers of another part of the spool, and is left alone",
-                            entry.path().string()));
-        }
-    }
-    if (failure) {
-        throw UserError(
-            fmt::format("--spool: {} can't be read: {}", folder.string(), failure.message()));
-    }
-    firstLive = latestMeasurement + 1;
 }
 
 std::string Spool::nameNext() {
@@ -209,7 +206,12 @@ void Spool::closePart(const std::string& path) {
         if (progress.getStart(key) < found->second.bytes) {
             return;
         }
+        const bool isEmpty = found->second.bytes == 0;
         parts.erase(found);
+        if (!isEmpty) {
+            done.push_back(path);  // by the other thread, which writes the note
+            return;
+        }
     }
     remove(path);
 }
@@ -224,7 +226,8 @@ std::uint64_t Spool::sumBytes() const {
 
 void Spool::dropOldest() {
     for (;;) {
-        Key key;
+        Place dropped;
+        Key& key = dropped.part;
         Part part;
         std::uint64_t acknowledged = 0;
         {
@@ -236,10 +239,13 @@ void Spool::dropOldest() {
             part = parts.begin()->second;
             acknowledged = progress.getMessages(key);
             parts.erase(parts.begin());
+            dropped.isGone = true;
+            dropped.isDone = parts.empty() || parts.begin()->first.measurement != key.measurement;
         }
         const std::uint64_t messages =
             part.messages ? *part.messages
                           : countMessages(part.path, part.start, part.bytes).value_or(1);
+        writeSpoolNote(folder, {dropped}, spoolDroppedName);
         remove(part.path);
         const LockGuard guard(lock);
         lostMessages += messages - std::min(messages, acknowledged);
@@ -327,6 +333,10 @@ bool Spool::read(Reader& reader, Batch& batch) {
             found->batch.payload.resize(found->size);
             std::span<std::uint8_t> payload = found->batch.payload;
             failure = readAt(reader.file, at, payload);
+            if (failure == 0 && payload.size() < found->size) {  // cut off by another program
+                found.reset();
+                at = part.bytes;
+            }
         }
         if (failure != 0) {
             noteUnreadable(reader, part.path, failure);
@@ -376,51 +386,45 @@ void Spool::noteDeleted(const Key& key) {
 /// A killed process may leave a torn batch at the end of a part, a power cut also other bytes.
 void Spool::noteDamage(const Reader& reader, std::uint64_t to, bool isTorn) {
     const Place& from = reader.place;
-    fs::path done;
-    {
-        const LockGuard guard(lock);
-        const auto found = parts.find(from.part);
-        if (found == parts.end()) {
-            return;  // it had to go meanwhile
-        }
-        texts.push_back(
-            fmt::format("the stream's spool: {} bytes of {} from byte {} on are no whole "
-                        "batch and were left out",
-                        to - from.offset, found->second.path.filename().string(), from.offset));
-        Part& part = found->second;
-        lostMessages += from.part.measurement < firstLive && !isTorn ? 1 : 0;  // at least
-        if (to >= part.bytes && part.isClosed) {
-            countUnread(part, reader.messages);
-            part.bytes = from.offset;
-            if (progress.getStart(from.part) >= part.bytes) {
-                done = part.path;
-                parts.erase(found);
-            }
+    const LockGuard guard(lock);
+    const auto found = parts.find(from.part);
+    if (found == parts.end()) {
+        return;  // it had to go meanwhile
+    }
+    texts.push_back(
+        fmt::format("the stream's spool: {} bytes of {} from byte {} on are no whole batch and "
+                    "were left out",
+                    to - from.offset, found->second.path.filename().string(), from.offset));
+    Part& part = found->second;
+    std::uint64_t lost = from.part.measurement < firstLive && !isTorn ? 1 : 0;  // at least
+    if (to >= part.bytes && part.isClosed) {
+        lost = std::max(lost, countUnread(part, reader.messages));
+        part.bytes = from.offset;
+        if (progress.getStart(from.part) >= part.bytes) {
+            done.push_back(part.path);
+            parts.erase(found);
         }
     }
-    if (!done.empty()) {
-        remove(done);
-    }
+    lostMessages += lost;
 }
 
 void Spool::noteAllRead(const Reader& reader) {
     const LockGuard guard(lock);
     if (const auto found = parts.find(reader.part); found != parts.end()) {
-        countUnread(found->second, reader.messages);
+        lostMessages += countUnread(found->second, reader.messages);
     }
 }
 
 /// What a part of this run had, and couldn't be read, is lost.
-void Spool::countUnread(Part& part, std::uint64_t messagesRead) {
-    if (part.messages) {
-        std::uint64_t& messages = *part.messages;
-        lostMessages += messages - std::min(messages, messagesRead);
-        messages = std::min(messages, messagesRead);
+std::uint64_t Spool::countUnread(Part& part, std::uint64_t messagesRead) {
+    if (!part.messages || *part.messages <= messagesRead) {
+        return 0;
     }
+    return std::exchange(*part.messages, messagesRead) - messagesRead;
 }
 
 void Spool::acknowledge(const Place& end, std::uint64_t messages) {
-    std::vector<fs::path> done;
+    bool isAnyDone = false;
     {
         const LockGuard guard(lock);
         acknowledgedMessages += messages;
@@ -429,21 +433,22 @@ void Spool::acknowledge(const Place& end, std::uint64_t messages) {
             lostMessages -= std::min(lostMessages, messages);
         }
         progress.acknowledge(end, messages);
-        done = takeDone(end);
+        takeDone(end);
+        isAnyDone = !done.empty();
     }
-    std::ranges::for_each(done, [&](const fs::path& path) { remove(path); });
+    if (isAnyDone) {
+        saveNote();
+    }
 }
 
 /// The parts of a measurement that have nothing behind that place.
-std::vector<fs::path> Spool::takeDone(const Place& end) {
-    std::vector<fs::path> done;
+void Spool::takeDone(const Place& end) {
     auto next = parts.lower_bound({end.part.measurement, 0});
     while (next != parts.end() && next->first <= end.part && next->second.isClosed &&
            (next->first != end.part || next->second.bytes <= end.offset)) {
         done.push_back(next->second.path);
         next = parts.erase(next);
     }
-    return done;
 }
 
 void Spool::remove(const fs::path& path) {
@@ -469,7 +474,7 @@ Spool::Counts Spool::getCounts() const {
     Counts counts;
     for (const auto& [key, part] : parts) {
         const std::uint64_t before = progress.getMessages(key);
-        counts.messages += part.messages.value_or(before) - before;
+        counts.messages += std::max(part.messages.value_or(0), before) - before;
         counts.bytes += part.bytes - std::min(part.bytes, progress.getStart(key));
     }
     counts.acknowledged = acknowledgedMessages;

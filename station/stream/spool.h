@@ -13,6 +13,7 @@
 #include "core/descriptor.h"
 #include "core/mutex.h"
 #include "station/stream/publisher.h"
+#include "station/stream/spool_contents.h"
 #include "station/stream/spool_folder.h"
 #include "station/stream/spool_progress.h"
 
@@ -27,7 +28,8 @@ namespace station {
 /// once this is made. The folder is locked against another program.
 ///
 /// When the parts take more than the limit, the oldest of them goes, but for the one that is being
-/// written; what it had is counted.
+/// written; what it had is counted. Each file is removed after a note says so: what else is missing
+/// at the next start others have deleted, which is counted too.
 class Spool {
   public:
     using Key = SpoolKey;
@@ -90,7 +92,7 @@ class Spool {
     /// else as one message at least.
     bool read(Reader& reader, Batch& batch) CMP_EXCLUDES(lock);
     /// All of its measurement up to there; the batch that ends there had so many messages. Parts
-    /// that aren't needed any more are removed.
+    /// that aren't needed any more are removed, behind a note.
     void acknowledge(const Place& end, std::uint64_t messages) CMP_EXCLUDES(lock);
     /// The measurement that is being sent; 0: not known.
     std::uint64_t getCurrent() const CMP_EXCLUDES(lock);
@@ -99,7 +101,8 @@ class Spool {
     void setCurrent(std::uint64_t measurement) CMP_EXCLUDES(lock);
     /// Whether there is something of another measurement, or it is being recorded.
     bool hasOthers(std::uint64_t measurement) const CMP_EXCLUDES(lock);
-    /// So that a next run begins there; a killed one may begin earlier. False: it can't be written.
+    /// So that a next run begins there; a killed one may begin earlier. Removes what isn't needed
+    /// any more. False: the note can't be written.
     bool saveNote() CMP_EXCLUDES(lock);
     /// Until more was added since the last call, for that long at most.
     void waitForMore(std::chrono::milliseconds patience) CMP_EXCLUDES(lock);
@@ -120,8 +123,8 @@ class Spool {
     };
 
     void noteStation(const std::string& stationToken);
-    void findParts();
-    void readNote() CMP_EXCLUDES(lock);
+    void readNote(const SpoolContents& contents) CMP_EXCLUDES(lock);
+    void noteGaps(const std::vector<SpoolGap>& gaps) CMP_REQUIRES(lock);
     std::uint64_t sumBytes() const CMP_REQUIRES(lock);
     void dropOldest() CMP_EXCLUDES(lock);
     bool findPart(Reader& reader, Part& part) const CMP_EXCLUDES(lock);
@@ -130,10 +133,10 @@ class Spool {
     void noteDeleted(const Key& key) CMP_EXCLUDES(lock);
     void noteDamage(const Reader& reader, std::uint64_t to, bool isTorn) CMP_EXCLUDES(lock);
     void noteAllRead(const Reader& reader) CMP_EXCLUDES(lock);
-    void countUnread(Part& part, std::uint64_t messagesRead) CMP_REQUIRES(lock);
+    static std::uint64_t countUnread(Part& part, std::uint64_t messagesRead);
     void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
     std::set<Key> listParts() const CMP_REQUIRES(lock);
-    std::vector<std::filesystem::path> takeDone(const Place& end) CMP_REQUIRES(lock);
+    void takeDone(const Place& end) CMP_REQUIRES(lock);
 
     const std::filesystem::path folder;
     const std::uint64_t limit;
@@ -147,6 +150,7 @@ class Spool {
     bool hasMore CMP_GUARDED_BY(lock) = false;
     std::map<Key, Part> parts CMP_GUARDED_BY(lock);
     SpoolProgress progress CMP_GUARDED_BY(lock);
+    std::vector<std::filesystem::path> done CMP_GUARDED_BY(lock);  ///< to be removed
     std::uint64_t acknowledgedMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostReported CMP_GUARDED_BY(lock) = 0;

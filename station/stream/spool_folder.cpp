@@ -17,6 +17,13 @@
 #include "station/errors.h"
 
 namespace station {
+namespace {
+
+const char* stateOf(const SpoolPlace& place) {
+    return place.isDone ? "-done-" : place.isGone ? "-gone-" : "-acknowledged-";
+}
+
+}  // namespace
 
 /// As `Spool::nameNext` and `RecordingSeries` have it.
 std::optional<SpoolKey> spoolKeyOf(const std::filesystem::path& path) {
@@ -63,26 +70,28 @@ bool writeSpoolOwner(const Descriptor& lockFile, const std::string& stationToken
            ::pwrite(lockFile.get(), stationToken.data(), stationToken.size(), 0) >= 0;
 }
 
-std::vector<SpoolPlace> readSpoolNote(const std::filesystem::path& folder) {
-    std::ifstream file(folder / spoolNoteName);
+std::vector<SpoolPlace> readSpoolNote(const std::filesystem::path& folder, const char* name) {
+    std::ifstream file(folder / name);
     std::vector<SpoolPlace> places;
-    for (std::string name; file >> name;) {
-        const auto key = spoolKeyOf(name);
+    for (std::string part; file >> part;) {
+        const auto key = spoolKeyOf(part);
         std::uint64_t offset = 0;
         if (!key || !(file >> offset)) {
             return {};
         }
-        places.push_back({*key, offset});
+        const bool isDone = part.find("-done-") != part.npos;
+        places.push_back({*key, offset, isDone || part.find("-gone-") != part.npos, isDone});
     }
     return places;
 }
 
-bool writeSpoolNote(const std::filesystem::path& folder, const std::vector<SpoolPlace>& places) {
-    const std::filesystem::path next = folder / fmt::format("{}.new", spoolNoteName);
+bool writeSpoolNote(const std::filesystem::path& folder, const std::vector<SpoolPlace>& places,
+                    const char* name) {
+    const std::filesystem::path next = folder / fmt::format("{}.new", name);
     {
         std::ofstream file(next, std::ios::trunc);
         for (const SpoolPlace& place : places) {
-            file << fmt::format("{:08}-acknowledged-{:04}{} {}\n", place.part.measurement,
+            file << fmt::format("{:08}{}{:04}{} {}\n", place.part.measurement, stateOf(place),
                                 place.part.part, spoolPartEnding, place.offset);
         }
         if (!file.flush()) {
@@ -90,7 +99,7 @@ bool writeSpoolNote(const std::filesystem::path& folder, const std::vector<Spool
         }
     }
     std::error_code failure;
-    std::filesystem::rename(next, folder / spoolNoteName, failure);
+    std::filesystem::rename(next, folder / name, failure);
     return !failure;
 }
 

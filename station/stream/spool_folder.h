@@ -15,6 +15,7 @@ namespace station {
 
 inline constexpr const char* spoolPartEnding = ".pcapng";
 inline constexpr const char* spoolNoteName = "acknowledged";
+inline constexpr const char* spoolDroppedName = "dropped";  ///< as the note: a single place
 inline constexpr const char* spoolLockName = "lock";
 
 /// Of a part: the measurement, counted from 1 in this folder, and the part of it.
@@ -27,6 +28,9 @@ struct SpoolKey {
 struct SpoolPlace {
     SpoolKey part;
     std::uint64_t offset = 0;
+    // In a note: what should be so.
+    bool isGone = false;  ///< the part
+    bool isDone = false;  ///< and all others of its measurement
 };
 
 /// Of "00000003-SESSION-0001.pcapng"; none if it is no such name.
@@ -44,8 +48,10 @@ bool writeSpoolOwner(const Descriptor& lockFile, const std::string& stationToken
 /// For each measurement that had parts, or was sent, up to where it is acknowledged: a line each,
 /// the last of which is the one that was being sent. Empty if the note is damaged, or can't be
 /// read.
-std::vector<SpoolPlace> readSpoolNote(const std::filesystem::path& folder);
+std::vector<SpoolPlace> readSpoolNote(const std::filesystem::path& folder,
+                                      const char* name = spoolNoteName);
 /// Replaces it as a whole. False: it can't be written.
-bool writeSpoolNote(const std::filesystem::path& folder, const std::vector<SpoolPlace>& places);
+bool writeSpoolNote(const std::filesystem::path& folder, const std::vector<SpoolPlace>& places,
+                    const char* name = spoolNoteName);
 
 }  // namespace station

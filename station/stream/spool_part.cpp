@@ -20,7 +20,10 @@ std::string SpoolSession::subjectOf(const ChannelDescription& channel) const {
 
 SpoolPart::SpoolPart(const std::string& path, std::shared_ptr<Spool> target,
                      std::shared_ptr<SpoolSession> measurement)
-    : Recording(path, false), spool(std::move(target)), session(std::move(measurement)) {
+    : Recording(path, false),
+      spool(std::move(target)),
+      session(std::move(measurement)),
+      partBefore(session->lastPart) {
     // Parts are short: the thread would wait for the disk most of the time.
     file.dontWaitForDisk();
     spool->addPart(path);
@@ -102,13 +105,14 @@ void SpoolPart::end(Subject& subject, bool isLastOfSession) {
                 .messages = subject.channels.size(),
                 .isEnd = isLastOfSession,
                 .payload = {}};
-    const auto header = makeBatchHeader(batch, subject.used - subject.headerRoom);
+    const auto header = makeBatchHeader(batch, subject.used - subject.headerRoom, partBefore);
     const std::size_t from = subject.headerRoom - header.size();
     std::ranges::copy(header, subject.bytes.data() + from);
     const std::uint64_t before = file.getBytesWritten();
     file.appendBlock(std::span(subject.bytes).subspan(from, subject.used - from), subject.channels);
     if (!hasFailed()) {
         spool->grow(getPath(), file.getBytesWritten() - before, batch.messages);
+        session->lastPart = spoolKeyOf(getPath()).value_or(SpoolKey()).part;
     }
     subject.channels.clear();
 }

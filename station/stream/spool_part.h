@@ -30,6 +30,7 @@ struct SpoolSession {
         std::uint32_t interfaceCount = 0;
     };
     std::map<std::string, Subject> subjects = {};               ///< by name
+    std::uint64_t lastPart = 0;                                 ///< that has batches; 0: none
     std::vector<std::optional<std::uint32_t>> interfaces = {};  ///< by channel
 
     std::string subjectOf(const ChannelDescription& channel) const;
@@ -79,6 +80,7 @@ class SpoolPart final : public Recording {
 
     const std::shared_ptr<Spool> spool;
     const std::shared_ptr<SpoolSession> session;
+    const std::uint64_t partBefore;
     std::vector<Channel> channels;
     std::vector<Subject> subjects;
 };

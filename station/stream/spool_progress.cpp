@@ -21,8 +21,8 @@ bool SpoolProgress::load(const std::vector<SpoolPlace>& note, const std::set<Spo
         current = measurement;
         // Its part may be gone by right, but then those in front of it are too.
         isOfThese = isOfThese && (isThere || place.offset == 0 || place.part < *first);
-        if (isThere) {
-            acknowledge(place, 0);
+        if (isThere || place.part < *first) {
+            acknowledge({place.part, place.offset}, 0);
         }
     }
     if (current == 0 && !parts.empty()) {
@@ -39,14 +39,21 @@ std::vector<SpoolPlace> SpoolProgress::list(const std::set<SpoolKey>& parts) con
     for (const SpoolKey& part : parts) {
         named.insert(part.measurement);
     }
-    named.erase(current);
     std::vector<SpoolPlace> note;
     note.reserve(named.size() + 1);
+    const auto add = [&](std::uint64_t measurement) {
+        SpoolPlace place = getPlace(measurement);
+        place.isGone = !parts.contains(place.part);
+        place.isDone = !named.contains(measurement);
+        note.push_back(place);
+    };
     for (const std::uint64_t measurement : named) {
-        note.push_back(getPlace(measurement));
+        if (measurement != current) {
+            add(measurement);
+        }
     }
     if (current != 0) {
-        note.push_back(getPlace(current));
+        add(current);
     }
     return note;
 }

@@ -22,7 +22,8 @@ class SpoolProgress {
     /// Takes of a note what can be right of these parts. False: the note isn't of them.
     bool load(const std::vector<SpoolPlace>& note, const std::set<SpoolKey>& parts,
               const EndsBatch& endsBatch);
-    /// The note: those of which there are parts, and the current one, which is the last.
+    /// The note: those of which there are parts, and the current one, which is the last. Of a part
+    /// that isn't among these it says that it should be gone.
     std::vector<SpoolPlace> list(const std::set<SpoolKey>& parts) const;
 
     /// The batch that ends there had so many messages.

@@ -1,5 +1,7 @@
 #include "station/stream/sender.h"
 
+#include <fmt/format.h>
+
 #include <thread>
 
 #include "host/bus_record.h"
@@ -18,18 +20,23 @@ using namespace std::chrono_literals;
 /// identifiers.
 class SpoolTest : public ::testing::Test {
   protected:
-    void openSpool() {
+    void openSpool(std::uint64_t limit = 1U << 30U) {
         spool.reset();
-        spool = std::make_shared<Spool>(spoolFolder, "bench", 1U << 30U);
+        spool = std::make_shared<Spool>(spoolFolder, "bench", limit);
     }
     /// Batches of a hundred messages each, in one part.
     void record(int batches) {
-        const auto session =
-            std::make_shared<SpoolSession>(SpoolSession{.identifier = "s" + std::to_string(sent),
-                                                        .stationToken = "bench",
-                                                        .batchBytes = 1U << 16U});
-        const std::string name = spool->nameNext();
-        partPath = name.substr(0, name.rfind('.')) + "-s-0001.pcapng";
+        const auto session = makeSession();
+        recordPart(spool->nameNext(), 1, session, batches);
+    }
+    std::shared_ptr<SpoolSession> makeSession() const {
+        return std::make_shared<SpoolSession>(SpoolSession{.identifier = "s" + std::to_string(sent),
+                                                           .stationToken = "bench",
+                                                           .batchBytes = 1U << 16U});
+    }
+    void recordPart(const std::string& name, int number,
+                    const std::shared_ptr<SpoolSession>& session, int batches) {
+        partPath = fmt::format("{}-s-{:04}.pcapng", name.substr(0, name.rfind('.')), number);
         SpoolPart part(partPath, spool, session);
         part.addChannel({"C", BusType::Can});
         for (int batch = 0; batch < batches; ++batch) {
@@ -91,6 +98,7 @@ TEST_F(SpoolTest, WhateverIsInItsFilesWholeBatchesInFrontAreReadAndNothingElse) 
     openSpool();
     record(2);
     const std::string whole = contentOf(partPath);
+    const std::size_t end = whole.find(whole.substr(0, 4), 1);
     const auto expect = [&](const std::string& bytes, std::size_t changedAt, std::size_t most) {
         std::ofstream(partPath, std::ios::trunc) << bytes;
         openSpool();
@@ -108,7 +116,7 @@ TEST_F(SpoolTest, WhateverIsInItsFilesWholeBatchesInFrontAreReadAndNothingElse) 
         EXPECT_EQ(spool->takeTexts().empty(), position == bytes.size()) << changedAt;
     };
     for (std::size_t size = 0; size < whole.size(); size += size % 3000 < 300 ? 1 : 97) {
-        expect(whole.substr(0, size), size, size < whole.size() / 2 ? 0 : 1);
+        expect(whole.substr(0, size), size, size < end ? 0 : 1);
     }
     for (std::size_t at = 0; at < 200; ++at) {
         std::string changed = whole;
@@ -159,6 +167,84 @@ TEST_F(SpoolTest, WhatWasDamagedOrDeletedIsCountedAndTheRestIsRead) {
     record(1);
     EXPECT_EQ(readAll().size(), 100U);
     EXPECT_EQ(spool->getCounts().lost, 200U);
+}
+
+TEST_F(SpoolTest, WhatIsCutOffWhileItRunsIsCountedAndNotSentInPart) {
+    openSpool();
+    record(2);
+    const std::string whole = contentOf(partPath);
+    const std::uint64_t end = firstEnd();
+    for (const bool isCounted : {false, true}) {
+        for (const std::uint64_t size :
+             {std::uint64_t{0}, end - 1, end, end + 99, whole.size() - 1}) {
+            std::ofstream(partPath, std::ios::trunc) << whole;
+            openSpool();
+            while (isCounted && spool->countNext()) {
+            }
+            Spool::Reader reader = spool->startReading(Spool::Lane::Earlier);
+            Batch batch;
+            ASSERT_TRUE(spool->read(reader, batch));
+            spool->acknowledge(reader.getPlace(), batch.messages);
+            std::filesystem::resize_file(partPath, size);
+            while (spool->countNext()) {
+            }
+            EXPECT_LE(spool->getCounts().messages, 100U) << size;
+            EXPECT_FALSE(spool->read(reader, batch)) << size;
+            EXPECT_GE(spool->getCounts().lost, isCounted ? 100U : 1U) << size;
+            EXPECT_LE(spool->getCounts().lost, 100U) << size;
+            EXPECT_EQ(spool->getCounts().messages, 0U) << size;
+            EXPECT_FALSE(spool->takeTexts().empty()) << size;
+        }
+    }
+}
+
+TEST_F(SpoolTest, WhatIsDeletedBetweenRunsIsToldOnceAndWhatTheStationRemovedIsNot) {
+    const auto measure = [&](int parts) {
+        const auto session = makeSession();
+        const std::string name = spool->nameNext();
+        for (int part = 1; part <= parts; ++part) {
+            recordPart(name, part, session, part == 3 ? 0 : 2);  // a disk that was full for a while
+        }
+    };
+    const auto acknowledge = [&](int batches) {
+        Spool::Reader reader = spool->startReading(Spool::Lane::Earlier);
+        for (Batch batch; batches-- > 0 && spool->read(reader, batch);) {
+            spool->acknowledge(reader.getPlace(), batch.messages);
+        }
+        spool->saveNote();
+    };
+    const auto expect = [&](std::uint64_t lost, const std::string& text) {
+        openSpool();
+        EXPECT_EQ(spool->getCounts().lost, lost) << text;
+        const auto texts = spool->takeTexts();
+        EXPECT_EQ(texts.empty(), text.empty()) << text;
+        EXPECT_TRUE(texts.empty() || texts.front().find(text) != std::string::npos) << texts[0];
+    };
+    const auto remove = [&](const std::string& name) {
+        EXPECT_TRUE(std::filesystem::remove(spoolFolder / name)) << name;
+    };
+    openSpool();
+    measure(7);
+    expect(0, "");
+    acknowledge(5);  // parts 1 and 2, and one of the fourth's
+    expect(0, "");
+    remove("00000001-s-0004.pcapng");
+    expect(1, "00000001, part 4");
+    expect(0, "");
+    remove("00000001-s-0006.pcapng");
+    measure(1);
+    expect(1, "00000001, part 6");
+    acknowledge(4);
+    expect(0, "");
+    openSpool(1);  // which has no room for both
+    measure(2);
+    expect(0, "");
+    remove("00000003-s-0002.pcapng");
+    expect(1, "00000003, part 2 and all behind it");
+    measure(1);
+    remove(spoolNoteName);
+    expect(0, "the stream's spool: it has no note");
+    expect(0, "");
 }
 
 TEST_F(SpoolTest, NumbersAreThoseOfItsPartsAndComeToAnEndWithAnError) {

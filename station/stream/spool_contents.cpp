@@ -1,0 +1,122 @@
+#include "station/stream/spool_contents.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include "station/errors.h"
+#include "station/stream/batch_file.h"
+
+namespace station {
+namespace fs = std::filesystem;
+namespace {
+
+void addFile(SpoolContents& contents, const SpoolKey& key, const fs::path& path,
+             std::uint64_t bytes) {
+    const Descriptor file = openForReading(path);
+    int failure = file.isOpen() ? 0 : errno;
+    std::uint64_t first = 0;
+    const auto found = failure == 0 ? findBatch(file, first, bytes, failure) : std::nullopt;
+    if (found || failure != 0) {
+        contents.measurement = std::max(contents.measurement, key.measurement);
+    }
+    if (!found) {
+        contents.others.insert(key);
+        contents.texts.push_back(
+            failure == 0 ? fmt::format("{} is no part of a spool, and is left alone", path.string())
+                         : fmt::format("{} can't be read: {}; it is left alone until the next run",
+                                       path.string(), std::strerror(failure)));
+    } else if (!contents.parts.try_emplace(key, path, bytes, found->partBefore).second) {
+        contents.texts.push_back(fmt::format(
+            "{} has the numbers of another part of the spool, and is left alone", path.string()));
+    }
+}
+
+/// The last part in front of that measurement's first one, or in it, that is gone by right.
+std::uint64_t lastGone(const SpoolContents& contents, const std::vector<SpoolPlace>& note,
+                       std::uint64_t measurement) {
+    std::uint64_t gone = 0;
+    for (const SpoolPlace& place : note) {
+        if (place.part.measurement == measurement && place.part.part != 0) {
+            gone = place.part.part - (place.isGone ? 0 : 1);
+        }
+    }
+    if (contents.dropped && contents.dropped->part.measurement == measurement) {
+        gone = std::max(gone, contents.dropped->part.part);
+    }
+    return gone;
+}
+
+bool hasAny(const SpoolContents& contents, std::uint64_t measurement) {
+    const auto isOfIt = [&](const auto& keys, const auto& keyOf) {
+        const auto first = keys.lower_bound({measurement, 0});
+        return first != keys.end() && keyOf(*first).measurement == measurement;
+    };
+    return isOfIt(contents.parts, [](const auto& part) { return part.first; }) ||
+           isOfIt(contents.others, [](const auto& key) { return key; });
+}
+
+}  // namespace
+
+SpoolContents findSpoolContents(const fs::path& folder) {
+    SpoolContents contents;
+    std::error_code failure;
+    for (const auto& entry : fs::directory_iterator(folder, failure)) {
+        const auto key = spoolKeyOf(entry.path());
+        if (!key || !entry.is_regular_file(failure)) {
+            continue;
+        }
+        if (const std::uint64_t bytes = entry.file_size(failure); bytes != 0) {
+            addFile(contents, *key, entry.path(), bytes);
+        }
+    }
+    if (failure) {
+        throw UserError(
+            fmt::format("--spool: {} can't be read: {}", folder.string(), failure.message()));
+    }
+    const auto dropped = readSpoolNote(folder, spoolDroppedName);
+    const auto& parts = contents.parts;
+    if (!dropped.empty() && (parts.empty() || dropped.front().part < parts.begin()->first)) {
+        contents.dropped = dropped.front();
+    }
+    return contents;
+}
+
+std::string SpoolGap::describe() const {
+    const std::string behind = last == 0      ? " and all behind it"
+                               : last > first ? fmt::format(" to {}", last)
+                                              : "";
+    return fmt::format("{:08}, part {}{}", measurement, first, behind);
+}
+
+std::vector<SpoolGap> findSpoolGaps(const SpoolContents& contents,
+                                    const std::vector<SpoolPlace>& note) {
+    std::vector<SpoolGap> gaps;
+    SpoolKey before;
+    for (const auto& [key, part] : contents.parts) {
+        const bool isFirst = before.measurement != key.measurement;
+        const std::uint64_t known =
+            std::max(isFirst ? 0 : before.part, lastGone(contents, note, key.measurement));
+        const bool isKnown = !isFirst || !note.empty();
+        if (isKnown && part.partBefore > known && part.partBefore < key.part &&
+            !contents.others.contains({key.measurement, part.partBefore})) {
+            gaps.push_back({key.measurement, known + 1, part.partBefore, isFirst});
+        }
+        before = key;
+    }
+    for (const SpoolPlace& place : note) {
+        const std::uint64_t measurement = place.part.measurement;
+        const std::uint64_t dropped = contents.dropped ? contents.dropped->part.measurement : 0;
+        const bool hadToGo =
+            measurement < dropped || (measurement == dropped && contents.dropped->isDone);
+        if (!place.isDone && !hadToGo && !hasAny(contents, measurement)) {
+            gaps.push_back({measurement, lastGone(contents, note, measurement) + 1, 0, true});
+        }
+    }
+    return gaps;
+}
+
+}  // namespace station
