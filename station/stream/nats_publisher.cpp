@@ -82,6 +82,8 @@ void NatsPublisher::close() {
     connection.reset();
     lastBySubject.clear();
     onTheWay.clear();
+    awaited.clear();
+    bytesOnTheWay = 0;
     acknowledged = 0;
     bytesPerSecond = leastBytesPerSecond;
 }
@@ -256,18 +258,19 @@ void NatsPublisher::distrust(const std::string& subject, std::uint64_t sequence)
 }
 
 bool NatsPublisher::publish(const Batch& batch) {
-    for (const OnTheWay& other : onTheWay) {
-        if (other.way == Way::Sent && other.subject == batch.subject) {
-            return false;
-        }
-    }
-    if (!onTheWay.empty() && sumBytesOnTheWay() + batch.payload.size() > mostBytesOnTheWay) {
+    const bool hasRoom =
+        bytesOnTheWay == 0 || bytesOnTheWay + batch.payload.size() <= mostBytesOnTheWay;
+    if (!hasRoom || awaited.contains(batch.subject)) {
         return false;
     }
     largestBatch = std::max(largestBatch, batch.payload.size());
     const Way way = compareWithLast(batch);
     if (way == Way::Sent) {
         send(batch);
+        awaited.insert(batch.subject);
+        bytesOnTheWay += batch.payload.size();
+    } else if (way == Way::Presumed) {
+        latestPresumed = Clock::now();
     }
     onTheWay.push_back({batch.subject,
                         way == Way::Sent ? batch.payload : std::vector<std::uint8_t>(),
@@ -282,14 +285,6 @@ natsStatus NatsPublisher::noteMessageAsked(natsStatus status) {
             std::min<std::chrono::milliseconds>(2 * messagePatience, mostMessagePatience);
     }
     return status;
-}
-
-std::size_t NatsPublisher::sumBytesOnTheWay() const {
-    std::size_t bytes = 0;
-    for (const OnTheWay& batch : onTheWay) {
-        bytes += batch.payload.size();
-    }
-    return bytes;
 }
 
 void NatsPublisher::send(const Batch& batch) {
@@ -358,7 +353,8 @@ std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience)
 /// heartbeat that it has answered has come to it, and only its disk takes time.
 NatsPublisher::Clock::time_point NatsPublisher::getAnswerEnd(std::size_t largest) const {
     const OnTheWay& first = onTheWay.front();
-    const auto end = std::max(first.since, lastStored) + patienceFor(largest);
+    const auto since = first.way == Way::Presumed ? latestPresumed : first.since;
+    const auto end = std::max(since, lastStored) + patienceFor(largest);
     return first.arrived ? std::min(end, std::max(*first.arrived, lastStored) + answerPatience)
                          : end;
 }
@@ -388,7 +384,7 @@ bool NatsPublisher::takeAnswer(std::chrono::milliseconds patience) {
                                            connection->getServer()));
         }
         for (OnTheWay& batch : onTheWay) {
-            if (batch.since < beatSent && !batch.arrived) {
+            if (batch.way == Way::Sent && batch.since < beatSent && !batch.arrived) {
                 batch.arrived = Clock::now();
             }
         }
@@ -413,6 +409,9 @@ void NatsPublisher::noteStored(std::string_view number, bool isDuplicate, std::u
         return;
     }
     OnTheWay& batch = onTheWay[*place - acknowledged];
+    if (batch.way != Way::Sent) {
+        return;
+    }
     if (isDuplicate) {
         natsMsg* found = nullptr;
         jsErrCode code{};
@@ -428,6 +427,8 @@ void NatsPublisher::noteStored(std::string_view number, bool isDuplicate, std::u
     }
     const auto now = Clock::now();
     noteSpeed(batch.payload.size(), now - std::max(batch.since, lastStored));
+    awaited.erase(batch.subject);
+    bytesOnTheWay -= batch.payload.size();
     batch.payload = {};
     batch.way = Way::Stored;
     lastStored = now;
@@ -445,7 +446,7 @@ void NatsPublisher::beat(const std::string& json) {
         return;
     }
     beatSent = Clock::now();
-    beatEnd = beatSent + patienceFor(sumBytesOnTheWay());
+    beatEnd = beatSent + patienceFor(bytesOnTheWay);
     stationName->beat(*connection, json, fmt::format("{}.{}", inbox, beatAnswer));
 }
 

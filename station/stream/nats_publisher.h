@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -84,7 +85,6 @@ class NatsPublisher final : public Publisher {
     Way compareWithLast(const Batch& batch);
     void send(const Batch& batch);
     natsStatus noteMessageAsked(natsStatus status);
-    std::size_t sumBytesOnTheWay() const;
     std::chrono::milliseconds patienceFor(std::size_t bytes) const;
     void noteSpeed(std::size_t bytes, Clock::duration time);
     Clock::time_point getAnswerEnd(std::size_t largest) const;
@@ -110,7 +110,10 @@ class NatsPublisher final : public Publisher {
     std::map<std::string, Last> lastBySubject;     ///< as it was at the first batch since `open`
     std::map<std::string, std::uint64_t> foreign;  ///< by subject: a message that isn't ours
     std::deque<OnTheWay> onTheWay;
-    std::uint64_t acknowledged = 0;  ///< in front of those
+    std::set<std::string> awaited;     ///< subjects of those that were sent
+    std::size_t bytesOnTheWay = 0;     ///< of those
+    Clock::time_point latestPresumed;  ///< when the last of those came
+    std::uint64_t acknowledged = 0;    ///< in front of those
     /// What the link and the broker take at least, as this connection has shown.
     std::size_t bytesPerSecond = leastBytesPerSecond;
     Clock::time_point lastStored;  ///< when the broker last said so of a batch

@@ -125,7 +125,14 @@ struct Sender::Shared {
         nextBeat = Clock::now();
         saveNote();
         while (!isEnding) {
-            while (const Batch* const batch = next.find(onTheWay.empty())) {
+            // Thousands that the engine has already may follow each other.
+            const auto turnEnd = Clock::now() + idlePause;
+            bool isTurnOver = false;
+            while (!isTurnOver) {
+                const Batch* const batch = next.find(onTheWay.empty());
+                if (batch == nullptr) {
+                    break;
+                }
                 turnTo(next.getMeasurement());
                 if (!publisher->publish(*batch)) {
                     next.noteRefused();
@@ -133,13 +140,14 @@ struct Sender::Shared {
                 }
                 onTheWay.push_back({next.take(), batch->messages});
                 noteOnTheWay(messages += batch->messages);
+                isTurnOver = isEnding || Clock::now() >= turnEnd;
             }
             const bool isCounting = spool->countNext();  // beside it: there may be thousands of MB
             if (onTheWay.empty() && !isCounting) {
                 spool->waitForMore(idlePause);
             }
             const std::uint64_t now =
-                publisher->getAcknowledged(onTheWay.empty() ? 0ms : idlePause);
+                publisher->getAcknowledged(onTheWay.empty() || isTurnOver ? 0ms : idlePause);
             for (; acknowledged < now; ++acknowledged) {
                 const OnTheWay& stored = onTheWay.front();
                 spool->acknowledge(stored.end, stored.messages);

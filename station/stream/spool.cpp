@@ -124,6 +124,7 @@ void Spool::noteGaps(const std::vector<SpoolGap>& gaps) {
 }
 
 bool Spool::saveNote() {
+    const LockGuard noteGuard(noteLock);
     std::vector<Place> note;
     std::vector<fs::path> gone;
     {
@@ -206,14 +207,10 @@ void Spool::closePart(const std::string& path) {
         if (progress.getStart(key) < found->second.bytes) {
             return;
         }
-        const bool isEmpty = found->second.bytes == 0;
+        done.push_back(path);
         parts.erase(found);
-        if (!isEmpty) {
-            done.push_back(path);  // by the other thread, which writes the note
-            return;
-        }
     }
-    remove(path);
+    saveNote();
 }
 
 std::uint64_t Spool::sumBytes() const {

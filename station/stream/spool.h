@@ -25,7 +25,8 @@ namespace station {
 /// A thread that records adds to the end (`addPart` to `closePart`), another one takes from the
 /// beginning (`read`, `acknowledge`, `saveNote`): from what this run adds, and from what earlier
 /// ones have left. They share the list of parts under a lock that is held for no access to the disk
-/// once this is made. The folder is locked against another program.
+/// once this is made; each writes the note when it removes a part. The folder is locked against
+/// another program.
 ///
 /// When the parts take more than the limit, the oldest of them goes, but for the one that is being
 /// written; what it had is counted. Each file is removed after a note says so: what else is missing
@@ -76,8 +77,8 @@ class Spool {
     /// A batch is in it.
     void grow(const std::string& path, std::uint64_t bytes, std::uint64_t messages)
         CMP_EXCLUDES(lock);
-    /// Nothing more will be in it. One without batches is removed.
-    void closePart(const std::string& path) CMP_EXCLUDES(lock);
+    /// Nothing more will be in it. It is removed if there is nothing in it that isn't acknowledged.
+    void closePart(const std::string& path) CMP_EXCLUDES(noteLock, lock);
 
     // By the other one.
 
@@ -93,7 +94,7 @@ class Spool {
     bool read(Reader& reader, Batch& batch) CMP_EXCLUDES(lock);
     /// All of its measurement up to there; the batch that ends there had so many messages. Parts
     /// that aren't needed any more are removed, behind a note.
-    void acknowledge(const Place& end, std::uint64_t messages) CMP_EXCLUDES(lock);
+    void acknowledge(const Place& end, std::uint64_t messages) CMP_EXCLUDES(noteLock, lock);
     /// The measurement that is being sent; 0: not known.
     std::uint64_t getCurrent() const CMP_EXCLUDES(lock);
     /// From here on that one is sent, and all that was sent before is acknowledged. To be noted
@@ -103,7 +104,7 @@ class Spool {
     bool hasOthers(std::uint64_t measurement) const CMP_EXCLUDES(lock);
     /// So that a next run begins there; a killed one may begin earlier. Removes what isn't needed
     /// any more. False: the note can't be written.
-    bool saveNote() CMP_EXCLUDES(lock);
+    bool saveNote() CMP_EXCLUDES(noteLock, lock);
     /// Until more was added since the last call, for that long at most.
     void waitForMore(std::chrono::milliseconds patience) CMP_EXCLUDES(lock);
 
@@ -145,6 +146,7 @@ class Spool {
     std::uint64_t firstLive = 0;  ///< measurement of this run; constant after construction
     Key counted;                  ///< the other thread's own
 
+    Mutex noteLock;  ///< one note is written at a time; before `lock`
     mutable Mutex lock;
     std::condition_variable_any changed;
     bool hasMore CMP_GUARDED_BY(lock) = false;

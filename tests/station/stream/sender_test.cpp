@@ -349,6 +349,36 @@ TEST_F(SpoolTest, LiveBatchesGoBeforeABacklogAndEachIsSentOnceInOrderOverKills) 
     EXPECT_FALSE(stored.back().hasOthers);
 }
 
+/// Takes all, slowly, and says nothing, as where it is to be found out how much is stored.
+class SilentPublisher final : public Publisher {
+  public:
+    void open() override {}
+    bool publish(const Batch&) override {
+        std::this_thread::sleep_for(50ms);
+        return ++given != 0;
+    }
+    std::uint64_t getAcknowledged(std::chrono::milliseconds) override { return 0; }
+    void close() override {}
+    std::atomic<int> given = 0;
+};
+
+TEST_F(SpoolTest, AStopIsHeardAndTheHeartBeatsWhileALargeSpoolIsGoneThrough) {
+    constexpr int most = 100;
+    openSpool();
+    record(most);
+    const auto publisher = std::make_shared<SilentPublisher>();
+    std::atomic<int> beatAt = -1;
+    Sender sender(spool, publisher, [&](const Sender::State& state) {
+        beatAt = state.isEnding ? beatAt.load() : publisher->given.load();
+    });
+    for (int rest = 2000; rest-- > 0 && beatAt < 0;) {
+        std::this_thread::sleep_for(5ms);
+    }
+    sender.end();
+    EXPECT_LT(beatAt, most);
+    EXPECT_LT(publisher->given, most);
+}
+
 #ifndef CMP_THREAD_SANITIZER  // that of clang 14 ends in threads of C11, which librdkafka has
 /// Brokers of Kafka within this process.
 class KafkaTest : public SpoolTest {
