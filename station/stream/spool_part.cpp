@@ -127,6 +127,13 @@ void SpoolPart::writePending() {
 }
 
 void SpoolPart::complete() {
+    // Who has the end of each subject that he knows of takes the session for over.
+    for (Subject& subject : subjects) {
+        if (isLast && subjects.size() > 1 && !subject.channels.empty() &&
+            subject.common->batches == 0) {
+            end(subject, false);
+        }
+    }
     for (Subject& subject : subjects) {
         if (!subject.channels.empty() || (isLast && subject.common->batches != 0)) {
             end(subject, isLast);

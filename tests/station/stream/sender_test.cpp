@@ -247,6 +247,33 @@ TEST_F(SpoolTest, WhatIsDeletedBetweenRunsIsToldOnceAndWhatTheStationRemovedIsNo
     expect(0, "");
 }
 
+TEST_F(SpoolTest, TheFirstEndOfASessionIsBehindTheFirstBatchOfEachOfItsSubjects) {
+    openSpool();
+    const auto session = makeSession();
+    session->isByChannel = true;
+    {
+        SpoolPart part(spoolFolder / "00000001-s-0001.pcapng", spool, session);
+        const CanFrame frame;
+        for (const char* const module : {"early", "late", "silent"}) {
+            part.addChannel({"C", BusType::Can, module});
+        }
+        part.write(0, 1, &frame, sizeof frame);
+        part.flush();
+        session->batchAge = 1h;
+        part.write(1, 2, &frame, sizeof frame);
+        part.setLast();
+    }
+    Spool::Reader reader = spool->startReading(Spool::Lane::Live);
+    std::set<std::string> ended;
+    std::map<std::string, std::uint64_t> numbers;
+    for (Batch batch; spool->read(reader, batch);) {
+        EXPECT_TRUE(ended.empty() || batch.number > 1) << batch.subject;
+        EXPECT_EQ(batch.number, ++numbers[batch.subject]);
+        EXPECT_TRUE(!batch.isEnd || ended.insert(batch.subject).second);
+    }
+    EXPECT_EQ(ended.size(), 2U);
+}
+
 TEST_F(SpoolTest, NumbersAreThoseOfItsPartsAndComeToAnEndWithAnError) {
     const auto last = folder.path() / "spool" / "99999999-x-0001.pcapng";
     openSpool();
