@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -40,6 +41,7 @@ constexpr auto patience = 60s;
 struct Outcome {
     std::uint64_t messages = 0;  ///< that were acknowledged
     std::uint64_t memory = 0;    ///< kB of its own, shared with no other process
+    double processor = 0.0;      ///< seconds of it, for the work
 };
 
 std::int64_t utcNow() {
@@ -61,6 +63,13 @@ std::uint64_t ownMemory() {
         }
     }
     return sum;
+}
+
+/// Seconds that this process, all its threads, had a processor.
+double processorTime() {
+    timespec time{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
 /// A process that works, in two steps: it prepares itself, and begins with all others.
@@ -135,7 +144,9 @@ class Workers {
             char byte = 0;
             while (::read(start.ends[0], &byte, 1) == 1) {
             }
-            const Outcome outcome = worker.work(number);
+            const double before = processorTime();
+            Outcome outcome = worker.work(number);
+            outcome.processor = processorTime() - before;
             return ::write(said.ends[1], &outcome, sizeof outcome) == sizeof outcome ? 0 : 1;
         } catch (const std::exception& error) {
             fmt::print(stderr, "fleet-benchmark: {}\n", error.what());
@@ -173,7 +184,7 @@ class Station : public Worker {
         while (stream.summarize().acknowledged < messages && Clock::now() - start < patience) {
             std::this_thread::sleep_for(tick * 5);
         }
-        return {stream.summarize().acknowledged, ownMemory()};
+        return {.messages = stream.summarize().acknowledged, .memory = ownMemory()};
     }
 
     const station::NatsOptions brokers;
@@ -419,7 +430,9 @@ void measure(const std::string& kind, int count, Worker& worker, const std::stri
     Collected collected = collect(workers, brokers);
     std::uint64_t acknowledged = 0;
     std::uint64_t memory = 0;
+    double processor = 0.0;
     for (const Outcome& outcome : workers.getOutcomes()) {
+        processor += outcome.processor;
         acknowledged += outcome.messages;
         memory += outcome.memory;
     }
@@ -431,11 +444,13 @@ void measure(const std::string& kind, int count, Worker& worker, const std::stri
     const double stored = all > 0.0 ? static_cast<double>(acknowledged) / all : 0.0;
     fmt::print(
         "{:5} {:4}: {:7.0f} payloads/s of {:6.0f} bytes, {:5.1f} MB/s, {:8.0f} messages/s "
-        "({} collected of {}, at {:5.1f} MB/s); {:.1f} MB of memory each",
+        "({} collected of {}, at {:5.1f} MB/s); {:.1f} MB of memory each, {:.0f} us of a processor "
+        "a payload",
         kind, count, stored * batches / collected.seconds, bytes / batches,
         stored * bytes / collected.seconds / 1e6, stored * messages / collected.seconds,
         kind == "plain" ? collected.batches : collected.messages, acknowledged,
-        bytes / collected.secondsHere / 1e6, static_cast<double>(memory) / 1024.0 / count);
+        bytes / collected.secondsHere / 1e6, static_cast<double>(memory) / 1024.0 / count,
+        1e6 * processor / std::max(batches, 1.0));
     if (kind == "live") {
         fmt::print("; latency {:.0f} ms median, {:.0f} ms 99 %", collected.latencies.get(0.5),
                    collected.latencies.get(0.99));

@@ -14,6 +14,7 @@ namespace station {
 namespace {
 
 constexpr std::size_t longestHeader = 16 * 1024;
+constexpr std::size_t usualHeader = 1024;  // has it nearly always
 
 constexpr std::array<std::uint8_t, 4> mark = {0x0A, 0x0D, 0x0D, 0x0A};  // of a section
 
@@ -21,10 +22,18 @@ constexpr std::array<std::uint8_t, 4> mark = {0x0A, 0x0D, 0x0D, 0x0A};  // of a 
 std::optional<BatchExtent> headerAt(const Descriptor& file, std::uint64_t offset, std::uint64_t end,
                                     int& failure) {
     std::array<std::uint8_t, longestHeader> bytes;
-    std::span<std::uint8_t> target = bytes;
-    failure = readAt(file, offset, target);
-    auto found = failure == 0 ? readBatchHeader(target) : std::nullopt;
-    return found && found->size <= end - offset ? found : std::nullopt;
+    for (const std::size_t size : {usualHeader, longestHeader}) {
+        std::span<std::uint8_t> target = std::span(bytes).first(size);
+        failure = readAt(file, offset, target);
+        auto found = failure == 0 ? readBatchHeader(target) : std::nullopt;
+        if (found) {
+            return found->size <= end - offset ? found : std::nullopt;
+        }
+        if (target.size() < size) {
+            break;
+        }
+    }
+    return std::nullopt;
 }
 
 /// Where the next section of a .pcapng may begin, or `end`.

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -31,10 +32,12 @@ std::string tokenOf(const std::string& subject) {
     return subject.substr(from, subject.find('.', from) - from);
 }
 
-bool isSame(natsMsg* message, const std::vector<std::uint8_t>& payload) {
-    const char* const data = natsMsg_GetData(message);
-    return std::equal(payload.begin(), payload.end(), reinterpret_cast<const std::uint8_t*>(data),
-                      reinterpret_cast<const std::uint8_t*>(data) + natsMsg_GetDataLength(message));
+/// Empty for none.
+std::span<const std::uint8_t> payloadOf(const NatsMessage& message) {
+    return message
+               ? std::span(reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message.get())),
+                           static_cast<std::size_t>(natsMsg_GetDataLength(message.get())))
+               : std::span<const std::uint8_t>();
 }
 
 }  // namespace
@@ -238,7 +241,7 @@ NatsPublisher::Way NatsPublisher::compareWithLast(const Batch& batch) {
     if (isOurs && batch.number < last.number) {
         return Way::Presumed;
     }
-    const bool isLast = isOurs && isSame(last.message.get(), batch.payload);
+    const bool isLast = isOurs && std::ranges::equal(payloadOf(last.message), batch.payload);
     if (!isLast && (isOurs || std::ranges::any_of(onTheWay, isPresumed))) {
         distrust(batch.subject, last.sequence);
     }
@@ -265,16 +268,15 @@ bool NatsPublisher::publish(const Batch& batch) {
     }
     largestBatch = std::max(largestBatch, batch.payload.size());
     const Way way = compareWithLast(batch);
+    NatsMessage message;
     if (way == Way::Sent) {
-        send(batch);
+        message = send(batch);
         awaited.insert(batch.subject);
         bytesOnTheWay += batch.payload.size();
     } else if (way == Way::Presumed) {
         latestPresumed = Clock::now();
     }
-    onTheWay.push_back({batch.subject,
-                        way == Way::Sent ? batch.payload : std::vector<std::uint8_t>(),
-                        Clock::now(), way, std::nullopt});
+    onTheWay.push_back({batch.subject, std::move(message), Clock::now(), way, std::nullopt});
     return true;
 }
 
@@ -287,13 +289,13 @@ natsStatus NatsPublisher::noteMessageAsked(natsStatus status) {
     return status;
 }
 
-void NatsPublisher::send(const Batch& batch) {
+NatsMessage NatsPublisher::send(const Batch& batch) {
     natsMsg* made = nullptr;
     const std::string reply = fmt::format("{}.{}", inbox, acknowledged + onTheWay.size());
     natsStatus status = natsMsg_Create(&made, batch.subject.c_str(), reply.c_str(),
                                        reinterpret_cast<const char*>(batch.payload.data()),
                                        static_cast<int>(batch.payload.size()));
-    const NatsMessage message(made);
+    NatsMessage message(made);
     const std::pair<const char*, std::string> headers[] = {
         {header::identifier, batch.getIdentifier()},
         {header::station, tokenOf(batch.subject)},
@@ -316,6 +318,7 @@ void NatsPublisher::send(const Batch& batch) {
     if (status != NATS_OK) {
         fail(fmt::format("batch of {} bytes", batch.payload.size()), describeStatus(status));
     }
+    return message;
 }
 
 std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience) {
@@ -326,6 +329,9 @@ std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience)
             onTheWay.pop_front();
             ++acknowledged;
         }
+        if (onTheWay.empty() && acknowledged != before) {
+            break;
+        }
         const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
         const auto wait = acknowledged != before ? 0ms : std::max(rest, 0ms);
         if (!takeAnswer(wait) && (acknowledged != before || rest <= 0ms)) {
@@ -335,7 +341,7 @@ std::uint64_t NatsPublisher::getAcknowledged(std::chrono::milliseconds patience)
     // One comes behind the other, so each answer begins the wait for the next.
     std::size_t largest = 0;
     for (const OnTheWay& batch : onTheWay) {
-        largest = std::max(largest, batch.payload.size());
+        largest = std::max(largest, payloadOf(batch.message).size());
     }
     if (!onTheWay.empty() && Clock::now() > getAnswerEnd(largest)) {
         const std::string& subject = onTheWay.front().subject;
@@ -363,7 +369,7 @@ NatsPublisher::Clock::time_point NatsPublisher::getAnswerEnd(std::size_t largest
 bool NatsPublisher::takeAnswer(std::chrono::milliseconds patience) {
     natsMsg* answer = nullptr;
     const natsStatus status = natsSubscription_NextMsg(&answer, answers.get(), patience.count());
-    const NatsMessage owned(answer);
+    NatsMessage owned(answer);
     if (status == NATS_TIMEOUT && connection->isOpen()) {
         return false;
     }
@@ -399,6 +405,7 @@ bool NatsPublisher::takeAnswer(std::chrono::milliseconds patience) {
                                   rules.name));
     }
     noteStored(what, said.isDuplicate, said.sequence);
+    discard(std::move(owned));
     return true;
 }
 
@@ -421,17 +428,30 @@ void NatsPublisher::noteStored(std::string_view number, bool isDuplicate, std::u
         if (status != NATS_OK && code != JSNoMessageFoundErr) {
             fail(fmt::format("message {} of the stream", sequence), describeStatus(status, code));
         }
-        if (status == NATS_OK && !isSame(found, batch.payload)) {
+        if (status == NATS_OK && !std::ranges::equal(payloadOf(there), payloadOf(batch.message))) {
             distrust(batch.subject, sequence);
         }
     }
     const auto now = Clock::now();
-    noteSpeed(batch.payload.size(), now - std::max(batch.since, lastStored));
+    const std::size_t bytes = payloadOf(batch.message).size();
+    noteSpeed(bytes, now - std::max(batch.since, lastStored));
     awaited.erase(batch.subject);
-    bytesOnTheWay -= batch.payload.size();
-    batch.payload = {};
+    bytesOnTheWay -= bytes;
+    discard(std::move(batch.message));
     batch.way = Way::Stored;
     lastStored = now;
+}
+
+/// The library frees each message on a thread that it wakes for it: many at once are cheaper.
+void NatsPublisher::discard(NatsMessage message) {
+    constexpr std::size_t mostMessages = 64;
+    constexpr std::size_t mostBytes = std::size_t{512} << 10U;
+    bytesDiscarded += payloadOf(message).size();
+    discarded.push_back(std::move(message));
+    if (discarded.size() >= mostMessages || bytesDiscarded >= mostBytes) {
+        discarded.clear();
+        bytesDiscarded = 0;
+    }
 }
 
 void NatsPublisher::beat(const std::string& json) {

@@ -62,7 +62,7 @@ class NatsPublisher final : public Publisher {
     enum class Way : std::uint8_t { Sent, Presumed, Stored };
     struct OnTheWay {
         std::string subject;
-        std::vector<std::uint8_t> payload;  ///< of one that was sent
+        NatsMessage message;  ///< that was sent, until it is stored
         Clock::time_point since;
         Way way;
         std::optional<Clock::time_point> arrived;  ///< at the broker, when that was known
@@ -83,13 +83,14 @@ class NatsPublisher final : public Publisher {
     void subscribe();
     Last& findLast(const std::string& subject);
     Way compareWithLast(const Batch& batch);
-    void send(const Batch& batch);
+    NatsMessage send(const Batch& batch);
     natsStatus noteMessageAsked(natsStatus status);
     std::chrono::milliseconds patienceFor(std::size_t bytes) const;
     void noteSpeed(std::size_t bytes, Clock::duration time);
     Clock::time_point getAnswerEnd(std::size_t largest) const;
     bool takeAnswer(std::chrono::milliseconds patience);
     void noteStored(std::string_view number, bool isDuplicate, std::uint64_t sequence);
+    void discard(NatsMessage message);
 
     const NatsOptions options;
     const StreamRules rules;
@@ -113,7 +114,9 @@ class NatsPublisher final : public Publisher {
     std::set<std::string> awaited;     ///< subjects of those that were sent
     std::size_t bytesOnTheWay = 0;     ///< of those
     Clock::time_point latestPresumed;  ///< when the last of those came
-    std::uint64_t acknowledged = 0;    ///< in front of those
+    std::vector<NatsMessage> discarded;
+    std::size_t bytesDiscarded = 0;
+    std::uint64_t acknowledged = 0;  ///< in front of those
     /// What the link and the broker take at least, as this connection has shown.
     std::size_t bytesPerSecond = leastBytesPerSecond;
     Clock::time_point lastStored;  ///< when the broker last said so of a batch

@@ -103,7 +103,9 @@ void Spool::readNote(const SpoolContents& contents) {
         writeSpoolNote(folder, {{{1, 0}, 0, true, true}});
         remove(folder / spoolDroppedName);
     } else if (isOfThese || !isThere || std::ranges::any_of(believed, &Place::offset)) {
-        writeSpoolNote(folder, believed);
+        const bool isSaved = believed == there || writeSpoolNote(folder, believed);
+        const LockGuard noteGuard(noteLock);
+        written = isSaved ? std::move(believed) : std::vector<Place>();
     } else {
         remove(folder / spoolNoteName);
     }
@@ -132,7 +134,10 @@ bool Spool::saveNote() {
         gone = std::exchange(done, {});
         note = progress.list(listParts());
     }
-    const bool isSaved = note.empty() || writeSpoolNote(folder, note);
+    std::error_code ignored;
+    const bool isThere = note == written && fs::exists(folder / spoolNoteName, ignored);
+    const bool isSaved = note.empty() || isThere || writeSpoolNote(folder, note);
+    written = isSaved ? std::move(note) : std::vector<Place>();
     std::ranges::for_each(gone, [&](const fs::path& path) { remove(path); });
     return isSaved;
 }
@@ -327,6 +332,7 @@ bool Spool::read(Reader& reader, Batch& batch) {
         std::uint64_t at = place.offset;
         auto found = failure == 0 ? findBatch(reader.file, at, part.bytes, failure) : std::nullopt;
         if (found) {
+            found->batch.payload = std::move(batch.payload);  // its memory is used once more
             found->batch.payload.resize(found->size);
             std::span<std::uint8_t> payload = found->batch.payload;
             failure = readAt(reader.file, at, payload);

@@ -88,9 +88,9 @@ class Spool {
     /// Behind what is acknowledged. Earlier measurements: first the one that was being sent, then
     /// those behind it, and those in front of it.
     Reader startReading(Lane lane) const CMP_EXCLUDES(lock);
-    /// The next batch of the lane, or the one behind it if that is gone. False if there is none
-    /// yet. What is damaged or deleted is left out, reported, and counted: exactly if it was known,
-    /// else as one message at least.
+    /// The next batch of the lane, or the one behind it if that is gone. False, and the batch isn't
+    /// defined, if there is none yet. What is damaged or deleted is left out, reported, and
+    /// counted: exactly if it was known, else as one message at least.
     bool read(Reader& reader, Batch& batch) CMP_EXCLUDES(lock);
     /// All of its measurement up to there; the batch that ends there had so many messages. Parts
     /// that aren't needed any more are removed, behind a note.
@@ -147,6 +147,7 @@ class Spool {
     Key counted;                  ///< the other thread's own
 
     Mutex noteLock;  ///< one note is written at a time; before `lock`
+    std::vector<Place> written CMP_GUARDED_BY(noteLock);
     mutable Mutex lock;
     std::condition_variable_any changed;
     bool hasMore CMP_GUARDED_BY(lock) = false;

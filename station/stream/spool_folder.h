@@ -31,6 +31,7 @@ struct SpoolPlace {
     // In a note: what should be so.
     bool isGone = false;  ///< the part
     bool isDone = false;  ///< and all others of its measurement
+    bool operator==(const SpoolPlace&) const = default;
 };
 
 /// Of "00000003-SESSION-0001.pcapng"; none if it is no such name.
