@@ -29,7 +29,8 @@ void addFile(SpoolContents& contents, const SpoolKey& key, const fs::path& path,
             failure == 0 ? fmt::format("{} is no part of a spool, and is left alone", path.string())
                          : fmt::format("{} can't be read: {}; it is left alone until the next run",
                                        path.string(), std::strerror(failure)));
-    } else if (!contents.parts.try_emplace(key, path, bytes, found->partBefore).second) {
+    } else if (!contents.parts.try_emplace(key, SpoolContents::Part{path, bytes, found->partBefore})
+                    .second) {
         contents.texts.push_back(fmt::format(
             "{} has the numbers of another part of the spool, and is left alone", path.string()));
     }
