@@ -139,7 +139,7 @@ std::unique_ptr<SetupLock> lockSetup(const SetupOptions& options) {
 
 /// Opens the file, changes the setup, and writes it again.
 template <typename Change>
-ExitCode edit(const SetupOptions& options, const Change& change) {
+ExitCode edit(const SetupOptions& options, Change change) {
     const auto lock = lockSetup(options);
     const auto session = openSession(options.plugin, options.file);
     change(*session, options);
@@ -228,7 +228,7 @@ CLI::App* addAction(CLI::App& setup, const char* name, const char* what, const O
 }
 
 template <typename Change>
-void onEdit(CLI::App& action, const Options& options, Command& chosen, const Change& change) {
+void onEdit(CLI::App& action, const Options& options, Command& chosen, Change change) {
     onChosen(action, chosen, [options, change](StopSignal&) { return edit(*options, change); });
 }
 
