@@ -188,6 +188,19 @@ std::vector<std::string> findSetupFaults(const SetupElement& section) {
     return std::move(check.faults);
 }
 
+std::vector<std::string> findIgnored(const SetupElement& parent, const SetupElement::List& known) {
+    std::vector<std::string> texts;
+    for (const auto& child : parent.getContent().children) {
+        const bool isKnown =
+            std::ranges::any_of(known, [&](const auto& each) { return each.get() == child.get(); });
+        if (!isKnown) {
+            texts.push_back(fmt::format("line {}: this <{}> is ignored", child->getLine(),
+                                        StringHelper::ToUtf8(child->getContent().name)));
+        }
+    }
+    return texts;
+}
+
 std::vector<std::string> findModuleFaults(const SetupElement& settings,
                                           const std::vector<ListedModule>& modules) {
     std::vector<std::string> faults;

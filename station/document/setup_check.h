@@ -22,4 +22,8 @@ std::vector<std::string> findSetupFaults(const SetupElement& section);
 std::vector<std::string> findModuleFaults(const SetupElement& settings,
                                           const std::vector<ListedModule>& modules);
 
+/// The children that aren't among those known. They stay where they are, and count for nothing: a
+/// sentence each, as above.
+std::vector<std::string> findIgnored(const SetupElement& parent, const SetupElement::List& known);
+
 }  // namespace station

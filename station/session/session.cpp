@@ -134,10 +134,8 @@ Session::Session(SessionOptions options) : pluginModule(loadPlugin(options)) {
 
 void Session::open(const SetupFile& file) {
     document = file.load();
-    const ElementRef section = findSection(*document->getRoot());
-    if (!section) {
-        return;
-    }
+    const ElementRef& root = document->getRoot();
+    const ElementRef section = findSection(*root);
     const auto report = [&](const std::vector<std::string>& faults) {
         for (const std::string& fault : faults) {
             stationHost->writeError(
@@ -145,11 +143,16 @@ void Session::open(const SetupFile& file) {
                     .c_str());
         }
     };
+    report(findIgnored(*root, {section, childOf(*root, streamName)}));
+    if (!section) {
+        return;
+    }
+    // A part that isn't there is empty.
+    ElementRef settings = childOf(*section, settingsName);
+    ElementRef channels = childOf(*section, channelsName);
+    report(findIgnored(*section, {settings, channels}));
     report(findSetupFaults(*section));
     try {
-        // A part that isn't there is empty.
-        ElementRef settings = childOf(*section, settingsName);
-        ElementRef channels = childOf(*section, channelsName);
         settings = settings ? settings : newElement(settingsName);
         channels = channels ? channels : newElement(channelsName);
         pluginDriver->loadSettings(*document, *settings);
@@ -171,7 +174,8 @@ ElementRef Session::writeSection() {
     return section;
 }
 
-/// Replaces what the plug-in wrote before, and leaves what else is in its section.
+/// Replaces what the plug-in wrote before, and leaves what else is in its section: behind it, as
+/// the first of a name counts.
 void Session::putSection() {
     const ElementRef fresh = writeSection();
     const ElementRef old = findSection(*document->getRoot());
@@ -183,9 +187,16 @@ void Session::putSection() {
         if (const ElementRef outdated = childOf(*old, name)) {
             old->RemoveChild(outdated.get());
         }
+    }
+    const SetupElement::List others = old->getContent().children;
+    old->ClearChildren();
+    for (const wchar_t* name : {settingsName, channelsName}) {
         const ElementRef part = childOf(*fresh, name);
         fresh->RemoveChild(part.get());
         old->AddChild(part.get());
+    }
+    for (const ElementRef& other : others) {
+        old->AddChild(other.get());
     }
 }
 

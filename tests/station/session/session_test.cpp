@@ -130,6 +130,17 @@ TEST_F(SessionTest, ModulesThatThePluginCannotHaveAreReportedWithTheirLine) {
     }
 }
 
+TEST_F(SessionTest, WhatTheSetupHasBesideItsPartsIsReportedAndStaysBehindThem) {
+    session->addModule(moduleOf("CAN combo", 5));
+    editSaved("</Settings>", "</Settings><Settings/><Stings/>");
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_THAT(std::exchange(told, {}),
+                    ElementsAre(HasSubstr(": this <Settings> is ig"), HasSubstr("<Stings> is")));
+        editSaved("", "");
+        EXPECT_EQ(session->getModules().size(), 1U);
+    }
+}
+
 TEST_F(SessionTest, TwoBusesOfOneOutputStayAsTheSetupHasThem) {
     session->addModule(moduleOf("CAN combo", 5, "Front"));
     editSaved("<value key=\"ChId\">1<", "<value key=\"ChId\">0<");
