@@ -141,9 +141,7 @@ std::unique_ptr<SetupLock> lockSetup(const SetupOptions& options) {
 template <typename Change>
 ExitCode edit(const SetupOptions& options, Change change) {
     const auto lock = lockSetup(options);
-    const auto session = openSession(options.plugin, options.file);
-    change(*session, options);
-    session->save(SetupFile(options.file));
+    editSetup(options.plugin, options.file, [&](Session& session) { change(session, options); });
     return ExitCode::Good;
 }
 

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <map>
 #include <optional>
-#include <string_view>
 
 #include "core/parse_number.h"
 #include "core/string_helper.h"
@@ -20,8 +19,6 @@ namespace {
 using Kestrova::Utils::Kcom::StringHelper;
 
 constexpr const wchar_t* configIdKey = L"ConfigId";
-constexpr const wchar_t* clockIdKey = L"ClockId";
-constexpr const wchar_t* channelIdKey = L"ChId";
 constexpr const wchar_t* typeKey = L"DeviceTypeId";
 /// A module whose type the user hasn't chosen yet, which is also what becomes of any other number.
 constexpr const wchar_t* noType = L"Unknown";
@@ -29,20 +26,32 @@ constexpr const wchar_t* noTypeId = L"65535";
 /// Samples a second that the host may be asked to expect of a channel.
 constexpr float highestRate = 1e6F;
 
-/// A key under which a setup has the number of a thing.
+/// A key under which a setup has the number of a thing, which no other may have.
 struct NumberKey {
     const wchar_t* key;
     const char* meaning;
-    bool isOfAll;   ///< no two in the whole setup have the same, else no two beside each other
-    bool isUnique;  ///< no two have the same at all
+    bool isOfAll;  ///< in the whole setup, else among those beside each other
 };
-constexpr std::array<NumberKey, 7> numberKeys = {{{L"Id", "Id", false, true},
-                                                  {clockIdKey, "ClockId", false, true},
-                                                  {channelIdKey, "ChId", true, true},
-                                                  {configIdKey, "ConfigId", false, true},
-                                                  {typeKey, "DeviceTypeId", false, false},
-                                                  {L"Color", "Color", false, false},
-                                                  {L"ColorCounter", "ColorCounter", false, false}}};
+constexpr std::array<NumberKey, 4> numberKeys = {{{L"Id", "Id", false},
+                                                  {L"ClockId", "ClockId", false},
+                                                  {L"ChId", "ChId", true},
+                                                  {configIdKey, "ConfigId", false}}};
+
+/// What a value must be for a setup to be loaded with it: of the first two it is enough that the
+/// text begins with a number. All other values are taken for something.
+enum class Need { SyncMode, Counter, Number, Flag, Rate };
+struct Needed {
+    const wchar_t* element;
+    const wchar_t* key;
+    Need need;
+};
+constexpr std::array<Needed, 7> neededKeys = {{{L"GNSSClock", L"SyncMode", Need::SyncMode},
+                                               {L"OutputList", L"ColorCounter", Need::Counter},
+                                               {L"OutputChannel", L"Color", Need::Number},
+                                               {L"OutputChannel", L"Used", Need::Flag},
+                                               {L"OutputChannel", L"ExpectedRate", Need::Rate},
+                                               {L"OutputChannel", L"BitRate", Need::Number},
+                                               {L"OutputChannel", L"DataBitRate", Need::Number}}};
 
 /// Null if there is none.
 const SetupElement::Value* valueOf(const SetupElement::Content& element, const wchar_t* key) {
@@ -51,24 +60,35 @@ const SetupElement::Value* valueOf(const SetupElement::Content& element, const w
     return value != element.values.end() ? &*value : nullptr;
 }
 
-std::optional<std::uint32_t> numberOf(const SetupElement::Value& value) {
-    return parseNumber<std::uint32_t>(StringHelper::ToUtf8(value.text));
-}
-
-/// What counts where the number under that key can't be read, where the plug-in doesn't show that:
-/// it takes what the text begins with.
-std::string takenInstead(std::wstring_view key, const std::string& text) {
-    if (key != clockIdKey && key != channelIdKey) {
-        return {};
-    }
+template <typename Conversion>
+bool hasLeading(const std::string& text, Conversion conversion) {
     char* end = nullptr;
     errno = 0;
-    const long long number = std::strtoll(text.c_str(), &end, 10);
-    const bool isRead = end != text.c_str() && errno == 0;
-    return key == channelIdKey && !isRead
-               ? ": the bus gets another channel"
-               : fmt::format(": it is taken as {}",
-                             isRead ? static_cast<std::uint32_t>(number) : 0);
+    conversion(text.c_str(), &end, 10);
+    return end != text.c_str() && errno == 0;
+}
+
+/// What is wrong with the text; empty if it is what is needed.
+std::string findFault(Need need, const std::string& text) {
+    switch (need) {
+        case Need::SyncMode:
+            return hasLeading(text, std::strtoll)
+                       ? ""
+                       : "is neither 2 (in software) nor 12 (by the pulse per second)";
+        case Need::Counter:
+            return hasLeading(text, std::strtoull) ? "" : "is no number";
+        case Need::Number:
+            return parseNumber<std::uint32_t>(text) ? "" : "is no number from 0 to 4294967295";
+        case Need::Flag:
+            return text == "True" || text == "False" ? "" : "is neither True nor False";
+        case Need::Rate: {
+            const auto rate = parseNumber<float>(text);
+            return rate && *rate >= 0.0F && *rate <= highestRate
+                       ? ""
+                       : fmt::format("is no number from 0 to {:.0f}", highestRate);
+        }
+    }
+    return {};
 }
 
 /// The modules of the plug-in's settings, in their order.
@@ -94,7 +114,7 @@ class Check {
             const auto& content = child->getContent();
             for (const auto& attribute : content.attributes) {
                 if (attribute->getContent().name == L"Id") {
-                    note(places[{content.name, L"@Id"}], {L"", "Id", false, true},
+                    note(places[{content.name, L"@Id"}], {L"", "Id", false},
                          attribute->getContent().text, child->getLine());
                 }
             }
@@ -131,19 +151,6 @@ class Check {
     }
 
     void noteChannel(const SetupElement::Content& channel) {
-        const auto* const rate = valueOf(channel, L"ExpectedRate");
-        if (rate != nullptr) {
-            const std::string text = StringHelper::ToUtf8(rate->text);
-            const auto number = parseNumber<float>(text);
-            if (!number || !(*number >= 0.0F && *number <= highestRate)) {
-                const auto* const name = valueOf(channel, L"Name");
-                faults.push_back(fmt::format(
-                    "line {}: the ExpectedRate \"{}\" of the channel \"{}\" is no number from 0 to "
-                    "{:.0f}",
-                    rate->line, text, name != nullptr ? StringHelper::ToUtf8(name->text) : "",
-                    highestRate));
-            }
-        }
         for (const auto& child : channel.children) {
             const auto& content = child->getContent();
             if (content.name != L"Index") {
@@ -164,13 +171,12 @@ class Check {
     }
 
     void note(Lines& lines, const NumberKey& key, const std::wstring& text, std::size_t line) {
-        const std::string plain = StringHelper::ToUtf8(text);
-        const auto number = parseNumber<std::uint32_t>(plain);
+        const auto number = parseNumber<std::uint32_t>(StringHelper::ToUtf8(text));
         if (!number) {
-            faults.push_back(fmt::format("line {}: the {} \"{}\" is no number from 0 on{}", line,
-                                         key.meaning, plain, takenInstead(key.key, plain)));
-        } else if (const auto [first, isNew] = lines.try_emplace(*number, line);
-                   key.isUnique && !isNew) {
+            return;
+        }
+        const auto [first, isNew] = lines.try_emplace(*number, line);
+        if (!isNew) {
             faults.push_back(fmt::format("line {}: the {} {} is that of line {} too", line,
                                          key.meaning, *number, first->second));
         }
@@ -179,6 +185,26 @@ class Check {
     Places placesOfAll;
     std::map<std::wstring, std::size_t> indices;  ///< of the host's channels, the line by text
 };
+
+void addUnreadable(const SetupElement& section, std::vector<std::string>& faults) {
+    for (const auto& child : section.getContent().children) {
+        const auto& content = child->getContent();
+        for (const auto& value : content.values) {
+            const auto* const needed =
+                std::find_if(neededKeys.begin(), neededKeys.end(), [&](const Needed& entry) {
+                    return content.name == entry.element && value.key == entry.key;
+                });
+            const std::string text = StringHelper::ToUtf8(value.text);
+            const std::string fault =
+                needed != neededKeys.end() ? findFault(needed->need, text) : "";
+            if (!fault.empty()) {
+                faults.push_back(fmt::format("line {}: the {} \"{}\" {}", value.line,
+                                             StringHelper::ToUtf8(value.key), text, fault));
+            }
+        }
+        addUnreadable(*child, faults);
+    }
+}
 
 }  // namespace
 
@@ -201,6 +227,12 @@ std::vector<std::string> findIgnored(const SetupElement& parent, const SetupElem
     return texts;
 }
 
+std::vector<std::string> findUnreadable(const SetupElement& section) {
+    std::vector<std::string> faults;
+    addUnreadable(section, faults);
+    return faults;
+}
+
 std::vector<std::string> findModuleFaults(const SetupElement& settings,
                                           const std::vector<ListedModule>& modules) {
     std::vector<std::string> faults;
@@ -209,7 +241,6 @@ std::vector<std::string> findModuleFaults(const SetupElement& settings,
     for (std::size_t i = 0; i < std::min(elements.size(), modules.size()); ++i) {
         const ListedModule& module = modules[i];
         const auto* const type = valueOf(elements[i]->getContent(), typeKey);
-        const auto* const configId = valueOf(elements[i]->getContent(), configIdKey);
         if (type != nullptr && module.type == noType) {
             faults.push_back(
                 type->text == noTypeId
@@ -220,17 +251,11 @@ std::vector<std::string> findModuleFaults(const SetupElement& settings,
                                   type->line, StringHelper::ToUtf8(type->text)));
             continue;
         }
-        if (type != nullptr && !numberOf(*type)) {
-            faults.push_back(fmt::format("line {}: the DeviceTypeId \"{}\" is taken as {}",
-                                         type->line, StringHelper::ToUtf8(type->text),
-                                         StringHelper::ToUtf8(module.type)));
-        }
-        const auto number = configId == nullptr ? std::nullopt : numberOf(*configId);
-        if (configId != nullptr && !number) {
-            faults.push_back(fmt::format("line {}: the ConfigId \"{}\" is taken as {}",
-                                         configId->line, StringHelper::ToUtf8(configId->text),
-                                         module.configId));
-        } else if (number && *number != module.configId) {
+        const auto* const configId = valueOf(elements[i]->getContent(), configIdKey);
+        const auto number = configId == nullptr
+                                ? std::nullopt
+                                : parseNumber<std::uint32_t>(StringHelper::ToUtf8(configId->text));
+        if (number && *number != module.configId) {
             faults.push_back(fmt::format(
                 "line {}: a {} can't have the ConfigId {}: it is taken as {}", configId->line,
                 StringHelper::ToUtf8(module.type), *number, module.configId));

@@ -8,13 +8,15 @@
 
 namespace station {
 
-/// What is wrong with the numbers by which the plug-in's part of a setup names modules, clocks and
-/// channels: one that several have, and one that is no number or below zero. Such a setup can be
-/// opened, but something in it won't work, and people who edit files by hand must know where. And
-/// an expected rate that a channel can't have, with which it can't be opened.
+/// Numbers by which the plug-in's part of a setup names modules, clocks and channels and which
+/// several have. Such a setup can be opened, but something in it won't work, and people who edit
+/// files by hand must know where.
 ///
 /// A sentence each, beginning with "line N: ".
 std::vector<std::string> findSetupFaults(const SetupElement& section);
+
+/// The same for values with which the section can't be loaded.
+std::vector<std::string> findUnreadable(const SetupElement& section);
 
 /// The same for what only the plug-in knows: a type that it doesn't have, a ConfigId that the type
 /// can't have, and modules of two types with one CM ID. `settings` is what it has loaded, `modules`

@@ -63,6 +63,7 @@ std::unique_ptr<Workspace::Setup> Workspace::makeSetup(const std::filesystem::pa
         SessionOptions{options.plugin, options.sampleRate, options.onMessage});
     if (!path.empty()) {
         fresh->session->open(SetupFile(path));
+        fresh->session->report(SetupFile(path), fresh->session->findLosses());
     }
     PluginDriver& driver = fresh->session->getDriver();
     driver.showModules(asHostWindow(*fresh->modules));

@@ -11,6 +11,7 @@
 
 #include "core/string_helper.h"
 #include "station/document/setup_check.h"
+#include "station/document/setup_losses.h"
 #include "station/session/loaded_module.h"
 #include "station/session/registered_plugins.h"
 
@@ -90,6 +91,17 @@ ElementRef findSection(const SetupElement& root) {
     return {};
 }
 
+/// Of the parts that are in both.
+std::vector<std::string> findLossesOf(const SetupElement& section, const SetupElement& fresh) {
+    std::vector<std::string> losses;
+    for (const wchar_t* name : {settingsName, channelsName}) {
+        if (const ElementRef part = childOf(section, name)) {
+            std::ranges::move(findLosses(*part, *childOf(fresh, name)), std::back_inserter(losses));
+        }
+    }
+    return losses;
+}
+
 std::string toUtf8(const std::wstring& text) {
     return StringHelper::ToUtf8(text);
 }
@@ -136,33 +148,44 @@ void Session::open(const SetupFile& file) {
     document = file.load();
     const ElementRef& root = document->getRoot();
     const ElementRef section = findSection(*root);
-    const auto report = [&](const std::vector<std::string>& faults) {
-        for (const std::string& fault : faults) {
-            stationHost->writeError(
-                StringHelper::ToWide(fmt::format("{}, {}", file.getPath().string(), fault))
-                    .c_str());
-        }
-    };
-    report(findIgnored(*root, {section, childOf(*root, streamName)}));
+    report(file, findIgnored(*root, {section, childOf(*root, streamName)}));
     if (!section) {
         return;
     }
     // A part that isn't there is empty.
     ElementRef settings = childOf(*section, settingsName);
     ElementRef channels = childOf(*section, channelsName);
-    report(findIgnored(*section, {settings, channels}));
-    report(findSetupFaults(*section));
+    report(file, findIgnored(*section, {settings, channels}));
+    report(file, findSetupFaults(*section));
+    const std::string failure =
+        fmt::format("Cannot load the setup \"{}\": ", file.getPath().string());
+    if (const auto faults = findUnreadable(*section); !faults.empty()) {
+        report(file, {faults.begin() + 1, faults.end()});
+        throw FileError(failure + faults.front());
+    }
+    settings = settings ? settings : newElement(settingsName);
+    channels = channels ? channels : newElement(channelsName);
     try {
-        settings = settings ? settings : newElement(settingsName);
-        channels = channels ? channels : newElement(channelsName);
         pluginDriver->loadSettings(*document, *settings);
         pluginDriver->loadSetup(*document, *channels);
         pluginDriver->updateDevices();
         refreshModules();
-        report(findModuleFaults(*settings, listed));
+        report(file, findModuleFaults(*settings, listed));
     } catch (const PluginError& error) {
-        throw PluginError(
-            fmt::format("Cannot load the setup \"{}\": {}", file.getPath().string(), error.what()));
+        throw PluginError(failure + error.what());
+    }
+}
+
+void Session::report(const SetupFile& file, const std::vector<std::string>& faults) {
+    constexpr std::size_t most = 100;  // a file of another kind may have a million
+    const auto write = [&](const std::string& text) {
+        stationHost->writeError(
+            StringHelper::ToWide(fmt::format("{}, {}", file.getPath().string(), text)).c_str());
+    };
+    const std::size_t count = std::min(faults.size(), most);
+    std::for_each_n(faults.begin(), count, write);
+    if (faults.size() > count) {
+        write(fmt::format("{} more of its lines are as these", faults.size() - count));
     }
 }
 
@@ -174,14 +197,22 @@ ElementRef Session::writeSection() {
     return section;
 }
 
+std::vector<std::string> Session::findLosses() {
+    const ElementRef section = findSection(*document->getRoot());
+    return section ? findLossesOf(*section, *writeSection()) : std::vector<std::string>();
+}
+
 /// Replaces what the plug-in wrote before, and leaves what else is in its section: behind it, as
 /// the first of a name counts.
-void Session::putSection() {
+void Session::putSection(const std::function<void()>& onLosses) {
     const ElementRef fresh = writeSection();
     const ElementRef old = findSection(*document->getRoot());
     if (!old) {
         document->getRoot()->AddChild(fresh.get());
         return;
+    }
+    if (onLosses && !findLossesOf(*old, *fresh).empty()) {
+        onLosses();
     }
     for (const wchar_t* name : {settingsName, channelsName}) {
         if (const ElementRef outdated = childOf(*old, name)) {
@@ -202,7 +233,7 @@ void Session::putSection() {
 
 /// What is written for a bus without a channel makes one that nobody has named or chosen when it is
 /// opened.
-void Session::save(const SetupFile& file) {
+void Session::save(const SetupFile& file, const std::function<void()>& onLosses) {
     if (needsChannels()) {
         if (pluginDriver->isMeasuring()) {
             throw UserError(
@@ -211,7 +242,7 @@ void Session::save(const SetupFile& file) {
         }
         matchChannels();
     }
-    putSection();
+    putSection(onLosses);
     file.save(*document);
 }
 

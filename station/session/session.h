@@ -44,12 +44,20 @@ class Session {
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Opens a setup in place of the empty one that a session has. Once. Throws FileError, or
-    /// `PluginError` for contents that the plug-in refuses.
+    /// Opens a setup in place of the empty one that a session has. Once. Faults that show without
+    /// its being saved are reported with their line. Throws FileError, or `PluginError` for
+    /// contents that the plug-in refuses.
     void open(const SetupFile& file);
+    /// What the setup that was opened says and the plug-in hasn't taken so (setup_losses.h): what
+    /// saving it would drop. To be asked before anything is changed.
+    std::vector<std::string> findLosses();
+    /// Reports faults of a setup, the first hundred one by one.
+    void report(const SetupFile& file, const std::vector<std::string>& faults);
     /// Throws as `open`, and `UserError` in a measurement in which modules were changed, for they
     /// have no channels then; the file is as it was.
-    void save(const SetupFile& file);
+    /// `onLosses` is called before that if something of what was opened isn't saved so, for
+    /// whatever reason: a change that was wanted, or what `findLosses` finds.
+    void save(const SetupFile& file, const std::function<void()>& onLosses = {});
 
     StationHost& getHost() { return *stationHost; }
     PluginDriver& getDriver() { return *pluginDriver; }
@@ -100,7 +108,7 @@ class Session {
     /// The modules' clocks as the host has them; empty for a module without one.
     std::vector<CountedRef<GnssDevice>> clockDevices();
     CountedRef<SetupElement> writeSection();
-    void putSection();
+    void putSection(const std::function<void()>& onLosses);
 
     const SteadyPerformanceCounter counter;
     const std::unique_ptr<PluginModule> pluginModule;

@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
 
@@ -154,6 +155,27 @@ TEST_F(SetupCommandTest, ModuleIsAddedInFourPassesOfDocumentsAndAsksForNoCell) {
     for (const std::int32_t window : {showChannels, showModules, showChannelsToo}) {
         EXPECT_THAT(events, testing::Not(Contains(window)));
     }
+}
+
+TEST_F(SetupCommandTest, ChangeSaysWhatItDropsOfWhatTheFileSaysAndNothingElse) {
+    setup({"add", "--type", "CAN combo", "--name", "Front"});
+    std::string text = contentOf(file);
+    text.replace(text.find("\"Used"), 5, "\"Usd");
+    text.insert(text.find("<Settings>"), "<S/>");
+    write("a.xml", text);
+    const auto told = [&](std::vector<std::string> words) {
+        words.insert(words.end(), {"--plugin", plugin});
+        return call(words).errors;
+    };
+    const std::string faults = fmt::format(
+        "cmp-station: {0}, line 4: this <S> is ignored\ncmp-station: {0}, line 34: the value "
+        "\"Usd\" "
+        "is ignored, and saving the setup leaves it out\n",
+        file);
+    EXPECT_EQ(told({"setup", "show", file}), faults);
+    EXPECT_EQ(told({"setup", "set", file, "1", "--name", "Rear"}), faults);
+    EXPECT_THAT(told({"setup", "set", file, "1", "--name", "Side"}),
+                testing::EndsWith("this <S> is ignored\n"));
 }
 
 TEST_F(SetupCommandTest, SecondOfAMeasurementTakesNoDocumentAndNoCell) {

@@ -24,8 +24,10 @@ namespace {
 using namespace station;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::ThrowsMessage;
 
 /// The real plug-in in a session.
 class SessionTest : public ::testing::Test {
@@ -44,6 +46,7 @@ class SessionTest : public ::testing::Test {
         std::ofstream(path) << changed;
         session = make();
         session->open(SetupFile(path));
+        session->report(SetupFile(path), session->findLosses());
     }
     static Module moduleOf(const char* type, std::uint16_t configId, const char* name = "") {
         return {.name = name, .type = type, .configId = configId};
@@ -126,8 +129,61 @@ TEST_F(SessionTest, ModulesThatThePluginCannotHaveAreReportedWithTheirLine) {
         told.clear();
         editSaved(text, other);
         EXPECT_THAT(told, Contains(HasSubstr(expected)));
-        EXPECT_LE(told.size(), 2U) << "what it is, and what is taken for it";
+        EXPECT_LE(told.size(), 4U) << "what it is, its CM ID, and what its channels lose";
     }
+}
+
+TEST_F(SessionTest, WhatIsNotTakenAsItStandsIsReportedWithItsLineBeforeSavingDropsIt) {
+    const std::string passed = " is ignored, and saving the setup leaves it out";
+    const std::string lost = "line 29: this <Output>" + passed + ": no ChId leads there";
+    const std::string newBus = " leads to no <Output>: the bus gets a new channel";
+    const std::string newClock =
+        " leads to no <GNSSClock>: the module gets a new clock, as for sync in software";
+    const std::string idle = "line 6: no ClockId leads to this <GNSSClock>: it counts for nothing";
+    using Case = std::tuple<const char*, const char*, std::vector<std::string>>;
+    for (const auto& [text, other, expected] : std::vector<Case>{
+             {"", "", {}},
+             {"Mode\">12<", "Mode\">0012<", {}},
+             {">8:0;0<", "><", {"line 39: the Index \"\" is taken as 8:0;0"}},
+             {"ChId\">0<", "ChId\">7<", {lost, "line 125: the ChId \"7\"" + newBus}},
+             {"ChId\">0<", "ChId\">-1<", {lost, "line 125: the ChId \"-1\"" + newBus}},
+             {"<Output>", "<Outputs/><Output>", {"line 29: this <Outputs>" + passed}},
+             {"<Output>\n          <value key=\"Id\">0",
+              "<Output><value key=\"Id\">4294967296",
+              {lost, "line 124: the ChId \"0\"" + newBus}},
+             {"ClockId\">0<", "ClockId\">9<", {idle, "line 14: the ClockId \"9\"" + newClock}},
+             {"Clock Id=\"0\"", "Clock Id=\"7\"", {idle, "line 14: the ClockId \"0\"" + newClock}},
+             {"Mode\">12<",
+              "Mode\">99<",
+              {"line 7: the SyncMode \"99\" is taken as 2",
+               "line 8: the ClockSource \"True\" is taken as False"}},
+             {"<GNSSClock ",
+              "<GNSSClock Id=\"0\"/><GNSSClock ",
+              {"line 6: the Id 0 is that of line 6 too", "line 6: this <GNSSClock>" + passed}},
+             {"Source\">True",
+              "Source\">yes",
+              {"line 8: the ClockSource \"yes\" is taken as False"}},
+             {"\"ClockSource", "\"Source", {"line 8: the value \"Source\"" + passed}},
+             {"Name\">False", "Name\">x", {"line 31: the IsAutomaticName \"x\" is taken as False"}},
+             {"<CmpDevice ", "<CmpDevice A=\"\" ", {"line 12: the attribute A" + passed}},
+             {"<Channel>",
+              "<X/><Channel>",
+              {"line 107: this <Output>" + passed + ": no ChId leads there",
+               "line 124: this <X> is taken as <Channel>", "line 142: this <Channel>" + passed}}}) {
+        session = make();
+        session->addModule(moduleOf("CAN combo", 5));
+        session->chooseClock(0, {HostGnssDevice::syncModePps, true});
+        const std::string before = folder.path() / "setup.xml, ";
+        editSaved(text, other);
+        std::vector<std::string> lines = expected;
+        std::ranges::for_each(lines, [&](std::string& line) { line.insert(0, before); });
+        EXPECT_THAT(std::exchange(told, {}), ElementsAreArray(lines)) << other;
+    }
+    session = make();
+    session->addModule(moduleOf("CAN combo", 5));
+    session->chooseClock(0, {HostGnssDevice::syncModePps, true});
+    EXPECT_THAT([&] { editSaved("Mode\">12<", "Mode\">x<"); },
+                ThrowsMessage<FileError>(HasSubstr("line 7: the SyncMode \"x\" is neither 2 (in")));
 }
 
 TEST_F(SessionTest, WhatTheSetupHasBesideItsPartsIsReportedAndStaysBehindThem) {
