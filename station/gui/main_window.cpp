@@ -111,6 +111,10 @@ MainWindow::MainWindow(WorkspaceOptions options)
     showState();
 }
 
+MainWindow::~MainWindow() {
+    delete live;  // until it is gone it asks the workspace's feed for what it shows
+}
+
 void MainWindow::makeMenus() {
     QMenu& file = *menuBar()->addMenu("&File");
     const auto fresh = [this] {

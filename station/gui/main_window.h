@@ -26,6 +26,9 @@ class MainWindow final : public QMainWindow {
   public:
     /// Throws as `Workspace`.
     explicit MainWindow(WorkspaceOptions options);
+    ~MainWindow() override;
+    MainWindow(const MainWindow&) = delete;
+    MainWindow& operator=(const MainWindow&) = delete;
 
     /// Shows the user what failed, if it does.
     void open(const QString& path);
