@@ -57,6 +57,23 @@ std::set<Spool::Key> Spool::listParts() const {
     return keys;
 }
 
+/// With how far each measurement reaches.
+std::vector<Spool::Place> Spool::listNote() const {
+    std::vector<Place> note = progress.list(listParts());
+    for (Place& place : note) {
+        const std::uint64_t measurement = place.part.measurement;
+        const auto first = parts.lower_bound({measurement, 0});
+        for (auto part = first; part != parts.end() && part->first.measurement == measurement;
+             ++part) {
+            if (part->second.bytes != 0) {
+                place.lastPart = part->first.part;
+                place.lastBytes = part->second.bytes;
+            }
+        }
+    }
+    return note;
+}
+
 void Spool::readNote(const SpoolContents& contents) {
     latestMeasurement = contents.measurement;
     firstLive = latestMeasurement + 1;
@@ -95,7 +112,7 @@ void Spool::readNote(const SpoolContents& contents) {
         }
         gone = std::exchange(done, {});
         noteGaps(findSpoolGaps(contents, isOfThese ? there : std::vector<Place>()));
-        believed = progress.list(listParts());
+        believed = listNote();
         isEmpty = parts.empty();
     }
     // A measurement to come may get the number of one that is gone: its line goes too.
@@ -132,7 +149,7 @@ bool Spool::saveNote() {
     {
         const LockGuard guard(lock);
         gone = std::exchange(done, {});
-        note = progress.list(listParts());
+        note = listNote();
     }
     std::error_code ignored;
     const bool isThere = note == written && fs::exists(folder / spoolNoteName, ignored);
@@ -399,7 +416,10 @@ void Spool::noteDamage(const Reader& reader, std::uint64_t to, bool isTorn) {
                     "were left out",
                     to - from.offset, found->second.path.filename().string(), from.offset));
     Part& part = found->second;
-    std::uint64_t lost = from.part.measurement < firstLive && !isTorn ? 1 : 0;  // at least
+    const auto next = std::next(found);
+    const bool isLast = next == parts.end() || next->first.measurement != from.part.measurement;
+    const bool isByKill = isTorn && isLast;  // the batch that wasn't in the spool yet
+    std::uint64_t lost = from.part.measurement < firstLive && !isByKill ? 1 : 0;  // at least
     if (to >= part.bytes && part.isClosed) {
         lost = std::max(lost, countUnread(part, reader.messages));
         part.bytes = from.offset;

@@ -137,6 +137,7 @@ class Spool {
     static std::uint64_t countUnread(Part& part, std::uint64_t messagesRead);
     void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
     std::set<Key> listParts() const CMP_REQUIRES(lock);
+    std::vector<Place> listNote() const CMP_REQUIRES(lock);
     void takeDone(const Place& end) CMP_REQUIRES(lock);
 
     const std::filesystem::path folder;

@@ -51,13 +51,34 @@ std::uint64_t lastGone(const SpoolContents& contents, const std::vector<SpoolPla
     return gone;
 }
 
-bool hasAny(const SpoolContents& contents, std::uint64_t measurement) {
-    const auto isOfIt = [&](const auto& keys, const auto& keyOf) {
-        const auto first = keys.lower_bound({measurement, 0});
-        return first != keys.end() && keyOf(*first).measurement == measurement;
-    };
-    return isOfIt(contents.parts, [](const auto& part) { return part.first; }) ||
-           isOfIt(contents.others, [](const auto& key) { return key; });
+/// The last part of a measurement that is there; 0: none.
+std::uint64_t lastThere(const SpoolContents& contents, std::uint64_t measurement) {
+    std::uint64_t last = 0;
+    for (const auto& [key, part] : contents.parts) {
+        last = key.measurement == measurement ? key.part : last;
+    }
+    for (const SpoolKey& key : contents.others) {
+        last = key.measurement == measurement ? std::max(last, key.part) : last;
+    }
+    return last;
+}
+
+/// What is missing behind all that is there of a measurement.
+std::optional<SpoolGap> findGapAtEnd(const SpoolContents& contents, const SpoolPlace& noted,
+                                     std::uint64_t gone) {
+    const std::uint64_t measurement = noted.part.measurement;
+    const std::uint64_t last = lastThere(contents, measurement);
+    if (last == 0) {
+        return SpoolGap{measurement, gone + 1, noted.lastPart > gone ? noted.lastPart : 0, true};
+    }
+    if (last < noted.lastPart) {
+        return SpoolGap{measurement, std::max(last, gone) + 1, noted.lastPart};
+    }
+    const auto part = contents.parts.find({measurement, noted.lastPart});
+    if (part != contents.parts.end() && part->second.bytes < noted.lastBytes) {
+        return SpoolGap{measurement, noted.lastPart, noted.lastPart, false, part->second.bytes};
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -89,6 +110,7 @@ SpoolContents findSpoolContents(const fs::path& folder) {
 std::string SpoolGap::describe() const {
     const std::string behind = last == 0      ? " and all behind it"
                                : last > first ? fmt::format(" to {}", last)
+                               : from != 0    ? fmt::format(" from byte {} on", from)
                                               : "";
     return fmt::format("{:08}, part {}{}", measurement, first, behind);
 }
@@ -113,8 +135,11 @@ std::vector<SpoolGap> findSpoolGaps(const SpoolContents& contents,
         const std::uint64_t dropped = contents.dropped ? contents.dropped->part.measurement : 0;
         const bool hadToGo =
             measurement < dropped || (measurement == dropped && contents.dropped->isDone);
-        if (!place.isDone && !hadToGo && !hasAny(contents, measurement)) {
-            gaps.push_back({measurement, lastGone(contents, note, measurement) + 1, 0, true});
+        const auto gap = place.isDone || hadToGo
+                             ? std::nullopt
+                             : findGapAtEnd(contents, place, lastGone(contents, note, measurement));
+        if (gap) {
+            gaps.push_back(*gap);
         }
     }
     return gaps;

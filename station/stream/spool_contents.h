@@ -35,6 +35,7 @@ struct SpoolGap {
     std::uint64_t first = 0;
     std::uint64_t last = 0;  ///< 0: unknown
     bool isInFront = false;  ///< of all that is left of the measurement
+    std::uint64_t from = 0;  ///< byte of the first one from which on it was cut off
 
     std::uint64_t countParts() const { return last != 0 ? last - first + 1 : 1; }
     std::string describe() const;

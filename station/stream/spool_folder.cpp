@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <system_error>
 
@@ -73,14 +74,20 @@ bool writeSpoolOwner(const Descriptor& lockFile, const std::string& stationToken
 std::vector<SpoolPlace> readSpoolNote(const std::filesystem::path& folder, const char* name) {
     std::ifstream file(folder / name);
     std::vector<SpoolPlace> places;
-    for (std::string part; file >> part;) {
+    for (std::string text; std::getline(file, text);) {
+        std::istringstream line(text);
+        std::string part;
+        SpoolPlace place;
+        line >> part;
         const auto key = spoolKeyOf(part);
-        std::uint64_t offset = 0;
-        if (!key || !(file >> offset)) {
+        if (!key || !(line >> place.offset)) {
             return {};
         }
-        const bool isDone = part.find("-done-") != part.npos;
-        places.push_back({*key, offset, isDone || part.find("-gone-") != part.npos, isDone});
+        place.part = *key;
+        place.isDone = part.find("-done-") != part.npos;
+        place.isGone = place.isDone || part.find("-gone-") != part.npos;
+        line >> place.lastPart >> place.lastBytes;  // not in a note of an earlier version
+        places.push_back(place);
     }
     return places;
 }
@@ -91,8 +98,9 @@ bool writeSpoolNote(const std::filesystem::path& folder, const std::vector<Spool
     {
         std::ofstream file(next, std::ios::trunc);
         for (const SpoolPlace& place : places) {
-            file << fmt::format("{:08}{}{:04}{} {}\n", place.part.measurement, stateOf(place),
-                                place.part.part, spoolPartEnding, place.offset);
+            file << fmt::format("{:08}{}{:04}{} {} {} {}\n", place.part.measurement, stateOf(place),
+                                place.part.part, spoolPartEnding, place.offset, place.lastPart,
+                                place.lastBytes);
         }
         if (!file.flush()) {
             return false;

@@ -29,8 +29,10 @@ struct SpoolPlace {
     SpoolKey part;
     std::uint64_t offset = 0;
     // In a note: what should be so.
-    bool isGone = false;  ///< the part
-    bool isDone = false;  ///< and all others of its measurement
+    bool isGone = false;          ///< the part
+    bool isDone = false;          ///< and all others of its measurement
+    std::uint64_t lastPart = 0;   ///< of its measurement, with batches; 0: not known
+    std::uint64_t lastBytes = 0;  ///< of that part
     bool operator==(const SpoolPlace&) const = default;
 };
 

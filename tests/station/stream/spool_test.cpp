@@ -67,11 +67,11 @@ TEST_F(SpoolTest, WhatWasDamagedOrDeletedIsCountedAndTheRestIsRead) {
     const std::string whole = contentOf(partPath);
     const std::string second = whole.substr(firstEnd());
     for (const auto& [bytes, found, lost] :
-         {std::tuple{'x' + whole.substr(1), 100U, 1U},
-          {whole + std::string(500, '\0'), 200U, 1U},
-          {whole + 'x' + second.substr(1), 200U, 1U},
+         {std::tuple{'x' + whole.substr(1), 100U, 1U},  // each as long as the one before, or longer
           {whole + second.substr(0, 99), 200U, 0U},
-          {whole + second.substr(0, second.size() - 1), 200U, 0U}}) {
+          {whole + std::string(500, '\0'), 200U, 1U},
+          {whole + second.substr(0, second.size() - 1), 200U, 0U},
+          {whole + 'x' + second.substr(1), 200U, 1U}}) {
         std::ofstream(partPath, std::ios::trunc) << bytes;
         openSpool();
         EXPECT_EQ(readAll().size(), found);
@@ -80,7 +80,16 @@ TEST_F(SpoolTest, WhatWasDamagedOrDeletedIsCountedAndTheRestIsRead) {
     std::filesystem::remove(partPath);
     record(1);
     EXPECT_EQ(readAll().size(), 100U);
-    EXPECT_EQ(spool->getCounts().lost, 200U);
+    EXPECT_EQ(spool->getCounts().lost, 1U + 200U);
+    const auto session = makeSession();
+    const std::string name = spool->nameNext();
+    recordPart(name, 1, session, 2);
+    std::filesystem::resize_file(partPath, std::filesystem::file_size(partPath) - 99);
+    recordPart(name, 2, session, 1);
+    EXPECT_TRUE(spool->saveNote());
+    openSpool();
+    EXPECT_EQ(readAll().size(), 300U);
+    EXPECT_EQ(spool->getCounts().lost, 1U) << "no kill ended the first of its parts";
 }
 
 TEST_F(SpoolTest, WhatIsCutOffWhileItRunsIsCountedAndNotSentInPart) {
@@ -154,7 +163,15 @@ TEST_F(SpoolTest, WhatIsDeletedBetweenRunsIsToldOnceAndWhatTheStationRemovedIsNo
     measure(3);
     expect(0, "");
     remove("00000003-s-0003.pcapng");
-    expect(1, "00000003, part 2 and all behind it");
+    expect(2, "00000003, part 2 to 3");
+    measure(3);
+    EXPECT_TRUE(spool->saveNote());
+    remove("00000001-s-0003.pcapng");
+    expect(2, "00000001, part 2 to 3");
+    const auto cut = spoolFolder / "00000001-s-0001.pcapng";
+    std::filesystem::resize_file(cut, std::filesystem::file_size(cut) - 1);
+    expect(1, "00000001, part 1 from byte ");
+    expect(0, "");
     measure(1);
     remove(spoolNoteName);
     expect(0, "the stream's spool: it has no note");
