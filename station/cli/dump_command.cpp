@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <net/if.h>
 
 #include <algorithm>
 #include <atomic>
@@ -139,6 +140,12 @@ ExitCode dumpInterface(const DumpOptions& options, StopSignal& stop) {
     constexpr std::int32_t snapLength = 65536;
     constexpr std::int32_t readTimeoutMs = 100;
     checkCapturePermission();
+    if (::if_nametoindex(options.interface.c_str()) == 0) {  // libpcap has names of its own
+        throw UserError(
+            ExitCode::Failed,
+            fmt::format("there is no interface \"{}\"; \"ip link\" lists the interfaces",
+                        options.interface));
+    }
     std::string error;
     const auto handle = LiveHandle::open({options.interface, snapLength, true}, readTimeoutMs,
                                          std::make_shared<OpenLinks>(), error);

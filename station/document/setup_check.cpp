@@ -257,8 +257,10 @@ std::vector<std::string> findModuleFaults(const SetupElement& settings,
                                 : parseNumber<std::uint32_t>(StringHelper::ToUtf8(configId->text));
         if (number && *number != module.configId) {
             faults.push_back(fmt::format(
-                "line {}: a {} can't have the ConfigId {}: it is taken as {}", configId->line,
-                StringHelper::ToUtf8(module.type), *number, module.configId));
+                "line {}: a {} can't have the ConfigId {}: it listens to CM ID 0x{:X}, and has the "
+                "ConfigId {} once the setup is saved",
+                configId->line, StringHelper::ToUtf8(module.type), *number, module.cmId,
+                module.configId));
             continue;
         }
         const auto [other, isNew] = first.try_emplace(module.cmId, i);

@@ -214,7 +214,7 @@ TEST_F(ConversionTest, DumpPrintsEachMessage) {
     expectRefusals({"dump"},
                    {{{}, "FILE"},
                     {{frames, "--interface", "lo"}, "--interface"},
-                    {{"--interface", "no-such"}, "\"ip link\" lists the interfaces", 1},
+                    {{"--interface", "any"}, "there is no interface \"any\"; \"ip link\"", 1},
                     {{frames, "--count", "0"}, "0 is no number from 1 to 1000000000000000"},
                     {{recording}, "a.csv", 3}});
     std::filesystem::resize_file(frames, std::filesystem::file_size(frames) - 1);

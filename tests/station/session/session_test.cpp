@@ -120,7 +120,9 @@ TEST_F(SessionTest, ModulesThatThePluginCannotHaveAreReportedWithTheirLine) {
           Case{"TypeId\">2<", "TypeId\">two<", "line 21: the DeviceTypeId \"two\" is taken as "},
           Case{"ConfigId\">5<", "ConfigId\">5x<", "line 14: the ConfigId \"5x\" is taken as 5"},
           Case{"ConfigId\">5<", "ConfigId\">16<",
-               "line 14: a CAN combo can't have the ConfigId 16: it is taken as 0"},
+               "line 14: a CAN combo can't have the ConfigId 16: it listens to CM ID 0x10, and has "
+               "the "
+               "ConfigId 0 once"},
           Case{"ConfigId\">7<", "ConfigId\">69<",
                "line 18: the module has the CM ID 0x45, as that of line 10"}}) {
         session = make();
