@@ -47,31 +47,14 @@ void Spool::noteStation(const std::string& stationToken) {
     }
 }
 
-std::set<Spool::Key> Spool::listParts() const {
-    std::set<Key> keys;
+SpoolProgress::Parts Spool::listParts() const {
+    SpoolProgress::Parts sizes;
     for (const auto& [key, part] : parts) {
         if (part.bytes != 0) {
-            keys.insert(keys.end(), key);
+            sizes.emplace_hint(sizes.end(), key, part.bytes);
         }
     }
-    return keys;
-}
-
-/// With how far each measurement reaches.
-std::vector<Spool::Place> Spool::listNote() const {
-    std::vector<Place> note = progress.list(listParts());
-    for (Place& place : note) {
-        const std::uint64_t measurement = place.part.measurement;
-        const auto first = parts.lower_bound({measurement, 0});
-        for (auto part = first; part != parts.end() && part->first.measurement == measurement;
-             ++part) {
-            if (part->second.bytes != 0) {
-                place.lastPart = part->first.part;
-                place.lastBytes = part->second.bytes;
-            }
-        }
-    }
-    return note;
+    return sizes;
 }
 
 void Spool::readNote(const SpoolContents& contents) {
@@ -112,7 +95,7 @@ void Spool::readNote(const SpoolContents& contents) {
         }
         gone = std::exchange(done, {});
         noteGaps(findSpoolGaps(contents, isOfThese ? there : std::vector<Place>()));
-        believed = listNote();
+        believed = progress.list(listParts());
         isEmpty = parts.empty();
     }
     // A measurement to come may get the number of one that is gone: its line goes too.
@@ -132,10 +115,7 @@ void Spool::readNote(const SpoolContents& contents) {
 void Spool::noteGaps(const std::vector<SpoolGap>& gaps) {
     for (const SpoolGap& gap : gaps) {
         lostMessages += gap.countParts();
-        texts.push_back(
-            fmt::format("the stream's spool: somebody has deleted parts of it, and what of them "
-                        "wasn't in the stream is lost, counted as one message for each: {}",
-                        gap.describe()));
+        texts.push_back(gap.describe());
         if (gap.isInFront && gap.last != 0) {  // not to be told again
             progress.acknowledge({{gap.measurement, gap.last}, 0}, 0);
         }
@@ -149,7 +129,7 @@ bool Spool::saveNote() {
     {
         const LockGuard guard(lock);
         gone = std::exchange(done, {});
-        note = listNote();
+        note = progress.list(listParts());
     }
     std::error_code ignored;
     const bool isThere = note == written && fs::exists(folder / spoolNoteName, ignored);

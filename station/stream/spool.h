@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -136,8 +135,7 @@ class Spool {
     void noteAllRead(const Reader& reader) CMP_EXCLUDES(lock);
     static std::uint64_t countUnread(Part& part, std::uint64_t messagesRead);
     void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
-    std::set<Key> listParts() const CMP_REQUIRES(lock);
-    std::vector<Place> listNote() const CMP_REQUIRES(lock);
+    SpoolProgress::Parts listParts() const CMP_REQUIRES(lock);
     void takeDone(const Place& end) CMP_REQUIRES(lock);
 
     const std::filesystem::path folder;

@@ -112,7 +112,10 @@ std::string SpoolGap::describe() const {
                                : last > first ? fmt::format(" to {}", last)
                                : from != 0    ? fmt::format(" from byte {} on", from)
                                               : "";
-    return fmt::format("{:08}, part {}{}", measurement, first, behind);
+    return fmt::format(
+        "the stream's spool: somebody has deleted parts of it, and what of them wasn't in the "
+        "stream is lost, counted as one message for each: {:08}, part {}{}",
+        measurement, first, behind);
 }
 
 std::vector<SpoolGap> findSpoolGaps(const SpoolContents& contents,

@@ -38,7 +38,7 @@ struct SpoolGap {
     std::uint64_t from = 0;  ///< byte of the first one from which on it was cut off
 
     std::uint64_t countParts() const { return last != 0 ? last - first + 1 : 1; }
-    std::string describe() const;
+    std::string describe() const;  ///< for the user
 };
 
 /// Each part says which one is in front of it, as numbers of parts in which nothing was written are

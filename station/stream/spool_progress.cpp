@@ -1,11 +1,12 @@
 #include "station/stream/spool_progress.h"
 
 #include <algorithm>
+#include <set>
 
 namespace station {
 
 /// A power cut or another program may have spoiled it, or the parts.
-bool SpoolProgress::load(const std::vector<SpoolPlace>& note, const std::set<SpoolKey>& parts,
+bool SpoolProgress::load(const std::vector<SpoolPlace>& note, const Parts& parts,
                          const EndsBatch& endsBatch) {
     bool isOfThese = !note.empty();
     std::set<std::uint64_t> named;
@@ -14,40 +15,46 @@ bool SpoolProgress::load(const std::vector<SpoolPlace>& note, const std::set<Spo
         named.insert(measurement);
         current = 0;
         const auto first = parts.lower_bound({measurement, 0});
-        if (first == parts.end() || first->measurement != measurement) {
+        if (first == parts.end() || first->first.measurement != measurement) {
             continue;  // all of it was acknowledged
         }
         const bool isThere = parts.contains(place.part) && endsBatch(place);
         current = measurement;
         // Its part may be gone by right, but then those in front of it are too.
-        isOfThese = isOfThese && (isThere || place.offset == 0 || place.part < *first);
-        if (isThere || place.part < *first) {
+        isOfThese = isOfThese && (isThere || place.offset == 0 || place.part < first->first);
+        if (isThere || place.part < first->first) {
             acknowledge({place.part, place.offset}, 0);
         }
     }
     if (current == 0 && !parts.empty()) {
-        current = parts.rbegin()->measurement;  // most likely: it went before others
+        current = parts.rbegin()->first.measurement;  // most likely: it went before others
     }
     // It names each that had parts; later ones may have come since.
-    return isOfThese && std::ranges::all_of(parts, [&](const SpoolKey& part) {
-               return named.contains(part.measurement) || part.measurement > *named.rbegin();
+    return isOfThese && std::ranges::all_of(parts, [&](const auto& part) {
+               const std::uint64_t measurement = part.first.measurement;
+               return named.contains(measurement) || measurement > *named.rbegin();
            });
 }
 
-std::vector<SpoolPlace> SpoolProgress::list(const std::set<SpoolKey>& parts) const {
-    std::set<std::uint64_t> named;
-    for (const SpoolKey& part : parts) {
-        named.insert(part.measurement);
+std::vector<SpoolPlace> SpoolProgress::list(const Parts& parts) const {
+    std::map<std::uint64_t, Parts::const_iterator> lasts;  // by measurement
+    for (auto part = parts.begin(); part != parts.end(); ++part) {
+        lasts[part->first.measurement] = part;
     }
     std::vector<SpoolPlace> note;
-    note.reserve(named.size() + 1);
+    note.reserve(lasts.size() + 1);
     const auto add = [&](std::uint64_t measurement) {
         SpoolPlace place = getPlace(measurement);
+        const auto last = lasts.find(measurement);
         place.isGone = !parts.contains(place.part);
-        place.isDone = !named.contains(measurement);
+        place.isDone = last == lasts.end();
+        if (!place.isDone) {
+            place.lastPart = last->second->first.part;
+            place.lastBytes = last->second->second;
+        }
         note.push_back(place);
     };
-    for (const std::uint64_t measurement : named) {
+    for (const auto& [measurement, last] : lasts) {
         if (measurement != current) {
             add(measurement);
         }

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <set>
 #include <vector>
 
 #include "station/stream/spool_folder.h"
@@ -18,13 +17,13 @@ namespace station {
 class SpoolProgress {
   public:
     using EndsBatch = std::function<bool(const SpoolPlace&)>;
+    using Parts = std::map<SpoolKey, std::uint64_t>;  ///< with batches, and so many bytes of them
 
     /// Takes of a note what can be right of these parts. False: the note isn't of them.
-    bool load(const std::vector<SpoolPlace>& note, const std::set<SpoolKey>& parts,
-              const EndsBatch& endsBatch);
-    /// The note: those of which there are parts, and the current one, which is the last. Of a part
-    /// that isn't among these it says that it should be gone.
-    std::vector<SpoolPlace> list(const std::set<SpoolKey>& parts) const;
+    bool load(const std::vector<SpoolPlace>& note, const Parts& parts, const EndsBatch& endsBatch);
+    /// The note: those of which there are parts, and how far each reaches, and the current one,
+    /// which is the last. Of a part that isn't among these it says that it should be gone.
+    std::vector<SpoolPlace> list(const Parts& parts) const;
 
     /// The batch that ends there had so many messages.
     void acknowledge(const SpoolPlace& end, std::uint64_t messages);
