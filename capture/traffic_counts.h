@@ -101,9 +101,11 @@ struct SequenceCounts {
         const bool isAfterStray = counter == static_cast<std::uint16_t>(stray + 1) && hasStray;
         gaps += !isFirst && ahead != 1 ? 1 : 0;
         hasStray = false;
-        if (isFirst || isAfterStray) {
+        const bool isAhead = ahead >= 1 && ahead <= mostMissing + 1;
+        const bool isFar = !isAhead && behind > mostMissing;
+        if (isFirst || isAfterStray || isFar) {
             goOnFrom(counter);
-        } else if (ahead >= 1 && ahead <= mostMissing + 1) {
+        } else if (isAhead) {
             missing += ahead - 1U;
             came = (ahead > mostBehind ? 0 : came << ahead) | 1U;
             last = counter;
@@ -111,11 +113,9 @@ struct SequenceCounts {
             const std::uint64_t its = std::uint64_t{1} << behind;
             missing -= (came & its) == 0 ? 1 : 0;
             came |= its;
-        } else if (behind <= mostMissing) {
+        } else {
             stray = counter;  // a copy that comes late, or the first one of a restarted module
             hasStray = true;
-        } else {
-            goOnFrom(counter);
         }
     }
 

@@ -48,14 +48,13 @@ void check(const Read& read, const std::string& path, std::span<const std::uint8
     }
     require(!database->messages.empty(), "a database without messages");
     const Decoder decoder(database);
-    for (std::size_t i = 0; i < decoder.countMessages(); ++i) {
-        const Decoder::Message& message = decoder.getMessage(i);
-        const MessageDefinition& definition = message.getDefinition();
-        require(decoder.find(definition.id, definition.isExtended) == &message,
+    for (const MessageDefinition& definition : database->messages) {
+        const Decoder::Message* const message = decoder.find(definition.id, definition.isExtended);
+        require(message != nullptr && &message->getDefinition() == &definition,
                 "a message isn't found, or is there twice");
         for (const std::size_t size :
              {std::size_t{0}, std::size_t{1}, std::size_t{8}, data.size()}) {
-            checkMessage(message, data.last(std::min(size, data.size())));
+            checkMessage(*message, data.last(std::min(size, data.size())));
         }
     }
 }
