@@ -36,7 +36,7 @@ class RowView final : public QAbstractItemView {
     int rowCount() const { return model() != nullptr ? model()->rowCount() : 0; }
     /// Whole rows that fit.
     int pageRows() const;
-    /// Anew, as the model or the header has become another one.
+    /// Lays the rows out again, after a change of the model or the header.
     void layOut();
 
     QHeaderView* const header;

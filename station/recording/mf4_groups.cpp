@@ -182,7 +182,8 @@ void Group::decode(std::span<const std::uint8_t> record, RecordedMessage& messag
     const std::size_t most = isCan ? CanFrame::mostData : LinFrame::mostData;
     const std::size_t stored = length.isThere()
                                    ? static_cast<std::size_t>(length.number(record))
-                                   : CanRecord::lengthOfCode[lengthCode.number(record) % 16];
+                                   : CanRecord::lengthOfCode[lengthCode.number(record) %
+                                                             std::size(CanRecord::lengthOfCode)];
     const std::size_t count = std::min({stored, most, std::size_t{data.bits} / 8});
     const std::uint64_t identifier = id.number(record);
     const auto word = static_cast<std::uint32_t>(identifier);

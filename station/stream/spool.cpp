@@ -116,7 +116,7 @@ void Spool::noteGaps(const std::vector<SpoolGap>& gaps) {
     for (const SpoolGap& gap : gaps) {
         lostMessages += gap.countParts();
         texts.push_back(gap.describe());
-        if (gap.isInFront && gap.last != 0) {  // not to be told again
+        if (gap.isInFront && gap.last != 0) {  // not to be reported again
             progress.acknowledge({{gap.measurement, gap.last}, 0}, 0);
         }
     }

@@ -127,7 +127,7 @@ void SpoolPart::writePending() {
 }
 
 void SpoolPart::complete() {
-    // Who has the end of each subject that he knows of takes the session for over.
+    // A reader takes a session for complete when each subject that it knows has its end.
     for (Subject& subject : subjects) {
         if (isLast && subjects.size() > 1 && !subject.channels.empty() &&
             subject.common->batches == 0) {

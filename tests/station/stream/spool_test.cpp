@@ -121,7 +121,7 @@ TEST_F(SpoolTest, WhatIsCutOffWhileItRunsIsCountedAndNotSentInPart) {
     }
 }
 
-TEST_F(SpoolTest, WhatIsDeletedBetweenRunsIsToldOnceAndWhatTheStationRemovedIsNot) {
+TEST_F(SpoolTest, WhatIsDeletedBetweenRunsIsReportedOnceAndWhatTheStationRemovedIsNot) {
     const auto measure = [&](int parts) {
         const auto session = makeSession();
         const std::string name = spool->nameNext();
