@@ -125,11 +125,12 @@ def add_link(name, peer):
     ip(f"-n modules link set {peer} up")
 
 
-def mount(disk, size, kind="tmpfs"):
-    """A file system of its own, "tmpfs" or "ext4", which fills up or is frozen without touching the machine's."""
+def mount(disk, size, kind="tmpfs", pages="never"):
+    """A file system of its own, "tmpfs" or "ext4", which fills up or is frozen without touching the machine's. One in
+    memory has large pages where `pages` is "always"."""
     disk.mkdir()
     if kind == "tmpfs":
-        run("mount", "-t", kind, "-o", f"size={size}", "none", disk)
+        run("mount", "-t", kind, "-o", f"size={size},huge={pages}", "none", disk)
     else:
         image = disk.with_suffix(".image")
         run("truncate", "-s", size, image)
