@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <chrono>
@@ -26,6 +27,16 @@ constexpr std::uint64_t partsOfLimit = 8;
 /// Two measurements of a station may begin in the same second, on a clock that was set back too.
 std::string makeUnique(const std::string& session) {
     return fmt::format("{}-{:04x}", session, std::random_device()() & 0xFFFFU);
+}
+
+/// The client library allocates and frees each batch. Without this its memory goes back to the
+/// system each time, and is cleared page by page for the next one. For the whole process: it keeps
+/// that much more.
+void keepMemoryOfBatches(std::size_t batchBytes) {
+    constexpr std::size_t most = std::size_t{32} << 20U;  // glibc takes no higher threshold
+    const auto few = static_cast<int>(std::min(8 * batchBytes, most));
+    ::mallopt(M_MMAP_THRESHOLD, few);
+    ::mallopt(M_TRIM_THRESHOLD, few);
 }
 
 /// What several threads report to the user.
@@ -186,5 +197,6 @@ extern "C" station::Stream* openStream(const char* version,
                                  "cmp_stream.so is of version " CMP_VERSION
                                  ", and the program of another one");
     }
+    station::keepMemoryOfBatches(settings.batchBytes);
     return new station::SpooledStream(version, settings);
 }
