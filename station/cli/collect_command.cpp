@@ -110,6 +110,10 @@ class InterruptedSource final : public BatchSource {
         const Wait waiting(stop);
         return source->askPosition();
     }
+    std::optional<StoredBatch> find(const std::string& subject, std::uint64_t sequence) override {
+        const Wait waiting(stop);
+        return source->find(subject, sequence);
+    }
     void acknowledge(const StoredBatch& batch) override { source->acknowledge(batch); }
     bool isServed() const override { return source->isServed(); }
     std::vector<std::string> takeTexts() override { return source->takeTexts(); }

@@ -51,6 +51,10 @@ class BatchSource {
     /// At most so many batches, in the order of the stream but for those that are given again.
     /// Waits for the first one; none after that time, and while there is no connection.
     virtual std::vector<StoredBatch> fetch(std::size_t most, std::chrono::milliseconds wait) = 0;
+    /// The first one of the subject from that place in the stream on, asked of the stream and not
+    /// of the consumer. It needs no acknowledgement. Empty if there is none, and while the broker
+    /// doesn't answer.
+    virtual std::optional<StoredBatch> find(const std::string& subject, std::uint64_t sequence) = 0;
     /// Doesn't wait. An acknowledgement that is lost has the batch given again.
     virtual void acknowledge(const StoredBatch& batch) = 0;
     /// Empty while the broker doesn't answer.

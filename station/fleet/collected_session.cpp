@@ -258,6 +258,21 @@ std::uint64_t CollectedSession::countMissing() const {
     return missing;
 }
 
+std::vector<CollectedSession::Gap> CollectedSession::findGaps() const {
+    std::vector<Gap> gaps;
+    if (journal == nullptr) {
+        return gaps;
+    }
+    BatchJournal::read(journal->getPath(), [&](const BatchJournal::Entry& entry) {
+        const auto there = numbers.find(entry.subject);
+        if (there != numbers.end() && entry.number < there->second.getHighest() &&
+            !there->second.has(entry.number + 1)) {
+            gaps.push_back({entry.subject, entry.sequence});
+        }
+    });
+    return gaps;
+}
+
 std::string CollectedSession::describeMissing() const {
     constexpr std::size_t most = 200;  // characters
     std::string text;

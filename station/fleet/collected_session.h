@@ -58,6 +58,12 @@ class CollectedSession {
     std::uint64_t getBytes() const { return bytes; }
     /// Of all parts.
     std::uint64_t countMissing() const;
+    /// Between two batches of the part that is being collected.
+    struct Gap {
+        std::string subject;
+        std::uint64_t behind = 0;  ///< place in the stream of the batch in front of it
+    };
+    std::vector<Gap> findGaps() const;
     /// "cmp.bench1: 5 to 7, 9"; empty for none.
     std::string describeMissing() const;
     /// The last batch of each subject is there. Others may be on their way, of other subjects.

@@ -323,7 +323,36 @@ bool Collector::isOver(const Key& key, const Entry& entry, Clock::time_point now
     return false;
 }
 
+/// A replica of the stream may lack messages that others have, and its consumer leaves them out:
+/// the stream itself is asked for what would be missing. Whether it had any.
+bool Collector::findMissing(Entry& entry) {
+    const CollectedSession& session = *entry.session;
+    const std::size_t before = held.size();
+    for (const CollectedSession::Gap& gap : session.findGaps()) {
+        auto batch = source.find(gap.subject, gap.behind + 1);
+        while (batch && batch->session == session.getName().session && !session.has(*batch) &&
+               batch->fault.empty() && isPcapng(batch->payload) && held.size() < mostHeld) {
+            const std::uint64_t next = batch->sequence + 1;
+            held.push_back(std::move(*batch));
+            batch = source.find(gap.subject, next);
+        }
+    }
+    const std::size_t found = held.size() - before;
+    entry.lookedFor = session.countMissing() - std::min(found, session.countMissing());
+    if (found != 0) {
+        report(
+            fmt::format("{} batches of station {}, session {}, that the broker left out were "
+                        "in the stream all the same",
+                        found, session.getName().station, session.getName().session));
+        store(Clock::now());
+    }
+    return found != 0;
+}
+
 void Collector::reportMissing(Entry& entry) {
+    if (entry.session->countMissing() > entry.lookedFor && findMissing(entry)) {
+        return;  // what it lacks then is looked at the next time
+    }
     const std::uint64_t missing = entry.session->countMissing();
     if (missing > entry.toldMissing) {
         const auto& name = entry.session->getName();

@@ -4,6 +4,7 @@
 #include <nats/nats.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -102,6 +103,21 @@ std::string_view statusOf(natsMsg* message) {
     return natsMsg_GetDataLength(message) == 0 ? headerOf(message, "Status") : std::string_view();
 }
 
+/// Of the message of a stream that this answer has; 0 if it has none.
+std::uint64_t sequenceOf(natsMsg& answer) {
+    const auto* const data = natsMsg_GetData(&answer);
+    const auto json =
+        nlohmann::json::parse(data, data + natsMsg_GetDataLength(&answer), nullptr, false);
+    const auto message = json.is_object() ? json.find("message") : json.end();
+    if (message == json.end() || !message->is_object()) {
+        return 0;
+    }
+    const auto sequence = message->find("seq");
+    return sequence != message->end() && sequence->is_number_unsigned()
+               ? sequence->get<std::uint64_t>()
+               : 0;
+}
+
 class NatsBatches final : public BatchSource {
   public:
     NatsBatches(NatsOptions servers, BatchOptions wanted)
@@ -155,6 +171,28 @@ class NatsBatches final : public BatchSource {
             std::this_thread::sleep_until(end);
         }
         return batches;
+    }
+
+    std::optional<StoredBatch> find(const std::string& subject, std::uint64_t sequence) override {
+        if (!isServed() || !isSafeSubject(subject)) {
+            return std::nullopt;
+        }
+        natsMsg* made = nullptr;
+        const std::string request =
+            fmt::format(R"({{"seq":{},"next_by_subj":"{}"}})", sequence, subject);
+        natsConnection_RequestString(&made, connection->get(),
+                                     ("$JS.API.STREAM.MSG.GET." + options.stream).c_str(),
+                                     request.c_str(), requestWait);
+        const NatsMessage answer(made);
+        const std::uint64_t found = answer ? sequenceOf(*answer) : 0;
+        made = nullptr;
+        if (found == 0 || js_GetMsg(&made, stream.get(), options.stream.c_str(), found, nullptr,
+                                    nullptr) != NATS_OK) {
+            return std::nullopt;
+        }
+        StoredBatch batch = toBatch(made);
+        batch.sequence = found;
+        return batch;
     }
 
     /// By the message's own subject for that: also over a later connection than it came by.

@@ -201,6 +201,25 @@ class Collect(Case):
         for publisher in stations:
             self.expect_all(publisher, self.recording(publisher.token.replace("=20", " ")))
 
+    def test_what_the_consumer_leaves_out_is_asked_of_the_stream(self):
+        publisher, other = Publisher(self.client, "bench"), Publisher(self.client, "other")
+        publisher.publish(3)
+        other.publish()
+        self.collect(0, "--durable", "mine")
+        for _ in range(3):
+            publisher.publish()
+            other.publish()
+        self.client.take("mine", 5, acknowledges=True)
+        publisher.make()  # and not sent
+        publisher.publish(2)
+        publisher.end()
+        report, errors = self.collect(1, "--durable", "mine")
+        self.assertIn("3 batches of station bench, session 20231114T221320Z, that the broker left out were", errors)
+        self.assertIn("session 20231114T221320Z, are missing in the stream: cmp.bench: 7\n", errors)
+        self.assertEqual((report["missingBatches"], report["unusable"]), (1, 0))
+        self.expect_all(publisher, self.recording("bench"), leave=range(60, 70))
+        self.expect_all(other, self.recording("other"))
+
     def test_stations_and_times_are_chosen(self):
         stations = [Publisher(self.client, name) for name in ("bench 1", "bench 2", "car")]
         for publisher in stations:

@@ -78,14 +78,16 @@ class Client:
             raise lab.Failure(f"{call}: {answer['error']}")
         return answer
 
-    def take(self, consumer, count):
-        """Has so many batches given to this client, which doesn't acknowledge them."""
+    def take(self, consumer, count, acknowledges=False):
+        """Has so many batches given to this client."""
         self.send(f"PUB $JS.API.CONSUMER.MSG.NEXT.CMP.{consumer} {self.inbox}.taken {len(str(count))}", str(count).encode())
         while count > 0:
             words = self.file.readline().decode().split()
             if words[0] == "HMSG":
                 self.file.read(int(words[-1]) + 2)
                 count -= 1
+                if acknowledges:
+                    self.send(f"PUB {words[3]} 4", b"+ACK")
 
     def make_stream(self, name="CMP", subjects=("cmp.>",), **settings):
         self.api(f"STREAM.CREATE.{name}", name=name, subjects=list(subjects), storage="file", retention="limits",
