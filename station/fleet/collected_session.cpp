@@ -155,28 +155,37 @@ void CollectedSession::beginPart(bool isNew) {
     }
     batches = messages = bytes = 0;
     ended.clear();
-    journal = std::make_unique<BatchJournal>(getRecordingPath(journalEnding).string(),
-                                             [this](const BatchJournal::Entry& entry) {
-                                                 note(entry.subject, entry.number);
-                                                 ++batches;
-                                                 messages += entry.messages;
-                                                 bytes += entry.bytes;
-                                                 noteSequence(entry.sequence);
-                                                 if (entry.isEnd) {
-                                                     ended.insert(entry.subject);
-                                                 }
-                                             });
+    journal = std::make_unique<BatchJournal>(
+        getRecordingPath(journalEnding).string(), [this](const BatchJournal::Entry& entry) {
+            note({entry.subject, entry.number, entry.sequence});
+            ++batches;
+            messages += entry.messages;
+            bytes += entry.bytes;
+            noteSequence(entry.sequence);
+            if (entry.isEnd) {
+                ended.insert(entry.subject);
+            }
+        });
 }
 
-void CollectedSession::note(const std::string& subject, std::uint64_t number) {
-    const bool isFirst = !numbers.contains(subject);
-    numbers[subject].add(isFirst && fromLater ? 1 : number, number);
+void CollectedSession::note(const Place& batch) {
+    const bool isFirst = !numbers.contains(batch.subject);
+    BatchNumbers& there = numbers[batch.subject];
+    const std::uint64_t highest = there.getHighest();
+    std::uint64_t& last = lastPlaces[batch.subject];
+    if (last != 0 && batch.number > highest + 1) {
+        gaps.push_back({batch.subject, highest + 1, last});
+    }
+    last = batch.number >= highest ? batch.sequence : last;  // numbers may be known already
+    there.add(isFirst && fromLater ? 1 : batch.number, batch.number);
 }
 
 bool CollectedSession::has(const StoredBatch& batch) const {
     const auto found = numbers.find(batch.subject);
     return (found != numbers.end() && found->second.has(batch.number)) ||
-           std::ranges::count(unsynced, std::pair(batch.subject, batch.number)) != 0;
+           std::ranges::any_of(unsynced, [&](const Place& other) {
+               return other.subject == batch.subject && other.number == batch.number;
+           });
 }
 
 bool CollectedSession::isOther(const StoredBatch& batch) {
@@ -196,6 +205,12 @@ void CollectedSession::noteSequence(std::uint64_t sequence) {
     lastSequence = std::max(lastSequence, sequence);
 }
 
+void CollectedSession::forgetSequence() {
+    lastSequence = 0;
+    lastPlaces.clear();
+    gaps.clear();
+}
+
 bool CollectedSession::append(const StoredBatch& batch) {
     try {
         if (finished) {
@@ -212,7 +227,7 @@ bool CollectedSession::append(const StoredBatch& batch) {
         errorText = journal->getErrorText();
         return false;
     }
-    unsynced.emplace_back(batch.subject, batch.number);
+    unsynced.push_back({batch.subject, batch.number, batch.sequence});
     if (!checksums.empty()) {
         checksums[{batch.subject, batch.number}] = checksumOf(batch.payload);
     }
@@ -240,8 +255,8 @@ void CollectedSession::markSynced() {
     if (journal != nullptr) {
         journal->markSynced();
     }
-    for (const auto& [subject, number] : unsynced) {
-        note(subject, number);
+    for (const Place& batch : unsynced) {
+        note(batch);
     }
     batches += unsynced.size();
     messages += unsyncedMessages;
@@ -258,19 +273,15 @@ std::uint64_t CollectedSession::countMissing() const {
     return missing;
 }
 
-std::vector<CollectedSession::Gap> CollectedSession::findGaps() const {
-    std::vector<Gap> gaps;
-    if (journal == nullptr) {
-        return gaps;
-    }
-    BatchJournal::read(journal->getPath(), [&](const BatchJournal::Entry& entry) {
-        const auto there = numbers.find(entry.subject);
-        if (there != numbers.end() && entry.number < there->second.getHighest() &&
-            !there->second.has(entry.number + 1)) {
-            gaps.push_back({entry.subject, entry.sequence});
+std::vector<CollectedSession::Gap> CollectedSession::takeGaps(std::size_t most) {
+    std::vector<Gap> taken;
+    while (!gaps.empty() && taken.size() < most) {
+        if (!numbers[gaps.front().subject].has(gaps.front().number)) {
+            taken.push_back(std::move(gaps.front()));
         }
-    });
-    return gaps;
+        gaps.pop_front();
+    }
+    return taken;
 }
 
 std::string CollectedSession::describeMissing() const {

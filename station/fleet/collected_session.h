@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -58,12 +60,15 @@ class CollectedSession {
     std::uint64_t getBytes() const { return bytes; }
     /// Of all parts.
     std::uint64_t countMissing() const;
-    /// Between two batches of the part that is being collected.
+    /// Between two batches of the part that is being collected, when the second one came.
     struct Gap {
         std::string subject;
+        std::uint64_t number = 0;  ///< of the first batch that wasn't there
         std::uint64_t behind = 0;  ///< place in the stream of the batch in front of it
     };
-    std::vector<Gap> findGaps() const;
+    bool hasGaps() const { return !gaps.empty(); }
+    /// The oldest ones that weren't taken yet, at most so many, without those that are filled.
+    std::vector<Gap> takeGaps(std::size_t most);
     /// "cmp.bench1: 5 to 7, 9"; empty for none.
     std::string describeMissing() const;
     /// The last batch of each subject is there. Others may be on their way, of other subjects.
@@ -71,7 +76,7 @@ class CollectedSession {
     /// Of the stream, of the batch that came last.
     std::uint64_t getLastSequence() const { return lastSequence; }
     void noteSequence(std::uint64_t sequence);
-    void forgetSequence() { lastSequence = 0; }
+    void forgetSequence();
     /// What was kept to compare batches that come again.
     void forgetChecksums() { checksums.clear(); }
 
@@ -92,7 +97,12 @@ class CollectedSession {
     void loadState(const std::filesystem::path& path);
     void writeState() const;
     void beginPart(bool isNew);
-    void note(const std::string& subject, std::uint64_t number);
+    struct Place {
+        std::string subject;
+        std::uint64_t number;
+        std::uint64_t sequence;  ///< in the stream
+    };
+    void note(const Place& batch);
     std::string fileName() const;
 
     const Name name;
@@ -101,9 +111,11 @@ class CollectedSession {
     std::filesystem::path folder;  ///< of the recordings
     unsigned part = 1;
     bool finished = false;
-    std::uint64_t recorded = 0;                   ///< batches of this part
-    std::map<std::string, BatchNumbers> numbers;  ///< by subject
-    std::vector<std::pair<std::string, std::uint64_t>> unsynced;
+    std::uint64_t recorded = 0;                       ///< batches of this part
+    std::map<std::string, BatchNumbers> numbers;      ///< by subject
+    std::map<std::string, std::uint64_t> lastPlaces;  ///< by subject: of its highest batch
+    std::deque<Gap> gaps;
+    std::vector<Place> unsynced;
     /// Of the journal's batches, by subject and number; empty unless something came again.
     std::map<std::pair<std::string, std::uint64_t>, std::uint32_t> checksums;
     std::unique_ptr<BatchJournal> journal;  ///< null: finished

@@ -32,6 +32,7 @@ constexpr auto forgetAgain = 10s;  // batches that come again come together
 constexpr auto lastAcknowledgements = 3s;
 constexpr std::size_t fewFiles = 8;  // that are synced one by one
 constexpr std::uint64_t mostReported = 10;
+constexpr std::size_t mostSearched = 64;  // gaps in a turn: each takes two requests
 
 }  // namespace
 
@@ -305,7 +306,8 @@ bool Collector::isSettled(const Entry& entry) const {
 
 bool Collector::isOver(const Key& key, const Entry& entry, Clock::time_point now) const {
     const CollectedSession& session = *entry.session;
-    if (session.isFinished() || session.getBatches() == 0 || !isSettled(entry)) {
+    if (session.isFinished() || session.getBatches() == 0 || session.hasGaps() ||
+        !isSettled(entry)) {
         return false;
     }
     if (session.hasEnd()) {
@@ -324,21 +326,20 @@ bool Collector::isOver(const Key& key, const Entry& entry, Clock::time_point now
 }
 
 /// A replica of the stream may lack messages that others have, and its consumer leaves them out:
-/// the stream itself is asked for what would be missing. Whether it had any.
-bool Collector::findMissing(Entry& entry) {
-    const CollectedSession& session = *entry.session;
-    const std::size_t before = held.size();
-    for (const CollectedSession::Gap& gap : session.findGaps()) {
+/// the stream itself is asked for what would be missing.
+void Collector::findMissing(Entry& entry) {
+    CollectedSession& session = *entry.session;
+    std::uint64_t found = 0;
+    for (const auto& gap : session.takeGaps(isFinishing ? SIZE_MAX : mostSearched)) {
         auto batch = source.find(gap.subject, gap.behind + 1);
         while (batch && batch->session == session.getName().session && !session.has(*batch) &&
                batch->fault.empty() && isPcapng(batch->payload) && held.size() < mostHeld) {
             const std::uint64_t next = batch->sequence + 1;
             held.push_back(std::move(*batch));
+            ++found;
             batch = source.find(gap.subject, next);
         }
     }
-    const std::size_t found = held.size() - before;
-    entry.lookedFor = session.countMissing() - std::min(found, session.countMissing());
     if (found != 0) {
         report(
             fmt::format("{} batches of station {}, session {}, that the broker left out were "
@@ -346,12 +347,12 @@ bool Collector::findMissing(Entry& entry) {
                         found, session.getName().station, session.getName().session));
         store(Clock::now());
     }
-    return found != 0;
 }
 
 void Collector::reportMissing(Entry& entry) {
-    if (entry.session->countMissing() > entry.lookedFor && findMissing(entry)) {
-        return;  // what it lacks then is looked at the next time
+    findMissing(entry);
+    if (entry.session->hasGaps()) {
+        return;  // the next ones in the next turn
     }
     const std::uint64_t missing = entry.session->countMissing();
     if (missing > entry.toldMissing) {

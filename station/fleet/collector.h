@@ -105,7 +105,6 @@ class Collector {
         std::uint64_t lastAlone = 0;
         Clock::time_point lastAgain;    ///< that a batch came that was there
         bool isTouched = false;         ///< something of it came in
-        std::uint64_t lookedFor = 0;    ///< batches that the stream was asked for and hasn't
         std::uint64_t toldMissing = 0;  ///< batches that are known to be missing
         std::vector<std::string> recordings;
         std::string error;
@@ -123,7 +122,7 @@ class Collector {
     void settle(Clock::time_point now);
     bool isSettled(const Entry& entry) const;
     bool isOver(const Key& key, const Entry& entry, Clock::time_point now) const;
-    bool findMissing(Entry& entry);
+    void findMissing(Entry& entry);
     void reportMissing(Entry& entry);
     void workOnJob(Clock::time_point now);
     void beginJob(const Key& key, Entry& entry);
