@@ -11,7 +11,7 @@ namespace station {
 
 /// "2023-11-14T22:13:20.123456789Z" in nanoseconds since 1970; a fraction is optional, and so is
 /// the "Z". A blank may be in place of the "T". Empty for other texts, and for times before 1970
-/// or after 2261.
+/// or beyond what 64 bits hold, in April 2262.
 inline std::optional<std::int64_t> parseUtc(std::string_view text) {
     constexpr std::int64_t perSecond = 1'000'000'000;
     constexpr std::size_t withoutFraction = 19;
@@ -39,11 +39,15 @@ inline std::optional<std::int64_t> parseUtc(std::string_view text) {
     }
     const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(*year)),
                                            std::chrono::month(*month), std::chrono::day(*day)};
-    if (!date.ok() || *year < 1970 || *year > 2261 || *hour > 23 || *minute > 59 || *second > 59) {
+    if (!date.ok() || *year < 1970 || *year > 2262 || *hour > 23 || *minute > 59 || *second > 59) {
         return std::nullopt;
     }
     const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
-    return (days * 86'400 + *hour * 3'600 + *minute * 60 + *second) * perSecond + *fraction;
+    const std::int64_t seconds = days * 86'400 + *hour * 3'600 + *minute * 60 + *second;
+    std::int64_t time = 0;
+    const bool isTooLate = __builtin_mul_overflow(seconds, perSecond, &time) ||
+                           __builtin_add_overflow(time, *fraction, &time);
+    return isTooLate ? std::nullopt : std::optional(time);
 }
 
 }  // namespace station

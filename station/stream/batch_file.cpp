@@ -1,6 +1,7 @@
 #include "station/stream/batch_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,7 +57,13 @@ std::uint64_t nextSection(const Descriptor& file, std::uint64_t at, std::uint64_
 }  // namespace
 
 Descriptor openForReading(const std::filesystem::path& path) {
-    return Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // for a pipe
+    struct stat status {};
+    if (file.isOpen() && (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
+        file = Descriptor();
+        errno = EINVAL;
+    }
+    return file;
 }
 
 std::optional<BatchExtent> findBatch(const Descriptor& file, std::uint64_t& offset,

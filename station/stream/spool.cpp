@@ -29,22 +29,8 @@ Spool::Spool(fs::path spoolFolder, const std::string& stationToken, std::uint64_
     }
     lockFile = lockSpool(folder);  // before anything is removed
     readNote(findSpoolContents(folder));
-    noteStation(stationToken);
-}
-
-void Spool::noteStation(const std::string& stationToken) {
-    const std::string owner = readSpoolOwner(lockFile);
     const LockGuard guard(lock);
-    if (!owner.empty() && owner != stationToken && !parts.empty()) {
-        throw UserError(
-            fmt::format("--spool: {} has messages of the station \"{}\" that aren't sent yet; send "
-                        "them as that one (--station), or name another folder",
-                        folder.string(), owner));
-    }
-    if (owner != stationToken && !writeSpoolOwner(lockFile, stationToken)) {
-        throw UserError(fmt::format("--spool: {} can't be written: {}",
-                                    (folder / spoolLockName).string(), std::strerror(errno)));
-    }
+    noteSpoolOwner(folder, lockFile, stationToken, !parts.empty());
 }
 
 SpoolProgress::Parts Spool::listParts() const {
@@ -101,13 +87,13 @@ void Spool::readNote(const SpoolContents& contents) {
     // A measurement to come may get the number of one that is gone: its line goes too.
     if (isEmpty) {
         writeSpoolNote(folder, {{{1, 0}, 0, true, true}});
-        remove(folder / spoolDroppedName);
+        fs::remove(folder / spoolDroppedName, failure);
     } else if (isOfThese || !isThere || std::ranges::any_of(believed, &Place::offset)) {
         const bool isSaved = believed == there || writeSpoolNote(folder, believed);
         const LockGuard noteGuard(noteLock);
         written = isSaved ? std::move(believed) : std::vector<Place>();
     } else {
-        remove(folder / spoolNoteName);
+        fs::remove(folder / spoolNoteName, failure);
     }
     std::ranges::for_each(gone, [&](const fs::path& path) { remove(path); });
 }
@@ -133,9 +119,10 @@ bool Spool::saveNote() {
     }
     std::error_code ignored;
     const bool isThere = note == written && fs::exists(folder / spoolNoteName, ignored);
-    const bool isSaved = note.empty() || isThere || writeSpoolNote(folder, note);
-    written = isSaved ? std::move(note) : std::vector<Place>();
+    bool isSaved = note.empty() || isThere || writeSpoolNote(folder, note);
     std::ranges::for_each(gone, [&](const fs::path& path) { remove(path); });
+    isSaved = isSaved || (!gone.empty() && writeSpoolNote(folder, note));  // with their room
+    written = isSaved ? std::move(note) : std::vector<Place>();
     return isSaved;
 }
 
@@ -293,13 +280,17 @@ bool Spool::findPart(Reader& reader, Part& part) const {
         reader.end = std::exchange(reader.rest, 0);
         found = parts.begin();
     }
+    const bool isOther = found == parts.end() || found->first != reader.part;
+    if (isOther) {
+        reader.file =
+            Descriptor();  // its part may be removed, and takes room as long as it is open
+    }
     if (found == parts.end() || found->first.measurement >= reader.end) {
         return false;
     }
-    if (found->first != reader.part) {
+    if (isOther) {
         reader.part = found->first;
         reader.place = {found->first, progress.getStart(found->first)};
-        reader.file = Descriptor();
         reader.messages = progress.getMessages(found->first);
     }
     part = found->second;
@@ -459,8 +450,13 @@ void Spool::remove(const fs::path& path) {
     fs::remove(path, failure);
     if (failure) {
         const LockGuard guard(lock);
-        texts.push_back(fmt::format("the stream's spool: {} can't be removed: {}", path.string(),
-                                    failure.message()));
+        done.push_back(path);
+        if (unremovable.insert(path).second) {
+            texts.push_back(
+                fmt::format("the stream's spool: {} can't be removed: {}; it is tried "
+                            "again",
+                            path.string(), failure.message()));
+        }
     }
 }
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -122,7 +123,6 @@ class Spool {
         bool isClosed = true;
     };
 
-    void noteStation(const std::string& stationToken);
     void readNote(const SpoolContents& contents) CMP_EXCLUDES(lock);
     void noteGaps(const std::vector<SpoolGap>& gaps) CMP_REQUIRES(lock);
     std::uint64_t sumBytes() const CMP_REQUIRES(lock);
@@ -134,6 +134,7 @@ class Spool {
     void noteDamage(const Reader& reader, std::uint64_t to, bool isTorn) CMP_EXCLUDES(lock);
     void noteAllRead(const Reader& reader) CMP_EXCLUDES(lock);
     static std::uint64_t countUnread(Part& part, std::uint64_t messagesRead);
+    /// A part. What can't be removed is `done` again.
     void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
     SpoolProgress::Parts listParts() const CMP_REQUIRES(lock);
     void takeDone(const Place& end) CMP_REQUIRES(lock);
@@ -152,7 +153,8 @@ class Spool {
     bool hasMore CMP_GUARDED_BY(lock) = false;
     std::map<Key, Part> parts CMP_GUARDED_BY(lock);
     SpoolProgress progress CMP_GUARDED_BY(lock);
-    std::vector<std::filesystem::path> done CMP_GUARDED_BY(lock);  ///< to be removed
+    std::vector<std::filesystem::path> done CMP_GUARDED_BY(lock);      ///< to be removed
+    std::set<std::filesystem::path> unremovable CMP_GUARDED_BY(lock);  ///< of which that was said
     std::uint64_t acknowledgedMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostMessages CMP_GUARDED_BY(lock) = 0;
     std::uint64_t lostReported CMP_GUARDED_BY(lock) = 0;

@@ -15,6 +15,7 @@
 #include <string>
 #include <system_error>
 
+#include "core/whole_file.h"
 #include "station/errors.h"
 
 namespace station {
@@ -60,21 +61,37 @@ Descriptor lockSpool(const std::filesystem::path& folder) {
     return file;
 }
 
-std::string readSpoolOwner(const Descriptor& lockFile) {
+void noteSpoolOwner(const std::filesystem::path& folder, const Descriptor& lockFile,
+                    const std::string& stationToken, bool hasParts) {
     std::array<char, 1024> there{};
     const ssize_t size = ::pread(lockFile.get(), there.data(), there.size(), 0);
-    return {there.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
-}
-
-bool writeSpoolOwner(const Descriptor& lockFile, const std::string& stationToken) {
-    return ::ftruncate(lockFile.get(), 0) == 0 &&
-           ::pwrite(lockFile.get(), stationToken.data(), stationToken.size(), 0) >= 0;
+    const std::string owner(there.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+    if (owner == stationToken) {
+        return;
+    }
+    if (!owner.empty() && hasParts) {
+        throw UserError(
+            fmt::format("--spool: {} has messages of the station \"{}\" that aren't sent yet; send "
+                        "them as that one (--station), or name another folder",
+                        folder.string(), owner));
+    }
+    if (::ftruncate(lockFile.get(), 0) != 0 ||
+        ::pwrite(lockFile.get(), stationToken.data(), stationToken.size(), 0) < 0) {
+        throw UserError(fmt::format("--spool: {} can't be written: {}",
+                                    (folder / spoolLockName).string(), std::strerror(errno)));
+    }
 }
 
 std::vector<SpoolPlace> readSpoolNote(const std::filesystem::path& folder, const char* name) {
-    std::ifstream file(folder / name);
+    constexpr std::size_t longestNote = std::size_t{16} << 20U;
+    std::istringstream lines;
+    try {
+        lines.str(readWholeFile(folder / name, longestNote).value_or(""));
+    } catch (const std::runtime_error&) {
+        return {};
+    }
     std::vector<SpoolPlace> places;
-    for (std::string text; std::getline(file, text);) {
+    for (std::string text; std::getline(lines, text);) {
         std::istringstream line(text);
         std::string part;
         SpoolPlace place;

@@ -43,10 +43,10 @@ std::optional<SpoolKey> spoolKeyOf(const std::filesystem::path& path);
 /// can't be written.
 Descriptor lockSpool(const std::filesystem::path& folder);
 
-/// The lock's file has the name of the station whose batches are there; empty: none yet.
-std::string readSpoolOwner(const Descriptor& lockFile);
-/// False, and `errno`: it can't be written.
-bool writeSpoolOwner(const Descriptor& lockFile, const std::string& stationToken);
+/// The lock's file has the name of the station whose batches are there. Throws UserError: it has
+/// parts of another one, or can't be written.
+void noteSpoolOwner(const std::filesystem::path& folder, const Descriptor& lockFile,
+                    const std::string& stationToken, bool hasParts);
 
 /// For each measurement that had parts, or was sent, up to where it is acknowledged: a line each,
 /// the last of which is the one that was being sent. Empty if the note is damaged, or can't be

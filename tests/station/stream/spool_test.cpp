@@ -121,6 +121,43 @@ TEST_F(SpoolTest, WhatIsCutOffWhileItRunsIsCountedAndNotSentInPart) {
     }
 }
 
+TEST_F(SpoolTest, APartThatIsThroughGivesItsRoomBackAtOnceOrWhenItCan) {
+    namespace fs = std::filesystem;
+    openSpool();
+    record(1);
+    Spool::Reader reader = spool->startReading(Spool::Lane::Live);
+    Batch batch;
+    ASSERT_TRUE(spool->read(reader, batch));
+    const fs::path hindrance = fs::path(partPath) / "in it";
+    fs::remove(partPath);
+    fs::create_directories(hindrance);
+    spool->acknowledge(reader.getPlace(), batch.messages);
+    EXPECT_FALSE(spool->read(reader, batch));
+    for (const auto& open : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        EXPECT_NE(fs::read_symlink(open, gone).string(), partPath + " (deleted)");
+    }
+    EXPECT_THAT(spool->takeTexts(), testing::ElementsAre(testing::HasSubstr("can't be removed")));
+    spool->saveNote();
+    fs::remove(hindrance);
+    spool->saveNote();
+    EXPECT_FALSE(fs::exists(partPath));
+    EXPECT_TRUE(spool->takeTexts().empty()) << "it was said once";
+}
+
+TEST_F(SpoolTest, APipeInPlaceOfItsFilesIsNotWaitedFor) {
+    openSpool();
+    record(1);
+    spool.reset();
+    const std::string note = folder.path() / "spool" / spoolNoteName;
+    for (const std::string& path : {note, partPath}) {
+        std::filesystem::remove(path);
+        ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+        openSpool();
+        EXPECT_EQ(readAll().size(), path == note ? 100U : 0U);
+    }
+}
+
 TEST_F(SpoolTest, WhatIsDeletedBetweenRunsIsReportedOnceAndWhatTheStationRemovedIsNot) {
     const auto measure = [&](int parts) {
         const auto session = makeSession();
