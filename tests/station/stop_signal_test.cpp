@@ -69,13 +69,20 @@ TEST(StopSignalTest, SecondRequestEndsAnyProgram) {
     EXPECT_EXIT(run(SIGTERM, cleaningUp), ExitedWithCode(1), "^clean, restored, ended at once\n$");
 }
 
-TEST(StopSignalTest, SecondRequestIsReportedWhereItIsKeptAndTheThirdEndsTheProgram) {
-    const Work keeping = [](StopSignal& stop) {
+/// Asks twice at once, which is one request; again where the machine was too busy for "at once".
+[[noreturn]] void runKeeping() {
+    for (int rest = 20;; --rest) {
+        StopSignal stop;
+        stop.setFarewell("restored, ", STDERR_FILENO);
         stop.keepSecond();
+        kill(getpid(), SIGTERM);
         look(stop);
         stop.beginCleanUp();
         kill(getpid(), SIGTERM);  // as some programs do, which signal the group too
         std::this_thread::sleep_for(seconds(1));
+        if (stop.isRequestedTwice() && rest > 0) {
+            continue;
+        }
         say(stop.isRequestedTwice() ? "too early, " : "once, ");
         kill(getpid(), SIGTERM);
         while (!stop.isRequestedTwice()) {
@@ -84,9 +91,11 @@ TEST(StopSignalTest, SecondRequestIsReportedWhereItIsKeptAndTheThirdEndsTheProgr
         say("twice, ");
         kill(getpid(), SIGTERM);
         waitForEver();
-    };
-    EXPECT_EXIT(run(SIGTERM, keeping), ExitedWithCode(1),
-                "^once, twice, restored, ended at once\n$");
+    }
+}
+
+TEST(StopSignalTest, SecondRequestIsReportedWhereItIsKeptAndTheThirdEndsTheProgram) {
+    EXPECT_EXIT(runKeeping(), ExitedWithCode(1), "^once, twice, restored, ended at once\n$");
 }
 
 }  // namespace
