@@ -266,18 +266,20 @@ TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
     QDropEvent drop({10, 10}, Qt::CopyAction, carried.get(), Qt::LeftButton, Qt::NoModifier);
     QApplication::sendEvent(&plot, &drop);
     can(0x100, 40, 2'000'000'000);
-    const auto plotted = [&] {
-        const QString path = folder.filePath("plot.csv");
-        QFile::remove(path);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return plot.exportCsv(path); }));
-        EXPECT_TRUE(QTest::qWaitFor([&] { return QFile::exists(path); }));
-        QTest::qWait(300);
+    int exports = 0;
+    /// Once this is the greatest value of the first signal: what is drawn is exported.
+    const auto plotted = [&](const char* greatest) {
+        EXPECT_TRUE(
+            QTest::qWaitFor([&] { return plotTable.item(0, 6)->text() == greatest; }, 60000));
+        const QString path = folder.filePath(QString("plot%1.csv").arg(++exports));
+        EXPECT_TRUE(plot.exportCsv(path));
+        const auto& notice = get<QLabel>("plotNotice");
+        EXPECT_TRUE(QTest::qWaitFor([&] { return notice.text().contains(path); }, 60000));
         std::stringstream written;
         written << std::ifstream(path.toStdString()).rdbuf();
         return written.str();
     };
-    QTest::qWait(500);  // it is drawn, and with it what is exported
-    const std::string all = plotted();
+    const std::string all = plotted("20");
     EXPECT_THAT(all, testing::AllOf(HasSubstr("Speed (Front)"), HasSubstr("Gear (Front)")));
     EXPECT_THAT(all, testing::AllOf(HasSubstr(",10\n"), HasSubstr(",20\n")))
         << "what came before, too";
@@ -286,11 +288,10 @@ TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
     auto other = std::make_shared<Database>(*database);
     other->messages[0].signals.pop_back();
     feed.begin(summary, {nullptr, std::make_shared<const Decoder>(other)});
-    QTest::qWait(500);
+    EXPECT_TRUE(waitFor("Door (LIN) 0:|Front (CAN FD) 0:|"));
     std::array<std::uint8_t, CanRecord::size> record = {0x00, 0x01, 0, 0, 0, 0, 0, 2, 60};
     feed.onMessage(1, startUtc, record.data(), record.size());
-    QTest::qWait(500);
-    const std::string later = plotted();
+    const std::string later = plotted("30");
     EXPECT_THAT(later, testing::AllOf(HasSubstr("Speed (Front)"), HasSubstr(",30\n")));
     EXPECT_THAT(later, testing::Not(testing::AnyOf(HasSubstr("Gear"), HasSubstr(",20\n"))));
     // What is held is of the channels before; its signal is found among those of now.
@@ -305,8 +306,7 @@ TEST_F(LivePanelTest, SignalsStandBelowTheirMessageAndGoIntoThePlot) {
     Q_EMIT tree.activated(held);
     can(0x100, 80);
     QTest::mouseClick(&pause, Qt::LeftButton);
-    QTest::qWait(500);
-    EXPECT_THAT(plotted(), testing::AllOf(HasSubstr("Speed (Front)"), HasSubstr(",40\n")));
+    EXPECT_THAT(plotted("40"), testing::AllOf(HasSubstr("Speed (Front)"), HasSubstr(",40\n")));
 }
 
 TEST_F(LivePanelTest, ColumnsStayAsTheUserHasThem) {
