@@ -185,6 +185,15 @@ def repeat(option, values):
     return [word for value in values for word in (option, str(value))]
 
 
+def is_capturing(process):
+    """Whether its capture thread runs, as from then on nothing is missed."""
+    try:
+        threads = Path(f"/proc/{process.pid}/task").glob("*/comm")
+        return any(thread.read_text() == "cmp-capture\n" for thread in threads)
+    except OSError:  # a thread that has just ended
+        return False
+
+
 class Station:
     """`cmp-station run`; it captures when this is made."""
 
@@ -199,11 +208,7 @@ class Station:
             raise Failure(f"cmp-station ended with {self.process.returncode}: {self.finish()}")
 
     def is_capturing(self):
-        try:
-            threads = Path(f"/proc/{self.process.pid}/task").glob("*/comm")
-            return any(thread.read_text() == "cmp-capture\n" for thread in threads)
-        except OSError:  # a thread that has just ended
-            return False
+        return is_capturing(self.process)
 
     def settle(self):
         """Waits until what was sent has been taken in: the recordings, flushed twice a second, no

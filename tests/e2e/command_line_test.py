@@ -286,12 +286,12 @@ class CommandLine(Case):
         station = lab.spawn([lab.STATION, "run", "--module", *FRONT, "--record", "-", "--record", str(recording)],
                             stdout=writing, stderr=PIPE)
         os.close(writing)
-        lab.wait_until(recording.exists, "it records")
-        time.sleep(1)
+        lab.wait_until(lambda: lab.is_capturing(station), "it captures")
         sent = lab.simulate(CAN, "--rate", 50, "--duration", 2)
-        time.sleep(1.5)
-        piped.write_bytes(os.read(reading, 1 << 20))
-        rows = traffic.read_with_tshark(piped, torn=True)
+        while len(rows := traffic.read_with_tshark(piped, torn=True) if piped.exists() else []) < sent["dataMessages"]:
+            self.assertTrue(select.select([reading], [], [], lab.PATIENCE)[0], rows)
+            with piped.open("ab") as file:
+                file.write(os.read(reading, 1 << 20))
         self.assertEqual(len(rows), sent["dataMessages"])
         os.close(reading)
         lab.simulate(CAN, "--rate", 50, "--duration", 1)
@@ -382,10 +382,11 @@ class CommandLine(Case):
 
     def test_closed_standard_descriptors_do_not_become_a_recording(self):
         recording = self.path("a.pcapng")
-        station = self.start(["sh", "-c", f"exec '{lab.STATION}' run --module '{FRONT[0]}' --duration 4"
+        station = self.start(["sh", "-c", f"exec '{lab.STATION}' run --module '{FRONT[0]}'"
                               f" --record '{recording}' <&- >&- 2>&-"])
-        time.sleep(1)
+        lab.wait_until(lambda: station.poll() is not None or lab.is_capturing(station), "it captures")
         sent = lab.simulate(CAN, "--rate", 50, "--duration", 1)
+        station.send_signal(signal.SIGTERM)
         self.assertEqual(station.wait(lab.PATIENCE), 1)  # for the table at its end
         self.assertEqual(len(traffic.read_with_tshark(recording)), sent["dataMessages"])
         simulate, frames = f"'{lab.SIMULATOR}' --module '{CAN[0]}' --messages 99 --write", self.path("b.pcap")
