@@ -281,9 +281,8 @@ bool Spool::findPart(Reader& reader, Part& part) const {
         found = parts.begin();
     }
     const bool isOther = found == parts.end() || found->first != reader.part;
-    if (isOther) {
-        reader.file =
-            Descriptor();  // its part may be removed, and takes room as long as it is open
+    if (isOther) {  // a part that was removed takes room as long as it is open
+        reader.file = Descriptor();
     }
     if (found == parts.end() || found->first.measurement >= reader.end) {
         return false;
