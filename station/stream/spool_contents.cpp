@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <map>
 #include <system_error>
 
 #include "station/errors.h"
@@ -36,31 +38,32 @@ void addFile(SpoolContents& contents, const SpoolKey& key, const fs::path& path,
     }
 }
 
-/// The last part in front of that measurement's first one, or in it, that is gone by right.
-std::uint64_t lastGone(const SpoolContents& contents, const std::vector<SpoolPlace>& note,
-                       std::uint64_t measurement) {
-    std::uint64_t gone = 0;
+/// By measurement, the last part in front of its first one, or in it, that is gone by right.
+std::map<std::uint64_t, std::uint64_t> findGone(const SpoolContents& contents,
+                                                const std::vector<SpoolPlace>& note) {
+    std::map<std::uint64_t, std::uint64_t> gone;
     for (const SpoolPlace& place : note) {
-        if (place.part.measurement == measurement && place.part.part != 0) {
-            gone = place.part.part - (place.isGone ? 0 : 1);
+        if (place.part.part != 0) {
+            gone[place.part.measurement] = place.part.part - (place.isGone ? 0 : 1);
         }
     }
-    if (contents.dropped && contents.dropped->part.measurement == measurement) {
-        gone = std::max(gone, contents.dropped->part.part);
+    if (contents.dropped) {
+        std::uint64_t& last = gone[contents.dropped->part.measurement];
+        last = std::max(last, contents.dropped->part.part);
     }
     return gone;
 }
 
 /// The last part of a measurement that is there; 0: none.
 std::uint64_t lastThere(const SpoolContents& contents, std::uint64_t measurement) {
-    std::uint64_t last = 0;
-    for (const auto& [key, part] : contents.parts) {
-        last = key.measurement == measurement ? key.part : last;
-    }
-    for (const SpoolKey& key : contents.others) {
-        last = key.measurement == measurement ? std::max(last, key.part) : last;
-    }
-    return last;
+    const SpoolKey behind{measurement + 1, 0};
+    const auto part = contents.parts.lower_bound(behind);
+    const auto other = contents.others.lower_bound(behind);
+    const auto partOf = [&](const SpoolKey& key) {
+        return key.measurement == measurement ? key.part : 0;
+    };
+    return std::max(part != contents.parts.begin() ? partOf(std::prev(part)->first) : 0,
+                    other != contents.others.begin() ? partOf(*std::prev(other)) : 0);
 }
 
 /// What is missing behind all that is there of a measurement.
@@ -120,12 +123,12 @@ std::string SpoolGap::describe() const {
 
 std::vector<SpoolGap> findSpoolGaps(const SpoolContents& contents,
                                     const std::vector<SpoolPlace>& note) {
+    std::map<std::uint64_t, std::uint64_t> gone = findGone(contents, note);
     std::vector<SpoolGap> gaps;
     SpoolKey before;
     for (const auto& [key, part] : contents.parts) {
         const bool isFirst = before.measurement != key.measurement;
-        const std::uint64_t known =
-            std::max(isFirst ? 0 : before.part, lastGone(contents, note, key.measurement));
+        const std::uint64_t known = std::max(isFirst ? 0 : before.part, gone[key.measurement]);
         const bool isKnown = !isFirst || !note.empty();
         if (isKnown && part.partBefore > known && part.partBefore < key.part &&
             !contents.others.contains({key.measurement, part.partBefore})) {
@@ -138,9 +141,8 @@ std::vector<SpoolGap> findSpoolGaps(const SpoolContents& contents,
         const std::uint64_t dropped = contents.dropped ? contents.dropped->part.measurement : 0;
         const bool hadToGo =
             measurement < dropped || (measurement == dropped && contents.dropped->isDone);
-        const auto gap = place.isDone || hadToGo
-                             ? std::nullopt
-                             : findGapAtEnd(contents, place, lastGone(contents, note, measurement));
+        const auto gap = place.isDone || hadToGo ? std::nullopt
+                                                 : findGapAtEnd(contents, place, gone[measurement]);
         if (gap) {
             gaps.push_back(*gap);
         }
