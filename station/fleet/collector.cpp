@@ -90,9 +90,7 @@ bool Collector::step() {
     } else if (!held.empty()) {
         std::this_thread::sleep_for(slice);
     }
-    for (const std::string& text : source.takeTexts()) {
-        report(text);
-    }
+    reportTexts();
     if (now >= nextLook) {
         settle(now);
         nextLook = now + lookPeriod;
@@ -118,6 +116,12 @@ bool Collector::step() {
                                     position->waiting + position->outstanding));
     }
     return isMore;
+}
+
+void Collector::reportTexts() {
+    for (const std::string& text : source.takeTexts()) {
+        report(text);
+    }
 }
 
 bool Collector::isWanted(const StoredBatch& batch) {
@@ -340,6 +344,7 @@ void Collector::findMissing(Entry& entry) {
             batch = source.find(gap.subject, next);
         }
     }
+    reportTexts();
     if (found != 0) {
         report(
             fmt::format("{} batches of station {}, session {}, that the broker left out were "

@@ -112,6 +112,7 @@ class Collector {
     };
 
     void loadSessions();
+    void reportTexts();
     void store(Clock::time_point now);
     /// Whether it is to be written.
     bool isWanted(const StoredBatch& batch);

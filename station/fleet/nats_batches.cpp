@@ -29,6 +29,7 @@ constexpr std::int64_t mostBytes = std::int64_t{80} << 20U;
 constexpr int requestWait = 1500;            // milliseconds
 constexpr std::int64_t consumerWait = 5000;  // the same
 constexpr auto openAgain = 1s;
+constexpr auto findAgain = 10s;
 /// Requests of a collector that has just ended have ended by then.
 constexpr auto oldRequests = 600ms;
 constexpr auto watchOthers = 500ms;
@@ -174,16 +175,23 @@ class NatsBatches final : public BatchSource {
     }
 
     std::optional<StoredBatch> find(const std::string& subject, std::uint64_t sequence) override {
-        if (!isServed() || !isSafeSubject(subject)) {
+        if (!isServed() || !isSafeSubject(subject) || Clock::now() < nextFind) {
             return std::nullopt;
         }
         natsMsg* made = nullptr;
         const std::string request =
             fmt::format(R"({{"seq":{},"next_by_subj":"{}"}})", sequence, subject);
-        natsConnection_RequestString(&made, connection->get(),
-                                     ("$JS.API.STREAM.MSG.GET." + options.stream).c_str(),
-                                     request.c_str(), requestWait);
+        const std::string api = "$JS.API.STREAM.MSG.GET." + options.stream;
+        natsConnection_RequestString(&made, connection->get(), api.c_str(), request.c_str(),
+                                     requestWait);
         const NatsMessage answer(made);
+        if (answer == nullptr) {
+            nextFind = Clock::now() + findAgain;
+            texts.push_back(
+                fmt::format("{} doesn't say what the stream has of {}: what its consumer left out "
+                            "counts as missing. A collector needs the right to publish to {}",
+                            connection->getServer(), subject, api));
+        }
         const std::uint64_t found = answer ? sequenceOf(*answer) : 0;
         made = nullptr;
         if (found == 0 || js_GetMsg(&made, stream.get(), options.stream.c_str(), found, nullptr,
@@ -425,6 +433,7 @@ class NatsBatches final : public BatchSource {
     std::size_t nextServer = 0;
     bool isAlone = false;  ///< no other collector had the consumer when this one began
     Clock::time_point nextOpen;
+    Clock::time_point nextFind;
     std::vector<std::string> texts;
 };
 
