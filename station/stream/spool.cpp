@@ -19,14 +19,6 @@ namespace fs = std::filesystem;
 
 Spool::Spool(fs::path spoolFolder, const std::string& stationToken, std::uint64_t mostBytes)
     : folder(std::move(spoolFolder)), limit(mostBytes) {
-    std::error_code failure;
-    fs::create_directories(folder, failure);
-    if (failure) {
-        throw UserError(
-            fmt::format("--spool: {} can't be made: {}; name a folder that you may "
-                        "write to",
-                        folder.string(), failure.message()));
-    }
     lockFile = lockSpool(folder);  // before anything is removed
     readNote(findSpoolContents(folder));
     const LockGuard guard(lock);
@@ -87,15 +79,15 @@ void Spool::readNote(const SpoolContents& contents) {
     // A measurement to come may get the number of one that is gone: its line goes too.
     if (isEmpty) {
         writeSpoolNote(folder, {{{1, 0}, 0, true, true}});
-        fs::remove(folder / spoolDroppedName, failure);
+        remove(folder / spoolDroppedName);
     } else if (isOfThese || !isThere || std::ranges::any_of(believed, &Place::offset)) {
         const bool isSaved = believed == there || writeSpoolNote(folder, believed);
         const LockGuard noteGuard(noteLock);
         written = isSaved ? std::move(believed) : std::vector<Place>();
     } else {
-        fs::remove(folder / spoolNoteName, failure);
+        remove(folder / spoolNoteName);
     }
-    std::ranges::for_each(gone, [&](const fs::path& path) { remove(path); });
+    removeParts(gone);
 }
 
 void Spool::noteGaps(const std::vector<SpoolGap>& gaps) {
@@ -120,7 +112,7 @@ bool Spool::saveNote() {
     std::error_code ignored;
     const bool isThere = note == written && fs::exists(folder / spoolNoteName, ignored);
     bool isSaved = note.empty() || isThere || writeSpoolNote(folder, note);
-    std::ranges::for_each(gone, [&](const fs::path& path) { remove(path); });
+    removeParts(gone);
     isSaved = isSaved || (!gone.empty() && writeSpoolNote(folder, note));  // with their room
     written = isSaved ? std::move(note) : std::vector<Place>();
     return isSaved;
@@ -232,7 +224,7 @@ void Spool::dropOldest() {
             part.messages ? *part.messages
                           : countMessages(part.path, part.start, part.bytes).value_or(1);
         writeSpoolNote(folder, {dropped}, spoolDroppedName);
-        remove(part.path);
+        removeParts({part.path});
         const LockGuard guard(lock);
         lostMessages += messages - std::min(messages, acknowledged);
     }
@@ -426,8 +418,9 @@ void Spool::acknowledge(const Place& end, std::uint64_t messages) {
             lostMessages -= std::min(lostMessages, messages);
         }
         progress.acknowledge(end, messages);
+        const std::size_t before = done.size();  // those that can't be removed stay in it
         takeDone(end);
-        isAnyDone = !done.empty();
+        isAnyDone = done.size() != before;
     }
     if (isAnyDone) {
         saveNote();
@@ -444,17 +437,22 @@ void Spool::takeDone(const Place& end) {
     }
 }
 
-void Spool::remove(const fs::path& path) {
+bool Spool::remove(const fs::path& path) {
     std::error_code failure;
     fs::remove(path, failure);
-    if (failure) {
-        const LockGuard guard(lock);
-        done.push_back(path);
-        if (unremovable.insert(path).second) {
-            texts.push_back(
-                fmt::format("the stream's spool: {} can't be removed: {}; it is tried "
-                            "again",
-                            path.string(), failure.message()));
+    const LockGuard guard(lock);
+    if (failure && unremovable.insert(path).second) {
+        texts.push_back(fmt::format("the stream's spool: {} can't be removed: {}", path.string(),
+                                    failure.message()));
+    }
+    return !failure;
+}
+
+void Spool::removeParts(const std::vector<fs::path>& paths) {
+    for (const fs::path& path : paths) {
+        if (!remove(path)) {
+            const LockGuard guard(lock);
+            done.push_back(path);
         }
     }
 }

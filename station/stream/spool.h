@@ -134,8 +134,10 @@ class Spool {
     void noteDamage(const Reader& reader, std::uint64_t to, bool isTorn) CMP_EXCLUDES(lock);
     void noteAllRead(const Reader& reader) CMP_EXCLUDES(lock);
     static std::uint64_t countUnread(Part& part, std::uint64_t messagesRead);
-    /// A part. What can't be removed is `done` again.
-    void remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
+    /// False, which is reported once: it can't be removed.
+    bool remove(const std::filesystem::path& path) CMP_EXCLUDES(lock);
+    /// Those that can't be removed are `done` again.
+    void removeParts(const std::vector<std::filesystem::path>& paths) CMP_EXCLUDES(lock);
     SpoolProgress::Parts listParts() const CMP_REQUIRES(lock);
     void takeDone(const Place& end) CMP_REQUIRES(lock);
 

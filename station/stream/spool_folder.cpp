@@ -44,6 +44,14 @@ std::optional<SpoolKey> spoolKeyOf(const std::filesystem::path& path) {
 }
 
 Descriptor lockSpool(const std::filesystem::path& folder) {
+    std::error_code failure;
+    std::filesystem::create_directories(folder, failure);
+    if (failure) {
+        throw UserError(
+            fmt::format("--spool: {} can't be made: {}; name a folder that you may "
+                        "write to",
+                        folder.string(), failure.message()));
+    }
     const std::filesystem::path path = folder / spoolLockName;
     Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     if (!file.isOpen()) {

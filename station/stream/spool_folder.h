@@ -39,8 +39,8 @@ struct SpoolPlace {
 /// Of "00000003-SESSION-0001.pcapng"; none if it is no such name.
 std::optional<SpoolKey> spoolKeyOf(const std::filesystem::path& path);
 
-/// Holds the folder as long as it is open. Throws `UserError`: another program holds it, or it
-/// can't be written.
+/// Holds the folder, which is made if it isn't there, as long as it is open. Throws `UserError`:
+/// another program holds it, or it can't be made or written.
 Descriptor lockSpool(const std::filesystem::path& folder);
 
 /// The lock's file has the name of the station whose batches are there. Throws UserError: it has

@@ -34,9 +34,9 @@ std::string makeUnique(const std::string& session) {
 /// that much more.
 void keepMemoryOfBatches(std::size_t batchBytes) {
     constexpr std::size_t most = std::size_t{32} << 20U;  // glibc takes no higher threshold
-    const auto few = static_cast<int>(std::min(8 * batchBytes, most));
-    ::mallopt(M_MMAP_THRESHOLD, few);
-    ::mallopt(M_TRIM_THRESHOLD, few);
+    const auto kept = static_cast<int>(std::min(8 * batchBytes, most));
+    ::mallopt(M_MMAP_THRESHOLD, kept);
+    ::mallopt(M_TRIM_THRESHOLD, kept);
 }
 
 /// What several threads report to the user.
